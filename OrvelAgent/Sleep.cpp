@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/Sleep.h"
+
+#include "OrvelAgent/Deferred.h"
+
+#include <memory>
+
+namespace orvel {
+
+QCoro::Task<>
+sleepFor(Clock* clock, tavrin::Seconds duration, tavrin::CancellationToken cancellation) {
+    cancellation.throwIfCancelled();
+    const auto wake = std::make_shared<Deferred<void>>();
+    const auto timer = clock->schedule(duration, [wake] { wake->resolve({}); });
+    const auto registration = cancellation.onCancel(
+        [wake] { wake->reject(std::make_exception_ptr(tavrin::TaskCancelled())); });
+    co_await wake->result();
+}
+
+} // namespace orvel

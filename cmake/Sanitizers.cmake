@@ -1,0 +1,11 @@
+option(ORVEL_SANITIZE "Build with the address and undefined-behaviour sanitizers" OFF)
+
+if(ORVEL_SANITIZE)
+  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all
+                      -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+  if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    # Coroutines do not assemble with the function checks of clang 14.
+    add_compile_options(-fno-sanitize=function)
+  endif()
+endif()

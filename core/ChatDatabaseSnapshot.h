@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "core/CancellationToken.h"
+
+#include <cstddef>
+#include <exception>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <variant>
+
+namespace tavrin {
+
+class FileCopier;
+class SQLiteDatabase;
+
+/// A private copy of the Messages database, gone when the object is.
+///
+/// The copy holds the database file and its write-ahead-log companions in a directory of its own,
+/// readable by the owner only. It is a consistent one: if the writer restarts its log while we
+/// copy, we copy again. An advisory lock on the directory tells living snapshots from those that a
+/// crash left behind. Making one blocks; any thread.
+class ChatDatabaseSnapshot final {
+public:
+    class Error final : public std::exception {
+    public:
+        struct SourceMissing {
+            std::string path;
+        };
+        struct PermissionDenied {
+            std::string path;
+        };
+        struct CopyFailed {
+            std::string path;
+            /// Why, in words for the user.
+            std::string reason;
+        };
+        using Case = std::variant<SourceMissing, PermissionDenied, CopyFailed>;
+
+        explicit Error(Case error);
+
+        [[nodiscard]] const Case& error() const { return error_; }
+        [[nodiscard]] const char* what() const noexcept override { return description_.c_str(); }
+
+    private:
+        Case error_;
+        std::string description_;
+    };
+
+    /// Name of every snapshot's directory, before its UUID.
+    static constexpr std::string_view directoryPrefix = "tavrin-chatdb-";
+    /// Copies made before a source that never holds still is given up.
+    static constexpr int maximumAttempts = 10;
+
+    /// `Library/Messages/chat.db` in the user's home directory.
+    [[nodiscard]] static std::string defaultSourcePath();
+
+    /// `$TMPDIR` when set and not empty, else the system's temporary directory.
+    [[nodiscard]] static std::filesystem::path temporaryDirectory();
+
+    /// Removes snapshot directories of this user in `temporaryDirectory()` that no living process
+    /// holds, and returns how many. What cannot be removed is left alone.
+    static std::size_t removeAbandoned();
+
+    /// Throws `Error`, `std::filesystem::filesystem_error` when the directory cannot be made, and
+    /// `TaskCancelled`; nothing stays behind then.
+    explicit ChatDatabaseSnapshot(
+        FileCopier& copier,
+        std::string sourcePath = defaultSourcePath(),
+        CancellationToken cancellation = {});
+    ~ChatDatabaseSnapshot();
+    ChatDatabaseSnapshot(const ChatDatabaseSnapshot&) = delete;
+    ChatDatabaseSnapshot& operator=(const ChatDatabaseSnapshot&) = delete;
+
+    /// A new connection at every call; the snapshot must outlive it. Throws `SQLiteError`.
+    [[nodiscard]] std::shared_ptr<SQLiteDatabase> open() const;
+
+    [[nodiscard]] const std::string& databasePath() const { return databasePath_; }
+    [[nodiscard]] const std::filesystem::path& directory() const { return directory_; }
+
+private:
+    std::filesystem::path directory_;
+    std::string databasePath_;
+    int lockDescriptor_ = -1;
+};
+
+} // namespace tavrin

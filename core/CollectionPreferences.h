@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "core/UserDefaults.h"
+
+#include <optional>
+#include <string_view>
+
+namespace tavrin {
+
+/// How much of a message is read and sent.
+enum class CollectionMode {
+    MetadataOnly, ///< timing and participants only; no text is read
+    WithBodies,   ///< also the text, where it can be obtained
+};
+
+/// Which conversations are read and sent.
+enum class ThreadScope {
+    KnownContactsOnly, ///< threads with at least one participant whom the assistant knows
+    AllThreads,
+};
+
+/// The stable name of a case, as stored and as sent: "metadataOnly", "withBodies".
+[[nodiscard]] std::string_view rawValue(CollectionMode mode);
+/// The stable name of a case, as stored and as sent: "knownContactsOnly", "allThreads".
+[[nodiscard]] std::string_view rawValue(ThreadScope scope);
+
+/// The case of exactly that name, or no value.
+[[nodiscard]] std::optional<CollectionMode> collectionModeFromRawValue(std::string_view rawValue);
+/// The case of exactly that name, or no value.
+[[nodiscard]] std::optional<ThreadScope> threadScopeFromRawValue(std::string_view rawValue);
+
+/// The user's two choices, kept in the user defaults. Every read goes to the store; nothing is
+/// cached. Borrows the store.
+class CollectionPreferences final {
+public:
+    static constexpr std::string_view modeKey = "collection.mode";
+    static constexpr std::string_view scopeKey = "collection.scope";
+    static constexpr CollectionMode defaultMode = CollectionMode::WithBodies;
+    static constexpr ThreadScope defaultScope = ThreadScope::KnownContactsOnly;
+
+    explicit CollectionPreferences(UserDefaults& defaults) : defaults_(defaults) {}
+
+    /// A stored text that is not a known case reads as `WithBodies`.
+    [[nodiscard]] CollectionMode mode() const;
+    void setMode(CollectionMode mode);
+
+    /// A stored text that is not a known case reads as `KnownContactsOnly`: a garbled scope must
+    /// never widen what is sent.
+    [[nodiscard]] ThreadScope scope() const;
+    void setScope(ThreadScope scope);
+
+private:
+    UserDefaults& defaults_;
+};
+
+} // namespace tavrin

@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <exception>
+#include <string>
+#include <string_view>
+
+namespace tavrin {
+
+/// The domain of URL-loading codes in a `PlatformError`.
+inline constexpr std::string_view urlErrorDomain = "NSURLErrorDomain";
+/// The domain of `errno` codes in a `PlatformError`.
+inline constexpr std::string_view posixErrorDomain = "NSPOSIXErrorDomain";
+
+/// Codes of URL loading that this system tells apart; the numbers are the platform's own.
+enum class URLErrorCode : int {
+    Unknown = -1,
+    Cancelled = -999,
+    BadURL = -1000,
+    TimedOut = -1001,
+    UnsupportedURL = -1002,
+    CannotFindHost = -1003,
+    CannotConnectToHost = -1004,
+    NetworkConnectionLost = -1005,
+    DNSLookupFailed = -1006,
+    HTTPTooManyRedirects = -1007,
+    NotConnectedToInternet = -1009,
+    BadServerResponse = -1011,
+    CannotDecodeContentData = -1016,
+    CannotParseResponse = -1017,
+    InternationalRoamingOff = -1018,
+    CallIsActive = -1019,
+    DataNotAllowed = -1020,
+    DataLengthExceedsMaximum = -1103,
+    SecureConnectionFailed = -1200,
+    ServerCertificateHasBadDate = -1201,
+    ServerCertificateUntrusted = -1202,
+    ServerCertificateHasUnknownRoot = -1203,
+    ClientCertificateRejected = -1205,
+};
+
+/// A request that got no complete reply. `what()` is a sentence for the user.
+class URLError final : public std::exception {
+public:
+    URLError(URLErrorCode code, std::string description)
+        : code_(code), description_(std::move(description)) {}
+
+    [[nodiscard]] URLErrorCode code() const { return code_; }
+    [[nodiscard]] const char* what() const noexcept override { return description_.c_str(); }
+
+private:
+    URLErrorCode code_;
+    std::string description_;
+};
+
+/// A failure of the operating system, as its domain and code. `what()` is a sentence for the user.
+class PlatformError final : public std::exception {
+public:
+    PlatformError(std::string domain, int code, std::string description)
+        : domain_(std::move(domain)), code_(code), description_(std::move(description)) {}
+
+    /// From an `errno` value; the description is `doing`, a colon and the system's own text.
+    [[nodiscard]] static PlatformError fromErrno(int code, std::string_view doing);
+
+    [[nodiscard]] const std::string& domain() const { return domain_; }
+    [[nodiscard]] int code() const { return code_; }
+    [[nodiscard]] const char* what() const noexcept override { return description_.c_str(); }
+
+private:
+    std::string domain_;
+    int code_;
+    std::string description_;
+};
+
+/// The `what()` of the exception, or a plain sentence for anything else.
+[[nodiscard]] std::string description(const std::exception_ptr& error);
+
+} // namespace tavrin

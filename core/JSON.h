@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <boost/json/fwd.hpp>
+
+#include <cstdint>
+#include <exception>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// Strict readers for JSON objects that come from outside. Every one throws `JSONDecodingError`
+/// when the key is missing or its value has the wrong type; the optional forms give no value for a
+/// missing key and for null.
+namespace tavrin {
+
+/// JSON that does not have the expected shape; `what()` names the key and the problem and never
+/// holds a value.
+class JSONDecodingError final : public std::exception {
+public:
+    explicit JSONDecodingError(std::string description) : description_(std::move(description)) {}
+
+    [[nodiscard]] const char* what() const noexcept override { return description_.c_str(); }
+
+private:
+    std::string description_;
+};
+
+[[nodiscard]] const boost::json::object& asObject(const boost::json::value& json);
+
+[[nodiscard]] std::string stringAt(const boost::json::object& object, std::string_view key);
+/// A number with a fraction, or outside 64 bits, has the wrong type.
+[[nodiscard]] std::int64_t integerAt(const boost::json::object& object, std::string_view key);
+[[nodiscard]] bool booleanAt(const boost::json::object& object, std::string_view key);
+[[nodiscard]] std::vector<std::string>
+stringsAt(const boost::json::object& object, std::string_view key);
+[[nodiscard]] const boost::json::object&
+objectAt(const boost::json::object& object, std::string_view key);
+
+[[nodiscard]] std::optional<std::string>
+optionalStringAt(const boost::json::object& object, std::string_view key);
+[[nodiscard]] std::optional<std::int64_t>
+optionalIntegerAt(const boost::json::object& object, std::string_view key);
+
+} // namespace tavrin

@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <optional>
+#include <string_view>
+
+/// What the agent and the service agree on about the length of a session.
+namespace tavrin::SessionPolicy {
+
+/// Sent with every request: the agent asks for a session of seven days.
+inline constexpr std::string_view headerName = "x-session-policy";
+inline constexpr std::string_view headerValue = "7d";
+
+/// The code of a 401 reply that ends the session.
+inline constexpr std::string_view expiredCode = "session_expired";
+
+[[nodiscard]] bool isSessionExpired(int status, std::optional<std::string_view> code);
+
+} // namespace tavrin::SessionPolicy

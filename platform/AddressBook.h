@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "core/Errors.h"
+
+#include <functional>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace orvel {
+
+/// One person or organization as the address book has it: nothing is trimmed or normalized.
+struct ContactCard {
+    std::string givenName;
+    std::string familyName;
+    std::string organizationName;
+    std::vector<std::string> phoneNumbers;
+    std::vector<std::string> emailAddresses;
+
+    bool operator==(const ContactCard&) const = default;
+};
+
+/// The user's address book, behind the user's consent. Main thread; completions run there exactly
+/// once, never before the call returns.
+class AddressBook {
+public:
+    /// Which parts of the cards to read; the others stay empty.
+    enum class Fields { Identifiers, IdentifiersAndNames };
+
+    using Cards = std::variant<std::vector<ContactCard>, tavrin::PlatformError>;
+
+    /// The authorization status in the platform's own numbers. A system may come up with further
+    /// ones.
+    static constexpr int notDetermined = 0;
+    static constexpr int restricted = 1;
+    static constexpr int denied = 2;
+    static constexpr int authorized = 3;
+    static constexpr int limited = 4;
+
+    AddressBook() = default;
+    AddressBook(const AddressBook&) = delete;
+    AddressBook& operator=(const AddressBook&) = delete;
+    virtual ~AddressBook() = default;
+
+    [[nodiscard]] virtual int authorizationStatus() const = 0;
+
+    /// Asks the user when nothing is decided yet; answers whether access is granted now.
+    virtual void requestAccess(std::function<void(bool)> completion) = 0;
+
+    /// All cards, in the address book's order.
+    virtual void enumerateCards(Fields fields, std::function<void(Cards)> completion) = 0;
+};
+
+} // namespace orvel

@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace orvel {
+
+/// The application's own resources. Read once, when made; immutable and thread-safe from then on.
+class Bundle {
+public:
+    Bundle() = default;
+    Bundle(const Bundle&) = delete;
+    Bundle& operator=(const Bundle&) = delete;
+    virtual ~Bundle() = default;
+
+    /// The value of the information property list's key when it is a string.
+    [[nodiscard]] virtual std::optional<std::string> infoString(std::string_view key) const = 0;
+
+    /// "CFBundleIdentifier"; empty when the list has none.
+    [[nodiscard]] virtual std::string identifier() const = 0;
+
+    /// The content of a resource file, for example of name "CHANGELOG" and extension "md"; no value
+    /// when it is missing or cannot be read.
+    [[nodiscard]] virtual std::optional<std::string>
+    resource(std::string_view name, std::string_view extension) const = 0;
+};
+
+} // namespace orvel

@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "core/FileCopier.h"
+#include "core/UserDefaults.h"
+#include "platform/AddressBook.h"
+#include "platform/Bundle.h"
+#include "platform/Clock.h"
+#include "platform/LogStore.h"
+#include "platform/URLSession.h"
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace orvel {
+
+struct PlatformOptions {
+    /// Where the user defaults lie; the agent's own place when absent.
+    std::optional<std::filesystem::path> defaultsFile;
+    /// PEM files of certificates to trust besides the system's and the bundle's "TLS_EXTRA_CA".
+    std::vector<std::filesystem::path> extraCertificates;
+    /// Log lines of this level and above also go to standard error; none when absent.
+    std::optional<LogLevel> standardErrorLevel;
+    /// Asks the user whether the address book may be read, and answers through its argument, once,
+    /// on the main thread. When absent, the user cannot be asked.
+    std::function<void(std::function<void(bool)> answer)> askForContacts;
+};
+
+/// What the operating system supplies. Declared in the order of dependence: what stands further
+/// down borrows from what stands above.
+struct Platform {
+    std::unique_ptr<LogStore> logStore;
+    std::unique_ptr<Bundle> bundle;
+    std::unique_ptr<Clock> clock;
+    std::unique_ptr<tavrin::UserDefaults> userDefaults;
+    std::unique_ptr<tavrin::FileCopier> fileCopier;
+    std::unique_ptr<URLSession> urlSession;
+    std::unique_ptr<AddressBook> addressBook;
+};
+
+/// This system's implementations. Main thread, with its event loop's application object made.
+/// Throws `tavrin::PlatformError` when a bundle or a certificate file cannot be read.
+[[nodiscard]] Platform makePlatform(PlatformOptions options);
+
+} // namespace orvel

@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QCoreApplication>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+/// A warning of Qt's is a mistake of ours: the running test fails.
+void failOnWarning(QtMsgType type, const QMessageLogContext&, const QString& message) {
+    if (type == QtWarningMsg || type == QtCriticalMsg) {
+        ADD_FAILURE() << "Qt: " << message.toStdString();
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    // Nothing of the user's may be read or written, even by mistake.
+    qputenv("HOME", "/nonexistent");
+    qputenv("XDG_CONFIG_HOME", "/nonexistent");
+    testing::InitGoogleTest(&argc, argv);
+    const QCoreApplication application(argc, argv);
+    qInstallMessageHandler(failOnWarning);
+    return RUN_ALL_TESTS();
+}
