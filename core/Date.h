@@ -16,7 +16,8 @@ using Seconds = std::chrono::duration<double>;
 using Date = std::chrono::time_point<std::chrono::system_clock, Seconds>;
 
 /// The instant as ISO 8601 internet date-time in UTC with whole seconds, rounded down, for example
-/// 2024-03-09T17:05:42Z. Years outside 0 to 9999 are written with as many digits as they need.
+/// 2024-03-09T17:05:42Z. Years outside 0 to 9999 are written with as many digits as they need. An
+/// instant beyond 64 bits of seconds is written as the nearest within, not-a-number as 1970.
 [[nodiscard]] std::string iso8601(Date date);
 
 /// Reads ISO 8601 internet date-time: a date, "T", a time with whole seconds, an optional fraction

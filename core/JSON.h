@@ -28,9 +28,13 @@ private:
 };
 
 [[nodiscard]] const boost::json::object& asObject(const boost::json::value& json);
+/// The error names `key`, where the value was found, so that keys that are personal stay out of it.
+[[nodiscard]] std::string asString(const boost::json::value& json, std::string_view key);
+[[nodiscard]] std::vector<std::string>
+asStrings(const boost::json::value& json, std::string_view key);
 
 [[nodiscard]] std::string stringAt(const boost::json::object& object, std::string_view key);
-/// A number with a fraction, or outside 64 bits, has the wrong type.
+/// A number with a fraction, or outside 64 bits, has the wrong type; 5.0 has no fraction.
 [[nodiscard]] std::int64_t integerAt(const boost::json::object& object, std::string_view key);
 [[nodiscard]] bool booleanAt(const boost::json::object& object, std::string_view key);
 [[nodiscard]] std::vector<std::string>

@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "core/CollectionPreferences.h"
+
+#include "core/Errors.h"
+#include "tests/support/InMemoryUserDefaults.h"
+
+#include <gtest/gtest.h>
+
+namespace tavrin {
+
+namespace {
+
+class CollectionPreferencesTest : public testing::Test {
+protected:
+    orvel::test::InMemoryUserDefaults defaults_;
+    CollectionPreferences preferences_{defaults_};
+};
+
+} // namespace
+
+TEST_F(CollectionPreferencesTest, AFreshInstallationReadsTheDefaults) {
+    EXPECT_EQ(preferences_.mode(), CollectionMode::WithBodies);
+    EXPECT_EQ(preferences_.scope(), ThreadScope::KnownContactsOnly);
+    EXPECT_FALSE(defaults_.contains("collection.mode"));
+    EXPECT_FALSE(defaults_.contains("collection.scope"));
+}
+
+TEST_F(CollectionPreferencesTest, StoresTheChoicesUnderTheirNames) {
+    preferences_.setMode(CollectionMode::MetadataOnly);
+    preferences_.setScope(ThreadScope::AllThreads);
+    EXPECT_EQ(defaults_.string("collection.mode"), "metadataOnly");
+    EXPECT_EQ(defaults_.string("collection.scope"), "allThreads");
+    EXPECT_EQ(preferences_.mode(), CollectionMode::MetadataOnly);
+    EXPECT_EQ(preferences_.scope(), ThreadScope::AllThreads);
+
+    preferences_.setMode(CollectionMode::WithBodies);
+    preferences_.setScope(ThreadScope::KnownContactsOnly);
+    EXPECT_EQ(defaults_.string("collection.mode"), "withBodies");
+    EXPECT_EQ(defaults_.string("collection.scope"), "knownContactsOnly");
+    EXPECT_EQ(preferences_.mode(), CollectionMode::WithBodies);
+    EXPECT_EQ(preferences_.scope(), ThreadScope::KnownContactsOnly);
+}
+
+TEST_F(CollectionPreferencesTest, UnknownTextFallsBackToTextAndToTheNarrowScope) {
+    for (const char* garbage : {"", "METADATAONLY", "metadataonly", "metadataOnly ", "x"}) {
+        defaults_.setString("collection.mode", garbage);
+        EXPECT_EQ(preferences_.mode(), CollectionMode::WithBodies) << garbage;
+    }
+    for (const char* garbage : {"", "ALLTHREADS", "allthreads", " allThreads", "x"}) {
+        defaults_.setString("collection.scope", garbage);
+        EXPECT_EQ(preferences_.scope(), ThreadScope::KnownContactsOnly) << garbage;
+    }
+}
+
+TEST_F(CollectionPreferencesTest, AValueThatIsNotTextReadsAsTheDefault) {
+    defaults_.setInteger("collection.mode", 0);
+    defaults_.setBoolean("collection.scope", true);
+    EXPECT_EQ(preferences_.mode(), CollectionMode::WithBodies);
+    EXPECT_EQ(preferences_.scope(), ThreadScope::KnownContactsOnly);
+}
+
+TEST_F(CollectionPreferencesTest, EveryReadGoesToTheStore) {
+    EXPECT_EQ(preferences_.mode(), CollectionMode::WithBodies);
+    defaults_.setString("collection.mode", "metadataOnly");
+    EXPECT_EQ(preferences_.mode(), CollectionMode::MetadataOnly);
+}
+
+TEST_F(CollectionPreferencesTest, AChoiceThatCouldNotBeStoredIsReportedAndTheOldOneStands) {
+    preferences_.setScope(ThreadScope::AllThreads);
+    defaults_.setFailsWrites(true);
+    EXPECT_THROW(preferences_.setScope(ThreadScope::KnownContactsOnly), PlatformError);
+    EXPECT_EQ(preferences_.scope(), ThreadScope::AllThreads);
+}
+
+TEST_F(CollectionPreferencesTest, NamesReadBackExactlyOrNotAtAll) {
+    EXPECT_EQ(collectionModeFromRawValue("metadataOnly"), CollectionMode::MetadataOnly);
+    EXPECT_EQ(collectionModeFromRawValue("withBodies"), CollectionMode::WithBodies);
+    EXPECT_EQ(collectionModeFromRawValue("WithBodies"), std::nullopt);
+    EXPECT_EQ(collectionModeFromRawValue("allThreads"), std::nullopt);
+    EXPECT_EQ(threadScopeFromRawValue("knownContactsOnly"), ThreadScope::KnownContactsOnly);
+    EXPECT_EQ(threadScopeFromRawValue("allThreads"), ThreadScope::AllThreads);
+    EXPECT_EQ(threadScopeFromRawValue("all"), std::nullopt);
+    EXPECT_EQ(threadScopeFromRawValue(""), std::nullopt);
+}
+
+} // namespace tavrin
