@@ -16,12 +16,14 @@
 
 namespace orvel {
 
+class Worker;
+
 /// The agent's only reader of the user's address book.
 ///
 /// Widens the set of known handles with the other identifiers of the same cards, builds the index
 /// from which records get names and e-mail addresses, and asks for access. Missing access and
-/// reading errors are logged and never fail a scan. Main thread; borrows the address book, and must
-/// outlive what it returns.
+/// reading errors are logged and never fail a scan. Main thread, with the matching itself on the
+/// worker; must outlive the tasks it returns.
 class ContactBridge final {
 public:
     enum class Availability { Granted, Denied, NotDetermined };
@@ -46,7 +48,7 @@ public:
         std::int64_t scanned = 0;
     };
 
-    ContactBridge(AddressBook& addressBook, LogStore& logStore);
+    ContactBridge(AddressBook& addressBook, Worker& worker, LogStore& logStore);
 
     /// Whether access is granted, after asking the user when nothing is decided yet.
     QCoro::Task<bool> requestAccess();
@@ -67,8 +69,10 @@ public:
 
 private:
     [[nodiscard]] bool isGranted() const { return availability() == Availability::Granted; }
+    QCoro::Task<AddressBook::Cards> cardsWith(AddressBook::Fields fields);
 
     AddressBook& addressBook_;
+    Worker& worker_;
     Logger log_;
 };
 

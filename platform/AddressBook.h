@@ -10,7 +10,8 @@
 
 namespace orvel {
 
-/// One person or organization as the address book has it: nothing is trimmed or normalized.
+/// One person or organization as the address book has it: nothing is trimmed or normalized. Always
+/// well-formed UTF-8.
 struct ContactCard {
     std::string givenName;
     std::string familyName;
@@ -22,7 +23,8 @@ struct ContactCard {
 };
 
 /// The user's address book, behind the user's consent. Main thread; completions run there exactly
-/// once, never before the call returns.
+/// once, never before the call returns. Destroying the address book drops what is in flight without
+/// calling back.
 class AddressBook {
 public:
     /// Which parts of the cards to read; the others stay empty.
@@ -48,7 +50,8 @@ public:
     /// Asks the user when nothing is decided yet; answers whether access is granted now.
     virtual void requestAccess(std::function<void(bool)> completion) = 0;
 
-    /// All cards, in the address book's order.
+    /// The cards of all people and organizations, in the address book's order; lists of people are
+    /// left out. Without access it fails.
     virtual void enumerateCards(Fields fields, std::function<void(Cards)> completion) = 0;
 };
 

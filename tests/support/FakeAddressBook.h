@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "platform/AddressBook.h"
+
+#include <QObject>
+
+#include <optional>
+#include <utility>
+#include <vector>
+
+namespace orvel::test {
+
+/// An address book in memory, with a user who answers at once.
+class FakeAddressBook final : public AddressBook {
+public:
+    int status = authorized;
+    /// What the user says when asked.
+    bool userAllows = true;
+    std::vector<ContactCard> cards;
+    /// Enumerating fails with this when set.
+    std::optional<tavrin::PlatformError> readError;
+
+    /// How often the user was asked.
+    int questions = 0;
+    /// Which fields each enumeration asked for.
+    std::vector<Fields> enumerations;
+
+    [[nodiscard]] int authorizationStatus() const override { return status; }
+
+    void requestAccess(std::function<void(bool)> completion) override {
+        const bool isDecided = status == restricted || status == denied || hasAccess();
+        if (!isDecided) {
+            ++questions;
+            status = userAllows ? authorized : denied;
+        }
+        later([completion = std::move(completion), granted = hasAccess()] { completion(granted); });
+    }
+
+    void enumerateCards(Fields fields, std::function<void(Cards)> completion) override {
+        enumerations.push_back(fields);
+        later([completion = std::move(completion), result = read(fields)] { completion(result); });
+    }
+
+private:
+    [[nodiscard]] bool hasAccess() const { return status == authorized || status == limited; }
+
+    [[nodiscard]] Cards read(Fields fields) const {
+        if (!hasAccess()) {
+            return tavrin::PlatformError("FakeAddressBook", status, "There is no access.");
+        }
+        if (readError) {
+            return *readError;
+        }
+        std::vector<ContactCard> result = cards;
+        if (fields == Fields::Identifiers) {
+            for (ContactCard& card : result) {
+                card.givenName.clear();
+                card.familyName.clear();
+                card.organizationName.clear();
+            }
+        }
+        return result;
+    }
+
+    void later(std::function<void()> job) {
+        QMetaObject::invokeMethod(&context_, std::move(job), Qt::QueuedConnection);
+    }
+
+    QObject context_;
+};
+
+} // namespace orvel::test
