@@ -105,12 +105,18 @@ public:
     [[nodiscard]] bool columnExists(std::string_view column, const std::string& table);
 
 private:
+    struct ConnectionDeleter {
+        void operator()(sqlite3* connection) const;
+    };
     struct StatementDeleter {
         void operator()(sqlite3_stmt* statement) const;
     };
     using Statement = std::unique_ptr<sqlite3_stmt, StatementDeleter>;
 
-    sqlite3* handle_ = nullptr;
+    Statement prepare(const std::string& sql);
+
+    std::unique_ptr<sqlite3, ConnectionDeleter> connection_;
+    /// By text; empty while a statement runs.
     std::unordered_map<std::string, Statement> idleStatements_;
 };
 
