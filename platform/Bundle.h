@@ -7,7 +7,7 @@
 
 namespace orvel {
 
-/// The application's own resources. Read once, when made; immutable and thread-safe from then on.
+/// The application's own resources. The property list is read once, when made. Thread-safe.
 class Bundle {
 public:
     Bundle() = default;
