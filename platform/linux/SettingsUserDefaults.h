@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "core/UserDefaults.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <variant>
+
+class QSettings;
+
+namespace orvel {
+
+/// User defaults in a file of Qt's settings with one key on each line, for example
+///
+///     collection.mode=metadataOnly
+///     messages.backfill.done=true
+///     messages.last24h.at=2024-03-09T17:05:42.123Z
+///     messages.rowid.watermark=4711
+///
+/// The text alone tells the type: whole numbers in their shortest form, "true" and "false", and
+/// dates just as above are what they look like; anything else is a string. A string that would be
+/// taken for another type is written with an apostrophe before it, as is one that starts with one.
+/// A line break is written as "\n" and a backslash as two. Keys hold no "=" and no line break.
+///
+/// Processes that share the file change only the keys they set. What another process wrote is seen
+/// from this one's next write on.
+class SettingsUserDefaults final : public tavrin::UserDefaults {
+public:
+    /// "orvel-agent/defaults.conf" in the user's configuration folder.
+    [[nodiscard]] static std::filesystem::path defaultFile();
+
+    /// A missing file is an empty one. Throws `tavrin::PlatformError` when it cannot be read.
+    explicit SettingsUserDefaults(std::filesystem::path file);
+
+    [[nodiscard]] std::optional<std::string> string(std::string_view key) const override;
+    [[nodiscard]] std::optional<std::int64_t> integer(std::string_view key) const override;
+    [[nodiscard]] std::optional<bool> boolean(std::string_view key) const override;
+    [[nodiscard]] std::optional<tavrin::Date> date(std::string_view key) const override;
+
+    void setString(std::string_view key, std::string_view value) override;
+    void setInteger(std::string_view key, std::int64_t value) override;
+    void setBoolean(std::string_view key, bool value) override;
+    /// The year must have four digits.
+    void setDate(std::string_view key, tavrin::Date value) override;
+    void remove(std::string_view key) override;
+
+private:
+    using Value = std::variant<std::string, std::int64_t, bool, tavrin::Date>;
+    using Values = std::map<std::string, Value, std::less<>>;
+
+    [[nodiscard]] static std::string textOf(const Value& value);
+    [[nodiscard]] static Value valueOf(const std::string& text);
+    [[nodiscard]] static Values valuesOf(const QSettings& settings);
+
+    template <typename T>
+    [[nodiscard]] std::optional<T> value(std::string_view key) const;
+    void write(std::string_view key, const std::optional<Value>& value);
+
+    std::filesystem::path file_;
+    /// Held while a write reaches the disk; taken before the other.
+    std::mutex writeMutex_;
+    mutable std::mutex valuesMutex_;
+    /// What is on disk, as far as this process knows.
+    Values values_;
+};
+
+} // namespace orvel
