@@ -4,41 +4,35 @@
 #include "platform/LogStore.h"
 
 #include <mutex>
-#include <ostream>
 #include <string>
 #include <vector>
 
 namespace orvel::test {
 
-/// Keeps what is logged. Thread-safe.
+/// Keeps every line for the test to read.
 class RecordingLogStore final : public LogStore {
 public:
-    struct Line {
+    struct Entry {
         LogLevel level;
         std::string category;
         std::string message;
 
-        bool operator==(const Line&) const = default;
-
-        friend std::ostream& operator<<(std::ostream& out, const Line& line) {
-            return out << static_cast<int>(line.level) << " [" << line.category << "] "
-                       << line.message;
-        }
+        bool operator==(const Entry&) const = default;
     };
+
+    [[nodiscard]] std::vector<Entry> entries() const {
+        const std::lock_guard lock(mutex_);
+        return entries_;
+    }
 
     void write(LogLevel level, std::string_view category, std::string_view message) override {
         const std::lock_guard lock(mutex_);
-        lines_.push_back({level, std::string(category), std::string(message)});
-    }
-
-    [[nodiscard]] std::vector<Line> lines() const {
-        const std::lock_guard lock(mutex_);
-        return lines_;
+        entries_.push_back({level, std::string(category), std::string(message)});
     }
 
 private:
     mutable std::mutex mutex_;
-    std::vector<Line> lines_;
+    std::vector<Entry> entries_;
 };
 
 } // namespace orvel::test
