@@ -50,11 +50,8 @@ public:
     }
 
     ~BootTimeTimer() override {
-        if (notifier_) {
-            // We may be inside its signal.
-            notifier_->setEnabled(false);
-            notifier_.release()->deleteLater();
-        }
+        // Before the descriptor it watches.
+        notifier_.reset();
         close(descriptor_);
     }
 
@@ -63,7 +60,9 @@ public:
 
 private:
     void fire() {
+        // We are inside its signal.
         notifier_->setEnabled(false);
+        notifier_.release()->deleteLater();
         // The callback may destroy this object, and with it a callback that were still inside it.
         const std::function<void()> callback = std::exchange(callback_, nullptr);
         callback();
