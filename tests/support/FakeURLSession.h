@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "platform/URLSession.h"
+
+#include <QObject>
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace orvel::test {
+
+/// A network of the test's making. A request takes the next queued answer; when none is left, the
+/// handler's; when there is no handler either, "Could not connect to the server."
+class FakeURLSession final : public URLSession {
+public:
+    /// No value leaves the request without an answer until it is cancelled.
+    using Answer = std::optional<URLResult>;
+    using Handler = std::function<Answer(const URLRequest&)>;
+
+    FakeURLSession();
+    ~FakeURLSession() override;
+
+    void enqueue(Answer answer);
+    void enqueue(int status, std::string body);
+    void enqueue(tavrin::URLErrorCode code);
+    void setHandler(Handler handler);
+
+    /// Every request so far, in the order of their start.
+    [[nodiscard]] const std::vector<URLRequest>& requests() const { return requests_; }
+    /// The requests whose completion has not been called yet.
+    [[nodiscard]] std::size_t inFlight() const;
+
+    [[nodiscard]] std::unique_ptr<Task>
+    start(URLRequest request, std::function<void(URLResult)> completion) override;
+
+private:
+    using Completions = std::map<std::uint64_t, std::function<void(URLResult)>>;
+    class FakeTask;
+
+    /// What the tasks share with their session.
+    struct State {
+        QObject context;
+        Completions completions;
+
+        void deliver(std::uint64_t id, URLResult result);
+        void cancel(std::uint64_t id);
+    };
+
+    [[nodiscard]] Answer answer(const URLRequest& request);
+
+    std::shared_ptr<State> state_;
+    std::deque<Answer> answers_;
+    Handler handler_;
+    std::vector<URLRequest> requests_;
+};
+
+} // namespace orvel::test
