@@ -67,7 +67,7 @@ struct RecordingFixture {
 
     std::vector<std::string> lines() {
         std::vector<std::string> lines;
-        for (const auto& [level, category, message] : store.entries()) {
+        for (const auto& [level, category, message] : store.lines()) {
             constexpr std::array names = {"debug", "info", "default", "error"};
             lines.push_back(
                 std::string(names.at(static_cast<std::size_t>(level))) + " " + category + ": " +
