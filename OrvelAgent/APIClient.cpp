@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/APIClient.h"
+
+#include "OrvelAgent/Configuration.h"
+#include "OrvelAgent/URLLoading.h"
+#include "core/SessionPolicy.h"
+#include "core/Text.h"
+
+#include <QString>
+#include <QTextBoundaryFinder>
+#include <QUrl>
+
+namespace orvel {
+
+namespace {
+
+/// How many characters of a reply that is no envelope are shown to the user.
+constexpr int shownCharacters = 500;
+
+/// The first characters as a reader counts them: a letter with its marks is one, and so is a line
+/// break of two.
+std::string firstCharacters(const std::string& bytes) {
+    if (!tavrin::isValidUTF8(bytes)) {
+        return {};
+    }
+    const QString text = QString::fromStdString(bytes);
+    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
+    qsizetype end = 0;
+    for (int count = 0; count < shownCharacters; ++count) {
+        const qsizetype next = finder.toNextBoundary();
+        if (next < 0) {
+            break;
+        }
+        end = next;
+    }
+    return text.left(end).toStdString();
+}
+
+} // namespace
+
+APIClient::APIClient(
+    URLSession& session,
+    Worker& worker,
+    const Configuration& configuration,
+    std::string baseURL,
+    TokenProvider tokenProvider,
+    tavrin::Seconds requestTimeout,
+    SessionExpiredHandler onSessionExpired)
+    : session_(&session),
+      worker_(&worker),
+      userAgent_(configuration.displayName() + "-mac/" + configuration.shortVersion()),
+      baseURL_(std::move(baseURL)),
+      tokenProvider_(std::move(tokenProvider)),
+      requestTimeout_(requestTimeout),
+      onSessionExpired_(std::move(onSessionExpired)),
+      encoder_(std::make_shared<JSONEncoder>()) {}
+
+QCoro::Task<URLRequest> APIClient::makeRequest(std::string path, std::string method) const {
+    URLRequest request;
+    request.url = baseURL_ + path;
+    if (!QUrl(QString::fromStdString(request.url), QUrl::StrictMode).isValid()) {
+        qFatal("Not a URL: %s", request.url.c_str());
+    }
+    request.method = std::move(method);
+    request.timeout = requestTimeout_;
+    request.headers.emplace_back("Content-Type", "application/json");
+    request.headers.emplace_back("User-Agent", userAgent_);
+    request.headers.emplace_back(
+        tavrin::SessionPolicy::headerName, tavrin::SessionPolicy::headerValue);
+    const std::optional<std::string> token = co_await tokenProvider_();
+    if (token) {
+        request.headers.emplace_back("Authorization", "Bearer " + *token);
+    }
+    co_return request;
+}
+
+QCoro::Task<URLResponse>
+APIClient::exchange(URLRequest request, tavrin::CancellationToken cancellation) const {
+    return load(session_, std::move(request), std::move(cancellation));
+}
+
+APIClient::Failure APIClient::failureOf(
+    const URLResponse& response,
+    std::optional<std::string> error,
+    std::optional<std::string> code) {
+    return {
+        APIError(response.status, error ? *std::move(error) : firstCharacters(response.body)),
+        tavrin::SessionPolicy::isSessionExpired(response.status, code)};
+}
+
+} // namespace orvel

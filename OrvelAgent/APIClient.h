@@ -1,0 +1,134 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "OrvelAgent/APIError.h"
+#include "OrvelAgent/Envelope.h"
+#include "OrvelAgent/JSONCoding.h"
+#include "OrvelAgent/Worker.h"
+#include "core/CancellationToken.h"
+#include "core/Date.h"
+#include "platform/URLSession.h"
+
+#include <QCoroTask>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <variant>
+
+namespace orvel {
+
+class Configuration;
+
+/// The JSON client of our own service: fixed headers, a bearer token, one envelope, one error type.
+/// It knows no endpoint.
+///
+/// A value, copied freely; several sends may be in flight at once. Encoding and decoding happen on
+/// the worker. The session and the worker are borrowed and must outlive every send. Main thread.
+class APIClient final {
+public:
+    /// Yields the bearer token of one request, or nothing for a request without one.
+    using TokenProvider = std::function<QCoro::Task<std::optional<std::string>>()>;
+    using SessionExpiredHandler = std::function<QCoro::Task<>()>;
+
+    /// `baseURL` is scheme and host, with no trailing slash; the token goes nowhere else.
+    APIClient(
+        URLSession& session,
+        Worker& worker,
+        const Configuration& configuration,
+        std::string baseURL,
+        TokenProvider tokenProvider,
+        tavrin::Seconds requestTimeout,
+        SessionExpiredHandler onSessionExpired = {});
+
+    /// Sends one request, once, and gives the payload of its reply.
+    ///
+    /// Throws `APIError` for every reply that is not a success, after awaiting the session-expired
+    /// handler if the reply says so; `tavrin::URLError` when there is no reply; what the body's
+    /// encoding throws, before anything is sent. A base URL and path that make no URL end the
+    /// process: that is a mistake in the program.
+    template <typename Reply, typename Body = Empty>
+    QCoro::Task<Reply> send(
+        std::string path,
+        std::string method,
+        std::shared_ptr<const Body> body,
+        tavrin::CancellationToken cancellation = {}) const {
+        return sendFrom<Reply, Body>(
+            *this, std::move(path), std::move(method), std::move(body), std::move(cancellation));
+    }
+
+private:
+    struct Failure {
+        APIError error;
+        bool sessionExpired;
+    };
+
+    /// On a copy of the client, which lives as long as the request.
+    template <typename Reply, typename Body>
+    static QCoro::Task<Reply> sendFrom(
+        APIClient client,
+        std::string path,
+        std::string method,
+        std::shared_ptr<const Body> body,
+        tavrin::CancellationToken cancellation) {
+        URLRequest request = co_await client.makeRequest(std::move(path), std::move(method));
+        if (body) {
+            auto encode = [encoder = client.encoder_, body = std::move(body)] {
+                return encoder->encode(*body);
+            };
+            request.body = co_await client.worker_->run(std::move(encode));
+        }
+        URLResponse response =
+            co_await client.exchange(std::move(request), std::move(cancellation));
+        auto decode = [response = std::move(response)] {
+            return outcomeOf<Reply>(response);
+        };
+        std::variant<Reply, Failure> outcome = co_await client.worker_->run(std::move(decode));
+        if (auto* failure = std::get_if<Failure>(&outcome)) {
+            if (failure->sessionExpired && client.onSessionExpired_) {
+                co_await client.onSessionExpired_();
+            }
+            throw APIError(failure->error);
+        }
+        co_return std::get<Reply>(std::move(outcome));
+    }
+
+    template <typename Reply>
+    static std::variant<Reply, Failure> outcomeOf(const URLResponse& response) {
+        std::optional<Envelope<Reply>> envelope = decodeEnvelope<Reply>(response.body);
+        const bool isSuccess = response.status >= 200 && response.status <= 299;
+        if (isSuccess && envelope && envelope->ok) {
+            if (envelope->data) {
+                return *std::move(envelope->data);
+            }
+            return Failure{APIError(response.status, "Response had no data."), false};
+        }
+        if (!envelope) {
+            return failureOf(response, std::nullopt, std::nullopt);
+        }
+        return failureOf(response, std::move(envelope->error), std::move(envelope->code));
+    }
+
+    static Failure failureOf(
+        const URLResponse& response,
+        std::optional<std::string> error,
+        std::optional<std::string> code);
+
+    QCoro::Task<URLRequest> makeRequest(std::string path, std::string method) const;
+    QCoro::Task<URLResponse>
+    exchange(URLRequest request, tavrin::CancellationToken cancellation) const;
+
+    URLSession* session_;
+    Worker* worker_;
+    std::string userAgent_;
+    std::string baseURL_;
+    TokenProvider tokenProvider_;
+    tavrin::Seconds requestTimeout_;
+    SessionExpiredHandler onSessionExpired_;
+    /// Used on the worker only; shared by the copies of one client.
+    std::shared_ptr<JSONEncoder> encoder_;
+};
+
+} // namespace orvel

@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <boost/json/monotonic_resource.hpp>
+#include <boost/json/parse.hpp>
+#include <boost/json/serialize.hpp>
+#include <boost/json/value.hpp>
+#include <boost/json/value_from.hpp>
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace orvel {
+
+/// Encodes values as JSON text, keys in the order in which each type writes them. The tree of one
+/// value is built in a buffer that the next value uses again. One thread at a time.
+class JSONEncoder final {
+public:
+    template <typename Value>
+    [[nodiscard]] std::string encode(const Value& value) {
+        boost::json::monotonic_resource resource(buffer_.get(), bufferSize);
+        return boost::json::serialize(boost::json::value_from(value, &resource));
+    }
+
+private:
+    // Room for a usual batch of 500 records; a larger one takes more from the heap while it lasts.
+    static constexpr std::size_t bufferSize = std::size_t{2} << 20U;
+
+    std::unique_ptr<unsigned char[]> buffer_ = // NOLINT(modernize-avoid-c-arrays)
+        std::make_unique_for_overwrite<unsigned char[]>(
+            bufferSize); // NOLINT(modernize-avoid-c-arrays)
+};
+
+/// The body of requests that carry nothing.
+struct Empty {};
+
+inline void tag_invoke(const boost::json::value_from_tag&, boost::json::value& json, const Empty&) {
+    json.emplace_object();
+}
+
+} // namespace orvel

@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "core/CancellationToken.h"
+#include "core/Errors.h"
+#include "core/FileCopier.h"
+
+#include <atomic>
+#include <cerrno>
+#include <filesystem>
+
+namespace orvel::test {
+
+/// Copies with the standard library; can be told to fail.
+class PlainFileCopier final : public tavrin::FileCopier {
+public:
+    void setFails(bool fails) { fails_ = fails; }
+
+    void copy(
+        const std::filesystem::path& source,
+        const std::filesystem::path& destination,
+        const tavrin::CancellationToken& cancellation) override {
+        cancellation.throwIfCancelled();
+        if (fails_) {
+            throw tavrin::PlatformError::fromErrno(ENOSPC, "Could not copy");
+        }
+        std::filesystem::copy_file(source, destination);
+    }
+
+private:
+    std::atomic<bool> fails_ = false;
+};
+
+} // namespace orvel::test
