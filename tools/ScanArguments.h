@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "core/CollectionPreferences.h"
+#include "core/Date.h"
+
+#include <exception>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace orvel {
+
+/// What the command line of `orvel-scan` asks for.
+struct ScanArguments {
+    /// Scheme, host and port, without a trailing slash; the built-in service when absent.
+    std::optional<std::string> apiURL;
+    std::optional<std::filesystem::path> certificateFile;
+    std::string token;
+    std::optional<std::string> sourcePath;
+    std::optional<std::filesystem::path> stateFile;
+    /// The user's own choice when absent.
+    std::optional<tavrin::CollectionMode> mode;
+    /// The user's own choice when absent.
+    std::optional<tavrin::ThreadScope> scope;
+    std::optional<tavrin::Date> since;
+    bool usesAddressBook = true;
+    double backfillPause = 10;
+    std::vector<double> retryDelays{5, 15, 45};
+    bool isPreview = false;
+    /// Standard output when absent.
+    std::optional<std::filesystem::path> previewFile;
+    std::optional<std::filesystem::path> knownHandlesFile;
+    bool printsJSON = false;
+    bool isVerbose = false;
+};
+
+/// The command line ends the program before it does anything: with help (status 0), or because it
+/// makes no sense (status 2).
+struct EarlyExit {
+    int status;
+    std::string message;
+};
+
+/// Reads the command line, the token file and the environment's token. No message ever holds a
+/// token.
+[[nodiscard]] std::variant<ScanArguments, EarlyExit>
+parseScanArguments(int argc, const char* const* argv);
+
+} // namespace orvel

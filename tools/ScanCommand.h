@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "OrvelAgent/CollectorService.h"
+#include "OrvelAgent/Worker.h"
+#include "core/CancellationToken.h"
+#include "platform/Platform.h"
+#include "tools/ScanArguments.h"
+#include "tools/ScanReport.h"
+
+#include <QCoroTask>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace orvel {
+
+class PreviewSession;
+class OverlayUserDefaults;
+
+/// One scan from a terminal, on the agent's own services. Main thread.
+class ScanCommand final {
+public:
+    /// Throws what cannot begin: `tavrin::PlatformError` for files that cannot be read or written,
+    /// `tavrin::JSONDecodingError` for a list of known handles that is none.
+    explicit ScanCommand(ScanArguments arguments);
+    ~ScanCommand();
+    ScanCommand(const ScanCommand&) = delete;
+    ScanCommand& operator=(const ScanCommand&) = delete;
+
+    /// The whole scan. Gives the exit status after the summary is printed.
+    QCoro::Task<int> run();
+
+    /// Ends the scan; `run` then comes to its end soon, with nothing left behind.
+    void cancel() { cancellation_.cancel(); }
+
+private:
+    struct People {
+        CollectorService::HintSet hints;
+        ContactBridge::IdentityIndex identities;
+    };
+
+    QCoro::Task<CollectorService::HintSet> fetchHints();
+    QCoro::Task<People> consultAddressBook(CollectorService::HintSet hints);
+    void print(const CollectorService::ScanSummary& summary);
+
+    ScanArguments arguments_;
+    tavrin::CancellationSource cancellation_;
+    bool isInteractive_;
+    Platform platform_;
+    std::unique_ptr<OverlayUserDefaults> previewDefaults_;
+    std::unique_ptr<PreviewSession> previewSession_;
+    std::unique_ptr<Worker> worker_;
+    std::unique_ptr<WatermarkStore> watermarkStore_;
+    std::unique_ptr<IngestClient> ingest_;
+    std::unique_ptr<CollectorService> collector_;
+    std::unique_ptr<ScanProgressLine> progressLine_;
+};
+
+} // namespace orvel

@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "core/Errors.h"
+#include "tools/ScanArguments.h"
+#include "tools/ScanCommand.h"
+#include "tools/SignalWatch.h"
+
+#include <QCoreApplication>
+
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <memory>
+#include <utility>
+#include <variant>
+
+namespace {
+
+constexpr int scanFailed = 1;
+constexpr int signalStatus = 128;
+
+QCoro::Task<> runAndQuit(orvel::ScanCommand* command) {
+    int status = scanFailed;
+    try {
+        status = co_await command->run();
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "orvel-scan: %s\n", error.what());
+    }
+    QCoreApplication::exit(status);
+}
+
+/// Starts the scan inside the event loop, so that the loop is there to be ended.
+int execute(orvel::ScanArguments arguments) {
+    orvel::ScanCommand command(std::move(arguments));
+    orvel::SignalWatch signalWatch([&command] { command.cancel(); });
+    QCoro::Task<> scan;
+    QMetaObject::invokeMethod(
+        QCoreApplication::instance(), [&] { scan = runAndQuit(&command); }, Qt::QueuedConnection);
+    const int status = QCoreApplication::exec();
+    if (const auto number = signalWatch.received()) {
+        return signalStatus + *number;
+    }
+    return status;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    // A reader that goes away is a failed write, not the end of this process and its cleaning up.
+    std::signal(SIGPIPE, SIG_IGN);
+    const QCoreApplication application(argc, argv);
+    auto parsed = orvel::parseScanArguments(argc, argv);
+    if (const auto* exit = std::get_if<orvel::EarlyExit>(&parsed)) {
+        std::fputs(exit->message.c_str(), exit->status == 0 ? stdout : stderr);
+        return exit->status;
+    }
+    try {
+        return execute(std::get<orvel::ScanArguments>(std::move(parsed)));
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "orvel-scan: %s\n", error.what());
+        return scanFailed;
+    }
+}
