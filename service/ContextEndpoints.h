@@ -1,0 +1,14 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+namespace orvel::service {
+
+class KnownHandles;
+class RecordStore;
+class Router;
+
+/// The endpoints below "/api/v1/context": ingest, handle-digest and diagnostics. Store and handles
+/// must outlive the router.
+void addContextEndpoints(Router& router, RecordStore& store, const KnownHandles& knownHandles);
+
+} // namespace orvel::service

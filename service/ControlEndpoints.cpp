@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "service/ControlEndpoints.h"
+
+#include "core/JSON.h"
+#include "service/Envelope.h"
+#include "service/FaultScript.h"
+#include "service/Router.h"
+
+#include <boost/json.hpp>
+
+#include <string>
+#include <utility>
+
+namespace orvel::service {
+
+namespace {
+
+namespace json = boost::json;
+
+std::int64_t integerBetween(
+    const json::object& body,
+    std::string_view key,
+    std::int64_t least,
+    std::int64_t most,
+    std::int64_t fallback) {
+    const auto value = tavrin::optionalIntegerAt(body, key).value_or(fallback);
+    if (value < least || value > most) {
+        throw Refusal::invalidRequest(
+            "\"" + std::string(key) + "\" must be between " + std::to_string(least) + " and " +
+            std::to_string(most) + ".");
+    }
+    return value;
+}
+
+Fault faultOf(const json::object& body) {
+    const auto kind = tavrin::stringAt(body, "fault");
+    const auto textAt = [&body](std::string_view key) {
+        return tavrin::optionalStringAt(body, key);
+    };
+    if (kind == "status") {
+        const auto status = static_cast<int>(integerBetween(body, "status", 200, 599, 503));
+        return textAt("code")
+                   ? Fault::refusal(status, *textAt("code"), textAt("error").value_or(""))
+                   : Fault::answer(status, textAt("body").value_or(""));
+    }
+    if (kind == "delay") {
+        return {};
+    }
+    if (kind == "reset") {
+        return Fault::reset();
+    }
+    if (kind == "cut-off") {
+        return Fault::cutOff();
+    }
+    if (kind == "accept-then-reset") {
+        return Fault::acceptThenReset();
+    }
+    if (kind == "accept-then-cut-off") {
+        return Fault::acceptThenCutOff();
+    }
+    throw Refusal::invalidRequest("There is no such \"fault\".");
+}
+
+} // namespace
+
+void addControlEndpoints(
+    Router& router, FaultScript& faults, std::function<json::object()> statistics) {
+    using enum Router::Access;
+    router.add("POST", "/control/faults", BearerToken, [&faults](const Request& request) {
+        const auto body = jsonBody(request);
+        auto fault = faultOf(body);
+        fault.path = tavrin::optionalStringAt(body, "path").value_or("");
+        fault.delay =
+            std::chrono::milliseconds(integerBetween(body, "delayMilliseconds", 0, 86'400'000, 0));
+        const auto times = integerBetween(body, "times", 1, 1'000'000, 1);
+        faults.add(std::move(fault), static_cast<std::size_t>(times));
+        return success({{"pendingFaults", faults.pending()}});
+    });
+    router.add("DELETE", "/control/faults", BearerToken, [&faults](const Request&) {
+        faults.clear();
+        return success({{"pendingFaults", 0}});
+    });
+    router.add(
+        "GET", "/control/stats", BearerToken, [statistics = std::move(statistics)](const Request&) {
+            return success(statistics());
+        });
+}
+
+} // namespace orvel::service

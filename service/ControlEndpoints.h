@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <boost/json/fwd.hpp>
+
+#include <functional>
+
+namespace orvel::service {
+
+class FaultScript;
+class Router;
+
+/// The endpoints below "/control", for test programs that cannot call the service's functions:
+/// faults and counts. The script must outlive the router.
+void addControlEndpoints(
+    Router& router, FaultScript& faults, std::function<boost::json::object()> statistics);
+
+} // namespace orvel::service

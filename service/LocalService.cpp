@@ -1,0 +1,243 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "service/LocalService.h"
+
+#include "service/BearerTokens.h"
+#include "service/CertificateAuthority.h"
+#include "service/ContextEndpoints.h"
+#include "service/ControlEndpoints.h"
+#include "service/Envelope.h"
+#include "service/HTTPSServer.h"
+#include "service/KnownHandles.h"
+#include "service/RecordStore.h"
+#include "service/Router.h"
+#include "service/StatusPage.h"
+#include "service/TrafficCapture.h"
+
+#include <boost/json.hpp>
+
+#include <atomic>
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <utility>
+
+namespace orvel::service {
+
+class LocalService::Implementation final {
+public:
+    explicit Implementation(Options options);
+
+    void start();
+    void stop();
+
+    FaultScript faults;
+    BearerTokens tokens;
+    RecordStore store;
+    const CertificateAuthority authority;
+    std::atomic<std::uint16_t> port;
+
+    [[nodiscard]] std::size_t requestCount() const;
+    [[nodiscard]] std::size_t requestCount(std::string_view path) const;
+    [[nodiscard]] bool waitForRequests(std::size_t count, std::chrono::milliseconds limit) const;
+
+private:
+    [[nodiscard]] Reply answer(const Request& request);
+    [[nodiscard]] Reply answerContract(const Request& request);
+    void count(const Request& request);
+    void wait(std::chrono::milliseconds delay);
+    [[nodiscard]] boost::json::object statistics() const;
+
+    const KnownHandles knownHandles_;
+    /// What the agent talks to: counted, captured and subject to faults.
+    Router contract_;
+    /// What a person or a test program talks to.
+    Router operator_;
+    std::unique_ptr<TrafficCapture> capture_;
+    std::mutex logMutex_;
+    const std::function<void(std::string_view)> log_;
+
+    mutable std::mutex mutex_;
+    mutable std::condition_variable changed_;
+    bool isStopping_ = false;
+    std::size_t requestCount_ = 0;
+    std::map<std::string, std::size_t, std::less<>> pathCounts_;
+
+    /// Last, so that it stops before anything it uses is gone.
+    HTTPSServer server_;
+};
+
+LocalService::Implementation::Implementation(Options options)
+    : tokens(std::move(options.tokens)),
+      store(options.store),
+      authority(std::move(options.certificates), std::chrono::system_clock::now()),
+      port(options.port),
+      knownHandles_(options.knownHandles),
+      contract_(tokens),
+      operator_(tokens),
+      log_(std::move(options.log)),
+      server_(authority.serverCertificate(), authority.serverKey(), [this](const Request& request) {
+          return answer(request);
+      }) {
+    addContextEndpoints(contract_, store, knownHandles_);
+    addStatusPage(operator_, store);
+    if (options.hasControl) {
+        addControlEndpoints(operator_, faults, [this] { return statistics(); });
+    }
+    if (options.capture) {
+        capture_ = std::make_unique<TrafficCapture>(std::move(*options.capture));
+    }
+}
+
+void LocalService::Implementation::start() {
+    {
+        const std::lock_guard lock(mutex_);
+        isStopping_ = false;
+    }
+    port = server_.start(port);
+}
+
+void LocalService::Implementation::stop() {
+    {
+        const std::lock_guard lock(mutex_);
+        isStopping_ = true;
+    }
+    changed_.notify_all();
+    server_.stop();
+}
+
+Reply LocalService::Implementation::answer(const Request& request) {
+    const bool isForOperator = operator_.hasPath(request.path);
+    auto reply = isForOperator ? operator_.serve(request) : answerContract(request);
+    if (log_) {
+        // Any other path is the client's own text and may hold anything.
+        const bool isKnown = isForOperator || contract_.hasPath(request.path);
+        const std::string path = isKnown ? request.path : "(unknown path)";
+        const std::lock_guard lock(logMutex_);
+        log_(request.method + " " + path + " " + std::to_string(reply.status));
+    }
+    return reply;
+}
+
+Reply LocalService::Implementation::answerContract(const Request& request) {
+    count(request);
+    if (capture_) {
+        capture_->append(request);
+    }
+    auto fault = faults.take(request.path);
+    if (!fault) {
+        return contract_.serve(request);
+    }
+    wait(fault->delay);
+    auto reply = fault->reply ? std::move(*fault->reply) : contract_.serve(request);
+    reply.delivery = fault->delivery;
+    return reply;
+}
+
+void LocalService::Implementation::count(const Request& request) {
+    {
+        const std::lock_guard lock(mutex_);
+        ++requestCount_;
+        // Only paths that exist, or anybody could make the map grow.
+        if (contract_.hasPath(request.path)) {
+            ++pathCounts_[request.path];
+        }
+    }
+    changed_.notify_all();
+}
+
+void LocalService::Implementation::wait(std::chrono::milliseconds delay) {
+    std::unique_lock lock(mutex_);
+    changed_.wait_for(lock, delay, [this] { return isStopping_; });
+}
+
+std::size_t LocalService::Implementation::requestCount() const {
+    const std::lock_guard lock(mutex_);
+    return requestCount_;
+}
+
+std::size_t LocalService::Implementation::requestCount(std::string_view path) const {
+    const std::lock_guard lock(mutex_);
+    const auto found = pathCounts_.find(path);
+    return found == pathCounts_.end() ? 0 : found->second;
+}
+
+bool LocalService::Implementation::waitForRequests(
+    std::size_t count, std::chrono::milliseconds limit) const {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, limit, [this, count] { return requestCount_ >= count; });
+}
+
+boost::json::object LocalService::Implementation::statistics() const {
+    const auto totals = store.totals();
+    boost::json::object json{
+        {"records", totals.records},
+        {"batches", totals.batches},
+        {"diagnosticLines", totals.diagnosticLines},
+        {"pendingFaults", faults.pending()},
+    };
+    const std::lock_guard lock(mutex_);
+    json["requests"] = requestCount_;
+    json["requestsByPath"] = boost::json::value_from(pathCounts_);
+    return json;
+}
+
+LocalService::LocalService(Options options)
+    : implementation_(std::make_unique<Implementation>(std::move(options))) {}
+
+LocalService::~LocalService() {
+    implementation_->stop();
+}
+
+void LocalService::start() {
+    implementation_->start();
+}
+
+void LocalService::stop() {
+    implementation_->stop();
+}
+
+void LocalService::script(Fault fault, std::size_t times) {
+    implementation_->faults.add(std::move(fault), times);
+}
+
+void LocalService::clearFaults() {
+    implementation_->faults.clear();
+}
+
+void LocalService::expireToken(std::string token) {
+    implementation_->tokens.expire(std::move(token));
+}
+
+std::uint16_t LocalService::port() const {
+    return implementation_->port;
+}
+
+std::string LocalService::url() const {
+    return "https://127.0.0.1:" + std::to_string(port());
+}
+
+std::filesystem::path LocalService::caFile() const {
+    return implementation_->authority.certificateFile();
+}
+
+std::size_t LocalService::requestCount() const {
+    return implementation_->requestCount();
+}
+
+std::size_t LocalService::requestCount(std::string_view path) const {
+    return implementation_->requestCount(path);
+}
+
+bool LocalService::waitForRequests(std::size_t count, std::chrono::milliseconds limit) const {
+    return implementation_->waitForRequests(count, limit);
+}
+
+std::size_t LocalService::storedCount() const {
+    return static_cast<std::size_t>(implementation_->store.totals().records);
+}
+
+const RecordStore& LocalService::store() const {
+    return implementation_->store;
+}
+
+} // namespace orvel::service

@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "service/HTTP.h"
+
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
+
+namespace orvel::service {
+
+class BearerTokens;
+
+/// A set of endpoints. A group of endpoints adds itself with a function of its own; after that the
+/// router only reads and may be used from several threads.
+class Router final {
+public:
+    enum class Access { Open, BearerToken };
+    /// Answers one request, or throws `Refusal`.
+    using Action = std::function<Reply(const Request&)>;
+
+    /// The tokens must outlive the router.
+    explicit Router(const BearerTokens& tokens) : tokens_(tokens) {}
+
+    void add(std::string method, std::string path, Access access, Action action);
+
+    [[nodiscard]] bool hasPath(std::string_view path) const { return paths_.contains(path); }
+
+    /// Checks the request and carries it out. Never throws: whatever goes wrong is a reply.
+    [[nodiscard]] Reply serve(const Request& request) const;
+
+private:
+    struct Endpoint {
+        Access access;
+        Action action;
+    };
+    using Methods = std::map<std::string, Endpoint, std::less<>>;
+
+    [[nodiscard]] Reply carriedOut(const Request& request) const;
+
+    const BearerTokens& tokens_;
+    std::map<std::string, Methods, std::less<>> paths_;
+};
+
+} // namespace orvel::service

@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+namespace orvel::service {
+
+class RecordStore;
+class Router;
+
+/// The page at "/", which shows a person what was received. The store must outlive the router.
+void addStatusPage(Router& router, const RecordStore& store);
+
+} // namespace orvel::service

@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "service/TrafficCapture.h"
+
+#include <string>
+
+namespace orvel::service {
+
+void TrafficCapture::append(const Request& request) {
+    std::string text = request.method + " " + request.path + "\r\n";
+    for (const auto& [name, value] : request.headers) {
+        const bool isSecret = equalsIgnoringCase(name, "Authorization");
+        text += name + ": " + (isSecret ? "(left out)" : value) + "\r\n";
+    }
+    text += "\r\n" + request.body + "\r\n";
+    const std::lock_guard lock(mutex_);
+    file_.write(text);
+}
+
+} // namespace orvel::service

@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "service/HTTP.h"
+#include "service/PrivateFile.h"
+
+#include <filesystem>
+#include <mutex>
+#include <utility>
+
+namespace orvel::service {
+
+/// Appends requests to a file, readable by its owner only, so that the traffic can be searched.
+/// Usable from several threads.
+class TrafficCapture final {
+public:
+    /// Throws `ServiceError`.
+    explicit TrafficCapture(std::filesystem::path file)
+        : file_(std::move(file), PrivateFile::Mode::Append) {}
+
+    /// Everything but the bearer token. Throws `ServiceError`.
+    void append(const Request& request);
+
+private:
+    std::mutex mutex_;
+    PrivateFile file_;
+};
+
+} // namespace orvel::service

@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "service/KnownHandles.h"
+#include "service/LocalService.h"
+#include "service/ServiceError.h"
+
+#include <CLI/CLI.hpp>
+#include <pthread.h>
+#include <sys/prctl.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using orvel::service::LocalService;
+using orvel::service::ServiceError;
+
+constexpr const char* controlHelp = R"(Control (--control), with any accepted bearer token:
+  POST /control/faults    spoils the next replies. Keys of the JSON body:
+      "fault"             "status", "delay", "reset", "cut-off",
+                          "accept-then-reset" or "accept-then-cut-off" (the last
+                          two carry the request out, but its reply is lost)
+      "times"             how many replies (1)
+      "path"              only requests to this path (any)
+      "delayMilliseconds" wait before anything else (0)
+      "status", "body"    of a "status" fault (503, empty)
+      "code", "error"     of a "status" fault: an error envelope instead of "body"
+  DELETE /control/faults  forgets the faults to come
+  GET /control/stats      what was received so far)";
+
+struct Arguments {
+    LocalService::Options service;
+    std::optional<std::filesystem::path> tokenFile;
+    std::optional<std::filesystem::path> knownHandles;
+    bool isQuiet = false;
+    bool exitsWithParent = false;
+};
+
+std::filesystem::path dataDirectory() {
+    if (const char* data = std::getenv("XDG_DATA_HOME"); data != nullptr && *data == '/') {
+        return std::filesystem::path(data) / "orvel-local-service";
+    }
+    const char* home = std::getenv("HOME");
+    return std::filesystem::path(home == nullptr ? "." : home) / ".local/share/orvel-local-service";
+}
+
+void declare(CLI::App& app, Arguments& arguments) {
+    const auto file = [&app](const char* name, auto& target, const char* help) {
+        app.add_option(name, target, help)->type_name("FILE")->capture_default_str();
+    };
+    auto& service = arguments.service;
+    app.add_option("--port", service.port, "Port on 127.0.0.1; 0 is any free one")
+        ->type_name("NUMBER")
+        ->capture_default_str();
+    file("--store", service.store, "SQLite file for what is received");
+    app.add_option(
+           "--cert-dir",
+           service.certificates,
+           "Directory of the certificate authority and its keys")
+        ->type_name("DIRECTORY")
+        ->capture_default_str();
+    app.add_option(
+           "--token",
+           service.tokens,
+           "Bearer token to accept, more than once for more; without any, every token is accepted")
+        ->type_name("TOKEN")
+        ->allow_extra_args(false);
+    file("--token-file", arguments.tokenFile, "One token to accept per line");
+    file(
+        "--known-handles",
+        arguments.knownHandles,
+        "JSON array of the phone numbers and e-mail addresses the service knows");
+    file("--capture", service.capture, "Every request is appended to it, without its token");
+    app.add_flag("--control", service.hasControl, "Let test programs script faults (see below)");
+    app.add_flag("--quiet", arguments.isQuiet, "Do not report every request on standard error");
+    app.add_flag(
+        "--exit-with-parent", arguments.exitsWithParent, "End when the starting process ends");
+    app.footer(controlHelp);
+}
+
+void appendTokens(const std::filesystem::path& file, std::vector<std::string>& tokens) {
+    std::ifstream stream(file);
+    const auto before = tokens.size();
+    for (std::string line; std::getline(stream, line);) {
+        if (!line.empty()) {
+            tokens.push_back(std::move(line));
+        }
+    }
+    // With no token at all the service would be open to every one.
+    if (tokens.size() == before) {
+        throw ServiceError(ServiceError::File{file.string(), "it holds no token"});
+    }
+}
+
+/// Blocked before any thread starts, so that only `sigwait()` sees them.
+sigset_t blockStopSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+        sigaddset(&signals, signal);
+    }
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    return signals;
+}
+
+void run(Arguments arguments) {
+    const auto stopSignals = blockStopSignals();
+    if (arguments.exitsWithParent) {
+        prctl(PR_SET_PDEATHSIG, SIGTERM);
+    }
+    auto& options = arguments.service;
+    if (arguments.tokenFile) {
+        appendTokens(*arguments.tokenFile, options.tokens);
+    }
+    if (arguments.knownHandles) {
+        options.knownHandles = orvel::service::readKnownHandles(*arguments.knownHandles);
+    }
+    if (!arguments.isQuiet) {
+        options.log = [](std::string_view line) {
+            std::cerr << line << std::endl;
+        };
+    }
+    LocalService service(std::move(options));
+    service.start();
+    std::cout << "orvel-local-service ready at " << service.url()
+              << " (certificate authority: " << service.caFile().string() << ")" << std::endl;
+    int signal = 0;
+    sigwait(&stopSignals, &signal);
+    service.stop();
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    try {
+        Arguments arguments;
+        arguments.service.port = 8443;
+        arguments.service.store = dataDirectory() / "records.sqlite";
+        arguments.service.certificates = dataDirectory() / "certificates";
+        CLI::App app(
+            "A local service for Orvel Agent: receives what the agent sends, on this computer");
+        app.name("orvel-local-service");
+        declare(app, arguments);
+        try {
+            app.parse(argc, argv);
+        } catch (const CLI::ParseError& error) {
+            return app.exit(error) == 0 ? EXIT_SUCCESS : 2;
+        }
+        run(std::move(arguments));
+        return EXIT_SUCCESS;
+    } catch (const std::exception& error) {
+        std::cerr << "orvel-local-service: " << error.what() << std::endl;
+        return EXIT_FAILURE;
+    }
+}

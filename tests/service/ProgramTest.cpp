@@ -1,0 +1,231 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tests/service/ServiceTest.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <fstream>
+#include <system_error>
+#include <vector>
+
+namespace orvel::test {
+namespace {
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+/// A pipe to read from; the other end goes to the program.
+class Pipe final {
+public:
+    Pipe() {
+        if (pipe2(ends_.data(), O_CLOEXEC) != 0) {
+            throw std::system_error(errno, std::generic_category(), "pipe2");
+        }
+    }
+    ~Pipe() {
+        close(ends_[0]);
+        closeWriteEnd();
+    }
+    Pipe(const Pipe&) = delete;
+    Pipe& operator=(const Pipe&) = delete;
+
+    [[nodiscard]] int writeEnd() const { return ends_[1]; }
+
+    void closeWriteEnd() {
+        if (ends_[1] >= 0) {
+            close(ends_[1]);
+            ends_[1] = -1;
+        }
+    }
+
+    /// Up to and without the next line feed, or the end.
+    std::string line() {
+        std::string text;
+        for (char character = 0; read(ends_[0], &character, 1) == 1 && character != '\n';) {
+            text += character;
+        }
+        return text;
+    }
+
+    std::string rest() {
+        std::string text;
+        std::array<char, 4096> buffer{};
+        for (ssize_t count = 0; (count = read(ends_[0], buffer.data(), buffer.size())) > 0;) {
+            text.append(buffer.data(), static_cast<std::size_t>(count));
+        }
+        return text;
+    }
+
+private:
+    std::array<int, 2> ends_{-1, -1};
+};
+
+/// `orvel-local-service` as a process of its own.
+class Program final {
+public:
+    explicit Program(std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), ORVEL_LOCAL_SERVICE);
+        std::vector<char*> pointers;
+        for (auto& argument : arguments) {
+            pointers.push_back(argument.data());
+        }
+        pointers.push_back(nullptr);
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, output.writeEnd(), STDOUT_FILENO);
+        posix_spawn_file_actions_adddup2(&actions, errors.writeEnd(), STDERR_FILENO);
+        const int result =
+            posix_spawn(&pid_, ORVEL_LOCAL_SERVICE, &actions, nullptr, pointers.data(), environ);
+        posix_spawn_file_actions_destroy(&actions);
+        if (result != 0) {
+            throw std::system_error(result, std::generic_category(), ORVEL_LOCAL_SERVICE);
+        }
+        output.closeWriteEnd();
+        errors.closeWriteEnd();
+    }
+    ~Program() {
+        if (pid_ > 0) {
+            kill(pid_, SIGKILL);
+            exitStatus();
+        }
+    }
+    Program(const Program&) = delete;
+    Program& operator=(const Program&) = delete;
+
+    void signal(int number) const { kill(pid_, number); }
+
+    /// Waits for the end; -1 when a signal ended it.
+    int exitStatus() {
+        int status = 0;
+        waitpid(pid_, &status, 0);
+        pid_ = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+    Pipe output;
+    Pipe errors;
+
+private:
+    pid_t pid_ = -1;
+};
+
+class ProgramTest : public testing::Test {
+protected:
+    [[nodiscard]] std::vector<std::string> arguments(std::vector<std::string> more = {}) const {
+        std::vector<std::string> all{
+            "--exit-with-parent",
+            "--store",
+            (directory_ / "store.sqlite").string(),
+            "--cert-dir",
+            (directory_ / "certificates").string()};
+        all.insert(all.end(), more.begin(), more.end());
+        return all;
+    }
+
+    /// A client for the service that prints the ready line next.
+    [[nodiscard]] Client client(Program& program) const {
+        const auto line = program.output.line();
+        const std::string before = "orvel-local-service ready at ";
+        const auto after =
+            " (certificate authority: " + (directory_ / "certificates/authority.pem").string() +
+            ")";
+        EXPECT_TRUE(line.starts_with(before) && line.ends_with(after)) << line;
+        Client client;
+        client.url = line.substr(before.size(), line.size() - before.size() - after.size());
+        client.caFile = directory_ / "certificates/authority.pem";
+        return client;
+    }
+
+    TemporaryDirectory directory_;
+};
+
+TEST_F(ProgramTest, ServesWhereItsReadyLineSays) {
+    Program program(arguments({"--port", "0"}));
+    const auto client = this->client(program);
+    EXPECT_THAT(client.url, StartsWith("https://127.0.0.1:"));
+
+    const auto reply = client.post(ingestPath, batch({"a"}));
+
+    EXPECT_EQ(200, reply.status) << reply.problem;
+    EXPECT_EQ("POST /api/v1/context/ingest 200", program.errors.line());
+}
+
+TEST_F(ProgramTest, EndsInOrderOnEachStopSignal) {
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+        Program program(arguments({"--port", "0", "--quiet"}));
+        static_cast<void>(client(program));
+
+        program.signal(signal);
+
+        EXPECT_EQ(0, program.exitStatus()) << signal;
+        EXPECT_EQ("", program.output.rest()) << signal;
+        EXPECT_EQ("", program.errors.rest()) << signal;
+    }
+}
+
+TEST_F(ProgramTest, TakesItsOptions) {
+    std::ofstream(directory_ / "tokens") << "one\n\ntwo\n";
+    std::ofstream(directory_ / "handles.json") << R"(["friend@example.org"])";
+    Program program(arguments(
+        {"--port",
+         "0",
+         "--token",
+         "three",
+         "--token-file",
+         (directory_ / "tokens").string(),
+         "--known-handles",
+         (directory_ / "handles.json").string(),
+         "--control",
+         "--capture",
+         (directory_ / "traffic").string()}));
+    auto client = this->client(program);
+    EXPECT_EQ("unauthorized", client.post(digestPath, "{}").code());
+    for (const auto* token : {"one", "two", "three"}) {
+        client.token = token;
+        EXPECT_THAT(client.post(digestPath, "{}").body, HasSubstr(R"(["friend@example.org"])"));
+    }
+    EXPECT_EQ(200, client.get("/control/stats").status);
+    EXPECT_LT(0U, std::filesystem::file_size(directory_ / "traffic"));
+}
+
+TEST_F(ProgramTest, SaysWhyItCannotStart) {
+    Program first(arguments({"--port", "0"}));
+    const auto url = client(first).url;
+    const auto port = url.substr(url.rfind(':') + 1);
+    std::ofstream(directory_ / "empty").close();
+    std::ofstream(directory_ / "object.json") << "{}";
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases{
+        {{"--port", port}, "port " + port + ": Address already in use."},
+        {{"--token-file", (directory_ / "empty").string()}, "it holds no token."},
+        {{"--token-file", (directory_ / "nowhere").string()}, "it holds no token."},
+        {{"--known-handles", (directory_ / "nowhere").string()}, "it cannot be read."},
+        {{"--known-handles", (directory_ / "object.json").string()},
+         "it is not a JSON array of strings."},
+        {{"--capture", (directory_ / "no/traffic").string()}, "No such file or directory."},
+    };
+    for (const auto& [options, problem] : cases) {
+        Program program(arguments(options));
+        EXPECT_EQ(1, program.exitStatus());
+        EXPECT_EQ("", program.output.rest());
+        EXPECT_THAT(program.errors.rest(), HasSubstr(problem));
+    }
+}
+
+TEST_F(ProgramTest, RefusesOptionsItDoesNotKnow) {
+    Program program({"--nonsense"});
+    EXPECT_EQ(2, program.exitStatus());
+}
+
+TEST_F(ProgramTest, ExplainsItself) {
+    Program program({"--help"});
+    EXPECT_EQ(0, program.exitStatus());
+    EXPECT_THAT(program.output.rest(), HasSubstr("POST /control/faults"));
+}
+
+} // namespace
+} // namespace orvel::test

@@ -1,0 +1,85 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "service/LocalService.h"
+#include "tests/service/Client.h"
+#include "tests/support/TemporaryDirectory.h"
+
+#include <boost/json.hpp>
+#include <gtest/gtest.h>
+
+#include <initializer_list>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace orvel::test {
+
+inline constexpr const char* ingestPath = "/api/v1/context/ingest";
+inline constexpr const char* digestPath = "/api/v1/context/handle-digest";
+inline constexpr const char* diagnosticsPath = "/api/v1/context/diagnostics";
+
+/// A record as the agent sends it, in JSON.
+inline boost::json::object recordJSON(std::string_view guid) {
+    return {
+        {"guid", guid},
+        {"rowID", 7},
+        {"chatGUID", "iMessage;-;+14155550100"},
+        {"participants", {"+14155550100"}},
+        {"participantNames", boost::json::object()},
+        {"participantEmails", boost::json::object()},
+        {"isFromMe", false},
+        {"sentAt", "2024-03-09T17:05:42Z"},
+        {"isGroupThread", false},
+        {"hasAttachments", false},
+        {"associatedMessageType", 0},
+        {"bodyUnavailable", false},
+    };
+}
+
+inline boost::json::object batchJSON(boost::json::array records) {
+    return {
+        {"source", "imessage"},
+        {"client", "mac/1.2.3"},
+        {"records", std::move(records)},
+        {"watermark", 4711},
+    };
+}
+
+/// A batch of records that differ in their guid only.
+inline std::string batch(std::initializer_list<std::string_view> guids) {
+    boost::json::array records;
+    for (const auto guid : guids) {
+        records.push_back(recordJSON(guid));
+    }
+    return boost::json::serialize(batchJSON(std::move(records)));
+}
+
+/// A service in a directory of its own, not yet started.
+class ServiceTest : public testing::Test {
+protected:
+    ServiceTest() {
+        options_.store = directory_ / "records.sqlite";
+        options_.certificates = directory_ / "certificates";
+    }
+
+    /// Starts the service anew, with what `options_` says now.
+    void start() {
+        service_.reset();
+        service_ = std::make_unique<service::LocalService>(options_);
+        service_->start();
+    }
+
+    [[nodiscard]] Client client() const {
+        Client client;
+        client.url = service_->url();
+        client.caFile = service_->caFile();
+        return client;
+    }
+
+    TemporaryDirectory directory_;
+    service::LocalService::Options options_;
+    std::unique_ptr<service::LocalService> service_;
+};
+
+} // namespace orvel::test
