@@ -1,0 +1,154 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/linux/KernelFileCopier.h"
+
+#include "core/CancellationToken.h"
+#include "core/Errors.h"
+#include "core/FileDescriptor.h"
+
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <utility>
+
+namespace orvel {
+
+namespace {
+
+using tavrin::FileDescriptor;
+using tavrin::PlatformError;
+
+/// A cancelled copy stops after at most this much.
+constexpr off_t kernelChunk = off_t{16} << 20;
+constexpr off_t bufferSize = off_t{256} << 10;
+
+struct Transfer {
+    const std::filesystem::path& source;
+    const std::filesystem::path& destination;
+    const tavrin::CancellationToken& cancellation;
+    int from;
+    int to;
+    off_t size;
+    off_t offset = 0;
+};
+
+bool clone(const Transfer& transfer) {
+    return ioctl(transfer.to, FICLONE, transfer.from) == 0;
+}
+
+/// Whether it came to the end. Why not is of no interest: what is a true failure, and no lack of
+/// this way, happens to the next way again.
+bool copyInKernel(Transfer& transfer) {
+    while (transfer.offset < transfer.size) {
+        transfer.cancellation.throwIfCancelled();
+        off_t in = transfer.offset;
+        off_t out = transfer.offset;
+        const off_t count = std::min(kernelChunk, transfer.size - transfer.offset);
+        const ssize_t copied = copy_file_range(
+            transfer.from, &in, transfer.to, &out, static_cast<std::size_t>(count), 0);
+        if (copied < 0 && errno == EINTR) {
+            continue;
+        }
+        // Some file systems answer 0 before the end.
+        if (copied <= 0) {
+            return false;
+        }
+        transfer.offset += copied;
+    }
+    return true;
+}
+
+void readAndWrite(Transfer& transfer) {
+    const auto buffer = std::make_unique_for_overwrite<std::byte[]>(bufferSize);
+    while (transfer.offset < transfer.size) {
+        transfer.cancellation.throwIfCancelled();
+        const off_t count = std::min(bufferSize, transfer.size - transfer.offset);
+        const ssize_t read =
+            pread(transfer.from, buffer.get(), static_cast<std::size_t>(count), transfer.offset);
+        if (read == 0) {
+            return;
+        }
+        if (read < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            throw PlatformError::fromErrno(errno, "Could not read " + transfer.source.string());
+        }
+        // What a short write leaves over is read again.
+        const ssize_t written =
+            pwrite(transfer.to, buffer.get(), static_cast<std::size_t>(read), transfer.offset);
+        if (written < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            throw PlatformError::fromErrno(
+                errno, "Could not write " + transfer.destination.string());
+        }
+        transfer.offset += written;
+    }
+}
+
+void run(const std::vector<KernelFileCopier::Way>& ways, Transfer transfer) {
+    for (const KernelFileCopier::Way way : ways) {
+        switch (way) {
+        case KernelFileCopier::Way::Clone:
+            if (clone(transfer)) {
+                return;
+            }
+            break;
+        case KernelFileCopier::Way::CopyInKernel:
+            if (copyInKernel(transfer)) {
+                return;
+            }
+            break;
+        case KernelFileCopier::Way::ReadAndWrite:
+            readAndWrite(transfer);
+            return;
+        }
+    }
+    throw PlatformError::fromErrno(EOPNOTSUPP, "Could not write " + transfer.destination.string());
+}
+
+} // namespace
+
+KernelFileCopier::KernelFileCopier(std::vector<Way> ways) : ways_(std::move(ways)) {}
+
+void KernelFileCopier::copy(
+    const std::filesystem::path& source,
+    const std::filesystem::path& destination,
+    const tavrin::CancellationToken& cancellation) {
+    cancellation.throwIfCancelled();
+    // Without blocking, or a pipe in the file's place would hold us up.
+    const FileDescriptor from(open(source.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    struct stat status {};
+    if (!from.isOpen() || fstat(from.get(), &status) != 0) {
+        throw PlatformError::fromErrno(errno, "Could not read " + source.string());
+    }
+    if (!S_ISREG(status.st_mode)) {
+        throw PlatformError::fromErrno(
+            S_ISDIR(status.st_mode) ? EISDIR : EINVAL, "Could not read " + source.string());
+    }
+    FileDescriptor to(open(destination.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    if (!to.isOpen()) {
+        throw PlatformError::fromErrno(errno, "Could not create " + destination.string());
+    }
+    try {
+        run(ways_, {source, destination, cancellation, from.get(), to.get(), status.st_size});
+        // Where the file system is a remote one, closing tells of failed writes.
+        if (close(to.release()) != 0 && errno != EINTR) {
+            throw PlatformError::fromErrno(errno, "Could not write " + destination.string());
+        }
+    } catch (...) {
+        unlink(destination.c_str());
+        throw;
+    }
+}
+
+} // namespace orvel
