@@ -3,6 +3,7 @@
 
 #include "core/CancellationToken.h"
 
+#include <chrono>
 #include <cstddef>
 #include <exception>
 #include <filesystem>
@@ -20,9 +21,12 @@ class SQLiteDatabase;
 /// A private copy of the Messages database, gone when the object is.
 ///
 /// The copy holds the database file and its write-ahead-log companions in a directory of its own,
-/// readable by the owner only. It is a consistent one: if the writer restarts its log while we
-/// copy, we copy again. An advisory lock on the directory tells living snapshots from those that a
-/// crash left behind. Making one blocks; any thread.
+/// readable by the owner only. It is a consistent one, with all that was committed before: if the
+/// writer restarts its log while we copy, we copy again. An advisory lock on the directory tells
+/// living snapshots from those that a crash left behind. Making one blocks; any thread.
+///
+/// Reading the files closes descriptors of them, which drops this process's POSIX locks on them: a
+/// process must not make a snapshot of a database that it has open itself.
 class ChatDatabaseSnapshot final {
 public:
     class Error final : public std::exception {
@@ -50,10 +54,16 @@ public:
         std::string description_;
     };
 
+    /// Lets the given time pass, or less once the token is cancelled.
+    using Pause = std::function<void(std::chrono::milliseconds, const CancellationToken&)>;
+
     /// Name of every snapshot's directory, before its UUID.
     static constexpr std::string_view directoryPrefix = "tavrin-chatdb-";
     /// Copies made before a source that never holds still is given up.
     static constexpr int maximumAttempts = 10;
+
+    /// The `Pause` that blocks this thread.
+    static void wait(std::chrono::milliseconds duration, const CancellationToken& cancellation);
 
     /// `Library/Messages/chat.db` in the user's home directory.
     [[nodiscard]] static std::string defaultSourcePath();
@@ -69,8 +79,9 @@ public:
     /// `TaskCancelled`; nothing stays behind then.
     explicit ChatDatabaseSnapshot(
         FileCopier& copier,
-        std::string sourcePath = defaultSourcePath(),
-        CancellationToken cancellation = {});
+        const std::string& sourcePath = defaultSourcePath(),
+        const CancellationToken& cancellation = {},
+        const Pause& pause = wait);
     ~ChatDatabaseSnapshot();
     ChatDatabaseSnapshot(const ChatDatabaseSnapshot&) = delete;
     ChatDatabaseSnapshot& operator=(const ChatDatabaseSnapshot&) = delete;
@@ -79,12 +90,13 @@ public:
     [[nodiscard]] std::shared_ptr<SQLiteDatabase> open() const;
 
     [[nodiscard]] const std::string& databasePath() const { return databasePath_; }
-    [[nodiscard]] const std::filesystem::path& directory() const { return directory_; }
+    [[nodiscard]] const std::filesystem::path& directory() const;
 
 private:
-    std::filesystem::path directory_;
+    class Directory;
+
+    std::unique_ptr<Directory> directory_;
     std::string databasePath_;
-    int lockDescriptor_ = -1;
 };
 
 } // namespace tavrin

@@ -1,0 +1,799 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "core/ChatDatabaseSnapshot.h"
+
+#include "core/Errors.h"
+#include "core/FileCopier.h"
+#include "core/SQLiteDatabase.h"
+#include "platform/linux/KernelFileCopier.h"
+#include "tests/support/LiveDatabaseWriter.h"
+#include "tests/support/SmallDisk.h"
+#include "tests/support/TemporaryDirectory.h"
+#include "tests/support/UnprivilegedUser.h"
+#include "tests/support/WritableDatabase.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <limits>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+namespace tavrin {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using orvel::KernelFileCopier;
+using orvel::test::LiveDatabaseWriter;
+using orvel::test::SmallDisk;
+using orvel::test::TemporaryDirectory;
+using orvel::test::UnprivilegedUser;
+using orvel::test::WritableDatabase;
+using testing::IsEmpty;
+using testing::StartsWith;
+using Error = ChatDatabaseSnapshot::Error;
+
+void ignorePause(std::chrono::milliseconds, const CancellationToken&) {}
+
+std::vector<std::string> namesIn(const fs::path& directory) {
+    std::vector<std::string> names;
+    for (const fs::directory_entry& entry : fs::directory_iterator(directory)) {
+        names.push_back(entry.path().filename());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+/// Whether the database is sound and has all messages from row id 1 to this one.
+bool holdsMessages(SQLiteDatabase& database, std::int64_t last) {
+    try {
+        std::optional<std::string> verdict;
+        database.query("PRAGMA integrity_check", {}, [&](const SQLiteDatabase::Row& row) {
+            verdict = verdict.value_or(row.string(0).value_or(""));
+        });
+        std::int64_t count = -1;
+        const std::vector bindings{SQLiteDatabase::Binding::integer(last)};
+        database.query(
+            "SELECT count(*) FROM message WHERE ROWID BETWEEN 1 AND ?",
+            bindings,
+            [&](const SQLiteDatabase::Row& row) { count = row.integer(0); });
+        return verdict == "ok" && count == last;
+    } catch (const SQLiteError&) {
+        return false;
+    }
+}
+
+bool holdsMessages(const ChatDatabaseSnapshot& snapshot, std::int64_t last) {
+    return holdsMessages(*snapshot.open(), last);
+}
+
+/// Copies as the real one does, and lets the test act right after.
+class InterruptedCopier final : public FileCopier {
+public:
+    /// What to do after each copy of the file of this name.
+    std::map<std::string, std::function<void()>> afterCopying;
+    /// Names of files that cannot be copied.
+    std::vector<std::string> uncopyable;
+    /// Names of the files copied, in order.
+    std::vector<std::string> copied;
+
+    void copy(
+        const fs::path& source,
+        const fs::path& destination,
+        const CancellationToken& cancellation) override {
+        const std::string name = source.filename();
+        if (std::find(uncopyable.begin(), uncopyable.end(), name) != uncopyable.end()) {
+            throw PlatformError::fromErrno(EIO, "Could not read " + name);
+        }
+        copier_.copy(source, destination, cancellation);
+        copied.push_back(name);
+        // A copy, because the action may replace itself.
+        if (const std::function<void()> action = afterCopying[name]) {
+            action();
+        }
+    }
+
+private:
+    KernelFileCopier copier_;
+};
+
+/// Main file, then log, then its index, and no look back.
+void copyInPlainOrder(FileCopier& copier, const fs::path& source, const fs::path& destination) {
+    for (const std::string suffix : {"", "-wal", "-shm"}) {
+        if (fs::exists(source.string() + suffix)) {
+            copier.copy(source.string() + suffix, destination.string() + suffix, {});
+        }
+    }
+}
+
+class ChatDatabaseSnapshotTest : public testing::Test {
+protected:
+    ChatDatabaseSnapshotTest() { setenv("TMPDIR", temporary_.path().c_str(), 1); }
+
+    ~ChatDatabaseSnapshotTest() override {
+        if (formerTemporary_) {
+            setenv("TMPDIR", formerTemporary_->c_str(), 1);
+        } else {
+            unsetenv("TMPDIR");
+        }
+    }
+
+    /// The case of this kind that making a snapshot of the path fails with, if it does.
+    template <typename Case>
+    std::optional<Case> failure(const std::string& path) {
+        try {
+            const ChatDatabaseSnapshot snapshot(copier_, path, {}, ignorePause);
+        } catch (const Error& error) {
+            what_ = error.what();
+            if (const auto* failure = std::get_if<Case>(&error.error())) {
+                return *failure;
+            }
+        }
+        return std::nullopt;
+    }
+
+    /// A database without a log, last changed long ago.
+    void makeQuietDatabase(std::int64_t messages) {
+        { WritableDatabase(source_).addMessages(messages); }
+        makeOld();
+    }
+
+    void makeOld() const { fs::last_write_time(source_, fs::file_time_type::clock::now() - 1h); }
+
+    /// Some messages in the main file and some more, `messages` in all, in the log.
+    std::unique_ptr<WritableDatabase> makeLiveDatabase(std::int64_t messages) {
+        auto writer = std::make_unique<WritableDatabase>(source_);
+        writer->addMessages(messages / 2);
+        writer->execute("PRAGMA wal_checkpoint(TRUNCATE)");
+        writer->addMessages(messages - messages / 2);
+        return writer;
+    }
+
+    [[nodiscard]] std::ptrdiff_t copiesOfMainFile() const {
+        return std::count(copier_.copied.begin(), copier_.copied.end(), "chat.db");
+    }
+
+    TemporaryDirectory folder_;
+    TemporaryDirectory temporary_;
+    fs::path source_ = folder_ / "chat.db";
+    InterruptedCopier copier_;
+    std::string what_;
+
+private:
+    std::optional<std::string> formerTemporary_ =
+        std::getenv("TMPDIR") != nullptr ? std::optional<std::string>(std::getenv("TMPDIR"))
+                                         : std::nullopt;
+};
+
+TEST_F(ChatDatabaseSnapshotTest, HoldsTheDatabaseAndItsCompanions) {
+    const auto writer = makeLiveDatabase(100);
+
+    const ChatDatabaseSnapshot snapshot(copier_, source_);
+
+    EXPECT_THAT(copier_.copied, testing::ElementsAre("chat.db", "chat.db-wal", "chat.db-shm"));
+    EXPECT_THAT(
+        namesIn(snapshot.directory()),
+        testing::ElementsAre("chat.db", "chat.db-shm", "chat.db-wal"));
+    EXPECT_EQ(snapshot.databasePath(), snapshot.directory() / "chat.db");
+    EXPECT_TRUE(holdsMessages(snapshot, 100));
+}
+
+TEST_F(ChatDatabaseSnapshotTest, HoldsADatabaseWithoutCompanions) {
+    makeQuietDatabase(100);
+
+    const ChatDatabaseSnapshot snapshot(copier_, source_);
+
+    EXPECT_THAT(namesIn(snapshot.directory()), testing::ElementsAre("chat.db"));
+    EXPECT_TRUE(holdsMessages(snapshot, 100));
+}
+
+TEST_F(ChatDatabaseSnapshotTest, FindsTheLogBesideTheFileThatALinkLeadsTo) {
+    const auto writer = makeLiveDatabase(100);
+    const fs::path link = temporary_ / "linked.db";
+    fs::create_symlink(source_, link);
+
+    const ChatDatabaseSnapshot snapshot(copier_, link);
+
+    EXPECT_EQ(snapshot.databasePath(), snapshot.directory() / "linked.db");
+    EXPECT_TRUE(holdsMessages(snapshot, 100));
+}
+
+TEST_F(ChatDatabaseSnapshotTest, OpensANewConnectionEachTime) {
+    makeQuietDatabase(1);
+    const ChatDatabaseSnapshot snapshot(copier_, source_);
+
+    EXPECT_NE(snapshot.open(), snapshot.open());
+}
+
+TEST_F(ChatDatabaseSnapshotTest, LiesInTheTemporaryDirectoryUnderAFreshName) {
+    makeQuietDatabase(1);
+
+    const ChatDatabaseSnapshot first(copier_, source_);
+    const ChatDatabaseSnapshot second(copier_, source_);
+
+    EXPECT_EQ(first.directory().parent_path(), temporary_.path());
+    EXPECT_THAT(
+        first.directory().filename(),
+        testing::MatchesRegex("tavrin-chatdb-[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}"));
+    EXPECT_NE(first.directory(), second.directory());
+}
+
+TEST_F(ChatDatabaseSnapshotTest, IsForItsOwnerOnly) {
+    makeQuietDatabase(1);
+    fs::permissions(source_, fs::perms::all);
+
+    const ChatDatabaseSnapshot snapshot(copier_, source_);
+
+    EXPECT_EQ(fs::status(snapshot.directory()).permissions(), fs::perms::owner_all);
+    EXPECT_EQ(
+        fs::status(snapshot.databasePath()).permissions(),
+        fs::perms::owner_read | fs::perms::owner_write);
+}
+
+TEST_F(ChatDatabaseSnapshotTest, IsGoneWhenReleased) {
+    makeQuietDatabase(1);
+
+    { const ChatDatabaseSnapshot snapshot(copier_, source_); }
+
+    EXPECT_THAT(namesIn(temporary_.path()), IsEmpty());
+}
+
+TEST_F(ChatDatabaseSnapshotTest, MakesTheTemporaryDirectoryWhenItIsMissing) {
+    makeQuietDatabase(1);
+    setenv("TMPDIR", (temporary_ / "some/where").c_str(), 1);
+
+    const ChatDatabaseSnapshot snapshot(copier_, source_);
+
+    EXPECT_EQ(snapshot.directory().parent_path(), temporary_ / "some/where");
+}
+
+TEST_F(ChatDatabaseSnapshotTest, PassesOnThatItsDirectoryCannotBeMade) {
+    makeQuietDatabase(1);
+    setenv("TMPDIR", (source_ / "below-a-file").c_str(), 1);
+
+    EXPECT_THROW(ChatDatabaseSnapshot(copier_, source_), fs::filesystem_error);
+}
+
+TEST_F(ChatDatabaseSnapshotTest, TakesTheSystemsTemporaryDirectoryWithoutOneOfTheUsers) {
+    setenv("TMPDIR", "", 1);
+
+    EXPECT_EQ(ChatDatabaseSnapshot::temporaryDirectory(), "/tmp");
+}
+
+TEST_F(ChatDatabaseSnapshotTest, ReadsTheUsersMessagesByDefault) {
+    const std::string home = std::getenv("HOME");
+
+    EXPECT_EQ(ChatDatabaseSnapshot::defaultSourcePath(), home + "/Library/Messages/chat.db");
+}
+
+TEST_F(ChatDatabaseSnapshotTest, SaysThatTheSourceIsMissing) {
+    EXPECT_EQ(failure<Error::SourceMissing>(source_).value().path, source_);
+    EXPECT_EQ(what_, "Messages database not found at " + source_.string());
+    EXPECT_THAT(namesIn(temporary_.path()), IsEmpty());
+}
+
+TEST_F(ChatDatabaseSnapshotTest, AsksForAccessWhenTheFolderMustNotBeRead) {
+    makeQuietDatabase(1);
+    fs::permissions(folder_.path(), fs::perms::none);
+
+    {
+        const UnprivilegedUser unprivileged;
+        EXPECT_EQ(failure<Error::PermissionDenied>(source_).value().path, source_);
+    }
+
+    fs::permissions(folder_.path(), fs::perms::owner_all);
+    EXPECT_EQ(what_, "Full Disk Access is required to read " + source_.string());
+}
+
+TEST_F(ChatDatabaseSnapshotTest, AsksForAccessWhenTheSourceMustNotBeRead) {
+    makeQuietDatabase(1);
+    fs::permissions(source_, fs::perms::none);
+    fs::permissions(folder_.path(), fs::perms::all);
+    const UnprivilegedUser unprivileged;
+
+    EXPECT_TRUE(failure<Error::PermissionDenied>(source_));
+}
+
+TEST_F(ChatDatabaseSnapshotTest, AsksForAccessToAMissingSourceWithoutAFolder) {
+    EXPECT_TRUE(failure<Error::PermissionDenied>("no-such-chat.db"));
+}
+
+TEST_F(ChatDatabaseSnapshotTest, TellsWhyTheSourceCannotBeCopied) {
+    makeQuietDatabase(1);
+    copier_.uncopyable = {"chat.db"};
+
+    const auto failed = failure<Error::CopyFailed>(source_);
+
+    EXPECT_EQ(failed.value().path, source_);
+    EXPECT_EQ(
+        what_,
+        "Could not copy " + source_.string() + ": Could not read chat.db: Input/output error");
+    EXPECT_THAT(namesIn(temporary_.path()), IsEmpty());
+}
+
+TEST_F(ChatDatabaseSnapshotTest, LeavesNothingOnAFullDisk) {
+    makeQuietDatabase(5000);
+    const SmallDisk disk(temporary_.path(), std::size_t{1} << 20);
+    ASSERT_GT(fs::file_size(source_), std::size_t{1} << 20);
+
+    const auto failed = failure<Error::CopyFailed>(source_);
+
+    EXPECT_THAT(
+        failed.value().reason,
+        testing::EndsWith(std::generic_category().message(disk.errorWhenFull())));
+    EXPECT_THAT(namesIn(temporary_.path()), IsEmpty());
+}
+
+TEST_F(ChatDatabaseSnapshotTest, DoesWithoutALogThatCannotBeCopied) {
+    const auto writer = makeLiveDatabase(100);
+    makeOld();
+    copier_.uncopyable = {"chat.db-wal", "chat.db-shm"};
+
+    const ChatDatabaseSnapshot snapshot(copier_, source_);
+
+    EXPECT_THAT(namesIn(snapshot.directory()), testing::ElementsAre("chat.db"));
+    EXPECT_TRUE(holdsMessages(snapshot, 50));
+}
+
+TEST_F(ChatDatabaseSnapshotTest, SurvivesALogIndexThatIsAheadOfTheLog) {
+    const auto writer = makeLiveDatabase(100);
+    copier_.afterCopying["chat.db-wal"] = [&] {
+        writer->addMessages(1000);
+    };
+
+    const ChatDatabaseSnapshot snapshot(copier_, source_);
+
+    EXPECT_EQ(copier_.copied.size(), 3U);
+    EXPECT_TRUE(holdsMessages(snapshot, 100));
+}
+
+TEST_F(ChatDatabaseSnapshotTest, SurvivesACheckpointThatDoesNotRestartTheLog) {
+    const auto writer = makeLiveDatabase(1000);
+    copier_.afterCopying["chat.db"] = [&] {
+        writer->execute("PRAGMA wal_checkpoint(FULL)");
+    };
+
+    const ChatDatabaseSnapshot snapshot(copier_, source_);
+
+    EXPECT_EQ(copier_.copied.size(), 3U);
+    EXPECT_TRUE(holdsMessages(snapshot, 1000));
+}
+
+/// The ways to restart a log, as checkpoint modes.
+class ChatDatabaseSnapshotRestartTest : public ChatDatabaseSnapshotTest,
+                                        public testing::WithParamInterface<const char*> {
+protected:
+    /// Has the log restarted once, right after the file of that name is copied for the first time.
+    void restartLogAfterCopying(const std::string& name) {
+        copier_.afterCopying[name] = [this] {
+            copier_.afterCopying.clear();
+            writer_->execute(std::string("PRAGMA wal_checkpoint(") + GetParam() + ")");
+            writer_->addMessages(1);
+        };
+    }
+
+    std::unique_ptr<WritableDatabase> writer_ = makeLiveDatabase(1000);
+};
+
+INSTANTIATE_TEST_SUITE_P(
+    ,
+    ChatDatabaseSnapshotRestartTest,
+    testing::Values("RESTART", "TRUNCATE"),
+    [](const auto& mode) { return std::string(mode.param); });
+
+TEST_P(ChatDatabaseSnapshotRestartTest, ThePlainOrderLosesMessages) {
+    restartLogAfterCopying("chat.db");
+
+    copyInPlainOrder(copier_, source_, folder_ / "plain.db");
+
+    SQLiteDatabase plain(folder_ / "plain.db");
+    EXPECT_FALSE(holdsMessages(plain, 1000));
+}
+
+TEST_P(ChatDatabaseSnapshotRestartTest, CopiesAgainAfterARestartBetweenMainFileAndLog) {
+    restartLogAfterCopying("chat.db");
+
+    const ChatDatabaseSnapshot snapshot(copier_, source_, {}, ignorePause);
+
+    EXPECT_EQ(copier_.copied.size(), 6U);
+    EXPECT_TRUE(holdsMessages(snapshot, 1001));
+}
+
+TEST_P(ChatDatabaseSnapshotRestartTest, CopiesAgainAfterARestartThatTheCopyOfTheLogMayHaveSeen) {
+    restartLogAfterCopying("chat.db-wal");
+
+    const ChatDatabaseSnapshot snapshot(copier_, source_, {}, ignorePause);
+
+    EXPECT_EQ(copier_.copied.size(), 6U);
+    EXPECT_TRUE(holdsMessages(snapshot, 1001));
+}
+
+TEST_F(ChatDatabaseSnapshotTest, CopiesAgainWhenALogAppears) {
+    makeQuietDatabase(100);
+    std::unique_ptr<WritableDatabase> writer;
+    copier_.afterCopying["chat.db"] = [&] {
+        copier_.afterCopying.clear();
+        writer = std::make_unique<WritableDatabase>(source_);
+        writer->addMessages(1);
+    };
+
+    const ChatDatabaseSnapshot snapshot(copier_, source_, {}, ignorePause);
+
+    EXPECT_THAT(
+        copier_.copied,
+        testing::ElementsAre(
+            "chat.db", "chat.db-wal", "chat.db-shm", "chat.db", "chat.db-wal", "chat.db-shm"));
+    EXPECT_TRUE(holdsMessages(snapshot, 101));
+}
+
+TEST_F(ChatDatabaseSnapshotTest, CopiesAgainWhenTheLogVanishes) {
+    auto writer = makeLiveDatabase(100);
+    copier_.afterCopying["chat.db"] = [&] {
+        copier_.afterCopying.clear();
+        writer.reset();
+    };
+
+    const ChatDatabaseSnapshot snapshot(
+        copier_, source_, {}, [this](auto, const auto&) { makeOld(); });
+
+    EXPECT_THAT(copier_.copied, testing::ElementsAre("chat.db", "chat.db"));
+    EXPECT_TRUE(holdsMessages(snapshot, 100));
+}
+
+/// What happens once to a database without a log, right after it has been copied.
+class ChatDatabaseSnapshotWithoutLogTest : public ChatDatabaseSnapshotTest {
+protected:
+    ChatDatabaseSnapshotWithoutLogTest() { makeQuietDatabase(100); }
+
+    int copiesMadeWhen(const std::function<void()>& change) {
+        copier_.afterCopying["chat.db"] = [&] {
+            copier_.afterCopying.clear();
+            change();
+        };
+        const ChatDatabaseSnapshot snapshot(
+            copier_, source_, {}, [this](auto, const auto&) { makeOld(); });
+        return static_cast<int>(copier_.copied.size());
+    }
+};
+
+TEST_F(ChatDatabaseSnapshotWithoutLogTest, IsCopiedOnceWhenNothingChanges) {
+    EXPECT_EQ(copiesMadeWhen([] {}), 1);
+}
+
+TEST_F(ChatDatabaseSnapshotWithoutLogTest, IsCopiedAgainWhenItsTimeChanges) {
+    EXPECT_EQ(
+        copiesMadeWhen([this] { fs::last_write_time(source_, fs::file_time_type::clock::now()); }),
+        2);
+}
+
+TEST_F(ChatDatabaseSnapshotWithoutLogTest, IsCopiedAgainWhenItsSizeChanges) {
+    const fs::file_time_type time = fs::last_write_time(source_);
+    EXPECT_EQ(
+        copiesMadeWhen([&] {
+            fs::resize_file(source_, fs::file_size(source_) + 4096);
+            fs::last_write_time(source_, time);
+        }),
+        2);
+}
+
+TEST_F(ChatDatabaseSnapshotWithoutLogTest, IsCopiedAgainWhenAnotherFileTakesItsPlace) {
+    const fs::file_time_type time = fs::last_write_time(source_);
+    EXPECT_EQ(
+        copiesMadeWhen([&] {
+            fs::copy_file(source_, folder_ / "other.db");
+            fs::last_write_time(folder_ / "other.db", time);
+            fs::rename(folder_ / "other.db", source_);
+        }),
+        2);
+}
+
+TEST_F(ChatDatabaseSnapshotWithoutLogTest, IsNotCopiedWhileAChangeCouldLeaveItsTimeAsItIs) {
+    // A clock that is coarse enough, or a change soon after: the time alone tells nothing yet.
+    fs::last_write_time(source_, fs::file_time_type::clock::now());
+    std::vector<std::size_t> copiesBeforePause;
+
+    const ChatDatabaseSnapshot snapshot(copier_, source_, {}, [&](auto, const auto&) {
+        copiesBeforePause.push_back(copier_.copied.size());
+        makeOld();
+    });
+
+    EXPECT_THAT(copiesBeforePause, testing::ElementsAre(0));
+    EXPECT_EQ(copier_.copied.size(), 1U);
+}
+
+TEST_F(ChatDatabaseSnapshotTest, CopiesAgainWhenACheckpointChangesAMainFileCopiedWithoutItsLog) {
+    const auto writer = makeLiveDatabase(1000);
+    makeOld();
+    copier_.uncopyable = {"chat.db-wal"};
+    copier_.afterCopying["chat.db"] = [&] {
+        copier_.afterCopying.clear();
+        // The log stays as it is, and holds what the main file takes from it.
+        writer->execute("PRAGMA wal_checkpoint(FULL)");
+    };
+
+    const ChatDatabaseSnapshot snapshot(
+        copier_, source_, {}, [this](auto, const auto&) { makeOld(); });
+
+    EXPECT_EQ(copiesOfMainFile(), 2);
+    EXPECT_TRUE(holdsMessages(snapshot, 1000));
+}
+
+TEST_F(ChatDatabaseSnapshotTest, GivesUpASourceThatNeverHoldsStill) {
+    const auto writer = makeLiveDatabase(10);
+    copier_.afterCopying["chat.db"] = [&] {
+        writer->execute("PRAGMA wal_checkpoint(TRUNCATE)");
+        writer->addMessages(1);
+    };
+    std::vector<std::chrono::milliseconds> pauses;
+
+    try {
+        const ChatDatabaseSnapshot snapshot(
+            copier_, source_, {}, [&](std::chrono::milliseconds pause, const auto&) {
+                pauses.push_back(pause);
+            });
+        FAIL() << "it took a torn copy";
+    } catch (const Error& error) {
+        ASSERT_TRUE(std::holds_alternative<Error::CopyFailed>(error.error()));
+        EXPECT_STREQ(
+            error.what(),
+            ("Could not copy " + source_.string() + ": it kept changing while it was being copied")
+                .c_str());
+    }
+
+    EXPECT_EQ(copiesOfMainFile(), 10);
+    EXPECT_THAT(
+        pauses, testing::ElementsAre(10ms, 20ms, 40ms, 80ms, 160ms, 320ms, 500ms, 500ms, 500ms));
+    EXPECT_THAT(namesIn(temporary_.path()), IsEmpty());
+}
+
+TEST_F(ChatDatabaseSnapshotTest, LeavesNothingWhenCancelledBetweenTwoFiles) {
+    const auto writer = makeLiveDatabase(10);
+    CancellationSource cancellation;
+    copier_.afterCopying["chat.db"] = [&] {
+        cancellation.cancel();
+    };
+
+    EXPECT_THROW(
+        ChatDatabaseSnapshot(copier_, source_, cancellation.token(), ignorePause), TaskCancelled);
+    EXPECT_THAT(copier_.copied, testing::ElementsAre("chat.db"));
+    EXPECT_THAT(namesIn(temporary_.path()), IsEmpty());
+}
+
+TEST_F(ChatDatabaseSnapshotTest, LeavesNothingWhenCancelledInAPause) {
+    const auto writer = makeLiveDatabase(10);
+    copier_.afterCopying["chat.db"] = [&] {
+        writer->execute("PRAGMA wal_checkpoint(TRUNCATE)");
+        writer->addMessages(1);
+    };
+    CancellationSource cancellation;
+
+    EXPECT_THROW(
+        ChatDatabaseSnapshot(
+            copier_,
+            source_,
+            cancellation.token(),
+            [&](auto, const auto&) { cancellation.cancel(); }),
+        TaskCancelled);
+    EXPECT_EQ(copiesOfMainFile(), 1);
+    EXPECT_THAT(namesIn(temporary_.path()), IsEmpty());
+}
+
+TEST(ChatDatabaseSnapshotWaitTest, EndsWhenCancelled) {
+    CancellationSource cancellation;
+    std::thread waiting([&] { ChatDatabaseSnapshot::wait(24h, cancellation.token()); });
+
+    cancellation.cancel();
+
+    waiting.join();
+}
+
+class ChatDatabaseSnapshotSweepTest : public ChatDatabaseSnapshotTest {
+protected:
+    /// What a crash leaves behind: a directory of ours that no process holds.
+    fs::path leaveBehind(const std::string& name) {
+        const fs::path directory = temporary_ / name;
+        fs::create_directory(directory);
+        std::ofstream(directory / "chat.db") << "messages";
+        return directory;
+    }
+
+    static constexpr auto name_ = "tavrin-chatdb-6F1C0B2E-9D4A-4E57-8C31-2A9B7D5E0F14";
+};
+
+TEST_F(ChatDatabaseSnapshotSweepTest, RemovesWhatAKilledProcessLeavesBehind) {
+    makeQuietDatabase(10);
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    const pid_t process = fork();
+    if (process == 0) {
+        const ChatDatabaseSnapshot snapshot(copier_, source_);
+        close(ready[1]);
+        for (;;) {
+            pause();
+        }
+    }
+    close(ready[1]);
+    char none = 0;
+    ASSERT_EQ(read(ready[0], &none, 1), 0) << "the end of the pipe says that the snapshot is made";
+    close(ready[0]);
+    ASSERT_EQ(namesIn(temporary_.path()).size(), 1U);
+    EXPECT_EQ(ChatDatabaseSnapshot::removeAbandoned(), 0U) << "it is alive";
+
+    kill(process, SIGKILL);
+    waitpid(process, nullptr, 0);
+
+    EXPECT_EQ(ChatDatabaseSnapshot::removeAbandoned(), 1U);
+    EXPECT_THAT(namesIn(temporary_.path()), IsEmpty());
+}
+
+TEST_F(ChatDatabaseSnapshotSweepTest, LeavesLivingSnapshotsAlone) {
+    makeQuietDatabase(10);
+    const ChatDatabaseSnapshot snapshot(copier_, source_);
+
+    EXPECT_EQ(ChatDatabaseSnapshot::removeAbandoned(), 0U);
+    EXPECT_TRUE(holdsMessages(snapshot, 10));
+}
+
+TEST_F(ChatDatabaseSnapshotSweepTest, RemovesAllOfSeveral) {
+    leaveBehind(name_);
+    leaveBehind("tavrin-chatdb-00000000-0000-0000-0000-000000000000");
+
+    EXPECT_EQ(ChatDatabaseSnapshot::removeAbandoned(), 2U);
+    EXPECT_THAT(namesIn(temporary_.path()), IsEmpty());
+}
+
+TEST_F(ChatDatabaseSnapshotSweepTest, LeavesForeignNamesAlone) {
+    const std::vector<std::string> names{
+        "6F1C0B2E-9D4A-4E57-8C31-2A9B7D5E0F14",
+        "tavrin-chatdb-",
+        "tavrin-chatdb-6F1C0B2E-9D4A-4E57-8C31-2A9B7D5E0F1",
+        "tavrin-chatdb-6F1C0B2E-9D4A-4E57-8C31-2A9B7D5E0F145",
+        "tavrin-chatdb-6F1C0B2E09D4A-4E57-8C31-2A9B7D5E0F14",
+        "tavrin-chatdb-6f1c0b2e-9d4a-4e57-8c31-2a9b7d5e0f14",
+        "tavrin-chatdb-notes",
+    };
+    for (const std::string& name : names) {
+        leaveBehind(name);
+    }
+
+    EXPECT_EQ(ChatDatabaseSnapshot::removeAbandoned(), 0U);
+    EXPECT_EQ(namesIn(temporary_.path()), names);
+}
+
+TEST_F(ChatDatabaseSnapshotSweepTest, LeavesOtherUsersDirectoriesAlone) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can give a directory away";
+    }
+    const fs::path directory = leaveBehind(name_);
+    ASSERT_EQ(chown(directory.c_str(), 65534, 65534), 0);
+
+    EXPECT_EQ(ChatDatabaseSnapshot::removeAbandoned(), 0U);
+    EXPECT_TRUE(fs::exists(directory / "chat.db"));
+}
+
+TEST_F(ChatDatabaseSnapshotSweepTest, LeavesADirectoryAloneThatAnotherUserLetsUsWrite) {
+    const fs::path directory = leaveBehind(name_);
+    fs::permissions(directory, fs::perms::all);
+    fs::permissions(temporary_.path(), fs::perms::all);
+
+    {
+        const UnprivilegedUser unprivileged;
+        EXPECT_EQ(ChatDatabaseSnapshot::removeAbandoned(), geteuid() == 65534 ? 0U : 1U);
+    }
+}
+
+TEST_F(ChatDatabaseSnapshotSweepTest, FollowsNoLinks) {
+    const fs::path target = leaveBehind("target");
+    fs::create_directory_symlink(target, temporary_ / name_);
+
+    EXPECT_EQ(ChatDatabaseSnapshot::removeAbandoned(), 0U);
+    EXPECT_TRUE(fs::is_symlink(temporary_ / name_));
+    EXPECT_THAT(namesIn(target), testing::ElementsAre("chat.db"));
+}
+
+TEST_F(ChatDatabaseSnapshotSweepTest, FollowsNoLinksInsideADirectory) {
+    const fs::path target = leaveBehind("target");
+    fs::create_directory_symlink(target, leaveBehind(name_) / "link");
+
+    EXPECT_EQ(ChatDatabaseSnapshot::removeAbandoned(), 1U);
+    EXPECT_THAT(namesIn(target), testing::ElementsAre("chat.db"));
+}
+
+TEST_F(ChatDatabaseSnapshotSweepTest, LeavesFilesOfItsNamesAlone) {
+    std::ofstream(temporary_ / name_) << "a file";
+
+    EXPECT_EQ(ChatDatabaseSnapshot::removeAbandoned(), 0U);
+    EXPECT_TRUE(fs::exists(temporary_ / name_));
+}
+
+TEST_F(ChatDatabaseSnapshotSweepTest, FindsNothingWithoutATemporaryDirectory) {
+    setenv("TMPDIR", (temporary_ / "missing").c_str(), 1);
+
+    EXPECT_EQ(ChatDatabaseSnapshot::removeAbandoned(), 0U);
+}
+
+/// Snapshots of a database that another process keeps writing, each beside a copy in the plain
+/// order.
+class ChatDatabaseSnapshotLiveWriterTest : public ChatDatabaseSnapshotTest {
+protected:
+    /// Expects every snapshot to be whole, and prints how many of the plain copies were not. The
+    /// work, if any, is given to the writer anew for each copy.
+    void compareWithPlainOrder(
+        LiveDatabaseWriter& writer,
+        int rounds,
+        const std::optional<LiveDatabaseWriter::Work>& workPerCopy,
+        const ChatDatabaseSnapshot::Pause& pause) {
+        KernelFileCopier plainCopier;
+        const auto whileWriting = [&](const std::function<bool(std::int64_t committed)>& copy) {
+            if (workPerCopy) {
+                writer.begin(*workPerCopy);
+            }
+            const bool isWhole = copy(writer.committed());
+            if (workPerCopy) {
+                writer.finish();
+            }
+            return isWhole;
+        };
+        int torn = 0;
+        for (int round = 0; round < rounds; ++round) {
+            EXPECT_TRUE(whileWriting([&](std::int64_t committed) {
+                const ChatDatabaseSnapshot snapshot(copier_, source_, {}, pause);
+                return holdsMessages(snapshot, committed);
+            })) << "round "
+                << round;
+            const bool isPlainWhole = whileWriting([&](std::int64_t committed) {
+                const TemporaryDirectory directory;
+                copyInPlainOrder(plainCopier, source_, directory / "chat.db");
+                SQLiteDatabase database(directory / "chat.db");
+                return holdsMessages(database, committed);
+            });
+            torn += isPlainWhole ? 0 : 1;
+        }
+        std::cout << rounds << " snapshots took " << copiesOfMainFile() << " copies; " << torn
+                  << " of " << rounds << " copies in the plain order were torn\n";
+    }
+};
+
+TEST_F(ChatDatabaseSnapshotLiveWriterTest, HoldsEveryMessageCommittedBefore) {
+    LiveDatabaseWriter writer(source_, 2000);
+    // However slow we are, some attempt finds the log neither restarted nor empty: there are fewer
+    // restarts than attempts, and the work ends with messages in the log.
+    compareWithPlainOrder(
+        writer,
+        30,
+        LiveDatabaseWriter::Work{.transactions = 150, .transactionsPerRestart = 15, .restarts = 4},
+        [&](auto, const auto&) { writer.awaitProgress(); });
+}
+
+/// Some minutes long, so not run by default; `--gtest_also_run_disabled_tests` does.
+TEST_F(ChatDatabaseSnapshotLiveWriterTest, DISABLED_HoldsEveryMessageOfALargeDatabase) {
+    LiveDatabaseWriter writer(source_, 230'000);
+    std::cout << "The database has " << fs::file_size(source_) << " bytes\n";
+    writer.begin(
+        {.transactions = std::numeric_limits<std::int64_t>::max(),
+         .transactionsPerRestart = 200,
+         .restarts = std::numeric_limits<std::int64_t>::max(),
+         .pauseAfterTransaction = 5ms});
+
+    compareWithPlainOrder(writer, 150, std::nullopt, ChatDatabaseSnapshot::wait);
+}
+
+} // namespace
+} // namespace tavrin
