@@ -292,6 +292,10 @@ private:
     /// but no dictionary that comes near this.
     static constexpr std::size_t maximumDictionarySize = 256;
 
+    /// For every entity libplist moves the rest of the text. In bytes moved for all texts together;
+    /// a single one of up to 64 KiB never gets there.
+    static constexpr std::size_t maximumMoveCost = std::size_t{1} << 30U;
+
     [[nodiscard]] bool copyNextTag() {
         const std::size_t start = xml_.find_first_not_of(" \t\r\n", position_);
         if (start == std::string_view::npos || xml_[start] != '<') {
@@ -344,6 +348,12 @@ private:
             !closing.substr(2 + name.size()).starts_with('>')) {
             return false;
         }
+        const std::string_view content = xml_.substr(position_, end - position_);
+        moveCost_ += content.size() *
+                     static_cast<std::size_t>(std::count(content.begin(), content.end(), '&'));
+        if (moveCost_ > maximumMoveCost) {
+            return false;
+        }
         copyUpTo(end);
         if (name == "data") {
             // libplist looks for the end of a line of base64 at the next white space, wherever it
@@ -366,6 +376,7 @@ private:
     /// The elements around the position, outermost first.
     std::vector<Element> open_;
     std::size_t elementCount_ = 0;
+    std::size_t moveCost_ = 0;
 };
 
 [[nodiscard]] bool looksLikeXML(std::string_view text) {

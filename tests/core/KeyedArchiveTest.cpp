@@ -238,7 +238,7 @@ TEST(KeyedArchiveTest, AnArchiveWithAnyByteChangedIsReadOrRefused) {
          {KeyedArchiveBuilder().string("Hello \U0001F600").binary(),
           KeyedArchiveBuilder().bytesObject("Hello").xml()}) {
         for (std::size_t position = 0; position < whole.size(); ++position) {
-            for (const int value : {0x00, 0x01, 0x0F, 0x2F, 0x3C, 0x7F, 0x80, 0xAF, 0xDF, 0xFF}) {
+            for (const int value : {0x00, 0x0F, 0x3C, 0xAF, 0xFF}) {
                 std::string changed = whole;
                 changed[position] = static_cast<char>(value);
                 const auto text = read(changed);

@@ -324,6 +324,17 @@ TEST(PropertyListTest, EntitiesDeclaredAheadOfTheListAreUnknownInIt) {
     EXPECT_TRUE(isRead(prolog + "<plist><string>b</string></plist>"));
 }
 
+TEST(PropertyListTest, ALongTextOfManyEntitiesIsRefused) {
+    // Reading one of these would take time that grows with the square of its length.
+    const PropertyListLimits wide = {.size = 4U << 20U, .objectCount = 100, .depth = 8};
+    for (const auto& [count, expected] : {std::pair(13'000, true), std::pair(300'000, false)}) {
+        const std::string text =
+            xml("<string>" + repeated("&amp;", static_cast<std::size_t>(count)) + "</string>");
+        const std::vector<std::uint8_t> bytes(text.begin(), text.end());
+        EXPECT_EQ(parsePropertyList(bytes, wide) != nullptr, expected) << count;
+    }
+}
+
 TEST(PropertyListTest, XMLObjectsAreCounted) {
     EXPECT_TRUE(isRead(xml("<array>" + repeated("<true/>", 99) + "</array>")));
     EXPECT_FALSE(isRead(xml("<array>" + repeated("<true/>", 100) + "</array>")));
