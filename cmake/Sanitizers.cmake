@@ -9,3 +9,9 @@ if(ORVEL_SANITIZE)
     add_compile_options(-fno-sanitize=function)
   endif()
 endif()
+
+if(ORVEL_BUILD_FUZZERS)
+  # What is fuzzed must report the ways it takes.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+  add_link_options(-fsanitize=fuzzer-no-link)
+endif()

@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "core/KeyedArchive.h"
+
+#include "core/AttributedBodyDecoder.h"
+#include "core/Text.h"
+#include "fuzz/Check.h"
+
+using namespace tavrin;
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const std::span<const std::uint8_t> archive(data, size);
+    const auto text = KeyedArchive::attributedString(archive);
+    check(!text || isValidUTF8(*text));
+    const auto decoded = AttributedBodyDecoder::decode(archive);
+    check(!decoded || !decoded->empty());
+    check(!text || text->empty() || decoded == text);
+    return 0;
+}
