@@ -12,9 +12,8 @@
 #include <vector>
 
 // libplist replaces references by copies without counting, recurses as deep as the list says, cuts
-// texts at NUL, drops unpaired surrogates and reads some elements of XML beyond their end. So
-// nothing reaches it before the screens below have walked through it, and then only as a copy that
-// they have adjusted.
+// texts at NUL, drops unpaired surrogates and is slow on purpose-made XML. So nothing reaches it
+// before the screens below have walked through it, and then only as a copy that they adjusted.
 
 namespace tavrin {
 
@@ -288,8 +287,8 @@ private:
         std::size_t childCount;
     };
 
-    /// libplist looks for every new key among the earlier ones. A keyed archive has long arrays,
-    /// but no dictionary that comes near this.
+    /// Keys that collide in libplist's hash table take time that grows with the square of their
+    /// number. A keyed archive has long arrays, but no dictionary that comes near this.
     static constexpr std::size_t maximumDictionarySize = 256;
 
     /// For every entity libplist moves the rest of the text. In bytes moved for all texts together;
@@ -351,17 +350,16 @@ private:
         const std::string_view content = xml_.substr(position_, end - position_);
         moveCost_ += content.size() *
                      static_cast<std::size_t>(std::count(content.begin(), content.end(), '&'));
-        if (moveCost_ > maximumMoveCost) {
+        if (moveCost_ > maximumMoveCost || (name == "data" && !isBase64(content))) {
             return false;
-        }
-        copyUpTo(end);
-        if (name == "data") {
-            // libplist looks for the end of a line of base64 at the next white space, wherever it
-            // is.
-            copy_ += '\n';
         }
         copyUpTo(end + 2 + name.size() + 1);
         return true;
+    }
+
+    [[nodiscard]] static bool isBase64(std::string_view text) {
+        return text.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz"
+                                      "0123456789+/= \t\r\n") == std::string_view::npos;
     }
 
     void copyUpTo(std::size_t end) {

@@ -309,6 +309,8 @@ TEST(PropertyListTest, WhatPropertyListWritersDoNotProduceIsRefused) {
           "<string>&#0;</string>"s,
           "<string>&bomb;</string>"s,
           "<string>&amp</string>"s,
+          "<data>\xFF\xFF\xFF\xFF</data>"s,
+          "<data>AQ-D</data>"s,
           "</array>"s,
           "<"s,
           "<>"s,

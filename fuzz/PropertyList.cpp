@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "core/Errors.h"
+#include "platform/linux/PlistBundle.h"
+
+#include <cstdint>
+#include <string_view>
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    try {
+        static_cast<void>(orvel::PlistBundle::parse({reinterpret_cast<const char*>(data), size}));
+    } catch (const tavrin::PlatformError&) {
+        // What is no property list must be refused with this error and no other.
+    }
+    return 0;
+}
