@@ -20,7 +20,8 @@ namespace tavrin {
 class SQLiteDatabase;
 
 /// Turns rows of a Messages database into records, one bounded batch at a time, walking the
-/// `message` table by row id.
+/// `message` table by row id. Every batch that examined a row moves the walk on, so that it ends
+/// even in a corrupt file.
 ///
 /// Lives for one scan over one snapshot and is used by one thread at a time. SQLite's failures pass
 /// through as `SQLiteError`; a failing scan returns no partial batch. Schema and chats are read
@@ -35,6 +36,7 @@ public:
         /// Most rows examined in one batch.
         std::int64_t batchLimit = 500;
         /// The handles that the assistant knows, as match hints; none is the same as an empty set.
+        /// What was found out with a set is kept while the same one is passed: it must not change.
         std::shared_ptr<const HintSet> knownHandleHints;
         /// Only messages sent at or after this instant; it must be one that
         /// `AppleEpoch::rawNanoseconds` takes.
@@ -106,7 +108,9 @@ public:
 
 private:
     struct Cache;
+    class BatchReader;
 
+    void refreshCache();
     Batch scan(std::int64_t bound, bool ascending, const Options& options);
 
     std::shared_ptr<SQLiteDatabase> database_;

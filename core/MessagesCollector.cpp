@@ -1,0 +1,371 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "core/MessagesCollector.h"
+
+#include "core/AppleEpoch.h"
+#include "core/AttributedBodyDecoder.h"
+#include "core/HandleNormalizer.h"
+#include "core/SQLiteDatabase.h"
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+namespace tavrin {
+
+namespace {
+
+using Binding = SQLiteDatabase::Binding;
+using Row = SQLiteDatabase::Row;
+
+/// The style of a chat that is a group; any other but 0 is none.
+constexpr std::int64_t groupStyle = 43;
+
+/// Positions in the scan's select list.
+namespace column {
+constexpr int rowID = 0;
+constexpr int guid = 1;
+constexpr int date = 2;
+constexpr int isFromMe = 3;
+constexpr int service = 4;
+constexpr int hasAttachments = 5;
+constexpr int text = 6;
+constexpr int attributedBody = 7;
+constexpr int handle = 8;
+constexpr int chat = 9;
+constexpr int associatedMessageType = 10;
+constexpr int itemType = 11;
+} // namespace column
+
+/// What a date at or after the instant is compared with: it is stored in nanoseconds or, when it is
+/// small, in seconds.
+void appendSinceBindings(std::vector<Binding>& bindings, Date since) {
+    bindings.push_back(Binding::integer(AppleEpoch::rawNanoseconds(since)));
+    bindings.push_back(Binding::integer(AppleEpoch::nanosecondDivide));
+    bindings.push_back(Binding::integer(AppleEpoch::rawSeconds(since)));
+}
+
+/// A missing column is replaced by a constant, so that the positions never change.
+std::string selectList(SQLiteDatabase& database) {
+    const auto columnOr = [&database](const std::string& name, const std::string& constant) {
+        return database.columnExists(name, "message") ? "m." + name : constant;
+    };
+    const std::string attributedBody = columnOr("attributedBody", "NULL");
+    const std::string associatedMessageType = columnOr("associated_message_type", "0");
+    const std::string itemType = columnOr("item_type", "0");
+    const std::string service = columnOr("service", "NULL");
+    const std::string hasAttachments = columnOr("cache_has_attachments", "0");
+    return "m.ROWID, m.guid, m.date, m.is_from_me, " + service + ", " + hasAttachments +
+           ", m.text, " + attributedBody + ", h.id, cmj.chat_id, " + associatedMessageType + ", " +
+           itemType;
+}
+
+std::string scanStatement(const std::string& selectList, bool ascending, bool hasSince) {
+    return "SELECT " + selectList +
+           "\nFROM message m"
+           "\nLEFT JOIN handle h ON h.ROWID = m.handle_id"
+           "\nLEFT JOIN chat_message_join cmj ON cmj.message_id = m.ROWID"
+           "\nWHERE m.ROWID " +
+           (ascending ? "> ?" : "< ?") +
+           (hasSince ? " AND (m.date >= ? OR (m.date < ? AND m.date >= ?))" : "") +
+           "\nORDER BY m.ROWID " + (ascending ? "ASC" : "DESC") + "\nLIMIT ?";
+}
+
+std::int64_t firstInteger(
+    SQLiteDatabase& database, const std::string& sql, std::span<const Binding> bindings = {}) {
+    std::optional<std::int64_t> first;
+    database.query(sql, bindings, [&first](const Row& row) {
+        if (!first) {
+            first = row.integer(0);
+        }
+    });
+    return first.value_or(0);
+}
+
+void requireColumn(SQLiteDatabase& database, const std::string& name) {
+    if (!database.columnExists(name, "message")) {
+        throw MessagesCollector::Error({"column `message." + name + "`"});
+    }
+}
+
+void requireTable(SQLiteDatabase& database, const std::string& name) {
+    if (!database.tableExists(name)) {
+        throw MessagesCollector::Error({"table `" + name + "`"});
+    }
+}
+
+} // namespace
+
+/// What stays the same from batch to batch while the database and the known handles do.
+struct MessagesCollector::Cache {
+    struct Chat {
+        ChatInfo info;
+        /// Whether a participant is among the known handles; found out when a row asks.
+        std::optional<bool> hasKnownParticipant = std::nullopt;
+
+        [[nodiscard]] bool isGroup() const {
+            return info.style != 0 ? info.style == groupStyle : info.participants.size() > 1;
+        }
+    };
+
+    struct Version {
+        std::int64_t data;
+        std::int64_t schema;
+
+        bool operator==(const Version&) const = default;
+    };
+
+    void setKnownHandleHints(const std::shared_ptr<const HintSet>& hints) {
+        if (hints == knownHandleHints) {
+            return;
+        }
+        knownHandleHints = hints;
+        for (auto& [rowID, chat] : chats) {
+            chat.hasKnownParticipant.reset();
+        }
+    }
+
+    [[nodiscard]] bool isKnown(const std::string& handle) const {
+        if (knownHandleHints == nullptr) {
+            return false;
+        }
+        const auto hint = HandleNormalizer::matchHint(Handle::classify(handle));
+        return hint && knownHandleHints->contains(*hint);
+    }
+
+    [[nodiscard]] bool hasKnownParticipant(Chat& chat) const {
+        if (!chat.hasKnownParticipant) {
+            chat.hasKnownParticipant =
+                std::ranges::any_of(chat.info.participants, [this](const std::string& participant) {
+                    return isKnown(participant);
+                });
+        }
+        return *chat.hasKnownParticipant;
+    }
+
+    /// None before the first scan.
+    std::optional<Version> version;
+    std::string selectList;
+    std::unordered_map<std::int64_t, Chat> chats;
+    std::shared_ptr<const HintSet> knownHandleHints;
+};
+
+/// Makes a batch of the rows it is shown.
+class MessagesCollector::BatchReader final {
+public:
+    BatchReader(Cache& cache, const Options& options, std::int64_t bound, bool ascending)
+        : cache_(cache), options_(options), bound_(bound), ascending_(ascending) {
+        constexpr std::int64_t mostReserved = 1'000;
+        batch_.records.reserve(static_cast<std::size_t>(
+            std::clamp<std::int64_t>(options.batchLimit, 0, mostReserved)));
+        batch_.highWatermark = bound;
+        batch_.lowWatermark = bound;
+    }
+
+    void read(const Row& row) {
+        if (batch_.scanned >= options_.batchLimit) {
+            batch_.hasMore = true;
+            return;
+        }
+        const std::int64_t rowID = row.integer(column::rowID);
+        examine(rowID);
+        const std::optional<Date> sentAt = AppleEpoch::date(row.integer(column::date));
+        if (row.integer(column::itemType) != 0 || row.isNull(column::guid) || !sentAt) {
+            ++batch_.skippedNotUserContent;
+            return;
+        }
+        Cache::Chat* const chat = chatOf(row);
+        std::optional<std::string> handle = row.string(column::handle);
+        if (!isInScope(chat, handle)) {
+            ++batch_.skippedOutOfScope;
+            return;
+        }
+        MessageRecord& record = batch_.records.emplace_back();
+        record.guid = row.string(column::guid).value_or("");
+        record.rowID = rowID;
+        if (chat != nullptr) {
+            record.chatGUID = chat->info.guid;
+            record.participants = chat->info.participants;
+            record.isGroupThread = chat->isGroup();
+        }
+        if (record.participants.empty() && handle) {
+            record.participants.push_back(*handle);
+        }
+        record.isFromMe = row.integer(column::isFromMe) == 1;
+        if (!record.isFromMe) {
+            record.senderHandle = std::move(handle);
+        }
+        record.service = row.string(column::service);
+        record.sentAt = *sentAt;
+        record.hasAttachments = row.integer(column::hasAttachments) == 1;
+        record.associatedMessageType = row.integer(column::associatedMessageType);
+        if (options_.mode == CollectionMode::WithBodies) {
+            readBody(row, record);
+        }
+    }
+
+    [[nodiscard]] Batch take() && { return std::move(batch_); }
+
+private:
+    void examine(std::int64_t rowID) {
+        if (ascending_ ? rowID <= bound_ : rowID >= bound_) {
+            // Only a corrupt file gives such a row. It would move the caller's cursor back, and the
+            // walk would never end.
+            throw SQLiteError(SQLiteError::Step{"database disk image is malformed"});
+        }
+        const bool isFirst = batch_.scanned == 0;
+        ++batch_.scanned;
+        batch_.highWatermark = isFirst ? rowID : std::max(batch_.highWatermark, rowID);
+        batch_.lowWatermark = isFirst ? rowID : std::min(batch_.lowWatermark, rowID);
+    }
+
+    Cache::Chat* chatOf(const Row& row) {
+        if (row.isNull(column::chat)) {
+            return nullptr;
+        }
+        const auto found = cache_.chats.find(row.integer(column::chat));
+        return found == cache_.chats.end() ? nullptr : &found->second;
+    }
+
+    bool isInScope(Cache::Chat* chat, const std::optional<std::string>& handle) const {
+        if (options_.scope == ThreadScope::AllThreads) {
+            return true;
+        }
+        return chat != nullptr && !chat->info.participants.empty()
+                   ? cache_.hasKnownParticipant(*chat)
+                   : handle && cache_.isKnown(*handle);
+    }
+
+    void readBody(const Row& row, MessageRecord& record) {
+        record.body = row.string(column::text);
+        if (record.body && !record.body->empty()) {
+            return;
+        }
+        record.body.reset();
+        const auto blob = row.blob(column::attributedBody);
+        if (!blob) {
+            return;
+        }
+        record.body = AttributedBodyDecoder::decode(*blob);
+        if (!record.body || record.body->empty()) {
+            record.body.reset();
+            record.bodyUnavailable = true;
+            ++batch_.skippedUndecodable;
+        }
+    }
+
+    Cache& cache_;
+    const Options& options_;
+    std::int64_t bound_;
+    bool ascending_;
+    Batch batch_;
+};
+
+MessagesCollector::Error::Error(SchemaMissing error)
+    : error_(std::move(error)),
+      description_(
+          "chat.db schema unexpected: " + error_.what +
+          " not found. Messages may have changed its schema — collection is paused rather than "
+          "silently returning nothing.") {}
+
+MessagesCollector::MessagesCollector(std::shared_ptr<SQLiteDatabase> database)
+    : database_(std::move(database)), cache_(std::make_unique<Cache>()) {
+    requireTable(*database_, "message");
+    requireTable(*database_, "handle");
+    for (const char* name : {"guid", "date", "is_from_me"}) {
+        requireColumn(*database_, name);
+    }
+}
+
+MessagesCollector::~MessagesCollector() = default;
+
+MessagesCollector::Batch MessagesCollector::collect(std::int64_t after, const Options& options) {
+    return scan(after, true, options);
+}
+
+MessagesCollector::Batch
+MessagesCollector::collectBackfill(std::int64_t before, const Options& options) {
+    return scan(before, false, options);
+}
+
+std::int64_t MessagesCollector::countMessages(Date since) {
+    std::string sql = "SELECT COUNT(*) FROM message\n"
+                      "WHERE (date >= ? OR (date < ? AND date >= ?))\n";
+    if (database_->columnExists("item_type", "message")) {
+        sql += "AND item_type = 0";
+    }
+    std::vector<Binding> bindings;
+    appendSinceBindings(bindings, since);
+    return firstInteger(*database_, sql, bindings);
+}
+
+std::map<std::int64_t, MessagesCollector::ChatInfo> MessagesCollector::loadChats() {
+    std::map<std::int64_t, ChatInfo> chats;
+    if (!database_->tableExists("chat") || !database_->tableExists("chat_handle_join")) {
+        return chats;
+    }
+    database_->query(
+        database_->columnExists("style", "chat") ? "SELECT ROWID, guid, style FROM chat"
+                                                 : "SELECT ROWID, guid, 0 FROM chat",
+        {},
+        [&chats](const Row& row) {
+            chats[row.integer(0)] = {row.string(1), {}, row.integer(2)};
+        });
+    database_->query(
+        "SELECT chj.chat_id, h.id\n"
+        "FROM chat_handle_join chj\n"
+        "JOIN handle h ON h.ROWID = chj.handle_id",
+        {},
+        [&chats](const Row& row) {
+            const auto chat = chats.find(row.integer(0));
+            std::optional<std::string> handle = row.string(1);
+            if (chat != chats.end() && handle) {
+                chat->second.participants.push_back(std::move(*handle));
+            }
+        });
+    for (auto& [rowID, chat] : chats) {
+        std::ranges::sort(chat.participants);
+        const auto repeated = std::ranges::unique(chat.participants);
+        chat.participants.erase(repeated.begin(), repeated.end());
+    }
+    return chats;
+}
+
+void MessagesCollector::refreshCache() {
+    // Asked before anything is read: a change in between shows the next time.
+    const Cache::Version version{
+        firstInteger(*database_, "PRAGMA data_version"),
+        firstInteger(*database_, "PRAGMA schema_version")};
+    if (cache_->version == version) {
+        return;
+    }
+    cache_->version.reset();
+    cache_->chats.clear();
+    for (auto& [rowID, info] : loadChats()) {
+        cache_->chats.emplace(rowID, Cache::Chat{std::move(info)});
+    }
+    cache_->selectList = selectList(*database_);
+    cache_->version = version;
+}
+
+MessagesCollector::Batch
+MessagesCollector::scan(std::int64_t bound, bool ascending, const Options& options) {
+    refreshCache();
+    cache_->setKnownHandleHints(options.knownHandleHints);
+
+    std::vector<Binding> bindings = {Binding::integer(bound)};
+    if (options.since) {
+        appendSinceBindings(bindings, *options.since);
+    }
+    // One row more tells whether there is more.
+    constexpr std::int64_t greatest = std::numeric_limits<std::int64_t>::max();
+    bindings.push_back(Binding::integer(std::min(options.batchLimit, greatest - 1) + 1));
+
+    BatchReader reader(*cache_, options, bound, ascending);
+    database_->query(
+        scanStatement(cache_->selectList, ascending, options.since.has_value()),
+        bindings,
+        [&reader](const Row& row) { reader.read(row); });
+    return std::move(reader).take();
+}
+
+} // namespace tavrin
