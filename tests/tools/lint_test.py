@@ -321,6 +321,17 @@ class TreeTest(unittest.TestCase):
         self.assertEqual(result.returncode, 1)
         self.assertTrue(result.stdout.startswith("core/A.cpp:2: no Qt"), result.stdout)
 
+    def test_documents_name_what_is_there(self):
+        test = SOURCE + "TEST_F(\n    TextTest, Repairs) {}\n"
+        good = "[a](../core/A.cpp#x), [b](https://a.example/b), `TextTest.Repairs`\n"
+        self.assertEqual(
+            lint.check_documents("/", {"tests/core/TextTest.cpp": test, "x.md": "`TextTest.X`\n"}),
+            [("x.md", 1, "there is no test TextTest.X")])
+        files = {"core/A.cpp": SOURCE, "tests/core/TextTest.cpp": test.replace("\n    ", "")}
+        self.assertEqual(self.run_on({**files, "docs/x.md": good}).stdout, "")
+        result = self.run_on({**files, "docs/x.md": "a\n[a](B.cpp)\n"})
+        self.assertEqual(result.stdout, "docs/x.md:2: there is no file B.cpp\n")
+
     @unittest.skipUnless(lint.formatter(), "needs clang-format")
     def test_an_unformatted_file_is_found(self):
         result = self.run_on({"core/A.cpp": SOURCE + "int  a ;\n"})
