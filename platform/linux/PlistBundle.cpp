@@ -2,6 +2,7 @@
 #include "platform/linux/PlistBundle.h"
 
 #include "core/Errors.h"
+#include "core/PropertyList.h"
 #include "platform/linux/ReadFile.h"
 
 #include <plist/plist.h>
@@ -15,10 +16,6 @@
 namespace orvel {
 
 namespace {
-
-struct FreeNode {
-    void operator()(void* node) const { plist_free(node); }
-};
 
 struct FreeMemory {
     void operator()(void* memory) const { std::free(memory); }
@@ -38,13 +35,9 @@ std::filesystem::path PlistBundle::defaultFolder() {
 }
 
 PlistBundle::Information PlistBundle::parse(std::string_view propertyList) {
-    plist_t parsed = nullptr;
-    if (propertyList.size() <= maximumFileBytes) {
-        // Only XML: the binary form is read recursively, without a limit.
-        plist_from_xml(
-            propertyList.data(), static_cast<std::uint32_t>(propertyList.size()), &parsed);
-    }
-    const std::unique_ptr<void, FreeNode> root(parsed);
+    constexpr tavrin::PropertyListLimits limits{maximumFileBytes, 10'000, 16};
+    const tavrin::PropertyList root = tavrin::parsePropertyList(
+        {reinterpret_cast<const std::uint8_t*>(propertyList.data()), propertyList.size()}, limits);
     if (!root || plist_get_node_type(root.get()) != PLIST_DICT) {
         throw tavrin::PlatformError(
             std::string(tavrin::posixErrorDomain),

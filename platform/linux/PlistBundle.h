@@ -25,7 +25,8 @@ public:
     /// installed with this executable, or, in a build tree, the one built beside it.
     [[nodiscard]] static std::filesystem::path defaultFolder();
 
-    /// Reads an XML property list. Throws `tavrin::PlatformError` for anything else.
+    /// Throws `tavrin::PlatformError` for anything but a property list with a dictionary. Comments
+    /// are not read.
     [[nodiscard]] static Information parse(std::string_view propertyList);
 
     /// Throws `tavrin::PlatformError` when the folder has no readable property list.

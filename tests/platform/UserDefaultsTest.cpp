@@ -2,8 +2,9 @@
 #include "core/Errors.h"
 #include "platform/linux/SettingsUserDefaults.h"
 #include "tests/support/InMemoryUserDefaults.h"
+#include "tests/support/SmallDisk.h"
 #include "tests/support/TemporaryDirectory.h"
-#include "tests/support/WithoutRootRights.h"
+#include "tests/support/UnprivilegedUser.h"
 
 #include <QLockFile>
 #include <QString>
@@ -11,8 +12,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -32,6 +31,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -50,8 +50,7 @@ Date dateOf(double seconds) {
     return Date(tavrin::Seconds(seconds));
 }
 
-/// Files may not grow beyond that size while it lives: as near to a full disk as a process can
-/// bring about by itself.
+/// Files may not grow beyond that size while it lives: a disk that is full without being mounted.
 class FileSizeLimit final {
 public:
     explicit FileSizeLimit(rlim_t bytes) : signal_(std::signal(SIGXFSZ, SIG_IGN)) {
@@ -402,7 +401,7 @@ TEST_F(SettingsUserDefaultsTest, AFolderThatMayNotBeWrittenFailsTheWrite) {
     std::filesystem::permissions(file_.parent_path(), std::filesystem::perms(0555));
     std::filesystem::permissions(file_, std::filesystem::perms(0644));
     {
-        const WithoutRootRights withoutRootRights;
+        const UnprivilegedUser user;
         const PlatformError failure = errorOf([&defaults] { defaults.setInteger("k", 2); });
         EXPECT_EQ(failure.code(), EACCES);
         EXPECT_STREQ(failure.what(), "Could not save the agent's settings: Permission denied");
@@ -428,32 +427,27 @@ TEST_F(SettingsUserDefaultsTest, AFailedWriteIsNotCarriedAlongByTheNextOne) {
 }
 
 TEST_F(SettingsUserDefaultsTest, AFullDiskFailsTheWriteAndSaysSo) {
-    // A thread may have mounts of its own, which vanish with it.
-    std::thread([this] {
-        if (unshare(CLONE_NEWNS) != 0 ||
-            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-            mount("tmpfs", folder_.path().c_str(), "tmpfs", 0, "size=16k") != 0) {
-            GTEST_SKIP() << "Only root may mount a small disk; the limit of a file's size above "
-                            "tests the same path.";
-        }
-        SettingsUserDefaults defaults(file_);
-        defaults.setInteger("k", 1);
-        const PlatformError failure =
-            errorOf([&defaults] { defaults.setString("k", std::string(32'768, 'x')); });
-        EXPECT_EQ(failure.code(), ENOSPC);
-        EXPECT_STREQ(
-            failure.what(), "Could not save the agent's settings: No space left on device");
-        EXPECT_EQ(defaults.integer("k"), 1);
-        EXPECT_EQ(text(), "k=1\n");
-        defaults.setInteger("k", 2);
-        EXPECT_EQ(text(), "k=2\n");
-    }).join();
+    constexpr std::size_t size = std::size_t{1} << 20;
+    const SmallDisk disk(folder_.path(), size);
+    SettingsUserDefaults defaults(file_);
+    defaults.setInteger("k", 1);
+    const PlatformError failure =
+        errorOf([&defaults] { defaults.setString("k", std::string(2 * size, 'x')); });
+    EXPECT_EQ(failure.code(), disk.errorWhenFull());
+    EXPECT_EQ(
+        std::string(failure.what()),
+        "Could not save the agent's settings: " +
+            std::generic_category().message(disk.errorWhenFull()));
+    EXPECT_EQ(defaults.integer("k"), 1);
+    EXPECT_EQ(text(), "k=1\n");
+    defaults.setInteger("k", 2);
+    EXPECT_EQ(text(), "k=2\n");
 }
 
 TEST_F(SettingsUserDefaultsTest, AFileThatMayNotBeReadIsNotTakenForAnEmptyOne) {
     writeText("k=1\n");
     std::filesystem::permissions(file_, std::filesystem::perms::none);
-    const WithoutRootRights withoutRootRights;
+    const UnprivilegedUser user;
     const PlatformError failure = errorOf([this] { const SettingsUserDefaults defaults(file_); });
     EXPECT_EQ(failure.code(), EACCES);
     EXPECT_THAT(failure.what(), testing::HasSubstr("Could not read the agent's settings"));
