@@ -3,15 +3,17 @@
 
 #include "platform/URLSession.h"
 
-#include <QObject>
-
-#include <cstdint>
+#include <cstddef>
 #include <deque>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
+#include <string>
 #include <vector>
+
+namespace orvel {
+class PendingExchanges;
+}
 
 namespace orvel::test {
 
@@ -33,28 +35,18 @@ public:
 
     /// Every request so far, in the order of their start.
     [[nodiscard]] const std::vector<URLRequest>& requests() const { return requests_; }
-    /// The requests whose completion has not been called yet.
+    /// How many requests have not had their completion called yet.
     [[nodiscard]] std::size_t inFlight() const;
 
     [[nodiscard]] std::unique_ptr<Task>
     start(URLRequest request, std::function<void(URLResult)> completion) override;
 
 private:
-    using Completions = std::map<std::uint64_t, std::function<void(URLResult)>>;
     class FakeTask;
-
-    /// What the tasks share with their session.
-    struct State {
-        QObject context;
-        Completions completions;
-
-        void deliver(std::uint64_t id, URLResult result);
-        void cancel(std::uint64_t id);
-    };
 
     [[nodiscard]] Answer answer(const URLRequest& request);
 
-    std::shared_ptr<State> state_;
+    std::shared_ptr<PendingExchanges> pending_;
     std::deque<Answer> answers_;
     Handler handler_;
     std::vector<URLRequest> requests_;

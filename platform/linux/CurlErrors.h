@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "core/Errors.h"
+
+namespace orvel {
+
+/// What libcurl tells about an exchange that failed.
+struct CurlFailure {
+    /// A `CURLcode`.
+    int code = 0;
+    /// The `errno` of the failed connection attempt; 0 when there is none.
+    long systemError = 0;
+    /// OpenSSL's `X509_V_…` result for the server's certificate.
+    long verifyResult = 0;
+};
+
+[[nodiscard]] tavrin::URLErrorCode urlErrorCode(const CurlFailure& failure);
+
+/// The error with its sentence for the user, which names neither host nor request.
+[[nodiscard]] tavrin::URLError urlError(tavrin::URLErrorCode code);
+
+} // namespace orvel

@@ -1,0 +1,513 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/linux/CurlURLSession.h"
+
+#include "core/Errors.h"
+#include "platform/linux/CurlErrors.h"
+#include "platform/linux/PendingExchanges.h"
+#include "platform/linux/ReadFile.h"
+
+#include <curl/curl.h>
+#include <openssl/bio.h>
+#include <openssl/err.h>
+#include <openssl/pem.h>
+#include <openssl/ssl.h>
+#include <openssl/x509.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <utility>
+
+namespace orvel {
+
+namespace {
+
+using tavrin::URLErrorCode;
+
+template <auto function>
+struct Release {
+    template <typename T>
+    void operator()(T* object) const {
+        function(object);
+    }
+};
+
+using Easy = std::unique_ptr<CURL, Release<curl_easy_cleanup>>;
+using Multi = std::unique_ptr<CURLM, Release<curl_multi_cleanup>>;
+using HeaderList = std::unique_ptr<curl_slist, Release<curl_slist_free_all>>;
+using ParsedURL = std::unique_ptr<CURLU, Release<curl_url_cleanup>>;
+using Bio = std::unique_ptr<BIO, Release<BIO_free>>;
+using Certificate = std::unique_ptr<X509, Release<X509_free>>;
+using Certificates = std::vector<Certificate>;
+
+/// Of all headers of a reply, interim replies included.
+constexpr std::size_t maximumHeaderBytes = std::size_t{256} << 10U;
+constexpr std::size_t maximumCertificateFileBytes = std::size_t{4} << 20U;
+
+/// libcurl's own tables, for as long as a session needs them.
+class CurlLibrary final {
+public:
+    CurlLibrary() {
+        if (curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK) {
+            throw std::bad_alloc();
+        }
+    }
+    ~CurlLibrary() { curl_global_cleanup(); }
+    CurlLibrary(const CurlLibrary&) = delete;
+    CurlLibrary& operator=(const CurlLibrary&) = delete;
+};
+
+void appendCertificates(Certificates& certificates, const std::filesystem::path& file) {
+    const std::string content = readFile(file, maximumCertificateFileBytes);
+    const Bio source(BIO_new_mem_buf(content.data(), static_cast<int>(content.size())));
+    const std::size_t before = certificates.size();
+    while (Certificate certificate{PEM_read_bio_X509(source.get(), nullptr, nullptr, nullptr)}) {
+        certificates.push_back(std::move(certificate));
+    }
+    const unsigned long reason = ERR_peek_last_error();
+    ERR_clear_error();
+    // The end of the file shows as a missing start line.
+    if (ERR_GET_REASON(reason) != PEM_R_NO_START_LINE || certificates.size() == before) {
+        throw tavrin::PlatformError(
+            std::string(tavrin::posixErrorDomain),
+            EBADMSG,
+            "Could not read the certificates in " + file.string() + ".");
+    }
+}
+
+bool hasControlCharacter(std::string_view text) {
+    return std::ranges::any_of(text, [](char character) {
+        const auto byte = static_cast<unsigned char>(character);
+        return (byte < 0x20 && byte != '\t') || byte == 0x7F;
+    });
+}
+
+/// The visible characters that the names of methods and headers may have.
+bool isToken(std::string_view text) {
+    return !text.empty() && std::ranges::all_of(text, [](char character) {
+        return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') ||
+               (character >= '0' && character <= '9') ||
+               std::string_view("!#$%&'*+-.^_`|~").find(character) != std::string_view::npos;
+    });
+}
+
+/// Where a TLS context keeps the transfer it belongs to.
+int transferIndex() {
+    static const int index = SSL_CTX_get_ex_new_index(0, nullptr, nullptr, nullptr, nullptr);
+    return index;
+}
+
+/// Why the request cannot be sent at all.
+std::optional<tavrin::URLError> refusal(const URLRequest& request) {
+    if (!request.url.starts_with("https://")) {
+        return urlError(URLErrorCode::UnsupportedURL);
+    }
+    const ParsedURL parsed(curl_url());
+    if (hasControlCharacter(request.url) ||
+        curl_url_set(parsed.get(), CURLUPART_URL, request.url.c_str(), CURLU_DISALLOW_USER) !=
+            CURLUE_OK) {
+        return urlError(URLErrorCode::BadURL);
+    }
+    const bool isWellFormed =
+        isToken(request.method) && std::ranges::all_of(request.headers, [](const auto& header) {
+            return isToken(header.first) && !hasControlCharacter(header.second);
+        });
+    if (!isWellFormed) {
+        // A line break in a token must not become a header of its own.
+        return tavrin::URLError(
+            URLErrorCode::Unknown, "The request has a header that cannot be sent.");
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
+/// One exchange: made on the main thread, then the worker's alone. libcurl keeps pointers to it.
+class CurlURLSession::Transfer final {
+public:
+    Transfer(std::uint64_t exchange, URLRequest request, const State& state);
+
+    [[nodiscard]] std::uint64_t exchange() const { return exchange_; }
+    [[nodiscard]] CURL* easy() const { return easy_.get(); }
+
+    /// Call once, when libcurl is done.
+    [[nodiscard]] URLResult takeResult(CURLcode code);
+
+private:
+    template <typename T>
+    void set(CURLoption option, T value) {
+        if (const CURLcode code = curl_easy_setopt(easy_.get(), option, value); code != CURLE_OK) {
+            throw std::runtime_error(std::string("libcurl: ") + curl_easy_strerror(code));
+        }
+    }
+
+    void setRequest();
+    void setTimeout();
+    void setSecurity(const State& state);
+    void appendHeader(const std::string& line);
+    /// libcurl takes some replies that were cut off for whole ones.
+    [[nodiscard]] bool isWhole() const;
+
+    static std::size_t onHeader(char* data, std::size_t, std::size_t size, void* transfer) noexcept;
+    static std::size_t onBody(char* data, std::size_t, std::size_t size, void* transfer) noexcept;
+    static CURLcode onTLSContext(CURL*, void* context, void* transfer) noexcept;
+    static void onTLSEvent(const SSL* session, int where, int value) noexcept;
+
+    std::uint64_t exchange_;
+    URLRequest request_;
+    const Certificates& extraCertificates_;
+    HeaderList headers_;
+    URLResponse response_;
+    std::size_t headerBytes_ = 0;
+    bool hasAllHeaders_ = false;
+    /// Whether TLS has said that nothing more comes.
+    bool hasFarewell_ = false;
+    /// Destroyed first: it refers to the others.
+    Easy easy_;
+};
+
+/// The thread on which libcurl works.
+class CurlURLSession::Worker final {
+public:
+    /// Borrows the exchanges.
+    explicit Worker(PendingExchanges& pending);
+    /// Ends what is in flight.
+    ~Worker();
+    Worker(const Worker&) = delete;
+    Worker& operator=(const Worker&) = delete;
+
+    void start(std::unique_ptr<Transfer> transfer);
+    void cancel(std::uint64_t exchange);
+
+private:
+    void run();
+    /// Gives false when it is time to stop.
+    bool takeOrders();
+    void finish(CURL* easy, CURLcode code);
+
+    PendingExchanges& pending_;
+    Multi multi_;
+
+    std::mutex mutex_;
+    std::vector<std::unique_ptr<Transfer>> started_;
+    std::vector<std::uint64_t> cancelled_;
+    bool isStopping_ = false;
+
+    /// The thread's own.
+    std::map<std::uint64_t, std::unique_ptr<Transfer>> transfers_;
+    std::thread thread_;
+};
+
+struct CurlURLSession::State {
+    CurlLibrary library;
+    Trust trust;
+    Certificates extraCertificates;
+    PendingExchanges pending;
+    Worker worker{pending};
+};
+
+class CurlURLSession::CurlTask final : public Task {
+public:
+    CurlTask(std::weak_ptr<State> state, std::uint64_t exchange)
+        : state_(std::move(state)), exchange_(exchange) {}
+
+    void cancel() override {
+        const auto state = state_.lock();
+        if (state && state->pending.cancel(exchange_)) {
+            state->worker.cancel(exchange_);
+        }
+    }
+
+private:
+    std::weak_ptr<State> state_;
+    std::uint64_t exchange_;
+};
+
+CurlURLSession::CurlURLSession(Trust trust) : state_(std::make_shared<State>()) {
+    for (const std::filesystem::path& file : trust.extraCertificates) {
+        appendCertificates(state_->extraCertificates, file);
+    }
+    state_->trust = std::move(trust);
+}
+
+CurlURLSession::~CurlURLSession() = default;
+
+std::unique_ptr<URLSession::Task>
+CurlURLSession::start(URLRequest request, std::function<void(URLResult)> completion) {
+    const std::uint64_t exchange = state_->pending.add(std::move(completion));
+    if (auto error = refusal(request)) {
+        state_->pending.finish(exchange, std::move(*error));
+    } else {
+        state_->worker.start(std::make_unique<Transfer>(exchange, std::move(request), *state_));
+    }
+    return std::make_unique<CurlTask>(state_, exchange);
+}
+
+CurlURLSession::Transfer::Transfer(std::uint64_t exchange, URLRequest request, const State& state)
+    : exchange_(exchange),
+      request_(std::move(request)),
+      extraCertificates_(state.extraCertificates),
+      easy_(curl_easy_init()) {
+    if (!easy_) {
+        throw std::bad_alloc();
+    }
+    set(CURLOPT_PRIVATE, this);
+    set(CURLOPT_HEADERFUNCTION, onHeader);
+    set(CURLOPT_HEADERDATA, this);
+    set(CURLOPT_WRITEFUNCTION, onBody);
+    set(CURLOPT_WRITEDATA, this);
+
+    // One request on the wire: see the class.
+    set(CURLOPT_FRESH_CONNECT, 1L);
+    set(CURLOPT_FORBID_REUSE, 1L);
+    set(CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_1_1});
+    set(CURLOPT_FOLLOWLOCATION, 0L);
+    set(CURLOPT_PROTOCOLS_STR, "https");
+    set(CURLOPT_HEADEROPT, long{CURLHEADER_SEPARATE});
+    set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+
+    set(CURLOPT_NOSIGNAL, 1L);
+    // Otherwise giving up a lookup waits for it to end, and with it every other transfer.
+    set(CURLOPT_QUICK_EXIT, 1L);
+
+    setRequest();
+    setTimeout();
+    setSecurity(state);
+}
+
+void CurlURLSession::Transfer::setRequest() {
+    set(CURLOPT_URL, request_.url.c_str());
+    if (request_.method == "HEAD") {
+        set(CURLOPT_NOBODY, 1L);
+    } else if (request_.body || request_.method == "POST") {
+        const std::string_view body = request_.body ? *request_.body : std::string_view();
+        set(CURLOPT_POST, 1L);
+        set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
+        set(CURLOPT_POSTFIELDS, request_.body ? request_.body->data() : "");
+    }
+    set(CURLOPT_CUSTOMREQUEST, request_.method.c_str());
+
+    // What libcurl would add by itself and nobody asked for.
+    appendHeader("Expect:");
+    appendHeader("Content-Type:");
+    for (const auto& [name, value] : request_.headers) {
+        // libcurl leaves a header without a value out, unless it ends like this.
+        appendHeader(value.empty() ? name + ";" : name + ": " + value);
+    }
+    set(CURLOPT_HTTPHEADER, headers_.get());
+}
+
+void CurlURLSession::Transfer::setTimeout() {
+    // 0 would be no limit at all.
+    const double milliseconds =
+        std::clamp(request_.timeout.count() * 1000, 1.0, static_cast<double>(INT_MAX));
+    set(CURLOPT_TIMEOUT_MS, static_cast<long>(milliseconds));
+    set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(milliseconds));
+}
+
+void CurlURLSession::Transfer::setSecurity(const State& state) {
+    set(CURLOPT_SSLVERSION, long{CURL_SSLVERSION_TLSv1_2});
+    set(CURLOPT_SSL_VERIFYPEER, 1L);
+    set(CURLOPT_SSL_VERIFYHOST, 2L);
+    if (state.trust.systemCertificates) {
+        set(CURLOPT_CAINFO, state.trust.systemCertificates->c_str());
+    }
+    // libcurl reads the system's certificates once instead of for each connection, which takes five
+    // times as long as all the rest, if it has no folder to look into besides the file.
+    set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+    set(CURLOPT_SSL_CTX_FUNCTION, onTLSContext);
+    set(CURLOPT_SSL_CTX_DATA, this);
+}
+
+void CurlURLSession::Transfer::appendHeader(const std::string& line) {
+    curl_slist* const longer = curl_slist_append(headers_.get(), line.c_str());
+    if (longer == nullptr) {
+        throw std::bad_alloc();
+    }
+    // The list's own start when it was empty; the same list otherwise.
+    static_cast<void>(headers_.release());
+    headers_.reset(longer);
+}
+
+URLResult CurlURLSession::Transfer::takeResult(CURLcode code) {
+    if (code != CURLE_OK) {
+        CurlFailure failure{code, 0, 0};
+        curl_easy_getinfo(easy_.get(), CURLINFO_OS_ERRNO, &failure.systemError);
+        curl_easy_getinfo(easy_.get(), CURLINFO_SSL_VERIFYRESULT, &failure.verifyResult);
+        return urlError(urlErrorCode(failure));
+    }
+    long status = 0;
+    curl_easy_getinfo(easy_.get(), CURLINFO_RESPONSE_CODE, &status);
+    response_.status = static_cast<int>(status);
+    if (!isWhole()) {
+        return urlError(URLErrorCode::NetworkConnectionLost);
+    }
+    return std::move(response_);
+}
+
+bool CurlURLSession::Transfer::isWhole() const {
+    if (!hasAllHeaders_ || response_.status < 200) {
+        return false;
+    }
+    const bool mayHaveBody =
+        request_.method != "HEAD" && response_.status != 204 && response_.status != 304;
+    curl_off_t length = -1;
+    curl_easy_getinfo(easy_.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+    curl_header* chunked = nullptr;
+    curl_easy_header(easy_.get(), "Transfer-Encoding", 0, CURLH_HEADER, -1, &chunked);
+    // Otherwise the end of the connection is the end of the body, and may have come too early.
+    return !mayHaveBody || length >= 0 || chunked != nullptr || hasFarewell_;
+}
+
+std::size_t CurlURLSession::Transfer::onHeader(
+    char* data, std::size_t, std::size_t size, void* transfer) noexcept {
+    auto& self = *static_cast<Transfer*>(transfer);
+    const std::string_view line(data, size);
+    if (line.starts_with("HTTP/")) {
+        self.hasAllHeaders_ = false;
+    } else if (line == "\r\n" || line == "\n") {
+        self.hasAllHeaders_ = true;
+    }
+    self.headerBytes_ += size;
+    return self.headerBytes_ <= maximumHeaderBytes ? size : 0;
+}
+
+std::size_t CurlURLSession::Transfer::onBody(
+    char* data, std::size_t, std::size_t size, void* transfer) noexcept {
+    auto& self = *static_cast<Transfer*>(transfer);
+    try {
+        if (size <= maximumReplyBytes - self.response_.body.size()) {
+            self.response_.body.append(data, size);
+            return size;
+        }
+    } catch (const std::bad_alloc&) {
+        // Too long for this machine.
+    }
+    return 0;
+}
+
+CURLcode CurlURLSession::Transfer::onTLSContext(CURL*, void* context, void* transfer) noexcept {
+    auto* const tls = static_cast<SSL_CTX*>(context);
+    X509_STORE* const store = SSL_CTX_get_cert_store(tls);
+    for (const Certificate& certificate : static_cast<Transfer*>(transfer)->extraCertificates_) {
+        if (X509_STORE_add_cert(store, certificate.get()) != 1) {
+            return CURLE_SSL_CACERT_BADFILE;
+        }
+    }
+    if (SSL_CTX_set_ex_data(tls, transferIndex(), transfer) != 1) {
+        return CURLE_OUT_OF_MEMORY;
+    }
+    SSL_CTX_set_info_callback(tls, onTLSEvent);
+    return CURLE_OK;
+}
+
+void CurlURLSession::Transfer::onTLSEvent(const SSL* session, int where, int value) noexcept {
+    if (where == SSL_CB_READ_ALERT && (value & 0xFF) == SSL_AD_CLOSE_NOTIFY) {
+        void* const transfer = SSL_CTX_get_ex_data(SSL_get_SSL_CTX(session), transferIndex());
+        static_cast<Transfer*>(transfer)->hasFarewell_ = true;
+    }
+}
+
+CurlURLSession::Worker::Worker(PendingExchanges& pending)
+    : pending_(pending), multi_(curl_multi_init()) {
+    if (!multi_) {
+        throw std::bad_alloc();
+    }
+    // The thread inherits the mask: signals are for the others.
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    thread_ = std::thread([this] { run(); });
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+CurlURLSession::Worker::~Worker() {
+    {
+        const std::lock_guard lock(mutex_);
+        isStopping_ = true;
+    }
+    curl_multi_wakeup(multi_.get());
+    thread_.join();
+}
+
+void CurlURLSession::Worker::start(std::unique_ptr<Transfer> transfer) {
+    {
+        const std::lock_guard lock(mutex_);
+        started_.push_back(std::move(transfer));
+    }
+    curl_multi_wakeup(multi_.get());
+}
+
+void CurlURLSession::Worker::cancel(std::uint64_t exchange) {
+    {
+        const std::lock_guard lock(mutex_);
+        cancelled_.push_back(exchange);
+    }
+    curl_multi_wakeup(multi_.get());
+}
+
+void CurlURLSession::Worker::run() {
+    while (takeOrders()) {
+        int running = 0;
+        curl_multi_perform(multi_.get(), &running);
+        int remaining = 0;
+        while (const CURLMsg* message = curl_multi_info_read(multi_.get(), &remaining)) {
+            if (message->msg == CURLMSG_DONE) {
+                finish(message->easy_handle, message->data.result);
+            }
+        }
+        curl_multi_poll(multi_.get(), nullptr, 0, INT_MAX, nullptr);
+    }
+    for (const auto& [exchange, transfer] : transfers_) {
+        curl_multi_remove_handle(multi_.get(), transfer->easy());
+    }
+    transfers_.clear();
+}
+
+bool CurlURLSession::Worker::takeOrders() {
+    std::vector<std::unique_ptr<Transfer>> started;
+    std::vector<std::uint64_t> cancelled;
+    {
+        const std::lock_guard lock(mutex_);
+        if (isStopping_) {
+            return false;
+        }
+        started.swap(started_);
+        cancelled.swap(cancelled_);
+    }
+    for (std::unique_ptr<Transfer>& transfer : started) {
+        if (curl_multi_add_handle(multi_.get(), transfer->easy()) == CURLM_OK) {
+            transfers_.emplace(transfer->exchange(), std::move(transfer));
+        } else {
+            pending_.finish(transfer->exchange(), urlError(URLErrorCode::Unknown));
+        }
+    }
+    for (const std::uint64_t exchange : cancelled) {
+        if (const auto found = transfers_.extract(exchange); !found.empty()) {
+            curl_multi_remove_handle(multi_.get(), found.mapped()->easy());
+        }
+    }
+    return true;
+}
+
+void CurlURLSession::Worker::finish(CURL* easy, CURLcode code) {
+    Transfer* transfer = nullptr;
+    curl_easy_getinfo(easy, CURLINFO_PRIVATE, &transfer);
+    // The message does not outlive this call.
+    curl_multi_remove_handle(multi_.get(), easy);
+    const auto own = transfers_.extract(transfer->exchange());
+    pending_.finish(own.key(), own.mapped()->takeResult(code));
+}
+
+} // namespace orvel
