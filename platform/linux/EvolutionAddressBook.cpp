@@ -1,0 +1,371 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/linux/EvolutionAddressBook.h"
+
+#include "core/Text.h"
+
+#include <QFutureWatcher>
+#include <QObject>
+#include <QPointer>
+#include <QPromise>
+
+#include <libebook/libebook.h>
+
+#include <cerrno>
+#include <exception>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+
+namespace orvel {
+
+namespace {
+
+constexpr std::string_view consentKey = "contacts.access";
+constexpr std::string_view granted = "granted";
+constexpr std::string_view refused = "denied";
+
+/// The service refuses "#t", its sign for everything.
+constexpr auto everyCard = R"((contains "x-evolution-any-field" ""))";
+
+/// Open an address book without waiting until its server can be reached.
+constexpr auto withoutWaiting = static_cast<guint32>(-1);
+
+struct Unref {
+    void operator()(gpointer object) const { g_object_unref(object); }
+};
+template <typename T>
+using Object = std::unique_ptr<T, Unref>;
+
+struct FreeObjects {
+    void operator()(GList* list) const { g_list_free_full(list, g_object_unref); }
+    void operator()(GSList* list) const { g_slist_free_full(list, g_object_unref); }
+};
+struct FreeTexts {
+    void operator()(GList* list) const { g_list_free_full(list, g_free); }
+};
+
+/// What libebook wants delivered to a thread goes to the thread's own context, not to the one that
+/// Qt's event loop runs on the main thread.
+class OwnMainContext final {
+public:
+    OwnMainContext() : context_(g_main_context_new()) {
+        g_main_context_push_thread_default(context_);
+    }
+    ~OwnMainContext() {
+        // What still waits in it holds clients, and a client holds its context: both would leak.
+        while (g_main_context_iteration(context_, FALSE) != FALSE) {
+        }
+        g_main_context_pop_thread_default(context_);
+        g_main_context_unref(context_);
+    }
+    OwnMainContext(const OwnMainContext&) = delete;
+    OwnMainContext& operator=(const OwnMainContext&) = delete;
+
+private:
+    GMainContext* context_;
+};
+
+/// Takes over the error.
+tavrin::PlatformError platformError(std::string_view doing, GError* error) {
+    g_dbus_error_strip_remote_error(error);
+    tavrin::PlatformError result(
+        g_quark_to_string(error->domain),
+        error->code,
+        std::string(doing) + ": " + tavrin::repairedUTF8(error->message));
+    g_error_free(error);
+    return result;
+}
+
+std::string text(EContact* contact, EContactField field) {
+    const auto* value = static_cast<const char*>(e_contact_get_const(contact, field));
+    return value == nullptr ? std::string() : tavrin::repairedUTF8(value);
+}
+
+std::vector<std::string> texts(EContact* contact, EContactField field) {
+    const std::unique_ptr<GList, FreeTexts> values(
+        static_cast<GList*>(e_contact_get(contact, field)));
+    std::vector<std::string> result;
+    for (const GList* value = values.get(); value != nullptr; value = value->next) {
+        result.push_back(tavrin::repairedUTF8(static_cast<const char*>(value->data)));
+    }
+    return result;
+}
+
+ContactCard cardOf(EContact* contact, AddressBook::Fields fields) {
+    ContactCard card;
+    card.phoneNumbers = texts(contact, E_CONTACT_TEL);
+    card.emailAddresses = texts(contact, E_CONTACT_EMAIL);
+    if (fields == AddressBook::Fields::IdentifiersAndNames) {
+        card.givenName = text(contact, E_CONTACT_GIVEN_NAME);
+        card.familyName = text(contact, E_CONTACT_FAMILY_NAME);
+        card.organizationName = text(contact, E_CONTACT_ORG);
+        // Some programs write only the name as shown; an organization's is its own name again.
+        std::string fullName = text(contact, E_CONTACT_FULL_NAME);
+        if (card.givenName.empty() && card.familyName.empty() &&
+            fullName != card.organizationName) {
+            card.givenName = std::move(fullName);
+        }
+    }
+    return card;
+}
+
+/// Appends the cards of one address book.
+void readBook(
+    ESource* source,
+    AddressBook::Fields fields,
+    GCancellable* cancellable,
+    std::vector<ContactCard>& cards) {
+    GError* error = nullptr;
+    const Object<EClient> client(
+        e_book_client_connect_sync(source, withoutWaiting, cancellable, &error));
+    GSList* found = nullptr;
+    if (client && e_book_client_get_contacts_sync(
+                      E_BOOK_CLIENT(client.get()), everyCard, &found, cancellable, &error)) {
+        const std::unique_ptr<GSList, FreeObjects> contacts(found);
+        for (const GSList* item = found; item != nullptr; item = item->next) {
+            auto* contact = static_cast<EContact*>(item->data);
+            if (e_contact_get(contact, E_CONTACT_IS_LIST) == nullptr) {
+                cards.push_back(cardOf(contact, fields));
+            }
+        }
+        return;
+    }
+    // This is going to be logged, and many a book is named after its owner's e-mail address.
+    if (const char* name = e_source_get_display_name(source); name != nullptr && *name != '\0') {
+        GString* message = g_string_new(error->message);
+        g_string_replace(message, name, e_source_get_uid(source), 0);
+        g_free(error->message);
+        error->message = g_string_free(message, FALSE);
+    }
+    throw platformError("Could not read an address book", error);
+}
+
+} // namespace
+
+struct EvolutionAddressBook::Calls {
+    Calls() : cancellable(g_cancellable_new()) {}
+    ~Calls() { g_cancellable_cancel(cancellable.get()); }
+    Calls(const Calls&) = delete;
+    Calls& operator=(const Calls&) = delete;
+
+    /// Runs `work()` on a thread of its own and then `finish` with its result on this one, unless
+    /// these calls have been dropped by then.
+    template <typename Work, typename Finish>
+    [[nodiscard]] std::jthread start(Work work, Finish finish) {
+        using Result = std::invoke_result_t<Work>;
+        QPromise<Result> promise;
+        auto* watcher = new QFutureWatcher<Result>(&mainThread);
+        QObject::connect(
+            watcher,
+            &QFutureWatcherBase::finished,
+            &mainThread,
+            [watcher, finish = std::move(finish)] {
+                watcher->deleteLater();
+                finish(watcher->future().takeResult());
+            });
+        watcher->setFuture(promise.future());
+        return std::jthread([promise = std::move(promise), work = std::move(work)]() mutable {
+            promise.start();
+            promise.addResult(work());
+            promise.finish();
+        });
+    }
+
+    void later(std::function<void()> job) {
+        QMetaObject::invokeMethod(&mainThread, std::move(job), Qt::QueuedConnection);
+    }
+
+    Object<GCancellable> cancellable;
+    QObject mainThread;
+};
+
+struct EvolutionAddressBook::Reading {
+    std::vector<ContactCard> cards;
+    /// Of single address books.
+    std::vector<tavrin::PlatformError> failures;
+    /// Why there is nothing at all.
+    std::optional<tavrin::PlatformError> error;
+    /// No session bus or no such service on it: not just now, but on this desktop.
+    bool isMissing = false;
+
+    /// Blocks. Without fields it only looks whether the service is there.
+    static Reading take(std::optional<Fields> fields, GCancellable* cancellable) {
+        constexpr std::string_view doing = "Could not reach the desktop's address book";
+        const OwnMainContext context;
+        Reading reading;
+        GError* error = nullptr;
+        const Object<GDBusConnection> bus(g_bus_get_sync(G_BUS_TYPE_SESSION, cancellable, &error));
+        if (!bus) {
+            reading.error = platformError(doing, error);
+            reading.isMissing = true;
+            return reading;
+        }
+        // Or GLib would end the process with the bus.
+        g_dbus_connection_set_exit_on_close(bus.get(), FALSE);
+        const Object<ESourceRegistry> registry(e_source_registry_new_sync(cancellable, &error));
+        if (!registry) {
+            reading.error = platformError(doing, error);
+            return reading;
+        }
+        // A missing service is no error to the registry, but a running one has sources of its own.
+        const std::unique_ptr<GList, FreeObjects> anything(
+            e_source_registry_list_sources(registry.get(), nullptr));
+        if (!anything) {
+            reading.error = tavrin::PlatformError(
+                g_quark_to_string(G_DBUS_ERROR),
+                G_DBUS_ERROR_SERVICE_UNKNOWN,
+                std::string(doing) + ": Evolution Data Server is not installed");
+            reading.isMissing = true;
+            return reading;
+        }
+        if (fields) {
+            reading.readBooks(registry.get(), *fields, cancellable);
+        }
+        return reading;
+    }
+
+    void readBooks(ESourceRegistry* registry, Fields fields, GCancellable* cancellable) {
+        const std::unique_ptr<GList, FreeObjects> books(
+            e_source_registry_list_enabled(registry, E_SOURCE_EXTENSION_ADDRESS_BOOK));
+        for (const GList* book = books.get(); book != nullptr; book = book->next) {
+            try {
+                readBook(static_cast<ESource*>(book->data), fields, cancellable, cards);
+            } catch (const tavrin::PlatformError& failure) {
+                failures.push_back(failure);
+            }
+        }
+        if (books && failures.size() == g_list_length(books.get())) {
+            error = failures.front();
+            failures.clear();
+        }
+    }
+};
+
+EvolutionAddressBook::EvolutionAddressBook(
+    tavrin::UserDefaults& defaults, LogStore& logStore, AskUser askUser)
+    : defaults_(defaults),
+      logStore_(logStore),
+      askUser_(std::move(askUser)),
+      calls_(std::make_unique<Calls>()) {}
+
+EvolutionAddressBook::~EvolutionAddressBook() = default;
+
+int EvolutionAddressBook::authorizationStatus() const {
+    if (isMissing_) {
+        return restricted;
+    }
+    const std::optional<std::string> consent = defaults_.string(consentKey);
+    if (consent == granted) {
+        return authorized;
+    }
+    return consent == refused ? denied : notDetermined;
+}
+
+void EvolutionAddressBook::requestAccess(std::function<void(bool)> completion) {
+    const int status = authorizationStatus();
+    if (status != notDetermined) {
+        calls_->later([completion = std::move(completion), isGranted = status == authorized] {
+            completion(isGranted);
+        });
+        return;
+    }
+    requests_.push_back(std::move(completion));
+    if (requests_.size() > 1) {
+        return;
+    }
+    // Nobody is asked for what is not there.
+    read(std::nullopt, [this](const Reading&) {
+        if (isMissing_ || !askUser_) {
+            answerRequests(false);
+        } else {
+            askUser();
+        }
+    });
+}
+
+void EvolutionAddressBook::enumerateCards(Fields fields, std::function<void(Cards)> completion) {
+    if (authorizationStatus() != authorized) {
+        calls_->later([completion = std::move(completion)] {
+            completion(tavrin::PlatformError::fromErrno(
+                EACCES, "Could not read the desktop's address book"));
+        });
+        return;
+    }
+    read(fields, [this, completion = std::move(completion)](Reading reading) {
+        for (const auto& failure : reading.failures) {
+            logOnce(failure);
+        }
+        if (reading.error) {
+            completion(*std::move(reading.error));
+        } else {
+            completion(std::move(reading.cards));
+        }
+    });
+}
+
+void EvolutionAddressBook::read(std::optional<Fields> fields, std::function<void(Reading)> finish) {
+    Object<GCancellable> cancellable(G_CANCELLABLE(g_object_ref(calls_->cancellable.get())));
+    auto work = [fields, cancellable = std::move(cancellable)] {
+        return Reading::take(fields, cancellable.get());
+    };
+    // Starting the service cannot be cancelled, so the thread is left to itself.
+    calls_
+        ->start(
+            std::move(work),
+            [this, finish = std::move(finish)](Reading reading) {
+                if (reading.isMissing) {
+                    isMissing_ = true;
+                    logOnce(*reading.error);
+                }
+                finish(std::move(reading));
+            })
+        .detach();
+}
+
+void EvolutionAddressBook::logOnce(const tavrin::PlatformError& failure) {
+    if (logged_.insert(failure.what()).second) {
+        logStore_.write(LogLevel::Error, "contacts", failure.what());
+    }
+}
+
+void EvolutionAddressBook::askUser() {
+    isAsking_ = true;
+    // The answer may come after the object has gone, or twice.
+    askUser_([this, mainThread = QPointer(&calls_->mainThread)](bool isGranted) {
+        if (mainThread && std::exchange(isAsking_, false)) {
+            store(isGranted);
+        }
+    });
+}
+
+void EvolutionAddressBook::store(bool isGranted) {
+    // On a thread, because the disk may take longer than a frame.
+    consentWriter_ = calls_->start(
+        [&defaults = defaults_, isGranted]() -> std::exception_ptr {
+            try {
+                defaults.setString(consentKey, isGranted ? granted : refused);
+                return nullptr;
+            } catch (const std::exception&) {
+                return std::current_exception();
+            }
+        },
+        [this, isGranted](const std::exception_ptr& error) {
+            if (error) {
+                logStore_.write(
+                    LogLevel::Error,
+                    "contacts",
+                    "could not keep the answer about the address book: " +
+                        tavrin::description(error));
+            }
+            answerRequests(isGranted && !error);
+        });
+}
+
+void EvolutionAddressBook::answerRequests(bool isGranted) {
+    for (const auto& completion : std::exchange(requests_, {})) {
+        completion(isGranted);
+    }
+}
+
+} // namespace orvel

@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "core/UserDefaults.h"
+#include "platform/AddressBook.h"
+#include "platform/LogStore.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace orvel {
+
+/// The desktop's enabled address books, through Evolution Data Server on the session bus.
+///
+/// The desktop has no consent of its own, so the agent asks for it, once, and keeps the answer in
+/// the user defaults. Without a session bus or without the service the status is `restricted`,
+/// which is found out, and logged, at the first request or enumeration. An address book that cannot
+/// be read while others can is logged and left out.
+///
+/// Borrows the defaults and the log store. The service is awaited on threads of their own, which
+/// may outlive the object when the service hangs.
+class EvolutionAddressBook final : public AddressBook {
+public:
+    /// Asks the user and answers through its argument, on the main thread; only the first answer
+    /// counts.
+    using AskUser = std::function<void(std::function<void(bool)> answer)>;
+
+    /// Without `askUser` nobody can be asked: a request is refused and nothing gets decided.
+    EvolutionAddressBook(tavrin::UserDefaults& defaults, LogStore& logStore, AskUser askUser);
+    ~EvolutionAddressBook() override;
+
+    [[nodiscard]] int authorizationStatus() const override;
+    void requestAccess(std::function<void(bool)> completion) override;
+    void enumerateCards(Fields fields, std::function<void(Cards)> completion) override;
+
+private:
+    struct Calls;
+    struct Reading;
+
+    void read(std::optional<Fields> fields, std::function<void(Reading)> finish);
+    void logOnce(const tavrin::PlatformError& failure);
+    void askUser();
+    void store(bool isGranted);
+    void answerRequests(bool isGranted);
+
+    tavrin::UserDefaults& defaults_;
+    LogStore& logStore_;
+    AskUser askUser_;
+    bool isMissing_ = false;
+    bool isAsking_ = false;
+    /// Every enumeration may fail in the same way.
+    std::set<std::string> logged_;
+    /// Those who wait for the user's answer.
+    std::vector<std::function<void(bool)>> requests_;
+    std::unique_ptr<Calls> calls_;
+    /// Ends first: what it writes must be on disk, and its result has nobody left to go to.
+    std::jthread consentWriter_;
+};
+
+} // namespace orvel

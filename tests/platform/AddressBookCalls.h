@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "OrvelAgent/Deferred.h"
+#include "platform/AddressBook.h"
+#include "tests/support/RunTask.h"
+
+#include <QCoroTask>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace orvel::test {
+
+namespace detail {
+
+inline QCoro::Task<AddressBook::Cards>
+enumerated(AddressBook* addressBook, AddressBook::Fields fields) {
+    const auto cards = std::make_shared<Deferred<AddressBook::Cards>>();
+    addressBook->enumerateCards(
+        fields, [cards](AddressBook::Cards result) { cards->resolve(std::move(result)); });
+    EXPECT_FALSE(cards->isSettled()) << "answered before the call returned";
+    co_return co_await cards->result();
+}
+
+inline QCoro::Task<bool> requested(AddressBook* addressBook) {
+    const auto answer = std::make_shared<Deferred<bool>>();
+    addressBook->requestAccess([answer](bool isGranted) { answer->resolve(isGranted); });
+    EXPECT_FALSE(answer->isSettled()) << "answered before the call returned";
+    co_return co_await answer->result();
+}
+
+} // namespace detail
+
+inline bool requestAccess(AddressBook& addressBook) {
+    return runTask(detail::requested(&addressBook));
+}
+
+/// Throws when the address book does.
+inline std::vector<ContactCard> cardsOf(AddressBook& addressBook, AddressBook::Fields fields) {
+    AddressBook::Cards cards = runTask(detail::enumerated(&addressBook, fields));
+    if (const auto* error = std::get_if<tavrin::PlatformError>(&cards)) {
+        throw *error;
+    }
+    return std::get<std::vector<ContactCard>>(std::move(cards));
+}
+
+/// Empty when there is none.
+inline std::string errorOf(AddressBook& addressBook, AddressBook::Fields fields) {
+    try {
+        cardsOf(addressBook, fields);
+        return {};
+    } catch (const tavrin::PlatformError& error) {
+        return error.what();
+    }
+}
+
+} // namespace orvel::test

@@ -1,0 +1,236 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What every address book does: the fake of the other tests and the desktop's.
+#include "platform/AddressBook.h"
+
+#include "platform/linux/EvolutionAddressBook.h"
+#include "tests/platform/AddressBookCalls.h"
+#include "tests/platform/EvolutionDesktop.h"
+#include "tests/support/FakeAddressBook.h"
+#include "tests/support/InMemoryUserDefaults.h"
+#include "tests/support/RecordingLogStore.h"
+#include "tests/support/RunTask.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace orvel {
+
+namespace {
+
+using test::cardsOf;
+using test::errorOf;
+using test::requestAccess;
+using testing::IsEmpty;
+using testing::UnorderedElementsAreArray;
+using Fields = AddressBook::Fields;
+
+/// An address book, and the user it belongs to.
+class Subject {
+public:
+    Subject() = default;
+    Subject(const Subject&) = delete;
+    Subject& operator=(const Subject&) = delete;
+    virtual ~Subject() = default;
+
+    [[nodiscard]] virtual AddressBook& addressBook() = 0;
+    virtual void add(const std::vector<ContactCard>& cards) = 0;
+    /// What the user says when asked; yes unless told.
+    virtual void setUserAllows(bool userAllows) = 0;
+    [[nodiscard]] virtual int questions() const = 0;
+};
+
+class FakeSubject final : public Subject {
+public:
+    FakeSubject() { addressBook_.status = AddressBook::notDetermined; }
+
+    AddressBook& addressBook() override { return addressBook_; }
+    void add(const std::vector<ContactCard>& cards) override { addressBook_.cards = cards; }
+    void setUserAllows(bool userAllows) override { addressBook_.userAllows = userAllows; }
+    [[nodiscard]] int questions() const override { return addressBook_.questions; }
+
+private:
+    test::FakeAddressBook addressBook_;
+};
+
+class EvolutionSubject final : public Subject {
+public:
+    AddressBook& addressBook() override { return addressBook_; }
+    void add(const std::vector<ContactCard>& cards) override { desktop_.add(cards); }
+    void setUserAllows(bool userAllows) override { userAllows_ = userAllows; }
+    [[nodiscard]] int questions() const override { return questions_; }
+
+private:
+    test::EvolutionDesktop desktop_;
+    test::InMemoryUserDefaults defaults_;
+    test::RecordingLogStore log_;
+    bool userAllows_ = true;
+    int questions_ = 0;
+    EvolutionAddressBook addressBook_{
+        defaults_, log_, [this](const std::function<void(bool)>& answer) {
+            ++questions_;
+            answer(userAllows_);
+        }};
+};
+
+struct Kind {
+    const char* name;
+    std::unique_ptr<Subject> (*make)();
+};
+
+class AddressBookTest : public testing::TestWithParam<Kind> {
+protected:
+    AddressBook& addressBook() { return subject_->addressBook(); }
+
+    std::vector<ContactCard> allCards(Fields fields = Fields::IdentifiersAndNames) {
+        EXPECT_TRUE(requestAccess(addressBook()));
+        return cardsOf(addressBook(), fields);
+    }
+
+    /// The cards come back as they were added, in whatever order.
+    void expectKept(const std::vector<ContactCard>& cards) {
+        subject_->add(cards);
+        EXPECT_THAT(allCards(), UnorderedElementsAreArray(cards));
+    }
+
+    std::unique_ptr<Subject> subject_ = GetParam().make();
+};
+
+} // namespace
+
+INSTANTIATE_TEST_SUITE_P(
+    ,
+    AddressBookTest,
+    testing::Values(
+        Kind{
+            "Fake",
+            []() -> std::unique_ptr<Subject> {
+                return std::make_unique<FakeSubject>();
+            }},
+        Kind{
+            "Evolution",
+            []() -> std::unique_ptr<Subject> {
+                return std::make_unique<EvolutionSubject>();
+            }}),
+    [](const auto& kind) { return kind.param.name; });
+
+TEST_P(AddressBookTest, NothingIsDecidedAtFirst) {
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::notDetermined);
+}
+
+TEST_P(AddressBookTest, ConsentGrantsAccess) {
+    EXPECT_TRUE(requestAccess(addressBook()));
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::authorized);
+}
+
+TEST_P(AddressBookTest, RefusalDeniesAccess) {
+    subject_->setUserAllows(false);
+    EXPECT_FALSE(requestAccess(addressBook()));
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::denied);
+}
+
+TEST_P(AddressBookTest, ConsentIsAskedOnce) {
+    EXPECT_TRUE(requestAccess(addressBook()));
+    subject_->setUserAllows(false);
+    EXPECT_TRUE(requestAccess(addressBook()));
+    EXPECT_EQ(subject_->questions(), 1);
+}
+
+TEST_P(AddressBookTest, RefusalIsNotAskedAgain) {
+    subject_->setUserAllows(false);
+    EXPECT_FALSE(requestAccess(addressBook()));
+    subject_->setUserAllows(true);
+    EXPECT_FALSE(requestAccess(addressBook()));
+    EXPECT_EQ(subject_->questions(), 1);
+}
+
+TEST_P(AddressBookTest, WithoutAccessNothingIsRead) {
+    subject_->add({ContactCard{"Jane", "Doe", "", {}, {}}});
+    EXPECT_FALSE(errorOf(addressBook(), Fields::Identifiers).empty());
+}
+
+TEST_P(AddressBookTest, AnEmptyBookHasNoCards) {
+    EXPECT_THAT(allCards(), IsEmpty());
+}
+
+TEST_P(AddressBookTest, GivesNamesAndOrganization) {
+    expectKept({ContactCard{"Jane", "Doe", "Example Ltd", {}, {}}});
+}
+
+TEST_P(AddressBookTest, GivesEveryPhoneNumberAndEmailUnchanged) {
+    expectKept({ContactCard{
+        "Jane",
+        "Doe",
+        "",
+        {"+1 (415) 555-0134", "020 7946 0958", "555-0134", "12", "+44 20 7946 0958", "1800FLOWERS"},
+        {"Jane@Example.com",
+         "a@example.com",
+         "b@example.com",
+         "c@example.com",
+         "d@example.com",
+         "e@example.com"}}});
+}
+
+TEST_P(AddressBookTest, GivesAnOrganizationThatIsNoPerson) {
+    expectKept({ContactCard{"", "", "Example Ltd", {"+1 415 555 0134"}, {}}});
+}
+
+TEST_P(AddressBookTest, GivesAPersonWithOneName) {
+    expectKept({ContactCard{"Jane", "", "", {}, {}}, ContactCard{"", "Doe", "", {}, {}}});
+}
+
+TEST_P(AddressBookTest, GivesNamesInAnyScript) {
+    expectKept(
+        {ContactCard{"Ægir", "Þórðarson", "", {}, {"ægir@example.com"}},
+         ContactCard{"伟", "王", "北京公司", {"٠١٢٣٤٥٦٧٨"}, {}},
+         ContactCard{"👩‍🚀", "", "", {}, {}}});
+}
+
+TEST_P(AddressBookTest, GivesACardWithoutAnything) {
+    expectKept({ContactCard{}, ContactCard{"Jane", "", "", {}, {}}});
+}
+
+TEST_P(AddressBookTest, GivesOnlyTheFieldsAskedFor) {
+    subject_->add({ContactCard{"Jane", "Doe", "Example Ltd", {"12"}, {"a@example.com"}}});
+    EXPECT_THAT(
+        allCards(Fields::Identifiers),
+        UnorderedElementsAreArray({ContactCard{"", "", "", {"12"}, {"a@example.com"}}}));
+}
+
+TEST_P(AddressBookTest, SeesWhatWasAddedSinceTheLastTime) {
+    EXPECT_THAT(allCards(), IsEmpty());
+    subject_->add({ContactCard{"Jane", "", "", {}, {}}});
+    EXPECT_EQ(allCards().size(), 1U);
+}
+
+TEST_P(AddressBookTest, SeveralCallsAtOnceAreEachAnsweredOnce) {
+    subject_->add({ContactCard{"Jane", "", "", {}, {}}});
+    ASSERT_TRUE(requestAccess(addressBook()));
+    const auto sizes = std::make_shared<std::vector<std::size_t>>();
+    for (int i = 0; i < 3; ++i) {
+        addressBook().enumerateCards(Fields::Identifiers, [sizes](AddressBook::Cards cards) {
+            sizes->push_back(std::get<std::vector<ContactCard>>(cards).size());
+        });
+    }
+    // The fourth may overtake none of them for good.
+    while (sizes->size() < 3) {
+        EXPECT_EQ(cardsOf(addressBook(), Fields::Identifiers).size(), 1U);
+    }
+    test::processEvents();
+    EXPECT_THAT(*sizes, testing::ElementsAre(1U, 1U, 1U));
+}
+
+TEST_P(AddressBookTest, TwoRequestsAtOnceAreOneQuestion) {
+    const auto answers = std::make_shared<std::vector<bool>>();
+    addressBook().requestAccess([answers](bool isGranted) { answers->push_back(isGranted); });
+    EXPECT_TRUE(requestAccess(addressBook()));
+    test::processEvents();
+    EXPECT_THAT(*answers, testing::ElementsAre(true));
+    EXPECT_EQ(subject_->questions(), 1);
+}
+
+} // namespace orvel
