@@ -1,26 +1,29 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/JSON.h"
+#include "OrvelAgent/Envelope.h"
+
+#include "OrvelAgent/IngestClient.h"
 #include "core/MessageRecord.h"
 #include "fuzz/Check.h"
 
-#include <boost/json/parse.hpp>
 #include <boost/json/value_from.hpp>
-#include <boost/json/value_to.hpp>
 
-using namespace tavrin;
+using namespace orvel;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string_view text(reinterpret_cast<const char*>(data), size);
-    boost::system::error_code error;
-    const boost::json::value json = boost::json::parse(text, error);
-    if (error) {
-        return 0;
+    const auto ack = decodeEnvelope<IngestClient::Ack>(text);
+    const auto digest = decodeEnvelope<IngestClient::Digest>(text);
+    const auto receipt = decodeEnvelope<IngestClient::DiagnosticsReceipt>(text);
+    const auto record = decodeEnvelope<tavrin::MessageRecord>(text);
+    if (ack && digest && receipt && record) {
+        check(ack->error == record->error && ack->code == digest->code);
+        check(ack->ok == receipt->ok);
     }
-    try {
-        const auto record = boost::json::value_to<MessageRecord>(json);
-        check(boost::json::value_to<MessageRecord>(boost::json::value_from(record)) == record);
-    } catch (const JSONDecodingError&) {
-        // What is no record must be refused with this error and no other.
+    // A record is the one value that also goes the other way.
+    if (record && record->data) {
+        check(
+            boost::json::value_to<tavrin::MessageRecord>(boost::json::value_from(*record->data)) ==
+            *record->data);
     }
     return 0;
 }
