@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/Platform.h"
+#include "platform/linux/CurlURLSession.h"
+#include "platform/linux/EvolutionAddressBook.h"
+#include "platform/linux/KernelFileCopier.h"
+#include "platform/linux/PlistBundle.h"
+#include "platform/linux/SettingsUserDefaults.h"
+#include "platform/linux/SpdlogLogStore.h"
+#include "platform/linux/SteadyClock.h"
+
+#include <utility>
+
+namespace orvel {
+
+Platform makePlatform(PlatformOptions options) {
+    Platform platform;
+    platform.logStore = std::make_unique<SpdlogLogStore>(options.standardErrorLevel);
+    platform.bundle = std::make_unique<PlistBundle>(PlistBundle::defaultFolder());
+    platform.clock = std::make_unique<SteadyClock>();
+    platform.userDefaults = std::make_unique<SettingsUserDefaults>(
+        options.defaultsFile.value_or(SettingsUserDefaults::defaultFile()));
+    platform.fileCopier = std::make_unique<KernelFileCopier>();
+
+    CurlURLSession::Trust trust;
+    trust.extraCertificates = std::move(options.extraCertificates);
+    const std::string ofTheBundle = platform.bundle->infoString("TLS_EXTRA_CA").value_or("");
+    if (!ofTheBundle.empty()) {
+        trust.extraCertificates.emplace_back(ofTheBundle);
+    }
+    platform.urlSession = std::make_unique<CurlURLSession>(std::move(trust));
+
+    platform.addressBook = std::make_unique<EvolutionAddressBook>(
+        *platform.userDefaults, *platform.logStore, std::move(options.askForContacts));
+    return platform;
+}
+
+} // namespace orvel
