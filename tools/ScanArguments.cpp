@@ -12,21 +12,12 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
-#include <stdexcept>
 #include <string_view>
 #include <utility>
 
 namespace orvel {
 
 namespace {
-
-constexpr int usageStatus = 2;
-
-/// An argument that makes no sense; `what()` says which and why.
-class UsageError final : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
 
 std::string withoutSurroundingSpace(std::string text) {
     constexpr std::string_view space = " \t\r\n";

@@ -4,9 +4,9 @@
 #include "core/CollectionPreferences.h"
 #include "core/Date.h"
 
-#include <exception>
 #include <filesystem>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <variant>
 #include <vector>
@@ -36,6 +36,15 @@ struct ScanArguments {
     bool printsJSON = false;
     bool isVerbose = false;
 };
+
+/// Arguments that make no sense; `what()` says which and why.
+class UsageError final : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// The exit status for it.
+inline constexpr int usageStatus = 2;
 
 /// The command line ends the program before it does anything: with help (status 0), or because it
 /// makes no sense (status 2).

@@ -69,6 +69,12 @@ ScanCommand::ScanCommand(ScanArguments arguments)
     arguments_.mode = arguments_.mode.value_or(preferences.mode());
     arguments_.scope = arguments_.scope.value_or(preferences.scope());
 
+    if (arguments_.isPreview && !arguments_.knownHandlesFile &&
+        *arguments_.scope == tavrin::ThreadScope::KnownContactsOnly) {
+        throw UsageError(
+            "A preview of known contacts needs --known-handles FILE, or --scope allThreads.");
+    }
+
     const Configuration configuration(*platform_.bundle);
     APIClient client(
         *session,

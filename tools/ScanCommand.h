@@ -22,7 +22,8 @@ class OverlayUserDefaults;
 /// One scan from a terminal, on the agent's own services. Main thread.
 class ScanCommand final {
 public:
-    /// Throws what cannot begin: `tavrin::PlatformError` for files that cannot be read or written,
+    /// Throws what cannot begin: `UsageError` for a preview that lacks the known handles,
+    /// `tavrin::PlatformError` for files that cannot be read or written,
     /// `tavrin::JSONDecodingError` for a list of known handles that is none.
     explicit ScanCommand(ScanArguments arguments);
     ~ScanCommand();

@@ -28,9 +28,8 @@ std::string duration(double seconds) {
 }
 
 std::string bar(double fraction) {
-    const auto filled = static_cast<int>(std::lround(std::clamp(fraction, 0.0, 1.0) * barWidth));
-    return "[" + std::string(static_cast<std::size_t>(filled), '#') +
-           std::string(static_cast<std::size_t>(barWidth - filled), '.') + "]";
+    const auto filled = std::lround(std::clamp(fraction, 0.0, 1.0) * barWidth);
+    return fmt::format("[{:#>{}}{:.>{}}]", "", filled, "", barWidth - filled);
 }
 
 } // namespace
@@ -39,7 +38,7 @@ std::string grouped(std::int64_t number) {
     std::string digits = fmt::format("{}", number);
     const std::size_t first = number < 0 ? 1 : 0;
     for (std::size_t end = digits.size(); end > first + 3; end -= 3) {
-        digits.insert(end - 3, ",");
+        digits.insert(end - 3, 1, ',');
     }
     return digits;
 }

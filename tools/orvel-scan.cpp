@@ -55,6 +55,9 @@ int main(int argc, char** argv) {
     }
     try {
         return execute(std::get<orvel::ScanArguments>(std::move(parsed)));
+    } catch (const orvel::UsageError& error) {
+        std::fprintf(stderr, "%s\nRun orvel-scan --help for the usage.\n", error.what());
+        return orvel::usageStatus;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "orvel-scan: %s\n", error.what());
         return scanFailed;
