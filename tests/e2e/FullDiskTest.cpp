@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tests/e2e/ScanHome.h"
+#include "tests/support/SmallDisk.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+namespace orvel {
+
+namespace {
+
+using test::ScanHome;
+using test::SmallDisk;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr std::size_t tooSmall = 64 * 1024;
+
+class FullDiskTest : public testing::Test {
+protected:
+    FullDiskTest() { home_.makeSample({"--messages", "1500", "--no-two-chat"}); }
+
+    ScanHome home_;
+};
+
+} // namespace
+
+TEST_F(FullDiskTest, NoRoomForTheCopyIsSaidAndNothingStaysBehind) {
+    {
+        const SmallDisk disk(home_.temporary(), tooSmall);
+        const auto run = home_.scan();
+        EXPECT_EQ(run.status, 1);
+        EXPECT_THAT(run.error(), HasSubstr("Could not copy " + home_.database().string()));
+        EXPECT_THAT(run.error(), HasSubstr(std::strerror(disk.errorWhenFull())));
+        EXPECT_THAT(home_.leftovers(), IsEmpty());
+    }
+    EXPECT_EQ(home_.service().requestCount(ScanHome::ingestPath), 0U);
+    EXPECT_EQ(home_.scan().status, 0);
+    EXPECT_EQ(home_.service().storedCount(), home_.sendableGuids().size());
+}
+
+TEST_F(FullDiskTest, ProgressThatCannotBeSavedEndsTheScanAndIsNotClaimed) {
+    const auto folder = home_ / "small";
+    std::filesystem::create_directory(folder);
+    const std::string state = (folder / "state.conf").string();
+    {
+        // Room for nothing.
+        const SmallDisk disk(folder, 4096);
+        std::FILE* filler = std::fopen((folder / "filler").c_str(), "w");
+        ASSERT_NE(filler, nullptr);
+        const std::string page(65536, 'x');
+        std::fwrite(page.data(), 1, page.size(), filler);
+        std::fclose(filler);
+        const auto run = home_.scan({"--state", state});
+        EXPECT_EQ(run.status, 1);
+        EXPECT_THAT(run.error(), HasSubstr("Could not save the agent's settings"));
+        EXPECT_THAT(home_.leftovers(), IsEmpty());
+    }
+    // Whatever was sent is sent again, and kept once.
+    const auto run = home_.scan({"--state", state});
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(run.count("uploaded"), static_cast<std::int64_t>(home_.sendableGuids().size()));
+    EXPECT_EQ(home_.service().storedCount(), home_.sendableGuids().size());
+}
+
+TEST_F(FullDiskTest, ATemporaryFolderThatCannotBeUsedIsSaid) {
+    auto command = home_.command();
+    command.environment["TMPDIR"] = (home_ / "token" / "below-a-file").string();
+    test::Program program(command);
+    const auto run = ScanHome::finish(program);
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.error(), HasSubstr("below-a-file"));
+}
+
+} // namespace orvel

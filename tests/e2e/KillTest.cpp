@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tests/e2e/ScanHome.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <csignal>
+#include <iostream>
+#include <random>
+
+namespace orvel {
+
+namespace {
+
+using test::Program;
+using test::ScanHome;
+using testing::IsEmpty;
+
+constexpr int kills = 200;
+constexpr int mostKillsOfOneHistory = 10;
+
+} // namespace
+
+// A process cannot defend itself against this, so what it leaves on disk at any moment must do:
+// after however many deaths, the service holds every message, each once, and no copy of the
+// database is left.
+TEST(KillTest, KilledAtAnyMomentNothingIsLostOrKeptTwice) {
+    ScanHome home;
+    home.makeSample({"--messages", "2500", "--no-two-chat"});
+    const auto expected = home.sendableGuids();
+    const std::set<std::string> distinct(expected.begin(), expected.end());
+    ASSERT_EQ(expected.size(), distinct.size());
+
+    // How long a scan takes here, so that the moments are spread over all of it.
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_EQ(home.scan().status, 0);
+    const auto whole = std::chrono::duration_cast<std::chrono::milliseconds>(
+        std::chrono::steady_clock::now() - start);
+
+    std::mt19937 random(20240309); // NOLINT(cert-msc51-cpp): the same moments every time
+    std::uniform_int_distribution<std::int64_t> moment(0, whole.count());
+    int killed = 0;
+    int histories = 0;
+    std::size_t uploads = 0;
+    while (killed < kills) {
+        home.restartService();
+        home.forgetProgress();
+        ++histories;
+        int killedNow = 0;
+        bool isDone = false;
+        while (!isDone && killedNow < mostKillsOfOneHistory && killed < kills) {
+            Program program(home.command());
+            if (program.waitFor(std::chrono::milliseconds(moment(random)))) {
+                isDone = true;
+            } else {
+                program.signal(SIGKILL);
+                EXPECT_EQ(program.wait(), 128 + SIGKILL);
+                ++killedNow;
+                ++killed;
+            }
+        }
+        const auto last = home.scan();
+        ASSERT_EQ(last.status, 0) << last.errors << last.error();
+        ASSERT_EQ(home.service().storedCount(), distinct.size());
+        ASSERT_EQ(home.storedGuids(), distinct);
+        ASSERT_THAT(home.leftovers(), IsEmpty());
+        uploads += home.service().requestCount(ScanHome::ingestPath);
+    }
+    std::cout << killed << " kills over " << histories << " histories, " << uploads
+              << " uploads in all; every message kept exactly once.\n";
+    RecordProperty("kills", killed);
+}
+
+} // namespace orvel
