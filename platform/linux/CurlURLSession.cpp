@@ -7,6 +7,7 @@
 #include "platform/linux/ReadFile.h"
 
 #include <curl/curl.h>
+#include <fmt/format.h>
 #include <openssl/bio.h>
 #include <openssl/err.h>
 #include <openssl/pem.h>
@@ -302,7 +303,7 @@ void CurlURLSession::Transfer::setRequest() {
     appendHeader("Content-Type:");
     for (const auto& [name, value] : request_.headers) {
         // libcurl leaves a header without a value out, unless it ends like this.
-        appendHeader(value.empty() ? name + ";" : name + ": " + value);
+        appendHeader(fmt::format("{}{}{}", name, value.empty() ? ";" : ": ", value));
     }
     set(CURLOPT_HTTPHEADER, headers_.get());
 }
@@ -322,9 +323,13 @@ void CurlURLSession::Transfer::setSecurity(const State& state) {
     if (state.trust.systemCertificates) {
         set(CURLOPT_CAINFO, state.trust.systemCertificates->c_str());
     }
-    // libcurl reads the system's certificates once instead of for each connection, which takes five
-    // times as long as all the rest, if it has no folder to look into besides the file.
-    set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+    // libcurl reads the system's certificates once, instead of for each connection where that takes
+    // most of the time, unless there is a folder to look into besides the file.
+    const char* file = nullptr;
+    curl_easy_getinfo(easy_.get(), CURLINFO_CAINFO, &file);
+    if (file != nullptr) {
+        set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+    }
     set(CURLOPT_SSL_CTX_FUNCTION, onTLSContext);
     set(CURLOPT_SSL_CTX_DATA, this);
 }
