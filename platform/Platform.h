@@ -43,7 +43,8 @@ struct Platform {
 };
 
 /// This system's implementations. Main thread, with its event loop's application object made.
-/// Throws `tavrin::PlatformError` when a bundle or a certificate file cannot be read.
+/// Throws `tavrin::PlatformError` when the bundle, the user defaults or a certificate file cannot
+/// be read.
 [[nodiscard]] Platform makePlatform(PlatformOptions options);
 
 } // namespace orvel

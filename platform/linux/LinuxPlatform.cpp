@@ -15,7 +15,8 @@ namespace orvel {
 Platform makePlatform(PlatformOptions options) {
     Platform platform;
     platform.logStore = std::make_unique<SpdlogLogStore>(options.standardErrorLevel);
-    platform.bundle = std::make_unique<PlistBundle>(PlistBundle::defaultFolder());
+    const std::filesystem::path bundleFolder = PlistBundle::defaultFolder();
+    platform.bundle = std::make_unique<PlistBundle>(bundleFolder);
     platform.clock = std::make_unique<SteadyClock>();
     platform.userDefaults = std::make_unique<SettingsUserDefaults>(
         options.defaultsFile.value_or(SettingsUserDefaults::defaultFile()));
@@ -25,7 +26,8 @@ Platform makePlatform(PlatformOptions options) {
     trust.extraCertificates = std::move(options.extraCertificates);
     const std::string ofTheBundle = platform.bundle->infoString("TLS_EXTRA_CA").value_or("");
     if (!ofTheBundle.empty()) {
-        trust.extraCertificates.emplace_back(ofTheBundle);
+        // A relative path starts from the bundle.
+        trust.extraCertificates.push_back(bundleFolder / ofTheBundle);
     }
     platform.urlSession = std::make_unique<CurlURLSession>(std::move(trust));
 

@@ -1,0 +1,112 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "core/Errors.h"
+#include "platform/Platform.h"
+#include "tests/support/LocalServer.h"
+#include "tests/support/TemporaryDirectory.h"
+
+#include <QByteArray>
+#include <QCoreApplication>
+#include <QEventLoop>
+#include <QtGlobal>
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <string>
+#include <utility>
+#include <variant>
+
+namespace orvel::test {
+
+namespace {
+
+/// A bundle folder of the test's own, which the environment names.
+class LinuxPlatformTest : public testing::Test {
+protected:
+    LinuxPlatformTest() {
+        options_.defaultsFile = folder_ / "defaults.conf";
+        qputenv("ORVEL_AGENT_BUNDLE", QByteArray::fromStdString(folder_.path().string()));
+        writeInformation("");
+    }
+    ~LinuxPlatformTest() override { qunsetenv("ORVEL_AGENT_BUNDLE"); }
+
+    void writeInformation(const std::string& extraCertificates) {
+        write(
+            "Info.plist",
+            "<plist version=\"1.0\"><dict><key>CFBundleIdentifier</key><string>app.test</string>"
+            "<key>TLS_EXTRA_CA</key><string>" +
+                extraCertificates + "</string></dict></plist>");
+    }
+
+    std::filesystem::path write(const std::string& name, const std::string& content) {
+        std::ofstream(folder_ / name) << content;
+        return folder_ / name;
+    }
+
+    /// Whether a platform of those options gets the server's reply.
+    bool reaches(const LocalServer& server) {
+        const Platform platform = makePlatform(options_);
+        URLRequest request;
+        request.url = server.url();
+        std::optional<URLResult> result;
+        const auto task = platform.urlSession->start(
+            std::move(request), [&result](URLResult given) { result = std::move(given); });
+        while (!result) {
+            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+        }
+        return std::holds_alternative<URLResponse>(*result);
+    }
+
+    TemporaryDirectory folder_;
+    PlatformOptions options_;
+};
+
+void answer(LocalServer::Connection& connection) {
+    connection.readRequest();
+    connection.reply(200, "ok");
+}
+
+} // namespace
+
+TEST_F(LinuxPlatformTest, HasEveryPort) {
+    const Platform platform = makePlatform(options_);
+    EXPECT_NE(platform.logStore, nullptr);
+    EXPECT_NE(platform.clock, nullptr);
+    EXPECT_NE(platform.fileCopier, nullptr);
+    EXPECT_NE(platform.urlSession, nullptr);
+    EXPECT_NE(platform.addressBook, nullptr);
+    EXPECT_EQ(platform.bundle->identifier(), "app.test");
+}
+
+TEST_F(LinuxPlatformTest, KeepsTheUserDefaultsWhereToldTo) {
+    makePlatform(options_).userDefaults->setInteger("k", 1);
+    EXPECT_TRUE(std::filesystem::exists(folder_ / "defaults.conf"));
+    EXPECT_EQ(makePlatform(options_).userDefaults->integer("k"), 1);
+}
+
+TEST_F(LinuxPlatformTest, TrustsTheExtraCertificatesOfTheBundleAndOfTheOptions) {
+    LocalServer server(answer);
+    EXPECT_FALSE(reaches(server));
+    const std::filesystem::path authority = write("authority.pem", server.authority());
+    writeInformation(authority.string());
+    EXPECT_TRUE(reaches(server));
+    writeInformation("authority.pem");
+    EXPECT_TRUE(reaches(server));
+    writeInformation("");
+    options_.extraCertificates = {authority};
+    EXPECT_TRUE(reaches(server));
+}
+
+TEST_F(LinuxPlatformTest, SaysWhatCannotBeRead) {
+    writeInformation("missing.pem");
+    EXPECT_THROW(makePlatform(options_), tavrin::PlatformError);
+    std::filesystem::remove(folder_ / "Info.plist");
+    EXPECT_THROW(makePlatform(options_), tavrin::PlatformError);
+    writeInformation("");
+    write("defaults.conf", "damaged");
+    EXPECT_THROW(makePlatform(options_), tavrin::PlatformError);
+}
+
+} // namespace orvel::test
