@@ -32,7 +32,7 @@ std::string clientOf(const json::object& body) {
     auto client = tavrin::stringAt(body, "client");
     if (!client.starts_with(prefix) || client.size() == prefix.size() ||
         client.size() > maxClientSize) {
-        throw Refusal::invalidRequest("\"client\" must be \"mac/\" and a version.");
+        throw Refusal::invalidRequest(R"("client" must be "mac/" and a version.)");
     }
     return client;
 }
@@ -99,7 +99,7 @@ Reply ingest(const Request& request, RecordStore& store, const KnownHandles& kno
     json::monotonic_resource memory;
     const auto body = jsonBody(request, &memory);
     if (tavrin::stringAt(body, "source") != "imessage") {
-        throw Refusal::invalidRequest("\"source\" must be \"imessage\".");
+        throw Refusal::invalidRequest(R"("source" must be "imessage".)");
     }
     RecordStore::Batch batch;
     batch.client = clientOf(body);

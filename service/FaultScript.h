@@ -53,7 +53,7 @@ public:
 private:
     struct Entry {
         Fault fault;
-        std::size_t times;
+        std::size_t times = 0;
     };
 
     mutable std::mutex mutex_;

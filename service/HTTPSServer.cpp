@@ -10,6 +10,7 @@
 #include <openssl/ssl.h>
 #include <sys/socket.h>
 
+#include <cassert>
 #include <cerrno>
 #include <chrono>
 #include <exception>
@@ -96,12 +97,11 @@ void readBody(
 
 /// Ends the connection with a reset at once; the descriptor stays open until its owner closes it.
 void resetConnection(const httplib::Request& from) {
-    const linger discard{1, 0};
     const int connection = SSL_get_fd(from.ssl);
-    setsockopt(connection, SOL_SOCKET, SO_LINGER, &discard, sizeof discard);
+    // Linux drops a connection with a reset when it is connected to nobody.
     sockaddr nobody{};
     nobody.sa_family = AF_UNSPEC;
-    connect(connection, &nobody, sizeof nobody);
+    static_cast<void>(connect(connection, &nobody, sizeof nobody));
 }
 
 void deliver(const httplib::Request& from, Reply reply, httplib::Response& to) {
@@ -112,7 +112,8 @@ void deliver(const httplib::Request& from, Reply reply, httplib::Response& to) {
     }
     switch (reply.delivery) {
     case Reply::Delivery::Complete:
-        to.set_content(std::move(reply.body), reply.contentType);
+        to.set_header("Content-Type", reply.contentType);
+        to.body = std::move(reply.body);
         return;
     case Reply::Delivery::Reset:
         resetConnection(from);
@@ -165,6 +166,7 @@ HTTPSServer::~HTTPSServer() {
 }
 
 std::uint16_t HTTPSServer::start(std::uint16_t port) {
+    assert(!running_);
     auto running = std::make_unique<Running>(certificate_, key_);
     auto& server = running->server;
     if (!server.is_valid()) {

@@ -18,7 +18,7 @@ public:
     using Handler = std::function<Reply(const Request&)>;
 
     /// A longer body is not kept.
-    static constexpr std::size_t maxBodySize = 16 * 1024 * 1024;
+    static constexpr std::size_t maxBodySize = std::size_t(16) * 1024 * 1024;
 
     /// Certificate and key are PEM.
     HTTPSServer(std::string certificate, std::string key, Handler handler);

@@ -81,16 +81,16 @@ std::string figure(std::string_view name, std::int64_t value) {
 }
 
 std::string fixedCell(std::string_view text) {
-    return "<td class=\"fixed\">" + escaped(text) + "</td>";
+    return R"(<td class="fixed">)" + escaped(text) + "</td>";
 }
 
 /// Whatever direction the text is written in, it does not disturb its neighbours.
 std::string textCell(std::string_view text) {
-    return "<td class=\"text\" dir=\"auto\">" + escaped(text) + "</td>";
+    return R"(<td class="text" dir="auto">)" + escaped(text) + "</td>";
 }
 
 std::string dimCell(std::string_view text) {
-    return "<td class=\"dim\">" + escaped(text) + "</td>";
+    return R"(<td class="dim">)" + escaped(text) + "</td>";
 }
 
 std::string tableStart(std::string_view title, std::initializer_list<std::string_view> columns) {
