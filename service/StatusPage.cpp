@@ -39,7 +39,7 @@ th, td { border-bottom: 1px solid var(--line); padding: .35rem .75rem .35rem 0; 
   vertical-align: top; }
 th { color: var(--dim); font-size: .85rem; font-weight: 500; white-space: nowrap; }
 td.fixed { font-variant-numeric: tabular-nums; white-space: nowrap; }
-td.text { overflow-wrap: anywhere; white-space: pre-wrap; }
+td.text { min-width: 10rem; overflow-wrap: anywhere; white-space: pre-wrap; }
 .dim { color: var(--dim); }
 </style>
 </head>

@@ -210,8 +210,8 @@ TEST_F(ProgramTest, SaysWhyItCannotStart) {
     };
     for (const auto& [options, problem] : cases) {
         Program program(arguments(options));
+        ASSERT_EQ("", program.output.line());
         EXPECT_EQ(1, program.exitStatus());
-        EXPECT_EQ("", program.output.rest());
         EXPECT_THAT(program.errors.rest(), HasSubstr(problem));
     }
 }
