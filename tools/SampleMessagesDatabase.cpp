@@ -510,8 +510,9 @@ Summary write(const fs::path& path, const Options& options, const Progress& onPr
 
     Connection connection(path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
     // Nobody else has the file yet, and a failure removes it: no journal, no waiting for the disk.
-    connection.execute("PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF;"
-                       "PRAGMA cache_size = -262144; PRAGMA temp_store = MEMORY");
+    connection.execute(
+        "PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF;"
+        "PRAGMA cache_size = -262144; PRAGMA mmap_size = 2147418112; PRAGMA temp_store = MEMORY");
     createTables(connection, options.withoutColumns);
     writeConversations(connection, messages.conversations());
     MessageWriter writer(connection, messages, timeline, 1, onProgress);
