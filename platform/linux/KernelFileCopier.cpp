@@ -14,7 +14,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
-#include <memory>
 #include <string>
 #include <utility>
 
@@ -33,9 +32,9 @@ struct Transfer {
     const std::filesystem::path& source;
     const std::filesystem::path& destination;
     const tavrin::CancellationToken& cancellation;
-    int from;
-    int to;
-    off_t size;
+    int from = -1;
+    int to = -1;
+    off_t size = 0;
     off_t offset = 0;
 };
 
@@ -66,12 +65,12 @@ bool copyInKernel(Transfer& transfer) {
 }
 
 void readAndWrite(Transfer& transfer) {
-    const auto buffer = std::make_unique_for_overwrite<std::byte[]>(bufferSize);
+    std::vector<std::byte> buffer(bufferSize);
     while (transfer.offset < transfer.size) {
         transfer.cancellation.throwIfCancelled();
         const off_t count = std::min(bufferSize, transfer.size - transfer.offset);
         const ssize_t read =
-            pread(transfer.from, buffer.get(), static_cast<std::size_t>(count), transfer.offset);
+            pread(transfer.from, buffer.data(), static_cast<std::size_t>(count), transfer.offset);
         if (read == 0) {
             return;
         }
@@ -83,7 +82,7 @@ void readAndWrite(Transfer& transfer) {
         }
         // What a short write leaves over is read again.
         const ssize_t written =
-            pwrite(transfer.to, buffer.get(), static_cast<std::size_t>(read), transfer.offset);
+            pwrite(transfer.to, buffer.data(), static_cast<std::size_t>(read), transfer.offset);
         if (written < 0) {
             if (errno == EINTR) {
                 continue;

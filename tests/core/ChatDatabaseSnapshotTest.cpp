@@ -18,6 +18,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
@@ -156,6 +157,17 @@ protected:
     }
 
     void makeOld() const { fs::last_write_time(source_, fs::file_time_type::clock::now() - 1h); }
+
+    /// Acts while the source's time says that it has changed just now; again when we were so slow
+    /// that it no longer said so in the end.
+    void whileFresh(const std::function<void()>& act) const {
+        fs::file_time_type changed;
+        do {
+            changed = fs::file_time_type::clock::now();
+            fs::last_write_time(source_, changed);
+            act();
+        } while (fs::file_time_type::clock::now() - changed > 40ms);
+    }
 
     /// Some messages in the main file and some more, `messages` in all, in the log.
     std::unique_ptr<WritableDatabase> makeLiveDatabase(std::int64_t messages) {
@@ -504,18 +516,19 @@ TEST_F(ChatDatabaseSnapshotWithoutLogTest, IsCopiedAgainWhenAnotherFileTakesItsP
         2);
 }
 
-TEST_F(ChatDatabaseSnapshotWithoutLogTest, IsNotCopiedWhileAChangeCouldLeaveItsTimeAsItIs) {
-    // A clock that is coarse enough, or a change soon after: the time alone tells nothing yet.
-    fs::last_write_time(source_, fs::file_time_type::clock::now());
-    std::vector<std::size_t> copiesBeforePause;
-
-    const ChatDatabaseSnapshot snapshot(copier_, source_, {}, [&](auto, const auto&) {
-        copiesBeforePause.push_back(copier_.copied.size());
-        makeOld();
+TEST_F(ChatDatabaseSnapshotWithoutLogTest, IsNotCopiedWhileAnotherChangeCouldLeaveItsTimeAsItIs) {
+    std::vector<std::ptrdiff_t> copiesBeforePause;
+    whileFresh([&] {
+        copier_.copied.clear();
+        copiesBeforePause.clear();
+        const ChatDatabaseSnapshot snapshot(copier_, source_, {}, [&](auto, const auto&) {
+            copiesBeforePause.push_back(copiesOfMainFile());
+            makeOld();
+        });
     });
 
     EXPECT_THAT(copiesBeforePause, testing::ElementsAre(0));
-    EXPECT_EQ(copier_.copied.size(), 1U);
+    EXPECT_EQ(copiesOfMainFile(), 1);
 }
 
 TEST_F(ChatDatabaseSnapshotTest, CopiesAgainWhenACheckpointChangesAMainFileCopiedWithoutItsLog) {
@@ -533,6 +546,18 @@ TEST_F(ChatDatabaseSnapshotTest, CopiesAgainWhenACheckpointChangesAMainFileCopie
 
     EXPECT_EQ(copiesOfMainFile(), 2);
     EXPECT_TRUE(holdsMessages(snapshot, 1000));
+}
+
+TEST_F(ChatDatabaseSnapshotTest, CopiesAFreshlyChangedMainFileAgainWhenItsLogCannotBeCopied) {
+    const auto writer = makeLiveDatabase(10);
+    copier_.uncopyable = {"chat.db-wal"};
+    whileFresh([this] {
+        copier_.copied.clear();
+        const ChatDatabaseSnapshot snapshot(
+            copier_, source_, {}, [this](auto, const auto&) { makeOld(); });
+    });
+
+    EXPECT_EQ(copiesOfMainFile(), 2);
 }
 
 TEST_F(ChatDatabaseSnapshotTest, GivesUpASourceThatNeverHoldsStill) {
@@ -619,8 +644,8 @@ protected:
 
 TEST_F(ChatDatabaseSnapshotSweepTest, RemovesWhatAKilledProcessLeavesBehind) {
     makeQuietDatabase(10);
-    int ready[2];
-    ASSERT_EQ(pipe(ready), 0);
+    std::array<int, 2> ready{};
+    ASSERT_EQ(pipe(ready.data()), 0);
     const pid_t process = fork();
     if (process == 0) {
         const ChatDatabaseSnapshot snapshot(copier_, source_);
@@ -689,14 +714,14 @@ TEST_F(ChatDatabaseSnapshotSweepTest, LeavesOtherUsersDirectoriesAlone) {
 }
 
 TEST_F(ChatDatabaseSnapshotSweepTest, LeavesADirectoryAloneThatAnotherUserLetsUsWrite) {
-    const fs::path directory = leaveBehind(name_);
-    fs::permissions(directory, fs::perms::all);
-    fs::permissions(temporary_.path(), fs::perms::all);
-
-    {
-        const UnprivilegedUser unprivileged;
-        EXPECT_EQ(ChatDatabaseSnapshot::removeAbandoned(), geteuid() == 65534 ? 0U : 1U);
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can become the other user";
     }
+    fs::permissions(leaveBehind(name_), fs::perms::all);
+    fs::permissions(temporary_.path(), fs::perms::all);
+    const UnprivilegedUser unprivileged;
+
+    EXPECT_EQ(ChatDatabaseSnapshot::removeAbandoned(), 0U);
 }
 
 TEST_F(ChatDatabaseSnapshotSweepTest, FollowsNoLinks) {
@@ -784,7 +809,7 @@ TEST_F(ChatDatabaseSnapshotLiveWriterTest, HoldsEveryMessageCommittedBefore) {
 
 /// Some minutes long, so not run by default; `--gtest_also_run_disabled_tests` does.
 TEST_F(ChatDatabaseSnapshotLiveWriterTest, DISABLED_HoldsEveryMessageOfALargeDatabase) {
-    LiveDatabaseWriter writer(source_, 230'000);
+    LiveDatabaseWriter writer(source_, 265'000);
     std::cout << "The database has " << fs::file_size(source_) << " bytes\n";
     writer.begin(
         {.transactions = std::numeric_limits<std::int64_t>::max(),

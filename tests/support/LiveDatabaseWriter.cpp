@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -81,8 +82,8 @@ LiveDatabaseWriter::LiveDatabaseWriter(
         mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     check(memory != MAP_FAILED, "mmap");
     shared_ = new (memory) Shared;
-    int channel[2];
-    check(socketpair(AF_UNIX, SOCK_STREAM, 0, channel) == 0, "socketpair");
+    std::array<int, 2> channel{};
+    check(socketpair(AF_UNIX, SOCK_STREAM, 0, channel.data()) == 0, "socketpair");
     process_ = fork();
     check(process_ >= 0, "fork");
     if (process_ == 0) {
