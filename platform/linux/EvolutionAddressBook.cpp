@@ -111,17 +111,13 @@ ContactCard cardOf(EContact* contact, AddressBook::Fields fields) {
 }
 
 /// Appends the cards of one address book.
-void readBook(
-    ESource* source,
-    AddressBook::Fields fields,
-    GCancellable* cancellable,
-    std::vector<ContactCard>& cards) {
+void readBook(ESource* source, AddressBook::Fields fields, std::vector<ContactCard>& cards) {
     GError* error = nullptr;
     const Object<EClient> client(
-        e_book_client_connect_sync(source, withoutWaiting, cancellable, &error));
+        e_book_client_connect_sync(source, withoutWaiting, nullptr, &error));
     GSList* found = nullptr;
     if (client && e_book_client_get_contacts_sync(
-                      E_BOOK_CLIENT(client.get()), everyCard, &found, cancellable, &error)) {
+                      E_BOOK_CLIENT(client.get()), everyCard, &found, nullptr, &error)) {
         const std::unique_ptr<GSList, FreeObjects> contacts(found);
         for (const GSList* item = found; item != nullptr; item = item->next) {
             auto* contact = static_cast<EContact*>(item->data);
@@ -141,44 +137,27 @@ void readBook(
     throw platformError("Could not read an address book", error);
 }
 
-} // namespace
-
-struct EvolutionAddressBook::Calls {
-    Calls() : cancellable(g_cancellable_new()) {}
-    ~Calls() { g_cancellable_cancel(cancellable.get()); }
-    Calls(const Calls&) = delete;
-    Calls& operator=(const Calls&) = delete;
-
-    /// Runs `work()` on a thread of its own and then `finish` with its result on this one, unless
-    /// these calls have been dropped by then.
-    template <typename Work, typename Finish>
-    [[nodiscard]] std::jthread start(Work work, Finish finish) {
-        using Result = std::invoke_result_t<Work>;
-        QPromise<Result> promise;
-        auto* watcher = new QFutureWatcher<Result>(&mainThread);
-        QObject::connect(
-            watcher,
-            &QFutureWatcherBase::finished,
-            &mainThread,
-            [watcher, finish = std::move(finish)] {
-                watcher->deleteLater();
-                finish(watcher->future().takeResult());
-            });
-        watcher->setFuture(promise.future());
-        return std::jthread([promise = std::move(promise), work = std::move(work)]() mutable {
-            promise.start();
-            promise.addResult(work());
-            promise.finish();
+/// Runs `work()` on a thread of its own and then `finish` with its result on this one, unless the
+/// context has gone by then.
+template <typename Work, typename Finish>
+[[nodiscard]] std::jthread startThread(QObject* context, Work work, Finish finish) {
+    using Result = std::invoke_result_t<Work>;
+    QPromise<Result> promise;
+    auto* watcher = new QFutureWatcher<Result>(context);
+    QObject::connect(
+        watcher, &QFutureWatcherBase::finished, context, [watcher, finish = std::move(finish)] {
+            watcher->deleteLater();
+            finish(watcher->future().takeResult());
         });
-    }
+    watcher->setFuture(promise.future());
+    return std::jthread([promise = std::move(promise), work = std::move(work)]() mutable {
+        promise.start();
+        promise.addResult(work());
+        promise.finish();
+    });
+}
 
-    void later(std::function<void()> job) {
-        QMetaObject::invokeMethod(&mainThread, std::move(job), Qt::QueuedConnection);
-    }
-
-    Object<GCancellable> cancellable;
-    QObject mainThread;
-};
+} // namespace
 
 struct EvolutionAddressBook::Reading {
     std::vector<ContactCard> cards;
@@ -190,12 +169,12 @@ struct EvolutionAddressBook::Reading {
     bool isMissing = false;
 
     /// Blocks. Without fields it only looks whether the service is there.
-    static Reading take(std::optional<Fields> fields, GCancellable* cancellable) {
+    static Reading take(std::optional<Fields> fields) {
         constexpr std::string_view doing = "Could not reach the desktop's address book";
         const OwnMainContext context;
         Reading reading;
         GError* error = nullptr;
-        const Object<GDBusConnection> bus(g_bus_get_sync(G_BUS_TYPE_SESSION, cancellable, &error));
+        const Object<GDBusConnection> bus(g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, &error));
         if (!bus) {
             reading.error = platformError(doing, error);
             reading.isMissing = true;
@@ -203,7 +182,7 @@ struct EvolutionAddressBook::Reading {
         }
         // Or GLib would end the process with the bus.
         g_dbus_connection_set_exit_on_close(bus.get(), FALSE);
-        const Object<ESourceRegistry> registry(e_source_registry_new_sync(cancellable, &error));
+        const Object<ESourceRegistry> registry(e_source_registry_new_sync(nullptr, &error));
         if (!registry) {
             reading.error = platformError(doing, error);
             return reading;
@@ -220,17 +199,17 @@ struct EvolutionAddressBook::Reading {
             return reading;
         }
         if (fields) {
-            reading.readBooks(registry.get(), *fields, cancellable);
+            reading.readBooks(registry.get(), *fields);
         }
         return reading;
     }
 
-    void readBooks(ESourceRegistry* registry, Fields fields, GCancellable* cancellable) {
+    void readBooks(ESourceRegistry* registry, Fields fields) {
         const std::unique_ptr<GList, FreeObjects> books(
             e_source_registry_list_enabled(registry, E_SOURCE_EXTENSION_ADDRESS_BOOK));
         for (const GList* book = books.get(); book != nullptr; book = book->next) {
             try {
-                readBook(static_cast<ESource*>(book->data), fields, cancellable, cards);
+                readBook(static_cast<ESource*>(book->data), fields, cards);
             } catch (const tavrin::PlatformError& failure) {
                 failures.push_back(failure);
             }
@@ -247,7 +226,7 @@ EvolutionAddressBook::EvolutionAddressBook(
     : defaults_(defaults),
       logStore_(logStore),
       askUser_(std::move(askUser)),
-      calls_(std::make_unique<Calls>()) {}
+      mainThread_(std::make_unique<QObject>()) {}
 
 EvolutionAddressBook::~EvolutionAddressBook() = default;
 
@@ -265,7 +244,7 @@ int EvolutionAddressBook::authorizationStatus() const {
 void EvolutionAddressBook::requestAccess(std::function<void(bool)> completion) {
     const int status = authorizationStatus();
     if (status != notDetermined) {
-        calls_->later([completion = std::move(completion), isGranted = status == authorized] {
+        later([completion = std::move(completion), isGranted = status == authorized] {
             completion(isGranted);
         });
         return;
@@ -286,7 +265,7 @@ void EvolutionAddressBook::requestAccess(std::function<void(bool)> completion) {
 
 void EvolutionAddressBook::enumerateCards(Fields fields, std::function<void(Cards)> completion) {
     if (authorizationStatus() != authorized) {
-        calls_->later([completion = std::move(completion)] {
+        later([completion = std::move(completion)] {
             completion(tavrin::PlatformError::fromErrno(
                 EACCES, "Could not read the desktop's address book"));
         });
@@ -304,22 +283,22 @@ void EvolutionAddressBook::enumerateCards(Fields fields, std::function<void(Card
     });
 }
 
+void EvolutionAddressBook::later(std::function<void()> job) {
+    QMetaObject::invokeMethod(mainThread_.get(), std::move(job), Qt::QueuedConnection);
+}
+
 void EvolutionAddressBook::read(std::optional<Fields> fields, std::function<void(Reading)> finish) {
-    Object<GCancellable> cancellable(G_CANCELLABLE(g_object_ref(calls_->cancellable.get())));
-    auto work = [fields, cancellable = std::move(cancellable)] {
-        return Reading::take(fields, cancellable.get());
+    auto settle = [this, finish = std::move(finish)](Reading reading) {
+        if (reading.isMissing) {
+            isMissing_ = true;
+            logOnce(*reading.error);
+        }
+        finish(std::move(reading));
     };
-    // Starting the service cannot be cancelled, so the thread is left to itself.
-    calls_
-        ->start(
-            std::move(work),
-            [this, finish = std::move(finish)](Reading reading) {
-                if (reading.isMissing) {
-                    isMissing_ = true;
-                    logOnce(*reading.error);
-                }
-                finish(std::move(reading));
-            })
+    // Left to itself, with nothing of ours: waking the service cannot be cancelled, and libebook
+    // leaks what is.
+    startThread(
+        mainThread_.get(), [fields] { return Reading::take(fields); }, std::move(settle))
         .detach();
 }
 
@@ -332,7 +311,7 @@ void EvolutionAddressBook::logOnce(const tavrin::PlatformError& failure) {
 void EvolutionAddressBook::askUser() {
     isAsking_ = true;
     // The answer may come after the object has gone, or twice.
-    askUser_([this, mainThread = QPointer(&calls_->mainThread)](bool isGranted) {
+    askUser_([this, mainThread = QPointer(mainThread_.get())](bool isGranted) {
         if (mainThread && std::exchange(isAsking_, false)) {
             store(isGranted);
         }
@@ -341,7 +320,8 @@ void EvolutionAddressBook::askUser() {
 
 void EvolutionAddressBook::store(bool isGranted) {
     // On a thread, because the disk may take longer than a frame.
-    consentWriter_ = calls_->start(
+    consentWriter_ = startThread(
+        mainThread_.get(),
         [&defaults = defaults_, isGranted]() -> std::exception_ptr {
             try {
                 defaults.setString(consentKey, isGranted ? granted : refused);

@@ -13,6 +13,8 @@
 #include <thread>
 #include <vector>
 
+class QObject;
+
 namespace orvel {
 
 /// The desktop's enabled address books, through Evolution Data Server on the session bus.
@@ -20,10 +22,10 @@ namespace orvel {
 /// The desktop has no consent of its own, so the agent asks for it, once, and keeps the answer in
 /// the user defaults. Without a session bus or without the service the status is `restricted`,
 /// which is found out, and logged, at the first request or enumeration. An address book that cannot
-/// be read while others can is logged and left out.
+/// be read while others can is left out, and logged. The same reason is logged once.
 ///
 /// Borrows the defaults and the log store. The service is awaited on threads of their own, which
-/// may outlive the object when the service hangs.
+/// may outlive the object.
 class EvolutionAddressBook final : public AddressBook {
 public:
     /// Asks the user and answers through its argument, on the main thread; only the first answer
@@ -39,9 +41,9 @@ public:
     void enumerateCards(Fields fields, std::function<void(Cards)> completion) override;
 
 private:
-    struct Calls;
     struct Reading;
 
+    void later(std::function<void()> job);
     void read(std::optional<Fields> fields, std::function<void(Reading)> finish);
     void logOnce(const tavrin::PlatformError& failure);
     void askUser();
@@ -57,7 +59,8 @@ private:
     std::set<std::string> logged_;
     /// Those who wait for the user's answer.
     std::vector<std::function<void(bool)>> requests_;
-    std::unique_ptr<Calls> calls_;
+    /// Results come to it; with it they are dropped.
+    std::unique_ptr<QObject> mainThread_;
     /// Ends first: what it writes must be on disk, and its result has nobody left to go to.
     std::jthread consentWriter_;
 };
