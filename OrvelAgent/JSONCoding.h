@@ -2,8 +2,7 @@
 #pragma once
 
 #include <boost/json/monotonic_resource.hpp>
-#include <boost/json/parse.hpp>
-#include <boost/json/serialize.hpp>
+#include <boost/json/serializer.hpp>
 #include <boost/json/value.hpp>
 #include <boost/json/value_from.hpp>
 
@@ -21,16 +20,33 @@ public:
     template <typename Value>
     [[nodiscard]] std::string encode(const Value& value) {
         boost::json::monotonic_resource resource(buffer_.get(), bufferSize);
-        return boost::json::serialize(boost::json::value_from(value, &resource));
+        const boost::json::value tree = boost::json::value_from(value, &resource);
+        serializer_.reset(&tree);
+        // Batches resemble each other: with the room of the last one, the text grows but rarely.
+        std::string text(lastSize_ + lastSize_ / 4 + minimumRoom, '\0');
+        std::size_t size = 0;
+        while (!serializer_.done()) {
+            if (size == text.size()) {
+                text.resize(2 * size);
+            }
+            size += serializer_.read(text.data() + size, text.size() - size).size();
+        }
+        text.resize(size);
+        lastSize_ = size;
+        return text;
     }
 
 private:
     // Room for a usual batch of 500 records; a larger one takes more from the heap while it lasts.
     static constexpr std::size_t bufferSize = std::size_t{2} << 20U;
 
+    static constexpr std::size_t minimumRoom = 256;
+
     std::unique_ptr<unsigned char[]> buffer_ = // NOLINT(modernize-avoid-c-arrays)
         std::make_unique_for_overwrite<unsigned char[]>(
             bufferSize); // NOLINT(modernize-avoid-c-arrays)
+    boost::json::serializer serializer_;
+    std::size_t lastSize_ = 0;
 };
 
 /// The body of requests that carry nothing.

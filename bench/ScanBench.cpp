@@ -281,6 +281,7 @@ public:
                (directory / "records.sqlite").string(),
                "--cert-dir",
                (directory / "certificates").string(),
+               "--quiet",
                "--exit-with-parent"}) {
         // orvel-local-service ready at URL (certificate authority: PATH)
         const std::string ready = process_.readLine();
