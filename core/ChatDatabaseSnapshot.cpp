@@ -154,9 +154,30 @@ bool copyCompanion(
         copier.copy(source, destination, cancellation);
         return true;
     } catch (const PlatformError&) {
-        // The main file alone is a snapshot too, if an older one.
+        // The main file alone may be a snapshot too, if an older one.
         return false;
     }
+}
+
+/// Whether the copy of a main file whose log is missing can be read by itself. A checkpoint may
+/// have carried over some pages of a change and not others; then rows are missing and no read says
+/// so.
+bool isWholeWithoutLog(const std::string& path) {
+    bool isWhole = false;
+    try {
+        SQLiteDatabase database(path);
+        database.query("PRAGMA quick_check(1)", {}, [&isWhole](const SQLiteDatabase::Row& row) {
+            isWhole = row.string(0) == "ok";
+        });
+    } catch (const SQLiteError&) {
+        isWhole = false;
+    }
+    // Files of the log's names that the look at it left.
+    for (const std::string_view suffix : {logSuffix, logIndexSuffix}) {
+        std::error_code ignored;
+        fs::remove(path + std::string(suffix), ignored);
+    }
+    return isWhole;
 }
 
 /// One try at a copy of all files; whether they fit each other. Throws when there is none of the
@@ -181,7 +202,9 @@ bool copyOnce(
     // It may be newer than the log's copy, yet cannot mislead: the first connection to a database
     // that no other process has open empties this file and builds it anew from the log.
     copyCompanion(copier, source + suffixes[2], destination + suffixes[2], cancellation);
-    return before.vouchesFor(copiedLog, SourceState(source));
+    const bool lacksLog = !copiedLog && exists(source + suffixes[1]);
+    return before.vouchesFor(copiedLog, SourceState(source)) &&
+           (!lacksLog || isWholeWithoutLog(destination));
 }
 
 std::string makeDirectoryName() {

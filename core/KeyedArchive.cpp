@@ -67,7 +67,10 @@ std::optional<std::string_view> textOrReferredText(plist_t node, plist_t objects
 bool isOfClass(plist_t object, std::string_view name, plist_t objects) {
     const plist_t classObject = referredObject(plist_dict_get_item(object, "$class"), objects);
     const plist_t names = plist_dict_get_item(classObject, "$classes");
-    const std::uint32_t count = plist_array_get_size(names);
+    // A class has a few ancestors. Each look at an entry walks the list from its start, so a long
+    // list of made-up ones would take minutes.
+    constexpr std::uint32_t mostAncestors = 16;
+    const std::uint32_t count = std::min(plist_array_get_size(names), mostAncestors);
     for (std::uint32_t i = 0; i < count; ++i) {
         if (text(plist_array_get_item(names, i)) == name) {
             return true;

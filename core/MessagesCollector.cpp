@@ -7,6 +7,7 @@
 #include "core/SQLiteDatabase.h"
 
 #include <algorithm>
+#include <cassert>
 #include <limits>
 #include <utility>
 
@@ -153,7 +154,7 @@ struct MessagesCollector::Cache {
 class MessagesCollector::BatchReader final {
 public:
     BatchReader(Cache& cache, const Options& options, std::int64_t bound, bool ascending)
-        : cache_(cache), options_(options), bound_(bound), ascending_(ascending) {
+        : cache_(cache), options_(options), previous_(bound), ascending_(ascending) {
         constexpr std::int64_t mostReserved = 1'000;
         batch_.records.reserve(static_cast<std::size_t>(
             std::clamp<std::int64_t>(options.batchLimit, 0, mostReserved)));
@@ -162,11 +163,12 @@ public:
     }
 
     void read(const Row& row) {
+        const std::int64_t rowID = row.integer(column::rowID);
+        requireOrder(rowID);
         if (batch_.scanned >= options_.batchLimit) {
             batch_.hasMore = true;
             return;
         }
-        const std::int64_t rowID = row.integer(column::rowID);
         examine(rowID);
         const std::optional<Date> sentAt = AppleEpoch::date(row.integer(column::date));
         if (row.integer(column::itemType) != 0 || row.isNull(column::guid) || !sentAt) {
@@ -206,16 +208,25 @@ public:
     [[nodiscard]] Batch take() && { return std::move(batch_); }
 
 private:
-    void examine(std::int64_t rowID) {
-        if (ascending_ ? rowID <= bound_ : rowID >= bound_) {
-            // Only a corrupt file gives such a row. It would move the caller's cursor back, and the
-            // walk would never end.
+    void requireOrder(std::int64_t rowID) {
+        // A message comes once for each of its chats, so an id may repeat, but not the bound.
+        const bool isFirstRow = batch_.scanned == 0;
+        const bool isInOrder = ascending_
+                                   ? rowID > previous_ || (!isFirstRow && rowID == previous_)
+                                   : rowID < previous_ || (!isFirstRow && rowID == previous_);
+        if (!isInOrder) {
+            // Only a corrupt file gives such a row. It would move the caller's cursor back, so that
+            // the walk never ends, or so far on that the rows in between are never read.
             throw SQLiteError(SQLiteError::Step{"database disk image is malformed"});
         }
-        const bool isFirst = batch_.scanned == 0;
+        previous_ = rowID;
+    }
+
+    void examine(std::int64_t rowID) {
+        const bool isFirstRow = batch_.scanned == 0;
         ++batch_.scanned;
-        batch_.highWatermark = isFirst ? rowID : std::max(batch_.highWatermark, rowID);
-        batch_.lowWatermark = isFirst ? rowID : std::min(batch_.lowWatermark, rowID);
+        batch_.highWatermark = isFirstRow ? rowID : std::max(batch_.highWatermark, rowID);
+        batch_.lowWatermark = isFirstRow ? rowID : std::min(batch_.lowWatermark, rowID);
     }
 
     Cache::Chat* chatOf(const Row& row) {
@@ -255,7 +266,8 @@ private:
 
     Cache& cache_;
     const Options& options_;
-    std::int64_t bound_;
+    /// The id of the row before, at first the bound.
+    std::int64_t previous_;
     bool ascending_;
     Batch batch_;
 };
@@ -349,6 +361,7 @@ void MessagesCollector::refreshCache() {
 
 MessagesCollector::Batch
 MessagesCollector::scan(std::int64_t bound, bool ascending, const Options& options) {
+    assert(options.batchLimit >= 1);
     refreshCache();
     cache_->setKnownHandleHints(options.knownHandleHints);
 

@@ -248,4 +248,18 @@ TEST(KeyedArchiveTest, AnArchiveWithAnyByteChangedIsReadOrRefused) {
     }
 }
 
+TEST(KeyedArchiveTest, LooksForTheClassAmongItsNearestAncestorsOnly) {
+    const auto isRead = [](std::size_t position) {
+        std::vector<std::string> classes(position, "NSObject");
+        classes.emplace_back("NSAttributedString");
+        const std::string archive = KeyedArchiveBuilder().string("Hello").classes(classes).binary();
+        return KeyedArchive::attributedString(
+                   {reinterpret_cast<const std::uint8_t*>(archive.data()), archive.size()})
+            .has_value();
+    };
+    EXPECT_TRUE(isRead(15));
+    EXPECT_FALSE(isRead(16));
+    EXPECT_FALSE(isRead(90'000));
+}
+
 } // namespace tavrin

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <fstream>
 #include <limits>
 
@@ -846,6 +847,42 @@ TEST_F(MessagesCollectorTest, ARowOnTheWrongSideOfTheBoundIsCorruption) {
     builder_.execute(
         "CREATE VIEW message AS SELECT 'text' AS ROWID, guid, date, is_from_me, text, handle_id"
         " FROM message_rows");
+    EXPECT_THAT(
+        [&] { static_cast<void>(collectAll()); },
+        ThrowsMessage<SQLiteError>(StrEq("sqlite step failed: database disk image is malformed")));
+}
+
+TEST_F(MessagesCollectorTest, ARowThatJumpsOverOthersIsCorruption) {
+    for (int i = 0; i < 5; ++i) {
+        builder_.addMessage({});
+    }
+    builder_.execute("PRAGMA wal_checkpoint(TRUNCATE)");
+    const std::string path = builder_.path();
+    std::int64_t rootPage = 0;
+    std::int64_t pageSize = 0;
+    {
+        SQLiteDatabase database(path);
+        database.query(
+            "SELECT rootpage FROM sqlite_master WHERE name = 'message'", {}, [&](const auto& row) {
+                rootPage = row.integer(0);
+            });
+        database.query("PRAGMA page_size", {}, [&](const auto& row) { pageSize = row.integer(0); });
+    }
+    {
+        // In a leaf of a table: the header, the cells' offsets, and in each cell the length of what
+        // it holds (one byte here), then the row id (one byte here).
+        std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+        const std::int64_t page = (rootPage - 1) * pageSize;
+        std::array<char, 2> offset{};
+        file.seekg(page + 8 + 2 * 2);
+        file.read(offset.data(), offset.size());
+        const std::int64_t cell = page + (static_cast<unsigned char>(offset[0]) << 8U) +
+                                  static_cast<unsigned char>(offset[1]);
+        file.seekg(cell + 1);
+        ASSERT_EQ(file.get(), 3);
+        file.seekp(cell + 1);
+        file.put(100);
+    }
     EXPECT_THAT(
         [&] { static_cast<void>(collectAll()); },
         ThrowsMessage<SQLiteError>(StrEq("sqlite step failed: database disk image is malformed")));
