@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "core/CollectionPreferences.h"
 
+#include "core/JSON.h"
+
+#include <boost/json/value.hpp>
+
 #include <string>
 
 namespace tavrin {
@@ -29,6 +33,33 @@ std::optional<ThreadScope> threadScopeFromRawValue(std::string_view raw) {
         }
     }
     return std::nullopt;
+}
+
+void tag_invoke(const boost::json::value_from_tag&, boost::json::value& json, CollectionMode mode) {
+    json = rawValue(mode);
+}
+
+void tag_invoke(const boost::json::value_from_tag&, boost::json::value& json, ThreadScope scope) {
+    json = rawValue(scope);
+}
+
+CollectionMode
+tag_invoke(const boost::json::value_to_tag<CollectionMode>&, const boost::json::value& json) {
+    const auto mode =
+        json.is_string() ? collectionModeFromRawValue(json.get_string()) : std::nullopt;
+    if (!mode) {
+        throw JSONDecodingError("This is no collection mode.");
+    }
+    return *mode;
+}
+
+ThreadScope
+tag_invoke(const boost::json::value_to_tag<ThreadScope>&, const boost::json::value& json) {
+    const auto scope = json.is_string() ? threadScopeFromRawValue(json.get_string()) : std::nullopt;
+    if (!scope) {
+        throw JSONDecodingError("This is no thread scope.");
+    }
+    return *scope;
 }
 
 CollectionMode CollectionPreferences::mode() const {

@@ -3,6 +3,8 @@
 
 #include "core/UserDefaults.h"
 
+#include <boost/json/conversion.hpp>
+
 #include <optional>
 #include <string_view>
 
@@ -30,8 +32,16 @@ enum class ThreadScope {
 /// The case of exactly that name, or no value.
 [[nodiscard]] std::optional<ThreadScope> threadScopeFromRawValue(std::string_view rawValue);
 
+// In JSON, both are their raw values. Decoding throws `JSONDecodingError` for anything else.
+void tag_invoke(const boost::json::value_from_tag&, boost::json::value& json, CollectionMode mode);
+void tag_invoke(const boost::json::value_from_tag&, boost::json::value& json, ThreadScope scope);
+CollectionMode
+tag_invoke(const boost::json::value_to_tag<CollectionMode>&, const boost::json::value& json);
+ThreadScope
+tag_invoke(const boost::json::value_to_tag<ThreadScope>&, const boost::json::value& json);
+
 /// The user's two choices, kept in the user defaults. Every read goes to the store; nothing is
-/// cached. Borrows the store.
+/// cached here. Borrows the store.
 class CollectionPreferences final {
 public:
     static constexpr std::string_view modeKey = "collection.mode";

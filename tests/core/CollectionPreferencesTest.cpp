@@ -2,8 +2,12 @@
 #include "core/CollectionPreferences.h"
 
 #include "core/Errors.h"
+#include "core/JSON.h"
 #include "tests/support/InMemoryUserDefaults.h"
 
+#include <boost/json/value.hpp>
+#include <boost/json/value_from.hpp>
+#include <boost/json/value_to.hpp>
 #include <gtest/gtest.h>
 
 namespace tavrin {
@@ -81,6 +85,25 @@ TEST_F(CollectionPreferencesTest, NamesReadBackExactlyOrNotAtAll) {
     EXPECT_EQ(threadScopeFromRawValue("allThreads"), ThreadScope::AllThreads);
     EXPECT_EQ(threadScopeFromRawValue("all"), std::nullopt);
     EXPECT_EQ(threadScopeFromRawValue(""), std::nullopt);
+}
+
+TEST(CollectionPreferencesJSONTest, BothChoicesAreTheirRawValues) {
+    EXPECT_EQ(boost::json::value_from(CollectionMode::MetadataOnly), "metadataOnly");
+    EXPECT_EQ(boost::json::value_from(ThreadScope::AllThreads), "allThreads");
+    EXPECT_EQ(
+        boost::json::value_to<CollectionMode>(boost::json::value("withBodies")),
+        CollectionMode::WithBodies);
+    EXPECT_EQ(
+        boost::json::value_to<ThreadScope>(boost::json::value("knownContactsOnly")),
+        ThreadScope::KnownContactsOnly);
+}
+
+TEST(CollectionPreferencesJSONTest, AnythingElseIsRefused) {
+    for (const boost::json::value& json :
+         {boost::json::value("MetadataOnly"), boost::json::value(0), boost::json::value(nullptr)}) {
+        EXPECT_THROW(boost::json::value_to<CollectionMode>(json), JSONDecodingError);
+        EXPECT_THROW(boost::json::value_to<ThreadScope>(json), JSONDecodingError);
+    }
 }
 
 } // namespace tavrin
