@@ -376,7 +376,7 @@ private:
 
 PlatformOptions platformOptions(const fs::path& scratch, const std::string& certificate) {
     PlatformOptions options;
-    options.defaultsFile = scratch / "defaults.conf";
+    setenv("XDG_CONFIG_HOME", scratch.c_str(), 1);
     if (!certificate.empty()) {
         options.extraCertificates.emplace_back(certificate);
     }

@@ -19,8 +19,6 @@
 namespace orvel {
 
 struct PlatformOptions {
-    /// Where the user defaults lie; the agent's own place when absent.
-    std::optional<std::filesystem::path> defaultsFile;
     /// PEM files of certificates to trust besides the system's and the bundle's "TLS_EXTRA_CA".
     std::vector<std::filesystem::path> extraCertificates;
     /// Log lines of this level and above also go to standard error; none when absent.
@@ -41,6 +39,11 @@ struct Platform {
     std::unique_ptr<URLSession> urlSession;
     std::unique_ptr<AddressBook> addressBook;
 };
+
+/// User defaults of their own in that file; it need not exist. Throws `tavrin::PlatformError` when
+/// it cannot be read.
+[[nodiscard]] std::unique_ptr<tavrin::UserDefaults>
+makeUserDefaults(const std::filesystem::path& file);
 
 /// This system's implementations. Main thread, with its event loop's application object made.
 /// Throws `tavrin::PlatformError` when the bundle, the user defaults or a certificate file cannot

@@ -10,6 +10,7 @@
 #include <boost/json/serialize.hpp>
 #include <boost/json/value.hpp>
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <fstream>
@@ -38,10 +39,17 @@ URLResponse success(boost::json::object data) {
     return response;
 }
 
-/// What is written there is message text: a new file is for its owner only.
+/// What is written there is message text: the file is for its owner only.
 std::FILE* openPrivately(const std::filesystem::path& path) {
     const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    return descriptor < 0 ? nullptr : fdopen(descriptor, "w");
+    if (descriptor < 0) {
+        return nullptr;
+    }
+    struct stat status {};
+    if (fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)) {
+        fchmod(descriptor, S_IRUSR | S_IWUSR);
+    }
+    return fdopen(descriptor, "w");
 }
 
 } // namespace

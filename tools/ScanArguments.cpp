@@ -11,6 +11,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
+#include <ios>
 #include <iterator>
 #include <string_view>
 #include <utility>
@@ -48,7 +49,11 @@ std::string tokenFromFile(const std::string& path) {
     if (!file) {
         throw UsageError("Could not read the token file " + path + ".");
     }
-    return checkedToken(std::string(std::istreambuf_iterator<char>(file), {}), path);
+    try {
+        return checkedToken(std::string(std::istreambuf_iterator<char>(file), {}), path);
+    } catch (const std::ios_base::failure&) {
+        throw UsageError("Could not read the token file " + path + ".");
+    }
 }
 
 std::string checkedURL(const std::string& text) {
@@ -57,7 +62,8 @@ std::string checkedURL(const std::string& text) {
                          (url.path().isEmpty() || url.path() == QStringLiteral("/"));
     if (!url.isValid() || url.scheme() != QStringLiteral("https") || url.host().isEmpty() ||
         !isPlain) {
-        throw UsageError("--api-url takes https://HOST or https://HOST:PORT, not " + text + ".");
+        // Not repeated here: it may hold a password.
+        throw UsageError("--api-url takes https://HOST or https://HOST:PORT and nothing more.");
     }
     return text.back() == '/' ? text.substr(0, text.size() - 1) : text;
 }
@@ -233,6 +239,12 @@ std::variant<ScanArguments, EarlyExit> parseScanArguments(int argc, const char* 
     } catch (const CLI::Success&) {
         const bool wantsVersion = app.get_option("--version")->count() > 0;
         return EarlyExit{0, wantsVersion ? app.version() + "\n" : app.help()};
+    } catch (const CLI::ExtrasError&) {
+        // The words are not repeated: one of them may be a token.
+        return EarlyExit{
+            usageStatus,
+            "There is an argument that orvel-scan does not know.\n"
+            "Run orvel-scan --help for the usage.\n"};
     } catch (const CLI::ParseError& error) {
         return EarlyExit{
             usageStatus, std::string(error.what()) + "\nRun orvel-scan --help for the usage.\n"};

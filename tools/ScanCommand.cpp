@@ -7,6 +7,8 @@
 #include "tools/PreviewSession.h"
 #include "tools/TerminalQuestion.h"
 
+#include <QCoreApplication>
+
 #include <fmt/format.h>
 #include <unistd.h>
 
@@ -22,7 +24,6 @@ constexpr int scanFailed = 1;
 
 PlatformOptions platformOptions(const ScanArguments& arguments, bool isInteractive) {
     PlatformOptions options;
-    options.defaultsFile = arguments.stateFile;
     if (arguments.certificateFile) {
         options.extraCertificates.push_back(*arguments.certificateFile);
     }
@@ -51,11 +52,25 @@ ScanCommand::ScanCommand(ScanArguments arguments)
       isInteractive_(isatty(STDIN_FILENO) != 0 && isatty(STDERR_FILENO) != 0),
       platform_(makePlatform(platformOptions(arguments_, isInteractive_))),
       worker_(std::make_unique<Worker>()) {
+    // The user's choices and consent are the agent's, wherever progress is kept.
+    const tavrin::CollectionPreferences preferences(*platform_.userDefaults);
+    arguments_.mode = arguments_.mode.value_or(preferences.mode());
+    arguments_.scope = arguments_.scope.value_or(preferences.scope());
+    if (arguments_.isPreview && !arguments_.knownHandlesFile &&
+        *arguments_.scope == tavrin::ThreadScope::KnownContactsOnly) {
+        throw UsageError(
+            "A preview of known contacts needs --known-handles FILE, or --scope allThreads.");
+    }
+
     tavrin::UserDefaults* defaults = platform_.userDefaults.get();
+    if (arguments_.stateFile) {
+        stateDefaults_ = makeUserDefaults(*arguments_.stateFile);
+        defaults = stateDefaults_.get();
+    }
     URLSession* session = platform_.urlSession.get();
     std::optional<std::string> token;
     if (arguments_.isPreview) {
-        previewDefaults_ = std::make_unique<OverlayUserDefaults>(*platform_.userDefaults);
+        previewDefaults_ = std::make_unique<OverlayUserDefaults>(*defaults);
         defaults = previewDefaults_.get();
         previewSession_ = std::make_unique<PreviewSession>(
             arguments_.previewFile,
@@ -64,15 +79,6 @@ ScanCommand::ScanCommand(ScanArguments arguments)
         session = previewSession_.get();
     } else {
         token = arguments_.token;
-    }
-    const tavrin::CollectionPreferences preferences(*defaults);
-    arguments_.mode = arguments_.mode.value_or(preferences.mode());
-    arguments_.scope = arguments_.scope.value_or(preferences.scope());
-
-    if (arguments_.isPreview && !arguments_.knownHandlesFile &&
-        *arguments_.scope == tavrin::ThreadScope::KnownContactsOnly) {
-        throw UsageError(
-            "A preview of known contacts needs --known-handles FILE, or --scope allThreads.");
     }
 
     const Configuration configuration(*platform_.bundle);
@@ -110,29 +116,42 @@ ScanCommand::~ScanCommand() = default;
 
 QCoro::Task<int> ScanCommand::run() {
     std::string failure;
+    std::optional<CollectorService::ScanSummary> summary;
     try {
         People people;
         people.hints = co_await fetchHints();
         if (arguments_.usesAddressBook) {
+            isConsultingAddressBook_ = true;
             people = co_await consultAddressBook(std::move(people.hints));
+            isConsultingAddressBook_ = false;
         }
-        const auto summary = co_await collector_->runScan(
+        summary = co_await collector_->runScan(
             *arguments_.mode,
             *arguments_.scope,
             std::move(people.hints),
             arguments_.since,
             std::move(people.identities),
             cancellation_.token());
-        if (summary) {
-            print(*summary);
-            co_return summary->error ? scanFailed : scanDone;
-        }
     } catch (const std::exception& error) {
         failure = error.what();
     }
-    collector_->recordAbort(std::move(failure));
-    print(collector_->history().front());
-    co_return scanFailed;
+    if (!summary) {
+        collector_->recordAbort(std::move(failure));
+        summary = collector_->history().front();
+    }
+    if (!print(*summary)) {
+        fmt::print(stderr, "orvel-scan: could not write the summary\n");
+        co_return scanFailed;
+    }
+    co_return summary->error ? scanFailed : scanDone;
+}
+
+void ScanCommand::cancel() {
+    cancellation_.cancel();
+    if (isConsultingAddressBook_) {
+        // A question to the user or a hanging service would hold us up for nothing.
+        QCoreApplication::exit(scanFailed);
+    }
 }
 
 QCoro::Task<CollectorService::HintSet> ScanCommand::fetchHints() {
@@ -149,6 +168,8 @@ QCoro::Task<CollectorService::HintSet> ScanCommand::fetchHints() {
             "reporting a false empty result: " +
             failure);
     }
+    Logger(*platform_.logStore, "collector")
+        .error("going on without the known-contact list: {}", failure);
     co_return CollectorService::HintSet();
 }
 
@@ -169,16 +190,15 @@ QCoro::Task<ScanCommand::People> ScanCommand::consultAddressBook(CollectorServic
     co_return people;
 }
 
-void ScanCommand::print(const CollectorService::ScanSummary& summary) {
+bool ScanCommand::print(const CollectorService::ScanSummary& summary) {
     progressLine_->clear();
-    if (arguments_.printsJSON) {
-        fmt::print("{}\n", json(summary));
-    } else {
-        // A preview on standard output is data: the words must not mix with it.
-        std::FILE* stream = arguments_.isPreview && !arguments_.previewFile ? stderr : stdout;
-        fmt::print(stream, "{}", describe(summary, watermarkStore_->isBackfillDone()));
-    }
-    std::fflush(stdout);
+    // A preview on standard output is data: the words must not mix with it.
+    const bool isApart = !arguments_.printsJSON && arguments_.isPreview && !arguments_.previewFile;
+    std::FILE* stream = isApart ? stderr : stdout;
+    const std::string text = arguments_.printsJSON
+                                 ? json(summary) + "\n"
+                                 : describe(summary, watermarkStore_->isBackfillDone());
+    return std::fputs(text.c_str(), stream) >= 0 && std::fflush(stream) == 0;
 }
 
 } // namespace orvel

@@ -34,7 +34,7 @@ public:
     QCoro::Task<int> run();
 
     /// Ends the scan; `run` then comes to its end soon, with nothing left behind.
-    void cancel() { cancellation_.cancel(); }
+    void cancel();
 
 private:
     struct People {
@@ -44,12 +44,17 @@ private:
 
     QCoro::Task<CollectorService::HintSet> fetchHints();
     QCoro::Task<People> consultAddressBook(CollectorService::HintSet hints);
-    void print(const CollectorService::ScanSummary& summary);
+    /// Whether all of it could be written.
+    [[nodiscard]] bool print(const CollectorService::ScanSummary& summary);
 
     ScanArguments arguments_;
     tavrin::CancellationSource cancellation_;
     bool isInteractive_;
+    /// Nothing is open yet that would have to be closed.
+    bool isConsultingAddressBook_ = false;
     Platform platform_;
+    /// Where progress is kept when not in the agent's own user defaults.
+    std::unique_ptr<tavrin::UserDefaults> stateDefaults_;
     std::unique_ptr<OverlayUserDefaults> previewDefaults_;
     std::unique_ptr<PreviewSession> previewSession_;
     std::unique_ptr<Worker> worker_;

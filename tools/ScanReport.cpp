@@ -32,6 +32,19 @@ std::string bar(double fraction) {
     return fmt::format("[{:#>{}}{:.>{}}]", "", filled, "", barWidth - filled);
 }
 
+/// The text on one line, without what a terminal would take for orders: the words may be a
+/// service's.
+std::string plain(std::string text) {
+    std::ranges::replace_if(
+        text,
+        [](char character) {
+            const auto byte = static_cast<unsigned char>(character);
+            return byte < 0x20 || byte == 0x7F;
+        },
+        ' ');
+    return text;
+}
+
 } // namespace
 
 std::string grouped(std::int64_t number) {
@@ -44,7 +57,7 @@ std::string grouped(std::int64_t number) {
 }
 
 std::string describe(const CollectorService::ScanSummary& summary, bool isBackfillDone) {
-    std::string text = summary.error ? "Scan ended with an error: " + *summary.error + "\n"
+    std::string text = summary.error ? "Scan ended with an error: " + plain(*summary.error) + "\n"
                                      : std::string("Scan done.\n");
     const auto line = [&text](std::string_view name, const std::string& value) {
         text += fmt::format("  {:<28}{:>12}\n", name, value);

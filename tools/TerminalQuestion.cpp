@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
 #include <cstdio>
 #include <utility>
 
@@ -25,7 +26,12 @@ void TerminalQuestion::ask(const std::string& question, std::function<void(bool)
             const ssize_t length = read(STDIN_FILENO, line.data(), line.size());
             notifier->setEnabled(false);
             notifier->deleteLater();
-            answer(length > 0 && (line[0] == 'y' || line[0] == 'Y'));
+            if (length <= 0) {
+                // The terminal is gone: nobody has said no.
+                std::raise(SIGHUP);
+                return;
+            }
+            answer(line[0] == 'y' || line[0] == 'Y');
         });
 }
 

@@ -48,12 +48,12 @@ int main(int argc, char** argv) {
     // A reader that goes away is a failed write, not the end of this process and its cleaning up.
     std::signal(SIGPIPE, SIG_IGN);
     const QCoreApplication application(argc, argv);
-    auto parsed = orvel::parseScanArguments(argc, argv);
-    if (const auto* exit = std::get_if<orvel::EarlyExit>(&parsed)) {
-        std::fputs(exit->message.c_str(), exit->status == 0 ? stdout : stderr);
-        return exit->status;
-    }
     try {
+        auto parsed = orvel::parseScanArguments(argc, argv);
+        if (const auto* exit = std::get_if<orvel::EarlyExit>(&parsed)) {
+            std::fputs(exit->message.c_str(), exit->status == 0 ? stdout : stderr);
+            return exit->status;
+        }
         return execute(std::get<orvel::ScanArguments>(std::move(parsed)));
     } catch (const orvel::UsageError& error) {
         std::fprintf(stderr, "%s\nRun orvel-scan --help for the usage.\n", error.what());

@@ -12,14 +12,17 @@
 
 namespace orvel {
 
+std::unique_ptr<tavrin::UserDefaults> makeUserDefaults(const std::filesystem::path& file) {
+    return std::make_unique<SettingsUserDefaults>(file);
+}
+
 Platform makePlatform(PlatformOptions options) {
     Platform platform;
     platform.logStore = std::make_unique<SpdlogLogStore>(options.standardErrorLevel);
     const std::filesystem::path bundleFolder = PlistBundle::defaultFolder();
     platform.bundle = std::make_unique<PlistBundle>(bundleFolder);
     platform.clock = std::make_unique<SteadyClock>();
-    platform.userDefaults = std::make_unique<SettingsUserDefaults>(
-        options.defaultsFile.value_or(SettingsUserDefaults::defaultFile()));
+    platform.userDefaults = makeUserDefaults(SettingsUserDefaults::defaultFile());
     platform.fileCopier = std::make_unique<KernelFileCopier>();
 
     CurlURLSession::Trust trust;

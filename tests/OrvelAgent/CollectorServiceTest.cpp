@@ -312,6 +312,7 @@ TEST_F(CollectorServiceTest, FourFailuresEndTheScanAndMoveNothing) {
     EXPECT_EQ(service_.lastError(), "down");
     EXPECT_EQ(session_.requests().size(), 5U);
     EXPECT_EQ(store_.backfillCursor(), 101);
+    EXPECT_EQ(store_.watermark(), 600);
     EXPECT_FALSE(store_.isBackfillDone());
     EXPECT_EQ(logLines(LogLevel::Error), std::vector<std::string>{"scan failed: down"});
 

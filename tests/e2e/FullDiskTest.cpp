@@ -48,6 +48,10 @@ TEST_F(FullDiskTest, ProgressThatCannotBeSavedEndsTheScanAndIsNotClaimed) {
     {
         // Room for nothing.
         const SmallDisk disk(folder, 4096);
+        if (!disk.isMounted()) {
+            GTEST_SKIP() << "Needs the right to mount a file system: a limit on the size of files "
+                            "would hit the copy of the database first.";
+        }
         std::FILE* filler = std::fopen((folder / "filler").c_str(), "w");
         ASSERT_NE(filler, nullptr);
         const std::string page(65536, 'x');

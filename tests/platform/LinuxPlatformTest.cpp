@@ -26,7 +26,7 @@ namespace {
 class LinuxPlatformTest : public testing::Test {
 protected:
     LinuxPlatformTest() {
-        options_.defaultsFile = folder_ / "defaults.conf";
+        qputenv("XDG_CONFIG_HOME", QByteArray::fromStdString(folder_.path().string()));
         qputenv("ORVEL_AGENT_BUNDLE", QByteArray::fromStdString(folder_.path().string()));
         writeInformation("");
     }
@@ -80,10 +80,16 @@ TEST_F(LinuxPlatformTest, HasEveryPort) {
     EXPECT_EQ(platform.bundle->identifier(), "app.test");
 }
 
-TEST_F(LinuxPlatformTest, KeepsTheUserDefaultsWhereToldTo) {
+TEST_F(LinuxPlatformTest, KeepsTheUserDefaultsInTheConfigurationFolder) {
     makePlatform(options_).userDefaults->setInteger("k", 1);
-    EXPECT_TRUE(std::filesystem::exists(folder_ / "defaults.conf"));
+    EXPECT_TRUE(std::filesystem::exists(folder_ / "orvel-agent" / "defaults.conf"));
     EXPECT_EQ(makePlatform(options_).userDefaults->integer("k"), 1);
+}
+
+TEST_F(LinuxPlatformTest, KeepsUserDefaultsInAnotherFileWhenToldTo) {
+    makeUserDefaults(folder_ / "other.conf")->setInteger("k", 1);
+    EXPECT_EQ(makeUserDefaults(folder_ / "other.conf")->integer("k"), 1);
+    EXPECT_FALSE(makePlatform(options_).userDefaults->integer("k"));
 }
 
 TEST_F(LinuxPlatformTest, TrustsTheExtraCertificatesOfTheBundleAndOfTheOptions) {
@@ -105,7 +111,8 @@ TEST_F(LinuxPlatformTest, SaysWhatCannotBeRead) {
     std::filesystem::remove(folder_ / "Info.plist");
     EXPECT_THROW(makePlatform(options_), tavrin::PlatformError);
     writeInformation("");
-    write("defaults.conf", "damaged");
+    std::filesystem::create_directory(folder_ / "orvel-agent");
+    write("orvel-agent/defaults.conf", "damaged");
     EXPECT_THROW(makePlatform(options_), tavrin::PlatformError);
 }
 

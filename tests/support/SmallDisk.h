@@ -18,6 +18,9 @@ public:
     SmallDisk(const SmallDisk&) = delete;
     SmallDisk& operator=(const SmallDisk&) = delete;
 
+    /// Whether it is a file system of its own, which only fills up itself.
+    [[nodiscard]] bool isMounted() const { return isMounted_; }
+
     /// The `errno` of a write that goes too far.
     [[nodiscard]] int errorWhenFull() const;
 

@@ -54,6 +54,12 @@ TEST(ScanReportTest, TheWordsOfAFailedScanBeginWithTheError) {
     EXPECT_TRUE(describe(summary, false).starts_with("Scan ended with an error: HTTP 500\n"));
 }
 
+TEST(ScanReportTest, TheWordsGiveTheTerminalNoOrders) {
+    auto summary = sampleSummary();
+    summary.error = "no\x1b[2J\nway";
+    EXPECT_TRUE(describe(summary, false).starts_with("Scan ended with an error: no [2J way\n"));
+}
+
 TEST(ScanReportTest, NumbersAreGroupedByThousands) {
     EXPECT_EQ(grouped(0), "0");
     EXPECT_EQ(grouped(999), "999");
