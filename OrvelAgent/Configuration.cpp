@@ -10,6 +10,11 @@ namespace orvel {
 Configuration::Configuration(const Bundle& bundle)
     : apiBaseURL_("https://" + infoValue(bundle, "API_HOST", Deployment::apiHost)),
       webBaseURL_("https://" + infoValue(bundle, "WEB_HOST", Deployment::webHost)),
+      identityToolkitURL_(
+          infoValue(bundle, "IDENTITY_TOOLKIT_URL", Deployment::identityToolkitURL)),
+      secureTokenURL_(infoValue(bundle, "SECURE_TOKEN_URL", Deployment::secureTokenURL)),
+      firebaseAPIKey_(infoValue(bundle, "FIREBASE_API_KEY", "")),
+      bundleIdentifier_(bundle.identifier()),
       displayName_(infoValue(bundle, "CFBundleDisplayName", Deployment::displayName)),
       shortVersion_(infoValue(bundle, "CFBundleShortVersionString", "0.0.0")) {}
 

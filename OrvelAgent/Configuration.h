@@ -22,12 +22,23 @@ public:
     [[nodiscard]] const std::string& apiBaseURL() const { return apiBaseURL_; }
     /// Scheme and host, without a trailing slash.
     [[nodiscard]] const std::string& webBaseURL() const { return webBaseURL_; }
+    /// The identity provider's base URL for sign-in, with a slash at its end.
+    [[nodiscard]] const std::string& identityToolkitURL() const { return identityToolkitURL_; }
+    /// The identity provider's whole URL for refreshing tokens.
+    [[nodiscard]] const std::string& secureTokenURL() const { return secureTokenURL_; }
+    /// The identity provider's key of this application; it is no secret. Empty when there is none.
+    [[nodiscard]] const std::string& firebaseAPIKey() const { return firebaseAPIKey_; }
+    [[nodiscard]] const std::string& bundleIdentifier() const { return bundleIdentifier_; }
     [[nodiscard]] const std::string& displayName() const { return displayName_; }
     [[nodiscard]] const std::string& shortVersion() const { return shortVersion_; }
 
 private:
     std::string apiBaseURL_;
     std::string webBaseURL_;
+    std::string identityToolkitURL_;
+    std::string secureTokenURL_;
+    std::string firebaseAPIKey_;
+    std::string bundleIdentifier_;
     std::string displayName_;
     std::string shortVersion_;
 };

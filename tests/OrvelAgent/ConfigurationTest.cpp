@@ -45,6 +45,21 @@ TEST(ConfigurationTest, AnEmptyBundleHasNameAndVersionAllTheSame) {
     EXPECT_EQ(configuration.displayName(), "Orvel Agent");
     EXPECT_EQ(configuration.shortVersion(), "0.0.0");
     EXPECT_TRUE(configuration.apiBaseURL().starts_with("https://"));
+    EXPECT_EQ(configuration.firebaseAPIKey(), "");
+    EXPECT_TRUE(configuration.identityToolkitURL().ends_with("/v1/"));
+    EXPECT_TRUE(configuration.secureTokenURL().ends_with("/v1/token"));
+}
+
+TEST(ConfigurationTest, TheIdentityProviderIsTheBundles) {
+    FakeBundle bundle;
+    bundle.setInfo("IDENTITY_TOOLKIT_URL", "https://identity.test.example/v1/");
+    bundle.setInfo("SECURE_TOKEN_URL", "https://token.test.example/v1/token");
+    bundle.setInfo("FIREBASE_API_KEY", "key");
+    const Configuration configuration(bundle);
+    EXPECT_EQ(configuration.identityToolkitURL(), "https://identity.test.example/v1/");
+    EXPECT_EQ(configuration.secureTokenURL(), "https://token.test.example/v1/token");
+    EXPECT_EQ(configuration.firebaseAPIKey(), "key");
+    EXPECT_EQ(configuration.bundleIdentifier(), bundle.identifier());
 }
 
 } // namespace orvel

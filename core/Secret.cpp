@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "core/Secret.h"
+
+#include <cstddef>
+#include <utility>
+
+namespace tavrin {
+
+void wipe(std::string& text) noexcept {
+    // The room behind the text may hold the end of a longer one. Within the capacity this neither
+    // allocates nor throws.
+    text.resize(text.capacity());
+    // Volatile, or the compiler leaves out what nobody reads.
+    volatile char* bytes = text.data();
+    for (std::size_t index = 0; index < text.size(); ++index) {
+        bytes[index] = '\0';
+    }
+    text.clear();
+}
+
+Secret::Secret(std::string&& text) noexcept : text_(std::move(text)) {
+    // A short text is copied by the move.
+    wipe(text);
+}
+
+Secret::Secret(Secret&& other) noexcept : text_(std::move(other.text_)) {
+    wipe(other.text_);
+}
+
+Secret& Secret::operator=(const Secret& other) {
+    if (this != &other) {
+        *this = Secret(other);
+    }
+    return *this;
+}
+
+Secret& Secret::operator=(Secret&& other) noexcept {
+    if (this != &other) {
+        wipe(text_);
+        text_ = std::move(other.text_);
+        wipe(other.text_);
+    }
+    return *this;
+}
+
+Secret::~Secret() {
+    wipe(text_);
+}
+
+} // namespace tavrin

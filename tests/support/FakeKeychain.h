@@ -1,0 +1,105 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "platform/Keychain.h"
+
+#include <QObject>
+
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace orvel::test {
+
+/// A keychain in memory. It can be locked, with reads waiting for the user, or refuse to keep.
+class FakeKeychain final : public Keychain {
+public:
+    using Name = std::pair<std::string, std::string>;
+
+    /// What a new process would find, by service and account.
+    std::map<Name, std::string> items;
+    /// The names of all removals so far, in their order.
+    std::vector<Name> removals;
+    /// Changes hold in this process only, and fail with this.
+    std::optional<tavrin::PlatformError> writeError;
+    /// Changes are lost altogether, without a word.
+    bool losesWrites = false;
+
+    /// From now on reads wait.
+    void lock() { isLocked_ = true; }
+
+    /// Answers the reads that wait.
+    void unlock() {
+        isLocked_ = false;
+        for (auto& read : std::exchange(waiting_, {})) {
+            later(std::move(read));
+        }
+    }
+
+    void read(std::string service, std::string account, ReadCompletion completion) override {
+        auto answer = [completion = std::move(completion),
+                       value = valueOf({std::move(service), std::move(account)})] {
+            completion(value);
+        };
+        if (isLocked_) {
+            waiting_.emplace_back(std::move(answer));
+        } else {
+            later(std::move(answer));
+        }
+    }
+
+    void write(
+        std::string service,
+        std::string account,
+        tavrin::Secret value,
+        ChangeCompletion completion) override {
+        if (!losesWrites) {
+            set({std::move(service), std::move(account)}, value.text());
+        }
+        finish(std::move(completion));
+    }
+
+    void remove(std::string service, std::string account, ChangeCompletion completion) override {
+        removals.emplace_back(service, account);
+        set({std::move(service), std::move(account)}, std::nullopt);
+        finish(std::move(completion));
+    }
+
+private:
+    [[nodiscard]] std::optional<tavrin::Secret> valueOf(const Name& name) const {
+        if (const auto held = inMemory_.find(name); held != inMemory_.end()) {
+            return held->second;
+        }
+        const auto item = items.find(name);
+        return item == items.end() ? std::nullopt
+                                   : std::optional(tavrin::Secret(std::string(item->second)));
+    }
+
+    void set(const Name& name, const std::optional<std::string>& value) {
+        if (writeError) {
+            inMemory_[name] =
+                value ? std::optional(tavrin::Secret(std::string(*value))) : std::nullopt;
+        } else if (value) {
+            items[name] = *value;
+        } else {
+            items.erase(name);
+        }
+    }
+
+    void finish(ChangeCompletion completion) {
+        later([completion = std::move(completion), error = writeError] { completion(error); });
+    }
+
+    void later(std::function<void()> job) {
+        QMetaObject::invokeMethod(&context_, std::move(job), Qt::QueuedConnection);
+    }
+
+    std::map<Name, std::optional<tavrin::Secret>> inMemory_;
+    bool isLocked_ = false;
+    std::vector<std::function<void()>> waiting_;
+    QObject context_;
+};
+
+} // namespace orvel::test

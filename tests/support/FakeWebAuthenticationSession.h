@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "platform/WebAuthenticationSession.h"
+
+#include <QObject>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace orvel::test {
+
+/// A browser and its user, both of the test's making. An attempt ends with what the user does, or
+/// when the test finishes it.
+class FakeWebAuthenticationSession final : public WebAuthenticationSession {
+public:
+    struct Page {
+        std::string url;
+        std::string callbackScheme;
+    };
+
+    /// What the user does on a page at once; no value leaves the attempt waiting.
+    std::function<std::optional<Outcome>(const Page&)> user;
+
+    FakeWebAuthenticationSession() = default;
+    ~FakeWebAuthenticationSession() override { waiting_.reset(); }
+
+    /// All pages opened so far.
+    [[nodiscard]] const std::vector<Page>& pages() const { return pages_; }
+
+    [[nodiscard]] bool isWaiting() const { return waiting_ != nullptr; }
+
+    /// Ends the attempt that waits; nothing when none does.
+    void finish(Outcome outcome) {
+        if (const auto attempt = std::exchange(waiting_, nullptr)) {
+            settle(attempt, std::move(outcome));
+        }
+    }
+
+    std::unique_ptr<Attempt> start(
+        std::string url,
+        std::string callbackScheme,
+        std::function<void(Outcome)> completion) override {
+        finish(Cancelled());
+        pages_.push_back({std::move(url), std::move(callbackScheme)});
+        waiting_ = std::make_shared<Completion>(std::move(completion));
+        auto attempt = std::make_unique<FakeAttempt>(*this, waiting_);
+        if (std::optional<Outcome> outcome = user ? user(pages_.back()) : std::nullopt) {
+            finish(*std::move(outcome));
+        }
+        return attempt;
+    }
+
+private:
+    using Completion = std::function<void(Outcome)>;
+
+    class FakeAttempt final : public Attempt {
+    public:
+        FakeAttempt(FakeWebAuthenticationSession& session, std::weak_ptr<Completion> completion)
+            : session_(session), completion_(std::move(completion)) {}
+
+        void cancel() override {
+            const auto completion = completion_.lock();
+            if (completion && completion == session_.waiting_) {
+                session_.finish(Cancelled());
+            }
+        }
+
+    private:
+        FakeWebAuthenticationSession& session_;
+        std::weak_ptr<Completion> completion_;
+    };
+
+    void settle(const std::shared_ptr<Completion>& completion, Outcome outcome) {
+        QMetaObject::invokeMethod(
+            &context_,
+            [completion, outcome = std::move(outcome)] { (*completion)(outcome); },
+            Qt::QueuedConnection);
+    }
+
+    std::vector<Page> pages_;
+    std::shared_ptr<Completion> waiting_;
+    QObject context_;
+};
+
+} // namespace orvel::test
