@@ -1,20 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "core/Secret.h"
 
-#include <cstddef>
 #include <utility>
 
 namespace tavrin {
+
+void wipe(void* bytes, std::size_t size) noexcept {
+    // Volatile, or the compiler leaves out what nobody reads.
+    auto* const characters = static_cast<volatile char*>(bytes);
+    for (std::size_t index = 0; index < size; ++index) {
+        characters[index] = '\0';
+    }
+}
 
 void wipe(std::string& text) noexcept {
     // The room behind the text may hold the end of a longer one. Within the capacity this neither
     // allocates nor throws.
     text.resize(text.capacity());
-    // Volatile, or the compiler leaves out what nobody reads.
-    volatile char* bytes = text.data();
-    for (std::size_t index = 0; index < text.size(); ++index) {
-        bytes[index] = '\0';
-    }
+    wipe(text.data(), text.size());
     text.clear();
 }
 

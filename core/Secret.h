@@ -1,9 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 namespace tavrin {
+
+/// Overwrites the bytes in a way that no compiler leaves out.
+void wipe(void* bytes, std::size_t size) noexcept;
 
 /// Overwrites every byte that the text owns and empties it.
 void wipe(std::string& text) noexcept;

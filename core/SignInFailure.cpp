@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "core/SignInFailure.h"
+
+#include "core/Text.h"
+
+#include <utility>
+
+namespace tavrin {
+
+SignInFailure SignInFailure::fromCallbackError(std::string_view value) {
+    std::string text = repairedUTF8(value);
+    if (trimmed(text) == noAccountCode) {
+        return SignInFailure(NoAccount());
+    }
+    return SignInFailure(Other{std::move(text)});
+}
+
+std::string SignInFailure::message() const {
+    if (const auto* other = std::get_if<Other>(&reason_)) {
+        return other->text;
+    }
+    return "That sign-in has no Orvel Agent account.";
+}
+
+} // namespace tavrin

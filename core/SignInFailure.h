@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <utility>
+#include <variant>
+
+namespace tavrin {
+
+/// Why the web site ended a sign-in.
+class SignInFailure final {
+public:
+    /// The user has no account with us.
+    struct NoAccount {
+        bool operator==(const NoAccount&) const = default;
+    };
+    /// Any other reason, in the site's own words.
+    struct Other {
+        std::string text;
+
+        bool operator==(const Other&) const = default;
+    };
+    using Case = std::variant<NoAccount, Other>;
+
+    static constexpr std::string_view noAccountCode = "no_account";
+
+    /// From the error that the site's callback carries: the code with any white space around it, or
+    /// else the text as it came. Ill-formed UTF-8 is repaired.
+    [[nodiscard]] static SignInFailure fromCallbackError(std::string_view value);
+
+    explicit SignInFailure(Case reason) : reason_(std::move(reason)) {}
+
+    [[nodiscard]] const Case& reason() const { return reason_; }
+    /// The sentence for the user.
+    [[nodiscard]] std::string message() const;
+
+    bool operator==(const SignInFailure&) const = default;
+
+private:
+    Case reason_;
+};
+
+} // namespace tavrin
