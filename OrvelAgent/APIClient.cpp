@@ -17,6 +17,8 @@ namespace {
 /// How many characters of a reply that is no envelope are shown to the user.
 constexpr int shownCharacters = 500;
 
+constexpr std::string_view bearer = "Bearer ";
+
 /// The first characters as a reader counts them: a letter with its marks is one, and so is a line
 /// break of two.
 std::string firstCharacters(const std::string& bytes) {
@@ -67,9 +69,14 @@ QCoro::Task<URLRequest> APIClient::makeRequest(std::string path, std::string met
     request.headers.emplace_back("User-Agent", userAgent_);
     request.headers.emplace_back(
         tavrin::SessionPolicy::headerName, tavrin::SessionPolicy::headerValue);
-    const std::optional<std::string> token = co_await tokenProvider_();
+    const std::optional<tavrin::Secret> token = co_await tokenProvider_();
     if (token) {
-        request.headers.emplace_back("Authorization", "Bearer " + *token);
+        // Of its final size from the start, so that growing leaves no copies.
+        std::string authorization;
+        authorization.reserve(bearer.size() + token->text().size());
+        authorization += bearer;
+        authorization += token->text();
+        request.headers.emplace_back("Authorization", std::move(authorization));
     }
     co_return request;
 }
@@ -80,12 +87,13 @@ APIClient::exchange(URLRequest request, tavrin::CancellationToken cancellation) 
 }
 
 APIClient::Failure APIClient::failureOf(
-    const URLResponse& response,
+    int status,
+    const std::string& body,
     std::optional<std::string> error,
     std::optional<std::string> code) {
     return {
-        APIError(response.status, error ? *std::move(error) : firstCharacters(response.body)),
-        tavrin::SessionPolicy::isSessionExpired(response.status, code)};
+        APIError(status, error ? *std::move(error) : firstCharacters(body)),
+        tavrin::SessionPolicy::isSessionExpired(status, code)};
 }
 
 } // namespace orvel

@@ -7,6 +7,7 @@
 #include "OrvelAgent/Worker.h"
 #include "core/CancellationToken.h"
 #include "core/Date.h"
+#include "core/Secret.h"
 #include "platform/URLSession.h"
 
 #include <QCoroTask>
@@ -30,7 +31,7 @@ class Configuration;
 class APIClient final {
 public:
     /// Yields the bearer token of one request, or nothing for a request without one.
-    using TokenProvider = std::function<QCoro::Task<std::optional<std::string>>()>;
+    using TokenProvider = std::function<QCoro::Task<std::optional<tavrin::Secret>>()>;
     using SessionExpiredHandler = std::function<QCoro::Task<>()>;
 
     /// `baseURL` is scheme and host, with no trailing slash; the token goes nowhere else.
@@ -82,8 +83,9 @@ private:
         }
         URLResponse response =
             co_await client.exchange(std::move(request), std::move(cancellation));
-        auto decode = [response = std::move(response)] {
-            return outcomeOf<Reply>(response);
+        // A secret: some replies carry tokens.
+        auto decode = [status = response.status, body = tavrin::Secret(std::move(response.body))] {
+            return outcomeOf<Reply>(status, body.text());
         };
         std::variant<Reply, Failure> outcome = co_await client.worker_->run(std::move(decode));
         if (auto* failure = std::get_if<Failure>(&outcome)) {
@@ -96,23 +98,24 @@ private:
     }
 
     template <typename Reply>
-    static std::variant<Reply, Failure> outcomeOf(const URLResponse& response) {
-        std::optional<Envelope<Reply>> envelope = decodeEnvelope<Reply>(response.body);
-        const bool isSuccess = response.status >= 200 && response.status <= 299;
+    static std::variant<Reply, Failure> outcomeOf(int status, const std::string& body) {
+        std::optional<Envelope<Reply>> envelope = decodeEnvelope<Reply>(body);
+        const bool isSuccess = status >= 200 && status <= 299;
         if (isSuccess && envelope && envelope->ok) {
             if (envelope->data) {
                 return *std::move(envelope->data);
             }
-            return Failure{APIError(response.status, "Response had no data."), false};
+            return Failure{APIError(status, "Response had no data."), false};
         }
         if (!envelope) {
-            return failureOf(response, std::nullopt, std::nullopt);
+            return failureOf(status, body, std::nullopt, std::nullopt);
         }
-        return failureOf(response, std::move(envelope->error), std::move(envelope->code));
+        return failureOf(status, body, std::move(envelope->error), std::move(envelope->code));
     }
 
     static Failure failureOf(
-        const URLResponse& response,
+        int status,
+        const std::string& body,
         std::optional<std::string> error,
         std::optional<std::string> code);
 

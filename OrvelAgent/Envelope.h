@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "OrvelAgent/SecretJSON.h"
 #include "core/JSON.h"
 
 #include <boost/json/object.hpp>
-#include <boost/json/parse.hpp>
 #include <boost/json/value.hpp>
 #include <boost/json/value_to.hpp>
 
@@ -27,11 +27,12 @@ struct Envelope {
 };
 
 /// No value when the bytes are no JSON, lack "ok", or hold a member of the wrong shape: what is not
-/// wholly an envelope is none. Deeply nested or huge input fails like any other.
+/// wholly an envelope is none. Deeply nested or huge input fails like any other. The
+/// tree leaves nothing behind: some replies carry tokens.
 template <typename T>
 [[nodiscard]] std::optional<Envelope<T>> decodeEnvelope(std::string_view bytes) {
     try {
-        const boost::json::value json = boost::json::parse(bytes);
+        const boost::json::value json = parseSecretJSON(bytes);
         const boost::json::object& object = tavrin::asObject(json);
         Envelope<T> envelope;
         envelope.ok = tavrin::booleanAt(object, "ok");

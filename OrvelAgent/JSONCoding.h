@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "OrvelAgent/SecretJSON.h"
+
 #include <boost/json/monotonic_resource.hpp>
 #include <boost/json/serializer.hpp>
 #include <boost/json/value.hpp>
@@ -13,12 +15,22 @@
 
 namespace orvel {
 
+/// A body that holds secrets says so with `static constexpr bool isSecret = true`.
+template <typename Value>
+concept HoldsSecrets = requires {
+    requires Value::isSecret;
+};
+
 /// Encodes values as JSON text, keys in the order in which each type writes them. The tree of one
-/// value is built in a buffer that the next value uses again. One thread at a time.
+/// value is built in a buffer that the next value uses again; one with secrets is built apart and
+/// leaves nothing behind. One thread at a time.
 class JSONEncoder final {
 public:
     template <typename Value>
     [[nodiscard]] std::string encode(const Value& value) {
+        if constexpr (HoldsSecrets<Value>) {
+            return serializeSecretJSON(boost::json::value_from(value, wipingStorage()));
+        }
         boost::json::monotonic_resource resource(buffer_.get(), bufferSize);
         const boost::json::value tree = boost::json::value_from(value, &resource);
         serializer_.reset(&tree);

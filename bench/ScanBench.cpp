@@ -304,8 +304,8 @@ private:
     std::string certificate_;
 };
 
-QCoro::Task<std::optional<std::string>> provideToken() {
-    co_return std::optional<std::string>("benchmark");
+QCoro::Task<std::optional<tavrin::Secret>> provideToken() {
+    co_return std::optional<tavrin::Secret>(std::string("benchmark"));
 }
 
 /// The agent's services around one database, in this process.

@@ -41,7 +41,7 @@ PlatformOptions platformOptions(const ScanArguments& arguments, bool isInteracti
     return options;
 }
 
-QCoro::Task<std::optional<std::string>> provide(std::optional<std::string> token) {
+QCoro::Task<std::optional<tavrin::Secret>> provide(std::optional<tavrin::Secret> token) {
     co_return token;
 }
 
@@ -68,7 +68,7 @@ ScanCommand::ScanCommand(ScanArguments arguments)
         defaults = stateDefaults_.get();
     }
     URLSession* session = platform_.urlSession.get();
-    std::optional<std::string> token;
+    std::optional<tavrin::Secret> token;
     if (arguments_.isPreview) {
         previewDefaults_ = std::make_unique<OverlayUserDefaults>(*defaults);
         defaults = previewDefaults_.get();
@@ -78,7 +78,7 @@ ScanCommand::ScanCommand(ScanArguments arguments)
                                         : std::vector<std::string>());
         session = previewSession_.get();
     } else {
-        token = arguments_.token;
+        token.emplace(std::string(arguments_.token));
     }
 
     const Configuration configuration(*platform_.bundle);

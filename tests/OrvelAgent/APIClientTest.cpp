@@ -28,8 +28,12 @@ void tag_invoke(const boost::json::value_from_tag&, boost::json::value&, const U
     throw std::runtime_error("cannot be encoded");
 }
 
-QCoro::Task<std::optional<std::string>> provide(std::optional<std::string> token) {
-    co_return token;
+QCoro::Task<std::optional<tavrin::Secret>> provide(std::optional<std::string> token) {
+    std::optional<tavrin::Secret> secret;
+    if (token) {
+        secret.emplace(*std::move(token));
+    }
+    co_return secret;
 }
 
 QCoro::Task<> count(int* calls) {

@@ -42,7 +42,7 @@ using tavrin::ThreadScope;
 
 constexpr std::int64_t cursorAtStart = 9223372036854775807;
 
-QCoro::Task<std::optional<std::string>> noToken() {
+QCoro::Task<std::optional<tavrin::Secret>> noToken() {
     co_return std::nullopt;
 }
 

@@ -14,7 +14,7 @@ namespace {
 
 using test::runTask;
 
-QCoro::Task<std::optional<std::string>> noToken() {
+QCoro::Task<std::optional<tavrin::Secret>> noToken() {
     co_return std::nullopt;
 }
 
