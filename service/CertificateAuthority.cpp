@@ -147,17 +147,6 @@ std::string pem(EVP_PKEY* key) {
     return text(bio.get());
 }
 
-/// The file appears whole or not at all.
-void write(const std::filesystem::path& file, const std::string& content) {
-    const auto draft = file.string() + ".new";
-    PrivateFile(draft, PrivateFile::Mode::Replace).write(content);
-    std::error_code error;
-    std::filesystem::rename(draft, file, error);
-    if (error) {
-        throw ServiceError(ServiceError::File{file.string(), error.message()});
-    }
-}
-
 std::string read(const std::filesystem::path& file) {
     std::ifstream stream(file, std::ios::binary);
     return {std::istreambuf_iterator<char>(stream), {}};
@@ -173,8 +162,8 @@ struct Files {
 };
 
 void save(const Identity& identity, const Files& files) {
-    write(files.key, pem(identity.key.get()));
-    write(files.certificate, pem(identity.certificate.get()));
+    replacePrivateFile(files.key, pem(identity.key.get()));
+    replacePrivateFile(files.certificate, pem(identity.certificate.get()));
 }
 
 /// What the files hold, when it belongs together and is valid for some time to come.

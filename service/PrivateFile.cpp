@@ -58,6 +58,16 @@ void PrivateFile::write(std::string_view text) {
     }
 }
 
+void replacePrivateFile(const std::filesystem::path& file, std::string_view content) {
+    const auto draft = file.string() + ".new";
+    PrivateFile(draft, PrivateFile::Mode::Replace).write(content);
+    std::error_code error;
+    std::filesystem::rename(draft, file, error);
+    if (error) {
+        fail(file, error);
+    }
+}
+
 void makePrivateDirectory(const std::filesystem::path& directory) {
     std::error_code error;
     if (std::filesystem::create_directories(directory, error)) {

@@ -25,6 +25,9 @@ private:
     int descriptor_;
 };
 
+/// Writes a file for its owner only, which appears whole or not at all. Throws `ServiceError`.
+void replacePrivateFile(const std::filesystem::path& file, std::string_view content);
+
 /// Makes the directory and its parents. Only the owner may enter the directory when it is new.
 /// Throws `ServiceError`.
 void makePrivateDirectory(const std::filesystem::path& directory);

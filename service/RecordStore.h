@@ -2,6 +2,7 @@
 #pragma once
 
 #include "core/MessageRecord.h"
+#include "service/Database.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -9,8 +10,6 @@
 #include <mutex>
 #include <string>
 #include <vector>
-
-struct sqlite3;
 
 namespace orvel::service {
 
@@ -45,9 +44,6 @@ public:
 
     /// Makes the file when there is none.
     explicit RecordStore(const std::filesystem::path& file);
-    ~RecordStore();
-    RecordStore(const RecordStore&) = delete;
-    RecordStore& operator=(const RecordStore&) = delete;
 
     /// Keeps the whole batch or nothing; on return it is on disk. Gives the number of records that
     /// were not known.
@@ -62,9 +58,8 @@ public:
     [[nodiscard]] std::vector<tavrin::MessageRecord> latestRecords(std::size_t limit) const;
 
 private:
-    std::string path_;
     mutable std::mutex mutex_;
-    sqlite3* handle_ = nullptr;
+    Database database_;
 };
 
 } // namespace orvel::service

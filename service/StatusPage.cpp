@@ -3,6 +3,7 @@
 
 #include "core/Date.h"
 #include "core/Text.h"
+#include "service/Page.h"
 #include "service/RecordStore.h"
 #include "service/Router.h"
 
@@ -17,64 +18,6 @@ namespace {
 constexpr std::size_t shownBatches = 20;
 constexpr std::size_t shownRecords = 100;
 constexpr std::size_t shownCharacters = 500;
-
-constexpr std::string_view head = R"(<!doctype html>
-<html lang="en">
-<head>
-<meta charset="utf-8">
-<meta name="viewport" content="width=device-width, initial-scale=1">
-<title>Orvel local service</title>
-<style>
-:root { color-scheme: light dark; --line: #8884; --soft: #8881; --dim: #777; }
-body { font: 15px/1.5 system-ui, sans-serif; max-width: 72rem; margin: 2rem auto; padding: 0 1rem; }
-h1 { font-size: 1.5rem; margin: 0 0 1rem; }
-h2 { font-size: 1.1rem; margin: 2rem 0 .5rem; }
-dl { display: flex; flex-wrap: wrap; gap: 1rem; margin: 0; }
-dl div { background: var(--soft); border-radius: .5rem; padding: .5rem 1rem; }
-dt { color: var(--dim); font-size: .85rem; }
-dd { font-size: 1.4rem; font-variant-numeric: tabular-nums; margin: 0; }
-.wide { overflow-x: auto; }
-table { border-collapse: collapse; width: 100%; }
-th, td { border-bottom: 1px solid var(--line); padding: .35rem .75rem .35rem 0; text-align: start;
-  vertical-align: top; }
-th { color: var(--dim); font-size: .85rem; font-weight: 500; white-space: nowrap; }
-td.fixed { font-variant-numeric: tabular-nums; white-space: nowrap; }
-td.text { min-width: 10rem; overflow-wrap: anywhere; white-space: pre-wrap; }
-.dim { color: var(--dim); }
-</style>
-</head>
-<body>
-<h1>Orvel local service</h1>
-)";
-
-constexpr std::string_view foot = "</body>\n</html>\n";
-
-std::string escaped(std::string_view text) {
-    std::string result;
-    result.reserve(text.size());
-    for (const char character : text) {
-        switch (character) {
-        case '&':
-            result += "&amp;";
-            break;
-        case '<':
-            result += "&lt;";
-            break;
-        case '>':
-            result += "&gt;";
-            break;
-        case '"':
-            result += "&quot;";
-            break;
-        case '\'':
-            result += "&#39;";
-            break;
-        default:
-            result += character;
-        }
-    }
-    return result;
-}
 
 std::string figure(std::string_view name, std::int64_t value) {
     return "<div><dt>" + std::string(name) + "</dt><dd>" + std::to_string(value) + "</dd></div>\n";
@@ -137,12 +80,12 @@ std::string batchRow(const RecordStore::ReceivedBatch& batch) {
 
 std::string page(const RecordStore& store) {
     const auto totals = store.totals();
-    std::string html(head);
+    std::string html = pageStart("Orvel local service", PageWidth::Wide);
     html += "<dl>\n" + figure("Records", totals.records) + figure("Batches", totals.batches) +
             figure("Diagnostic lines", totals.diagnosticLines) + "</dl>\n";
     if (totals.batches == 0) {
         html += "<p class=\"dim\">Nothing has been received yet.</p>\n";
-        return html.append(foot);
+        return html.append(pageEnd);
     }
     html += tableStart("Latest batches", {"Received", "Client", "Records", "New", "Watermark"});
     for (const auto& batch : store.latestBatches(shownBatches)) {
@@ -155,24 +98,14 @@ std::string page(const RecordStore& store) {
         html += recordRow(record);
     }
     html += tableEnd;
-    return html.append(foot);
+    return html.append(pageEnd);
 }
 
 } // namespace
 
 void addStatusPage(Router& router, const RecordStore& store) {
     router.add("GET", "/", Router::Access::Open, [&store](const Request&) {
-        Reply reply;
-        reply.contentType = "text/html; charset=utf-8";
-        reply.headers = {
-            {"Content-Security-Policy",
-             "default-src 'none'; style-src 'unsafe-inline'; base-uri 'none'; form-action 'none'; "
-             "frame-ancestors 'none'"},
-            {"Referrer-Policy", "no-referrer"},
-            {"X-Content-Type-Options", "nosniff"},
-        };
-        reply.body = page(store);
-        return reply;
+        return pageReply(page(store));
     });
 }
 
