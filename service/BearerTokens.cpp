@@ -3,6 +3,7 @@
 
 #include "core/SessionPolicy.h"
 #include "service/Envelope.h"
+#include "service/IdentityProvider.h"
 
 #include <iterator>
 #include <string_view>
@@ -25,8 +26,9 @@ std::string_view bearerToken(const Request& request) {
 
 } // namespace
 
-BearerTokens::BearerTokens(std::vector<std::string> accepted)
-    : accepted_(
+BearerTokens::BearerTokens(std::vector<std::string> accepted, const IdentityProvider& provider)
+    : provider_(provider),
+      accepted_(
           std::make_move_iterator(accepted.begin()), std::make_move_iterator(accepted.end())) {}
 
 void BearerTokens::expire(std::string token) {
@@ -39,16 +41,37 @@ void BearerTokens::require(const Request& request) const {
     if (token.empty()) {
         throw Refusal(401, "unauthorized", "The request carries no bearer token.");
     }
-    const std::lock_guard lock(mutex_);
-    if (expired_.contains(token)) {
-        throw Refusal(
-            401,
-            std::string(tavrin::SessionPolicy::expiredCode),
-            "The session has expired. Please sign in again.");
+    const Refusal sessionExpired(
+        401,
+        std::string(tavrin::SessionPolicy::expiredCode),
+        "The session has expired. Please sign in again.");
+    {
+        const std::lock_guard lock(mutex_);
+        if (expired_.contains(token)) {
+            throw sessionExpired;
+        }
     }
-    if (!accepted_.empty() && !accepted_.contains(token)) {
-        throw Refusal(401, "unauthorized", "The bearer token is not accepted.");
+    if (accepted_.contains(token)) {
+        return;
     }
+    switch (provider_.check(token)) {
+    case IdentityProvider::Bearer::Valid:
+        return;
+    case IdentityProvider::Bearer::SessionEnded:
+        throw sessionExpired;
+    case IdentityProvider::Bearer::Stranger:
+        if (accepted_.empty()) {
+            return;
+        }
+        break;
+    case IdentityProvider::Bearer::Expired:
+        break;
+    }
+    throw Refusal(401, "unauthorized", "The bearer token is not accepted.");
+}
+
+const Account* BearerTokens::account(const Request& request) const {
+    return provider_.account(bearerToken(request));
 }
 
 } // namespace orvel::service

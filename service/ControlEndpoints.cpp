@@ -4,6 +4,7 @@
 #include "core/JSON.h"
 #include "service/Envelope.h"
 #include "service/FaultScript.h"
+#include "service/IdentityProvider.h"
 #include "service/Router.h"
 
 #include <boost/json.hpp>
@@ -61,10 +62,39 @@ Fault faultOf(const json::object& body) {
     throw Refusal::invalidRequest("There is no such \"fault\".");
 }
 
+bool flagAt(const json::object& body, std::string_view key, bool fallback) {
+    return body.contains(key) ? tavrin::booleanAt(body, key) : fallback;
+}
+
+Reply revokeSessions(const Request& request, IdentityProvider& provider) {
+    const auto body = jsonBody(request);
+    const auto uid = tavrin::optionalStringAt(body, "uid").value_or("");
+    const auto message = tavrin::optionalStringAt(body, "message").value_or("TOKEN_EXPIRED");
+    if (message.empty()) {
+        throw Refusal::invalidRequest("\"message\" must not be empty.");
+    }
+    return success(
+        {{"sessions", provider.revokeSessions(uid, message, flagAt(body, "endIDTokens", false))}});
+}
+
+Reply disableUser(const Request& request, IdentityProvider& provider) {
+    const auto body = jsonBody(request);
+    const auto uid = tavrin::stringAt(body, "uid");
+    if (findAccount(provider.accounts(), uid) == nullptr) {
+        throw Refusal::invalidRequest("There is no account with this \"uid\".");
+    }
+    const bool isDisabled = flagAt(body, "disabled", true);
+    provider.setUserDisabled(uid, isDisabled);
+    return success({{"uid", uid}, {"disabled", isDisabled}});
+}
+
 } // namespace
 
 void addControlEndpoints(
-    Router& router, FaultScript& faults, std::function<json::object()> statistics) {
+    Router& router,
+    FaultScript& faults,
+    IdentityProvider& provider,
+    std::function<json::object()> statistics) {
     using enum Router::Access;
     router.add("POST", "/control/faults", BearerToken, [&faults](const Request& request) {
         const auto body = jsonBody(request);
@@ -79,6 +109,16 @@ void addControlEndpoints(
     router.add("DELETE", "/control/faults", BearerToken, [&faults](const Request&) {
         faults.clear();
         return success({{"pendingFaults", 0}});
+    });
+    router.add(
+        "POST", "/control/sessions/revoke", BearerToken, [&provider](const Request& request) {
+            return revokeSessions(request, provider);
+        });
+    router.add("POST", "/control/id-tokens/expire", BearerToken, [&provider](const Request&) {
+        return success({{"idTokens", provider.expireIDTokens()}});
+    });
+    router.add("POST", "/control/users/disable", BearerToken, [&provider](const Request& request) {
+        return disableUser(request, provider);
     });
     router.add(
         "GET", "/control/stats", BearerToken, [statistics = std::move(statistics)](const Request&) {

@@ -8,11 +8,15 @@
 namespace orvel::service {
 
 class FaultScript;
+class IdentityProvider;
 class Router;
 
 /// The endpoints below "/control", for test programs that cannot call the service's functions:
-/// faults and counts. The script must outlive the router.
+/// faults, the ends of sessions, and counts. Script and provider must outlive the router.
 void addControlEndpoints(
-    Router& router, FaultScript& faults, std::function<boost::json::object()> statistics);
+    Router& router,
+    FaultScript& faults,
+    IdentityProvider& provider,
+    std::function<boost::json::object()> statistics);
 
 } // namespace orvel::service

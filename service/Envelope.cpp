@@ -3,22 +3,9 @@
 
 #include <boost/json.hpp>
 
-#include <string_view>
 #include <utility>
 
 namespace orvel::service {
-
-namespace {
-
-bool isJSON(std::string_view contentType) {
-    contentType = contentType.substr(0, contentType.find(';'));
-    while (contentType.ends_with(' ') || contentType.ends_with('\t')) {
-        contentType.remove_suffix(1);
-    }
-    return equalsIgnoringCase(contentType, "application/json");
-}
-
-} // namespace
 
 Refusal Refusal::invalidRequest(std::string sentence) {
     return {400, "invalid_request", std::move(sentence)};
@@ -39,7 +26,7 @@ Reply refused(const Refusal& refusal) {
 }
 
 boost::json::object jsonBody(const Request& request, boost::json::storage_ptr memory) {
-    if (!isJSON(request.header("Content-Type").value_or(""))) {
+    if (!request.hasContentType("application/json")) {
         throw Refusal(415, "unsupported_media_type", "The content type must be application/json.");
     }
     boost::json::error_code error;

@@ -2,6 +2,7 @@
 #include "service/FaultScript.h"
 
 #include "service/Envelope.h"
+#include "service/IdentityEndpoints.h"
 
 #include <boost/json.hpp>
 
@@ -21,6 +22,12 @@ Fault Fault::answer(int status, std::string body) {
 Fault Fault::refusal(int status, std::string code, std::string sentence) {
     Fault fault;
     fault.reply = refused(Refusal(status, std::move(code), std::move(sentence)));
+    return fault;
+}
+
+Fault Fault::identityError(int status, std::string_view message) {
+    Fault fault;
+    fault.reply = service::identityError(status, message);
     return fault;
 }
 

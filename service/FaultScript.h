@@ -28,6 +28,8 @@ struct Fault {
     [[nodiscard]] static Fault answer(int status, std::string body);
     /// A status with an error in the envelope.
     [[nodiscard]] static Fault refusal(int status, std::string code, std::string sentence);
+    /// A status with an error as the identity provider words it.
+    [[nodiscard]] static Fault identityError(int status, std::string_view message);
     /// The true reply, late.
     [[nodiscard]] static Fault delayed(std::chrono::milliseconds delay);
     [[nodiscard]] static Fault reset();

@@ -18,6 +18,8 @@ struct Request {
     std::string method;
     /// Percent-decoded, without the query.
     std::string path;
+    /// As it arrived, without the question mark.
+    std::string query;
     Headers headers;
     /// Empty unless `bodyState` is `Complete`.
     std::string body;
@@ -26,6 +28,16 @@ struct Request {
     /// The value of the only header of that name, in any spelling; no value when it is missing or
     /// sent more than once.
     [[nodiscard]] std::optional<std::string_view> header(std::string_view name) const;
+
+    /// Whether the body is of that type, whatever the type's parameters.
+    [[nodiscard]] bool hasContentType(std::string_view type) const;
+
+    /// The percent-decoded value of the only query item of that name, any bytes it may be; no value
+    /// when the item is missing, sent more than once or encoded wrongly.
+    [[nodiscard]] std::optional<std::string> queryValue(std::string_view name) const;
+
+    /// The same for the body of a form, where "+" means a space.
+    [[nodiscard]] std::optional<std::string> formValue(std::string_view name) const;
 };
 
 /// What the client gets, and how.

@@ -52,6 +52,8 @@ Request translated(const httplib::Request& from) {
     Request request;
     request.method = from.method;
     request.path = from.path;
+    const auto mark = from.target.find('?');
+    request.query = mark == std::string::npos ? "" : from.target.substr(mark + 1);
     for (const auto& [name, value] : from.headers) {
         // The library's own additions.
         const std::string_view view = name;

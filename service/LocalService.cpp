@@ -1,13 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "service/LocalService.h"
 
+#include "service/AccountEndpoints.h"
+#include "service/AuthorizationCodes.h"
 #include "service/BearerTokens.h"
+#include "service/Bundle.h"
 #include "service/CertificateAuthority.h"
 #include "service/ContextEndpoints.h"
 #include "service/ControlEndpoints.h"
 #include "service/Envelope.h"
 #include "service/HTTPSServer.h"
+#include "service/IdentityEndpoints.h"
 #include "service/KnownHandles.h"
+#include "service/LinkPage.h"
 #include "service/RecordStore.h"
 #include "service/Router.h"
 #include "service/StatusPage.h"
@@ -31,9 +36,12 @@ public:
     void stop();
 
     FaultScript faults;
-    BearerTokens tokens;
     RecordStore store;
+    IdentityProvider identities;
+    AuthorizationCodes codes;
+    BearerTokens tokens;
     const CertificateAuthority authority;
+    const std::string apiKey;
     std::atomic<std::uint16_t> port;
 
     [[nodiscard]] std::size_t requestCount() const;
@@ -67,9 +75,12 @@ private:
 };
 
 LocalService::Implementation::Implementation(Options options)
-    : tokens(std::move(options.tokens)),
-      store(options.store),
+    : store(options.store),
+      identities(options.store, std::move(options.accounts), options.idTokenLifetime, options.now),
+      codes(std::move(options.now)),
+      tokens(std::move(options.tokens), identities),
       authority(std::move(options.certificates), std::chrono::system_clock::now()),
+      apiKey(std::move(options.apiKey)),
       port(options.port),
       knownHandles_(options.knownHandles),
       contract_(tokens),
@@ -78,10 +89,13 @@ LocalService::Implementation::Implementation(Options options)
       server_(authority.serverCertificate(), authority.serverKey(), [this](const Request& request) {
           return answer(request);
       }) {
+    addAccountEndpoints(contract_, codes, identities, tokens);
     addContextEndpoints(contract_, store, knownHandles_);
+    addIdentityEndpoints(contract_, identities, apiKey);
+    addLinkPage(contract_, identities.accounts(), codes);
     addStatusPage(operator_, store);
     if (options.hasControl) {
-        addControlEndpoints(operator_, faults, [this] { return statistics(); });
+        addControlEndpoints(operator_, faults, identities, [this] { return statistics(); });
     }
     if (options.capture) {
         capture_ = std::make_unique<TrafficCapture>(std::move(*options.capture));
@@ -121,7 +135,10 @@ Reply LocalService::Implementation::answer(const Request& request) {
 Reply LocalService::Implementation::answerContract(const Request& request) {
     count(request);
     if (capture_) {
-        capture_->append(request);
+        // Where no bearer token is asked for, it is the body that proves who is asking; at an
+        // unknown path it may have been meant for one of those.
+        using enum TrafficCapture::Body;
+        capture_->append(request, contract_.wantsBearerToken(request.path) ? Kept : LeftOut);
     }
     auto fault = faults.take(request.path);
     if (!fault) {
@@ -206,6 +223,33 @@ void LocalService::clearFaults() {
 
 void LocalService::expireToken(std::string token) {
     implementation_->tokens.expire(std::move(token));
+}
+
+std::string LocalService::mintCode(std::string challenge, std::string uid) {
+    return implementation_->codes.mint(std::move(challenge), std::move(uid));
+}
+
+IdentityProvider::Tokens LocalService::signIn(const std::string& uid) {
+    return implementation_->identities.startSession(uid);
+}
+
+std::size_t LocalService::revokeSessions(
+    const std::string& uid, const std::string& message, bool endsIDTokens) {
+    return implementation_->identities.revokeSessions(uid, message, endsIDTokens);
+}
+
+std::size_t LocalService::expireIDTokens() {
+    return implementation_->identities.expireIDTokens();
+}
+
+void LocalService::setUserDisabled(const std::string& uid, bool isDisabled) {
+    implementation_->identities.setUserDisabled(uid, isDisabled);
+}
+
+void LocalService::writeBundle(const std::filesystem::path& folder) const {
+    const auto& key = implementation_->apiKey;
+    service::writeBundle(
+        folder, {"127.0.0.1:" + std::to_string(port()), key.empty() ? "any" : key, caFile()});
 }
 
 std::uint16_t LocalService::port() const {

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "service/Account.h"
 #include "service/FaultScript.h"
+#include "service/IdentityProvider.h"
 
 #include <chrono>
 #include <cstddef>
@@ -30,13 +32,22 @@ public:
         std::filesystem::path certificates;
         /// 0 is any free port.
         std::uint16_t port = 0;
-        /// Without any, every bearer token is accepted.
+        /// Accepted besides the ID tokens of sessions. Without any, every bearer token is accepted
+        /// but for ID tokens that have ended.
         std::vector<std::string> tokens;
         /// Phone numbers and e-mail addresses, in any spelling.
         std::vector<std::string> knownHandles;
+        /// Who can sign in; their uids differ.
+        std::vector<Account> accounts = sampleAccounts();
+        /// What the identity provider's endpoints want to see; empty takes every key.
+        std::string apiKey;
+        std::chrono::seconds idTokenLifetime = std::chrono::hours(1);
+        /// Decides when codes and tokens end. Called from any thread.
+        Now now = std::chrono::system_clock::now;
         /// Whether faults can be scripted and counts be read over HTTPS, too.
         bool hasControl = false;
-        /// Where to append every request of the contract, without its token.
+        /// Where to append every request of the contract, without its token and query, and without
+        /// its body where that holds secrets.
         std::optional<std::filesystem::path> capture;
         /// Gets one line per request, from any thread but never twice at once.
         std::function<void(std::string_view)> log;
@@ -61,6 +72,28 @@ public:
 
     /// From now on requests with the token are answered as those of an expired session.
     void expireToken(std::string token);
+
+    /// The code that the sign-in page hands over when the account is chosen.
+    [[nodiscard]] std::string mintCode(std::string challenge, std::string uid);
+    /// A new session without a browser. Throws `IdentityRefusal` unless the account can sign in.
+    [[nodiscard]] IdentityProvider::Tokens signIn(const std::string& uid);
+
+    /// Ends the sessions of the account, or all of them when `uid` is empty: from now on their
+    /// refresh tokens are refused with `message`, as the identity provider words it. Their ID
+    /// tokens stay valid, unless they are ended, too; then they are answered as those of an expired
+    /// session. Gives the number of sessions.
+    std::size_t revokeSessions(
+        const std::string& uid = {},
+        const std::string& message = "TOKEN_EXPIRED",
+        bool endsIDTokens = false);
+    /// All ID tokens have reached their end. Gives their number.
+    std::size_t expireIDTokens();
+    /// While the account is disabled it can neither sign in nor refresh; sessions stay.
+    void setUserDisabled(const std::string& uid, bool isDisabled = true);
+
+    /// Makes the folder a bundle for `ORVEL_AGENT_BUNDLE`, whose agent talks to this service. Only
+    /// after the first start. Throws `ServiceError`.
+    void writeBundle(const std::filesystem::path& folder) const;
 
     /// When any free port is wanted, 0 until the first start.
     [[nodiscard]] std::uint16_t port() const;

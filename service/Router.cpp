@@ -5,6 +5,7 @@
 #include "service/BearerTokens.h"
 #include "service/Envelope.h"
 
+#include <algorithm>
 #include <exception>
 #include <utility>
 
@@ -40,6 +41,14 @@ void requireBody(const Request& request) {
 
 void Router::add(std::string method, std::string path, Access access, Action action) {
     paths_[std::move(path)].emplace(std::move(method), Endpoint{access, std::move(action)});
+}
+
+bool Router::wantsBearerToken(std::string_view path) const {
+    const auto methods = paths_.find(path);
+    return methods != paths_.end() &&
+           std::ranges::all_of(methods->second, [](const auto& endpoint) {
+               return endpoint.second.access == Access::BearerToken;
+           });
 }
 
 Reply Router::serve(const Request& request) const {

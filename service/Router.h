@@ -27,6 +27,9 @@ public:
 
     [[nodiscard]] bool hasPath(std::string_view path) const { return paths_.contains(path); }
 
+    /// Whether the path is one of those whose requests prove themselves with a bearer token only.
+    [[nodiscard]] bool wantsBearerToken(std::string_view path) const;
+
     /// Checks the request and carries it out. Never throws: whatever goes wrong is a reply.
     [[nodiscard]] Reply serve(const Request& request) const;
 

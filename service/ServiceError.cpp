@@ -21,6 +21,9 @@ struct Description {
     std::string operator()(const ServiceError::File& error) const {
         return "The file " + error.path + " cannot be used: " + error.reason + ".";
     }
+    std::string operator()(const ServiceError::Random&) const {
+        return "No random bytes could be had for a token.";
+    }
 };
 
 } // namespace

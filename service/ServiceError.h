@@ -8,7 +8,7 @@
 
 namespace orvel::service {
 
-/// What keeps the service from starting or from storing.
+/// What keeps the service from starting, from storing or from making tokens.
 class ServiceError final : public std::exception {
 public:
     struct Listen {
@@ -27,7 +27,9 @@ public:
         std::string path;
         std::string reason;
     };
-    using Case = std::variant<Listen, Store, Certificate, File>;
+    /// The system gave no random bytes.
+    struct Random {};
+    using Case = std::variant<Listen, Store, Certificate, File, Random>;
 
     explicit ServiceError(Case error);
 

@@ -5,13 +5,13 @@
 
 namespace orvel::service {
 
-void TrafficCapture::append(const Request& request) {
+void TrafficCapture::append(const Request& request, Body body) {
     std::string text = request.method + " " + request.path + "\r\n";
     for (const auto& [name, value] : request.headers) {
         const bool isSecret = equalsIgnoringCase(name, "Authorization");
         text += name + ": " + (isSecret ? "(left out)" : value) + "\r\n";
     }
-    text += "\r\n" + request.body + "\r\n";
+    text += "\r\n" + (body == Body::Kept ? request.body : "(left out)") + "\r\n";
     const std::lock_guard lock(mutex_);
     file_.write(text);
 }

@@ -18,8 +18,11 @@ public:
     explicit TrafficCapture(std::filesystem::path file)
         : file_(std::move(file), PrivateFile::Mode::Append) {}
 
-    /// Everything but the bearer token. Throws `ServiceError`.
-    void append(const Request& request);
+    enum class Body { Kept, LeftOut };
+
+    /// Everything but the bearer token, the query and, if it is to be left out, the body. Throws
+    /// `ServiceError`.
+    void append(const Request& request, Body body);
 
 private:
     std::mutex mutex_;

@@ -7,7 +7,9 @@
 #include <pthread.h>
 #include <sys/prctl.h>
 
+#include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
@@ -35,12 +37,23 @@ constexpr const char* controlHelp = R"(Control (--control), with any accepted be
       "status", "body"    of a "status" fault (503, empty)
       "code", "error"     of a "status" fault: an error envelope instead of "body"
   DELETE /control/faults  forgets the faults to come
+  POST /control/sessions/revoke   ends sessions; their next refresh is refused.
+                          Keys of the JSON body:
+      "uid"               only those of this account (all)
+      "message"           what the refresh is refused with ("TOKEN_EXPIRED")
+      "endIDTokens"       true: ID tokens count as those of an expired session
+  POST /control/id-tokens/expire  lets every ID token end now
+  POST /control/users/disable     the account "uid" can neither sign in nor
+                          refresh; "disabled": false lifts that
   GET /control/stats      what was received so far)";
 
 struct Arguments {
     LocalService::Options service;
     std::optional<std::filesystem::path> tokenFile;
     std::optional<std::filesystem::path> knownHandles;
+    std::optional<std::filesystem::path> accounts;
+    std::optional<std::filesystem::path> bundle;
+    std::int64_t idTokenLifetime = std::chrono::seconds(std::chrono::hours(1)).count();
     bool isQuiet = false;
     bool exitsWithParent = false;
 };
@@ -71,7 +84,9 @@ void declare(CLI::App& app, Arguments& arguments) {
     app.add_option(
            "--token",
            service.tokens,
-           "Bearer token to accept, more than once for more; without any, every token is accepted")
+           "Bearer token to accept besides those of sessions, more than once for more; without "
+           "any, "
+           "every token is accepted")
         ->type_name("TOKEN")
         ->allow_extra_args(false);
     file("--token-file", arguments.tokenFile, "One token to accept per line");
@@ -79,7 +94,31 @@ void declare(CLI::App& app, Arguments& arguments) {
         "--known-handles",
         arguments.knownHandles,
         "JSON array of the phone numbers and e-mail addresses the service knows");
-    file("--capture", service.capture, "Every request is appended to it, without its token");
+    file(
+        "--accounts",
+        arguments.accounts,
+        "JSON array of who can sign in: objects with \"uid\", "
+        "\"email\" and \"handle\"; two sample accounts otherwise");
+    app.add_option(
+           "--api-key",
+           service.apiKey,
+           "The only API key to accept for identity tokens; any otherwise")
+        ->type_name("KEY");
+    app.add_option(
+           "--id-token-lifetime", arguments.idTokenLifetime, "How long an ID token is valid")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(1, 86'400))
+        ->capture_default_str();
+    app.add_option(
+           "--bundle-out",
+           arguments.bundle,
+           "Write an Info.plist here; an agent started with ORVEL_AGENT_BUNDLE=DIRECTORY talks to "
+           "this service")
+        ->type_name("DIRECTORY");
+    file(
+        "--capture",
+        service.capture,
+        "Every request is appended to it, without tokens and sign-in secrets");
     app.add_flag("--control", service.hasControl, "Let test programs script faults (see below)");
     app.add_flag("--quiet", arguments.isQuiet, "Do not report every request on standard error");
     app.add_flag(
@@ -124,6 +163,10 @@ void run(Arguments arguments) {
     if (arguments.knownHandles) {
         options.knownHandles = orvel::service::readKnownHandles(*arguments.knownHandles);
     }
+    if (arguments.accounts) {
+        options.accounts = orvel::service::readAccounts(*arguments.accounts);
+    }
+    options.idTokenLifetime = std::chrono::seconds(arguments.idTokenLifetime);
     if (!arguments.isQuiet) {
         options.log = [](std::string_view line) {
             std::cerr << line << std::endl;
@@ -131,6 +174,9 @@ void run(Arguments arguments) {
     }
     LocalService service(std::move(options));
     service.start();
+    if (arguments.bundle) {
+        service.writeBundle(*arguments.bundle);
+    }
     std::cout << "orvel-local-service ready at " << service.url()
               << " (certificate authority: " << service.caFile().string() << ")" << std::endl;
     int signal = 0;
