@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/AuthError.h"
 
-#include "OrvelAgent/Quoted.h"
+#include "OrvelAgent/InQuotes.h"
 
 #include <utility>
 #include <variant>
@@ -12,11 +12,11 @@ namespace {
 
 std::string
 rendering(const std::string& message, const std::optional<tavrin::SignInFailure>& failure) {
-    std::string text = "AuthError(message: " + quoted(message) + ", failure: ";
+    std::string text = "AuthError(message: " + inQuotes(message) + ", failure: ";
     if (!failure) {
         text += "nil";
     } else if (const auto* other = std::get_if<tavrin::SignInFailure::Other>(&failure->reason())) {
-        text += "Optional(TavrinCore.SignInFailure.other(" + quoted(other->text) + "))";
+        text += "Optional(TavrinCore.SignInFailure.other(" + inQuotes(other->text) + "))";
     } else {
         text += "Optional(TavrinCore.SignInFailure.noAccount)";
     }

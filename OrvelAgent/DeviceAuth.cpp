@@ -29,6 +29,14 @@ namespace orvel {
 
 namespace {
 
+constexpr const char* cancelledMessage = "Sign-in was cancelled.";
+
+void throwIfCancelled(const tavrin::CancellationToken& cancellation) {
+    if (cancellation.isCancelled()) {
+        throw AuthError(cancelledMessage);
+    }
+}
+
 /// The exchange of a code for a custom token.
 struct TokenRequest {
     static constexpr bool isSecret = true;
@@ -101,9 +109,7 @@ struct Report {
     void operator()(const WebAuthenticationSession::NotStarted&) const {
         fail("Could not open the sign-in window.");
     }
-    void operator()(const WebAuthenticationSession::Cancelled&) const {
-        fail("Sign-in was cancelled.");
-    }
+    void operator()(const WebAuthenticationSession::Cancelled&) const { fail(cancelledMessage); }
     void operator()(const WebAuthenticationSession::NoResponse&) const {
         fail("Sign-in ended without a response.");
     }
@@ -163,6 +169,7 @@ DeviceAuth::authorizeFrom(DeviceAuth auth, APIClient api, tavrin::CancellationTo
     std::string url = auth.signInURL(verifier.text());
     std::string callbackURL = co_await presentFrom(auth.session_, std::move(url), cancellation);
     const tavrin::Secret callback(std::move(callbackURL));
+    throwIfCancelled(cancellation);
 
     auto request = std::make_shared<TokenRequest>();
     request->code = codeFrom(callback.text());
@@ -175,9 +182,7 @@ DeviceAuth::authorizeFrom(DeviceAuth auth, APIClient api, tavrin::CancellationTo
 
 QCoro::Task<std::string> DeviceAuth::presentFrom(
     WebAuthenticationSession* session, std::string url, tavrin::CancellationToken cancellation) {
-    if (cancellation.isCancelled()) {
-        throw AuthError("Sign-in was cancelled.");
-    }
+    throwIfCancelled(cancellation);
     const auto callback = std::make_shared<Deferred<std::string>>();
     const auto waiting = std::make_shared<ResumeOnce>([callback](ResumeOnce::Outcome outcome) {
         if (auto* error = std::get_if<std::exception_ptr>(&outcome)) {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "OrvelAgent/Quoted.h"
+#include "OrvelAgent/InQuotes.h"
 
 #include <exception>
 #include <optional>
@@ -18,7 +18,7 @@ public:
         : message_(std::move(message)),
           status_(status),
           rendering_(
-              "IdentityError(message: " + quoted(message_) + ", status: " +
+              "IdentityError(message: " + inQuotes(message_) + ", status: " +
               (status_ ? "Optional(" + std::to_string(*status_) + ")" : "nil") + ")") {}
 
     /// For example "INVALID_REFRESH_TOKEN".

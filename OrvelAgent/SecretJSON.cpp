@@ -27,7 +27,9 @@ bool WipingMemory::do_is_equal(const boost::json::memory_resource& other) const 
 }
 
 boost::json::storage_ptr wipingStorage() {
-    return boost::json::make_shared_resource<WipingMemory>();
+    // It has no state of its own.
+    static WipingMemory memory;
+    return &memory;
 }
 
 boost::json::value parseSecretJSON(std::string_view text) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "OrvelAgent/Quoted.h"
+#include "OrvelAgent/InQuotes.h"
 
 #include <fmt/format.h>
 
@@ -7,7 +7,7 @@
 
 namespace orvel {
 
-std::string quoted(std::string_view text) {
+std::string inQuotes(std::string_view text) {
     std::string result = "\"";
     for (const char character : text) {
         const auto byte = static_cast<unsigned char>(character);

@@ -8,6 +8,6 @@ namespace orvel {
 
 /// The text in quotation marks, as the generic rendering of an error shows it: quotation marks,
 /// backslashes and control characters are escaped, so that it stays one line.
-[[nodiscard]] std::string quoted(std::string_view text);
+[[nodiscard]] std::string inQuotes(std::string_view text);
 
 } // namespace orvel
