@@ -214,6 +214,19 @@ class AwaitingStatementTest(RuleTest):
         self.assert_clean(self.inside("EXPECT_THROW({ co_await g(); }, Error);"))
 
 
+class CoroutineResultTest(RuleTest):
+    def test_members_are_found(self):
+        for result in ("token_", "self->token", "state.token", "this->token_"):
+            with self.subTest(result=result):
+                self.assert_found("moves from a member", f"co_return {result};\n")
+
+    def test_locals_and_values_are_fine(self):
+        for result in ("", "token", "std::nullopt", "true", "token_.has_value()", "f(token_)",
+                       "*token_", "co_await other_", "std::move(token_)"):
+            with self.subTest(result=result):
+                self.assert_clean(f"co_return {result};\n")
+
+
 class CoroutineParameterTest(RuleTest):
     def test_references_and_views_are_found(self):
         for parameter in (

@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/KeychainStore.h"
+
+#include "OrvelAgent/SharedResult.h"
+
+#include <cstddef>
+#include <exception>
+#include <utility>
+
+namespace orvel {
+
+namespace {
+
+/// Gives up the wait when the token is cancelled. The result must not outlive the registration.
+template <typename T>
+auto rejectWhenCancelled(
+    const tavrin::CancellationToken& cancellation, const std::shared_ptr<Deferred<T>>& deferred) {
+    return cancellation.onCancel(
+        [deferred] { deferred->reject(std::make_exception_ptr(tavrin::TaskCancelled())); });
+}
+
+} // namespace
+
+/// Shared with the completions, which may come when the store is gone.
+struct KeychainStore::Changes {
+    std::size_t pending = 0;
+    std::optional<tavrin::PlatformError> lastFailure;
+    std::shared_ptr<SharedResult<void>> end;
+};
+
+KeychainStore::KeychainStore(Keychain& keychain, std::string service)
+    : keychain_(keychain), service_(std::move(service)), changes_(std::make_shared<Changes>()) {}
+
+QCoro::Task<std::optional<tavrin::Secret>>
+KeychainStore::read(std::string key, tavrin::CancellationToken cancellation) const {
+    cancellation.throwIfCancelled();
+    const auto value = std::make_shared<Deferred<std::optional<tavrin::Secret>>>();
+    keychain_.read(service_, std::move(key), [value](std::optional<tavrin::Secret> read) {
+        value->resolve(std::move(read));
+    });
+    const auto registration = rejectWhenCancelled(cancellation, value);
+    co_return co_await value->result();
+}
+
+void KeychainStore::write(std::string key, tavrin::Secret value) const {
+    ++changes_->pending;
+    keychain_.write(service_, std::move(key), std::move(value), completion(changes_));
+}
+
+void KeychainStore::remove(std::string key) const {
+    ++changes_->pending;
+    keychain_.remove(service_, std::move(key), completion(changes_));
+}
+
+QCoro::Task<std::optional<tavrin::PlatformError>>
+KeychainStore::settled(tavrin::CancellationToken cancellation) const {
+    cancellation.throwIfCancelled();
+    const std::shared_ptr<Changes> changes = changes_;
+    if (changes->pending > 0) {
+        if (!changes->end) {
+            changes->end = std::make_shared<SharedResult<void>>();
+        }
+        const auto end = changes->end->waiter();
+        const auto registration = rejectWhenCancelled(cancellation, end);
+        co_await end->result();
+    }
+    const std::optional<tavrin::PlatformError> failure = changes->lastFailure;
+    co_return failure;
+}
+
+Keychain::ChangeCompletion KeychainStore::completion(std::shared_ptr<Changes> changes) {
+    return [changes = std::move(changes)](std::optional<tavrin::PlatformError> failure) {
+        changes->lastFailure = std::move(failure);
+        if (--changes->pending == 0) {
+            if (const auto end = std::exchange(changes->end, nullptr)) {
+                end->resolve({});
+            }
+        }
+    };
+}
+
+} // namespace orvel

@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "OrvelAgent/Deferred.h"
+
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+namespace orvel {
+
+/// One result that several coroutines wait for, each with a `Deferred` of its own. Main thread.
+template <typename T>
+class SharedResult final {
+public:
+    using Value = typename Deferred<T>::Value;
+
+    SharedResult() = default;
+    SharedResult(const SharedResult&) = delete;
+    SharedResult& operator=(const SharedResult&) = delete;
+
+    /// Settled at once when the result is there already.
+    [[nodiscard]] std::shared_ptr<Deferred<T>> waiter() {
+        auto waiter = std::make_shared<Deferred<T>>();
+        if (value_) {
+            waiter->resolve(*value_);
+        } else {
+            waiters_.push_back(waiter);
+        }
+        return waiter;
+    }
+
+    [[nodiscard]] bool isSettled() const { return value_.has_value(); }
+
+    /// Only the first call counts. Those who wait resume inside it, and may destroy this object.
+    void resolve(Value value) {
+        if (value_) {
+            return;
+        }
+        value_ = value;
+        for (const auto& waiter : std::exchange(waiters_, {})) {
+            waiter->resolve(value);
+        }
+    }
+
+private:
+    std::optional<Value> value_;
+    std::vector<std::shared_ptr<Deferred<T>>> waiters_;
+};
+
+} // namespace orvel
