@@ -11,7 +11,8 @@ void TrafficCapture::append(const Request& request, Body body) {
         const bool isSecret = equalsIgnoringCase(name, "Authorization");
         text += name + ": " + (isSecret ? "(left out)" : value) + "\r\n";
     }
-    text += "\r\n" + (body == Body::Kept ? request.body : "(left out)") + "\r\n";
+    const bool isLeftOut = body == Body::LeftOut && !request.body.empty();
+    text += "\r\n" + (isLeftOut ? "(left out)" : request.body) + "\r\n";
     const std::lock_guard lock(mutex_);
     file_.write(text);
 }

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/service/ServiceTest.h"
 
+#include <gmock/gmock.h>
+
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace orvel::test {
@@ -100,6 +103,63 @@ TEST_F(ControlEndpointsTest, RefusesImproperFaults) {
         EXPECT_EQ("invalid_request", client().post(faultsPath, body).code());
     }
     EXPECT_EQ(200, client().post(digestPath, "{}").status);
+}
+
+TEST_F(ControlEndpointsTest, ScriptsAnErrorOfTheIdentityProvider) {
+    const auto fault = R"({"fault":"status","status":400,"path":"/identity/v1/token",)"
+                       R"("body":"{\"error\":{\"message\":\"INVALID_GRANT\"}}"})";
+    ASSERT_EQ(200, client().post(faultsPath, fault).status);
+
+    const auto reply = client().post("/identity/v1/token", "");
+
+    EXPECT_EQ(400, reply.status);
+    EXPECT_EQ(R"({"error":{"message":"INVALID_GRANT"}})", reply.body);
+    EXPECT_THAT(reply.headers, testing::HasSubstr("Content-Type: application/json\r\n"));
+}
+
+TEST_F(ControlEndpointsTest, EndsSessions) {
+    const auto first = service_->signIn("sample-account-1");
+    const auto second = service_->signIn("sample-account-2");
+    auto one = client();
+    one.token = first.idToken;
+    auto other = client();
+    other.token = second.idToken;
+
+    const auto body = R"({"uid":"sample-account-1","message":"INVALID_GRANT","endIDTokens":true})";
+    EXPECT_EQ(1, client().post("/control/sessions/revoke", body).data().at("sessions"));
+    EXPECT_EQ("session_expired", one.post(digestPath, "{}").code());
+    EXPECT_EQ(200, other.post(digestPath, "{}").status);
+
+    EXPECT_EQ(2, client().post("/control/sessions/revoke", "{}").data().at("sessions"));
+    EXPECT_EQ(200, other.post(digestPath, "{}").status);
+
+    EXPECT_EQ(2, client().post("/control/id-tokens/expire", "{}").data().at("idTokens"));
+    EXPECT_EQ("unauthorized", other.post(digestPath, "{}").code());
+}
+
+TEST_F(ControlEndpointsTest, DisablesUsers) {
+    const std::string path = "/control/users/disable";
+    EXPECT_EQ(200, client().post(path, R"({"uid":"sample-account-1"})").status);
+    EXPECT_THROW(static_cast<void>(service_->signIn("sample-account-1")), service::IdentityRefusal);
+
+    EXPECT_EQ(200, client().post(path, R"({"uid":"sample-account-1","disabled":false})").status);
+    EXPECT_NO_THROW(static_cast<void>(service_->signIn("sample-account-1")));
+}
+
+TEST_F(ControlEndpointsTest, RefusesImproperEndsOfSessions) {
+    const std::vector<std::pair<std::string, std::string>> cases{
+        {"/control/sessions/revoke", ""},
+        {"/control/sessions/revoke", R"({"message":""})"},
+        {"/control/sessions/revoke", R"({"uid":1})"},
+        {"/control/sessions/revoke", R"({"endIDTokens":1})"},
+        {"/control/users/disable", "{}"},
+        {"/control/users/disable", R"({"uid":"nobody"})"},
+        {"/control/users/disable", R"({"uid":"sample-account-1","disabled":"yes"})"},
+    };
+    for (const auto& [path, body] : cases) {
+        EXPECT_EQ("invalid_request", client().post(path, body).code()) << path << body;
+    }
+    EXPECT_NO_THROW(static_cast<void>(service_->signIn("sample-account-1")));
 }
 
 TEST_F(ControlEndpointsTest, TellsWhatWasReceived) {

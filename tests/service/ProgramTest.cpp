@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "platform/linux/PlistBundle.h"
 #include "tests/service/ServiceTest.h"
 
 #include <fcntl.h>
@@ -17,6 +18,7 @@ namespace orvel::test {
 namespace {
 
 using testing::HasSubstr;
+using testing::Not;
 using testing::StartsWith;
 
 /// A pipe to read from; the other end goes to the program.
@@ -193,6 +195,29 @@ TEST_F(ProgramTest, TakesItsOptions) {
     EXPECT_LT(0U, std::filesystem::file_size(directory_ / "traffic"));
 }
 
+TEST_F(ProgramTest, TakesItsOptionsForSigningIn) {
+    std::ofstream(directory_ / "accounts.json") << R"([{"uid":"only-one"}])";
+    const auto bundle = directory_ / "deep/bundle";
+    Program program(arguments(
+        {"--port",
+         "0",
+         "--accounts",
+         (directory_ / "accounts.json").string(),
+         "--api-key",
+         "the-key",
+         "--bundle-out",
+         bundle.string()}));
+    const auto client = this->client(program);
+
+    const auto page = client.get("/link?challenge=" + std::string(43, 'a')).body;
+    EXPECT_THAT(page, HasSubstr(R"(<button id="account-1" name="account" value="only-one">)"));
+    EXPECT_THAT(page, Not(HasSubstr("account-2")));
+    EXPECT_THAT(client.post("/identity/v1/token", "{}").body, HasSubstr("API key not valid."));
+    const PlistBundle information(bundle);
+    EXPECT_EQ(client.url, "https://" + information.infoString("API_HOST").value_or(""));
+    EXPECT_EQ("the-key", information.infoString("FIREBASE_API_KEY"));
+}
+
 TEST_F(ProgramTest, SaysWhyItCannotStart) {
     Program first(arguments({"--port", "0"}));
     const auto url = client(first).url;
@@ -207,6 +232,10 @@ TEST_F(ProgramTest, SaysWhyItCannotStart) {
         {{"--known-handles", (directory_ / "object.json").string()},
          "it is not a JSON array of strings."},
         {{"--capture", (directory_ / "no/traffic").string()}, "No such file or directory."},
+        {{"--accounts", (directory_ / "nowhere").string()}, "it cannot be read."},
+        {{"--accounts", (directory_ / "object.json").string()}, "it is not a JSON array."},
+        {{"--port", "0", "--bundle-out", (directory_ / "empty/bundle").string()},
+         "Not a directory."},
     };
     for (const auto& [options, problem] : cases) {
         Program program(arguments(options));
@@ -219,6 +248,13 @@ TEST_F(ProgramTest, SaysWhyItCannotStart) {
 TEST_F(ProgramTest, RefusesOptionsItDoesNotKnow) {
     Program program({"--nonsense"});
     EXPECT_EQ(2, program.exitStatus());
+}
+
+TEST_F(ProgramTest, RefusesALifetimeThatIsNone) {
+    for (const auto* lifetime : {"0", "-1", "86401", "1.5", "soon"}) {
+        Program program(arguments({"--id-token-lifetime", lifetime}));
+        EXPECT_EQ(2, program.exitStatus()) << lifetime;
+    }
 }
 
 TEST_F(ProgramTest, ExplainsItself) {
