@@ -2,11 +2,10 @@
 #include "platform/linux/EvolutionAddressBook.h"
 
 #include "core/Text.h"
+#include "platform/linux/StartThread.h"
 
-#include <QFutureWatcher>
 #include <QObject>
 #include <QPointer>
-#include <QPromise>
 
 #include <libebook/libebook.h>
 
@@ -14,7 +13,6 @@
 #include <exception>
 #include <string>
 #include <string_view>
-#include <type_traits>
 #include <utility>
 
 namespace orvel {
@@ -135,26 +133,6 @@ void readBook(ESource* source, AddressBook::Fields fields, std::vector<ContactCa
         error->message = g_string_free(message, FALSE);
     }
     throw platformError("Could not read an address book", error);
-}
-
-/// Runs `work()` on a thread of its own and then `finish` with its result on this one, unless the
-/// context has gone by then.
-template <typename Work, typename Finish>
-[[nodiscard]] std::jthread startThread(QObject* context, Work work, Finish finish) {
-    using Result = std::invoke_result_t<Work>;
-    QPromise<Result> promise;
-    auto* watcher = new QFutureWatcher<Result>(context);
-    QObject::connect(
-        watcher, &QFutureWatcherBase::finished, context, [watcher, finish = std::move(finish)] {
-            watcher->deleteLater();
-            finish(watcher->future().takeResult());
-        });
-    watcher->setFuture(promise.future());
-    return std::jthread([promise = std::move(promise), work = std::move(work)]() mutable {
-        promise.start();
-        promise.addResult(work());
-        promise.finish();
-    });
 }
 
 } // namespace
