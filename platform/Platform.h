@@ -6,8 +6,10 @@
 #include "platform/AddressBook.h"
 #include "platform/Bundle.h"
 #include "platform/Clock.h"
+#include "platform/Keychain.h"
 #include "platform/LogStore.h"
 #include "platform/URLSession.h"
+#include "platform/Workspace.h"
 
 #include <filesystem>
 #include <functional>
@@ -38,6 +40,8 @@ struct Platform {
     std::unique_ptr<tavrin::FileCopier> fileCopier;
     std::unique_ptr<URLSession> urlSession;
     std::unique_ptr<AddressBook> addressBook;
+    std::unique_ptr<Workspace> workspace;
+    std::unique_ptr<Keychain> keychain;
 };
 
 /// User defaults of their own in that file; it need not exist. Throws `tavrin::PlatformError` when

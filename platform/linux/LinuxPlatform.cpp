@@ -4,9 +4,11 @@
 #include "platform/linux/EvolutionAddressBook.h"
 #include "platform/linux/KernelFileCopier.h"
 #include "platform/linux/PlistBundle.h"
+#include "platform/linux/SecretServiceKeychain.h"
 #include "platform/linux/SettingsUserDefaults.h"
 #include "platform/linux/SpdlogLogStore.h"
 #include "platform/linux/SteadyClock.h"
+#include "platform/linux/XdgWorkspace.h"
 
 #include <utility>
 
@@ -36,6 +38,8 @@ Platform makePlatform(PlatformOptions options) {
 
     platform.addressBook = std::make_unique<EvolutionAddressBook>(
         *platform.userDefaults, *platform.logStore, std::move(options.askForContacts));
+    platform.workspace = std::make_unique<XdgWorkspace>(*platform.clock);
+    platform.keychain = std::make_unique<SecretServiceKeychain>(*platform.logStore);
     return platform;
 }
 

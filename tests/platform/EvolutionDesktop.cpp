@@ -175,7 +175,7 @@ struct EvolutionDesktop::Session {
 };
 
 EvolutionDesktop::EvolutionDesktop() {
-    if (std::getenv("ORVEL_PRIVATE_SESSION") == nullptr) {
+    if (std::getenv("PRIVATE_SESSION") == nullptr) {
         throw std::runtime_error("Run this under tests/support/private-session.");
     }
     // A mistake in the use of libebook is a failure.

@@ -77,6 +77,8 @@ TEST_F(LinuxPlatformTest, HasEveryPort) {
     EXPECT_NE(platform.fileCopier, nullptr);
     EXPECT_NE(platform.urlSession, nullptr);
     EXPECT_NE(platform.addressBook, nullptr);
+    EXPECT_NE(platform.workspace, nullptr);
+    EXPECT_NE(platform.keychain, nullptr);
     EXPECT_EQ(platform.bundle->identifier(), "app.test");
 }
 

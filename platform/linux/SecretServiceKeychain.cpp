@@ -1,0 +1,264 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/linux/SecretServiceKeychain.h"
+
+#include "core/Text.h"
+
+#include <QAbstractEventDispatcher>
+#include <QByteArray>
+#include <QDBusConnection>
+#include <QDBusError>
+#include <QDBusMessage>
+#include <QDBusMetaType>
+#include <QDBusObjectPath>
+#include <QDBusPendingCallWatcher>
+#include <QDBusPendingReply>
+#include <QList>
+#include <QMap>
+#include <QObject>
+#include <QString>
+#include <qt6keychain/keychain.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <string_view>
+
+namespace orvel {
+
+namespace {
+
+using Attributes = QMap<QString, QString>;
+using Items = QList<QDBusObjectPath>;
+
+tavrin::PlatformError changeError(int code, std::string_view reason) {
+    return {"QKeychain", code, fmt::format("Could not change the keychain: {}", reason)};
+}
+
+std::optional<tavrin::PlatformError> errorOf(const QKeychain::Job& job) {
+    if (job.error() == QKeychain::NoError || job.error() == QKeychain::EntryNotFound) {
+        return std::nullopt;
+    }
+    return changeError(job.error(), job.errorString().toStdString());
+}
+
+/// Overwrites the text in place, which nothing may share.
+void wipe(QString& text) {
+    auto* const characters = reinterpret_cast<volatile char16_t*>(text.data());
+    std::fill_n(characters, text.size(), u'\0');
+}
+
+/// The job's value, after which the job has it no more: it would leave its copy in freed memory.
+tavrin::Secret takeValue(const QKeychain::ReadPasswordJob& job) {
+    const QByteArray shared = job.binaryData();
+    tavrin::Secret value(std::string(shared.constData(), static_cast<std::size_t>(shared.size())));
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): writing to the array would copy it
+    std::fill_n(const_cast<volatile char*>(shared.constData()), shared.size(), '\0');
+    return value;
+}
+
+} // namespace
+
+SecretServiceKeychain::SecretServiceKeychain(LogStore& logStore)
+    : logStore_(logStore), context_(std::make_unique<QObject>()) {}
+
+SecretServiceKeychain::~SecretServiceKeychain() = default;
+
+void SecretServiceKeychain::read(
+    std::string service, std::string account, ReadCompletion completion) {
+    const Name name(std::move(service), std::move(account));
+    if (const auto change = changes_.find(name); change != changes_.end()) {
+        // At once: what the service has is older, and it may be waiting for the user.
+        QMetaObject::invokeMethod(
+            context_.get(),
+            [value = change->second.value, completion = std::move(completion)] {
+                completion(value);
+            },
+            Qt::QueuedConnection);
+        return;
+    }
+    enqueue([this, name, completion = std::move(completion)] {
+        auto* const job = new QKeychain::ReadPasswordJob(QString::fromStdString(name.first));
+        startJob(job, name, [this, job, completion](const QKeychain::Job&) {
+            std::optional<tavrin::Secret> value;
+            if (job->error() == QKeychain::NoError) {
+                value = takeValue(*job);
+            } else if (job->error() != QKeychain::EntryNotFound) {
+                logReadFailure(job->errorString().toStdString());
+            }
+            if (value && !tavrin::isValidUTF8(value->text())) {
+                value.reset();
+            }
+            endOperation();
+            completion(std::move(value));
+        });
+    });
+}
+
+void SecretServiceKeychain::write(
+    std::string service, std::string account, tavrin::Secret value, ChangeCompletion completion) {
+    const Name name(std::move(service), std::move(account));
+    const std::uint64_t number = hold(name, value);
+    enqueue([this, name, number, value = std::move(value), completion = std::move(completion)] {
+        auto* const job = new QKeychain::WritePasswordJob(QString::fromStdString(name.first));
+        QString text = QString::fromStdString(value.text());
+        // The job makes UTF-8 of it again, which it keeps to itself.
+        job->setTextData(text);
+        wipe(text);
+        startJob(job, name, [this, name, number, completion](const QKeychain::Job& ended) {
+            endChange(name, number, errorOf(ended), completion);
+        });
+    });
+}
+
+void SecretServiceKeychain::remove(
+    std::string service, std::string account, ChangeCompletion completion) {
+    const Name name(std::move(service), std::move(account));
+    const std::uint64_t number = hold(name, std::nullopt);
+    enqueue([this, name, number, completion = std::move(completion)] {
+        const auto end = [this, name, number, completion](const Failure& failure) {
+            endChange(name, number, failure, completion);
+        };
+        findLocked(name, [this, name, end](const Found& found) {
+            if (const bool* isLocked = std::get_if<bool>(&found); isLocked && *isLocked) {
+                unlock(name, [this, name, end] {
+                    findLocked(name, [this, name, end](const Found& foundAgain) {
+                        removeUnlocked(name, foundAgain, end);
+                    });
+                });
+            } else {
+                removeUnlocked(name, found, end);
+            }
+        });
+    });
+}
+
+std::uint64_t SecretServiceKeychain::hold(const Name& name, std::optional<tavrin::Secret> value) {
+    changes_[name] = Change{++lastChange_, std::move(value)};
+    return lastChange_;
+}
+
+void SecretServiceKeychain::enqueue(std::function<void()> operation) {
+    operations_.push_back(std::move(operation));
+    if (operations_.size() == 1) {
+        operations_.front()();
+    }
+}
+
+void SecretServiceKeychain::endOperation() {
+    operations_.pop_front();
+    if (!operations_.empty()) {
+        operations_.front()();
+    }
+}
+
+void SecretServiceKeychain::endChange(
+    const Name& name,
+    std::uint64_t number,
+    const Failure& failure,
+    const ChangeCompletion& completion) {
+    if (failure && !std::exchange(hasLoggedMemoryOnly_, true)) {
+        logStore_.write(
+            LogLevel::Error,
+            "keychain",
+            fmt::format("the session is kept in memory only: {}", failure->what()));
+    }
+    if (const auto change = changes_.find(name);
+        !failure && change != changes_.end() && change->second.number == number) {
+        changes_.erase(change);
+    }
+    endOperation();
+    completion(failure);
+}
+
+void SecretServiceKeychain::startJob(
+    QKeychain::Job* job, const Name& name, std::function<void(const QKeychain::Job&)> end) {
+    job->setInsecureFallback(false);
+    job->setKey(QString::fromStdString(name.second));
+    QObject::connect(
+        job,
+        &QKeychain::Job::finished,
+        context_.get(),
+        [end = std::move(end)](const QKeychain::Job* finished) { end(*finished); });
+    if (QAbstractEventDispatcher::instance()->inherits("QEventDispatcherGlib")) {
+        job->start();
+        return;
+    }
+    // The service's answer would never arrive.
+    QMetaObject::invokeMethod(
+        job,
+        [job] {
+            job->emitFinishedWithError(
+                QKeychain::NoBackendAvailable, QStringLiteral("Qt runs without GLib"));
+        },
+        Qt::QueuedConnection);
+}
+
+void SecretServiceKeychain::findLocked(const Name& name, std::function<void(const Found&)> end) {
+    const QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected()) {
+        // Such a call would never end.
+        QMetaObject::invokeMethod(
+            context_.get(),
+            [end = std::move(end)] {
+                end(changeError(QKeychain::NoBackendAvailable, "there is no session bus"));
+            },
+            Qt::QueuedConnection);
+        return;
+    }
+    qDBusRegisterMetaType<Attributes>();
+    QDBusMessage search = QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.secrets"),
+        QStringLiteral("/org/freedesktop/secrets"),
+        QStringLiteral("org.freedesktop.Secret.Service"),
+        QStringLiteral("SearchItems"));
+    search << QVariant::fromValue(Attributes{
+        {QStringLiteral("xdg:schema"), QStringLiteral("org.qt.keychain")},
+        {QStringLiteral("server"), QString::fromStdString(name.first)},
+        {QStringLiteral("user"), QString::fromStdString(name.second)}});
+    auto* const watcher = new QDBusPendingCallWatcher(bus.asyncCall(search), context_.get());
+    QObject::connect(
+        watcher,
+        &QDBusPendingCallWatcher::finished,
+        context_.get(),
+        [watcher, end = std::move(end)] {
+            watcher->deleteLater();
+            const QDBusPendingReply<Items, Items> unlockedAndLocked = *watcher;
+            if (unlockedAndLocked.isError()) {
+                const QDBusError error = unlockedAndLocked.error();
+                end(changeError(QKeychain::NoBackendAvailable, error.message().toStdString()));
+            } else {
+                end(!unlockedAndLocked.argumentAt<1>().isEmpty());
+            }
+        });
+}
+
+void SecretServiceKeychain::unlock(const Name& name, std::function<void()> end) {
+    auto* const job = new QKeychain::ReadPasswordJob(QString::fromStdString(name.first));
+    startJob(job, name, [job, end = std::move(end)](const QKeychain::Job&) {
+        static_cast<void>(takeValue(*job));
+        end();
+    });
+}
+
+void SecretServiceKeychain::removeUnlocked(
+    const Name& name, const Found& found, std::function<void(const Failure&)> end) {
+    if (const auto* failure = std::get_if<tavrin::PlatformError>(&found)) {
+        end(*failure);
+    } else if (std::get<bool>(found)) {
+        end(changeError(QKeychain::AccessDenied, "it is locked"));
+    } else {
+        startJob(
+            new QKeychain::DeletePasswordJob(QString::fromStdString(name.first)),
+            name,
+            [end = std::move(end)](const QKeychain::Job& ended) { end(errorOf(ended)); });
+    }
+}
+
+void SecretServiceKeychain::logReadFailure(std::string_view reason) {
+    if (!std::exchange(hasLoggedReadFailure_, true)) {
+        logStore_.write(
+            LogLevel::Error, "keychain", fmt::format("the keychain cannot be read: {}", reason));
+    }
+}
+
+} // namespace orvel

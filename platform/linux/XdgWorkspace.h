@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "platform/Clock.h"
+#include "platform/Workspace.h"
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+
+class QObject;
+
+namespace orvel {
+
+/// The desktop's own way of opening things: xdg-open.
+///
+/// On some desktops xdg-open itself becomes the browser and lives as long as it, so one that still
+/// runs after five seconds counts as a success. Destroying the workspace leaves the browser alone.
+/// Borrows the clock.
+class XdgWorkspace final : public Workspace {
+public:
+    explicit XdgWorkspace(Clock& clock);
+    ~XdgWorkspace() override;
+
+    void openURL(std::string url, Completion completion) override;
+
+private:
+    struct Opening {
+        Completion completion;
+        std::unique_ptr<Clock::Timer> timer;
+    };
+
+    void finish(std::uint64_t opening, const std::optional<tavrin::PlatformError>& error);
+
+    Clock& clock_;
+    std::map<std::uint64_t, Opening> openings_;
+    std::uint64_t lastOpening_ = 0;
+    /// Destroyed first: what comes back is dropped with it.
+    std::unique_ptr<QObject> context_;
+};
+
+} // namespace orvel

@@ -1,0 +1,211 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What every keychain does: the fake of the other tests and the desktop's.
+#include "platform/Keychain.h"
+
+#include "platform/linux/SecretServiceKeychain.h"
+#include "tests/platform/KeychainCalls.h"
+#include "tests/platform/KeyringDesktop.h"
+#include "tests/support/FakeKeychain.h"
+#include "tests/support/RecordingLogStore.h"
+#include "tests/support/RunTask.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace orvel {
+
+namespace {
+
+using test::failureOf;
+using test::startRead;
+using test::startRemove;
+using test::startWrite;
+using test::textOf;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Optional;
+
+constexpr auto service = "app.test.session";
+constexpr auto account = "session";
+
+/// A keychain, and a new process's view of it.
+class Subject {
+public:
+    Subject() = default;
+    Subject(const Subject&) = delete;
+    Subject& operator=(const Subject&) = delete;
+    virtual ~Subject() = default;
+
+    [[nodiscard]] virtual Keychain& keychain() = 0;
+    /// The values that are kept under the name.
+    [[nodiscard]] virtual std::vector<std::string> kept() = 0;
+    virtual void destroyKeychain() = 0;
+};
+
+class FakeSubject final : public Subject {
+public:
+    Keychain& keychain() override { return *keychain_; }
+    std::vector<std::string> kept() override {
+        const auto item = keychain_->items.find({service, account});
+        return item == keychain_->items.end() ? std::vector<std::string>()
+                                              : std::vector{item->second};
+    }
+    void destroyKeychain() override { keychain_.reset(); }
+
+private:
+    std::unique_ptr<test::FakeKeychain> keychain_ = std::make_unique<test::FakeKeychain>();
+};
+
+class SecretServiceSubject final : public Subject {
+public:
+    SecretServiceSubject() {
+        // What an earlier test left.
+        const auto removal = startRemove(*keychain_, service, account);
+        EXPECT_EQ(failureOf(removal), "");
+    }
+    Keychain& keychain() override { return *keychain_; }
+    std::vector<std::string> kept() override { return desktop_.values(service, account); }
+    void destroyKeychain() override { keychain_.reset(); }
+
+private:
+    test::KeyringDesktop desktop_;
+    test::RecordingLogStore log_;
+    std::unique_ptr<Keychain> keychain_ = std::make_unique<SecretServiceKeychain>(log_);
+};
+
+struct Kind {
+    const char* name;
+    std::unique_ptr<Subject> (*make)();
+};
+
+class KeychainTest : public testing::TestWithParam<Kind> {
+protected:
+    Keychain& keychain() { return subject_->keychain(); }
+
+    std::optional<std::string> read() { return textOf(startRead(keychain(), service, account)); }
+    void write(const std::string& value) {
+        EXPECT_EQ(failureOf(startWrite(keychain(), service, account, value)), "");
+    }
+    void remove() { EXPECT_EQ(failureOf(startRemove(keychain(), service, account)), ""); }
+
+    std::unique_ptr<Subject> subject_ = GetParam().make();
+};
+
+} // namespace
+
+INSTANTIATE_TEST_SUITE_P(
+    ,
+    KeychainTest,
+    testing::Values(
+        Kind{
+            "Fake",
+            []() -> std::unique_ptr<Subject> {
+                return std::make_unique<FakeSubject>();
+            }},
+        Kind{
+            "SecretService",
+            []() -> std::unique_ptr<Subject> {
+                return std::make_unique<SecretServiceSubject>();
+            }}),
+    [](const auto& kind) { return kind.param.name; });
+
+TEST_P(KeychainTest, AMissingItemIsNothing) {
+    EXPECT_EQ(read(), std::nullopt);
+}
+
+TEST_P(KeychainTest, KeepsWhatIsWritten) {
+    write("value");
+    EXPECT_THAT(read(), Optional(std::string("value")));
+    EXPECT_THAT(subject_->kept(), ElementsAre("value"));
+}
+
+TEST_P(KeychainTest, GivesValuesUnchanged) {
+    for (const std::string& value :
+         {std::string(),
+          std::string(" \t\n"),
+          std::string(R"({"refreshToken":"a\"b\\c"})"),
+          std::string("Þórðarson 王伟 👩‍🚀"),
+          std::string(100'000, 'x')}) {
+        write(value);
+        EXPECT_THAT(read(), Optional(value));
+    }
+}
+
+TEST_P(KeychainTest, AWriteReplacesWhatWasThere) {
+    write("first");
+    write("second");
+    EXPECT_THAT(read(), Optional(std::string("second")));
+    EXPECT_THAT(subject_->kept(), ElementsAre("second"));
+}
+
+TEST_P(KeychainTest, ARemovedItemIsGone) {
+    write("value");
+    remove();
+    EXPECT_EQ(read(), std::nullopt);
+    EXPECT_THAT(subject_->kept(), IsEmpty());
+}
+
+TEST_P(KeychainTest, RemovingNothingIsASuccess) {
+    remove();
+}
+
+TEST_P(KeychainTest, TellsServicesAndAccountsApart) {
+    write("value");
+    EXPECT_EQ(textOf(startRead(keychain(), service, "other")), std::nullopt);
+    EXPECT_EQ(textOf(startRead(keychain(), "app.other", account)), std::nullopt);
+    EXPECT_EQ(failureOf(startRemove(keychain(), service, "other")), "");
+    EXPECT_THAT(read(), Optional(std::string("value")));
+}
+
+TEST_P(KeychainTest, OperationsTakeEffectInTheOrderOfTheirStart) {
+    const auto before = startRead(keychain(), service, account);
+    const auto write = startWrite(keychain(), service, account, "first");
+    const auto between = startRead(keychain(), service, account);
+    const auto removal = startRemove(keychain(), service, account);
+    const auto after = startRead(keychain(), service, account);
+    const auto last = startWrite(keychain(), service, account, "last");
+    EXPECT_EQ(textOf(before), std::nullopt);
+    EXPECT_THAT(textOf(between), Optional(std::string("first")));
+    EXPECT_EQ(textOf(after), std::nullopt);
+    EXPECT_EQ(failureOf(write), "");
+    EXPECT_EQ(failureOf(removal), "");
+    EXPECT_EQ(failureOf(last), "");
+    EXPECT_THAT(read(), Optional(std::string("last")));
+    EXPECT_THAT(subject_->kept(), ElementsAre("last"));
+}
+
+TEST_P(KeychainTest, NeverAnswersBeforeTheCallReturns) {
+    EXPECT_FALSE(startRead(keychain(), service, account).isDone());
+    EXPECT_FALSE(startWrite(keychain(), service, account, "value").isDone());
+    EXPECT_FALSE(startRead(keychain(), service, account).isDone());
+    const auto removal = startRemove(keychain(), service, account);
+    EXPECT_FALSE(removal.isDone());
+    EXPECT_EQ(failureOf(removal), "");
+}
+
+TEST_P(KeychainTest, DestroyingItDropsTheCompletions) {
+    const auto first = startRead(keychain(), service, account);
+    const auto write = startWrite(keychain(), service, account, "value");
+    const auto second = startRead(keychain(), service, account);
+    const auto removal = startRemove(keychain(), service, account);
+    subject_->destroyKeychain();
+    test::processEvents();
+    EXPECT_FALSE(first.isDone() || write.isDone() || second.isDone() || removal.isDone());
+}
+
+TEST_P(KeychainTest, ACompletionMayDestroyIt) {
+    const auto write = startWrite(keychain(), service, account, "value");
+    bool isDestroyed = false;
+    keychain().read(service, account, [&](const std::optional<tavrin::Secret>&) {
+        subject_->destroyKeychain();
+        isDestroyed = true;
+    });
+    EXPECT_TRUE(test::waitUntil([&] { return isDestroyed; }));
+}
+
+} // namespace orvel
