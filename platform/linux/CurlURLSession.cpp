@@ -2,6 +2,7 @@
 #include "platform/linux/CurlURLSession.h"
 
 #include "core/Errors.h"
+#include "core/Secret.h"
 #include "platform/linux/CurlErrors.h"
 #include "platform/linux/PendingExchanges.h"
 #include "platform/linux/ReadFile.h"
@@ -20,6 +21,7 @@
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <map>
 #include <mutex>
 #include <new>
@@ -137,6 +139,10 @@ std::optional<tavrin::URLError> refusal(const URLRequest& request) {
 class CurlURLSession::Transfer final {
 public:
     Transfer(std::uint64_t exchange, URLRequest request, const State& state);
+    /// Overwrites what was sent and received: tokens travel in all of it.
+    ~Transfer();
+    Transfer(const Transfer&) = delete;
+    Transfer& operator=(const Transfer&) = delete;
 
     [[nodiscard]] std::uint64_t exchange() const { return exchange_; }
     [[nodiscard]] CURL* easy() const { return easy_.get(); }
@@ -286,6 +292,19 @@ CurlURLSession::Transfer::Transfer(std::uint64_t exchange, URLRequest request, c
     setSecurity(state);
 }
 
+CurlURLSession::Transfer::~Transfer() {
+    for (auto& header : request_.headers) {
+        tavrin::wipe(header.second);
+    }
+    for (const curl_slist* line = headers_.get(); line != nullptr; line = line->next) {
+        tavrin::wipe(line->data, std::strlen(line->data));
+    }
+    if (request_.body) {
+        tavrin::wipe(*request_.body);
+    }
+    tavrin::wipe(response_.body);
+}
+
 void CurlURLSession::Transfer::setRequest() {
     set(CURLOPT_URL, request_.url.c_str());
     if (request_.method == "HEAD") {
@@ -303,7 +322,9 @@ void CurlURLSession::Transfer::setRequest() {
     appendHeader("Content-Type:");
     for (const auto& [name, value] : request_.headers) {
         // libcurl leaves a header without a value out, unless it ends like this.
-        appendHeader(fmt::format("{}{}{}", name, value.empty() ? ";" : ": ", value));
+        std::string line = fmt::format("{}{}{}", name, value.empty() ? ";" : ": ", value);
+        appendHeader(line);
+        tavrin::wipe(line);
     }
     set(CURLOPT_HTTPHEADER, headers_.get());
 }
@@ -392,7 +413,16 @@ std::size_t CurlURLSession::Transfer::onBody(
     auto& self = *static_cast<Transfer*>(transfer);
     try {
         if (size <= maximumReplyBytes - self.response_.body.size()) {
-            self.response_.body.append(data, size);
+            std::string& body = self.response_.body;
+            if (size > body.capacity() - body.size()) {
+                // What it has outgrown may hold a token.
+                std::string longer;
+                longer.reserve(std::max(2 * body.capacity(), body.size() + size));
+                longer += body;
+                tavrin::wipe(body);
+                body = std::move(longer);
+            }
+            body.append(data, size);
             return size;
         }
     } catch (const std::bad_alloc&) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/PendingExchanges.h"
 
+#include "core/Secret.h"
 #include "platform/linux/CurlErrors.h"
 
 #include <QObject>
@@ -25,6 +26,9 @@ void PendingExchanges::finish(std::uint64_t exchange, URLResult result) {
             if (const auto found = completions_.extract(exchange); !found.empty()) {
                 // May destroy this object.
                 found.mapped()(std::move(result));
+            } else if (auto* response = std::get_if<URLResponse>(&result)) {
+                // Cancelled on the way; it may hold a token.
+                tavrin::wipe(response->body);
             }
         },
         Qt::QueuedConnection);
