@@ -98,7 +98,7 @@ void declare(CLI::App& app, Arguments& arguments) {
         "--accounts",
         arguments.accounts,
         "JSON array of who can sign in: objects with \"uid\", "
-        "\"email\" and \"handle\"; two sample accounts otherwise");
+        "\"email\" and \"handle\", or [] for nobody; two sample accounts otherwise");
     app.add_option(
            "--api-key",
            service.apiKey,

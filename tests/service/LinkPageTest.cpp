@@ -210,6 +210,15 @@ TEST_F(LinkPageTest, RefusesImproperChoices) {
     EXPECT_EQ(415, reply.status);
 }
 
+TEST_F(LinkPageTest, WithoutAccountsNobodySignsIn) {
+    options_.accounts = {};
+    start();
+
+    EXPECT_THAT(link(query()).body, Not(HasSubstr("account-1")));
+    EXPECT_EQ(400, choose("account=sample-account-1").status);
+    EXPECT_EQ("orvelagent://callback?error=no_account", handedOver(choose("error=no_account")));
+}
+
 TEST_F(LinkPageTest, ShowsMarkupInAccountsAsText) {
     const std::string attack = "\"><script>'&";
     options_.accounts = {{attack, attack, attack}, {"plain", std::nullopt, std::nullopt}};
