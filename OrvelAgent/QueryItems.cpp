@@ -37,7 +37,8 @@ void appendEncoded(std::string& query, std::string_view text) {
 }
 
 std::string decoded(QByteArrayView text) {
-    QByteArray bytes = QByteArray::fromPercentEncoding(text.toByteArray());
+    QByteArray bytes =
+        QByteArray::fromPercentEncoding(QByteArray::fromRawData(text.data(), text.size()));
     std::string repaired =
         tavrin::repairedUTF8({bytes.constData(), static_cast<std::size_t>(bytes.size())});
     tavrin::wipe(bytes.data(), static_cast<std::size_t>(bytes.size()));
