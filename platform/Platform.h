@@ -9,6 +9,7 @@
 #include "platform/Keychain.h"
 #include "platform/LogStore.h"
 #include "platform/URLSession.h"
+#include "platform/WebAuthenticationSession.h"
 #include "platform/Workspace.h"
 
 #include <filesystem>
@@ -42,6 +43,7 @@ struct Platform {
     std::unique_ptr<AddressBook> addressBook;
     std::unique_ptr<Workspace> workspace;
     std::unique_ptr<Keychain> keychain;
+    std::unique_ptr<WebAuthenticationSession> webAuthenticationSession;
 };
 
 /// User defaults of their own in that file; it need not exist. Throws `tavrin::PlatformError` when

@@ -1,15 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/Platform.h"
+#include "platform/linux/BrowserAuthenticationSession.h"
+#include "platform/linux/CoreDumps.h"
 #include "platform/linux/CurlURLSession.h"
 #include "platform/linux/EvolutionAddressBook.h"
 #include "platform/linux/KernelFileCopier.h"
 #include "platform/linux/PlistBundle.h"
+#include "platform/linux/SchemeRegistration.h"
 #include "platform/linux/SecretServiceKeychain.h"
 #include "platform/linux/SettingsUserDefaults.h"
 #include "platform/linux/SpdlogLogStore.h"
 #include "platform/linux/SteadyClock.h"
 #include "platform/linux/XdgWorkspace.h"
 
+#include <filesystem>
+#include <functional>
+#include <memory>
 #include <utility>
 
 namespace orvel {
@@ -19,6 +25,10 @@ std::unique_ptr<tavrin::UserDefaults> makeUserDefaults(const std::filesystem::pa
 }
 
 Platform makePlatform(PlatformOptions options) {
+#ifdef NDEBUG
+    // It is going to hold tokens. Where there are assertions, there is somebody with a debugger.
+    forbidCoreDumps();
+#endif
     Platform platform;
     platform.logStore = std::make_unique<SpdlogLogStore>(options.standardErrorLevel);
     const std::filesystem::path bundleFolder = PlistBundle::defaultFolder();
@@ -40,6 +50,14 @@ Platform makePlatform(PlatformOptions options) {
         *platform.userDefaults, *platform.logStore, std::move(options.askForContacts));
     platform.workspace = std::make_unique<XdgWorkspace>(*platform.clock);
     platform.keychain = std::make_unique<SecretServiceKeychain>(*platform.logStore);
+
+    const auto registration = std::make_shared<SchemeRegistration>(
+        SchemeRegistration::defaultProgram(), *platform.clock, *platform.logStore);
+    platform.webAuthenticationSession = std::make_unique<BrowserAuthenticationSession>(
+        *platform.workspace,
+        *platform.clock,
+        *platform.logStore,
+        [registration](std::function<void()> ready) { registration->ensure(std::move(ready)); });
     return platform;
 }
 

@@ -79,6 +79,7 @@ TEST_F(LinuxPlatformTest, HasEveryPort) {
     EXPECT_NE(platform.addressBook, nullptr);
     EXPECT_NE(platform.workspace, nullptr);
     EXPECT_NE(platform.keychain, nullptr);
+    EXPECT_NE(platform.webAuthenticationSession, nullptr);
     EXPECT_EQ(platform.bundle->identifier(), "app.test");
 }
 

@@ -1,0 +1,244 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What every web authentication session does: the fake of the other tests and the desktop's.
+#include "platform/WebAuthenticationSession.h"
+
+#include "platform/linux/BrowserAuthenticationSession.h"
+#include "tests/platform/SignInBusCalls.h"
+#include "tests/support/FakeWebAuthenticationSession.h"
+#include "tests/support/FakeWorkspace.h"
+#include "tests/support/ManualClock.h"
+#include "tests/support/RecordingLogStore.h"
+#include "tests/support/RunTask.h"
+#include "tests/support/WaitUntil.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace orvel {
+
+namespace {
+
+using test::waitUntil;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Outcome = WebAuthenticationSession::Outcome;
+
+constexpr auto page = "https://www.example.com/link?challenge=c";
+constexpr auto scheme = "orvelagent";
+
+/// A session, the browser, and its user.
+class Subject {
+public:
+    Subject() = default;
+    Subject(const Subject&) = delete;
+    Subject& operator=(const Subject&) = delete;
+    virtual ~Subject() = default;
+
+    [[nodiscard]] virtual WebAuthenticationSession& session() = 0;
+    virtual void destroySession() = 0;
+    /// The pages that the browser has opened.
+    [[nodiscard]] virtual std::vector<std::string> pages() = 0;
+    /// From now on there is no browser.
+    virtual void removeBrowser() = 0;
+    /// The browser is redirected to the URL.
+    virtual void callBack(const std::string& url) = 0;
+};
+
+class FakeSubject final : public Subject {
+public:
+    WebAuthenticationSession& session() override { return *session_; }
+    void destroySession() override { session_.reset(); }
+    std::vector<std::string> pages() override {
+        std::vector<std::string> urls;
+        for (const auto& each : session_->pages()) {
+            urls.push_back(each.url);
+        }
+        return urls;
+    }
+    void removeBrowser() override {
+        session_->user = [](const auto&) {
+            return WebAuthenticationSession::NotStarted();
+        };
+    }
+    void callBack(const std::string& url) override { session_->finish(url); }
+
+private:
+    std::unique_ptr<test::FakeWebAuthenticationSession> session_ =
+        std::make_unique<test::FakeWebAuthenticationSession>();
+};
+
+class BrowserSubject final : public Subject {
+public:
+    WebAuthenticationSession& session() override { return *session_; }
+    void destroySession() override { session_.reset(); }
+    std::vector<std::string> pages() override { return workspace_.openedURLs; }
+    void removeBrowser() override {
+        workspace_.openError = tavrin::PlatformError("test", 1, "There is no browser.");
+    }
+    void callBack(const std::string& url) override { test::callBack(url); }
+
+private:
+    test::FakeWorkspace workspace_;
+    test::ManualClock clock_;
+    test::RecordingLogStore log_;
+    std::unique_ptr<WebAuthenticationSession> session_ =
+        std::make_unique<BrowserAuthenticationSession>(
+            workspace_, clock_, log_, [](const std::function<void()>& ready) { ready(); });
+};
+
+struct Kind {
+    const char* name;
+    std::unique_ptr<Subject> (*make)();
+};
+
+class WebAuthenticationSessionTest : public testing::TestWithParam<Kind> {
+protected:
+    /// An attempt, and all its ends so far.
+    struct Started {
+        std::unique_ptr<WebAuthenticationSession::Attempt> attempt;
+        std::shared_ptr<std::vector<Outcome>> outcomes = std::make_shared<std::vector<Outcome>>();
+
+        [[nodiscard]] Outcome outcome() const {
+            EXPECT_TRUE(waitUntil([this] { return !outcomes->empty(); }));
+            test::processEvents();
+            EXPECT_EQ(outcomes->size(), 1U);
+            return outcomes->front();
+        }
+    };
+
+    Started start(const std::string& url = page) {
+        Started started;
+        started.attempt =
+            subject_->session().start(url, scheme, [outcomes = started.outcomes](Outcome outcome) {
+                outcomes->push_back(std::move(outcome));
+            });
+        EXPECT_THAT(*started.outcomes, IsEmpty()) << "answered before the call returned";
+        return started;
+    }
+
+    /// An attempt whose page is open.
+    Started startAndOpen(const std::string& url = page) {
+        Started started = start(url);
+        EXPECT_TRUE(waitUntil([&] {
+            const std::vector<std::string> pages = subject_->pages();
+            return !pages.empty() && pages.back() == url;
+        }));
+        return started;
+    }
+
+    std::unique_ptr<Subject> subject_ = GetParam().make();
+};
+
+template <typename T>
+bool is(const Outcome& outcome) {
+    return std::holds_alternative<T>(outcome);
+}
+
+} // namespace
+
+INSTANTIATE_TEST_SUITE_P(
+    ,
+    WebAuthenticationSessionTest,
+    testing::Values(
+        Kind{
+            "Fake",
+            []() -> std::unique_ptr<Subject> {
+                return std::make_unique<FakeSubject>();
+            }},
+        Kind{
+            "Browser",
+            []() -> std::unique_ptr<Subject> {
+                return std::make_unique<BrowserSubject>();
+            }}),
+    [](const auto& kind) { return kind.param.name; });
+
+TEST_P(WebAuthenticationSessionTest, OpensThePageAndWaits) {
+    const Started started = startAndOpen();
+    test::processEvents();
+    EXPECT_THAT(subject_->pages(), ElementsAre(page));
+    EXPECT_THAT(*started.outcomes, IsEmpty());
+}
+
+TEST_P(WebAuthenticationSessionTest, GivesTheCallbackAsItCame) {
+    const Started started = startAndOpen();
+    const std::string url = "orvelagent://callback?code=a%20b+%C3%A9&state=é\"'$#fragment";
+    subject_->callBack(url);
+    EXPECT_EQ(std::get<std::string>(started.outcome()), url);
+}
+
+TEST_P(WebAuthenticationSessionTest, OnlyTheFirstCallbackCounts) {
+    const Started started = startAndOpen();
+    subject_->callBack("orvelagent://callback?code=1");
+    subject_->callBack("orvelagent://callback?code=2");
+    EXPECT_EQ(std::get<std::string>(started.outcome()), "orvelagent://callback?code=1");
+}
+
+TEST_P(WebAuthenticationSessionTest, APageThatCannotBeOpenedIsNotStarted) {
+    subject_->removeBrowser();
+    EXPECT_TRUE(is<WebAuthenticationSession::NotStarted>(start().outcome()));
+}
+
+TEST_P(WebAuthenticationSessionTest, CancellingEndsTheAttempt) {
+    const Started started = startAndOpen();
+    started.attempt->cancel();
+    started.attempt->cancel();
+    EXPECT_TRUE(is<WebAuthenticationSession::Cancelled>(started.outcome()));
+}
+
+TEST_P(WebAuthenticationSessionTest, AnAttemptCanBeCancelledAtOnce) {
+    const Started started = start();
+    started.attempt->cancel();
+    EXPECT_TRUE(is<WebAuthenticationSession::Cancelled>(started.outcome()));
+}
+
+TEST_P(WebAuthenticationSessionTest, CancellingAfterTheEndDoesNothing) {
+    const Started first = startAndOpen();
+    subject_->callBack("orvelagent://callback?code=1");
+    EXPECT_TRUE(is<std::string>(first.outcome()));
+    const Started second = startAndOpen("https://www.example.com/2");
+    first.attempt->cancel();
+    test::processEvents();
+    EXPECT_THAT(*second.outcomes, IsEmpty());
+    subject_->callBack("orvelagent://callback?code=2");
+    EXPECT_EQ(std::get<std::string>(second.outcome()), "orvelagent://callback?code=2");
+}
+
+TEST_P(WebAuthenticationSessionTest, ALaterAttemptTakesTheEarlierOnesPlace) {
+    const Started first = startAndOpen();
+    const Started second = startAndOpen("https://www.example.com/2");
+    EXPECT_TRUE(is<WebAuthenticationSession::Cancelled>(first.outcome()));
+    subject_->callBack("orvelagent://callback?code=2");
+    EXPECT_EQ(std::get<std::string>(second.outcome()), "orvelagent://callback?code=2");
+}
+
+TEST_P(WebAuthenticationSessionTest, DestroyingAnAttemptChangesNothing) {
+    Started started = startAndOpen();
+    started.attempt.reset();
+    subject_->callBack("orvelagent://callback?code=1");
+    EXPECT_TRUE(is<std::string>(started.outcome()));
+}
+
+TEST_P(WebAuthenticationSessionTest, DestroyingTheSessionEndsTheAttemptWithoutAWord) {
+    const Started started = startAndOpen();
+    subject_->destroySession();
+    test::processEvents();
+    EXPECT_THAT(*started.outcomes, IsEmpty());
+}
+
+TEST_P(WebAuthenticationSessionTest, TheCompletionMayDestroyTheSession) {
+    bool isDestroyed = false;
+    const auto attempt = subject_->session().start(page, scheme, [&](const Outcome&) {
+        subject_->destroySession();
+        isDestroyed = true;
+    });
+    attempt->cancel();
+    EXPECT_TRUE(waitUntil([&] { return isDestroyed; }));
+}
+
+} // namespace orvel
