@@ -8,7 +8,6 @@
 #include "platform/linux/ReadFile.h"
 
 #include <curl/curl.h>
-#include <fmt/format.h>
 #include <openssl/bio.h>
 #include <openssl/err.h>
 #include <openssl/pem.h>
@@ -102,6 +101,15 @@ bool isToken(std::string_view text) {
                (character >= '0' && character <= '9') ||
                std::string_view("!#$%&'*+-.^_`|~").find(character) != std::string_view::npos;
     });
+}
+
+void wipe(URLRequest& request) {
+    for (auto& [name, value] : request.headers) {
+        tavrin::wipe(value);
+    }
+    if (request.body) {
+        tavrin::wipe(*request.body);
+    }
 }
 
 /// Where a TLS context keeps the transfer it belongs to.
@@ -253,6 +261,7 @@ std::unique_ptr<URLSession::Task>
 CurlURLSession::start(URLRequest request, std::function<void(URLResult)> completion) {
     const std::uint64_t exchange = state_->pending.add(std::move(completion));
     if (auto error = refusal(request)) {
+        wipe(request);
         state_->pending.finish(exchange, std::move(*error));
     } else {
         state_->worker.start(std::make_unique<Transfer>(exchange, std::move(request), *state_));
@@ -293,14 +302,9 @@ CurlURLSession::Transfer::Transfer(std::uint64_t exchange, URLRequest request, c
 }
 
 CurlURLSession::Transfer::~Transfer() {
-    for (auto& header : request_.headers) {
-        tavrin::wipe(header.second);
-    }
+    wipe(request_);
     for (const curl_slist* line = headers_.get(); line != nullptr; line = line->next) {
         tavrin::wipe(line->data, std::strlen(line->data));
-    }
-    if (request_.body) {
-        tavrin::wipe(*request_.body);
     }
     tavrin::wipe(response_.body);
 }
@@ -322,7 +326,11 @@ void CurlURLSession::Transfer::setRequest() {
     appendHeader("Content-Type:");
     for (const auto& [name, value] : request_.headers) {
         // libcurl leaves a header without a value out, unless it ends like this.
-        std::string line = fmt::format("{}{}{}", name, value.empty() ? ";" : ": ", value);
+        const std::string_view separator = value.empty() ? ";" : ": ";
+        // Without a buffer that would keep a part of it.
+        std::string line;
+        line.reserve(name.size() + separator.size() + value.size());
+        line.append(name).append(separator).append(value);
         appendHeader(line);
         tavrin::wipe(line);
     }

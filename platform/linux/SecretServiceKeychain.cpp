@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/SecretServiceKeychain.h"
 
+#include "core/Secret.h"
 #include "core/Text.h"
 
 #include <QAbstractEventDispatcher>
@@ -20,7 +21,7 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
+#include <cstddef>
 #include <string_view>
 
 namespace orvel {
@@ -41,18 +42,12 @@ std::optional<tavrin::PlatformError> errorOf(const QKeychain::Job& job) {
     return changeError(job.error(), job.errorString().toStdString());
 }
 
-/// Overwrites the text in place, which nothing may share.
-void wipe(QString& text) {
-    auto* const characters = reinterpret_cast<volatile char16_t*>(text.data());
-    std::fill_n(characters, text.size(), u'\0');
-}
-
 /// The job's value, after which the job has it no more: it would leave its copy in freed memory.
 tavrin::Secret takeValue(const QKeychain::ReadPasswordJob& job) {
     const QByteArray shared = job.binaryData();
     tavrin::Secret value(std::string(shared.constData(), static_cast<std::size_t>(shared.size())));
-    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): writing to the array would copy it
-    std::fill_n(const_cast<volatile char*>(shared.constData()), shared.size(), '\0');
+    // In place: writing to the array would make a copy of it first.
+    tavrin::wipe(const_cast<char*>(shared.constData()), static_cast<std::size_t>(shared.size()));
     return value;
 }
 
@@ -103,7 +98,7 @@ void SecretServiceKeychain::write(
         QString text = QString::fromStdString(value.text());
         // The job makes UTF-8 of it again, which it keeps to itself.
         job->setTextData(text);
-        wipe(text);
+        tavrin::wipe(text.data(), static_cast<std::size_t>(text.size()) * sizeof(QChar));
         startJob(job, name, [this, name, number, completion](const QKeychain::Job& ended) {
             endChange(name, number, errorOf(ended), completion);
         });
@@ -194,6 +189,8 @@ void SecretServiceKeychain::startJob(
 }
 
 void SecretServiceKeychain::findLocked(const Name& name, std::function<void(const Found&)> end) {
+    // Made before the thread that reads the bus, Qt's registry of types outlives it at the end.
+    qDBusRegisterMetaType<Attributes>();
     const QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected()) {
         // Such a call would never end.
@@ -205,7 +202,6 @@ void SecretServiceKeychain::findLocked(const Name& name, std::function<void(cons
             Qt::QueuedConnection);
         return;
     }
-    qDBusRegisterMetaType<Attributes>();
     QDBusMessage search = QDBusMessage::createMethodCall(
         QStringLiteral("org.freedesktop.secrets"),
         QStringLiteral("/org/freedesktop/secrets"),
