@@ -24,6 +24,13 @@ std::string_view bearerToken(const Request& request) {
     return token.find_first_of(" \t") == std::string_view::npos ? token : std::string_view();
 }
 
+Refusal sessionExpired() {
+    return {
+        401,
+        std::string(tavrin::SessionPolicy::expiredCode),
+        "The session has expired. Please sign in again."};
+}
+
 } // namespace
 
 BearerTokens::BearerTokens(std::vector<std::string> accepted, const IdentityProvider& provider)
@@ -41,14 +48,10 @@ void BearerTokens::require(const Request& request) const {
     if (token.empty()) {
         throw Refusal(401, "unauthorized", "The request carries no bearer token.");
     }
-    const Refusal sessionExpired(
-        401,
-        std::string(tavrin::SessionPolicy::expiredCode),
-        "The session has expired. Please sign in again.");
     {
         const std::lock_guard lock(mutex_);
         if (expired_.contains(token)) {
-            throw sessionExpired;
+            throw sessionExpired();
         }
     }
     if (accepted_.contains(token)) {
@@ -58,7 +61,7 @@ void BearerTokens::require(const Request& request) const {
     case IdentityProvider::Bearer::Valid:
         return;
     case IdentityProvider::Bearer::SessionEnded:
-        throw sessionExpired;
+        throw sessionExpired();
     case IdentityProvider::Bearer::Stranger:
         if (accepted_.empty()) {
             return;
