@@ -1,23 +1,65 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "core/Date.h"
+#include "core/Errors.h"
+
+#include <functional>
+#include <string>
 #include <string_view>
+#include <variant>
+#include <vector>
 
 namespace orvel {
 
-enum class LogLevel { Debug, Info, Default, Error };
+/// A line read back. Its texts are well-formed UTF-8.
+struct LogEntry {
+    /// How much an entry matters, in the platform's own numbers.
+    static constexpr int undefined = 0;
+    static constexpr int debug = 1;
+    static constexpr int info = 2;
+    static constexpr int notice = 3;
+    static constexpr int error = 4;
+    static constexpr int fault = 5;
 
-/// Where log lines go. Thread-safe; writing never throws and never waits for long.
+    tavrin::Date date;
+    int level = undefined;
+    /// Who wrote it: the application's bundle identifier, or that of a framework which logs by
+    /// itself.
+    std::string subsystem;
+    std::string category;
+    std::string message;
+
+    bool operator==(const LogEntry&) const = default;
+};
+
+/// The levels that we write; each is the number of its entries.
+enum class LogLevel : int {
+    Debug = LogEntry::debug,
+    Info = LogEntry::info,
+    Default = LogEntry::notice,
+    Error = LogEntry::error,
+};
+
+/// Where log lines go, and where those of this process are read back from.
 class LogStore {
 public:
+    using Entries = std::variant<std::vector<LogEntry>, tavrin::PlatformError>;
+
     LogStore() = default;
     LogStore(const LogStore&) = delete;
     LogStore& operator=(const LogStore&) = delete;
     virtual ~LogStore() = default;
 
-    /// One line of one category, such as "collector". Never give it message text, a token or a
-    /// whole handle.
+    /// One line of one category of the application, such as "collector", dated by the time of day.
+    /// Never give it message text, a token or a whole handle. Thread-safe; never throws and never
+    /// waits for long.
     virtual void write(LogLevel level, std::string_view category, std::string_view message) = 0;
+
+    /// This process's entries of all subsystems, in the order of writing, from the first one on
+    /// that is dated `start` or later. Old ones may be gone. Main thread; calls back there exactly
+    /// once, never before this returns; not at all when the store is destroyed first.
+    virtual void readEntries(tavrin::Date start, std::function<void(Entries)> completion) = 0;
 };
 
 } // namespace orvel

@@ -4,6 +4,7 @@
 #include "platform/linux/CoreDumps.h"
 #include "platform/linux/CurlURLSession.h"
 #include "platform/linux/EvolutionAddressBook.h"
+#include "platform/linux/JournalSocket.h"
 #include "platform/linux/KernelFileCopier.h"
 #include "platform/linux/PlistBundle.h"
 #include "platform/linux/SchemeRegistration.h"
@@ -30,9 +31,10 @@ Platform makePlatform(PlatformOptions options) {
     forbidCoreDumps();
 #endif
     Platform platform;
-    platform.logStore = std::make_unique<SpdlogLogStore>(options.standardErrorLevel);
     const std::filesystem::path bundleFolder = PlistBundle::defaultFolder();
     platform.bundle = std::make_unique<PlistBundle>(bundleFolder);
+    platform.logStore = std::make_unique<SpdlogLogStore>(SpdlogLogStore::Options{
+        platform.bundle->identifier(), options.standardErrorLevel, JournalSocket::systemPath()});
     platform.clock = std::make_unique<SteadyClock>();
     platform.userDefaults = makeUserDefaults(SettingsUserDefaults::defaultFile());
     platform.fileCopier = std::make_unique<KernelFileCopier>();

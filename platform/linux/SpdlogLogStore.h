@@ -3,9 +3,16 @@
 
 #include "platform/LogStore.h"
 
+#include <cstddef>
+#include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
+
+class QObject;
+class QThreadPool;
 
 namespace spdlog {
 class logger;
@@ -13,18 +20,44 @@ class logger;
 
 namespace orvel {
 
-/// Writes the lines to spdlog's sinks. One call is one line, whatever the message holds: control
-/// characters and line separators are written as escapes.
+class JournalSocket;
+class RecentLines;
+
+/// Keeps the newest lines in memory to be read back, and hands each to the system journal, when
+/// that runs, and to standard error, when asked to.
+///
+/// In both one call is one line, whatever the message holds: control characters and line separators
+/// are written as escapes. In memory the message stays as it is. A journal entry has the fields
+/// MESSAGE, PRIORITY, SUBSYSTEM, CATEGORY and SYSLOG_IDENTIFIER, the program's name.
 class SpdlogLogStore final : public LogStore {
 public:
-    /// Lines of that level and above go to standard error; none when absent.
-    explicit SpdlogLogStore(std::optional<LogLevel> standardErrorLevel);
+    struct Options {
+        /// The application's bundle identifier.
+        std::string subsystem;
+        /// Lines of that level and above go to standard error; none when absent.
+        std::optional<LogLevel> standardErrorLevel;
+        /// Where the journal listens.
+        std::filesystem::path journal;
+    };
+
+    /// A longer message or category is cut off, and ends with an ellipsis.
+    static constexpr std::size_t maximumTextBytes = std::size_t{16} << 10U;
+
+    explicit SpdlogLogStore(Options options);
     ~SpdlogLogStore() override;
 
     void write(LogLevel level, std::string_view category, std::string_view message) override;
+    void readEntries(tavrin::Date start, std::function<void(Entries)> completion) override;
 
 private:
-    std::unique_ptr<spdlog::logger> logger_;
+    const std::string subsystem_;
+    std::unique_ptr<RecentLines> recentLines_;
+    std::unique_ptr<JournalSocket> journal_;
+    std::unique_ptr<spdlog::logger> standardError_;
+    /// What was read comes to it; with it, it is dropped.
+    std::unique_ptr<QObject> mainThread_;
+    /// Ends first, and with it the reading that runs.
+    std::unique_ptr<QThreadPool> reading_;
 };
 
 } // namespace orvel

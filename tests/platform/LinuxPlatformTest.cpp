@@ -17,6 +17,7 @@
 #include <string>
 #include <utility>
 #include <variant>
+#include <vector>
 
 namespace orvel::test {
 
@@ -81,6 +82,18 @@ TEST_F(LinuxPlatformTest, HasEveryPort) {
     EXPECT_NE(platform.keychain, nullptr);
     EXPECT_NE(platform.webAuthenticationSession, nullptr);
     EXPECT_EQ(platform.bundle->identifier(), "app.test");
+}
+
+TEST_F(LinuxPlatformTest, LogsUnderTheBundlesIdentifier) {
+    const Platform platform = makePlatform(options_);
+    platform.logStore->write(LogLevel::Debug, "test", "one");
+    std::optional<LogStore::Entries> entries;
+    platform.logStore->readEntries(
+        tavrin::Date(), [&entries](LogStore::Entries given) { entries = std::move(given); });
+    while (!entries) {
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    }
+    EXPECT_EQ(std::get<std::vector<LogEntry>>(*entries).at(0).subsystem, "app.test");
 }
 
 TEST_F(LinuxPlatformTest, KeepsTheUserDefaultsInTheConfigurationFolder) {

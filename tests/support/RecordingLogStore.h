@@ -1,16 +1,24 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "core/Text.h"
+#include "platform/Clock.h"
 #include "platform/LogStore.h"
 
+#include <QObject>
+
+#include <algorithm>
+#include <chrono>
 #include <mutex>
+#include <optional>
 #include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace orvel::test {
 
-/// Keeps what is logged. Thread-safe.
+/// Keeps what is logged. Written to from any thread; the rest is for the main thread.
 class RecordingLogStore final : public LogStore {
 public:
     struct Line {
@@ -26,9 +34,57 @@ public:
         }
     };
 
+    /// What it writes is of this subsystem.
+    static constexpr std::string_view subsystem = "app.test";
+
+    /// Reading fails with this.
+    std::optional<tavrin::PlatformError> readError;
+
+    RecordingLogStore() = default;
+    /// Dates its lines by that clock.
+    explicit RecordingLogStore(const Clock& clock) : clock_(&clock) {}
+
+    /// Adds an entry as it is, which `lines()` does not count.
+    void append(LogEntry entry) {
+        const std::lock_guard lock(mutex_);
+        entries_.push_back(std::move(entry));
+    }
+
+    /// From now on reads wait.
+    void hold() { isHolding_ = true; }
+
+    /// Answers the reads that wait.
+    void answer() {
+        isHolding_ = false;
+        for (auto& read : std::exchange(waiting_, {})) {
+            later(std::move(read));
+        }
+    }
+
+    /// Where the reads so far started, in their order.
+    [[nodiscard]] const std::vector<tavrin::Date>& reads() const { return reads_; }
+
     void write(LogLevel level, std::string_view category, std::string_view message) override {
         const std::lock_guard lock(mutex_);
         lines_.push_back({level, std::string(category), std::string(message)});
+        entries_.push_back(
+            {clock_ != nullptr ? clock_->now() : tavrin::Date(std::chrono::system_clock::now()),
+             static_cast<int>(level),
+             std::string(subsystem),
+             tavrin::repairedUTF8(category),
+             tavrin::repairedUTF8(message)});
+    }
+
+    void readEntries(tavrin::Date start, std::function<void(Entries)> completion) override {
+        reads_.push_back(start);
+        auto deliver = [completion = std::move(completion), entries = entriesFrom(start)] {
+            completion(entries);
+        };
+        if (isHolding_) {
+            waiting_.emplace_back(std::move(deliver));
+        } else {
+            later(std::move(deliver));
+        }
     }
 
     [[nodiscard]] std::vector<Line> lines() const {
@@ -37,8 +93,28 @@ public:
     }
 
 private:
+    [[nodiscard]] Entries entriesFrom(tavrin::Date start) const {
+        if (readError) {
+            return *readError;
+        }
+        const std::lock_guard lock(mutex_);
+        const auto first = std::ranges::find_if(
+            entries_, [start](const LogEntry& entry) { return entry.date >= start; });
+        return std::vector<LogEntry>(first, entries_.end());
+    }
+
+    void later(std::function<void()> job) {
+        QMetaObject::invokeMethod(&context_, std::move(job), Qt::QueuedConnection);
+    }
+
+    const Clock* clock_ = nullptr;
     mutable std::mutex mutex_;
     std::vector<Line> lines_;
+    std::vector<LogEntry> entries_;
+    std::vector<tavrin::Date> reads_;
+    bool isHolding_ = false;
+    std::vector<std::function<void()>> waiting_;
+    QObject context_;
 };
 
 } // namespace orvel::test
