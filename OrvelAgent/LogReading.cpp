@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/LogReading.h"
+
+#include "OrvelAgent/Deferred.h"
+
+#include <exception>
+#include <memory>
+#include <utility>
+#include <variant>
+
+namespace orvel {
+
+QCoro::Task<std::vector<LogEntry>>
+readEntries(LogStore* store, tavrin::Date start, tavrin::CancellationToken cancellation) {
+    cancellation.throwIfCancelled();
+    const auto answer = std::make_shared<Deferred<LogStore::Entries>>();
+    store->readEntries(
+        start, [answer](LogStore::Entries entries) { answer->resolve(std::move(entries)); });
+    const auto registration = cancellation.onCancel(
+        [answer] { answer->reject(std::make_exception_ptr(tavrin::TaskCancelled())); });
+    LogStore::Entries entries = co_await answer->result();
+    if (const auto* error = std::get_if<tavrin::PlatformError>(&entries)) {
+        throw tavrin::PlatformError(*error);
+    }
+    co_return std::get<std::vector<LogEntry>>(std::move(entries));
+}
+
+} // namespace orvel
