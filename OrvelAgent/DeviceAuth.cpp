@@ -175,9 +175,17 @@ DeviceAuth::authorizeFrom(DeviceAuth auth, APIClient api, tavrin::CancellationTo
     request->code = codeFrom(callback.text());
     request->codeVerifier = std::move(verifier);
     std::shared_ptr<const TokenRequest> body = std::move(request);
-    TokenResponse response = co_await api.send<TokenResponse, TokenRequest>(
-        "/api/v1/auth/device/token", "POST", std::move(body), std::move(cancellation));
-    co_return std::move(response.customToken);
+    try {
+        TokenResponse response = co_await api.send<TokenResponse, TokenRequest>(
+            "/api/v1/auth/device/token", "POST", std::move(body), std::move(cancellation));
+        co_return std::move(response.customToken);
+    } catch (const APIError& error) {
+        if (error.status() >= 200 && error.status() <= 299) {
+            // A success that is not understood: its beginning may be the token.
+            throw APIError(error.status(), "Response had no data.");
+        }
+        throw;
+    }
 }
 
 QCoro::Task<std::string> DeviceAuth::presentFrom(
@@ -195,7 +203,11 @@ QCoro::Task<std::string> DeviceAuth::presentFrom(
         std::move(url), "orvelagent", [waiting](WebAuthenticationSession::Outcome outcome) {
             std::visit(Report{waiting}, std::move(outcome));
         });
-    const auto registration = cancellation.onCancel([&attempt] { attempt->cancel(); });
+    // Not left to the attempt's own end, which is reported later, when all may be gone.
+    const auto registration = cancellation.onCancel([&attempt, waiting] {
+        attempt->cancel();
+        waiting->fail(std::make_exception_ptr(AuthError(cancelledMessage)));
+    });
     co_return co_await callback->result();
 }
 

@@ -309,6 +309,18 @@ TEST_F(DeviceAuthTest, AnExchangeNeedsBothKeys) {
     }
 }
 
+TEST_F(DeviceAuthTest, ASuccessThatIsNotUnderstoodIsNotShown) {
+    redirectTo("orvelagent://callback?code=abc");
+    network_.enqueue(200, R"({"ok":true,"data":{"customToken":"custom-secret"}})");
+    try {
+        static_cast<void>(runTask(authorize()));
+        FAIL();
+    } catch (const APIError& error) {
+        EXPECT_EQ(error.status(), 200);
+        EXPECT_STREQ(error.what(), "Response had no data.");
+    }
+}
+
 TEST_F(DeviceAuthTest, AFailureOfTheTransportPassesUnchanged) {
     redirectTo("orvelagent://callback?code=abc");
     network_.enqueue(tavrin::URLErrorCode::TimedOut);
