@@ -8,6 +8,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
@@ -20,7 +21,7 @@ namespace orvel {
 
 namespace {
 
-std::string withoutSurroundingSpace(std::string text) {
+std::string withoutSurroundingSpace(const std::string& text) {
     constexpr std::string_view space = " \t\r\n";
     const auto first = text.find_first_not_of(space);
     if (first == std::string::npos) {
@@ -30,8 +31,9 @@ std::string withoutSurroundingSpace(std::string text) {
 }
 
 /// A token must fit into one header line.
-std::string checkedToken(std::string token, std::string_view from) {
-    token = withoutSurroundingSpace(std::move(token));
+tavrin::Secret checkedToken(std::string text, std::string_view from) {
+    const tavrin::Secret whole(std::move(text));
+    std::string token = withoutSurroundingSpace(whole.text());
     if (token.empty()) {
         throw UsageError("The token in " + std::string(from) + " is empty.");
     }
@@ -41,10 +43,10 @@ std::string checkedToken(std::string token, std::string_view from) {
                 "The token in " + std::string(from) + " holds a character that no token has.");
         }
     }
-    return token;
+    return tavrin::Secret(std::move(token));
 }
 
-std::string tokenFromFile(const std::string& path) {
+tavrin::Secret tokenFromFile(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     if (!file) {
         throw UsageError("Could not read the token file " + path + ".");
@@ -115,18 +117,33 @@ struct RawArguments {
     std::string knownHandles;
 };
 
-std::string tokenFrom(const RawArguments& raw, const CLI::Option& option) {
+/// Takes the token out, so that neither the programs that this one starts nor whoever looks at its
+/// environment sees it.
+std::optional<tavrin::Secret> takeFromEnvironment() {
+    char* variable = std::getenv("ORVEL_TOKEN");
+    if (variable == nullptr) {
+        return std::nullopt;
+    }
+    tavrin::Secret token{std::string(variable)};
+    std::fill_n(variable, token.text().size(), '\0');
+    unsetenv("ORVEL_TOKEN");
+    return token;
+}
+
+std::optional<tavrin::Secret> tokenFrom(
+    RawArguments& raw,
+    const CLI::Option& option,
+    const std::optional<tavrin::Secret>& fromEnvironment) {
     if (option.count() > 0) {
-        return checkedToken(raw.token, "--token");
+        return checkedToken(std::move(raw.token), "--token");
     }
     if (!raw.tokenFile.empty()) {
         return tokenFromFile(raw.tokenFile);
     }
-    if (const char* variable = std::getenv("ORVEL_TOKEN"); variable != nullptr) {
-        return checkedToken(variable, "ORVEL_TOKEN");
+    if (fromEnvironment) {
+        return checkedToken(fromEnvironment->text(), "ORVEL_TOKEN");
     }
-    throw UsageError(
-        "A bearer token is needed: --token-file FILE, the variable ORVEL_TOKEN, or --token.");
+    return std::nullopt;
 }
 
 } // namespace
@@ -134,8 +151,22 @@ std::string tokenFrom(const RawArguments& raw, const CLI::Option& option) {
 std::variant<ScanArguments, EarlyExit> parseScanArguments(int argc, const char* const* argv) {
     CLI::App app(
         "Runs one scan: copies the Messages database, reads the copy, and sends what was not sent "
-        "yet to the service.",
+        "yet to the service, with the session of --sign-in or the bearer token given.",
         "orvel-scan");
+    const std::string account = "Account";
+    // Not left to the parser's own reading of variables: the value must not stay where it was.
+    const std::optional<tavrin::Secret> fromEnvironment = takeFromEnvironment();
+    CLI::Option* signIn = app.add_flag("--sign-in")
+                              ->description("Instead of a scan, sign in through the browser")
+                              ->group(account);
+    CLI::Option* signOut = app.add_flag("--sign-out")
+                               ->description("Instead of a scan, forget the session")
+                               ->group(account);
+    CLI::Option* showAccount = app.add_flag("--account")
+                                   ->description("Instead of a scan, print who is signed in")
+                                   ->group(account);
+    signIn->excludes(signOut)->excludes(showAccount);
+    signOut->excludes(showAccount);
     app.footer(
         "The user's own choices of mode and scope hold where none is given. Prefer --token-file or "
         "the\nvariable ORVEL_TOKEN to --token: a command line can be seen by other users of this "
@@ -151,9 +182,10 @@ std::variant<ScanArguments, EarlyExit> parseScanArguments(int argc, const char* 
         ->check(CLI::ExistingFile);
     CLI::Option* token =
         app.add_option("--token", raw.token, "The bearer token")->type_name("TOKEN");
-    app.add_option("--token-file", raw.tokenFile, "A file that holds the bearer token")
-        ->type_name("FILE")
-        ->excludes(token);
+    CLI::Option* tokenFile =
+        app.add_option("--token-file", raw.tokenFile, "A file that holds the bearer token")
+            ->type_name("FILE")
+            ->excludes(token);
     app.add_option(
            "--source", raw.source, "The Messages database (default ~/Library/Messages/chat.db)")
         ->type_name("PATH");
@@ -197,8 +229,12 @@ std::variant<ScanArguments, EarlyExit> parseScanArguments(int argc, const char* 
         ->type_name("FILE")
         ->needs(preview)
         ->check(CLI::ExistingFile);
-    app.add_flag("--json", arguments.printsJSON, "Print the summary as one JSON object");
+    app.add_flag(
+        "--json", arguments.printsJSON, "Print the summary, or the account, as one JSON object");
     app.add_flag("--verbose", arguments.isVerbose, "Print the log to standard error");
+    for (CLI::Option* action : {signIn, signOut, showAccount}) {
+        action->excludes(token)->excludes(tokenFile)->excludes(preview);
+    }
     app.set_version_flag("--version", std::string(ORVEL_VERSION));
 
     try {
@@ -229,9 +265,21 @@ std::variant<ScanArguments, EarlyExit> parseScanArguments(int argc, const char* 
         if (!raw.previewFile.empty() && raw.previewFile != "-") {
             arguments.previewFile = raw.previewFile;
         }
-        if (!arguments.isPreview) {
-            arguments.token = tokenFrom(raw, *token);
-        } else if (arguments.printsJSON && !arguments.previewFile) {
+        if (signIn->count() > 0) {
+            arguments.action = ScanArguments::Action::SignIn;
+        } else if (signOut->count() > 0) {
+            arguments.action = ScanArguments::Action::SignOut;
+        } else if (showAccount->count() > 0) {
+            arguments.action = ScanArguments::Action::ShowAccount;
+        } else if (!arguments.isPreview) {
+            arguments.token = tokenFrom(raw, *token, fromEnvironment);
+            if (arguments.apiURL && !arguments.token) {
+                // A stored session's token goes to the service that it is from, and nowhere else.
+                throw UsageError("--api-url needs a bearer token of its own: --token-file FILE, "
+                                 "the variable ORVEL_TOKEN, or --token.");
+            }
+        }
+        if (arguments.isPreview && arguments.printsJSON && !arguments.previewFile) {
             throw UsageError("--preview and --json cannot both write to standard output: give "
                              "--preview a file.");
         }

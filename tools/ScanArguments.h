@@ -3,6 +3,7 @@
 
 #include "core/CollectionPreferences.h"
 #include "core/Date.h"
+#include "core/Secret.h"
 
 #include <filesystem>
 #include <optional>
@@ -15,10 +16,14 @@ namespace orvel {
 
 /// What the command line of `orvel-scan` asks for.
 struct ScanArguments {
+    enum class Action { Scan, SignIn, SignOut, ShowAccount };
+
+    Action action = Action::Scan;
     /// Scheme, host and port, without a trailing slash; the built-in service when absent.
     std::optional<std::string> apiURL;
     std::optional<std::filesystem::path> certificateFile;
-    std::string token;
+    /// The stored session's when absent.
+    std::optional<tavrin::Secret> token;
     std::optional<std::string> sourcePath;
     std::optional<std::filesystem::path> stateFile;
     /// The user's own choice when absent.
@@ -53,8 +58,8 @@ struct EarlyExit {
     std::string message;
 };
 
-/// Reads the command line, the token file and the environment's token. No message ever holds a
-/// token.
+/// Reads the command line, the token file and the environment's token, which it takes out of the
+/// environment. No message ever holds a token.
 [[nodiscard]] std::variant<ScanArguments, EarlyExit>
 parseScanArguments(int argc, const char* const* argv);
 

@@ -19,17 +19,8 @@ namespace orvel {
 
 namespace {
 
-constexpr int scanDone = 0;
-constexpr int scanFailed = 1;
-
-PlatformOptions platformOptions(const ScanArguments& arguments, bool isInteractive) {
-    PlatformOptions options;
-    if (arguments.certificateFile) {
-        options.extraCertificates.push_back(*arguments.certificateFile);
-    }
-    if (arguments.isVerbose) {
-        options.standardErrorLevel = LogLevel::Info;
-    }
+PlatformOptions scanPlatformOptions(const ScanArguments& arguments, bool isInteractive) {
+    PlatformOptions options = platformOptions(arguments);
     if (isInteractive) {
         options.askForContacts = [](const std::function<void(bool)>& answer) {
             TerminalQuestion::ask(
@@ -50,7 +41,7 @@ QCoro::Task<std::optional<tavrin::Secret>> provide(std::optional<tavrin::Secret>
 ScanCommand::ScanCommand(ScanArguments arguments)
     : arguments_(std::move(arguments)),
       isInteractive_(isatty(STDIN_FILENO) != 0 && isatty(STDERR_FILENO) != 0),
-      platform_(makePlatform(platformOptions(arguments_, isInteractive_))),
+      platform_(makePlatform(scanPlatformOptions(arguments_, isInteractive_))),
       worker_(std::make_unique<Worker>()) {
     // The user's choices and consent are the agent's, wherever progress is kept.
     const tavrin::CollectionPreferences preferences(*platform_.userDefaults);
@@ -68,7 +59,6 @@ ScanCommand::ScanCommand(ScanArguments arguments)
         defaults = stateDefaults_.get();
     }
     URLSession* session = platform_.urlSession.get();
-    std::optional<tavrin::Secret> token;
     if (arguments_.isPreview) {
         previewDefaults_ = std::make_unique<OverlayUserDefaults>(*defaults);
         defaults = previewDefaults_.get();
@@ -77,20 +67,13 @@ ScanCommand::ScanCommand(ScanArguments arguments)
             arguments_.knownHandlesFile ? readKnownHandles(*arguments_.knownHandlesFile)
                                         : std::vector<std::string>());
         session = previewSession_.get();
-    } else {
-        token.emplace(std::string(arguments_.token));
+    } else if (!arguments_.token) {
+        auth_ = makeAuthService(platform_, *worker_);
     }
 
-    const Configuration configuration(*platform_.bundle);
-    APIClient client(
-        *session,
-        *worker_,
-        configuration,
-        arguments_.apiURL.value_or(configuration.apiBaseURL()),
-        [token] { return provide(token); },
-        IngestClient::requestTimeout);
     watermarkStore_ = std::make_unique<WatermarkStore>(*defaults);
-    ingest_ = std::make_unique<IngestClient>(std::move(client), configuration.shortVersion());
+    ingest_ = std::make_unique<IngestClient>(
+        makeClient(*session), Configuration(*platform_.bundle).shortVersion());
 
     CollectorService::Options options;
     options.sourcePath =
@@ -114,17 +97,43 @@ ScanCommand::ScanCommand(ScanArguments arguments)
 
 ScanCommand::~ScanCommand() = default;
 
+APIClient ScanCommand::makeClient(URLSession& session) {
+    const Configuration configuration(*platform_.bundle);
+    std::string baseURL = arguments_.apiURL.value_or(configuration.apiBaseURL());
+    if (auth_) {
+        return {
+            session,
+            *worker_,
+            configuration,
+            std::move(baseURL),
+            auth_->tokenProvider(),
+            IngestClient::requestTimeout,
+            auth_->sessionExpiredHandler()};
+    }
+    return {
+        session,
+        *worker_,
+        configuration,
+        std::move(baseURL),
+        [token = arguments_.token] { return provide(token); },
+        IngestClient::requestTimeout};
+}
+
 QCoro::Task<int> ScanCommand::run() {
     std::string failure;
     std::optional<CollectorService::ScanSummary> summary;
     try {
+        if (auth_) {
+            canLeaveAtOnce_ = true;
+            co_await awaitSession();
+        }
         People people;
         people.hints = co_await fetchHints();
         if (arguments_.usesAddressBook) {
-            isConsultingAddressBook_ = true;
+            canLeaveAtOnce_ = true;
             people = co_await consultAddressBook(std::move(people.hints));
-            isConsultingAddressBook_ = false;
         }
+        canLeaveAtOnce_ = false;
         summary = co_await collector_->runScan(
             *arguments_.mode,
             *arguments_.scope,
@@ -139,18 +148,31 @@ QCoro::Task<int> ScanCommand::run() {
         collector_->recordAbort(std::move(failure));
         summary = collector_->history().front();
     }
+    if (auth_) {
+        // A refreshed session must not be lost: its predecessor may be good no more.
+        canLeaveAtOnce_ = true;
+        co_await auth_->stored();
+    }
     if (!print(*summary)) {
         fmt::print(stderr, "orvel-scan: could not write the summary\n");
-        co_return scanFailed;
+        co_return failed;
     }
-    co_return summary->error ? scanFailed : scanDone;
+    co_return summary->error ? failed : succeeded;
+}
+
+QCoro::Task<> ScanCommand::awaitSession() {
+    co_await auth_->restored();
+    if (!auth_->isSignedIn()) {
+        throw std::runtime_error(
+            "You are not signed in. Sign in with orvel-scan --sign-in, or give a bearer token.");
+    }
 }
 
 void ScanCommand::cancel() {
     cancellation_.cancel();
-    if (isConsultingAddressBook_) {
+    if (canLeaveAtOnce_) {
         // A question to the user or a hanging service would hold us up for nothing.
-        QCoreApplication::exit(scanFailed);
+        QCoreApplication::exit(failed);
     }
 }
 

@@ -5,6 +5,7 @@
 #include "OrvelAgent/Worker.h"
 #include "core/CancellationToken.h"
 #include "platform/Platform.h"
+#include "tools/Command.h"
 #include "tools/ScanArguments.h"
 #include "tools/ScanReport.h"
 
@@ -20,21 +21,16 @@ class PreviewSession;
 class OverlayUserDefaults;
 
 /// One scan from a terminal, on the agent's own services. Main thread.
-class ScanCommand final {
+class ScanCommand final : public Command {
 public:
     /// Throws what cannot begin: `UsageError` for a preview that lacks the known handles,
     /// `tavrin::PlatformError` for files that cannot be read or written,
     /// `tavrin::JSONDecodingError` for a list of known handles that is none.
     explicit ScanCommand(ScanArguments arguments);
-    ~ScanCommand();
-    ScanCommand(const ScanCommand&) = delete;
-    ScanCommand& operator=(const ScanCommand&) = delete;
+    ~ScanCommand() override;
 
-    /// The whole scan. Gives the exit status after the summary is printed.
-    QCoro::Task<int> run();
-
-    /// Ends the scan; `run` then comes to its end soon, with nothing left behind.
-    void cancel();
+    QCoro::Task<int> run() override;
+    void cancel() override;
 
 private:
     struct People {
@@ -42,6 +38,8 @@ private:
         ContactBridge::IdentityIndex identities;
     };
 
+    [[nodiscard]] APIClient makeClient(URLSession& session);
+    QCoro::Task<> awaitSession();
     QCoro::Task<CollectorService::HintSet> fetchHints();
     QCoro::Task<People> consultAddressBook(CollectorService::HintSet hints);
     /// Whether all of it could be written.
@@ -50,14 +48,17 @@ private:
     ScanArguments arguments_;
     tavrin::CancellationSource cancellation_;
     bool isInteractive_;
-    /// Nothing is open yet that would have to be closed.
-    bool isConsultingAddressBook_ = false;
+    /// Waits for the keychain, the service or the address book, perhaps for the user's answer to a
+    /// question of theirs; nothing is open that would have to be closed.
+    bool canLeaveAtOnce_ = false;
     Platform platform_;
     /// Where progress is kept when not in the agent's own user defaults.
     std::unique_ptr<tavrin::UserDefaults> stateDefaults_;
     std::unique_ptr<OverlayUserDefaults> previewDefaults_;
     std::unique_ptr<PreviewSession> previewSession_;
     std::unique_ptr<Worker> worker_;
+    /// When no token was given.
+    std::unique_ptr<AuthService> auth_;
     std::unique_ptr<WatermarkStore> watermarkStore_;
     std::unique_ptr<IngestClient> ingest_;
     std::unique_ptr<CollectorService> collector_;

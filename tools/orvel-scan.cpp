@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "core/Errors.h"
+#include "tools/AccountCommand.h"
+#include "tools/Command.h"
 #include "tools/ScanArguments.h"
 #include "tools/ScanCommand.h"
 #include "tools/SignalWatch.h"
@@ -15,11 +17,17 @@
 
 namespace {
 
-constexpr int scanFailed = 1;
 constexpr int signalStatus = 128;
 
-QCoro::Task<> runAndQuit(orvel::ScanCommand* command) {
-    int status = scanFailed;
+std::unique_ptr<orvel::Command> makeCommand(orvel::ScanArguments arguments) {
+    if (arguments.action == orvel::ScanArguments::Action::Scan) {
+        return std::make_unique<orvel::ScanCommand>(std::move(arguments));
+    }
+    return std::make_unique<orvel::AccountCommand>(std::move(arguments));
+}
+
+QCoro::Task<> runAndQuit(orvel::Command* command) {
+    int status = orvel::Command::failed;
     try {
         status = co_await command->run();
     } catch (const std::exception& error) {
@@ -28,13 +36,15 @@ QCoro::Task<> runAndQuit(orvel::ScanCommand* command) {
     QCoreApplication::exit(status);
 }
 
-/// Starts the scan inside the event loop, so that the loop is there to be ended.
+/// Starts the command inside the event loop, so that the loop is there to be ended.
 int execute(orvel::ScanArguments arguments) {
-    orvel::ScanCommand command(std::move(arguments));
-    orvel::SignalWatch signalWatch([&command] { command.cancel(); });
-    QCoro::Task<> scan;
+    const std::unique_ptr<orvel::Command> command = makeCommand(std::move(arguments));
+    orvel::SignalWatch signalWatch([&command] { command->cancel(); });
+    QCoro::Task<> running;
     QMetaObject::invokeMethod(
-        QCoreApplication::instance(), [&] { scan = runAndQuit(&command); }, Qt::QueuedConnection);
+        QCoreApplication::instance(),
+        [&] { running = runAndQuit(command.get()); },
+        Qt::QueuedConnection);
     const int status = QCoreApplication::exec();
     if (const auto number = signalWatch.received()) {
         return signalStatus + *number;
@@ -60,6 +70,6 @@ int main(int argc, char** argv) {
         return orvel::usageStatus;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "orvel-scan: %s\n", error.what());
-        return scanFailed;
+        return orvel::Command::failed;
     }
 }

@@ -7,8 +7,12 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <fstream>
+#include <optional>
 #include <string>
+#include <utility>
+#include <variant>
 #include <vector>
 
 namespace orvel {
@@ -38,6 +42,11 @@ protected:
         return std::get<ScanArguments>(result);
     }
 
+    static std::optional<std::string> tokenOf(std::vector<std::string> words) {
+        const ScanArguments arguments = accepted(std::move(words));
+        return arguments.token ? std::optional(arguments.token->text()) : std::nullopt;
+    }
+
     static EarlyExit refused(std::vector<std::string> words) {
         auto result = parse(std::move(words));
         if (std::holds_alternative<ScanArguments>(result)) {
@@ -58,9 +67,10 @@ protected:
 
 } // namespace
 
-TEST_F(ScanArgumentsTest, OnlyATokenIsNeeded) {
-    const ScanArguments arguments = accepted({"--token", "secret"});
-    EXPECT_EQ(arguments.token, "secret");
+TEST_F(ScanArgumentsTest, NothingIsNeeded) {
+    const ScanArguments arguments = accepted({});
+    EXPECT_EQ(arguments.action, ScanArguments::Action::Scan);
+    EXPECT_EQ(arguments.token, std::nullopt);
     EXPECT_FALSE(arguments.apiURL);
     EXPECT_FALSE(arguments.sourcePath);
     EXPECT_FALSE(arguments.stateFile);
@@ -103,19 +113,61 @@ TEST_F(ScanArgumentsTest, EveryOptionIsRead) {
 }
 
 TEST_F(ScanArgumentsTest, TheTokenMayComeFromAFileOrTheEnvironment) {
-    EXPECT_EQ(accepted({"--token-file", file(" secret\n")}).token, "secret");
+    EXPECT_EQ(tokenOf({"--token-file", file(" secret\n")}), "secret");
     qputenv("ORVEL_TOKEN", "from-variable");
-    EXPECT_EQ(accepted({}).token, "from-variable");
-    EXPECT_EQ(accepted({"--token", "given"}).token, "given");
+    EXPECT_EQ(tokenOf({}), "from-variable");
+    qputenv("ORVEL_TOKEN", "from-variable");
+    EXPECT_EQ(tokenOf({"--token", "given"}), "given");
 }
 
-TEST_F(ScanArgumentsTest, WithoutATokenItIsAUsageError) {
-    EXPECT_EQ(refused({}).status, 2);
+TEST_F(ScanArgumentsTest, TheTokenLeavesTheEnvironmentInEveryCase) {
+    for (const std::vector<std::string>& words :
+         {std::vector<std::string>{},
+          {"--token", "given"},
+          {"--sign-in"},
+          {"--preview"},
+          {"--unknown"}}) {
+        qputenv("ORVEL_TOKEN", "from-variable");
+        const char* variable = std::getenv("ORVEL_TOKEN");
+        ASSERT_NE(variable, nullptr);
+        parse(words);
+        EXPECT_EQ(std::getenv("ORVEL_TOKEN"), nullptr);
+        EXPECT_EQ(std::string(variable), "");
+    }
+}
+
+TEST_F(ScanArgumentsTest, ATokenThatCannotBeOneIsAUsageError) {
     EXPECT_EQ(refused({"--token", ""}).status, 2);
     EXPECT_EQ(refused({"--token-file", file("\n")}).status, 2);
     EXPECT_EQ(refused({"--token-file", "/nonexistent"}).status, 2);
     EXPECT_EQ(refused({"--token-file", directory_.path().string()}).status, 2);
     EXPECT_EQ(refused({"--token", "a", "--token-file", file("b")}).status, 2);
+    qputenv("ORVEL_TOKEN", " ");
+    EXPECT_EQ(refused({}).status, 2);
+}
+
+TEST_F(ScanArgumentsTest, TheStoredSessionIsNotForAnotherService) {
+    const EarlyExit exit = refused({"--api-url", "https://127.0.0.1:8443"});
+    EXPECT_EQ(exit.status, 2);
+    EXPECT_NE(exit.message.find("--token-file"), std::string::npos);
+}
+
+TEST_F(ScanArgumentsTest, AnAccountActionTakesThePlaceOfTheScan) {
+    using Action = ScanArguments::Action;
+    EXPECT_EQ(accepted({"--sign-in"}).action, Action::SignIn);
+    EXPECT_EQ(accepted({"--sign-out"}).action, Action::SignOut);
+    EXPECT_EQ(accepted({"--account", "--json"}).action, Action::ShowAccount);
+}
+
+TEST_F(ScanArgumentsTest, AnAccountActionStandsAlone) {
+    for (const char* action : {"--sign-in", "--sign-out", "--account"}) {
+        EXPECT_EQ(refused({action, "--token", "t"}).status, 2) << action;
+        EXPECT_EQ(refused({action, "--token-file", file("t")}).status, 2) << action;
+        EXPECT_EQ(refused({action, "--preview"}).status, 2) << action;
+    }
+    EXPECT_EQ(refused({"--sign-in", "--sign-out"}).status, 2);
+    EXPECT_EQ(refused({"--sign-in", "--account"}).status, 2);
+    EXPECT_EQ(refused({"--sign-out", "--account"}).status, 2);
 }
 
 TEST_F(ScanArgumentsTest, AMisspeltOptionDoesNotRepeatTheSecretThatFollows) {
