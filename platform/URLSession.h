@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -24,12 +25,19 @@ struct URLRequest {
     std::optional<std::string> body;
     /// For the whole exchange, from the first lookup to the last byte.
     tavrin::Seconds timeout{60};
+    /// Takes the body of a reply of status 200 piece by piece, in place of `URLResponse::body` and
+    /// beyond its limit. On any thread; no more once the completion runs, but perhaps some pieces
+    /// after `cancel`. Answering false ends the exchange as `DataLengthExceedsMaximum`. Must not
+    /// throw.
+    std::function<bool(std::string_view)> receiver;
 };
 
 struct URLResponse {
     /// The HTTP status; redirects arrive as they are.
     int status = 0;
     std::string body;
+    /// Where a redirect leads; empty when the reply is none.
+    std::string redirect = {};
 };
 
 using URLResult = std::variant<URLResponse, tavrin::URLError>;

@@ -383,6 +383,9 @@ URLResult CurlURLSession::Transfer::takeResult(CURLcode code) {
     long status = 0;
     curl_easy_getinfo(easy_.get(), CURLINFO_RESPONSE_CODE, &status);
     response_.status = static_cast<int>(status);
+    const char* redirect = nullptr;
+    curl_easy_getinfo(easy_.get(), CURLINFO_REDIRECT_URL, &redirect);
+    response_.redirect = redirect == nullptr ? "" : redirect;
     if (!isWhole()) {
         return urlError(URLErrorCode::NetworkConnectionLost);
     }
@@ -419,6 +422,13 @@ std::size_t CurlURLSession::Transfer::onHeader(
 std::size_t CurlURLSession::Transfer::onBody(
     char* data, std::size_t, std::size_t size, void* transfer) noexcept {
     auto& self = *static_cast<Transfer*>(transfer);
+    if (self.request_.receiver) {
+        long status = 0;
+        curl_easy_getinfo(self.easy_.get(), CURLINFO_RESPONSE_CODE, &status);
+        if (status == 200) {
+            return self.request_.receiver({data, size}) ? size : 0;
+        }
+    }
     try {
         if (size <= maximumReplyBytes - self.response_.body.size()) {
             std::string& body = self.response_.body;

@@ -22,6 +22,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -170,6 +171,30 @@ TYPED_TEST(URLSessionTest, GivesTheReplyWhateverItsStatus) {
 TYPED_TEST(URLSessionTest, GivesTheReasonWhenThereIsNoReply) {
     const URLResult result = resultOf(this->session(), this->request("/lost"));
     EXPECT_EQ(errorCode(result), URLErrorCode::NetworkConnectionLost);
+}
+
+TYPED_TEST(URLSessionTest, AReceiverGetsTheBodyOfASuccessAndNoOther) {
+    for (const int status : {200, 404, 500}) {
+        std::string received;
+        URLRequest request = this->request("/" + std::to_string(status) + "/body");
+        request.receiver = [&received](std::string_view piece) {
+            received += piece;
+            return true;
+        };
+        const URLResult result = resultOf(this->session(), std::move(request));
+        EXPECT_EQ(received, status == 200 ? "body" : "");
+        EXPECT_EQ(reply(result), std::pair(status, std::string(status == 200 ? "" : "body")));
+    }
+}
+
+TYPED_TEST(URLSessionTest, AReceiverMayHaveHadEnough) {
+    URLRequest request = this->request("/200/body");
+    request.receiver = [](std::string_view) {
+        return false;
+    };
+    EXPECT_EQ(
+        errorCode(resultOf(this->session(), std::move(request))),
+        URLErrorCode::DataLengthExceedsMaximum);
 }
 
 TYPED_TEST(URLSessionTest, RefusesAllButHTTPS) {
@@ -548,6 +573,35 @@ TEST(CurlURLSessionTest, ReadsABodyUpToTheLimit) {
     const Outcome tooLong =
         outcomeOf(sending("HTTP/1.1 200 OK\r\n\r\n" + longest + "x", &Connection::close));
     EXPECT_EQ(errorCode(tooLong.result), URLErrorCode::DataLengthExceedsMaximum);
+}
+
+TEST(CurlURLSessionTest, AReceiverTakesMoreThanTheLimit) {
+    const std::string body(URLSession::maximumReplyBytes + 1, 'x');
+    std::size_t received = 0;
+    URLRequest request;
+    request.receiver = [&received](std::string_view piece) {
+        received += piece.size();
+        return true;
+    };
+    const Outcome outcome =
+        outcomeOf(sending("HTTP/1.1 200 OK\r\n\r\n" + body, &Connection::close), request);
+    EXPECT_EQ(reply(outcome.result), std::pair(200, std::string()));
+    EXPECT_EQ(received, body.size());
+}
+
+TEST(CurlURLSessionTest, TellsWhereARedirectLeads) {
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"Location: http://127.0.0.1/x\r\n", "http://127.0.0.1/x"},
+        {"Location: https://127.0.0.1/x\r\n", "https://127.0.0.1/x"},
+        {"", ""}};
+    for (const auto& [header, redirect] : cases) {
+        const Outcome outcome = outcomeOf([&header = header](Connection& connection) {
+            connection.readRequest();
+            connection.reply(302, "moved", header);
+        });
+        ASSERT_TRUE(reply(outcome.result));
+        EXPECT_EQ(std::get<URLResponse>(outcome.result).redirect, redirect);
+    }
 }
 
 TEST(CurlURLSessionTest, EndlessRepliesEnd) {

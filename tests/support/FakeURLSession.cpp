@@ -53,6 +53,12 @@ std::unique_ptr<URLSession::Task>
 FakeURLSession::start(URLRequest request, std::function<void(URLResult)> completion) {
     const std::uint64_t exchange = pending_->add(std::move(completion));
     Answer result = answer(request);
+    if (auto* response = result ? std::get_if<URLResponse>(&*result) : nullptr;
+        response != nullptr && response->status == 200 && request.receiver) {
+        if (!request.receiver(std::exchange(response->body, {}))) {
+            result = urlError(tavrin::URLErrorCode::DataLengthExceedsMaximum);
+        }
+    }
     requests_.push_back(std::move(request));
     if (result) {
         pending_->finish(exchange, std::move(*result));
