@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace orvel {
+
+/// One item of an update feed, as it says it. What is absent is empty.
+struct AppcastItem {
+    struct Enclosure {
+        std::string url;
+        std::string type;
+        std::string length;
+        /// Base64.
+        std::string signature;
+        std::string system;
+        std::string architecture;
+    };
+
+    std::string version;
+    std::string shortVersion;
+    std::string description;
+    std::string channel;
+    std::string minimumSystemVersion;
+    std::optional<Enclosure> enclosure;
+};
+
+/// An update feed: RSS 2.0 whose items carry an enclosure each, with the elements and attributes of
+/// `appcastNamespace`. The version may stand in the item or in the enclosure.
+inline constexpr std::string_view appcastNamespace =
+    "http://www.andymatuschak.org/xml-namespaces/sparkle";
+
+inline constexpr std::size_t maximumAppcastBytes = std::size_t{1} << 20U;
+
+/// The items in the feed's order. Throws `UpdateError` for what is too long, is not UTF-8, is not
+/// well-formed or nested too deep, is no RSS 2.0, or declares a document type: without one there
+/// are no entities that could grow or reach out.
+[[nodiscard]] std::vector<AppcastItem> parseAppcast(std::string_view text);
+
+} // namespace orvel

@@ -1,0 +1,453 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/linux/AppcastUpdater.h"
+
+#include "core/Errors.h"
+#include "core/UserDefaults.h"
+#include "platform/linux/Appcast.h"
+#include "platform/linux/StagedUpdate.h"
+#include "platform/linux/UpdateError.h"
+#include "platform/linux/UpdateOffer.h"
+
+#include <QObject>
+
+#include <fmt/format.h>
+#include <gnu/libc-version.h>
+#include <sys/utsname.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cassert>
+#include <exception>
+#include <system_error>
+#include <utility>
+#include <variant>
+
+namespace orvel {
+
+namespace {
+
+using tavrin::URLError;
+using Resource = UpdateError::Resource;
+
+constexpr tavrin::Seconds feedTimeout{60};
+/// Of a large update over a slow line.
+constexpr tavrin::Seconds downloadTimeout{3'600};
+/// Of a package: nothing secret is in it, and the system's installer may be another user.
+constexpr unsigned packageMode = 0644;
+
+/// The reply, if it is one of status 200.
+const URLResponse& checkedReply(const URLResult& result, Resource resource) {
+    if (const auto* error = std::get_if<URLError>(&result)) {
+        throw UpdateError(UpdateError::NotLoaded{resource, error->what()});
+    }
+    const auto& response = std::get<URLResponse>(result);
+    if (!response.redirect.empty()) {
+        // Which would also be refused when followed; but it deserves a word of its own.
+        const bool isToPlainHTTP = !response.redirect.starts_with("https://");
+        throw UpdateError(UpdateError::Redirected{resource, isToPlainHTTP});
+    }
+    if (response.status != 200) {
+        throw UpdateError(UpdateError::BadStatus{resource, response.status});
+    }
+    return response;
+}
+
+void makeFolder(const std::filesystem::path& folder) {
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    if (error) {
+        throw tavrin::PlatformError::fromErrno(
+            error.value(), "Could not make the folder " + folder.string());
+    }
+}
+
+} // namespace
+
+/// What the session's thread fills, until the completion runs.
+struct AppcastUpdater::Download {
+    Download(std::filesystem::path place, std::uint64_t length) : file(std::move(place), length) {}
+
+    bool receive(std::string_view piece) noexcept {
+        try {
+            file.append(piece);
+            received = file.received();
+            return true;
+        } catch (...) {
+            failure = std::current_exception();
+            return false;
+        }
+    }
+
+    StagedUpdate file;
+    /// To be shown meanwhile.
+    std::atomic<std::uint64_t> received = 0;
+    std::exception_ptr failure;
+};
+
+struct AppcastUpdater::Cycle {
+    bool isUserInitiated = false;
+    std::unique_ptr<URLSession::Task> task;
+    std::optional<UpdateOffer> offer;
+    std::filesystem::path place;
+    std::shared_ptr<Download> download;
+};
+
+AppcastUpdater::Copy
+AppcastUpdater::thisCopy(std::string_view version, std::filesystem::path packageFolder) {
+    utsname system{};
+    uname(&system);
+    const UpdateVersion oldest = *UpdateVersion::parse("0");
+    return {
+        UpdateVersion::parse(version).value_or(oldest),
+        UpdateInstallation(UpdateInstallation::traces(), std::move(packageFolder)),
+        static_cast<const char*>(system.machine),
+        UpdateVersion::parse(gnu_get_libc_version()).value_or(oldest)};
+}
+
+AppcastUpdater::AppcastUpdater(
+    URLSession& session,
+    Clock& clock,
+    tavrin::UserDefaults& defaults,
+    LogStore& logStore,
+    Copy copy)
+    : session_(session),
+      clock_(clock),
+      defaults_(defaults),
+      logStore_(logStore),
+      copy_(std::move(copy)),
+      isAutomatic_(defaults.boolean(automaticKey).value_or(true)),
+      lastCheck_(defaults.date(lastCheckKey)),
+      skipped_(UpdateVersion::parse(defaults.string(skippedKey).value_or(""))),
+      mainThread_(std::make_unique<QObject>()) {}
+
+AppcastUpdater::~AppcastUpdater() {
+    stop();
+}
+
+void AppcastUpdater::start(Feed feed, Delegate& delegate, UserDriver& userDriver) {
+    assert(state_ == State::Stopped);
+    feed_ = std::move(feed);
+    key_ = UpdateKey::fromBase64(feed_.publicKey);
+    delegate_ = &delegate;
+    userDriver_ = &userDriver;
+    state_ = State::Idle;
+    scheduleNextCheck();
+}
+
+void AppcastUpdater::stop() {
+    timer_.reset();
+    if (cycle_ && cycle_->task) {
+        cycle_->task->cancel();
+    }
+    cycle_.reset();
+    state_ = State::Stopped;
+    delegate_ = nullptr;
+    userDriver_ = nullptr;
+}
+
+void AppcastUpdater::scheduleCheck(tavrin::Seconds delay) {
+    timer_.reset();
+    if (isAutomatic_) {
+        timer_ = clock_.schedule(delay, [this] { check(false); });
+    }
+}
+
+void AppcastUpdater::scheduleNextCheck() {
+    const tavrin::Seconds sinceLast = lastCheck_ ? clock_.now() - *lastCheck_ : checkInterval;
+    // A last check in the future is one by a clock that has been put right since.
+    scheduleCheck(std::clamp(checkInterval - sinceLast, tavrin::Seconds(0), checkInterval));
+}
+
+void AppcastUpdater::setAutomaticallyChecksForUpdates(bool isAutomatic) {
+    isAutomatic_ = isAutomatic;
+    save([isAutomatic](tavrin::UserDefaults& defaults) {
+        defaults.setBoolean(automaticKey, isAutomatic);
+    });
+    if (state_ == State::Idle) {
+        scheduleNextCheck();
+    }
+}
+
+void AppcastUpdater::checkForUpdates() {
+    assert(state_ != State::Stopped);
+    if (state_ == State::Idle) {
+        check(true);
+    } else if (state_ == State::Checking && !cycle_->isUserInitiated) {
+        cycle_->isUserInitiated = true;
+        userDriver_->showChecking();
+    } else {
+        userDriver_->showUpdateInFocus();
+        noteUserAttention();
+    }
+}
+
+void AppcastUpdater::check(bool isUserInitiated) {
+    timer_.reset();
+    state_ = State::Checking;
+    cycle_ = std::make_shared<Cycle>();
+    cycle_->isUserInitiated = isUserInitiated;
+    if (!key_) {
+        refuse(UpdateError(UpdateError::BadKey()).what());
+        return;
+    }
+    URLRequest request;
+    request.url = feed_.url;
+    request.timeout = feedTimeout;
+    cycle_->task = session_.start(
+        std::move(request), [this, cycle = std::weak_ptr(cycle_)](const URLResult& result) {
+            if (!cycle.expired()) {
+                receiveFeed(result);
+            }
+        });
+    if (isUserInitiated) {
+        userDriver_->showChecking();
+    }
+}
+
+void AppcastUpdater::receiveFeed(const URLResult& result) {
+    cycle_->task.reset();
+    try {
+        const auto items = parseAppcast(checkedReply(result, Resource::Feed).body);
+        // Who asks for updates wants to know of a skipped one, too.
+        cycle_->offer = newestUpdate(
+            items,
+            {copy_.version,
+             cycle_->isUserInitiated ? std::nullopt : skipped_,
+             copy_.architecture,
+             std::string(copy_.installation.type()),
+             copy_.systemVersion});
+    } catch (const UpdateError& error) {
+        refuse(error.what());
+        return;
+    }
+    lastCheck_ = clock_.now();
+    save([date = *lastCheck_](tavrin::UserDefaults& defaults) {
+        defaults.setDate(lastCheckKey, date);
+    });
+    const std::weak_ptr cycle = cycle_;
+    delegate_->updaterDidFinishUpdateCheck();
+    if (cycle.expired()) {
+        return;
+    }
+    if (cycle_->offer) {
+        show();
+    } else {
+        const bool isUserInitiated = cycle_->isUserInitiated;
+        UserDriver& userDriver = *userDriver_;
+        endCycle();
+        if (isUserInitiated) {
+            userDriver.showNoUpdate();
+        }
+    }
+}
+
+void AppcastUpdater::show() {
+    state_ = State::Showing;
+    log(LogLevel::Default, fmt::format("Version {} is available.", cycle_->offer->update.version));
+    // Both may lead to anything.
+    const std::shared_ptr<Cycle> cycle = cycle_;
+    const bool isGentle =
+        !cycle->isUserInitiated && delegate_->supportsGentleScheduledUpdateReminders();
+    delegate_->standardUserDriverWillHandleShowingUpdate(
+        cycle->offer->update, cycle->isUserInitiated);
+    if (cycle == cycle_) {
+        userDriver_->showUpdate(
+            cycle->offer->update, isGentle ? Showing::Gently : Showing::InFocus);
+    }
+}
+
+void AppcastUpdater::noteUserAttention() {
+    if (cycle_ && cycle_->offer) {
+        delegate_->standardUserDriverDidReceiveUserAttention(cycle_->offer->update);
+    }
+}
+
+void AppcastUpdater::choose(Choice choice) {
+    if (state_ != State::Showing && state_ != State::Ready) {
+        return;
+    }
+    const State asked = state_;
+    noteUserAttention();
+    if (state_ != asked) {
+        return;
+    }
+    switch (choice) {
+    case Choice::Install:
+        if (asked == State::Showing) {
+            download();
+        } else {
+            install();
+        }
+        return;
+    case Choice::Skip:
+        skipped_ = cycle_->offer->version;
+        save([version = skipped_->text()](tavrin::UserDefaults& defaults) {
+            defaults.setString(skippedKey, version);
+        });
+        break;
+    case Choice::Later:
+        break;
+    }
+    endCycle();
+}
+
+void AppcastUpdater::download() {
+    state_ = State::Downloading;
+    const UpdateOffer& offer = *cycle_->offer;
+    cycle_->place = copy_.installation.place(offer.version.text());
+    try {
+        if (copy_.installation.kind() == UpdateInstallation::Kind::Package) {
+            makeFolder(cycle_->place.parent_path());
+        }
+        cycle_->download = std::make_shared<Download>(cycle_->place, offer.update.length);
+    } catch (const std::exception& error) {
+        refuse(error.what());
+        return;
+    }
+    URLRequest request;
+    request.url = offer.url;
+    request.timeout = downloadTimeout;
+    request.receiver = [download = cycle_->download](std::string_view piece) {
+        return download->receive(piece);
+    };
+    cycle_->task = session_.start(
+        std::move(request), [this, cycle = std::weak_ptr(cycle_)](const URLResult& result) {
+            if (!cycle.expired()) {
+                receiveUpdate(result);
+            }
+        });
+    showProgress();
+}
+
+void AppcastUpdater::showProgress() {
+    timer_ = clock_.schedule(progressInterval, [this] { showProgress(); });
+    userDriver_->showDownload(cycle_->download->received, cycle_->offer->update.length);
+}
+
+void AppcastUpdater::receiveUpdate(const URLResult& result) {
+    timer_.reset();
+    cycle_->task.reset();
+    try {
+        if (cycle_->download->failure) {
+            std::rethrow_exception(cycle_->download->failure);
+        }
+        static_cast<void>(checkedReply(result, Resource::Update));
+    } catch (const std::exception& error) {
+        refuse(error.what());
+        return;
+    }
+    verify();
+}
+
+void AppcastUpdater::verify() {
+    state_ = State::Verifying;
+    work(
+        [download = cycle_->download, key = *key_, signature = cycle_->offer->signature] {
+            download->file.verify(key, signature);
+        },
+        &AppcastUpdater::showReady);
+    userDriver_->showVerification();
+}
+
+void AppcastUpdater::showReady() {
+    state_ = State::Ready;
+    userDriver_->showReadyToInstall(cycle_->offer->update);
+}
+
+void AppcastUpdater::install() {
+    state_ = State::Installing;
+    work(
+        [download = cycle_->download] { download->file.putInPlace(packageMode); },
+        &AppcastUpdater::finishInstalling);
+}
+
+void AppcastUpdater::finishInstalling() {
+    const std::shared_ptr<Cycle> cycle = cycle_;
+    UserDriver& userDriver = *userDriver_;
+    const bool isPackage = copy_.installation.kind() == UpdateInstallation::Kind::Package;
+    log(LogLevel::Default,
+        fmt::format(
+            "Version {} was verified and {}.",
+            cycle->offer->update.version,
+            isPackage ? "stored as a package" : "installed"));
+    if (!isPackage) {
+        // Nothing may go back behind what is on the disk, even before it is started.
+        copy_.version = cycle->offer->version;
+    }
+    endCycle();
+    if (isPackage) {
+        userDriver.revealPackage(cycle->place.string());
+    } else {
+        userDriver.relaunch();
+    }
+}
+
+void AppcastUpdater::cancel() {
+    if (state_ == State::Checking || state_ == State::Downloading) {
+        cycle_->task->cancel();
+        endCycle();
+        // Not at once the very check that nobody wanted to wait for.
+        scheduleCheck(retryInterval);
+    }
+}
+
+void AppcastUpdater::endCycle() {
+    cycle_.reset();
+    state_ = State::Idle;
+    scheduleNextCheck();
+}
+
+void AppcastUpdater::refuse(const std::string& sentence) {
+    const bool isCheck = state_ == State::Checking;
+    const bool isShown = !isCheck || cycle_->isUserInitiated;
+    UserDriver& userDriver = *userDriver_;
+    log(isCheck ? LogLevel::Default : LogLevel::Error, sentence);
+    endCycle();
+    if (isCheck) {
+        scheduleCheck(retryInterval);
+    }
+    if (isShown) {
+        userDriver.showRefusal(sentence);
+    }
+}
+
+void AppcastUpdater::work(std::function<void()> job, void (AppcastUpdater::*then)()) {
+    worker_ = std::jthread([this, job = std::move(job), then, cycle = std::weak_ptr(cycle_)] {
+        std::optional<std::string> failure;
+        try {
+            job();
+        } catch (const std::exception& error) {
+            failure = error.what();
+        }
+        QMetaObject::invokeMethod(
+            mainThread_.get(),
+            [this, then, cycle, failure = std::move(failure)] {
+                if (cycle.expired()) {
+                    return;
+                }
+                if (failure) {
+                    refuse(*failure);
+                } else {
+                    (this->*then)();
+                }
+            },
+            Qt::QueuedConnection);
+    });
+}
+
+void AppcastUpdater::save(std::function<void(tavrin::UserDefaults&)> change) {
+    // Waits for the one before, so that the last change stands.
+    saver_ = std::jthread([this, change = std::move(change)] {
+        try {
+            change(defaults_);
+        } catch (const tavrin::PlatformError& error) {
+            log(LogLevel::Error, error.what());
+        }
+    });
+}
+
+void AppcastUpdater::log(LogLevel level, std::string_view message) const {
+    logStore_.write(level, "updater", message);
+}
+
+} // namespace orvel

@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <exception>
+#include <string>
+#include <variant>
+
+namespace orvel {
+
+/// Why there is no update to be had. `what()` is a sentence for the user.
+class UpdateError final : public std::exception {
+public:
+    enum class Resource { Feed, Update };
+
+    /// No reply came, for that reason.
+    struct NotLoaded {
+        Resource resource;
+        std::string reason;
+    };
+    struct BadStatus {
+        Resource resource;
+        int status;
+    };
+    struct Redirected {
+        Resource resource;
+        bool isToPlainHTTP;
+    };
+    struct FeedTooLong {};
+    struct FeedNotUTF8 {};
+    /// It may declare entities.
+    struct FeedWithDocumentType {};
+    struct FeedNotXML {
+        std::uint64_t line;
+    };
+    struct FeedNotRSS {};
+    /// An item lacks that, or has it in a form that cannot be used. The version is empty when that
+    /// is what is wrong.
+    struct Missing {
+        std::string version;
+        std::string what;
+    };
+    struct Unusable {
+        std::string version;
+        std::string what;
+    };
+    struct NotHTTPS {
+        std::string version;
+    };
+    /// Of this build.
+    struct BadKey {};
+    struct TooShort {
+        std::uint64_t expected;
+        std::uint64_t received;
+    };
+    struct TooLong {
+        std::uint64_t expected;
+    };
+    struct BadSignature {};
+    /// What was verified is not what lies in its place.
+    struct Swapped {};
+    /// The system refused, as that sentence says.
+    struct NotStored {
+        std::string reason;
+    };
+
+    using Case = std::variant<
+        NotLoaded,
+        BadStatus,
+        Redirected,
+        FeedTooLong,
+        FeedNotUTF8,
+        FeedWithDocumentType,
+        FeedNotXML,
+        FeedNotRSS,
+        Missing,
+        Unusable,
+        NotHTTPS,
+        BadKey,
+        TooShort,
+        TooLong,
+        BadSignature,
+        Swapped,
+        NotStored>;
+
+    // Thrown by its case.
+    // NOLINTNEXTLINE(google-explicit-constructor)
+    UpdateError(Case reason);
+
+    [[nodiscard]] const Case& reason() const { return reason_; }
+    [[nodiscard]] const char* what() const noexcept override { return description_.c_str(); }
+
+private:
+    Case reason_;
+    std::string description_;
+};
+
+} // namespace orvel

@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+namespace orvel {
+
+/// How this copy of the application came onto the system, and so in which form its updates come.
+class UpdateInstallation final {
+public:
+    enum class Kind {
+        /// One file, which an update replaces.
+        AppImage,
+        /// A package of the system. An update is another one, for the system's installer to open.
+        Package,
+    };
+
+    /// What tells it, of this process or of one that a test makes up.
+    struct Traces {
+        std::filesystem::path executable;
+        /// "APPIMAGE": the file that was started.
+        std::filesystem::path appImage;
+        /// "APPDIR": where its content is mounted.
+        std::filesystem::path appDir;
+    };
+
+    /// Of this process.
+    [[nodiscard]] static Traces traces();
+
+    /// An AppImage only if the executable is its content: these variables may come from another
+    /// program that started this one. Packages go to that folder.
+    UpdateInstallation(const Traces& traces, std::filesystem::path packageFolder);
+
+    [[nodiscard]] Kind kind() const { return kind_; }
+    /// The MIME type of updates.
+    [[nodiscard]] std::string_view type() const;
+    /// The file to replace, or to make, for an update of that version, which must be one.
+    [[nodiscard]] std::filesystem::path place(std::string_view version) const;
+
+private:
+    Kind kind_ = Kind::Package;
+    std::filesystem::path path_;
+};
+
+} // namespace orvel

@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/linux/UpdateKey.h"
+
+#include <QByteArray>
+
+#include <openssl/err.h>
+#include <openssl/evp.h>
+
+#include <algorithm>
+#include <memory>
+
+namespace orvel {
+
+namespace {
+
+struct Free {
+    void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
+    void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
+};
+
+template <std::size_t size>
+std::optional<std::array<std::uint8_t, size>> decoded(std::string_view text) {
+    const auto result = QByteArray::fromBase64Encoding(
+        QByteArray(text.data(), static_cast<qsizetype>(text.size())),
+        QByteArray::AbortOnBase64DecodingErrors);
+    if (!result || result.decoded.size() != qsizetype{size}) {
+        return std::nullopt;
+    }
+    std::array<std::uint8_t, size> bytes{};
+    std::ranges::copy(result.decoded, bytes.begin());
+    return bytes;
+}
+
+} // namespace
+
+std::optional<UpdateSignature> updateSignatureFromBase64(std::string_view text) {
+    return decoded<std::tuple_size_v<UpdateSignature>>(text);
+}
+
+std::optional<UpdateKey> UpdateKey::fromBase64(std::string_view text) {
+    const auto bytes = decoded<sizeof(bytes_)>(text);
+    if (!bytes) {
+        return std::nullopt;
+    }
+    UpdateKey key;
+    key.bytes_ = *bytes;
+    return key;
+}
+
+bool UpdateKey::verifies(
+    const UpdateSignature& signature, std::span<const std::uint8_t> content) const {
+    const std::unique_ptr<EVP_PKEY, Free> key(
+        EVP_PKEY_new_raw_public_key(EVP_PKEY_ED25519, nullptr, bytes_.data(), bytes_.size()));
+    const std::unique_ptr<EVP_MD_CTX, Free> context(EVP_MD_CTX_new());
+    const bool isValid =
+        key && context &&
+        EVP_DigestVerifyInit(context.get(), nullptr, nullptr, nullptr, key.get()) == 1 &&
+        EVP_DigestVerify(
+            context.get(), signature.data(), signature.size(), content.data(), content.size()) == 1;
+    ERR_clear_error();
+    return isValid;
+}
+
+} // namespace orvel

@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string_view>
+
+namespace orvel {
+
+/// An Ed25519 signature.
+using UpdateSignature = std::array<std::uint8_t, 64>;
+
+/// No value unless it is Base64 of that many bytes, with nothing around it.
+[[nodiscard]] std::optional<UpdateSignature> updateSignatureFromBase64(std::string_view text);
+
+/// The public key whose signature an update must bear.
+class UpdateKey final {
+public:
+    /// No value unless it is Base64 of 32 bytes, with nothing around it.
+    [[nodiscard]] static std::optional<UpdateKey> fromBase64(std::string_view text);
+
+    /// Whether the key's owner signed exactly that.
+    [[nodiscard]] bool
+    verifies(const UpdateSignature& signature, std::span<const std::uint8_t> content) const;
+
+private:
+    std::array<std::uint8_t, 32> bytes_{};
+};
+
+} // namespace orvel

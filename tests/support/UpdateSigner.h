@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+struct evp_pkey_st;
+
+namespace orvel::test {
+
+/// A fresh Ed25519 key that signs updates. Both texts are Base64.
+class UpdateSigner final {
+public:
+    UpdateSigner();
+
+    [[nodiscard]] std::string publicKey() const;
+    [[nodiscard]] std::string signature(std::string_view content) const;
+
+private:
+    std::shared_ptr<evp_pkey_st> key_;
+};
+
+} // namespace orvel::test
