@@ -4,6 +4,7 @@
 #include "platform/SoftwareUpdater.h"
 
 #include <optional>
+#include <string>
 #include <utility>
 
 namespace orvel::test {
@@ -63,6 +64,9 @@ public:
         if (shown_) {
             lastChoice_ = choice;
             const SoftwareUpdate update = *std::exchange(shown_, std::nullopt);
+            if (choice == Choice::Skip) {
+                skipped_ = update.version;
+            }
             delegate_->standardUserDriverDidReceiveUserAttention(update);
         }
     }
@@ -77,7 +81,7 @@ private:
     void check(bool isUserInitiated) {
         lastCheck_ = time_;
         delegate_->updaterDidFinishUpdateCheck();
-        if (offer_) {
+        if (offer_ && (isUserInitiated || offer_->version != skipped_)) {
             shown_ = offer_;
             delegate_->standardUserDriverWillHandleShowingUpdate(*shown_, isUserInitiated);
             const bool isGentle =
@@ -91,6 +95,7 @@ private:
     std::optional<SoftwareUpdate> offer_;
     tavrin::Date time_;
     std::optional<SoftwareUpdate> shown_;
+    std::string skipped_;
     std::optional<tavrin::Date> lastCheck_;
     bool isAutomatic_ = true;
     int requestedCheckCount_ = 0;

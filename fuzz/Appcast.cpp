@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/linux/Appcast.h"
+
+#include "core/Text.h"
+#include "fuzz/Check.h"
+#include "platform/linux/UpdateError.h"
+#include "platform/linux/UpdateOffer.h"
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+using namespace orvel;
+
+namespace {
+
+const UpdateVersion current = *UpdateVersion::parse("1.0");
+const UpdateVersion skipped = *UpdateVersion::parse("1.1");
+
+void checkOffer(const UpdateOffer& offer) {
+    check(offer.version > current && offer.version > skipped);
+    check(offer.version.text() == offer.update.version);
+    check(offer.url.starts_with("https://"));
+    check(offer.update.length > 0 && offer.update.length <= maximumUpdateBytes);
+    check(tavrin::isValidUTF8(offer.update.displayVersion));
+    check(tavrin::isValidUTF8(offer.update.releaseNotes));
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    try {
+        const auto items = parseAppcast({reinterpret_cast<const char*>(data), size});
+        const UpdateCriteria criteria{
+            current, skipped, "x86_64", "application/vnd.appimage", *UpdateVersion::parse("2.36")};
+        if (const auto offer = newestUpdate(items, criteria)) {
+            checkOffer(*offer);
+        }
+    } catch (const UpdateError&) {
+        // What is no feed must be refused with this error and no other.
+    }
+    return 0;
+}

@@ -1,0 +1,198 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/SoftwareUpdater.h"
+
+#include "platform/linux/AppcastUpdater.h"
+#include "tests/support/AppcastBuilder.h"
+#include "tests/support/FakeSoftwareUpdater.h"
+#include "tests/support/FakeURLSession.h"
+#include "tests/support/InMemoryUserDefaults.h"
+#include "tests/support/ManualClock.h"
+#include "tests/support/RecordingLogStore.h"
+#include "tests/support/RecordingUserDriver.h"
+#include "tests/support/RunTask.h"
+#include "tests/support/UpdateSigner.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace orvel::test {
+
+namespace {
+
+using Choice = SoftwareUpdater::Choice;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+struct FakeFixture {
+    void offer(const std::optional<std::string>& version) {
+        updater.setOffer(
+            version ? std::optional(SoftwareUpdate{*version, *version, "", 3}) : std::nullopt);
+    }
+    void passADay() { updater.passADay(); }
+
+    SoftwareUpdater::Feed feed{"https://h/feed.xml", "key"};
+    FakeSoftwareUpdater updater;
+};
+
+struct AppcastFixture {
+    AppcastFixture() {
+        session.setHandler([this](const URLRequest&) { return URLResponse{200, text}; });
+        // So that the first scheduled check is a day away.
+        defaults.setDate(AppcastUpdater::lastCheckKey, clock.now());
+    }
+
+    void offer(const std::optional<std::string>& version) {
+        AppcastBuilder builder;
+        if (version) {
+            builder.add(
+                AppcastBuilder::Item(*version, "https://h/update", 3, signer.signature("new"))
+                    .with("type", "application/vnd.debian.binary-package"));
+        }
+        text = builder.text();
+    }
+    void passADay() { clock.advance(AppcastUpdater::checkInterval); }
+
+    UpdateSigner signer;
+    std::string text = AppcastBuilder().text();
+    FakeURLSession session;
+    ManualClock clock;
+    InMemoryUserDefaults defaults;
+    RecordingLogStore logStore;
+    SoftwareUpdater::Feed feed{"https://h/feed.xml", signer.publicKey()};
+    AppcastUpdater updater{
+        session,
+        clock,
+        defaults,
+        logStore,
+        {*UpdateVersion::parse("1.0"),
+         UpdateInstallation({}, "/nonexistent"),
+         "x86_64",
+         *UpdateVersion::parse("2.36")}};
+};
+
+class RecordingDelegate final : public SoftwareUpdater::Delegate {
+public:
+    std::vector<std::string> told;
+
+    [[nodiscard]] bool supportsGentleScheduledUpdateReminders() const override { return true; }
+    void standardUserDriverWillHandleShowingUpdate(
+        const SoftwareUpdate& update, bool isUserInitiated) override {
+        told.push_back(update.version + (isUserInitiated ? " asked for" : " on schedule"));
+    }
+    void standardUserDriverDidReceiveUserAttention(const SoftwareUpdate& update) override {
+        told.push_back(update.version + " seen");
+    }
+    void updaterDidFinishUpdateCheck() override { told.emplace_back("checked"); }
+};
+
+template <typename Fixture>
+class SoftwareUpdaterTest : public testing::Test {
+protected:
+    SoftwareUpdaterTest() { updater().start(fixture_.feed, delegate_, userDriver_); }
+    ~SoftwareUpdaterTest() override { updater().stop(); }
+
+    SoftwareUpdater& updater() { return fixture_.updater; }
+    void passADay() {
+        fixture_.passADay();
+        processEvents();
+    }
+    void checkForUpdates() {
+        updater().checkForUpdates();
+        processEvents();
+    }
+
+    RecordingDelegate delegate_;
+    RecordingUserDriver userDriver_;
+    Fixture fixture_;
+};
+
+using Fixtures = testing::Types<AppcastFixture, FakeFixture>;
+TYPED_TEST_SUITE(SoftwareUpdaterTest, Fixtures);
+
+} // namespace
+
+TYPED_TEST(SoftwareUpdaterTest, WhoAsksLearnsThatThereIsNothingNewer) {
+    this->checkForUpdates();
+    EXPECT_THAT(this->userDriver_.shown(), ElementsAre("checking", "no update"));
+    EXPECT_THAT(this->delegate_.told, ElementsAre("checked"));
+    EXPECT_TRUE(this->updater().lastUpdateCheckDate());
+}
+
+TYPED_TEST(SoftwareUpdaterTest, AScheduledCheckThatFindsNothingIsSilent) {
+    this->passADay();
+    EXPECT_THAT(this->userDriver_.shown(), IsEmpty());
+    EXPECT_THAT(this->delegate_.told, ElementsAre("checked"));
+}
+
+TYPED_TEST(SoftwareUpdaterTest, AScheduledFindIsGentleUntilTheUserAsks) {
+    this->fixture_.offer("2.0");
+    this->passADay();
+    this->checkForUpdates();
+    EXPECT_THAT(this->userDriver_.shown(), ElementsAre("update 2.0 gently", "in focus"));
+    EXPECT_THAT(this->delegate_.told, ElementsAre("checked", "2.0 on schedule", "2.0 seen"));
+}
+
+TYPED_TEST(SoftwareUpdaterTest, AFindThatWasAskedForIsInFocus) {
+    this->fixture_.offer("2.0");
+    this->checkForUpdates();
+    EXPECT_THAT(this->userDriver_.shown(), ElementsAre("checking", "update 2.0 in focus"));
+    EXPECT_THAT(this->delegate_.told, ElementsAre("checked", "2.0 asked for"));
+}
+
+TYPED_TEST(SoftwareUpdaterTest, WhatWasPutOffComesAgain) {
+    this->fixture_.offer("2.0");
+    this->passADay();
+    this->updater().choose(Choice::Later);
+    this->updater().choose(Choice::Later);
+    EXPECT_THAT(this->delegate_.told, ElementsAre("checked", "2.0 on schedule", "2.0 seen"));
+    this->passADay();
+    EXPECT_THAT(this->userDriver_.shown(), ElementsAre("update 2.0 gently", "update 2.0 gently"));
+}
+
+TYPED_TEST(SoftwareUpdaterTest, WhatWasSkippedComesOnlyToWhoAsks) {
+    this->fixture_.offer("2.0");
+    this->passADay();
+    this->updater().choose(Choice::Skip);
+    this->userDriver_.clear();
+    this->passADay();
+    EXPECT_THAT(this->userDriver_.shown(), IsEmpty());
+    this->checkForUpdates();
+    EXPECT_THAT(this->userDriver_.shown(), ElementsAre("checking", "update 2.0 in focus"));
+}
+
+TYPED_TEST(SoftwareUpdaterTest, ANoticedUpdateIsTold) {
+    this->fixture_.offer("2.0");
+    this->passADay();
+    this->updater().noteUserAttention();
+    EXPECT_EQ(this->delegate_.told.back(), "2.0 seen");
+}
+
+TYPED_TEST(SoftwareUpdaterTest, WithoutAutomaticChecksOnlyAskingHelps) {
+    EXPECT_TRUE(this->updater().automaticallyChecksForUpdates());
+    this->updater().setAutomaticallyChecksForUpdates(false);
+    EXPECT_FALSE(this->updater().automaticallyChecksForUpdates());
+    this->passADay();
+    EXPECT_THAT(this->delegate_.told, IsEmpty());
+    this->checkForUpdates();
+    EXPECT_THAT(this->delegate_.told, ElementsAre("checked"));
+}
+
+TYPED_TEST(SoftwareUpdaterTest, WhenStoppedItIsSilent) {
+    this->fixture_.offer("2.0");
+    this->updater().stop();
+    this->passADay();
+    this->updater().choose(Choice::Install);
+    this->updater().noteUserAttention();
+    this->updater().cancel();
+    EXPECT_THAT(this->userDriver_.shown(), IsEmpty());
+    EXPECT_THAT(this->delegate_.told, IsEmpty());
+    this->updater().start(this->fixture_.feed, this->delegate_, this->userDriver_);
+    this->checkForUpdates();
+    EXPECT_THAT(this->userDriver_.shown(), ElementsAre("checking", "update 2.0 in focus"));
+}
+
+} // namespace orvel::test
