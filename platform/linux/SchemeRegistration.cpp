@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/SchemeRegistration.h"
 
+#include "platform/linux/DesktopEntry.h"
 #include "platform/linux/DesktopProgram.h"
 #include "platform/linux/ReadFile.h"
 #include "platform/linux/SignInDesktopEntry.h"
 #include "platform/linux/StartThread.h"
 
-#include <QDir>
 #include <QFileInfo>
 #include <QObject>
-#include <QSaveFile>
 #include <QStandardPaths>
 #include <QString>
 
@@ -30,37 +29,6 @@ constexpr auto entryName = "app.orvel.OrvelAgent.SignIn.desktop";
 constexpr auto mimeType = "x-scheme-handler/orvelagent";
 constexpr tavrin::Seconds longestRun(10);
 constexpr std::size_t maximumEntryBytes = std::size_t{64} << 10U;
-
-std::string replaced(std::string_view text, char character, std::string_view by) {
-    std::string result;
-    for (const char each : text) {
-        if (each == character) {
-            result.append(by);
-        } else {
-            result.push_back(each);
-        }
-    }
-    return result;
-}
-
-/// As a value of a desktop entry.
-std::string entryValue(std::string_view text) {
-    return replaced(text, '\\', R"(\\)");
-}
-
-/// As the program of a desktop entry's command. Quotes only when they must be: some desktops take
-/// them for part of the name.
-std::string commandValue(const std::string& program) {
-    std::string word = program;
-    if (program.find_first_of(" \"'\\><~|&;$*?#()`") != std::string::npos) {
-        word = replaced(word, '\\', R"(\\)");
-        word = replaced(word, '"', R"(\")");
-        word = replaced(word, '`', R"(\`)");
-        word = replaced(word, '$', R"(\$)");
-        word = fmt::format("\"{}\"", word);
-    }
-    return entryValue(replaced(word, '%', "%%"));
-}
 
 /// Whether the user's or the system's entry, whichever counts, is for a program that exists.
 bool entryHasProgram() {
@@ -92,17 +60,12 @@ std::string write(const std::filesystem::path& program) {
     if (std::ranges::any_of(path, [](char byte) { return byte > 0 && byte < ' '; })) {
         throw tavrin::PlatformError::fromErrno(EINVAL, "The program's path");
     }
-    const QDir folder(QStandardPaths::writableLocation(QStandardPaths::ApplicationsLocation));
-    QSaveFile file(folder.filePath(QString::fromLatin1(entryName)));
-    const std::string entry = fmt::format(signInDesktopEntry, entryValue(path), commandValue(path));
-    if (!folder.mkpath(QStringLiteral(".")) || !file.open(QIODevice::WriteOnly) ||
-        file.write(QByteArray::fromStdString(entry)) < 0 || !file.commit()) {
-        throw tavrin::PlatformError(
-            std::string(tavrin::posixErrorDomain),
-            EIO,
-            fmt::format("{}: {}", file.fileName().toStdString(), file.errorString().toStdString()));
-    }
-    return folder.path().toStdString();
+    const std::filesystem::path folder =
+        QStandardPaths::writableLocation(QStandardPaths::ApplicationsLocation).toStdString();
+    writeDesktopEntry(
+        folder / entryName,
+        fmt::format(signInDesktopEntry, desktopEntryValue(path), desktopEntryCommand(path)));
+    return folder.string();
 }
 
 bool hasSucceeded(const std::variant<FinishedProgram, tavrin::PlatformError>& result) {

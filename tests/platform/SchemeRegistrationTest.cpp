@@ -243,7 +243,7 @@ TEST_F(SchemeRegistrationTest, AMissingProgramIsLogged) {
 TEST_F(SchemeRegistrationTest, AFolderThatCannotBeWrittenIsLogged) {
     writeFile(folder_ / "data", "in the way");
     ensure();
-    expectFailure(usersEntry().string());
+    expectFailure("Could not write " + usersEntry().string());
 }
 
 TEST_F(SchemeRegistrationTest, ADesktopWithoutItsProgramsIsLogged) {

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "platform/LoginItem.h"
+
+#include <QObject>
+
+#include <functional>
+#include <optional>
+#include <utility>
+#include <vector>
+
+namespace orvel::test {
+
+/// A login item that is nothing but its state.
+class FakeLoginItem final : public LoginItem {
+public:
+    Status current = Status::NotRegistered;
+    /// Everything fails with this, and changes nothing.
+    std::optional<tavrin::PlatformError> error;
+    /// The registrations (true) and unregistrations (false) so far, also the failed ones.
+    std::vector<bool> changes;
+
+    void registerItem(Completion completion) override {
+        change(true, Status::Enabled, std::move(completion));
+    }
+
+    void unregisterItem(Completion completion) override {
+        change(false, Status::NotRegistered, std::move(completion));
+    }
+
+    void status(StatusCompletion completion) override {
+        std::variant<Status, tavrin::PlatformError> result = current;
+        if (error) {
+            result = *error;
+        }
+        later([completion = std::move(completion), result] { completion(result); });
+    }
+
+private:
+    void change(bool isRegistering, Status wanted, Completion completion) {
+        changes.push_back(isRegistering);
+        if (!error) {
+            current = wanted;
+        }
+        later([completion = std::move(completion), result = error] { completion(result); });
+    }
+
+    void later(std::function<void()> job) {
+        QMetaObject::invokeMethod(&context_, std::move(job), Qt::QueuedConnection);
+    }
+
+    QObject context_;
+};
+
+} // namespace orvel::test
