@@ -8,6 +8,7 @@
 #include "platform/Clock.h"
 #include "platform/Keychain.h"
 #include "platform/LogStore.h"
+#include "platform/LoginItem.h"
 #include "platform/URLSession.h"
 #include "platform/WebAuthenticationSession.h"
 #include "platform/Workspace.h"
@@ -44,6 +45,7 @@ struct Platform {
     std::unique_ptr<Workspace> workspace;
     std::unique_ptr<Keychain> keychain;
     std::unique_ptr<WebAuthenticationSession> webAuthenticationSession;
+    std::unique_ptr<LoginItem> loginItem;
 };
 
 /// User defaults of their own in that file; it need not exist. Throws `tavrin::PlatformError` when

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/Platform.h"
+#include "platform/linux/AutostartLoginItem.h"
 #include "platform/linux/BrowserAuthenticationSession.h"
 #include "platform/linux/CoreDumps.h"
 #include "platform/linux/CurlURLSession.h"
 #include "platform/linux/EvolutionAddressBook.h"
 #include "platform/linux/JournalSocket.h"
 #include "platform/linux/KernelFileCopier.h"
+#include "platform/linux/OwnProgram.h"
 #include "platform/linux/PlistBundle.h"
 #include "platform/linux/SchemeRegistration.h"
 #include "platform/linux/SecretServiceKeychain.h"
@@ -60,6 +62,13 @@ Platform makePlatform(PlatformOptions options) {
         *platform.clock,
         *platform.logStore,
         [registration](std::function<void()> ready) { registration->ensure(std::move(ready)); });
+
+    const std::string identifier = platform.bundle->identifier();
+    platform.loginItem = std::make_unique<AutostartLoginItem>(AutostartLoginItem::Options{
+        AutostartLoginItem::defaultFolder(),
+        identifier,
+        platform.bundle->infoString("CFBundleDisplayName").value_or(identifier),
+        ownProgram()});
     return platform;
 }
 

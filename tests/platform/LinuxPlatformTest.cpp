@@ -96,6 +96,25 @@ TEST_F(LinuxPlatformTest, LogsUnderTheBundlesIdentifier) {
     EXPECT_EQ(std::get<std::vector<LogEntry>>(*entries).at(0).subsystem, "app.test");
 }
 
+TEST_F(LinuxPlatformTest, StartsThisProgramAtLogin) {
+    const Platform platform = makePlatform(options_);
+    bool isDone = false;
+    platform.loginItem->registerItem([&isDone](const auto& error) {
+        isDone = true;
+        EXPECT_FALSE(error);
+    });
+    while (!isDone) {
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    }
+    std::ifstream entry(folder_ / "autostart/app.test.desktop");
+    const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
+    bool isFound = false;
+    for (std::string line; std::getline(entry, line);) {
+        isFound = isFound || line == "TryExec=" + program;
+    }
+    EXPECT_TRUE(isFound);
+}
+
 TEST_F(LinuxPlatformTest, KeepsTheUserDefaultsInTheConfigurationFolder) {
     makePlatform(options_).userDefaults->setInteger("k", 1);
     EXPECT_TRUE(std::filesystem::exists(folder_ / "orvel-agent" / "defaults.conf"));
