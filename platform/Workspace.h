@@ -23,6 +23,9 @@ public:
     /// Opens an https URL in the default browser. Calls back exactly once, never before this
     /// returns; not at all when the workspace is destroyed first.
     virtual void openURL(std::string url, Completion completion) = 0;
+
+    /// Whether another process traces this one just now. No protection of any kind.
+    [[nodiscard]] virtual bool isDebuggerAttached() const = 0;
 };
 
 } // namespace orvel

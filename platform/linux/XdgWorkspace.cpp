@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/XdgWorkspace.h"
 
+#include "platform/linux/DebuggerProbe.h"
 #include "platform/linux/DesktopProgram.h"
 
 #include <QObject>
@@ -74,6 +75,10 @@ void XdgWorkspace::openURL(std::string url, Completion completion) {
         ProgramOutput::Dropped,
         context_.get(),
         [this, opening](const auto& result) { finish(opening, errorOf(result)); });
+}
+
+bool XdgWorkspace::isDebuggerAttached() const {
+    return orvel::isDebuggerAttached();
 }
 
 void XdgWorkspace::finish(

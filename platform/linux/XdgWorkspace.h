@@ -13,7 +13,7 @@ class QObject;
 
 namespace orvel {
 
-/// The desktop's own way of opening things: xdg-open.
+/// The desktop's own way of opening things, xdg-open, and the kernel's word on debuggers.
 ///
 /// On some desktops xdg-open itself becomes the browser and lives as long as it, so one that still
 /// runs after five seconds counts as a success. Destroying the workspace leaves the browser alone.
@@ -24,6 +24,7 @@ public:
     ~XdgWorkspace() override;
 
     void openURL(std::string url, Completion completion) override;
+    [[nodiscard]] bool isDebuggerAttached() const override;
 
 private:
     struct Opening {

@@ -19,6 +19,7 @@ public:
     std::optional<tavrin::PlatformError> openError;
     /// Everything that was to be opened.
     std::vector<std::string> openedURLs;
+    bool hasDebugger = false;
 
     void openURL(std::string url, Completion completion) override {
         openedURLs.push_back(std::move(url));
@@ -27,6 +28,8 @@ public:
             [completion = std::move(completion), error = openError] { completion(error); },
             Qt::QueuedConnection);
     }
+
+    [[nodiscard]] bool isDebuggerAttached() const override { return hasDebugger; }
 
 private:
     QObject context_;
