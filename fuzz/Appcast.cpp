@@ -14,11 +14,8 @@ using namespace orvel;
 
 namespace {
 
-const UpdateVersion current = *UpdateVersion::parse("1.0");
-const UpdateVersion skipped = *UpdateVersion::parse("1.1");
-
-void checkOffer(const UpdateOffer& offer) {
-    check(offer.version > current && offer.version > skipped);
+void checkOffer(const UpdateOffer& offer, const UpdateCriteria& criteria) {
+    check(offer.version > criteria.current && offer.version > *criteria.skipped);
     check(offer.version.text() == offer.update.version);
     check(offer.url.starts_with("https://"));
     check(offer.update.length > 0 && offer.update.length <= maximumUpdateBytes);
@@ -34,7 +31,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const UpdateCriteria criteria{
             current, skipped, "x86_64", "application/vnd.appimage", *UpdateVersion::parse("2.36")};
         if (const auto offer = newestUpdate(items, criteria)) {
-            checkOffer(*offer);
+            checkOffer(*offer, criteria);
         }
     } catch (const UpdateError&) {
         // What is no feed must be refused with this error and no other.

@@ -98,10 +98,8 @@ UpdateSigningKey UpdateSigningKey::load(const std::filesystem::path& file) {
         "The private key can be read by other users: make it mode 600.");
     EVP_PKEY* const key = PEM_read_PrivateKey(stream.get(), nullptr, noPassword, nullptr);
     ERR_clear_error();
-    const UpdateSigningKey loaded = [&] {
-        check(key != nullptr, "The file holds no private key without a password.");
-        return UpdateSigningKey(key);
-    }();
+    check(key != nullptr, "The file holds no private key without a password.");
+    UpdateSigningKey loaded(key);
     check(EVP_PKEY_is_a(key, "ED25519") == 1, "The private key is no Ed25519 key.");
     return loaded;
 }
@@ -119,10 +117,9 @@ void UpdateSigningKey::save(const std::filesystem::path& file) const {
             1 &&
         std::fflush(stream.get()) == 0 && fsync(fileno(stream.get())) == 0;
     if (!isWritten) {
-        const PlatformError error =
-            PlatformError::fromErrno(errno, "Could not write " + file.string());
+        const int error = errno;
         unlink(file.c_str());
-        throw error;
+        throw PlatformError::fromErrno(error, "Could not write " + file.string());
     }
 }
 

@@ -64,9 +64,9 @@ StagedUpdate::StagedUpdate(std::filesystem::path place, std::uint64_t length, Wa
     open(way);
     if (fallocate(file_.get(), FALLOC_FL_KEEP_SIZE, 0, static_cast<off_t>(length_)) != 0 &&
         isWithoutRoom(errno)) {
-        const PlatformError error = couldNotStore();
+        const int error = errno;
         removeName();
-        throw error;
+        throw couldNotStore(error);
     }
 }
 
@@ -80,12 +80,12 @@ void StagedUpdate::removeName() const {
     }
 }
 
-PlatformError StagedUpdate::couldNotStore() const {
-    return PlatformError::fromErrno(errno, "Could not store the update beside " + place_.string());
+PlatformError StagedUpdate::couldNotStore(int error) const {
+    return PlatformError::fromErrno(error, "Could not store the update beside " + place_.string());
 }
 
-PlatformError StagedUpdate::couldNotReplace() const {
-    return PlatformError::fromErrno(errno, "Could not replace " + place_.string());
+PlatformError StagedUpdate::couldNotReplace(int error) const {
+    return PlatformError::fromErrno(error, "Could not replace " + place_.string());
 }
 
 void StagedUpdate::open(Way way) {
@@ -100,7 +100,7 @@ void StagedUpdate::open(Way way) {
         isNamed_ = file_.isOpen();
     }
     if (!file_.isOpen()) {
-        throw couldNotStore();
+        throw couldNotStore(errno);
     }
 }
 
@@ -114,7 +114,7 @@ void StagedUpdate::append(std::string_view bytes) {
             continue;
         }
         if (written < 0) {
-            throw couldNotStore();
+            throw couldNotStore(errno);
         }
         bytes.remove_prefix(static_cast<std::size_t>(written));
         received_ += static_cast<std::uint64_t>(written);
@@ -125,7 +125,7 @@ void StagedUpdate::verify(const UpdateKey& key, const UpdateSignature& signature
     struct stat status {};
     // What counts is what the disk has, not what we remember.
     if (fstat(file_.get(), &status) != 0 || fsync(file_.get()) != 0) {
-        throw couldNotStore();
+        throw couldNotStore(errno);
     }
     const auto size = static_cast<std::uint64_t>(status.st_size);
     if (size > length_) {
@@ -151,14 +151,14 @@ void StagedUpdate::putInPlace(unsigned modeIfNew) {
     const bool isNew = fstatat(folder_.get(), target.c_str(), &former, AT_SYMLINK_NOFOLLOW) != 0;
     constexpr mode_t permissions = 0777;
     if (fchmod(file_.get(), isNew ? mode_t{modeIfNew} : former.st_mode & permissions) != 0) {
-        throw couldNotReplace();
+        throw couldNotReplace(errno);
     }
     giveName();
     if (!isAt(name_)) {
         throw UpdateError(UpdateError::Swapped());
     }
     if (renameat(folder_.get(), name_.c_str(), folder_.get(), target.c_str()) != 0) {
-        throw couldNotReplace();
+        throw couldNotReplace(errno);
     }
     isNamed_ = false;
     // Where the system crashes before this, one of both files is there.
@@ -179,7 +179,7 @@ void StagedUpdate::giveName() {
     const std::string descriptor = "/proc/self/fd/" + std::to_string(file_.get());
     if (linkat(AT_FDCWD, descriptor.c_str(), folder_.get(), name_.c_str(), AT_SYMLINK_FOLLOW) !=
         0) {
-        throw couldNotReplace();
+        throw couldNotReplace(errno);
     }
     isNamed_ = true;
 }

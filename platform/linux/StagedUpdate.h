@@ -52,9 +52,8 @@ private:
     void open(Way way);
     void giveName();
     void removeName() const;
-    /// With what `errno` says.
-    [[nodiscard]] tavrin::PlatformError couldNotStore() const;
-    [[nodiscard]] tavrin::PlatformError couldNotReplace() const;
+    [[nodiscard]] tavrin::PlatformError couldNotStore(int error) const;
+    [[nodiscard]] tavrin::PlatformError couldNotReplace(int error) const;
     /// Whether the name in the folder stands for this file.
     [[nodiscard]] bool isAt(const std::string& name) const;
 

@@ -485,10 +485,14 @@ TEST_F(AppcastUpdaterScheduleTest, ItCanBeDestroyedAtAnyStep) {
             }
         };
         updater().checkForUpdates();
-        ASSERT_TRUE(shows(last));
+        // It may be a step further by the time that is seen.
+        ASSERT_TRUE(runUntil([&] {
+            return testing::Value(userDriver_.shown(), testing::Contains(std::string(last)));
+        }));
+        const std::vector<std::string> shown = userDriver_.shown();
         updater_.reset();
         processEvents();
-        EXPECT_EQ(userDriver_.shown().back(), last);
+        EXPECT_EQ(userDriver_.shown(), shown);
         EXPECT_EQ(content(place_), "old");
         EXPECT_THAT(leftovers(), IsEmpty());
         userDriver_.clear();
@@ -637,7 +641,7 @@ TEST_F(AppcastUpdaterDownloadTest, APackageIsStoredAndRevealed) {
     EXPECT_EQ(content(package), "new content");
 }
 
-TEST_F(AppcastUpdaterDownloadTest, ALargeUpdateIsNotKeptInMemory) {
+TEST_F(AppcastUpdaterDownloadTest, AnUpdateMayBeLongerThanAReply) {
     const std::string large(URLSession::maximumReplyBytes * 2, 'x');
     update(large);
     EXPECT_EQ(outcome().back(), "relaunch");
