@@ -29,7 +29,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     try {
         const auto items = parseAppcast({reinterpret_cast<const char*>(data), size});
         const UpdateCriteria criteria{
-            current, skipped, "x86_64", "application/vnd.appimage", *UpdateVersion::parse("2.36")};
+            *UpdateVersion::parse("1.0"),
+            UpdateVersion::parse("1.1"),
+            "x86_64",
+            "application/vnd.appimage",
+            *UpdateVersion::parse("2.36")};
         if (const auto offer = newestUpdate(items, criteria)) {
             checkOffer(*offer, criteria);
         }
