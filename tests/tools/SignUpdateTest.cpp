@@ -14,7 +14,6 @@
 #include <fstream>
 #include <iterator>
 #include <optional>
-#include <regex>
 #include <span>
 #include <string>
 #include <vector>
@@ -66,10 +65,10 @@ protected:
 
     [[nodiscard]] std::string signature() const {
         const Finished signing = run({"--key", keyFile_, update_});
-        std::smatch found;
-        EXPECT_TRUE(std::regex_search(
-            signing.output, found, std::regex("sparkle:edSignature=\"([^\"]*)\"")));
-        return found[1];
+        const std::string start = "sparkle:edSignature=\"";
+        EXPECT_TRUE(signing.output.starts_with(start));
+        return signing.output.substr(
+            start.size(), signing.output.find('"', start.size()) - start.size());
     }
 
     [[nodiscard]] std::vector<std::string>
