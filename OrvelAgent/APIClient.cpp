@@ -2,6 +2,7 @@
 #include "OrvelAgent/APIClient.h"
 
 #include "OrvelAgent/Configuration.h"
+#include "OrvelAgent/Deferred.h"
 #include "OrvelAgent/URLLoading.h"
 #include "core/SessionPolicy.h"
 #include "core/Text.h"
@@ -38,6 +39,37 @@ std::string firstCharacters(const std::string& bytes) {
     return text.left(end).toStdString();
 }
 
+using Token = std::optional<tavrin::Secret>;
+
+/// Catches everything: whoever waited may have given up meanwhile.
+QCoro::Task<> deliver(APIClient::TokenProvider provider, std::shared_ptr<Deferred<Token>> token) {
+    Token value;
+    std::exception_ptr failure;
+    try {
+        value = co_await provider();
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    if (failure) {
+        token->reject(failure);
+    } else {
+        token->resolve(std::move(value));
+    }
+}
+
+/// The provider may have to wait for a keychain or a network; a request that is cancelled meanwhile
+/// ends at once.
+QCoro::Task<Token>
+tokenOf(APIClient::TokenProvider provider, tavrin::CancellationToken cancellation) {
+    const auto token = std::make_shared<Deferred<Token>>();
+    const auto registration = cancellation.onCancel([token] {
+        token->reject(std::make_exception_ptr(
+            tavrin::URLError(tavrin::URLErrorCode::Cancelled, "The request was cancelled.")));
+    });
+    const QCoro::Task<> delivery = deliver(std::move(provider), token);
+    co_return co_await token->result();
+}
+
 } // namespace
 
 APIClient::APIClient(
@@ -57,7 +89,8 @@ APIClient::APIClient(
       onSessionExpired_(std::move(onSessionExpired)),
       encoder_(std::make_shared<JSONEncoder>()) {}
 
-QCoro::Task<URLRequest> APIClient::makeRequest(std::string path, std::string method) const {
+QCoro::Task<URLRequest> APIClient::makeRequest(
+    std::string path, std::string method, tavrin::CancellationToken cancellation) const {
     URLRequest request;
     request.url = baseURL_ + path;
     if (!QUrl(QString::fromStdString(request.url), QUrl::StrictMode).isValid()) {
@@ -69,7 +102,7 @@ QCoro::Task<URLRequest> APIClient::makeRequest(std::string path, std::string met
     request.headers.emplace_back("User-Agent", userAgent_);
     request.headers.emplace_back(
         tavrin::SessionPolicy::headerName, tavrin::SessionPolicy::headerValue);
-    const std::optional<tavrin::Secret> token = co_await tokenProvider_();
+    const std::optional<tavrin::Secret> token = co_await tokenOf(tokenProvider_, cancellation);
     if (token) {
         // Of its final size from the start, so that growing leaves no copies.
         std::string authorization;

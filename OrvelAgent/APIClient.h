@@ -74,7 +74,8 @@ private:
         std::string method,
         std::shared_ptr<const Body> body,
         tavrin::CancellationToken cancellation) {
-        URLRequest request = co_await client.makeRequest(std::move(path), std::move(method));
+        URLRequest request =
+            co_await client.makeRequest(std::move(path), std::move(method), cancellation);
         if (body) {
             auto encode = [encoder = client.encoder_, body = std::move(body)] {
                 return encoder->encode(*body);
@@ -107,6 +108,10 @@ private:
             }
             return Failure{APIError(status, "Response had no data."), false};
         }
+        if (!envelope && isSuccess && HoldsSecrets<Reply>) {
+            // Not understood, and what would be shown of it may be the secret.
+            return Failure{APIError(status, "Response had no data."), false};
+        }
         if (!envelope) {
             return failureOf(status, body, std::nullopt, std::nullopt);
         }
@@ -119,7 +124,8 @@ private:
         std::optional<std::string> error,
         std::optional<std::string> code);
 
-    QCoro::Task<URLRequest> makeRequest(std::string path, std::string method) const;
+    QCoro::Task<URLRequest>
+    makeRequest(std::string path, std::string method, tavrin::CancellationToken cancellation) const;
     QCoro::Task<URLResponse>
     exchange(URLRequest request, tavrin::CancellationToken cancellation) const;
 

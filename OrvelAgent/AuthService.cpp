@@ -43,6 +43,12 @@ QCoro::Task<std::optional<tavrin::Secret>> currentTokenOf(QPointer<AuthService> 
     co_return co_await service->currentToken();
 }
 
+void throwIfCancelled(const tavrin::CancellationToken& cancellation) {
+    if (cancellation.isCancelled()) {
+        throw AuthError("Sign-in was cancelled.");
+    }
+}
+
 QCoro::Task<> signOutOf(QPointer<AuthService> service) {
     if (service) {
         service->signOut();
@@ -69,14 +75,16 @@ AuthService::~AuthService() {
     restoreCancellation_.cancel();
     signInCancellation_.cancel();
     const std::shared_ptr<Refresh> refresh = cancelRefresh();
-    restoration_.resolve({});
+    restoration_.reject(std::make_exception_ptr(tavrin::TaskCancelled()));
     if (refresh) {
         refresh->token.resolve(std::nullopt);
     }
 }
 
-QCoro::Task<> AuthService::restored() {
+QCoro::Task<> AuthService::restored(tavrin::CancellationToken cancellation) {
     const auto end = restoration_.waiter();
+    const auto registration = cancellation.onCancel(
+        [end] { end->reject(std::make_exception_ptr(tavrin::TaskCancelled())); });
     co_await end->result();
 }
 
@@ -102,11 +110,6 @@ QCoro::Task<> AuthService::restore(tavrin::CancellationToken cancellation) {
     }
 }
 
-void AuthService::finishRestoring() {
-    restoreCancellation_.cancel();
-    restoration_.resolve({});
-}
-
 QCoro::Task<> AuthService::signIn() {
     if (isSigningIn_) {
         co_return;
@@ -127,18 +130,27 @@ QCoro::Task<> AuthService::signIn() {
         APIClient api = client(noToken);
         tavrin::Secret customToken = co_await deviceAuth_.authorize(std::move(api), cancellation);
         lifetime.throwIfCancelled();
+        throwIfCancelled(cancellation);
         log_.log("sign-in: got custom token, exchanging for an ID token");
         const FirebaseIdentity::Tokens tokens =
             co_await identity_.signInWithCustomToken(std::move(customToken), cancellation);
         lifetime.throwIfCancelled();
+        throwIfCancelled(cancellation);
+        // A refresh of the session before this one must not come after it.
+        const std::shared_ptr<Refresh> refresh = cancelRefresh();
         Session session;
         session.refreshToken = tokens.refreshToken;
         saveSession(session);
         isSignedIn_ = true;
         adopt(tokens);
         log_.log("sign-in: succeeded");
-        finishRestoring();
+        restoreCancellation_.cancel();
         Q_EMIT changed();
+        if (refresh) {
+            refresh->token.resolve(tokens.idToken);
+        }
+        lifetime.throwIfCancelled();
+        restoration_.resolve({});
         lifetime.throwIfCancelled();
         co_await loadProfile(cancellation);
     } catch (...) {
@@ -178,6 +190,8 @@ void AuthService::cancelSignIn() {
 }
 
 void AuthService::signOut() {
+    const tavrin::CancellationToken lifetime = lifetime_.token();
+    ++signOuts_;
     keychain_.remove(sessionKey);
     for (const char* key : earlierKeys) {
         keychain_.remove(key);
@@ -190,11 +204,15 @@ void AuthService::signOut() {
     accountHandle_.reset();
     needsAccount_ = false;
     lastError_.reset();
-    finishRestoring();
+    restoreCancellation_.cancel();
     Q_EMIT changed();
-    // Last: those who wait go on here and now.
+    // Last: those who hear of it and those who wait go on here and now, and may destroy this
+    // object.
     if (refresh) {
         refresh->token.resolve(std::nullopt);
+    }
+    if (!lifetime.isCancelled()) {
+        restoration_.resolve({});
     }
 }
 
@@ -204,11 +222,13 @@ QCoro::Task<std::optional<tavrin::Secret>> AuthService::currentToken() {
         co_return token;
     }
     // Nothing suspends between the look and the start, so there is never more than one.
-    if (!refreshInFlight_) {
-        refreshInFlight_ = std::make_shared<Refresh>();
-        refreshing_ = refreshTokens(refreshInFlight_);
+    std::shared_ptr<Refresh> refresh = refreshInFlight_;
+    if (!refresh) {
+        refresh = std::make_shared<Refresh>();
+        refreshInFlight_ = refresh;
+        refreshing_ = refreshTokens(refresh);
     }
-    const auto token = refreshInFlight_->token.waiter();
+    const auto token = refresh->token.waiter();
     co_return co_await token->result();
 }
 
@@ -290,8 +310,15 @@ void AuthService::openAccountPage() {
         });
 }
 
-QCoro::Task<std::optional<tavrin::PlatformError>> AuthService::stored() {
-    return keychain_.settled(lifetime_.token());
+QCoro::Task<std::optional<tavrin::PlatformError>>
+AuthService::stored(tavrin::CancellationToken cancellation) {
+    tavrin::CancellationSource either;
+    const auto cancel = [either]() mutable {
+        either.cancel();
+    };
+    const auto byCaller = cancellation.onCancel(cancel);
+    const auto byEnd = lifetime_.token().onCancel(cancel);
+    co_return co_await keychain_.settled(either.token());
 }
 
 QCoro::Task<std::optional<AuthService::Session>>
@@ -308,13 +335,15 @@ AuthService::loadSession(tavrin::CancellationToken cancellation) const {
     }
 }
 
-void AuthService::saveSession(const Session& session) const {
+void AuthService::saveSession(const Session& session) {
+    ++saves_;
     const boost::json::value json = boost::json::value_from(session, wipingStorage());
     keychain_.write(sessionKey, tavrin::Secret(serializeSecretJSON(json)));
 }
 
 QCoro::Task<> AuthService::loadProfile(tavrin::CancellationToken cancellation) {
     const tavrin::CancellationToken lifetime = lifetime_.token();
+    const std::uint64_t signOuts = signOuts_;
     std::optional<Session> session;
     Profile profile;
     try {
@@ -322,12 +351,19 @@ QCoro::Task<> AuthService::loadProfile(tavrin::CancellationToken cancellation) {
         profile =
             co_await api.send<Profile, Empty>("/api/v1/profile", "GET", nullptr, cancellation);
         lifetime.throwIfCancelled();
-        session = co_await loadSession(lifetime);
+        // The session that is merged must be the one that is replaced.
+        std::uint64_t saves = 0;
+        do {
+            saves = saves_;
+            session = co_await loadSession(lifetime);
+            lifetime.throwIfCancelled();
+        } while (saves != saves_);
     } catch (const std::exception&) {
         // The session is as good without it.
         co_return;
     }
-    if (lifetime.isCancelled()) {
+    if (signOuts != signOuts_) {
+        // It was the profile of a session that is over.
         co_return;
     }
     if (!session) {

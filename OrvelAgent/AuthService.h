@@ -21,6 +21,7 @@
 #include <QCoroTask>
 #include <QObject>
 
+#include <cstdint>
 #include <exception>
 #include <memory>
 #include <optional>
@@ -69,8 +70,9 @@ public:
     ~AuthService() override;
 
     /// Waits until the stored session is read, or no longer matters because the user has signed in
-    /// or out. That may take as long as the user takes to unlock the keychain.
-    QCoro::Task<> restored();
+    /// or out. That may take as long as the user takes to unlock the keychain. Throws
+    /// `tavrin::TaskCancelled` at once when cancelled, and when this object is destroyed.
+    QCoro::Task<> restored(tavrin::CancellationToken cancellation = {});
 
     /// Signs in through the browser. Never throws: how it went is in the properties. Does nothing
     /// while a sign-in runs.
@@ -95,8 +97,9 @@ public:
     void openAccountPage();
 
     /// Waits until the keychain has every change, and gives the reason when it cannot keep them
-    /// beyond the life of this process.
-    QCoro::Task<std::optional<tavrin::PlatformError>> stored();
+    /// beyond the life of this process. Throws as `restored` does.
+    QCoro::Task<std::optional<tavrin::PlatformError>>
+    stored(tavrin::CancellationToken cancellation = {});
 
     /// A session with a refresh token exists.
     [[nodiscard]] bool isSignedIn() const { return isSignedIn_; }
@@ -120,14 +123,13 @@ private:
     };
 
     QCoro::Task<> restore(tavrin::CancellationToken cancellation);
-    void finishRestoring();
     void finishSignIn(const std::exception_ptr& failure);
     QCoro::Task<> refreshTokens(std::shared_ptr<Refresh> refresh);
     void failRefresh(const std::exception_ptr& failure);
     [[nodiscard]] std::shared_ptr<Refresh> cancelRefresh();
 
     QCoro::Task<std::optional<Session>> loadSession(tavrin::CancellationToken cancellation) const;
-    void saveSession(const Session& session) const;
+    void saveSession(const Session& session);
     QCoro::Task<> loadProfile(tavrin::CancellationToken cancellation);
     void adopt(const FirebaseIdentity::Tokens& tokens);
     [[nodiscard]] APIClient
@@ -154,6 +156,9 @@ private:
     std::optional<tavrin::Date> idTokenExpiry_;
     std::shared_ptr<Refresh> refreshInFlight_;
     tavrin::CancellationSource signInCancellation_;
+    /// How often the stored session was changed, and how often the user was signed out.
+    std::uint64_t saves_ = 0;
+    std::uint64_t signOuts_ = 0;
 
     SharedResult<void> restoration_;
     tavrin::CancellationSource restoreCancellation_;

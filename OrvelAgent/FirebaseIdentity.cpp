@@ -42,6 +42,10 @@ constexpr std::array<std::string_view, 8> revocationReasons = {
 /// The provider writes seconds as text.
 tavrin::Seconds lifetimeFrom(std::string_view text) {
     double seconds = 0;
+    // The library's reader takes every sign but this one.
+    if (text.starts_with('+') && !text.starts_with("+-")) {
+        text.remove_prefix(1);
+    }
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
     const bool isNumber = error == std::errc() && end == text.data() + text.size();
     return isNumber && std::isfinite(seconds) ? tavrin::Seconds(seconds) : defaultLifetime;

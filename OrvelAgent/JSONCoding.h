@@ -15,7 +15,7 @@
 
 namespace orvel {
 
-/// A body that holds secrets says so with `static constexpr bool isSecret = true`.
+/// A body or a reply that holds secrets says so with `static constexpr bool isSecret = true`.
 template <typename Value>
 concept HoldsSecrets = requires {
     requires Value::isSecret;

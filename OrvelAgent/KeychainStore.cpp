@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <exception>
+#include <map>
 #include <utility>
 
 namespace orvel {
@@ -24,7 +25,8 @@ auto rejectWhenCancelled(
 /// Shared with the completions, which may come when the store is gone.
 struct KeychainStore::Changes {
     std::size_t pending = 0;
-    std::optional<tavrin::PlatformError> lastFailure;
+    /// By key, until a later change of the same item succeeds.
+    std::map<std::string, tavrin::PlatformError> failures;
     std::shared_ptr<SharedResult<void>> end;
 };
 
@@ -44,12 +46,12 @@ KeychainStore::read(std::string key, tavrin::CancellationToken cancellation) con
 
 void KeychainStore::write(std::string key, tavrin::Secret value) const {
     ++changes_->pending;
-    keychain_.write(service_, std::move(key), std::move(value), completion(changes_));
+    keychain_.write(service_, key, std::move(value), completion(changes_, key));
 }
 
 void KeychainStore::remove(std::string key) const {
     ++changes_->pending;
-    keychain_.remove(service_, std::move(key), completion(changes_));
+    keychain_.remove(service_, key, completion(changes_, key));
 }
 
 QCoro::Task<std::optional<tavrin::PlatformError>>
@@ -64,13 +66,21 @@ KeychainStore::settled(tavrin::CancellationToken cancellation) const {
         const auto registration = rejectWhenCancelled(cancellation, end);
         co_await end->result();
     }
-    const std::optional<tavrin::PlatformError> failure = changes->lastFailure;
+    if (changes->failures.empty()) {
+        co_return std::nullopt;
+    }
+    const std::optional<tavrin::PlatformError> failure = changes->failures.begin()->second;
     co_return failure;
 }
 
-Keychain::ChangeCompletion KeychainStore::completion(std::shared_ptr<Changes> changes) {
-    return [changes = std::move(changes)](std::optional<tavrin::PlatformError> failure) {
-        changes->lastFailure = std::move(failure);
+Keychain::ChangeCompletion
+KeychainStore::completion(std::shared_ptr<Changes> changes, std::string key) {
+    return [changes = std::move(changes),
+            key = std::move(key)](const std::optional<tavrin::PlatformError>& failure) {
+        changes->failures.erase(key);
+        if (failure) {
+            changes->failures.emplace(key, *failure);
+        }
         if (--changes->pending == 0) {
             if (const auto end = std::exchange(changes->end, nullptr)) {
                 end->resolve({});

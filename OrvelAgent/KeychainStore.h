@@ -31,16 +31,16 @@ public:
 
     void remove(std::string key) const;
 
-    /// Waits until all changes so far are stored, or have failed to be. Gives the reason why the
-    /// last of them will not outlive this process, if so. Throws `tavrin::TaskCancelled` at once
-    /// when cancelled.
+    /// Waits until all changes so far are stored, or have failed to be. Gives the reason why an
+    /// item's last change will not outlive this process, if there is such an item. Throws
+    /// `tavrin::TaskCancelled` at once when cancelled.
     QCoro::Task<std::optional<tavrin::PlatformError>>
     settled(tavrin::CancellationToken cancellation) const;
 
 private:
     struct Changes;
 
-    static Keychain::ChangeCompletion completion(std::shared_ptr<Changes> changes);
+    static Keychain::ChangeCompletion completion(std::shared_ptr<Changes> changes, std::string key);
 
     Keychain& keychain_;
     std::string service_;

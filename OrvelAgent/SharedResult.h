@@ -3,6 +3,7 @@
 
 #include "OrvelAgent/Deferred.h"
 
+#include <exception>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -25,17 +26,18 @@ public:
         auto waiter = std::make_shared<Deferred<T>>();
         if (value_) {
             waiter->resolve(*value_);
+        } else if (error_) {
+            waiter->reject(error_);
         } else {
             waiters_.push_back(waiter);
         }
         return waiter;
     }
 
-    [[nodiscard]] bool isSettled() const { return value_.has_value(); }
+    // Only the first settling counts. Those who wait resume inside it, and may destroy this object.
 
-    /// Only the first call counts. Those who wait resume inside it, and may destroy this object.
     void resolve(Value value) {
-        if (value_) {
+        if (isSettled()) {
             return;
         }
         value_ = value;
@@ -44,8 +46,21 @@ public:
         }
     }
 
+    void reject(const std::exception_ptr& error) {
+        if (isSettled()) {
+            return;
+        }
+        error_ = error;
+        for (const auto& waiter : std::exchange(waiters_, {})) {
+            waiter->reject(error);
+        }
+    }
+
 private:
+    [[nodiscard]] bool isSettled() const { return value_.has_value() || error_ != nullptr; }
+
     std::optional<Value> value_;
+    std::exception_ptr error_;
     std::vector<std::shared_ptr<Deferred<T>>> waiters_;
 };
 

@@ -64,6 +64,11 @@ std::optional<std::string> textOf(const std::optional<tavrin::Secret>& token) {
     return token ? std::optional(token->text()) : std::nullopt;
 }
 
+QCoro::Task<> destroyWhenRestored(std::unique_ptr<AuthService>* auth) {
+    co_await (*auth)->restored();
+    auth->reset();
+}
+
 class AuthServiceTest : public testing::Test {
 protected:
     AuthServiceTest() {
@@ -435,6 +440,37 @@ TEST_F(AuthServiceTest, ASignInCanBeCancelledWhileItWaitsForTheServer) {
     EXPECT_THAT(keychain_.items, IsEmpty());
 }
 
+TEST_F(AuthServiceTest, ASignInCancelledWithTheLastReplyOnItsWayIsNone) {
+    start();
+    urlSession_.setHandler([this](const URLRequest& request) -> FakeURLSession::Answer {
+        const bool isExchange = request.url.find(exchangePath) != std::string::npos;
+        if (!isExchange) {
+            // It arrives, is decoded, and finds the user gone.
+            QMetaObject::invokeMethod(
+                auth_.get(), [this] { auth_->cancelSignIn(); }, Qt::QueuedConnection);
+        }
+        return URLResponse{200, isExchange ? exchangeReply : signInReply};
+    });
+    runTask(auth_->signIn());
+    EXPECT_FALSE(auth_->isSignedIn());
+    EXPECT_TRUE(auth_->lastError());
+    EXPECT_THAT(keychain_.items, IsEmpty());
+}
+
+TEST_F(AuthServiceTest, ASignInEndsTheRefreshOfTheSessionBefore) {
+    hang(refreshPath);
+    startSignedIn();
+    auto waiting = auth_->currentToken();
+    while (requestCount(refreshPath) == 0) {
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    }
+    runTask(auth_->signIn());
+    EXPECT_EQ(textOf(runTask(std::move(waiting))), "id-secret-1");
+    EXPECT_THAT(keychain_.items[sessionItem], HasSubstr("refresh-secret-1"));
+    processEvents();
+    EXPECT_EQ(urlSession_.inFlight(), 0U);
+}
+
 // --- Profile ---
 
 TEST_F(AuthServiceTest, AFailedProfileCallChangesNothing) {
@@ -474,6 +510,58 @@ TEST_F(AuthServiceTest, A401WithoutTheCodeInTheProfileCallKeepsTheSession) {
     start();
     runTask(auth_->signIn());
     EXPECT_TRUE(auth_->isSignedIn());
+}
+
+TEST_F(AuthServiceTest, SigningOutWhileTheProfileIsMergedStaysSignedOut) {
+    start();
+    urlSession_.setHandler([this](const URLRequest& request) -> FakeURLSession::Answer {
+        if (request.url.find(profilePath) != std::string::npos) {
+            // The stored session is read, and the answer waits.
+            keychain_.lock();
+            return URLResponse{200, profileReply};
+        }
+        const bool isExchange = request.url.find(exchangePath) != std::string::npos;
+        return URLResponse{200, isExchange ? exchangeReply : signInReply};
+    });
+    auto signIn = auth_->signIn();
+    while (!keychain_.isReadWaiting()) {
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    }
+    auth_->signOut();
+    keychain_.unlock();
+    runTask(std::move(signIn));
+    expectSignedOut();
+}
+
+TEST_F(AuthServiceTest, ASessionStoredWhileTheProfileIsMergedIsNotReplacedByTheOlder) {
+    answerWith(profilePath, 200, profileReply);
+    start();
+    urlSession_.setHandler([this](const URLRequest& request) -> FakeURLSession::Answer {
+        if (request.url.find(profilePath) != std::string::npos) {
+            keychain_.lock();
+            return URLResponse{200, profileReply};
+        }
+        if (request.url.find(refreshPath) != std::string::npos) {
+            return URLResponse{200, refreshReply};
+        }
+        const bool isExchange = request.url.find(exchangePath) != std::string::npos;
+        return URLResponse{200, isExchange ? exchangeReply : signInReply};
+    });
+    auto signIn = auth_->signIn();
+    while (!keychain_.isReadWaiting()) {
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    }
+    clock_.advance(tavrin::Seconds(3600));
+    auto token = auth_->currentToken();
+    // The refresh reads what is stored, too; it comes to its end first.
+    keychain_.unlockLast();
+    EXPECT_EQ(textOf(runTask(std::move(token))), "id-secret-2");
+    keychain_.unlock();
+    runTask(std::move(signIn));
+    EXPECT_EQ(
+        keychain_.items[sessionItem],
+        R"({"refreshToken":"refresh-secret-2","uid":"uid-1","email":"one@orvel.example",)"
+        R"("handle":"one"})");
 }
 
 TEST_F(AuthServiceTest, AProfileWithoutAStoredSessionIsStoredWithAnEmptyRefreshToken) {
@@ -685,6 +773,35 @@ TEST_F(AuthServiceTest, WithoutAKeychainTheSessionLivesInMemory) {
     EXPECT_THAT(keychain_.items, IsEmpty());
 }
 
+TEST_F(AuthServiceTest, ASessionThatCannotBeRemovedIsSaidWhateverElseCanBe) {
+    startSignedIn();
+    keychain_.errorsByAccount.emplace(
+        "session", tavrin::PlatformError("Keychain", 2, "The keychain is locked."));
+    auth_->signOut();
+    const auto failure = runTask(auth_->stored());
+    ASSERT_TRUE(failure);
+    EXPECT_STREQ(failure->what(), "The keychain is locked.");
+    keychain_.errorsByAccount.clear();
+    auth_->signOut();
+    EXPECT_EQ(runTask(auth_->stored()), std::nullopt);
+}
+
+TEST_F(AuthServiceTest, WaitingForTheKeychainCanBeCancelled) {
+    keychain_.lock();
+    begin();
+    tavrin::CancellationSource source;
+    auto restored = auth_->restored(source.token());
+    auth_->signOut();
+    begin();
+    auto waiting = auth_->restored(source.token());
+    auto stored = auth_->stored(source.token());
+    source.cancel();
+    runTask(std::move(restored));
+    EXPECT_THROW(runTask(std::move(waiting)), tavrin::TaskCancelled);
+    EXPECT_EQ(runTask(std::move(stored)), std::nullopt);
+    EXPECT_THROW(static_cast<void>(runTask(auth_->stored(source.token()))), tavrin::TaskCancelled);
+}
+
 TEST_F(AuthServiceTest, ItIsStoredWhenTheKeychainHasEveryChange) {
     start();
     EXPECT_EQ(runTask(auth_->stored()), std::nullopt);
@@ -724,7 +841,7 @@ TEST_F(AuthServiceTest, ItMayBeDestroyedWhileTheKeychainIsLocked) {
     begin();
     auto restored = auth_->restored();
     auth_.reset();
-    runTask(std::move(restored));
+    EXPECT_THROW(runTask(std::move(restored)), tavrin::TaskCancelled);
     keychain_.unlock();
     processEvents();
 }
@@ -780,6 +897,24 @@ TEST_F(AuthServiceTest, ItMayBeDestroyedByWhoeverHearsOfAChange) {
         });
         runTask(auth_->signIn());
         EXPECT_EQ(auth_, nullptr) << ending;
+    }
+}
+
+TEST_F(AuthServiceTest, ItMayBeDestroyedByWhoeverWaitedForTheSession) {
+    for (const bool isSigningIn : {false, true}) {
+        keychain_.lock();
+        begin();
+        auto destroyed = destroyWhenRestored(&auth_);
+        if (isSigningIn) {
+            runTask(auth_->signIn());
+        } else {
+            auth_->signOut();
+        }
+        runTask(std::move(destroyed));
+        EXPECT_EQ(auth_, nullptr);
+        keychain_.unlock();
+        processEvents();
+        keychain_.items.clear();
     }
 }
 

@@ -321,6 +321,17 @@ TEST_F(DeviceAuthTest, ASuccessThatIsNotUnderstoodIsNotShown) {
     }
 }
 
+TEST_F(DeviceAuthTest, ARefusalWithTheStatusOfASuccessIsTheServicesError) {
+    redirectTo("orvelagent://callback?code=abc");
+    network_.enqueue(200, R"({"ok":false,"error":"nope"})");
+    try {
+        static_cast<void>(runTask(authorize()));
+        FAIL();
+    } catch (const APIError& error) {
+        EXPECT_STREQ(error.what(), "nope");
+    }
+}
+
 TEST_F(DeviceAuthTest, AFailureOfTheTransportPassesUnchanged) {
     redirectTo("orvelagent://callback?code=abc");
     network_.enqueue(tavrin::URLErrorCode::TimedOut);

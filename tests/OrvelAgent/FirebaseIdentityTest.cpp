@@ -172,6 +172,8 @@ TEST_F(FirebaseIdentityTest, ALifetimeThatIsNoNumberIsAnHour) {
         {"0", 0},
         {"-5", -5},
         {"1e2", 100},
+        {"+120", 120},
+        {"+-5", 3600},
         {"abc", 3600},
         {"", 3600},
         {"12x", 3600},

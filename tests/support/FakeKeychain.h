@@ -24,11 +24,21 @@ public:
     std::vector<Name> removals;
     /// Changes hold in this process only, and fail with this.
     std::optional<tavrin::PlatformError> writeError;
+    /// As `writeError`, for one account of any service.
+    std::map<std::string, tavrin::PlatformError> errorsByAccount;
     /// Changes are lost altogether, without a word.
     bool losesWrites = false;
 
     /// From now on reads wait.
     void lock() { isLocked_ = true; }
+
+    [[nodiscard]] bool isReadWaiting() const { return !waiting_.empty(); }
+
+    /// Answers the read that has waited for the shortest time.
+    void unlockLast() {
+        later(std::move(waiting_.back()));
+        waiting_.pop_back();
+    }
 
     /// Answers the reads that wait.
     void unlock() {
@@ -55,16 +65,18 @@ public:
         std::string account,
         tavrin::Secret value,
         ChangeCompletion completion) override {
+        const Name name(std::move(service), std::move(account));
         if (!losesWrites) {
-            set({std::move(service), std::move(account)}, value.text());
+            set(name, value.text());
         }
-        finish(std::move(completion));
+        finish(name, std::move(completion));
     }
 
     void remove(std::string service, std::string account, ChangeCompletion completion) override {
-        removals.emplace_back(service, account);
-        set({std::move(service), std::move(account)}, std::nullopt);
-        finish(std::move(completion));
+        const Name name(std::move(service), std::move(account));
+        removals.push_back(name);
+        set(name, std::nullopt);
+        finish(name, std::move(completion));
     }
 
 private:
@@ -77,8 +89,13 @@ private:
                                    : std::optional(tavrin::Secret(std::string(item->second)));
     }
 
+    [[nodiscard]] std::optional<tavrin::PlatformError> errorOf(const Name& name) const {
+        const auto error = errorsByAccount.find(name.second);
+        return error == errorsByAccount.end() ? writeError : error->second;
+    }
+
     void set(const Name& name, const std::optional<std::string>& value) {
-        if (writeError) {
+        if (errorOf(name)) {
             inMemory_[name] =
                 value ? std::optional(tavrin::Secret(std::string(*value))) : std::nullopt;
         } else if (value) {
@@ -88,8 +105,8 @@ private:
         }
     }
 
-    void finish(ChangeCompletion completion) {
-        later([completion = std::move(completion), error = writeError] { completion(error); });
+    void finish(const Name& name, ChangeCompletion completion) {
+        later([completion = std::move(completion), error = errorOf(name)] { completion(error); });
     }
 
     void later(std::function<void()> job) {
