@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/AccountCommand.h"
 
-#include <QCoreApplication>
-
 #include <boost/json/object.hpp>
 #include <boost/json/serialize.hpp>
 #include <fmt/format.h>
@@ -34,12 +32,9 @@ QCoro::Task<int> AccountCommand::run() {
 }
 
 void AccountCommand::cancel() {
-    if (auth_->isSigningIn()) {
-        auth_->cancelSignIn();
-    } else {
-        // Waiting for the keychain, perhaps for the user to unlock it.
-        QCoreApplication::exit(failed);
-    }
+    // Also while it waits for the keychain, perhaps for the user to unlock it.
+    cancellation_.cancel();
+    auth_->cancelSignIn();
 }
 
 QCoro::Task<int> AccountCommand::signIn() {
@@ -56,7 +51,7 @@ QCoro::Task<int> AccountCommand::signIn() {
         fmt::print(stderr, "orvel-scan: The service ended the session at once.\n");
         co_return failed;
     }
-    if (const auto failure = co_await auth_->stored()) {
+    if (const auto failure = co_await auth_->stored(cancellation_.token())) {
         fmt::print(stderr, "orvel-scan: The session could not be kept: {}\n", failure->what());
         co_return failed;
     }
@@ -66,16 +61,20 @@ QCoro::Task<int> AccountCommand::signIn() {
 
 QCoro::Task<int> AccountCommand::signOut() {
     auth_->signOut();
-    if (const auto failure = co_await auth_->stored()) {
+    if (const auto failure = co_await auth_->stored(cancellation_.token())) {
         fmt::print(stderr, "orvel-scan: The session could not be removed: {}\n", failure->what());
         co_return failed;
     }
-    printAccount();
+    if (arguments_.printsJSON) {
+        printAccount();
+    } else {
+        fmt::print("Signed out.\n");
+    }
     co_return succeeded;
 }
 
 QCoro::Task<int> AccountCommand::showAccount() {
-    co_await auth_->restored();
+    co_await auth_->restored(cancellation_.token());
     printAccount();
     co_return auth_->isSignedIn() ? succeeded : failed;
 }

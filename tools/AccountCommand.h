@@ -26,6 +26,7 @@ private:
     void printAccount() const;
 
     ScanArguments arguments_;
+    tavrin::CancellationSource cancellation_;
     Platform platform_;
     Worker worker_;
     std::unique_ptr<AuthService> auth_;

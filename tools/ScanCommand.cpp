@@ -32,6 +32,9 @@ PlatformOptions scanPlatformOptions(const ScanArguments& arguments, bool isInter
     return options;
 }
 
+/// For the keychain, after a signal.
+constexpr tavrin::Seconds lastChance(2);
+
 QCoro::Task<std::optional<tavrin::Secret>> provide(std::optional<tavrin::Secret> token) {
     co_return token;
 }
@@ -124,16 +127,15 @@ QCoro::Task<int> ScanCommand::run() {
     std::optional<CollectorService::ScanSummary> summary;
     try {
         if (auth_) {
-            canLeaveAtOnce_ = true;
             co_await awaitSession();
         }
         People people;
         people.hints = co_await fetchHints();
         if (arguments_.usesAddressBook) {
-            canLeaveAtOnce_ = true;
+            isConsultingAddressBook_ = true;
             people = co_await consultAddressBook(std::move(people.hints));
         }
-        canLeaveAtOnce_ = false;
+        isConsultingAddressBook_ = false;
         summary = co_await collector_->runScan(
             *arguments_.mode,
             *arguments_.scope,
@@ -149,9 +151,7 @@ QCoro::Task<int> ScanCommand::run() {
         summary = collector_->history().front();
     }
     if (auth_) {
-        // A refreshed session must not be lost: its predecessor may be good no more.
-        canLeaveAtOnce_ = true;
-        co_await auth_->stored();
+        co_await awaitStorage();
     }
     if (!print(*summary)) {
         fmt::print(stderr, "orvel-scan: could not write the summary\n");
@@ -161,16 +161,30 @@ QCoro::Task<int> ScanCommand::run() {
 }
 
 QCoro::Task<> ScanCommand::awaitSession() {
-    co_await auth_->restored();
+    co_await auth_->restored(cancellation_.token());
     if (!auth_->isSignedIn()) {
         throw std::runtime_error(
             "You are not signed in. Sign in with orvel-scan --sign-in, or give a bearer token.");
     }
 }
 
+QCoro::Task<> ScanCommand::awaitStorage() {
+    // A refreshed session must not be lost: its predecessor may be good no more. But whoever wants
+    // to leave need not wait for a keychain that asks to be unlocked.
+    tavrin::CancellationSource end;
+    std::unique_ptr<Clock::Timer> timer;
+    const auto registration = cancellation_.token().onCancel(
+        [&] { timer = platform_.clock->schedule(lastChance, [&end] { end.cancel(); }); });
+    try {
+        co_await auth_->stored(end.token());
+    } catch (const tavrin::TaskCancelled&) {
+        Logger(*platform_.logStore, "auth").error("the session could not be stored in time");
+    }
+}
+
 void ScanCommand::cancel() {
     cancellation_.cancel();
-    if (canLeaveAtOnce_) {
+    if (isConsultingAddressBook_) {
         // A question to the user or a hanging service would hold us up for nothing.
         QCoreApplication::exit(failed);
     }

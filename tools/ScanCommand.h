@@ -40,6 +40,7 @@ private:
 
     [[nodiscard]] APIClient makeClient(URLSession& session);
     QCoro::Task<> awaitSession();
+    QCoro::Task<> awaitStorage();
     QCoro::Task<CollectorService::HintSet> fetchHints();
     QCoro::Task<People> consultAddressBook(CollectorService::HintSet hints);
     /// Whether all of it could be written.
@@ -48,9 +49,8 @@ private:
     ScanArguments arguments_;
     tavrin::CancellationSource cancellation_;
     bool isInteractive_;
-    /// Waits for the keychain, the service or the address book, perhaps for the user's answer to a
-    /// question of theirs; nothing is open that would have to be closed.
-    bool canLeaveAtOnce_ = false;
+    /// Nothing is open yet that would have to be closed.
+    bool isConsultingAddressBook_ = false;
     Platform platform_;
     /// Where progress is kept when not in the agent's own user defaults.
     std::unique_ptr<tavrin::UserDefaults> stateDefaults_;

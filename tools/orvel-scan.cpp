@@ -30,6 +30,8 @@ QCoro::Task<> runAndQuit(orvel::Command* command) {
     int status = orvel::Command::failed;
     try {
         status = co_await command->run();
+    } catch (const tavrin::TaskCancelled&) {
+        // By a signal, which decides the status.
     } catch (const std::exception& error) {
         std::fprintf(stderr, "orvel-scan: %s\n", error.what());
     }
