@@ -13,7 +13,9 @@ namespace orvel::service {
 void writeBundle(const std::filesystem::path& folder, const BundleInformation& information) {
     const auto url = "https://" + information.host;
     const std::array<std::pair<std::string_view, std::string>, 9> items{{
-        {"CFBundleIdentifier", ORVEL_BUNDLE_IDENTIFIER},
+        // Of its own: what the agent keeps under it, such as its session, is not that of an agent
+        // whose service is another.
+        {"CFBundleIdentifier", ORVEL_BUNDLE_IDENTIFIER ".LocalService"},
         {"CFBundleDisplayName", ORVEL_DISPLAY_NAME},
         {"CFBundleShortVersionString", ORVEL_VERSION},
         {"API_HOST", information.host},

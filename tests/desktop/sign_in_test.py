@@ -20,44 +20,10 @@ import ssl
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import webdriver  # noqa: E402
+from session import AGENT_FILES, HOME, LIMIT, Agent, check, say, wait_for  # noqa: E402
 
-HOME = os.environ["HOME"]
 PROGRAMS, SOURCE = (os.path.abspath(path) for path in sys.argv[1:3])
-AGENT_FILES = os.path.join(HOME, "agent")
 SAMPLE_MESSAGES = 300
-LIMIT = 60
-
-started = time.monotonic()
-
-
-def say(text):
-    print(f"{time.monotonic() - started:6.1f} s  {text}", flush=True)
-
-
-def check(condition, text):
-    if not condition:
-        raise AssertionError(text)
-
-
-def wait_for(what, condition, process=None):
-    """Polls; the pauses are those of waiting for a process."""
-    pause = subprocess.Popen(["tail", "-f", "/dev/null"]) if process is None else process
-    try:
-        deadline = time.monotonic() + LIMIT
-        while True:
-            value = condition()
-            if value:
-                return value
-            check(time.monotonic() < deadline, f"waited in vain for {what}")
-            try:
-                pause.wait(timeout=0.05)
-                check(process is None, f"{what}: the program ended with {pause.returncode}")
-            except subprocess.TimeoutExpired:
-                pass
-    finally:
-        if process is None:
-            pause.kill()
-            pause.wait()
 
 
 class Service:
@@ -101,41 +67,6 @@ class Service:
         self._process.wait(timeout=LIMIT)
         self._process.stdout.close()
         self._log.close()
-
-
-class Agent:
-    """Runs of orvel-scan, each a process of its own, with their output kept as its log."""
-
-    def __init__(self, service):
-        self._runs = 0
-        self._environment = dict(os.environ, ORVEL_AGENT_BUNDLE=service.bundle)
-        for variable in ("https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY", "ORVEL_TOKEN"):
-            self._environment.pop(variable, None)
-        os.makedirs(AGENT_FILES)
-
-    def start(self, *arguments):
-        self._runs += 1
-        self._output = os.path.join(AGENT_FILES, f"output-{self._runs}")
-        self._errors = os.path.join(AGENT_FILES, f"log-{self._runs}")
-        with open(self._output, "w") as output, open(self._errors, "w") as errors:
-            return subprocess.Popen(
-                [os.path.join(PROGRAMS, "orvel-scan"), "--verbose", *arguments],
-                stdout=output, stderr=errors, env=self._environment)
-
-    def last_log(self):
-        """What the last run has printed so far."""
-        with open(self._output) as output, open(self._errors) as errors:
-            return output.read() + errors.read()
-
-    def finish(self, process, status):
-        process.wait(timeout=LIMIT)
-        with open(self._output) as output, open(self._errors) as errors:
-            text, log = output.read(), errors.read()
-        check(process.returncode == status, f"status {process.returncode}:\n{text}{log}")
-        return text, log
-
-    def run(self, *arguments, status=0):
-        return self.finish(self.start(*arguments), status)
 
 
 def make_default_browser(profile):
@@ -224,7 +155,7 @@ def scenario(service, agent, browser):
     say(f"a scan with the stored session: {stored} records")
 
     output, _ = agent.run("--sign-out")
-    check(output == "Not signed in.\n", output)
+    check(output == "Signed out.\n", output)
     output, _ = agent.run("--account", status=1)
     check(output == "Not signed in.\n", output)
     _, log = agent.run("--source", database, "--address-book", "none", status=1)
@@ -257,7 +188,7 @@ def main():
     check("PRIVATE_SESSION" in os.environ, "run this under tests/support/private-session")
     service = Service()
     profile = os.path.join(HOME, "browser")
-    agent = Agent(service)
+    agent = Agent(PROGRAMS, service.bundle)
     make_default_browser(profile)
     # As if the user had ticked "always" when the browser asked.
     browser = webdriver.Browser(profile, {"protocol_handler": {

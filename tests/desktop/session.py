@@ -1,0 +1,80 @@
+# SPDX-License-Identifier: Apache-2.0
+"""What the tests of a whole desktop share."""
+
+import os
+import subprocess
+import time
+
+HOME = os.environ["HOME"]
+AGENT_FILES = os.path.join(HOME, "agent")
+LIMIT = 60
+
+started = time.monotonic()
+
+
+def say(text):
+    print(f"{time.monotonic() - started:6.1f} s  {text}", flush=True)
+
+
+def check(condition, text):
+    if not condition:
+        raise AssertionError(text)
+
+
+def wait_for(what, condition, process=None):
+    """Polls; the pauses are those of waiting for a process."""
+    pause = subprocess.Popen(["tail", "-f", "/dev/null"]) if process is None else process
+    try:
+        deadline = time.monotonic() + LIMIT
+        while True:
+            value = condition()
+            if value:
+                return value
+            check(time.monotonic() < deadline, f"waited in vain for {what}")
+            try:
+                pause.wait(timeout=0.05)
+                check(process is None, f"{what}: the program ended with {pause.returncode}")
+            except subprocess.TimeoutExpired:
+                pass
+    finally:
+        if process is None:
+            pause.kill()
+            pause.wait()
+
+
+class Agent:
+    """Runs of orvel-scan, each a process of its own, with their output kept as its log."""
+
+    def __init__(self, programs, bundle=None):
+        self._program = os.path.join(programs, "orvel-scan")
+        self._runs = 0
+        self._environment = dict(os.environ)
+        if bundle is not None:
+            self._environment["ORVEL_AGENT_BUNDLE"] = bundle
+        for variable in ("https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY", "ORVEL_TOKEN"):
+            self._environment.pop(variable, None)
+        os.makedirs(AGENT_FILES)
+
+    def start(self, *arguments):
+        self._runs += 1
+        self._output = os.path.join(AGENT_FILES, f"output-{self._runs}")
+        self._errors = os.path.join(AGENT_FILES, f"log-{self._runs}")
+        with open(self._output, "w") as output, open(self._errors, "w") as errors:
+            return subprocess.Popen(
+                [self._program, "--verbose", *arguments],
+                stdout=output, stderr=errors, env=self._environment)
+
+    def last_log(self):
+        """What the last run has printed so far."""
+        with open(self._output) as output, open(self._errors) as errors:
+            return output.read() + errors.read()
+
+    def finish(self, process, status):
+        process.wait(timeout=LIMIT)
+        with open(self._output) as output, open(self._errors) as errors:
+            text, log = output.read(), errors.read()
+        check(process.returncode == status, f"status {process.returncode}:\n{text}{log}")
+        return text, log
+
+    def run(self, *arguments, status=0):
+        return self.finish(self.start(*arguments), status)
