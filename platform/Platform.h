@@ -30,6 +30,13 @@ struct PlatformOptions {
     /// Asks the user whether the address book may be read, and answers through its argument, once,
     /// on the main thread. When absent, the user cannot be asked.
     std::function<void(std::function<void(bool)> answer)> askForContacts;
+    /// Keeps the memory of this process, which is going to hold tokens, out of core dumps. Where
+    /// there are assertions, there is somebody with a debugger.
+#ifdef NDEBUG
+    bool forbidsCoreDumps = true;
+#else
+    bool forbidsCoreDumps = false;
+#endif
 };
 
 /// What the operating system supplies. Declared in the order of dependence: what stands further

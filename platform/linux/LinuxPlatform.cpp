@@ -28,10 +28,9 @@ std::unique_ptr<tavrin::UserDefaults> makeUserDefaults(const std::filesystem::pa
 }
 
 Platform makePlatform(PlatformOptions options) {
-#ifdef NDEBUG
-    // It is going to hold tokens. Where there are assertions, there is somebody with a debugger.
-    forbidCoreDumps();
-#endif
+    if (options.forbidsCoreDumps) {
+        forbidCoreDumps();
+    }
     Platform platform;
     const std::filesystem::path bundleFolder = PlistBundle::defaultFolder();
     platform.bundle = std::make_unique<PlistBundle>(bundleFolder);

@@ -10,7 +10,9 @@
 #include <QtGlobal>
 
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <optional>
@@ -63,6 +65,8 @@ protected:
     TemporaryDirectory folder_;
     PlatformOptions options_;
 };
+
+using LinuxPlatformDeathTest = LinuxPlatformTest;
 
 void answer(LocalServer::Connection& connection) {
     connection.readRequest();
@@ -149,6 +153,30 @@ TEST_F(LinuxPlatformTest, SaysWhatCannotBeRead) {
     std::filesystem::create_directory(folder_ / "orvel-agent");
     write("orvel-agent/defaults.conf", "damaged");
     EXPECT_THROW(makePlatform(options_), tavrin::PlatformError);
+}
+
+// In processes of their own: there is no way back for this one's other tests.
+TEST_F(LinuxPlatformDeathTest, KeepsItsMemoryOutOfCoreDumpsWhenToldTo) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    for (const bool isForbidden : {true, false}) {
+        EXPECT_EXIT(
+            {
+                options_.forbidsCoreDumps = isForbidden;
+                const Platform platform = makePlatform(options_);
+                std::_Exit((prctl(PR_GET_DUMPABLE) == 0) == isForbidden ? 0 : 1);
+            },
+            testing::ExitedWithCode(0),
+            "");
+    }
+}
+
+TEST_F(LinuxPlatformTest, KeepsItsMemoryOutOfCoreDumpsInARelease) {
+#ifdef NDEBUG
+    constexpr bool isRelease = true;
+#else
+    constexpr bool isRelease = false;
+#endif
+    EXPECT_EQ(options_.forbidsCoreDumps, isRelease);
 }
 
 } // namespace orvel::test
