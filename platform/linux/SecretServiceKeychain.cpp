@@ -100,7 +100,7 @@ void SecretServiceKeychain::write(
         job->setTextData(text);
         tavrin::wipe(text.data(), static_cast<std::size_t>(text.size()) * sizeof(QChar));
         startJob(job, name, [this, name, number, completion](const QKeychain::Job& ended) {
-            endChange(name, number, errorOf(ended), completion);
+            endChange(name, number, ChangeKind::Write, errorOf(ended), completion);
         });
     });
 }
@@ -111,7 +111,7 @@ void SecretServiceKeychain::remove(
     const std::uint64_t number = hold(name, std::nullopt);
     enqueue([this, name, number, completion = std::move(completion)] {
         const auto end = [this, name, number, completion](const Failure& failure) {
-            endChange(name, number, failure, completion);
+            endChange(name, number, ChangeKind::Removal, failure, completion);
         };
         findLocked(name, [this, name, end](const Found& found) {
             if (const bool* isLocked = std::get_if<bool>(&found); isLocked && *isLocked) {
@@ -149,16 +149,13 @@ void SecretServiceKeychain::endOperation() {
 void SecretServiceKeychain::endChange(
     const Name& name,
     std::uint64_t number,
+    ChangeKind kind,
     const Failure& failure,
     const ChangeCompletion& completion) {
-    if (failure && !std::exchange(hasLoggedMemoryOnly_, true)) {
-        logStore_.write(
-            LogLevel::Error,
-            "keychain",
-            fmt::format("the session is kept in memory only: {}", failure->what()));
-    }
-    if (const auto change = changes_.find(name);
-        !failure && change != changes_.end() && change->second.number == number) {
+    if (failure) {
+        logChangeFailure(kind, failure->what());
+    } else if (const auto change = changes_.find(name);
+               change != changes_.end() && change->second.number == number) {
         changes_.erase(change);
     }
     endOperation();
@@ -247,6 +244,20 @@ void SecretServiceKeychain::removeUnlocked(
             new QKeychain::DeletePasswordJob(QString::fromStdString(name.first)),
             name,
             [end = std::move(end)](const QKeychain::Job& ended) { end(errorOf(ended)); });
+    }
+}
+
+void SecretServiceKeychain::logChangeFailure(ChangeKind kind, std::string_view reason) {
+    const bool isRemoval = kind == ChangeKind::Removal;
+    if (!std::exchange(isRemoval ? hasLoggedNotRemoved_ : hasLoggedMemoryOnly_, true)) {
+        logStore_.write(
+            LogLevel::Error,
+            "keychain",
+            fmt::format(
+                "{}: {}",
+                isRemoval ? "an item could not be removed from the keychain"
+                          : "the session is kept in memory only",
+                reason));
     }
 }
 

@@ -27,8 +27,9 @@ namespace orvel {
 /// the default collection, with the schema "org.qt.keychain".
 ///
 /// There is no plain-text fallback: what the service does not take is held in memory until this
-/// object is destroyed, and the log says so, once. Needs Qt's GLib event loop, without which it is
-/// as if there were no service. Nothing is connected before the first operation.
+/// object is destroyed, and the log says so, once, as it does of what could not be removed. Needs
+/// Qt's GLib event loop, without which it is as if there were no service. Nothing is connected
+/// before the first operation.
 ///
 /// Borrows the log store. An operation that is on its way when the object is destroyed still
 /// reaches the service; those behind it do not.
@@ -52,6 +53,8 @@ private:
     /// Whether the service has the item under lock, or why it cannot be asked.
     using Found = std::variant<bool, tavrin::PlatformError>;
 
+    enum class ChangeKind { Write, Removal };
+
     /// A change that the service does not have, or not yet; no value is a removal.
     struct Change {
         std::uint64_t number = 0;
@@ -67,6 +70,7 @@ private:
     void endChange(
         const Name& name,
         std::uint64_t number,
+        ChangeKind kind,
         const Failure& failure,
         const ChangeCompletion& completion);
 
@@ -79,6 +83,7 @@ private:
     void
     removeUnlocked(const Name& name, const Found& found, std::function<void(const Failure&)> end);
 
+    void logChangeFailure(ChangeKind kind, std::string_view reason);
     void logReadFailure(std::string_view reason);
 
     LogStore& logStore_;
@@ -87,6 +92,7 @@ private:
     /// The first one runs. The service's own queue cannot be told to drop what has not begun.
     std::deque<std::function<void()>> operations_;
     bool hasLoggedMemoryOnly_ = false;
+    bool hasLoggedNotRemoved_ = false;
     bool hasLoggedReadFailure_ = false;
     /// Destroyed first: what comes back from the service is dropped with it.
     std::unique_ptr<QObject> context_;

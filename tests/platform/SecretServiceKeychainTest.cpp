@@ -155,6 +155,19 @@ TEST_F(SecretServiceKeychainTest, RemovingWhatStaysLockedIsAFailure) {
     EXPECT_EQ(textOf(startRead(keychain_, service, account)), std::nullopt);
 }
 
+TEST_F(SecretServiceKeychainTest, WithoutABusTheLogSaysOnceThatAnItemWasNotRemoved) {
+    const std::string printed = probe({"remove", "remove", "value"}, withoutBus);
+    constexpr auto notRemoved =
+        "\nlog: keychain: an item could not be removed from the keychain: Could not change the "
+        "keychain: there is no session bus\n";
+    EXPECT_THAT(
+        printed,
+        AllOf(
+            HasSubstr(notRemoved),
+            HasSubstr("\nlog: keychain: the session is kept in memory only: ")));
+    EXPECT_EQ(printed.find(notRemoved), printed.rfind(notRemoved));
+}
+
 TEST_F(SecretServiceKeychainTest, RemovingWhatALockedKeyringDoesNotHaveAsksNobody) {
     desktop_.lock();
     EXPECT_EQ(failureOf(startRemove(keychain_, service, account)), "");
