@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/SchemeRegistration.h"
 
+#include "platform/linux/DesktopEntry.h"
 #include "tests/support/ManualClock.h"
 #include "tests/support/Program.h"
 #include "tests/support/RecordingLogStore.h"
@@ -166,6 +167,17 @@ TEST_F(SchemeRegistrationTest, TheEntriesAreValid) {
     ensure();
     EXPECT_EQ(run({"/usr/bin/desktop-file-validate", usersEntry().string()}), "");
     EXPECT_EQ(run({"/usr/bin/desktop-file-validate", INSTALLED_DESKTOP_ENTRY}), "");
+}
+
+TEST(InstalledDesktopEntryTest, StartsItsProgramAsTheAgentsDoes) {
+    std::ifstream commands(INSTALLED_COMMANDS);
+    int count = 0;
+    for (std::string program, command;
+         std::getline(commands, program) && std::getline(commands, command);
+         ++count) {
+        EXPECT_EQ(command, desktopEntryCommand(program));
+    }
+    EXPECT_EQ(count, 5);
 }
 
 TEST_F(SchemeRegistrationTest, AnInstalledEntryIsEnough) {
