@@ -336,8 +336,9 @@ std::map<std::int64_t, MessagesCollector::ChatInfo> MessagesCollector::loadChats
         });
     for (auto& [rowID, chat] : chats) {
         std::ranges::sort(chat.participants);
-        const auto repeated = std::ranges::unique(chat.participants);
-        chat.participants.erase(repeated.begin(), repeated.end());
+        // Not the form with a range, which clang 14 does not compile.
+        const auto last = std::unique(chat.participants.begin(), chat.participants.end());
+        chat.participants.erase(last, chat.participants.end());
     }
     return chats;
 }
