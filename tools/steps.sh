@@ -30,6 +30,8 @@ build() {
     local options=()
     if command -v ccache >/dev/null; then
         options+=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+    elif [[ $preset != tidy && $preset != fuzz ]]; then
+        options+=(-DORVEL_PRECOMPILE_HEADERS=ON)
     fi
     if command -v mold >/dev/null; then
         options+=(-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=mold)
