@@ -1,16 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/BrowserAuthenticationSession.h"
 
+#include "platform/linux/SessionBus.h"
 #include "platform/linux/SignInBus.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
-#include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
 #include <QDBusVirtualObject>
-#include <QMetaType>
 #include <QObject>
 #include <QString>
 
@@ -40,18 +39,14 @@ bool hasScheme(std::string_view url, std::string_view scheme) {
            std::ranges::equal(url.substr(0, scheme.size()), scheme, {}, lower, lower);
 }
 
-/// A connection of each session's own.
-QString nextConnectionName() {
-    static int last = 0;
-    return QStringLiteral("sign-in %1").arg(++last);
-}
-
 } // namespace
 
 struct BrowserAuthenticationSession::Waiting {
     std::string url;
     std::string scheme;
     std::function<void(Outcome)> completion;
+    /// Whether the name is this attempt's; until then, it is an earlier one's that is lost.
+    bool hasName = false;
     /// Whether the page was given to the browser; no callback can come before.
     bool isOpen = false;
     std::unique_ptr<Clock::Timer> timer;
@@ -111,11 +106,7 @@ BrowserAuthenticationSession::BrowserAuthenticationSession(
       receiver_(std::make_unique<Receiver>(*this)),
       context_(std::make_unique<QObject>()) {}
 
-BrowserAuthenticationSession::~BrowserAuthenticationSession() {
-    if (bus_) {
-        QDBusConnection::disconnectFromBus(bus_->name());
-    }
-}
+BrowserAuthenticationSession::~BrowserAuthenticationSession() = default;
 
 std::unique_ptr<WebAuthenticationSession::Attempt> BrowserAuthenticationSession::start(
     std::string url, std::string callbackScheme, std::function<void(Outcome)> completion) {
@@ -126,43 +117,55 @@ std::unique_ptr<WebAuthenticationSession::Attempt> BrowserAuthenticationSession:
     waiting_->completion = std::move(completion);
     waiting_->timer = clock_.schedule(longestWait, [this] { finish(NoResponse()); });
     auto attempt = std::make_unique<BrowserAttempt>(*this, waiting_);
-    connect();
-    if (bus_) {
+    if (bus_ && bus_->isConnected()) {
         requestName();
     } else {
-        logStore_.write(LogLevel::Error, "auth", "sign-in needs a session bus, and there is none");
-        finish(NotStarted());
+        connect();
     }
     return attempt;
 }
 
 void BrowserAuthenticationSession::connect() {
-    if (bus_ && bus_->isConnected()) {
+    if (std::exchange(isConnecting_, true)) {
         return;
     }
-    if (bus_) {
-        QDBusConnection::disconnectFromBus(bus_->name());
-        bus_.reset();
-    }
-    // Made before the thread that reads the bus, Qt's registry of types outlives it at the end.
-    qRegisterMetaType<QDBusObjectPath>();
-    QDBusConnection bus =
-        QDBusConnection::connectToBus(QDBusConnection::SessionBus, nextConnectionName());
-    if (!bus.isConnected()) {
-        QDBusConnection::disconnectFromBus(bus.name());
-        return;
-    }
-    bus.registerVirtualObject(QString::fromLatin1(sign_in_bus::path), receiver_.get());
+    // Here and not in the middle of connecting, which Qt would wait for.
+    bus_.reset();
+    SessionBus::connect(context_.get(), clock_, [this](std::unique_ptr<SessionBus> bus) {
+        isConnecting_ = false;
+        bus_ = std::move(bus);
+        if (bus_) {
+            listen();
+        }
+        if (waiting_ && bus_) {
+            requestName();
+        } else if (waiting_) {
+            logStore_.write(
+                LogLevel::Error, "auth", "sign-in needs a session bus, and there is none");
+            finish(NotStarted());
+        }
+    });
+}
+
+void BrowserAuthenticationSession::listen() {
+    bus_->connection().registerVirtualObject(
+        QString::fromLatin1(sign_in_bus::path), receiver_.get());
     QObject::connect(
-        bus.interface(),
+        bus_->connection().interface(),
         &QDBusConnectionInterface::serviceUnregistered,
         context_.get(),
         [this](const QString& service) {
-            if (service == QLatin1String(sign_in_bus::service)) {
-                finish(Cancelled());
+            if (service == QLatin1String(sign_in_bus::service) && waiting_ && waiting_->hasName) {
+                checkName();
             }
         });
-    bus_ = std::make_unique<QDBusConnection>(std::move(bus));
+    bus_->onLoss([this] {
+        // Whoever has no name yet is told by its request.
+        if (waiting_ && waiting_->hasName) {
+            logStore_.write(LogLevel::Error, "auth", "the session bus is gone");
+            finish(NoResponse());
+        }
+    });
 }
 
 void BrowserAuthenticationSession::requestName() {
@@ -176,7 +179,8 @@ void BrowserAuthenticationSession::requestName() {
         QStringLiteral("org.freedesktop.DBus"),
         QStringLiteral("RequestName"));
     request << QString::fromLatin1(sign_in_bus::service) << flags;
-    auto* const watcher = new QDBusPendingCallWatcher(bus_->asyncCall(request), context_.get());
+    auto* const watcher =
+        new QDBusPendingCallWatcher(bus_->connection().asyncCall(request), context_.get());
     QObject::connect(
         watcher,
         &QDBusPendingCallWatcher::finished,
@@ -193,11 +197,31 @@ void BrowserAuthenticationSession::requestName() {
                 finish(NotStarted());
                 return;
             }
+            waiting_->hasName = true;
             prepare_([this, attempt] {
                 if (!attempt.expired()) {
                     open();
                 }
             });
+        });
+}
+
+void BrowserAuthenticationSession::checkName() {
+    auto* const watcher = new QDBusPendingCallWatcher(
+        bus_->connection().interface()->asyncCall(
+            QStringLiteral("GetNameOwner"), QString::fromLatin1(sign_in_bus::service)),
+        context_.get());
+    QObject::connect(
+        watcher,
+        &QDBusPendingCallWatcher::finished,
+        context_.get(),
+        [this, watcher, attempt = std::weak_ptr(waiting_)] {
+            watcher->deleteLater();
+            const QDBusPendingReply<QString> owner = *watcher;
+            if (!attempt.expired() &&
+                (owner.isError() || owner.value() != bus_->connection().baseService())) {
+                finish(Cancelled());
+            }
         });
 }
 

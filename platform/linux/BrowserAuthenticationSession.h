@@ -13,20 +13,20 @@
 #include <string>
 #include <string_view>
 
-class QDBusConnection;
 class QObject;
-class QString;
 
 namespace orvel {
+
+class SessionBus;
 
 /// Signs in with the default browser. The page's redirect to the agent's scheme makes the desktop
 /// start `orvel-agent-callback`, which hands the URL over on the session bus, under a name that
 /// only the process with the latest sign-in has: on this machine, too, a later attempt ends an
 /// earlier one.
 ///
-/// An attempt waits ten minutes. The bus is connected at the first one; without a bus, or while
-/// another program keeps the name, none starts. What counts as no callback is logged without query
-/// and fragment.
+/// An attempt waits ten minutes. The bus is connected at the first one, and anew at the next when
+/// it was lost, which also ends the one that waits. Without a bus, or while another program keeps
+/// the name, none starts. What counts as no callback is logged without query and fragment.
 ///
 /// Borrows the workspace, the clock and the log store.
 class BrowserAuthenticationSession final : public WebAuthenticationSession {
@@ -53,7 +53,11 @@ private:
     struct Waiting;
 
     void connect();
+    void listen();
     void requestName();
+    /// Ends the attempt that waits when the name is another's. What tells of its loss may come
+    /// late, when a later attempt has got it back.
+    void checkName();
     void open();
     /// Ends the attempt that waits; nothing when none does.
     void finish(Outcome outcome);
@@ -66,7 +70,8 @@ private:
     Prepare prepare_;
     std::shared_ptr<Waiting> waiting_;
     std::unique_ptr<Receiver> receiver_;
-    std::unique_ptr<QDBusConnection> bus_;
+    std::unique_ptr<SessionBus> bus_;
+    bool isConnecting_ = false;
     /// Destroyed first: what comes back from the bus is dropped with it.
     std::unique_ptr<QObject> context_;
 };

@@ -3,9 +3,11 @@
 // What is the desktop's own: the bus, the time, the callback program, and what others may send.
 #include "platform/linux/BrowserAuthenticationSession.h"
 
+#include "platform/linux/SessionBus.h"
 #include "platform/linux/XdgWorkspace.h"
 #include "tests/platform/BrowserScript.h"
 #include "tests/platform/SignInBusCalls.h"
+#include "tests/platform/SilentBus.h"
 #include "tests/support/FakeWorkspace.h"
 #include "tests/support/ManualClock.h"
 #include "tests/support/Program.h"
@@ -19,6 +21,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
@@ -250,6 +255,24 @@ TEST_F(BrowserAuthenticationSessionTest, AnotherProcesssSignInReplacesOneThatWai
     EXPECT_EQ(other.outcomes.size(), 1U);
 }
 
+TEST_F(BrowserAuthenticationSessionTest, AnEarlierAttemptsLossOfTheNameEndsNoLaterOne) {
+    agent_.startAndOpen();
+    QDBusConnection bus = QDBusConnection::connectToBus(
+        QDBusConnection::SessionBus, QStringLiteral("takes the name"));
+    const auto taken = bus.interface()->registerService(
+        QString::fromLatin1(sign_in_bus::service),
+        QDBusConnectionInterface::ReplaceExistingService,
+        QDBusConnectionInterface::AllowReplacement);
+    ASSERT_EQ(taken.value(), QDBusConnectionInterface::ServiceRegistered);
+    // No event of the loss has been handled yet.
+    agent_.startAndOpen();
+    ASSERT_EQ(agent_.outcomes.size(), 1U);
+    EXPECT_TRUE(callBack(callback));
+    EXPECT_TRUE(waitUntil([this] { return agent_.outcomes.size() == 2; }));
+    EXPECT_EQ(std::get<std::string>(agent_.outcomes.back()), callback);
+    QDBusConnection::disconnectFromBus(bus.name());
+}
+
 TEST_F(BrowserAuthenticationSessionTest, DoesNotStartWhileAnotherProgramKeepsTheName) {
     QDBusConnection bus = QDBusConnection::connectToBus(
         QDBusConnection::SessionBus, QStringLiteral("keeps the name"));
@@ -302,6 +325,80 @@ TEST(BrowserAuthenticationSessionDeathTest, WithoutABusNoSignInStarts) {
         testing::ExitedWithCode(0),
         "sign-in needs a session bus, and there is none");
     qputenv("DBUS_SESSION_BUS_ADDRESS", address);
+}
+
+namespace {
+
+/// Whether a sign-in ends with its bus, and the next one finds the bus that follows.
+bool endsWithItsBus() {
+    const TemporaryDirectory folder;
+    const std::string address = "unix:path=" + (folder / "bus").string();
+    qputenv("DBUS_SESSION_BUS_ADDRESS", QByteArray::fromStdString(address));
+    const auto startBus = [&] {
+        std::filesystem::remove(folder / "bus");
+        auto bus = std::make_unique<Program>(Program::Options{
+            {"/usr/bin/dbus-daemon",
+             "--session",
+             "--nofork",
+             "--print-address",
+             "--address=" + address},
+            {}});
+        // Printed when it listens.
+        EXPECT_TRUE(waitUntil([&] { return !bus->output().empty(); }));
+        return bus;
+    };
+    auto bus = startBus();
+    Agent agent;
+    agent.startAndOpen();
+    bus->signal(SIGTERM);
+    if (!agent.endsWith<Session::NoResponse>()) {
+        return false;
+    }
+    bus->wait();
+    bus = startBus();
+    agent.startAndOpen();
+    return callBack(callback) && agent.endsWith<std::string>() && agent.outcomes.size() == 2 &&
+           agent.messages() == std::vector<std::string>{"the session bus is gone"};
+}
+
+/// Whether the event loop keeps turning, and what waits can be cancelled and ends in time.
+bool isNotHeldUpByASilentBus() {
+    const SilentBus bus;
+    qputenv("DBUS_SESSION_BUS_ADDRESS", QByteArray::fromStdString(bus.address()));
+    Agent agent;
+    agent.start();
+    agent.clock.advance(SessionBus::longestConnecting - tavrin::Seconds(1));
+    const bool hasWaited = agent.isWaiting();
+    agent.attempt->cancel();
+    const bool isCancelled = agent.endsWith<Session::Cancelled>();
+    agent.outcomes.clear();
+    agent.start();
+    agent.clock.advance(tavrin::Seconds(1));
+    return hasWaited && isCancelled && agent.endsWith<Session::NotStarted>() &&
+           agent.workspace.openedURLs.empty();
+}
+
+} // namespace
+
+TEST(BrowserAuthenticationSessionDeathTest, LosingTheBusEndsASignInAndTheNextConnectsAnew) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(std::_Exit(endsWithItsBus() ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
+TEST(BrowserAuthenticationSessionDeathTest, TheProcessMayEndWhileTheBusIsConnected) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            Agent().start();
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0),
+        "");
+}
+
+TEST(BrowserAuthenticationSessionDeathTest, ABusThatNeverAnswersHoldsUpNothing) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(std::_Exit(isNotHeldUpByASilentBus() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(BrowserAuthenticationSessionTest, TheCallbackProgramHandsTheURLOver) {

@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "platform/Clock.h"
+
+#include <QDBusConnection>
+
+#include <functional>
+#include <memory>
+
+class QTimer;
+class QObject;
+
+namespace orvel {
+
+/// A connection to the session bus of its owner's own, which ends with this object.
+class SessionBus final {
+public:
+    /// Longer, and the bus counts as none.
+    static constexpr tavrin::Seconds longestConnecting{10};
+
+    /// Nothing when there is no bus.
+    using Connected = std::function<void(std::unique_ptr<SessionBus>)>;
+
+    /// Connects on a thread, because a bus that hangs would be waited for. Calls back once, on this
+    /// thread and never before it returns, unless the context has gone by then. Borrows the clock.
+    static void connect(QObject* context, Clock& clock, Connected connected);
+
+    /// Of a connection with a name of its own.
+    explicit SessionBus(QDBusConnection connection);
+    ~SessionBus();
+    SessionBus(const SessionBus&) = delete;
+    SessionBus& operator=(const SessionBus&) = delete;
+
+    /// Calls back, on this thread, when the bus is lost. Once; not for the callback to destroy
+    /// this.
+    void onLoss(std::function<void()> lost);
+
+    [[nodiscard]] bool isConnected() const { return connection_.isConnected(); }
+    [[nodiscard]] QDBusConnection& connection() { return connection_; }
+
+private:
+    QDBusConnection connection_;
+    std::unique_ptr<QTimer> loss_;
+};
+
+} // namespace orvel
