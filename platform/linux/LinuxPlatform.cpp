@@ -52,7 +52,8 @@ Platform makePlatform(PlatformOptions options) {
     platform.addressBook = std::make_unique<EvolutionAddressBook>(
         *platform.userDefaults, *platform.logStore, std::move(options.askForContacts));
     platform.workspace = std::make_unique<XdgWorkspace>(*platform.clock);
-    platform.keychain = std::make_unique<SecretServiceKeychain>(*platform.logStore);
+    platform.keychain =
+        std::make_unique<SecretServiceKeychain>(*platform.clock, *platform.logStore);
 
     const auto registration = std::make_shared<SchemeRegistration>(
         SchemeRegistration::defaultProgram(), *platform.clock, *platform.logStore);

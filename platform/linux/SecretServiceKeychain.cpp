@@ -3,10 +3,10 @@
 
 #include "core/Secret.h"
 #include "core/Text.h"
+#include "platform/linux/SessionBus.h"
 
 #include <QAbstractEventDispatcher>
 #include <QByteArray>
-#include <QDBusConnection>
 #include <QDBusError>
 #include <QDBusMessage>
 #include <QDBusMetaType>
@@ -53,8 +53,8 @@ tavrin::Secret takeValue(const QKeychain::ReadPasswordJob& job) {
 
 } // namespace
 
-SecretServiceKeychain::SecretServiceKeychain(LogStore& logStore)
-    : logStore_(logStore), context_(std::make_unique<QObject>()) {}
+SecretServiceKeychain::SecretServiceKeychain(Clock& clock, LogStore& logStore)
+    : clock_(clock), logStore_(logStore), context_(std::make_unique<QObject>()) {}
 
 SecretServiceKeychain::~SecretServiceKeychain() = default;
 
@@ -186,29 +186,39 @@ void SecretServiceKeychain::startJob(
 }
 
 void SecretServiceKeychain::findLocked(const Name& name, std::function<void(const Found&)> end) {
-    // Made before the thread that reads the bus, Qt's registry of types outlives it at the end.
-    qDBusRegisterMetaType<Attributes>();
-    const QDBusConnection bus = QDBusConnection::sessionBus();
-    if (!bus.isConnected()) {
-        // Such a call would never end.
-        QMetaObject::invokeMethod(
-            context_.get(),
-            [end = std::move(end)] {
-                end(changeError(QKeychain::NoBackendAvailable, "there is no session bus"));
-            },
-            Qt::QueuedConnection);
+    if (bus_ && bus_->isConnected()) {
+        search(name, std::move(end));
         return;
     }
-    QDBusMessage search = QDBusMessage::createMethodCall(
+    // Made before the thread that reads the bus, Qt's registry of types outlives it at the end.
+    qDBusRegisterMetaType<Attributes>();
+    bus_.reset();
+    SessionBus::connect(
+        context_.get(),
+        clock_,
+        [this, name, end = std::move(end)](std::unique_ptr<SessionBus> bus) {
+            bus_ = std::move(bus);
+            if (bus_) {
+                search(name, end);
+            } else {
+                // Such a call would never end.
+                end(changeError(QKeychain::NoBackendAvailable, "there is no session bus"));
+            }
+        });
+}
+
+void SecretServiceKeychain::search(const Name& name, std::function<void(const Found&)> end) {
+    QDBusMessage call = QDBusMessage::createMethodCall(
         QStringLiteral("org.freedesktop.secrets"),
         QStringLiteral("/org/freedesktop/secrets"),
         QStringLiteral("org.freedesktop.Secret.Service"),
         QStringLiteral("SearchItems"));
-    search << QVariant::fromValue(Attributes{
+    call << QVariant::fromValue(Attributes{
         {QStringLiteral("xdg:schema"), QStringLiteral("org.qt.keychain")},
         {QStringLiteral("server"), QString::fromStdString(name.first)},
         {QStringLiteral("user"), QString::fromStdString(name.second)}});
-    auto* const watcher = new QDBusPendingCallWatcher(bus.asyncCall(search), context_.get());
+    auto* const watcher =
+        new QDBusPendingCallWatcher(bus_->connection().asyncCall(call), context_.get());
     QObject::connect(
         watcher,
         &QDBusPendingCallWatcher::finished,

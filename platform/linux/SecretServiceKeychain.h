@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "platform/Clock.h"
 #include "platform/Keychain.h"
 #include "platform/LogStore.h"
 
@@ -23,6 +24,8 @@ class Job;
 
 namespace orvel {
 
+class SessionBus;
+
 /// The desktop's Secret Service, such as GNOME Keyring or KWallet, through QtKeychain. Items go to
 /// the default collection, with the schema "org.qt.keychain".
 ///
@@ -31,11 +34,11 @@ namespace orvel {
 /// Qt's GLib event loop, without which it is as if there were no service. Nothing is connected
 /// before the first operation.
 ///
-/// Borrows the log store. An operation that is on its way when the object is destroyed still
-/// reaches the service; those behind it do not.
+/// Borrows the clock and the log store. An operation that is on its way when the object is
+/// destroyed still reaches the service; those behind it do not.
 class SecretServiceKeychain final : public Keychain {
 public:
-    explicit SecretServiceKeychain(LogStore& logStore);
+    SecretServiceKeychain(Clock& clock, LogStore& logStore);
     ~SecretServiceKeychain() override;
 
     void read(std::string service, std::string account, ReadCompletion completion) override;
@@ -77,6 +80,8 @@ private:
     void
     startJob(QKeychain::Job* job, const Name& name, std::function<void(const QKeychain::Job&)> end);
     void findLocked(const Name& name, std::function<void(const Found&)> end);
+    /// Of `findLocked`, once there is a bus.
+    void search(const Name& name, std::function<void(const Found&)> end);
     /// Asks the user, who may refuse.
     void unlock(const Name& name, std::function<void()> end);
     /// The service leaves a locked item alone without a word, so its being one is a failure.
@@ -86,6 +91,7 @@ private:
     void logChangeFailure(ChangeKind kind, std::string_view reason);
     void logReadFailure(std::string_view reason);
 
+    Clock& clock_;
     LogStore& logStore_;
     std::map<Name, Change> changes_;
     std::uint64_t lastChange_ = 0;
@@ -94,6 +100,7 @@ private:
     bool hasLoggedMemoryOnly_ = false;
     bool hasLoggedNotRemoved_ = false;
     bool hasLoggedReadFailure_ = false;
+    std::unique_ptr<SessionBus> bus_;
     /// Destroyed first: what comes back from the service is dropped with it.
     std::unique_ptr<QObject> context_;
 };

@@ -7,6 +7,7 @@
 #include "tests/platform/KeychainCalls.h"
 #include "tests/platform/KeyringDesktop.h"
 #include "tests/support/FakeKeychain.h"
+#include "tests/support/ManualClock.h"
 #include "tests/support/RecordingLogStore.h"
 #include "tests/support/RunTask.h"
 
@@ -74,8 +75,9 @@ public:
 
 private:
     test::KeyringDesktop desktop_;
+    test::ManualClock clock_;
     test::RecordingLogStore log_;
-    std::unique_ptr<Keychain> keychain_ = std::make_unique<SecretServiceKeychain>(log_);
+    std::unique_ptr<Keychain> keychain_ = std::make_unique<SecretServiceKeychain>(clock_, log_);
 };
 
 struct Kind {

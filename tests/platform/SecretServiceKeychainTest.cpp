@@ -3,8 +3,11 @@
 // What is the Secret Service's own: other processes, locked keyrings, and desktops without one.
 #include "platform/linux/SecretServiceKeychain.h"
 
+#include "platform/linux/SessionBus.h"
 #include "tests/platform/KeychainCalls.h"
 #include "tests/platform/KeyringDesktop.h"
+#include "tests/platform/SilentBus.h"
+#include "tests/support/ManualClock.h"
 #include "tests/support/Program.h"
 #include "tests/support/RecordingLogStore.h"
 #include "tests/support/RunTask.h"
@@ -12,6 +15,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <map>
 #include <string>
 #include <utility>
@@ -48,8 +52,9 @@ protected:
     }
 
     KeyringDesktop desktop_;
+    ManualClock clock_;
     RecordingLogStore log_;
-    SecretServiceKeychain keychain_{log_};
+    SecretServiceKeychain keychain_{clock_, log_};
 };
 
 const std::map<std::string, std::string> withoutBus = {
@@ -115,6 +120,10 @@ TEST_F(SecretServiceKeychainTest, ALockedKeyringHoldsUpOnlyWhatNeedsIt) {
 
     desktop_.dismissDialogs();
     EXPECT_EQ(textOf(waiting), std::nullopt);
+    // Its dialog must not come when the next test's desktop is not there yet.
+    ASSERT_TRUE(waitUntil([this] { return desktop_.dialogs() == 1; }));
+    desktop_.dismissDialogs();
+    EXPECT_THAT(failureOf(write), StartsWith("Could not change the keychain: "));
 }
 
 TEST_F(SecretServiceKeychainTest, AWriteThatTheUserDoesNotUnlockForHoldsInTheProcess) {
@@ -168,6 +177,33 @@ TEST_F(SecretServiceKeychainTest, WithoutABusTheLogSaysOnceThatAnItemWasNotRemov
     EXPECT_EQ(printed.find(notRemoved), printed.rfind(notRemoved));
 }
 
+namespace {
+
+/// Whether the event loop keeps turning, and a removal ends in time.
+bool isNotHeldUpByASilentBus() {
+    const SilentBus bus;
+    qputenv("DBUS_SESSION_BUS_ADDRESS", QByteArray::fromStdString(bus.address()));
+    ManualClock clock;
+    RecordingLogStore log;
+    SecretServiceKeychain keychain(clock, log);
+    const auto removal = startRemove(keychain, service, account);
+    processEvents();
+    const bool hasWaited = !removal.isDone();
+    clock.advance(SessionBus::longestConnecting);
+    const bool hasFailed =
+        failureOf(removal) == "Could not change the keychain: there is no session bus";
+    const auto read = startRead(keychain, service, "other");
+    int turns = 0;
+    return hasWaited && hasFailed && waitUntil([&] { return ++turns > 10; }) && !read.isDone();
+}
+
+} // namespace
+
+TEST(SecretServiceKeychainDeathTest, ABusThatNeverAnswersHoldsUpNoEventLoop) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(std::_Exit(isNotHeldUpByASilentBus() ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
 TEST_F(SecretServiceKeychainTest, RemovingWhatALockedKeyringDoesNotHaveAsksNobody) {
     desktop_.lock();
     EXPECT_EQ(failureOf(startRemove(keychain_, service, account)), "");
@@ -177,7 +213,7 @@ TEST_F(SecretServiceKeychainTest, RemovingWhatALockedKeyringDoesNotHaveAsksNobod
 TEST_F(SecretServiceKeychainTest, MayBeDestroyedWhileTheUserIsAsked) {
     EXPECT_EQ(failureOf(startWrite(keychain_, service, account, "kept")), "");
     desktop_.lock();
-    auto keychain = std::make_unique<SecretServiceKeychain>(log_);
+    auto keychain = std::make_unique<SecretServiceKeychain>(clock_, log_);
     const auto read = startRead(*keychain, service, account);
     ASSERT_TRUE(waitUntil([this] { return desktop_.dialogs() == 1; }));
     keychain.reset();

@@ -6,6 +6,7 @@
 // written, all of one item, one after the other. Prints a line for each, and the log at the end.
 #include "platform/linux/SecretServiceKeychain.h"
 #include "tests/platform/KeychainCalls.h"
+#include "tests/support/ManualClock.h"
 #include "tests/support/RecordingLogStore.h"
 
 #include <QCoreApplication>
@@ -19,8 +20,9 @@ int main(int argc, char** argv) {
     constexpr auto service = "app.test.session";
     constexpr auto account = "probe";
     const QCoreApplication application(argc, argv);
+    test::ManualClock clock;
     test::RecordingLogStore log;
-    SecretServiceKeychain keychain(log);
+    SecretServiceKeychain keychain(clock, log);
     for (const std::string_view command : std::vector<std::string_view>(argv + 1, argv + argc)) {
         if (command == "read") {
             const auto value = textOf(test::startRead(keychain, service, account));
