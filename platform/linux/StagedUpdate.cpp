@@ -5,6 +5,7 @@
 #include "platform/linux/UpdateError.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -59,7 +60,7 @@ bool isWithoutRoom(int error) {
 StagedUpdate::StagedUpdate(std::filesystem::path place, std::uint64_t length, Way way)
     : place_(std::move(place)),
       length_(length),
-      name_("." + place_.filename().string() + ".update"),
+      name_(fmt::format(".{}.update", place_.filename().string())),
       folder_(::open(place_.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
     open(way);
     if (fallocate(file_.get(), FALLOC_FL_KEEP_SIZE, 0, static_cast<off_t>(length_)) != 0 &&
