@@ -14,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -445,9 +446,12 @@ TEST_F(AuthServiceTest, ASignInCancelledWithTheLastReplyOnItsWayIsNone) {
     urlSession_.setHandler([this](const URLRequest& request) -> FakeURLSession::Answer {
         const bool isExchange = request.url.find(exchangePath) != std::string::npos;
         if (!isExchange) {
-            // It arrives, is decoded, and finds the user gone.
-            QMetaObject::invokeMethod(
-                auth_.get(), [this] { auth_->cancelSignIn(); }, Qt::QueuedConnection);
+            // The second turn of the loop comes after the reply, and before what the worker
+            // decodes.
+            const auto later = [this](const std::function<void()>& job) {
+                QMetaObject::invokeMethod(auth_.get(), job, Qt::QueuedConnection);
+            };
+            later([this, later] { later([this] { auth_->cancelSignIn(); }); });
         }
         return URLResponse{200, isExchange ? exchangeReply : signInReply};
     });
