@@ -9,6 +9,7 @@
 #include "platform/Keychain.h"
 #include "platform/LogStore.h"
 #include "platform/LoginItem.h"
+#include "platform/SoftwareUpdater.h"
 #include "platform/URLSession.h"
 #include "platform/WebAuthenticationSession.h"
 #include "platform/Workspace.h"
@@ -53,6 +54,7 @@ struct Platform {
     std::unique_ptr<Keychain> keychain;
     std::unique_ptr<WebAuthenticationSession> webAuthenticationSession;
     std::unique_ptr<LoginItem> loginItem;
+    std::unique_ptr<SoftwareUpdater> softwareUpdater;
 };
 
 /// User defaults of their own in that file; it need not exist. Throws `tavrin::PlatformError` when

@@ -447,7 +447,7 @@ void AppcastUpdater::save(std::function<void(tavrin::UserDefaults&)> change) {
 }
 
 void AppcastUpdater::log(LogLevel level, std::string_view message) const {
-    logStore_.write(level, "updater", message);
+    logStore_.write(level, "update", message);
 }
 
 } // namespace orvel

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/Platform.h"
+#include "platform/linux/AppcastUpdater.h"
 #include "platform/linux/AutostartLoginItem.h"
 #include "platform/linux/BrowserAuthenticationSession.h"
 #include "platform/linux/CoreDumps.h"
@@ -16,12 +17,24 @@
 #include "platform/linux/SteadyClock.h"
 #include "platform/linux/XdgWorkspace.h"
 
+#include <QStandardPaths>
+#include <QString>
+
 #include <filesystem>
 #include <functional>
 #include <memory>
 #include <utility>
 
 namespace orvel {
+
+namespace {
+
+/// Where the user looks for what was downloaded.
+std::filesystem::path downloadsFolder() {
+    return QStandardPaths::writableLocation(QStandardPaths::DownloadLocation).toStdString();
+}
+
+} // namespace
 
 std::unique_ptr<tavrin::UserDefaults> makeUserDefaults(const std::filesystem::path& file) {
     return std::make_unique<SettingsUserDefaults>(file);
@@ -69,6 +82,13 @@ Platform makePlatform(PlatformOptions options) {
         identifier,
         platform.bundle->infoString("CFBundleDisplayName").value_or(identifier),
         ownProgram()});
+    platform.softwareUpdater = std::make_unique<AppcastUpdater>(
+        *platform.urlSession,
+        *platform.clock,
+        *platform.userDefaults,
+        *platform.logStore,
+        AppcastUpdater::thisCopy(
+            platform.bundle->infoString("CFBundleVersion").value_or(""), downloadsFolder()));
     return platform;
 }
 

@@ -77,6 +77,34 @@ void XdgWorkspace::openURL(std::string url, Completion completion) {
         [this, opening](const auto& result) { finish(opening, errorOf(result)); });
 }
 
+void XdgWorkspace::openSettings(SettingsPane, Completion) {}
+
+void XdgWorkspace::revealFile(std::string, Completion) {}
+
+std::optional<Workspace::RunningApplication> XdgWorkspace::runningCopy(const std::string&) {
+    return std::nullopt;
+}
+
+void XdgWorkspace::activateCopy(const RunningApplication&) {}
+
+std::unique_ptr<Workspace::Subscription> XdgWorkspace::onActivation(std::function<void()>) {
+    return nullptr;
+}
+
+bool XdgWorkspace::shouldReduceMotion() const {
+    return false;
+}
+
+std::unique_ptr<Workspace::Subscription> XdgWorkspace::onReduceMotionChange(std::function<void()>) {
+    return nullptr;
+}
+
+void XdgWorkspace::activate() {}
+
+void XdgWorkspace::scheduleRelaunch() {}
+
+void XdgWorkspace::terminate() {}
+
 bool XdgWorkspace::isDebuggerAttached() const {
     return orvel::isDebuggerAttached();
 }

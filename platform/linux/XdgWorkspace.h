@@ -24,6 +24,21 @@ public:
     ~XdgWorkspace() override;
 
     void openURL(std::string url, Completion completion) override;
+    void openSettings(SettingsPane pane, Completion completion) override;
+    void revealFile(std::string path, Completion completion) override;
+    [[nodiscard]] std::optional<RunningApplication>
+    runningCopy(const std::string& identifier) override;
+    void activateCopy(const RunningApplication& application) override;
+    [[nodiscard]] std::unique_ptr<Subscription>
+    onActivation(std::function<void()> activated) override;
+    [[nodiscard]] bool shouldReduceMotion() const override;
+    [[nodiscard]] std::unique_ptr<Subscription>
+    onReduceMotionChange(std::function<void()> changed) override;
+    [[nodiscard]] ActivationPolicy activationPolicy() const override { return policy_; }
+    void setActivationPolicy(ActivationPolicy policy) override { policy_ = policy; }
+    void activate() override;
+    void scheduleRelaunch() override;
+    void terminate() override;
     [[nodiscard]] bool isDebuggerAttached() const override;
 
 private:
@@ -35,6 +50,7 @@ private:
     void finish(std::uint64_t opening, const std::optional<tavrin::PlatformError>& error);
 
     Clock& clock_;
+    ActivationPolicy policy_ = ActivationPolicy::Accessory;
     std::map<std::uint64_t, Opening> openings_;
     std::uint64_t lastOpening_ = 0;
     /// Destroyed first: what comes back is dropped with it.

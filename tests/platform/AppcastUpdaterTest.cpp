@@ -152,7 +152,7 @@ protected:
     [[nodiscard]] std::vector<std::string> logged() const {
         std::vector<std::string> messages;
         for (const auto& line : logStore_.lines()) {
-            EXPECT_EQ(line.category, "updater");
+            EXPECT_EQ(line.category, "update");
             messages.push_back(line.message);
         }
         return messages;

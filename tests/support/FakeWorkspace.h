@@ -5,6 +5,10 @@
 
 #include <QObject>
 
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -19,19 +23,120 @@ public:
     std::optional<tavrin::PlatformError> openError;
     /// Everything that was to be opened.
     std::vector<std::string> openedURLs;
+    std::vector<SettingsPane> openedSettings;
+    std::vector<std::string> revealedFiles;
+
+    std::optional<RunningApplication> otherCopy;
+    std::vector<std::int64_t> activatedCopies;
+
     bool hasDebugger = false;
+    ActivationPolicy policy = ActivationPolicy::Accessory;
+    /// Every policy that was set.
+    std::vector<ActivationPolicy> policies;
+    int activations = 0;
+    int relaunches = 0;
+    int terminations = 0;
 
     void openURL(std::string url, Completion completion) override {
         openedURLs.push_back(std::move(url));
+        answer(std::move(completion));
+    }
+
+    void openSettings(SettingsPane pane, Completion completion) override {
+        openedSettings.push_back(pane);
+        answer(std::move(completion));
+    }
+
+    void revealFile(std::string path, Completion completion) override {
+        revealedFiles.push_back(std::move(path));
+        answer(std::move(completion));
+    }
+
+    [[nodiscard]] std::optional<RunningApplication> runningCopy(const std::string&) override {
+        return otherCopy;
+    }
+
+    void activateCopy(const RunningApplication& application) override {
+        activatedCopies.push_back(application.processIdentifier);
+    }
+
+    [[nodiscard]] std::unique_ptr<Subscription>
+    onActivation(std::function<void()> activated) override {
+        return activated_.add(std::move(activated));
+    }
+
+    [[nodiscard]] bool shouldReduceMotion() const override { return reducesMotion_; }
+
+    [[nodiscard]] std::unique_ptr<Subscription>
+    onReduceMotionChange(std::function<void()> changed) override {
+        return motionChanged_.add(std::move(changed));
+    }
+
+    [[nodiscard]] ActivationPolicy activationPolicy() const override { return policy; }
+
+    void setActivationPolicy(ActivationPolicy newPolicy) override {
+        policy = newPolicy;
+        policies.push_back(newPolicy);
+    }
+
+    void activate() override { ++activations; }
+    void scheduleRelaunch() override { ++relaunches; }
+    void terminate() override { ++terminations; }
+
+    [[nodiscard]] bool isDebuggerAttached() const override { return hasDebugger; }
+
+    /// Another copy was started.
+    void beActivated() { activated_.call(); }
+
+    void setReducesMotion(bool reduces) {
+        reducesMotion_ = reduces;
+        motionChanged_.call();
+    }
+
+private:
+    using Callbacks = std::map<std::uint64_t, std::function<void()>>;
+
+    class Subscribers {
+    public:
+        std::unique_ptr<Subscription> add(std::function<void()> callback) {
+            callbacks_->emplace(++last_, std::move(callback));
+            return std::make_unique<Entry>(callbacks_, last_);
+        }
+
+        void call() const {
+            const Callbacks all = *callbacks_;
+            for (const auto& [number, callback] : all) {
+                callback();
+            }
+        }
+
+    private:
+        class Entry final : public Subscription {
+        public:
+            Entry(std::shared_ptr<Callbacks> callbacks, std::uint64_t number)
+                : callbacks_(std::move(callbacks)), number_(number) {}
+            ~Entry() override { callbacks_->erase(number_); }
+
+        private:
+            /// Shared: a subscription may outlive the workspace.
+            std::shared_ptr<Callbacks> callbacks_;
+            std::uint64_t number_;
+        };
+
+        std::shared_ptr<Callbacks> callbacks_ = std::make_shared<Callbacks>();
+        std::uint64_t last_ = 0;
+    };
+
+    void answer(Completion completion) {
         QMetaObject::invokeMethod(
             &context_,
             [completion = std::move(completion), error = openError] { completion(error); },
             Qt::QueuedConnection);
     }
 
-    [[nodiscard]] bool isDebuggerAttached() const override { return hasDebugger; }
-
-private:
+    bool reducesMotion_ = false;
+    Subscribers activated_;
+    Subscribers motionChanged_;
     QObject context_;
 };
 

@@ -1,0 +1,142 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "OrvelAgent/AuthService.h"
+#include "OrvelAgent/CollectorService.h"
+#include "OrvelAgent/Configuration.h"
+#include "OrvelAgent/ContactBridge.h"
+#include "OrvelAgent/LogReader.h"
+#include "OrvelAgent/Logger.h"
+#include "OrvelAgent/StatusIcon.h"
+#include "OrvelAgent/UpdaterService.h"
+#include "OrvelAgent/WatermarkStore.h"
+#include "OrvelAgent/Worker.h"
+#include "core/CancellationToken.h"
+#include "core/CollectionPreferences.h"
+#include "platform/Platform.h"
+#include "platform/SoftwareUpdater.h"
+#include "platform/Workspace.h"
+
+#include <QCoroTask>
+#include <QObject>
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace orvel {
+
+/// The one object behind every window: owns the services, derives the status that the user sees
+/// from theirs, and runs the collection loop.
+///
+/// Main thread. The platform and the user driver are borrowed. It may be destroyed in whatever
+/// state: what runs then has ended, and its snapshot is gone, when the destructor returns. Until
+/// then that waits for the piece of work on the disk that is under way.
+class AppModel final : public QObject {
+    Q_OBJECT
+
+public:
+    /// After a clean scan.
+    static constexpr tavrin::Seconds scanInterval{900};
+    /// After one failed scan; each further one doubles it, up to the cap.
+    static constexpr tavrin::Seconds backoffUnit{60};
+    static constexpr tavrin::Seconds backoffCap{300};
+    /// While something blocks collection.
+    static constexpr tavrin::Seconds blockedRecheck{30};
+    /// The two phases of the attention flash: the brand image, and the attention symbol.
+    static constexpr tavrin::Seconds brandBeat{2.4};
+    static constexpr tavrin::Seconds alertBeat{0.8};
+    /// How much of the log is sent after each scan.
+    static constexpr std::chrono::minutes diagnosticsWindow{20};
+
+    /// Begins to collect.
+    AppModel(
+        Platform& platform,
+        SoftwareUpdater::UserDriver& userDriver,
+        CollectorService::Options options);
+    ~AppModel() override;
+
+    /// Starts the collection loop; does nothing while it runs.
+    void startCollecting();
+
+    /// Ends the collection loop and the scan that runs, and waits until the keychain has the
+    /// session, but not for longer than two seconds: its user wants to leave. Never throws.
+    QCoro::Task<> stop();
+
+    /// Looks again whether the Messages database can be read. Never throws.
+    QCoro::Task<> refreshPermissions();
+
+    /// Asks the user for the address book, and scans all conversations anew when it is granted.
+    /// Never throws.
+    QCoro::Task<> requestContactsAccess();
+
+    /// Lets the next scan begin with the newest message again. Never throws.
+    QCoro::Task<> rescanFromBeginning();
+
+    /// Starts or ends the attention flash, whichever the status asks for.
+    void syncAttentionFlash();
+
+    /// Quits, and starts this program anew: some permissions are seen only then.
+    void relaunch();
+
+    // The user's choices. Each is in force at once, and saved on the worker.
+    void setMode(tavrin::CollectionMode mode);
+    void setScope(tavrin::ThreadScope scope);
+    /// Also tells the system, whether the value is new or not.
+    void setStartAtLogin(bool startsAtLogin);
+
+    [[nodiscard]] AuthService& auth() { return *auth_; }
+    [[nodiscard]] UpdaterService& updater() { return *updater_; }
+    [[nodiscard]] CollectorService& collector() { return *collector_; }
+    [[nodiscard]] const WatermarkStore& watermarkStore() const { return *watermarkStore_; }
+    [[nodiscard]] Platform& platform() { return platform_; }
+    [[nodiscard]] const Configuration& configuration() const { return configuration_; }
+    /// Whose lines the application's log is made of.
+    [[nodiscard]] LogReader::Subsystems logSubsystems() const;
+
+    [[nodiscard]] bool hasFullDiskAccess() const { return hasFullDiskAccess_; }
+    [[nodiscard]] ContactBridge::Availability contactsAvailability() const {
+        return contactsAvailability_;
+    }
+    [[nodiscard]] tavrin::CollectionMode mode() const { return mode_; }
+    [[nodiscard]] tavrin::ThreadScope scope() const { return scope_; }
+    [[nodiscard]] bool startAtLogin() const { return startAtLogin_; }
+    [[nodiscard]] bool attentionFlashOn() const { return attentionFlashOn_; }
+    /// Why the user's last choice could not be saved; gone with the next one that is.
+    [[nodiscard]] const std::optional<std::string>& settingsError() const { return settingsError_; }
+
+    /// Something that only the user can mend keeps the agent from its work.
+    [[nodiscard]] bool needsAttention() const;
+    /// Why nothing is collected.
+    [[nodiscard]] std::optional<std::string> blockedReason() const;
+    [[nodiscard]] StatusIcon statusIcon() const;
+    /// The status icon in words.
+    [[nodiscard]] std::string statusAccessibilityLabel() const;
+
+Q_SIGNALS:
+    /// One or more of the above have changed, here or in a service.
+    void changed();
+
+private:
+    Platform& platform_;
+    const Configuration configuration_;
+    const Logger log_;
+    std::unique_ptr<Worker> worker_;
+    std::unique_ptr<AuthService> auth_;
+    std::unique_ptr<UpdaterService> updater_;
+    std::unique_ptr<ContactBridge> contacts_;
+    std::unique_ptr<WatermarkStore> watermarkStore_;
+    std::unique_ptr<CollectorService> collector_;
+
+    bool hasFullDiskAccess_ = false;
+    ContactBridge::Availability contactsAvailability_ = ContactBridge::Availability::NotDetermined;
+    tavrin::CollectionMode mode_;
+    tavrin::ThreadScope scope_;
+    bool startAtLogin_ = false;
+    bool attentionFlashOn_ = false;
+    std::optional<std::string> settingsError_;
+};
+
+} // namespace orvel
