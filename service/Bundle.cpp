@@ -4,27 +4,32 @@
 #include "service/Page.h"
 #include "service/PrivateFile.h"
 
-#include <array>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace orvel::service {
 
 void writeBundle(const std::filesystem::path& folder, const BundleInformation& information) {
     const auto url = "https://" + information.host;
-    const std::array<std::pair<std::string_view, std::string>, 9> items{{
+    std::vector<std::pair<std::string_view, std::string>> items{
         // Of its own: what the agent keeps under it, such as its session, is not that of an agent
         // whose service is another.
         {"CFBundleIdentifier", ORVEL_BUNDLE_IDENTIFIER ".LocalService"},
         {"CFBundleDisplayName", ORVEL_DISPLAY_NAME},
         {"CFBundleShortVersionString", ORVEL_VERSION},
+        {"CFBundleVersion", ORVEL_VERSION},
         {"API_HOST", information.host},
         {"WEB_HOST", information.host},
         {"FIREBASE_API_KEY", information.apiKey},
         {"IDENTITY_TOOLKIT_URL", url + "/identity/v1/"},
         {"SECURE_TOKEN_URL", url + "/identity/v1/token"},
         {"TLS_EXTRA_CA", std::filesystem::absolute(information.caFile).string()},
-    }};
+    };
+    if (information.updates) {
+        items.emplace_back("SUFeedURL", information.updates->feedURL);
+        items.emplace_back("SUPublicEDKey", information.updates->publicKey);
+    }
     std::string list =
         "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<dict>\n";
     for (const auto& [key, value] : items) {

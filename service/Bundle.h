@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string>
 
 namespace orvel::service {
@@ -12,6 +13,14 @@ struct BundleInformation {
     std::string host;
     std::string apiKey;
     std::filesystem::path caFile;
+
+    /// Where updates come from, and the key they are signed with.
+    struct Updates {
+        std::string feedURL;
+        std::string publicKey;
+    };
+    /// Without them, the agent does not look for any.
+    std::optional<Updates> updates = {};
 };
 
 /// Writes the information property list of an agent that talks to the service. It appears whole or

@@ -17,6 +17,7 @@
 #include "service/Router.h"
 #include "service/StatusPage.h"
 #include "service/TrafficCapture.h"
+#include "service/UpdateEndpoints.h"
 
 #include <boost/json.hpp>
 
@@ -42,6 +43,7 @@ public:
     BearerTokens tokens;
     const CertificateAuthority authority;
     const std::string apiKey;
+    const std::string updatePublicKey;
     std::atomic<std::uint16_t> port;
 
     [[nodiscard]] std::size_t requestCount() const;
@@ -81,6 +83,7 @@ LocalService::Implementation::Implementation(Options options)
       tokens(std::move(options.tokens), identities),
       authority(std::move(options.certificates), std::chrono::system_clock::now()),
       apiKey(std::move(options.apiKey)),
+      updatePublicKey(std::move(options.updatePublicKey)),
       port(options.port),
       knownHandles_(options.knownHandles),
       contract_(tokens),
@@ -93,6 +96,9 @@ LocalService::Implementation::Implementation(Options options)
     addContextEndpoints(contract_, store, knownHandles_);
     addIdentityEndpoints(contract_, identities, apiKey);
     addLinkPage(contract_, identities.accounts(), codes);
+    if (options.updates) {
+        addUpdateEndpoints(contract_, std::move(*options.updates));
+    }
     addStatusPage(operator_, store);
     if (options.hasControl) {
         addControlEndpoints(operator_, faults, identities, [this] { return statistics(); });
@@ -124,10 +130,11 @@ Reply LocalService::Implementation::answer(const Request& request) {
     auto reply = isForOperator ? operator_.serve(request) : answerContract(request);
     if (log_) {
         // Any other path is the client's own text and may hold anything.
-        const bool isKnown = isForOperator || contract_.hasPath(request.path);
-        const std::string path = isKnown ? request.path : "(unknown path)";
+        const auto path = (isForOperator ? operator_ : contract_).addedPath(request.path);
         const std::lock_guard lock(logMutex_);
-        log_(request.method + " " + path + " " + std::to_string(reply.status));
+        log_(
+            request.method + " " + path.value_or("(unknown path)") + " " +
+            std::to_string(reply.status));
     }
     return reply;
 }
@@ -155,8 +162,8 @@ void LocalService::Implementation::count(const Request& request) {
         const std::lock_guard lock(mutex_);
         ++requestCount_;
         // Only paths that exist, or anybody could make the map grow.
-        if (contract_.hasPath(request.path)) {
-            ++pathCounts_[request.path];
+        if (const auto path = contract_.addedPath(request.path)) {
+            ++pathCounts_[*path];
         }
     }
     changed_.notify_all();
@@ -248,8 +255,14 @@ void LocalService::setUserDisabled(const std::string& uid, bool isDisabled) {
 
 void LocalService::writeBundle(const std::filesystem::path& folder) const {
     const auto& key = implementation_->apiKey;
-    service::writeBundle(
-        folder, {"127.0.0.1:" + std::to_string(port()), key.empty() ? "any" : key, caFile()});
+    BundleInformation information;
+    information.host = "127.0.0.1:" + std::to_string(port());
+    information.apiKey = key.empty() ? "any" : key;
+    information.caFile = caFile();
+    if (!implementation_->updatePublicKey.empty()) {
+        information.updates = {url().append(updateFeedPath), implementation_->updatePublicKey};
+    }
+    service::writeBundle(folder, information);
 }
 
 std::uint16_t LocalService::port() const {

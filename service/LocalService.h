@@ -46,6 +46,11 @@ public:
         Now now = std::chrono::system_clock::now;
         /// Whether faults can be scripted and counts be read over HTTPS, too.
         bool hasControl = false;
+        /// A folder of files to serve below /updates/, the feed of them being "appcast.xml".
+        std::optional<std::filesystem::path> updates;
+        /// Base64 of the Ed25519 key that the updates are signed with. With one, the agent of the
+        /// bundle looks here for updates.
+        std::string updatePublicKey;
         /// Where to append every request of the contract, without its token and query, and without
         /// its body where that holds secrets.
         std::optional<std::filesystem::path> capture;

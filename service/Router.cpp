@@ -43,8 +43,21 @@ void Router::add(std::string method, std::string path, Access access, Action act
     paths_[std::move(path)].emplace(std::move(method), Endpoint{access, std::move(action)});
 }
 
+Router::Paths::const_iterator Router::find(std::string_view path) const {
+    const auto itself = paths_.find(path);
+    if (itself != paths_.end()) {
+        return itself;
+    }
+    return paths_.find(std::string(path.substr(0, path.rfind('/') + 1)) + '*');
+}
+
+std::optional<std::string> Router::addedPath(std::string_view path) const {
+    const auto found = find(path);
+    return found == paths_.end() ? std::nullopt : std::optional(found->first);
+}
+
 bool Router::wantsBearerToken(std::string_view path) const {
-    const auto methods = paths_.find(path);
+    const auto methods = find(path);
     return methods != paths_.end() &&
            std::ranges::all_of(methods->second, [](const auto& endpoint) {
                return endpoint.second.access == Access::BearerToken;
@@ -65,7 +78,7 @@ Reply Router::serve(const Request& request) const {
 
 Reply Router::carriedOut(const Request& request) const {
     requireLoopbackHost(request);
-    const auto path = paths_.find(request.path);
+    const auto path = find(request.path);
     if (path == paths_.end()) {
         throw Refusal(404, "not_found", "There is nothing at this path.");
     }

@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -23,9 +24,13 @@ public:
     /// The tokens must outlive the router.
     explicit Router(const BearerTokens& tokens) : tokens_(tokens) {}
 
+    /// A path that ends in a slash and a star stands for every one with something else in place of
+    /// the star, but for those that have been added themselves. There is no slash in it.
     void add(std::string method, std::string path, Access access, Action action);
 
-    [[nodiscard]] bool hasPath(std::string_view path) const { return paths_.contains(path); }
+    /// The path that was added for this one; no value when there is none.
+    [[nodiscard]] std::optional<std::string> addedPath(std::string_view path) const;
+    [[nodiscard]] bool hasPath(std::string_view path) const { return find(path) != paths_.end(); }
 
     /// Whether the path is one of those whose requests prove themselves with a bearer token only.
     [[nodiscard]] bool wantsBearerToken(std::string_view path) const;
@@ -39,11 +44,13 @@ private:
         Action action;
     };
     using Methods = std::map<std::string, Endpoint, std::less<>>;
+    using Paths = std::map<std::string, Methods, std::less<>>;
 
+    [[nodiscard]] Paths::const_iterator find(std::string_view path) const;
     [[nodiscard]] Reply carriedOut(const Request& request) const;
 
     const BearerTokens& tokens_;
-    std::map<std::string, Methods, std::less<>> paths_;
+    Paths paths_;
 };
 
 } // namespace orvel::service

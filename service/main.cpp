@@ -115,6 +115,19 @@ void declare(CLI::App& app, Arguments& arguments) {
            "Write an Info.plist here; an agent started with ORVEL_AGENT_BUNDLE=DIRECTORY talks to "
            "this service")
         ->type_name("DIRECTORY");
+    auto* updates =
+        app.add_option(
+               "--updates",
+               service.updates,
+               "Serve the files in it below /updates/; the feed of updates is its appcast.xml")
+            ->type_name("DIRECTORY")
+            ->check(CLI::ExistingDirectory.description(""));
+    app.add_option(
+           "--update-public-key",
+           service.updatePublicKey,
+           "What updates are signed with; the agent of --bundle-out looks here for them")
+        ->type_name("KEY")
+        ->needs(updates);
     file(
         "--capture",
         service.capture,

@@ -73,6 +73,7 @@ ClientReply Client::send(
     ClientReply reply;
     std::array<char, CURL_ERROR_SIZE> problem{};
     curl_easy_setopt(curl, CURLOPT_URL, (url + path).c_str());
+    curl_easy_setopt(curl, CURLOPT_PATH_AS_IS, 1L);
     curl_easy_setopt(curl, CURLOPT_CAINFO, caFile.c_str());
     curl_easy_setopt(curl, CURLOPT_NOPROXY, "*");
     curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);

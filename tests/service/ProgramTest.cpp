@@ -206,7 +206,11 @@ TEST_F(ProgramTest, TakesItsOptionsForSigningIn) {
          "--api-key",
          "the-key",
          "--bundle-out",
-         bundle.string()}));
+         bundle.string(),
+         "--updates",
+         directory_.path().string(),
+         "--update-public-key",
+         "the-update-key"}));
     const auto client = this->client(program);
 
     const auto page = client.get("/link?challenge=" + std::string(43, 'a')).body;
@@ -216,6 +220,9 @@ TEST_F(ProgramTest, TakesItsOptionsForSigningIn) {
     const PlistBundle information(bundle);
     EXPECT_EQ(client.url, "https://" + information.infoString("API_HOST").value_or(""));
     EXPECT_EQ("the-key", information.infoString("FIREBASE_API_KEY"));
+    EXPECT_EQ(client.url + "/updates/appcast.xml", information.infoString("SUFeedURL"));
+    EXPECT_EQ("the-update-key", information.infoString("SUPublicEDKey"));
+    EXPECT_EQ(200, client.get("/updates/accounts.json").status);
 }
 
 TEST_F(ProgramTest, SaysWhyItCannotStart) {
@@ -245,9 +252,11 @@ TEST_F(ProgramTest, SaysWhyItCannotStart) {
     }
 }
 
-TEST_F(ProgramTest, RefusesOptionsItDoesNotKnow) {
+TEST_F(ProgramTest, RefusesOptionsThatMakeNoSense) {
     Program program({"--nonsense"});
     EXPECT_EQ(2, program.exitStatus());
+    Program withoutUpdates({"--update-public-key", "key"});
+    EXPECT_EQ(2, withoutUpdates.exitStatus());
 }
 
 TEST_F(ProgramTest, RefusesALifetimeThatIsNone) {

@@ -1,0 +1,194 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// An update on its whole way: signed by the tool, served by the real service, found through the
+// service's bundle, and put in the place of the AppImage that runs.
+#include "OrvelAgent/UpdaterService.h"
+#include "platform/linux/AppcastUpdater.h"
+#include "platform/linux/CurlURLSession.h"
+#include "platform/linux/PlistBundle.h"
+#include "service/LocalService.h"
+#include "tests/support/InMemoryUserDefaults.h"
+#include "tests/support/ManualClock.h"
+#include "tests/support/Program.h"
+#include "tests/support/RecordingLogStore.h"
+#include "tests/support/RecordingUserDriver.h"
+#include "tests/support/TemporaryDirectory.h"
+
+#include <QCoreApplication>
+#include <QEventLoop>
+#include <QTimer>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace orvel {
+
+namespace {
+
+using service::LocalService;
+using testing::ElementsAre;
+
+std::string content(const std::filesystem::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+void write(const std::filesystem::path& file, const std::string& text) {
+    std::ofstream(file, std::ios::binary) << text;
+}
+
+class UpdateTest : public testing::Test {
+protected:
+    UpdateTest() {
+        std::filesystem::create_directory(updates_);
+        std::filesystem::create_directory(directory_ / "mounted");
+        std::filesystem::create_directory(directory_ / "apps");
+        write(place_, "the old version");
+        chmod(place_.c_str(), 0755);
+
+        LocalService::Options options;
+        options.store = directory_ / "records.sqlite";
+        options.certificates = directory_ / "certificates";
+        options.updates = updates_;
+        options.updatePublicKey = signUpdate({"--generate-keys", keyFile_});
+        options.updatePublicKey.pop_back();
+        service_ = std::make_unique<LocalService>(std::move(options));
+        service_->start();
+        service_->writeBundle(directory_ / "bundle");
+
+        CurlURLSession::Trust trust;
+        trust.extraCertificates = {service_->caFile()};
+        session_ = std::make_unique<CurlURLSession>(std::move(trust));
+        AppcastUpdater::Copy copy = AppcastUpdater::thisCopy("0.1.0", directory_ / "Downloads");
+        const UpdateInstallation::Traces traces{
+            directory_ / "mounted" / "orvel-agent", place_, directory_ / "mounted"};
+        copy.installation = UpdateInstallation(traces, directory_ / "Downloads");
+        updater_ = std::make_unique<AppcastUpdater>(*session_, clock_, defaults_, log_, copy);
+        const PlistBundle bundle(directory_ / "bundle");
+        updaterService_ = std::make_unique<UpdaterService>(bundle, *updater_, userDriver_);
+        userDriver_.onUpdate = [this] {
+            updater_->choose(SoftwareUpdater::Choice::Install);
+        };
+        userDriver_.onReadyToInstall = userDriver_.onUpdate;
+    }
+
+    /// What the tool prints.
+    static std::string signUpdate(std::vector<std::string> arguments) {
+        test::Program::Options options;
+        arguments.insert(arguments.begin(), SIGN_UPDATE);
+        options.arguments = std::move(arguments);
+        test::Program program(options);
+        EXPECT_EQ(program.wait(), 0) << program.errors();
+        return program.output();
+    }
+
+    /// Offers it as version 9.0.0 of the AppImage.
+    void publish(const std::string& update) {
+        const std::string file = updates_ / "Agent.AppImage";
+        write(file, update);
+        const std::string item = signUpdate(
+            {"--key",
+             keyFile_,
+             file,
+             "--item",
+             "--version",
+             "9.0.0",
+             "--url",
+             service_->url() + "/updates/Agent.AppImage"});
+        write(
+            updates_ / "appcast.xml",
+            "<rss version='2.0' "
+            "xmlns:sparkle='http://www.andymatuschak.org/xml-namespaces/sparkle'><channel>" +
+                item + "</channel></rss>");
+    }
+
+    /// What the user is shown, from asking for an update to its end.
+    std::vector<std::string> outcome() {
+        QTimer limit;
+        limit.setSingleShot(true);
+        limit.start(std::chrono::seconds(60));
+        userDriver_.clear();
+        updater_->checkForUpdates();
+        const auto hasEnded = [this] {
+            const std::string& last = userDriver_.shown().back();
+            return last.ends_with('.') || last == "no update" || last == "relaunch";
+        };
+        while (!hasEnded() && limit.isActive()) {
+            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+        }
+        EXPECT_TRUE(hasEnded());
+        return userDriver_.shown();
+    }
+
+    test::TemporaryDirectory directory_;
+    std::filesystem::path updates_ = directory_ / "updates";
+    std::filesystem::path place_ = directory_ / "apps" / "Agent.AppImage";
+    std::string keyFile_ = directory_ / "key.pem";
+    std::unique_ptr<LocalService> service_;
+    std::unique_ptr<CurlURLSession> session_;
+    test::ManualClock clock_;
+    test::InMemoryUserDefaults defaults_;
+    test::RecordingLogStore log_;
+    test::RecordingUserDriver userDriver_;
+    std::unique_ptr<AppcastUpdater> updater_;
+    std::unique_ptr<UpdaterService> updaterService_;
+};
+
+} // namespace
+
+TEST_F(UpdateTest, ASignedUpdateTakesThePlaceOfTheAppImage) {
+    const std::string update = "#!/bin/sh\nexit 42\n";
+    publish(update);
+    EXPECT_THAT(
+        outcome(),
+        ElementsAre(
+            "checking",
+            "update 9.0.0 in focus",
+            "download",
+            "verification",
+            "ready 9.0.0",
+            "relaunch"));
+    EXPECT_EQ(content(place_), update);
+    EXPECT_EQ(WEXITSTATUS(std::system(place_.c_str())), 42);
+    EXPECT_EQ(updaterService_->lastCheck(), clock_.now());
+    EXPECT_EQ(service_->requestCount(), 2U);
+}
+
+TEST_F(UpdateTest, AnUpdateThatWasChangedAtTheServiceIsRefused) {
+    publish("the new version");
+    write(updates_ / "Agent.AppImage", "the bad version");
+    EXPECT_EQ(outcome().back(), "The signature of the update is not valid. It was not installed.");
+    EXPECT_EQ(content(place_), "the old version");
+}
+
+TEST_F(UpdateTest, ADownloadThatIsCutOffIsTriedAgainWhenAskedFor) {
+    publish("the new version");
+    service::Fault fault = service::Fault::acceptThenCutOff();
+    fault.path = "/updates/Agent.AppImage";
+    service_->script(fault);
+    EXPECT_EQ(outcome().back(), "The update could not be loaded. The network connection was lost.");
+    EXPECT_EQ(content(place_), "the old version");
+    EXPECT_EQ(outcome().back(), "relaunch");
+    EXPECT_EQ(content(place_), "the new version");
+}
+
+TEST_F(UpdateTest, AServiceWithoutAFeedIsSaid) {
+    EXPECT_THAT(
+        outcome(),
+        ElementsAre(
+            "checking",
+            "The update feed could not be loaded: the server answered with status 404."));
+}
+
+} // namespace orvel
