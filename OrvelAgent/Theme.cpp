@@ -3,6 +3,10 @@
 
 #include <QApplication>
 #include <QFontDatabase>
+#include <QFontMetrics>
+
+#include <algorithm>
+#include <cmath>
 
 namespace orvel::Theme {
 
@@ -11,6 +15,11 @@ namespace {
 constexpr double titleScale = 1.35;
 constexpr double calloutScale = 0.95;
 constexpr double captionScale = 0.85;
+
+constexpr double readableContrast = 4.5;
+constexpr double highContrast = 7;
+/// Text and window of an ordinary palette differ less.
+constexpr double contrastOfHighContrastPalettes = 18;
 
 QFont scaled(QFont font, double scale) {
     if (font.pointSizeF() > 0) {
@@ -21,9 +30,57 @@ QFont scaled(QFont font, double scale) {
     return font;
 }
 
-bool isDark(const QPalette& palette) {
-    return palette.color(QPalette::Window).lightness() <
-           palette.color(QPalette::WindowText).lightness();
+/// `share` of the second colour in the first.
+QColor mixed(const QColor& first, const QColor& second, double share) {
+    const auto mix = [share](int from, int to) {
+        return qRound(from + (to - from) * share);
+    };
+    return {
+        mix(first.red(), second.red()),
+        mix(first.green(), second.green()),
+        mix(first.blue(), second.blue())};
+}
+
+QColor text(const QPalette& palette) {
+    return palette.color(QPalette::Active, QPalette::WindowText);
+}
+
+QColor window(const QPalette& palette) {
+    return palette.color(QPalette::Active, QPalette::Window);
+}
+
+bool isHighContrast(const QPalette& palette) {
+    return contrast(text(palette), window(palette)) >= contrastOfHighContrastPalettes;
+}
+
+/// The colour, taken towards the text's as far as reading it asks for.
+QColor readable(const QColor& wanted, const QPalette& palette) {
+    constexpr int steps = 20;
+    const double needed = isHighContrast(palette) ? highContrast : readableContrast;
+    for (int step = 0; step < steps; ++step) {
+        const QColor candidate = mixed(wanted, text(palette), double(step) / steps);
+        const double least = std::min(
+            {contrast(candidate, window(palette)),
+             contrast(candidate, color(Surface::Card, palette)),
+             contrast(candidate, color(Surface::Banner, palette))});
+        if (least >= needed) {
+            return candidate;
+        }
+    }
+    return text(palette);
+}
+
+QColor orange(const QPalette& palette) {
+    return isDark(palette) ? QColor(0xff, 0xb4, 0x54) : QColor(0xa0, 0x50, 0x00);
+}
+
+/// Of the colour's light, as the eye weighs it; 0 to 1.
+double luminance(const QColor& color) {
+    const auto linear = [](double value) {
+        return value <= 0.04045 ? value / 12.92 : std::pow((value + 0.055) / 1.055, 2.4);
+    };
+    return 0.2126 * linear(color.redF()) + 0.7152 * linear(color.greenF()) +
+           0.0722 * linear(color.blueF());
 }
 
 } // namespace
@@ -59,23 +116,56 @@ QFont font(TextStyle style) {
     return font;
 }
 
+int symbolSize(TextStyle style) {
+    return QFontMetrics(font(style)).height();
+}
+
 QColor color(Role role, const QPalette& palette) {
     const bool dark = isDark(palette);
     switch (role) {
     case Role::Primary:
         break;
     case Role::Secondary:
-        return palette.color(QPalette::PlaceholderText);
+        return readable(mixed(text(palette), window(palette), 0.4), palette);
     case Role::Red:
-        return dark ? QColor(0xff, 0x7b, 0x72) : QColor(0xb4, 0x23, 0x18);
+        return readable(dark ? QColor(0xff, 0x7b, 0x72) : QColor(0xb4, 0x23, 0x18), palette);
     case Role::Orange:
-        return dark ? QColor(0xff, 0xb4, 0x54) : QColor(0xa0, 0x50, 0x00);
+        return readable(orange(palette), palette);
     case Role::Green:
-        return dark ? QColor(0x6c, 0xd0, 0x8a) : QColor(0x1a, 0x7f, 0x37);
+        return readable(dark ? QColor(0x6c, 0xd0, 0x8a) : QColor(0x1a, 0x7f, 0x37), palette);
     case Role::Blue:
-        return dark ? QColor(0x79, 0xb8, 0xff) : QColor(0x0b, 0x5c, 0xc4);
+        return readable(dark ? QColor(0x79, 0xb8, 0xff) : QColor(0x0b, 0x5c, 0xc4), palette);
     }
-    return palette.color(QPalette::WindowText);
+    return text(palette);
+}
+
+QColor color(Surface surface, const QPalette& palette) {
+    if (isHighContrast(palette)) {
+        return window(palette);
+    }
+    if (surface == Surface::Banner) {
+        return mixed(window(palette), orange(palette), 0.12);
+    }
+    // Raised towards the light in both.
+    return mixed(window(palette), Qt::white, isDark(palette) ? 0.06 : 0.6);
+}
+
+QColor borderColor(Surface surface, const QPalette& palette) {
+    if (isHighContrast(palette)) {
+        return text(palette);
+    }
+    const QColor line = surface == Surface::Banner ? orange(palette) : text(palette);
+    return mixed(window(palette), line, surface == Surface::Banner ? 0.4 : 0.16);
+}
+
+bool isDark(const QPalette& palette) {
+    return luminance(window(palette)) < luminance(text(palette));
+}
+
+double contrast(const QColor& first, const QColor& second) {
+    constexpr double flare = 0.05;
+    const auto [darker, lighter] = std::minmax({luminance(first), luminance(second)});
+    return (lighter + flare) / (darker + flare);
 }
 
 } // namespace orvel::Theme

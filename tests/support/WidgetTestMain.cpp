@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <QApplication>
+#include <QFont>
+#include <QStyleFactory>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+/// A warning of Qt's is a mistake of ours: the running test fails.
+void failOnWarning(QtMsgType type, const QMessageLogContext&, const QString& message) {
+    if (type == QtWarningMsg || type == QtCriticalMsg) {
+        ADD_FAILURE() << "Qt: " << message.toStdString();
+    }
+}
+
+} // namespace
+
+/// For tests of widgets, which are drawn in memory, with one style and font on every machine.
+int main(int argc, char** argv) {
+    // Nothing of the user's may be read or written, even by mistake.
+    qputenv("HOME", "/nonexistent");
+    qputenv("XDG_CONFIG_HOME", "/nonexistent");
+    qputenv("XDG_RUNTIME_DIR", "/nonexistent");
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    qunsetenv("QT_QPA_PLATFORMTHEME");
+    qunsetenv("QT_STYLE_OVERRIDE");
+    // Servers of tests are on this machine.
+    qputenv("no_proxy", "*");
+    testing::InitGoogleTest(&argc, argv);
+    QApplication::setStyle(QStyleFactory::create(QStringLiteral("Fusion")));
+    const QApplication application(argc, argv);
+    QApplication::setFont(QFont(QStringLiteral("DejaVu Sans"), 10));
+    QApplication::setQuitOnLastWindowClosed(false);
+    qInstallMessageHandler(failOnWarning);
+    return RUN_ALL_TESTS();
+}
