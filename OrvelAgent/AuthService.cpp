@@ -83,8 +83,7 @@ AuthService::~AuthService() {
 
 QCoro::Task<> AuthService::restored(tavrin::CancellationToken cancellation) {
     const auto end = restoration_.waiter();
-    const auto registration = cancellation.onCancel(
-        [end] { end->reject(std::make_exception_ptr(tavrin::TaskCancelled())); });
+    const auto registration = rejectWhenCancelled(cancellation, end);
     co_await end->result();
 }
 

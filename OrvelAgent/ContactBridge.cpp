@@ -77,7 +77,8 @@ ContactBridge::IdentityIndex indexed(const std::vector<ContactCard>& cards) {
 ContactBridge::ContactBridge(AddressBook& addressBook, Worker& worker, LogStore& logStore)
     : addressBook_(addressBook), worker_(worker), log_(logStore, "contacts") {}
 
-QCoro::Task<bool> ContactBridge::requestAccess() {
+QCoro::Task<bool> ContactBridge::requestAccess(tavrin::CancellationToken cancellation) {
+    cancellation.throwIfCancelled();
     log_.info("contacts access requested; status is {}", rawStatusName());
     if (isGranted()) {
         co_return true;
@@ -87,18 +88,21 @@ QCoro::Task<bool> ContactBridge::requestAccess() {
     }
     const auto answer = std::make_shared<Deferred<bool>>();
     addressBook_.requestAccess([answer](bool granted) { answer->resolve(granted); });
+    const auto registration = rejectWhenCancelled(cancellation, answer);
     const bool isAllowed = co_await answer->result();
     log_.log("contacts request returned {}; status is now {}", isAllowed, rawStatusName());
     co_return isAllowed;
 }
 
-QCoro::Task<ContactBridge::Expansion> ContactBridge::expand(HintSet hints) {
+QCoro::Task<ContactBridge::Expansion>
+ContactBridge::expand(HintSet hints, tavrin::CancellationToken cancellation) {
+    cancellation.throwIfCancelled();
     if (hints.empty() || !isGranted()) {
         log_.log("address book not consulted; status {}, {} hints", rawStatusName(), hints.size());
         Expansion unchanged{std::move(hints), 0, 0};
         co_return unchanged;
     }
-    AddressBook::Cards cards = co_await cardsWith(AddressBook::Fields::Identifiers);
+    AddressBook::Cards cards = co_await cardsWith(AddressBook::Fields::Identifiers, cancellation);
     if (const auto* error = std::get_if<tavrin::PlatformError>(&cards)) {
         log_.log("could not read the address book: {}", error->what());
         Expansion unchanged{std::move(hints), 0, 0};
@@ -110,6 +114,7 @@ QCoro::Task<ContactBridge::Expansion> ContactBridge::expand(HintSet hints) {
         return widened(hints, cards);
     };
     Expansion expansion = co_await worker_.run(std::move(widen));
+    cancellation.throwIfCancelled();
     log_.log(
         "address book: {} contacts scanned, {} identifiers added to {} from the graph",
         expansion.scanned,
@@ -118,11 +123,14 @@ QCoro::Task<ContactBridge::Expansion> ContactBridge::expand(HintSet hints) {
     co_return expansion;
 }
 
-QCoro::Task<ContactBridge::IdentityIndex> ContactBridge::buildIdentityIndex() {
+QCoro::Task<ContactBridge::IdentityIndex>
+ContactBridge::buildIdentityIndex(tavrin::CancellationToken cancellation) {
+    cancellation.throwIfCancelled();
     if (!isGranted()) {
         co_return IdentityIndex();
     }
-    AddressBook::Cards cards = co_await cardsWith(AddressBook::Fields::IdentifiersAndNames);
+    AddressBook::Cards cards =
+        co_await cardsWith(AddressBook::Fields::IdentifiersAndNames, cancellation);
     if (const auto* error = std::get_if<tavrin::PlatformError>(&cards)) {
         log_.error("could not build identity index: {}", error->what());
         co_return IdentityIndex();
@@ -131,6 +139,7 @@ QCoro::Task<ContactBridge::IdentityIndex> ContactBridge::buildIdentityIndex() {
         return indexed(cards);
     };
     IdentityIndex index = co_await worker_.run(std::move(build));
+    cancellation.throwIfCancelled();
     log_.log("address-book index: {} handle->identity entries", index.size());
     co_return index;
 }
@@ -173,10 +182,12 @@ std::string ContactBridge::rawStatusName() const {
     }
 }
 
-QCoro::Task<AddressBook::Cards> ContactBridge::cardsWith(AddressBook::Fields fields) {
+QCoro::Task<AddressBook::Cards>
+ContactBridge::cardsWith(AddressBook::Fields fields, tavrin::CancellationToken cancellation) {
     const auto cards = std::make_shared<Deferred<AddressBook::Cards>>();
     addressBook_.enumerateCards(
         fields, [cards](AddressBook::Cards result) { cards->resolve(std::move(result)); });
+    const auto registration = rejectWhenCancelled(cancellation, cards);
     co_return co_await cards->result();
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "OrvelAgent/Logger.h"
+#include "core/CancellationToken.h"
 #include "platform/AddressBook.h"
 
 #include <QCoroTask>
@@ -23,7 +24,8 @@ class Worker;
 /// Widens the set of known handles with the other identifiers of the same cards, builds the index
 /// from which records get names and e-mail addresses, and asks for access. Missing access and
 /// reading errors are logged and never fail a scan. Main thread, with the matching itself on the
-/// worker; must outlive the tasks it returns.
+/// worker; must outlive the tasks it returns. Those throw `tavrin::TaskCancelled` when cancelled,
+/// and at once where they wait for the user or for the address book.
 class ContactBridge final {
 public:
     enum class Availability { Granted, Denied, NotDetermined };
@@ -51,13 +53,13 @@ public:
     ContactBridge(AddressBook& addressBook, Worker& worker, LogStore& logStore);
 
     /// Whether access is granted, after asking the user when nothing is decided yet.
-    QCoro::Task<bool> requestAccess();
+    QCoro::Task<bool> requestAccess(tavrin::CancellationToken cancellation = {});
 
     /// The hints and the identifiers of every card that shares one with the given set.
-    QCoro::Task<Expansion> expand(HintSet hints);
+    QCoro::Task<Expansion> expand(HintSet hints, tavrin::CancellationToken cancellation = {});
 
     /// Empty when access is missing or reading fails.
-    QCoro::Task<IdentityIndex> buildIdentityIndex();
+    QCoro::Task<IdentityIndex> buildIdentityIndex(tavrin::CancellationToken cancellation = {});
 
     [[nodiscard]] static std::optional<Identity>
     identity(std::string_view handle, const IdentityIndex& index);
@@ -69,7 +71,8 @@ public:
 
 private:
     [[nodiscard]] bool isGranted() const { return availability() == Availability::Granted; }
-    QCoro::Task<AddressBook::Cards> cardsWith(AddressBook::Fields fields);
+    QCoro::Task<AddressBook::Cards>
+    cardsWith(AddressBook::Fields fields, tavrin::CancellationToken cancellation);
 
     AddressBook& addressBook_;
     Worker& worker_;

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "core/CancellationToken.h"
+
 #include <cassert>
 #include <coroutine>
 #include <exception>
+#include <memory>
 #include <optional>
 #include <type_traits>
 #include <utility>
@@ -79,5 +82,14 @@ private:
     std::exception_ptr error_;
     std::coroutine_handle<> waiter_;
 };
+
+/// Ends the wait with `TaskCancelled` when the token is cancelled, at once if it is already. The
+/// result must not outlive the wait.
+template <typename T>
+[[nodiscard]] tavrin::CancellationToken::Registration rejectWhenCancelled(
+    const tavrin::CancellationToken& cancellation, const std::shared_ptr<Deferred<T>>& deferred) {
+    return cancellation.onCancel(
+        [deferred] { deferred->reject(std::make_exception_ptr(tavrin::TaskCancelled())); });
+}
 
 } // namespace orvel

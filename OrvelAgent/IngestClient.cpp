@@ -38,13 +38,14 @@ IngestClient::fetchKnownHandleHints(tavrin::CancellationToken cancellation) cons
     co_return hints;
 }
 
-QCoro::Task<> IngestClient::sendDiagnostics(std::vector<std::string> lines) const {
+QCoro::Task<> IngestClient::sendDiagnostics(
+    std::vector<std::string> lines, tavrin::CancellationToken cancellation) const {
     auto body = std::make_shared<Diagnostics>();
     body->client = clientName_;
     body->lines = std::move(lines);
     try {
         co_await client_.send<DiagnosticsReceipt, Diagnostics>(
-            "/api/v1/context/diagnostics", "POST", std::move(body));
+            "/api/v1/context/diagnostics", "POST", std::move(body), std::move(cancellation));
     } catch (const std::exception&) {
         // Diagnostics that do not arrive must not disturb anything.
     }

@@ -73,7 +73,8 @@ public:
     fetchKnownHandleHints(tavrin::CancellationToken cancellation = {}) const;
 
     /// Best effort: never throws.
-    QCoro::Task<> sendDiagnostics(std::vector<std::string> lines) const;
+    QCoro::Task<> sendDiagnostics(
+        std::vector<std::string> lines, tavrin::CancellationToken cancellation = {}) const;
 
 private:
     APIClient client_;

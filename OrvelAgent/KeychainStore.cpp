@@ -10,18 +10,6 @@
 
 namespace orvel {
 
-namespace {
-
-/// Gives up the wait when the token is cancelled. The result must not outlive the registration.
-template <typename T>
-auto rejectWhenCancelled(
-    const tavrin::CancellationToken& cancellation, const std::shared_ptr<Deferred<T>>& deferred) {
-    return cancellation.onCancel(
-        [deferred] { deferred->reject(std::make_exception_ptr(tavrin::TaskCancelled())); });
-}
-
-} // namespace
-
 /// Shared with the completions, which may come when the store is gone.
 struct KeychainStore::Changes {
     std::size_t pending = 0;

@@ -3,7 +3,6 @@
 
 #include "OrvelAgent/Deferred.h"
 
-#include <exception>
 #include <memory>
 #include <utility>
 #include <variant>
@@ -16,8 +15,7 @@ readEntries(LogStore* store, tavrin::Date start, tavrin::CancellationToken cance
     const auto answer = std::make_shared<Deferred<LogStore::Entries>>();
     store->readEntries(
         start, [answer](LogStore::Entries entries) { answer->resolve(std::move(entries)); });
-    const auto registration = cancellation.onCancel(
-        [answer] { answer->reject(std::make_exception_ptr(tavrin::TaskCancelled())); });
+    const auto registration = rejectWhenCancelled(cancellation, answer);
     LogStore::Entries entries = co_await answer->result();
     if (const auto* error = std::get_if<tavrin::PlatformError>(&entries)) {
         throw tavrin::PlatformError(*error);

@@ -12,8 +12,7 @@ sleepFor(Clock* clock, tavrin::Seconds duration, tavrin::CancellationToken cance
     cancellation.throwIfCancelled();
     const auto wake = std::make_shared<Deferred<void>>();
     const auto timer = clock->schedule(duration, [wake] { wake->resolve({}); });
-    const auto registration = cancellation.onCancel(
-        [wake] { wake->reject(std::make_exception_ptr(tavrin::TaskCancelled())); });
+    const auto registration = rejectWhenCancelled(cancellation, wake);
     co_await wake->result();
 }
 

@@ -21,14 +21,19 @@ namespace orvel {
 
 /// A thread for work that blocks: files, SQLite, encoding. Jobs run one after another.
 ///
-/// Made and used on the main thread. Nobody may await it any more when it is destroyed; the
-/// destructor waits for the job that runs.
+/// Made and used on the main thread. Its destructor stops it.
 class Worker final {
 public:
     Worker();
     ~Worker();
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
+
+    /// Ends the thread, once the job that runs is done, and carries out here and now what is left
+    /// to do: nothing that was asked for is lost. Everybody who awaits a job goes on within this
+    /// call, so what they use must still be there. From then on `run` does its work at once, on the
+    /// main thread.
+    void stop();
 
     /// Runs `work()` on the thread and gives its result, or throws what it threw, on the main
     /// thread. The callable is destroyed on the worker before the result arrives, so what it owned
@@ -93,12 +98,19 @@ private:
 
     void post(std::shared_ptr<AnyJob> job);
     void loop();
+    /// The next job that is to be executed, or settled; none when there is none.
+    [[nodiscard]] std::shared_ptr<AnyJob> take(std::deque<std::shared_ptr<AnyJob>>& jobs);
+    void settleNext();
 
     QObject mainThreadContext_;
     std::mutex mutex_;
     std::condition_variable wake_;
     std::deque<std::shared_ptr<AnyJob>> jobs_;
+    /// Still to be settled, each once: by the event that was posted for it, or by `stop`.
+    std::deque<std::shared_ptr<AnyJob>> executed_;
     bool isStopping_ = false;
+    /// Of the main thread: nothing is queued any more.
+    bool isStopped_ = false;
     std::thread thread_;
 };
 

@@ -98,7 +98,11 @@ ScanCommand::ScanCommand(ScanArguments arguments)
     });
 }
 
-ScanCommand::~ScanCommand() = default;
+ScanCommand::~ScanCommand() {
+    // While all that a run uses is there.
+    cancellation_.cancel();
+    worker_->stop();
+}
 
 APIClient ScanCommand::makeClient(URLSession& session) {
     const Configuration configuration(*platform_.bundle);

@@ -333,4 +333,23 @@ TEST_F(ContactBridgeTest, AHandleWithoutAHintHasNoIdentity) {
     EXPECT_EQ(ContactBridge::identity("", index), std::nullopt);
 }
 
+TEST_F(ContactBridgeTest, CancellingEndsEveryWaitForTheUserAndTheAddressBookAtOnce) {
+    addressBook_.cards = {withEmails({}, {"a@example.com"})};
+    const auto expectEnds = [](auto start) {
+        tavrin::CancellationSource cancellation;
+        auto task = start(cancellation.token());
+        EXPECT_FALSE(task.isReady());
+        cancellation.cancel();
+        EXPECT_TRUE(task.isReady());
+        EXPECT_THROW(runTask(std::move(task)), tavrin::TaskCancelled);
+        // And what is not even begun.
+        EXPECT_THROW(runTask(start(cancellation.token())), tavrin::TaskCancelled);
+    };
+    expectEnds([this](auto token) { return bridge_.expand({"a@example.com"}, token); });
+    expectEnds([this](auto token) { return bridge_.buildIdentityIndex(token); });
+    addressBook_.status = AddressBook::notDetermined;
+    expectEnds([this](auto token) { return bridge_.requestAccess(token); });
+    test::processEvents();
+}
+
 } // namespace orvel

@@ -5,10 +5,13 @@
 
 #include <gtest/gtest.h>
 
+#include <future>
 #include <memory>
+#include <numeric>
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace orvel {
 
@@ -19,6 +22,19 @@ namespace {
 QCoro::Task<std::thread::id> threadAfterwards(Worker* worker) {
     co_await worker->run([] {});
     co_return std::this_thread::get_id();
+}
+
+/// Counts the jobs that have been settled.
+QCoro::Task<> countJobs(Worker* worker, int jobs, int* settled) {
+    for (int job = 0; job < jobs; ++job) {
+        co_await worker->run([] {});
+        ++*settled;
+    }
+}
+
+QCoro::Task<> destroyAfterAJob(std::unique_ptr<Worker>* worker) {
+    co_await (*worker)->run([] {});
+    worker->reset();
 }
 
 } // namespace
@@ -58,6 +74,83 @@ TEST(WorkerTest, RunsJobsInOrder) {
     auto second = worker.run([order] { *order += "2"; });
     auto third = worker.run([order] { return *order += "3"; });
     EXPECT_EQ(runTask(std::move(third)), "123");
+}
+
+TEST(WorkerTest, StoppingCarriesOutEveryJobInOrderAndSettlesEachOnce) {
+    constexpr int jobs = 200;
+    Worker worker;
+    const auto order = std::make_shared<std::vector<int>>();
+    int settled = 0;
+    std::vector<QCoro::Task<>> tasks;
+    for (int job = 0; job < jobs; ++job) {
+        tasks.push_back(worker.run([order, job] { order->push_back(job); }));
+        tasks.push_back(countJobs(&worker, 1, &settled));
+    }
+    worker.stop();
+    std::vector<int> expected(jobs);
+    std::iota(expected.begin(), expected.end(), 0);
+    EXPECT_EQ(*order, expected);
+    EXPECT_EQ(settled, jobs);
+    test::processEvents();
+    EXPECT_EQ(settled, jobs);
+}
+
+TEST(WorkerTest, StoppingSettlesAJobWhoseResultIsOnItsWay) {
+    Worker worker;
+    std::promise<void> second;
+    int settled = 0;
+    const auto counting = countJobs(&worker, 1, &settled);
+    // When it has begun with the second job, the first is executed, but nobody has looked.
+    const auto next = worker.run([&second] { second.set_value(); });
+    second.get_future().wait();
+    EXPECT_EQ(settled, 0);
+    worker.stop();
+    EXPECT_EQ(settled, 1);
+    test::processEvents();
+    EXPECT_EQ(settled, 1);
+}
+
+TEST(WorkerTest, WhoGoesOnWhileItStopsGetsTheNextJobsDone) {
+    Worker worker;
+    int settled = 0;
+    const auto counting = countJobs(&worker, 3, &settled);
+    worker.stop();
+    EXPECT_EQ(settled, 3);
+}
+
+TEST(WorkerTest, StoppingPassesErrorsOn) {
+    Worker worker;
+    const auto fail = []() -> int {
+        throw std::runtime_error("no disk");
+    };
+    auto failing = worker.run(fail);
+    worker.stop();
+    EXPECT_THROW(runTask(std::move(failing)), std::runtime_error);
+}
+
+TEST(WorkerTest, OnceStoppedItWorksAtOnceOnTheMainThread) {
+    Worker worker;
+    worker.stop();
+    int settled = 0;
+    const auto counting = countJobs(&worker, 2, &settled);
+    EXPECT_EQ(settled, 2);
+    EXPECT_EQ(
+        runTask(worker.run([] { return std::this_thread::get_id(); })), std::this_thread::get_id());
+    worker.stop();
+}
+
+TEST(WorkerTest, ItsDestructionLeavesNobodyWaiting) {
+    int settled = 0;
+    auto worker = std::make_unique<Worker>();
+    const auto counting = countJobs(worker.get(), 1, &settled);
+    worker.reset();
+    EXPECT_EQ(settled, 1);
+}
+
+TEST(WorkerTest, ItMayBeDestroyedByThoseWhomItServes) {
+    auto worker = std::make_unique<Worker>();
+    runTask(destroyAfterAJob(&worker));
+    EXPECT_FALSE(worker);
 }
 
 } // namespace orvel

@@ -26,6 +26,9 @@ public:
     /// Which fields each enumeration asked for.
     std::vector<Fields> enumerations;
 
+    /// From now on neither the user nor the address book answers.
+    void hold() { isHolding_ = true; }
+
     [[nodiscard]] int authorizationStatus() const override { return status; }
 
     void requestAccess(std::function<void(bool)> completion) override {
@@ -64,9 +67,12 @@ private:
     }
 
     void later(std::function<void()> job) {
-        QMetaObject::invokeMethod(&context_, std::move(job), Qt::QueuedConnection);
+        if (!isHolding_) {
+            QMetaObject::invokeMethod(&context_, std::move(job), Qt::QueuedConnection);
+        }
     }
 
+    bool isHolding_ = false;
     QObject context_;
 };
 
