@@ -33,6 +33,8 @@ struct CollectorService::Scan {
     MessagesCollector::Options options;
     std::shared_ptr<IdentityEnricher> enricher;
     tavrin::CancellationToken cancellation;
+    /// Whose progress this is: what was forgotten since must not come back.
+    std::uint64_t resets = 0;
     std::shared_ptr<Source> source;
     /// The highest row id that the walk through history started from.
     std::int64_t top = 0;
@@ -104,6 +106,7 @@ QCoro::Task<std::optional<CollectorService::ScanSummary>> CollectorService::runS
     scan->enricher = std::make_shared<IdentityEnricher>(
         std::make_shared<const ContactBridge::IdentityIndex>(std::move(identityIndex)));
     scan->cancellation = std::move(cancellation);
+    scan->resets = resets_;
     Q_EMIT changed();
 
     try {
@@ -171,6 +174,9 @@ QCoro::Task<> CollectorService::walkBackfill(std::shared_ptr<Scan> scan) {
         const std::int64_t high = batch.highWatermark;
         const std::int64_t low = batch.lowWatermark;
         co_await upload(scan, std::move(batch.records), high);
+        if (scan->resets != resets_) {
+            co_return;
+        }
 
         // The newest message of all marks where the forward pass will begin.
         const bool raisesWatermark = isFirstBatch && batch.scanned > 0;
@@ -210,6 +216,9 @@ QCoro::Task<> CollectorService::walkForward(std::shared_ptr<Scan> scan) {
         MessagesCollector::Batch batch = co_await collect(scan, watermarkStore_.watermark(), false);
         const std::int64_t high = batch.highWatermark;
         co_await upload(scan, std::move(batch.records), high);
+        if (scan->resets != resets_) {
+            co_return;
+        }
         auto save = [&store = watermarkStore_, high] {
             store.setWatermark(high);
         };
@@ -280,7 +289,7 @@ QCoro::Task<> CollectorService::upload(
 }
 
 bool CollectorService::shouldStop(const Scan& scan) const {
-    return isPaused_ || scan.cancellation.isCancelled();
+    return isPaused_ || scan.cancellation.isCancelled() || scan.resets != resets_;
 }
 
 CollectorService::ScanSummary CollectorService::finish(const Scan& scan) {
@@ -336,6 +345,7 @@ void CollectorService::recordAbort(std::string reason) {
 }
 
 QCoro::Task<> CollectorService::resetWatermark() {
+    ++resets_;
     auto reset = [&store = watermarkStore_] {
         store.reset();
     };

@@ -106,8 +106,9 @@ public:
     /// Records a scan that was skipped before it started.
     void recordAbort(std::string reason);
 
-    /// Makes the next scan start from the newest message again. The service recognizes messages
-    /// that were already sent. Throws `tavrin::PlatformError` when that cannot be saved.
+    /// Makes the next scan start from the newest message again, and ends the one that runs before
+    /// its next batch. The service recognizes messages that were already sent. Throws
+    /// `tavrin::PlatformError` when that cannot be saved.
     QCoro::Task<> resetWatermark();
 
     /// A paused service starts no scan and stops a running one before its next batch.
@@ -163,6 +164,8 @@ private:
 
     bool isScanning_ = false;
     bool isPaused_ = false;
+    /// How often progress was forgotten.
+    std::uint64_t resets_ = 0;
     std::vector<ScanSummary> history_;
     std::optional<std::string> lastError_;
     Progress progress_;

@@ -462,6 +462,27 @@ TEST_F(CollectorServiceTest, ResettingWalksBackFromTheNewestMessageAgain) {
     EXPECT_EQ(store_.messagesLast24h(), 3);
 }
 
+TEST_F(CollectorServiceTest, ResettingEndsAScanThatRunsBeforeItMovesAnythingOn) {
+    addMessages(1200);
+    for (const bool isBackfillDone : {false, true}) {
+        store_.setBackfillDone(isBackfillDone);
+        onBatch_ = [this] {
+            QMetaObject::invokeMethod(
+                &driver_, [this] { service_.resetWatermark(); }, Qt::QueuedConnection);
+        };
+        const auto summary = scan();
+        EXPECT_FALSE(summary->error);
+        EXPECT_EQ(summary->uploaded, 500);
+        EXPECT_EQ(store_.watermark(), 0);
+        EXPECT_EQ(store_.backfillCursor(), cursorAtStart);
+        EXPECT_FALSE(store_.isBackfillDone());
+    }
+    onBatch_ = nullptr;
+    received_.clear();
+    EXPECT_EQ(scan()->uploaded, 1200);
+    EXPECT_EQ(received_.front(), "message-1200");
+}
+
 TEST_F(CollectorServiceTest, TheLastDaysMessagesAreCountedAtTheStart) {
     EXPECT_FALSE(service_.hasScanned());
     addMessages(4);
