@@ -5,8 +5,10 @@
 #include "OrvelAgent/CollectorService.h"
 #include "OrvelAgent/Configuration.h"
 #include "OrvelAgent/ContactBridge.h"
+#include "OrvelAgent/IngestClient.h"
 #include "OrvelAgent/LogReader.h"
 #include "OrvelAgent/Logger.h"
+#include "OrvelAgent/SharedResult.h"
 #include "OrvelAgent/StatusIcon.h"
 #include "OrvelAgent/UpdaterService.h"
 #include "OrvelAgent/WatermarkStore.h"
@@ -22,6 +24,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -32,8 +35,9 @@ namespace orvel {
 /// from theirs, and runs the collection loop.
 ///
 /// Main thread. The platform and the user driver are borrowed. It may be destroyed in whatever
-/// state: what runs then has ended, and its snapshot is gone, when the destructor returns. Until
-/// then that waits for the piece of work on the disk that is under way.
+/// state, only not by those whom its signal, or a service's, calls: what runs then has ended, and
+/// its snapshot is gone, when the destructor returns. Until then that waits for the piece of work
+/// on the disk that is under way, and carries out what is still to be saved.
 class AppModel final : public QObject {
     Q_OBJECT
 
@@ -50,8 +54,10 @@ public:
     static constexpr tavrin::Seconds alertBeat{0.8};
     /// How much of the log is sent after each scan.
     static constexpr std::chrono::minutes diagnosticsWindow{20};
+    /// For what is left to do when the user wants to leave.
+    static constexpr tavrin::Seconds lastChance{2};
 
-    /// Begins to collect.
+    /// Begins to collect. Without a source path, from the user's own Messages database.
     AppModel(
         Platform& platform,
         SoftwareUpdater::UserDriver& userDriver,
@@ -61,8 +67,8 @@ public:
     /// Starts the collection loop; does nothing while it runs.
     void startCollecting();
 
-    /// Ends the collection loop and the scan that runs, and waits until the keychain has the
-    /// session, but not for longer than two seconds: its user wants to leave. Never throws.
+    /// Ends the collection loop and the scan that runs for good, and waits until the keychain has
+    /// the session, but not for longer than two seconds: its user wants to leave. Never throws.
     QCoro::Task<> stop();
 
     /// Looks again whether the Messages database can be read. Never throws.
@@ -120,23 +126,60 @@ Q_SIGNALS:
     void changed();
 
 private:
+    using Write = std::function<void(tavrin::UserDefaults&)>;
+
+    /// The collection loop.
+    QCoro::Task<> collect(tavrin::CancellationToken cancellation);
+    /// One scan, after the one that runs, and what it means for the next wait.
+    QCoro::Task<> performScan(tavrin::CancellationToken cancellation);
+    QCoro::Task<> scanOnce(tavrin::CancellationToken cancellation);
+    QCoro::Task<> flash(tavrin::CancellationToken cancellation);
+    QCoro::Task<> rescanWithContacts(tavrin::CancellationToken cancellation);
+    QCoro::Task<> save(Write write);
+
+    [[nodiscard]] tavrin::Seconds waitAfterScan() const;
+    [[nodiscard]] std::optional<QUuid> newestScan() const;
+    void setAttentionFlashOn(bool isOn);
+    void setSettingsError(std::optional<std::string> error);
+    /// Whether it was another before.
+    bool readContactsAvailability();
+    void serviceChanged();
+
     Platform& platform_;
     const Configuration configuration_;
+    const std::string sourcePath_;
     const Logger log_;
     std::unique_ptr<Worker> worker_;
     std::unique_ptr<AuthService> auth_;
     std::unique_ptr<UpdaterService> updater_;
     std::unique_ptr<ContactBridge> contacts_;
     std::unique_ptr<WatermarkStore> watermarkStore_;
+    std::optional<IngestClient> ingest_;
     std::unique_ptr<CollectorService> collector_;
 
     bool hasFullDiskAccess_ = false;
     ContactBridge::Availability contactsAvailability_ = ContactBridge::Availability::NotDetermined;
-    tavrin::CollectionMode mode_;
-    tavrin::ThreadScope scope_;
+    tavrin::CollectionMode mode_ = tavrin::CollectionPreferences::defaultMode;
+    tavrin::ThreadScope scope_ = tavrin::CollectionPreferences::defaultScope;
     bool startAtLogin_ = false;
     bool attentionFlashOn_ = false;
     std::optional<std::string> settingsError_;
+
+    /// How many scans in a row ended with an error.
+    std::int64_t consecutiveFailures_ = 0;
+    bool isRequestingContacts_ = false;
+    /// Settled when the scan that runs is over.
+    std::shared_ptr<SharedResult<void>> scanEnd_;
+    SharedResult<void> loopEnd_;
+    /// Ends the flash that runs.
+    std::optional<tavrin::CancellationSource> flashing_;
+    /// Ends loop and scans.
+    tavrin::CancellationSource collection_;
+    /// Cancelled by the destructor.
+    tavrin::CancellationSource lifetime_;
+    std::unique_ptr<Workspace::Subscription> reduceMotionChanges_;
+    std::optional<QCoro::Task<>> loop_;
+    QCoro::Task<> flash_;
 };
 
 } // namespace orvel

@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <utility>
+#include <vector>
 
 namespace orvel::test {
 
@@ -36,6 +37,15 @@ public:
     [[nodiscard]] std::optional<tavrin::Seconds> untilNextTimer() const {
         return timers_->empty() ? std::nullopt
                                 : std::optional(timers_->begin()->first.first - elapsed_);
+    }
+
+    /// The same of every timer that runs.
+    [[nodiscard]] std::vector<tavrin::Seconds> untilTimers() const {
+        std::vector<tavrin::Seconds> durations;
+        for (const auto& [key, callback] : *timers_) {
+            durations.push_back(key.first - elapsed_);
+        }
+        return durations;
     }
 
     [[nodiscard]] tavrin::Date now() const override { return start_ + elapsed_; }
