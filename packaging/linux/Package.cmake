@@ -1,0 +1,32 @@
+# The Debian package, made by CPack from the preset "package"; see make-deb.
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME orvel-agent)
+set(CPACK_PACKAGE_CONTACT "Orvel Agent developers <support@orvel.example>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "desktop agent that sends your message history to your account")
+set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
+    "Reads the Messages history of this computer from a private copy and sends it
+to your own account, where your assistant uses it as context. You decide how
+much is sent: timing and participants only, or also the text; every
+conversation, or only those with people whom your assistant already knows.
+.
+The agent works in the background and is seen in the notification area. The
+package also has orvel-scan, which does the same once, from the command line.")
+set(CPACK_PACKAGE_HOMEPAGE_URL https://${ORVEL_WEB_HOST}/)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_THREADS 0)
+# Whatever the umask of who builds it.
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
+set(CPACK_DEBIAN_PACKAGE_SECTION net)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# What is no library: the certificates of the system.
+set(CPACK_DEBIAN_PACKAGE_DEPENDS ca-certificates)
+# The browser, the session's place, the address book, and a display that is not X11.
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS
+    "xdg-utils, dbus-user-session | dbus-x11, gnome-keyring | keepassxc, evolution-data-server, qt6-wayland")
+
+include(CPack)
