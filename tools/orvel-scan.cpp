@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/SignalWatch.h"
 #include "core/Errors.h"
 #include "tools/AccountCommand.h"
 #include "tools/Command.h"
 #include "tools/ScanArguments.h"
 #include "tools/ScanCommand.h"
-#include "tools/SignalWatch.h"
 
 #include <QCoreApplication>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/SignalWatch.h"
+#include "OrvelAgent/SignalWatch.h"
 
 #include "core/Errors.h"
 
