@@ -21,7 +21,6 @@ namespace {
 
 constexpr std::string_view consentKey = "contacts.access";
 constexpr std::string_view granted = "granted";
-constexpr std::string_view refused = "denied";
 
 /// The service refuses "#t", its sign for everything.
 constexpr auto everyCard = R"((contains "x-evolution-any-field" ""))";
@@ -212,11 +211,10 @@ int EvolutionAddressBook::authorizationStatus() const {
     if (isMissing_) {
         return restricted;
     }
-    const std::optional<std::string> consent = defaults_.string(consentKey);
-    if (consent == granted) {
+    if (defaults_.string(consentKey) == granted) {
         return authorized;
     }
-    return consent == refused ? denied : notDetermined;
+    return isRefused_ ? denied : notDetermined;
 }
 
 void EvolutionAddressBook::requestAccess(std::function<void(bool)> completion) {
@@ -290,25 +288,31 @@ void EvolutionAddressBook::askUser() {
     isAsking_ = true;
     // The answer may come after the object has gone, or twice.
     askUser_([this, mainThread = QPointer(mainThread_.get())](bool isGranted) {
-        if (mainThread && std::exchange(isAsking_, false)) {
-            store(isGranted);
+        if (!mainThread || !std::exchange(isAsking_, false)) {
+            return;
+        }
+        if (isGranted) {
+            keepGrant();
+        } else {
+            isRefused_ = true;
+            answerRequests(false);
         }
     });
 }
 
-void EvolutionAddressBook::store(bool isGranted) {
+void EvolutionAddressBook::keepGrant() {
     // On a thread, because the disk may take longer than a frame.
     consentWriter_ = startThread(
         mainThread_.get(),
-        [&defaults = defaults_, isGranted]() -> std::exception_ptr {
+        [&defaults = defaults_]() -> std::exception_ptr {
             try {
-                defaults.setString(consentKey, isGranted ? granted : refused);
+                defaults.setString(consentKey, granted);
                 return nullptr;
             } catch (const std::exception&) {
                 return std::current_exception();
             }
         },
-        [this, isGranted](const std::exception_ptr& error) {
+        [this](const std::exception_ptr& error) {
             if (error) {
                 logStore_.write(
                     LogLevel::Error,
@@ -316,7 +320,7 @@ void EvolutionAddressBook::store(bool isGranted) {
                     "could not keep the answer about the address book: " +
                         tavrin::description(error));
             }
-            answerRequests(isGranted && !error);
+            answerRequests(!error);
         });
 }
 

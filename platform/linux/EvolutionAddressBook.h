@@ -19,10 +19,12 @@ namespace orvel {
 
 /// The desktop's enabled address books, through Evolution Data Server on the session bus.
 ///
-/// The desktop has no consent of its own, so the agent asks for it, once, and keeps the answer in
-/// the user defaults. Without a session bus or without the service the status is `restricted`,
-/// which is found out, and logged, at the first request or enumeration. An address book that cannot
-/// be read while others can is left out, and logged. The same reason is logged once.
+/// The desktop has no consent of its own, so the agent asks for it. A grant is kept in the user
+/// defaults. A refusal holds until the program ends, and no longer: there are no settings of the
+/// desktop's where the user could take it back, so the next launch may ask again. Without a session
+/// bus or without the service the status is `restricted`, which is found out, and logged, at the
+/// first request or enumeration. An address book that cannot be read while others can is left out,
+/// and logged. The same reason is logged once.
 ///
 /// Borrows the defaults and the log store. The service is awaited on threads of their own, which
 /// may outlive the object.
@@ -47,13 +49,14 @@ private:
     void read(std::optional<Fields> fields, std::function<void(Reading)> finish);
     void logOnce(const tavrin::PlatformError& failure);
     void askUser();
-    void store(bool isGranted);
+    void keepGrant();
     void answerRequests(bool isGranted);
 
     tavrin::UserDefaults& defaults_;
     LogStore& logStore_;
     AskUser askUser_;
     bool isMissing_ = false;
+    bool isRefused_ = false;
     bool isAsking_ = false;
     /// Every enumeration may fail in the same way.
     std::set<std::string> logged_;

@@ -96,7 +96,7 @@ std::string vcard(const std::string& lines) {
 
 } // namespace
 
-TEST_F(EvolutionAddressBookTest, TheAnswerIsKept) {
+TEST_F(EvolutionAddressBookTest, TheGrantIsKept) {
     onQuestion_ = [this] {
         answer_(true);
     };
@@ -106,14 +106,22 @@ TEST_F(EvolutionAddressBookTest, TheAnswerIsKept) {
     EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::authorized);
 }
 
-TEST_F(EvolutionAddressBookTest, TheRefusalIsKept) {
+TEST_F(EvolutionAddressBookTest, TheRefusalHoldsUntilTheNextLaunch) {
     onQuestion_ = [this] {
         answer_(false);
     };
     ASSERT_FALSE(requestAccess(addressBook()));
-    EXPECT_EQ(defaults_.string("contacts.access"), "denied");
-    addressBook_.reset();
     EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::denied);
+    EXPECT_FALSE(defaults_.contains("contacts.access"));
+    addressBook_.reset();
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::notDetermined);
+    ASSERT_FALSE(requestAccess(addressBook()));
+    EXPECT_EQ(questions_, 2);
+}
+
+TEST_F(EvolutionAddressBookTest, ARefusalThatAnEarlierVersionKeptDecidesNothing) {
+    defaults_.setString("contacts.access", "denied");
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::notDetermined);
 }
 
 TEST_F(EvolutionAddressBookTest, AnUnknownKeptAnswerDecidesNothing) {
