@@ -12,7 +12,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
-#include <string_view>
 #include <utility>
 
 namespace orvel {
@@ -23,13 +22,17 @@ using Result = std::variant<FinishedProgram, tavrin::PlatformError>;
 
 constexpr std::size_t maximumOutputBytes = std::size_t{64} << 10U;
 
-std::vector<std::string> environmentOfOthers() {
+std::vector<std::string> ownEnvironment() {
     std::vector<std::string> variables;
     for (char** variable = environ; *variable != nullptr; ++variable) {
-        if (!std::string_view(*variable).starts_with("ORVEL_")) {
-            variables.emplace_back(*variable);
-        }
+        variables.emplace_back(*variable);
     }
+    return variables;
+}
+
+std::vector<std::string> environmentOfOthers() {
+    std::vector<std::string> variables = ownEnvironment();
+    std::erase_if(variables, [](const std::string& each) { return each.starts_with("ORVEL_"); });
     return variables;
 }
 
@@ -94,16 +97,10 @@ std::string contentOf(int descriptor) {
     return content;
 }
 
-Result
-run(std::vector<std::string> commandLine,
-    std::vector<std::string> environment,
-    ProgramOutput output) {
-    std::array<int, 2> pipe{-1, -1};
-    if (output == ProgramOutput::Kept && pipe2(pipe.data(), O_CLOEXEC) != 0) {
-        return tavrin::PlatformError::fromErrno(errno, "Could not make a pipe");
-    }
-    const SpawnSettings settings(pipe[1]);
-    FinishedProgram program;
+/// The number of its process, or why there is none.
+std::variant<pid_t, tavrin::PlatformError>
+spawn(std::vector<std::string> commandLine, std::vector<std::string> environment, int output) {
+    const SpawnSettings settings(output);
     pid_t pid = -1;
     const int error = posix_spawnp(
         &pid,
@@ -112,16 +109,33 @@ run(std::vector<std::string> commandLine,
         &settings.attributes,
         pointersTo(commandLine).data(),
         pointersTo(environment).data());
-    if (output == ProgramOutput::Kept) {
-        close(pipe[1]);
-        program.output = error == 0 ? contentOf(pipe[0]) : std::string();
-        close(pipe[0]);
-    }
     if (error != 0) {
         return tavrin::PlatformError::fromErrno(error, commandLine.front());
     }
+    return pid;
+}
+
+Result
+run(std::vector<std::string> commandLine,
+    std::vector<std::string> environment,
+    ProgramOutput output) {
+    std::array<int, 2> pipe{-1, -1};
+    if (output == ProgramOutput::Kept && pipe2(pipe.data(), O_CLOEXEC) != 0) {
+        return tavrin::PlatformError::fromErrno(errno, "Could not make a pipe");
+    }
+    const auto spawned = spawn(std::move(commandLine), std::move(environment), pipe[1]);
+    const auto* pid = std::get_if<pid_t>(&spawned);
+    FinishedProgram program;
+    if (output == ProgramOutput::Kept) {
+        close(pipe[1]);
+        program.output = pid != nullptr ? contentOf(pipe[0]) : std::string();
+        close(pipe[0]);
+    }
+    if (pid == nullptr) {
+        return std::get<tavrin::PlatformError>(spawned);
+    }
     int status = 0;
-    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    while (waitpid(*pid, &status, 0) < 0 && errno == EINTR) {
     }
     program.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     return program;
@@ -143,6 +157,14 @@ void runDesktopProgram(
         },
         std::move(end))
         .detach();
+}
+
+std::optional<tavrin::PlatformError> startSuccessor(std::vector<std::string> commandLine) {
+    const auto spawned = spawn(std::move(commandLine), ownEnvironment(), -1);
+    if (const auto* error = std::get_if<tavrin::PlatformError>(&spawned)) {
+        return *error;
+    }
+    return std::nullopt;
 }
 
 } // namespace orvel

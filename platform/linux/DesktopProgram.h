@@ -4,6 +4,7 @@
 #include "core/Errors.h"
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <variant>
 #include <vector>
@@ -34,5 +35,10 @@ void runDesktopProgram(
     ProgramOutput output,
     QObject* context,
     std::function<void(std::variant<FinishedProgram, tavrin::PlatformError>)> end);
+
+/// Starts, before it returns, what lives on after this process: as above, but with all of this
+/// process's variables, and nobody waits for it. Gives the reason when it could not be started.
+[[nodiscard]] std::optional<tavrin::PlatformError>
+startSuccessor(std::vector<std::string> commandLine);
 
 } // namespace orvel

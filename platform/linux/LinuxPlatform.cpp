@@ -64,7 +64,7 @@ Platform makePlatform(PlatformOptions options) {
 
     platform.addressBook = std::make_unique<EvolutionAddressBook>(
         *platform.userDefaults, *platform.logStore, std::move(options.askForContacts));
-    platform.workspace = std::make_unique<XdgWorkspace>(*platform.clock);
+    platform.workspace = std::make_unique<XdgWorkspace>(*platform.clock, ownProgram());
     platform.keychain =
         std::make_unique<SecretServiceKeychain>(*platform.clock, *platform.logStore);
 

@@ -9,6 +9,7 @@
 #include <QString>
 #include <QTimer>
 
+#include <future>
 #include <thread>
 #include <utility>
 
@@ -36,6 +37,12 @@ struct Connecting final : QObject {
     std::unique_ptr<Clock::Timer> timer;
 };
 
+std::unique_ptr<SessionBus> connectNamed(const QString& name) {
+    auto bus = std::make_unique<SessionBus>(
+        QDBusConnection::connectToBus(QDBusConnection::SessionBus, name));
+    return bus->isConnected() ? std::move(bus) : nullptr;
+}
+
 } // namespace
 
 void SessionBus::connect(QObject* context, Clock& clock, Connected connected) {
@@ -51,16 +58,25 @@ void SessionBus::connect(QObject* context, Clock& clock, Connected connected) {
     // Each thread waits for the one before, at its end.
     latest = startThread(
         connecting,
-        [name = nextConnectionName(), previous = std::move(latest)] {
-            auto bus = std::make_unique<SessionBus>(
-                QDBusConnection::connectToBus(QDBusConnection::SessionBus, name));
-            return bus->isConnected() ? std::move(bus) : nullptr;
-        },
+        [name = nextConnectionName(), previous = std::move(latest)] { return connectNamed(name); },
         [connecting, connected](std::unique_ptr<SessionBus> bus) {
             connecting->timer.reset();
             connecting->deleteLater();
             connected(std::move(bus));
         });
+}
+
+std::unique_ptr<SessionBus> SessionBus::await(std::chrono::milliseconds limit) {
+    qRegisterMetaType<QDBusObjectPath>();
+    std::promise<std::unique_ptr<SessionBus>> promise;
+    auto bus = promise.get_future();
+    std::jthread& latest = latestThread();
+    latest = std::jthread(
+        [name = nextConnectionName(),
+         promise = std::move(promise),
+         previous = std::move(latest)]() mutable { promise.set_value(connectNamed(name)); });
+    // One that comes too late goes with the promise.
+    return bus.wait_for(limit) == std::future_status::ready ? bus.get() : nullptr;
 }
 
 SessionBus::SessionBus(QDBusConnection connection) : connection_(std::move(connection)) {}

@@ -5,6 +5,7 @@
 
 #include <QDBusConnection>
 
+#include <chrono>
 #include <functional>
 #include <memory>
 
@@ -25,6 +26,10 @@ public:
     /// Connects on a thread, because a bus that hangs would be waited for. Calls back once, on this
     /// thread and never before it returns, unless the context has gone by then. Borrows the clock.
     static void connect(QObject* context, Clock& clock, Connected connected);
+
+    /// Waits for the connection, but not for longer than that: for the start of a program. Gives
+    /// nothing when there is no bus, or none that answers in time.
+    [[nodiscard]] static std::unique_ptr<SessionBus> await(std::chrono::milliseconds limit);
 
     /// Of a connection with a name of its own.
     explicit SessionBus(QDBusConnection connection);

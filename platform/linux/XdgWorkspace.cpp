@@ -1,12 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/XdgWorkspace.h"
 
+#include "core/ChatDatabaseSnapshot.h"
 #include "platform/linux/DebuggerProbe.h"
 #include "platform/linux/DesktopProgram.h"
 
+#include <QCoreApplication>
 #include <QObject>
+#include <QStandardPaths>
+#include <QStringList>
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <string_view>
@@ -17,8 +22,6 @@ namespace orvel {
 
 namespace {
 
-constexpr tavrin::Seconds longestStart(5);
-
 /// Only the characters that a URL may have: others are for a shell somewhere on the way.
 bool isHttpsURL(std::string_view url) {
     constexpr auto characters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"
@@ -27,94 +30,182 @@ bool isHttpsURL(std::string_view url) {
            url.find_first_not_of(characters) == std::string_view::npos;
 }
 
-std::optional<tavrin::PlatformError>
-errorOf(const std::variant<FinishedProgram, tavrin::PlatformError>& result) {
-    if (const auto* error = std::get_if<tavrin::PlatformError>(&result)) {
-        return tavrin::PlatformError(
-            error->domain(),
-            error->code(),
-            fmt::format("Could not open the browser: {}", error->what()));
-    }
-    const int status = std::get<FinishedProgram>(result).status;
-    if (status == 0) {
-        return std::nullopt;
-    }
-    return tavrin::PlatformError(
-        "xdg-open",
-        status,
-        fmt::format("Could not open the browser: xdg-open ended with status {}", status));
+/// The completion, told what could not be done.
+Workspace::Completion telling(std::string doing, Workspace::Completion completion) {
+    return [doing = std::move(doing),
+            completion = std::move(completion)](const std::optional<tavrin::PlatformError>& error) {
+        if (!error) {
+            completion(std::nullopt);
+            return;
+        }
+        completion(tavrin::PlatformError(
+            error->domain(), error->code(), fmt::format("{}: {}", doing, error->what())));
+    };
 }
+
+bool isInstalled(const std::string& program) {
+    return !QStandardPaths::findExecutable(QString::fromStdString(program)).isEmpty();
+}
+
+/// Where the user sees which programs may read contacts, best first, and then the contacts
+/// themselves: most desktops ask nobody, and have only those.
+std::vector<std::vector<std::string>> contactsPanels() {
+    const QStringList desktops =
+        qEnvironmentVariable("XDG_CURRENT_DESKTOP").split(u':', Qt::SkipEmptyParts);
+    std::vector<std::vector<std::string>> panels;
+    // Elsewhere it refuses to run.
+    if (desktops.contains(QStringLiteral("GNOME")) || desktops.contains(QStringLiteral("Unity"))) {
+        panels.push_back({"gnome-control-center", "applications"});
+    }
+    if (desktops.contains(QStringLiteral("KDE"))) {
+        panels.push_back({"systemsettings"});
+        panels.push_back({"systemsettings5"});
+    }
+    panels.push_back({"gnome-contacts"});
+    panels.push_back({"evolution", "--component=contacts"});
+    panels.push_back({"kaddressbook"});
+    std::erase_if(panels, [](const auto& panel) { return !isInstalled(panel.front()); });
+    return panels;
+}
+
+/// Waits a second, and for the process of that number, should that take longer to end; but not for
+/// ever.
+constexpr auto relaunchScript =
+    R"(sleep 1; for i in 1 2 3 4 5 6 7 8 9; do kill -0 "$1" 2>/dev/null || break; sleep 1; done; exec "$0")";
 
 } // namespace
 
-XdgWorkspace::XdgWorkspace(Clock& clock) : clock_(clock), context_(std::make_unique<QObject>()) {}
+XdgWorkspace::XdgWorkspace(Clock& clock, std::filesystem::path ownProgram)
+    : clock_(clock),
+      ownProgram_(std::move(ownProgram)),
+      launcher_(clock),
+      fileManager_(clock, launcher_),
+      context_(std::make_unique<QObject>()) {}
 
 XdgWorkspace::~XdgWorkspace() = default;
 
 void XdgWorkspace::openURL(std::string url, Completion completion) {
-    const std::uint64_t opening = ++lastOpening_;
-    openings_[opening].completion = std::move(completion);
-    if (!isHttpsURL(url)) {
-        QMetaObject::invokeMethod(
-            context_.get(),
-            [this, opening] {
-                finish(
-                    opening,
-                    tavrin::PlatformError(
-                        std::string(tavrin::posixErrorDomain),
-                        EINVAL,
-                        "Could not open the browser: the address is not a valid https one"));
-            },
-            Qt::QueuedConnection);
+    auto told = telling("Could not open the browser", std::move(completion));
+    if (isHttpsURL(url)) {
+        launcher_.launch({"xdg-open", std::move(url)}, std::move(told));
         return;
     }
-    openings_[opening].timer =
-        clock_.schedule(longestStart, [this, opening] { finish(opening, std::nullopt); });
-    runDesktopProgram(
-        {"xdg-open", std::move(url)},
-        ProgramOutput::Dropped,
-        context_.get(),
-        [this, opening](const auto& result) { finish(opening, errorOf(result)); });
+    later([told = std::move(told)] {
+        told(tavrin::PlatformError(
+            std::string(tavrin::posixErrorDomain), EINVAL, "the address is not a valid https one"));
+    });
 }
 
-void XdgWorkspace::openSettings(SettingsPane, Completion) {}
+void XdgWorkspace::openSettings(SettingsPane pane, Completion completion) {
+    switch (pane) {
+    case SettingsPane::FullDiskAccess:
+        fileManager_.showProperties(
+            std::filesystem::path(tavrin::ChatDatabaseSnapshot::defaultSourcePath()).parent_path(),
+            telling("Could not show the Messages folder", std::move(completion)));
+        return;
+    case SettingsPane::Contacts:
+        launchFirst(
+            contactsPanels(),
+            telling("Could not open the settings of contacts", std::move(completion)));
+        return;
+    }
+}
 
-void XdgWorkspace::revealFile(std::string, Completion) {}
+void XdgWorkspace::revealFile(std::string path, Completion completion) {
+    fileManager_.reveal(std::move(path), telling("Could not show the file", std::move(completion)));
+}
 
-std::optional<Workspace::RunningApplication> XdgWorkspace::runningCopy(const std::string&) {
+std::optional<Workspace::RunningApplication>
+XdgWorkspace::runningCopy(const std::string& identifier) {
+    if (!name_) {
+        name_ = std::make_unique<InstanceName>(identifier, [this] { activated_.call(); });
+    }
+    const InstanceName::Outcome outcome = name_->take();
+    if (const auto* other = std::get_if<InstanceName::OwnedBy>(&outcome)) {
+        if (other->processIdentifier != getpid()) {
+            return RunningApplication{other->processIdentifier};
+        }
+    }
+    // Also with the name: a copy may run that could not reach this bus.
+    if (const auto folder = InstanceLock::defaultFolder(identifier)) {
+        const InstanceLock::Outcome held = lock_.take(*folder, identifier);
+        if (const auto* other = std::get_if<InstanceLock::HeldBy>(&held)) {
+            return RunningApplication{other->processIdentifier};
+        }
+    }
     return std::nullopt;
 }
 
-void XdgWorkspace::activateCopy(const RunningApplication&) {}
+void XdgWorkspace::activateCopy(const RunningApplication&) {
+    if (name_) {
+        name_->activateOwner();
+    }
+}
 
-std::unique_ptr<Workspace::Subscription> XdgWorkspace::onActivation(std::function<void()>) {
-    return nullptr;
+std::unique_ptr<Workspace::Subscription>
+XdgWorkspace::onActivation(std::function<void()> activated) {
+    return activated_.add(std::move(activated));
 }
 
 bool XdgWorkspace::shouldReduceMotion() const {
-    return false;
+    return motion().isReduced();
 }
 
-std::unique_ptr<Workspace::Subscription> XdgWorkspace::onReduceMotionChange(std::function<void()>) {
-    return nullptr;
+std::unique_ptr<Workspace::Subscription>
+XdgWorkspace::onReduceMotionChange(std::function<void()> changed) {
+    static_cast<void>(motion());
+    return motionChanged_.add(std::move(changed));
 }
 
 void XdgWorkspace::activate() {}
 
-void XdgWorkspace::scheduleRelaunch() {}
+void XdgWorkspace::scheduleRelaunch() {
+    // Ignored when it fails, as the port has it.
+    static_cast<void>(startSuccessor(
+        {"/bin/sh", "-c", relaunchScript, ownProgram_.string(), std::to_string(getpid())}));
+}
 
-void XdgWorkspace::terminate() {}
+void XdgWorkspace::terminate() {
+    QCoreApplication::quit();
+}
 
 bool XdgWorkspace::isDebuggerAttached() const {
     return orvel::isDebuggerAttached();
 }
 
-void XdgWorkspace::finish(
-    std::uint64_t opening, const std::optional<tavrin::PlatformError>& error) {
-    if (const auto found = openings_.extract(opening); !found.empty()) {
-        // May destroy this object.
-        found.mapped().completion(error);
+void XdgWorkspace::later(std::function<void()> job) {
+    QMetaObject::invokeMethod(context_.get(), std::move(job), Qt::QueuedConnection);
+}
+
+void XdgWorkspace::launchFirst(CommandLines candidates, Completion completion) {
+    if (candidates.empty()) {
+        later([completion = std::move(completion)] {
+            completion(tavrin::PlatformError(
+                std::string(tavrin::posixErrorDomain),
+                ENOENT,
+                "this desktop has neither a panel for them nor an address book"));
+        });
+        return;
     }
+    std::vector<std::string> first = std::move(candidates.front());
+    candidates.erase(candidates.begin());
+    launcher_.launch(
+        std::move(first),
+        [this, candidates = std::move(candidates), completion = std::move(completion)](
+            const std::optional<tavrin::PlatformError>& error) {
+            if (error && !candidates.empty()) {
+                launchFirst(candidates, completion);
+            } else {
+                completion(error);
+            }
+        });
+}
+
+MotionPreference& XdgWorkspace::motion() const {
+    if (!motion_) {
+        motion_ = std::make_unique<MotionPreference>(clock_, [this] { motionChanged_.call(); });
+    }
+    return *motion_;
 }
 
 } // namespace orvel

@@ -2,57 +2,79 @@
 #pragma once
 
 #include "platform/Clock.h"
+#include "platform/Subscribers.h"
 #include "platform/Workspace.h"
+#include "platform/linux/FileManager.h"
+#include "platform/linux/InstanceLock.h"
+#include "platform/linux/InstanceName.h"
+#include "platform/linux/MotionPreference.h"
+#include "platform/linux/ProgramLauncher.h"
 
-#include <cstdint>
-#include <map>
+#include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 class QObject;
 
 namespace orvel {
 
-/// The desktop's own way of opening things, xdg-open, and the kernel's word on debuggers.
+/// The desktop by its common ways: xdg-open and the file manager for opening things, the session
+/// bus and a lock file for the one running copy, the portal for what the user prefers, and the
+/// kernel's word on debuggers.
 ///
-/// On some desktops xdg-open itself becomes the browser and lives as long as it, so one that still
-/// runs after five seconds counts as a success. Destroying the workspace leaves the browser alone.
-/// Borrows the clock.
+/// There is no prompt of the system's for which a program must come to the front, and no icon of
+/// ours outside the tray: the activation policy is only kept. Borrows the clock.
 class XdgWorkspace final : public Workspace {
 public:
-    explicit XdgWorkspace(Clock& clock);
+    /// The program is what a relaunch starts.
+    XdgWorkspace(Clock& clock, std::filesystem::path ownProgram);
     ~XdgWorkspace() override;
 
     void openURL(std::string url, Completion completion) override;
+    /// The properties of the folder with the Messages database; the desktop's own settings of
+    /// privacy, or else its address book.
     void openSettings(SettingsPane pane, Completion completion) override;
     void revealFile(std::string path, Completion completion) override;
+    /// By a name on the session bus, and by a lock file for copies that are on none or on another.
     [[nodiscard]] std::optional<RunningApplication>
     runningCopy(const std::string& identifier) override;
+    /// Does nothing for a copy that cannot be reached on the session bus.
     void activateCopy(const RunningApplication& application) override;
     [[nodiscard]] std::unique_ptr<Subscription>
     onActivation(std::function<void()> activated) override;
+    /// False until the portal has told, which it is asked in the background at the first call.
     [[nodiscard]] bool shouldReduceMotion() const override;
     [[nodiscard]] std::unique_ptr<Subscription>
     onReduceMotionChange(std::function<void()> changed) override;
     [[nodiscard]] ActivationPolicy activationPolicy() const override { return policy_; }
     void setActivationPolicy(ActivationPolicy policy) override { policy_ = policy; }
+    /// Does nothing: on these desktops it is windows that ask to come to the front, when they are
+    /// shown or raised, and the desktop decides.
     void activate() override;
     void scheduleRelaunch() override;
     void terminate() override;
     [[nodiscard]] bool isDebuggerAttached() const override;
 
 private:
-    struct Opening {
-        Completion completion;
-        std::unique_ptr<Clock::Timer> timer;
-    };
+    using CommandLines = std::vector<std::vector<std::string>>;
 
-    void finish(std::uint64_t opening, const std::optional<tavrin::PlatformError>& error);
+    void later(std::function<void()> job);
+    void launchFirst(CommandLines candidates, Completion completion);
+    MotionPreference& motion() const;
 
     Clock& clock_;
+    std::filesystem::path ownProgram_;
     ActivationPolicy policy_ = ActivationPolicy::Accessory;
-    std::map<std::uint64_t, Opening> openings_;
-    std::uint64_t lastOpening_ = 0;
+    Subscribers activated_;
+    Subscribers motionChanged_;
+    std::unique_ptr<InstanceName> name_;
+    InstanceLock lock_;
+    ProgramLauncher launcher_;
+    FileManager fileManager_;
+    /// Made when first asked for: not every program wants to know.
+    mutable std::unique_ptr<MotionPreference> motion_;
     /// Destroyed first: what comes back is dropped with it.
     std::unique_ptr<QObject> context_;
 };

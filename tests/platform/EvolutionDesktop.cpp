@@ -1,17 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/platform/EvolutionDesktop.h"
 
-#include "tests/support/TemporaryDirectory.h"
+#include "tests/platform/BusDaemon.h"
 
 #include <QByteArray>
-#include <QProcess>
 #include <QString>
 
 #include <libebook/libebook.h>
 
 #include <chrono>
 #include <cstdlib>
-#include <fstream>
 #include <future>
 #include <stdexcept>
 
@@ -230,49 +228,11 @@ void EvolutionDesktop::setEnabled(const std::string& book, bool isEnabled) {
     errors.check();
 }
 
-/// GLib's own daemon for tests is of no use: it forks a watcher, which then reports our memory.
-struct OtherBus::Daemon {
-    Daemon() {
-        std::ofstream(folder / "bus.conf") << R"(
-            <busconfig>
-              <listen>unix:tmpdir=/tmp</listen>
-              <policy context="default">
-                <allow send_destination="*" eavesdrop="true"/>
-                <allow eavesdrop="true"/>
-                <allow own="*"/>
-              </policy>
-            </busconfig>)";
-        process.start(
-            QStringLiteral("dbus-daemon"),
-            {QStringLiteral("--nofork"),
-             QStringLiteral("--print-address"),
-             QStringLiteral("--config-file=%1").arg(QString::fromStdString(folder / "bus.conf"))});
-        process.waitForReadyRead();
-        address = process.readLine().trimmed();
-        if (address.isEmpty()) {
-            throw std::runtime_error(
-                "There is no bus: " + process.readAllStandardError().toStdString());
-        }
-    }
-
-    ~Daemon() {
-        process.terminate();
-        process.waitForFinished();
-    }
-
-    Daemon(const Daemon&) = delete;
-    Daemon& operator=(const Daemon&) = delete;
-
-    TemporaryDirectory folder;
-    QProcess process;
-    QByteArray address;
-};
-
 OtherBus::OtherBus(Kind kind) : usualAddress_(std::getenv(busVariable)) {
     awaitEndOfSharedConnection();
     if (kind == Kind::WithoutServices) {
-        daemon_ = std::make_unique<Daemon>();
-        qputenv(busVariable, daemon_->address);
+        daemon_ = std::make_unique<BusDaemon>();
+        qputenv(busVariable, QByteArray::fromStdString(daemon_->address()));
     } else {
         qputenv(busVariable, "unix:path=/nonexistent/bus");
     }

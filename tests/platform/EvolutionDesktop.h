@@ -10,6 +10,8 @@
 
 namespace orvel::test {
 
+class BusDaemon;
+
 /// The address books of the session, as the desktop's own programs write to them. Starts with an
 /// empty personal book and leaves no others behind. Throws `std::runtime_error` when the service
 /// refuses, and outside a private session, where the cards would be the user's own.
@@ -48,9 +50,8 @@ public:
     OtherBus& operator=(const OtherBus&) = delete;
 
 private:
-    struct Daemon;
     std::string usualAddress_;
-    std::unique_ptr<Daemon> daemon_;
+    std::unique_ptr<BusDaemon> daemon_;
 };
 
 } // namespace orvel::test

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "platform/Subscribers.h"
 #include "platform/Workspace.h"
 
 #include <QObject>
 
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -94,39 +94,6 @@ public:
     }
 
 private:
-    using Callbacks = std::map<std::uint64_t, std::function<void()>>;
-
-    class Subscribers {
-    public:
-        std::unique_ptr<Subscription> add(std::function<void()> callback) {
-            callbacks_->emplace(++last_, std::move(callback));
-            return std::make_unique<Entry>(callbacks_, last_);
-        }
-
-        void call() const {
-            const Callbacks all = *callbacks_;
-            for (const auto& [number, callback] : all) {
-                callback();
-            }
-        }
-
-    private:
-        class Entry final : public Subscription {
-        public:
-            Entry(std::shared_ptr<Callbacks> callbacks, std::uint64_t number)
-                : callbacks_(std::move(callbacks)), number_(number) {}
-            ~Entry() override { callbacks_->erase(number_); }
-
-        private:
-            /// Shared: a subscription may outlive the workspace.
-            std::shared_ptr<Callbacks> callbacks_;
-            std::uint64_t number_;
-        };
-
-        std::shared_ptr<Callbacks> callbacks_ = std::make_shared<Callbacks>();
-        std::uint64_t last_ = 0;
-    };
-
     void answer(Completion completion) {
         QMetaObject::invokeMethod(
             &context_,

@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <variant>
+
+class QString;
+
+namespace orvel {
+
+class SessionBus;
+
+/// A program's name on the session bus, which one process can have, and the object under it that
+/// other copies ask to come to the front (org.freedesktop.Application). A bus that is lost later
+/// only takes the asking along. Main thread.
+class InstanceName final {
+public:
+    struct Own {};
+    /// Another process has it.
+    struct OwnedBy {
+        std::int64_t processIdentifier = 0;
+    };
+    struct NoBus {};
+    using Outcome = std::variant<Own, OwnedBy, NoBus>;
+
+    /// How long the bus may take for one answer before it counts as none, and the other copy to
+    /// hear that it is asked.
+    static constexpr std::chrono::milliseconds longestWait{2'000};
+
+    /// Calls back, from the event loop, whenever another program asks this one to show itself.
+    InstanceName(std::string name, std::function<void()> activated);
+    ~InstanceName();
+    InstanceName(const InstanceName&) = delete;
+    InstanceName& operator=(const InstanceName&) = delete;
+
+    /// Takes the name for as long as this object lives, unless another process has it. Waits.
+    [[nodiscard]] Outcome take();
+
+    /// Asks whoever has the name to come to the front, and hands over the right to do so that
+    /// whoever started this process gave it. Waits.
+    void activateOwner();
+
+private:
+    class Application;
+
+    [[nodiscard]] QString path() const;
+
+    std::string name_;
+    std::unique_ptr<Application> application_;
+    std::unique_ptr<SessionBus> bus_;
+};
+
+} // namespace orvel

@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "tests/support/TemporaryDirectory.h"
+
+#include <QByteArray>
+#include <QProcess>
+#include <QString>
+
+#include <fstream>
+#include <stdexcept>
+#include <string>
+
+namespace orvel::test {
+
+/// A bus on which there is nobody, and which wakes nobody either.
+///
+/// GLib's own daemon for tests is of no use: it forks a watcher, which then reports our memory.
+class BusDaemon final {
+public:
+    BusDaemon() {
+        std::ofstream(folder_ / "bus.conf") << R"(
+            <busconfig>
+              <listen>unix:tmpdir=/tmp</listen>
+              <policy context="default">
+                <allow send_destination="*" eavesdrop="true"/>
+                <allow eavesdrop="true"/>
+                <allow own="*"/>
+              </policy>
+            </busconfig>)";
+        process_.start(
+            QStringLiteral("dbus-daemon"),
+            {QStringLiteral("--nofork"),
+             QStringLiteral("--print-address"),
+             QStringLiteral("--config-file=%1").arg(QString::fromStdString(folder_ / "bus.conf"))});
+        process_.waitForReadyRead();
+        address_ = process_.readLine().trimmed().toStdString();
+        if (address_.empty()) {
+            throw std::runtime_error(
+                "There is no bus: " + process_.readAllStandardError().toStdString());
+        }
+    }
+    ~BusDaemon() {
+        process_.terminate();
+        process_.waitForFinished();
+    }
+    BusDaemon(const BusDaemon&) = delete;
+    BusDaemon& operator=(const BusDaemon&) = delete;
+
+    [[nodiscard]] const std::string& address() const { return address_; }
+
+private:
+    TemporaryDirectory folder_;
+    QProcess process_;
+    std::string address_;
+};
+
+} // namespace orvel::test
