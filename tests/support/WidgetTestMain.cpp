@@ -7,9 +7,11 @@
 
 namespace {
 
-/// A warning of Qt's is a mistake of ours: the running test fails.
+/// A warning of Qt's is a mistake of ours: the running test fails. What a platform without windows
+/// cannot do is none.
 void failOnWarning(QtMsgType type, const QMessageLogContext&, const QString& message) {
-    if (type == QtWarningMsg || type == QtCriticalMsg) {
+    if ((type == QtWarningMsg || type == QtCriticalMsg) &&
+        !message.startsWith(QStringLiteral("This plugin does not support "))) {
         ADD_FAILURE() << "Qt: " << message.toStdString();
     }
 }

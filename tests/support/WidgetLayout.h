@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QAbstractButton>
+#include <QAbstractScrollArea>
+#include <QComboBox>
+#include <QLabel>
+#include <QWidget>
+
+#include <string>
+#include <vector>
+
+namespace orvel::test {
+
+namespace detail {
+
+inline std::string nameOf(const QWidget& widget) {
+    const auto* label = qobject_cast<const QLabel*>(&widget);
+    const auto* button = qobject_cast<const QAbstractButton*>(&widget);
+    const QString text = label ? label->text() : button ? button->text() : QString();
+    return std::string(widget.metaObject()->className()) + " " + widget.objectName().toStdString() +
+           " \"" + text.toStdString() + "\"";
+}
+
+inline bool hasRoom(const QWidget& widget) {
+    if (const auto* label = qobject_cast<const QLabel*>(&widget);
+        label != nullptr && label->hasHeightForWidth()) {
+        return widget.height() >= widget.heightForWidth(widget.width()) &&
+               widget.width() >= widget.minimumSizeHint().width();
+    }
+    const QSize needed = widget.sizeHint();
+    return widget.width() >= needed.width() && widget.height() >= needed.height();
+}
+
+} // namespace detail
+
+/// What is cut off or lies over something else among the texts and controls that the window shows,
+/// in words. What can be scrolled to is not cut.
+inline std::vector<std::string> layoutFaults(const QWidget& window) {
+    std::vector<std::string> faults;
+    std::vector<const QWidget*> shown;
+    for (const QWidget* widget : window.findChildren<QWidget*>()) {
+        const bool isText = qobject_cast<const QLabel*>(widget) != nullptr ||
+                            qobject_cast<const QAbstractButton*>(widget) != nullptr ||
+                            qobject_cast<const QComboBox*>(widget) != nullptr;
+        if (!isText || !widget->isVisible()) {
+            continue;
+        }
+        shown.push_back(widget);
+        if (!detail::hasRoom(*widget)) {
+            faults.push_back(detail::nameOf(*widget) + " is cut");
+        }
+        const QWidget* parent = widget->parentWidget();
+        if (parent != nullptr && !parent->rect().contains(widget->geometry())) {
+            faults.push_back(detail::nameOf(*widget) + " stands out of its parent");
+        }
+    }
+    for (std::size_t first = 0; first < shown.size(); ++first) {
+        for (std::size_t second = first + 1; second < shown.size(); ++second) {
+            const QWidget& one = *shown[first];
+            const QWidget& other = *shown[second];
+            const QRect oneRect(one.mapTo(&window, QPoint()), one.size());
+            const QRect otherRect(other.mapTo(&window, QPoint()), other.size());
+            if (oneRect.intersects(otherRect) && !one.isAncestorOf(&other) &&
+                !other.isAncestorOf(&one)) {
+                faults.push_back(detail::nameOf(one) + " lies over " + detail::nameOf(other));
+            }
+        }
+    }
+    return faults;
+}
+
+} // namespace orvel::test
