@@ -19,3 +19,7 @@ set(ORVEL_UPDATE_PUBLIC_KEY "" CACHE STRING "Base64 Ed25519 public key of update
 set(ORVEL_TLS_EXTRA_CA
     ""
     CACHE STRING "PEM file of further trusted certificates; empty in releases")
+
+set(ORVEL_SOURCE_REVISION
+    ""
+    CACHE STRING "Name of the source revision; that of the repository when empty")
