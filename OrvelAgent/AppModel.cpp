@@ -158,11 +158,14 @@ QCoro::Task<> AppModel::performScan(tavrin::CancellationToken cancellation) {
     const auto end = std::make_shared<SharedResult<void>>();
     scanEnd_ = end;
     const std::optional<QUuid> before = newestScan();
-    std::exception_ptr failure;
+    bool isCancelled = false;
     try {
         co_await scanOnce(cancellation);
-    } catch (...) {
-        failure = std::current_exception();
+    } catch (const tavrin::TaskCancelled&) {
+        isCancelled = true;
+    } catch (const std::exception& error) {
+        // Whatever it is, the next scan may do better.
+        collector_->recordAbort(error.what());
     }
     if (newestScan() != before) {
         const bool hasFailed = collector_->history().front().error.has_value();
@@ -170,8 +173,8 @@ QCoro::Task<> AppModel::performScan(tavrin::CancellationToken cancellation) {
     }
     scanEnd_.reset();
     end->resolve({});
-    if (failure) {
-        std::rethrow_exception(failure);
+    if (isCancelled) {
+        throw tavrin::TaskCancelled();
     }
 }
 

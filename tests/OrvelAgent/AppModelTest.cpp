@@ -15,10 +15,12 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <future>
 #include <memory>
 #include <optional>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -73,6 +75,22 @@ private:
     bool listens_;
     std::promise<void> begun_;
     std::promise<void> end_;
+};
+
+/// Breaks the rules of its port.
+class ThrowingAddressBook final : public AddressBook {
+public:
+    bool throws = false;
+
+    [[nodiscard]] int authorizationStatus() const override {
+        if (throws) {
+            throw std::runtime_error("The address book is out of order.");
+        }
+        return denied;
+    }
+
+    void requestAccess(std::function<void(bool)>) override {}
+    void enumerateCards(Fields, std::function<void(Cards)>) override {}
 };
 
 QCoro::Task<> stopAndDestroy(std::unique_ptr<AppModel>* model) {
@@ -250,6 +268,20 @@ TEST_F(AppModelTest, AScanThatIsSkippedLeavesTheNumberOfFailuresAsItWas) {
     model_->collector().setPaused(true);
     EXPECT_EQ(nextWait(), 120);
     EXPECT_EQ(scans(), 2U);
+}
+
+TEST_F(AppModelTest, WhateverGoesWrongItScansAgain) {
+    auto broken = std::make_unique<ThrowingAddressBook>();
+    ThrowingAddressBook& addressBook = *broken;
+    with_.platform.addressBook = std::move(broken);
+    startSignedIn();
+    addressBook.throws = true;
+    with_.clock.advance(900s);
+    EXPECT_EQ(nextWait(), 60);
+    EXPECT_EQ(model_->collector().history().front().error, "The address book is out of order.");
+    addressBook.throws = false;
+    with_.clock.advance(60s);
+    EXPECT_EQ(nextWait(), 900);
 }
 
 TEST_F(AppModelTest, WhileSomethingBlocksItLooksEveryHalfMinute) {
