@@ -11,90 +11,22 @@ Runs in a desktop session of its own (tests/support/private-session) with a disp
 
 import json
 import os
-import re
 import subprocess
 import sys
 import time
-import urllib.request
-import ssl
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import webdriver  # noqa: E402
-from session import AGENT_FILES, HOME, LIMIT, Agent, check, say, wait_for  # noqa: E402
+from service import Service  # noqa: E402
+from session import AGENT_FILES, HOME, Agent, check, say, wait_for  # noqa: E402
 
 PROGRAMS, SOURCE = (os.path.abspath(path) for path in sys.argv[1:3])
 SAMPLE_MESSAGES = 300
 
 
-class Service:
-    """The local service, and what an agent needs to find it."""
-
-    def __init__(self):
-        folder = os.path.join(HOME, "service")
-        os.makedirs(folder, mode=0o700)
-        self.bundle = os.path.join(folder, "bundle")
-        self._token = "control-token-of-this-test"
-        token_file = os.path.join(folder, "token")
-        with open(token_file, "w") as file:
-            file.write(self._token + "\n")
-        self._log = open(os.path.join(folder, "log"), "w")
-        self._process = subprocess.Popen(
-            [os.path.join(PROGRAMS, "orvel-local-service"), "--port", "0", "--control",
-             "--store", os.path.join(folder, "records.sqlite"),
-             "--cert-dir", os.path.join(folder, "certificates"),
-             "--token-file", token_file, "--bundle-out", self.bundle],
-            stdout=subprocess.PIPE, stderr=self._log, text=True)
-        ready = re.match(
-            r"orvel-local-service ready at (\S+) \(certificate authority: (.+)\)",
-            self._process.stdout.readline())
-        check(ready, "the service did not start")
-        self.url = ready[1]
-        context = ssl.create_default_context(cafile=ready[2])
-        self._opener = urllib.request.build_opener(
-            urllib.request.ProxyHandler({}), urllib.request.HTTPSHandler(context=context))
-
-    def statistics(self):
-        request = urllib.request.Request(
-            self.url + "/control/stats", headers={"Authorization": "Bearer " + self._token})
-        with self._opener.open(request, timeout=LIMIT) as reply:
-            return json.load(reply)["data"]
-
-    def requests(self, path):
-        return self.statistics()["requestsByPath"].get(path, 0)
-
-    def stop(self):
-        self._process.terminate()
-        self._process.wait(timeout=LIMIT)
-        self._process.stdout.close()
-        self._log.close()
-
-
-def make_default_browser(profile):
-    """The browser opens the URL in a new tab of the one that the test controls."""
-    script = os.path.join(HOME, "browser.sh")
-    with open(script, "w") as file:
-        file.write(
-            "#!/bin/sh\n"
-            "# What the agent's children are given is looked at in the end.\n"
-            f'env >>"{AGENT_FILES}/environment-of-the-browser"\n'
-            f'exec chromium {" ".join(webdriver.ARGUMENTS)} '
-            f'--user-data-dir="{profile}" "$@" >>"{HOME}/browser-starts.log" 2>&1\n')
-    os.chmod(script, 0o755)
-    webdriver.register_as_default(script)
-
-
-def find_page(browser):
-    """Goes to the sign-in page if it is open. The website may have opened in a tab of its own."""
-    for tab in browser.tabs():
-        browser.switch_to(tab)
-        if "/link?" in browser.url():
-            return True
-    return False
-
-
 def choose(browser, sign_in, element):
     """Clicks the element on the sign-in page, which the agent has just had opened."""
-    wait_for("the sign-in page", lambda: find_page(browser), sign_in)
+    wait_for("the sign-in page", lambda: browser.find_tab("/link?"), sign_in)
     wait_for("the page's content", lambda: browser.has("#" + element), sign_in)
     browser.click("#" + element)
 
@@ -186,13 +118,12 @@ def check_for_tokens():
 
 def main():
     check("PRIVATE_SESSION" in os.environ, "run this under tests/support/private-session")
-    service = Service()
+    service = Service(PROGRAMS)
     profile = os.path.join(HOME, "browser")
     agent = Agent(PROGRAMS, service.bundle)
-    make_default_browser(profile)
-    # As if the user had ticked "always" when the browser asked.
-    browser = webdriver.Browser(profile, {"protocol_handler": {
-        "allowed_origin_protocol_pairs": {service.url: {"orvelagent": True}}}})
+    # What the agent's children are given is looked at in the end.
+    webdriver.make_default(profile, os.path.join(AGENT_FILES, "environment-of-the-browser"))
+    browser = webdriver.Browser(profile, webdriver.allowing_scheme(service.url))
     say("the desktop is ready")
     try:
         scenario(service, agent, browser)

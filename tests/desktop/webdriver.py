@@ -83,6 +83,14 @@ class Browser:
     def close_tab(self):
         self._call("DELETE", "/window")
 
+    def find_tab(self, part):
+        """Goes to a tab with that in its address, if there is one."""
+        for tab in self.tabs():
+            self.switch_to(tab)
+            if part in self.url():
+                return True
+        return False
+
     def url(self):
         return self._call("GET", "/url")
 
@@ -127,8 +135,24 @@ class Browser:
             raise WebDriverError(f"{value['error']}: {value['message']}") from None
 
 
-def register_as_default(script):
-    """Makes the script, which gets the URL as its argument, the desktop's default browser."""
+def allowing_scheme(url):
+    """Preferences as if the user had ticked "always" when the browser asked whether that site may
+    open the agent."""
+    return {"protocol_handler": {"allowed_origin_protocol_pairs": {url: {"orvelagent": True}}}}
+
+
+def make_default(profile, environment_file):
+    """Makes a browser of that profile the desktop's default, which opens what it is given in a new
+    tab of the one that runs with the profile. The environment that it is started with is kept in
+    the file."""
+    script = profile + ".sh"
+    with open(script, "w") as file:
+        file.write(
+            "#!/bin/sh\n"
+            f'env >>"{environment_file}"\n'
+            f'exec chromium {" ".join(ARGUMENTS)} '
+            f'--user-data-dir="{profile}" "$@" >>"{profile}-starts.log" 2>&1\n')
+    os.chmod(script, 0o755)
     entries = os.path.join(os.environ["XDG_DATA_HOME"], "applications")
     os.makedirs(entries, exist_ok=True)
     with open(os.path.join(entries, "test-browser.desktop"), "w") as file:

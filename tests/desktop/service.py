@@ -1,0 +1,52 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The local service, and what an agent needs to find it."""
+
+import json
+import os
+import re
+import ssl
+import subprocess
+import urllib.request
+
+from session import HOME, LIMIT, check
+
+
+class Service:
+    def __init__(self, programs, *options):
+        folder = os.path.join(HOME, "service")
+        os.makedirs(folder, mode=0o700)
+        self.bundle = os.path.join(folder, "bundle")
+        self._token = "control-token-of-this-test"
+        token_file = os.path.join(folder, "token")
+        with open(token_file, "w") as file:
+            file.write(self._token + "\n")
+        self._log = open(os.path.join(folder, "log"), "w")
+        self._process = subprocess.Popen(
+            [os.path.join(programs, "orvel-local-service"), "--port", "0", "--control",
+             "--store", os.path.join(folder, "records.sqlite"),
+             "--cert-dir", os.path.join(folder, "certificates"),
+             "--token-file", token_file, "--bundle-out", self.bundle, *options],
+            stdout=subprocess.PIPE, stderr=self._log, text=True)
+        ready = re.match(
+            r"orvel-local-service ready at (\S+) \(certificate authority: (.+)\)",
+            self._process.stdout.readline())
+        check(ready, "the service did not start")
+        self.url = ready[1]
+        context = ssl.create_default_context(cafile=ready[2])
+        self._opener = urllib.request.build_opener(
+            urllib.request.ProxyHandler({}), urllib.request.HTTPSHandler(context=context))
+
+    def statistics(self):
+        request = urllib.request.Request(
+            self.url + "/control/stats", headers={"Authorization": "Bearer " + self._token})
+        with self._opener.open(request, timeout=LIMIT) as reply:
+            return json.load(reply)["data"]
+
+    def requests(self, path):
+        return self.statistics()["requestsByPath"].get(path, 0)
+
+    def stop(self):
+        self._process.terminate()
+        self._process.wait(timeout=LIMIT)
+        self._process.stdout.close()
+        self._log.close()
