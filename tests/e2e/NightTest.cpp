@@ -1,0 +1,235 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// A night of the agent in some seconds: the whole model against the real service over HTTPS. Only
+// the browser, the keychain, the desktop, the disk's moods and the time are the test's.
+#include "OrvelAgent/AppModel.h"
+#include "OrvelAgent/QueryItems.h"
+#include "platform/linux/CurlURLSession.h"
+#include "platform/linux/PlistBundle.h"
+#include "tests/e2e/ScanHome.h"
+#include "tests/support/RunTask.h"
+#include "tests/support/TestPlatform.h"
+#include "tests/support/WaitUntil.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace orvel {
+
+namespace {
+
+using service::Fault;
+using test::runTask;
+using test::ScanHome;
+using test::waitUntil;
+using testing::Contains;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using Browser = test::FakeWebAuthenticationSession;
+using namespace std::chrono_literals;
+
+constexpr int turns = 96;
+
+/// The one that is longer than a turn of the loop may be.
+constexpr tavrin::Seconds lastRetryDelay(45);
+
+Fault atIngest(Fault fault) {
+    fault.path = ScanHome::ingestPath;
+    return fault;
+}
+
+class NightTest : public testing::Test {
+protected:
+    NightTest() {
+        qputenv("TMPDIR", home_.temporary().c_str());
+        home_.makeSample({"--messages", "700"});
+        home_.service().writeBundle(home_ / "bundle");
+        with_.platform.bundle = std::make_unique<PlistBundle>(home_ / "bundle");
+        CurlURLSession::Trust trust;
+        trust.extraCertificates = {home_.service().caFile()};
+        with_.platform.urlSession = std::make_unique<CurlURLSession>(std::move(trust));
+        with_.userDefaults.setString("collection.scope", "allThreads");
+        with_.browser.user = [this](const Browser::Page& page) {
+            return Browser::Outcome("orvelagent://callback?code=" + codeFor(page));
+        };
+        startAgent();
+    }
+
+    ~NightTest() override {
+        model_.reset();
+        qunsetenv("TMPDIR");
+    }
+
+    /// Also in place of one that runs.
+    void startAgent() {
+        CollectorService::Options options;
+        options.sourcePath = home_.database().string();
+        model_.reset();
+        model_ = std::make_unique<AppModel>(with_.platform, with_.userDriver, std::move(options));
+    }
+
+    std::string codeFor(const Browser::Page& page) {
+        const std::vector<QueryItem> items = queryItems(page.url).value();
+        const auto challenge = std::ranges::find(items, "challenge", &QueryItem::name);
+        return home_.service().mintCode(challenge->value.value(), account_.uid);
+    }
+
+    void signIn() {
+        EXPECT_FALSE(model_->auth().isSignedIn());
+        runTask(model_->auth().signIn());
+        EXPECT_TRUE(model_->auth().isSignedIn()) << model_->auth().lastError().value_or("");
+    }
+
+    /// What the loop, a pause or an attempt waits for; nothing while the agent is at work.
+    std::optional<tavrin::Seconds> pendingWait() {
+        const auto timers = with_.clock.untilTimers();
+        const auto longest = std::ranges::max_element(timers);
+        // The flash is no wait.
+        return longest != timers.end() && *longest > AppModel::brandBeat ? std::optional(*longest)
+                                                                         : std::nullopt;
+    }
+
+    /// Until the loop has come to its sleep, and through it.
+    void passTurn() {
+        tavrin::Seconds wait{0};
+        do {
+            ASSERT_TRUE(waitUntil([this] { return pendingWait().has_value(); }));
+            wait = *pendingWait();
+            if (const auto& error = model_->collector().lastError()) {
+                errors_.insert(*error);
+            }
+            if (with_.clock.untilTimers().size() > 1) {
+                ++turnsSignedOut_;
+            }
+            with_.clock.advance(wait);
+        } while (wait < AppModel::blockedRecheck || wait == lastRetryDelay);
+    }
+
+    ScanHome home_;
+    const service::Account account_ = service::sampleAccounts().front();
+    test::TestPlatform with_;
+    std::unique_ptr<AppModel> model_;
+    std::set<std::string> errors_;
+    int turnsSignedOut_ = 0;
+};
+
+} // namespace
+
+TEST_F(NightTest, EveryMessageOfANightOfTroubleArrivesOnce) {
+    service::LocalService& service = home_.service();
+    const std::map<int, std::function<void()>> events{
+        {2,
+         [&] {
+             signIn();
+         }},
+        // The service is overloaded.
+        {10,
+         [&] {
+             service.script(atIngest(Fault::answer(503, "")), 1000);
+         }},
+        {16,
+         [&] {
+             service.clearFaults();
+         }},
+        // There is no network, and the token ends meanwhile.
+        {22,
+         [&] {
+             service.stop();
+         }},
+        {32,
+         [&] {
+             service.start();
+         }},
+        // The service wants to see the user again.
+        {42,
+         [&] {
+             service.revokeSessions(account_.uid, "TOKEN_EXPIRED", true);
+         }},
+        {46,
+         [&] {
+             signIn();
+         }},
+        // The user has thrown this device out elsewhere, which shows when the token has ended.
+        {50,
+         [&] {
+             service.revokeSessions(account_.uid, "USER_DISABLED");
+         }},
+        {60,
+         [&] {
+             signIn();
+         }},
+        // The disk is full: for what was done first, then for the copy, too.
+        {64,
+         [&] {
+             with_.userDefaults.setFailsWrites(true);
+         }},
+        {67,
+         [&] {
+             with_.fileCopier.setFails(true);
+         }},
+        {70,
+         [&] {
+             with_.userDefaults.setFailsWrites(false);
+             with_.fileCopier.setFails(false);
+         }},
+        // Replies are lost after the batch was taken.
+        {74,
+         [&] {
+             service.script(atIngest(Fault::acceptThenReset()), 2);
+         }},
+        {78,
+         [&] {
+             service.script(atIngest(Fault::acceptThenCutOff()), 8);
+         }},
+        // The agent is ended in the middle of a batch, and started again.
+        {84,
+         [&] {
+             home_.makeSample({"--append", "25"});
+             service.script(atIngest(Fault::delayed(100ms)));
+             const std::size_t before = service.requestCount(ScanHome::ingestPath);
+             EXPECT_TRUE(
+                 waitUntil([&] { return service.requestCount(ScanHome::ingestPath) > before; }));
+             EXPECT_TRUE(model_->collector().isScanning());
+             startAgent();
+         }},
+        {88, [&] {
+             service.script(atIngest(Fault::reset()), 3);
+         }}};
+
+    for (int turn = 1; turn <= turns; ++turn) {
+        if (turn % 3 == 0) {
+            home_.makeSample({"--append", "25"});
+        }
+        passTurn();
+        if (const auto event = events.find(turn); event != events.end()) {
+            event->second();
+        }
+    }
+    ASSERT_TRUE(waitUntil([this] { return pendingWait() == AppModel::scanInterval; }));
+
+    const std::multiset<std::string> sendable = home_.sendableGuids();
+    const std::set<std::string> expected(sendable.begin(), sendable.end());
+    EXPECT_GT(expected.size(), 1000U);
+    EXPECT_EQ(service.storedCount(), expected.size());
+    EXPECT_EQ(home_.storedGuids(), expected);
+    EXPECT_THAT(home_.leftovers(), IsEmpty());
+    EXPECT_EQ(model_->statusIcon(), StatusIcon::Brand);
+    // That the trouble was there.
+    EXPECT_THAT(errors_, Contains(HasSubstr("503")));
+    EXPECT_THAT(errors_, Contains(HasSubstr("connect")));
+    EXPECT_THAT(errors_, Contains(HasSubstr("Could not write the settings")));
+    EXPECT_THAT(errors_, Contains(HasSubstr("Could not copy")));
+    EXPECT_GT(turnsSignedOut_, 6);
+}
+
+} // namespace orvel
