@@ -295,6 +295,16 @@ TEST_F(AppModelTest, WhileSomethingBlocksItLooksEveryHalfMinute) {
     EXPECT_TRUE(with_.urlSession.requests().empty());
 }
 
+TEST_F(AppModelTest, WhileAttentionFlashesItWakesUpLessThanOnceASecond) {
+    startSignedOut();
+    const tavrin::Seconds end = with_.clock.uptime() + 1h;
+    int wakeUps = 0;
+    for (; with_.clock.uptime() < end; ++wakeUps) {
+        with_.clock.advance(with_.clock.untilNextTimer().value());
+    }
+    EXPECT_LT(wakeUps, 3600);
+}
+
 TEST_F(AppModelTest, ASignInIsFoundWithoutARestart) {
     addMessages(2);
     startSignedOut();
@@ -973,7 +983,7 @@ TEST_F(AppModelTest, ItMayGoAtEveryStepOfAScan) {
     with_.storeSession();
     // A few events later each time; where the worker is then is another matter.
     std::size_t finished = 0;
-    for (int events = 0; finished < 3; events += 1 + events / 8) {
+    for (int events = 0; finished < 3; events += 1 + events / 20) {
         begin();
         for (int event = 0; event < events; ++event) {
             QCoreApplication::processEvents(QEventLoop::AllEvents);
