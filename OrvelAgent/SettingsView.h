@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QWidget>
+
+class QCheckBox;
+class QComboBox;
+class QPushButton;
+class QTabWidget;
+
+namespace orvel {
+
+class AppModel;
+class SelectableLabel;
+
+/// The user's choices, in two tabs: how the agent runs, and what it collects.
+///
+/// Of a fixed size; larger only where larger text would be cut. Borrows the model.
+class SettingsView final : public QWidget {
+    Q_OBJECT
+
+public:
+    explicit SettingsView(AppModel& model, QWidget* parent = nullptr);
+
+Q_SIGNALS:
+    void activityLogRequested();
+    void versionHistoryRequested();
+
+protected:
+    bool event(QEvent* event) override;
+    void hideEvent(QHideEvent* event) override;
+
+private:
+    [[nodiscard]] QWidget* makeGeneralTab();
+    [[nodiscard]] QWidget* makePrivacyTab();
+    void updateContent();
+    void updateIcons();
+    /// To what the texts need.
+    void updateSize();
+    void setChecksAutomatically(bool isAutomatic);
+    void checkForUpdates();
+
+    AppModel& model_;
+    QTabWidget* tabs_;
+    QCheckBox* startAtLogin_;
+    QCheckBox* checksAutomatically_;
+    QPushButton* checkForUpdates_;
+    QComboBox* mode_;
+    QComboBox* scope_;
+    SelectableLabel* rescanNote_;
+    SelectableLabel* error_;
+    QString updaterError_;
+    bool isRescanNoted_ = false;
+};
+
+} // namespace orvel
