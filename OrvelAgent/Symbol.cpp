@@ -53,13 +53,19 @@ QString drawing(Symbol symbol) {
     return {};
 }
 
-QImage rendered(Symbol symbol, int pixels, const QColor& color) {
+QImage rendered(const QString& drawing, int pixels) {
     loadDrawings();
     QImage image(pixels, pixels, QImage::Format_ARGB32_Premultiplied);
     image.fill(Qt::transparent);
-    QSvgRenderer renderer(QStringLiteral(":/icons/%1.svg").arg(drawing(symbol)));
+    QSvgRenderer renderer(QStringLiteral(":/icons/%1.svg").arg(drawing));
     QPainter painter(&image);
     renderer.render(&painter, QRectF(image.rect()));
+    return image;
+}
+
+QImage rendered(Symbol symbol, int pixels, const QColor& color) {
+    QImage image = rendered(drawing(symbol), pixels);
+    QPainter painter(&image);
     painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
     painter.fillRect(image.rect(), color);
     return image;
@@ -114,6 +120,14 @@ QIcon symbolTrayIcon(Symbol symbol, const QColor& color) {
         icon.addPixmap(QPixmap::fromImage(withRim(symbol, size, color)));
     }
     icon.setIsMask(true);
+    return icon;
+}
+
+QIcon applicationIcon() {
+    QIcon icon;
+    for (const int size : iconSizes) {
+        icon.addPixmap(QPixmap::fromImage(rendered(QStringLiteral("app.orvel.OrvelAgent"), size)));
+    }
     return icon;
 }
 

@@ -32,4 +32,7 @@ enum class Symbol {
 /// stands out from whatever is below. A template for panels that tint.
 [[nodiscard]] QIcon symbolTrayIcon(Symbol symbol, const QColor& color);
 
+/// In its own colours, for windows.
+[[nodiscard]] QIcon applicationIcon();
+
 } // namespace orvel

@@ -21,6 +21,8 @@ constexpr double highContrast = 7;
 /// Text and window of an ordinary palette differ less.
 constexpr double contrastOfHighContrastPalettes = 18;
 
+constexpr QColor bannerTint(0xff, 0x9f, 0x0a);
+
 QFont scaled(QFont font, double scale) {
     if (font.pointSizeF() > 0) {
         font.setPointSizeF(font.pointSizeF() * scale);
@@ -68,10 +70,6 @@ QColor readable(const QColor& wanted, const QPalette& palette) {
         }
     }
     return text(palette);
-}
-
-QColor orange(const QPalette& palette) {
-    return isDark(palette) ? QColor(0xff, 0xb4, 0x54) : QColor(0xa0, 0x50, 0x00);
 }
 
 /// Of the colour's light, as the eye weighs it; 0 to 1.
@@ -130,7 +128,7 @@ QColor color(Role role, const QPalette& palette) {
     case Role::Red:
         return readable(dark ? QColor(0xff, 0x7b, 0x72) : QColor(0xb4, 0x23, 0x18), palette);
     case Role::Orange:
-        return readable(orange(palette), palette);
+        return readable(dark ? QColor(0xff, 0xb4, 0x54) : QColor(0xa0, 0x50, 0x00), palette);
     case Role::Green:
         return readable(dark ? QColor(0x6c, 0xd0, 0x8a) : QColor(0x1a, 0x7f, 0x37), palette);
     case Role::Blue:
@@ -144,7 +142,7 @@ QColor color(Surface surface, const QPalette& palette) {
         return window(palette);
     }
     if (surface == Surface::Banner) {
-        return mixed(window(palette), orange(palette), 0.12);
+        return mixed(window(palette), bannerTint, 0.14);
     }
     // Raised towards the light in both.
     return mixed(window(palette), Qt::white, isDark(palette) ? 0.06 : 0.6);
@@ -154,8 +152,8 @@ QColor borderColor(Surface surface, const QPalette& palette) {
     if (isHighContrast(palette)) {
         return text(palette);
     }
-    const QColor line = surface == Surface::Banner ? orange(palette) : text(palette);
-    return mixed(window(palette), line, surface == Surface::Banner ? 0.4 : 0.16);
+    return surface == Surface::Banner ? mixed(window(palette), bannerTint, 0.5)
+                                      : mixed(window(palette), text(palette), 0.16);
 }
 
 bool isDark(const QPalette& palette) {

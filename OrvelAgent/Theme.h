@@ -21,8 +21,12 @@ inline constexpr int lineSpacing = 4;
 inline constexpr int controlSpacing = 8;
 /// Between the edge of a card and its content.
 inline constexpr int cardPadding = 10;
+/// Beside the text of a button.
+inline constexpr int buttonPadding = 4;
 inline constexpr int cornerRadius = 6;
 inline constexpr int hairline = 1;
+/// Of the application's icon in a window that asks something.
+inline constexpr int dialogIconSize = 48;
 
 enum class TextStyle { Title, Headline, Body, Callout, Caption, Monospaced };
 

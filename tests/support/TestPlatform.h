@@ -40,9 +40,9 @@ public:
     }
 
     /// An earlier process has signed in.
-    void storeSession() {
+    void storeSession(const std::string& email = "one@orvel.example") {
         keychain.items[{std::string(RecordingLogStore::subsystem) + ".session", "session"}] =
-            R"({"refreshToken":"refresh-0","email":"one@orvel.example","handle":"one"})";
+            R"({"refreshToken":"refresh-0","handle":"one","email":")" + email + R"("})";
     }
 
     /// The user signs in on the page as soon as it opens.

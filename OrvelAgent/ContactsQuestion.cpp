@@ -1,0 +1,104 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/ContactsQuestion.h"
+
+#include "OrvelAgent/PushButton.h"
+#include "OrvelAgent/Symbol.h"
+#include "OrvelAgent/TextLabel.h"
+#include "OrvelAgent/Theme.h"
+#include "OrvelAgent/WrappingRow.h"
+
+#include <QCloseEvent>
+#include <QHBoxLayout>
+#include <QIcon>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QVBoxLayout>
+
+#include <utility>
+
+namespace orvel {
+
+ContactsQuestion::ContactsQuestion(const QString& displayName, Answer answer, QWidget* parent)
+    : QWidget(parent, Qt::Dialog), answer_(std::move(answer)) {
+    setObjectName(QStringLiteral("contactsQuestion"));
+    setWindowTitle(displayName);
+    setAttribute(Qt::WA_DeleteOnClose);
+
+    auto* image = new QLabel;
+    image->setPixmap(applicationIcon().pixmap(
+        QSize(Theme::dialogIconSize, Theme::dialogIconSize), devicePixelRatioF()));
+
+    auto* title = new TextLabel(Theme::TextStyle::Headline);
+    title->setObjectName(QStringLiteral("title"));
+    title->setText(tr("Allow %1 to read your contacts?").arg(displayName));
+    auto* text = new TextLabel(Theme::TextStyle::Body);
+    text->setObjectName(QStringLiteral("text"));
+    text->setText(
+        tr("It reads the names, phone numbers and e-mail addresses of all your cards, to tell "
+           "which of them belong to one person.") +
+        QStringLiteral("\n\n") +
+        tr("Of people you exchange messages with, it sends the name and the e-mail addresses to "
+           "your account, together with the messages."));
+
+    auto* allow = new PushButton(tr("Allow"));
+    allow->setObjectName(QStringLiteral("allow"));
+    connect(allow, &QPushButton::clicked, this, [this] { this->answer(true); });
+    auto* refuse = new PushButton(tr("Don't Allow"));
+    refuse->setObjectName(QStringLiteral("dontAllow"));
+    connect(refuse, &QPushButton::clicked, this, [this] { this->answer(false); });
+    // Whoever types on while the window opens allows nothing.
+    refuse->setFocus();
+
+    auto* buttons = new WrappingRow;
+    buttons->beginTrailing();
+    buttons->addWidget(refuse);
+    buttons->addWidget(allow);
+
+    auto* column = new QVBoxLayout;
+    column->setSpacing(Theme::blockSpacing);
+    column->addWidget(title);
+    column->addWidget(text);
+    column->addStretch();
+    column->addLayout(buttons);
+    auto* layout = new QHBoxLayout(this);
+    layout->setContentsMargins(
+        Theme::windowPadding, Theme::windowPadding, Theme::windowPadding, Theme::windowPadding);
+    layout->setSpacing(Theme::windowPadding);
+    layout->addWidget(image, 0, Qt::AlignTop);
+    layout->addLayout(column, 1);
+    setFixedWidth(sizeHint().width());
+    setFixedHeight(heightForWidth(width()));
+}
+
+ContactsQuestion::~ContactsQuestion() = default;
+
+void ContactsQuestion::ask() {
+    show();
+    raise();
+    activateWindow();
+}
+
+void ContactsQuestion::answer(bool isAllowed) {
+    // Whoever is told may close the window, which would answer again.
+    if (const Answer answer = std::exchange(answer_, {})) {
+        answer(isAllowed);
+    }
+    close();
+}
+
+void ContactsQuestion::closeEvent(QCloseEvent* event) {
+    if (const Answer answer = std::exchange(answer_, {})) {
+        answer(false);
+    }
+    event->accept();
+}
+
+void ContactsQuestion::keyPressEvent(QKeyEvent* event) {
+    if (event->matches(QKeySequence::Cancel) || event->matches(QKeySequence::Close)) {
+        close();
+        return;
+    }
+    QWidget::keyPressEvent(event);
+}
+
+} // namespace orvel

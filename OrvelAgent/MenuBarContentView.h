@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QScrollArea>
+
+class QPushButton;
+
+namespace orvel {
+
+class AppModel;
+class BlockedBanner;
+class ContactsPrompt;
+class FullDiskAccessPrompt;
+class NoAccountPrompt;
+class Spinner;
+class TextButton;
+class TextLabel;
+
+/// The panel of the tray icon: whether collection works, what blocks it, and the account.
+///
+/// As wide as the theme says and as high as its content; it scrolls only where the screen is not
+/// high enough. Borrows the model.
+class MenuBarContentView final : public QScrollArea {
+    Q_OBJECT
+
+public:
+    explicit MenuBarContentView(AppModel& model, QWidget* parent = nullptr);
+
+    [[nodiscard]] QSize sizeHint() const override;
+
+Q_SIGNALS:
+    void versionHistoryRequested();
+    void settingsRequested();
+    void quitRequested();
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+    void showEvent(QShowEvent* event) override;
+
+private:
+    QWidget* makeHeader();
+    QWidget* makeActivity();
+    QWidget* makeAccount();
+    QWidget* makeBottomRow();
+
+    void updateContent();
+    void updateActivity();
+    void updateAccount();
+    void fitToContent();
+    void cancelSignIn();
+
+    AppModel& model_;
+    QWidget* content_;
+
+    Spinner* spinner_ = nullptr;
+    BlockedBanner* banner_ = nullptr;
+    FullDiskAccessPrompt* fullDiskAccessPrompt_ = nullptr;
+    ContactsPrompt* contactsPrompt_ = nullptr;
+
+    TextLabel* noScans_ = nullptr;
+    TextLabel* messageCount_ = nullptr;
+    TextLabel* scanError_ = nullptr;
+
+    TextLabel* signInError_ = nullptr;
+    QWidget* signedOutRow_ = nullptr;
+    QPushButton* signIn_ = nullptr;
+    TextButton* cancelSignIn_ = nullptr;
+    NoAccountPrompt* noAccountPrompt_ = nullptr;
+    QWidget* signedInRow_ = nullptr;
+    TextLabel* account_ = nullptr;
+    /// The user has just taken the sign-in back, and need not be told that it failed.
+    bool hasCancelledSignIn_ = false;
+};
+
+} // namespace orvel

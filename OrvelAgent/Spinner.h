@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "platform/Workspace.h"
+
+#include <QBasicTimer>
+#include <QWidget>
+
+#include <memory>
+
+namespace orvel {
+
+/// Shows that something is under way. It turns while it is visible, and costs nothing while it is
+/// not; where nothing may move, it stands still.
+class Spinner final : public QWidget {
+    Q_OBJECT
+
+public:
+    /// The workspace is borrowed.
+    explicit Spinner(Workspace& workspace, QWidget* parent = nullptr);
+
+    [[nodiscard]] bool isTurning() const { return timer_.isActive(); }
+
+    [[nodiscard]] QSize sizeHint() const override;
+    [[nodiscard]] QSize minimumSizeHint() const override { return sizeHint(); }
+
+protected:
+    void showEvent(QShowEvent* event) override;
+    void hideEvent(QHideEvent* event) override;
+    void timerEvent(QTimerEvent* event) override;
+    void paintEvent(QPaintEvent* event) override;
+
+private:
+    void updateTurning();
+
+    Workspace& workspace_;
+    std::unique_ptr<Workspace::Subscription> motionSubscription_;
+    QBasicTimer timer_;
+    int step_ = 0;
+};
+
+} // namespace orvel

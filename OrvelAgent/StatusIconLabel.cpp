@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/StatusIconLabel.h"
+
+#include "OrvelAgent/Theme.h"
+
+#include <QApplication>
+#include <QIcon>
+
+namespace orvel::StatusIconLabel {
+
+Symbol symbol(StatusIcon status) {
+    switch (status) {
+    case StatusIcon::Brand:
+        break;
+    case StatusIcon::BrandAlert:
+        return Symbol::StatusIconAlert;
+    case StatusIcon::Attention:
+        return Symbol::ExclamationMarkTriangleFill;
+    case StatusIcon::Scanning:
+        return Symbol::ArrowTriangle2CirclePath;
+    case StatusIcon::Paused:
+        return Symbol::PauseCircle;
+    }
+    return Symbol::StatusIcon;
+}
+
+QIcon icon(StatusIcon status) {
+    return symbolTrayIcon(
+        symbol(status), Theme::color(Theme::Role::Primary, QApplication::palette()));
+}
+
+} // namespace orvel::StatusIconLabel

@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "OrvelAgent/StatusIcon.h"
+#include "OrvelAgent/Symbol.h"
+
+class QIcon;
+
+/// What the tray shows for a status. Its words are the model's.
+namespace orvel::StatusIconLabel {
+
+[[nodiscard]] Symbol symbol(StatusIcon status);
+
+/// In the text colour of the desktop as it is now, and to be seen on whatever panel.
+[[nodiscard]] QIcon icon(StatusIcon status);
+
+} // namespace orvel::StatusIconLabel
