@@ -46,8 +46,6 @@ ContactsQuestion::ContactsQuestion(const QString& displayName, Answer answer, QW
     auto* refuse = new PushButton(tr("Don't Allow"));
     refuse->setObjectName(QStringLiteral("dontAllow"));
     connect(refuse, &QPushButton::clicked, this, [this] { this->answer(false); });
-    // Whoever types on while the window opens allows nothing.
-    refuse->setFocus();
 
     auto* buttons = new WrappingRow;
     buttons->beginTrailing();
@@ -66,6 +64,8 @@ ContactsQuestion::ContactsQuestion(const QString& displayName, Answer answer, QW
     layout->setSpacing(Theme::windowPadding);
     layout->addWidget(image, 0, Qt::AlignTop);
     layout->addLayout(column, 1);
+    // Whoever types on while the window opens allows nothing.
+    refuse->setFocus();
     setFixedWidth(sizeHint().width());
     setFixedHeight(heightForWidth(width()));
 }

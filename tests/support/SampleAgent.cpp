@@ -86,16 +86,7 @@ void SampleAgent::prepare(AgentState state) {
     const bool hasDatabase =
         state != AgentState::FullDiskAccessMissing && state != AgentState::EverythingMissing;
     if (hasDatabase) {
-        database_ = std::make_unique<MessagesDatabaseBuilder>(directory_ / "chat.db");
-        const auto handle = database_->addHandle("+14155550134");
-        const auto chat = database_->addChat({.participants = {handle}});
-        const int messages = state == AgentState::NothingScanned ? 0 : sampleMessages;
-        database_->inOneTransaction([&] {
-            for (int number = 1; number <= messages; ++number) {
-                database_->addMessage(
-                    {.guid = fmt::format("message-{}", number), .text = "text", .chats = {chat}});
-            }
-        });
+        makeDatabase(state == AgentState::NothingScanned ? 0 : sampleMessages);
     }
     std::string account = "sample-1@orvel.example";
     if (state == AgentState::LongTexts) {
@@ -133,6 +124,22 @@ void SampleAgent::prepare(AgentState state) {
     default:
         break;
     }
+}
+
+void SampleAgent::grantFullDiskAccess() {
+    makeDatabase(sampleMessages);
+}
+
+void SampleAgent::makeDatabase(int messages) {
+    database_ = std::make_unique<MessagesDatabaseBuilder>(directory_ / "chat.db");
+    const auto handle = database_->addHandle("+14155550134");
+    const auto chat = database_->addChat({.participants = {handle}});
+    database_->inOneTransaction([&] {
+        for (int number = 1; number <= messages; ++number) {
+            database_->addMessage(
+                {.guid = fmt::format("message-{}", number), .text = "text", .chats = {chat}});
+        }
+    });
 }
 
 void SampleAgent::signInTo(const char* callback) {

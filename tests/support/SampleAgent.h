@@ -63,10 +63,14 @@ public:
 
     [[nodiscard]] AppModel& model() { return *model_; }
 
+    /// What the user does in the settings of the desktop.
+    void grantFullDiskAccess();
+
     TestPlatform with;
 
 private:
     void prepare(AgentState state);
+    void makeDatabase(int messages);
     void bringTo(AgentState state);
     void signInTo(const char* callback);
 
