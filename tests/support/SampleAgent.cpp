@@ -130,6 +130,12 @@ void SampleAgent::grantFullDiskAccess() {
     makeDatabase(sampleMessages);
 }
 
+void SampleAgent::finishScan() {
+    const std::size_t before = model_->collector().history().size();
+    await([&] { return model_->collector().history().size() > before; });
+    processEvents();
+}
+
 void SampleAgent::makeDatabase(int messages) {
     database_ = std::make_unique<MessagesDatabaseBuilder>(directory_ / "chat.db");
     const auto handle = database_->addHandle("+14155550134");

@@ -66,6 +66,9 @@ public:
     /// What the user does in the settings of the desktop.
     void grantFullDiskAccess();
 
+    /// Waits for the end of a scan that has begun.
+    void finishScan();
+
     TestPlatform with;
 
 private:

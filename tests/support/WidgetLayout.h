@@ -28,7 +28,9 @@ inline bool hasRoom(const QWidget& widget) {
         return widget.height() >= widget.heightForWidth(widget.width()) &&
                widget.width() >= widget.minimumSizeHint().width();
     }
-    const QSize needed = widget.sizeHint();
+    // A label that elides its text needs less than the whole of it.
+    const QSize needed = qobject_cast<const QLabel*>(&widget) != nullptr ? widget.minimumSizeHint()
+                                                                         : widget.sizeHint();
     return widget.width() >= needed.width() && widget.height() >= needed.height();
 }
 
@@ -68,6 +70,20 @@ inline std::vector<std::string> layoutFaults(const QWidget& window) {
         }
     }
     return faults;
+}
+
+/// The controls that the Tab key reaches, from the first on, by object name.
+inline std::vector<std::string> tabOrder(const QWidget& window) {
+    std::vector<std::string> names;
+    const QWidget* widget = &window;
+    do {
+        const bool takesTab = (widget->focusPolicy() & Qt::TabFocus) == Qt::TabFocus;
+        if (takesTab && widget->isEnabled() && widget->isVisible()) {
+            names.push_back(widget->objectName().toStdString());
+        }
+        widget = widget->nextInFocusChain();
+    } while (widget != &window);
+    return names;
 }
 
 } // namespace orvel::test

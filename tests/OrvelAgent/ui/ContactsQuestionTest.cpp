@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/ContactsQuestion.h"
 
-#include "tests/support/LayoutCheck.h"
+#include "tests/support/DesktopLook.h"
 #include "tests/support/RunTask.h"
+#include "tests/support/WidgetLayout.h"
 
 #include <QAccessible>
-#include <QApplication>
-#include <QFont>
 #include <QLabel>
 #include <QPointer>
 #include <QPushButton>
@@ -97,20 +96,19 @@ TEST_F(ContactsQuestionTest, ItsButtonsHaveNames) {
     EXPECT_EQ(button("dontAllow")->text(), QStringLiteral("Don't Allow"));
 }
 
-TEST(ContactsQuestionLayoutTest, NothingIsCutOrOverlapsInLargeText) {
-    const QFont before = QApplication::font();
-    for (const double larger : {1.0, 1.5, 2.0}) {
-        QFont font = before;
-        font.setPointSizeF(before.pointSizeF() * larger);
-        QApplication::setFont(font);
-        ContactsQuestion question(QStringLiteral("Orvel Agent"), {});
-        question.setAttribute(Qt::WA_DeleteOnClose, false);
-        question.show();
-        processEvents();
-        EXPECT_EQ(test::layoutFaults(question).join(u'\n').toStdString(), "") << larger;
-    }
-    QApplication::setFont(before);
+class ContactsQuestionLookTest : public testing::TestWithParam<test::Look> {};
+
+TEST_P(ContactsQuestionLookTest, NothingIsCutAndNothingOverlaps) {
+    const test::DesktopLook look(GetParam());
+    ContactsQuestion question(QStringLiteral("Orvel Agent"), {});
+    question.setAttribute(Qt::WA_DeleteOnClose, false);
+    question.show();
+    processEvents();
+    EXPECT_THAT(test::layoutFaults(question), IsEmpty());
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Looks, ContactsQuestionLookTest, testing::ValuesIn(test::allLooks()), test::nameOfLook);
 
 } // namespace
 } // namespace orvel

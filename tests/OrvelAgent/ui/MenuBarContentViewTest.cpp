@@ -4,11 +4,11 @@
 #include "OrvelAgent/Spinner.h"
 #include "OrvelAgent/TextButton.h"
 #include "OrvelAgent/TextLabel.h"
-#include "tests/support/LayoutCheck.h"
-#include "tests/support/Palettes.h"
+#include "tests/support/DesktopLook.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/SampleAgent.h"
 #include "tests/support/WaitUntil.h"
+#include "tests/support/WidgetLayout.h"
 
 #include <QAccessible>
 #include <QApplication>
@@ -20,6 +20,7 @@
 #include <QScrollBar>
 #include <QSignalSpy>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <initializer_list>
@@ -35,6 +36,8 @@ using test::AgentState;
 using test::processEvents;
 using test::SampleAgent;
 using test::waitUntil;
+using testing::ElementsAre;
+using testing::IsEmpty;
 
 std::string nameOfState(const testing::TestParamInfo<AgentState>& info) {
     std::string result = test::name(info.param);
@@ -42,58 +45,37 @@ std::string nameOfState(const testing::TestParamInfo<AgentState>& info) {
     return result;
 }
 
-class PanelLayoutTest : public testing::TestWithParam<AgentState> {
-protected:
-    PanelLayoutTest() : font_(QApplication::font()), palette_(QApplication::palette()) {}
-    ~PanelLayoutTest() override {
-        QApplication::setFont(font_);
-        QApplication::setPalette(palette_);
-        QApplication::setLayoutDirection(Qt::LeftToRight);
-    }
+class PanelLayoutTest : public testing::TestWithParam<AgentState> {};
 
-private:
-    QFont font_;
-    QPalette palette_;
-};
-
-TEST_P(PanelLayoutTest, NothingIsCutAndNothingOverlaps) {
-    const double size = QApplication::font().pointSizeF();
+TEST_P(PanelLayoutTest, NothingIsCutAndNothingOverlapsOnWhateverDesktop) {
     SampleAgent agent(GetParam());
-    for (const test::Palette palette : {test::Palette::Light, test::Palette::Dark}) {
-        for (const double larger : {1.0, 1.5}) {
-            for (const auto direction : {Qt::LeftToRight, Qt::RightToLeft}) {
-                QFont font = QApplication::font();
-                font.setPointSizeF(size * larger);
-                QApplication::setFont(font);
-                QApplication::setPalette(test::palette(palette));
-                QApplication::setLayoutDirection(direction);
-                MenuBarContentView panel(agent.model());
-                panel.show();
-                processEvents();
-                EXPECT_EQ(test::layoutFaults(panel).join(u'\n').toStdString(), "")
-                    << "text " << larger << ", direction " << direction;
-            }
-        }
+    for (const test::Look& look : test::allLooks()) {
+        const test::DesktopLook desktop(look);
+        MenuBarContentView panel(agent.model());
+        panel.show();
+        processEvents();
+        EXPECT_THAT(test::layoutFaults(panel), IsEmpty())
+            << test::name(look.palette) << ", text " << look.textPercent << ", direction "
+            << look.direction;
     }
 }
 
-TEST_P(PanelLayoutTest, EveryControlHasANameAndIsReachedInReadingOrder) {
+TEST_P(PanelLayoutTest, EveryControlHasANameAndTheBottomRowComesLast) {
     SampleAgent agent(GetParam());
     MenuBarContentView panel(agent.model());
     panel.show();
     processEvents();
-    for (const QString& control : test::tabOrder(panel)) {
-        auto* widget = panel.findChild<QWidget*>(control);
-        ASSERT_NE(widget, nullptr);
+    const std::vector<std::string> order = test::tabOrder(panel);
+    for (const std::string& control : order) {
+        auto* widget = panel.findChild<QWidget*>(QString::fromStdString(control));
+        ASSERT_NE(widget, nullptr) << control;
         const auto* accessible = QAccessible::queryAccessibleInterface(widget);
-        EXPECT_NE(accessible->text(QAccessible::Name), QString()) << control.toStdString();
-        EXPECT_EQ(accessible->role(), QAccessible::Button) << control.toStdString();
+        EXPECT_NE(accessible->text(QAccessible::Name), QString()) << control;
+        EXPECT_EQ(accessible->role(), QAccessible::Button) << control;
     }
-    const QStringList order = test::tabOrder(panel);
-    EXPECT_EQ(
-        order.mid(order.size() - 3),
-        QStringList(
-            {QStringLiteral("version"), QStringLiteral("settings"), QStringLiteral("quit")}));
+    ASSERT_GE(order.size(), 3U);
+    EXPECT_THAT(
+        std::vector(order.end() - 3, order.end()), ElementsAre("version", "settings", "quit"));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -198,7 +180,7 @@ TEST_F(MenuBarContentViewTest, ContentHigherThanTheScreenIsScrolled) {
     QApplication::setFont(font);
     EXPECT_EQ(panel_->height(), panel_->screen()->availableGeometry().height());
     EXPECT_TRUE(panel_->verticalScrollBar()->isVisible());
-    EXPECT_EQ(test::layoutFaults(*panel_).join(u'\n').toStdString(), "");
+    EXPECT_THAT(test::layoutFaults(*panel_), IsEmpty());
 }
 
 // --- Activity ---
@@ -383,7 +365,7 @@ TEST_F(MenuBarContentViewTest, SettingsThatCannotBeOpenedAreExplainedUntilTheNex
     processEvents();
     EXPECT_TRUE(isShown({"fullDiskAccessPrompt", "failure"}));
     EXPECT_EQ(text({"fullDiskAccessPrompt", "failure"}), "This desktop has no such settings.");
-    EXPECT_EQ(test::layoutFaults(*panel_).join(u'\n').toStdString(), "");
+    EXPECT_THAT(test::layoutFaults(*panel_), IsEmpty());
     agent_->with.workspace.openError.reset();
     click({"fullDiskAccessPrompt", "openSystemSettings"});
     processEvents();
@@ -479,10 +461,18 @@ TEST_F(MenuBarContentViewTest, SettingsAndQuitAreAskedFor) {
 
 TEST_F(MenuBarContentViewTest, TheKeyboardGoesFromTopToBottom) {
     show(AgentState::EverythingMissing);
-    EXPECT_EQ(
-        test::tabOrder(*panel_).join(u' ').toStdString(),
-        "openSystemSettings recheck allowAccess openSystemSettings quitAndReopen signIn version "
-        "settings quit");
+    EXPECT_THAT(
+        test::tabOrder(*panel_),
+        ElementsAre(
+            "openSystemSettings",
+            "recheck",
+            "allowAccess",
+            "openSystemSettings",
+            "quitAndReopen",
+            "signIn",
+            "version",
+            "settings",
+            "quit"));
 }
 
 } // namespace

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tests/support/LayoutCheck.h"
+#include "tests/support/WidgetLayout.h"
 
 #include "OrvelAgent/TextLabel.h"
 
@@ -7,12 +7,20 @@
 #include <QPushButton>
 #include <QWidget>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
 
 namespace orvel {
 namespace {
 
-class LayoutCheckTest : public testing::Test {
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class WidgetLayoutTest : public testing::Test {
 protected:
     QPushButton* addButton(const QRect& place) {
         auto* button = new QPushButton(QStringLiteral("A button"), &window_);
@@ -20,55 +28,55 @@ protected:
         return button;
     }
 
-    std::string faults() {
+    std::vector<std::string> faults() {
         window_.resize(400, 200);
         window_.show();
-        return test::layoutFaults(window_).join(u'\n').toStdString();
+        return test::layoutFaults(window_);
     }
 
     QWidget window_;
 };
 
-TEST_F(LayoutCheckTest, FindsNothingWhereNothingIsWrong) {
+TEST_F(WidgetLayoutTest, FindsNothingWhereNothingIsWrong) {
     addButton(QRect(0, 0, 200, 60));
     addButton(QRect(0, 60, 200, 60));
-    EXPECT_EQ(faults(), "");
+    EXPECT_THAT(faults(), IsEmpty());
 }
 
-TEST_F(LayoutCheckTest, FindsAButtonThatIsCut) {
+TEST_F(WidgetLayoutTest, FindsAButtonThatIsCut) {
     addButton(QRect(0, 0, 30, 60));
-    EXPECT_TRUE(faults().starts_with("cut: "));
+    EXPECT_THAT(faults(), ElementsAre(HasSubstr("is cut")));
 }
 
-TEST_F(LayoutCheckTest, FindsALabelThatIsCut) {
+TEST_F(WidgetLayoutTest, FindsALabelThatIsCut) {
     auto* label = new QLabel(QStringLiteral("Many words that need several lines."), &window_);
     label->setGeometry(0, 0, 80, label->fontMetrics().height());
     label->setWordWrap(true);
-    EXPECT_TRUE(faults().starts_with("cut: "));
+    EXPECT_THAT(faults(), ElementsAre(HasSubstr("is cut")));
 }
 
-TEST_F(LayoutCheckTest, FindsATextThatIsCut) {
+TEST_F(WidgetLayoutTest, FindsATextThatIsCut) {
     auto* label = new TextLabel(Theme::TextStyle::Body);
     label->setParent(&window_);
     label->setText(QStringLiteral("Many words that need several lines."));
     label->setGeometry(0, 0, 80, 2 * label->fontMetrics().height());
-    EXPECT_TRUE(faults().starts_with("cut: "));
+    EXPECT_THAT(faults(), ElementsAre(HasSubstr("is cut")));
 }
 
-TEST_F(LayoutCheckTest, FindsControlsThatOverlap) {
+TEST_F(WidgetLayoutTest, FindsControlsThatOverlap) {
     addButton(QRect(0, 0, 200, 60));
     addButton(QRect(0, 59, 200, 60));
-    EXPECT_TRUE(faults().starts_with("overlap: "));
+    EXPECT_THAT(faults(), ElementsAre(HasSubstr("lies over")));
 }
 
-TEST_F(LayoutCheckTest, FindsAControlThatReachesOut) {
+TEST_F(WidgetLayoutTest, FindsAControlThatReachesOut) {
     addButton(QRect(300, 0, 200, 60));
-    EXPECT_TRUE(faults().starts_with("reaches out: "));
+    EXPECT_THAT(faults(), ElementsAre(HasSubstr("stands out of its parent")));
 }
 
-TEST_F(LayoutCheckTest, OverlooksWhatIsHidden) {
+TEST_F(WidgetLayoutTest, OverlooksWhatIsHidden) {
     addButton(QRect(300, 0, 20, 6))->hide();
-    EXPECT_EQ(faults(), "");
+    EXPECT_THAT(faults(), IsEmpty());
 }
 
 } // namespace
