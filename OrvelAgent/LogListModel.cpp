@@ -13,10 +13,22 @@ namespace orvel {
 
 namespace {
 
-QString localTime(tavrin::Date date) {
-    const auto seconds = static_cast<qint64>(std::floor(date.time_since_epoch().count()));
-    return QDateTime::fromSecsSinceEpoch(seconds).toString(QStringLiteral("HH:mm:ss"));
-}
+/// Tells the local time; of many entries of one second only once.
+class TimeText final {
+public:
+    const QString& operator()(tavrin::Date date) {
+        const auto second = static_cast<qint64>(std::floor(date.time_since_epoch().count()));
+        if (text_.isEmpty() || second != second_) {
+            second_ = second;
+            text_ = QDateTime::fromSecsSinceEpoch(second).toString(QStringLiteral("HH:mm:ss"));
+        }
+        return text_;
+    }
+
+private:
+    qint64 second_ = 0;
+    QString text_;
+};
 
 /// Without what would begin another line or another column.
 QString singleLine(std::string_view text) {
@@ -105,12 +117,13 @@ void LogListModel::update(int inserted, int dropped) {
 
 std::deque<LogListModel::Row> LogListModel::rowsOf(std::size_t entryCount) const {
     std::deque<Row> rows;
+    TimeText timeText;
     for (std::size_t index = 0; index < entryCount; ++index) {
         const LogReader::Entry& entry = reader_.entries()[index];
         if (!isProblemsOnly_ || isProblem(entry)) {
             rows.push_back(
                 {newest_ - index,
-                 localTime(entry.date),
+                 timeText(entry.date),
                  singleLine(entry.category),
                  singleLine(entry.message),
                  isProblem(entry)});
