@@ -14,6 +14,7 @@ find_package(Qt6Keychain REQUIRED)
 find_package(QCoro6 0.8 REQUIRED COMPONENTS Core)
 pkg_check_modules(Plist REQUIRED IMPORTED_TARGET libplist-2.0)
 pkg_check_modules(EBook REQUIRED IMPORTED_TARGET libebook-1.2)
+pkg_check_modules(XCB REQUIRED IMPORTED_TARGET xcb)
 pkg_check_modules(Httplib REQUIRED IMPORTED_TARGET cpp-httplib)
 
 if(ORVEL_BUILD_TESTS)

@@ -77,6 +77,13 @@ public:
     [[nodiscard]] virtual std::unique_ptr<Subscription>
     onReduceMotionChange(std::function<void()> changed) = 0;
 
+    /// Whether the desktop has a place for a tray icon; false until that is known.
+    [[nodiscard]] virtual bool hasTray() const = 0;
+
+    /// Calls back whenever that changes.
+    [[nodiscard]] virtual std::unique_ptr<Subscription>
+    onTrayChange(std::function<void()> changed) = 0;
+
     [[nodiscard]] virtual ActivationPolicy activationPolicy() const = 0;
     virtual void setActivationPolicy(ActivationPolicy policy) = 0;
 

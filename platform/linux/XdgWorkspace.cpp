@@ -157,6 +157,15 @@ XdgWorkspace::onReduceMotionChange(std::function<void()> changed) {
     return motionChanged_.add(std::move(changed));
 }
 
+bool XdgWorkspace::hasTray() const {
+    return tray().isPresent();
+}
+
+std::unique_ptr<Workspace::Subscription> XdgWorkspace::onTrayChange(std::function<void()> changed) {
+    static_cast<void>(tray());
+    return trayChanged_.add(std::move(changed));
+}
+
 void XdgWorkspace::activate() {}
 
 void XdgWorkspace::scheduleRelaunch() {
@@ -206,6 +215,13 @@ MotionPreference& XdgWorkspace::motion() const {
         motion_ = std::make_unique<MotionPreference>(clock_, [this] { motionChanged_.call(); });
     }
     return *motion_;
+}
+
+TrayHost& XdgWorkspace::tray() const {
+    if (!tray_) {
+        tray_ = std::make_unique<TrayHost>(clock_, [this] { trayChanged_.call(); });
+    }
+    return *tray_;
 }
 
 } // namespace orvel

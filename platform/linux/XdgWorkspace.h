@@ -9,6 +9,7 @@
 #include "platform/linux/InstanceName.h"
 #include "platform/linux/MotionPreference.h"
 #include "platform/linux/ProgramLauncher.h"
+#include "platform/linux/TrayHost.h"
 
 #include <filesystem>
 #include <functional>
@@ -48,6 +49,10 @@ public:
     [[nodiscard]] bool shouldReduceMotion() const override;
     [[nodiscard]] std::unique_ptr<Subscription>
     onReduceMotionChange(std::function<void()> changed) override;
+    /// Found out in the background from the first call on.
+    [[nodiscard]] bool hasTray() const override;
+    [[nodiscard]] std::unique_ptr<Subscription>
+    onTrayChange(std::function<void()> changed) override;
     [[nodiscard]] ActivationPolicy activationPolicy() const override { return policy_; }
     void setActivationPolicy(ActivationPolicy policy) override { policy_ = policy; }
     /// Does nothing: on these desktops it is windows that ask to come to the front, when they are
@@ -63,18 +68,21 @@ private:
     void later(std::function<void()> job);
     void launchFirst(CommandLines candidates, Completion completion);
     MotionPreference& motion() const;
+    TrayHost& tray() const;
 
     Clock& clock_;
     std::filesystem::path ownProgram_;
     ActivationPolicy policy_ = ActivationPolicy::Accessory;
     Subscribers activated_;
     Subscribers motionChanged_;
+    Subscribers trayChanged_;
     std::unique_ptr<InstanceName> name_;
     InstanceLock lock_;
     ProgramLauncher launcher_;
     FileManager fileManager_;
     /// Made when first asked for: not every program wants to know.
     mutable std::unique_ptr<MotionPreference> motion_;
+    mutable std::unique_ptr<TrayHost> tray_;
     /// Destroyed first: what comes back is dropped with it.
     std::unique_ptr<QObject> context_;
 };

@@ -72,6 +72,13 @@ public:
         return motionChanged_.add(std::move(changed));
     }
 
+    [[nodiscard]] bool hasTray() const override { return hasTray_; }
+
+    [[nodiscard]] std::unique_ptr<Subscription>
+    onTrayChange(std::function<void()> changed) override {
+        return trayChanged_.add(std::move(changed));
+    }
+
     [[nodiscard]] ActivationPolicy activationPolicy() const override { return policy; }
 
     void setActivationPolicy(ActivationPolicy newPolicy) override {
@@ -93,6 +100,11 @@ public:
         motionChanged_.call();
     }
 
+    void setHasTray(bool hasTray) {
+        hasTray_ = hasTray;
+        trayChanged_.call();
+    }
+
 private:
     void answer(Completion completion) {
         QMetaObject::invokeMethod(
@@ -104,6 +116,8 @@ private:
     bool reducesMotion_ = false;
     Subscribers activated_;
     Subscribers motionChanged_;
+    bool hasTray_ = true;
+    Subscribers trayChanged_;
     QObject context_;
 };
 
