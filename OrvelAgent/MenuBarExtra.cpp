@@ -1,0 +1,212 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/MenuBarExtra.h"
+
+#include "OrvelAgent/AppModel.h"
+#include "OrvelAgent/Logger.h"
+#include "OrvelAgent/MenuBarContentView.h"
+#include "OrvelAgent/PanelPlacement.h"
+#include "OrvelAgent/StatusIconLabel.h"
+
+#include <QCursor>
+#include <QEvent>
+#include <QGuiApplication>
+#include <QKeySequence>
+#include <QMenu>
+#include <QScreen>
+#include <QShortcut>
+
+namespace orvel {
+
+namespace {
+
+/// A click on the icon comes that long, at most, after the panel has lost the focus to it.
+constexpr tavrin::Seconds clickAfterFocusLoss{0.5};
+
+} // namespace
+
+MenuBarExtra::MenuBarExtra(AppModel& model) : model_(model) {
+    Workspace& workspace = *model_.platform().workspace;
+    connect(&model_, &AppModel::changed, this, &MenuBarExtra::updateIcon);
+    connect(qGuiApp, &QCoreApplication::aboutToQuit, this, [this] { isLeaving_ = true; });
+    activations_ = workspace.onActivation([this] { showPanel(); });
+    trayChanges_ = workspace.onTrayChange([this] { trayChanged(); });
+    trayChanged();
+    if (!icon_) {
+        grace_ = model_.platform().clock->schedule(trayGrace, [this] { noTrayInTime(); });
+    }
+}
+
+MenuBarExtra::~MenuBarExtra() {
+    isLeaving_ = true;
+    delete panel_;
+}
+
+void MenuBarExtra::trayChanged() {
+    // One tray is as good as the next: the icon finds its way to a later one by itself.
+    if (!icon_ && model_.platform().workspace->hasTray()) {
+        grace_.reset();
+        makeIcon();
+    }
+}
+
+void MenuBarExtra::noTrayInTime() {
+    grace_.reset();
+    Logger(*model_.platform().logStore, "lifecycle")
+        .error("this desktop has no tray for the icon, so the panel opens as a window");
+    showPanel();
+}
+
+void MenuBarExtra::makeIcon() {
+    menu_ = std::make_unique<QMenu>();
+    menu_->setObjectName(QStringLiteral("tray-menu"));
+    // For its changes of palette, which are the application's.
+    menu_->installEventFilter(this);
+    connect(
+        menu_->addAction(
+            tr("Open %1").arg(QString::fromStdString(model_.configuration().displayName()))),
+        &QAction::triggered,
+        this,
+        [this] { showPanel(); });
+    connect(
+        menu_->addAction(tr("Settings…")),
+        &QAction::triggered,
+        this,
+        &MenuBarExtra::settingsRequested);
+    menu_->addSeparator();
+    connect(menu_->addAction(tr("Quit")), &QAction::triggered, this, &MenuBarExtra::quitRequested);
+
+    icon_ = std::make_unique<QSystemTrayIcon>();
+    icon_->setContextMenu(menu_.get());
+    connect(icon_.get(), &QSystemTrayIcon::activated, this, &MenuBarExtra::activated);
+    updateIcon();
+    icon_->show();
+}
+
+void MenuBarExtra::updateIcon() {
+    if (!icon_) {
+        return;
+    }
+    const StatusIcon status = model_.statusIcon();
+    if (shownStatus_ != status) {
+        shownStatus_ = status;
+        QIcon& drawn = drawnIcons_[status];
+        if (drawn.isNull()) {
+            drawn = StatusIconLabel::icon(status);
+        }
+        icon_->setIcon(drawn);
+    }
+    const QString label = QString::fromStdString(model_.statusAccessibilityLabel());
+    if (icon_->toolTip() != label) {
+        icon_->setToolTip(label);
+    }
+}
+
+void MenuBarExtra::activated(QSystemTrayIcon::ActivationReason reason) {
+    if (reason != QSystemTrayIcon::Trigger) {
+        return;
+    }
+    const tavrin::Seconds now = model_.platform().clock->uptime();
+    const bool wasOpen = panel_ || (closedByFocus_ && now - *closedByFocus_ < clickAfterFocusLoss);
+    closedByFocus_.reset();
+    if (wasOpen) {
+        closePanel();
+    } else {
+        showPanel(QCursor::pos());
+    }
+}
+
+void MenuBarExtra::showPanel(std::optional<QPoint> click) {
+    if (!panel_) {
+        openPanel(click);
+        panel_->show();
+    } else if (panel_->isMinimized()) {
+        panel_->showNormal();
+    }
+    model_.platform().workspace->activate();
+    panel_->raise();
+    panel_->activateWindow();
+}
+
+void MenuBarExtra::openPanel(std::optional<QPoint> click) {
+    click_ = click;
+    panel_ = new MenuBarContentView(model_);
+    panel_->setAttribute(Qt::WA_DeleteOnClose);
+    panel_->setObjectName(QStringLiteral("menu-bar-panel"));
+    panel_->setWindowTitle(QString::fromStdString(model_.configuration().displayName()));
+    isOrdinaryWindow_ = !icon_;
+    if (!isOrdinaryWindow_) {
+        panel_->setWindowFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
+    }
+    panel_->installEventFilter(this);
+    for (const QKeySequence& keys :
+         {QKeySequence(Qt::Key_Escape), QKeySequence(Qt::CTRL | Qt::Key_W)}) {
+        connect(
+            new QShortcut(keys, panel_), &QShortcut::activated, this, &MenuBarExtra::closePanel);
+    }
+    connect(
+        panel_,
+        &MenuBarContentView::versionHistoryRequested,
+        this,
+        &MenuBarExtra::versionHistoryRequested);
+    connect(panel_, &MenuBarContentView::settingsRequested, this, &MenuBarExtra::settingsRequested);
+    connect(panel_, &MenuBarContentView::quitRequested, this, &MenuBarExtra::quitRequested);
+}
+
+void MenuBarExtra::closePanel() {
+    if (panel_) {
+        panel_->close();
+    }
+}
+
+void MenuBarExtra::placePanel() {
+    const QScreen* screen = click_ ? QGuiApplication::screenAt(*click_) : nullptr;
+    if (screen == nullptr) {
+        screen = panel_->screen();
+    }
+    panel_->move(panelPlace(click_, screen->availableGeometry(), panel_->frameSize()));
+}
+
+void MenuBarExtra::keepReachable() {
+    // Without an icon there would be nothing left to open it with.
+    if (!icon_ && !panel_ && !isLeaving_) {
+        openPanel(std::nullopt);
+        panel_->showMinimized();
+    }
+}
+
+bool MenuBarExtra::eventFilter(QObject* watched, QEvent* event) {
+    if (watched == menu_.get()) {
+        if (event->type() == QEvent::PaletteChange) {
+            drawnIcons_.clear();
+            shownStatus_.reset();
+            updateIcon();
+        }
+        return false;
+    }
+    if (watched != panel_) {
+        return false;
+    }
+    switch (event->type()) {
+    case QEvent::Show:
+    case QEvent::Resize:
+        if (!isOrdinaryWindow_) {
+            placePanel();
+        }
+        break;
+    case QEvent::WindowDeactivate:
+        if (!isOrdinaryWindow_) {
+            closedByFocus_ = model_.platform().clock->uptime();
+            closePanel();
+        }
+        break;
+    case QEvent::Close:
+        panel_.clear();
+        QMetaObject::invokeMethod(this, &MenuBarExtra::keepReachable, Qt::QueuedConnection);
+        break;
+    default:
+        break;
+    }
+    return false;
+}
+
+} // namespace orvel

@@ -1,0 +1,87 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "OrvelAgent/StatusIcon.h"
+#include "platform/Clock.h"
+#include "platform/Workspace.h"
+
+#include <QIcon>
+#include <QObject>
+#include <QPoint>
+#include <QPointer>
+#include <QSystemTrayIcon>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+class QMenu;
+class QWidget;
+
+namespace orvel {
+
+class AppModel;
+class MenuBarContentView;
+
+/// The agent's one permanent surface: its icon in the tray, and the panel that the icon opens.
+///
+/// The icon comes as soon as there is a tray. Without one, the panel is an ordinary window, which
+/// opens after the grace and is only minimised when the user closes it. The panel exists only while
+/// it is open, so a closed one costs nothing. Borrows the model.
+class MenuBarExtra final : public QObject {
+    Q_OBJECT
+
+public:
+    /// How long after the start a tray may take to appear.
+    static constexpr tavrin::Seconds trayGrace{5};
+
+    explicit MenuBarExtra(AppModel& model);
+    ~MenuBarExtra() override;
+
+    /// Beside the icon that was clicked there; in the middle of the screen without a click.
+    void showPanel(std::optional<QPoint> click = std::nullopt);
+    void closePanel();
+    [[nodiscard]] bool isPanelOpen() const { return !panel_.isNull(); }
+
+    /// Nothing until there was a tray.
+    [[nodiscard]] QSystemTrayIcon* trayIcon() { return icon_.get(); }
+
+Q_SIGNALS:
+    void versionHistoryRequested();
+    void settingsRequested();
+    void quitRequested();
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
+private:
+    void trayChanged();
+    void noTrayInTime();
+    void makeIcon();
+    void activated(QSystemTrayIcon::ActivationReason reason);
+    void updateIcon();
+    void openPanel(std::optional<QPoint> click);
+    void placePanel();
+    void keepReachable();
+
+    AppModel& model_;
+    std::unique_ptr<QSystemTrayIcon> icon_;
+    std::unique_ptr<QMenu> menu_;
+    /// Drawn once, because the attention flash changes between two of them all the time.
+    std::map<StatusIcon, QIcon> drawnIcons_;
+    std::optional<StatusIcon> shownStatus_;
+    QPointer<MenuBarContentView> panel_;
+    /// Of the panel that is open, and where the click was that opened it.
+    bool isOrdinaryWindow_ = false;
+    std::optional<QPoint> click_;
+    bool isLeaving_ = false;
+    /// When the panel lost the focus, which a click on the icon takes from it first.
+    std::optional<tavrin::Seconds> closedByFocus_;
+    std::unique_ptr<Clock::Timer> grace_;
+    std::unique_ptr<Workspace::Subscription> trayChanges_;
+    std::unique_ptr<Workspace::Subscription> activations_;
+};
+
+} // namespace orvel

@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/AppDelegate.h"
+
+#include "tests/support/FakeWorkspace.h"
+#include "tests/support/RunTask.h"
+#include "tests/support/WaitUntil.h"
+
+#include <QGuiApplication>
+#include <QScreen>
+#include <QWidget>
+
+#include <gtest/gtest.h>
+
+namespace orvel::test {
+
+namespace {
+
+QRect available() {
+    return QGuiApplication::primaryScreen()->availableGeometry();
+}
+
+QPoint middle(const QWidget& window) {
+    return window.frameGeometry().center();
+}
+
+class AppDelegateTest : public testing::Test {
+protected:
+    void show(QPoint place) {
+        window_.resize(200, 100);
+        window_.move(place);
+        window_.show();
+        processEvents();
+    }
+
+    FakeWorkspace workspace_;
+    AppDelegate delegate_{workspace_};
+    QWidget window_;
+};
+
+} // namespace
+
+TEST_F(AppDelegateTest, CentresAWindowThatNoScreenShows) {
+    show(available().bottomRight() + QPoint(500, 500));
+    delegate_.rescueAllWindows();
+    EXPECT_LE((middle(window_) - available().center()).manhattanLength(), 2);
+}
+
+TEST_F(AppDelegateTest, LeavesAWindowOfWhichAPartIsSeen) {
+    const QPoint place = available().bottomRight() - QPoint(5, 5);
+    show(place);
+    delegate_.rescueAllWindows();
+    EXPECT_EQ(window_.pos(), place);
+}
+
+TEST_F(AppDelegateTest, LeavesWhatHasNoTitleBar) {
+    const QPoint place = available().bottomRight() + QPoint(500, 500);
+    window_.setWindowFlags(Qt::Tool | Qt::FramelessWindowHint);
+    show(place);
+    delegate_.rescueAllWindows();
+    EXPECT_EQ(window_.pos(), place);
+}
+
+TEST_F(AppDelegateTest, RescuesTheWindowThatGetsTheFocus) {
+    show(available().bottomRight() + QPoint(500, 500));
+    window_.activateWindow();
+    ASSERT_TRUE(waitUntil([this] { return window_.isActiveWindow(); }));
+    EXPECT_LE((middle(window_) - available().center()).manhattanLength(), 2);
+    EXPECT_GE(workspace_.activations, 1);
+}
+
+TEST_F(AppDelegateTest, RescuesWhenAScreenChanges) {
+    show(available().center());
+    window_.move(available().bottomRight() + QPoint(500, 500));
+    Q_EMIT QGuiApplication::primaryScreen()->availableGeometryChanged(available());
+    EXPECT_LE((middle(window_) - available().center()).manhattanLength(), 2);
+}
+
+} // namespace orvel::test

@@ -1,0 +1,201 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/TavrinMacApp.h"
+
+#include "OrvelAgent/MenuBarContentView.h"
+#include "tests/support/MessagesDatabaseBuilder.h"
+#include "tests/support/RunTask.h"
+#include "tests/support/TemporaryDirectory.h"
+#include "tests/support/TestPlatform.h"
+#include "tests/support/TrayOfNoPlatform.h"
+#include "tests/support/WaitUntil.h"
+
+#include <QApplication>
+#include <QShortcut>
+#include <QWidget>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+namespace orvel::test {
+
+namespace {
+
+class TavrinMacAppTest : public testing::Test {
+protected:
+    TavrinMacAppTest() {
+        options_.sourcePath = (directory_ / "chat.db").string();
+        begin();
+    }
+
+    /// A new launch.
+    void begin() {
+        app_.reset();
+        app_ = std::make_unique<TavrinMacApp>(with_.platform, with_.userDriver, options_);
+        processEvents();
+    }
+
+    static QWidget* find(const char* name) {
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        for (QWidget* widget : QApplication::topLevelWidgets()) {
+            if (widget->objectName() == QLatin1String(name)) {
+                return widget;
+            }
+        }
+        return nullptr;
+    }
+
+    QWidget& open(const char* name) {
+        app_->openWindow(QString::fromLatin1(name));
+        processEvents();
+        QWidget* const window = find(name);
+        if (window == nullptr) {
+            throw std::runtime_error("The window did not open.");
+        }
+        return *window;
+    }
+
+    TrayOfNoPlatform tray_;
+    TemporaryDirectory directory_;
+    TestPlatform with_;
+    CollectorService::Options options_;
+    std::unique_ptr<TavrinMacApp> app_;
+};
+
+struct Window {
+    const char* name;
+    const char* title;
+    /// Empty when fitted to the content.
+    QSize size;
+};
+
+class TavrinMacAppWindowTest : public TavrinMacAppTest,
+                               public testing::WithParamInterface<Window> {};
+
+} // namespace
+
+TEST_P(TavrinMacAppWindowTest, OpensWithItsTitleAndSize) {
+    EXPECT_EQ(find(GetParam().name), nullptr);
+    const QWidget& window = open(GetParam().name);
+    EXPECT_TRUE(window.isVisible());
+    EXPECT_EQ(window.windowTitle().toStdString(), GetParam().title);
+    if (!GetParam().size.isEmpty()) {
+        EXPECT_EQ(window.size(), GetParam().size);
+    }
+    EXPECT_GE(with_.workspace.activations, 1);
+}
+
+TEST_P(TavrinMacAppWindowTest, IsOpenOnce) {
+    QWidget& window = open(GetParam().name);
+    window.showMinimized();
+    EXPECT_EQ(&open(GetParam().name), &window);
+    EXPECT_FALSE(window.isMinimized());
+}
+
+TEST_P(TavrinMacAppWindowTest, ClosesByKeyboardAndIsGone) {
+    for (const QKeySequence& keys :
+         {QKeySequence(Qt::Key_Escape), QKeySequence(Qt::CTRL | Qt::Key_W)}) {
+        for (QShortcut* shortcut : open(GetParam().name).findChildren<QShortcut*>()) {
+            if (shortcut->key() == keys) {
+                Q_EMIT shortcut->activated();
+                break;
+            }
+        }
+        processEvents();
+        EXPECT_EQ(find(GetParam().name), nullptr) << keys.toString().toStdString();
+    }
+}
+
+TEST_P(TavrinMacAppWindowTest, OpensWhereItWasClosed) {
+    QWidget& window = open(GetParam().name);
+    window.move(37, 41);
+    const QRect place = window.geometry();
+    window.close();
+    begin();
+    EXPECT_EQ(open(GetParam().name).geometry(), place);
+}
+
+TEST_P(TavrinMacAppWindowTest, OpensWhereItWasWhenTheAgentQuit) {
+    QWidget& window = open(GetParam().name);
+    window.move(37, 41);
+    const QRect place = window.geometry();
+    begin();
+    EXPECT_EQ(open(GetParam().name).geometry(), place);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Windows,
+    TavrinMacAppWindowTest,
+    testing::Values(
+        Window{TavrinMacApp::activityLog, "Orvel Agent Activity", {720, 460}},
+        Window{TavrinMacApp::versionHistory, "Orvel Agent Version History", {520, 480}},
+        Window{TavrinMacApp::settings, "Orvel Agent Settings", {}}),
+    [](const auto& window) {
+        std::string name = window.param.name;
+        std::erase(name, '-');
+        return name;
+    });
+
+TEST_F(TavrinMacAppTest, OpeningAWindowClosesThePanel) {
+    app_->menuBarExtra().showPanel();
+    ASSERT_TRUE(app_->menuBarExtra().isPanelOpen());
+    open(TavrinMacApp::versionHistory);
+    EXPECT_FALSE(app_->menuBarExtra().isPanelOpen());
+}
+
+TEST_F(TavrinMacAppTest, ThePanelLeadsToTheWindowsAndOut) {
+    Q_EMIT app_->menuBarExtra().versionHistoryRequested();
+    EXPECT_NE(find(TavrinMacApp::versionHistory), nullptr);
+    Q_EMIT app_->menuBarExtra().settingsRequested();
+    EXPECT_NE(find(TavrinMacApp::settings), nullptr);
+    Q_EMIT app_->menuBarExtra().quitRequested();
+    EXPECT_EQ(with_.workspace.terminations, 1);
+}
+
+TEST_F(TavrinMacAppTest, StoppingTakesEverythingFromTheScreen) {
+    open(TavrinMacApp::activityLog);
+    app_->menuBarExtra().showPanel();
+    runTask(app_->stop());
+    EXPECT_EQ(find(TavrinMacApp::activityLog), nullptr);
+    EXPECT_EQ(find("menu-bar-panel"), nullptr);
+}
+
+/// An hour of the collection loop, the flash, and whatever else counts on the clock.
+class TavrinMacAppIdleTest : public TavrinMacAppTest {
+protected:
+    int timersOfAnHour() {
+        // A panel that was open leaves nothing behind.
+        app_->menuBarExtra().showPanel();
+        processEvents();
+        app_->menuBarExtra().closePanel();
+        processEvents();
+        EXPECT_EQ(find("menu-bar-panel"), nullptr);
+        constexpr tavrin::Seconds hour(3'600);
+        const tavrin::Seconds end = with_.clock.uptime() + hour;
+        int count = 0;
+        while (with_.clock.uptime() < end) {
+            with_.clock.advance(with_.clock.untilNextTimer().value_or(hour));
+            ++count;
+            EXPECT_TRUE(waitUntil([this] { return !app_->model().collector().isScanning(); }));
+            processEvents();
+        }
+        return count;
+    }
+};
+
+TEST_F(TavrinMacAppIdleTest, FlashingWakesItAtMostOnceASecond) {
+    ASSERT_TRUE(app_->model().needsAttention());
+    EXPECT_LE(timersOfAnHour(), 3'600);
+}
+
+TEST_F(TavrinMacAppIdleTest, NothingWrongWakesItAtMostOnceInTenSeconds) {
+    const MessagesDatabaseBuilder database(directory_ / "chat.db");
+    with_.storeSession();
+    begin();
+    ASSERT_TRUE(waitUntil([this] { return app_->model().collector().hasScanned(); }));
+    ASSERT_FALSE(app_->model().needsAttention());
+    EXPECT_LE(timersOfAnHour(), 360);
+}
+
+} // namespace orvel::test

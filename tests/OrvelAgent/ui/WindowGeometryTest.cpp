@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/WindowGeometry.h"
+
+#include "tests/support/InMemoryUserDefaults.h"
+
+#include <QWidget>
+
+#include <gtest/gtest.h>
+
+namespace orvel::test {
+
+namespace {
+
+class WindowGeometryTest : public testing::Test {
+protected:
+    WindowGeometryTest() {
+        window_.setObjectName(QStringLiteral("a-window"));
+        window_.setGeometry(20, 30, 300, 200);
+    }
+
+    /// In one launch; the next finds what was saved.
+    void save() { WindowGeometry(defaults_).save(window_); }
+
+    InMemoryUserDefaults defaults_;
+    QWidget window_;
+    QWidget next_;
+};
+
+} // namespace
+
+TEST_F(WindowGeometryTest, TheNextLaunchFindsTheWindowWhereItWas) {
+    save();
+    next_.setObjectName(QStringLiteral("a-window"));
+    EXPECT_TRUE(WindowGeometry(defaults_).restore(next_));
+    EXPECT_EQ(next_.geometry(), window_.geometry());
+}
+
+TEST_F(WindowGeometryTest, EveryWindowHasItsOwnPlace) {
+    save();
+    next_.setObjectName(QStringLiteral("another-window"));
+    EXPECT_FALSE(WindowGeometry(defaults_).restore(next_));
+}
+
+TEST_F(WindowGeometryTest, NonsenseIsNoPlace) {
+    defaults_.setString("window.a-window", "nonsense");
+    EXPECT_FALSE(WindowGeometry(defaults_).restore(window_));
+}
+
+TEST_F(WindowGeometryTest, APlaceThatCannotBeSavedIsNoLoss) {
+    defaults_.setFailsWrites(true);
+    save();
+    EXPECT_FALSE(defaults_.contains("window.a-window"));
+}
+
+} // namespace orvel::test

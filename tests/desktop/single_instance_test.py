@@ -1,0 +1,217 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
+"""The agent as a process of its user's session: one copy, in the tray as soon as there is one, that
+costs next to nothing while it waits and ends cleanly when asked to.
+
+usage: single_instance_test.py PROGRAMS_DIRECTORY
+
+Runs in a desktop session of its own (tests/support/private-session) with a display.
+"""
+
+import os
+import plistlib
+import re
+import signal
+import subprocess
+import sys
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from session import HOME, LIMIT, check, say, wait_for  # noqa: E402
+
+AGENT = os.path.join(os.path.abspath(sys.argv[1]), "orvel-agent")
+BUNDLE = os.path.join(HOME, "bundle")
+TEMPORARY = os.path.join(HOME, "temporary")
+
+
+def make_bundle():
+    """Of an agent whose service is nowhere: nobody is going to sign in."""
+    os.makedirs(BUNDLE)
+    with open(os.path.join(BUNDLE, "Info.plist"), "wb") as file:
+        plistlib.dump({
+            "CFBundleIdentifier": "app.orvel.OrvelAgent",
+            "CFBundleDisplayName": "Orvel Agent",
+            "CFBundleShortVersionString": "1.0",
+            "CFBundleVersion": "1.0",
+            "API_HOST": "127.0.0.1:1",
+            "WEB_HOST": "127.0.0.1:1"}, file)
+    os.makedirs(TEMPORARY)
+
+
+class Agent:
+    """One copy."""
+
+    started = 0
+
+    def __init__(self, *arguments, **environment):
+        Agent.started += 1
+        self._errors = os.path.join(HOME, f"errors-{Agent.started}")
+        with open(self._errors, "w") as errors:
+            self.process = subprocess.Popen(
+                [AGENT, *arguments], stdout=subprocess.PIPE, stderr=errors, text=True,
+                env={**os.environ, "ORVEL_AGENT_BUNDLE": BUNDLE, "TMPDIR": TEMPORARY,
+                     **environment})
+
+    @property
+    def pid(self):
+        return self.process.pid
+
+    def errors(self):
+        with open(self._errors) as file:
+            return file.read()
+
+    def is_running(self):
+        return self.process.poll() is None
+
+    def wait(self, status):
+        output, _ = self.process.communicate(timeout=LIMIT)
+        check(self.process.returncode == status,
+              f"status {self.process.returncode}, not {status}: {self.errors()}")
+        return output
+
+    def end(self, number=signal.SIGTERM):
+        self.process.send_signal(number)
+        self.wait(0)
+        check(self.errors() == "", self.errors())
+        check(os.listdir(TEMPORARY) == [], os.listdir(TEMPORARY))
+
+
+def expect_other(copy, first):
+    check(copy.wait(0) == "", "it printed to standard output")
+    check(copy.errors() == f"Another instance is already running (pid {first.pid}); "
+          "this copy is exiting.\n", copy.errors())
+
+
+def windows(title):
+    found = subprocess.run(["xdotool", "search", "--onlyvisible", "--name", f"^{title}$"],
+                           stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+    return found.stdout.split()
+
+
+def place_of(window):
+    text = subprocess.run(["xdotool", "getwindowgeometry", "--shell", window], check=True,
+                          stdout=subprocess.PIPE, text=True).stdout
+    values = dict(re.findall(r"(\w+)=(-?\d+)", text))
+    return tuple(int(values[key]) for key in ("X", "Y", "WIDTH", "HEIGHT"))
+
+
+def click(x, y):
+    subprocess.run(["xdotool", "mousemove", str(x), str(y), "click", "1"], check=True)
+
+
+def waits(pid):
+    """How often its threads have waited for something so far."""
+    count = 0
+    for thread in os.listdir(f"/proc/{pid}/task"):
+        with open(f"/proc/{pid}/task/{thread}/status") as file:
+            count += int(re.search(r"^voluntary_ctxt_switches:\s+(\d+)", file.read(), re.M)[1])
+    return count
+
+
+def try_command_line():
+    check("usage: " in Agent("--help").wait(0).lower(), "no usage")
+    check(re.fullmatch(r"orvel-agent \d+\.\d+\.\d+\n", Agent("--version", DISPLAY="").wait(0)),
+          "no version")
+    refused = Agent("--unknown")
+    check(refused.wait(2) == "" and "Usage: " in refused.errors(), refused.errors())
+    say("the command line")
+
+
+def try_instant_double_start():
+    copies = [Agent() for _ in range(4)]
+    wait_for("one of them", lambda: sum(copy.is_running() for copy in copies) == 1)
+    first = next(copy for copy in copies if copy.is_running())
+    for copy in copies:
+        if copy is not first:
+            expect_other(copy, first)
+    say("one is left of four that start in the same instant")
+    return first
+
+
+def try_without_tray(first):
+    panel = wait_for("the panel as a window", lambda: windows("Orvel Agent"), first.process)
+    say("without a tray the panel is a window")
+    subprocess.run(["xdotool", "windowfocus", "--sync", panel[0], "key", "Escape"], check=True)
+    wait_for("its end", lambda: not windows("Orvel Agent"), first.process)
+    expect_other(Agent(), first)
+    wait_for("the panel of a second start", lambda: windows("Orvel Agent"), first.process)
+    subprocess.run(["xdotool", "windowfocus", "--sync", windows("Orvel Agent")[0], "key",
+                    "ctrl+w"], check=True)
+    wait_for("its end", lambda: not windows("Orvel Agent"), first.process)
+    say("and comes back with a second start")
+
+
+def start_tray():
+    return subprocess.Popen(["trayer", "--edge", "top", "--align", "right", "--margin", "0",
+                             "--widthtype", "pixel", "--width", "24", "--height", "24",
+                             "--SetPartialStrut", "true"], stderr=subprocess.DEVNULL)
+
+
+def click_on_icon(first):
+    """Until the tray has the icon."""
+    def is_open():
+        if not windows("Orvel Agent"):
+            click(1268, 12)
+        return windows("Orvel Agent")
+    return wait_for("the panel", is_open, first.process)[0]
+
+
+def try_late_tray(first):
+    tray = start_tray()
+    x, y, width, height = place_of(click_on_icon(first))
+    check(x + width <= 1280 and x > 640 and 0 <= y < 100, (x, y, width, height))
+    subprocess.run(["xdotool", "key", "Escape"], check=True)
+    wait_for("the panel's end", lambda: not windows("Orvel Agent"), first.process)
+    say("a tray that starts late gets the icon")
+    tray.terminate()
+    tray.wait()
+    tray = start_tray()
+    click_on_icon(first)
+    subprocess.run(["xdotool", "key", "Escape"], check=True)
+    wait_for("the panel's end", lambda: not windows("Orvel Agent"), first.process)
+    say("and one that starts again gets it back")
+    return tray
+
+
+def try_idle(first):
+    """While the icon flashes, twice in 3.2 s. What a wake-up does takes a moment, in which several
+    threads wait for each other and for the display: all of that is one."""
+    wake_ups, samples, before = 0, 200, waits(first.pid)
+    first_count = before
+    was_awake = False
+    for _ in range(samples):
+        try:
+            first.process.wait(timeout=0.05)
+        except subprocess.TimeoutExpired:
+            pass
+        now = waits(first.pid)
+        wake_ups += now != before and not was_awake
+        was_awake, before = now != before, now
+    say(f"{wake_ups} wake-ups in 10 s of flashing, with {before - first_count} waits")
+    check(2 <= wake_ups <= 10, f"{wake_ups} wake-ups in 10 s")
+
+
+def main():
+    check("PRIVATE_SESSION" in os.environ, "run this under tests/support/private-session")
+    make_bundle()
+    desktop = [subprocess.Popen(["openbox"], stderr=subprocess.DEVNULL)]
+    try:
+        try_command_line()
+        first = try_instant_double_start()
+        try_without_tray(first)
+        desktop.append(try_late_tray(first))
+        try_idle(first)
+        expect_other(Agent(), first)
+        first.end()
+        for number in (signal.SIGINT, signal.SIGHUP):
+            next_copy = Agent()
+            click_on_icon(next_copy)
+            next_copy.end(number)
+        say("every signal is a clean end")
+    finally:
+        for process in desktop:
+            process.terminate()
+            process.wait(timeout=LIMIT)
+
+
+if __name__ == "__main__":
+    main()
