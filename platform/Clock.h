@@ -32,7 +32,7 @@ public:
     [[nodiscard]] virtual tavrin::Seconds uptime() const = 0;
 
     /// Calls back once, that long from now; never before this returns, even for zero or less. The
-    /// callback may destroy the timer.
+    /// callback may destroy the timer. Never throws: what waits for it would else wait for good.
     [[nodiscard]] virtual std::unique_ptr<Timer>
     schedule(tavrin::Seconds delay, std::function<void()> callback) = 0;
 };

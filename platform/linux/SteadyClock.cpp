@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/SteadyClock.h"
 
-#include "core/Errors.h"
+#include "core/FileDescriptor.h"
 
 #include <QObject>
 #include <QSocketNotifier>
+#include <QTimer>
 
 #include <sys/timerfd.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
+#include <chrono>
 #include <cmath>
 #include <ctime>
 #include <utility>
@@ -21,6 +21,16 @@ namespace {
 
 /// Longest wait that still fits the kernel's seconds with room to spare; a century.
 constexpr double maximumDelay = 100.0 * 366 * 86400;
+
+/// How long a timer without a descriptor relies on a clock that stops while the machine sleeps.
+constexpr tavrin::Seconds longestTrust(60);
+
+tavrin::Seconds bootTime() {
+    timespec reading{};
+    clock_gettime(CLOCK_BOOTTIME, &reading);
+    return tavrin::Seconds(
+        static_cast<double>(reading.tv_sec) + static_cast<double>(reading.tv_nsec) * 1e-9);
+}
 
 timespec timespecOf(tavrin::Seconds delay) {
     // All zero would disarm the timer: wait at least a nanosecond.
@@ -35,28 +45,16 @@ timespec timespecOf(tavrin::Seconds delay) {
 
 class BootTimeTimer final : public Clock::Timer {
 public:
-    BootTimeTimer(tavrin::Seconds delay, std::function<void()> callback)
-        : descriptor_(timerfd_create(CLOCK_BOOTTIME, TFD_NONBLOCK | TFD_CLOEXEC)),
-          callback_(std::move(callback)) {
-        if (descriptor_ < 0) {
-            throw tavrin::PlatformError::fromErrno(errno, "Could not make a timer");
-        }
+    BootTimeTimer(
+        tavrin::FileDescriptor timer, tavrin::Seconds delay, std::function<void()> callback)
+        : descriptor_(std::move(timer)), callback_(std::move(callback)) {
         itimerspec once{};
         once.it_value = timespecOf(delay);
-        timerfd_settime(descriptor_, 0, &once, nullptr);
-        notifier_ = std::make_unique<QSocketNotifier>(descriptor_, QSocketNotifier::Read);
+        timerfd_settime(descriptor_.get(), 0, &once, nullptr);
+        notifier_ = std::make_unique<QSocketNotifier>(descriptor_.get(), QSocketNotifier::Read);
         QObject::connect(
             notifier_.get(), &QSocketNotifier::activated, notifier_.get(), [this] { fire(); });
     }
-
-    ~BootTimeTimer() override {
-        // Before the descriptor it watches.
-        notifier_.reset();
-        close(descriptor_);
-    }
-
-    BootTimeTimer(const BootTimeTimer&) = delete;
-    BootTimeTimer& operator=(const BootTimeTimer&) = delete;
 
 private:
     void fire() {
@@ -68,9 +66,43 @@ private:
         callback();
     }
 
-    int descriptor_;
+    tavrin::FileDescriptor descriptor_;
     std::function<void()> callback_;
+    /// Goes before the descriptor it watches.
     std::unique_ptr<QSocketNotifier> notifier_;
+};
+
+/// Needs no descriptor, but has to look at the clock itself.
+class PollingTimer final : public Clock::Timer {
+public:
+    PollingTimer(tavrin::Seconds delay, std::function<void()> callback)
+        : end_(bootTime() + delay), callback_(std::move(callback)) {
+        timer_->setSingleShot(true);
+        timer_->setTimerType(Qt::PreciseTimer);
+        timer_->callOnTimeout([this] { look(); });
+        wait();
+    }
+
+private:
+    void wait() {
+        const auto left = std::clamp(end_ - bootTime(), tavrin::Seconds::zero(), longestTrust);
+        timer_->start(std::chrono::ceil<std::chrono::milliseconds>(left));
+    }
+
+    void look() {
+        if (bootTime() < end_) {
+            wait();
+            return;
+        }
+        // We are inside its signal, and the callback may destroy this object.
+        timer_.release()->deleteLater();
+        const std::function<void()> callback = std::exchange(callback_, nullptr);
+        callback();
+    }
+
+    tavrin::Seconds end_;
+    std::function<void()> callback_;
+    std::unique_ptr<QTimer> timer_ = std::make_unique<QTimer>();
 };
 
 } // namespace
@@ -80,15 +112,16 @@ tavrin::Date SteadyClock::now() const {
 }
 
 tavrin::Seconds SteadyClock::uptime() const {
-    timespec reading{};
-    clock_gettime(CLOCK_BOOTTIME, &reading);
-    return tavrin::Seconds(
-        static_cast<double>(reading.tv_sec) + static_cast<double>(reading.tv_nsec) * 1e-9);
+    return bootTime();
 }
 
 std::unique_ptr<Clock::Timer>
 SteadyClock::schedule(tavrin::Seconds delay, std::function<void()> callback) {
-    return std::make_unique<BootTimeTimer>(delay, std::move(callback));
+    tavrin::FileDescriptor timer(timerfd_create(CLOCK_BOOTTIME, TFD_NONBLOCK | TFD_CLOEXEC));
+    if (timer.isOpen()) {
+        return std::make_unique<BootTimeTimer>(std::move(timer), delay, std::move(callback));
+    }
+    return std::make_unique<PollingTimer>(delay, std::move(callback));
 }
 
 } // namespace orvel

@@ -6,12 +6,32 @@
 #include <QEventLoop>
 
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <functional>
 #include <limits>
 #include <memory>
+#include <utility>
 #include <vector>
+
+namespace {
+
+/// Whether a timer finds no descriptor left.
+bool hasNoMoreFiles = false;
+
+} // namespace
+
+// In place of the system's. Lowering the limit of the process would also starve the sanitizers.
+extern "C" int timerfd_create(int clock, int flags) noexcept {
+    if (hasNoMoreFiles) {
+        errno = EMFILE;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_timerfd_create, clock, flags));
+}
 
 namespace orvel::test {
 
@@ -19,9 +39,28 @@ namespace {
 
 using tavrin::Seconds;
 
+/// The system's clock in a process that may open no more files.
+class StarvedClock final : public Clock {
+public:
+    [[nodiscard]] tavrin::Date now() const override { return clock_.now(); }
+    [[nodiscard]] Seconds uptime() const override { return clock_.uptime(); }
+
+    [[nodiscard]] std::unique_ptr<Timer>
+    schedule(Seconds delay, std::function<void()> callback) override {
+        hasNoMoreFiles = true;
+        auto timer = clock_.schedule(delay, std::move(callback));
+        hasNoMoreFiles = false;
+        return timer;
+    }
+
+private:
+    SteadyClock clock_;
+};
+
 /// A clock and the way to let its time pass until something has happened.
-struct SteadyFixture {
-    SteadyClock clock;
+template <typename SystemClock>
+struct SystemFixture {
+    SystemClock clock;
 
     void waitFor(const std::function<bool()>& condition) {
         while (!condition()) {
@@ -58,7 +97,8 @@ private:
     Fixture fixture_;
 };
 
-using Fixtures = testing::Types<SteadyFixture, ManualFixture>;
+using Fixtures =
+    testing::Types<SystemFixture<SteadyClock>, SystemFixture<StarvedClock>, ManualFixture>;
 TYPED_TEST_SUITE(ClockTest, Fixtures);
 
 } // namespace
