@@ -6,6 +6,7 @@
 #include "core/ChatDatabaseSnapshot.h"
 #include "core/Errors.h"
 
+#include <QScopedValueRollback>
 #include <QUuid>
 
 #include <fmt/format.h>
@@ -145,6 +146,8 @@ QCoro::Task<> AppModel::collect(tavrin::CancellationToken cancellation) {
         }
     } catch (const tavrin::TaskCancelled&) {
         // The user leaves.
+    } catch (const std::exception& error) {
+        log_.error("collection has ended: {}", error.what());
     }
     loopEnd_.resolve({});
 }
@@ -249,17 +252,20 @@ QCoro::Task<> AppModel::stop() {
     const auto giveUp = [timeLimit]() mutable {
         timeLimit.cancel();
     };
-    const auto timer = platform_.clock->schedule(lastChance, giveUp);
     const auto registration = lifetime_.token().onCancel(giveUp);
     collection_.cancel();
     std::optional<tavrin::PlatformError> failure;
     try {
+        const auto timer = platform_.clock->schedule(lastChance, giveUp);
         const auto end = loopEnd_.waiter();
         const auto waiting = rejectWhenCancelled(timeLimit.token(), end);
         co_await end->result();
         failure = co_await auth_->stored(timeLimit.token());
     } catch (const tavrin::TaskCancelled&) {
         log_.error("quitting before everything had come to its end");
+        co_return;
+    } catch (const std::exception& error) {
+        log_.error("quitting without waiting for what was left to do: {}", error.what());
         co_return;
     }
     if (failure) {
@@ -268,18 +274,22 @@ QCoro::Task<> AppModel::stop() {
 }
 
 QCoro::Task<> AppModel::refreshPermissions() {
-    const bool hasAccess = co_await Permissions::probeFullDiskAccess(worker_.get(), sourcePath_);
-    if (lifetime_.token().isCancelled()) {
-        co_return;
-    }
-    const bool isOther = std::exchange(hasFullDiskAccess_, hasAccess) != hasAccess;
-    const bool hasOtherContacts = readContactsAvailability();
-    if (isOther) {
-        syncAttentionFlash();
-        startCollecting();
-    }
-    if (isOther || hasOtherContacts) {
-        Q_EMIT changed();
+    try {
+        const bool hasAccess =
+            co_await Permissions::probeFullDiskAccess(worker_.get(), sourcePath_);
+        if (lifetime_.token().isCancelled()) {
+            co_return;
+        }
+        if (std::exchange(hasFullDiskAccess_, hasAccess) != hasAccess) {
+            syncAttentionFlash();
+            startCollecting();
+            Q_EMIT changed();
+        }
+        if (readContactsAvailability()) {
+            Q_EMIT changed();
+        }
+    } catch (const std::exception& error) {
+        log_.error("could not look at the permissions: {}", error.what());
     }
 }
 
@@ -288,18 +298,18 @@ QCoro::Task<> AppModel::requestContactsAccess() {
         collector_->noteDebuggerBlocksPrompt();
         co_return;
     }
-    if (std::exchange(isRequestingContacts_, true)) {
+    if (isRequestingContacts_) {
         co_return;
     }
     try {
         {
+            const QScopedValueRollback<bool> requesting(isRequestingContacts_, true);
             const InFront inFront(*platform_.workspace);
             const bool isGranted = co_await contacts_->requestAccess(lifetime_.token());
             if (!isGranted) {
                 collector_->noteContactsRequestIgnored();
             }
         }
-        isRequestingContacts_ = false;
         if (readContactsAvailability()) {
             Q_EMIT changed();
         }
@@ -308,6 +318,8 @@ QCoro::Task<> AppModel::requestContactsAccess() {
         }
     } catch (const tavrin::TaskCancelled&) {
         // The user leaves.
+    } catch (const std::exception& error) {
+        log_.error("could not ask for the contacts: {}", error.what());
     }
 }
 
@@ -358,6 +370,9 @@ QCoro::Task<> AppModel::flash(tavrin::CancellationToken cancellation) {
         }
     } catch (const tavrin::TaskCancelled&) {
         // Whoever cancelled it shows the brand image again.
+    } catch (const std::exception& error) {
+        log_.error("the attention flash has ended: {}", error.what());
+        setAttentionFlashOn(false);
     }
 }
 

@@ -93,6 +93,16 @@ public:
     void enumerateCards(Fields, std::function<void(Cards)>) override {}
 };
 
+/// Breaks the rules of its port, too.
+class ThrowingClock final : public Clock {
+public:
+    [[nodiscard]] tavrin::Date now() const override { return {}; }
+    [[nodiscard]] tavrin::Seconds uptime() const override { return {}; }
+    [[nodiscard]] std::unique_ptr<Timer> schedule(tavrin::Seconds, std::function<void()>) override {
+        throw std::runtime_error("There are no more timers.");
+    }
+};
+
 QCoro::Task<> stopAndDestroy(std::unique_ptr<AppModel>* model) {
     co_await (*model)->stop();
     model->reset();
@@ -282,6 +292,40 @@ TEST_F(AppModelTest, WhateverGoesWrongItScansAgain) {
     addressBook.throws = false;
     with_.clock.advance(60s);
     EXPECT_EQ(nextWait(), 900);
+}
+
+TEST_F(AppModelTest, WhateverGoesWrongItLooksForFullDiskAccessAgain) {
+    options_.sourcePath = (directory_ / "later.db").string();
+    auto broken = std::make_unique<ThrowingAddressBook>();
+    ThrowingAddressBook& addressBook = *broken;
+    with_.platform.addressBook = std::move(broken);
+    beginSignedIn();
+    addressBook.throws = true;
+    EXPECT_TRUE(waitUntil([this] { return isWaiting(30); }));
+    EXPECT_THAT(
+        logged(LogLevel::Error),
+        Contains("could not look at the permissions: The address book is out of order."));
+    addressBook.throws = false;
+    const test::MessagesDatabaseBuilder later(directory_ / "later.db");
+    with_.clock.advance(30s);
+    EXPECT_EQ(nextWait(), 900);
+    EXPECT_EQ(scans(), 1U);
+}
+
+TEST_F(AppModelTest, AClockThatBreaksItsPromiseIsLoggedAndHoldsNobodyUp) {
+    const auto former = std::exchange(with_.platform.clock, std::make_unique<ThrowingClock>());
+    begin();
+    EXPECT_TRUE(waitUntil([this] { return logged(LogLevel::Error).size() == 2; }));
+    EXPECT_THAT(
+        logged(LogLevel::Error),
+        ElementsAre(
+            "the attention flash has ended: There are no more timers.",
+            "collection has ended: There are no more timers."));
+    runTask(model_->stop());
+    EXPECT_EQ(
+        logged(LogLevel::Error).back(),
+        "quitting without waiting for what was left to do: There are no more timers.");
+    model_.reset();
 }
 
 TEST_F(AppModelTest, WhileSomethingBlocksItLooksEveryHalfMinute) {
@@ -655,6 +699,22 @@ TEST_F(AppModelTest, AskingTwiceForContactsIsOneQuestion) {
     EXPECT_EQ(with_.addressBook.questions, 1);
     EXPECT_EQ(with_.workspace.policy, Workspace::ActivationPolicy::Accessory);
     EXPECT_EQ(with_.workspace.policies.size(), 2U);
+}
+
+TEST_F(AppModelTest, AQuestionForContactsThatGoesWrongCanBeAskedAgain) {
+    auto broken = std::make_unique<ThrowingAddressBook>();
+    ThrowingAddressBook& addressBook = *broken;
+    with_.platform.addressBook = std::move(broken);
+    startSignedOut();
+    addressBook.throws = true;
+    for (std::size_t question = 1; question <= 2; ++question) {
+        runTask(model_->requestContactsAccess());
+        EXPECT_EQ(with_.workspace.policies.size(), 2 * question);
+        EXPECT_EQ(with_.workspace.policy, Workspace::ActivationPolicy::Accessory);
+    }
+    EXPECT_THAT(
+        logged(LogLevel::Error),
+        Contains("could not ask for the contacts: The address book is out of order.").Times(2));
 }
 
 TEST_F(AppModelTest, GrantedContactsLookAtAllConversationsAgainAtOnce) {
