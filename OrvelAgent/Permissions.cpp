@@ -1,17 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/Permissions.h"
 
-#include <QFile>
-#include <QString>
+#include "core/FileDescriptor.h"
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <utility>
 
 namespace orvel::Permissions {
 
 bool hasFullDiskAccess(const std::filesystem::path& database) {
-    QFile file(QString::fromStdString(database.string()));
+    // By its bytes: a name that is no UTF-8 does not survive Qt's strings.
+    const tavrin::FileDescriptor file(::open(database.c_str(), O_RDONLY | O_CLOEXEC));
     char byte = 0;
-    return file.open(QIODevice::ReadOnly | QIODevice::Unbuffered) && file.read(&byte, 1) >= 0;
+    return file.isOpen() && ::read(file.get(), &byte, 1) >= 0;
 }
 
 QCoro::Task<bool> probeFullDiskAccess(Worker* worker, std::filesystem::path database) {

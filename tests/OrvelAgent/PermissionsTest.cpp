@@ -49,6 +49,13 @@ TEST_F(PermissionsTest, AnEmptyDatabaseIsAccess) {
     EXPECT_TRUE(hasAccess());
 }
 
+TEST_F(PermissionsTest, ANameThatIsNoUTF8IsAccess) {
+    const fs::path folder = home_ / "Caf\xe9";
+    fs::create_directory(folder);
+    std::ofstream(folder / "chat.db") << "SQLite format 3";
+    EXPECT_TRUE(Permissions::hasFullDiskAccess(folder / "chat.db"));
+}
+
 TEST_F(PermissionsTest, AMissingDatabaseIsNoAccess) {
     EXPECT_FALSE(hasAccess());
     fs::remove_all(home_ / "Library");
