@@ -170,7 +170,7 @@ QCoro::Task<> AppModel::performScan(tavrin::CancellationToken cancellation) {
         // Whatever it is, the next scan may do better.
         collector_->recordAbort(error.what());
     }
-    if (newestScan() != before) {
+    if (!isCancelled && newestScan() != before) {
         const bool hasFailed = collector_->history().front().error.has_value();
         consecutiveFailures_ = hasFailed ? consecutiveFailures_ + 1 : 0;
     }

@@ -112,7 +112,10 @@ QCoro::Task<std::optional<CollectorService::ScanSummary>> CollectorService::runS
     try {
         co_await walk(scan);
     } catch (const std::exception& error) {
-        scan->summary.error = error.what();
+        // Cancelled, whatever breaks on the way out is nobody's failure.
+        if (!scan->cancellation.isCancelled()) {
+            scan->summary.error = error.what();
+        }
     }
 
     // The copy goes before the scan is over, and not on this thread: it may be large.
@@ -124,6 +127,8 @@ QCoro::Task<std::optional<CollectorService::ScanSummary>> CollectorService::runS
     if (scan->summary.error) {
         lastError_ = scan->summary.error;
         log_.error("scan failed: {}", *scan->summary.error);
+    } else if (scan->cancellation.isCancelled()) {
+        log_.info("scan stopped");
     }
     co_return finish(*scan);
 }

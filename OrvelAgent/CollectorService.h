@@ -94,7 +94,7 @@ public:
     /// One scan. Nothing when paused or already scanning; else the summary, which is also in the
     /// history. Never throws for a scan that fails: the summary says so. `since` must be an instant
     /// that `AppleEpoch::rawNanoseconds` takes. A cancelled token ends the scan between batches,
-    /// and at once while it copies, sends or waits.
+    /// and at once while it copies, sends or waits; that is no failure.
     QCoro::Task<std::optional<ScanSummary>> runScan(
         tavrin::CollectionMode mode,
         tavrin::ThreadScope scope,

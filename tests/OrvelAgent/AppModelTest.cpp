@@ -902,6 +902,9 @@ TEST_F(AppModelTest, StoppingEndsAScan) {
     EXPECT_TRUE(waitForRequest(FakeService::ingestPath));
     runTask(model_->stop());
     EXPECT_FALSE(model_->collector().isScanning());
+    EXPECT_EQ(model_->collector().lastError(), std::nullopt);
+    EXPECT_EQ(model_->collector().history().front().error, std::nullopt);
+    EXPECT_THAT(logged(LogLevel::Error), Each(Not(HasSubstr("scan"))));
     EXPECT_THAT(leftovers(), IsEmpty());
     EXPECT_EQ(with_.service.inFlight(), 0U);
 }

@@ -117,6 +117,15 @@ protected:
         }
     }
 
+    /// Not failed.
+    void expectStopped(const std::optional<ScanSummary>& summary) {
+        EXPECT_EQ(summary.value().error, std::nullopt);
+        EXPECT_EQ(service_.lastError(), std::nullopt);
+        EXPECT_EQ(logLines(LogLevel::Error), std::vector<std::string>());
+        const auto lines = logLines(LogLevel::Info);
+        EXPECT_EQ(std::ranges::count(lines, "scan stopped"), 1);
+    }
+
     std::vector<std::string> logLines(LogLevel level) {
         std::vector<std::string> lines;
         for (const auto& entry : log_.lines()) {
@@ -391,15 +400,22 @@ TEST_F(CollectorServiceTest, PausingStopsBeforeTheNextBatchAndRecordsWhatWasDone
     EXPECT_EQ(scan()->uploaded, 700);
 }
 
-TEST_F(CollectorServiceTest, CancellingDuringThePauseEndsTheScanWithoutAnError) {
+TEST_F(CollectorServiceTest, CancellingDuringThePauseEndsTheScan) {
     addMessages(1200);
     onWait_ = [&] {
         cancellation_.cancel();
     };
     const auto summary = scan();
-    EXPECT_FALSE(summary->error);
+    expectStopped(summary);
     EXPECT_EQ(summary->uploaded, 500);
     EXPECT_EQ(store_.backfillCursor(), 701);
+}
+
+TEST_F(CollectorServiceTest, CancellingDuringTheCopyEndsTheScan) {
+    addMessages(3);
+    cancellation_.cancel();
+    expectStopped(scan());
+    EXPECT_TRUE(session_.requests().empty());
 }
 
 TEST_F(CollectorServiceTest, CancellingDuringAnUploadEndsItAtOnceAndMovesNothing) {
@@ -410,7 +426,7 @@ TEST_F(CollectorServiceTest, CancellingDuringAnUploadEndsItAtOnceAndMovesNothing
         return std::nullopt;
     });
     const auto summary = scan();
-    EXPECT_TRUE(summary->error);
+    expectStopped(summary);
     EXPECT_EQ(session_.requests().size(), 1U);
     EXPECT_EQ(store_.backfillCursor(), cursorAtStart);
 }
@@ -422,7 +438,7 @@ TEST_F(CollectorServiceTest, CancellingBetweenAttemptsEndsThem) {
         cancellation_.cancel();
     };
     const auto summary = scan();
-    EXPECT_TRUE(summary->error);
+    expectStopped(summary);
     EXPECT_EQ(session_.requests().size(), 1U);
     EXPECT_EQ(store_.backfillCursor(), cursorAtStart);
 }
