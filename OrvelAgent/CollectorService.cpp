@@ -106,7 +106,7 @@ QCoro::Task<std::optional<CollectorService::ScanSummary>> CollectorService::runS
     scan->enricher = std::make_shared<IdentityEnricher>(
         std::make_shared<const ContactBridge::IdentityIndex>(std::move(identityIndex)));
     scan->cancellation = std::move(cancellation);
-    scan->resets = resets_;
+    scan->resets = *resets_;
     Q_EMIT changed();
 
     try {
@@ -179,7 +179,7 @@ QCoro::Task<> CollectorService::walkBackfill(std::shared_ptr<Scan> scan) {
         const std::int64_t high = batch.highWatermark;
         const std::int64_t low = batch.lowWatermark;
         co_await upload(scan, std::move(batch.records), high);
-        if (scan->resets != resets_) {
+        if (scan->resets != *resets_) {
             co_return;
         }
 
@@ -192,7 +192,16 @@ QCoro::Task<> CollectorService::walkBackfill(std::shared_ptr<Scan> scan) {
             isFirstBatch = false;
         }
         cursor = low;
-        auto save = [&store = watermarkStore_, raisesWatermark, high, low, hasMore] {
+        auto save = [&store = watermarkStore_,
+                     resets = resets_,
+                     ours = scan->resets,
+                     raisesWatermark,
+                     high,
+                     low,
+                     hasMore] {
+            if (*resets != ours) {
+                return;
+            }
             if (raisesWatermark && store.watermark() < high) {
                 store.setWatermark(high);
             }
@@ -221,11 +230,13 @@ QCoro::Task<> CollectorService::walkForward(std::shared_ptr<Scan> scan) {
         MessagesCollector::Batch batch = co_await collect(scan, watermarkStore_.watermark(), false);
         const std::int64_t high = batch.highWatermark;
         co_await upload(scan, std::move(batch.records), high);
-        if (scan->resets != resets_) {
+        if (scan->resets != *resets_) {
             co_return;
         }
-        auto save = [&store = watermarkStore_, high] {
-            store.setWatermark(high);
+        auto save = [&store = watermarkStore_, resets = resets_, ours = scan->resets, high] {
+            if (*resets == ours) {
+                store.setWatermark(high);
+            }
         };
         co_await worker_.run(std::move(save));
         reportProgress(*scan, std::nullopt);
@@ -294,7 +305,7 @@ QCoro::Task<> CollectorService::upload(
 }
 
 bool CollectorService::shouldStop(const Scan& scan) const {
-    return isPaused_ || scan.cancellation.isCancelled() || scan.resets != resets_;
+    return isPaused_ || scan.cancellation.isCancelled() || scan.resets != *resets_;
 }
 
 CollectorService::ScanSummary CollectorService::finish(const Scan& scan) {
@@ -350,9 +361,11 @@ void CollectorService::recordAbort(std::string reason) {
 }
 
 QCoro::Task<> CollectorService::resetWatermark() {
-    ++resets_;
-    auto reset = [&store = watermarkStore_] {
+    // Counted on the worker, between what is saved before it and after it, and only when it is
+    // done.
+    auto reset = [&store = watermarkStore_, resets = resets_] {
         store.reset();
+        ++*resets;
     };
     return worker_.run(std::move(reset));
 }

@@ -16,6 +16,7 @@
 #include <QObject>
 #include <QUuid>
 
+#include <atomic>
 #include <cstdint>
 #include <exception>
 #include <memory>
@@ -108,7 +109,7 @@ public:
 
     /// Makes the next scan start from the newest message again, and ends the one that runs before
     /// its next batch. The service recognizes messages that were already sent. Throws
-    /// `tavrin::PlatformError` when that cannot be saved.
+    /// `tavrin::PlatformError` when that cannot be saved; the scan that runs then goes on.
     QCoro::Task<> resetWatermark();
 
     /// A paused service starts no scan and stops a running one before its next batch.
@@ -164,8 +165,10 @@ private:
 
     bool isScanning_ = false;
     bool isPaused_ = false;
-    /// How often progress was forgotten.
-    std::uint64_t resets_ = 0;
+    /// How often progress was forgotten. Shared with the worker, which may have work left when this
+    /// object is gone.
+    std::shared_ptr<std::atomic<std::uint64_t>> resets_ =
+        std::make_shared<std::atomic<std::uint64_t>>(0);
     std::vector<ScanSummary> history_;
     std::optional<std::string> lastError_;
     Progress progress_;

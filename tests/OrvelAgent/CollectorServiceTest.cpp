@@ -499,6 +499,29 @@ TEST_F(CollectorServiceTest, ResettingEndsAScanThatRunsBeforeItMovesAnythingOn) 
     EXPECT_EQ(received_.front(), "message-1200");
 }
 
+TEST_F(CollectorServiceTest, AResetThatFailsDisturbsNoScanThatRuns) {
+    addMessages(1200);
+    bool hasFailed = false;
+    onBatch_ = [&] {
+        if (hasFailed) {
+            return;
+        }
+        defaults_.setFailsWrites(true);
+        try {
+            runTask(service_.resetWatermark());
+        } catch (const tavrin::PlatformError&) {
+            hasFailed = true;
+        }
+        defaults_.setFailsWrites(false);
+    };
+    const auto summary = scan();
+    EXPECT_TRUE(hasFailed);
+    EXPECT_FALSE(summary->error);
+    EXPECT_EQ(summary->uploaded, 1200);
+    EXPECT_EQ(store_.watermark(), 1200);
+    EXPECT_TRUE(store_.isBackfillDone());
+}
+
 TEST_F(CollectorServiceTest, TheLastDaysMessagesAreCountedAtTheStart) {
     EXPECT_FALSE(service_.hasScanned());
     addMessages(4);
