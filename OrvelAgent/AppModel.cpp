@@ -106,7 +106,7 @@ AppModel::AppModel(
     connect(auth_.get(), &AuthService::changed, this, &AppModel::serviceChanged);
     connect(collector_.get(), &CollectorService::changed, this, &AppModel::serviceChanged);
     connect(updater_.get(), &UpdaterService::changed, this, &AppModel::serviceChanged);
-    reduceMotionChanges_ = platform_.workspace->onReduceMotionChange([this] { Q_EMIT changed(); });
+    reduceMotionChanges_ = platform_.workspace->onReduceMotionChange([this] { serviceChanged(); });
 
     syncAttentionFlash();
     startCollecting();
@@ -349,7 +349,9 @@ QCoro::Task<> AppModel::rescanFromBeginning() {
 }
 
 void AppModel::syncAttentionFlash() {
-    const bool flashes = needsAttention() && !collector_->isScanning() && !collector_->isPaused() &&
+    // With reduced motion the image stands still: nothing would change but the time.
+    const bool flashes = needsAttention() && !platform_.workspace->shouldReduceMotion() &&
+                         !collector_->isScanning() && !collector_->isPaused() &&
                          !lifetime_.token().isCancelled();
     if (flashes && !flashing_) {
         flashing_.emplace();

@@ -81,7 +81,8 @@ public:
     /// Lets the next scan begin with the newest message again. Never throws.
     QCoro::Task<> rescanFromBeginning();
 
-    /// Starts or ends the attention flash, whichever the status asks for.
+    /// Starts or ends the attention flash, whichever the status and the user's wish for reduced
+    /// motion ask for.
     void syncAttentionFlash();
 
     /// Quits, and starts this program anew: some permissions are seen only then.
