@@ -345,7 +345,7 @@ QCoro::Task<> AppModel::rescanFromBeginning() {
     } catch (const std::exception& error) {
         failure = fmt::format("The re-scan could not be prepared ({}).", error.what());
     }
-    setSettingsError(std::move(failure));
+    setError(&AppModel::rescanError_, std::move(failure));
 }
 
 void AppModel::syncAttentionFlash() {
@@ -437,15 +437,16 @@ QCoro::Task<> AppModel::save(Write write) {
             configuration_.displayName(),
             error.what());
     }
-    setSettingsError(std::move(failure));
+    setError(&AppModel::settingsError_, std::move(failure));
 }
 
-void AppModel::setSettingsError(std::optional<std::string> error) {
+void AppModel::setError(
+    std::optional<std::string> AppModel::*which, std::optional<std::string> error) {
     if (error) {
         log_.error("{}", *error);
     }
-    if (settingsError_ != error) {
-        settingsError_ = std::move(error);
+    if (this->*which != error) {
+        this->*which = std::move(error);
         Q_EMIT changed();
     }
 }

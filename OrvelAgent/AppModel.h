@@ -113,6 +113,8 @@ public:
     [[nodiscard]] bool attentionFlashOn() const { return attentionFlashOn_; }
     /// Why the user's last choice could not be saved; gone with the next one that is.
     [[nodiscard]] const std::optional<std::string>& settingsError() const { return settingsError_; }
+    /// Why the last re-scan that was asked for will not begin with the newest message.
+    [[nodiscard]] const std::optional<std::string>& rescanError() const { return rescanError_; }
 
     /// Something that only the user can mend keeps the agent from its work.
     [[nodiscard]] bool needsAttention() const;
@@ -141,7 +143,8 @@ private:
     [[nodiscard]] tavrin::Seconds waitAfterScan() const;
     [[nodiscard]] std::optional<QUuid> newestScan() const;
     void setAttentionFlashOn(bool isOn);
-    void setSettingsError(std::optional<std::string> error);
+    /// Tells of what becomes of an error, of one of the two below.
+    void setError(std::optional<std::string> AppModel::*which, std::optional<std::string> error);
     /// Whether it was another before.
     bool readContactsAvailability();
     void serviceChanged();
@@ -165,6 +168,7 @@ private:
     bool startAtLogin_ = false;
     bool attentionFlashOn_ = false;
     std::optional<std::string> settingsError_;
+    std::optional<std::string> rescanError_;
 
     /// How many scans in a row ended with an error.
     std::int64_t consecutiveFailures_ = 0;

@@ -15,6 +15,7 @@
 #include <QFormLayout>
 #include <QHBoxLayout>
 #include <QPushButton>
+#include <QStringList>
 #include <QTabBar>
 #include <QTabWidget>
 #include <QVBoxLayout>
@@ -254,11 +255,18 @@ void SettingsView::updateContent() {
         updater.updateAwaitingAttention() ? tr("&Install available update…")
                                           : tr("Check for &updates…"));
 
-    const auto& settingsError = model_.settingsError();
-    const QString error = settingsError ? QString::fromStdString(*settingsError) : updaterError_;
-    error_->setText(error);
-    error_->setVisible(!error.isEmpty());
-    rescanNote_->setVisible(isRescanNoted_ && !settingsError);
+    QStringList errors;
+    for (const auto& error : {model_.settingsError(), model_.rescanError()}) {
+        if (error) {
+            errors.append(QString::fromStdString(*error));
+        }
+    }
+    if (errors.isEmpty() && !updaterError_.isEmpty()) {
+        errors.append(updaterError_);
+    }
+    error_->setText(errors.join(u'\n'));
+    error_->setVisible(!errors.isEmpty());
+    rescanNote_->setVisible(isRescanNoted_ && !model_.rescanError());
 }
 
 void SettingsView::updateIcons() {

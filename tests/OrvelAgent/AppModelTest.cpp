@@ -887,12 +887,34 @@ TEST_F(AppModelTest, ARescanThatCannotBePreparedIsTold) {
     with_.userDefaults.setFailsWrites(true);
     runTask(model_->rescanFromBeginning());
     EXPECT_EQ(
-        model_->settingsError(),
+        model_->rescanError(),
         "The re-scan could not be prepared (Could not write the settings: No space left on "
         "device).");
+    EXPECT_EQ(model_->settingsError(), std::nullopt);
     with_.userDefaults.setFailsWrites(false);
     runTask(model_->rescanFromBeginning());
-    EXPECT_EQ(model_->settingsError(), std::nullopt);
+    EXPECT_EQ(model_->rescanError(), std::nullopt);
+}
+
+TEST_F(AppModelTest, AChoiceAndARescanDoNotHideEachOthersFailure) {
+    startSignedIn();
+    with_.userDefaults.setFailsWrites(true);
+    model_->setMode(CollectionMode::MetadataOnly);
+    runTask(model_->rescanFromBeginning());
+    const auto settingsError = model_->settingsError();
+    EXPECT_TRUE(settingsError);
+    EXPECT_TRUE(model_->rescanError());
+    with_.userDefaults.setFailsWrites(false);
+    runTask(model_->rescanFromBeginning());
+    EXPECT_EQ(model_->rescanError(), std::nullopt);
+    EXPECT_EQ(model_->settingsError(), settingsError);
+
+    with_.userDefaults.setFailsWrites(true);
+    runTask(model_->rescanFromBeginning());
+    with_.userDefaults.setFailsWrites(false);
+    model_->setMode(CollectionMode::WithBodies);
+    EXPECT_TRUE(waitUntil([this] { return !model_->settingsError(); }));
+    EXPECT_TRUE(model_->rescanError());
 }
 
 TEST_F(AppModelTest, ARelaunchIsScheduledBeforeItQuits) {

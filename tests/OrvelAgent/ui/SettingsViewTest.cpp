@@ -238,6 +238,23 @@ TEST_F(SettingsViewTest, SaysWhyTheReScanIsNotNoted) {
     EXPECT_EQ(text("rescanNote"), "");
 }
 
+TEST_F(SettingsViewTest, SaysThatNeitherAChoiceNorTheReScanWasSaved) {
+    open();
+    showTab(1);
+    with_.userDefaults.setFailsWrites(true);
+    pick("mode", 0);
+    button("rescan")->click();
+    EXPECT_TRUE(waitUntil([this] { return model_->rescanError().has_value(); }));
+    EXPECT_EQ(
+        text("settingsError"),
+        model_->settingsError().value() + "\n" + model_->rescanError().value());
+    with_.userDefaults.setFailsWrites(false);
+    button("rescan")->click();
+    EXPECT_TRUE(waitUntil([this] { return !model_->rescanError(); }));
+    EXPECT_EQ(text("settingsError"), model_->settingsError());
+    EXPECT_EQ(text("rescanNote"), "The next scan starts from the beginning.");
+}
+
 TEST_F(SettingsViewTest, SaysThatAChoiceCouldNotBeSavedUntilOneIs) {
     open();
     showTab(1);
