@@ -6,6 +6,7 @@
 #include "OrvelAgent/QueryItems.h"
 #include "platform/linux/CurlURLSession.h"
 #include "platform/linux/PlistBundle.h"
+#include "service/RecordStore.h"
 #include "tests/e2e/ScanHome.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/TestPlatform.h"
@@ -15,7 +16,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <functional>
+#include <limits>
 #include <map>
 #include <memory>
 #include <optional>
@@ -115,6 +118,23 @@ protected:
         } while (wait < AppModel::blockedRecheck || wait == lastRetryDelay);
     }
 
+    /// New messages; how many of them a scan will send.
+    std::int64_t append() {
+        const auto before = home_.sendableGuids().size();
+        home_.makeSample({"--append", "25"});
+        return static_cast<std::int64_t>(home_.sendableGuids().size() - before);
+    }
+
+    /// In all batches that the service took, known ones included.
+    std::int64_t receivedRecords() {
+        std::int64_t records = 0;
+        const auto all = std::numeric_limits<std::int32_t>::max();
+        for (const auto& batch : home_.service().store().latestBatches(all)) {
+            records += batch.records;
+        }
+        return records;
+    }
+
     ScanHome home_;
     const service::Account account_ = service::sampleAccounts().front();
     test::TestPlatform with_;
@@ -127,6 +147,9 @@ protected:
 
 TEST_F(NightTest, EveryMessageOfANightOfTroubleArrivesOnce) {
     service::LocalService& service = home_.service();
+    std::int64_t appended = 0;
+    // Records whose batch the service took, but the agent could not know that.
+    std::int64_t sentAgain = 0;
     const std::map<int, std::function<void()>> events{
         {2,
          [&] {
@@ -145,6 +168,11 @@ TEST_F(NightTest, EveryMessageOfANightOfTroubleArrivesOnce) {
         {22,
          [&] {
              service.stop();
+         }},
+        // The machine sleeps for most of that: it lasts more than a day.
+        {27,
+         [&] {
+             with_.clock.advance(24h);
          }},
         {32,
          [&] {
@@ -187,14 +215,22 @@ TEST_F(NightTest, EveryMessageOfANightOfTroubleArrivesOnce) {
          [&] {
              service.script(atIngest(Fault::acceptThenReset()), 2);
          }},
+        {76,
+         [&] {
+             sentAgain += 2 * appended;
+         }},
         {78,
          [&] {
              service.script(atIngest(Fault::acceptThenCutOff()), 8);
          }},
+        {82,
+         [&] {
+             sentAgain += 8 * appended;
+         }},
         // The agent is ended in the middle of a batch, and started again.
         {84,
          [&] {
-             home_.makeSample({"--append", "25"});
+             sentAgain += append();
              service.script(atIngest(Fault::delayed(100ms)));
              const std::size_t before = service.requestCount(ScanHome::ingestPath);
              EXPECT_TRUE(
@@ -208,7 +244,7 @@ TEST_F(NightTest, EveryMessageOfANightOfTroubleArrivesOnce) {
 
     for (int turn = 1; turn <= turns; ++turn) {
         if (turn % 3 == 0) {
-            home_.makeSample({"--append", "25"});
+            appended = append();
         }
         passTurn();
         if (const auto event = events.find(turn); event != events.end()) {
@@ -222,6 +258,12 @@ TEST_F(NightTest, EveryMessageOfANightOfTroubleArrivesOnce) {
     EXPECT_GT(expected.size(), 1000U);
     EXPECT_EQ(service.storedCount(), expected.size());
     EXPECT_EQ(home_.storedGuids(), expected);
+    // The service keeps a message once however often it comes: that it does not come more often
+    // than it must is for itself.
+    EXPECT_GT(sentAgain, 0);
+    const auto wanted = static_cast<std::int64_t>(sendable.size()) + sentAgain;
+    EXPECT_TRUE(waitUntil([&] { return receivedRecords() >= wanted; }));
+    EXPECT_EQ(receivedRecords(), wanted);
     EXPECT_THAT(home_.leftovers(), IsEmpty());
     EXPECT_EQ(model_->statusIcon(), StatusIcon::Brand);
     // That the trouble was there.
