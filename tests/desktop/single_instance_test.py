@@ -48,8 +48,7 @@ class Agent:
         with open(self._errors, "w") as errors:
             self.process = subprocess.Popen(
                 [AGENT, *arguments], stdout=subprocess.PIPE, stderr=errors, text=True,
-                env={**os.environ, "ORVEL_AGENT_BUNDLE": BUNDLE, "TMPDIR": TEMPORARY,
-                     **environment})
+                env={**os.environ, "ORVEL_AGENT_BUNDLE": BUNDLE, "TMPDIR": TEMPORARY, **environment})
 
     @property
     def pid(self):
@@ -114,6 +113,16 @@ def try_command_line():
     refused = Agent("--unknown")
     check(refused.wait(2) == "" and "Usage: " in refused.errors(), refused.errors())
     say("the command line")
+
+
+def try_without_bundle():
+    broken = Agent(ORVEL_AGENT_BUNDLE="/nonexistent")
+    window = wait_for("the reason in a window", lambda: windows("The agent cannot start"),
+                      broken.process)
+    subprocess.run(["xdotool", "windowfocus", "--sync", window[0], "key", "Escape"], check=True)
+    broken.wait(1)
+    check(re.fullmatch(r"orvel-agent: .*/nonexistent.*\n", broken.errors()), broken.errors())
+    say("why it cannot start")
 
 
 def try_instant_double_start():
@@ -196,6 +205,7 @@ def main():
     desktop = [subprocess.Popen(["openbox"], stderr=subprocess.DEVNULL)]
     try:
         try_command_line()
+        try_without_bundle()
         first = try_instant_double_start()
         try_without_tray(first)
         desktop.append(try_late_tray(first))
