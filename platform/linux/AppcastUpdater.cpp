@@ -99,7 +99,7 @@ AppcastUpdater::thisCopy(std::string_view version, std::filesystem::path package
     const UpdateVersion oldest = *UpdateVersion::parse("0");
     return {
         UpdateVersion::parse(version).value_or(oldest),
-        UpdateInstallation(UpdateInstallation::traces(), std::move(packageFolder)),
+        UpdateInstallation(ProgramTraces::ofThisProcess(), std::move(packageFolder)),
         static_cast<const char*>(system.machine),
         UpdateVersion::parse(gnu_get_libc_version()).value_or(oldest)};
 }

@@ -64,7 +64,8 @@ Platform makePlatform(PlatformOptions options) {
 
     platform.addressBook = std::make_unique<EvolutionAddressBook>(
         *platform.userDefaults, *platform.logStore, std::move(options.askForContacts));
-    platform.workspace = std::make_unique<XdgWorkspace>(*platform.clock, ownProgram());
+    platform.workspace =
+        std::make_unique<XdgWorkspace>(*platform.clock, ownProgram(ProgramTraces::ofThisProcess()));
     platform.keychain =
         std::make_unique<SecretServiceKeychain>(*platform.clock, *platform.logStore);
 
@@ -81,7 +82,7 @@ Platform makePlatform(PlatformOptions options) {
         AutostartLoginItem::defaultFolder(),
         identifier,
         platform.bundle->infoString("CFBundleDisplayName").value_or(identifier),
-        ownProgram()});
+        ownProgram(ProgramTraces::ofThisProcess())});
     platform.softwareUpdater = std::make_unique<AppcastUpdater>(
         *platform.urlSession,
         *platform.clock,

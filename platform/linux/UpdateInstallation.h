@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "platform/linux/OwnProgram.h"
+
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -17,21 +19,8 @@ public:
         Package,
     };
 
-    /// What tells it, of this process or of one that a test makes up.
-    struct Traces {
-        std::filesystem::path executable;
-        /// "APPIMAGE": the file that was started.
-        std::filesystem::path appImage;
-        /// "APPDIR": where its content is mounted.
-        std::filesystem::path appDir;
-    };
-
-    /// Of this process.
-    [[nodiscard]] static Traces traces();
-
-    /// An AppImage only if the executable is its content: these variables may come from another
-    /// program that started this one. Packages go to that folder.
-    UpdateInstallation(const Traces& traces, std::filesystem::path packageFolder);
+    /// Packages go to that folder.
+    UpdateInstallation(const ProgramTraces& traces, std::filesystem::path packageFolder);
 
     [[nodiscard]] Kind kind() const { return kind_; }
     /// The MIME type of updates.

@@ -71,7 +71,7 @@ protected:
         trust.extraCertificates = {service_->caFile()};
         session_ = std::make_unique<CurlURLSession>(std::move(trust));
         AppcastUpdater::Copy copy = AppcastUpdater::thisCopy("0.1.0", directory_ / "Downloads");
-        const UpdateInstallation::Traces traces{
+        const ProgramTraces traces{
             directory_ / "mounted" / "orvel-agent", place_, directory_ / "mounted"};
         copy.installation = UpdateInstallation(traces, directory_ / "Downloads");
         updater_ = std::make_unique<AppcastUpdater>(*session_, clock_, defaults_, log_, copy);

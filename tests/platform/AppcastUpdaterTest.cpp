@@ -103,7 +103,7 @@ protected:
     ~AppcastUpdaterTest() override { EXPECT_THAT(leftovers(), IsEmpty()); }
 
     [[nodiscard]] AppcastUpdater::Copy copy() const {
-        const UpdateInstallation::Traces traces{
+        const ProgramTraces traces{
             isPackage_ ? "/usr/bin/orvel-agent" : folder_ / "mounted" / "agent",
             place_,
             folder_ / "mounted"};

@@ -338,27 +338,35 @@ TEST_F(AutostartLoginItemTest, TheFolderIsInTheUsersConfiguration) {
 }
 
 TEST(OwnProgramTest, IsTheExecutableUnlessThatIsInsideAnImage) {
+    const TemporaryDirectory folder;
+    const std::filesystem::path image = folder / "Agent.AppImage";
+    std::ofstream(image) << "image";
+    std::filesystem::create_symlink(image, folder / "link");
     const std::filesystem::path executable = std::filesystem::read_symlink("/proc/self/exe");
-    const QByteArray inside = QByteArray::fromStdString(executable.parent_path().string());
-    const QByteArray sibling = inside + "-other";
+    const std::filesystem::path inside = executable.parent_path();
+    std::filesystem::create_directory_symlink(inside, folder / "mounted");
     struct Case {
-        QByteArray image;
-        QByteArray mount;
+        std::filesystem::path image;
+        std::filesystem::path mount;
         std::filesystem::path expected;
     };
     const std::vector<Case> cases = {
         {"", "", executable},
-        {"/home/u/Agent.AppImage", inside, "/home/u/Agent.AppImage"},
-        {"/home/u/Agent.AppImage", inside + "/..", executable},
-        {"/home/u/Terminal.AppImage", "/tmp/.mount_terminal", executable},
-        {"/home/u/Terminal.AppImage", sibling, executable},
-        {"/home/u/Terminal.AppImage", "", executable},
-        {"Agent.AppImage", inside, executable},
+        {image, inside, image},
+        {image, folder / "mounted", image},
+        {folder / "link", inside, image},
+        {image, folder.path(), executable},
+        {image, inside.string() + "-other", executable},
+        {image, "", executable},
+        {folder / "missing", inside, executable},
+        {std::filesystem::relative(image), inside, executable},
     };
-    for (const auto& [image, mount, expected] : cases) {
-        qputenv("APPIMAGE", image);
-        qputenv("APPDIR", mount);
-        EXPECT_EQ(ownProgram(), expected) << image.toStdString() << " in " << mount.toStdString();
+    for (const auto& [ofImage, mount, expected] : cases) {
+        qputenv("APPIMAGE", QByteArray::fromStdString(ofImage.string()));
+        qputenv("APPDIR", QByteArray::fromStdString(mount.string()));
+        const ProgramTraces traces = ProgramTraces::ofThisProcess();
+        EXPECT_EQ(ownProgram(traces), expected) << ofImage << " in " << mount;
+        EXPECT_EQ(ownAppImage(traces).value_or(executable), expected) << ofImage;
     }
     qunsetenv("APPIMAGE");
     qunsetenv("APPDIR");

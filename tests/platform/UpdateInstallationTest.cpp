@@ -19,10 +19,10 @@ protected:
         std::filesystem::create_directories(mounted_ / "usr" / "bin");
     }
 
-    [[nodiscard]] UpdateInstallation::Traces traces() const {
+    [[nodiscard]] ProgramTraces traces() const {
         return {mounted_ / "usr" / "bin" / "orvel-agent", appImage_, mounted_};
     }
-    [[nodiscard]] static UpdateInstallation of(const UpdateInstallation::Traces& traces) {
+    [[nodiscard]] static UpdateInstallation of(const ProgramTraces& traces) {
         return UpdateInstallation(traces, "/packages");
     }
 
@@ -79,7 +79,7 @@ TEST_F(UpdateInstallationTest, AnAppImageThatIsNoFileIsNone) {
 }
 
 TEST_F(UpdateInstallationTest, ThisTestIsNoAppImage) {
-    const UpdateInstallation::Traces own = UpdateInstallation::traces();
+    const ProgramTraces own = ProgramTraces::ofThisProcess();
     EXPECT_EQ(own.executable.filename(), "platform_tests");
     EXPECT_EQ(of(own).kind(), UpdateInstallation::Kind::Package);
 }

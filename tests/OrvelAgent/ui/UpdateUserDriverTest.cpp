@@ -449,8 +449,7 @@ protected:
         session_.setHandler([this](const URLRequest& request) -> FakeURLSession::Answer {
             return URLResponse{200, request.url == "https://h/update" ? "new" : feed_};
         });
-        const UpdateInstallation::Traces traces{
-            folder_ / "mounted" / "agent", place_, folder_ / "mounted"};
+        const ProgramTraces traces{folder_ / "mounted" / "agent", place_, folder_ / "mounted"};
         const AppcastUpdater::Copy copy{
             *UpdateVersion::parse("1.2.3"),
             UpdateInstallation(traces, folder_ / "Downloads"),
