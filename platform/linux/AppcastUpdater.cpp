@@ -32,8 +32,6 @@ using Resource = UpdateError::Resource;
 constexpr tavrin::Seconds feedTimeout{60};
 /// Of a large update over a slow line.
 constexpr tavrin::Seconds downloadTimeout{3'600};
-/// Of a package: nothing secret is in it, and the system's installer may be another user.
-constexpr unsigned packageMode = 0644;
 
 /// The reply, if it is one of status 200.
 const URLResponse& checkedReply(const URLResult& result, Resource resource) {
@@ -356,8 +354,11 @@ void AppcastUpdater::showReady() {
 
 void AppcastUpdater::install() {
     state_ = State::Installing;
+    const auto use = copy_.installation.kind() == UpdateInstallation::Kind::AppImage
+                         ? StagedUpdate::Use::Program
+                         : StagedUpdate::Use::Document;
     work(
-        [download = cycle_->download] { download->file.putInPlace(packageMode); },
+        [download = cycle_->download, use] { download->file.putInPlace(use); },
         &AppcastUpdater::finishInstalling);
 }
 

@@ -6,12 +6,14 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cassert>
 #include <cerrno>
+#include <memory>
+#include <new>
+#include <span>
 #include <utility>
 
 namespace orvel {
@@ -21,29 +23,29 @@ namespace {
 using tavrin::FileDescriptor;
 using tavrin::PlatformError;
 
-/// The pages of a file, for reading. Not in this process's own memory: the kernel takes them from
-/// the file, and back when it needs the room.
-class Mapping final {
-public:
-    Mapping(int file, std::size_t length)
-        : length_(length), start_(mmap(nullptr, length, PROT_READ, MAP_SHARED, file, 0)) {}
-    ~Mapping() {
-        if (isMapped()) {
-            munmap(start_, length_);
+PlatformError couldNotRead(int error) {
+    return PlatformError::fromErrno(error, "Could not read the update");
+}
+
+/// Fills as much of the buffer as the file has.
+std::size_t read(int file, std::span<std::uint8_t> buffer) {
+    std::size_t done = 0;
+    while (done < buffer.size()) {
+        const ssize_t count =
+            pread(file, buffer.data() + done, buffer.size() - done, static_cast<off_t>(done));
+        if (count < 0 && errno == EINTR) {
+            continue;
         }
+        if (count < 0) {
+            throw couldNotRead(errno);
+        }
+        if (count == 0) {
+            break;
+        }
+        done += static_cast<std::size_t>(count);
     }
-    Mapping(const Mapping&) = delete;
-    Mapping& operator=(const Mapping&) = delete;
-
-    [[nodiscard]] bool isMapped() const { return start_ != MAP_FAILED; }
-    [[nodiscard]] std::span<const std::uint8_t> bytes() const {
-        return {static_cast<const std::uint8_t*>(start_), length_};
-    }
-
-private:
-    std::size_t length_;
-    void* start_;
-};
+    return done;
+}
 
 /// Whether it says that the file system, or the kernel, has no files without a name.
 bool lacksUnnamedFiles(int error) {
@@ -135,23 +137,41 @@ void StagedUpdate::verify(const UpdateKey& key, const UpdateSignature& signature
     if (size < length_) {
         throw UpdateError(UpdateError::TooShort{length_, size});
     }
-    const Mapping mapping(file_.get(), size);
-    if (!mapping.isMapped()) {
-        throw PlatformError::fromErrno(errno, "Could not read the update");
+    // An Ed25519 signature is verified over one piece. Not a mapping of the file: where the disk
+    // fails to deliver one of its pages, that ends the process.
+    // NOLINTNEXTLINE(modernize-avoid-c-arrays)
+    const std::unique_ptr<std::uint8_t[]> buffer(new (std::nothrow) std::uint8_t[size]);
+    if (!buffer) {
+        throw couldNotRead(ENOMEM);
     }
-    if (!key.verifies(signature, mapping.bytes())) {
+    const std::span content(buffer.get(), size);
+    if (const std::size_t count = read(file_.get(), content); count < size) {
+        throw UpdateError(UpdateError::TooShort{length_, count});
+    }
+    if (!key.verifies(signature, content)) {
         throw UpdateError(UpdateError::BadSignature());
     }
     isVerified_ = true;
 }
 
-void StagedUpdate::putInPlace(unsigned modeIfNew) {
-    assert(isVerified_);
+unsigned StagedUpdate::modeFor(Use use) const {
+    constexpr mode_t document = 0644;
+    constexpr mode_t program = 0755;
+    if (use == Use::Document) {
+        return document;
+    }
     const std::string target = place_.filename();
     struct stat former {};
-    const bool isNew = fstatat(folder_.get(), target.c_str(), &former, AT_SYMLINK_NOFOLLOW) != 0;
-    constexpr mode_t permissions = 0777;
-    if (fchmod(file_.get(), isNew ? mode_t{modeIfNew} : former.st_mode & permissions) != 0) {
+    const bool isOwnFile =
+        fstatat(folder_.get(), target.c_str(), &former, AT_SYMLINK_NOFOLLOW) == 0 &&
+        S_ISREG(former.st_mode) && former.st_uid == geteuid();
+    return isOwnFile ? former.st_mode & program : program;
+}
+
+void StagedUpdate::putInPlace(Use use) {
+    assert(isVerified_);
+    const std::string target = place_.filename();
+    if (fchmod(file_.get(), modeFor(use)) != 0) {
         throw couldNotReplace(errno);
     }
     giveName();

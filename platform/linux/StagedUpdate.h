@@ -26,6 +26,15 @@ public:
         Named,
     };
 
+    /// Decides who may do what with the file once it is in its place.
+    enum class Use {
+        /// Started. The mode of the program it replaces, so that the user's choice is kept, but
+        /// nothing is taken over from what is not a file of this user's own, nor may others write.
+        Program,
+        /// Opened by the system's installer, which may be another user. Nothing in it is secret.
+        Document,
+    };
+
     /// To be put in that file's place, with room for that many bytes, so that a disk without it is
     /// noticed before anything is downloaded. The folder must exist.
     StagedUpdate(std::filesystem::path place, std::uint64_t length, Way way = Way::WithoutName);
@@ -43,13 +52,13 @@ public:
     /// signed all of it. Makes sure that it is on the disk.
     void verify(const UpdateKey& key, const UpdateSignature& signature);
 
-    /// Puts the verified file in its place, in one step, with the mode of the file that was there,
-    /// or with the given one. The very file that was verified, by its descriptor: whatever else
-    /// has got its name throws `UpdateError`. Once.
-    void putInPlace(unsigned modeIfNew);
+    /// Puts the verified file in its place, in one step. The very file that was verified, by its
+    /// descriptor: whatever else has got its name throws `UpdateError`. Once.
+    void putInPlace(Use use);
 
 private:
     void open(Way way);
+    [[nodiscard]] unsigned modeFor(Use use) const;
     void giveName();
     void removeName() const;
     [[nodiscard]] tavrin::PlatformError couldNotStore(int error) const;

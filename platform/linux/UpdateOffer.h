@@ -36,8 +36,8 @@ struct UpdateCriteria {
     UpdateVersion systemVersion;
 };
 
-/// Larger updates are refused.
-inline constexpr std::uint64_t maximumUpdateBytes = std::uint64_t{1} << 30U;
+/// Larger updates are refused: all of one is in memory while its signature is verified.
+inline constexpr std::uint64_t maximumUpdateBytes = std::uint64_t{256} << 20U;
 
 /// The newest item for this copy, if there is one. Items of a channel are for those who asked to be
 /// in it, so they are left out, and so is an enclosure that does not name the system "linux", this

@@ -10,13 +10,23 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
+#include <array>
+#include <cerrno>
+#include <cstddef>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace orvel {
@@ -27,11 +37,29 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-constexpr unsigned modeIfNew = 0644;
+/// "nobody".
+constexpr uid_t stranger = 65534;
+
+using Use = StagedUpdate::Use;
 
 std::string content(const std::filesystem::path& file) {
     std::ifstream stream(file, std::ios::binary);
     return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+/// Runs that on a thread whose every positioned read fails as on a broken disk.
+void withBrokenReads(const std::function<void()>& work) {
+    std::thread([&work] {
+        std::array filter{
+            sock_filter BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+            sock_filter BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_pread64, 0, 1),
+            sock_filter BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EIO),
+            sock_filter BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+        const sock_fprog program{filter.size(), filter.data()};
+        ASSERT_EQ(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), 0);
+        ASSERT_EQ(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program), 0);
+        work();
+    }).join();
 }
 
 /// Both ways to stage a file have to keep the same promises.
@@ -78,30 +106,66 @@ INSTANTIATE_TEST_SUITE_P(
 
 } // namespace
 
-TEST_P(StagedUpdateTest, TakesThePlaceOfAFileAndKeepsItsMode) {
+TEST_P(StagedUpdateTest, TakesThePlaceOfAFile) {
     write(place_, "old");
-    ASSERT_EQ(chmod(place_.c_str(), 0751), 0);
     StagedUpdate update = staged(3);
     update.append("n");
     update.append("ew");
     EXPECT_EQ(content(place_), "old");
     update.verify(key(), signature("new"));
-    update.putInPlace(modeIfNew);
+    update.putInPlace(Use::Program);
     EXPECT_EQ(content(place_), "new");
-    struct stat status {};
-    ASSERT_EQ(stat(place_.c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 07777U, 0751U);
     EXPECT_THAT(files(), ElementsAre("Agent.AppImage"));
 }
 
-TEST_P(StagedUpdateTest, AFileWithoutAFormerOneHasTheGivenMode) {
-    StagedUpdate update = staged(3);
-    update.append("new");
-    update.verify(key(), signature("new"));
-    update.putInPlace(modeIfNew);
-    struct stat status {};
-    ASSERT_EQ(stat(place_.c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 07777U, modeIfNew);
+TEST_P(StagedUpdateTest, KeepsTheModeOfAnOwnProgramOnlyAndLetsNobodyElseWrite) {
+    const auto file = [this](mode_t mode, bool isOurs = true) {
+        return [this, mode, isOurs] {
+            write(place_, "old");
+            chmod(place_.c_str(), mode);
+            EXPECT_EQ(chown(place_.c_str(), isOurs ? geteuid() : stranger, gid_t(-1)), 0);
+        };
+    };
+    const auto link = [this] {
+        write(folder_ / "target", "target");
+        chmod((folder_ / "target").c_str(), 0600);
+        std::filesystem::create_symlink("target", place_);
+    };
+    struct Case {
+        const char* name;
+        std::function<void()> prepare;
+        Use use;
+        unsigned mode;
+    };
+    std::vector<Case> cases = {
+        {"usual", file(0755), Use::Program, 0755},
+        {"for the owner", file(0700), Use::Program, 0700},
+        {"for some", file(0751), Use::Program, 0751},
+        {"writable for the world", file(0777), Use::Program, 0755},
+        {"with the owner's rights", file(04755), Use::Program, 0755},
+        {"missing", [] {}, Use::Program, 0755},
+        {"link", link, Use::Program, 0755},
+        {"new package", [] {}, Use::Document, 0644},
+        {"package writable for the world", file(0666), Use::Document, 0644},
+        {"link in a package's place", link, Use::Document, 0644}};
+    if (geteuid() == 0) {
+        // Nobody else can give a file away.
+        cases.push_back({"foreign", file(0666, false), Use::Program, 0755});
+    }
+    for (const Case& each : cases) {
+        std::filesystem::remove(place_);
+        each.prepare();
+        StagedUpdate update = staged(3);
+        update.append("new");
+        update.verify(key(), signature("new"));
+        update.putInPlace(each.use);
+        struct stat status {};
+        ASSERT_EQ(lstat(place_.c_str(), &status), 0) << each.name;
+        EXPECT_TRUE(S_ISREG(status.st_mode)) << each.name;
+        EXPECT_EQ(status.st_uid, geteuid()) << each.name;
+        EXPECT_EQ(status.st_mode & 07777U, each.mode) << each.name;
+    }
+    EXPECT_EQ(content(folder_ / "target"), "target");
 }
 
 TEST_P(StagedUpdateTest, ARunningFileGoesOnWithItsContent) {
@@ -110,7 +174,7 @@ TEST_P(StagedUpdateTest, ARunningFileGoesOnWithItsContent) {
     StagedUpdate update = staged(3);
     update.append("new");
     update.verify(key(), signature("new"));
-    update.putInPlace(modeIfNew);
+    update.putInPlace(Use::Program);
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(running), {}), "old");
 }
 
@@ -153,6 +217,20 @@ TEST_P(StagedUpdateTest, OnlyTheWholeSignedContentIsVerified) {
     EXPECT_THAT(files(), IsEmpty());
 }
 
+TEST_P(StagedUpdateTest, ABrokenDiskIsSaid) {
+    StagedUpdate update = staged(3);
+    update.append("new");
+    withBrokenReads([&] {
+        try {
+            update.verify(key(), signature("new"));
+            ADD_FAILURE() << "Verified.";
+        } catch (const tavrin::PlatformError& error) {
+            EXPECT_EQ(error.code(), EIO);
+            EXPECT_THAT(error.what(), HasSubstr("Could not read the update"));
+        }
+    });
+}
+
 TEST_P(StagedUpdateTest, TakesNoMoreThanAnnounced) {
     StagedUpdate update = staged(3);
     update.append("ne");
@@ -170,7 +248,7 @@ TEST_P(StagedUpdateTest, WhatACrashLeftBehindIsNotInTheWay) {
     StagedUpdate update = staged(3);
     update.append("new");
     update.verify(key(), signature("new"));
-    update.putInPlace(modeIfNew);
+    update.putInPlace(Use::Program);
     EXPECT_THAT(files(), ElementsAre("Agent.AppImage"));
     EXPECT_EQ(content(place_), "new");
 }
@@ -213,7 +291,7 @@ TEST(StagedUpdateNameTest, AFileExchangedByAnotherIsNotInstalled) {
     const std::filesystem::path hidden = folder / ".Agent.AppImage.update";
     std::filesystem::remove(hidden);
     std::ofstream(hidden) << "evil";
-    EXPECT_THROW(update.putInPlace(modeIfNew), UpdateError);
+    EXPECT_THROW(update.putInPlace(Use::Program), UpdateError);
     EXPECT_EQ(content(place), "old");
 }
 

@@ -146,7 +146,7 @@ TEST(UpdateOfferTest, WhatCannotBeDownloadedAndVerifiedIsRefused) {
          "Update 2.0 in the feed has an unusable length."},
         {[](AppcastItem& each) { each.enclosure->length = "1e3"; },
          "Update 2.0 in the feed has an unusable length."},
-        {[](AppcastItem& each) { each.enclosure->length = "1073741825"; },
+        {[](AppcastItem& each) { each.enclosure->length = "268435457"; },
          "Update 2.0 in the feed has an unusable length."},
         {[](AppcastItem& each) { each.enclosure->length = "18446744073709551617"; },
          "Update 2.0 in the feed has an unusable length."},
@@ -167,7 +167,7 @@ TEST(UpdateOfferTest, WhatCannotBeDownloadedAndVerifiedIsRefused) {
         }
     }
     AppcastItem largest = item("2.0");
-    largest.enclosure->length = "1073741824";
+    largest.enclosure->length = "268435456";
     EXPECT_EQ(offered({largest}), "2.0");
 }
 
