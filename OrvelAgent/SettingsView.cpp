@@ -8,7 +8,6 @@
 #include "OrvelAgent/SourceRevision.h"
 #include "OrvelAgent/Symbol.h"
 #include "OrvelAgent/Theme.h"
-#include "core/Errors.h"
 
 #include <QCheckBox>
 #include <QEvent>
@@ -256,13 +255,11 @@ void SettingsView::updateContent() {
                                           : tr("Check for &updates…"));
 
     QStringList errors;
-    for (const auto& error : {model_.settingsError(), model_.rescanError()}) {
+    for (const auto& error :
+         {model_.settingsError(), model_.rescanError(), updater.settingsError()}) {
         if (error) {
             errors.append(QString::fromStdString(*error));
         }
-    }
-    if (errors.isEmpty() && !updaterError_.isEmpty()) {
-        errors.append(updaterError_);
     }
     error_->setText(errors.join(u'\n'));
     error_->setVisible(!errors.isEmpty());
@@ -293,12 +290,7 @@ void SettingsView::updateSize() {
 }
 
 void SettingsView::setChecksAutomatically(bool isAutomatic) {
-    try {
-        model_.updater().controller()->setAutomaticallyChecksForUpdates(isAutomatic);
-        updaterError_.clear();
-    } catch (const tavrin::PlatformError& error) {
-        updaterError_ = QString::fromUtf8(error.what());
-    }
+    model_.updater().controller()->setAutomaticallyChecksForUpdates(isAutomatic);
     updateContent();
 }
 

@@ -49,7 +49,6 @@ private:
     QComboBox* scope_;
     SelectableLabel* rescanNote_;
     SelectableLabel* error_;
-    QString updaterError_;
     bool isRescanNoted_ = false;
 };
 

@@ -62,6 +62,12 @@ void UpdaterService::updaterDidFinishUpdateCheck() {
     Q_EMIT changed();
 }
 
+void UpdaterService::updaterDidSaveChoice(const std::optional<std::string>& failure) {
+    if (std::exchange(settingsError_, failure) != failure) {
+        Q_EMIT changed();
+    }
+}
+
 void UpdaterService::setUpdateAwaitingAttention(bool isAwaiting) {
     if (std::exchange(updateAwaitingAttention_, isAwaiting) != isAwaiting) {
         Q_EMIT changed();

@@ -37,6 +37,9 @@ public:
     [[nodiscard]] std::optional<tavrin::Date> lastCheck() const { return lastCheck_; }
     /// A scheduled check found an update that the user has not looked at yet.
     [[nodiscard]] bool updateAwaitingAttention() const { return updateAwaitingAttention_; }
+    /// Why the user's last choice about updates holds for this launch only; a sentence for the
+    /// user.
+    [[nodiscard]] const std::optional<std::string>& settingsError() const { return settingsError_; }
 
 Q_SIGNALS:
     /// One of the above has.
@@ -48,6 +51,7 @@ private:
         const SoftwareUpdate& update, bool isUserInitiated) override;
     void standardUserDriverDidReceiveUserAttention(const SoftwareUpdate& update) override;
     void updaterDidFinishUpdateCheck() override;
+    void updaterDidSaveChoice(const std::optional<std::string>& failure) override;
 
     void setUpdateAwaitingAttention(bool isAwaiting);
 
@@ -55,6 +59,7 @@ private:
     std::optional<std::string> configurationError_;
     std::optional<tavrin::Date> lastCheck_;
     bool updateAwaitingAttention_ = false;
+    std::optional<std::string> settingsError_;
 };
 
 } // namespace orvel

@@ -64,7 +64,8 @@ public:
         virtual void showChecking() = 0;
         /// That check found nothing newer.
         virtual void showNoUpdate() = 0;
-        /// Answered by `choose`, with any of the choices.
+        /// Answered by `choose`, with any of the choices. While one is shown gently and the user
+        /// has not looked at it, a newer one may take its place.
         virtual void showUpdate(const SoftwareUpdate& update, Showing showing) = 0;
         /// The user asks for updates while one is being shown, or downloaded.
         virtual void showUpdateInFocus() = 0;
@@ -75,7 +76,7 @@ public:
         /// Verified. Answered by `choose`: now, or not.
         virtual void showReadyToInstall(const SoftwareUpdate& update) = 0;
         /// What the user asked for has ended without an update; the sentence says why and can be
-        /// read as it stands. Nothing was installed and nothing is left of a download.
+        /// read as it stands. Nothing was installed, and what was downloaded goes.
         virtual void showRefusal(const std::string& sentence) = 0;
         /// The update is a package that the system's own installer has to open: the verified file
         /// at that path is to be shown to the user.
@@ -101,6 +102,9 @@ public:
         virtual void standardUserDriverDidReceiveUserAttention(const SoftwareUpdate& update) = 0;
         /// `lastUpdateCheckDate` has changed.
         virtual void updaterDidFinishUpdateCheck() = 0;
+        /// A choice of the user's has been saved: whether checks are automatic, or which version is
+        /// skipped. Or it could not be, as that sentence says, and holds for this launch only.
+        virtual void updaterDidSaveChoice(const std::optional<std::string>& failure) = 0;
     };
 
     SoftwareUpdater() = default;
@@ -119,7 +123,7 @@ public:
 
     /// On until it is switched off; kept across launches.
     [[nodiscard]] virtual bool automaticallyChecksForUpdates() const = 0;
-    /// Throws `tavrin::PlatformError` when that cannot be saved.
+    /// Holds at once; the delegate is told when it has been saved.
     virtual void setAutomaticallyChecksForUpdates(bool isAutomatic) = 0;
 
     /// When the feed was last read, in this launch or an earlier one.

@@ -9,6 +9,7 @@
 #include "platform/linux/UpdateOffer.h"
 
 #include <QObject>
+#include <QThreadPool>
 
 #include <fmt/format.h>
 #include <gnu/libc-version.h>
@@ -61,14 +62,12 @@ void makeFolder(const std::filesystem::path& folder) {
 
 } // namespace
 
-/// What the session's thread fills, until the completion runs.
+/// What the worker opens and the session's thread fills, until the completion runs.
 struct AppcastUpdater::Download {
-    Download(std::filesystem::path place, std::uint64_t length) : file(std::move(place), length) {}
-
     bool receive(std::string_view piece) noexcept {
         try {
-            file.append(piece);
-            received = file.received();
+            file->append(piece);
+            received = file->received();
             return true;
         } catch (...) {
             failure = std::current_exception();
@@ -76,7 +75,7 @@ struct AppcastUpdater::Download {
         }
     }
 
-    StagedUpdate file;
+    std::optional<StagedUpdate> file;
     /// To be shown meanwhile.
     std::atomic<std::uint64_t> received = 0;
     std::exception_ptr failure;
@@ -84,6 +83,8 @@ struct AppcastUpdater::Download {
 
 struct AppcastUpdater::Cycle {
     bool isUserInitiated = false;
+    /// It is shown gently and the user has not looked at it, so something newer may take its place.
+    bool isUnseen = false;
     std::unique_ptr<URLSession::Task> task;
     std::optional<UpdateOffer> offer;
     std::filesystem::path place;
@@ -116,7 +117,12 @@ AppcastUpdater::AppcastUpdater(
       isAutomatic_(defaults.boolean(automaticKey).value_or(true)),
       lastCheck_(defaults.date(lastCheckKey)),
       skipped_(UpdateVersion::parse(defaults.string(skippedKey).value_or(""))),
-      mainThread_(std::make_unique<QObject>()) {}
+      mainThread_(std::make_unique<QObject>()),
+      worker_(std::make_unique<QThreadPool>()),
+      saver_(std::make_unique<QThreadPool>()) {
+    worker_->setMaxThreadCount(1);
+    saver_->setMaxThreadCount(1);
+}
 
 AppcastUpdater::~AppcastUpdater() {
     stop();
@@ -137,7 +143,7 @@ void AppcastUpdater::stop() {
     if (cycle_ && cycle_->task) {
         cycle_->task->cancel();
     }
-    cycle_.reset();
+    dropCycle();
     state_ = State::Stopped;
     delegate_ = nullptr;
     userDriver_ = nullptr;
@@ -146,7 +152,7 @@ void AppcastUpdater::stop() {
 void AppcastUpdater::scheduleCheck(tavrin::Seconds delay) {
     timer_.reset();
     if (isAutomatic_) {
-        timer_ = clock_.schedule(delay, [this] { check(false); });
+        timer_ = clock_.schedule(delay, [this] { checkOnSchedule(); });
     }
 }
 
@@ -158,10 +164,10 @@ void AppcastUpdater::scheduleNextCheck() {
 
 void AppcastUpdater::setAutomaticallyChecksForUpdates(bool isAutomatic) {
     isAutomatic_ = isAutomatic;
-    save([isAutomatic](tavrin::UserDefaults& defaults) {
+    saveChoice([isAutomatic](tavrin::UserDefaults& defaults) {
         defaults.setBoolean(automaticKey, isAutomatic);
     });
-    if (state_ == State::Idle) {
+    if (state_ == State::Idle || (cycle_ && cycle_->isUnseen && !cycle_->task)) {
         scheduleNextCheck();
     }
 }
@@ -179,6 +185,14 @@ void AppcastUpdater::checkForUpdates() {
     }
 }
 
+void AppcastUpdater::checkOnSchedule() {
+    if (cycle_) {
+        loadFeed();
+    } else {
+        check(false);
+    }
+}
+
 void AppcastUpdater::check(bool isUserInitiated) {
     timer_.reset();
     state_ = State::Checking;
@@ -188,34 +202,45 @@ void AppcastUpdater::check(bool isUserInitiated) {
         refuse(UpdateError(UpdateError::BadKey()).what());
         return;
     }
-    URLRequest request;
-    request.url = feed_.url;
-    request.timeout = feedTimeout;
-    cycle_->task = session_.start(
-        std::move(request), [this, cycle = std::weak_ptr(cycle_)](const URLResult& result) {
-            if (!cycle.expired()) {
-                receiveFeed(result);
-            }
-        });
+    loadFeed();
     if (isUserInitiated) {
         userDriver_->showChecking();
     }
 }
 
+void AppcastUpdater::loadFeed() {
+    URLRequest request;
+    request.url = feed_.url;
+    request.timeout = feedTimeout;
+    cycle_->task = session_.start(
+        std::move(request), [this, cycle = std::weak_ptr(cycle_)](const URLResult& result) {
+            if (!cycle.expired() && (state_ == State::Checking || cycle_->isUnseen)) {
+                receiveFeed(result);
+            }
+        });
+}
+
 void AppcastUpdater::receiveFeed(const URLResult& result) {
     cycle_->task.reset();
+    std::optional<UpdateOffer> found;
     try {
         const auto items = parseAppcast(checkedReply(result, Resource::Feed).body);
         // Who asks for updates wants to know of a skipped one, too.
-        cycle_->offer = newestUpdate(
+        found = newestUpdate(
             items,
-            {copy_.version,
+            {cycle_->offer ? cycle_->offer->version : copy_.version,
              cycle_->isUserInitiated ? std::nullopt : skipped_,
              copy_.architecture,
              std::string(copy_.installation.type()),
              copy_.systemVersion});
     } catch (const UpdateError& error) {
-        refuse(error.what());
+        if (cycle_->isUnseen) {
+            // What is shown is none the worse for it.
+            log(LogLevel::Default, error.what());
+            scheduleCheck(retryInterval);
+        } else {
+            refuse(error.what());
+        }
         return;
     }
     lastCheck_ = clock_.now();
@@ -224,11 +249,14 @@ void AppcastUpdater::receiveFeed(const URLResult& result) {
     });
     const std::weak_ptr cycle = cycle_;
     delegate_->updaterDidFinishUpdateCheck();
-    if (cycle.expired()) {
+    if (cycle.expired() || (state_ != State::Checking && !cycle_->isUnseen)) {
         return;
     }
-    if (cycle_->offer) {
+    if (found) {
+        cycle_->offer = std::move(found);
         show();
+    } else if (cycle_->isUnseen) {
+        scheduleNextCheck();
     } else {
         const bool isUserInitiated = cycle_->isUserInitiated;
         UserDriver& userDriver = *userDriver_;
@@ -246,6 +274,10 @@ void AppcastUpdater::show() {
     const std::shared_ptr<Cycle> cycle = cycle_;
     const bool isGentle =
         !cycle->isUserInitiated && delegate_->supportsGentleScheduledUpdateReminders();
+    cycle->isUnseen = isGentle;
+    if (isGentle) {
+        scheduleNextCheck();
+    }
     delegate_->standardUserDriverWillHandleShowingUpdate(
         cycle->offer->update, cycle->isUserInitiated);
     if (cycle == cycle_) {
@@ -255,9 +287,16 @@ void AppcastUpdater::show() {
 }
 
 void AppcastUpdater::noteUserAttention() {
-    if (cycle_ && cycle_->offer) {
-        delegate_->standardUserDriverDidReceiveUserAttention(cycle_->offer->update);
+    if (!cycle_ || !cycle_->offer) {
+        return;
     }
+    if (std::exchange(cycle_->isUnseen, false)) {
+        timer_.reset();
+        if (cycle_->task) {
+            cycle_->task->cancel();
+        }
+    }
+    delegate_->standardUserDriverDidReceiveUserAttention(cycle_->offer->update);
 }
 
 void AppcastUpdater::choose(Choice choice) {
@@ -279,7 +318,7 @@ void AppcastUpdater::choose(Choice choice) {
         return;
     case Choice::Skip:
         skipped_ = cycle_->offer->version;
-        save([version = skipped_->text()](tavrin::UserDefaults& defaults) {
+        saveChoice([version = skipped_->text()](tavrin::UserDefaults& defaults) {
             defaults.setString(skippedKey, version);
         });
         break;
@@ -293,20 +332,30 @@ void AppcastUpdater::download() {
     state_ = State::Downloading;
     const UpdateOffer& offer = *cycle_->offer;
     cycle_->place = copy_.installation.place(offer.version.text());
-    try {
-        if (copy_.installation.kind() == UpdateInstallation::Kind::Package) {
-            makeFolder(cycle_->place.parent_path());
-        }
-        cycle_->download = std::make_shared<Download>(cycle_->place, offer.update.length);
-    } catch (const std::exception& error) {
-        refuse(error.what());
-        return;
-    }
+    cycle_->download = std::make_shared<Download>();
+    const bool isPackage = copy_.installation.kind() == UpdateInstallation::Kind::Package;
+    work(
+        [download = cycle_->download,
+         place = cycle_->place,
+         length = offer.update.length,
+         isPackage] {
+            if (isPackage) {
+                makeFolder(place.parent_path());
+            }
+            download->file.emplace(place, length);
+        },
+        &AppcastUpdater::loadUpdate);
+    showProgress();
+}
+
+void AppcastUpdater::loadUpdate() {
     URLRequest request;
-    request.url = offer.url;
+    request.url = cycle_->offer->url;
     request.timeout = downloadTimeout;
-    request.receiver = [download = cycle_->download](std::string_view piece) {
-        return download->receive(piece);
+    // Weak, so that a session which keeps the request does not keep the file.
+    request.receiver = [download = std::weak_ptr(cycle_->download)](std::string_view piece) {
+        const std::shared_ptr<Download> target = download.lock();
+        return target && target->receive(piece);
     };
     cycle_->task = session_.start(
         std::move(request), [this, cycle = std::weak_ptr(cycle_)](const URLResult& result) {
@@ -314,7 +363,6 @@ void AppcastUpdater::download() {
                 receiveUpdate(result);
             }
         });
-    showProgress();
 }
 
 void AppcastUpdater::showProgress() {
@@ -341,7 +389,7 @@ void AppcastUpdater::verify() {
     state_ = State::Verifying;
     work(
         [download = cycle_->download, key = *key_, signature = cycle_->offer->signature] {
-            download->file.verify(key, signature);
+            download->file->verify(key, signature);
         },
         &AppcastUpdater::showReady);
     userDriver_->showVerification();
@@ -358,7 +406,7 @@ void AppcastUpdater::install() {
                          ? StagedUpdate::Use::Program
                          : StagedUpdate::Use::Document;
     work(
-        [download = cycle_->download, use] { download->file.putInPlace(use); },
+        [download = cycle_->download, use] { download->file->putInPlace(use); },
         &AppcastUpdater::finishInstalling);
 }
 
@@ -385,7 +433,9 @@ void AppcastUpdater::finishInstalling() {
 
 void AppcastUpdater::cancel() {
     if (state_ == State::Checking || state_ == State::Downloading) {
-        cycle_->task->cancel();
+        if (cycle_->task) {
+            cycle_->task->cancel();
+        }
         endCycle();
         // Not at once the very check that nobody wanted to wait for.
         scheduleCheck(retryInterval);
@@ -393,9 +443,17 @@ void AppcastUpdater::cancel() {
 }
 
 void AppcastUpdater::endCycle() {
-    cycle_.reset();
+    dropCycle();
     state_ = State::Idle;
     scheduleNextCheck();
+}
+
+void AppcastUpdater::dropCycle() {
+    if (cycle_ && cycle_->download) {
+        // To give back the room of a large file takes a while.
+        worker_->start([download = std::move(cycle_->download)]() mutable { download.reset(); });
+    }
+    cycle_.reset();
 }
 
 void AppcastUpdater::refuse(const std::string& sentence) {
@@ -413,7 +471,7 @@ void AppcastUpdater::refuse(const std::string& sentence) {
 }
 
 void AppcastUpdater::work(std::function<void()> job, void (AppcastUpdater::*then)()) {
-    worker_ = std::jthread([this, job = std::move(job), then, cycle = std::weak_ptr(cycle_)] {
+    worker_->start([this, job = std::move(job), then, cycle = std::weak_ptr(cycle_)] {
         std::optional<std::string> failure;
         try {
             job();
@@ -436,15 +494,31 @@ void AppcastUpdater::work(std::function<void()> job, void (AppcastUpdater::*then
     });
 }
 
-void AppcastUpdater::save(std::function<void(tavrin::UserDefaults&)> change) {
-    // Waits for the one before, so that the last change stands.
-    saver_ = std::jthread([this, change = std::move(change)] {
-        try {
-            change(defaults_);
-        } catch (const tavrin::PlatformError& error) {
-            log(LogLevel::Error, error.what());
-        }
+void AppcastUpdater::save(Change change) {
+    saver_->start([this, change = std::move(change)] { make(change); });
+}
+
+void AppcastUpdater::saveChoice(Change change) {
+    saver_->start([this, change = std::move(change)] {
+        QMetaObject::invokeMethod(
+            mainThread_.get(),
+            [this, failure = make(change)] {
+                if (delegate_ != nullptr) {
+                    delegate_->updaterDidSaveChoice(failure);
+                }
+            },
+            Qt::QueuedConnection);
     });
+}
+
+std::optional<std::string> AppcastUpdater::make(const Change& change) const {
+    try {
+        change(defaults_);
+        return std::nullopt;
+    } catch (const tavrin::PlatformError& error) {
+        log(LogLevel::Error, error.what());
+        return error.what();
+    }
 }
 
 void AppcastUpdater::log(LogLevel level, std::string_view message) const {

@@ -15,9 +15,9 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <thread>
 
 class QObject;
+class QThreadPool;
 
 namespace tavrin {
 class UserDefaults;
@@ -33,9 +33,9 @@ namespace orvel {
 /// file, not on the version in the feed: whoever can forge the feed, but does not have the key,
 /// could still pass an older signed file off as a newer one.
 ///
-/// A check that fails on schedule is logged and tried again in an hour. Main thread; verifying,
-/// installing and saving settings happen on threads of their own, which the destructor waits for.
-/// Everything it is given is borrowed.
+/// A check that fails on schedule is logged and tried again in an hour. Main thread; what works on
+/// the download's file, and saving settings, happen on threads of their own, which the destructor
+/// waits for. Everything it is given is borrowed.
 class AppcastUpdater final : public SoftwareUpdater {
 public:
     static constexpr tavrin::Seconds checkInterval{86'400};
@@ -97,10 +97,13 @@ private:
 
     void scheduleCheck(tavrin::Seconds delay);
     void scheduleNextCheck();
+    void checkOnSchedule();
     void check(bool isUserInitiated);
+    void loadFeed();
     void receiveFeed(const URLResult& result);
     void show();
     void download();
+    void loadUpdate();
     void showProgress();
     void receiveUpdate(const URLResult& result);
     void verify();
@@ -109,12 +112,18 @@ private:
     void finishInstalling();
     /// Back to waiting for the next check.
     void endCycle();
+    void dropCycle();
     void refuse(const std::string& sentence);
 
     /// Runs the work on a thread, and then, unless the cycle has ended, the rest on this one, or
     /// refuses with what the work threw.
     void work(std::function<void()> job, void (AppcastUpdater::*then)());
-    void save(std::function<void(tavrin::UserDefaults&)> change);
+    using Change = std::function<void(tavrin::UserDefaults&)>;
+    void save(Change change);
+    /// And tells the delegate how that went.
+    void saveChoice(Change change);
+    /// Why it could not be made, if so.
+    std::optional<std::string> make(const Change& change) const;
     void log(LogLevel level, std::string_view message) const;
 
     URLSession& session_;
@@ -138,9 +147,10 @@ private:
     std::unique_ptr<Clock::Timer> timer_;
     /// Results come to it; with it they are dropped.
     std::unique_ptr<QObject> mainThread_;
-    // They end first.
-    std::jthread worker_;
-    std::jthread saver_;
+    // Of one thread each, because the last change of a setting has to stand. They end first, with
+    // all their work.
+    std::unique_ptr<QThreadPool> worker_;
+    std::unique_ptr<QThreadPool> saver_;
 };
 
 } // namespace orvel

@@ -157,6 +157,19 @@ TEST_F(UpdaterServiceTest, PublishesWhenItLastChecked) {
     EXPECT_EQ(changes_, 1);
 }
 
+TEST_F(UpdaterServiceTest, PublishesThatAChoiceCouldNotBeSaved) {
+    EXPECT_EQ(service().settingsError(), std::nullopt);
+    updater_.setSaveFailure("The disk is full.");
+    updater_.setAutomaticallyChecksForUpdates(false);
+    updater_.setAutomaticallyChecksForUpdates(true);
+    EXPECT_EQ(service().settingsError(), "The disk is full.");
+    EXPECT_EQ(changes_, 1);
+    updater_.setSaveFailure(std::nullopt);
+    updater_.setAutomaticallyChecksForUpdates(false);
+    EXPECT_EQ(service().settingsError(), std::nullopt);
+    EXPECT_EQ(changes_, 2);
+}
+
 TEST_F(UpdaterServiceTest, AChangeIsToldOnce) {
     service();
     updater_.setOffer(newer);

@@ -15,6 +15,7 @@
 #include "tests/support/SmallDisk.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/UpdateSigner.h"
+#include "tests/support/WaitUntil.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>
@@ -32,6 +33,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <semaphore>
 #include <string>
 #include <vector>
 
@@ -54,6 +56,7 @@ class RecordingDelegate final : public SoftwareUpdater::Delegate {
 public:
     bool isGentle = true;
     std::vector<std::string> told;
+    std::vector<std::string> saved;
     std::function<void()> onCheck;
 
     [[nodiscard]] bool supportsGentleScheduledUpdateReminders() const override { return isGentle; }
@@ -69,6 +72,9 @@ public:
         if (onCheck) {
             onCheck();
         }
+    }
+    void updaterDidSaveChoice(const std::optional<std::string>& failure) override {
+        saved.push_back(failure.value_or("saved"));
     }
 };
 
@@ -297,19 +303,84 @@ TEST_F(AppcastUpdaterScheduleTest, ASwitchThatCannotBeSavedHoldsForThisLaunch) {
     EXPECT_THAT(logged(), ElementsAre(testing::StartsWith("Could not write the settings")));
 }
 
+TEST_F(AppcastUpdaterScheduleTest, ChoicesAreSavedInTheirOrderWithoutWaitingForTheDisk) {
+    std::counting_semaphore<> disk(0);
+    defaults_.setOnWrite([&disk] { disk.acquire(); });
+    updater().setAutomaticallyChecksForUpdates(false);
+    updater().setAutomaticallyChecksForUpdates(true);
+    updater().setAutomaticallyChecksForUpdates(false);
+    EXPECT_THAT(delegate_.saved, IsEmpty());
+    EXPECT_FALSE(defaults_.contains(AppcastUpdater::automaticKey));
+    std::vector<bool> written;
+    for (std::size_t count = 1; count <= 3; ++count) {
+        disk.release();
+        ASSERT_TRUE(runUntil([&] { return delegate_.saved.size() == count; }));
+        written.push_back(*defaults_.boolean(AppcastUpdater::automaticKey));
+    }
+    EXPECT_THAT(written, ElementsAre(false, true, false));
+}
+
 TEST_F(AppcastUpdaterScheduleTest, AScheduledFindIsShownGently) {
     offer({item("2.0")});
     updater();
     pass(Seconds(0));
     EXPECT_THAT(userDriver_.shown(), ElementsAre("update 2.0 gently"));
     EXPECT_THAT(delegate_.told, ElementsAre("checked", "2.0 on schedule"));
-    pass(3 * day);
-    EXPECT_EQ(requests(), 1U);
-
     updater().checkForUpdates();
     EXPECT_THAT(userDriver_.shown(), ElementsAre("update 2.0 gently", "in focus"));
     EXPECT_THAT(delegate_.told, ElementsAre("checked", "2.0 on schedule", "2.0 seen"));
+    pass(3 * day);
     EXPECT_EQ(requests(), 1U);
+}
+
+TEST_F(AppcastUpdaterScheduleTest, AFindThatNobodyLooksAtGivesWayToANewerOne) {
+    offer({item("2.0")});
+    updater();
+    pass(Seconds(0));
+    EXPECT_EQ(clock_.untilNextTimer(), day);
+    pages_.erase(feedURL());
+    pass(day);
+    EXPECT_EQ(clock_.untilNextTimer(), hour);
+    offer({item("1.5")});
+    pass(hour);
+    offer({item("2.0")});
+    pass(day);
+    EXPECT_EQ(updater().lastUpdateCheckDate(), clock_.now());
+    EXPECT_THAT(userDriver_.shown(), ElementsAre("update 2.0 gently"));
+
+    offer({item("2.0"), item("2.1")});
+    pass(day);
+    EXPECT_EQ(requests(), 5U);
+    EXPECT_THAT(userDriver_.shown(), ElementsAre("update 2.0 gently", "update 2.1 gently"));
+    EXPECT_THAT(
+        delegate_.told,
+        ElementsAre(
+            "checked", "2.0 on schedule", "checked", "checked", "checked", "2.1 on schedule"));
+    updater().choose(Choice::Install);
+    EXPECT_TRUE(shows("ready 2.1"));
+}
+
+TEST_F(AppcastUpdaterScheduleTest, WhatANewerCheckFindsComesTooLateForWhoHasLooked) {
+    offer({item("2.0")});
+    updater();
+    pass(Seconds(0));
+    offer({item("2.1")});
+    clock_.advance(day);
+    updater().checkForUpdates();
+    processEvents();
+    EXPECT_THAT(userDriver_.shown(), ElementsAre("update 2.0 gently", "in focus"));
+    EXPECT_EQ(session_.inFlight(), 0U);
+    EXPECT_EQ(clock_.untilNextTimer(), std::nullopt);
+}
+
+TEST_F(AppcastUpdaterScheduleTest, WhileAFindIsShownGentlyChecksCanBeSwitchedOff) {
+    offer({item("2.0")});
+    updater();
+    pass(Seconds(0));
+    updater().setAutomaticallyChecksForUpdates(false);
+    EXPECT_EQ(clock_.untilNextTimer(), std::nullopt);
+    updater().setAutomaticallyChecksForUpdates(true);
+    EXPECT_EQ(clock_.untilNextTimer(), day);
 }
 
 TEST_F(AppcastUpdaterScheduleTest, WithoutGentleRemindersAScheduledFindIsInFocus) {
@@ -407,6 +478,30 @@ TEST_F(AppcastUpdaterScheduleTest, ACheckCanBeCancelled) {
     EXPECT_TRUE(shows("no update"));
 }
 
+TEST_F(AppcastUpdaterScheduleTest, ACheckCanBeCancelledByWhomItTells) {
+    offer({item("2.0")});
+    delegate_.onCheck = [this] {
+        updater_->cancel();
+    };
+    updater().checkForUpdates();
+    processEvents();
+    EXPECT_THAT(delegate_.told, ElementsAre("checked"));
+    EXPECT_THAT(userDriver_.shown(), ElementsAre("checking"));
+    EXPECT_EQ(clock_.untilNextTimer(), hour);
+}
+
+TEST_F(AppcastUpdaterScheduleTest, ADownloadCanBeCancelledBeforeItBegins) {
+    offer({item("2.0")});
+    updater().checkForUpdates();
+    ASSERT_TRUE(shows("update 2.0 in focus"));
+    updater().choose(Choice::Install);
+    EXPECT_EQ(userDriver_.shown().back(), "download");
+    updater().cancel();
+    updater_.reset();
+    processEvents();
+    EXPECT_EQ(requests(), 1U);
+}
+
 TEST_F(AppcastUpdaterScheduleTest, ADownloadIsShownAndCanBeCancelled) {
     offer({item("2.0")});
     updater().checkForUpdates();
@@ -415,6 +510,7 @@ TEST_F(AppcastUpdaterScheduleTest, ADownloadIsShownAndCanBeCancelled) {
     updater().choose(Choice::Install);
     EXPECT_EQ(userDriver_.received(), 0U);
     EXPECT_EQ(userDriver_.expected(), 3U);
+    ASSERT_TRUE(runUntil([this] { return requests() == 2; }));
     ASSERT_TRUE(session_.requests().back().receiver("ne"));
     pass(AppcastUpdater::progressInterval);
     EXPECT_EQ(userDriver_.received(), 2U);
@@ -435,7 +531,7 @@ TEST_F(AppcastUpdaterScheduleTest, WhatIsReadyCanStillBePutOff) {
         ASSERT_TRUE(shows("ready 2.0"));
         updater().choose(choice);
         EXPECT_EQ(content(place_), "old");
-        EXPECT_THAT(leftovers(), IsEmpty());
+        EXPECT_TRUE(waitUntil([this] { return leftovers().empty(); }));
     }
 }
 
@@ -866,7 +962,7 @@ TEST_F(AppcastUpdaterDownloadTest, ADownloadThatCannotBeTrustedIsRefusedAndRemov
         EXPECT_EQ(outcome().back(), each.sentence) << each.name;
         EXPECT_THAT(userDriver_.shown(), testing::Not(testing::Contains("ready 2.0"))) << each.name;
         EXPECT_EQ(content(place_), "old") << each.name;
-        EXPECT_THAT(leftovers(), IsEmpty()) << each.name;
+        EXPECT_TRUE(waitUntil([this] { return leftovers().empty(); })) << each.name;
     }
 }
 
@@ -879,9 +975,10 @@ TEST_F(AppcastUpdaterDownloadTest, AFullDiskIsSaidBeforeTheDownload) {
         ElementsAre(
             "checking",
             "update 2.0 in focus",
+            "download",
             testing::StartsWith("Could not store the update beside " + place_.string())));
     EXPECT_EQ(content(place_), "old");
-    EXPECT_THAT(leftovers(), IsEmpty());
+    EXPECT_TRUE(waitUntil([this] { return leftovers().empty(); }));
     EXPECT_EQ(server_.requests().size(), 1U);
 }
 

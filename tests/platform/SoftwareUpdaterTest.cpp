@@ -11,6 +11,7 @@
 #include "tests/support/RecordingUserDriver.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/UpdateSigner.h"
+#include "tests/support/WaitUntil.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -33,6 +34,10 @@ struct FakeFixture {
             version ? std::optional(SoftwareUpdate{*version, *version, "", 3}) : std::nullopt);
     }
     void passADay() { updater.passADay(); }
+    void letSavingFail(bool fails) {
+        updater.setSaveFailure(
+            fails ? std::optional<std::string>("Could not write the settings.") : std::nullopt);
+    }
 
     SoftwareUpdater::Feed feed{"https://h/feed.xml", "key"};
     FakeSoftwareUpdater updater;
@@ -55,6 +60,7 @@ struct AppcastFixture {
         text = builder.text();
     }
     void passADay() { clock.advance(AppcastUpdater::checkInterval); }
+    void letSavingFail(bool fails) { defaults.setFailsWrites(fails); }
 
     UpdateSigner signer;
     std::string text = AppcastBuilder().text();
@@ -77,6 +83,7 @@ struct AppcastFixture {
 class RecordingDelegate final : public SoftwareUpdater::Delegate {
 public:
     std::vector<std::string> told;
+    std::vector<std::string> saved;
 
     [[nodiscard]] bool supportsGentleScheduledUpdateReminders() const override { return true; }
     void standardUserDriverWillHandleShowingUpdate(
@@ -87,6 +94,9 @@ public:
         told.push_back(update.version + " seen");
     }
     void updaterDidFinishUpdateCheck() override { told.emplace_back("checked"); }
+    void updaterDidSaveChoice(const std::optional<std::string>& failure) override {
+        saved.push_back(failure.value_or("saved"));
+    }
 };
 
 template <typename Fixture>
@@ -179,6 +189,51 @@ TYPED_TEST(SoftwareUpdaterTest, WithoutAutomaticChecksOnlyAskingHelps) {
     EXPECT_THAT(this->delegate_.told, IsEmpty());
     this->checkForUpdates();
     EXPECT_THAT(this->delegate_.told, ElementsAre("checked"));
+}
+
+TYPED_TEST(SoftwareUpdaterTest, TheDelegateLearnsWhetherAChoiceWasSaved) {
+    const auto saves = [this](std::size_t count) {
+        return waitUntil([this, count] { return this->delegate_.saved.size() == count; });
+    };
+    this->fixture_.letSavingFail(true);
+    this->updater().setAutomaticallyChecksForUpdates(false);
+    ASSERT_TRUE(saves(1));
+    EXPECT_THAT(this->delegate_.saved.back(), testing::StartsWith("Could not write the settings"));
+    EXPECT_FALSE(this->updater().automaticallyChecksForUpdates());
+
+    this->fixture_.letSavingFail(false);
+    this->updater().setAutomaticallyChecksForUpdates(true);
+    ASSERT_TRUE(saves(2));
+    EXPECT_EQ(this->delegate_.saved.back(), "saved");
+
+    this->fixture_.offer("2.0");
+    this->passADay();
+    this->fixture_.letSavingFail(true);
+    this->updater().choose(Choice::Skip);
+    ASSERT_TRUE(saves(3));
+    EXPECT_THAT(this->delegate_.saved.back(), testing::StartsWith("Could not write the settings"));
+}
+
+TYPED_TEST(SoftwareUpdaterTest, WhatIsShownGentlyGivesWayToSomethingNewer) {
+    this->fixture_.offer("2.0");
+    this->passADay();
+    this->passADay();
+    EXPECT_THAT(this->userDriver_.shown(), ElementsAre("update 2.0 gently"));
+    this->fixture_.offer("2.1");
+    this->passADay();
+    EXPECT_THAT(this->userDriver_.shown(), ElementsAre("update 2.0 gently", "update 2.1 gently"));
+    this->delegate_.told.clear();
+    this->updater().choose(Choice::Later);
+    EXPECT_THAT(this->delegate_.told, ElementsAre("2.1 seen"));
+}
+
+TYPED_TEST(SoftwareUpdaterTest, WhatTheUserHasLookedAtStays) {
+    this->fixture_.offer("2.0");
+    this->passADay();
+    this->updater().noteUserAttention();
+    this->fixture_.offer("2.1");
+    this->passADay();
+    EXPECT_THAT(this->userDriver_.shown(), ElementsAre("update 2.0 gently"));
 }
 
 TYPED_TEST(SoftwareUpdaterTest, WhenStoppedItIsSilent) {

@@ -18,9 +18,12 @@ public:
     /// The time of all checks from now on.
     void setTime(tavrin::Date time) { time_ = time; }
 
+    /// Why no choice can be saved from now on, or that it can.
+    void setSaveFailure(std::optional<std::string> failure) { saveFailure_ = std::move(failure); }
+
     /// A scheduled check becomes due.
     void passADay() {
-        if (delegate_ != nullptr && isAutomatic_ && !shown_) {
+        if (delegate_ != nullptr && isAutomatic_ && (!shown_ || isUnseen_)) {
             check(false);
         }
     }
@@ -55,7 +58,10 @@ public:
     }
 
     [[nodiscard]] bool automaticallyChecksForUpdates() const override { return isAutomatic_; }
-    void setAutomaticallyChecksForUpdates(bool isAutomatic) override { isAutomatic_ = isAutomatic; }
+    void setAutomaticallyChecksForUpdates(bool isAutomatic) override {
+        isAutomatic_ = isAutomatic;
+        tellOfSaving();
+    }
     [[nodiscard]] std::optional<tavrin::Date> lastUpdateCheckDate() const override {
         return lastCheck_;
     }
@@ -66,27 +72,35 @@ public:
             const SoftwareUpdate update = *std::exchange(shown_, std::nullopt);
             if (choice == Choice::Skip) {
                 skipped_ = update.version;
+                tellOfSaving();
             }
             delegate_->standardUserDriverDidReceiveUserAttention(update);
         }
     }
     void noteUserAttention() override {
         if (shown_) {
+            isUnseen_ = false;
             delegate_->standardUserDriverDidReceiveUserAttention(*shown_);
         }
     }
     void cancel() override { choose(Choice::Later); }
 
 private:
+    void tellOfSaving() {
+        if (delegate_ != nullptr) {
+            delegate_->updaterDidSaveChoice(saveFailure_);
+        }
+    }
+
     void check(bool isUserInitiated) {
         lastCheck_ = time_;
         delegate_->updaterDidFinishUpdateCheck();
-        if (offer_ && (isUserInitiated || offer_->version != skipped_)) {
+        if (offer_ && offer_ != shown_ && (isUserInitiated || offer_->version != skipped_)) {
             shown_ = offer_;
+            isUnseen_ = !isUserInitiated && delegate_->supportsGentleScheduledUpdateReminders();
+            const Showing showing = isUnseen_ ? Showing::Gently : Showing::InFocus;
             delegate_->standardUserDriverWillHandleShowingUpdate(*shown_, isUserInitiated);
-            const bool isGentle =
-                !isUserInitiated && delegate_->supportsGentleScheduledUpdateReminders();
-            userDriver_->showUpdate(*shown_, isGentle ? Showing::Gently : Showing::InFocus);
+            userDriver_->showUpdate(*shown_, showing);
         } else if (isUserInitiated) {
             userDriver_->showNoUpdate();
         }
@@ -95,6 +109,8 @@ private:
     std::optional<SoftwareUpdate> offer_;
     tavrin::Date time_;
     std::optional<SoftwareUpdate> shown_;
+    bool isUnseen_ = false;
+    std::optional<std::string> saveFailure_;
     std::string skipped_;
     std::optional<tavrin::Date> lastCheck_;
     bool isAutomatic_ = true;

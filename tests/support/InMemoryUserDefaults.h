@@ -5,6 +5,7 @@
 #include "core/UserDefaults.h"
 
 #include <cerrno>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -21,6 +22,9 @@ public:
         const std::lock_guard lock(mutex_);
         failsWrites_ = failsWrites;
     }
+
+    /// Called before every write, on its thread.
+    void setOnWrite(std::function<void()> onWrite) { onWrite_ = std::move(onWrite); }
 
     [[nodiscard]] bool contains(std::string_view key) const {
         const std::lock_guard lock(mutex_);
@@ -64,6 +68,9 @@ private:
     }
 
     void set(std::string_view key, Value value) {
+        if (onWrite_) {
+            onWrite_();
+        }
         const std::lock_guard lock(mutex_);
         checkWritable();
         values_.insert_or_assign(std::string(key), std::move(value));
@@ -78,6 +85,7 @@ private:
     mutable std::mutex mutex_;
     std::map<std::string, Value, std::less<>> values_;
     bool failsWrites_ = false;
+    std::function<void()> onWrite_;
 };
 
 } // namespace orvel::test

@@ -23,6 +23,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -306,6 +307,17 @@ TEST_F(SettingsViewTest, SwitchesAutomaticChecks) {
     EXPECT_FALSE(with_.softwareUpdater.automaticallyChecksForUpdates());
     box("checksAutomatically")->click();
     EXPECT_TRUE(with_.softwareUpdater.automaticallyChecksForUpdates());
+}
+
+TEST_F(SettingsViewTest, SaysWhenTheSwitchOfAutomaticChecksCannotBeSaved) {
+    open();
+    with_.softwareUpdater.setSaveFailure("Could not save the agent's settings: full.");
+    box("checksAutomatically")->click();
+    EXPECT_FALSE(box("checksAutomatically")->isChecked());
+    EXPECT_EQ(text("settingsError"), "Could not save the agent's settings: full.");
+    with_.softwareUpdater.setSaveFailure(std::nullopt);
+    box("checksAutomatically")->click();
+    EXPECT_EQ(text("settingsError"), "");
 }
 
 TEST_F(SettingsViewTest, ChecksForUpdatesInFront) {
