@@ -142,7 +142,7 @@ struct EvolutionAddressBook::Reading {
     std::vector<tavrin::PlatformError> failures;
     /// Why there is nothing at all.
     std::optional<tavrin::PlatformError> error;
-    /// No session bus or no such service on it: not just now, but on this desktop.
+    /// No session bus or no such service on it.
     bool isMissing = false;
 
     /// Blocks. Without fields it only looks whether the service is there.
@@ -209,8 +209,13 @@ EvolutionAddressBook::~EvolutionAddressBook() = default;
 
 int EvolutionAddressBook::authorizationStatus() const {
     if (isMissing_) {
+        lookAgain();
         return restricted;
     }
+    return consent();
+}
+
+int EvolutionAddressBook::consent() const {
     if (defaults_.string(consentKey) == granted) {
         return authorized;
     }
@@ -218,9 +223,8 @@ int EvolutionAddressBook::authorizationStatus() const {
 }
 
 void EvolutionAddressBook::requestAccess(std::function<void(bool)> completion) {
-    const int status = authorizationStatus();
-    if (status != notDetermined) {
-        later([completion = std::move(completion), isGranted = status == authorized] {
+    if (!isMissing_ && consent() != notDetermined) {
+        later([completion = std::move(completion), isGranted = consent() == authorized] {
             completion(isGranted);
         });
         return;
@@ -231,8 +235,8 @@ void EvolutionAddressBook::requestAccess(std::function<void(bool)> completion) {
     }
     // Nobody is asked for what is not there.
     read(std::nullopt, [this](const Reading&) {
-        if (isMissing_ || !askUser_) {
-            answerRequests(false);
+        if (isMissing_ || consent() != notDetermined || !askUser_) {
+            answerRequests(!isMissing_ && consent() == authorized);
         } else {
             askUser();
         }
@@ -240,7 +244,7 @@ void EvolutionAddressBook::requestAccess(std::function<void(bool)> completion) {
 }
 
 void EvolutionAddressBook::enumerateCards(Fields fields, std::function<void(Cards)> completion) {
-    if (authorizationStatus() != authorized) {
+    if (consent() != authorized) {
         later([completion = std::move(completion)] {
             completion(tavrin::PlatformError::fromErrno(
                 EACCES, "Could not read the desktop's address book"));
@@ -259,14 +263,28 @@ void EvolutionAddressBook::enumerateCards(Fields fields, std::function<void(Card
     });
 }
 
+void EvolutionAddressBook::lookAgain() const {
+    if (std::exchange(isLooking_, true)) {
+        return;
+    }
+    startThread(
+        mainThread_.get(),
+        [] { return Reading::take(std::nullopt); },
+        [this](const Reading& reading) {
+            isLooking_ = false;
+            isMissing_ = reading.isMissing;
+        })
+        .detach();
+}
+
 void EvolutionAddressBook::later(std::function<void()> job) {
     QMetaObject::invokeMethod(mainThread_.get(), std::move(job), Qt::QueuedConnection);
 }
 
 void EvolutionAddressBook::read(std::optional<Fields> fields, std::function<void(Reading)> finish) {
     auto settle = [this, finish = std::move(finish)](Reading reading) {
-        if (reading.isMissing) {
-            isMissing_ = true;
+        isMissing_ = reading.isMissing;
+        if (isMissing_) {
             logOnce(*reading.error);
         }
         finish(std::move(reading));

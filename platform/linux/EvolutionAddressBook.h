@@ -23,8 +23,10 @@ namespace orvel {
 /// defaults. A refusal holds until the program ends, and no longer: there are no settings of the
 /// desktop's where the user could take it back, so the next launch may ask again. Without a session
 /// bus or without the service the status is `restricted`, which is found out, and logged, at the
-/// first request or enumeration. An address book that cannot be read while others can is left out,
-/// and logged. The same reason is logged once.
+/// first request or enumeration. A service may also have been too slow to start: every further
+/// request or enumeration looks again, and so does asking for the status, in the background. An
+/// address book that cannot be read while others can is left out, and logged. The same reason is
+/// logged once.
 ///
 /// Borrows the defaults and the log store. The service is awaited on threads of their own, which
 /// may outlive the object.
@@ -45,6 +47,9 @@ public:
 private:
     struct Reading;
 
+    /// What the user has decided, whether the service is there or not.
+    [[nodiscard]] int consent() const;
+    void lookAgain() const;
     void later(std::function<void()> job);
     void read(std::optional<Fields> fields, std::function<void(Reading)> finish);
     void logOnce(const tavrin::PlatformError& failure);
@@ -55,7 +60,9 @@ private:
     tavrin::UserDefaults& defaults_;
     LogStore& logStore_;
     AskUser askUser_;
-    bool isMissing_ = false;
+    /// As far as is known: asking for the status looks again.
+    mutable bool isMissing_ = false;
+    mutable bool isLooking_ = false;
     bool isRefused_ = false;
     bool isAsking_ = false;
     /// Every enumeration may fail in the same way.

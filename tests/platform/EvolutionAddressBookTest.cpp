@@ -6,6 +6,7 @@
 #include "tests/support/InMemoryUserDefaults.h"
 #include "tests/support/RecordingLogStore.h"
 #include "tests/support/RunTask.h"
+#include "tests/support/WaitUntil.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -87,7 +88,10 @@ protected:
 class EvolutionAddressBookOnOtherBusTest : public EvolutionAddressBookCase,
                                            public testing::WithParamInterface<OtherBus::Kind> {
 protected:
-    OtherBus bus_{GetParam()};
+    /// Until then everything was too slow to start.
+    void returnToTheDesktop() { bus_.reset(); }
+
+    std::optional<OtherBus> bus_{GetParam()};
 };
 
 std::string vcard(const std::string& lines) {
@@ -294,6 +298,32 @@ TEST_P(EvolutionAddressBookOnOtherBusTest, EarlierConsentIsWithoutEffect) {
     EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::restricted);
     EXPECT_FALSE(requestAccess(addressBook()));
     EXPECT_EQ(logged().size(), 1U);
+}
+
+TEST_P(EvolutionAddressBookOnOtherBusTest, TheStatusSoonTellsThatTheServiceIsThereAfterAll) {
+    grantAccess();
+    EXPECT_NE(errorOf(addressBook(), Fields::Identifiers), "");
+    returnToTheDesktop();
+    EXPECT_TRUE(test::waitUntil(
+        [this] { return addressBook().authorizationStatus() == AddressBook::authorized; }));
+}
+
+TEST_P(EvolutionAddressBookOnOtherBusTest, AnEnumerationLooksAgain) {
+    grantAccess();
+    EXPECT_NE(errorOf(addressBook(), Fields::Identifiers), "");
+    returnToTheDesktop();
+    EXPECT_EQ(errorOf(addressBook(), Fields::Identifiers), "");
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::authorized);
+}
+
+TEST_P(EvolutionAddressBookOnOtherBusTest, ARequestLooksAgain) {
+    onQuestion_ = [this] {
+        answer_(true);
+    };
+    EXPECT_FALSE(requestAccess(addressBook()));
+    returnToTheDesktop();
+    EXPECT_TRUE(requestAccess(addressBook()));
+    EXPECT_EQ(questions_, 1);
 }
 
 } // namespace orvel
