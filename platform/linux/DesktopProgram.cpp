@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
+#include <string_view>
 #include <utility>
 
 namespace orvel {
@@ -22,10 +23,19 @@ using Result = std::variant<FinishedProgram, tavrin::PlatformError>;
 
 constexpr std::size_t maximumOutputBytes = std::size_t{64} << 10U;
 
+bool isVariable(std::string_view entry, std::string_view name) {
+    return entry.starts_with(name) && entry.substr(name.size()).starts_with('=');
+}
+
+/// Without the right to come to the front that this process was started with: it was for this one,
+/// and for once.
 std::vector<std::string> ownEnvironment() {
     std::vector<std::string> variables;
     for (char** variable = environ; *variable != nullptr; ++variable) {
-        variables.emplace_back(*variable);
+        if (!isVariable(*variable, "XDG_ACTIVATION_TOKEN") &&
+            !isVariable(*variable, "DESKTOP_STARTUP_ID")) {
+            variables.emplace_back(*variable);
+        }
     }
     return variables;
 }

@@ -27,17 +27,18 @@ enum class ProgramOutput {
 };
 
 /// Runs one of the desktop's programs, found on the PATH, which gets nothing to read, no variable
-/// of ours ("ORVEL_…"), and no terminal: it lives on as long as it likes, whatever becomes of this
-/// process. Then calls back on this thread with its end, or the reason why it did not start, unless
-/// the context has gone by then; never before this returns.
+/// of ours ("ORVEL_…"), no token to come to the front that was given to us, and no terminal: it
+/// lives on as long as it likes, whatever becomes of this process. Then calls back on this thread
+/// with its end, or the reason why it did not start, unless the context has gone by then; never
+/// before this returns.
 void runDesktopProgram(
     std::vector<std::string> commandLine,
     ProgramOutput output,
     QObject* context,
     std::function<void(std::variant<FinishedProgram, tavrin::PlatformError>)> end);
 
-/// Starts, before it returns, what lives on after this process: as above, but with all of this
-/// process's variables, and nobody waits for it. Gives the reason when it could not be started.
+/// Starts, before it returns, what lives on after this process: as above, but with the variables
+/// that are ours, and nobody waits for it. Gives the reason when it could not be started.
 [[nodiscard]] std::optional<tavrin::PlatformError>
 startSuccessor(std::vector<std::string> commandLine);
 

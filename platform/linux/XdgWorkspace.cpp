@@ -71,13 +71,15 @@ std::vector<std::vector<std::string>> contactsPanels() {
 /// Waits a second, and for the process of that number, should that take longer to end; but not for
 /// ever.
 constexpr auto relaunchScript =
-    R"(sleep 1; for i in 1 2 3 4 5 6 7 8 9; do kill -0 "$1" 2>/dev/null || break; sleep 1; done; exec "$0")";
+    R"(i=0; while sleep "$2"; [ $i -lt 60 ] && kill -0 "$1" 2>/dev/null; do i=$((i + 1)); done; exec "$0")";
 
 } // namespace
 
-XdgWorkspace::XdgWorkspace(Clock& clock, std::filesystem::path ownProgram)
+XdgWorkspace::XdgWorkspace(
+    Clock& clock, std::filesystem::path ownProgram, tavrin::Seconds relaunchPause)
     : clock_(clock),
       ownProgram_(std::move(ownProgram)),
+      relaunchPause_(relaunchPause),
       launcher_(clock),
       fileManager_(clock, launcher_),
       context_(std::make_unique<QObject>()) {}
@@ -171,7 +173,12 @@ void XdgWorkspace::activate() {}
 void XdgWorkspace::scheduleRelaunch() {
     // Ignored when it fails, as the port has it.
     static_cast<void>(startSuccessor(
-        {"/bin/sh", "-c", relaunchScript, ownProgram_.string(), std::to_string(getpid())}));
+        {"/bin/sh",
+         "-c",
+         relaunchScript,
+         ownProgram_.string(),
+         std::to_string(getpid()),
+         fmt::format("{}", relaunchPause_.count())}));
 }
 
 void XdgWorkspace::terminate() {

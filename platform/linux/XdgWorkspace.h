@@ -29,8 +29,12 @@ namespace orvel {
 /// ours outside the tray: the activation policy is only kept. Borrows the clock.
 class XdgWorkspace final : public Workspace {
 public:
-    /// The program is what a relaunch starts.
-    XdgWorkspace(Clock& clock, std::filesystem::path ownProgram);
+    /// The program is what a relaunch starts: after that pause at the earliest, and when this
+    /// process still runs then, after up to sixty more of them.
+    XdgWorkspace(
+        Clock& clock,
+        std::filesystem::path ownProgram,
+        tavrin::Seconds relaunchPause = tavrin::Seconds(1));
     ~XdgWorkspace() override;
 
     void openURL(std::string url, Completion completion) override;
@@ -72,6 +76,7 @@ private:
 
     Clock& clock_;
     std::filesystem::path ownProgram_;
+    tavrin::Seconds relaunchPause_;
     ActivationPolicy policy_ = ActivationPolicy::Accessory;
     Subscribers activated_;
     Subscribers motionChanged_;

@@ -237,6 +237,16 @@ TEST_F(XdgWorkspaceTest, KeepsOurVariablesFromTheBrowser) {
     EXPECT_THAT(browser_.environment(), HasSubstr("PATH="));
 }
 
+TEST_F(XdgWorkspaceTest, KeepsTheRightToComeToTheFrontFromTheBrowser) {
+    qputenv("XDG_ACTIVATION_TOKEN", "ours");
+    qputenv("DESKTOP_STARTUP_ID", "ours");
+    EXPECT_EQ(failureOf("https://www.example.com/"), "");
+    qunsetenv("XDG_ACTIVATION_TOKEN");
+    qunsetenv("DESKTOP_STARTUP_ID");
+    EXPECT_THAT(browser_.environment(), Not(HasSubstr("XDG_ACTIVATION_TOKEN=")));
+    EXPECT_THAT(browser_.environment(), Not(HasSubstr("DESKTOP_STARTUP_ID=")));
+}
+
 TEST_F(XdgWorkspaceTest, DestroyingItLeavesTheBrowserAlone) {
     browser_.stayOpen();
     open("https://www.example.com/");
@@ -347,13 +357,15 @@ TEST_F(XdgWorkspaceHomeTest, SaysThatTheDesktopHasNothingForContacts) {
 TEST_F(XdgWorkspaceHomeTest, RelaunchesAfterItsEnd) {
     const std::filesystem::path program = home_ / "successor $HOME";
     const std::filesystem::path report = home_ / "report";
-    std::ofstream(program) << "#!/bin/sh\n"
-                           << "{ echo variable=$ORVEL_AGENT_BUNDLE; ls /proc/self/fd | wc -l\n"
-                           << "  echo session=$(cut -d ' ' -f 6 /proc/self/stat); } >" << report
-                           << ".new\nmv " << report << ".new " << report << '\n';
+    std::ofstream(program)
+        << "#!/bin/sh\n"
+        << "{ echo variable=$ORVEL_AGENT_BUNDLE$XDG_ACTIVATION_TOKEN; ls /proc/self/fd | wc -l\n"
+        << "  echo session=$(cut -d ' ' -f 6 /proc/self/stat); } >" << report << ".new\nmv "
+        << report << ".new " << report << '\n';
     std::filesystem::permissions(program, std::filesystem::perms::owner_all);
     Program probe(
-        {{WORKSPACE_PROBE, "relaunch", program.string()}, {{"ORVEL_AGENT_BUNDLE", "bundle"}}});
+        {{WORKSPACE_PROBE, "relaunch", program.string(), "0.1"},
+         {{"ORVEL_AGENT_BUNDLE", "bundle"}, {"XDG_ACTIVATION_TOKEN", "ours"}}});
     EXPECT_EQ(probe.wait(), 0);
     EXPECT_FALSE(std::filesystem::exists(report));
     ASSERT_TRUE(waitUntil([&] { return std::filesystem::exists(report); }));
@@ -362,6 +374,19 @@ TEST_F(XdgWorkspaceHomeTest, RelaunchesAfterItsEnd) {
     // The three standard ones, and that of listing them.
     EXPECT_THAT(text, HasSubstr("\n4\n"));
     EXPECT_THAT(text, Not(HasSubstr("session=" + std::to_string(getsid(0)) + "\n")));
+}
+
+TEST_F(XdgWorkspaceHomeTest, RelaunchesAfterAMinuteWhenItDoesNotEnd) {
+    install("sleep");
+    install("successor");
+    Program probe({{WORKSPACE_PROBE, "linger", (home_ / "bin/successor").string()}, {}});
+    EXPECT_TRUE(waitUntil([this] { return ran().ends_with("successor \n"); }));
+    EXPECT_FALSE(probe.waitFor({}).has_value());
+    std::string expected;
+    for (int second = 0; second < 61; ++second) {
+        expected += "sleep 1\n";
+    }
+    EXPECT_EQ(ran(), expected + "successor \n");
 }
 
 TEST_F(XdgWorkspaceCopiesTest, OneIsLeftOfThoseThatStartInTheSameInstant) {

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // usage: workspace-probe claim IDENTIFIER
-//        workspace-probe relaunch PROGRAM
+//        workspace-probe relaunch PROGRAM SECONDS
+//        workspace-probe linger PROGRAM
 //        workspace-probe motion
 //
 // Uses the desktop as a process of its own. "claim" prints "first", stays until it is ended and
 // prints "activated" whenever it was; or prints "other PID", activates that copy, and ends.
+// "relaunch" has the program started after that pause, and ends; "linger" does not end by itself.
 // "motion" prints whether motion is to be reduced, at first and whenever that changes.
 #include "platform/linux/XdgWorkspace.h"
 #include "tests/support/ManualClock.h"
@@ -21,10 +23,14 @@ int main(int argc, char** argv) {
     const std::string command = argv[1];
     const std::string argument = argc > 2 ? argv[2] : "";
     test::ManualClock clock;
-    XdgWorkspace workspace(clock, argument);
     if (command == "relaunch") {
-        workspace.scheduleRelaunch();
+        XdgWorkspace(clock, argument, tavrin::Seconds(std::stod(argv[3]))).scheduleRelaunch();
         return 0;
+    }
+    XdgWorkspace workspace(clock, argument);
+    if (command == "linger") {
+        workspace.scheduleRelaunch();
+        return QCoreApplication::exec();
     }
     if (command == "motion") {
         const auto print = [&] {
