@@ -3,10 +3,10 @@
 
 #include "platform/linux/SessionBus.h"
 
-#include <QDBusArgument>
 #include <QDBusMessage>
 #include <QDBusReply>
 #include <QDBusVirtualObject>
+#include <QObject>
 #include <QString>
 #include <QVariantMap>
 
@@ -19,10 +19,6 @@ namespace {
 
 constexpr auto applicationInterface = "org.freedesktop.Application";
 constexpr auto activate = "Activate";
-constexpr auto tokenVariable = "XDG_ACTIVATION_TOKEN";
-constexpr auto tokenKey = "activation-token";
-constexpr auto startupVariable = "DESKTOP_STARTUP_ID";
-constexpr auto startupKey = "desktop-startup-id";
 constexpr auto busTimeout = static_cast<int>(InstanceName::longestWait.count());
 
 QDBusMessage busMethod(const char* method) {
@@ -31,17 +27,6 @@ QDBusMessage busMethod(const char* method) {
         QStringLiteral("/org/freedesktop/DBus"),
         QStringLiteral("org.freedesktop.DBus"),
         QString::fromLatin1(method));
-}
-
-QVariantMap platformData() {
-    QVariantMap data;
-    for (const auto& [variable, key] :
-         {std::pair(tokenVariable, tokenKey), std::pair(startupVariable, startupKey)}) {
-        if (const QString value = qEnvironmentVariable(variable); !value.isEmpty()) {
-            data.insert(QString::fromLatin1(key), value);
-        }
-    }
-    return data;
 }
 
 /// Who has the name; nothing when nobody has it any more, and a silent bus when that is unknown.
@@ -61,8 +46,12 @@ ownerOf(const QString& name, const QDBusConnection& connection) {
 
 } // namespace
 
+/// Not to be replaced, and not to replace.
+enum class InstanceName::Otherwise : std::uint32_t { Wait = 0, GiveUp = 4 };
+
 /// What others on the bus can reach. There are no documents and no actions: whatever is asked for,
-/// the user wants to see the application.
+/// the user wants to see the application. A token with which a window could come to the front is
+/// dropped: Qt's windows take one only from the environment, which other threads read at any time.
 class InstanceName::Application final : public QDBusVirtualObject {
 public:
     explicit Application(std::function<void()> activated) : activated_(std::move(activated)) {}
@@ -85,12 +74,6 @@ public:
              call != QLatin1String("ActivateAction(sava{sv})"))) {
             return false;
         }
-        const auto data = qdbus_cast<QVariantMap>(message.arguments().constLast());
-        const QByteArray token = data.value(QString::fromLatin1(tokenKey)).toString().toUtf8();
-        if (!token.isEmpty()) {
-            // Where Qt's windows look for it when they are shown next.
-            qputenv(tokenVariable, token);
-        }
         const bool isSent = connection.send(message.createReply());
         activated_();
         return isSent;
@@ -101,43 +84,60 @@ private:
 };
 
 InstanceName::InstanceName(std::string name, std::function<void()> activated)
-    : name_(std::move(name)), application_(std::make_unique<Application>(std::move(activated))) {}
+    : name_(std::move(name)),
+      application_(std::make_unique<Application>(std::move(activated))),
+      context_(std::make_unique<QObject>()) {}
 
 InstanceName::~InstanceName() = default;
 
 InstanceName::Outcome InstanceName::take() {
     if (!bus_) {
-        bus_ = SessionBus::await(longestWait);
+        bus_ = SessionBus::await(longestWait, context_.get(), [this](auto bus) {
+            bus_ = std::move(bus);
+            takeLate();
+        });
     }
     if (!bus_) {
         return NoBus();
     }
     // Before the name: whoever finds that finds the object, too.
     bus_->connection().registerVirtualObject(path(), application_.get());
-    const QString name = QString::fromStdString(name_);
-    QDBusMessage request = busMethod("RequestName");
-    // Not to be replaced, not to replace, and not to queue up.
-    constexpr quint32 flags = 0x4U;
-    request << name << flags;
+    const QDBusMessage request = requestName(Otherwise::GiveUp);
     // The other copy may end between the two questions; but not time and again.
     for (int attempt = 0; attempt < 10; ++attempt) {
         constexpr quint32 exists = 3;
         const QDBusReply<quint32> reply =
             bus_->connection().call(request, QDBus::Block, busTimeout);
         if (!reply.isValid()) {
+            takeLate();
             return NoBus();
         }
         if (reply.value() != exists) {
             return Own();
         }
-        if (const auto owner = ownerOf(name, bus_->connection())) {
+        if (const auto owner = ownerOf(QString::fromStdString(name_), bus_->connection())) {
             return *owner;
         }
     }
     return NoBus();
 }
 
+QDBusMessage InstanceName::requestName(Otherwise otherwise) const {
+    QDBusMessage request = busMethod("RequestName");
+    request << QString::fromStdString(name_) << static_cast<quint32>(otherwise);
+    return request;
+}
+
+void InstanceName::takeLate() {
+    bus_->connection().registerVirtualObject(path(), application_.get());
+    // By now this is the one copy, or one of those that cannot see each other.
+    bus_->connection().send(requestName(Otherwise::Wait));
+}
+
 void InstanceName::activateOwner() {
+    if (!bus_) {
+        bus_ = SessionBus::await(longestWait, context_.get(), [](auto) {});
+    }
     if (!bus_) {
         return;
     }
@@ -147,7 +147,7 @@ void InstanceName::activateOwner() {
         QString::fromLatin1(applicationInterface),
         QString::fromLatin1(activate));
     call.setAutoStartService(false);
-    call << platformData();
+    call << QVariantMap();
     bus_->connection().call(call, QDBus::Block, busTimeout);
 }
 

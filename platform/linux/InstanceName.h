@@ -8,6 +8,8 @@
 #include <string>
 #include <variant>
 
+class QDBusMessage;
+class QObject;
 class QString;
 
 namespace orvel {
@@ -16,7 +18,7 @@ class SessionBus;
 
 /// A program's name on the session bus, which one process can have, and the object under it that
 /// other copies ask to come to the front (org.freedesktop.Application). A bus that is lost later
-/// only takes the asking along. Main thread.
+/// only takes the asking along, and one that is late brings it. Main thread.
 class InstanceName final {
 public:
     struct Own {};
@@ -37,21 +39,28 @@ public:
     InstanceName(const InstanceName&) = delete;
     InstanceName& operator=(const InstanceName&) = delete;
 
-    /// Takes the name for as long as this object lives, unless another process has it. Waits.
+    /// Takes the name for as long as this object lives, unless another process has it. Waits. When
+    /// the bus does not answer in time, the name is taken as soon as it does and nobody else has
+    /// it.
     [[nodiscard]] Outcome take();
 
-    /// Asks whoever has the name to come to the front, and hands over the right to do so that
-    /// whoever started this process gave it. Waits.
+    /// Asks whoever has the name to come to the front. Waits.
     void activateOwner();
 
 private:
     class Application;
+    /// What to do when somebody else has the name.
+    enum class Otherwise : std::uint32_t;
 
+    [[nodiscard]] QDBusMessage requestName(Otherwise otherwise) const;
+    void takeLate();
     [[nodiscard]] QString path() const;
 
     std::string name_;
     std::unique_ptr<Application> application_;
     std::unique_ptr<SessionBus> bus_;
+    /// Destroyed first: what comes back is dropped with it.
+    std::unique_ptr<QObject> context_;
 };
 
 } // namespace orvel

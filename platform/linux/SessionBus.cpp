@@ -9,7 +9,13 @@
 #include <QString>
 #include <QTimer>
 
+#include <unistd.h>
+
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
 #include <future>
+#include <mutex>
 #include <thread>
 #include <utility>
 
@@ -22,12 +28,27 @@ QString nextConnectionName() {
     return QStringLiteral("orvel %1").arg(++last);
 }
 
+std::jthread& latestThread();
+
+/// A bus that says nothing keeps its thread, and Qt's own, for as long as the bus library waits.
+/// The process then ends without them, and without the rest of its statics.
+void awaitLatestThread(int status, void*) {
+    constexpr std::chrono::seconds limit{1};
+    const auto end = std::async(std::launch::async, [] { latestThread() = std::jthread(); });
+    if (end.wait_for(limit) != std::future_status::ready) {
+        std::fflush(nullptr);
+        _exit(status);
+    }
+}
+
 /// The latest of the threads that connect. The end of the process waits for it, because Qt's part
-/// of a connection must not go before: this is made after that, and so destroyed earlier.
+/// of a connection must not go before: this is made after that, and so ends earlier.
 std::jthread& latestThread() {
     static const bool isQtsPartMade = !QDBusConnection(QStringLiteral("none")).isConnected();
     static std::jthread thread;
+    static const int isAwaited = on_exit(awaitLatestThread, nullptr);
     static_cast<void>(isQtsPartMade);
+    static_cast<void>(isAwaited);
     return thread;
 }
 
@@ -42,6 +63,35 @@ std::unique_ptr<SessionBus> connectNamed(const QString& name) {
         QDBusConnection::connectToBus(QDBusConnection::SessionBus, name));
     return bus->isConnected() ? std::move(bus) : nullptr;
 }
+
+/// Hands a connection over to a thread that waits for it for a while.
+class Awaiting final {
+public:
+    /// Gives it back when nobody waits any more.
+    std::unique_ptr<SessionBus> offer(std::unique_ptr<SessionBus> bus) {
+        const std::lock_guard lock(mutex_);
+        if (isOver_) {
+            return bus;
+        }
+        bus_ = std::move(bus);
+        isOver_ = true;
+        offered_.notify_one();
+        return nullptr;
+    }
+
+    std::unique_ptr<SessionBus> take(std::chrono::milliseconds limit) {
+        std::unique_lock lock(mutex_);
+        offered_.wait_for(lock, limit, [this] { return isOver_; });
+        isOver_ = true;
+        return std::move(bus_);
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable offered_;
+    bool isOver_ = false;
+    std::unique_ptr<SessionBus> bus_;
+};
 
 } // namespace
 
@@ -66,17 +116,22 @@ void SessionBus::connect(QObject* context, Clock& clock, Connected connected) {
         });
 }
 
-std::unique_ptr<SessionBus> SessionBus::await(std::chrono::milliseconds limit) {
+std::unique_ptr<SessionBus>
+SessionBus::await(std::chrono::milliseconds limit, QObject* context, Connected late) {
     qRegisterMetaType<QDBusObjectPath>();
-    std::promise<std::unique_ptr<SessionBus>> promise;
-    auto bus = promise.get_future();
+    const auto awaiting = std::make_shared<Awaiting>();
     std::jthread& latest = latestThread();
-    latest = std::jthread(
-        [name = nextConnectionName(),
-         promise = std::move(promise),
-         previous = std::move(latest)]() mutable { promise.set_value(connectNamed(name)); });
-    // One that comes too late goes with the promise.
-    return bus.wait_for(limit) == std::future_status::ready ? bus.get() : nullptr;
+    latest = startThread(
+        context,
+        [name = nextConnectionName(), awaiting, previous = std::move(latest)] {
+            return awaiting->offer(connectNamed(name));
+        },
+        [late = std::move(late)](std::unique_ptr<SessionBus> bus) {
+            if (bus) {
+                late(std::move(bus));
+            }
+        });
+    return awaiting->take(limit);
 }
 
 SessionBus::SessionBus(QDBusConnection connection) : connection_(std::move(connection)) {}

@@ -28,8 +28,10 @@ public:
     static void connect(QObject* context, Clock& clock, Connected connected);
 
     /// Waits for the connection, but not for longer than that: for the start of a program. Gives
-    /// nothing when there is no bus, or none that answers in time.
-    [[nodiscard]] static std::unique_ptr<SessionBus> await(std::chrono::milliseconds limit);
+    /// nothing when there is no bus, or none that answers in time; one that does so later goes to
+    /// the callback, on this thread, unless the context has gone by then.
+    [[nodiscard]] static std::unique_ptr<SessionBus>
+    await(std::chrono::milliseconds limit, QObject* context, Connected late);
 
     /// Of a connection with a name of its own.
     explicit SessionBus(QDBusConnection connection);

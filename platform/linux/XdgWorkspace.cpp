@@ -68,8 +68,8 @@ std::vector<std::vector<std::string>> contactsPanels() {
     return panels;
 }
 
-/// Waits a second, and for the process of that number, should that take longer to end; but not for
-/// ever.
+/// Waits for that long, and on for the process of that number, should that take longer to end; but
+/// not for ever.
 constexpr auto relaunchScript =
     R"(i=0; while sleep "$2"; [ $i -lt 60 ] && kill -0 "$1" 2>/dev/null; do i=$((i + 1)); done; exec "$0")";
 
@@ -122,16 +122,18 @@ XdgWorkspace::runningCopy(const std::string& identifier) {
     if (!name_) {
         name_ = std::make_unique<InstanceName>(identifier, [this] { activated_.call(); });
     }
-    const InstanceName::Outcome outcome = name_->take();
-    if (const auto* other = std::get_if<InstanceName::OwnedBy>(&outcome)) {
-        if (other->processIdentifier != getpid()) {
-            return RunningApplication{other->processIdentifier};
-        }
-    }
-    // Also with the name: a copy may run that could not reach this bus.
+    // First: a copy that has the name, if only for a moment, has to be the one copy, since others
+    // ask it to come to the front.
     if (const auto folder = InstanceLock::defaultFolder(identifier)) {
         const InstanceLock::Outcome held = lock_.take(*folder, identifier);
         if (const auto* other = std::get_if<InstanceLock::HeldBy>(&held)) {
+            return RunningApplication{other->processIdentifier};
+        }
+    }
+    // Also with the lock: a copy may run that has another folder for it, or none.
+    const InstanceName::Outcome outcome = name_->take();
+    if (const auto* other = std::get_if<InstanceName::OwnedBy>(&outcome)) {
+        if (other->processIdentifier != getpid()) {
             return RunningApplication{other->processIdentifier};
         }
     }

@@ -7,6 +7,9 @@
 #include <QProcess>
 #include <QString>
 
+#include <sys/types.h>
+
+#include <csignal>
 #include <fstream>
 #include <stdexcept>
 #include <string>
@@ -41,6 +44,7 @@ public:
         }
     }
     ~BusDaemon() {
+        resume();
         process_.terminate();
         process_.waitForFinished();
     }
@@ -49,7 +53,13 @@ public:
 
     [[nodiscard]] const std::string& address() const { return address_; }
 
+    /// Whoever connects from now on hears nothing before it resumes.
+    void suspend() const { signal(SIGSTOP); }
+    void resume() const { signal(SIGCONT); }
+
 private:
+    void signal(int number) const { kill(static_cast<pid_t>(process_.processId()), number); }
+
     TemporaryDirectory folder_;
     QProcess process_;
     std::string address_;

@@ -2,6 +2,7 @@
 #include "platform/linux/XdgWorkspace.h"
 
 #include "tests/platform/BrowserScript.h"
+#include "tests/platform/BusDaemon.h"
 #include "tests/platform/BusService.h"
 #include "tests/platform/SilentBus.h"
 #include "tests/support/ManualClock.h"
@@ -10,11 +11,14 @@
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/WaitUntil.h"
 
+#include <QDBusConnectionInterface>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -247,6 +251,23 @@ TEST_F(XdgWorkspaceTest, KeepsTheRightToComeToTheFrontFromTheBrowser) {
     EXPECT_THAT(browser_.environment(), Not(HasSubstr("DESKTOP_STARTUP_ID=")));
 }
 
+TEST_F(XdgWorkspaceTest, NobodyOnTheBusChangesItsVariables) {
+    ASSERT_FALSE(workspace_->runningCopy("app.test.Workspace"));
+    bool isActivated = false;
+    const auto subscription = workspace_->onActivation([&] { isActivated = true; });
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        QStringLiteral("app.test.Workspace"),
+        QStringLiteral("/app/test/Workspace"),
+        QStringLiteral("org.freedesktop.Application"),
+        QStringLiteral("Activate"));
+    call << QVariantMap{{QStringLiteral("activation-token"), QStringLiteral("theirs")}};
+    QDBusConnection::connectToBus(QDBusConnection::SessionBus, QStringLiteral("a launcher"))
+        .send(call);
+    EXPECT_TRUE(waitUntil([&] { return isActivated; }));
+    QDBusConnection::disconnectFromBus(QStringLiteral("a launcher"));
+    EXPECT_FALSE(qEnvironmentVariableIsSet("XDG_ACTIVATION_TOKEN"));
+}
+
 TEST_F(XdgWorkspaceTest, DestroyingItLeavesTheBrowserAlone) {
     browser_.stayOpen();
     open("https://www.example.com/");
@@ -421,6 +442,28 @@ TEST_F(XdgWorkspaceCopiesTest, ABusThatSaysNothingCountsAsNone) {
     EXPECT_EQ(firstLine(*first), "first");
     const auto second = start(environment);
     EXPECT_THAT(firstLine(*second), StartsWith("other "));
+    // Not only when the bus library has given up, after 25 s.
+    EXPECT_EQ(second->waitFor(std::chrono::seconds(15)), 0);
+}
+
+TEST_F(XdgWorkspaceCopiesTest, ABusThatWasTooSlowAtFirstReachesTheCopyLater) {
+    BusDaemon bus;
+    bus.suspend();
+    const std::map<std::string, std::string> environment = {
+        {"DBUS_SESSION_BUS_ADDRESS", bus.address()}};
+    const auto first = start(environment);
+    ASSERT_EQ(firstLine(*first), "first");
+    bus.resume();
+    const QString observer = QStringLiteral("an observer");
+    const QDBusConnection connection =
+        QDBusConnection::connectToBus(QString::fromStdString(bus.address()), observer);
+    EXPECT_TRUE(waitUntil([&] {
+        return connection.interface()->isServiceRegistered(QStringLiteral("app.test.Copies"));
+    }));
+    QDBusConnection::disconnectFromBus(observer);
+    const auto second = start(environment);
+    EXPECT_THAT(firstLine(*second), StartsWith("other "));
+    EXPECT_TRUE(waitUntil([&] { return first->output() == "first\nactivated\n"; }));
 }
 
 TEST_F(XdgWorkspaceCopiesTest, ACopyThatWasKilledIsNoneAnyMore) {
