@@ -7,6 +7,7 @@
 #include <sys/utsname.h>
 #include <sys/vfs.h>
 
+#include <algorithm>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -16,9 +17,6 @@
 namespace orvel::bench {
 
 namespace {
-
-constexpr std::string_view beginMarker = "<!-- figures: begin -->\n";
-constexpr std::string_view endMarker = "<!-- figures: end -->";
 
 std::string valueIn(const char* file, std::string_view key) {
     std::ifstream stream(file);
@@ -75,6 +73,11 @@ std::string table(const std::vector<Line>& lines) {
     return text;
 }
 
+double median(std::vector<double> values) {
+    std::ranges::sort(values);
+    return values[values.size() / 2];
+}
+
 std::string machineDescription(const std::filesystem::path& directory) {
     utsname system{};
     uname(&system);
@@ -92,7 +95,10 @@ std::string machineDescription(const std::filesystem::path& directory) {
         LIBCURL_VERSION);
 }
 
-void writeFigures(const std::filesystem::path& document, const std::string& figures) {
+void writeFigures(
+    const std::filesystem::path& document, std::string_view name, const std::string& figures) {
+    const std::string beginMarker = fmt::format("<!-- {}: begin -->\n", name);
+    const std::string endMarker = fmt::format("<!-- {}: end -->", name);
     std::ifstream input(document, std::ios::binary);
     std::string text(std::istreambuf_iterator<char>(input), {});
     const auto begin = text.find(beginMarker);

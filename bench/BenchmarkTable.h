@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace orvel::bench {
@@ -22,11 +23,14 @@ struct Line {
 /// The lines as a table of the Markdown kind.
 [[nodiscard]] std::string table(const std::vector<Line>& lines);
 
+[[nodiscard]] double median(std::vector<double> values);
+
 /// Processor, cores, memory, file system of the directory, kernel, compiler and libraries.
 [[nodiscard]] std::string machineDescription(const std::filesystem::path& directory);
 
-/// Replaces what stands between the two marker lines of the document. Throws `std::runtime_error`
-/// when they are not there.
-void writeFigures(const std::filesystem::path& document, const std::string& figures);
+/// Replaces what stands between the two marker lines of that name in the document. Throws
+/// `std::runtime_error` when they are not there.
+void writeFigures(
+    const std::filesystem::path& document, std::string_view name, const std::string& figures);
 
 } // namespace orvel::bench

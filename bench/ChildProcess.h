@@ -27,6 +27,8 @@ public:
     /// The next line of its output; empty at the end.
     [[nodiscard]] std::string readLine();
 
+    [[nodiscard]] pid_t pid() const { return pid_; }
+
     /// Waits for its end.
     ChildUsage wait();
 

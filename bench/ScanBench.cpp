@@ -53,11 +53,6 @@ double secondsOf(const std::function<void()>& work) {
     return std::chrono::duration<double>(Stopwatch::now() - start).count();
 }
 
-double median(std::vector<double> values) {
-    std::ranges::sort(values);
-    return values[values.size() / 2];
-}
-
 /// Keeps the optimizer from dropping what is only computed.
 volatile std::uint64_t sink = 0;
 
@@ -536,7 +531,7 @@ int run(const fs::path& directory, const fs::path& document, std::int64_t messag
         table(lines));
     fmt::print("{}", figures);
     if (!document.empty()) {
-        writeFigures(document, figures);
+        writeFigures(document, "scan", figures);
     }
     return 0;
 }
