@@ -1,0 +1,236 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
+"""The agent as its user has it: click the icon in the tray, read the panel, sign in with the
+browser, choose what is collected, scan again from the beginning, watch the log, read the version
+history, quit. Afterwards the service has every message once, and nothing is left behind.
+
+usage: agent_test.py PROGRAMS_DIRECTORY
+
+Runs in a desktop session of its own (tests/support/private-session) with a display.
+"""
+
+import os
+import subprocess
+import sys
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import accessibility  # noqa: E402
+import webdriver  # noqa: E402
+from service import Service  # noqa: E402
+from session import AGENT_FILES, HOME, LIMIT, check, say, wait_for  # noqa: E402
+
+PROGRAMS = os.path.abspath(sys.argv[1])
+SAMPLE_MESSAGES = 300
+SNAPSHOTS = os.path.join(HOME, "snapshots")
+SCREENSHOTS = os.environ.get("ORVEL_SCREENSHOTS")
+
+
+def xdotool(*arguments):
+    return subprocess.run(
+        ["xdotool", *map(str, arguments)], check=True, stdout=subprocess.PIPE, text=True).stdout
+
+
+class Desktop:
+    """A window manager, a tray, and the accessibility bus."""
+
+    def __init__(self):
+        self._log = open(os.path.join(HOME, "desktop.log"), "w")
+        self._processes = [accessibility.start_bus()]
+        for command in (["openbox"], ["trayer", "--edge", "top", "--align", "right",
+                                      "--widthtype", "request", "--height", "24"]):
+            self._processes.append(
+                subprocess.Popen(command, stdout=self._log, stderr=subprocess.STDOUT))
+
+    def click_tray_icon(self):
+        x, y = wait_for("the icon in the tray", self._icon_centre)
+        xdotool("mousemove", x, y, "click", 1)
+
+    @staticmethod
+    def _icon_centre():
+        """The agent's one window that is no larger than an icon."""
+        windows = subprocess.run(
+            ["xdotool", "search", "--onlyvisible", "--class", "orvel-agent"],
+            stdout=subprocess.PIPE, text=True).stdout.split()
+        for window in windows:
+            geometry = dict(line.split("=") for line in
+                            xdotool("getwindowgeometry", "--shell", window).split())
+            x, y, width, height = (int(geometry[key]) for key in ("X", "Y", "WIDTH", "HEIGHT"))
+            if width == height and 16 <= width <= 48:
+                return x + width // 2, y + height // 2
+        return None
+
+    def stop(self):
+        for process in reversed(self._processes):
+            process.terminate()
+            process.wait(timeout=LIMIT)
+        self._log.close()
+
+
+def screenshot(name):
+    if SCREENSHOTS:
+        subprocess.run(["import", "-window", "root", os.path.join(SCREENSHOTS, name + ".png")])
+
+
+class Agent(accessibility.Application):
+    """The program in the tray."""
+
+    def __init__(self, bundle):
+        os.makedirs(AGENT_FILES)
+        os.makedirs(SNAPSHOTS)
+        self._log = os.path.join(AGENT_FILES, "log")
+        environment = {name: value for name, value in os.environ.items()
+                       if name.lower() not in ("https_proxy", "all_proxy")}
+        environment["ORVEL_AGENT_BUNDLE"] = bundle
+        environment["TMPDIR"] = SNAPSHOTS
+        with open(self._log, "w") as log:
+            self.process = subprocess.Popen(
+                [os.path.join(PROGRAMS, "orvel-agent")],
+                stdout=log, stderr=subprocess.STDOUT, env=environment)
+        super().__init__(self.process)
+
+    def finish(self):
+        self.process.wait(timeout=LIMIT)
+        with open(self._log) as log:
+            text = log.read()
+        check(self.process.returncode == 0,
+              f"the agent ended with {self.process.returncode}:\n{text}")
+        return text
+
+
+def open_panel(desktop, agent):
+    """It closes whenever another window takes the focus."""
+    if not agent.find("push button", "Quit"):
+        desktop.click_tray_icon()
+    return agent.wait_for("push button", "Quit")
+
+
+def stored_settings():
+    """What the agent keeps of its user's choices."""
+    with open(os.path.join(os.environ["XDG_CONFIG_HOME"], "orvel-agent", "defaults.conf")) as file:
+        return file.read()
+
+
+def choose(agent, picker, choice, stored):
+    """Opens the picker and takes the choice from its list, then waits for it to be kept."""
+    xdotool("mousemove", *agent.centre_of("combo box", picker), "click", 1)
+    xdotool("mousemove", *agent.centre_of("list item", choice), "click", 1)
+    wait_for(f"{picker} to be {stored}", lambda: stored in stored_settings(), agent.process)
+
+
+def see_panel(desktop, agent):
+    open_panel(desktop, agent)
+    agent.wait_for("label", "Sign in to start collecting.")
+    agent.wait_for("label", "No scans yet.")
+    screenshot("panel-signed-out")
+    say("the panel tells what to do")
+
+
+def sign_in(desktop, agent, browser):
+    agent.press("push button", "Sign in…")
+    wait_for("the sign-in page", lambda: browser.find_tab("/link?"), agent.process)
+    wait_for("its content", lambda: browser.has("#account-1"), agent.process)
+    browser.click("#account-1")
+    open_panel(desktop, agent)
+    agent.wait_for("label", "sample-1@orvel.example")
+    check(not agent.find("label", "Sign in to start collecting."), "still signed out")
+    screenshot("panel-signed-in")
+    say("signed in")
+
+
+def change_settings(desktop, agent):
+    open_panel(desktop, agent)
+    agent.press("push button", "Settings…")
+    agent.wait_for("check box", "Start at login")
+    agent.press("page tab", "Privacy")
+    choose(agent, "Collect", "Timing only — no message text", "metadataOnly")
+    choose(agent, "Collect", "Timing and message text", "withBodies")
+    choose(agent, "Conversations", "All conversations, including personal and family",
+           "allThreads")
+    agent.press("push button", "Re-scan from the beginning")
+    agent.wait_for("label", "The next scan starts from the beginning.")
+    screenshot("settings-privacy")
+    say("both choices are kept, and a re-scan is noted")
+
+
+def watch_a_scan(agent, service):
+    agent.press("page tab", "General")
+    agent.press("push button", "Open activity log…")
+    agent.wait_for("label", "Live")
+    wait_for("the scan's end in the log",
+             lambda: "scan done" in agent.text_of("Log, newest first"), agent.process)
+    log = agent.text_of("Log, newest first")
+    check("scan starting (mode=withBodies, scope=allThreads" in log, log)
+    stored = service.statistics()["records"]
+    check(f"sent {stored}," in log and stored > 0, f"{stored} records are stored:\n{log}")
+    screenshot("activity-log")
+    agent.press("check box", "Problems only")
+    wait_for("the filter", lambda: "scan starting" not in (
+        agent.text_of("Log, newest first") or ""), agent.process)
+    agent.press("check box", "Problems only")
+    agent.press("push button", "Copy all")
+    agent.wait_for("push button", "Copied")
+    copied = subprocess.run(
+        ["xclip", "-selection", "clipboard", "-out"], check=True, stdout=subprocess.PIPE,
+        text=True, timeout=LIMIT).stdout
+    check("scan starting (mode=withBodies" in copied, copied)
+    check(copied.index("scan starting") < copied.index("scan done"), "newest first")
+    say("the log has followed the scan, was filtered and copied")
+
+
+def read_version_history(desktop, agent):
+    open_panel(desktop, agent)
+    agent.press("push button", lambda name: name.startswith("Version "))
+    agent.wait_for("filler", "Orvel Agent Version History")
+    screenshot("version-history")
+    xdotool("key", "Escape")
+    agent.wait_for_end_of("filler", "Orvel Agent Version History")
+    say("the version history is a window that Escape closes")
+
+
+def scenario(desktop, service, agent, browser):
+    see_panel(desktop, agent)
+    sign_in(desktop, agent, browser)
+    change_settings(desktop, agent)
+    watch_a_scan(agent, service)
+    read_version_history(desktop, agent)
+    open_panel(desktop, agent)
+    agent.wait_for("label", lambda text: text.endswith("scanned in the last 24 hours"))
+    screenshot("panel")
+    agent.press("push button", "Quit")
+    log = agent.finish()
+    check(log == "", log)
+    check(os.listdir(SNAPSHOTS) == [], "a copy of the database is left")
+    say("it has quit and left nothing behind")
+
+
+def main():
+    check("PRIVATE_SESSION" in os.environ, "run this under tests/support/private-session")
+    database = os.path.join(HOME, "Library", "Messages", "chat.db")
+    os.makedirs(os.path.dirname(database))
+    subprocess.run(
+        [os.path.join(PROGRAMS, "make-sample-chatdb"), "--messages", str(SAMPLE_MESSAGES),
+         "--no-two-chat", database], check=True, stdout=subprocess.DEVNULL)
+    service = Service(PROGRAMS)
+    desktop = Desktop()
+    profile = os.path.join(HOME, "browser")
+    webdriver.make_default(profile, os.path.join(HOME, "environment-of-the-browser"))
+    browser = webdriver.Browser(profile, webdriver.allowing_scheme(service.url))
+    agent = Agent(service.bundle)
+    say("the desktop is ready")
+    try:
+        scenario(desktop, service, agent, browser)
+    except BaseException:
+        screenshot("failure")
+        print(agent.describe(), flush=True)
+        raise
+    finally:
+        if agent.process.poll() is None:
+            agent.process.terminate()
+            agent.process.wait(timeout=LIMIT)
+        browser.quit()
+        desktop.stop()
+        service.stop()
+
+
+if __name__ == "__main__":
+    main()
