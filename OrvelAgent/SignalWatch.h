@@ -10,7 +10,7 @@ class QSocketNotifier;
 namespace orvel {
 
 /// Turns the signals that ask a program to end (hang-up, interrupt, terminate) into a call on the
-/// main thread. A second one ends the process at once. One object per process.
+/// main thread. The same one again ends the process at once. One object per process.
 class SignalWatch final {
 public:
     /// Throws `tavrin::PlatformError` when the system has no room for it.

@@ -3,13 +3,17 @@
 #include "OrvelAgent/ContactsQuestion.h"
 #include "OrvelAgent/SignalWatch.h"
 #include "OrvelAgent/SingleInstance.h"
+#include "OrvelAgent/Symbol.h"
 #include "OrvelAgent/TavrinMacApp.h"
 #include "OrvelAgent/UpdateUserDriver.h"
+#include "OrvelAgent/UpdateWindow.h"
 #include "platform/Platform.h"
 
 #include <QApplication>
 #include <QCoroTask>
+#include <QEvent>
 #include <QMessageBox>
+#include <QPointer>
 #include <QSessionManager>
 
 #include <unistd.h>
@@ -18,7 +22,6 @@
 #include <cstdio>
 #include <exception>
 #include <functional>
-#include <string>
 #include <string_view>
 #include <utility>
 
@@ -48,13 +51,46 @@ bool hasAnswered(int argc, char** argv) {
     return true;
 }
 
-PlatformOptions platformOptions(const std::string* displayName) {
+/// Ends its first event loop when asked to, by whomever; another request finds it ending.
+class Application final : public QApplication {
+public:
+    using QApplication::QApplication;
+
+    void end() {
+        if (!std::exchange(isEnding_, true)) {
+            exit();
+        }
+    }
+
+protected:
+    bool event(QEvent* event) override {
+        if (event->type() == QEvent::Quit) {
+            // Not by closing every window, of which one could object.
+            end();
+            return true;
+        }
+        return QApplication::event(event);
+    }
+
+private:
+    bool isEnding_ = false;
+};
+
+/// What the platform's question about the contacts needs.
+struct ContactsQuestions {
+    QString displayName;
+    /// The one that is open.
+    QPointer<ContactsQuestion> current;
+};
+
+PlatformOptions platformOptions(ContactsQuestions* questions) {
     PlatformOptions options;
     if (isatty(STDERR_FILENO) != 0) {
         options.standardErrorLevel = LogLevel::Info;
     }
-    options.askForContacts = [displayName](std::function<void(bool)> answer) {
-        (new ContactsQuestion(QString::fromStdString(*displayName), std::move(answer)))->ask();
+    options.askForContacts = [questions](std::function<void(bool)> answer) {
+        questions->current = new ContactsQuestion(questions->displayName, std::move(answer));
+        questions->current->ask();
     };
     return options;
 }
@@ -64,17 +100,19 @@ QCoro::Task<> stopAndQuit(TavrinMacApp* app) {
     QCoreApplication::exit();
 }
 
-int run(const QApplication& application) {
-    std::string displayName;
-    Platform platform = makePlatform(platformOptions(&displayName));
-    displayName = Configuration(*platform.bundle).displayName();
+int run(Application& application) {
+    // Heard until everything is put away.
+    const SignalWatch signalWatch([&] { application.end(); });
+    ContactsQuestions questions;
+    Platform platform = makePlatform(platformOptions(&questions));
+    questions.displayName = QString::fromStdString(Configuration(*platform.bundle).displayName());
+    // By which the tray and screen readers call the agent.
+    QCoreApplication::setApplicationName(questions.displayName);
     SingleInstance::terminateIfAlreadyRunning(
         *platform.bundle, *platform.workspace, *platform.logStore);
 
     UpdateUserDriver userDriver(*platform.softwareUpdater, *platform.workspace, *platform.bundle);
     TavrinMacApp app(platform, userDriver);
-    // Not by closing every window, of which one could object.
-    const SignalWatch signalWatch([] { QCoreApplication::exit(); });
     QObject::connect(
         &application,
         &QGuiApplication::saveStateRequest,
@@ -86,7 +124,12 @@ int run(const QApplication& application) {
         Qt::DirectConnection);
     QApplication::exec();
 
-    // Whoever asked for the end, it is the same from here on; the next signal is obeyed at once.
+    // Whoever asked for the end, it is the same from here on. The question stays unanswered.
+    application.end();
+    delete questions.current;
+    if (userDriver.window() != nullptr) {
+        userDriver.window()->hide();
+    }
     QCoro::Task<> stopping;
     QMetaObject::invokeMethod(
         &app, [&] { stopping = stopAndQuit(&app); }, Qt::QueuedConnection);
@@ -101,7 +144,7 @@ int showFailure(const std::exception& error) {
         QCoreApplication::translate("main", "The agent cannot start"),
         QString::fromUtf8(error.what()));
     window.setTextFormat(Qt::PlainText);
-    QObject::connect(&window, &QDialog::finished, [] { QCoreApplication::exit(); });
+    QObject::connect(&window, &QDialog::finished, &window, [] { QCoreApplication::exit(); });
     window.show();
     QApplication::exec();
     return 1;
@@ -115,13 +158,14 @@ int main(int argc, char** argv) {
     if (hasAnswered(argc, argv)) {
         return 0;
     }
-    const QApplication application(argc, argv);
+    Application application(argc, argv);
     if (QCoreApplication::arguments().size() > 1) {
         std::fputs(usage, stderr);
         return usageStatus;
     }
     QGuiApplication::setDesktopFileName(QStringLiteral("app.orvel.OrvelAgent"));
     QGuiApplication::setQuitOnLastWindowClosed(false);
+    QGuiApplication::setWindowIcon(applicationIcon());
     try {
         return run(application);
     } catch (const std::exception& error) {
