@@ -14,6 +14,7 @@
 #include <QMenu>
 #include <QScreen>
 #include <QShortcut>
+#include <QWindowStateChangeEvent>
 
 namespace orvel {
 
@@ -32,7 +33,7 @@ MenuBarExtra::MenuBarExtra(AppModel& model) : model_(model) {
     trayChanges_ = workspace.onTrayChange([this] { trayChanged(); });
     trayChanged();
     if (!icon_) {
-        grace_ = model_.platform().clock->schedule(trayGrace, [this] { noTrayInTime(); });
+        waitForTray();
     }
 }
 
@@ -42,18 +43,37 @@ MenuBarExtra::~MenuBarExtra() {
 }
 
 void MenuBarExtra::trayChanged() {
-    // One tray is as good as the next: the icon finds its way to a later one by itself.
-    if (!icon_ && model_.platform().workspace->hasTray()) {
+    const bool hasTray = model_.platform().workspace->hasTray();
+    if (hasTray == (icon_ != nullptr)) {
+        return;
+    }
+    if (hasTray) {
         grace_.reset();
         makeIcon();
+        if (panel_ && !isWanted_) {
+            panel_->close();
+        }
+        return;
     }
+    // Each tray gets an icon of its own, because Qt decides when it makes one how to show it.
+    icon_.reset();
+    menu_.reset();
+    shownStatus_.reset();
+    waitForTray();
+}
+
+void MenuBarExtra::waitForTray() {
+    grace_ = model_.platform().clock->schedule(trayGrace, [this] { noTrayInTime(); });
 }
 
 void MenuBarExtra::noTrayInTime() {
     grace_.reset();
     Logger(*model_.platform().logStore, "lifecycle")
         .error("this desktop has no tray for the icon, so the panel opens as a window");
+    closePanel();
+    const bool isNew = !panel_;
     showPanel();
+    isWanted_ = isWanted_ && !isNew;
 }
 
 void MenuBarExtra::makeIcon() {
@@ -109,7 +129,9 @@ void MenuBarExtra::activated(QSystemTrayIcon::ActivationReason reason) {
     const bool wasOpen = panel_ || (closedByFocus_ && now - *closedByFocus_ < clickAfterFocusLoss);
     closedByFocus_.reset();
     if (wasOpen) {
-        closePanel();
+        if (panel_) {
+            panel_->close();
+        }
     } else {
         showPanel(QCursor::pos());
     }
@@ -118,10 +140,10 @@ void MenuBarExtra::activated(QSystemTrayIcon::ActivationReason reason) {
 void MenuBarExtra::showPanel(std::optional<QPoint> click) {
     if (!panel_) {
         openPanel(click);
-        panel_->show();
-    } else if (panel_->isMinimized()) {
-        panel_->showNormal();
     }
+    isWanted_ = true;
+    panel_->setWindowState(panel_->windowState() & ~Qt::WindowMinimized);
+    panel_->show();
     model_.platform().workspace->activate();
     panel_->raise();
     panel_->activateWindow();
@@ -137,11 +159,17 @@ void MenuBarExtra::openPanel(std::optional<QPoint> click) {
     if (!isOrdinaryWindow_) {
         panel_->setWindowFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
     }
+    // Whose height is the limit of the panel's.
+    if (QScreen* screen = click ? QGuiApplication::screenAt(*click) : nullptr) {
+        panel_->setScreen(screen);
+    }
     panel_->installEventFilter(this);
+    for (QWidget* child : panel_->findChildren<QWidget*>()) {
+        child->installEventFilter(this);
+    }
     for (const QKeySequence& keys :
          {QKeySequence(Qt::Key_Escape), QKeySequence(Qt::CTRL | Qt::Key_W)}) {
-        connect(
-            new QShortcut(keys, panel_), &QShortcut::activated, this, &MenuBarExtra::closePanel);
+        connect(new QShortcut(keys, panel_), &QShortcut::activated, panel_, &QWidget::close);
     }
     connect(
         panel_,
@@ -153,23 +181,24 @@ void MenuBarExtra::openPanel(std::optional<QPoint> click) {
 }
 
 void MenuBarExtra::closePanel() {
-    if (panel_) {
+    if (panel_ && !isOrdinaryWindow_) {
         panel_->close();
     }
 }
 
 void MenuBarExtra::placePanel() {
-    const QScreen* screen = click_ ? QGuiApplication::screenAt(*click_) : nullptr;
-    if (screen == nullptr) {
-        screen = panel_->screen();
-    }
-    panel_->move(panelPlace(click_, screen->availableGeometry(), panel_->frameSize()));
+    panel_->move(panelPlace(click_, panel_->screen()->availableGeometry(), panel_->frameSize()));
+}
+
+bool MenuBarExtra::mustStayReachable() const {
+    // Without an icon there would be nothing left to open the panel with.
+    return !icon_ && !isLeaving_;
 }
 
 void MenuBarExtra::keepReachable() {
-    // Without an icon there would be nothing left to open it with.
-    if (!icon_ && !panel_ && !isLeaving_) {
+    if (mustStayReachable() && !grace_ && !panel_) {
         openPanel(std::nullopt);
+        isWanted_ = false;
         panel_->showMinimized();
     }
 }
@@ -182,6 +211,9 @@ bool MenuBarExtra::eventFilter(QObject* watched, QEvent* event) {
             updateIcon();
         }
         return false;
+    }
+    if (event->type() == QEvent::MouseButtonPress || event->type() == QEvent::KeyPress) {
+        isWanted_ = true;
     }
     if (watched != panel_) {
         return false;
@@ -199,7 +231,19 @@ bool MenuBarExtra::eventFilter(QObject* watched, QEvent* event) {
             closePanel();
         }
         break;
+    case QEvent::WindowStateChange:
+        if (static_cast<QWindowStateChangeEvent*>(event)->oldState() & Qt::WindowMinimized &&
+            !panel_->isMinimized()) {
+            static_cast<void>(model_.refreshPermissions());
+        }
+        break;
     case QEvent::Close:
+        if (isOrdinaryWindow_ && mustStayReachable()) {
+            event->ignore();
+            isWanted_ = false;
+            panel_->showMinimized();
+            return true;
+        }
         panel_.clear();
         QMetaObject::invokeMethod(this, &MenuBarExtra::keepReachable, Qt::QueuedConnection);
         break;

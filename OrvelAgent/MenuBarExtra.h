@@ -27,25 +27,27 @@ class MenuBarContentView;
 
 /// The agent's one permanent surface: its icon in the tray, and the panel that the icon opens.
 ///
-/// The icon comes as soon as there is a tray. Without one, the panel is an ordinary window, which
-/// opens after the grace and is only minimised when the user closes it. The panel exists only while
-/// it is open, so a closed one costs nothing. Borrows the model.
+/// The icon comes as soon as there is a tray, and goes with it. Without one, the panel is an
+/// ordinary window, which opens after the grace and is only minimised when the user closes it. It
+/// gives way to the icon of a later tray, unless the user has turned to it. The panel exists only
+/// while it is open, so a closed one costs nothing. Borrows the model.
 class MenuBarExtra final : public QObject {
     Q_OBJECT
 
 public:
-    /// How long after the start a tray may take to appear.
-    static constexpr tavrin::Seconds trayGrace{5};
+    /// How long a tray may take to appear after the start, or after the end of another.
+    static constexpr tavrin::Seconds trayGrace{20};
 
     explicit MenuBarExtra(AppModel& model);
     ~MenuBarExtra() override;
 
     /// Beside the icon that was clicked there; in the middle of the screen without a click.
     void showPanel(std::optional<QPoint> click = std::nullopt);
+    /// Not the ordinary window.
     void closePanel();
     [[nodiscard]] bool isPanelOpen() const { return !panel_.isNull(); }
 
-    /// Nothing until there was a tray.
+    /// Nothing while there is no tray.
     [[nodiscard]] QSystemTrayIcon* trayIcon() { return icon_.get(); }
 
 Q_SIGNALS:
@@ -58,12 +60,14 @@ protected:
 
 private:
     void trayChanged();
+    void waitForTray();
     void noTrayInTime();
     void makeIcon();
     void activated(QSystemTrayIcon::ActivationReason reason);
     void updateIcon();
     void openPanel(std::optional<QPoint> click);
     void placePanel();
+    [[nodiscard]] bool mustStayReachable() const;
     void keepReachable();
 
     AppModel& model_;
@@ -76,6 +80,8 @@ private:
     /// Of the panel that is open, and where the click was that opened it.
     bool isOrdinaryWindow_ = false;
     std::optional<QPoint> click_;
+    /// The user has asked for it, or has done something in it.
+    bool isWanted_ = false;
     bool isLeaving_ = false;
     /// When the panel lost the focus, which a click on the icon takes from it first.
     std::optional<tavrin::Seconds> closedByFocus_;

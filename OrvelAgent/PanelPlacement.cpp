@@ -5,6 +5,13 @@
 
 namespace orvel {
 
+namespace {
+
+/// Of an icon from its middle, to be kept free, so that no row of the panel lies under the pointer.
+constexpr int halfIcon = 16;
+
+} // namespace
+
 QPoint panelPlace(std::optional<QPoint> click, const QRect& available, QSize panel) {
     // Of a panel larger than the screen, the beginning is seen.
     const QPoint last(
@@ -19,8 +26,8 @@ QPoint panelPlace(std::optional<QPoint> click, const QRect& available, QSize pan
         return inside(available.center() - QPoint(panel.width() / 2, panel.height() / 2));
     }
     const bool isBelow = click->y() < available.center().y();
-    return inside(
-        {click->x() - panel.width() / 2, isBelow ? click->y() : click->y() - panel.height()});
+    const int above = click->y() - halfIcon - panel.height();
+    return inside({click->x() - panel.width() / 2, isBelow ? click->y() + halfIcon : above});
 }
 
 } // namespace orvel

@@ -67,8 +67,14 @@ class Agent:
               f"status {self.process.returncode}, not {status}: {self.errors()}")
         return output
 
-    def end(self, number=signal.SIGTERM):
-        self.process.send_signal(number)
+    def end(self, *numbers):
+        """All of the signals come at the same time."""
+        self.process.send_signal(signal.SIGSTOP)
+        wait_for("its stop", lambda: os.waitid(
+            os.P_PID, self.pid, os.WSTOPPED | os.WNOHANG | os.WNOWAIT), None)
+        for number in numbers or (signal.SIGTERM,):
+            self.process.send_signal(number)
+        self.process.send_signal(signal.SIGCONT)
         self.wait(0)
         check(self.errors() == "", self.errors())
         check(os.listdir(TEMPORARY) == [], os.listdir(TEMPORARY))
@@ -97,10 +103,10 @@ def click(x, y):
     subprocess.run(["xdotool", "mousemove", str(x), str(y), "click", "1"], check=True)
 
 
-def waits(pid):
-    """How often its threads have waited for something so far."""
+def waits(pid, threads=None):
+    """How often these of its threads have waited for something so far, or all of them."""
     count = 0
-    for thread in os.listdir(f"/proc/{pid}/task"):
+    for thread in threads or os.listdir(f"/proc/{pid}/task"):
         with open(f"/proc/{pid}/task/{thread}/status") as file:
             count += int(re.search(r"^voluntary_ctxt_switches:\s+(\d+)", file.read(), re.M)[1])
     return count
@@ -139,6 +145,10 @@ def try_instant_double_start():
 def try_without_tray(first):
     panel = wait_for("the panel as a window", lambda: windows("Orvel Agent"), first.process)
     say("without a tray the panel is a window")
+    properties = subprocess.run(["xprop", "-id", panel[0]], check=True, stdout=subprocess.PIPE,
+                                text=True, errors="replace").stdout
+    check("_NET_WM_ICON(CARDINAL)" in properties, properties)
+    check('WM_NAME(STRING) = "Orvel Agent"' in properties, properties)
     subprocess.run(["xdotool", "windowfocus", "--sync", panel[0], "key", "Escape"], check=True)
     wait_for("its end", lambda: not windows("Orvel Agent"), first.process)
     expect_other(Agent(), first)
@@ -147,6 +157,12 @@ def try_without_tray(first):
                     "ctrl+w"], check=True)
     wait_for("its end", lambda: not windows("Orvel Agent"), first.process)
     say("and comes back with a second start")
+    expect_other(Agent(), first)
+    panel = wait_for("the panel of a third", lambda: windows("Orvel Agent"), first.process)
+    subprocess.run(["xdotool", "windowfocus", "--sync", panel[0], "key", "shift+Tab", "space"],
+                   check=True)
+    first.wait(0)
+    say("its last button quits")
 
 
 def start_tray():
@@ -181,10 +197,25 @@ def try_late_tray(first):
     return tray
 
 
+def try_lost_tray(first, tray):
+    tray.terminate()
+    tray.wait()
+    wait_for("the panel as a window", lambda: windows("Orvel Agent"), first.process)
+    say("a tray that goes for good leaves the panel as a window")
+    tray = start_tray()
+    wait_for("its end", lambda: not windows("Orvel Agent"), first.process)
+    click_on_icon(first)
+    subprocess.run(["xdotool", "key", "Escape"], check=True)
+    wait_for("the panel's end", lambda: not windows("Orvel Agent"), first.process)
+    say("which gives way to the icon in the next one")
+    return tray
+
+
 def try_idle(first):
     """While the icon flashes, twice in 3.2 s. What a wake-up does takes a moment, in which several
     threads wait for each other and for the display: all of that is one."""
     wake_ups, samples, before = 0, 200, waits(first.pid)
+    first_main = waits(first.pid, [first.pid])
     first_count = before
     was_awake = False
     for _ in range(samples):
@@ -195,8 +226,10 @@ def try_idle(first):
         now = waits(first.pid)
         wake_ups += now != before and not was_awake
         was_awake, before = now != before, now
-    say(f"{wake_ups} wake-ups in 10 s of flashing, with {before - first_count} waits")
+    say(f"{wake_ups} wake-ups in 10 s of flashing, with {before - first_count} waits of all "
+        f"threads, {waits(first.pid, [first.pid]) - first_main} of the main thread")
     check(2 <= wake_ups <= 10, f"{wake_ups} wake-ups in 10 s")
+    check(before - first_count <= 40, f"{before - first_count} waits in 10 s")
 
 
 def main():
@@ -208,14 +241,17 @@ def main():
         try_without_bundle()
         first = try_instant_double_start()
         try_without_tray(first)
+        first = Agent()
         desktop.append(try_late_tray(first))
+        desktop.append(try_lost_tray(first, desktop.pop()))
         try_idle(first)
         expect_other(Agent(), first)
         first.end()
-        for number in (signal.SIGINT, signal.SIGHUP):
+        # The end of a session is often the last pair.
+        for numbers in ((signal.SIGINT,), (signal.SIGHUP,), (signal.SIGTERM, signal.SIGHUP)):
             next_copy = Agent()
             click_on_icon(next_copy)
-            next_copy.end(number)
+            next_copy.end(*numbers)
         say("every signal is a clean end")
     finally:
         for process in desktop:

@@ -3,6 +3,7 @@
 
 #include "OrvelAgent/AppModel.h"
 #include "OrvelAgent/MenuBarContentView.h"
+#include "tests/support/MessagesDatabaseBuilder.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/TestPlatform.h"
@@ -11,7 +12,7 @@
 
 #include <QApplication>
 #include <QMenu>
-#include <QShortcut>
+#include <QTest>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -60,14 +61,9 @@ protected:
     }
 
     static void press(const QKeySequence& keys) {
-        for (QShortcut* shortcut : panel().findChildren<QShortcut*>()) {
-            if (shortcut->key() == keys) {
-                Q_EMIT shortcut->activated();
-                processEvents();
-                return;
-            }
-        }
-        ADD_FAILURE() << "no such keys: " << keys.toString().toStdString();
+        ASSERT_TRUE(waitUntil([] { return panel().isActiveWindow(); }));
+        QTest::keySequence(&panel(), keys);
+        processEvents();
     }
 
     /// Another window is clicked.
@@ -243,11 +239,99 @@ TEST_F(MenuBarExtraTest, ATrayThatComesLateGetsTheIcon) {
     with_.workspace.setHasTray(true);
     ASSERT_NE(extra_->trayIcon(), nullptr);
     EXPECT_TRUE(extra_->trayIcon()->isVisible());
+    EXPECT_THAT(panels(), IsEmpty()) << "nobody has touched it";
+    click();
+    EXPECT_TRUE(panel().windowFlags().testFlag(Qt::FramelessWindowHint));
+}
+
+TEST_F(MenuBarExtraTest, ATrayThatComesLateLeavesTheWindowThatIsInUse) {
+    with_.workspace.setHasTray(false);
+    begin();
+    with_.clock.advance(MenuBarExtra::trayGrace);
+    QTest::keyClick(&panel(), Qt::Key_Tab);
+    with_.workspace.setHasTray(true);
+    processEvents();
+    ASSERT_TRUE(panel().isVisible());
     panel().close();
     processEvents();
+    EXPECT_THAT(panels(), IsEmpty()) << "with an icon it need not stay";
+}
+
+TEST_F(MenuBarExtraTest, ATrayThatComesLateLeavesTheWindowThatWasAskedFor) {
+    with_.workspace.setHasTray(false);
+    begin();
+    with_.clock.advance(MenuBarExtra::trayGrace);
+    with_.workspace.beActivated();
+    with_.workspace.setHasTray(true);
+    EXPECT_TRUE(panel().isVisible());
+}
+
+TEST_F(MenuBarExtraTest, ATrayThatGoesForGoodLeavesAWindow) {
+    begin();
+    with_.workspace.setHasTray(false);
+    EXPECT_EQ(extra_->trayIcon(), nullptr);
+    EXPECT_THAT(panels(), IsEmpty()) << "it may be about to start again";
+    with_.clock.advance(MenuBarExtra::trayGrace);
+    ASSERT_TRUE(panel().isVisible());
+    EXPECT_FALSE(panel().windowFlags().testFlag(Qt::FramelessWindowHint));
+    EXPECT_THAT(
+        logged(),
+        ElementsAre("this desktop has no tray for the icon, so the panel opens as a window"));
+}
+
+TEST_F(MenuBarExtraTest, ATrayThatStartsAgainGetsAnIconOfItsOwn) {
+    begin();
+    with_.workspace.setHasTray(false);
+    with_.workspace.setHasTray(true);
+    ASSERT_NE(extra_->trayIcon(), nullptr);
+    EXPECT_TRUE(extra_->trayIcon()->isVisible());
+    EXPECT_FALSE(extra_->trayIcon()->icon().isNull());
+    with_.clock.advance(MenuBarExtra::trayGrace);
     EXPECT_THAT(panels(), IsEmpty());
     click();
     EXPECT_TRUE(panel().windowFlags().testFlag(Qt::FramelessWindowHint));
+}
+
+TEST_F(MenuBarExtraTest, ThePanelOfATrayThatGoesBecomesAWindow) {
+    begin();
+    click();
+    with_.workspace.setHasTray(false);
+    with_.clock.advance(MenuBarExtra::trayGrace);
+    processEvents();
+    EXPECT_FALSE(panel().windowFlags().testFlag(Qt::FramelessWindowHint));
+    EXPECT_TRUE(panel().isVisible());
+}
+
+TEST_F(MenuBarExtraTest, WithoutATrayTheWindowStaysBesideTheOthers) {
+    with_.workspace.setHasTray(false);
+    begin();
+    with_.clock.advance(MenuBarExtra::trayGrace);
+    extra_->closePanel();
+    processEvents();
+    EXPECT_TRUE(panel().isVisible());
+    EXPECT_FALSE(panel().isMinimized());
+}
+
+TEST_F(MenuBarExtraTest, ComingBackItLooksAtThePermissionsAgain) {
+    with_.workspace.setHasTray(false);
+    begin();
+    with_.clock.advance(MenuBarExtra::trayGrace);
+    panel().close();
+    processEvents();
+    ASSERT_FALSE(model_->hasFullDiskAccess());
+    const MessagesDatabaseBuilder database(directory_ / "chat.db");
+    with_.workspace.beActivated();
+    EXPECT_TRUE(waitUntil([this] { return model_->hasFullDiskAccess(); }));
+}
+
+TEST_F(MenuBarExtraTest, ComingBackItIsAsLargeAsBefore) {
+    with_.workspace.setHasTray(false);
+    begin();
+    with_.clock.advance(MenuBarExtra::trayGrace);
+    panel().setWindowState(Qt::WindowMaximized | Qt::WindowMinimized);
+    with_.workspace.beActivated();
+    EXPECT_TRUE(panel().isMaximized());
+    EXPECT_FALSE(panel().isMinimized());
 }
 
 TEST_F(MenuBarExtraTest, ItsEndTakesThePanelAlong) {

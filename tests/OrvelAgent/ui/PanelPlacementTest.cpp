@@ -21,6 +21,11 @@ TEST(PanelPlacementTest, HangsBelowABarAtTheTop) {
     EXPECT_EQ(panelPlace(QPoint(600, 12), belowBar, panel), QPoint(430, 30));
 }
 
+TEST(PanelPlacementTest, LeavesAnIconFreeOnABarThatReservesNoRoom) {
+    EXPECT_EQ(panelPlace(QPoint(600, 12), QRect(0, 0, 1280, 800), panel), QPoint(430, 28));
+    EXPECT_EQ(panelPlace(QPoint(600, 788), QRect(0, 0, 1280, 800), panel), QPoint(430, 372));
+}
+
 TEST(PanelPlacementTest, StandsOnABarAtTheBottom) {
     EXPECT_EQ(panelPlace(QPoint(600, 790), aboveBar, panel), QPoint(430, 370));
 }
@@ -28,12 +33,12 @@ TEST(PanelPlacementTest, StandsOnABarAtTheBottom) {
 TEST(PanelPlacementTest, StaysInsideBesideTheEdges) {
     EXPECT_EQ(panelPlace(QPoint(1279, 0), belowBar, panel), QPoint(940, 30));
     EXPECT_EQ(panelPlace(QPoint(0, 799), aboveBar, panel), QPoint(0, 370));
-    EXPECT_EQ(panelPlace(QPoint(10, 700), rightOfBar, panel), QPoint(30, 300));
+    EXPECT_EQ(panelPlace(QPoint(10, 700), rightOfBar, panel), QPoint(30, 284));
 }
 
 TEST(PanelPlacementTest, StaysOnASecondScreen) {
     const QRect second(1280, 0, 1000, 700);
-    EXPECT_EQ(panelPlace(QPoint(2279, 699), second, panel), QPoint(1940, 299));
+    EXPECT_EQ(panelPlace(QPoint(2279, 699), second, panel), QPoint(1940, 283));
 }
 
 TEST(PanelPlacementTest, ShowsTheBeginningOfAPanelLargerThanTheScreen) {
