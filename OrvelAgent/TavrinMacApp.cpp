@@ -68,11 +68,8 @@ void TavrinMacApp::openWindow(const QString& name) {
         window = makeWindow(name);
     }
     platform_.workspace->activate();
-    if (window->isMinimized()) {
-        window->showNormal();
-    } else {
-        window->show();
-    }
+    window->setWindowState(window->windowState() & ~Qt::WindowMinimized);
+    window->show();
     AppDelegate::rescueOffscreen(*window);
     window->raise();
     window->activateWindow();
@@ -113,7 +110,10 @@ void TavrinMacApp::closeWindows() {
 
 bool TavrinMacApp::eventFilter(QObject* watched, QEvent* event) {
     if (event->type() == QEvent::Close) {
-        geometry_.save(*qobject_cast<QWidget*>(watched));
+        auto* const window = qobject_cast<QWidget*>(watched);
+        geometry_.save(*window);
+        // It lives a little longer, but is not to be opened again.
+        windows_.erase(window->objectName());
     }
     return QObject::eventFilter(watched, event);
 }

@@ -2,9 +2,11 @@
 #pragma once
 
 #include <QByteArray>
+#include <QCoroTask>
 
 #include <memory>
 #include <string>
+#include <vector>
 
 class QString;
 class QWidget;
@@ -26,7 +28,8 @@ public:
     WindowGeometry(const WindowGeometry&) = delete;
     WindowGeometry& operator=(const WindowGeometry&) = delete;
 
-    /// Puts the window where it was left. Gives false when that is not known.
+    /// Puts the window where it was left, or in the middle of the screen when the one where it was
+    /// left is gone. Gives false when that is not known.
     bool restore(QWidget& window) const;
 
     /// In the background; what is still to be written then is written by the destructor.
@@ -36,6 +39,8 @@ private:
     tavrin::UserDefaults& defaults_;
     /// Made when first needed: most launches move no window.
     std::unique_ptr<Worker> worker_;
+    /// Those that may still be under way.
+    std::vector<QCoro::Task<>> writes_;
 };
 
 } // namespace orvel

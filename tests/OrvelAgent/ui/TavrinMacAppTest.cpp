@@ -10,7 +10,9 @@
 #include "tests/support/WaitUntil.h"
 
 #include <QApplication>
-#include <QShortcut>
+#include <QPlainTextEdit>
+#include <QPointer>
+#include <QTest>
 #include <QWidget>
 
 #include <gtest/gtest.h>
@@ -96,15 +98,36 @@ TEST_P(TavrinMacAppWindowTest, IsOpenOnce) {
 TEST_P(TavrinMacAppWindowTest, ClosesByKeyboardAndIsGone) {
     for (const QKeySequence& keys :
          {QKeySequence(Qt::Key_Escape), QKeySequence(Qt::CTRL | Qt::Key_W)}) {
-        for (QShortcut* shortcut : open(GetParam().name).findChildren<QShortcut*>()) {
-            if (shortcut->key() == keys) {
-                Q_EMIT shortcut->activated();
-                break;
-            }
+        QWidget& window = open(GetParam().name);
+        ASSERT_TRUE(waitUntil([&] { return window.isActiveWindow(); }));
+        // Wherever the focus is, also in text.
+        if (auto* const text = window.findChild<QPlainTextEdit*>()) {
+            text->setFocus();
         }
+        QWidget* const focused = window.focusWidget();
+        QTest::keySequence(focused != nullptr ? focused : &window, keys);
         processEvents();
         EXPECT_EQ(find(GetParam().name), nullptr) << keys.toString().toStdString();
     }
+}
+
+TEST_P(TavrinMacAppWindowTest, IsOpenedAnewWhileItCloses) {
+    const QPointer<QWidget> closing = &open(GetParam().name);
+    closing->close();
+    app_->openWindow(QString::fromLatin1(GetParam().name));
+    processEvents();
+    const QWidget* const window = find(GetParam().name);
+    ASSERT_NE(window, nullptr);
+    EXPECT_TRUE(window->isVisible());
+    EXPECT_EQ(closing, nullptr);
+}
+
+TEST_P(TavrinMacAppWindowTest, ComesBackAsLargeAsItWas) {
+    QWidget& window = open(GetParam().name);
+    window.setWindowState(Qt::WindowMaximized | Qt::WindowMinimized);
+    open(GetParam().name);
+    EXPECT_TRUE(window.isMaximized());
+    EXPECT_FALSE(window.isMinimized());
 }
 
 TEST_P(TavrinMacAppWindowTest, OpensWhereItWasClosed) {
@@ -142,6 +165,17 @@ TEST_F(TavrinMacAppTest, OpeningAWindowClosesThePanel) {
     ASSERT_TRUE(app_->menuBarExtra().isPanelOpen());
     open(TavrinMacApp::versionHistory);
     EXPECT_FALSE(app_->menuBarExtra().isPanelOpen());
+}
+
+TEST_F(TavrinMacAppTest, OpeningAWindowLeavesThePanelThatIsOneToo) {
+    with_.workspace.setHasTray(false);
+    begin();
+    app_->menuBarExtra().showPanel();
+    open(TavrinMacApp::settings);
+    QWidget* const panel = find("menu-bar-panel");
+    ASSERT_NE(panel, nullptr);
+    EXPECT_TRUE(panel->isVisible());
+    EXPECT_FALSE(panel->isMinimized());
 }
 
 TEST_F(TavrinMacAppTest, ThePanelLeadsToTheWindowsAndOut) {

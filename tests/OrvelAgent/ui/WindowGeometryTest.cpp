@@ -3,6 +3,8 @@
 
 #include "tests/support/InMemoryUserDefaults.h"
 
+#include <QGuiApplication>
+#include <QScreen>
 #include <QWidget>
 
 #include <gtest/gtest.h>
@@ -39,6 +41,16 @@ TEST_F(WindowGeometryTest, EveryWindowHasItsOwnPlace) {
     save();
     next_.setObjectName(QStringLiteral("another-window"));
     EXPECT_FALSE(WindowGeometry(defaults_).restore(next_));
+}
+
+TEST_F(WindowGeometryTest, AWindowOfAScreenThatIsGoneIsCentred) {
+    window_.setGeometry(20'000, 20'000, 300, 200);
+    save();
+    next_.setObjectName(QStringLiteral("a-window"));
+    EXPECT_TRUE(WindowGeometry(defaults_).restore(next_));
+    EXPECT_EQ(next_.size(), window_.size());
+    const QPoint middle = QGuiApplication::primaryScreen()->availableGeometry().center();
+    EXPECT_LE((next_.frameGeometry().center() - middle).manhattanLength(), 2);
 }
 
 TEST_F(WindowGeometryTest, NonsenseIsNoPlace) {
