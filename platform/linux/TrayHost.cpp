@@ -33,6 +33,10 @@ TrayHost::TrayHost(Clock& clock, std::function<void()> changed)
     SessionBus::connect(context_.get(), clock, [this](std::unique_ptr<SessionBus> bus) {
         bus_ = std::move(bus);
         if (bus_) {
+            bus_->onLoss([this] {
+                isOnBus_ = false;
+                update();
+            });
             listen();
             askBus();
         }

@@ -62,6 +62,13 @@ struct TraySelection::Display {
         return screens.data->root;
     }
 
+    /// Of the selection; none when there is no tray.
+    [[nodiscard]] xcb_window_t owner() const {
+        const auto reply = owned(xcb_get_selection_owner_reply(
+            connection, xcb_get_selection_owner(connection, selection), nullptr));
+        return reply ? reply->owner : xcb_window_t{XCB_WINDOW_NONE};
+    }
+
     int screen = 0;
     xcb_connection_t* connection;
     xcb_atom_t selection = XCB_ATOM_NONE;
@@ -115,18 +122,15 @@ void TraySelection::look() {
 }
 
 void TraySelection::askForOwner() {
-    const auto reply = owned(xcb_get_selection_owner_reply(
-        display_->connection,
-        xcb_get_selection_owner(display_->connection, display_->selection),
-        nullptr));
-    const xcb_window_t owner = reply ? reply->owner : xcb_window_t{XCB_WINDOW_NONE};
-    isOwned_ = owner != XCB_WINDOW_NONE;
-    if (isOwned_) {
-        // To be told of its end.
+    xcb_window_t owner = display_->owner();
+    xcb_window_t watched = XCB_WINDOW_NONE;
+    while (owner != XCB_WINDOW_NONE && owner != watched) {
+        // To be told of its end; which may have come before this, so ask again.
         const std::uint32_t events = XCB_EVENT_MASK_STRUCTURE_NOTIFY;
         xcb_change_window_attributes(display_->connection, owner, XCB_CW_EVENT_MASK, &events);
-        xcb_flush(display_->connection);
+        watched = std::exchange(owner, display_->owner());
     }
+    isOwned_ = owner != XCB_WINDOW_NONE;
 }
 
 } // namespace orvel
