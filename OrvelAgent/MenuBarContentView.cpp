@@ -16,6 +16,7 @@
 
 #include <QEvent>
 #include <QHBoxLayout>
+#include <QPainter>
 #include <QScreen>
 #include <QScrollBar>
 #include <QShowEvent>
@@ -240,11 +241,14 @@ void MenuBarContentView::cancelSignIn() {
 
 QSize MenuBarContentView::sizeHint() const {
     settle(content_);
-    const int width = std::max(Theme::panelWidth, content_->minimumSizeHint().width());
-    return {width, content_->heightForWidth(width)};
+    const int edges = 2 * frameWidth();
+    const int width = std::max(Theme::panelWidth, content_->minimumSizeHint().width() + edges);
+    return {width, content_->heightForWidth(width - edges) + edges};
 }
 
 void MenuBarContentView::fitToContent() {
+    const bool isFrameless = isWindow() && windowFlags().testFlag(Qt::FramelessWindowHint);
+    setFrameShape(isFrameless ? QFrame::Box : QFrame::NoFrame);
     QSize size = sizeHint();
     const int available = screen()->availableGeometry().height();
     const bool scrolls = size.height() > available;
@@ -255,6 +259,16 @@ void MenuBarContentView::fitToContent() {
     // content then lacks.
     setVerticalScrollBarPolicy(scrolls ? Qt::ScrollBarAlwaysOn : Qt::ScrollBarAlwaysOff);
     setFixedSize(size);
+}
+
+bool MenuBarContentView::event(QEvent* event) {
+    const bool isHandled = QScrollArea::event(event);
+    if (event->type() == QEvent::Paint && frameShape() != QFrame::NoFrame) {
+        QPainter painter(this);
+        painter.setPen(Theme::borderColor(Theme::Surface::Card, palette()));
+        painter.drawRect(rect().adjusted(0, 0, -1, -1));
+    }
+    return isHandled;
 }
 
 bool MenuBarContentView::eventFilter(QObject* watched, QEvent* event) {

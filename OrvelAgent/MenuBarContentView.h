@@ -19,7 +19,7 @@ class TextLabel;
 /// The panel of the tray icon: whether collection works, what blocks it, and the account.
 ///
 /// As wide as the theme says and as high as its content; it scrolls only where the screen is not
-/// high enough. Borrows the model.
+/// high enough. As a window without a frame it has an edge of its own. Borrows the model.
 class MenuBarContentView final : public QScrollArea {
     Q_OBJECT
 
@@ -34,6 +34,7 @@ Q_SIGNALS:
     void quitRequested();
 
 protected:
+    bool event(QEvent* event) override;
     bool eventFilter(QObject* watched, QEvent* event) override;
     void showEvent(QShowEvent* event) override;
 

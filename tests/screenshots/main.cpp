@@ -107,6 +107,7 @@ private:
     void takePanel(const char* name, AgentState state) {
         SampleAgent agent(state);
         MenuBarContentView panel(agent.model());
+        panel.setWindowFlags(Qt::Tool | Qt::FramelessWindowHint);
         save(panel, fmt::format("panel-{}", name));
     }
 

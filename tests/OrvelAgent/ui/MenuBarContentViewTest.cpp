@@ -4,6 +4,7 @@
 #include "OrvelAgent/Spinner.h"
 #include "OrvelAgent/TextButton.h"
 #include "OrvelAgent/TextLabel.h"
+#include "OrvelAgent/Theme.h"
 #include "tests/support/DesktopLook.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/SampleAgent.h"
@@ -14,6 +15,7 @@
 #include <QApplication>
 #include <QEnterEvent>
 #include <QFont>
+#include <QImage>
 #include <QLabel>
 #include <QPushButton>
 #include <QScreen>
@@ -169,6 +171,20 @@ TEST_F(MenuBarContentViewTest, ItsSizeIsRightAlreadyBeforeItIsShown) {
     EXPECT_EQ(panel_->size(), wanted);
     processEvents();
     EXPECT_EQ(panel_->size(), wanted);
+}
+
+TEST_F(MenuBarContentViewTest, WithoutAFrameItHasAnEdgeWithinItsWidth) {
+    show(AgentState::NothingWrong);
+    panel_->setWindowFlags(Qt::Tool | Qt::FramelessWindowHint);
+    panel_->show();
+    processEvents();
+    EXPECT_EQ(panel_->width(), 340);
+    EXPECT_THAT(test::layoutFaults(*panel_), IsEmpty());
+    const QImage image = panel_->grab().toImage();
+    const QColor edge = Theme::borderColor(Theme::Surface::Card, panel_->palette());
+    EXPECT_EQ(image.pixelColor(0, image.height() / 2), edge);
+    EXPECT_EQ(image.pixelColor(image.width() - 1, image.height() - 1), edge);
+    EXPECT_NE(image.pixelColor(1, 1), edge);
 }
 
 TEST_F(MenuBarContentViewTest, ContentHigherThanTheScreenIsScrolled) {
