@@ -106,8 +106,6 @@ int run(Application& application) {
     ContactsQuestions questions;
     Platform platform = makePlatform(platformOptions(&questions));
     questions.displayName = QString::fromStdString(Configuration(*platform.bundle).displayName());
-    // By which the tray and screen readers call the agent.
-    QCoreApplication::setApplicationName(questions.displayName);
     SingleInstance::terminateIfAlreadyRunning(
         *platform.bundle, *platform.workspace, *platform.logStore);
 
