@@ -151,7 +151,8 @@ void MenuBarExtra::showPanel(std::optional<QPoint> click) {
 
 void MenuBarExtra::openPanel(std::optional<QPoint> click) {
     click_ = click;
-    panel_ = new MenuBarContentView(model_);
+    auto* const content = new MenuBarContentView(model_);
+    panel_ = content;
     panel_->setAttribute(Qt::WA_DeleteOnClose);
     panel_->setObjectName(QStringLiteral("menu-bar-panel"));
     panel_->setWindowTitle(QString::fromStdString(model_.configuration().displayName()));
@@ -172,12 +173,13 @@ void MenuBarExtra::openPanel(std::optional<QPoint> click) {
         connect(new QShortcut(keys, panel_), &QShortcut::activated, panel_, &QWidget::close);
     }
     connect(
-        panel_,
+        content,
         &MenuBarContentView::versionHistoryRequested,
         this,
         &MenuBarExtra::versionHistoryRequested);
-    connect(panel_, &MenuBarContentView::settingsRequested, this, &MenuBarExtra::settingsRequested);
-    connect(panel_, &MenuBarContentView::quitRequested, this, &MenuBarExtra::quitRequested);
+    connect(
+        content, &MenuBarContentView::settingsRequested, this, &MenuBarExtra::settingsRequested);
+    connect(content, &MenuBarContentView::quitRequested, this, &MenuBarExtra::quitRequested);
 }
 
 void MenuBarExtra::closePanel() {

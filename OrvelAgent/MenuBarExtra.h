@@ -10,6 +10,7 @@
 #include <QPoint>
 #include <QPointer>
 #include <QSystemTrayIcon>
+#include <QWidget>
 
 #include <functional>
 #include <map>
@@ -23,7 +24,6 @@ class QWidget;
 namespace orvel {
 
 class AppModel;
-class MenuBarContentView;
 
 /// The agent's one permanent surface: its icon in the tray, and the panel that the icon opens.
 ///
@@ -76,7 +76,8 @@ private:
     /// Drawn once, because the attention flash changes between two of them all the time.
     std::map<StatusIcon, QIcon> drawnIcons_;
     std::optional<StatusIcon> shownStatus_;
-    QPointer<MenuBarContentView> panel_;
+    /// Of the base's type: it is still compared while it is being destroyed.
+    QPointer<QWidget> panel_;
     /// Of the panel that is open, and where the click was that opened it.
     bool isOrdinaryWindow_ = false;
     std::optional<QPoint> click_;
