@@ -209,7 +209,7 @@ EvolutionAddressBook::~EvolutionAddressBook() = default;
 
 int EvolutionAddressBook::authorizationStatus() const {
     if (isMissing_) {
-        lookAgain();
+        look();
         return restricted;
     }
     return consent();
@@ -234,13 +234,14 @@ void EvolutionAddressBook::requestAccess(std::function<void(bool)> completion) {
         return;
     }
     // Nobody is asked for what is not there.
-    read(std::nullopt, [this](const Reading&) {
+    looked_ = [this] {
         if (isMissing_ || consent() != notDetermined || !askUser_) {
             answerRequests(!isMissing_ && consent() == authorized);
         } else {
             askUser();
         }
-    });
+    };
+    look();
 }
 
 void EvolutionAddressBook::enumerateCards(Fields fields, std::function<void(Cards)> completion) {
@@ -251,7 +252,8 @@ void EvolutionAddressBook::enumerateCards(Fields fields, std::function<void(Card
         });
         return;
     }
-    read(fields, [this, completion = std::move(completion)](Reading reading) {
+    auto finish = [this, completion = std::move(completion)](Reading reading) {
+        noteIfMissing(reading);
         for (const auto& failure : reading.failures) {
             logOnce(failure);
         }
@@ -260,43 +262,44 @@ void EvolutionAddressBook::enumerateCards(Fields fields, std::function<void(Card
         } else {
             completion(std::move(reading.cards));
         }
-    });
+    };
+    // Left to itself as well.
+    startThread(
+        mainThread_.get(), [fields] { return Reading::take(fields); }, std::move(finish))
+        .detach();
 }
 
-void EvolutionAddressBook::lookAgain() const {
+void EvolutionAddressBook::look() const {
     if (std::exchange(isLooking_, true)) {
         return;
     }
+    // Left to itself, with nothing of ours: waking the service cannot be cancelled, and libebook
+    // leaks what is.
     startThread(
         mainThread_.get(),
         [] { return Reading::take(std::nullopt); },
         [this](const Reading& reading) {
             isLooking_ = false;
-            isMissing_ = reading.isMissing;
+            noteIfMissing(reading);
+            if (const auto looked = std::exchange(looked_, nullptr)) {
+                looked();
+            }
         })
         .detach();
+}
+
+void EvolutionAddressBook::noteIfMissing(const Reading& reading) const {
+    isMissing_ = reading.isMissing;
+    if (isMissing_) {
+        logOnce(*reading.error);
+    }
 }
 
 void EvolutionAddressBook::later(std::function<void()> job) {
     QMetaObject::invokeMethod(mainThread_.get(), std::move(job), Qt::QueuedConnection);
 }
 
-void EvolutionAddressBook::read(std::optional<Fields> fields, std::function<void(Reading)> finish) {
-    auto settle = [this, finish = std::move(finish)](Reading reading) {
-        isMissing_ = reading.isMissing;
-        if (isMissing_) {
-            logOnce(*reading.error);
-        }
-        finish(std::move(reading));
-    };
-    // Left to itself, with nothing of ours: waking the service cannot be cancelled, and libebook
-    // leaks what is.
-    startThread(
-        mainThread_.get(), [fields] { return Reading::take(fields); }, std::move(settle))
-        .detach();
-}
-
-void EvolutionAddressBook::logOnce(const tavrin::PlatformError& failure) {
+void EvolutionAddressBook::logOnce(const tavrin::PlatformError& failure) const {
     if (logged_.insert(failure.what()).second) {
         logStore_.write(LogLevel::Error, "contacts", failure.what());
     }

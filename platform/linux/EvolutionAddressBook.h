@@ -49,10 +49,11 @@ private:
 
     /// What the user has decided, whether the service is there or not.
     [[nodiscard]] int consent() const;
-    void lookAgain() const;
+    /// Whether the service is there. One look at a time.
+    void look() const;
+    void noteIfMissing(const Reading& reading) const;
     void later(std::function<void()> job);
-    void read(std::optional<Fields> fields, std::function<void(Reading)> finish);
-    void logOnce(const tavrin::PlatformError& failure);
+    void logOnce(const tavrin::PlatformError& failure) const;
     void askUser();
     void keepGrant();
     void answerRequests(bool isGranted);
@@ -63,10 +64,12 @@ private:
     /// As far as is known: asking for the status looks again.
     mutable bool isMissing_ = false;
     mutable bool isLooking_ = false;
+    /// What waits for the end of a look.
+    mutable std::function<void()> looked_;
     bool isRefused_ = false;
     bool isAsking_ = false;
     /// Every enumeration may fail in the same way.
-    std::set<std::string> logged_;
+    mutable std::set<std::string> logged_;
     /// Those who wait for the user's answer.
     std::vector<std::function<void(bool)>> requests_;
     /// Results come to it; with it they are dropped.

@@ -279,8 +279,9 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_P(EvolutionAddressBookOnOtherBusTest, NothingIsGrantedAndTheReasonLoggedOnce) {
     EXPECT_FALSE(requestAccess(addressBook()));
-    EXPECT_FALSE(requestAccess(addressBook()));
     EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::restricted);
+    // The end of the look that this began: the next test is on another bus.
+    EXPECT_FALSE(requestAccess(addressBook()));
     EXPECT_THAT(logged(), ElementsAre(HasSubstr("Could not reach the desktop's address book: ")));
 }
 
