@@ -1,0 +1,25 @@
+# SPDX-License-Identifier: Apache-2.0
+#
+# Writes the CTest tests of a GoogleTest program to OUTPUT, one for each of its suites: a program
+# that starts under the sanitizers takes longer than most cases. Run by orvel_add_tests after the
+# program PROGRAM is linked; NAME is the tests' prefix. Cases that are disabled are for running by
+# hand, and suites of nothing else are no tests.
+cmake_minimum_required(VERSION 3.25)
+
+set(listing ${OUTPUT}.json)
+execute_process(COMMAND ${PROGRAM} --gtest_list_tests --gtest_filter=-*DISABLED_*
+                        --gtest_output=json:${listing}
+                OUTPUT_QUIET TIMEOUT 60 COMMAND_ERROR_IS_FATAL ANY)
+file(READ ${listing} json)
+file(REMOVE ${listing})
+
+set(script "")
+string(JSON count LENGTH "${json}" testsuites)
+math(EXPR last "${count} - 1")
+foreach(index RANGE ${last})
+  string(JSON suite GET "${json}" testsuites ${index} name)
+  string(APPEND script "add_test([==[${NAME}.${suite}]==] [==[${PROGRAM}]==]"
+                       " [==[--gtest_filter=${suite}.*-*DISABLED_*]==])\n"
+                       "set_tests_properties([==[${NAME}.${suite}]==] PROPERTIES TIMEOUT 300)\n")
+endforeach()
+file(WRITE ${OUTPUT} "${script}")
