@@ -298,10 +298,13 @@ QCoro::Task<> AppModel::requestContactsAccess() {
         collector_->noteDebuggerBlocksPrompt();
         co_return;
     }
-    if (isRequestingContacts_) {
-        co_return;
-    }
     try {
+        if (isRequestingContacts_) {
+            // The question comes to the front; what is to follow its answer follows once.
+            platform_.workspace->activate();
+            co_await contacts_->requestAccess(lifetime_.token());
+            co_return;
+        }
         {
             const QScopedValueRollback<bool> requesting(isRequestingContacts_, true);
             const InFront inFront(*platform_.workspace);

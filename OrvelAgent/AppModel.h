@@ -75,7 +75,7 @@ public:
     QCoro::Task<> refreshPermissions();
 
     /// Asks the user for the address book, and scans all conversations anew when it is granted.
-    /// Never throws.
+    /// While the question is open, another call only brings it to the front. Never throws.
     QCoro::Task<> requestContactsAccess();
 
     /// Lets the next scan begin with the newest message again. Never throws.

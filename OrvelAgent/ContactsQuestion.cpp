@@ -73,6 +73,7 @@ ContactsQuestion::ContactsQuestion(const QString& displayName, Answer answer, QW
 ContactsQuestion::~ContactsQuestion() = default;
 
 void ContactsQuestion::ask() {
+    setWindowState(windowState() & ~Qt::WindowMinimized);
     show();
     raise();
     activateWindow();

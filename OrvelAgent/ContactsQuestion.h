@@ -20,8 +20,11 @@ public:
     ContactsQuestion(const QString& displayName, Answer answer, QWidget* parent = nullptr);
     ~ContactsQuestion() override;
 
-    /// In front of the other windows. They stay usable.
+    /// In front of the other windows, also when it is open already. They stay usable.
     void ask();
+
+    /// It has closed, or is just about to.
+    [[nodiscard]] bool isAnswered() const { return !answer_; }
 
 protected:
     void closeEvent(QCloseEvent* event) override;

@@ -89,7 +89,9 @@ PlatformOptions platformOptions(ContactsQuestions* questions) {
         options.standardErrorLevel = LogLevel::Info;
     }
     options.askForContacts = [questions](std::function<void(bool)> answer) {
-        questions->current = new ContactsQuestion(questions->displayName, std::move(answer));
+        if (!questions->current || questions->current->isAnswered()) {
+            questions->current = new ContactsQuestion(questions->displayName, std::move(answer));
+        }
         questions->current->ask();
     };
     return options;

@@ -47,7 +47,10 @@ public:
 
     [[nodiscard]] virtual int authorizationStatus() const = 0;
 
-    /// Asks the user when nothing is decided yet; answers whether access is granted now.
+    /// Asks the user when nothing is decided yet, one question at a time: a request meanwhile
+    /// brings the open one to the front and shares its answer. Answers whether access is granted
+    /// now. It is the platform's affair whether a refusal decides anything: where it does not, the
+    /// next request asks again.
     virtual void requestAccess(std::function<void(bool)> completion) = 0;
 
     /// The cards of all people and organizations, in the address book's order; lists of people are

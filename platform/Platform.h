@@ -29,7 +29,8 @@ struct PlatformOptions {
     /// Log lines of this level and above also go to standard error; none when absent.
     std::optional<LogLevel> standardErrorLevel;
     /// Asks the user whether the address book may be read, and answers through its argument, once,
-    /// on the main thread. When absent, the user cannot be asked.
+    /// on the main thread. Called again before that, it brings the open question to the front, and
+    /// either argument may be answered. When absent, the user cannot be asked.
     std::function<void(std::function<void(bool)> answer)> askForContacts;
     /// Keeps the memory of this process, which is going to hold tokens, out of core dumps. Where
     /// there are assertions, there is somebody with a debugger.

@@ -219,7 +219,7 @@ int EvolutionAddressBook::consent() const {
     if (defaults_.string(consentKey) == granted) {
         return authorized;
     }
-    return isRefused_ ? denied : notDetermined;
+    return notDetermined;
 }
 
 void EvolutionAddressBook::requestAccess(std::function<void(bool)> completion) {
@@ -230,6 +230,10 @@ void EvolutionAddressBook::requestAccess(std::function<void(bool)> completion) {
         return;
     }
     requests_.push_back(std::move(completion));
+    if (isAsking_) {
+        askUser();
+        return;
+    }
     if (requests_.size() > 1) {
         return;
     }
@@ -315,7 +319,6 @@ void EvolutionAddressBook::askUser() {
         if (isGranted) {
             keepGrant();
         } else {
-            isRefused_ = true;
             answerRequests(false);
         }
     });

@@ -20,19 +20,19 @@ namespace orvel {
 /// The desktop's enabled address books, through Evolution Data Server on the session bus.
 ///
 /// The desktop has no consent of its own, so the agent asks for it. A grant is kept in the user
-/// defaults. A refusal holds until the program ends, and no longer: there are no settings of the
-/// desktop's where the user could take it back, so the next launch may ask again. Without a session
-/// bus or without the service the status is `restricted`, which is found out, and logged, at the
-/// first request or enumeration. A service may also have been too slow to start: every further
-/// request or enumeration looks again, and so does asking for the status, in the background. An
-/// address book that cannot be read while others can is left out, and logged. The same reason is
-/// logged once.
+/// defaults. A refusal decides nothing: there are no settings of the desktop's where the user could
+/// take it back, so whoever requests access again is asked again. Without a session bus or without
+/// the service the status is `restricted`, which is found out, and logged, at the first request or
+/// enumeration. A service may also have been too slow to start: every further request or
+/// enumeration looks again, and so does asking for the status, in the background. An address book
+/// that cannot be read while others can is left out, and logged. The same reason is logged once.
 ///
 /// Borrows the defaults and the log store. The service is awaited on threads of their own, which
 /// may outlive the object.
 class EvolutionAddressBook final : public AddressBook {
 public:
-    /// Asks the user and answers through its argument, on the main thread; only the first answer
+    /// Asks the user and answers through its argument, on the main thread. While it has not
+    /// answered it may be called again, to bring the question to the front. Only the first answer
     /// counts.
     using AskUser = std::function<void(std::function<void(bool)> answer)>;
 
@@ -66,7 +66,6 @@ private:
     mutable bool isLooking_ = false;
     /// What waits for the end of a look.
     mutable std::function<void()> looked_;
-    bool isRefused_ = false;
     bool isAsking_ = false;
     /// Every enumeration may fail in the same way.
     mutable std::set<std::string> logged_;

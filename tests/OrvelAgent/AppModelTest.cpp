@@ -711,21 +711,45 @@ TEST_F(AppModelTest, TheQuestionForContactsComesToTheFront) {
     EXPECT_EQ(with_.workspace.activations, 1);
     processEvents();
     EXPECT_EQ(with_.workspace.policy, Workspace::ActivationPolicy::Accessory);
-    EXPECT_EQ(model_->contactsAvailability(), Availability::Denied);
     EXPECT_THAT(
         logged(LogLevel::Error), ElementsAre(HasSubstr("Contacts request did not grant access")));
 }
 
-TEST_F(AppModelTest, AskingTwiceForContactsIsOneQuestion) {
+TEST_F(AppModelTest, AskingForContactsWhileTheQuestionIsOpenBringsItToTheFront) {
     with_.addressBook.status = AddressBook::notDetermined;
     with_.addressBook.userAllows = false;
     startSignedOut();
     const auto first = model_->requestContactsAccess();
     runTask(model_->requestContactsAccess());
     processEvents();
+    EXPECT_TRUE(first.isReady());
     EXPECT_EQ(with_.addressBook.questions, 1);
+    EXPECT_EQ(with_.addressBook.reminders, 1);
+    EXPECT_EQ(with_.workspace.activations, 2);
     EXPECT_EQ(with_.workspace.policy, Workspace::ActivationPolicy::Accessory);
     EXPECT_EQ(with_.workspace.policies.size(), 2U);
+    EXPECT_EQ(logged(LogLevel::Error).size(), 1U);
+}
+
+TEST_F(AppModelTest, AQuestionForContactsAskedTwiceAndAllowedIsOneMoreScan) {
+    with_.addressBook.status = AddressBook::notDetermined;
+    startSignedIn();
+    const auto first = model_->requestContactsAccess();
+    runTask(model_->requestContactsAccess());
+    EXPECT_TRUE(waitUntil([&] { return first.isReady(); }));
+    EXPECT_EQ(scans(), 2U);
+}
+
+TEST_F(AppModelTest, WhoeverHasRefusedTheContactsCanBeAskedAgain) {
+    with_.addressBook.status = AddressBook::notDetermined;
+    with_.addressBook.userAllows = false;
+    startSignedOut();
+    runTask(model_->requestContactsAccess());
+    EXPECT_EQ(model_->contactsAvailability(), Availability::NotDetermined);
+    with_.addressBook.userAllows = true;
+    runTask(model_->requestContactsAccess());
+    EXPECT_EQ(with_.addressBook.questions, 2);
+    EXPECT_EQ(model_->contactsAvailability(), Availability::Granted);
 }
 
 TEST_F(AppModelTest, AQuestionForContactsThatGoesWrongCanBeAskedAgain) {
@@ -1136,8 +1160,10 @@ TEST_F(AppModelTest, ItMayGoWhileTheUserIsAskedForContacts) {
     with_.addressBook.hold();
     startSignedOut();
     const auto asking = model_->requestContactsAccess();
+    const auto askingAgain = model_->requestContactsAccess();
     expectToEndWithoutATrace();
     EXPECT_TRUE(asking.isReady());
+    EXPECT_TRUE(askingAgain.isReady());
     EXPECT_EQ(with_.workspace.policy, Workspace::ActivationPolicy::Accessory);
 }
 

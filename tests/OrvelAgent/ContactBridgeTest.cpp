@@ -117,7 +117,8 @@ TEST_F(ContactBridgeTest, AsksWhenNothingIsDecidedAndReportsRefusal) {
         ElementsAre(
             contactsLine(LogLevel::Info, "contacts access requested; status is notDetermined"),
             contactsLine(
-                LogLevel::Default, "contacts request returned false; status is now denied")));
+                LogLevel::Default,
+                "contacts request returned false; status is now notDetermined")));
 }
 
 TEST_F(ContactBridgeTest, AsksUnderAStatusThatIsNotKnown) {

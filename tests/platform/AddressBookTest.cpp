@@ -127,10 +127,12 @@ TEST_P(AddressBookTest, ConsentGrantsAccess) {
     EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::authorized);
 }
 
-TEST_P(AddressBookTest, RefusalDeniesAccess) {
+TEST_P(AddressBookTest, RefusalGrantsAndDecidesNothing) {
+    subject_->add({ContactCard{"Jane", "Doe", "", {}, {}}});
     subject_->setUserAllows(false);
     EXPECT_FALSE(requestAccess(addressBook()));
-    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::denied);
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::notDetermined);
+    EXPECT_NE(errorOf(addressBook(), Fields::Identifiers), "");
 }
 
 TEST_P(AddressBookTest, ConsentIsAskedOnce) {
@@ -140,12 +142,12 @@ TEST_P(AddressBookTest, ConsentIsAskedOnce) {
     EXPECT_EQ(subject_->questions(), 1);
 }
 
-TEST_P(AddressBookTest, RefusalIsNotAskedAgain) {
+TEST_P(AddressBookTest, WhoeverHasRefusedIsAskedAgainAtTheNextRequest) {
     subject_->setUserAllows(false);
     EXPECT_FALSE(requestAccess(addressBook()));
     subject_->setUserAllows(true);
-    EXPECT_FALSE(requestAccess(addressBook()));
-    EXPECT_EQ(subject_->questions(), 1);
+    EXPECT_TRUE(requestAccess(addressBook()));
+    EXPECT_EQ(subject_->questions(), 2);
 }
 
 TEST_P(AddressBookTest, WithoutAccessNothingIsRead) {
@@ -230,6 +232,16 @@ TEST_P(AddressBookTest, TwoRequestsAtOnceAreOneQuestion) {
     EXPECT_TRUE(requestAccess(addressBook()));
     test::processEvents();
     EXPECT_THAT(*answers, testing::ElementsAre(true));
+    EXPECT_EQ(subject_->questions(), 1);
+}
+
+TEST_P(AddressBookTest, TwoRequestsAtOnceAreOneRefusal) {
+    subject_->setUserAllows(false);
+    const auto answers = std::make_shared<std::vector<bool>>();
+    addressBook().requestAccess([answers](bool isGranted) { answers->push_back(isGranted); });
+    EXPECT_FALSE(requestAccess(addressBook()));
+    test::processEvents();
+    EXPECT_THAT(*answers, testing::ElementsAre(false));
     EXPECT_EQ(subject_->questions(), 1);
 }
 

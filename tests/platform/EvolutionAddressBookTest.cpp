@@ -110,17 +110,31 @@ TEST_F(EvolutionAddressBookTest, TheGrantIsKept) {
     EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::authorized);
 }
 
-TEST_F(EvolutionAddressBookTest, TheRefusalHoldsUntilTheNextLaunch) {
+TEST_F(EvolutionAddressBookTest, TheRefusalIsNotKept) {
     onQuestion_ = [this] {
         answer_(false);
     };
     ASSERT_FALSE(requestAccess(addressBook()));
-    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::denied);
     EXPECT_FALSE(defaults_.contains("contacts.access"));
-    addressBook_.reset();
-    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::notDetermined);
-    ASSERT_FALSE(requestAccess(addressBook()));
+}
+
+TEST_F(EvolutionAddressBookTest, ARequestWhileTheQuestionIsOpenBringsItToTheFront) {
+    std::vector<bool> answers;
+    const auto request = [&] {
+        addressBook().requestAccess([&](bool isGranted) { answers.push_back(isGranted); });
+    };
+    request();
+    ASSERT_TRUE(test::waitUntil([this] { return questions_ == 1; }));
+    const auto first = answer_;
+    request();
     EXPECT_EQ(questions_, 2);
+    first(false);
+    EXPECT_THAT(answers, ElementsAre(false, false));
+    // The question has gone: what was to answer the second time means nothing.
+    answer_(true);
+    test::processEvents();
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::notDetermined);
+    EXPECT_EQ(answers.size(), 2U);
 }
 
 TEST_F(EvolutionAddressBookTest, ARefusalThatAnEarlierVersionKeptDecidesNothing) {
@@ -151,7 +165,7 @@ TEST_F(EvolutionAddressBookTest, OnlyTheFirstAnswerCounts) {
     EXPECT_FALSE(requestAccess(addressBook()));
     answer_(true);
     test::processEvents();
-    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::denied);
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::notDetermined);
 }
 
 TEST_F(EvolutionAddressBookTest, AnAnswerAfterItsEndIsIgnored) {

@@ -11,7 +11,7 @@
 
 namespace orvel::test {
 
-/// An address book in memory, with a user who answers at once.
+/// An address book in memory, with a user who answers at once. A refusal decides nothing.
 class FakeAddressBook final : public AddressBook {
 public:
     int status = authorized;
@@ -21,8 +21,9 @@ public:
     /// Enumerating fails with this when set.
     std::optional<tavrin::PlatformError> readError;
 
-    /// How often the user was asked.
+    /// How often the user was asked, and how often an open question came to the front.
     int questions = 0;
+    int reminders = 0;
     /// Which fields each enumeration asked for.
     std::vector<Fields> enumerations;
 
@@ -33,11 +34,18 @@ public:
 
     void requestAccess(std::function<void(bool)> completion) override {
         const bool isDecided = status == restricted || status == denied || hasAccess();
-        if (!isDecided) {
-            ++questions;
-            status = userAllows ? authorized : denied;
+        if (isDecided) {
+            later([completion = std::move(completion), granted = hasAccess()] {
+                completion(granted);
+            });
+            return;
         }
-        later([completion = std::move(completion), granted = hasAccess()] { completion(granted); });
+        const bool isOpen = !requests_.empty();
+        ++(isOpen ? reminders : questions);
+        requests_.push_back(std::move(completion));
+        if (!isOpen) {
+            later([this] { answer(); });
+        }
     }
 
     void enumerateCards(Fields fields, std::function<void(Cards)> completion) override {
@@ -66,6 +74,16 @@ private:
         return result;
     }
 
+    void answer() {
+        if (userAllows) {
+            status = authorized;
+        }
+        const bool isGranted = hasAccess();
+        for (const auto& completion : std::exchange(requests_, {})) {
+            completion(isGranted);
+        }
+    }
+
     void later(std::function<void()> job) {
         if (!isHolding_) {
             QMetaObject::invokeMethod(&context_, std::move(job), Qt::QueuedConnection);
@@ -73,6 +91,8 @@ private:
     }
 
     bool isHolding_ = false;
+    /// Those who wait for the user's answer.
+    std::vector<std::function<void(bool)>> requests_;
     QObject context_;
 };
 

@@ -83,6 +83,21 @@ TEST_F(ContactsQuestionTest, UnansweredItLeavesTheQuestionOpenWhenTheProgramEnds
     EXPECT_THAT(answers_, IsEmpty());
 }
 
+TEST_F(ContactsQuestionTest, AskedAgainItComesBackFromWhereItWasPutAway) {
+    question_->showMinimized();
+    question_->ask();
+    EXPECT_FALSE(question_->isMinimized());
+    EXPECT_TRUE(question_->isVisible());
+    EXPECT_THAT(answers_, IsEmpty());
+}
+
+TEST_F(ContactsQuestionTest, ItIsAnsweredBeforeItHasGone) {
+    EXPECT_FALSE(question_->isAnswered());
+    question_->close();
+    ASSERT_NE(question_, nullptr);
+    EXPECT_TRUE(question_->isAnswered());
+}
+
 TEST_F(ContactsQuestionTest, TheOtherWindowsStayUsable) {
     EXPECT_FALSE(question_->isModal());
     EXPECT_TRUE(question_->isVisible());
