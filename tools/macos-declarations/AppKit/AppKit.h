@@ -1,0 +1,105 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+#include <Foundation/Foundation.h>
+NS_ASSUME_NONNULL_BEGIN
+@class NSWindow, NSScreen, NSRunningApplication, NSImage;
+typedef NS_ENUM(NSInteger, NSApplicationActivationPolicy) {
+    NSApplicationActivationPolicyRegular = 0,
+    NSApplicationActivationPolicyAccessory = 1,
+    NSApplicationActivationPolicyProhibited = 2,
+};
+typedef NS_OPTIONS(NSUInteger, NSApplicationActivationOptions) {
+    NSApplicationActivateAllWindows = 1 << 0,
+    NSApplicationActivateIgnoringOtherApps MAC_DEPRECATED(10.6, 14.0, "has no effect") = 1 << 1,
+};
+typedef NS_OPTIONS(NSUInteger, NSWindowCollectionBehavior) {
+    NSWindowCollectionBehaviorDefault = 0,
+    NSWindowCollectionBehaviorCanJoinAllSpaces = 1 << 0,
+    NSWindowCollectionBehaviorMoveToActiveSpace = 1 << 1,
+    NSWindowCollectionBehaviorTransient = 1 << 3,
+    NSWindowCollectionBehaviorFullScreenAuxiliary = 1 << 8,
+};
+typedef NSInteger NSWindowLevel;
+typedef NSString* NSPasteboardType;
+
+@interface NSResponder : NSObject <NSCoding>
+@end
+@interface NSApplication : NSResponder
+@property(class, readonly, strong) NSApplication* sharedApplication;
+- (BOOL)setActivationPolicy:(NSApplicationActivationPolicy)activationPolicy;
+- (NSApplicationActivationPolicy)activationPolicy;
+- (void)activateIgnoringOtherApps:(BOOL)ignoreOtherApps
+    MAC_DEPRECATED(10.0, 100000, "use -activate");
+- (void)activate MAC_API(14.0);
+@property(readonly, copy) NSArray<NSWindow*>* windows;
+@property(nullable, readonly, weak) NSWindow* keyWindow;
+@property(nullable, readonly, weak) NSWindow* mainWindow;
+@property(getter=isActive, readonly) BOOL active;
+@end
+STUB_EXTERN __kindof NSApplication* _Null_unspecified NSApp;
+
+@interface NSRunningApplication : NSObject
++ (NSArray<NSRunningApplication*>*)runningApplicationsWithBundleIdentifier:
+    (NSString*)bundleIdentifier;
+@property(class, readonly, strong) NSRunningApplication* currentApplication;
+- (BOOL)activateWithOptions:(NSApplicationActivationOptions)options;
+- (BOOL)terminate;
+@property(readonly) pid_t processIdentifier;
+@property(nullable, readonly, copy) NSString* bundleIdentifier;
+@property(nullable, readonly, copy) NSString* localizedName;
+@property(nullable, readonly, copy) NSURL* bundleURL;
+@property(readonly, getter=isTerminated) BOOL terminated;
+@end
+
+@interface NSWorkspace : NSObject
+@property(class, readonly, strong) NSWorkspace* sharedWorkspace;
+@property(readonly, strong) NSNotificationCenter* notificationCenter;
+- (BOOL)openURL:(NSURL*)url;
+@property(readonly, copy) NSArray<NSRunningApplication*>* runningApplications;
+@property(readonly) BOOL accessibilityDisplayShouldReduceMotion MAC_API(10.12);
+@property(readonly) BOOL accessibilityDisplayShouldReduceTransparency MAC_API(10.10);
+@property(readonly) BOOL accessibilityDisplayShouldIncreaseContrast MAC_API(10.10);
+@end
+
+@interface NSScreen : NSObject
+@property(class, readonly, copy) NSArray<NSScreen*>* screens;
+@property(class, nullable, readonly, strong) NSScreen* mainScreen;
+@property(readonly) NSRect frame;
+@property(readonly) NSRect visibleFrame;
+@property(readonly) CGFloat backingScaleFactor;
+@property(readonly, copy) NSString* localizedName MAC_API(10.15);
+@end
+
+@interface NSView : NSResponder
+@property(nullable, readonly, unsafe_unretained) NSWindow* window;
+@end
+@interface NSWindow : NSResponder
+@property(readonly) NSRect frame;
+- (void)setFrame:(NSRect)frameRect display:(BOOL)flag;
+- (void)setFrameOrigin:(NSPoint)point;
+- (NSRect)constrainFrameRect:(NSRect)frameRect toScreen:(nullable NSScreen*)screen;
+@property(nullable, readonly, strong) NSScreen* screen;
+@property(readonly, getter=isVisible) BOOL visible;
+@property NSWindowLevel level;
+@property NSWindowCollectionBehavior collectionBehavior;
+- (void)makeKeyAndOrderFront:(nullable id)sender;
+- (void)orderFrontRegardless;
+@end
+
+@protocol NSPasteboardWriting <NSObject>
+@end
+@interface NSString (NSPasteboardSupport) <NSPasteboardWriting>
+@end
+@interface NSPasteboard : NSObject
+@property(class, readonly, strong) NSPasteboard* generalPasteboard;
+@property(readonly) NSInteger changeCount;
+- (NSInteger)clearContents;
+- (BOOL)writeObjects:(NSArray<id<NSPasteboardWriting>>*)objects;
+- (BOOL)setString:(NSString*)string forType:(NSPasteboardType)dataType;
+- (nullable NSString*)stringForType:(NSPasteboardType)dataType;
+@end
+STUB_EXTERN const NSPasteboardType NSPasteboardTypeString MAC_API(10.6);
+STUB_EXTERN const
+    NSNotificationName NSWorkspaceAccessibilityDisplayOptionsDidChangeNotification MAC_API(10.10);
+STUB_EXTERN const NSNotificationName NSApplicationDidChangeScreenParametersNotification;
+NS_ASSUME_NONNULL_END

@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+#include <CoreFoundation/CoreFoundation.h>
+enum : OSStatus {
+    errSecSuccess = 0,
+    errSecUserCanceled = -128,
+    errSecMissingEntitlement = -34018,
+    errSecAuthFailed = -25293,
+    errSecDuplicateItem = -25299,
+    errSecItemNotFound = -25300,
+    errSecInteractionNotAllowed = -25308,
+};
+#define SEC_KEY(n) STUB_EXTERN const CFStringRef _Nonnull n
+SEC_KEY(kSecClass);
+SEC_KEY(kSecClassGenericPassword);
+SEC_KEY(kSecAttrService);
+SEC_KEY(kSecAttrAccount);
+SEC_KEY(kSecAttrLabel);
+SEC_KEY(kSecAttrAccessible);
+SEC_KEY(kSecAttrAccessibleAfterFirstUnlock);
+SEC_KEY(kSecAttrAccessibleAfterFirstUnlockThisDeviceOnly);
+SEC_KEY(kSecAttrSynchronizable);
+SEC_KEY(kSecValueData);
+SEC_KEY(kSecReturnData);
+SEC_KEY(kSecMatchLimit);
+SEC_KEY(kSecMatchLimitOne);
+SEC_KEY(kSecUseDataProtectionKeychain) MAC_API(10.15);
+STUB_EXTERN OSStatus SecItemCopyMatching(
+    CFDictionaryRef _Nonnull query, CFTypeRef _Nullable* _Nullable CF_RETURNS_RETAINED result);
+STUB_EXTERN OSStatus SecItemAdd(
+    CFDictionaryRef _Nonnull attributes, CFTypeRef _Nullable* _Nullable CF_RETURNS_RETAINED result);
+STUB_EXTERN OSStatus
+    SecItemUpdate(CFDictionaryRef _Nonnull query, CFDictionaryRef _Nonnull attributesToUpdate);
+STUB_EXTERN OSStatus SecItemDelete(CFDictionaryRef _Nonnull query);
+STUB_EXTERN CFStringRef _Nullable SecCopyErrorMessageString(
+    OSStatus status, void* _Nullable reserved) CF_RETURNS_RETAINED;

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+#include <StubMacros.h>
+#include <objc/objc.h>
+#include <stdint.h>
+@protocol NSObject;
+@class NSObject;
+@protocol OS_dispatch_object <NSObject>
+@end
+@protocol OS_dispatch_queue <OS_dispatch_object>
+@end
+@protocol OS_dispatch_semaphore <OS_dispatch_object>
+@end
+NS_ASSUME_NONNULL_BEGIN
+typedef NSObject<OS_dispatch_queue>* dispatch_queue_t;
+typedef NSObject<OS_dispatch_semaphore>* dispatch_semaphore_t;
+typedef uint64_t dispatch_time_t;
+typedef void (^dispatch_block_t)(void);
+#define DISPATCH_TIME_NOW (0ull)
+#define DISPATCH_TIME_FOREVER (~0ull)
+#define NSEC_PER_SEC 1000000000ull
+#define NSEC_PER_MSEC 1000000ull
+#define QOS_CLASS_UTILITY 0x11
+#define DISPATCH_QUEUE_SERIAL nil
+typedef NSObject<OS_dispatch_object>* dispatch_queue_attr_t;
+STUB_EXTERN dispatch_queue_t dispatch_get_main_queue(void);
+STUB_EXTERN dispatch_queue_t dispatch_get_global_queue(intptr_t identifier, uintptr_t flags);
+STUB_EXTERN dispatch_queue_t
+dispatch_queue_create(const char* _Nullable label, dispatch_queue_attr_t _Nullable attr);
+STUB_EXTERN void dispatch_async(dispatch_queue_t queue, dispatch_block_t block);
+STUB_EXTERN void dispatch_sync(dispatch_queue_t queue, dispatch_block_t NS_NOESCAPE block);
+STUB_EXTERN dispatch_time_t dispatch_time(dispatch_time_t when, int64_t delta);
+STUB_EXTERN void
+dispatch_after(dispatch_time_t when, dispatch_queue_t queue, dispatch_block_t block);
+STUB_EXTERN dispatch_semaphore_t dispatch_semaphore_create(intptr_t value);
+STUB_EXTERN intptr_t dispatch_semaphore_wait(dispatch_semaphore_t dsema, dispatch_time_t timeout);
+STUB_EXTERN intptr_t dispatch_semaphore_signal(dispatch_semaphore_t dsema);
+NS_ASSUME_NONNULL_END
