@@ -1,0 +1,14 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "platform/Bundle.h"
+
+#include <filesystem>
+#include <memory>
+
+namespace orvel::test {
+
+/// This system's bundle in a folder with an "Info.plist" and the resources side by side.
+[[nodiscard]] std::unique_ptr<Bundle> makeRealBundle(const std::filesystem::path& folder);
+
+} // namespace orvel::test

@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tests/platform/RealBundle.h"
+
+#include "platform/macos/FoundationBundle.h"
+
+namespace orvel::test {
+
+std::unique_ptr<Bundle> makeRealBundle(const std::filesystem::path& folder) {
+    return std::make_unique<FoundationBundle>(folder);
+}
+
+} // namespace orvel::test
