@@ -52,7 +52,8 @@ public:
         InFocus,
     };
 
-    /// What the user sees of an update, and where the choices come from.
+    /// What the user sees of an update, and where the choices come from. A system's updater that
+    /// has windows of its own never calls it.
     class UserDriver {
     public:
         UserDriver() = default;

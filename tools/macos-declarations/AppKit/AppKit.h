@@ -22,6 +22,15 @@ typedef NS_OPTIONS(NSUInteger, NSWindowCollectionBehavior) {
 typedef NSInteger NSWindowLevel;
 typedef NSString* NSPasteboardType;
 
+typedef NS_OPTIONS(NSUInteger, NSWindowStyleMask) {
+    NSWindowStyleMaskBorderless = 0,
+    NSWindowStyleMaskTitled = 1 << 0,
+    NSWindowStyleMaskClosable = 1 << 1,
+};
+typedef NS_ENUM(NSUInteger, NSBackingStoreType) {
+    NSBackingStoreBuffered = 2,
+};
+
 @interface NSResponder : NSObject <NSCoding>
 @end
 @interface NSApplication : NSResponder
@@ -31,6 +40,7 @@ typedef NSString* NSPasteboardType;
 - (void)activateIgnoringOtherApps:(BOOL)ignoreOtherApps
     MAC_DEPRECATED(10.0, 100000, "use -activate");
 - (void)activate MAC_API(14.0);
+- (void)terminate:(nullable id)sender;
 @property(readonly, copy) NSArray<NSWindow*>* windows;
 @property(nullable, readonly, weak) NSWindow* keyWindow;
 @property(nullable, readonly, weak) NSWindow* mainWindow;
@@ -41,6 +51,7 @@ STUB_EXTERN __kindof NSApplication* _Null_unspecified NSApp;
 @interface NSRunningApplication : NSObject
 + (NSArray<NSRunningApplication*>*)runningApplicationsWithBundleIdentifier:
     (NSString*)bundleIdentifier;
++ (nullable instancetype)runningApplicationWithProcessIdentifier:(pid_t)pid;
 @property(class, readonly, strong) NSRunningApplication* currentApplication;
 - (BOOL)activateWithOptions:(NSApplicationActivationOptions)options;
 - (BOOL)terminate;
@@ -49,12 +60,25 @@ STUB_EXTERN __kindof NSApplication* _Null_unspecified NSApp;
 @property(nullable, readonly, copy) NSString* localizedName;
 @property(nullable, readonly, copy) NSURL* bundleURL;
 @property(readonly, getter=isTerminated) BOOL terminated;
+@property(readonly, getter=isFinishedLaunching) BOOL finishedLaunching;
+@end
+
+MAC_API(10.15)
+@interface NSWorkspaceOpenConfiguration : NSObject <NSCopying>
++ (instancetype)configuration;
+@property BOOL activates;
 @end
 
 @interface NSWorkspace : NSObject
 @property(class, readonly, strong) NSWorkspace* sharedWorkspace;
 @property(readonly, strong) NSNotificationCenter* notificationCenter;
 - (BOOL)openURL:(NSURL*)url;
+- (void)openURL:(NSURL*)url
+        configuration:(NSWorkspaceOpenConfiguration*)configuration
+    completionHandler:
+        (nullable void (^)(NSRunningApplication* _Nullable app, NSError* _Nullable error))
+            completionHandler MAC_API(10.15);
+- (void)activateFileViewerSelectingURLs:(NSArray<NSURL*>*)fileURLs;
 @property(readonly, copy) NSArray<NSRunningApplication*>* runningApplications;
 @property(readonly) BOOL accessibilityDisplayShouldReduceMotion MAC_API(10.12);
 @property(readonly) BOOL accessibilityDisplayShouldReduceTransparency MAC_API(10.10);
@@ -74,6 +98,13 @@ STUB_EXTERN __kindof NSApplication* _Null_unspecified NSApp;
 @property(nullable, readonly, unsafe_unretained) NSWindow* window;
 @end
 @interface NSWindow : NSResponder
+- (instancetype)initWithContentRect:(NSRect)contentRect
+                          styleMask:(NSWindowStyleMask)style
+                            backing:(NSBackingStoreType)backingStoreType
+                              defer:(BOOL)flag NS_DESIGNATED_INITIALIZER;
+@property CGFloat alphaValue;
+@property(getter=isReleasedWhenClosed) BOOL releasedWhenClosed;
+- (void)orderOut:(nullable id)sender;
 @property(readonly) NSRect frame;
 - (void)setFrame:(NSRect)frameRect display:(BOOL)flag;
 - (void)setFrameOrigin:(NSPoint)point;
@@ -101,5 +132,6 @@ STUB_EXTERN __kindof NSApplication* _Null_unspecified NSApp;
 STUB_EXTERN const NSPasteboardType NSPasteboardTypeString MAC_API(10.6);
 STUB_EXTERN const
     NSNotificationName NSWorkspaceAccessibilityDisplayOptionsDidChangeNotification MAC_API(10.10);
+STUB_EXTERN const NSNotificationName NSApplicationDidFinishLaunchingNotification;
 STUB_EXTERN const NSNotificationName NSApplicationDidChangeScreenParametersNotification;
 NS_ASSUME_NONNULL_END

@@ -26,6 +26,9 @@ typedef struct CGRect {
 typedef CGPoint NSPoint;
 typedef CGSize NSSize;
 typedef CGRect NSRect;
+inline NSRect NSMakeRect(CGFloat x, CGFloat y, CGFloat w, CGFloat h) {
+    return {{x, y}, {w, h}};
+}
 typedef struct _NSRange {
     NSUInteger location;
     NSUInteger length;
@@ -480,4 +483,5 @@ MAC_API(10.2)
 STUB_EXTERN const NSNotificationName NSUserDefaultsDidChangeNotification;
 NS_ASSUME_NONNULL_END
 #include <CoreFoundation/CoreFoundation.h>
+#include <Foundation/InterApplication.h>
 #include <dispatch/dispatch.h>

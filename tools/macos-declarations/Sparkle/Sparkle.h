@@ -2,19 +2,32 @@
 #pragma once
 #include <AppKit/AppKit.h>
 NS_ASSUME_NONNULL_BEGIN
-@class SUAppcastItem, SPUStandardUserDriver;
+@class SUAppcastItem, SPUStandardUserDriver, SPUUpdater;
+typedef NS_ENUM(NSInteger, SPUUpdateCheck) {
+    SPUUpdateCheckUpdates = 0,
+    SPUUpdateCheckUpdatesInBackground = 1,
+    SPUUpdateCheckUpdateInformation = 2,
+};
 @protocol SPUUpdaterDelegate <NSObject>
+@optional
+- (nullable NSString*)feedURLStringForUpdater:(SPUUpdater*)updater;
+- (void)updater:(SPUUpdater*)updater
+    didFinishUpdateCycleForUpdateCheck:(SPUUpdateCheck)updateCheck
+                                 error:(nullable NSError*)error;
 @end
 @interface SUAppcastItem : NSObject
 @property(copy, readonly) NSString* versionString;
 @property(copy, readonly) NSString* displayVersionString;
+@property(readonly) uint64_t contentLength;
 @end
 @interface SPUUserUpdateState : NSObject
 - (instancetype)init NS_UNAVAILABLE;
 @property(nonatomic, readonly) BOOL userInitiated;
 @end
 @interface SPUUpdater : NSObject
+- (instancetype)init NS_UNAVAILABLE;
 @property(nonatomic) BOOL automaticallyChecksForUpdates;
+@property(nonatomic, readonly, copy, nullable) NSDate* lastUpdateCheckDate;
 @property(nonatomic, readonly) BOOL canCheckForUpdates;
 - (BOOL)startUpdater:(NSError* __autoreleasing*)error;
 - (void)checkForUpdates;

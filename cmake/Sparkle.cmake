@@ -1,0 +1,23 @@
+# Sparkle as its project publishes it, or as it lies on this machine already.
+set(ORVEL_SPARKLE_FRAMEWORK
+    ""
+    CACHE PATH "Sparkle.framework, version 2.2 or later; downloaded when empty")
+if(NOT ORVEL_SPARKLE_FRAMEWORK)
+  include(FetchContent)
+  FetchContent_Declare(
+    sparkle
+    URL https://github.com/sparkle-project/Sparkle/releases/download/2.9.1/Sparkle-for-Swift-Package-Manager.zip
+    URL_HASH SHA256=9fec2b888e6e2940b1bfbd5d3d010b9f67076b52170923549095cbb74132403b
+    DOWNLOAD_EXTRACT_TIMESTAMP ON)
+  FetchContent_MakeAvailable(sparkle)
+  set(ORVEL_SPARKLE_FRAMEWORK
+      ${sparkle_SOURCE_DIR}/Sparkle.xcframework/macos-arm64_x86_64/Sparkle.framework)
+endif()
+
+cmake_path(GET ORVEL_SPARKLE_FRAMEWORK PARENT_PATH sparkle_folder)
+add_library(Sparkle INTERFACE)
+target_compile_options(Sparkle INTERFACE "SHELL:-iframework \"${sparkle_folder}\"")
+target_link_options(Sparkle INTERFACE "-F${sparkle_folder}")
+target_link_libraries(Sparkle INTERFACE "-framework Sparkle")
+# Where programs find it until they are installed.
+list(APPEND CMAKE_BUILD_RPATH ${sparkle_folder})
