@@ -1,0 +1,286 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
+"""That the macOS application's property lists say what they have to, and that its disk image is
+made, signed and notarized in the right order, by tools that only take notes.
+
+usage: macos_bundle_test.py INFO_PLIST SOURCE_DIR VERSION
+"""
+
+import os
+import plistlib
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+INFO_PLIST, SOURCE = (os.path.abspath(path) for path in sys.argv[1:3])
+VERSION = sys.argv[3]
+PACKAGING = os.path.join(SOURCE, "packaging", "macos")
+APP = "Orvel Agent.app"
+
+# A tool writes its name and arguments into the log, and then does its part.
+TOOL = """#!/usr/bin/env bash
+printf '%s' "$(basename "$0")" >>"$TOOL_LOG"
+printf ' <%s>' "$@" >>"$TOOL_LOG"
+echo >>"$TOOL_LOG"
+"""
+
+CMAKE = r"""
+folder=${@: -1}
+case $1 in
+    --preset)
+        mkdir -p "$QT/lib/cmake/Qt6" "$QT/bin"
+        printf 'Qt6_DIR:PATH=%s/lib/cmake/Qt6\n' "$QT" >"$4/CMakeCache.txt"
+        ;;
+    --install)
+        app="$4/Orvel Agent.app/Contents"
+        versions="$app/Frameworks/Sparkle.framework/Versions"
+        mkdir -p "$app/MacOS" "$versions/B/XPCServices/Downloader.xpc" \
+            "$versions/B/XPCServices/Installer.xpc" "$versions/B/Updater.app"
+        ln -s B "$versions/Current"
+        touch "$versions/B/Autoupdate"
+        cp "$INFO_PLIST" "$app/Info.plist"
+        ;;
+esac
+"""
+
+MACDEPLOYQT = r"""
+mkdir -p "$1/Contents/Frameworks/QtCore.framework" "$1/Contents/PlugIns/platforms"
+touch "$1/Contents/Frameworks/libfmt.dylib" "$1/Contents/PlugIns/platforms/libqcocoa.dylib"
+"""
+
+PLUTIL = r"""
+if [[ $4 == - ]]; then cat >/dev/null; fi
+case $2 in
+    CFBundleShortVersionString) echo "$VERSION" ;;
+    status) echo "$VERDICT" ;;
+    id) echo submission ;;
+esac
+"""
+
+XCRUN = r"""
+if [[ $2 == log ]]; then echo "the reason" >&2; fi
+"""
+
+HDIUTIL = r"""
+touch "${@: -1}"
+"""
+
+
+class PropertyListsTest(unittest.TestCase):
+    def setUp(self):
+        with open(INFO_PLIST, "rb") as file:
+            self.info = plistlib.load(file)
+        with open(os.path.join(PACKAGING, "OrvelAgent.entitlements"), "rb") as file:
+            self.entitlements_text = file.read()
+
+    def test_the_application_is_an_accessory_one(self):
+        self.assertIs(self.info["LSUIElement"], True)
+
+    def test_the_user_learns_why_contacts_are_read(self):
+        self.assertTrue(self.info["NSContactsUsageDescription"].endswith("."))
+
+    def test_the_scheme_is_the_one_that_sign_in_waits_for(self):
+        schemes = [scheme for kind in self.info["CFBundleURLTypes"]
+                   for scheme in kind["CFBundleURLSchemes"]]
+        with open(os.path.join(SOURCE, "OrvelAgent", "DeviceAuth.cpp"), encoding="utf-8") as file:
+            self.assertEqual(re.findall(r'session->start\(\s*std::move\(url\), "(\w+)"',
+                                        file.read()), schemes)
+
+    def test_updates_have_a_feed_and_a_key(self):
+        for key in ("SUFeedURL", "SUPublicEDKey"):
+            self.assertIsInstance(self.info[key], str)
+        self.assertIs(self.info["SUEnableAutomaticChecks"], True)
+
+    def test_the_oldest_system_is_the_one_that_is_compiled_for(self):
+        with open(os.path.join(SOURCE, "tools", "check-macos"), encoding="utf-8") as file:
+            checked = re.search(r"arm64-apple-macos([\d.]+)", file.read())
+        self.assertEqual(self.info["LSMinimumSystemVersion"].split(".")[0],
+                         checked.group(1).split(".")[0])
+
+    def test_the_version_is_the_projects(self):
+        self.assertEqual(self.info["CFBundleShortVersionString"], VERSION)
+        self.assertEqual(self.info["CFBundleVersion"], VERSION)
+
+    def test_it_has_every_value_that_the_agent_reads_elsewhere(self):
+        with open(os.path.join(SOURCE, "resources", "Info.plist.in"), encoding="utf-8") as file:
+            keys = re.findall(r"<key>(.*)</key>", file.read())
+        self.assertEqual([key for key in keys if key not in self.info], [])
+
+    def test_it_may_read_contacts_and_is_not_in_the_sandbox(self):
+        entitlements = plistlib.loads(self.entitlements_text)
+        self.assertIs(entitlements["com.apple.security.personal-information.addressbook"], True)
+        self.assertNotIn("com.apple.security.app-sandbox", entitlements)
+
+    def test_entitlements_have_no_comment(self):
+        # The kernel's parser takes none.
+        self.assertNotIn(b"<!--", self.entitlements_text)
+
+
+class ScriptTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = os.path.realpath(folder.name)
+        self.tools = os.path.join(self.folder, "tools")
+        self.qt = os.path.join(self.folder, "qt")
+        self.log = os.path.join(self.folder, "log")
+        os.makedirs(self.tools)
+        os.makedirs(os.path.join(self.qt, "bin"))
+        for name, rest in {"cmake": CMAKE, "codesign": "", "ditto": "", "hdiutil": HDIUTIL,
+                           "iconutil": "", "plutil": PLUTIL, "rsvg-convert": "", "xattr": "",
+                           "xcrun": XCRUN}.items():
+            self.write_tool(os.path.join(self.tools, name), rest)
+        self.write_tool(os.path.join(self.qt, "bin", "macdeployqt"), MACDEPLOYQT)
+        self.environment = {
+            "PATH": self.tools + ":" + os.environ["PATH"], "TOOL_LOG": self.log, "QT": self.qt,
+            "INFO_PLIST": INFO_PLIST, "VERSION": VERSION, "VERDICT": "Accepted",
+            "TMPDIR": self.folder}
+
+    @staticmethod
+    def write_tool(path, rest):
+        with open(path, "w", encoding="utf-8") as file:
+            file.write(TOOL + rest)
+        os.chmod(path, 0o755)
+
+    def run_script(self, name, *arguments, **environment):
+        return subprocess.run(
+            [os.path.join(PACKAGING, name), *arguments], cwd=self.folder, text=True,
+            env=self.environment | environment, capture_output=True, check=False)
+
+    def calls(self, tool):
+        with open(self.log, encoding="utf-8") as file:
+            return [line.rstrip("\n").replace(self.folder + "/image/", "") for line in file
+                    if line.startswith(tool + " ")]
+
+
+class MakeDmgTest(ScriptTest):
+    signed = {"ORVEL_SIGNING_IDENTITY": "Developer ID Application: Somebody (TEAM)",
+              "ORVEL_NOTARY_PROFILE": "profile"}
+
+    def make(self, *arguments, **environment):
+        return self.run_script("make-dmg", "--folder", "image", *arguments, **environment)
+
+    def assert_refused(self, result, words):
+        self.assertEqual(result.returncode, 2)
+        self.assertIn(words, result.stderr)
+        self.assertFalse(os.path.exists(self.log), "something was begun")
+
+    def test_help_names_every_variable_that_is_read(self):
+        text = self.run_script("make-dmg", "--help").stdout
+        with open(os.path.join(PACKAGING, "make-dmg"), encoding="utf-8") as file:
+            for name in sorted(set(re.findall(r"\bORVEL_[A-Z_]+", file.read()))
+                               - {"ORVEL_BUILD_TESTS"}):
+                self.assertIn(name, text)
+
+    def test_nothing_is_begun_without_a_signing_identity(self):
+        self.assert_refused(self.make(), "ORVEL_SIGNING_IDENTITY is not set")
+
+    def test_nothing_is_begun_without_a_way_to_notarize(self):
+        self.assert_refused(
+            self.make(ORVEL_SIGNING_IDENTITY="me", ORVEL_NOTARY_KEY="key.p8"),
+            "Neither ORVEL_NOTARY_PROFILE nor ORVEL_NOTARY_KEY_ID is set")
+
+    def test_nothing_is_begun_with_a_key_that_is_not_there(self):
+        self.assert_refused(
+            self.make(ORVEL_SIGNING_IDENTITY="me", ORVEL_NOTARY_KEY="/nonexistent/key.p8",
+                      ORVEL_NOTARY_KEY_ID="id", ORVEL_NOTARY_ISSUER="issuer"),
+            "/nonexistent/key.p8 cannot be read")
+
+    def test_nothing_is_begun_where_a_tool_is_missing(self):
+        os.remove(os.path.join(self.tools, "hdiutil"))
+        self.assert_refused(self.make(**self.signed), "There is no hdiutil here")
+
+    def test_what_is_inside_is_signed_first(self):
+        self.assertEqual(self.make(**self.signed).returncode, 0)
+        signed = [call.split(" <")[-1].rstrip(">") for call in self.calls("codesign")
+                  if "<--sign>" in call]
+        sparkle = f"stage/{APP}/Contents/Frameworks/Sparkle.framework"
+        for inner, outer in [
+                (f"{sparkle}/Versions/B/XPCServices/Downloader.xpc", sparkle),
+                (f"{sparkle}/Versions/B/XPCServices/Installer.xpc", sparkle),
+                (f"{sparkle}/Versions/B/Autoupdate", sparkle),
+                (f"{sparkle}/Versions/B/Updater.app", sparkle),
+                (sparkle, f"stage/{APP}"),
+                (f"stage/{APP}/Contents/Frameworks/QtCore.framework", f"stage/{APP}"),
+                (f"stage/{APP}/Contents/Frameworks/libfmt.dylib", f"stage/{APP}"),
+                (f"stage/{APP}/Contents/PlugIns/platforms/libqcocoa.dylib", f"stage/{APP}"),
+                (f"stage/{APP}", f"OrvelAgent-{VERSION}.dmg")]:
+            self.assertLess(signed.index(inner), signed.index(outer), inner)
+
+    def test_all_code_gets_the_hardened_runtime_and_only_the_application_entitlements(self):
+        self.assertEqual(self.make(**self.signed).returncode, 0)
+        calls = [call for call in self.calls("codesign") if "<--sign>" in call]
+        for call in calls:
+            self.assertIn("<--timestamp>", call)
+            if not call.endswith(".dmg>"):
+                self.assertIn("<--options> <runtime>", call)
+        self.assertEqual([call.split(" <")[-1] for call in calls if "<--entitlements>" in call],
+                         [f"stage/{APP}>"])
+
+    def test_both_the_application_and_the_image_are_notarized_and_stapled(self):
+        self.assertEqual(self.make(**self.signed).returncode, 0)
+        self.assertEqual(
+            [" ".join(re.findall(r"<([^>]*)>", call)[:3]) for call in self.calls("xcrun")],
+            ["notarytool submit application.zip", f"stapler staple stage/{APP}",
+             f"notarytool submit OrvelAgent-{VERSION}.dmg",
+             f"stapler staple OrvelAgent-{VERSION}.dmg"])
+
+    def test_a_refusal_by_the_notary_ends_it_and_is_explained(self):
+        result = self.make(**self.signed, VERDICT="Invalid")
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("the reason", result.stderr)
+        self.assertIn("was not notarized", result.stderr)
+        self.assertEqual(self.calls("hdiutil"), [])
+
+    def test_the_last_line_is_where_the_image_is(self):
+        image = self.make(**self.signed).stdout.splitlines()[-1]
+        self.assertEqual(image, os.path.join(self.folder, f"image/OrvelAgent-{VERSION}.dmg"))
+        self.assertTrue(os.path.exists(image))
+
+    def test_unsigned_needs_no_credentials_and_asks_no_notary(self):
+        self.assertEqual(self.make("--unsigned").returncode, 0)
+        self.assertEqual(self.calls("xcrun"), [])
+        for call in self.calls("codesign"):
+            self.assertNotIn("<--timestamp>", call)
+
+    def test_values_of_the_environment_are_built_in(self):
+        self.make("--unsigned", ORVEL_API_HOST="api.example.com")
+        self.assertIn("<-DORVEL_API_HOST=api.example.com>", self.calls("cmake")[0])
+
+
+class MakeIcnsTest(ScriptTest):
+    def test_every_size_is_drawn(self):
+        icon = os.path.join(self.folder, "AppIcon.icns")
+        self.assertEqual(self.run_script("make-icns", "a.svg", icon).returncode, 0)
+        drawn = {(int(size), os.path.basename(name)) for size, name in re.findall(
+            r"<--width> <(\d+)> .* <--output> <([^>]*)>", "\n".join(self.calls("rsvg-convert")))}
+        sizes = (16, 32, 128, 256, 512)
+        self.assertEqual(drawn, {(size, f"icon_{size}x{size}.png") for size in sizes}
+                         | {(2 * size, f"icon_{size}x{size}@2x.png") for size in sizes})
+        self.assertIn(f"<--output> <{icon}>", self.calls("iconutil")[0])
+
+
+class ShellTest(unittest.TestCase):
+    scripts = [os.path.join(PACKAGING, name) for name in ("make-dmg", "make-icns")]
+
+    def test_the_shell_can_read_them(self):
+        for script in self.scripts:
+            subprocess.run(["bash", "-n", script], check=True)
+
+    def test_they_do_without_what_the_shell_of_a_mac_lacks(self):
+        for script in self.scripts:
+            with open(script, encoding="utf-8") as file:
+                self.assertIsNone(
+                    re.search(r"\b(mapfile|readarray|declare -A|coproc)\b|readlink -f|\$\{\w+,,",
+                              file.read()), script)
+
+    @unittest.skipUnless(shutil.which("shellcheck"), "no shellcheck here")
+    def test_shellcheck_has_nothing_to_say(self):
+        subprocess.run(["shellcheck", *self.scripts], check=True)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1])
