@@ -161,27 +161,31 @@ QCoro::Task<> AuthService::signIn() {
 }
 
 void AuthService::finishSignIn(const std::exception_ptr& failure) {
+    if (failure && signInCancellation_.token().isCancelled()) {
+        log_.log("sign-in: taken back");
+    } else if (failure) {
+        noteFailedSignIn(failure);
+    }
+    isSigningIn_ = false;
+    Q_EMIT changed();
+}
+
+void AuthService::noteFailedSignIn(const std::exception_ptr& failure) {
     try {
-        if (failure) {
-            std::rethrow_exception(failure);
-        }
+        std::rethrow_exception(failure);
     } catch (const AuthError& error) {
         if (error.failure() == tavrin::SignInFailure(tavrin::SignInFailure::NoAccount())) {
             needsAccount_ = true;
             lastError_ = error.message();
             log_.log("sign-in: no account for that identity; opening the website");
             openAccountPage();
-        } else {
-            lastError_ = error.what();
+            return;
         }
+        lastError_ = error.what();
     } catch (...) {
-        lastError_ = tavrin::description(std::current_exception());
+        lastError_ = tavrin::description(failure);
     }
-    if (lastError_ && !needsAccount_) {
-        log_.error("sign-in FAILED: {}", *lastError_);
-    }
-    isSigningIn_ = false;
-    Q_EMIT changed();
+    log_.error("sign-in FAILED: {}", *lastError_);
 }
 
 void AuthService::cancelSignIn() {

@@ -78,7 +78,7 @@ public:
     /// while a sign-in runs.
     QCoro::Task<> signIn();
 
-    /// Ends a sign-in that runs, as if the user had closed the page.
+    /// Ends a sign-in that runs. Whoever takes it back has not failed: it leaves no error.
     void cancelSignIn();
 
     /// Forgets the session, here and in the keychain.
@@ -124,6 +124,7 @@ private:
 
     QCoro::Task<> restore(tavrin::CancellationToken cancellation);
     void finishSignIn(const std::exception_ptr& failure);
+    void noteFailedSignIn(const std::exception_ptr& failure);
     QCoro::Task<> refreshTokens(std::shared_ptr<Refresh> refresh);
     void failRefresh(const std::exception_ptr& failure);
     [[nodiscard]] std::shared_ptr<Refresh> cancelRefresh();

@@ -129,13 +129,12 @@ QWidget* MenuBarContentView::makeAccount() {
     signIn_ = new PushButton;
     signIn_->setObjectName(QStringLiteral("signIn"));
     connect(signIn_, &QPushButton::clicked, this, [this] {
-        hasCancelledSignIn_ = false;
         static_cast<void>(model_.auth().signIn());
     });
     cancelSignIn_ = new TextButton(tr("Cancel"), Theme::TextStyle::Callout, Theme::Role::Blue);
     cancelSignIn_->setObjectName(QStringLiteral("cancelSignIn"));
     cancelSignIn_->setAccessibleDescription(tr("Ends the sign-in that waits for the browser."));
-    connect(cancelSignIn_, &TextButton::clicked, this, &MenuBarContentView::cancelSignIn);
+    connect(cancelSignIn_, &TextButton::clicked, &model_.auth(), &AuthService::cancelSignIn);
     signedOut->addWidget(signIn_);
     signedOut->addWidget(cancelSignIn_);
     layout->addWidget(signedOutRow_);
@@ -229,14 +228,9 @@ void MenuBarContentView::updateAccount() {
     signedInRow_->setVisible(auth.isSignedIn());
 
     // The prompt says the same, and what to do about it.
-    const bool showsError = auth.lastError() && !auth.needsAccount() && !hasCancelledSignIn_;
+    const bool showsError = auth.lastError() && !auth.needsAccount();
     signInError_->setText(showsError ? QString::fromStdString(*auth.lastError()) : QString());
     signInError_->setVisible(showsError);
-}
-
-void MenuBarContentView::cancelSignIn() {
-    hasCancelledSignIn_ = true;
-    model_.auth().cancelSignIn();
 }
 
 QSize MenuBarContentView::sizeHint() const {

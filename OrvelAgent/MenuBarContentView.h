@@ -48,7 +48,6 @@ private:
     void updateActivity();
     void updateAccount();
     void fitToContent();
-    void cancelSignIn();
 
     AppModel& model_;
     QWidget* content_;
@@ -69,8 +68,6 @@ private:
     NoAccountPrompt* noAccountPrompt_ = nullptr;
     QWidget* signedInRow_ = nullptr;
     TextLabel* account_ = nullptr;
-    /// The user has just taken the sign-in back, and need not be told that it failed.
-    bool hasCancelledSignIn_ = false;
 };
 
 } // namespace orvel

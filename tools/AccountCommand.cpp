@@ -48,7 +48,9 @@ QCoro::Task<int> AccountCommand::signIn() {
         co_return failed;
     }
     if (!auth_->isSignedIn()) {
-        fmt::print(stderr, "orvel-scan: The service ended the session at once.\n");
+        if (!cancellation_.token().isCancelled()) {
+            fmt::print(stderr, "orvel-scan: The service ended the session at once.\n");
+        }
         co_return failed;
     }
     if (const auto failure = co_await auth_->stored(cancellation_.token())) {

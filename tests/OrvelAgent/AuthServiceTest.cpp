@@ -124,6 +124,23 @@ protected:
         EXPECT_THAT(keychain_.items, IsEmpty());
     }
 
+    /// As if it had never been begun.
+    void expectTakenBack() {
+        expectSignedOut();
+        EXPECT_FALSE(auth_->isSigningIn());
+        EXPECT_THAT(errorLines(), IsEmpty());
+    }
+
+    [[nodiscard]] std::vector<std::string> errorLines() const {
+        std::vector<std::string> messages;
+        for (const Line& line : log_.lines()) {
+            if (line.level >= LogLevel::Error) {
+                messages.push_back(line.message);
+            }
+        }
+        return messages;
+    }
+
     [[nodiscard]] std::size_t requestCount(std::string_view path) const {
         const auto& requests = urlSession_.requests();
         return static_cast<std::size_t>(
@@ -422,8 +439,7 @@ TEST_F(AuthServiceTest, ASignInCanBeCancelledWhileTheBrowserIsOpen) {
     auto signIn = auth_->signIn();
     auth_->cancelSignIn();
     runTask(std::move(signIn));
-    EXPECT_EQ(auth_->lastError(), R"(AuthError(message: "Sign-in was cancelled.", failure: nil))");
-    EXPECT_FALSE(auth_->isSigningIn());
+    expectTakenBack();
     EXPECT_FALSE(browser_.isWaiting());
 }
 
@@ -436,9 +452,7 @@ TEST_F(AuthServiceTest, ASignInCanBeCancelledWhileItWaitsForTheServer) {
     }
     auth_->cancelSignIn();
     runTask(std::move(signIn));
-    EXPECT_FALSE(auth_->isSignedIn());
-    EXPECT_FALSE(auth_->isSigningIn());
-    EXPECT_THAT(keychain_.items, IsEmpty());
+    expectTakenBack();
 }
 
 TEST_F(AuthServiceTest, ASignInCancelledWithTheLastReplyOnItsWayIsNone) {
@@ -456,9 +470,21 @@ TEST_F(AuthServiceTest, ASignInCancelledWithTheLastReplyOnItsWayIsNone) {
         return URLResponse{200, isExchange ? exchangeReply : signInReply};
     });
     runTask(auth_->signIn());
-    EXPECT_FALSE(auth_->isSignedIn());
-    EXPECT_TRUE(auth_->lastError());
-    EXPECT_THAT(keychain_.items, IsEmpty());
+    expectTakenBack();
+}
+
+TEST_F(AuthServiceTest, AfterOneThatWasTakenBackASignInFailsAsEver) {
+    browser_.user = nullptr;
+    start();
+    auto signIn = auth_->signIn();
+    auth_->cancelSignIn();
+    runTask(std::move(signIn));
+    browser_.user = [](const Session::Page&) {
+        return Session::Outcome(Session::Cancelled());
+    };
+    runTask(auth_->signIn());
+    EXPECT_EQ(auth_->lastError(), R"(AuthError(message: "Sign-in was cancelled.", failure: nil))");
+    EXPECT_THAT(errorLines(), ElementsAre(HasSubstr("sign-in FAILED: ")));
 }
 
 TEST_F(AuthServiceTest, ASignInEndsTheRefreshOfTheSessionBefore) {

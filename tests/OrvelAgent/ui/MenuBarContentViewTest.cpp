@@ -278,6 +278,10 @@ TEST_F(MenuBarContentViewTest, ASignInCanBeTakenBackAndIsNotCalledAFailureThen) 
     EXPECT_EQ(text({"signIn"}), "Sign in…");
     EXPECT_FALSE(isShown({"cancelSignIn"}));
     EXPECT_FALSE(isShown({"signInError"}));
+    // Nor in the panel when it is opened the next time.
+    panel_.emplace(agent_->model());
+    panel_->show();
+    EXPECT_FALSE(isShown({"signInError"}));
 }
 
 TEST_F(MenuBarContentViewTest, AFailedSignInSaysWhy) {
