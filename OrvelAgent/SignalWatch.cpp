@@ -9,8 +9,10 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <ctime>
 #include <utility>
 
 namespace orvel {
@@ -19,25 +21,39 @@ namespace {
 
 constexpr std::array endingSignals = {SIGHUP, SIGINT, SIGTERM};
 
-/// Both ends of the pipe that carries a signal's number out of its handler. A handler can reach
-/// nothing but a global.
-std::array<int, 2> signalPipe = {-1, -1};
+// A handler can reach nothing but globals.
 
-extern "C" void writeSignal(int number) {
+/// Both ends of the pipe that carries a signal's number out of its handler.
+std::array<int, 2> signalPipe = {-1, -1};
+/// On the monotonic clock, in seconds: how long further signals are ignored, and until when. Zero
+/// before the first.
+time_t ignoredFor = 0;
+std::atomic<time_t> ignoredUntil = 0;
+static_assert(std::atomic<time_t>::is_always_lock_free);
+
+extern "C" void handleSignal(int number) {
     const int savedError = errno;
-    const auto byte = static_cast<unsigned char>(number);
-    // A full pipe already holds what is needed.
-    [[maybe_unused]] const ssize_t written = write(signalPipe[1], &byte, 1);
-    // The next one has its usual effect, should we hang.
-    struct sigaction usual {};
-    usual.sa_handler = SIG_DFL;
-    sigaction(number, &usual, nullptr);
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    time_t until = 0;
+    if (ignoredUntil.compare_exchange_strong(until, now.tv_sec + ignoredFor)) {
+        const auto byte = static_cast<unsigned char>(number);
+        // The pipe is empty: this is the only one that is written.
+        [[maybe_unused]] const ssize_t written = write(signalPipe[1], &byte, 1);
+    } else if (now.tv_sec >= until) {
+        struct sigaction usual {};
+        usual.sa_handler = SIG_DFL;
+        sigaction(number, &usual, nullptr);
+        // Takes effect when this handler returns.
+        raise(number);
+    }
     errno = savedError;
 }
 
 } // namespace
 
-SignalWatch::SignalWatch(std::function<void()> onSignal) : onSignal_(std::move(onSignal)) {
+SignalWatch::SignalWatch(std::function<void()> onSignal, std::chrono::seconds patience)
+    : onSignal_(std::move(onSignal)) {
     if (pipe2(signalPipe.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
         throw tavrin::PlatformError::fromErrno(errno, "Could not watch for signals");
     }
@@ -49,8 +65,10 @@ SignalWatch::SignalWatch(std::function<void()> onSignal) : onSignal_(std::move(o
             onSignal_();
         }
     });
+    ignoredFor = static_cast<time_t>(patience.count());
+    ignoredUntil = 0;
     struct sigaction action {};
-    action.sa_handler = writeSignal;
+    action.sa_handler = handleSignal;
     action.sa_flags = SA_RESTART;
     for (const int number : endingSignals) {
         // Whoever started us may have chosen that we ignore it, as nohup does.

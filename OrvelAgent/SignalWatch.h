@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -9,12 +10,17 @@ class QSocketNotifier;
 
 namespace orvel {
 
-/// Turns the signals that ask a program to end (hang-up, interrupt, terminate) into a call on the
-/// main thread. The same one again ends the process at once. One object per process.
+/// Turns the first of the signals that ask a program to end (hang-up, interrupt, terminate) into a
+/// call on the main thread.
+///
+/// Further ones change nothing, so that what is being put away gets put away: the end of a session
+/// sends several. Should the program hang, one that comes after `patience` ends it at once. One
+/// object per process.
 class SignalWatch final {
 public:
     /// Throws `tavrin::PlatformError` when the system has no room for it.
-    explicit SignalWatch(std::function<void()> onSignal);
+    explicit SignalWatch(
+        std::function<void()> onSignal, std::chrono::seconds patience = std::chrono::seconds(10));
     ~SignalWatch();
     SignalWatch(const SignalWatch&) = delete;
     SignalWatch& operator=(const SignalWatch&) = delete;
