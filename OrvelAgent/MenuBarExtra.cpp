@@ -96,7 +96,9 @@ void MenuBarExtra::makeIcon() {
     connect(menu_->addAction(tr("Quit")), &QAction::triggered, this, &MenuBarExtra::quitRequested);
 
     icon_ = std::make_unique<QSystemTrayIcon>();
-    icon_->setContextMenu(menu_.get());
+    if (!model_.platform().workspace->isTrayMenuBar()) {
+        icon_->setContextMenu(menu_.get());
+    }
     connect(icon_.get(), &QSystemTrayIcon::activated, this, &MenuBarExtra::activated);
     updateIcon();
     icon_->show();
@@ -111,7 +113,9 @@ void MenuBarExtra::updateIcon() {
         shownStatus_ = status;
         QIcon& drawn = drawnIcons_[status];
         if (drawn.isNull()) {
-            drawn = StatusIconLabel::icon(status);
+            drawn = model_.platform().workspace->isTrayMenuBar()
+                        ? StatusIconLabel::templateIcon(status)
+                        : StatusIconLabel::icon(status);
         }
         icon_->setIcon(drawn);
     }
@@ -122,6 +126,10 @@ void MenuBarExtra::updateIcon() {
 }
 
 void MenuBarExtra::activated(QSystemTrayIcon::ActivationReason reason) {
+    if (reason == QSystemTrayIcon::Context && icon_->contextMenu() == nullptr) {
+        closePanel();
+        menu_->popup(QCursor::pos());
+    }
     if (reason != QSystemTrayIcon::Trigger) {
         return;
     }
@@ -154,6 +162,8 @@ void MenuBarExtra::openPanel(std::optional<QPoint> click) {
     auto* const content = new MenuBarContentView(model_);
     panel_ = content;
     panel_->setAttribute(Qt::WA_DeleteOnClose);
+    // It is opened before the application is in front.
+    panel_->setAttribute(Qt::WA_MacAlwaysShowToolWindow);
     panel_->setObjectName(QStringLiteral("menu-bar-panel"));
     panel_->setWindowTitle(QString::fromStdString(model_.configuration().displayName()));
     isOrdinaryWindow_ = !icon_;
@@ -161,7 +171,8 @@ void MenuBarExtra::openPanel(std::optional<QPoint> click) {
         panel_->setWindowFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
     }
     // Whose height is the limit of the panel's.
-    if (QScreen* screen = click ? QGuiApplication::screenAt(*click) : nullptr) {
+    const auto iconNow = iconPlace(icon_ ? icon_->geometry() : QRect(), click);
+    if (QScreen* screen = iconNow ? QGuiApplication::screenAt(iconNow->center()) : nullptr) {
         panel_->setScreen(screen);
     }
     panel_->installEventFilter(this);
@@ -189,7 +200,10 @@ void MenuBarExtra::closePanel() {
 }
 
 void MenuBarExtra::placePanel() {
-    panel_->move(panelPlace(click_, panel_->screen()->availableGeometry(), panel_->frameSize()));
+    panel_->move(panelPlace(
+        iconPlace(icon_ ? icon_->geometry() : QRect(), click_),
+        panel_->screen()->availableGeometry(),
+        panel_->frameSize()));
 }
 
 bool MenuBarExtra::mustStayReachable() const {

@@ -12,7 +12,17 @@ constexpr int halfIcon = 16;
 
 } // namespace
 
-QPoint panelPlace(std::optional<QPoint> click, const QRect& available, QSize panel) {
+std::optional<QRect> iconPlace(const QRect& geometry, std::optional<QPoint> click) {
+    if (!geometry.isEmpty() && (!click || geometry.contains(*click))) {
+        return geometry;
+    }
+    if (!click) {
+        return std::nullopt;
+    }
+    return QRect(click->x() - halfIcon, click->y() - halfIcon, 2 * halfIcon, 2 * halfIcon);
+}
+
+QPoint panelPlace(const std::optional<QRect>& icon, const QRect& available, QSize panel) {
     // Of a panel larger than the screen, the beginning is seen.
     const QPoint last(
         std::max(available.left(), available.right() + 1 - panel.width()),
@@ -22,12 +32,13 @@ QPoint panelPlace(std::optional<QPoint> click, const QRect& available, QSize pan
             std::clamp(place.x(), available.left(), last.x()),
             std::clamp(place.y(), available.top(), last.y()));
     };
-    if (!click) {
+    if (!icon) {
         return inside(available.center() - QPoint(panel.width() / 2, panel.height() / 2));
     }
-    const bool isBelow = click->y() < available.center().y();
-    const int above = click->y() - halfIcon - panel.height();
-    return inside({click->x() - panel.width() / 2, isBelow ? click->y() + halfIcon : above});
+    const int middle = icon->x() + icon->width() / 2;
+    const bool isBelow = icon->y() + icon->height() / 2 < available.center().y();
+    const int y = isBelow ? icon->y() + icon->height() : icon->y() - panel.height();
+    return inside({middle - panel.width() / 2, y});
 }
 
 } // namespace orvel

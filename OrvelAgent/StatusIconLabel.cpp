@@ -29,4 +29,8 @@ QIcon icon(StatusIcon status) {
         symbol(status), Theme::color(Theme::Role::Primary, QApplication::palette()));
 }
 
+QIcon templateIcon(StatusIcon status) {
+    return symbolTemplateIcon(symbol(status));
+}
+
 } // namespace orvel::StatusIconLabel

@@ -14,4 +14,7 @@ namespace orvel::StatusIconLabel {
 /// In the text colour of the desktop as it is now, and to be seen on whatever panel.
 [[nodiscard]] QIcon icon(StatusIcon status);
 
+/// For a menu bar that gives its icons their colour.
+[[nodiscard]] QIcon templateIcon(StatusIcon status);
+
 } // namespace orvel::StatusIconLabel

@@ -119,6 +119,11 @@ QIcon symbolTrayIcon(Symbol symbol, const QColor& color) {
     for (const int size : iconSizes) {
         icon.addPixmap(QPixmap::fromImage(withRim(symbol, size, color)));
     }
+    return icon;
+}
+
+QIcon symbolTemplateIcon(Symbol symbol) {
+    QIcon icon = symbolIcon(symbol, Qt::black);
     icon.setIsMask(true);
     return icon;
 }

@@ -29,8 +29,11 @@ enum class Symbol {
 [[nodiscard]] QIcon symbolIcon(Symbol symbol, const QColor& color);
 
 /// For a panel whose colour is not known: in that colour, with a rim of its opposite, so that it
-/// stands out from whatever is below. A template for panels that tint.
+/// stands out from whatever is below.
 [[nodiscard]] QIcon symbolTrayIcon(Symbol symbol, const QColor& color);
+
+/// For a menu bar that gives its icons their colour: only the shape counts.
+[[nodiscard]] QIcon symbolTemplateIcon(Symbol symbol);
 
 /// In its own colours, for windows.
 [[nodiscard]] QIcon applicationIcon();

@@ -22,6 +22,8 @@ TavrinMacApp::TavrinMacApp(
       geometry_(*platform.userDefaults),
       scenes_(makeScenes()),
       menuBarExtra_(std::make_unique<MenuBarExtra>(model_)) {
+    // An installed bundle says so itself, but not a program from a build tree.
+    platform_.workspace->setActivationPolicy(Workspace::ActivationPolicy::Accessory);
     connect(menuBarExtra_.get(), &MenuBarExtra::versionHistoryRequested, this, [this] {
         openWindow(QString::fromLatin1(versionHistory));
     });

@@ -84,6 +84,10 @@ public:
     [[nodiscard]] virtual std::unique_ptr<Subscription>
     onTrayChange(std::function<void()> changed) = 0;
 
+    /// Whether the tray is part of a menu bar: it gives its icons their colour, and an icon that
+    /// has a menu opens it at every click.
+    [[nodiscard]] virtual bool isTrayMenuBar() const = 0;
+
     [[nodiscard]] virtual ActivationPolicy activationPolicy() const = 0;
     virtual void setActivationPolicy(ActivationPolicy policy) = 0;
 

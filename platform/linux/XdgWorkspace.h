@@ -57,6 +57,7 @@ public:
     [[nodiscard]] bool hasTray() const override;
     [[nodiscard]] std::unique_ptr<Subscription>
     onTrayChange(std::function<void()> changed) override;
+    [[nodiscard]] bool isTrayMenuBar() const override { return false; }
     [[nodiscard]] ActivationPolicy activationPolicy() const override { return policy_; }
     void setActivationPolicy(ActivationPolicy policy) override { policy_ = policy; }
     /// Does nothing: on these desktops it is windows that ask to come to the front, when they are

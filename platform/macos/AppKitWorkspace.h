@@ -43,6 +43,7 @@ public:
     [[nodiscard]] bool hasTray() const override { return true; }
     [[nodiscard]] std::unique_ptr<Subscription>
     onTrayChange(std::function<void()> changed) override;
+    [[nodiscard]] bool isTrayMenuBar() const override { return true; }
     [[nodiscard]] ActivationPolicy activationPolicy() const override;
     void setActivationPolicy(ActivationPolicy policy) override;
     void activate() override;

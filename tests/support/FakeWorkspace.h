@@ -29,6 +29,7 @@ public:
     std::optional<RunningApplication> otherCopy;
     std::vector<std::int64_t> activatedCopies;
 
+    bool isMenuBar = false;
     bool hasDebugger = false;
     ActivationPolicy policy = ActivationPolicy::Accessory;
     /// Every policy that was set.
@@ -78,6 +79,8 @@ public:
     onTrayChange(std::function<void()> changed) override {
         return trayChanged_.add(std::move(changed));
     }
+
+    [[nodiscard]] bool isTrayMenuBar() const override { return isMenuBar; }
 
     [[nodiscard]] ActivationPolicy activationPolicy() const override { return policy; }
 

@@ -17,6 +17,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
 
@@ -113,6 +114,30 @@ TEST_F(MenuBarExtraTest, TheIconFollowsTheStatus) {
     EXPECT_NE(attention, brand);
     Q_EMIT model_->changed();
     EXPECT_EQ(extra_->trayIcon()->icon().cacheKey(), attention) << "drawn again for nothing";
+}
+
+TEST_F(MenuBarExtraTest, AMenuBarGivesTheIconItsColour) {
+    begin();
+    EXPECT_FALSE(extra_->trayIcon()->icon().isMask());
+    extra_.reset();
+    with_.workspace.isMenuBar = true;
+    begin();
+    EXPECT_TRUE(extra_->trayIcon()->icon().isMask());
+}
+
+TEST_F(MenuBarExtraTest, InAMenuBarOnlyTheOtherButtonOpensTheMenu) {
+    with_.workspace.isMenuBar = true;
+    begin();
+    EXPECT_EQ(extra_->trayIcon()->contextMenu(), nullptr) << "would open at every click";
+    click();
+    EXPECT_TRUE(panel().isVisible());
+    Q_EMIT extra_->trayIcon()->activated(QSystemTrayIcon::Context);
+    processEvents();
+    EXPECT_THAT(panels(), IsEmpty());
+    const QList<QWidget*> widgets = QApplication::topLevelWidgets();
+    EXPECT_TRUE(std::ranges::any_of(widgets, [](const QWidget* widget) {
+        return widget->objectName() == QStringLiteral("tray-menu") && widget->isVisible();
+    }));
 }
 
 TEST_F(MenuBarExtraTest, AClickOpensThePanelAndAnotherClosesIt) {

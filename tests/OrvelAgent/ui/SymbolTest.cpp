@@ -134,8 +134,13 @@ TEST(SymbolTest, ATrayIconStandsOutFromWhateverPanel) {
     }
 }
 
-TEST(SymbolTest, ATrayIconIsATemplateForPanelsThatTint) {
-    EXPECT_TRUE(symbolTrayIcon(Symbol::StatusIcon, Qt::black).isMask());
+TEST(SymbolTest, ATemplateIsTheShapeAloneForMenuBarsThatTint) {
+    const QIcon icon = symbolTemplateIcon(Symbol::StatusIcon);
+    EXPECT_TRUE(icon.isMask());
+    EXPECT_EQ(
+        icon.pixmap(QSize(32, 32), 1).toImage(),
+        symbolPixmap(Symbol::StatusIcon, 32, Qt::black, 1).toImage());
+    EXPECT_FALSE(symbolTrayIcon(Symbol::StatusIcon, Qt::black).isMask());
 }
 
 } // namespace

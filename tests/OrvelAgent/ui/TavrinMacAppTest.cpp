@@ -77,6 +77,13 @@ class TavrinMacAppWindowTest : public TavrinMacAppTest,
 
 } // namespace
 
+TEST_F(TavrinMacAppTest, IsAnAccessoryApplicationFromTheStart) {
+    app_.reset();
+    with_.workspace.policy = Workspace::ActivationPolicy::Regular;
+    begin();
+    EXPECT_EQ(with_.workspace.policy, Workspace::ActivationPolicy::Accessory);
+}
+
 TEST_P(TavrinMacAppWindowTest, OpensWithItsTitleAndSize) {
     EXPECT_EQ(find(GetParam().name), nullptr);
     const QWidget& window = open(GetParam().name);
