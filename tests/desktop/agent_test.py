@@ -2,7 +2,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """The agent as its user has it: click the icon in the tray, read the panel, sign in with the
 browser, choose what is collected, scan again from the beginning, watch the log, read the version
-history, quit. Afterwards the service has every message once, and nothing is left behind.
+history, quit, log out while it scans. Afterwards the service has every message once, and nothing is
+left behind.
 
 usage: agent_test.py PROGRAMS_DIRECTORY
 
@@ -10,6 +11,7 @@ Runs in a desktop session of its own (tests/support/private-session) with a disp
 """
 
 import os
+import signal
 import subprocess
 import sys
 
@@ -17,11 +19,16 @@ sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import accessibility  # noqa: E402
 import webdriver  # noqa: E402
 from service import Service  # noqa: E402
-from session import AGENT_FILES, HOME, LIMIT, check, say, wait_for  # noqa: E402
+from session import (  # noqa: E402
+    AGENT_FILES, HOME, LIMIT, check, say, send_together, wait_for, wake_ups)
 
 PROGRAMS = os.path.abspath(sys.argv[1])
 SAMPLE_MESSAGES = 300
+SETTINGS = os.path.join(os.environ["XDG_CONFIG_HOME"], "orvel-agent", "defaults.conf")
+PROGRESS_KEYS = ("messages.rowid.", "messages.backfill.")
 SNAPSHOTS = os.path.join(HOME, "snapshots")
+INGEST_PATH = "/api/v1/context/ingest"
+DIGEST_PATH = "/api/v1/context/handle-digest"
 SCREENSHOTS = os.environ.get("ORVEL_SCREENSHOTS")
 
 
@@ -75,8 +82,8 @@ class Agent(accessibility.Application):
     """The program in the tray."""
 
     def __init__(self, bundle):
-        os.makedirs(AGENT_FILES)
-        os.makedirs(SNAPSHOTS)
+        os.makedirs(AGENT_FILES, exist_ok=True)
+        os.makedirs(SNAPSHOTS, exist_ok=True)
         self._log = os.path.join(AGENT_FILES, "log")
         environment = {name: value for name, value in os.environ.items()
                        if name.lower() not in ("https_proxy", "all_proxy")}
@@ -106,8 +113,12 @@ def open_panel(desktop, agent):
 
 def stored_settings():
     """What the agent keeps of its user's choices."""
-    with open(os.path.join(os.environ["XDG_CONFIG_HOME"], "orvel-agent", "defaults.conf")) as file:
+    with open(SETTINGS) as file:
         return file.read()
+
+
+def stored_progress():
+    return {line for line in stored_settings().splitlines() if line.startswith(PROGRESS_KEYS)}
 
 
 def choose(agent, picker, choice, stored):
@@ -149,11 +160,27 @@ def change_settings(desktop, agent):
     agent.press("push button", "Re-scan from the beginning")
     agent.wait_for("label", "The next scan starts from the beginning.")
     screenshot("settings-privacy")
+    xdotool("key", "Escape")
+    agent.wait_for_end_of("check box", "Start at login")
     say("both choices are kept, and a re-scan is noted")
 
 
-def watch_a_scan(agent, service):
-    agent.press("page tab", "General")
+def be_quiet(agent, service):
+    """Signed in, with no window open, while its loop sleeps."""
+    # What the last window left to do may come in several goes, and a scan may come in between.
+    for _ in range(3):
+        scans = service.requests(DIGEST_PATH)
+        count, waits = wake_ups(agent.process)
+        say(f"{count} wake-ups in 10 s of quiet, with {waits} waits of all threads")
+        if count <= 1 and waits <= 20 and scans == service.requests(DIGEST_PATH):
+            break
+    check(count <= 1, f"{count} wake-ups in 10 s of quiet")
+    check(waits <= 20, f"{waits} waits in 10 s of quiet")
+
+
+def watch_a_scan(desktop, agent, service):
+    open_panel(desktop, agent)
+    agent.press("push button", "Settings…")
     agent.press("push button", "Open activity log…")
     agent.wait_for("label", "Live")
     wait_for("the scan's end in the log",
@@ -187,11 +214,40 @@ def read_version_history(desktop, agent):
     say("the version history is a window that Escape closes")
 
 
+def end_during_a_scan(service):
+    """As the end of a session does, with several signals, while the service takes its time."""
+    settings = stored_settings()
+    with open(SETTINGS, "w") as file:
+        file.write("".join(line for line in settings.splitlines(True)
+                           if not line.startswith(PROGRESS_KEYS)))
+    uploads = service.requests(INGEST_PATH)
+    service.spoil(INGEST_PATH, fault="delay", delayMilliseconds=LIMIT * 10000)
+    agent = Agent(service.bundle)
+    wait_for("an upload", lambda: service.requests(INGEST_PATH) > uploads, agent.process)
+    check(len(os.listdir(SNAPSHOTS)) == 1, os.listdir(SNAPSHOTS))
+    send_together(agent.process, signal.SIGTERM, signal.SIGHUP)
+    check(agent.finish() == "", "it complains")
+    check(os.listdir(SNAPSHOTS) == [], "a copy of the database is left")
+    check(stored_progress() == set(), stored_settings())
+    say("two signals end a scan, its copy and nothing else")
+
+
+def go_on(service, progress, records):
+    """Still signed in, and with nothing lost."""
+    agent = Agent(service.bundle)
+    wait_for("the scan's end", lambda: stored_progress() == progress, agent.process)
+    check(service.statistics()["records"] == records, service.statistics())
+    agent.process.terminate()
+    check(agent.finish() == "", "it complains")
+    say("the next start has caught up")
+
+
 def scenario(desktop, service, agent, browser):
     see_panel(desktop, agent)
     sign_in(desktop, agent, browser)
     change_settings(desktop, agent)
-    watch_a_scan(agent, service)
+    be_quiet(agent, service)
+    watch_a_scan(desktop, agent, service)
     read_version_history(desktop, agent)
     open_panel(desktop, agent)
     agent.wait_for("label", lambda text: text.endswith("scanned in the last 24 hours"))
@@ -201,6 +257,9 @@ def scenario(desktop, service, agent, browser):
     check(log == "", log)
     check(os.listdir(SNAPSHOTS) == [], "a copy of the database is left")
     say("it has quit and left nothing behind")
+    progress, records = stored_progress(), service.statistics()["records"]
+    end_during_a_scan(service)
+    go_on(service, progress, records)
 
 
 def main():

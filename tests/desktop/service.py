@@ -37,8 +37,16 @@ class Service:
             urllib.request.ProxyHandler({}), urllib.request.HTTPSHandler(context=context))
 
     def statistics(self):
+        return self._control("stats")
+
+    def spoil(self, path, **fault):
+        """The next request to that path."""
+        self._control("faults", json.dumps({"path": path, **fault}).encode())
+
+    def _control(self, name, body=None):
         request = urllib.request.Request(
-            self.url + "/control/stats", headers={"Authorization": "Bearer " + self._token})
+            self.url + "/control/" + name, body, {
+                "Authorization": "Bearer " + self._token, "Content-Type": "application/json"})
         with self._opener.open(request, timeout=LIMIT) as reply:
             return json.load(reply)["data"]
 

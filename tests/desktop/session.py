@@ -2,12 +2,16 @@
 """What the tests of a whole desktop share."""
 
 import os
+import re
+import signal
 import subprocess
 import time
 
 HOME = os.environ["HOME"]
 AGENT_FILES = os.path.join(HOME, "agent")
 LIMIT = 60
+# So many moments without a sign of life are sleep.
+SLEEP = 4
 
 started = time.monotonic()
 
@@ -40,6 +44,57 @@ def wait_for(what, condition, process=None):
         if process is None:
             pause.kill()
             pause.wait()
+
+
+def send_together(process, *numbers):
+    """All of the signals come at the same time, and have come when this returns."""
+    process.send_signal(signal.SIGSTOP)
+    wait_for("its stop", lambda: os.waitid(
+        os.P_PID, process.pid, os.WSTOPPED | os.WNOHANG | os.WNOWAIT))
+    for number in numbers:
+        process.send_signal(number)
+    process.send_signal(signal.SIGCONT)
+
+
+def waits(pid):
+    """How often each thread of a process has waited for something so far."""
+    counts = {}
+    for thread in os.listdir(f"/proc/{pid}/task"):
+        try:
+            with open(f"/proc/{pid}/task/{thread}/status") as file:
+                status = file.read()
+        except (FileNotFoundError, ProcessLookupError):
+            # It has ended since it was listed.
+            continue
+        counts[thread] = int(re.search(r"^voluntary_ctxt_switches:\s+(\d+)", status, re.M)[1])
+    return counts
+
+
+def waits_in_a_moment(process):
+    try:
+        process.wait(timeout=0.05)
+    except subprocess.TimeoutExpired:
+        pass
+    return waits(process.pid)
+
+
+def wake_ups(process):
+    """How often a process that has fallen asleep wakes up in ten seconds, and how often its threads
+    wait then. What a wake-up does takes a moment, the longer the busier the machine, in which
+    several threads wait for each other and for the display: all of that is one. What hardly sleeps
+    shows in the second number."""
+    before = waits(process.pid)
+    while (now := waits_in_a_moment(process)) != before:
+        before = now
+    count, total, asleep = 0, 0, SLEEP
+    for _ in range(200):
+        now = waits_in_a_moment(process)
+        is_awake = now != before
+        count += is_awake and asleep >= SLEEP
+        total += sum(number - before.get(thread, 0) for thread, number in now.items())
+        asleep = 0 if is_awake else asleep + 1
+        before = now
+    return count, total
 
 
 class Agent:
