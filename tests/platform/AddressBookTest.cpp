@@ -1,14 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What every address book does: the fake of the other tests and the desktop's.
+// What every address book does: the fake of the other tests and this system's.
 #include "platform/AddressBook.h"
 
-#include "platform/linux/EvolutionAddressBook.h"
 #include "tests/platform/AddressBookCalls.h"
-#include "tests/platform/EvolutionDesktop.h"
+#include "tests/platform/RealAddressBook.h"
 #include "tests/support/FakeAddressBook.h"
-#include "tests/support/InMemoryUserDefaults.h"
-#include "tests/support/RecordingLogStore.h"
 #include "tests/support/RunTask.h"
 
 #include <gmock/gmock.h>
@@ -29,22 +26,7 @@ using testing::IsEmpty;
 using testing::UnorderedElementsAreArray;
 using Fields = AddressBook::Fields;
 
-/// An address book, and the user it belongs to.
-class Subject {
-public:
-    Subject() = default;
-    Subject(const Subject&) = delete;
-    Subject& operator=(const Subject&) = delete;
-    virtual ~Subject() = default;
-
-    [[nodiscard]] virtual AddressBook& addressBook() = 0;
-    virtual void add(const std::vector<ContactCard>& cards) = 0;
-    /// What the user says when asked; yes unless told.
-    virtual void setUserAllows(bool userAllows) = 0;
-    [[nodiscard]] virtual int questions() const = 0;
-};
-
-class FakeSubject final : public Subject {
+class FakeSubject final : public test::AddressBookSubject {
 public:
     FakeSubject() { addressBook_.status = AddressBook::notDetermined; }
 
@@ -57,29 +39,9 @@ private:
     test::FakeAddressBook addressBook_;
 };
 
-class EvolutionSubject final : public Subject {
-public:
-    AddressBook& addressBook() override { return addressBook_; }
-    void add(const std::vector<ContactCard>& cards) override { desktop_.add(cards); }
-    void setUserAllows(bool userAllows) override { userAllows_ = userAllows; }
-    [[nodiscard]] int questions() const override { return questions_; }
-
-private:
-    test::EvolutionDesktop desktop_;
-    test::InMemoryUserDefaults defaults_;
-    test::RecordingLogStore log_;
-    bool userAllows_ = true;
-    int questions_ = 0;
-    EvolutionAddressBook addressBook_{
-        defaults_, log_, [this](const std::function<void(bool)>& answer) {
-            ++questions_;
-            answer(userAllows_);
-        }};
-};
-
 struct Kind {
     const char* name;
-    std::unique_ptr<Subject> (*make)();
+    std::unique_ptr<test::AddressBookSubject> (*make)();
 };
 
 class AddressBookTest : public testing::TestWithParam<Kind> {
@@ -97,7 +59,7 @@ protected:
         EXPECT_THAT(allCards(), UnorderedElementsAreArray(cards));
     }
 
-    std::unique_ptr<Subject> subject_ = GetParam().make();
+    std::unique_ptr<test::AddressBookSubject> subject_ = GetParam().make();
 };
 
 } // namespace
@@ -108,14 +70,10 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Kind{
             "Fake",
-            []() -> std::unique_ptr<Subject> {
+            []() -> std::unique_ptr<test::AddressBookSubject> {
                 return std::make_unique<FakeSubject>();
             }},
-        Kind{
-            "Evolution",
-            []() -> std::unique_ptr<Subject> {
-                return std::make_unique<EvolutionSubject>();
-            }}),
+        Kind{"Real", test::makeRealAddressBook}),
     [](const auto& kind) { return kind.param.name; });
 
 TEST_P(AddressBookTest, NothingIsDecidedAtFirst) {

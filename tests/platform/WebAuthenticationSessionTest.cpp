@@ -1,14 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What every web authentication session does: the fake of the other tests and the desktop's.
+// What every web authentication session does: the fake of the other tests and this system's.
 #include "platform/WebAuthenticationSession.h"
 
-#include "platform/linux/BrowserAuthenticationSession.h"
-#include "tests/platform/SignInBusCalls.h"
+#include "tests/platform/RealWebAuthenticationSession.h"
 #include "tests/support/FakeWebAuthenticationSession.h"
-#include "tests/support/FakeWorkspace.h"
-#include "tests/support/ManualClock.h"
-#include "tests/support/RecordingLogStore.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/WaitUntil.h"
 
@@ -32,25 +28,7 @@ using Outcome = WebAuthenticationSession::Outcome;
 constexpr auto page = "https://www.example.com/link?challenge=c";
 constexpr auto scheme = "orvelagent";
 
-/// A session, the browser, and its user.
-class Subject {
-public:
-    Subject() = default;
-    Subject(const Subject&) = delete;
-    Subject& operator=(const Subject&) = delete;
-    virtual ~Subject() = default;
-
-    [[nodiscard]] virtual WebAuthenticationSession& session() = 0;
-    virtual void destroySession() = 0;
-    /// The pages that the browser has opened.
-    [[nodiscard]] virtual std::vector<std::string> pages() = 0;
-    /// From now on there is no browser.
-    virtual void removeBrowser() = 0;
-    /// The browser is redirected to the URL.
-    virtual void callBack(const std::string& url) = 0;
-};
-
-class FakeSubject final : public Subject {
+class FakeSubject final : public test::WebAuthenticationSubject {
 public:
     WebAuthenticationSession& session() override { return *session_; }
     void destroySession() override { session_.reset(); }
@@ -73,28 +51,9 @@ private:
         std::make_unique<test::FakeWebAuthenticationSession>();
 };
 
-class BrowserSubject final : public Subject {
-public:
-    WebAuthenticationSession& session() override { return *session_; }
-    void destroySession() override { session_.reset(); }
-    std::vector<std::string> pages() override { return workspace_.openedURLs; }
-    void removeBrowser() override {
-        workspace_.openError = tavrin::PlatformError("test", 1, "There is no browser.");
-    }
-    void callBack(const std::string& url) override { test::callBack(url); }
-
-private:
-    test::FakeWorkspace workspace_;
-    test::ManualClock clock_;
-    test::RecordingLogStore log_;
-    std::unique_ptr<WebAuthenticationSession> session_ =
-        std::make_unique<BrowserAuthenticationSession>(
-            workspace_, clock_, log_, [](const std::function<void()>& ready) { ready(); });
-};
-
 struct Kind {
     const char* name;
-    std::unique_ptr<Subject> (*make)();
+    std::unique_ptr<test::WebAuthenticationSubject> (*make)();
 };
 
 class WebAuthenticationSessionTest : public testing::TestWithParam<Kind> {
@@ -132,7 +91,7 @@ protected:
         return started;
     }
 
-    std::unique_ptr<Subject> subject_ = GetParam().make();
+    std::unique_ptr<test::WebAuthenticationSubject> subject_ = GetParam().make();
 };
 
 template <typename T>
@@ -148,14 +107,10 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Kind{
             "Fake",
-            []() -> std::unique_ptr<Subject> {
+            []() -> std::unique_ptr<test::WebAuthenticationSubject> {
                 return std::make_unique<FakeSubject>();
             }},
-        Kind{
-            "Browser",
-            []() -> std::unique_ptr<Subject> {
-                return std::make_unique<BrowserSubject>();
-            }}),
+        Kind{"Real", test::makeRealWebAuthenticationSession}),
     [](const auto& kind) { return kind.param.name; });
 
 TEST_P(WebAuthenticationSessionTest, OpensThePageAndWaits) {
@@ -167,7 +122,7 @@ TEST_P(WebAuthenticationSessionTest, OpensThePageAndWaits) {
 
 TEST_P(WebAuthenticationSessionTest, GivesTheCallbackAsItCame) {
     const Started started = startAndOpen();
-    const std::string url = "orvelagent://callback?code=a%20b+%C3%A9&state=é\"'$#fragment";
+    const std::string url = "orvelagent://callback?code=a%20b+%C3%A9&state='$!#fragment";
     subject_->callBack(url);
     EXPECT_EQ(std::get<std::string>(started.outcome()), url);
 }

@@ -1,14 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What every workspace does: the fake of the other tests and the desktop's.
+// What every workspace does: the fake of the other tests and this system's.
 #include "platform/Workspace.h"
 
-#include "platform/linux/XdgWorkspace.h"
-#include "tests/platform/BrowserScript.h"
-#include "tests/platform/SettingsPortal.h"
+#include "tests/platform/RealWorkspace.h"
 #include "tests/support/FakeWorkspace.h"
-#include "tests/support/ManualClock.h"
-#include "tests/support/Program.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/WaitUntil.h"
 
@@ -28,29 +24,7 @@ namespace {
 using test::waitUntil;
 using testing::StartsWith;
 
-constexpr auto identifier = "app.test.Workspace";
-
-/// A workspace, and the desktop around it.
-class Subject {
-public:
-    Subject() = default;
-    Subject(const Subject&) = delete;
-    Subject& operator=(const Subject&) = delete;
-    virtual ~Subject() = default;
-
-    [[nodiscard]] virtual Workspace& workspace() = 0;
-    virtual void destroyWorkspace() = 0;
-    virtual void removeBrowser() = 0;
-    /// Another copy runs from now on.
-    virtual void startFirstCopy() = 0;
-    /// Another copy was started now.
-    virtual void startSecondCopy() = 0;
-    /// Whether that other copy was brought to the front.
-    [[nodiscard]] virtual bool isOtherActivated() = 0;
-    virtual void setReducesMotion(bool reduces) = 0;
-};
-
-class FakeSubject final : public Subject {
+class FakeSubject final : public test::WorkspaceSubject {
 public:
     Workspace& workspace() override { return *workspace_; }
     void destroyWorkspace() override { workspace_.reset(); }
@@ -58,7 +32,10 @@ public:
         workspace_->openError =
             tavrin::PlatformError("test", 1, "Could not open the browser: there is none");
     }
-    void startFirstCopy() override { workspace_->otherCopy = {getpid() + 1}; }
+    std::string startFirstCopy() override {
+        workspace_->otherCopy = {getpid() + 1};
+        return test::testIdentifier;
+    }
     void startSecondCopy() override { workspace_->beActivated(); }
     bool isOtherActivated() override { return !workspace_->activatedCopies.empty(); }
     void setReducesMotion(bool reduces) override { workspace_->setReducesMotion(reduces); }
@@ -67,36 +44,9 @@ private:
     std::unique_ptr<test::FakeWorkspace> workspace_ = std::make_unique<test::FakeWorkspace>();
 };
 
-class DesktopSubject final : public Subject {
-public:
-    Workspace& workspace() override { return *workspace_; }
-    void destroyWorkspace() override { workspace_.reset(); }
-    void removeBrowser() override { browser_.fail(); }
-    void startFirstCopy() override {
-        other_.emplace(test::Program::Options{{WORKSPACE_PROBE, "claim", identifier}, {}});
-        ASSERT_TRUE(waitUntil([this] { return other_->output() == "first\n"; }));
-    }
-    void startSecondCopy() override {
-        test::Program second({{WORKSPACE_PROBE, "claim", identifier}, {}});
-        EXPECT_TRUE(waitUntil([&] { return second.waitFor({}).has_value(); }));
-        EXPECT_EQ(second.output(), "other " + std::to_string(getpid()) + "\n");
-    }
-    bool isOtherActivated() override {
-        return waitUntil([this] { return other_->output() == "first\nactivated\n"; });
-    }
-    void setReducesMotion(bool reduces) override { portal_.setReducedMotion(reduces ? 1 : 0); }
-
-private:
-    test::BrowserScript browser_;
-    test::SettingsPortal portal_;
-    std::optional<test::Program> other_;
-    test::ManualClock clock_;
-    std::unique_ptr<Workspace> workspace_ = std::make_unique<XdgWorkspace>(clock_, "/bin/false");
-};
-
 struct Kind {
     const char* name;
-    std::unique_ptr<Subject> (*make)();
+    std::unique_ptr<test::WorkspaceSubject> (*make)();
 };
 
 class WorkspaceTest : public testing::TestWithParam<Kind> {
@@ -121,7 +71,7 @@ protected:
         return *opening;
     }
 
-    std::unique_ptr<Subject> subject_ = GetParam().make();
+    std::unique_ptr<test::WorkspaceSubject> subject_ = GetParam().make();
 };
 
 } // namespace
@@ -146,38 +96,37 @@ TEST_P(WorkspaceTest, TellsNothingAfterItsEnd) {
 }
 
 TEST_P(WorkspaceTest, TheFirstCopyFindsNoOther) {
-    EXPECT_FALSE(workspace().runningCopy(identifier));
-    EXPECT_FALSE(workspace().runningCopy(identifier)) << "took itself for another copy";
+    EXPECT_FALSE(workspace().runningCopy(test::testIdentifier));
+    EXPECT_FALSE(workspace().runningCopy(test::testIdentifier)) << "took itself for another copy";
 }
 
 TEST_P(WorkspaceTest, ALaterCopyFindsTheFirst) {
-    subject_->startFirstCopy();
-    const auto other = workspace().runningCopy(identifier);
+    const auto other = workspace().runningCopy(subject_->startFirstCopy());
     ASSERT_TRUE(other);
     EXPECT_NE(other->processIdentifier, getpid());
     workspace().activateCopy(*other);
-    EXPECT_TRUE(subject_->isOtherActivated());
+    EXPECT_TRUE(waitUntil([this] { return subject_->isOtherActivated(); }));
 }
 
 TEST_P(WorkspaceTest, TellsWhenAnotherCopyWasStarted) {
-    ASSERT_FALSE(workspace().runningCopy(identifier));
+    ASSERT_FALSE(workspace().runningCopy(test::testIdentifier));
     int activations = 0;
     const auto subscription = workspace().onActivation([&] { ++activations; });
     subject_->startSecondCopy();
-    EXPECT_EQ(activations, 1);
+    EXPECT_TRUE(waitUntil([&] { return activations == 1; }));
     subject_->startSecondCopy();
-    EXPECT_EQ(activations, 2);
+    EXPECT_TRUE(waitUntil([&] { return activations == 2; }));
 }
 
 TEST_P(WorkspaceTest, AnEndedSubscriptionIsNotCalled) {
-    ASSERT_FALSE(workspace().runningCopy(identifier));
+    ASSERT_FALSE(workspace().runningCopy(test::testIdentifier));
     bool isCalled = false;
     auto ended = workspace().onActivation([&] { isCalled = true; });
     int activations = 0;
     const auto subscription = workspace().onActivation([&] { ++activations; });
     ended.reset();
     subject_->startSecondCopy();
-    EXPECT_EQ(activations, 1);
+    EXPECT_TRUE(waitUntil([&] { return activations == 1; }));
     EXPECT_FALSE(isCalled);
 }
 
@@ -213,14 +162,10 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Kind{
             "Fake",
-            []() -> std::unique_ptr<Subject> {
+            []() -> std::unique_ptr<test::WorkspaceSubject> {
                 return std::make_unique<FakeSubject>();
             }},
-        Kind{
-            "Xdg",
-            []() -> std::unique_ptr<Subject> {
-                return std::make_unique<DesktopSubject>();
-            }}),
+        Kind{"Real", test::makeRealWorkspace}),
     [](const auto& kind) { return kind.param.name; });
 
 } // namespace orvel

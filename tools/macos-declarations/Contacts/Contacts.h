@@ -29,6 +29,7 @@ MAC_API(10.11)
 @property(readonly, copy, nonatomic, nullable) NSString* label;
 @property(readonly, copy, nonatomic) ValueType value;
 + (NSString*)localizedStringForLabel:(NSString*)label;
++ (instancetype)labeledValueWithLabel:(nullable NSString*)label value:(ValueType)value;
 @end
 MAC_API(10.11) @interface CNContact : NSObject<NSCopying, NSMutableCopying, NSSecureCoding>
 @property(readonly, copy, nonatomic) NSString* identifier;
@@ -40,6 +41,13 @@ MAC_API(10.11) @interface CNContact : NSObject<NSCopying, NSMutableCopying, NSSe
 @property(readonly, copy, nonatomic) NSArray<CNLabeledValue<NSString*>*>* emailAddresses;
 - (BOOL)isKeyAvailable:(NSString*)key;
 @end
+MAC_API(10.11) @interface CNMutableContact : CNContact
+@property(copy, nonatomic) NSString* givenName;
+@property(copy, nonatomic) NSString* familyName;
+@property(copy, nonatomic) NSString* organizationName;
+@property(copy, nonatomic) NSArray<CNLabeledValue<CNPhoneNumber*>*>* phoneNumbers;
+@property(copy, nonatomic) NSArray<CNLabeledValue<NSString*>*>* emailAddresses;
+@end
 MAC_API(10.11) @interface CNFetchRequest : NSObject
 @end
 MAC_API(10.11) @interface CNContactFetchRequest : CNFetchRequest<NSSecureCoding>
@@ -47,6 +55,7 @@ MAC_API(10.11) @interface CNContactFetchRequest : CNFetchRequest<NSSecureCoding>
 + (instancetype)new NS_UNAVAILABLE;
 - (instancetype)initWithKeysToFetch:(NSArray<id<CNKeyDescriptor>>*)keysToFetch
     NS_DESIGNATED_INITIALIZER;
+@property(nonatomic, copy) NSArray<id<CNKeyDescriptor>>* keysToFetch;
 @property(nonatomic) BOOL unifyResults;
 @end
 MAC_API(10.11) @interface CNContactStore : NSObject

@@ -307,6 +307,9 @@ STUB_EXTERN const NSErrorDomain NSOSStatusErrorDomain;
 
 MAC_API(10.2)
 @interface NSError : NSObject <NSCopying, NSSecureCoding>
++ (instancetype)errorWithDomain:(NSErrorDomain)domain
+                           code:(NSInteger)code
+                       userInfo:(nullable NSDictionary<NSErrorUserInfoKey, id>*)dict;
 @property(readonly, copy) NSErrorDomain domain;
 @property(readonly) NSInteger code;
 @property(readonly, copy) NSDictionary<NSErrorUserInfoKey, id>* userInfo;
@@ -392,6 +395,7 @@ MAC_API(10.0)
                name:(nullable NSNotificationName)aName
              object:(nullable id)anObject;
 - (void)removeObserver:(id)observer;
+- (void)postNotificationName:(NSNotificationName)aName object:(nullable id)anObject;
 - (id<NSObject>)addObserverForName:(nullable NSNotificationName)name
                             object:(nullable id)obj
                              queue:(nullable NSOperationQueue*)queue

@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tests/platform/RealAddressBook.h"
+
+#include "platform/linux/EvolutionAddressBook.h"
+#include "tests/platform/EvolutionDesktop.h"
+#include "tests/support/InMemoryUserDefaults.h"
+#include "tests/support/RecordingLogStore.h"
+
+#include <functional>
+
+namespace orvel::test {
+
+namespace {
+
+class EvolutionSubject final : public AddressBookSubject {
+public:
+    AddressBook& addressBook() override { return addressBook_; }
+    void add(const std::vector<ContactCard>& cards) override { desktop_.add(cards); }
+    void setUserAllows(bool userAllows) override { userAllows_ = userAllows; }
+    [[nodiscard]] int questions() const override { return questions_; }
+
+private:
+    EvolutionDesktop desktop_;
+    InMemoryUserDefaults defaults_;
+    RecordingLogStore log_;
+    bool userAllows_ = true;
+    int questions_ = 0;
+    EvolutionAddressBook addressBook_{
+        defaults_, log_, [this](const std::function<void(bool)>& answer) {
+            ++questions_;
+            answer(userAllows_);
+        }};
+};
+
+} // namespace
+
+std::unique_ptr<AddressBookSubject> makeRealAddressBook() {
+    return std::make_unique<EvolutionSubject>();
+}
+
+} // namespace orvel::test

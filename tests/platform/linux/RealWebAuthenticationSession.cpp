@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tests/platform/RealWebAuthenticationSession.h"
+
+#include "platform/linux/BrowserAuthenticationSession.h"
+#include "tests/platform/SignInBusCalls.h"
+#include "tests/support/FakeWorkspace.h"
+#include "tests/support/ManualClock.h"
+#include "tests/support/RecordingLogStore.h"
+
+#include <functional>
+
+namespace orvel::test {
+
+namespace {
+
+class BrowserSubject final : public WebAuthenticationSubject {
+public:
+    WebAuthenticationSession& session() override { return *session_; }
+    void destroySession() override { session_.reset(); }
+    std::vector<std::string> pages() override { return workspace_.openedURLs; }
+    void removeBrowser() override {
+        workspace_.openError = tavrin::PlatformError("test", 1, "There is no browser.");
+    }
+    void callBack(const std::string& url) override { orvel::test::callBack(url); }
+
+private:
+    FakeWorkspace workspace_;
+    ManualClock clock_;
+    RecordingLogStore log_;
+    std::unique_ptr<WebAuthenticationSession> session_ =
+        std::make_unique<BrowserAuthenticationSession>(
+            workspace_, clock_, log_, [](const std::function<void()>& ready) { ready(); });
+};
+
+} // namespace
+
+std::unique_ptr<WebAuthenticationSubject> makeRealWebAuthenticationSession() {
+    return std::make_unique<BrowserSubject>();
+}
+
+} // namespace orvel::test
