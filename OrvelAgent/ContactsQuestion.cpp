@@ -7,11 +7,11 @@
 #include "OrvelAgent/Theme.h"
 #include "OrvelAgent/WrappingRow.h"
 
-#include <QCloseEvent>
 #include <QHBoxLayout>
 #include <QIcon>
-#include <QKeyEvent>
+#include <QKeySequence>
 #include <QLabel>
+#include <QShortcut>
 #include <QVBoxLayout>
 
 #include <utility>
@@ -19,7 +19,7 @@
 namespace orvel {
 
 ContactsQuestion::ContactsQuestion(const QString& displayName, Answer answer, QWidget* parent)
-    : QWidget(parent, Qt::Dialog), answer_(std::move(answer)) {
+    : QDialog(parent), answer_(std::move(answer)) {
     setObjectName(QStringLiteral("contactsQuestion"));
     setWindowTitle(displayName);
     setAttribute(Qt::WA_DeleteOnClose);
@@ -42,10 +42,12 @@ ContactsQuestion::ContactsQuestion(const QString& displayName, Answer answer, QW
 
     auto* allow = new PushButton(tr("Allow"));
     allow->setObjectName(QStringLiteral("allow"));
-    connect(allow, &QPushButton::clicked, this, [this] { this->answer(true); });
+    connect(allow, &QPushButton::clicked, this, &QDialog::accept);
     auto* refuse = new PushButton(tr("Don't Allow"));
     refuse->setObjectName(QStringLiteral("dontAllow"));
-    connect(refuse, &QPushButton::clicked, this, [this] { this->answer(false); });
+    connect(refuse, &QPushButton::clicked, this, &QDialog::reject);
+    connect(
+        new QShortcut(QKeySequence::Close, this), &QShortcut::activated, this, &QDialog::reject);
 
     auto* buttons = new WrappingRow;
     buttons->beginTrailing();
@@ -70,8 +72,6 @@ ContactsQuestion::ContactsQuestion(const QString& displayName, Answer answer, QW
     setFixedHeight(heightForWidth(width()));
 }
 
-ContactsQuestion::~ContactsQuestion() = default;
-
 void ContactsQuestion::ask() {
     setWindowState(windowState() & ~Qt::WindowMinimized);
     show();
@@ -79,27 +79,13 @@ void ContactsQuestion::ask() {
     activateWindow();
 }
 
-void ContactsQuestion::answer(bool isAllowed) {
-    // Whoever is told may close the window, which would answer again.
-    if (const Answer answer = std::exchange(answer_, {})) {
-        answer(isAllowed);
+void ContactsQuestion::done(int result) {
+    // Whoever is told may close it once more.
+    const Answer answer = std::exchange(answer_, {});
+    QDialog::done(result);
+    if (answer) {
+        answer(result == Accepted);
     }
-    close();
-}
-
-void ContactsQuestion::closeEvent(QCloseEvent* event) {
-    if (const Answer answer = std::exchange(answer_, {})) {
-        answer(false);
-    }
-    event->accept();
-}
-
-void ContactsQuestion::keyPressEvent(QKeyEvent* event) {
-    if (event->matches(QKeySequence::Cancel) || event->matches(QKeySequence::Close)) {
-        close();
-        return;
-    }
-    QWidget::keyPressEvent(event);
 }
 
 } // namespace orvel

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <QWidget>
+#include <QDialog>
 
 #include <functional>
 
@@ -11,14 +11,13 @@ namespace orvel {
 ///
 /// Answers once: closing it is a no, destroying it unanswered is no answer. Deletes itself when
 /// closed.
-class ContactsQuestion final : public QWidget {
+class ContactsQuestion final : public QDialog {
     Q_OBJECT
 
 public:
     using Answer = std::function<void(bool isAllowed)>;
 
     ContactsQuestion(const QString& displayName, Answer answer, QWidget* parent = nullptr);
-    ~ContactsQuestion() override;
 
     /// In front of the other windows, also when it is open already. They stay usable.
     void ask();
@@ -26,13 +25,9 @@ public:
     /// It has closed, or is just about to.
     [[nodiscard]] bool isAnswered() const { return !answer_; }
 
-protected:
-    void closeEvent(QCloseEvent* event) override;
-    void keyPressEvent(QKeyEvent* event) override;
+    void done(int result) override;
 
 private:
-    void answer(bool isAllowed);
-
     Answer answer_;
 };
 

@@ -3,6 +3,7 @@
 
 #include "tests/support/DesktopLook.h"
 #include "tests/support/RunTask.h"
+#include "tests/support/WaitUntil.h"
 #include "tests/support/WidgetLayout.h"
 
 #include <QAccessible>
@@ -48,6 +49,7 @@ TEST_F(ContactsQuestionTest, SaysWhatIsReadAndWhatIsSent) {
 
 TEST_F(ContactsQuestionTest, AllowingAnswersYesOnceAndClosesIt) {
     button("allow")->click();
+    button("dontAllow")->click();
     processEvents();
     EXPECT_THAT(answers_, ElementsAre(true));
     EXPECT_EQ(question_, nullptr);
@@ -55,6 +57,7 @@ TEST_F(ContactsQuestionTest, AllowingAnswersYesOnceAndClosesIt) {
 
 TEST_F(ContactsQuestionTest, RefusingAnswersNoOnceAndClosesIt) {
     button("dontAllow")->click();
+    question_->close();
     processEvents();
     EXPECT_THAT(answers_, ElementsAre(false));
     EXPECT_EQ(question_, nullptr);
@@ -72,7 +75,16 @@ TEST_F(ContactsQuestionTest, TheEscapeKeyIsANo) {
     EXPECT_THAT(answers_, ElementsAre(false));
 }
 
+TEST_F(ContactsQuestionTest, TheKeysThatCloseAWindowAreANo) {
+    ASSERT_TRUE(test::waitUntil([this] { return question_->isActiveWindow(); }));
+    QTest::keySequence(question_.data(), QKeySequence::Close);
+    processEvents();
+    EXPECT_THAT(answers_, ElementsAre(false));
+}
+
 TEST_F(ContactsQuestionTest, AKeyPressedWhileItOpensAllowsNothing) {
+    QTest::keyClick(question_->focusWidget(), Qt::Key_Return);
+    EXPECT_THAT(answers_, IsEmpty());
     QTest::keyClick(question_->focusWidget(), Qt::Key_Space);
     processEvents();
     EXPECT_THAT(answers_, ElementsAre(false));
