@@ -12,14 +12,14 @@ BlockedBanner::BlockedBanner(QWidget* parent)
     : Card(Theme::Surface::Banner, parent), reason_(new TextLabel(Theme::TextStyle::Callout)) {
     setObjectName(QStringLiteral("blockedBanner"));
     reason_->setObjectName(QStringLiteral("blockedReason"));
+    auto* symbol = new SymbolLabel(
+        Symbol::ExclamationMarkTriangle, Theme::TextStyle::Callout, Theme::Role::Orange);
+    symbol->setObjectName(QStringLiteral("blockedSymbol"));
+    symbol->setAccessibleName(tr("Warning"));
     auto* layout = new QHBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(Theme::controlSpacing);
-    layout->addWidget(
-        new SymbolLabel(
-            Symbol::ExclamationMarkTriangle, Theme::TextStyle::Callout, Theme::Role::Orange),
-        0,
-        Qt::AlignTop);
+    layout->addWidget(symbol, 0, Qt::AlignTop);
     layout->addWidget(reason_, 1);
 }
 

@@ -28,6 +28,8 @@ ChangeRow::ChangeRow(const tavrin::VersionHistory::Change& change, QWidget* pare
     : QWidget(parent),
       badge_(new Badge(
           QString::fromStdString(change.label), roleOf(change.label), Badge::Shape::Filled)) {
+    // Whoever reads the text is told the label first.
+    setAccessibleName(badge_->text());
     badge_->setObjectName(QStringLiteral("label"));
     auto* text = new SelectableLabel(
         Theme::TextStyle::Body, Theme::Role::Primary, QString::fromStdString(change.text));

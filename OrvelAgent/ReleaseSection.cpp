@@ -14,6 +14,7 @@ namespace orvel {
 ReleaseSection::ReleaseSection(
     const tavrin::VersionHistory::Release& release, bool isInstalled, QWidget* parent)
     : QWidget(parent) {
+    setAccessibleName(tr("Version %1").arg(QString::fromStdString(release.version)));
     auto* version = new SelectableLabel(
         Theme::TextStyle::Headline, Theme::Role::Primary, QString::fromStdString(release.version));
     version->setObjectName(QStringLiteral("version"));

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/Accessibility.h"
 #include "OrvelAgent/Configuration.h"
 #include "OrvelAgent/ContactsQuestion.h"
 #include "OrvelAgent/SignalWatch.h"
@@ -166,6 +167,7 @@ int main(int argc, char** argv) {
     QGuiApplication::setDesktopFileName(QStringLiteral("app.orvel.OrvelAgent"));
     QGuiApplication::setQuitOnLastWindowClosed(false);
     QGuiApplication::setWindowIcon(applicationIcon());
+    installAccessibility();
     try {
         return run(application);
     } catch (const std::exception& error) {

@@ -207,10 +207,10 @@ def watch_a_scan(desktop, agent, service):
 def read_version_history(desktop, agent):
     open_panel(desktop, agent)
     agent.press("push button", lambda name: name.startswith("Version "))
-    agent.wait_for("filler", "Orvel Agent Version History")
+    agent.wait_for("frame", "Orvel Agent Version History")
     screenshot("version-history")
     xdotool("key", "Escape")
-    agent.wait_for_end_of("filler", "Orvel Agent Version History")
+    agent.wait_for_end_of("frame", "Orvel Agent Version History")
     say("the version history is a window that Escape closes")
 
 

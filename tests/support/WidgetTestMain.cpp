@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/Accessibility.h"
+
 #include <QApplication>
 #include <QFont>
 #include <QStyleFactory>
@@ -34,6 +36,7 @@ int main(int argc, char** argv) {
     const QApplication application(argc, argv);
     QApplication::setFont(QFont(QStringLiteral("DejaVu Sans"), 10));
     QApplication::setQuitOnLastWindowClosed(false);
+    orvel::installAccessibility();
     qInstallMessageHandler(failOnWarning);
     return RUN_ALL_TESTS();
 }

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/Accessibility.h"
+
+#include "OrvelAgent/Badge.h"
+#include "OrvelAgent/BlockedBanner.h"
+#include "OrvelAgent/ChangeRow.h"
+#include "OrvelAgent/Divider.h"
+#include "OrvelAgent/LogWindow.h"
+#include "OrvelAgent/MenuBarContentView.h"
+#include "OrvelAgent/Prompt.h"
+#include "OrvelAgent/ReleaseSection.h"
+#include "OrvelAgent/SettingsView.h"
+#include "OrvelAgent/Spinner.h"
+#include "OrvelAgent/SymbolLabel.h"
+#include "OrvelAgent/VersionHistoryWindow.h"
+
+#include <QAccessible>
+#include <QAccessibleWidget>
+#include <QHash>
+
+namespace orvel {
+
+namespace {
+
+QHash<QString, QAccessible::Role> makeRoles() {
+    QHash<QString, QAccessible::Role> roles;
+    const auto add = [&roles](const QMetaObject& type, QAccessible::Role role) {
+        roles.insert(QLatin1String(type.className()), role);
+    };
+    add(LogWindow::staticMetaObject, QAccessible::Window);
+    add(MenuBarContentView::staticMetaObject, QAccessible::Window);
+    add(SettingsView::staticMetaObject, QAccessible::Window);
+    add(VersionHistoryWindow::staticMetaObject, QAccessible::Window);
+    add(Badge::staticMetaObject, QAccessible::StaticText);
+    // Readers say it when it appears, wherever the focus is.
+    add(BlockedBanner::staticMetaObject, QAccessible::Notification);
+    add(ChangeRow::staticMetaObject, QAccessible::Grouping);
+    add(Divider::staticMetaObject, QAccessible::Separator);
+    add(Prompt::staticMetaObject, QAccessible::Grouping);
+    add(QScrollArea::staticMetaObject, QAccessible::Pane);
+    add(ReleaseSection::staticMetaObject, QAccessible::Grouping);
+    // A progress bar would promise a value.
+    add(Spinner::staticMetaObject, QAccessible::Animation);
+    add(SymbolLabel::staticMetaObject, QAccessible::Graphic);
+    return roles;
+}
+
+/// Asked for the class of the object first, then for the one it derives from, and so on. A widget
+/// in its last destructor is of no class of these, so nothing is kept for it.
+QAccessibleInterface* makeInterface(const QString& type, QObject* object) {
+    static const QHash<QString, QAccessible::Role> roles = makeRoles();
+    auto* const widget = qobject_cast<QWidget*>(object);
+    if (widget == nullptr) {
+        return nullptr;
+    }
+    const auto role = roles.find(type);
+    return role == roles.end() ? nullptr : new QAccessibleWidget(widget, *role);
+}
+
+} // namespace
+
+void installAccessibility() {
+    QAccessible::installFactory(makeInterface);
+}
+
+} // namespace orvel
