@@ -12,9 +12,9 @@ namespace orvel {
 /// Sparkle with its standard windows, which lead the user through everything: the user driver is
 /// never called, so nothing is ever to be chosen, seen or cancelled through this object.
 ///
-/// Sparkle verifies with the key in the main bundle's information property list and with no other;
-/// for a feed with another key it is not started. It keeps its settings in the user defaults
-/// itself, and never tells whether it could. Only while started are they to be had.
+/// Sparkle verifies with the key in the main bundle's information property list and with no other:
+/// for a feed with another key it is never started, and finds nothing. It keeps its settings in the
+/// user defaults itself, and does not tell whether it could. Only while started are they to be had.
 class SparkleUpdater final : public SoftwareUpdater {
 public:
     SparkleUpdater();

@@ -104,6 +104,10 @@ SparkleUpdater::~SparkleUpdater() {
 
 void SparkleUpdater::start(Feed feed, Delegate& delegate, UserDriver&) {
     assert(controller_ == nil);
+    NSString* const key = nsString(feed.publicKey);
+    if (![key isEqual:[NSBundle.mainBundle objectForInfoDictionaryKey:@"SUPublicEDKey"]]) {
+        return;
+    }
     delegate_ = &delegate;
     sparkleDelegate_ = [[OrvelSparkleDelegate alloc] initWithDelegate:delegate
                                                               feedURL:nsString(feed.url)];
