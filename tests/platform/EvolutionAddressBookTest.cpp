@@ -110,11 +110,12 @@ TEST_F(EvolutionAddressBookTest, TheGrantIsKept) {
     EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::authorized);
 }
 
-TEST_F(EvolutionAddressBookTest, TheRefusalIsNotKept) {
+TEST_F(EvolutionAddressBookTest, TheRefusalDecidesNothingAndIsNotKept) {
     onQuestion_ = [this] {
         answer_(false);
     };
     ASSERT_FALSE(requestAccess(addressBook()));
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::notDetermined);
     EXPECT_FALSE(defaults_.contains("contacts.access"));
 }
 
