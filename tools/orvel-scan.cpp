@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/SignalWatch.h"
 #include "core/Errors.h"
+#include "platform/EventLoop.h"
 #include "tools/AccountCommand.h"
 #include "tools/Command.h"
 #include "tools/ScanArguments.h"
@@ -59,6 +60,7 @@ int execute(orvel::ScanArguments arguments) {
 int main(int argc, char** argv) {
     // A reader that goes away is a failed write, not the end of this process and its cleaning up.
     std::signal(SIGPIPE, SIG_IGN);
+    orvel::prepareEventLoop();
     const QCoreApplication application(argc, argv);
     try {
         auto parsed = orvel::parseScanArguments(argc, argv);

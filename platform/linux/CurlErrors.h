@@ -17,7 +17,4 @@ struct CurlFailure {
 
 [[nodiscard]] tavrin::URLErrorCode urlErrorCode(const CurlFailure& failure);
 
-/// The error with its sentence for the user, which names neither host nor request.
-[[nodiscard]] tavrin::URLError urlError(tavrin::URLErrorCode code);
-
 } // namespace orvel

@@ -3,6 +3,8 @@
 
 #include "core/Errors.h"
 #include "core/Secret.h"
+#include "core/URLErrors.h"
+#include "platform/HTTPSyntax.h"
 #include "platform/linux/CurlErrors.h"
 #include "platform/linux/PendingExchanges.h"
 #include "platform/linux/ReadFile.h"
@@ -85,22 +87,6 @@ void appendCertificates(Certificates& certificates, const std::filesystem::path&
             EBADMSG,
             "Could not read the certificates in " + file.string() + ".");
     }
-}
-
-bool hasControlCharacter(std::string_view text) {
-    return std::ranges::any_of(text, [](char character) {
-        const auto byte = static_cast<unsigned char>(character);
-        return (byte < 0x20 && byte != '\t') || byte == 0x7F;
-    });
-}
-
-/// The visible characters that the names of methods and headers may have.
-bool isToken(std::string_view text) {
-    return !text.empty() && std::ranges::all_of(text, [](char character) {
-        return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') ||
-               (character >= '0' && character <= '9') ||
-               std::string_view("!#$%&'*+-.^_`|~").find(character) != std::string_view::npos;
-    });
 }
 
 void wipe(URLRequest& request) {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "platform/EventLoop.h"
 #include "platform/Platform.h"
 #include "platform/linux/AppcastUpdater.h"
 #include "platform/linux/AutostartLoginItem.h"
@@ -38,6 +39,10 @@ std::filesystem::path downloadsFolder() {
 
 std::unique_ptr<tavrin::UserDefaults> makeUserDefaults(const std::filesystem::path& file) {
     return std::make_unique<SettingsUserDefaults>(file);
+}
+
+void prepareEventLoop() {
+    // Every one of Qt's will do.
 }
 
 Platform makePlatform(PlatformOptions options) {

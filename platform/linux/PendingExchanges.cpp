@@ -2,7 +2,7 @@
 #include "platform/linux/PendingExchanges.h"
 
 #include "core/Secret.h"
-#include "platform/linux/CurlErrors.h"
+#include "core/URLErrors.h"
 
 #include <QObject>
 

@@ -54,6 +54,20 @@ public:
             return table && table->completions.contains(number_);
         }
 
+        /// Main thread. Ends the call with this result even if another one is already on its way;
+        /// false, and nothing, when the completion has been called.
+        bool finishInstead(Results... results) {
+            const auto table = table_.lock();
+            Completion completion = take(table.get(), number_);
+            if (!completion) {
+                return false;
+            }
+            number_ = ++table->last;
+            table->completions.emplace(number_, std::move(completion));
+            finish(std::move(results)...);
+            return true;
+        }
+
     private:
         /// The completion may destroy the table: it is not in there any more while it runs.
         static Completion take(Table* table, Number number) {

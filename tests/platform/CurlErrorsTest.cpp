@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/CurlErrors.h"
 
+#include "core/URLErrors.h"
+
 #include <curl/curl.h>
 #include <gtest/gtest.h>
 #include <openssl/x509_vfy.h>

@@ -1,17 +1,55 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/support/FakeURLSession.h"
 
-#include "platform/linux/CurlErrors.h"
-#include "platform/linux/PendingExchanges.h"
+#include "core/URLErrors.h"
+
+#include <QObject>
 
 #include <cstdint>
+#include <map>
 #include <utility>
 
 namespace orvel::test {
 
+/// The exchanges whose completions have not been called.
+class FakeURLSession::Pending final {
+public:
+    std::uint64_t add(std::function<void(URLResult)> completion) {
+        completions_.emplace(++last_, std::move(completion));
+        return last_;
+    }
+
+    /// From the event loop, unless the exchange is given another result before.
+    void finish(std::uint64_t exchange, URLResult result) {
+        QMetaObject::invokeMethod(
+            &context_,
+            [this, exchange, result = std::move(result)] {
+                // The completion may destroy this object.
+                if (const auto found = completions_.extract(exchange); !found.empty()) {
+                    found.mapped()(result);
+                }
+            },
+            Qt::QueuedConnection);
+    }
+
+    void cancel(std::uint64_t exchange) {
+        if (auto found = completions_.extract(exchange); !found.empty()) {
+            finish(add(std::move(found.mapped())), urlError(tavrin::URLErrorCode::Cancelled));
+        }
+    }
+
+    [[nodiscard]] std::size_t count() const { return completions_.size(); }
+
+private:
+    std::uint64_t last_ = 0;
+    std::map<std::uint64_t, std::function<void(URLResult)>> completions_;
+    /// Destroyed first: the calls it has queued are dropped with it.
+    QObject context_;
+};
+
 class FakeURLSession::FakeTask final : public Task {
 public:
-    FakeTask(std::weak_ptr<PendingExchanges> pending, std::uint64_t exchange)
+    FakeTask(std::weak_ptr<Pending> pending, std::uint64_t exchange)
         : pending_(std::move(pending)), exchange_(exchange) {}
 
     void cancel() override {
@@ -21,11 +59,11 @@ public:
     }
 
 private:
-    std::weak_ptr<PendingExchanges> pending_;
+    std::weak_ptr<Pending> pending_;
     std::uint64_t exchange_;
 };
 
-FakeURLSession::FakeURLSession() : pending_(std::make_shared<PendingExchanges>()) {}
+FakeURLSession::FakeURLSession() : pending_(std::make_shared<Pending>()) {}
 
 FakeURLSession::~FakeURLSession() = default;
 

@@ -11,10 +11,6 @@
 #include <string>
 #include <vector>
 
-namespace orvel {
-class PendingExchanges;
-}
-
 namespace orvel::test {
 
 /// A network of the test's making. A request takes the next queued answer; when none is left, the
@@ -43,10 +39,11 @@ public:
 
 private:
     class FakeTask;
+    class Pending;
 
     [[nodiscard]] Answer answer(const URLRequest& request);
 
-    std::shared_ptr<PendingExchanges> pending_;
+    std::shared_ptr<Pending> pending_;
     std::deque<Answer> answers_;
     Handler handler_;
     std::vector<URLRequest> requests_;

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "platform/EventLoop.h"
+
 #include <QCoreApplication>
 
 #include <gtest/gtest.h>
@@ -21,6 +23,7 @@ int main(int argc, char** argv) {
     // Servers of tests are on this machine.
     qputenv("no_proxy", "*");
     testing::InitGoogleTest(&argc, argv);
+    orvel::prepareEventLoop();
     const QCoreApplication application(argc, argv);
     qInstallMessageHandler(failOnWarning);
     return RUN_ALL_TESTS();

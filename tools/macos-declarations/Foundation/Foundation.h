@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 #include <StubMacros.h>
+#include <dispatch/dispatch.h>
 #include <objc/objc.h>
 #include <stddef.h>
 #include <stdint.h>
@@ -42,7 +43,7 @@ typedef struct {
 
 NS_ASSUME_NONNULL_BEGIN
 @class NSString, NSArray<ObjectType>, NSDictionary<KeyType, ObjectType>, NSMethodSignature,
-    NSInvocation, NSCoder, NSData, NSURL, NSError;
+    NSInvocation, NSCoder, NSData, NSURL, NSError, NSNumber;
 
 MAC_API(10.0)
 @protocol NSObject
@@ -295,6 +296,7 @@ MAC_API(10.0)
 @property(nullable, readonly, copy) NSString* user;
 @property(nullable, readonly, copy) NSString* password;
 @property(nullable, readonly, copy) NSString* host;
+@property(nullable, readonly, copy) NSNumber* port;
 @property(nullable, readonly, copy) NSString* path;
 @property(nullable, readonly, copy) NSString* query;
 @end
@@ -406,6 +408,7 @@ MAC_API(10.5)
 @interface NSOperationQueue : NSObject
 @property(class, readonly, strong) NSOperationQueue* mainQueue MAC_API(10.6);
 @property NSInteger maxConcurrentOperationCount;
+@property(nullable, assign) dispatch_queue_t underlyingQueue MAC_API(10.10);
 @end
 
 MAC_API(10.0)
@@ -437,6 +440,7 @@ MAC_API(10.0)
 @property(readonly, copy) NSString* operatingSystemVersionString;
 @property(readonly) int processIdentifier;
 @property(readonly, copy) NSString* processName;
+@property(readonly, copy) NSString* globallyUniqueString;
 @end
 
 MAC_API(10.0)
@@ -488,4 +492,4 @@ STUB_EXTERN const NSNotificationName NSUserDefaultsDidChangeNotification;
 NS_ASSUME_NONNULL_END
 #include <CoreFoundation/CoreFoundation.h>
 #include <Foundation/InterApplication.h>
-#include <dispatch/dispatch.h>
+#include <Foundation/URLLoading.h>

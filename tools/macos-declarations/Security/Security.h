@@ -34,3 +34,15 @@ STUB_EXTERN OSStatus
 STUB_EXTERN OSStatus SecItemDelete(CFDictionaryRef _Nonnull query);
 STUB_EXTERN CFStringRef _Nullable SecCopyErrorMessageString(
     OSStatus status, void* _Nullable reserved) CF_RETURNS_RETAINED;
+
+typedef struct __SecTrust* SecTrustRef;
+typedef struct __attribute__((objc_bridge(id))) __SecCertificate* SecCertificateRef;
+STUB_EXTERN SecCertificateRef _Nullable SecCertificateCreateWithData(
+    CFAllocatorRef _Nullable allocator, CFDataRef _Nonnull data) CF_RETURNS_RETAINED MAC_API(10.6);
+STUB_EXTERN OSStatus SecTrustSetAnchorCertificates(
+    SecTrustRef _Nonnull trust, CFArrayRef _Nullable anchorCertificates) MAC_API(10.3);
+STUB_EXTERN OSStatus SecTrustSetAnchorCertificatesOnly(
+    SecTrustRef _Nonnull trust, Boolean anchorCertificatesOnly) MAC_API(10.6);
+STUB_EXTERN bool SecTrustEvaluateWithError(
+    SecTrustRef _Nonnull trust, CFErrorRef _Nullable* _Nullable CF_RETURNS_RETAINED error)
+    MAC_API(10.14);

@@ -35,4 +35,26 @@ dispatch_after(dispatch_time_t when, dispatch_queue_t queue, dispatch_block_t bl
 STUB_EXTERN dispatch_semaphore_t dispatch_semaphore_create(intptr_t value);
 STUB_EXTERN intptr_t dispatch_semaphore_wait(dispatch_semaphore_t dsema, dispatch_time_t timeout);
 STUB_EXTERN intptr_t dispatch_semaphore_signal(dispatch_semaphore_t dsema);
+@protocol OS_dispatch_source <OS_dispatch_object>
+@end
+typedef NSObject<OS_dispatch_source>* dispatch_source_t;
+typedef const struct dispatch_source_type_s* dispatch_source_type_t;
+STUB_EXTERN const struct dispatch_source_type_s _dispatch_source_type_timer;
+#define DISPATCH_SOURCE_TYPE_TIMER (&_dispatch_source_type_timer)
+#define DISPATCH_TIMER_STRICT 0x1
+#define DISPATCH_WALLTIME_NOW (~1ull)
+struct timespec;
+STUB_EXTERN dispatch_source_t dispatch_source_create(
+    dispatch_source_type_t type, uintptr_t handle, uintptr_t mask, dispatch_queue_t _Nullable queue)
+    MAC_API(10.6);
+STUB_EXTERN void dispatch_source_set_timer(
+    dispatch_source_t source, dispatch_time_t start, uint64_t interval, uint64_t leeway)
+    MAC_API(10.6);
+STUB_EXTERN void
+dispatch_source_set_event_handler(dispatch_source_t source, dispatch_block_t _Nullable handler)
+    MAC_API(10.6);
+STUB_EXTERN void dispatch_source_cancel(dispatch_source_t source) MAC_API(10.6);
+STUB_EXTERN void dispatch_activate(NSObject<OS_dispatch_object>* object) MAC_API(10.12);
+STUB_EXTERN dispatch_time_t dispatch_walltime(const struct timespec* _Nullable when, int64_t delta)
+    MAC_API(10.6);
 NS_ASSUME_NONNULL_END

@@ -1,0 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "core/Errors.h"
+
+namespace tavrin {
+
+/// The error with a sentence for the user that names neither host nor request.
+[[nodiscard]] URLError urlError(URLErrorCode code);
+
+} // namespace tavrin

@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "platform/Clock.h"
+
+namespace orvel {
+
+/// The system's clocks. Timers run on the main queue, and on the continuous clock as far as the
+/// system lets them: only when somebody sets the clock back while the machine sleeps may they be
+/// late.
+class ContinuousClock final : public Clock {
+public:
+    [[nodiscard]] tavrin::Date now() const override;
+    [[nodiscard]] tavrin::Seconds uptime() const override;
+    [[nodiscard]] std::unique_ptr<Timer>
+    schedule(tavrin::Seconds delay, std::function<void()> callback) override;
+};
+
+} // namespace orvel

@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/EventLoop.h"
+#include "platform/Platform.h"
+#include "platform/macos/AppKitWorkspace.h"
+#include "platform/macos/AppServiceLoginItem.h"
+#include "platform/macos/CloningFileCopier.h"
+#include "platform/macos/ContactsAddressBook.h"
+#include "platform/macos/ContinuousClock.h"
+#include "platform/macos/CoreDumps.h"
+#include "platform/macos/FoundationBundle.h"
+#include "platform/macos/FoundationURLSession.h"
+#include "platform/macos/FoundationUserDefaults.h"
+#include "platform/macos/PropertyListUserDefaults.h"
+#include "platform/macos/SecurityKeychain.h"
+#include "platform/macos/SparkleUpdater.h"
+#include "platform/macos/SystemAuthenticationSession.h"
+#include "platform/macos/UnifiedLogStore.h"
+
+#include <cstdlib>
+#include <string>
+#include <utility>
+
+namespace orvel {
+
+std::unique_ptr<tavrin::UserDefaults> makeUserDefaults(const std::filesystem::path& file) {
+    return std::make_unique<PropertyListUserDefaults>(file);
+}
+
+void prepareEventLoop() {
+    // Of Qt's event loops for a program without windows, only this one runs what the system puts
+    // into the main queue.
+    setenv("QT_EVENT_DISPATCHER_CORE_FOUNDATION", "1", 1);
+}
+
+Platform makePlatform(PlatformOptions options) {
+    if (options.forbidsCoreDumps) {
+        forbidCoreDumps();
+    }
+    Platform platform;
+    auto bundle = FoundationBundle::ofThisProgram();
+    const std::filesystem::path resources = bundle->resourceFolder();
+    platform.bundle = std::move(bundle);
+    platform.logStore = std::make_unique<UnifiedLogStore>(
+        UnifiedLogStore::Options{platform.bundle->identifier(), options.standardErrorLevel});
+    platform.clock = std::make_unique<ContinuousClock>();
+    platform.userDefaults = std::make_unique<FoundationUserDefaults>();
+    platform.fileCopier = std::make_unique<CloningFileCopier>();
+
+    std::vector<std::filesystem::path> certificates = std::move(options.extraCertificates);
+    const std::string ofTheBundle = platform.bundle->infoString("TLS_EXTRA_CA").value_or("");
+    if (!ofTheBundle.empty()) {
+        // A relative path starts from the resources.
+        certificates.push_back(resources / ofTheBundle);
+    }
+    platform.urlSession = std::make_unique<FoundationURLSession>(certificates);
+
+    // The system itself asks whether the contacts may be read, with the bundle's words.
+    platform.addressBook = std::make_unique<ContactsAddressBook>();
+    platform.workspace = std::make_unique<AppKitWorkspace>();
+    platform.keychain = std::make_unique<SecurityKeychain>(*platform.logStore);
+    platform.webAuthenticationSession = std::make_unique<SystemAuthenticationSession>();
+    platform.loginItem = std::make_unique<AppServiceLoginItem>();
+    platform.softwareUpdater = std::make_unique<SparkleUpdater>();
+    return platform;
+}
+
+} // namespace orvel
