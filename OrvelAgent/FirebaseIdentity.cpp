@@ -10,15 +10,15 @@
 #include "core/JSON.h"
 #include "platform/Clock.h"
 
+#include <QByteArrayView>
+
 #include <boost/json/object.hpp>
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cmath>
 #include <exception>
 #include <optional>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -41,14 +41,13 @@ constexpr std::array<std::string_view, 8> revocationReasons = {
 
 /// The provider writes seconds as text.
 tavrin::Seconds lifetimeFrom(std::string_view text) {
-    double seconds = 0;
-    // The library's reader takes every sign but this one.
-    if (text.starts_with('+') && !text.starts_with("+-")) {
-        text.remove_prefix(1);
-    }
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
-    const bool isNumber = error == std::errc() && end == text.data() + text.size();
-    return isNumber && std::isfinite(seconds) ? tavrin::Seconds(seconds) : defaultLifetime;
+    bool isNumber = false;
+    const double seconds =
+        QByteArrayView(text.data(), static_cast<qsizetype>(text.size())).toDouble(&isNumber);
+    // Qt overlooks blanks around a number.
+    const bool isBare = text.find_first_of(" \t\n\v\f\r") == std::string_view::npos;
+    return isNumber && isBare && std::isfinite(seconds) ? tavrin::Seconds(seconds)
+                                                        : defaultLifetime;
 }
 
 /// The provider's own word for what is wrong; no value when the body has none.

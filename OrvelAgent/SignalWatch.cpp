@@ -50,13 +50,22 @@ extern "C" void handleSignal(int number) {
     errno = savedError;
 }
 
+/// Neither end is for the programs that this one starts, and neither makes anybody wait.
+void openSignalPipe() {
+    if (pipe(signalPipe.data()) != 0) {
+        throw tavrin::PlatformError::fromErrno(errno, "Could not watch for signals");
+    }
+    for (const int end : signalPipe) {
+        fcntl(end, F_SETFD, FD_CLOEXEC);
+        fcntl(end, F_SETFL, O_NONBLOCK);
+    }
+}
+
 } // namespace
 
 SignalWatch::SignalWatch(std::function<void()> onSignal, std::chrono::seconds patience)
     : onSignal_(std::move(onSignal)) {
-    if (pipe2(signalPipe.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
-        throw tavrin::PlatformError::fromErrno(errno, "Could not watch for signals");
-    }
+    openSignalPipe();
     notifier_ = std::make_unique<QSocketNotifier>(signalPipe[0], QSocketNotifier::Read);
     QObject::connect(notifier_.get(), &QSocketNotifier::activated, notifier_.get(), [this] {
         unsigned char number = 0;

@@ -5,7 +5,7 @@
 
 #include <CLI/CLI.hpp>
 #include <pthread.h>
-#include <sys/prctl.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <csignal>
@@ -18,6 +18,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -164,10 +165,21 @@ sigset_t blockStopSignals() {
     return signals;
 }
 
+/// Sends this process a stop signal once the process that started it is gone. No system call tells
+/// that everywhere, so it looks twice a second.
+void endWithParent() {
+    std::thread([parent = getppid()] {
+        while (getppid() == parent) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        }
+        kill(getpid(), SIGTERM);
+    }).detach();
+}
+
 void run(Arguments arguments) {
     const auto stopSignals = blockStopSignals();
     if (arguments.exitsWithParent) {
-        prctl(PR_SET_PDEATHSIG, SIGTERM);
+        endWithParent();
     }
     auto& options = arguments.service;
     if (arguments.tokenFile) {

@@ -3,7 +3,7 @@
 #include "OrvelAgent/FirebaseIdentity.h"
 #include "OrvelAgent/IdentityError.h"
 #include "OrvelAgent/Worker.h"
-#include "platform/linux/CurlURLSession.h"
+#include "tests/platform/RealURLSession.h"
 #include "tests/support/FakeBundle.h"
 #include "tests/support/LocalServer.h"
 #include "tests/support/ManualClock.h"
@@ -95,9 +95,7 @@ protected:
         front_ = std::make_unique<test::LocalServer>(forward);
         const std::filesystem::path certificates = folder_ / "authority.pem";
         std::ofstream(certificates) << front_->authority();
-        CurlURLSession::Trust trust;
-        trust.extraCertificates.push_back(certificates);
-        session_ = std::make_unique<CurlURLSession>(std::move(trust));
+        session_ = test::makeRealURLSession({certificates});
         bundle_.setInfo("IDENTITY_TOOLKIT_URL", front_->url("/identitytoolkit.googleapis.com/v1/"));
         bundle_.setInfo("SECURE_TOKEN_URL", front_->url("/securetoken.googleapis.com/v1/token"));
         bundle_.setInfo("FIREBASE_API_KEY", "any-key");
@@ -126,7 +124,7 @@ protected:
 
     test::TemporaryDirectory folder_;
     std::unique_ptr<test::LocalServer> front_;
-    std::unique_ptr<CurlURLSession> session_;
+    std::unique_ptr<URLSession> session_;
     test::FakeBundle bundle_;
     test::ManualClock clock_;
     Worker worker_;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/VersionHistoryLoading.h"
 
-#include "platform/linux/PlistBundle.h"
+#include "tests/platform/RealBundle.h"
 #include "tests/support/FakeBundle.h"
 
 #include <gtest/gtest.h>
@@ -41,8 +41,7 @@ TEST(VersionHistoryLoadingTest, AChangeLogThatIsNotUTF8IsAnEmptyHistory) {
 }
 
 TEST(VersionHistoryLoadingTest, TheProductsOwnChangeLogHasChangesUnderEverySection) {
-    const PlistBundle bundle(PlistBundle::defaultFolder());
-    const tavrin::VersionHistory history = loadVersionHistory(bundle);
+    const tavrin::VersionHistory history = loadVersionHistory(*makeRealBundleOfThisProgram());
     ASSERT_FALSE(history.releases.empty());
     for (const auto& release : history.releases) {
         EXPECT_NE(release.version, "");

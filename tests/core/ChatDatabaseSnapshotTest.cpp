@@ -4,7 +4,7 @@
 #include "core/Errors.h"
 #include "core/FileCopier.h"
 #include "core/SQLiteDatabase.h"
-#include "platform/linux/KernelFileCopier.h"
+#include "tests/platform/RealFileCopier.h"
 #include "tests/support/LiveDatabaseWriter.h"
 #include "tests/support/SmallDisk.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -41,7 +41,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
-using orvel::KernelFileCopier;
 using orvel::test::LiveDatabaseWriter;
 using orvel::test::SmallDisk;
 using orvel::test::TemporaryDirectory;
@@ -103,7 +102,7 @@ public:
         if (std::find(uncopyable.begin(), uncopyable.end(), name) != uncopyable.end()) {
             throw PlatformError::fromErrno(EIO, "Could not read " + name);
         }
-        copier_.copy(source, destination, cancellation);
+        copier_->copy(source, destination, cancellation);
         copied.push_back(name);
         // A copy, because the action may replace itself.
         if (const std::function<void()> action = afterCopying[name]) {
@@ -112,7 +111,7 @@ public:
     }
 
 private:
-    KernelFileCopier copier_;
+    std::unique_ptr<FileCopier> copier_ = orvel::test::makeRealFileCopier();
 };
 
 /// Main file, then log, then its index, and no look back.
@@ -788,7 +787,8 @@ protected:
         int rounds,
         const std::optional<LiveDatabaseWriter::Work>& workPerCopy,
         const ChatDatabaseSnapshot::Pause& pause) {
-        KernelFileCopier plainCopier;
+        const auto realCopier = orvel::test::makeRealFileCopier();
+        FileCopier& plainCopier = *realCopier;
         const auto whileWriting = [&](const std::function<bool(std::int64_t committed)>& copy) {
             if (workPerCopy) {
                 writer.begin(*workPerCopy);

@@ -4,10 +4,10 @@
 // the browser, the keychain, the desktop, the disk's moods and the time are the test's.
 #include "OrvelAgent/AppModel.h"
 #include "OrvelAgent/QueryItems.h"
-#include "platform/linux/CurlURLSession.h"
-#include "platform/linux/PlistBundle.h"
 #include "service/RecordStore.h"
 #include "tests/e2e/ScanHome.h"
+#include "tests/platform/RealBundle.h"
+#include "tests/platform/RealURLSession.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/TestPlatform.h"
 #include "tests/support/WaitUntil.h"
@@ -57,10 +57,8 @@ protected:
         qputenv("TMPDIR", home_.temporary().c_str());
         home_.makeSample({"--messages", "700"});
         home_.service().writeBundle(home_ / "bundle");
-        with_.platform.bundle = std::make_unique<PlistBundle>(home_ / "bundle");
-        CurlURLSession::Trust trust;
-        trust.extraCertificates = {home_.service().caFile()};
-        with_.platform.urlSession = std::make_unique<CurlURLSession>(std::move(trust));
+        with_.platform.bundle = test::makeRealBundle(home_ / "bundle");
+        with_.platform.urlSession = test::makeRealURLSession({home_.service().caFile()});
         with_.userDefaults.setString("collection.scope", "allThreads");
         with_.browser.user = [this](const Browser::Page& page) {
             return Browser::Outcome("orvelagent://callback?code=" + codeFor(page));

@@ -5,9 +5,9 @@
 #include "OrvelAgent/AuthService.h"
 #include "OrvelAgent/IngestClient.h"
 #include "OrvelAgent/QueryItems.h"
-#include "platform/linux/CurlURLSession.h"
-#include "platform/linux/PlistBundle.h"
 #include "service/LocalService.h"
+#include "tests/platform/RealBundle.h"
+#include "tests/platform/RealURLSession.h"
 #include "tests/support/FakeKeychain.h"
 #include "tests/support/FakeWebAuthenticationSession.h"
 #include "tests/support/FakeWorkspace.h"
@@ -49,10 +49,8 @@ protected:
         service_ = std::make_unique<LocalService>(std::move(options));
         service_->start();
         service_->writeBundle(directory_ / "bundle");
-        bundle_ = std::make_unique<PlistBundle>(directory_ / "bundle");
-        CurlURLSession::Trust trust;
-        trust.extraCertificates = {service_->caFile()};
-        urlSession_ = std::make_unique<CurlURLSession>(std::move(trust));
+        bundle_ = test::makeRealBundle(directory_ / "bundle");
+        urlSession_ = test::makeRealURLSession({service_->caFile()});
         browser_.user = [this](const Browser::Page& page) {
             return Browser::Outcome("orvelagent://callback?code=" + choose(page, account_.uid));
         };
@@ -113,8 +111,8 @@ protected:
     test::TemporaryDirectory directory_;
     const service::Account account_ = service::sampleAccounts().front();
     std::unique_ptr<LocalService> service_;
-    std::unique_ptr<PlistBundle> bundle_;
-    std::unique_ptr<CurlURLSession> urlSession_;
+    std::unique_ptr<Bundle> bundle_;
+    std::unique_ptr<URLSession> urlSession_;
     Worker worker_;
     test::FakeKeychain keychain_;
     Browser browser_;

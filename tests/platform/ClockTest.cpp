@@ -1,37 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "platform/linux/SteadyClock.h"
+//
+// What every clock does: the fake of the other tests and this system's.
+#include "platform/Clock.h"
+
+#include "tests/platform/RealClock.h"
 #include "tests/support/ManualClock.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>
 
 #include <gtest/gtest.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <chrono>
 #include <functional>
 #include <limits>
 #include <memory>
-#include <utility>
 #include <vector>
-
-namespace {
-
-/// Whether a timer finds no descriptor left.
-bool hasNoMoreFiles = false;
-
-} // namespace
-
-// In place of the system's. Lowering the limit of the process would also starve the sanitizers.
-extern "C" int timerfd_create(int clock, int flags) noexcept {
-    if (hasNoMoreFiles) {
-        errno = EMFILE;
-        return -1;
-    }
-    return static_cast<int>(syscall(SYS_timerfd_create, clock, flags));
-}
 
 namespace orvel::test {
 
@@ -39,28 +23,11 @@ namespace {
 
 using tavrin::Seconds;
 
-/// The system's clock in a process that may open no more files.
-class StarvedClock final : public Clock {
-public:
-    [[nodiscard]] tavrin::Date now() const override { return clock_.now(); }
-    [[nodiscard]] Seconds uptime() const override { return clock_.uptime(); }
-
-    [[nodiscard]] std::unique_ptr<Timer>
-    schedule(Seconds delay, std::function<void()> callback) override {
-        hasNoMoreFiles = true;
-        auto timer = clock_.schedule(delay, std::move(callback));
-        hasNoMoreFiles = false;
-        return timer;
-    }
-
-private:
-    SteadyClock clock_;
-};
-
 /// A clock and the way to let its time pass until something has happened.
-template <typename SystemClock>
+template <std::unique_ptr<Clock> (*make)()>
 struct SystemFixture {
-    SystemClock clock;
+    std::unique_ptr<Clock> owned = make();
+    Clock& clock = *owned;
 
     void waitFor(const std::function<bool()>& condition) {
         while (!condition()) {
@@ -98,7 +65,7 @@ private:
 };
 
 using Fixtures =
-    testing::Types<SystemFixture<SteadyClock>, SystemFixture<StarvedClock>, ManualFixture>;
+    testing::Types<SystemFixture<makeRealClock>, SystemFixture<makeStarvedClock>, ManualFixture>;
 TYPED_TEST_SUITE(ClockTest, Fixtures);
 
 } // namespace
@@ -178,9 +145,9 @@ TYPED_TEST(ClockTest, ATimerFarAheadIsNoError) {
     EXPECT_FALSE(isCalled);
 }
 
-TEST(SteadyClockTest, TellsTheSystemsTimeOfDay) {
+TEST(RealClockTest, TellsTheSystemsTimeOfDay) {
     const auto before = std::chrono::system_clock::now();
-    const tavrin::Date now = SteadyClock().now();
+    const tavrin::Date now = makeRealClock()->now();
     const auto after = std::chrono::system_clock::now();
     // A double keeps a fraction of a microsecond.
     EXPECT_GE(now, before - std::chrono::microseconds(1));

@@ -4,9 +4,7 @@
 #include "core/CancellationToken.h"
 #include "core/Errors.h"
 #include "core/FileDescriptor.h"
-#include "tests/support/SmallDisk.h"
 #include "tests/support/TemporaryDirectory.h"
-#include "tests/support/UnprivilegedUser.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -176,16 +174,6 @@ TEST_F(KernelFileCopierTest, CopiesBetweenFileSystems) {
     EXPECT_TRUE(contentOf(destination_) == content);
 }
 
-TEST_F(KernelFileCopierTest, MakesACopyThatOnlyTheOwnerCanRead) {
-    write(source_, "content");
-    fs::permissions(source_, fs::perms::all);
-
-    copier_.copy(source_, destination_, CancellationToken());
-
-    EXPECT_EQ(
-        fs::status(destination_).permissions(), fs::perms::owner_read | fs::perms::owner_write);
-}
-
 TEST_F(KernelFileCopierTest, EndsWithASourceThatShrinksMeanwhile) {
     EndlessCopy copy(Way::ReadAndWrite, source_, destination_);
     copy.awaitFirstBytes();
@@ -212,69 +200,6 @@ TEST_F(KernelFileCopierTest, LeavesOutWhatASourceGrowsByMeanwhile) {
 
     copy.get();
     EXPECT_EQ(fs::file_size(destination_), size);
-}
-
-TEST_F(KernelFileCopierTest, TouchesNoFileThatIsThereAlready) {
-    write(source_, "new");
-    write(destination_, "old");
-
-    EXPECT_EQ(failureOf(copier_, source_, destination_), EEXIST);
-    EXPECT_EQ(contentOf(destination_), "old");
-}
-
-TEST_F(KernelFileCopierTest, FollowsNoLinkInTheDestinationsPlace) {
-    write(source_, "new");
-    const fs::path target = directory_ / "target";
-    fs::create_symlink(target, destination_);
-
-    EXPECT_EQ(failureOf(copier_, source_, destination_), EEXIST);
-    EXPECT_FALSE(fs::exists(target));
-}
-
-TEST_F(KernelFileCopierTest, FailsWithoutASource) {
-    EXPECT_EQ(failureOf(copier_, source_, destination_), ENOENT);
-    EXPECT_FALSE(fs::exists(destination_));
-}
-
-TEST_F(KernelFileCopierTest, FailsWithASourceThatMustNotBeRead) {
-    write(source_, "content");
-    fs::permissions(source_, fs::perms::none);
-    fs::permissions(directory_.path(), fs::perms::all);
-    const test::UnprivilegedUser unprivileged;
-
-    EXPECT_EQ(failureOf(copier_, source_, destination_), EACCES);
-    EXPECT_FALSE(fs::exists(destination_));
-}
-
-TEST_F(KernelFileCopierTest, FailsWithADirectoryAsTheSource) {
-    fs::create_directory(source_);
-
-    EXPECT_EQ(failureOf(copier_, source_, destination_), EISDIR);
-}
-
-TEST_F(KernelFileCopierTest, DoesNotWaitForAPipeInTheSourcesPlace) {
-    ASSERT_EQ(mkfifo(source_.c_str(), 0600), 0);
-
-    EXPECT_EQ(failureOf(copier_, source_, destination_), EINVAL);
-}
-
-TEST_F(KernelFileCopierTest, RemovesWhatDoesNotFitOnTheDisk) {
-    write(source_, longContent());
-    const fs::path disk = directory_ / "disk";
-    fs::create_directory(disk);
-    const test::SmallDisk full(disk, std::size_t{1} << 20);
-
-    EXPECT_EQ(failureOf(copier_, source_, disk / "destination"), full.errorWhenFull());
-    EXPECT_TRUE(fs::is_empty(disk));
-}
-
-TEST_F(KernelFileCopierTest, DoesNothingWhenCancelledBefore) {
-    write(source_, "content");
-    CancellationSource cancellation;
-    cancellation.cancel();
-
-    EXPECT_THROW(copier_.copy(source_, destination_, cancellation.token()), TaskCancelled);
-    EXPECT_FALSE(fs::exists(destination_));
 }
 
 } // namespace

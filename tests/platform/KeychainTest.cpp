@@ -1,14 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What every keychain does: the fake of the other tests and the desktop's.
+// What every keychain does: the fake of the other tests and this system's.
 #include "platform/Keychain.h"
 
-#include "platform/linux/SecretServiceKeychain.h"
 #include "tests/platform/KeychainCalls.h"
-#include "tests/platform/KeyringDesktop.h"
+#include "tests/platform/RealKeychain.h"
 #include "tests/support/FakeKeychain.h"
-#include "tests/support/ManualClock.h"
-#include "tests/support/RecordingLogStore.h"
 #include "tests/support/RunTask.h"
 
 #include <gmock/gmock.h>
@@ -31,24 +28,12 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Optional;
 
-constexpr auto service = "app.test.session";
-constexpr auto account = "session";
+using test::KeychainSubject;
 
-/// A keychain, and a new process's view of it.
-class Subject {
-public:
-    Subject() = default;
-    Subject(const Subject&) = delete;
-    Subject& operator=(const Subject&) = delete;
-    virtual ~Subject() = default;
+constexpr auto service = test::keychainService;
+constexpr auto account = test::keychainAccount;
 
-    [[nodiscard]] virtual Keychain& keychain() = 0;
-    /// The values that are kept under the name.
-    [[nodiscard]] virtual std::vector<std::string> kept() = 0;
-    virtual void destroyKeychain() = 0;
-};
-
-class FakeSubject final : public Subject {
+class FakeSubject final : public KeychainSubject {
 public:
     Keychain& keychain() override { return *keychain_; }
     std::vector<std::string> kept() override {
@@ -62,27 +47,9 @@ private:
     std::unique_ptr<test::FakeKeychain> keychain_ = std::make_unique<test::FakeKeychain>();
 };
 
-class SecretServiceSubject final : public Subject {
-public:
-    SecretServiceSubject() {
-        // What an earlier test left.
-        const auto removal = startRemove(*keychain_, service, account);
-        EXPECT_EQ(failureOf(removal), "");
-    }
-    Keychain& keychain() override { return *keychain_; }
-    std::vector<std::string> kept() override { return desktop_.values(service, account); }
-    void destroyKeychain() override { keychain_.reset(); }
-
-private:
-    test::KeyringDesktop desktop_;
-    test::ManualClock clock_;
-    test::RecordingLogStore log_;
-    std::unique_ptr<Keychain> keychain_ = std::make_unique<SecretServiceKeychain>(clock_, log_);
-};
-
 struct Kind {
     const char* name;
-    std::unique_ptr<Subject> (*make)();
+    std::unique_ptr<KeychainSubject> (*make)();
 };
 
 class KeychainTest : public testing::TestWithParam<Kind> {
@@ -95,7 +62,7 @@ protected:
     }
     void remove() { EXPECT_EQ(failureOf(startRemove(keychain(), service, account)), ""); }
 
-    std::unique_ptr<Subject> subject_ = GetParam().make();
+    std::unique_ptr<KeychainSubject> subject_ = GetParam().make();
 };
 
 } // namespace
@@ -106,14 +73,10 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Kind{
             "Fake",
-            []() -> std::unique_ptr<Subject> {
+            []() -> std::unique_ptr<KeychainSubject> {
                 return std::make_unique<FakeSubject>();
             }},
-        Kind{
-            "SecretService",
-            []() -> std::unique_ptr<Subject> {
-                return std::make_unique<SecretServiceSubject>();
-            }}),
+        Kind{"Real", test::makeRealKeychain}),
     [](const auto& kind) { return kind.param.name; });
 
 TEST_P(KeychainTest, AMissingItemIsNothing) {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "service/Bundle.h"
 
-#include "platform/linux/PlistBundle.h"
+#include "tests/platform/RealBundle.h"
 #include "tests/service/SignInTest.h"
 
 namespace orvel::test {
@@ -13,28 +13,28 @@ TEST_F(BundleTest, LeadsAnAgentToTheService) {
     start();
     service_->writeBundle(directory_ / "bundle");
 
-    const PlistBundle bundle(directory_ / "bundle");
+    const auto bundle = makeRealBundle(directory_ / "bundle");
 
     const auto host = "127.0.0.1:" + std::to_string(service_->port());
-    EXPECT_EQ(host, bundle.infoString("API_HOST"));
-    EXPECT_EQ(host, bundle.infoString("WEB_HOST"));
-    EXPECT_EQ(service_->caFile().string(), bundle.infoString("TLS_EXTRA_CA"));
-    EXPECT_EQ("Orvel Agent", bundle.infoString("CFBundleDisplayName"));
-    EXPECT_FALSE(bundle.identifier().empty());
-    EXPECT_NE("", bundle.infoString("CFBundleShortVersionString").value_or(""));
-    EXPECT_NE("", bundle.infoString("FIREBASE_API_KEY").value_or(""));
+    EXPECT_EQ(host, bundle->infoString("API_HOST"));
+    EXPECT_EQ(host, bundle->infoString("WEB_HOST"));
+    EXPECT_EQ(service_->caFile().string(), bundle->infoString("TLS_EXTRA_CA"));
+    EXPECT_EQ("Orvel Agent", bundle->infoString("CFBundleDisplayName"));
+    EXPECT_FALSE(bundle->identifier().empty());
+    EXPECT_NE("", bundle->infoString("CFBundleShortVersionString").value_or(""));
+    EXPECT_NE("", bundle->infoString("FIREBASE_API_KEY").value_or(""));
 }
 
 TEST_F(BundleTest, NamesTheIdentityProvidersEndpoints) {
     start();
     service_->writeBundle(directory_ / "bundle");
-    const PlistBundle bundle(directory_ / "bundle");
+    const auto bundle = makeRealBundle(directory_ / "bundle");
     auto client = stranger();
-    client.url = bundle.infoString("IDENTITY_TOOLKIT_URL").value_or("") +
+    client.url = bundle->infoString("IDENTITY_TOOLKIT_URL").value_or("") +
                  "accounts:signInWithCustomToken?key=";
     EXPECT_EQ("MISSING_CUSTOM_TOKEN", identityMessage(client.post("", "{}")));
 
-    client.url = bundle.infoString("SECURE_TOKEN_URL").value_or("") + "?key=";
+    client.url = bundle->infoString("SECURE_TOKEN_URL").value_or("") + "?key=";
     const auto reply =
         client.send("POST", "", {"Content-Type: application/x-www-form-urlencoded"}, "");
     EXPECT_EQ("INVALID_GRANT_TYPE", identityMessage(reply));
@@ -48,7 +48,7 @@ TEST_F(BundleTest, ReplacesTheOneOfAnEarlierStart) {
     start();
     service_->writeBundle(directory_ / "bundle");
 
-    EXPECT_EQ("second", PlistBundle(directory_ / "bundle").infoString("FIREBASE_API_KEY"));
+    EXPECT_EQ("second", makeRealBundle(directory_ / "bundle")->infoString("FIREBASE_API_KEY"));
     // Nothing but the list: no draft is left behind.
     using Iterator = std::filesystem::directory_iterator;
     EXPECT_EQ(1, std::distance(Iterator(directory_ / "bundle"), Iterator()));
@@ -59,10 +59,10 @@ TEST_F(BundleTest, KeepsOddNamesAsTheyAre) {
         "127.0.0.1:1", "<key>&\"'", "/odd & <folder>/é.pem"};
     service::writeBundle(directory_ / "bundle", information);
 
-    const PlistBundle bundle(directory_ / "bundle");
+    const auto bundle = makeRealBundle(directory_ / "bundle");
 
-    EXPECT_EQ("<key>&\"'", bundle.infoString("FIREBASE_API_KEY"));
-    EXPECT_EQ("/odd & <folder>/é.pem", bundle.infoString("TLS_EXTRA_CA"));
+    EXPECT_EQ("<key>&\"'", bundle->infoString("FIREBASE_API_KEY"));
+    EXPECT_EQ("/odd & <folder>/é.pem", bundle->infoString("TLS_EXTRA_CA"));
 }
 
 } // namespace

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "platform/linux/PlistBundle.h"
+#include "tests/platform/RealBundle.h"
 #include "tests/service/ServiceTest.h"
 
 #include <fcntl.h>
@@ -14,6 +14,9 @@
 #include <system_error>
 #include <vector>
 
+// Not every system's headers have it.
+extern "C" char** environ;
+
 namespace orvel::test {
 namespace {
 
@@ -25,8 +28,11 @@ using testing::StartsWith;
 class Pipe final {
 public:
     Pipe() {
-        if (pipe2(ends_.data(), O_CLOEXEC) != 0) {
-            throw std::system_error(errno, std::generic_category(), "pipe2");
+        if (pipe(ends_.data()) != 0) {
+            throw std::system_error(errno, std::generic_category(), "pipe");
+        }
+        for (const int end : ends_) {
+            fcntl(end, F_SETFD, FD_CLOEXEC);
         }
     }
     ~Pipe() {
@@ -217,11 +223,11 @@ TEST_F(ProgramTest, TakesItsOptionsForSigningIn) {
     EXPECT_THAT(page, HasSubstr(R"(<button id="account-1" name="account" value="only-one">)"));
     EXPECT_THAT(page, Not(HasSubstr("account-2")));
     EXPECT_THAT(client.post("/identity/v1/token", "{}").body, HasSubstr("API key not valid."));
-    const PlistBundle information(bundle);
-    EXPECT_EQ(client.url, "https://" + information.infoString("API_HOST").value_or(""));
-    EXPECT_EQ("the-key", information.infoString("FIREBASE_API_KEY"));
-    EXPECT_EQ(client.url + "/updates/appcast.xml", information.infoString("SUFeedURL"));
-    EXPECT_EQ("the-update-key", information.infoString("SUPublicEDKey"));
+    const auto information = makeRealBundle(bundle);
+    EXPECT_EQ(client.url, "https://" + information->infoString("API_HOST").value_or(""));
+    EXPECT_EQ("the-key", information->infoString("FIREBASE_API_KEY"));
+    EXPECT_EQ(client.url + "/updates/appcast.xml", information->infoString("SUFeedURL"));
+    EXPECT_EQ("the-update-key", information->infoString("SUPublicEDKey"));
     EXPECT_EQ(200, client.get("/updates/accounts.json").status);
 }
 

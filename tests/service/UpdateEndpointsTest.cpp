@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "service/UpdateEndpoints.h"
 
-#include "platform/linux/PlistBundle.h"
+#include "tests/platform/RealBundle.h"
 #include "tests/service/ServiceTest.h"
 
 #include <gmock/gmock.h>
@@ -136,15 +136,15 @@ TEST_F(UpdateEndpointsTest, WithoutAFolderThereIsNothing) {
 
 TEST_F(UpdateEndpointsTest, WithAKeyTheAgentOfTheBundleLooksHere) {
     service_->writeBundle(directory_ / "bundle");
-    EXPECT_EQ(PlistBundle(directory_ / "bundle").infoString("SUFeedURL"), std::nullopt);
+    EXPECT_EQ(makeRealBundle(directory_ / "bundle")->infoString("SUFeedURL"), std::nullopt);
 
     options_.updatePublicKey = "the key";
     start();
     service_->writeBundle(directory_ / "bundle");
-    const PlistBundle bundle(directory_ / "bundle");
-    EXPECT_EQ(bundle.infoString("SUFeedURL"), service_->url() + "/updates/appcast.xml");
-    EXPECT_EQ(bundle.infoString("SUPublicEDKey"), "the key");
-    EXPECT_NE(bundle.infoString("CFBundleVersion").value_or(""), "");
+    const auto bundle = makeRealBundle(directory_ / "bundle");
+    EXPECT_EQ(bundle->infoString("SUFeedURL"), service_->url() + "/updates/appcast.xml");
+    EXPECT_EQ(bundle->infoString("SUPublicEDKey"), "the key");
+    EXPECT_NE(bundle->infoString("CFBundleVersion").value_or(""), "");
 }
 
 } // namespace

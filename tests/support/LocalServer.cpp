@@ -2,6 +2,7 @@
 #include "tests/support/LocalServer.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <openssl/ssl.h>
 #include <strings.h>
@@ -13,6 +14,7 @@
 #include <cerrno>
 #include <charconv>
 #include <csignal>
+#include <cstdint>
 #include <mutex>
 #include <set>
 #include <stdexcept>
@@ -43,6 +45,20 @@ void blockBrokenPipes() {
     pthread_sigmask(SIG_BLOCK, &set, nullptr);
 }
 
+/// The descriptor, which programs that are started get no copy of.
+int keptToOurselves(int descriptor) {
+    fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+    return descriptor;
+}
+
+sockaddr_in loopback(int port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    return address;
+}
+
 } // namespace
 
 struct LocalServer::State {
@@ -56,6 +72,7 @@ struct LocalServer::State {
     std::set<int> open;
     std::vector<std::thread> threads;
     std::size_t connectionCount = 0;
+    bool isStopping = false;
     std::vector<Request> requests;
     std::thread acceptor;
 };
@@ -126,7 +143,7 @@ void LocalServer::Connection::write(std::string_view bytes) {
                 throw ClientGone();
             }
         } else {
-            const ssize_t count = send(descriptor_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+            const ssize_t count = send(descriptor_, bytes.data(), bytes.size(), 0);
             if (count < 0) {
                 throw ClientGone();
             }
@@ -194,10 +211,8 @@ LocalServer::LocalServer(Handler handler, Options options) : state_(std::make_un
             SSL_CTX_set_max_proto_version(tls, TLS1_1_VERSION);
         }
     }
-    state_->listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    state_->listener = keptToOurselves(socket(AF_INET, SOCK_STREAM, 0));
+    sockaddr_in address = loopback(0);
     auto* const plain = reinterpret_cast<sockaddr*>(&address);
     socklen_t length = sizeof(address);
     if (bind(state_->listener, plain, length) != 0 || listen(state_->listener, 64) != 0 ||
@@ -209,7 +224,11 @@ LocalServer::LocalServer(Handler handler, Options options) : state_(std::make_un
 }
 
 LocalServer::~LocalServer() {
-    shutdown(state_->listener, SHUT_RDWR);
+    {
+        const std::lock_guard lock(state_->mutex);
+        state_->isStopping = true;
+    }
+    wakeAcceptor();
     state_->acceptor.join();
     {
         const std::lock_guard lock(state_->mutex);
@@ -221,6 +240,14 @@ LocalServer::~LocalServer() {
         thread.join();
     }
     ::close(state_->listener);
+}
+
+void LocalServer::wakeAcceptor() const {
+    // Not every system ends the waiting for a connection when the socket is shut down.
+    const int caller = socket(AF_INET, SOCK_STREAM, 0);
+    const sockaddr_in address = loopback(port());
+    connect(caller, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+    ::close(caller);
 }
 
 int LocalServer::port() const {
@@ -248,11 +275,15 @@ std::vector<LocalServer::Request> LocalServer::requests() const {
 void LocalServer::accept() {
     blockBrokenPipes();
     while (true) {
-        const int descriptor = accept4(state_->listener, nullptr, nullptr, SOCK_CLOEXEC);
+        const int descriptor = keptToOurselves(::accept(state_->listener, nullptr, nullptr));
+        const std::lock_guard lock(state_->mutex);
         if (descriptor < 0) {
             return;
         }
-        const std::lock_guard lock(state_->mutex);
+        if (state_->isStopping) {
+            ::close(descriptor);
+            return;
+        }
         ++state_->connectionCount;
         state_->open.insert(descriptor);
         state_->threads.emplace_back([this, descriptor] { serve(descriptor); });

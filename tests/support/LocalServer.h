@@ -97,6 +97,7 @@ private:
     struct State;
 
     void accept();
+    void wakeAcceptor() const;
     void serve(int descriptor);
 
     std::unique_ptr<State> state_;

@@ -2,9 +2,7 @@
 #include "tests/support/Program.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <spawn.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,6 +11,9 @@
 #include <fstream>
 #include <iterator>
 #include <system_error>
+
+// Not every system's headers have it.
+extern "C" char** environ;
 
 namespace orvel::test {
 
@@ -93,13 +94,16 @@ int Program::wait() {
 
 std::optional<int> Program::waitFor(std::chrono::milliseconds limit) {
     if (!status_) {
-        pollfd end{};
-        // This C library's own declaration of it lacks the C linkage.
-        end.fd = static_cast<int>(syscall(SYS_pidfd_open, pid_, 0));
-        end.events = POLLIN;
-        const int ready = poll(&end, 1, static_cast<int>(limit.count()));
-        close(end.fd);
-        if (ready != 1) {
+        if (!end_.valid()) {
+            end_ = std::async(std::launch::async, [pid = pid_] {
+                siginfo_t information{};
+                // Leaves the status for `wait`.
+                while (waitid(P_PID, static_cast<id_t>(pid), &information, WEXITED | WNOWAIT) < 0 &&
+                       errno == EINTR) {
+                }
+            });
+        }
+        if (end_.wait_for(limit) != std::future_status::ready) {
             return std::nullopt;
         }
     }

@@ -6,6 +6,7 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <future>
 #include <map>
 #include <optional>
 #include <string>
@@ -43,6 +44,8 @@ private:
     TemporaryDirectory files_;
     pid_t pid_ = -1;
     std::optional<int> status_;
+    /// Of the program, as far as somebody has waited for it.
+    std::future<void> end_;
 };
 
 } // namespace orvel::test

@@ -4,6 +4,7 @@
 #include "core/Errors.h"
 #include "core/JSON.h"
 #include "tests/support/RunTask.h"
+#include "tests/support/SmallDisk.h"
 #include "tests/support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
@@ -64,9 +65,13 @@ TEST_F(PreviewSessionTest, AFileThatCannotBeMadeIsAnError) {
 }
 
 TEST_F(PreviewSessionTest, AFullDiskFailsTheUpload) {
-    PreviewSession session("/dev/full", {});
-    const URLResult result =
-        send(session, "/api/v1/context/ingest", R"({"records":[{"a":1}],"watermark":7})");
+    const test::SmallDisk disk(directory_.path(), 4096);
+    PreviewSession session(directory_ / "preview", {});
+    const std::string large(20'000, 'x');
+    const URLResult result = send(
+        session,
+        "/api/v1/context/ingest",
+        R"({"records":[{"a":")" + large + R"("}],"watermark":7})");
     ASSERT_TRUE(std::holds_alternative<tavrin::URLError>(result));
     EXPECT_NE(
         std::string(std::get<tavrin::URLError>(result).what()).find("Could not write the preview"),

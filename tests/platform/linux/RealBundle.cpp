@@ -9,4 +9,8 @@ std::unique_ptr<Bundle> makeRealBundle(const std::filesystem::path& folder) {
     return std::make_unique<PlistBundle>(folder);
 }
 
+std::unique_ptr<Bundle> makeRealBundleOfThisProgram() {
+    return makeRealBundle(PlistBundle::defaultFolder());
+}
+
 } // namespace orvel::test

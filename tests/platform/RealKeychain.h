@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "platform/Keychain.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace orvel::test {
+
+inline constexpr auto keychainService = "app.test.session";
+inline constexpr auto keychainAccount = "session";
+
+/// A keychain, and a new process's view of it.
+class KeychainSubject {
+public:
+    KeychainSubject() = default;
+    KeychainSubject(const KeychainSubject&) = delete;
+    KeychainSubject& operator=(const KeychainSubject&) = delete;
+    virtual ~KeychainSubject() = default;
+
+    [[nodiscard]] virtual Keychain& keychain() = 0;
+    /// The values that are kept under the service and the account above.
+    [[nodiscard]] virtual std::vector<std::string> kept() = 0;
+    virtual void destroyKeychain() = 0;
+};
+
+/// This system's keychain, in which nothing is kept under that name.
+[[nodiscard]] std::unique_ptr<KeychainSubject> makeRealKeychain();
+
+} // namespace orvel::test

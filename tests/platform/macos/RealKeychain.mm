@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tests/platform/RealKeychain.h"
+
+#include "platform/macos/FoundationConversions.h"
+#include "platform/macos/SecurityKeychain.h"
+#include "platform/macos/UnifiedLogStore.h"
+
+#import <Foundation/Foundation.h>
+#import <Security/Security.h>
+
+namespace orvel::test {
+
+namespace {
+
+/// The items are in the keychain of the user who runs the tests, under a service of their own.
+class SecuritySubject final : public KeychainSubject {
+public:
+    SecuritySubject() { removeItem(); }
+    ~SecuritySubject() override {
+        keychain_.reset();
+        removeItem();
+    }
+
+    Keychain& keychain() override { return *keychain_; }
+    std::vector<std::string> kept() override {
+        NSDictionary* const query = @{
+            (__bridge id)kSecClass : (__bridge id)kSecClassGenericPassword,
+            (__bridge id)kSecAttrService : nsString(keychainService),
+            (__bridge id)kSecAttrAccount : nsString(keychainAccount),
+            (__bridge id)kSecReturnData : @YES,
+        };
+        CFTypeRef found = nullptr;
+        if (SecItemCopyMatching((__bridge CFDictionaryRef)query, &found) != errSecSuccess) {
+            return {};
+        }
+        NSData* const data = (__bridge_transfer NSData*)found;
+        return {std::string(static_cast<const char*>(data.bytes), data.length)};
+    }
+    void destroyKeychain() override { keychain_.reset(); }
+
+private:
+    static void removeItem() {
+        NSDictionary* const query = @{
+            (__bridge id)kSecClass : (__bridge id)kSecClassGenericPassword,
+            (__bridge id)kSecAttrService : nsString(keychainService),
+        };
+        SecItemDelete((__bridge CFDictionaryRef)query);
+    }
+
+    UnifiedLogStore log_{UnifiedLogStore::Options{"app.test", std::nullopt}};
+    std::unique_ptr<Keychain> keychain_ = std::make_unique<SecurityKeychain>(log_);
+};
+
+} // namespace
+
+std::unique_ptr<KeychainSubject> makeRealKeychain() {
+    return std::make_unique<SecuritySubject>();
+}
+
+} // namespace orvel::test
