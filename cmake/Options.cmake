@@ -1,4 +1,5 @@
 option(ORVEL_BUILD_TESTS "Build the tests" ON)
+option(ORVEL_WARNINGS_ARE_ERRORS "Let warnings fail the build" ON)
 option(ORVEL_BUILD_BENCHMARKS "Build the benchmarks" OFF)
 option(ORVEL_BUILD_FUZZERS "Build the libFuzzer programs (needs clang)" OFF)
 

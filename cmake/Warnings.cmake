@@ -9,7 +9,7 @@ target_compile_options(
             -Wold-style-cast
             -Wnon-virtual-dtor
             -Woverloaded-virtual
-            -Werror)
+            $<$<BOOL:${ORVEL_WARNINGS_ARE_ERRORS}>:-Werror>)
 target_compile_definitions(
   orvel_warnings INTERFACE QT_NO_KEYWORDS QT_NO_CAST_FROM_ASCII)
 target_include_directories(orvel_warnings INTERFACE ${PROJECT_SOURCE_DIR})
