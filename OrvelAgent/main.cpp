@@ -8,6 +8,7 @@
 #include "OrvelAgent/TavrinMacApp.h"
 #include "OrvelAgent/UpdateUserDriver.h"
 #include "OrvelAgent/UpdateWindow.h"
+#include "platform/EventLoop.h"
 #include "platform/Platform.h"
 
 #include <QApplication>
@@ -159,6 +160,7 @@ int main(int argc, char** argv) {
     if (hasAnswered(argc, argv)) {
         return 0;
     }
+    prepareEventLoop();
     Application application(argc, argv);
     if (QCoreApplication::arguments().size() > 1) {
         std::fputs(usage, stderr);
