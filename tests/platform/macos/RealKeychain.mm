@@ -7,10 +7,27 @@
 
 #import <Foundation/Foundation.h>
 #import <Security/Security.h>
+#include <pwd.h>
+#include <unistd.h>
+
+#include <cstdlib>
 
 namespace orvel::test {
 
 namespace {
+
+/// The user's own home while it lives: the system finds the keychain below it, and the tests have
+/// none.
+class RealHome final {
+public:
+    RealHome() { setenv("HOME", getpwuid(getuid())->pw_dir, 1); }
+    ~RealHome() { setenv("HOME", former_.c_str(), 1); }
+    RealHome(const RealHome&) = delete;
+    RealHome& operator=(const RealHome&) = delete;
+
+private:
+    std::string former_ = getenv("HOME");
+};
 
 /// The items are in the keychain of the user who runs the tests, under a service of their own.
 class SecuritySubject final : public KeychainSubject {
@@ -47,6 +64,7 @@ private:
         SecItemDelete((__bridge CFDictionaryRef)query);
     }
 
+    RealHome home_;
     UnifiedLogStore log_{UnifiedLogStore::Options{"app.test", std::nullopt}};
     std::unique_ptr<Keychain> keychain_ = std::make_unique<SecurityKeychain>(log_);
 };
