@@ -18,8 +18,8 @@ constexpr double captionScale = 0.85;
 
 constexpr double readableContrast = 4.5;
 constexpr double highContrast = 7;
-/// Text and window of an ordinary palette differ less.
-constexpr double contrastOfHighContrastPalettes = 18;
+/// Text and window of an ordinary palette differ less; those of Qt's own by 18.3.
+constexpr double contrastOfHighContrastPalettes = 20;
 
 constexpr QColor bannerTint(0xff, 0x9f, 0x0a);
 

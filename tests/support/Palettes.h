@@ -3,19 +3,33 @@
 
 #include <QColor>
 #include <QPalette>
+#include <QStyle>
+#include <QStyleFactory>
 
 #include <gtest/gtest.h>
 
 #include <array>
+#include <memory>
 #include <string>
 
 namespace orvel::test {
 
 /// The desktops that windows are shown on.
-enum class Palette { Light, Dark, HighContrastLight, HighContrastDark };
+enum class Palette {
+    Light,
+    Dark,
+    /// Where the desktop says nothing of its colours.
+    OfQt,
+    HighContrastLight,
+    HighContrastDark,
+};
 
 inline constexpr std::array allPalettes{
-    Palette::Light, Palette::Dark, Palette::HighContrastLight, Palette::HighContrastDark};
+    Palette::Light,
+    Palette::Dark,
+    Palette::OfQt,
+    Palette::HighContrastLight,
+    Palette::HighContrastDark};
 
 inline const char* name(Palette palette) {
     switch (palette) {
@@ -23,6 +37,8 @@ inline const char* name(Palette palette) {
         return "Light";
     case Palette::Dark:
         return "Dark";
+    case Palette::OfQt:
+        return "OfQt";
     case Palette::HighContrastLight:
         return "HighContrastLight";
     case Palette::HighContrastDark:
@@ -68,6 +84,10 @@ inline QPalette palette(Palette palette) {
             QColor(0x2a, 0x2a, 0x2d),
             QColor(0x1f, 0x1f, 0x22),
             QColor(0x3c, 0x3c, 0x40));
+    case Palette::OfQt: {
+        const std::unique_ptr<QStyle> fusion(QStyleFactory::create(QStringLiteral("Fusion")));
+        return fusion->standardPalette();
+    }
     case Palette::HighContrastLight:
         return paletteOf(Qt::black, Qt::white, Qt::white, Qt::white);
     case Palette::HighContrastDark:

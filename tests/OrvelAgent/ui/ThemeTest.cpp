@@ -20,6 +20,11 @@ constexpr Theme::Role roles[] = {
     Theme::Role::Green,
     Theme::Role::Blue};
 
+bool isHighContrast(test::Palette palette) {
+    return palette == test::Palette::HighContrastLight ||
+           palette == test::Palette::HighContrastDark;
+}
+
 double leastContrast(Theme::Role role, const QPalette& palette) {
     const QColor color = Theme::color(role, palette);
     return std::min(
@@ -38,10 +43,21 @@ class ThemePaletteTest : public testing::TestWithParam<test::Palette> {};
 
 TEST_P(ThemePaletteTest, EveryTextCanBeReadOnEverySurface) {
     const QPalette palette = test::palette(GetParam());
-    const bool isHighContrast = GetParam() == test::Palette::HighContrastLight ||
-                                GetParam() == test::Palette::HighContrastDark;
     for (const Theme::Role role : roles) {
-        EXPECT_GE(leastContrast(role, palette), isHighContrast ? 7 : 4.5) << "role " << int(role);
+        EXPECT_GE(leastContrast(role, palette), isHighContrast(GetParam()) ? 7 : 4.5)
+            << "role " << int(role);
+    }
+}
+
+TEST_P(ThemePaletteTest, OnlyHighContrastDrawsItsLinesLikeText) {
+    const QPalette palette = test::palette(GetParam());
+    for (const auto surface : {Theme::Surface::Card, Theme::Surface::Banner}) {
+        EXPECT_EQ(
+            Theme::borderColor(surface, palette) == palette.color(QPalette::WindowText),
+            isHighContrast(GetParam()));
+        EXPECT_EQ(
+            Theme::color(surface, palette) == palette.color(QPalette::Window),
+            isHighContrast(GetParam()));
     }
 }
 
