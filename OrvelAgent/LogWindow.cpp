@@ -5,6 +5,7 @@
 #include "OrvelAgent/LogListModel.h"
 #include "OrvelAgent/LogView.h"
 #include "OrvelAgent/Notice.h"
+#include "OrvelAgent/PushButton.h"
 #include "OrvelAgent/StreamingIndicator.h"
 #include "OrvelAgent/Symbol.h"
 #include "OrvelAgent/Theme.h"
@@ -14,7 +15,6 @@
 #include <QClipboard>
 #include <QEvent>
 #include <QHBoxLayout>
-#include <QPushButton>
 #include <QStackedWidget>
 #include <QVBoxLayout>
 
@@ -38,7 +38,7 @@ LogWindow::LogWindow(
       model_(new LogListModel(reader_, this)),
       problemsOnly_(new QCheckBox(tr("&Problems only"))),
       indicator_(new StreamingIndicator),
-      copyAll_(new QPushButton),
+      copyAll_(new PushButton),
       content_(new QStackedWidget),
       list_(new LogView(*model_)),
       notice_(new Notice) {
@@ -135,7 +135,7 @@ void LogWindow::updateLook() {
         showCopied(other);
         width = std::max(width, copyAll_->sizeHint().width());
     }
-    copyAll_->setMinimumWidth(width + Theme::controlSpacing);
+    copyAll_->setMinimumWidth(width);
 }
 
 } // namespace orvel

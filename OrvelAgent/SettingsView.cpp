@@ -4,6 +4,7 @@
 #include "OrvelAgent/AppModel.h"
 #include "OrvelAgent/Divider.h"
 #include "OrvelAgent/Picker.h"
+#include "OrvelAgent/PushButton.h"
 #include "OrvelAgent/SelectableLabel.h"
 #include "OrvelAgent/SourceRevision.h"
 #include "OrvelAgent/Symbol.h"
@@ -13,7 +14,6 @@
 #include <QEvent>
 #include <QFormLayout>
 #include <QHBoxLayout>
-#include <QPushButton>
 #include <QStringList>
 #include <QTabBar>
 #include <QTabWidget>
@@ -80,7 +80,7 @@ SettingsView::SettingsView(AppModel& model, QWidget* parent)
       tabs_(new QTabWidget),
       startAtLogin_(new QCheckBox(tr("&Start at login"))),
       checksAutomatically_(new QCheckBox(tr("Check for updates &automatically"))),
-      checkForUpdates_(new QPushButton),
+      checkForUpdates_(new PushButton),
       mode_(new Picker),
       scope_(new Picker),
       rescanNote_(makeCaption(
@@ -129,10 +129,10 @@ QWidget* SettingsView::makeGeneralTab() {
                 QString::fromStdString(build), QString::fromUtf8(sourceRevision())),
             "build"));
 
-    auto* activityLog = new QPushButton(tr("Open activity &log…"));
+    auto* activityLog = new PushButton(tr("Open activity &log…"));
     activityLog->setObjectName(QStringLiteral("activityLog"));
     connect(activityLog, &QPushButton::clicked, this, &SettingsView::activityLogRequested);
-    auto* versionHistory = new QPushButton(tr("&Version History…"));
+    auto* versionHistory = new PushButton(tr("&Version History…"));
     versionHistory->setObjectName(QStringLiteral("versionHistory"));
     connect(versionHistory, &QPushButton::clicked, this, &SettingsView::versionHistoryRequested);
     auto* windows = new QHBoxLayout;
@@ -180,7 +180,7 @@ QWidget* SettingsView::makePrivacyTab() {
         model_.setScope(choiceAt<ThreadScope>(scope_, index));
     });
 
-    auto* rescan = new QPushButton(tr("&Re-scan from the beginning"));
+    auto* rescan = new PushButton(tr("&Re-scan from the beginning"));
     rescan->setObjectName(QStringLiteral("rescan"));
     const QString rescanExplanation =
         tr("A change here applies to new messages. Re-scan to apply it to earlier ones too. It is "

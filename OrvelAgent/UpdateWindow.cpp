@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/UpdateWindow.h"
 
+#include "OrvelAgent/PushButton.h"
 #include "OrvelAgent/SelectableLabel.h"
 #include "OrvelAgent/Theme.h"
 
@@ -8,7 +9,6 @@
 #include <QHBoxLayout>
 #include <QPlainTextEdit>
 #include <QProgressBar>
-#include <QPushButton>
 #include <QVBoxLayout>
 
 #include <algorithm>
@@ -44,9 +44,8 @@ UpdateWindow::UpdateWindow(QWidget* parent)
     auto* buttons = new QHBoxLayout;
     buttons->setSpacing(Theme::controlSpacing);
     const auto addButton = [this, buttons](const QString& text, const char* name) {
-        auto* button = new QPushButton(text);
+        auto* button = new PushButton(text);
         button->setObjectName(QLatin1String(name));
-        button->setAutoDefault(false);
         buttons->addWidget(button);
         return button;
     };

@@ -5,6 +5,7 @@
 #include <QAbstractScrollArea>
 #include <QComboBox>
 #include <QLabel>
+#include <QPushButton>
 #include <QWidget>
 
 #include <string>
@@ -34,6 +35,15 @@ inline bool hasRoom(const QWidget& widget) {
     return widget.width() >= needed.width() && widget.height() >= needed.height();
 }
 
+/// Of a button, at least.
+inline constexpr int roomBesideText = 7;
+
+inline bool isTight(const QPushButton& button) {
+    const int icon = button.icon().isNull() ? 0 : button.iconSize().width();
+    const int text = button.fontMetrics().size(Qt::TextShowMnemonic, button.text()).width();
+    return !button.isFlat() && button.width() < icon + text + 2 * roomBesideText;
+}
+
 } // namespace detail
 
 /// What is cut off or lies over something else among the texts and controls that the window shows,
@@ -51,6 +61,9 @@ inline std::vector<std::string> layoutFaults(const QWidget& window) {
         shown.push_back(widget);
         if (!detail::hasRoom(*widget)) {
             faults.push_back(detail::nameOf(*widget) + " is cut");
+        } else if (const auto* button = qobject_cast<const QPushButton*>(widget);
+                   button != nullptr && detail::isTight(*button)) {
+            faults.push_back(detail::nameOf(*widget) + " has no room beside its text");
         }
         const QWidget* parent = widget->parentWidget();
         if (parent != nullptr && !parent->rect().contains(widget->geometry())) {

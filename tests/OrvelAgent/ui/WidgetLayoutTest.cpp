@@ -2,6 +2,7 @@
 #include "tests/support/WidgetLayout.h"
 
 #include "OrvelAgent/TextLabel.h"
+#include "OrvelAgent/Theme.h"
 
 #include <QLabel>
 #include <QPushButton>
@@ -46,6 +47,15 @@ TEST_F(WidgetLayoutTest, FindsNothingWhereNothingIsWrong) {
 TEST_F(WidgetLayoutTest, FindsAButtonThatIsCut) {
     addButton(QRect(0, 0, 30, 60));
     EXPECT_THAT(faults(), ElementsAre(HasSubstr("is cut")));
+}
+
+TEST_F(WidgetLayoutTest, FindsAButtonWithoutRoomBesideItsText) {
+    auto* button = addButton(QRect(0, 0, 200, 60));
+    button->setText(QStringLiteral("A text of more than the least width"));
+    button->resize(button->sizeHint());
+    EXPECT_THAT(faults(), ElementsAre(HasSubstr("has no room beside its text")));
+    button->resize(button->width() + 2 * Theme::buttonPadding, button->height());
+    EXPECT_THAT(faults(), IsEmpty());
 }
 
 TEST_F(WidgetLayoutTest, FindsALabelThatIsCut) {
