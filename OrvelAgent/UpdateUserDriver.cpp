@@ -34,6 +34,7 @@ UpdateUserDriver::UpdateUserDriver(
 UpdateUserDriver::~UpdateUserDriver() = default;
 
 void UpdateUserDriver::showChecking() {
+    isDeclined_ = false;
     setPage(State::Checking, tr("Checking for updates…"));
     present();
 }
@@ -62,6 +63,7 @@ void UpdateUserDriver::showUpdate(const SoftwareUpdate& update, SoftwareUpdater:
 
 void UpdateUserDriver::showUpdateInFocus() {
     present();
+    window_->focusUsualAnswer();
 }
 
 void UpdateUserDriver::showDownload(std::uint64_t received, std::uint64_t expected) {
@@ -91,6 +93,11 @@ void UpdateUserDriver::showReadyToInstall(const SoftwareUpdate&) {
 }
 
 void UpdateUserDriver::showRefusal(const std::string& sentence) {
+    if (isDeclined_) {
+        // The log has it.
+        state_ = State::Idle;
+        return;
+    }
     setPage(
         State::Idle, tr("%1 could not be updated.").arg(name_), QString::fromStdString(sentence));
     present();
@@ -186,10 +193,10 @@ void UpdateUserDriver::dismiss() {
         updater_.choose(SoftwareUpdater::Choice::Later);
         break;
     case State::Verifying:
+    case State::Installing:
         isDeclined_ = true;
         break;
     case State::Idle:
-    case State::Installing:
         break;
     }
 }

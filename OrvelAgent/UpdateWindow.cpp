@@ -9,6 +9,7 @@
 #include <QHBoxLayout>
 #include <QPlainTextEdit>
 #include <QProgressBar>
+#include <QShortcut>
 #include <QVBoxLayout>
 
 #include <algorithm>
@@ -72,8 +73,11 @@ UpdateWindow::UpdateWindow(QWidget* parent)
     layout->addWidget(text_);
     layout->addWidget(notes_, 1);
     layout->addWidget(progress_);
+    layout->addStretch();
     layout->addLayout(buttons);
     resize(preferredWidth, 0);
+    auto* close = new QShortcut(Qt::CTRL | Qt::Key_W, this);
+    connect(close, &QShortcut::activated, this, &UpdateWindow::reject);
 }
 
 void UpdateWindow::setPage(const Page& page, bool reducesMotion) {
@@ -91,17 +95,34 @@ void UpdateWindow::setPage(const Page& page, bool reducesMotion) {
     for (qsizetype index = 0; index < buttons_.size(); ++index) {
         buttons_[index]->setVisible(page.buttons.contains(static_cast<Button>(index)));
     }
-    if (!page.buttons.isEmpty()) {
-        auto* usual = buttons_[static_cast<qsizetype>(page.buttons.first())];
-        if (!usual->isDefault()) {
-            usual->setDefault(true);
-            usual->setFocus();
+    usualAnswer_ =
+        page.buttons.isEmpty() ? nullptr : buttons_[static_cast<qsizetype>(page.buttons.first())];
+    if (page.buttons.contains(Button::Install)) {
+        for (QPushButton* button : buttons_) {
+            button->setDefault(false);
         }
+        QWidget* const reading = page.notes.isEmpty() ? static_cast<QWidget*>(title_) : notes_;
+        reading->setFocus();
+    } else if (usualAnswer_ != nullptr && !usualAnswer_->isDefault()) {
+        focusUsualAnswer();
     }
     updateSize();
 }
 
+void UpdateWindow::focusUsualAnswer() {
+    if (usualAnswer_ != nullptr) {
+        usualAnswer_->setDefault(true);
+        usualAnswer_->setFocus();
+    }
+}
+
 void UpdateWindow::present() {
+    if (!isVisible()) {
+        // A height that the user gave was for what was shown then.
+        neededHeight_ = height();
+        updateSize();
+    }
+    setWindowState(windowState() & ~Qt::WindowMinimized);
     show();
     raise();
     activateWindow();
@@ -125,9 +146,10 @@ bool UpdateWindow::event(QEvent* event) {
 void UpdateWindow::updateSize() {
     const int least = std::max(preferredWidth, minimumSizeHint().width());
     const int width = std::max(least, this->width());
-    const int height = layout()->totalHeightForWidth(width);
-    setMinimumSize(least, height);
-    resize(width, height);
+    const bool isFitted = height() <= neededHeight_;
+    neededHeight_ = layout()->totalHeightForWidth(width);
+    setMinimumSize(least, neededHeight_);
+    resize(width, isFitted ? neededHeight_ : std::max(neededHeight_, height()));
 }
 
 } // namespace orvel

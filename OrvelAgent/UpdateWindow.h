@@ -32,15 +32,19 @@ public:
         QString notes;
         /// In percent; below 0 while nobody knows how long it takes.
         std::optional<int> progress;
+        /// The usual answer first.
         QList<Button> buttons;
     };
 
     explicit UpdateWindow(QWidget* parent = nullptr);
 
-    /// A bar that only moves is left out when nothing is to move.
+    /// A bar that only moves is left out when nothing is to move. Where the usual answer is to
+    /// install, no key gives it: the page comes by itself, and may come while somebody types.
     void setPage(const Page& page, bool reducesMotion);
     /// Shows the window before all others.
     void present();
+    /// For whoever has just asked for the page.
+    void focusUsualAnswer();
 
     void reject() override;
 
@@ -62,6 +66,10 @@ private:
     QPlainTextEdit* notes_;
     QProgressBar* progress_;
     QList<QPushButton*> buttons_;
+    /// Of the page; none when it has no buttons.
+    QPushButton* usualAnswer_ = nullptr;
+    /// When the window is higher than that, the user has made it so.
+    int neededHeight_ = 0;
 };
 
 } // namespace orvel

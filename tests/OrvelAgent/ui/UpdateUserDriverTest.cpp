@@ -240,10 +240,15 @@ TEST_F(UpdateWindowTest, ClosingTheQuestionMeansLater) {
     driver_.showUpdate(newer, Showing::InFocus);
     driver_.window()->close();
     EXPECT_THAT(updater_.choices, ElementsAre(Choice::Later));
-    driver_.showUpdate(newer, Showing::InFocus);
-    QTest::keyClick(driver_.window(), Qt::Key_Escape);
-    EXPECT_THAT(updater_.choices, ElementsAre(Choice::Later, Choice::Later));
-    EXPECT_FALSE(isShown());
+    for (const QKeySequence& keys :
+         {QKeySequence(Qt::Key_Escape), QKeySequence(Qt::CTRL | Qt::Key_W)}) {
+        updater_.choices.clear();
+        driver_.showUpdate(newer, Showing::InFocus);
+        ASSERT_TRUE(waitUntil([this] { return driver_.window()->isActiveWindow(); }));
+        QTest::keySequence(driver_.window()->focusWidget(), keys);
+        EXPECT_THAT(updater_.choices, ElementsAre(Choice::Later));
+        EXPECT_FALSE(isShown());
+    }
 }
 
 TEST_F(UpdateWindowTest, ShowsTheDownloadAndLetsTheUserCancel) {
@@ -307,7 +312,6 @@ TEST_F(UpdateWindowTest, ClosingWhileItVerifiesPutsTheUpdateOff) {
 TEST_F(UpdateWindowTest, ARefusalIsShownAsItStands) {
     install();
     driver_.showVerification();
-    driver_.window()->close();
     driver_.showRefusal("The signature of the update is not valid. It was not installed.");
     EXPECT_TRUE(isShown());
     EXPECT_EQ(text("title"), "Orvel Agent could not be updated.");
@@ -315,6 +319,26 @@ TEST_F(UpdateWindowTest, ARefusalIsShownAsItStands) {
     EXPECT_THAT(buttons(), ElementsAre("OK"));
     button("ok")->click();
     EXPECT_FALSE(isShown());
+}
+
+TEST_F(UpdateWindowTest, ARefusalBringsNoWindowBackThatTheUserHasClosed) {
+    install();
+    driver_.showVerification();
+    driver_.window()->close();
+    driver_.showRefusal("The signature of the update is not valid. It was not installed.");
+    EXPECT_FALSE(isShown());
+
+    install();
+    driver_.showVerification();
+    driver_.showReadyToInstall(newer);
+    driver_.window()->close();
+    driver_.showRefusal("The update could not be put in place.");
+    EXPECT_FALSE(isShown());
+
+    driver_.showChecking();
+    driver_.showRefusal("The update feed could not be loaded.");
+    EXPECT_TRUE(isShown());
+    EXPECT_EQ(text("text"), "The update feed could not be loaded.");
 }
 
 TEST_F(UpdateWindowTest, APackageIsShownInTheFileManagerWithWhatIsToBeDone) {
@@ -349,18 +373,85 @@ TEST_F(UpdateWindowTest, StartsTheNewVersionAndQuits) {
     EXPECT_EQ(workspace_.terminations, 1);
 }
 
-TEST_F(UpdateWindowTest, TheUsualAnswerHasTheFocusAndTheKeyboardReachesTheRest) {
+TEST_F(UpdateWindowTest, AKeyThatIsPressedWhileTheQuestionComesInstallsNothing) {
+    SoftwareUpdate quiet = newer;
+    quiet.releaseNotes.clear();
+    for (const SoftwareUpdate& update : {newer, quiet}) {
+        driver_.showChecking();
+        processEvents();
+        ASSERT_EQ(driver_.window()->focusWidget(), button("cancel"));
+        driver_.showUpdate(update, Showing::InFocus);
+        processEvents();
+        for (const Qt::Key key : {Qt::Key_Space, Qt::Key_Return, Qt::Key_Enter}) {
+            QTest::keyClick(driver_.window()->focusWidget(), key);
+        }
+        EXPECT_THAT(updater_.choices, IsEmpty());
+        EXPECT_TRUE(isShown());
+    }
+    driver_.window()->hide();
+    driver_.window()->present();
+    QTest::keyClick(driver_.window()->focusWidget(), Qt::Key_Return);
+    EXPECT_THAT(updater_.choices, IsEmpty());
+}
+
+TEST_F(UpdateWindowTest, WhoAsksForTheUpdateThatWaitsHasTheUsualAnswerAtHand) {
+    driver_.showUpdate(newer, Showing::Gently);
+    driver_.showUpdateInFocus();
+    processEvents();
+    EXPECT_EQ(driver_.window()->focusWidget(), button("install"));
+    QTest::keyClick(driver_.window(), Qt::Key_Return);
+    EXPECT_THAT(updater_.choices, ElementsAre(Choice::Install));
+}
+
+TEST_F(UpdateWindowTest, AMinimisedWindowComesBack) {
+    driver_.showUpdate(newer, Showing::InFocus);
+    driver_.window()->showMinimized();
+    driver_.showUpdateInFocus();
+    EXPECT_FALSE(driver_.window()->isMinimized());
+}
+
+TEST_F(UpdateWindowTest, ItsHeightIsTheUsersWhileItIsOpen) {
     driver_.showUpdate(newer, Showing::InFocus);
     processEvents();
     UpdateWindow* window = driver_.window();
-    EXPECT_EQ(window->focusWidget(), button("install"));
-    EXPECT_TRUE(button("install")->isDefault());
+    const int fitted = window->height();
+    window->resize(window->width(), fitted + 100);
+    driver_.showUpdate(newer, Showing::InFocus);
+    processEvents();
+    EXPECT_EQ(window->height(), fitted + 100);
+    driver_.showDownload(0, 1);
+    processEvents();
+    EXPECT_EQ(window->height(), fitted + 100);
+    EXPECT_THAT(layoutFaults(*window), IsEmpty());
+
+    window->resize(window->size().boundedTo(QSize(window->width(), 0)));
+    const int lower = window->height();
+    EXPECT_LT(lower, fitted);
+    driver_.showUpdate(newer, Showing::InFocus);
+    processEvents();
+    EXPECT_EQ(window->height(), fitted);
+    driver_.showDownload(0, 1);
+    processEvents();
+    EXPECT_EQ(window->height(), lower);
+
+    window->resize(window->width(), fitted);
+    window->close();
+    driver_.showChecking();
+    processEvents();
+    EXPECT_LT(window->height(), fitted);
+}
+
+TEST_F(UpdateWindowTest, TheKeyboardReachesEverythingFromTheNotesOn) {
+    driver_.showUpdate(newer, Showing::InFocus);
+    processEvents();
+    UpdateWindow* window = driver_.window();
+    ASSERT_EQ(window->focusWidget(), find<QWidget>("notes"));
     std::vector<std::string> reached;
     for (int step = 0; step < 4; ++step) {
         QTest::keyClick(window->focusWidget(), Qt::Key_Tab);
         reached.push_back(window->focusWidget()->objectName().toStdString());
     }
-    EXPECT_THAT(reached, ElementsAre("notes", "skip", "later", "install"));
+    EXPECT_THAT(reached, ElementsAre("skip", "later", "install", "notes"));
     driver_.showDownload(0, 1);
     EXPECT_EQ(window->focusWidget(), button("cancel"));
 }
