@@ -4,7 +4,6 @@
 #include "OrvelAgent/LogListModel.h"
 #include "OrvelAgent/Theme.h"
 
-#include <QApplication>
 #include <QEvent>
 #include <QFontMetrics>
 #include <QPlainTextDocumentLayout>
@@ -32,9 +31,9 @@ public:
     }
 };
 
-QTextCharFormat formatOf(Theme::Role role) {
+QTextCharFormat formatOf(Theme::Role role, const QPalette& palette) {
     QTextCharFormat format;
-    format.setForeground(Theme::color(role, QApplication::palette()));
+    format.setForeground(Theme::colorOnBase(role, palette));
     return format;
 }
 
@@ -84,9 +83,9 @@ void LogView::insertRows(int first, int last) {
         // The row at the top has moved down.
         place_ = model_.index(last + 1).data(LogListModel::NumberRole).toULongLong();
     }
-    const QTextCharFormat secondary = formatOf(Theme::Role::Secondary);
-    const QTextCharFormat primary = formatOf(Theme::Role::Primary);
-    const QTextCharFormat red = formatOf(Theme::Role::Red);
+    const QTextCharFormat secondary = formatOf(Theme::Role::Secondary, palette());
+    const QTextCharFormat primary = formatOf(Theme::Role::Primary, palette());
+    const QTextCharFormat red = formatOf(Theme::Role::Red, palette());
     const bool isAppending = last + 1 == model_.rowCount();
     QTextCursor cursor(document());
     cursor.beginEditBlock();

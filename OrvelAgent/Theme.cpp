@@ -137,6 +137,13 @@ QColor color(Role role, const QPalette& palette) {
     return text(palette);
 }
 
+QColor colorOnBase(Role role, const QPalette& palette) {
+    QPalette ofList = palette;
+    ofList.setColor(QPalette::Window, palette.color(QPalette::Active, QPalette::Base));
+    ofList.setColor(QPalette::WindowText, palette.color(QPalette::Active, QPalette::Text));
+    return color(role, ofList);
+}
+
 QColor color(Surface surface, const QPalette& palette) {
     if (isHighContrast(palette)) {
         return window(palette);

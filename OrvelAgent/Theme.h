@@ -42,6 +42,9 @@ enum class Role { Primary, Secondary, Red, Orange, Green, Blue };
 /// with a contrast of 4.5 to 1, or of 7 to 1 when the palette is one of high contrast.
 [[nodiscard]] QColor color(Role role, const QPalette& palette);
 
+/// The same for the text of a list or an editor, which lies on the base colour.
+[[nodiscard]] QColor colorOnBase(Role role, const QPalette& palette);
+
 enum class Surface { Card, Banner };
 
 /// What lies under a block that stands out from the window.

@@ -4,6 +4,7 @@
 #include "OrvelAgent/LogListModel.h"
 #include "OrvelAgent/Theme.h"
 #include "tests/OrvelAgent/ui/LogFixture.h"
+#include "tests/support/Palettes.h"
 
 #include <QAccessible>
 #include <QApplication>
@@ -112,11 +113,24 @@ TEST_F(LogViewTest, ProblemsAreRedAndTimesAreSecondary) {
     log("fine");
     refresh();
     const QPalette palette = QApplication::palette();
-    EXPECT_EQ(colorOf(0, 0), Theme::color(Theme::Role::Secondary, palette));
-    EXPECT_EQ(colorOf(0, 2), Theme::color(Theme::Role::Primary, palette));
-    EXPECT_EQ(colorOf(1, 0), Theme::color(Theme::Role::Secondary, palette));
-    EXPECT_EQ(colorOf(1, 1), Theme::color(Theme::Role::Primary, palette));
-    EXPECT_EQ(colorOf(1, 2), Theme::color(Theme::Role::Red, palette));
+    EXPECT_EQ(colorOf(0, 0), Theme::colorOnBase(Theme::Role::Secondary, palette));
+    EXPECT_EQ(colorOf(0, 2), Theme::colorOnBase(Theme::Role::Primary, palette));
+    EXPECT_EQ(colorOf(1, 0), Theme::colorOnBase(Theme::Role::Secondary, palette));
+    EXPECT_EQ(colorOf(1, 1), Theme::colorOnBase(Theme::Role::Primary, palette));
+    EXPECT_EQ(colorOf(1, 2), Theme::colorOnBase(Theme::Role::Red, palette));
+}
+
+TEST_F(LogViewTest, CanBeReadOnItsOwnGround) {
+    log("bad", LogLevel::Error);
+    refresh();
+    // A light list in a dark window.
+    QPalette mixed = palette(Palette::Dark);
+    mixed.setColor(QPalette::Base, Qt::white);
+    mixed.setColor(QPalette::Text, Qt::black);
+    view_.setPalette(mixed);
+    for (const int column : {0, 1, 2}) {
+        EXPECT_GE(Theme::contrast(colorOf(0, column), Qt::white), 4.5) << column;
+    }
 }
 
 TEST_F(LogViewTest, IsMonospacedInColumns) {
@@ -266,10 +280,11 @@ TEST_F(LogViewTest, FollowsThePalette) {
     log("bad", LogLevel::Error);
     refresh();
     const QPalette before = QApplication::palette();
-    QPalette dark(QColor(0x20, 0x20, 0x20));
+    const QPalette dark = palette(Palette::Dark);
     QApplication::setPalette(dark);
     processEvents();
-    EXPECT_EQ(colorOf(0, 2), Theme::color(Theme::Role::Red, dark));
+    EXPECT_EQ(colorOf(0, 2), Theme::colorOnBase(Theme::Role::Red, dark));
+    EXPECT_NE(colorOf(0, 2), Theme::colorOnBase(Theme::Role::Red, before));
     QApplication::setPalette(before);
     processEvents();
 }

@@ -61,6 +61,17 @@ TEST_P(ThemePaletteTest, OnlyHighContrastDrawsItsLinesLikeText) {
     }
 }
 
+TEST_P(ThemePaletteTest, EveryTextCanBeReadInAList) {
+    const QPalette palette = test::palette(GetParam());
+    for (const Theme::Role role : roles) {
+        const QColor color = Theme::colorOnBase(role, palette);
+        EXPECT_GE(
+            Theme::contrast(color, palette.color(QPalette::Base)),
+            isHighContrast(GetParam()) ? 7 : 4.5)
+            << "role " << int(role);
+    }
+}
+
 TEST_P(ThemePaletteTest, SecondaryTextIsFainterThanPrimary) {
     const QPalette palette = test::palette(GetParam());
     EXPECT_LT(
