@@ -35,7 +35,7 @@ LogWindow::LogWindow(
     : QWidget(parent),
       clock_(clock),
       reader_(store, clock, std::move(subsystems)),
-      model_(new LogListModel(reader_, this)),
+      model_(std::make_unique<LogListModel>(reader_)),
       problemsOnly_(new QCheckBox(tr("&Problems only"))),
       indicator_(new StreamingIndicator),
       copyAll_(new PushButton),
@@ -78,7 +78,10 @@ LogWindow::LogWindow(
     updateContent();
 }
 
-LogWindow::~LogWindow() = default;
+LogWindow::~LogWindow() {
+    // Before the model, which goes before the reader.
+    delete list_;
+}
 
 void LogWindow::showEvent(QShowEvent* event) {
     QWidget::showEvent(event);

@@ -47,7 +47,7 @@ private:
 
     Clock& clock_;
     LogReader reader_;
-    LogListModel* model_;
+    const std::unique_ptr<LogListModel> model_;
     QCheckBox* problemsOnly_;
     StreamingIndicator* indicator_;
     QPushButton* copyAll_;

@@ -190,6 +190,17 @@ TEST_F(LogWindowTest, MayBeDestroyedAtAnyMoment) {
     clock_.advance(tavrin::Seconds(10));
 }
 
+TEST_F(LogWindowTest, ItsListGoesBeforeWhatItLists) {
+    log("one");
+    show();
+    bool isWindowWhole = false;
+    QObject::connect(list(), &QObject::destroyed, list()->window(), [&, window = list()->window()] {
+        isWindowWhole = qobject_cast<LogWindow*>(window) != nullptr;
+    });
+    window_.reset();
+    EXPECT_TRUE(isWindowWhole);
+}
+
 TEST_F(LogWindowTest, TheKeyboardGoesThroughItInOrder) {
     log("one");
     show();
