@@ -35,6 +35,7 @@ QSize Spinner::sizeHint() const {
 }
 
 void Spinner::showEvent(QShowEvent* event) {
+    window()->installEventFilter(this);
     updateTurning();
     QWidget::showEvent(event);
 }
@@ -45,12 +46,19 @@ void Spinner::hideEvent(QHideEvent* event) {
 }
 
 void Spinner::updateTurning() {
-    if (!isVisible() || workspace_.shouldReduceMotion()) {
+    if (!isVisible() || window()->isMinimized() || workspace_.shouldReduceMotion()) {
         timer_.stop();
     } else if (!timer_.isActive()) {
         timer_.start(int(beat.count()), this);
     }
     update();
+}
+
+bool Spinner::eventFilter(QObject* watched, QEvent* event) {
+    if (event->type() == QEvent::WindowStateChange) {
+        updateTurning();
+    }
+    return QWidget::eventFilter(watched, event);
 }
 
 void Spinner::timerEvent(QTimerEvent* event) {

@@ -10,8 +10,8 @@
 
 namespace orvel {
 
-/// Shows that something is under way. It turns while it is visible, and costs nothing while it is
-/// not; where nothing may move, it stands still.
+/// Shows that something is under way. It turns while it can be seen, and costs nothing while it is
+/// hidden or its window minimised; where nothing may move, it stands still.
 class Spinner final : public QWidget {
     Q_OBJECT
 
@@ -28,6 +28,7 @@ protected:
     void showEvent(QShowEvent* event) override;
     void hideEvent(QHideEvent* event) override;
     void timerEvent(QTimerEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
     void paintEvent(QPaintEvent* event) override;
 
 private:

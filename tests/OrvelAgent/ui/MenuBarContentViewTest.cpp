@@ -243,6 +243,17 @@ TEST_F(MenuBarContentViewTest, TheSpinnerTurnsOnlyWhileItScansAndIsSeen) {
     EXPECT_FALSE(spinner->isTurning());
 }
 
+TEST_F(MenuBarContentViewTest, TheSpinnerDoesNotTurnInAMinimisedWindow) {
+    show(AgentState::Scanning);
+    auto* spinner = find<Spinner>({"spinner"});
+    panel_->showMinimized();
+    EXPECT_FALSE(spinner->isTurning());
+    agent_->with.workspace.setReducesMotion(false);
+    EXPECT_FALSE(spinner->isTurning());
+    panel_->showNormal();
+    EXPECT_TRUE(spinner->isTurning());
+}
+
 TEST_F(MenuBarContentViewTest, TheSpinnerStandsStillWhereNothingMayMove) {
     show(AgentState::Scanning);
     auto* spinner = find<Spinner>({"spinner"});
