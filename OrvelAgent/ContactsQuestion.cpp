@@ -43,7 +43,7 @@ ContactsQuestion::ContactsQuestion(const QString& displayName, Answer answer, QW
     auto* allow = new PushButton(tr("Allow"));
     allow->setObjectName(QStringLiteral("allow"));
     connect(allow, &QPushButton::clicked, this, &QDialog::accept);
-    auto* refuse = new PushButton(tr("Don't Allow"));
+    auto* refuse = new PushButton(tr("Don’t Allow"));
     refuse->setObjectName(QStringLiteral("dontAllow"));
     connect(refuse, &QPushButton::clicked, this, &QDialog::reject);
     connect(
@@ -68,8 +68,7 @@ ContactsQuestion::ContactsQuestion(const QString& displayName, Answer answer, QW
     layout->addLayout(column, 1);
     // Whoever types on while the window opens allows nothing.
     refuse->setFocus();
-    setFixedWidth(sizeHint().width());
-    setFixedHeight(heightForWidth(width()));
+    layout->setSizeConstraint(QLayout::SetFixedSize);
 }
 
 void ContactsQuestion::ask() {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/LogWindow.h"
 
+#include "OrvelAgent/CheckBox.h"
 #include "OrvelAgent/Divider.h"
 #include "OrvelAgent/LogListModel.h"
 #include "OrvelAgent/LogView.h"
@@ -11,7 +12,6 @@
 #include "OrvelAgent/Theme.h"
 
 #include <QApplication>
-#include <QCheckBox>
 #include <QClipboard>
 #include <QEvent>
 #include <QHBoxLayout>
@@ -36,7 +36,7 @@ LogWindow::LogWindow(
       clock_(clock),
       reader_(store, clock, std::move(subsystems)),
       model_(std::make_unique<LogListModel>(reader_)),
-      problemsOnly_(new QCheckBox(tr("&Problems only"))),
+      problemsOnly_(new CheckBox(tr("&Problems only"))),
       indicator_(new StreamingIndicator),
       copyAll_(new PushButton),
       content_(new QStackedWidget),

@@ -2,6 +2,7 @@
 #include "OrvelAgent/SettingsView.h"
 
 #include "OrvelAgent/AppModel.h"
+#include "OrvelAgent/CheckBox.h"
 #include "OrvelAgent/Divider.h"
 #include "OrvelAgent/Picker.h"
 #include "OrvelAgent/PushButton.h"
@@ -10,7 +11,6 @@
 #include "OrvelAgent/Symbol.h"
 #include "OrvelAgent/Theme.h"
 
-#include <QCheckBox>
 #include <QEvent>
 #include <QFormLayout>
 #include <QHBoxLayout>
@@ -78,8 +78,8 @@ SettingsView::SettingsView(AppModel& model, QWidget* parent)
     : QWidget(parent),
       model_(model),
       tabs_(new QTabWidget),
-      startAtLogin_(new QCheckBox(tr("&Start at login"))),
-      checksAutomatically_(new QCheckBox(tr("Check for updates &automatically"))),
+      startAtLogin_(new CheckBox(tr("&Start at login"))),
+      checksAutomatically_(new CheckBox(tr("Check for updates &automatically"))),
       checkForUpdates_(new PushButton),
       mode_(new Picker),
       scope_(new Picker),
@@ -113,6 +113,7 @@ QWidget* SettingsView::makeGeneralTab() {
     const auto value = [](const QString& text, const char* name) {
         auto* label = new SelectableLabel(Theme::TextStyle::Body, Theme::Role::Primary, text);
         label->setObjectName(QLatin1String(name));
+        label->setFocusPolicy(Qt::StrongFocus);
         return label;
     };
     const std::string version = bundle.infoString("CFBundleShortVersionString").value_or("0.0.0");

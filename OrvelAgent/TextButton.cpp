@@ -60,6 +60,7 @@ void TextButton::paintEvent(QPaintEvent* /*event*/) {
     painter.setPen(Theme::color(
         isEnabled() ? (isDown() ? Theme::Role::Primary : role_) : Theme::Role::Secondary,
         palette()));
+    painter.setLayoutDirection(text().isRightToLeft() ? Qt::RightToLeft : Qt::LeftToRight);
     painter.drawText(rect(), int(Qt::AlignCenter) | int(Qt::TextShowMnemonic), text());
     QStyleOptionFocusRect focus;
     focus.initFrom(this);

@@ -102,7 +102,8 @@ void TextLabel::paintEvent(QPaintEvent* /*event*/) {
     if (overflow_ == Overflow::Elide) {
         const QString shown = fontMetrics().elidedText(text(), Qt::ElideRight, width());
         const auto alignment = QStyle::visualAlignment(layoutDirection(), Qt::AlignLeft);
-        painter.drawText(rect(), int(alignment | Qt::AlignVCenter), shown);
+        painter.setLayoutDirection(text().isRightToLeft() ? Qt::RightToLeft : Qt::LeftToRight);
+        painter.drawText(rect(), int(alignment | Qt::AlignAbsolute | Qt::AlignVCenter), shown);
         return;
     }
     QTextLayout layout(inLines(text()), font());

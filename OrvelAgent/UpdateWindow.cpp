@@ -101,8 +101,7 @@ void UpdateWindow::setPage(const Page& page, bool reducesMotion) {
         for (QPushButton* button : buttons_) {
             button->setDefault(false);
         }
-        QWidget* const reading = page.notes.isEmpty() ? static_cast<QWidget*>(title_) : notes_;
-        reading->setFocus();
+        setFocus();
     } else if (usualAnswer_ != nullptr && !usualAnswer_->isDefault()) {
         focusUsualAnswer();
     }

@@ -88,6 +88,7 @@ void SampleAgent::prepare(AgentState state) {
     if (hasDatabase) {
         makeDatabase(state == AgentState::NothingScanned ? 0 : sampleMessages);
     }
+    with.bundle.setInfo("CFBundleVersion", "57");
     std::string account = "sample-1@orvel.example";
     if (state == AgentState::LongTexts) {
         account = fmt::format("sample-{:0>60}@orvel.example", 1);

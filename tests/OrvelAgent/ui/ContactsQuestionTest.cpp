@@ -120,7 +120,7 @@ TEST_F(ContactsQuestionTest, ItsButtonsHaveNames) {
         const auto* accessible = QAccessible::queryAccessibleInterface(button(name));
         EXPECT_NE(accessible->text(QAccessible::Name), QString());
     }
-    EXPECT_EQ(button("dontAllow")->text(), QStringLiteral("Don't Allow"));
+    EXPECT_EQ(button("dontAllow")->text(), QStringLiteral("Don’t Allow"));
 }
 
 class ContactsQuestionLookTest : public testing::TestWithParam<test::Look> {};
@@ -132,6 +132,21 @@ TEST_P(ContactsQuestionLookTest, NothingIsCutAndNothingOverlaps) {
     question.show();
     processEvents();
     EXPECT_THAT(test::layoutFaults(question), IsEmpty());
+}
+
+TEST_P(ContactsQuestionLookTest, GrowsAndShrinksWithTheText) {
+    ContactsQuestion question(QStringLiteral("Orvel Agent"), {});
+    question.setAttribute(Qt::WA_DeleteOnClose, false);
+    question.show();
+    processEvents();
+    const QSize before = question.size();
+    {
+        const test::DesktopLook look(GetParam());
+        processEvents();
+        EXPECT_THAT(test::layoutFaults(question), IsEmpty());
+    }
+    processEvents();
+    EXPECT_EQ(question.size(), before);
 }
 
 INSTANTIATE_TEST_SUITE_P(

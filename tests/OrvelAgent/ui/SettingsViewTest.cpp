@@ -10,7 +10,9 @@
 #include "tests/support/WidgetLayout.h"
 
 #include <QAccessible>
+#include <QApplication>
 #include <QCheckBox>
+#include <QClipboard>
 #include <QComboBox>
 #include <QLabel>
 #include <QPushButton>
@@ -369,7 +371,12 @@ TEST_F(SettingsViewTest, TheKeyboardGoesThroughEachTabInOrder) {
     view_->activateWindow();
     box("startAtLogin")->setFocus();
     for (const char* name :
-         {"activityLog", "versionHistory", "checksAutomatically", "checkForUpdates"}) {
+         {"version",
+          "build",
+          "activityLog",
+          "versionHistory",
+          "checksAutomatically",
+          "checkForUpdates"}) {
         QTest::keyClick(view_.get(), Qt::Key_Tab);
         EXPECT_EQ(view_->focusWidget()->objectName(), QLatin1String(name));
     }
@@ -379,6 +386,15 @@ TEST_F(SettingsViewTest, TheKeyboardGoesThroughEachTabInOrder) {
         QTest::keyClick(view_.get(), Qt::Key_Tab);
         EXPECT_EQ(view_->focusWidget()->objectName(), QLatin1String(name));
     }
+}
+
+TEST_F(SettingsViewTest, TheKeyboardSelectsAndCopiesTheBuild) {
+    open();
+    auto* build = find<QLabel>("build");
+    build->setFocus();
+    QTest::keyClick(build, Qt::Key_A, Qt::ControlModifier);
+    QTest::keyClick(build, Qt::Key_C, Qt::ControlModifier);
+    EXPECT_EQ(QApplication::clipboard()->text().toStdString(), text("build"));
 }
 
 TEST_F(SettingsViewTest, AScreenReaderHearsEveryControlByItsName) {

@@ -441,17 +441,16 @@ TEST_F(UpdateWindowTest, ItsHeightIsTheUsersWhileItIsOpen) {
     EXPECT_LT(window->height(), fitted);
 }
 
-TEST_F(UpdateWindowTest, TheKeyboardReachesEverythingFromTheNotesOn) {
+TEST_F(UpdateWindowTest, TheKeyboardReachesTheNotesAndThenTheAnswers) {
     driver_.showUpdate(newer, Showing::InFocus);
     processEvents();
     UpdateWindow* window = driver_.window();
-    ASSERT_EQ(window->focusWidget(), find<QWidget>("notes"));
     std::vector<std::string> reached;
     for (int step = 0; step < 4; ++step) {
         QTest::keyClick(window->focusWidget(), Qt::Key_Tab);
         reached.push_back(window->focusWidget()->objectName().toStdString());
     }
-    EXPECT_THAT(reached, ElementsAre("skip", "later", "install", "notes"));
+    EXPECT_THAT(reached, ElementsAre("notes", "skip", "later", "install"));
     driver_.showDownload(0, 1);
     EXPECT_EQ(window->focusWidget(), button("cancel"));
 }
