@@ -8,6 +8,7 @@
 #include "OrvelAgent/FullDiskAccessPrompt.h"
 #include "OrvelAgent/NoAccountPrompt.h"
 #include "OrvelAgent/PushButton.h"
+#include "OrvelAgent/SelectableText.h"
 #include "OrvelAgent/Spinner.h"
 #include "OrvelAgent/TextButton.h"
 #include "OrvelAgent/TextLabel.h"
@@ -17,6 +18,7 @@
 #include <QEvent>
 #include <QHBoxLayout>
 #include <QPainter>
+#include <QRegion>
 #include <QScreen>
 #include <QScrollBar>
 #include <QShowEvent>
@@ -108,8 +110,9 @@ QWidget* MenuBarContentView::makeActivity() {
     noScans_->setText(tr("No scans yet."));
     messageCount_ = new TextLabel(Theme::TextStyle::Callout);
     messageCount_->setObjectName(QStringLiteral("messageCount"));
-    scanError_ = new TextLabel(Theme::TextStyle::Caption, Theme::Role::Red);
+    scanError_ = new SelectableText(Theme::TextStyle::Caption, Theme::Role::Red);
     scanError_->setObjectName(QStringLiteral("scanError"));
+    scanError_->setAccessibleName(tr("Error of the last scan"));
     layout->addWidget(noScans_);
     layout->addWidget(messageCount_);
     layout->addWidget(scanError_);
@@ -120,8 +123,9 @@ QWidget* MenuBarContentView::makeAccount() {
     auto* block = new QWidget;
     auto* layout = makeColumn(block, Theme::controlSpacing);
 
-    signInError_ = new TextLabel(Theme::TextStyle::Caption, Theme::Role::Red);
+    signInError_ = new SelectableText(Theme::TextStyle::Caption, Theme::Role::Red);
     signInError_->setObjectName(QStringLiteral("signInError"));
+    signInError_->setAccessibleName(tr("Error of the last sign-in"));
     layout->addWidget(signInError_);
 
     signedOutRow_ = new QWidget;
@@ -242,7 +246,7 @@ QSize MenuBarContentView::sizeHint() const {
 
 void MenuBarContentView::fitToContent() {
     const bool isFrameless = isWindow() && windowFlags().testFlag(Qt::FramelessWindowHint);
-    setFrameShape(isFrameless ? QFrame::Box : QFrame::NoFrame);
+    setFrameStyle(isFrameless ? QFrame::Box | QFrame::Plain : QFrame::NoFrame);
     QSize size = sizeHint();
     const int available = screen()->availableGeometry().height();
     const bool scrolls = size.height() > available;
@@ -259,8 +263,10 @@ bool MenuBarContentView::event(QEvent* event) {
     const bool isHandled = QScrollArea::event(event);
     if (event->type() == QEvent::Paint && frameShape() != QFrame::NoFrame) {
         QPainter painter(this);
-        painter.setPen(Theme::borderColor(Theme::Surface::Card, palette()));
-        painter.drawRect(rect().adjusted(0, 0, -1, -1));
+        const int width = frameWidth();
+        for (const QRect& side : QRegion(rect()) - rect().adjusted(width, width, -width, -width)) {
+            painter.fillRect(side, Theme::borderColor(Theme::Surface::Card, palette()));
+        }
     }
     return isHandled;
 }
@@ -275,6 +281,10 @@ bool MenuBarContentView::eventFilter(QObject* watched, QEvent* event) {
 void MenuBarContentView::showEvent(QShowEvent* event) {
     fitToContent();
     QScrollArea::showEvent(event);
+    if (focusWidget() == nullptr) {
+        // No key that is pressed while it opens is meant for one of its buttons.
+        setFocus();
+    }
     if (!event->spontaneous()) {
         static_cast<void>(model_.refreshPermissions());
     }

@@ -12,6 +12,7 @@ class BlockedBanner;
 class ContactsPrompt;
 class FullDiskAccessPrompt;
 class NoAccountPrompt;
+class SelectableText;
 class Spinner;
 class TextButton;
 class TextLabel;
@@ -59,9 +60,9 @@ private:
 
     TextLabel* noScans_ = nullptr;
     TextLabel* messageCount_ = nullptr;
-    TextLabel* scanError_ = nullptr;
+    SelectableText* scanError_ = nullptr;
 
-    TextLabel* signInError_ = nullptr;
+    SelectableText* signInError_ = nullptr;
     QWidget* signedOutRow_ = nullptr;
     QPushButton* signIn_ = nullptr;
     TextButton* cancelSignIn_ = nullptr;

@@ -6,6 +6,7 @@
 #include <QComboBox>
 #include <QLabel>
 #include <QPushButton>
+#include <QTextEdit>
 #include <QWidget>
 
 #include <string>
@@ -28,6 +29,9 @@ inline bool hasRoom(const QWidget& widget) {
         label != nullptr && label->hasHeightForWidth()) {
         return widget.height() >= widget.heightForWidth(widget.width()) &&
                widget.width() >= widget.minimumSizeHint().width();
+    }
+    if (qobject_cast<const QTextEdit*>(&widget) != nullptr) {
+        return widget.height() >= widget.heightForWidth(widget.width());
     }
     // A label that elides its text needs less than the whole of it.
     const QSize needed = qobject_cast<const QLabel*>(&widget) != nullptr ? widget.minimumSizeHint()
@@ -54,7 +58,8 @@ inline std::vector<std::string> layoutFaults(const QWidget& window) {
     for (const QWidget* widget : window.findChildren<QWidget*>()) {
         const bool isText = qobject_cast<const QLabel*>(widget) != nullptr ||
                             qobject_cast<const QAbstractButton*>(widget) != nullptr ||
-                            qobject_cast<const QComboBox*>(widget) != nullptr;
+                            qobject_cast<const QComboBox*>(widget) != nullptr ||
+                            qobject_cast<const QTextEdit*>(widget) != nullptr;
         if (!isText || !widget->isVisible()) {
             continue;
         }

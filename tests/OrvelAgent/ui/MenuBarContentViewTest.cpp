@@ -13,6 +13,7 @@
 
 #include <QAccessible>
 #include <QApplication>
+#include <QClipboard>
 #include <QEnterEvent>
 #include <QFont>
 #include <QImage>
@@ -21,6 +22,8 @@
 #include <QScreen>
 #include <QScrollBar>
 #include <QSignalSpy>
+#include <QTest>
+#include <QTextEdit>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -73,7 +76,10 @@ TEST_P(PanelLayoutTest, EveryControlHasANameAndTheBottomRowComesLast) {
         ASSERT_NE(widget, nullptr) << control;
         const auto* accessible = QAccessible::queryAccessibleInterface(widget);
         EXPECT_NE(accessible->text(QAccessible::Name), QString()) << control;
-        EXPECT_EQ(accessible->role(), QAccessible::Button) << control;
+        const bool isText = widget->inherits("QTextEdit");
+        EXPECT_EQ(accessible->role(), isText ? QAccessible::EditableText : QAccessible::Button)
+            << control;
+        EXPECT_EQ(accessible->state().readOnly, isText) << control;
     }
     ASSERT_GE(order.size(), 3U);
     EXPECT_THAT(
@@ -113,6 +119,9 @@ protected:
         QWidget* widget = find(path);
         if (auto* button = dynamic_cast<QPushButton*>(widget)) {
             return button->text().toStdString();
+        }
+        if (auto* selectable = dynamic_cast<QTextEdit*>(widget)) {
+            return selectable->toPlainText().toStdString();
         }
         return dynamic_cast<QLabel*>(widget)->text().toStdString();
     }
@@ -179,12 +188,33 @@ TEST_F(MenuBarContentViewTest, WithoutAFrameItHasAnEdgeWithinItsWidth) {
     panel_->show();
     processEvents();
     EXPECT_EQ(panel_->width(), 340);
+    EXPECT_EQ(panel_->frameWidth(), 1);
     EXPECT_THAT(test::layoutFaults(*panel_), IsEmpty());
-    const QImage image = panel_->grab().toImage();
     const QColor edge = Theme::borderColor(Theme::Surface::Card, panel_->palette());
-    EXPECT_EQ(image.pixelColor(0, image.height() / 2), edge);
-    EXPECT_EQ(image.pixelColor(image.width() - 1, image.height() - 1), edge);
-    EXPECT_NE(image.pixelColor(1, 1), edge);
+    for (const int ratio : {1, 2}) {
+        QImage image(panel_->size() * ratio, QImage::Format_RGB32);
+        image.setDevicePixelRatio(ratio);
+        panel_->render(&image);
+        const QPoint last(image.width() - 1, image.height() - 1);
+        for (int inward = 0; inward < ratio; ++inward) {
+            EXPECT_EQ(image.pixelColor(inward, last.y() / 2), edge);
+            EXPECT_EQ(image.pixelColor(last.x() / 2, inward), edge);
+            EXPECT_EQ(image.pixelColor(last.x() - inward, last.y() / 2), edge);
+            EXPECT_EQ(image.pixelColor(last.x() / 2, last.y() - inward), edge);
+        }
+        EXPECT_NE(image.pixelColor(ratio, ratio), edge);
+        EXPECT_NE(image.pixelColor(last.x() - ratio, last.y() - ratio), edge);
+    }
+}
+
+TEST_F(MenuBarContentViewTest, AKeyThatIsPressedWhileItOpensDoesNothing) {
+    show(AgentState::NothingWrong);
+    panel_->activateWindow();
+    ASSERT_TRUE(waitUntil([this] { return panel_->isActiveWindow(); }));
+    QTest::keyClick(panel_->focusWidget(), Qt::Key_Space);
+    EXPECT_TRUE(agent_->model().auth().isSignedIn());
+    QTest::keyClick(panel_->focusWidget(), Qt::Key_Tab);
+    EXPECT_EQ(panel_->focusWidget(), find({"signOut"}));
 }
 
 TEST_F(MenuBarContentViewTest, ContentHigherThanTheScreenIsScrolled) {
@@ -224,6 +254,18 @@ TEST_F(MenuBarContentViewTest, OneMessageIsCountedInThePlural) {
 TEST_F(MenuBarContentViewTest, TheErrorOfTheLastScanIsShown) {
     show(AgentState::ScanFailed);
     EXPECT_TRUE(isShown({"scanError"}));
+    EXPECT_EQ(text({"scanError"}), "The service is being updated.");
+}
+
+TEST_F(MenuBarContentViewTest, TheErrorOfTheLastScanCanBeCopiedWhileThePanelIsUpdated) {
+    show(AgentState::ScanFailed);
+    auto* error = find<QTextEdit>({"scanError"});
+    EXPECT_THAT(test::tabOrder(*panel_), testing::Contains("scanError"));
+    QTest::keyClick(error, Qt::Key_A, Qt::ControlModifier);
+    Q_EMIT agent_->model().changed();
+    QTest::keyClick(error, Qt::Key_C, Qt::ControlModifier);
+    EXPECT_EQ(QApplication::clipboard()->text(), QStringLiteral("The service is being updated."));
+    QTest::keyClicks(error, QStringLiteral("x"));
     EXPECT_EQ(text({"scanError"}), "The service is being updated.");
 }
 
