@@ -7,9 +7,9 @@
 #include "OrvelAgent/PanelPlacement.h"
 #include "OrvelAgent/StatusIconLabel.h"
 
+#include <QApplication>
 #include <QCursor>
 #include <QEvent>
-#include <QGuiApplication>
 #include <QKeySequence>
 #include <QMenu>
 #include <QScreen>
@@ -79,6 +79,7 @@ void MenuBarExtra::noTrayInTime() {
 void MenuBarExtra::makeIcon() {
     menu_ = std::make_unique<QMenu>();
     menu_->setObjectName(QStringLiteral("tray-menu"));
+    menu_->setAccessibleName(QString::fromStdString(model_.configuration().displayName()));
     // For its changes of palette, which are the application's.
     menu_->installEventFilter(this);
     connect(
@@ -102,6 +103,7 @@ void MenuBarExtra::makeIcon() {
     connect(icon_.get(), &QSystemTrayIcon::activated, this, &MenuBarExtra::activated);
     updateIcon();
     icon_->show();
+    nameIcon();
 }
 
 void MenuBarExtra::updateIcon() {
@@ -122,6 +124,19 @@ void MenuBarExtra::updateIcon() {
     const QString label = QString::fromStdString(model_.statusAccessibilityLabel());
     if (icon_->toolTip() != label) {
         icon_->setToolTip(label);
+        nameIcon();
+    }
+}
+
+void MenuBarExtra::nameIcon() {
+    model_.platform().workspace->setTrayTitle(icon_->toolTip().toStdString());
+    // In a tray that takes windows the icon is one of Qt's, which trays keep their settings for by
+    // its title: that stays.
+    for (QWidget* window : QApplication::topLevelWidgets()) {
+        if (window->inherits("QSystemTrayIconSys")) {
+            window->setWindowTitle(
+                tr("%1 status").arg(QString::fromStdString(model_.configuration().displayName())));
+        }
     }
 }
 

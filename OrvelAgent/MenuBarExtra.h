@@ -65,6 +65,8 @@ private:
     void makeIcon();
     void activated(QSystemTrayIcon::ActivationReason reason);
     void updateIcon();
+    /// For screen readers.
+    void nameIcon();
     void openPanel(std::optional<QPoint> click);
     void placePanel();
     [[nodiscard]] bool mustStayReachable() const;

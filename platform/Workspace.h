@@ -88,6 +88,10 @@ public:
     /// has a menu opens it at every click.
     [[nodiscard]] virtual bool isTrayMenuBar() const = 0;
 
+    /// What the tray tells screen readers of the icon that is in it, where the toolkit that shows
+    /// the icon does not care for that.
+    virtual void setTrayTitle(const std::string& title) = 0;
+
     [[nodiscard]] virtual ActivationPolicy activationPolicy() const = 0;
     virtual void setActivationPolicy(ActivationPolicy policy) = 0;
 

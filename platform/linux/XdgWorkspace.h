@@ -10,6 +10,7 @@
 #include "platform/linux/MotionPreference.h"
 #include "platform/linux/ProgramLauncher.h"
 #include "platform/linux/TrayHost.h"
+#include "platform/linux/TrayItem.h"
 
 #include <filesystem>
 #include <functional>
@@ -58,6 +59,7 @@ public:
     [[nodiscard]] std::unique_ptr<Subscription>
     onTrayChange(std::function<void()> changed) override;
     [[nodiscard]] bool isTrayMenuBar() const override { return false; }
+    void setTrayTitle(const std::string& title) override { trayItem_.setTitle(title); }
     [[nodiscard]] ActivationPolicy activationPolicy() const override { return policy_; }
     void setActivationPolicy(ActivationPolicy policy) override { policy_ = policy; }
     /// Does nothing: on these desktops it is windows that ask to come to the front, when they are
@@ -86,6 +88,7 @@ private:
     InstanceLock lock_;
     ProgramLauncher launcher_;
     FileManager fileManager_;
+    TrayItem trayItem_;
     /// Made when first asked for: not every program wants to know.
     mutable std::unique_ptr<MotionPreference> motion_;
     mutable std::unique_ptr<TrayHost> tray_;

@@ -44,6 +44,8 @@ public:
     [[nodiscard]] std::unique_ptr<Subscription>
     onTrayChange(std::function<void()> changed) override;
     [[nodiscard]] bool isTrayMenuBar() const override { return true; }
+    /// Does nothing: the menu bar has what the toolkit gives it.
+    void setTrayTitle(const std::string& /*title*/) override {}
     [[nodiscard]] ActivationPolicy activationPolicy() const override;
     void setActivationPolicy(ActivationPolicy policy) override;
     void activate() override;

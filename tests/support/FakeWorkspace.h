@@ -30,6 +30,7 @@ public:
     std::vector<std::int64_t> activatedCopies;
 
     bool isMenuBar = false;
+    std::string trayTitle;
     bool hasDebugger = false;
     ActivationPolicy policy = ActivationPolicy::Accessory;
     /// Every policy that was set.
@@ -81,6 +82,8 @@ public:
     }
 
     [[nodiscard]] bool isTrayMenuBar() const override { return isMenuBar; }
+
+    void setTrayTitle(const std::string& title) override { trayTitle = title; }
 
     [[nodiscard]] ActivationPolicy activationPolicy() const override { return policy; }
 

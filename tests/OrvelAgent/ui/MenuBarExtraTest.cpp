@@ -10,6 +10,7 @@
 #include "tests/support/TrayOfNoPlatform.h"
 #include "tests/support/WaitUntil.h"
 
+#include <QAccessible>
 #include <QApplication>
 #include <QMenu>
 #include <QTest>
@@ -104,6 +105,21 @@ TEST_F(MenuBarExtraTest, TheIconBearsTheStatusInWords) {
         extra_->trayIcon()->toolTip(), QStringLiteral("Orvel Agent: Sign in to start collecting."));
     with_.clock.advance(AppModel::alertBeat);
     EXPECT_EQ(extra_->trayIcon()->toolTip(), QStringLiteral("Orvel Agent"));
+}
+
+TEST_F(MenuBarExtraTest, TheTrayTellsScreenReadersTheStatus) {
+    begin();
+    EXPECT_EQ(with_.workspace.trayTitle, "Orvel Agent");
+    with_.clock.advance(AppModel::brandBeat);
+    EXPECT_EQ(with_.workspace.trayTitle, "Orvel Agent: Sign in to start collecting.");
+    // Each tray has an icon of its own.
+    with_.workspace.setHasTray(false);
+    with_.workspace.trayTitle.clear();
+    with_.workspace.setHasTray(true);
+    EXPECT_EQ(with_.workspace.trayTitle, "Orvel Agent: Sign in to start collecting.");
+    const auto* menu = QAccessible::queryAccessibleInterface(extra_->trayIcon()->contextMenu());
+    EXPECT_EQ(menu->text(QAccessible::Name), QStringLiteral("Orvel Agent"));
+    EXPECT_EQ(menu->role(), QAccessible::PopupMenu);
 }
 
 TEST_F(MenuBarExtraTest, TheIconFollowsTheStatus) {
