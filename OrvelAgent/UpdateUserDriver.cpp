@@ -62,6 +62,8 @@ void UpdateUserDriver::showUpdate(const SoftwareUpdate& update, SoftwareUpdater:
 }
 
 void UpdateUserDriver::showUpdateInFocus() {
+    // Whoever asks for it again has taken the closing back.
+    isDeclined_ = false;
     present();
     window_->focusUsualAnswer();
 }

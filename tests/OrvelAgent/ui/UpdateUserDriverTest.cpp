@@ -341,6 +341,30 @@ TEST_F(UpdateWindowTest, ARefusalBringsNoWindowBackThatTheUserHasClosed) {
     EXPECT_EQ(text("text"), "The update feed could not be loaded.");
 }
 
+TEST_F(UpdateWindowTest, WhatIsClosedAndAskedForAgainShowsItsRefusal) {
+    install();
+    driver_.showVerification();
+    driver_.window()->close();
+    driver_.showUpdateInFocus();
+    EXPECT_EQ(text("title"), "Verifying version 2.0 Spring…");
+    driver_.showRefusal("The signature of the update is not valid. It was not installed.");
+    EXPECT_TRUE(isShown());
+    EXPECT_EQ(text("text"), "The signature of the update is not valid. It was not installed.");
+    EXPECT_EQ(progress(), -2);
+    EXPECT_THAT(buttons(), ElementsAre("OK"));
+}
+
+TEST_F(UpdateWindowTest, WhatIsClosedAndAskedForAgainIsInstalledWhenItIsReady) {
+    install();
+    driver_.showVerification();
+    driver_.window()->close();
+    driver_.showUpdateInFocus();
+    driver_.showReadyToInstall(newer);
+    EXPECT_TRUE(isShown());
+    EXPECT_EQ(text("title"), "Installing version 2.0 Spring…");
+    EXPECT_THAT(updater_.choices, ElementsAre(Choice::Install, Choice::Install));
+}
+
 TEST_F(UpdateWindowTest, APackageIsShownInTheFileManagerWithWhatIsToBeDone) {
     install();
     driver_.revealPackage("/home/one/Downloads/agent.deb");
