@@ -38,7 +38,9 @@ SelectableText::SelectableText(Theme::TextStyle style, Theme::Role role, QWidget
 }
 
 void SelectableText::setText(const QString& text) {
-    if (toPlainText() != text) {
+    // Not with what the document makes of it, which differs in its spaces and ends of lines.
+    if (text_ != text) {
+        text_ = text;
         setPlainText(text);
         updateGeometry();
     }

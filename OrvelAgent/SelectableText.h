@@ -3,6 +3,7 @@
 
 #include "OrvelAgent/Theme.h"
 
+#include <QString>
 #include <QTextEdit>
 
 namespace orvel {
@@ -31,6 +32,7 @@ private:
 
     const Theme::TextStyle style_;
     const Theme::Role role_;
+    QString text_;
 };
 
 } // namespace orvel

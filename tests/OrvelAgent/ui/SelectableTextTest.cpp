@@ -48,6 +48,18 @@ TEST_F(SelectableTextTest, WhatIsSelectedStaysWhileTheTextIsTheSame) {
     EXPECT_EQ(text_.toPlainText(), QStringLiteral("two"));
 }
 
+TEST_F(SelectableTextTest, WhatTheDocumentWritesInItsOwnWayIsTheSameText) {
+    for (const QString& text :
+         {QStringLiteral("50\u00a0%"),
+          QStringLiteral("one\r\ntwo"),
+          QStringLiteral("one\u2028two")}) {
+        text_.setText(text);
+        text_.selectAll();
+        text_.setText(text);
+        EXPECT_TRUE(text_.textCursor().hasSelection()) << text.toStdString();
+    }
+}
+
 TEST_F(SelectableTextTest, FollowsTheDesktop) {
     text_.setText(QStringLiteral("one"));
     const int before = lineHeight();
