@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <vector>
 
 namespace orvel::Theme {
 
@@ -55,21 +56,32 @@ bool isHighContrast(const QPalette& palette) {
     return contrast(text(palette), window(palette)) >= contrastOfHighContrastPalettes;
 }
 
+double neededContrast(const QPalette& palette) {
+    return isHighContrast(palette) ? highContrast : readableContrast;
+}
+
+/// Text, and what it lies on.
+struct Setting {
+    QColor text;
+    /// The first is the one that it stands out from.
+    std::vector<QColor> grounds;
+    double neededContrast;
+};
+
 /// The colour, taken towards the text's as far as reading it asks for.
-QColor readable(const QColor& wanted, const QPalette& palette) {
+QColor readable(const QColor& wanted, const Setting& setting) {
     constexpr int steps = 20;
-    const double needed = isHighContrast(palette) ? highContrast : readableContrast;
     for (int step = 0; step < steps; ++step) {
-        const QColor candidate = mixed(wanted, text(palette), double(step) / steps);
-        const double least = std::min(
-            {contrast(candidate, window(palette)),
-             contrast(candidate, color(Surface::Card, palette)),
-             contrast(candidate, color(Surface::Banner, palette))});
-        if (least >= needed) {
+        const QColor candidate = mixed(wanted, setting.text, double(step) / steps);
+        const bool isReadable =
+            std::ranges::all_of(setting.grounds, [&candidate, &setting](const QColor& ground) {
+                return contrast(candidate, ground) >= setting.neededContrast;
+            });
+        if (isReadable) {
             return candidate;
         }
     }
-    return text(palette);
+    return setting.text;
 }
 
 /// Of the colour's light, as the eye weighs it; 0 to 1.
@@ -79,6 +91,26 @@ double luminance(const QColor& color) {
     };
     return 0.2126 * linear(color.redF()) + 0.7152 * linear(color.greenF()) +
            0.0722 * linear(color.blueF());
+}
+
+QColor colorIn(const Setting& setting, Role role) {
+    const QColor& ground = setting.grounds.front();
+    const bool dark = luminance(ground) < luminance(setting.text);
+    switch (role) {
+    case Role::Primary:
+        break;
+    case Role::Secondary:
+        return readable(mixed(setting.text, ground, 0.4), setting);
+    case Role::Red:
+        return readable(dark ? QColor(0xff, 0x7b, 0x72) : QColor(0xb4, 0x23, 0x18), setting);
+    case Role::Orange:
+        return readable(dark ? QColor(0xff, 0xb4, 0x54) : QColor(0xa0, 0x50, 0x00), setting);
+    case Role::Green:
+        return readable(dark ? QColor(0x6c, 0xd0, 0x8a) : QColor(0x1a, 0x7f, 0x37), setting);
+    case Role::Blue:
+        return readable(dark ? QColor(0x79, 0xb8, 0xff) : QColor(0x0b, 0x5c, 0xc4), setting);
+    }
+    return setting.text;
 }
 
 } // namespace
@@ -119,29 +151,20 @@ int symbolSize(TextStyle style) {
 }
 
 QColor color(Role role, const QPalette& palette) {
-    const bool dark = isDark(palette);
-    switch (role) {
-    case Role::Primary:
-        break;
-    case Role::Secondary:
-        return readable(mixed(text(palette), window(palette), 0.4), palette);
-    case Role::Red:
-        return readable(dark ? QColor(0xff, 0x7b, 0x72) : QColor(0xb4, 0x23, 0x18), palette);
-    case Role::Orange:
-        return readable(dark ? QColor(0xff, 0xb4, 0x54) : QColor(0xa0, 0x50, 0x00), palette);
-    case Role::Green:
-        return readable(dark ? QColor(0x6c, 0xd0, 0x8a) : QColor(0x1a, 0x7f, 0x37), palette);
-    case Role::Blue:
-        return readable(dark ? QColor(0x79, 0xb8, 0xff) : QColor(0x0b, 0x5c, 0xc4), palette);
-    }
-    return text(palette);
+    const Setting setting{
+        text(palette),
+        {window(palette), color(Surface::Card, palette), color(Surface::Banner, palette)},
+        neededContrast(palette)};
+    return colorIn(setting, role);
 }
 
 QColor colorOnBase(Role role, const QPalette& palette) {
-    QPalette ofList = palette;
-    ofList.setColor(QPalette::Window, palette.color(QPalette::Active, QPalette::Base));
-    ofList.setColor(QPalette::WindowText, palette.color(QPalette::Active, QPalette::Text));
-    return color(role, ofList);
+    // The windows tell a palette of high contrast: black on white is usual in a list.
+    const Setting setting{
+        palette.color(QPalette::Active, QPalette::Text),
+        {palette.color(QPalette::Active, QPalette::Base)},
+        neededContrast(palette)};
+    return colorIn(setting, role);
 }
 
 QColor color(Surface surface, const QPalette& palette) {

@@ -93,6 +93,28 @@ TEST_P(ThemePaletteTest, ColoursStayTellableFromEachOther) {
 INSTANTIATE_TEST_SUITE_P(
     Palettes, ThemePaletteTest, testing::ValuesIn(test::allPalettes), test::nameOfPalette);
 
+TEST(ThemeTest, BlackOnWhiteInTheListsOfAnOrdinaryPaletteIsNoHighContrast) {
+    const QPalette palette = test::palette(test::Palette::OfQt);
+    const QColor base = palette.color(QPalette::Base);
+    ASSERT_NEAR(Theme::contrast(palette.color(QPalette::Text), base), 21, 1e-9);
+    for (const Theme::Role role :
+         {Theme::Role::Red, Theme::Role::Orange, Theme::Role::Green, Theme::Role::Blue}) {
+        const QColor color = Theme::colorOnBase(role, palette);
+        EXPECT_GE(Theme::contrast(color, base), 4.5) << "role " << int(role);
+        EXPECT_LT(Theme::contrast(color, base), 7) << "role " << int(role);
+    }
+}
+
+TEST(ThemeTest, HighContrastHoldsAlsoInListsThatAreNotQuiteWhite) {
+    QPalette palette = test::palette(test::Palette::HighContrastLight);
+    const QColor base(0xf4, 0xf4, 0xe8);
+    palette.setColor(QPalette::Base, base);
+    for (const Theme::Role role : roles) {
+        EXPECT_GE(Theme::contrast(Theme::colorOnBase(role, palette), base), 7)
+            << "role " << int(role);
+    }
+}
+
 TEST(ThemeTest, TextColourThatNothingCanImproveIsKept) {
     QPalette palette;
     palette.setColor(QPalette::Window, QColor(0x80, 0x80, 0x80));
