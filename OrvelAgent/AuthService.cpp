@@ -45,7 +45,22 @@ QCoro::Task<std::optional<tavrin::Secret>> currentTokenOf(QPointer<AuthService> 
 
 void throwIfCancelled(const tavrin::CancellationToken& cancellation) {
     if (cancellation.isCancelled()) {
-        throw AuthError("Sign-in was cancelled.");
+        throw AuthError::cancelled();
+    }
+}
+
+/// A cancellation itself makes nothing else.
+bool isCancellation(const std::exception_ptr& failure) {
+    try {
+        std::rethrow_exception(failure);
+    } catch (const AuthError& error) {
+        return error.isCancellation();
+    } catch (const tavrin::URLError& error) {
+        return error.code() == tavrin::URLErrorCode::Cancelled;
+    } catch (const tavrin::TaskCancelled&) {
+        return true;
+    } catch (...) {
+        return false;
     }
 }
 
@@ -161,7 +176,8 @@ QCoro::Task<> AuthService::signIn() {
 }
 
 void AuthService::finishSignIn(const std::exception_ptr& failure) {
-    if (failure && signInCancellation_.token().isCancelled()) {
+    // A failure that was on its way already stays one.
+    if (failure && signInCancellation_.token().isCancelled() && isCancellation(failure)) {
         log_.log("sign-in: taken back");
     } else if (failure) {
         noteFailedSignIn(failure);

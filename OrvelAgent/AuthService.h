@@ -78,7 +78,8 @@ public:
     /// while a sign-in runs.
     QCoro::Task<> signIn();
 
-    /// Ends a sign-in that runs. Whoever takes it back has not failed: it leaves no error.
+    /// Ends a sign-in that runs. Whoever takes it back has not failed: that leaves no error. One
+    /// that has failed already, and only has not said so yet, has failed all the same.
     void cancelSignIn();
 
     /// Forgets the session, here and in the keychain.

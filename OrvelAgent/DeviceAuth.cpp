@@ -29,11 +29,9 @@ namespace orvel {
 
 namespace {
 
-constexpr const char* cancelledMessage = "Sign-in was cancelled.";
-
 void throwIfCancelled(const tavrin::CancellationToken& cancellation) {
     if (cancellation.isCancelled()) {
-        throw AuthError(cancelledMessage);
+        throw AuthError::cancelled();
     }
 }
 
@@ -109,19 +107,19 @@ struct Report {
 
     void operator()(std::string url) const { waiting->succeed(std::move(url)); }
     void operator()(const WebAuthenticationSession::NotStarted&) const {
-        fail("Could not open the sign-in window.");
+        fail(AuthError("Could not open the sign-in window."));
     }
-    void operator()(const WebAuthenticationSession::Cancelled&) const { fail(cancelledMessage); }
+    void operator()(const WebAuthenticationSession::Cancelled&) const {
+        fail(AuthError::cancelled());
+    }
     void operator()(const WebAuthenticationSession::NoResponse&) const {
-        fail("Sign-in ended without a response.");
+        fail(AuthError("Sign-in ended without a response."));
     }
     void operator()(WebAuthenticationSession::Failed failed) const {
-        fail(std::move(failed.description));
+        fail(AuthError(std::move(failed.description)));
     }
 
-    void fail(std::string message) const {
-        waiting->fail(std::make_exception_ptr(AuthError(std::move(message))));
-    }
+    void fail(AuthError error) const { waiting->fail(std::make_exception_ptr(std::move(error))); }
 };
 
 } // namespace
@@ -200,7 +198,7 @@ QCoro::Task<std::string> DeviceAuth::presentFrom(
     // Not left to the attempt's own end, which is reported later, when all may be gone.
     const auto registration = cancellation.onCancel([&attempt, waiting] {
         attempt->cancel();
-        waiting->fail(std::make_exception_ptr(AuthError(cancelledMessage)));
+        waiting->fail(std::make_exception_ptr(AuthError::cancelled()));
     });
     co_return co_await callback->result();
 }

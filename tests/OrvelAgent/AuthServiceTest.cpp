@@ -113,6 +113,21 @@ protected:
         answers_[std::string(path)] = URLResponse{status, std::move(body)};
     }
 
+    /// The user takes the sign-in back after that reply has come, and before it is decoded.
+    void cancelWithReplyOnItsWay(std::string_view path) {
+        urlSession_.setHandler([this, path](const URLRequest& request) {
+            if (request.url.find(path) != std::string::npos) {
+                // The second turn of the loop comes after the reply, and before what the worker
+                // decodes.
+                const auto later = [this](const std::function<void()>& job) {
+                    QMetaObject::invokeMethod(auth_.get(), job, Qt::QueuedConnection);
+                };
+                later([this, later] { later([this] { auth_->cancelSignIn(); }); });
+            }
+            return answer(request);
+        });
+    }
+
     std::optional<std::string> currentToken() { return textOf(runTask(auth_->currentToken())); }
 
     void expectSignedOut() {
@@ -457,20 +472,27 @@ TEST_F(AuthServiceTest, ASignInCanBeCancelledWhileItWaitsForTheServer) {
 
 TEST_F(AuthServiceTest, ASignInCancelledWithTheLastReplyOnItsWayIsNone) {
     start();
-    urlSession_.setHandler([this](const URLRequest& request) -> FakeURLSession::Answer {
-        const bool isExchange = request.url.find(exchangePath) != std::string::npos;
-        if (!isExchange) {
-            // The second turn of the loop comes after the reply, and before what the worker
-            // decodes.
-            const auto later = [this](const std::function<void()>& job) {
-                QMetaObject::invokeMethod(auth_.get(), job, Qt::QueuedConnection);
-            };
-            later([this, later] { later([this] { auth_->cancelSignIn(); }); });
-        }
-        return URLResponse{200, isExchange ? exchangeReply : signInReply};
-    });
+    cancelWithReplyOnItsWay(signInPath);
     runTask(auth_->signIn());
     expectTakenBack();
+}
+
+TEST_F(AuthServiceTest, ARefusalThatWasOnItsWayWhenTheSignInWasCancelledIsShown) {
+    answerWith(
+        exchangePath, 400, R"({"ok":false,"error":"That code was used.","code":"invalid_code"})");
+    start();
+    cancelWithReplyOnItsWay(exchangePath);
+    runTask(auth_->signIn());
+    EXPECT_EQ(auth_->lastError(), "That code was used.");
+    EXPECT_FALSE(auth_->isSigningIn());
+    EXPECT_THAT(errorLines(), ElementsAre("sign-in FAILED: That code was used."));
+
+    answerWith(exchangePath, 200, exchangeReply);
+    answerWith(signInPath, 400, rejection("INVALID_CUSTOM_TOKEN"));
+    cancelWithReplyOnItsWay(signInPath);
+    runTask(auth_->signIn());
+    EXPECT_THAT(auth_->lastError().value_or(""), HasSubstr("INVALID_CUSTOM_TOKEN"));
+    EXPECT_EQ(errorLines().size(), 2U);
 }
 
 TEST_F(AuthServiceTest, AfterOneThatWasTakenBackASignInFailsAsEver) {
