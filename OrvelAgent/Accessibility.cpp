@@ -32,7 +32,7 @@ QHash<QString, QAccessible::Role> makeRoles() {
     add(SettingsView::staticMetaObject, QAccessible::Window);
     add(VersionHistoryWindow::staticMetaObject, QAccessible::Window);
     add(Badge::staticMetaObject, QAccessible::StaticText);
-    // Readers say it when it appears, wherever the focus is.
+    // What it is; nothing announces it while the panel is closed.
     add(BlockedBanner::staticMetaObject, QAccessible::Notification);
     add(ChangeRow::staticMetaObject, QAccessible::Grouping);
     add(Divider::staticMetaObject, QAccessible::Separator);
