@@ -231,7 +231,12 @@ void EvolutionAddressBook::requestAccess(std::function<void(bool)> completion) {
     }
     requests_.push_back(std::move(completion));
     if (isAsking_) {
-        askUser();
+        // What answers at once must not complete the request within itself.
+        later([this] {
+            if (isAsking_) {
+                askUser();
+            }
+        });
         return;
     }
     if (requests_.size() > 1) {
