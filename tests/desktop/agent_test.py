@@ -10,7 +10,9 @@ usage: agent_test.py PROGRAMS_DIRECTORY
 Runs in a desktop session of its own (tests/support/private-session) with a display.
 """
 
+import contextlib
 import os
+import re
 import signal
 import subprocess
 import sys
@@ -20,10 +22,13 @@ import accessibility  # noqa: E402
 import webdriver  # noqa: E402
 from service import Service  # noqa: E402
 from session import (  # noqa: E402
-    AGENT_FILES, HOME, LIMIT, check, say, send_together, wait_for, wake_ups)
+    AGENT_FILES, HOME, LIMIT, check, end, say, send_together, wait_for, wake_ups)
 
 PROGRAMS = os.path.abspath(sys.argv[1])
 SAMPLE_MESSAGES = 300
+# Of these the agent sends every one.
+LATER_MESSAGES = 12
+DATABASE = os.path.join(HOME, "Library", "Messages", "chat.db")
 SETTINGS = os.path.join(os.environ["XDG_CONFIG_HOME"], "orvel-agent", "defaults.conf")
 PROGRESS_KEYS = ("messages.rowid.", "messages.backfill.")
 SNAPSHOTS = os.path.join(HOME, "snapshots")
@@ -68,8 +73,7 @@ class Desktop:
 
     def stop(self):
         for process in reversed(self._processes):
-            process.terminate()
-            process.wait(timeout=LIMIT)
+            end(process)
         self._log.close()
 
 
@@ -79,7 +83,7 @@ def screenshot(name):
 
 
 class Agent(accessibility.Application):
-    """The program in the tray."""
+    """The program in the tray. Ends with its `with`, which tells what it showed at a failure."""
 
     def __init__(self, bundle):
         os.makedirs(AGENT_FILES, exist_ok=True)
@@ -95,10 +99,24 @@ class Agent(accessibility.Application):
                 stdout=log, stderr=subprocess.STDOUT, env=environment)
         super().__init__(self.process)
 
+    def __enter__(self):
+        return self
+
+    def __exit__(self, failure, *_):
+        try:
+            if failure and self.process.poll() is None:
+                screenshot("failure")
+                print(self.describe(), self._logged(), sep="\n", flush=True)
+        finally:
+            end(self.process)
+
+    def _logged(self):
+        with open(self._log) as log:
+            return log.read()
+
     def finish(self):
         self.process.wait(timeout=LIMIT)
-        with open(self._log) as log:
-            text = log.read()
+        text = self._logged()
         check(self.process.returncode == 0,
               f"the agent ended with {self.process.returncode}:\n{text}")
         return text
@@ -111,6 +129,12 @@ def open_panel(desktop, agent):
     return agent.wait_for("push button", "Quit")
 
 
+def make_messages(*options):
+    subprocess.run(
+        [os.path.join(PROGRAMS, "make-sample-chatdb"), "--no-two-chat", *options, DATABASE],
+        check=True, stdout=subprocess.DEVNULL)
+
+
 def stored_settings():
     """What the agent keeps of its user's choices."""
     with open(SETTINGS) as file:
@@ -119,6 +143,11 @@ def stored_settings():
 
 def stored_progress():
     return {line for line in stored_settings().splitlines() if line.startswith(PROGRESS_KEYS)}
+
+
+def after_later_messages(progress):
+    return {re.sub(r"(?<=watermark=)\d+", lambda row: str(int(row[0]) + LATER_MESSAGES), line)
+            for line in progress}
 
 
 def choose(agent, picker, choice, stored):
@@ -222,23 +251,23 @@ def end_during_a_scan(service):
                            if not line.startswith(PROGRESS_KEYS)))
     uploads = service.requests(INGEST_PATH)
     service.spoil(INGEST_PATH, fault="delay", delayMilliseconds=LIMIT * 10000)
-    agent = Agent(service.bundle)
-    wait_for("an upload", lambda: service.requests(INGEST_PATH) > uploads, agent.process)
-    check(len(os.listdir(SNAPSHOTS)) == 1, os.listdir(SNAPSHOTS))
-    send_together(agent.process, signal.SIGTERM, signal.SIGHUP)
-    check(agent.finish() == "", "it complains")
+    with Agent(service.bundle) as agent:
+        wait_for("an upload", lambda: service.requests(INGEST_PATH) > uploads, agent.process)
+        check(len(os.listdir(SNAPSHOTS)) == 1, os.listdir(SNAPSHOTS))
+        send_together(agent.process, signal.SIGTERM, signal.SIGHUP)
+        check(agent.finish() == "", "it complains")
     check(os.listdir(SNAPSHOTS) == [], "a copy of the database is left")
     check(stored_progress() == set(), stored_settings())
     say("two signals end a scan, its copy and nothing else")
 
 
 def go_on(service, progress, records):
-    """Still signed in, and with nothing lost."""
-    agent = Agent(service.bundle)
-    wait_for("the scan's end", lambda: stored_progress() == progress, agent.process)
-    check(service.statistics()["records"] == records, service.statistics())
-    agent.process.terminate()
-    check(agent.finish() == "", "it complains")
+    """Still signed in, and with nothing lost of what was being uploaded."""
+    with Agent(service.bundle) as agent:
+        wait_for("the scan's end", lambda: stored_progress() == progress, agent.process)
+        check(service.statistics()["records"] == records, service.statistics())
+        agent.process.terminate()
+        check(agent.finish() == "", "it complains")
     say("the next start has caught up")
 
 
@@ -258,37 +287,28 @@ def scenario(desktop, service, agent, browser):
     check(os.listdir(SNAPSHOTS) == [], "a copy of the database is left")
     say("it has quit and left nothing behind")
     progress, records = stored_progress(), service.statistics()["records"]
+    make_messages("--append", str(LATER_MESSAGES))
     end_during_a_scan(service)
-    go_on(service, progress, records)
+    check(service.statistics()["records"] == records, service.statistics())
+    go_on(service, after_later_messages(progress), records + LATER_MESSAGES)
 
 
 def main():
     check("PRIVATE_SESSION" in os.environ, "run this under tests/support/private-session")
-    database = os.path.join(HOME, "Library", "Messages", "chat.db")
-    os.makedirs(os.path.dirname(database))
-    subprocess.run(
-        [os.path.join(PROGRAMS, "make-sample-chatdb"), "--messages", str(SAMPLE_MESSAGES),
-         "--no-two-chat", database], check=True, stdout=subprocess.DEVNULL)
-    service = Service(PROGRAMS)
-    desktop = Desktop()
-    profile = os.path.join(HOME, "browser")
-    webdriver.make_default(profile, os.path.join(HOME, "environment-of-the-browser"))
-    browser = webdriver.Browser(profile, webdriver.allowing_scheme(service.url))
-    agent = Agent(service.bundle)
-    say("the desktop is ready")
-    try:
+    os.makedirs(os.path.dirname(DATABASE))
+    make_messages("--messages", str(SAMPLE_MESSAGES))
+    with contextlib.ExitStack() as started:
+        service = Service(PROGRAMS)
+        started.callback(service.stop)
+        desktop = Desktop()
+        started.callback(desktop.stop)
+        profile = os.path.join(HOME, "browser")
+        webdriver.make_default(profile, os.path.join(HOME, "environment-of-the-browser"))
+        browser = webdriver.Browser(profile, webdriver.allowing_scheme(service.url))
+        started.callback(browser.quit)
+        agent = started.enter_context(Agent(service.bundle))
+        say("the desktop is ready")
         scenario(desktop, service, agent, browser)
-    except BaseException:
-        screenshot("failure")
-        print(agent.describe(), flush=True)
-        raise
-    finally:
-        if agent.process.poll() is None:
-            agent.process.terminate()
-            agent.process.wait(timeout=LIMIT)
-        browser.quit()
-        desktop.stop()
-        service.stop()
 
 
 if __name__ == "__main__":

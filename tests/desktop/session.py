@@ -12,6 +12,8 @@ AGENT_FILES = os.path.join(HOME, "agent")
 LIMIT = 60
 # So many moments without a sign of life are sleep.
 SLEEP = 4
+# Something that sleeps at all does so within that many moments.
+RESTLESS = 400
 
 started = time.monotonic()
 
@@ -44,6 +46,16 @@ def wait_for(what, condition, process=None):
         if process is None:
             pause.kill()
             pause.wait()
+
+
+def end(process):
+    """Whatever it takes."""
+    process.terminate()
+    try:
+        process.wait(timeout=LIMIT)
+    except subprocess.TimeoutExpired:
+        process.kill()
+        process.wait()
 
 
 def send_together(process, *numbers):
@@ -84,8 +96,13 @@ def wake_ups(process):
     several threads wait for each other and for the display: all of that is one. What hardly sleeps
     shows in the second number."""
     before = waits(process.pid)
-    while (now := waits_in_a_moment(process)) != before:
+    for _ in range(RESTLESS):
+        now = waits_in_a_moment(process)
+        if now == before:
+            break
         before = now
+    else:
+        raise AssertionError(f"the process has not slept for any of {RESTLESS} moments")
     count, total, asleep = 0, 0, SLEEP
     for _ in range(200):
         now = waits_in_a_moment(process)
