@@ -7,9 +7,9 @@
 #include "OrvelAgent/PanelPlacement.h"
 #include "OrvelAgent/StatusIconLabel.h"
 
-#include <QApplication>
 #include <QCursor>
 #include <QEvent>
+#include <QGuiApplication>
 #include <QKeySequence>
 #include <QMenu>
 #include <QScreen>
@@ -130,14 +130,6 @@ void MenuBarExtra::updateIcon() {
 
 void MenuBarExtra::nameIcon() {
     model_.platform().workspace->setTrayTitle(icon_->toolTip().toStdString());
-    // In a tray that takes windows the icon is one of Qt's, which trays keep their settings for by
-    // its title: that stays.
-    for (QWidget* window : QApplication::topLevelWidgets()) {
-        if (window->inherits("QSystemTrayIconSys")) {
-            window->setWindowTitle(
-                tr("%1 status").arg(QString::fromStdString(model_.configuration().displayName())));
-        }
-    }
 }
 
 void MenuBarExtra::activated(QSystemTrayIcon::ActivationReason reason) {

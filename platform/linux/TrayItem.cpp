@@ -19,20 +19,15 @@ namespace {
 
 constexpr auto itemInterface = "org.kde.StatusNotifierItem";
 constexpr auto itemPath = "/StatusNotifierItem";
-/// One after the other, each for a tray of its own.
-constexpr int mostIcons = 100;
+/// At most so many icons have come and gone since the last one that was given a title.
+constexpr int mostUntitled = 100;
 
 /// Each icon is on a connection of its own, which Qt numbers.
-QDBusConnection connectionOfItem() {
-    const QString name =
-        QStringLiteral("%1-%2-").arg(QLatin1String(itemInterface)).arg(qApp->applicationPid());
-    for (int number = 1; number < mostIcons; ++number) {
-        QDBusConnection connection(name + QString::number(number));
-        if (connection.objectRegisteredAt(QLatin1String(itemPath)) != nullptr) {
-            return connection;
-        }
-    }
-    return QDBusConnection(QString());
+QDBusConnection connectionOfItem(int number) {
+    return QDBusConnection(QStringLiteral("%1-%2-%3")
+                               .arg(QLatin1String(itemInterface))
+                               .arg(qApp->applicationPid())
+                               .arg(number));
 }
 
 /// By which Qt puts the icon on the bus.
@@ -67,18 +62,25 @@ public:
 
 public Q_SLOTS:
     QDBusVariant // NOLINTNEXTLINE: the bus's name
-    Get(const QString& /*interface*/, const QString& name, const QDBusMessage& call) {
-        const QVariant value = valueOf(name.toLatin1().constData());
-        if (!value.isValid()) {
-            call.setDelayedReply(true);
-            connection_.send(call.createErrorReply(
-                QDBusError::UnknownProperty, QStringLiteral("No such property: ") + name));
+    Get(const QString& interface, const QString& name, const QDBusMessage& call) {
+        if (!isOurs(interface, call)) {
+            return {};
         }
-        return QDBusVariant(value);
+        const QByteArray key = name.toLatin1();
+        const QMetaObject* type = adaptor_->metaObject();
+        if (type->indexOfProperty(key.constData()) < type->propertyOffset()) {
+            refuse(call, QDBusError::UnknownProperty, QStringLiteral("No such property: ") + name);
+            return {};
+        }
+        return QDBusVariant(valueOf(key.constData()));
     }
 
-    QVariantMap GetAll(const QString& /*interface*/) { // NOLINT: the bus's name
+    QVariantMap // NOLINTNEXTLINE: the bus's name
+    GetAll(const QString& interface, const QDBusMessage& call) {
         QVariantMap values;
+        if (!isOurs(interface, call)) {
+            return values;
+        }
         const QMetaObject* type = adaptor_->metaObject();
         for (int index = type->propertyOffset(); index < type->propertyCount(); ++index) {
             const char* name = type->property(index).name();
@@ -88,6 +90,25 @@ public Q_SLOTS:
     }
 
 private:
+    /// Refuses the call when it is not.
+    [[nodiscard]] bool isOurs(const QString& interface, const QDBusMessage& call) const {
+        // The bus lets a caller leave it out.
+        if (interface.isEmpty() || interface == QLatin1String(itemInterface)) {
+            return true;
+        }
+        refuse(
+            call,
+            QDBusError::UnknownInterface,
+            QStringLiteral("No properties of this interface: ") + interface);
+        return false;
+    }
+
+    void
+    refuse(const QDBusMessage& call, QDBusError::ErrorType reason, const QString& message) const {
+        call.setDelayedReply(true);
+        connection_.send(call.createErrorReply(reason, message));
+    }
+
     [[nodiscard]] QVariant valueOf(const char* name) const {
         return qstrcmp(name, "Title") == 0 ? QVariant(title_) : adaptor_->property(name);
     }
@@ -99,15 +120,24 @@ private:
 
 void TrayItem::setTitle(const std::string& title) {
     if (!properties_) {
-        const QDBusConnection connection = connectionOfItem();
+        findItem();
+    }
+    if (properties_) {
+        properties_->setTitle(QString::fromStdString(title));
+    }
+}
+
+void TrayItem::findItem() {
+    for (int number = number_; number < number_ + mostUntitled; ++number) {
+        const QDBusConnection connection = connectionOfItem(number);
         QObject* item = connection.objectRegisteredAt(QLatin1String(itemPath));
         QObject* adaptor = item != nullptr ? adaptorOf(*item) : nullptr;
-        if (adaptor == nullptr) {
+        if (adaptor != nullptr) {
+            properties_ = new TrayItemProperties(connection, item, adaptor);
+            number_ = number;
             return;
         }
-        properties_ = new TrayItemProperties(connection, item, adaptor);
     }
-    properties_->setTitle(QString::fromStdString(title));
 }
 
 } // namespace orvel

@@ -20,6 +20,10 @@ public:
     void setTitle(const std::string& title);
 
 private:
+    void findItem();
+
+    /// Of the last icon that was found: Qt never counts back.
+    int number_ = 1;
     /// Destroyed with the icon.
     QPointer<TrayItemProperties> properties_;
 };

@@ -18,7 +18,7 @@ import accessibility  # noqa: E402
 
 from gi.repository import Gio, GLib  # noqa: E402
 
-from session import HOME, LIMIT, check, say  # noqa: E402
+from session import HOME, LIMIT, check, end, say  # noqa: E402
 
 AGENT = os.path.join(os.path.abspath(sys.argv[1]), "orvel-agent")
 ITEM = "org.kde.StatusNotifierItem"
@@ -39,6 +39,7 @@ class Tray:
     def __init__(self):
         self._bus = Gio.bus_get_sync(Gio.BusType.SESSION)
         self._item = None
+        self._name = None
         self.signals = []
         self._bus.register_object(
             "/StatusNotifierWatcher", Gio.DBusNodeInfo.new_for_xml(WATCHER).interfaces[0],
@@ -46,8 +47,23 @@ class Tray:
         self._bus.signal_subscribe(
             None, ITEM, None, None, None, Gio.DBusSignalFlags.NONE,
             lambda *arguments: self.signals.append(arguments[4]))
-        Gio.bus_own_name_on_connection(
+        self.come()
+
+    def come(self):
+        self._name = Gio.bus_own_name_on_connection(
             self._bus, "org.kde.StatusNotifierWatcher", Gio.BusNameOwnerFlags.NONE, None, None)
+
+    def go(self):
+        """Gives the item that it had."""
+        Gio.bus_unown_name(self._name)
+        item, self._item = self._item, None
+        return item
+
+    def is_on_bus(self, name):
+        return self._bus.call_sync(
+            "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "NameHasOwner",
+            GLib.Variant("(s)", (name,)), None, Gio.DBusCallFlags.NONE, LIMIT * 1000,
+            None).unpack()[0]
 
     def _register(self, _bus, sender, _path, _interface, _method, _arguments, call):
         self._item = sender
@@ -59,11 +75,13 @@ class Tray:
             GLib.Variant(f"({signature})", arguments), None, Gio.DBusCallFlags.NONE, LIMIT * 1000,
             None).unpack()
 
-    def get(self, name):
-        return self.call("org.freedesktop.DBus.Properties", "Get", ITEM, name, signature="ss")[0]
+    def get(self, name, interface=ITEM):
+        return self.call(
+            "org.freedesktop.DBus.Properties", "Get", interface, name, signature="ss")[0]
 
-    def get_all(self):
-        return self.call("org.freedesktop.DBus.Properties", "GetAll", ITEM, signature="s")[0]
+    def get_all(self, interface=ITEM):
+        return self.call(
+            "org.freedesktop.DBus.Properties", "GetAll", interface, signature="s")[0]
 
     def has_item(self):
         return self._item is not None
@@ -92,10 +110,19 @@ def make_bundle(path):
             "WEB_HOST": "127.0.0.1:1"}, file)
 
 
+def expect_refusal(reason, ask):
+    try:
+        answer = ask()
+    except GLib.Error as error:
+        check(reason in error.message, error.message)
+    else:
+        raise AssertionError(f"{answer} instead of {reason}")
+
+
 def scenario(tray, agent):
     wait_for("the icon", tray.has_item)
     wait_for("the reason as the title", lambda: tray.get("Title") == REASON)
-    check("NewTitle" in tray.signals, f"told of {tray.signals} only")
+    wait_for("word of it", lambda: "NewTitle" in tray.signals)
     # It flashes.
     wait_for("the other title", lambda: tray.get("Title") == "Orvel Agent")
     say("the title tells how things are")
@@ -104,15 +131,24 @@ def scenario(tray, agent):
     check(everything["Id"] == "orvel-agent", everything["Id"])
     check(everything["Menu"] == "/MenuBar", everything["Menu"])
     check(everything["IconPixmap"] and tray.get("IconPixmap"), "no image")
-    try:
-        tray.get("NoSuchProperty")
-        check(False, "it has every property")
-    except GLib.Error as error:
-        check("UnknownProperty" in error.message, error.message)
+    check(tray.get("Id", interface="") == "orvel-agent", "no answer without an interface")
+    check(tray.get_all(interface="").keys() == everything.keys(), "other properties without one")
+    expect_refusal("UnknownProperty", lambda: tray.get("NoSuchProperty"))
+    # Every object of Qt's has it.
+    expect_refusal("UnknownProperty", lambda: tray.get("objectName"))
+    other = "org.freedesktop.DBus.Properties"
+    expect_refusal("UnknownInterface", lambda: tray.get("Title", interface=other))
+    expect_refusal("UnknownInterface", lambda: tray.get_all(interface=other))
     say("so does the tool tip, and all else is as it was")
     tray.call(ITEM, "Activate", 100, 100, signature="ii")
     wait_for("the panel", lambda: agent.find("frame", "Orvel Agent"))
     say("a click opens the panel")
+    item = tray.go()
+    wait_for("the icon's end", lambda: not tray.is_on_bus(item))
+    tray.come()
+    wait_for("the icon in the next tray", tray.has_item)
+    wait_for("its title", lambda: tray.get("Title") == REASON)
+    say("the next tray has the title as well")
 
 
 def main():
@@ -120,15 +156,19 @@ def main():
     bundle = os.path.join(HOME, "bundle")
     make_bundle(bundle)
     bus = accessibility.start_bus()
-    tray = Tray()
-    process = subprocess.Popen([AGENT], env={**os.environ, "ORVEL_AGENT_BUNDLE": bundle})
     try:
-        scenario(tray, accessibility.Application(process))
+        tray = Tray()
+        process = subprocess.Popen([AGENT], env={**os.environ, "ORVEL_AGENT_BUNDLE": bundle})
+        agent = accessibility.Application(process)
+        try:
+            scenario(tray, agent)
+        except BaseException:
+            print(agent.describe(), flush=True)
+            raise
+        finally:
+            end(process)
     finally:
-        process.terminate()
-        process.wait(timeout=LIMIT)
-        bus.terminate()
-        bus.wait(timeout=LIMIT)
+        end(bus)
     check(process.returncode == 0, f"it ended with {process.returncode}")
 
 
