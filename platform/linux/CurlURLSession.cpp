@@ -5,6 +5,7 @@
 #include "core/Secret.h"
 #include "core/URLErrors.h"
 #include "platform/HTTPSyntax.h"
+#include "platform/linux/Curl.h"
 #include "platform/linux/CurlErrors.h"
 #include "platform/linux/PendingExchanges.h"
 #include "platform/linux/ReadFile.h"
@@ -46,10 +47,18 @@ struct Release {
     }
 };
 
-using Easy = std::unique_ptr<CURL, Release<curl_easy_cleanup>>;
-using Multi = std::unique_ptr<CURLM, Release<curl_multi_cleanup>>;
-using HeaderList = std::unique_ptr<curl_slist, Release<curl_slist_free_all>>;
-using ParsedURL = std::unique_ptr<CURLU, Release<curl_url_cleanup>>;
+template <auto function>
+struct CurlRelease {
+    template <typename T>
+    void operator()(T* object) const {
+        (Curl::get().*function)(object);
+    }
+};
+
+using Easy = std::unique_ptr<CURL, CurlRelease<&Curl::easyCleanup>>;
+using Multi = std::unique_ptr<CURLM, CurlRelease<&Curl::multiCleanup>>;
+using HeaderList = std::unique_ptr<curl_slist, CurlRelease<&Curl::slistFreeAll>>;
+using ParsedURL = std::unique_ptr<CURLU, CurlRelease<&Curl::urlCleanup>>;
 using Bio = std::unique_ptr<BIO, Release<BIO_free>>;
 using Certificate = std::unique_ptr<X509, Release<X509_free>>;
 using Certificates = std::vector<Certificate>;
@@ -58,15 +67,15 @@ using Certificates = std::vector<Certificate>;
 constexpr std::size_t maximumHeaderBytes = std::size_t{256} << 10U;
 constexpr std::size_t maximumCertificateFileBytes = std::size_t{4} << 20U;
 
-/// libcurl's own tables, for as long as a session needs them.
+/// libcurl's own tables, for as long as a worker needs them.
 class CurlLibrary final {
 public:
     CurlLibrary() {
-        if (curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK) {
+        if (Curl::get().globalInit(CURL_GLOBAL_DEFAULT) != CURLE_OK) {
             throw std::bad_alloc();
         }
     }
-    ~CurlLibrary() { curl_global_cleanup(); }
+    ~CurlLibrary() { Curl::get().globalCleanup(); }
     CurlLibrary(const CurlLibrary&) = delete;
     CurlLibrary& operator=(const CurlLibrary&) = delete;
 };
@@ -109,9 +118,14 @@ std::optional<tavrin::URLError> refusal(const URLRequest& request) {
     if (!request.url.starts_with("https://")) {
         return urlError(URLErrorCode::UnsupportedURL);
     }
-    const ParsedURL parsed(curl_url());
+    try {
+        Curl::get();
+    } catch (const tavrin::PlatformError& missing) {
+        return tavrin::URLError(URLErrorCode::Unknown, missing.what());
+    }
+    const ParsedURL parsed(Curl::get().url());
     if (hasControlCharacter(request.url) ||
-        curl_url_set(parsed.get(), CURLUPART_URL, request.url.c_str(), CURLU_DISALLOW_USER) !=
+        Curl::get().urlSet(parsed.get(), CURLUPART_URL, request.url.c_str(), CURLU_DISALLOW_USER) !=
             CURLUE_OK) {
         return urlError(URLErrorCode::BadURL);
     }
@@ -147,8 +161,9 @@ public:
 private:
     template <typename T>
     void set(CURLoption option, T value) {
-        if (const CURLcode code = curl_easy_setopt(easy_.get(), option, value); code != CURLE_OK) {
-            throw std::runtime_error(std::string("libcurl: ") + curl_easy_strerror(code));
+        if (const CURLcode code = Curl::get().easySetopt(easy_.get(), option, value);
+            code != CURLE_OK) {
+            throw std::runtime_error(std::string("libcurl: ") + Curl::get().easyStrerror(code));
         }
     }
 
@@ -197,6 +212,7 @@ private:
     void finish(CURL* easy, CURLcode code);
 
     PendingExchanges& pending_;
+    CurlLibrary library_;
     Multi multi_;
 
     std::mutex mutex_;
@@ -210,11 +226,11 @@ private:
 };
 
 struct CurlURLSession::State {
-    CurlLibrary library;
     Trust trust;
     Certificates extraCertificates;
     PendingExchanges pending;
-    Worker worker{pending};
+    /// From the first request on.
+    std::optional<Worker> worker;
 };
 
 class CurlURLSession::CurlTask final : public Task {
@@ -224,8 +240,8 @@ public:
 
     void cancel() override {
         const auto state = state_.lock();
-        if (state && state->pending.cancel(exchange_)) {
-            state->worker.cancel(exchange_);
+        if (state && state->pending.cancel(exchange_) && state->worker) {
+            state->worker->cancel(exchange_);
         }
     }
 
@@ -250,7 +266,10 @@ CurlURLSession::start(URLRequest request, std::function<void(URLResult)> complet
         wipe(request);
         state_->pending.finish(exchange, std::move(*error));
     } else {
-        state_->worker.start(std::make_unique<Transfer>(exchange, std::move(request), *state_));
+        if (!state_->worker) {
+            state_->worker.emplace(state_->pending);
+        }
+        state_->worker->start(std::make_unique<Transfer>(exchange, std::move(request), *state_));
     }
     return std::make_unique<CurlTask>(state_, exchange);
 }
@@ -259,7 +278,7 @@ CurlURLSession::Transfer::Transfer(std::uint64_t exchange, URLRequest request, c
     : exchange_(exchange),
       request_(std::move(request)),
       extraCertificates_(state.extraCertificates),
-      easy_(curl_easy_init()) {
+      easy_(Curl::get().easyInit()) {
     if (!easy_) {
         throw std::bad_alloc();
     }
@@ -341,7 +360,7 @@ void CurlURLSession::Transfer::setSecurity(const State& state) {
     // libcurl reads the system's certificates once, instead of for each connection where that takes
     // most of the time, unless there is a folder to look into besides the file.
     const char* file = nullptr;
-    curl_easy_getinfo(easy_.get(), CURLINFO_CAINFO, &file);
+    Curl::get().easyGetinfo(easy_.get(), CURLINFO_CAINFO, &file);
     if (file != nullptr) {
         set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
     }
@@ -350,7 +369,7 @@ void CurlURLSession::Transfer::setSecurity(const State& state) {
 }
 
 void CurlURLSession::Transfer::appendHeader(const std::string& line) {
-    curl_slist* const longer = curl_slist_append(headers_.get(), line.c_str());
+    curl_slist* const longer = Curl::get().slistAppend(headers_.get(), line.c_str());
     if (longer == nullptr) {
         throw std::bad_alloc();
     }
@@ -362,15 +381,15 @@ void CurlURLSession::Transfer::appendHeader(const std::string& line) {
 URLResult CurlURLSession::Transfer::takeResult(CURLcode code) {
     if (code != CURLE_OK) {
         CurlFailure failure{code, 0, 0};
-        curl_easy_getinfo(easy_.get(), CURLINFO_OS_ERRNO, &failure.systemError);
-        curl_easy_getinfo(easy_.get(), CURLINFO_SSL_VERIFYRESULT, &failure.verifyResult);
+        Curl::get().easyGetinfo(easy_.get(), CURLINFO_OS_ERRNO, &failure.systemError);
+        Curl::get().easyGetinfo(easy_.get(), CURLINFO_SSL_VERIFYRESULT, &failure.verifyResult);
         return urlError(urlErrorCode(failure));
     }
     long status = 0;
-    curl_easy_getinfo(easy_.get(), CURLINFO_RESPONSE_CODE, &status);
+    Curl::get().easyGetinfo(easy_.get(), CURLINFO_RESPONSE_CODE, &status);
     response_.status = static_cast<int>(status);
     const char* redirect = nullptr;
-    curl_easy_getinfo(easy_.get(), CURLINFO_REDIRECT_URL, &redirect);
+    Curl::get().easyGetinfo(easy_.get(), CURLINFO_REDIRECT_URL, &redirect);
     response_.redirect = redirect == nullptr ? "" : redirect;
     if (!isWhole()) {
         return urlError(URLErrorCode::NetworkConnectionLost);
@@ -385,9 +404,9 @@ bool CurlURLSession::Transfer::isWhole() const {
     const bool mayHaveBody =
         request_.method != "HEAD" && response_.status != 204 && response_.status != 304;
     curl_off_t length = -1;
-    curl_easy_getinfo(easy_.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+    Curl::get().easyGetinfo(easy_.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
     curl_header* chunked = nullptr;
-    curl_easy_header(easy_.get(), "Transfer-Encoding", 0, CURLH_HEADER, -1, &chunked);
+    Curl::get().easyHeader(easy_.get(), "Transfer-Encoding", 0, CURLH_HEADER, -1, &chunked);
     // Otherwise the end of the connection is the end of the body, and may have come too early.
     return !mayHaveBody || length >= 0 || chunked != nullptr || hasFarewell_;
 }
@@ -410,7 +429,7 @@ std::size_t CurlURLSession::Transfer::onBody(
     auto& self = *static_cast<Transfer*>(transfer);
     if (self.request_.receiver) {
         long status = 0;
-        curl_easy_getinfo(self.easy_.get(), CURLINFO_RESPONSE_CODE, &status);
+        Curl::get().easyGetinfo(self.easy_.get(), CURLINFO_RESPONSE_CODE, &status);
         if (status == 200) {
             return self.request_.receiver({data, size}) ? size : 0;
         }
@@ -458,7 +477,7 @@ void CurlURLSession::Transfer::onTLSEvent(const SSL* session, int where, int val
 }
 
 CurlURLSession::Worker::Worker(PendingExchanges& pending)
-    : pending_(pending), multi_(curl_multi_init()) {
+    : pending_(pending), multi_(Curl::get().multiInit()) {
     if (!multi_) {
         throw std::bad_alloc();
     }
@@ -476,7 +495,7 @@ CurlURLSession::Worker::~Worker() {
         const std::lock_guard lock(mutex_);
         isStopping_ = true;
     }
-    curl_multi_wakeup(multi_.get());
+    Curl::get().multiWakeup(multi_.get());
     thread_.join();
 }
 
@@ -485,7 +504,7 @@ void CurlURLSession::Worker::start(std::unique_ptr<Transfer> transfer) {
         const std::lock_guard lock(mutex_);
         started_.push_back(std::move(transfer));
     }
-    curl_multi_wakeup(multi_.get());
+    Curl::get().multiWakeup(multi_.get());
 }
 
 void CurlURLSession::Worker::cancel(std::uint64_t exchange) {
@@ -493,23 +512,23 @@ void CurlURLSession::Worker::cancel(std::uint64_t exchange) {
         const std::lock_guard lock(mutex_);
         cancelled_.push_back(exchange);
     }
-    curl_multi_wakeup(multi_.get());
+    Curl::get().multiWakeup(multi_.get());
 }
 
 void CurlURLSession::Worker::run() {
     while (takeOrders()) {
         int running = 0;
-        curl_multi_perform(multi_.get(), &running);
+        Curl::get().multiPerform(multi_.get(), &running);
         int remaining = 0;
-        while (const CURLMsg* message = curl_multi_info_read(multi_.get(), &remaining)) {
+        while (const CURLMsg* message = Curl::get().multiInfoRead(multi_.get(), &remaining)) {
             if (message->msg == CURLMSG_DONE) {
                 finish(message->easy_handle, message->data.result);
             }
         }
-        curl_multi_poll(multi_.get(), nullptr, 0, INT_MAX, nullptr);
+        Curl::get().multiPoll(multi_.get(), nullptr, 0, INT_MAX, nullptr);
     }
     for (const auto& [exchange, transfer] : transfers_) {
-        curl_multi_remove_handle(multi_.get(), transfer->easy());
+        Curl::get().multiRemoveHandle(multi_.get(), transfer->easy());
     }
     transfers_.clear();
 }
@@ -526,7 +545,7 @@ bool CurlURLSession::Worker::takeOrders() {
         cancelled.swap(cancelled_);
     }
     for (std::unique_ptr<Transfer>& transfer : started) {
-        if (curl_multi_add_handle(multi_.get(), transfer->easy()) == CURLM_OK) {
+        if (Curl::get().multiAddHandle(multi_.get(), transfer->easy()) == CURLM_OK) {
             transfers_.emplace(transfer->exchange(), std::move(transfer));
         } else {
             pending_.finish(transfer->exchange(), urlError(URLErrorCode::Unknown));
@@ -534,7 +553,7 @@ bool CurlURLSession::Worker::takeOrders() {
     }
     for (const std::uint64_t exchange : cancelled) {
         if (const auto found = transfers_.extract(exchange); !found.empty()) {
-            curl_multi_remove_handle(multi_.get(), found.mapped()->easy());
+            Curl::get().multiRemoveHandle(multi_.get(), found.mapped()->easy());
         }
     }
     return true;
@@ -542,9 +561,9 @@ bool CurlURLSession::Worker::takeOrders() {
 
 void CurlURLSession::Worker::finish(CURL* easy, CURLcode code) {
     Transfer* transfer = nullptr;
-    curl_easy_getinfo(easy, CURLINFO_PRIVATE, &transfer);
+    Curl::get().easyGetinfo(easy, CURLINFO_PRIVATE, &transfer);
     // The message does not outlive this call.
-    curl_multi_remove_handle(multi_.get(), easy);
+    Curl::get().multiRemoveHandle(multi_.get(), easy);
     const auto own = transfers_.extract(transfer->exchange());
     pending_.finish(own.key(), own.mapped()->takeResult(code));
 }

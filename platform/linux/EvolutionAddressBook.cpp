@@ -2,6 +2,7 @@
 #include "platform/linux/EvolutionAddressBook.h"
 
 #include "core/Text.h"
+#include "platform/linux/LazyLibrary.h"
 #include "platform/linux/StartThread.h"
 
 #include <QObject>
@@ -27,6 +28,38 @@ constexpr auto everyCard = R"((contains "x-evolution-any-field" ""))";
 
 /// Open an address book without waiting until its server can be reached.
 constexpr auto withoutWaiting = static_cast<guint32>(-1);
+
+/// What is used of libebook, which is loaded with the first look into the address book. Named as
+/// there.
+struct Evolution {
+    /// Throws `tavrin::PlatformError` when it cannot be loaded. Thread-safe.
+    static const Evolution& get() {
+        static const Evolution evolution{LazyLibrary(ORVEL_EBOOK_LIBRARY)};
+        return evolution;
+    }
+
+    decltype(&e_book_client_connect_sync) bookClientConnect;
+    decltype(&e_book_client_get_contacts_sync) bookClientGetContacts;
+    decltype(&e_contact_get) contactGet;
+    decltype(&e_contact_get_const) contactGetConst;
+    decltype(&e_source_get_display_name) sourceGetDisplayName;
+    decltype(&e_source_get_uid) sourceGetUid;
+    decltype(&e_source_registry_new_sync) sourceRegistryNew;
+    decltype(&e_source_registry_list_enabled) sourceRegistryListEnabled;
+    decltype(&e_source_registry_list_sources) sourceRegistryListSources;
+
+private:
+    explicit Evolution(const LazyLibrary& library)
+        : bookClientConnect(library.symbol("e_book_client_connect_sync")),
+          bookClientGetContacts(library.symbol("e_book_client_get_contacts_sync")),
+          contactGet(library.symbol("e_contact_get")),
+          contactGetConst(library.symbol("e_contact_get_const")),
+          sourceGetDisplayName(library.symbol("e_source_get_display_name")),
+          sourceGetUid(library.symbol("e_source_get_uid")),
+          sourceRegistryNew(library.symbol("e_source_registry_new_sync")),
+          sourceRegistryListEnabled(library.symbol("e_source_registry_list_enabled")),
+          sourceRegistryListSources(library.symbol("e_source_registry_list_sources")) {}
+};
 
 struct Unref {
     void operator()(gpointer object) const { g_object_unref(object); }
@@ -75,13 +108,13 @@ tavrin::PlatformError platformError(std::string_view doing, GError* error) {
 }
 
 std::string text(EContact* contact, EContactField field) {
-    const auto* value = static_cast<const char*>(e_contact_get_const(contact, field));
+    const auto* value = static_cast<const char*>(Evolution::get().contactGetConst(contact, field));
     return value == nullptr ? std::string() : tavrin::repairedUTF8(value);
 }
 
 std::vector<std::string> texts(EContact* contact, EContactField field) {
     const std::unique_ptr<GList, FreeTexts> values(
-        static_cast<GList*>(e_contact_get(contact, field)));
+        static_cast<GList*>(Evolution::get().contactGet(contact, field)));
     std::vector<std::string> result;
     for (const GList* value = values.get(); value != nullptr; value = value->next) {
         result.push_back(tavrin::repairedUTF8(static_cast<const char*>(value->data)));
@@ -111,23 +144,25 @@ ContactCard cardOf(EContact* contact, AddressBook::Fields fields) {
 void readBook(ESource* source, AddressBook::Fields fields, std::vector<ContactCard>& cards) {
     GError* error = nullptr;
     const Object<EClient> client(
-        e_book_client_connect_sync(source, withoutWaiting, nullptr, &error));
+        Evolution::get().bookClientConnect(source, withoutWaiting, nullptr, &error));
     GSList* found = nullptr;
-    if (client && e_book_client_get_contacts_sync(
-                      E_BOOK_CLIENT(client.get()), everyCard, &found, nullptr, &error)) {
+    if (client &&
+        Evolution::get().bookClientGetContacts(
+            reinterpret_cast<EBookClient*>(client.get()), everyCard, &found, nullptr, &error)) {
         const std::unique_ptr<GSList, FreeObjects> contacts(found);
         for (const GSList* item = found; item != nullptr; item = item->next) {
             auto* contact = static_cast<EContact*>(item->data);
-            if (e_contact_get(contact, E_CONTACT_IS_LIST) == nullptr) {
+            if (Evolution::get().contactGet(contact, E_CONTACT_IS_LIST) == nullptr) {
                 cards.push_back(cardOf(contact, fields));
             }
         }
         return;
     }
     // This is going to be logged, and many a book is named after its owner's e-mail address.
-    if (const char* name = e_source_get_display_name(source); name != nullptr && *name != '\0') {
+    if (const char* name = Evolution::get().sourceGetDisplayName(source);
+        name != nullptr && *name != '\0') {
         GString* message = g_string_new(error->message);
-        g_string_replace(message, name, e_source_get_uid(source), 0);
+        g_string_replace(message, name, Evolution::get().sourceGetUid(source), 0);
         g_free(error->message);
         error->message = g_string_free(message, FALSE);
     }
@@ -142,7 +177,7 @@ struct EvolutionAddressBook::Reading {
     std::vector<tavrin::PlatformError> failures;
     /// Why there is nothing at all.
     std::optional<tavrin::PlatformError> error;
-    /// No session bus or no such service on it.
+    /// No session bus, no such service on it, or no way to speak to it.
     bool isMissing = false;
 
     /// Blocks. Without fields it only looks whether the service is there.
@@ -159,14 +194,21 @@ struct EvolutionAddressBook::Reading {
         }
         // Or GLib would end the process with the bus.
         g_dbus_connection_set_exit_on_close(bus.get(), FALSE);
-        const Object<ESourceRegistry> registry(e_source_registry_new_sync(nullptr, &error));
+        try {
+            Evolution::get();
+        } catch (const tavrin::PlatformError& missing) {
+            reading.error = missing;
+            reading.isMissing = true;
+            return reading;
+        }
+        const Object<ESourceRegistry> registry(Evolution::get().sourceRegistryNew(nullptr, &error));
         if (!registry) {
             reading.error = platformError(doing, error);
             return reading;
         }
         // A missing service is no error to the registry, but a running one has sources of its own.
         const std::unique_ptr<GList, FreeObjects> anything(
-            e_source_registry_list_sources(registry.get(), nullptr));
+            Evolution::get().sourceRegistryListSources(registry.get(), nullptr));
         if (!anything) {
             reading.error = tavrin::PlatformError(
                 g_quark_to_string(G_DBUS_ERROR),
@@ -183,7 +225,7 @@ struct EvolutionAddressBook::Reading {
 
     void readBooks(ESourceRegistry* registry, Fields fields) {
         const std::unique_ptr<GList, FreeObjects> books(
-            e_source_registry_list_enabled(registry, E_SOURCE_EXTENSION_ADDRESS_BOOK));
+            Evolution::get().sourceRegistryListEnabled(registry, E_SOURCE_EXTENSION_ADDRESS_BOOK));
         for (const GList* book = books.get(); book != nullptr; book = book->next) {
             try {
                 readBook(static_cast<ESource*>(book->data), fields, cards);
