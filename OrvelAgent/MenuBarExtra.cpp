@@ -33,6 +33,8 @@ MenuBarExtra::MenuBarExtra(AppModel& model) : model_(model) {
     trayChanges_ = workspace.onTrayChange([this] { trayChanged(); });
     trayChanged();
     if (!icon_) {
+        // While the system is being asked for a tray.
+        QMetaObject::invokeMethod(this, &MenuBarExtra::prepareIcon, Qt::QueuedConnection);
         waitForTray();
     }
 }
@@ -76,7 +78,7 @@ void MenuBarExtra::noTrayInTime() {
     isWanted_ = isWanted_ && !isNew;
 }
 
-void MenuBarExtra::makeIcon() {
+void MenuBarExtra::makeMenu() {
     menu_ = std::make_unique<QMenu>();
     menu_->setObjectName(QStringLiteral("tray-menu"));
     menu_->setAccessibleName(QString::fromStdString(model_.configuration().displayName()));
@@ -95,7 +97,17 @@ void MenuBarExtra::makeIcon() {
         &MenuBarExtra::settingsRequested);
     menu_->addSeparator();
     connect(menu_->addAction(tr("Quit")), &QAction::triggered, this, &MenuBarExtra::quitRequested);
+}
 
+void MenuBarExtra::prepareIcon() {
+    if (!menu_) {
+        makeMenu();
+    }
+    drawnIcon(model_.statusIcon());
+}
+
+void MenuBarExtra::makeIcon() {
+    prepareIcon();
     icon_ = std::make_unique<QSystemTrayIcon>();
     if (!model_.platform().workspace->isTrayMenuBar()) {
         icon_->setContextMenu(menu_.get());
@@ -106,6 +118,15 @@ void MenuBarExtra::makeIcon() {
     nameIcon();
 }
 
+const QIcon& MenuBarExtra::drawnIcon(StatusIcon status) {
+    QIcon& drawn = drawnIcons_[status];
+    if (drawn.isNull()) {
+        drawn = model_.platform().workspace->isTrayMenuBar() ? StatusIconLabel::templateIcon(status)
+                                                             : StatusIconLabel::icon(status);
+    }
+    return drawn;
+}
+
 void MenuBarExtra::updateIcon() {
     if (!icon_) {
         return;
@@ -113,13 +134,7 @@ void MenuBarExtra::updateIcon() {
     const StatusIcon status = model_.statusIcon();
     if (shownStatus_ != status) {
         shownStatus_ = status;
-        QIcon& drawn = drawnIcons_[status];
-        if (drawn.isNull()) {
-            drawn = model_.platform().workspace->isTrayMenuBar()
-                        ? StatusIconLabel::templateIcon(status)
-                        : StatusIconLabel::icon(status);
-        }
-        icon_->setIcon(drawn);
+        icon_->setIcon(drawnIcon(status));
     }
     const QString label = QString::fromStdString(model_.statusAccessibilityLabel());
     if (icon_->toolTip() != label) {

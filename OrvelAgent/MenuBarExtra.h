@@ -62,7 +62,12 @@ private:
     void trayChanged();
     void waitForTray();
     void noTrayInTime();
+    void makeMenu();
+    /// What takes time of it.
+    void prepareIcon();
     void makeIcon();
+    /// Drawn once for each status, until the palette changes.
+    const QIcon& drawnIcon(StatusIcon status);
     void activated(QSystemTrayIcon::ActivationReason reason);
     void updateIcon();
     /// For screen readers.

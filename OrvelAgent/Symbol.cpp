@@ -53,30 +53,37 @@ QString drawing(Symbol symbol) {
     return {};
 }
 
-QImage rendered(const QString& drawing, int pixels) {
-    loadDrawings();
-    QImage image(pixels, pixels, QImage::Format_ARGB32_Premultiplied);
-    image.fill(Qt::transparent);
-    QSvgRenderer renderer(QStringLiteral(":/icons/%1.svg").arg(drawing));
-    QPainter painter(&image);
-    renderer.render(&painter, QRectF(image.rect()));
-    return image;
-}
+/// One of our drawings, read once for all sizes.
+class Drawing final {
+public:
+    explicit Drawing(const QString& name)
+        : renderer_((loadDrawings(), QStringLiteral(":/icons/%1.svg").arg(name))) {}
 
-QImage rendered(Symbol symbol, int pixels, const QColor& color) {
-    QImage image = rendered(drawing(symbol), pixels);
-    QPainter painter(&image);
+    [[nodiscard]] QImage image(int pixels) {
+        QImage image(pixels, pixels, QImage::Format_ARGB32_Premultiplied);
+        image.fill(Qt::transparent);
+        QPainter painter(&image);
+        renderer_.render(&painter, QRectF(image.rect()));
+        return image;
+    }
+
+private:
+    QSvgRenderer renderer_;
+};
+
+QImage tinted(QImage shape, const QColor& color) {
+    QPainter painter(&shape);
     painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
-    painter.fillRect(image.rect(), color);
-    return image;
+    painter.fillRect(shape.rect(), color);
+    return shape;
 }
 
-QImage withRim(Symbol symbol, int pixels, const QColor& color) {
+QImage withRim(const QImage& shape, const QColor& color) {
     // A pixel on ordinary screens.
-    const int width = qMax(1, pixels / 24);
+    const int width = qMax(1, shape.width() / 24);
     const QColor opposite = color.lightnessF() < 0.5 ? Qt::white : Qt::black;
-    const QImage rim = rendered(symbol, pixels, opposite);
-    QImage image(pixels, pixels, QImage::Format_ARGB32_Premultiplied);
+    const QImage rim = tinted(shape, opposite);
+    QImage image(shape.size(), QImage::Format_ARGB32_Premultiplied);
     image.fill(Qt::transparent);
     QPainter painter(&image);
     for (int x = -width; x <= width; ++x) {
@@ -84,7 +91,7 @@ QImage withRim(Symbol symbol, int pixels, const QColor& color) {
             painter.drawImage(x, y, rim);
         }
     }
-    painter.drawImage(0, 0, rendered(symbol, pixels, color));
+    painter.drawImage(0, 0, tinted(shape, color));
     return image;
 }
 
@@ -99,7 +106,7 @@ QPixmap symbolPixmap(Symbol symbol, int size, const QColor& color, double ratio)
                             .arg(color.rgba(), 8, 16);
     QPixmap pixmap;
     if (!QPixmapCache::find(key, &pixmap)) {
-        pixmap = QPixmap::fromImage(rendered(symbol, pixels, color));
+        pixmap = QPixmap::fromImage(tinted(Drawing(drawing(symbol)).image(pixels), color));
         pixmap.setDevicePixelRatio(ratio);
         QPixmapCache::insert(key, pixmap);
     }
@@ -115,9 +122,10 @@ QIcon symbolIcon(Symbol symbol, const QColor& color) {
 }
 
 QIcon symbolTrayIcon(Symbol symbol, const QColor& color) {
+    Drawing drawn(drawing(symbol));
     QIcon icon;
     for (const int size : iconSizes) {
-        icon.addPixmap(QPixmap::fromImage(withRim(symbol, size, color)));
+        icon.addPixmap(QPixmap::fromImage(withRim(drawn.image(size), color)));
     }
     return icon;
 }
@@ -129,9 +137,10 @@ QIcon symbolTemplateIcon(Symbol symbol) {
 }
 
 QIcon applicationIcon() {
+    Drawing drawn(QStringLiteral("app.orvel.OrvelAgent"));
     QIcon icon;
     for (const int size : iconSizes) {
-        icon.addPixmap(QPixmap::fromImage(rendered(QStringLiteral("app.orvel.OrvelAgent"), size)));
+        icon.addPixmap(QPixmap::fromImage(drawn.image(size)));
     }
     return icon;
 }

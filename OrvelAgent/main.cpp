@@ -168,7 +168,11 @@ int main(int argc, char** argv) {
     }
     QGuiApplication::setDesktopFileName(QStringLiteral("app.orvel.OrvelAgent"));
     QGuiApplication::setQuitOnLastWindowClosed(false);
-    QGuiApplication::setWindowIcon(applicationIcon());
+    // Drawing it must not hold up the icon in the tray; windows come later.
+    QMetaObject::invokeMethod(
+        &application,
+        [] { QGuiApplication::setWindowIcon(applicationIcon()); },
+        Qt::QueuedConnection);
     installAccessibility();
     try {
         return run(application);

@@ -2,6 +2,8 @@ find_package(PkgConfig REQUIRED)
 find_package(Threads REQUIRED)
 find_package(SQLite3 REQUIRED)
 find_package(ICU REQUIRED COMPONENTS uc)
+# Linked in: as a shared library it would take longer to load than all that is used of it.
+set(Boost_USE_STATIC_LIBS ON)
 find_package(boost_json 1.81 CONFIG REQUIRED)
 find_package(CURL REQUIRED)
 find_package(OpenSSL REQUIRED)
