@@ -2,11 +2,12 @@
 
 // What the activity window costs the main thread when the log grows: from the entries of one
 // reading to the painted list, with the list full and 500 entries new, against a frame of 16 ms. In
-// time of the processor, which other programs do not add to, and in time of the day.
+// time of the processor, which other programs do not add to.
 
 #include "OrvelAgent/LogListModel.h"
 #include "OrvelAgent/LogReader.h"
 #include "OrvelAgent/LogView.h"
+#include "bench/BenchmarkTable.h"
 #include "platform/Clock.h"
 #include "platform/LogStore.h"
 
@@ -16,8 +17,8 @@
 #include <time.h>
 
 #include <algorithm>
-#include <chrono>
-#include <cstdlib>
+#include <exception>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
@@ -83,7 +84,7 @@ std::vector<LogEntry> entries(int count, int& number) {
     return entries;
 }
 
-int run() {
+void run(const std::filesystem::path& program, const std::filesystem::path& document) {
     WaitingLogStore store;
     SteppedClock clock;
     LogReader reader(store, clock, {"app", "updater"});
@@ -97,33 +98,30 @@ int run() {
     QApplication::processEvents();
 
     std::vector<double> milliseconds;
-    std::vector<double> processor;
     for (int round = 0; round < rounds; ++round) {
         clock.step();
         std::vector<LogEntry> added = entries(newEntries, number);
-        const double processorStart = processorMilliseconds();
-        const auto start = std::chrono::steady_clock::now();
+        const double start = processorMilliseconds();
         store.answer(std::move(added));
         view.viewport()->repaint();
-        const std::chrono::duration<double, std::milli> passed =
-            std::chrono::steady_clock::now() - start;
-        milliseconds.push_back(passed.count());
-        processor.push_back(processorMilliseconds() - processorStart);
+        milliseconds.push_back(processorMilliseconds() - start);
     }
-    std::ranges::sort(milliseconds);
-    std::ranges::sort(processor);
-    const double typical = processor[processor.size() / 2];
-    fmt::print(
-        "{} new entries, from the reading to the painted list: {:.1f} ms of the processor "
-        "(slowest {:.1f}), {:.1f} ms of the day (slowest {:.1f}); {} rounds, a frame is {} ms\n",
-        newEntries,
-        typical,
-        processor.back(),
-        milliseconds[milliseconds.size() / 2],
-        milliseconds.back(),
+    Line line;
+    line.what = fmt::format("{} new entries, from the reading to the painted list", newEntries);
+    line.value = median(milliseconds);
+    line.measured = fmt::format(
+        "{:.1f} ms, the slowest of {} {:.1f} ms",
+        line.value,
         rounds,
-        frame);
-    return typical <= frame ? EXIT_SUCCESS : EXIT_FAILURE;
+        *std::ranges::max_element(milliseconds));
+    line.floor = "–";
+    line.target = frame;
+    line.unit = " ms";
+    const std::string figures = machineDescription(program.parent_path()) + "\n" + table({line});
+    fmt::print("{}", figures);
+    if (!document.empty()) {
+        writeFigures(document, "log", figures);
+    }
 }
 
 } // namespace
@@ -133,5 +131,21 @@ int run() {
 int main(int argc, char** argv) {
     qputenv("QT_QPA_PLATFORM", "offscreen");
     const QApplication application(argc, argv);
-    return orvel::bench::run();
+    const std::vector<std::string> arguments(argv + 1, argv + argc);
+    if (arguments.size() > 1 || (arguments.size() == 1 && arguments[0] == "--help")) {
+        fmt::print(
+            "Usage: log_bench [DOCUMENT]\n\n"
+            "Measures what new entries cost the activity window, prints the table and writes it\n"
+            "between the markers of the document.\n");
+        return arguments.size() == 1 ? 0 : 2;
+    }
+    try {
+        orvel::bench::run(
+            QCoreApplication::applicationFilePath().toStdString(),
+            arguments.empty() ? "" : arguments[0]);
+        return 0;
+    } catch (const std::exception& error) {
+        fmt::print(stderr, "log_bench: {}\n", error.what());
+        return 1;
+    }
 }
