@@ -115,6 +115,11 @@ int run(Application& application) {
 
     UpdateUserDriver userDriver(*platform.softwareUpdater, *platform.workspace, *platform.bundle);
     TavrinMacApp app(platform, userDriver);
+    // Drawing it must not hold up the icon in the tray; windows come later.
+    QMetaObject::invokeMethod(
+        &application,
+        [] { QGuiApplication::setWindowIcon(applicationIcon()); },
+        Qt::QueuedConnection);
     QObject::connect(
         &application,
         &QGuiApplication::saveStateRequest,
@@ -141,6 +146,7 @@ int run(Application& application) {
 
 int showFailure(const std::exception& error) {
     std::fprintf(stderr, "orvel-agent: %s\n", error.what());
+    QGuiApplication::setWindowIcon(applicationIcon());
     QMessageBox window(
         QMessageBox::Critical,
         QCoreApplication::translate("main", "The agent cannot start"),
@@ -168,11 +174,6 @@ int main(int argc, char** argv) {
     }
     QGuiApplication::setDesktopFileName(QStringLiteral("app.orvel.OrvelAgent"));
     QGuiApplication::setQuitOnLastWindowClosed(false);
-    // Drawing it must not hold up the icon in the tray; windows come later.
-    QMetaObject::invokeMethod(
-        &application,
-        [] { QGuiApplication::setWindowIcon(applicationIcon()); },
-        Qt::QueuedConnection);
     installAccessibility();
     try {
         return run(application);

@@ -17,6 +17,7 @@
 #include <QMap>
 #include <QObject>
 #include <QString>
+#include <QTimer>
 #include <qt6keychain/keychain.h>
 
 #include <fmt/format.h>
@@ -172,7 +173,8 @@ void SecretServiceKeychain::startJob(
         context_.get(),
         [end = std::move(end)](const QKeychain::Job* finished) { end(*finished); });
     if (QAbstractEventDispatcher::instance()->inherits("QEventDispatcherGlib")) {
-        job->start();
+        // After all that waits already: the first one loads libsecret, which takes its time.
+        QTimer::singleShot(0, job, &QKeychain::Job::start);
         return;
     }
     // The service's answer would never arrive.

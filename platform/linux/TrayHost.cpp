@@ -24,10 +24,8 @@ constexpr auto watcherPath = "/StatusNotifierWatcher";
 
 TrayHost::TrayHost(Clock& clock, std::function<void()> changed)
     : changed_(std::move(changed)),
-      selection_(std::make_unique<TraySelection>([this] { update(); })),
       asking_(std::make_unique<QTimer>()),
       context_(std::make_unique<QObject>()) {
-    isPresent_ = selection_->isOwned();
     asking_->setSingleShot(true);
     QObject::connect(asking_.get(), &QTimer::timeout, context_.get(), [this] { askBus(); });
     SessionBus::connect(context_.get(), clock, [this](std::unique_ptr<SessionBus> bus) {
@@ -40,6 +38,9 @@ TrayHost::TrayHost(Clock& clock, std::function<void()> changed)
             listen();
             askBus();
         }
+        // While the bus answers.
+        selection_ = std::make_unique<TraySelection>([this] { update(); });
+        update();
     });
 }
 
@@ -86,7 +87,7 @@ void TrayHost::askBus() {
 }
 
 void TrayHost::update() {
-    const bool isPresent = isOnBus_ || selection_->isOwned();
+    const bool isPresent = isOnBus_ || (selection_ && selection_->isOwned());
     if (std::exchange(isPresent_, isPresent) != isPresent) {
         changed_();
     }

@@ -38,6 +38,7 @@ private:
     std::function<void()> changed_;
     bool isPresent_ = false;
     bool isOnBus_ = false;
+    /// As soon as there is a bus, or there is none.
     std::unique_ptr<TraySelection> selection_;
     std::unique_ptr<SessionBus> bus_;
     /// Started by the bus: several changes at once are one question.
