@@ -9,7 +9,9 @@
 #include <openssl/pem.h>
 #include <openssl/ssl.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
+#include <array>
 #include <cassert>
 #include <cerrno>
 #include <chrono>
@@ -97,13 +99,22 @@ void readBody(
     }
 }
 
-/// Ends the connection with a reset at once; the descriptor stays open until its owner closes it.
+/// Ends the connection with a reset at once. The descriptor is the library's to close: until then
+/// it is of a socket whose other end is gone.
 void resetConnection(const httplib::Request& from) {
-    const int connection = SSL_get_fd(from.ssl);
-    // Linux drops a connection with a reset when it is connected to nobody.
-    sockaddr nobody{};
-    nobody.sa_family = AF_UNSPEC;
-    static_cast<void>(connect(connection, &nobody, sizeof nobody));
+    // Newer versions of the library have it as a pointer to anything.
+    const void* const session = from.ssl;
+    const int connection = SSL_get_fd(static_cast<const SSL*>(session));
+    linger none{};
+    none.l_onoff = 1;
+    setsockopt(connection, SOL_SOCKET, SO_LINGER, &none, sizeof none);
+    std::array<int, 2> ends{};
+    if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) == 0) {
+        close(ends[1]);
+        // Closes the connection, which does not linger.
+        dup2(ends[0], connection);
+        close(ends[0]);
+    }
 }
 
 void deliver(const httplib::Request& from, Reply reply, httplib::Response& to) {
