@@ -12,7 +12,12 @@ find_package(CLI11 REQUIRED)
 find_package(Qt6 6.4 REQUIRED COMPONENTS Core Svg Test Widgets)
 find_package(QCoro6 0.8 REQUIRED COMPONENTS Core)
 pkg_check_modules(Plist REQUIRED IMPORTED_TARGET libplist-2.0)
-pkg_check_modules(Httplib REQUIRED IMPORTED_TARGET cpp-httplib)
+# As its own project installs it, or as Debian does, which leaves the CMake configuration out.
+find_package(httplib CONFIG QUIET COMPONENTS OpenSSL)
+if(NOT httplib_FOUND)
+  pkg_check_modules(Httplib REQUIRED IMPORTED_TARGET cpp-httplib)
+  add_library(httplib::httplib ALIAS PkgConfig::Httplib)
+endif()
 
 if(NOT APPLE)
   # What the ports are implemented with, where the system does not have it all.
