@@ -94,10 +94,12 @@ class PropertyListsTest(unittest.TestCase):
         self.assertIs(self.info["SUEnableAutomaticChecks"], True)
 
     def test_the_oldest_system_is_the_one_that_is_compiled_for(self):
-        with open(os.path.join(SOURCE, "tools", "check-macos"), encoding="utf-8") as file:
-            checked = re.search(r"arm64-apple-macos([\d.]+)", file.read())
-        self.assertEqual(self.info["LSMinimumSystemVersion"].split(".")[0],
-                         checked.group(1).split(".")[0])
+        for path, pattern in {"tools/check-macos": r"-target arm64-apple-macos(\S+)",
+                              "packaging/macos/install-dependencies":
+                                  r"CMAKE_OSX_DEPLOYMENT_TARGET=(\S+)"}.items():
+            with open(os.path.join(SOURCE, path), encoding="utf-8") as file:
+                self.assertEqual(re.findall(pattern, file.read()),
+                                 [self.info["LSMinimumSystemVersion"]], path)
 
     def test_the_version_is_the_projects(self):
         self.assertEqual(self.info["CFBundleShortVersionString"], VERSION)
@@ -251,6 +253,59 @@ class MakeDmgTest(ScriptTest):
         self.assertIn("<-DORVEL_API_HOST=api.example.com>", self.calls("cmake")[0])
 
 
+CURL = r"""
+mkdir -p "$TMPDIR/archive/top/ttf"
+touch "$TMPDIR/archive/top/ttf/DejaVuSans.ttf" "$TMPDIR/archive/top/ttf/DejaVuSans-Bold.ttf"
+while [[ $1 != --output ]]; do shift; done
+tar -C "$TMPDIR/archive" -czf "$2" top
+"""
+
+SHASUM = r"""
+cat >>"$TMPDIR/sums"
+exit "$SHASUM"
+"""
+
+
+class InstallDependenciesTest(ScriptTest):
+    def setUp(self):
+        super().setUp()
+        # It installs into the folder that it is in.
+        self.copy = os.path.join(self.folder, "copy", "packaging", "macos")
+        shutil.copytree(PACKAGING, self.copy)
+        self.installed = os.path.join(self.folder, "copy", "build", "macos-dependencies")
+        for name, rest in {"brew": "", "cmake": "", "curl": CURL, "ninja": "", "shasum": SHASUM,
+                           "pkg-config": "", "rsvg-convert": ""}.items():
+            self.write_tool(os.path.join(self.tools, name), rest)
+
+    def install(self, **environment):
+        return subprocess.run(
+            [os.path.join(self.copy, "install-dependencies")], text=True, capture_output=True,
+            check=False, env=self.environment | {"SHASUM": "0"} | environment)
+
+    def test_tools_that_are_there_are_left_alone(self):
+        self.assertEqual(self.install().returncode, 0)
+        for tool in ("cmake", "ninja", "pkgconf", "librsvg"):
+            self.assertNotIn(f"<{tool}>", self.calls("brew")[0])
+
+    def test_whatever_is_downloaded_is_checked_and_installed_once(self):
+        self.assertEqual(self.install().returncode, 0)
+        with open(os.path.join(self.folder, "sums"), encoding="utf-8") as file:
+            self.assertEqual(len(re.findall(r"^[0-9a-f]{64}  /", file.read(), re.MULTILINE)),
+                             len(self.calls("curl")))
+        self.assertEqual(sorted(os.listdir(os.path.join(self.installed, "share", "fonts"))),
+                         ["DejaVuSans-Bold.ttf", "DejaVuSans.ttf"])
+        downloads = self.calls("curl")
+        self.assertEqual(self.install().returncode, 0)
+        self.assertEqual(self.calls("curl"), downloads)
+
+    def test_what_is_not_the_same_any_more_is_not_installed(self):
+        result = self.install(SHASUM="1")
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("is not what it was", result.stderr)
+        self.assertEqual(self.calls("curl")[1:], [])
+        self.assertFalse([call for call in self.calls("cmake") if "<-S>" in call])
+
+
 class MakeIcnsTest(ScriptTest):
     def test_every_size_is_drawn(self):
         icon = os.path.join(self.folder, "AppIcon.icns")
@@ -264,7 +319,8 @@ class MakeIcnsTest(ScriptTest):
 
 
 class ShellTest(unittest.TestCase):
-    scripts = [os.path.join(PACKAGING, name) for name in ("make-dmg", "make-icns")]
+    scripts = [os.path.join(PACKAGING, name)
+               for name in ("install-dependencies", "make-dmg", "make-icns")]
 
     def test_the_shell_can_read_them(self):
         for script in self.scripts:
