@@ -30,29 +30,67 @@ echo >>"$TOOL_LOG"
 CMAKE = r"""
 case $1 in
     --preset)
-        mkdir -p "$QT/lib/cmake/Qt6" "$QT/bin"
+        mkdir -p "$QT/lib/cmake/Qt6" "$QT/plugins/platforms" "$QT/plugins/styles"
+        printf '\xcf\xfa\xed\xfe' >"$QT/plugins/platforms/libqcocoa.dylib"
+        touch "$QT/plugins/styles/libqmacstyle.dylib" "$QT/plugins/styles/libqother.dylib"
         printf 'Qt6_DIR:PATH=%s/lib/cmake/Qt6\n' "$QT" >"$4/CMakeCache.txt"
         ;;
     --install)
         app="$4/Orvel Agent.app/Contents"
+        mkdir -p "$app/Resources"
         versions="$app/Frameworks/Sparkle.framework/Versions"
         mkdir -p "$app/MacOS" "$versions/B/XPCServices/Downloader.xpc" \
             "$versions/B/XPCServices/Installer.xpc" "$versions/B/Updater.app"
         ln -s B "$versions/Current"
         touch "$versions/B/Autoupdate"
         cp "$INFO_PLIST" "$app/Info.plist"
+        mkdir -p "$app/MacOS"
+        printf '#!/bin/bash\nPATH=/usr/bin:/bin\nenv >"%s/environment"\necho "$*"' "$4" \
+            >"$app/MacOS/Orvel Agent"
+        chmod +x "$app/MacOS/Orvel Agent"
         ;;
 esac
 """
 
 MACDEPLOYQT = r"""
-mkdir -p "$1/Contents/Frameworks/QtCore.framework" "$1/Contents/PlugIns/platforms"
-touch "$1/Contents/Frameworks/libfmt.dylib" "$1/Contents/PlugIns/platforms/libqcocoa.dylib"
+mkdir -p "$1/Contents/Frameworks/QtCore.framework"
+touch "$1/Contents/Frameworks/libfmt.dylib"
+echo "$DEPLOYMENT" >&2
+"""
+
+# Every binary is linked with itself, a library of the bundle, one of the system, and one more.
+OTOOL = r"""
+case $1 in
+    -D) printf '%s:\n/opt/homebrew/lib/identity.dylib\n' "$2" ;;
+    -L)
+        echo "$2:"
+        for library in /opt/homebrew/lib/identity.dylib @executable_path/../Frameworks/libfmt.dylib \
+            @rpath/libfmt.dylib /usr/lib/libSystem.B.dylib "$LIBRARY"; do
+            printf '\t%s (compatibility version 1.0.0, current version 1.0.0)\n' "$library"
+        done
+        printf '\t/opt/none.dylib (compatibility version 1.0.0, current version 1.0.0, weak)\n'
+        ;;
+    -l)
+        printf 'Load command 1\n      cmd LC_BUILD_VERSION\n  cmdsize 32\n platform 1\n'
+        printf '    minos %s\n      sdk 15.5\n   ntools 1\n     tool 3\n  version 1.0\n' "$MINOS"
+        for rpath in @loader_path/../../../../lib @loader_path/../../Frameworks /opt/homebrew/lib \
+            @executable_path/../Frameworks; do
+            printf 'Load command 2\n          cmd LC_RPATH\n      cmdsize 32\n'
+            printf '         path %s (offset 12)\n' "$rpath"
+        done
+        ;;
+esac
+"""
+
+QTPATHS = r"""
+echo "$QT/plugins"
 """
 
 PLUTIL = r"""
 if [[ $4 == - ]]; then cat >/dev/null; fi
 case $2 in
+    CFBundleExecutable) echo "Orvel Agent" ;;
+    LSMinimumSystemVersion) echo "13.3" ;;
     CFBundleShortVersionString) echo "$VERSION" ;;
     status) echo "$VERDICT" ;;
     id) echo submission ;;
@@ -131,14 +169,17 @@ class ScriptTest(unittest.TestCase):
         os.makedirs(self.tools)
         os.makedirs(os.path.join(self.qt, "bin"))
         for name, rest in {"cmake": CMAKE, "codesign": "", "ditto": "", "hdiutil": HDIUTIL,
-                           "iconutil": "", "plutil": PLUTIL, "rsvg-convert": "", "xattr": "",
+                           "iconutil": "", "install_name_tool": "", "otool": OTOOL,
+                           "plutil": PLUTIL, "rsvg-convert": "", "xattr": "",
                            "xcrun": XCRUN}.items():
             self.write_tool(os.path.join(self.tools, name), rest)
         self.write_tool(os.path.join(self.qt, "bin", "macdeployqt"), MACDEPLOYQT)
+        self.write_tool(os.path.join(self.qt, "bin", "qtpaths"), QTPATHS)
         self.environment = {
             "PATH": self.tools + ":" + os.environ["PATH"], "TOOL_LOG": self.log, "QT": self.qt,
             "INFO_PLIST": INFO_PLIST, "VERSION": VERSION, "VERDICT": "Accepted",
-            "TMPDIR": self.folder}
+            "TMPDIR": self.folder, "DEPLOYMENT": "WARNING: nothing", "MINOS": "13.3",
+            "LIBRARY": "/System/Library/Frameworks/AppKit.framework/Versions/C/AppKit"}
 
     @staticmethod
     def write_tool(path, rest):
@@ -241,6 +282,55 @@ class MakeDmgTest(ScriptTest):
         image = self.make(**self.signed).stdout.splitlines()[-1]
         self.assertEqual(image, os.path.join(self.folder, f"image/OrvelAgent-{VERSION}.dmg"))
         self.assertTrue(os.path.exists(image))
+
+    def test_only_the_plugins_that_are_needed_go_in(self):
+        self.assertEqual(self.make("--unsigned").returncode, 0)
+        plugins = os.path.join(self.folder, "image", "stage", APP, "Contents", "PlugIns")
+        self.assertEqual(
+            sorted(os.path.relpath(os.path.join(folder, name), plugins)
+                   for folder, _, names in os.walk(plugins) for name in names),
+            ["platforms/libqcocoa.dylib", "styles/libqmacstyle.dylib"])
+        self.assertIn("<-no-plugins>", self.calls("macdeployqt")[0])
+
+    def test_an_error_while_libraries_are_collected_ends_it(self):
+        result = self.make("--unsigned", DEPLOYMENT="ERROR: no file at x")
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("ERROR: no file at x", result.stdout)
+        self.assertEqual(self.calls("hdiutil"), [])
+
+    def test_a_library_that_is_not_in_the_application_ends_it(self):
+        for library in ("/opt/homebrew/lib/libx.dylib", "/usr/local/lib/libx.dylib",
+                        "@rpath/libx.dylib", "@executable_path/../Frameworks/libx.dylib",
+                        "@loader_path/libx.dylib"):
+            result = self.make("--unsigned", LIBRARY=library)
+            self.assertEqual(result.returncode, 1, library)
+            self.assertIn(f"Contents/PlugIns/platforms/libqcocoa.dylib needs {library}",
+                          result.stderr)
+            self.assertEqual(self.calls("hdiutil"), [])
+
+    def test_places_outside_the_application_are_not_searched(self):
+        self.assertEqual(self.make("--unsigned").returncode, 0)
+        self.assertEqual(
+            [re.findall(r"<([^>]*)>", call)[:2] for call in self.calls("install_name_tool")],
+            [["-delete_rpath", "@loader_path/../../../../lib"],
+             ["-delete_rpath", "/opt/homebrew/lib"]])
+
+    def test_the_oldest_system_is_not_older_than_that_of_any_library(self):
+        def replaced():
+            return [call for call in self.calls("plutil") if "<-replace>" in call]
+
+        for version in ("13.3", "9.10", "13.0"):
+            self.assertEqual(self.make("--unsigned", MINOS=version).returncode, 0)
+            self.assertEqual(replaced(), [], version)
+        self.assertEqual(self.make("--unsigned", MINOS="13.10").returncode, 0)
+        self.assertIn("<LSMinimumSystemVersion> <-string> <13.10>", replaced()[0])
+
+    def test_the_application_is_run_without_anything_of_this_mac(self):
+        result = self.make("--unsigned")
+        self.assertIn("\n--version\n", result.stdout)
+        with open(os.path.join(self.folder, "image", "stage", "environment"),
+                  encoding="utf-8") as file:
+            self.assertNotIn("TMPDIR", file.read())
 
     def test_unsigned_needs_no_credentials_and_asks_no_notary(self):
         self.assertEqual(self.make("--unsigned").returncode, 0)
