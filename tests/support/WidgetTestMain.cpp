@@ -2,7 +2,9 @@
 #include "OrvelAgent/Accessibility.h"
 
 #include <QApplication>
+#include <QDir>
 #include <QFont>
+#include <QFontDatabase>
 #include <QStyleFactory>
 
 #include <gtest/gtest.h>
@@ -34,6 +36,11 @@ int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
     QApplication::setStyle(QStyleFactory::create(QStringLiteral("Fusion")));
     const QApplication application(argc, argv);
+    // It need not be installed.
+    const QDir fonts(QStringLiteral(TEST_FONTS));
+    for (const QString& file : fonts.entryList({QStringLiteral("DejaVuSans*.ttf")})) {
+        QFontDatabase::addApplicationFont(fonts.filePath(file));
+    }
     QApplication::setFont(QFont(QStringLiteral("DejaVu Sans"), 10));
     QApplication::setQuitOnLastWindowClosed(false);
     orvel::installAccessibility();
