@@ -3,6 +3,7 @@
 
 #include "core/Errors.h"
 #include "platform/URLSession.h"
+#include "tests/support/LocalServer.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>
@@ -57,6 +58,11 @@ inline URLRequest get(std::string url) {
     URLRequest request;
     request.url = std::move(url);
     return request;
+}
+
+inline void answerOK(LocalServer::Connection& connection) {
+    connection.readRequest();
+    connection.reply(200, "ok");
 }
 
 inline std::filesystem::path

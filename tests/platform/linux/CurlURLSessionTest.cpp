@@ -74,11 +74,6 @@ LocalServer::Handler sending(std::string bytes, void (Connection::*end)()) {
     };
 }
 
-void answerOK(Connection& connection) {
-    connection.readRequest();
-    connection.reply(200, "ok");
-}
-
 } // namespace
 
 TEST(CurlURLSessionTest, SendsTheRequestAsGiven) {

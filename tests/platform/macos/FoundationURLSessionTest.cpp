@@ -41,11 +41,6 @@ Outcome outcomeOf(const LocalServer::Handler& handler, URLRequest request = {}) 
     return {std::move(result), server.connectionCount(), server.requests()};
 }
 
-void answerOK(Connection& connection) {
-    connection.readRequest();
-    connection.reply(200, "ok");
-}
-
 } // namespace
 
 TEST(FoundationURLSessionTest, SendsTheRequestAsGiven) {
