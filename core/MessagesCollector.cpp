@@ -135,8 +135,9 @@ struct MessagesCollector::Cache {
 
     [[nodiscard]] bool hasKnownParticipant(Chat& chat) const {
         if (!chat.hasKnownParticipant) {
-            chat.hasKnownParticipant =
-                std::ranges::any_of(chat.info.participants, [this](const std::string& participant) {
+            const auto& participants = chat.info.participants;
+            chat.hasKnownParticipant = std::any_of(
+                participants.begin(), participants.end(), [this](const std::string& participant) {
                     return isKnown(participant);
                 });
         }
@@ -335,8 +336,8 @@ std::map<std::int64_t, MessagesCollector::ChatInfo> MessagesCollector::loadChats
             }
         });
     for (auto& [rowID, chat] : chats) {
-        std::ranges::sort(chat.participants);
-        // Not the form with a range, which clang 14 does not compile.
+        // Not the forms with a range, which libc++ 14 lacks and clang 14 does not compile.
+        std::sort(chat.participants.begin(), chat.participants.end());
         const auto last = std::unique(chat.participants.begin(), chat.participants.end());
         chat.participants.erase(last, chat.participants.end());
     }

@@ -11,7 +11,8 @@ namespace tavrin {
 namespace {
 
 bool isTransientCode(int code) {
-    return std::ranges::any_of(TransientFailure::urlErrorCodes, [code](URLErrorCode transient) {
+    const auto& codes = TransientFailure::urlErrorCodes;
+    return std::any_of(codes.begin(), codes.end(), [code](URLErrorCode transient) {
         return static_cast<int>(transient) == code;
     });
 }
