@@ -4,11 +4,11 @@
 #include "core/CancellationToken.h"
 #include "core/Errors.h"
 #include "core/FileDescriptor.h"
+#include "core/RegularFile.h"
 
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -124,22 +124,13 @@ void KernelFileCopier::copy(
     const std::filesystem::path& destination,
     const tavrin::CancellationToken& cancellation) {
     cancellation.throwIfCancelled();
-    // Without blocking, or a pipe in the file's place would hold us up.
-    const FileDescriptor from(open(source.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    struct stat status {};
-    if (!from.isOpen() || fstat(from.get(), &status) != 0) {
-        throw PlatformError::fromErrno(errno, "Could not read " + source.string());
-    }
-    if (!S_ISREG(status.st_mode)) {
-        throw PlatformError::fromErrno(
-            S_ISDIR(status.st_mode) ? EISDIR : EINVAL, "Could not read " + source.string());
-    }
+    const tavrin::RegularFile from = tavrin::openRegularFile(source);
     FileDescriptor to(open(destination.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (!to.isOpen()) {
         throw PlatformError::fromErrno(errno, "Could not create " + destination.string());
     }
     try {
-        run(ways_, {source, destination, cancellation, from.get(), to.get(), status.st_size});
+        run(ways_, {source, destination, cancellation, from.descriptor.get(), to.get(), from.size});
         // Where the file system is a remote one, closing tells of failed writes.
         if (close(to.release()) != 0 && errno != EINTR) {
             throw PlatformError::fromErrno(errno, "Could not write " + destination.string());

@@ -4,6 +4,7 @@
 #include "core/CancellationToken.h"
 #include "core/Errors.h"
 #include "core/FileDescriptor.h"
+#include "core/RegularFile.h"
 
 #include <copyfile.h>
 #include <fcntl.h>
@@ -107,18 +108,9 @@ void CloningFileCopier::copy(
     const std::filesystem::path& destination,
     const tavrin::CancellationToken& cancellation) {
     cancellation.throwIfCancelled();
-    // Without blocking, or a pipe in the file's place would hold us up.
-    const FileDescriptor from(open(source.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    struct stat status {};
-    if (!from.isOpen() || fstat(from.get(), &status) != 0) {
-        throw PlatformError::fromErrno(errno, "Could not read " + source.string());
-    }
-    if (!S_ISREG(status.st_mode)) {
-        throw PlatformError::fromErrno(
-            S_ISDIR(status.st_mode) ? EISDIR : EINVAL, "Could not read " + source.string());
-    }
-    if (!clone(from, destination)) {
-        copyBytes(from, destination, cancellation);
+    const tavrin::RegularFile from = tavrin::openRegularFile(source);
+    if (!clone(from.descriptor, destination)) {
+        copyBytes(from.descriptor, destination, cancellation);
     }
 }
 
