@@ -41,6 +41,21 @@ enum class LogLevel : int {
     Error = LogEntry::error,
 };
 
+/// What a line on standard error calls it.
+[[nodiscard]] constexpr std::string_view name(LogLevel level) {
+    switch (level) {
+    case LogLevel::Debug:
+        return "debug";
+    case LogLevel::Info:
+        return "info";
+    case LogLevel::Default:
+        return "default";
+    case LogLevel::Error:
+        return "error";
+    }
+    return "error";
+}
+
 /// Where log lines go, and where those of this process are read back from.
 class LogStore {
 public:

@@ -35,20 +35,6 @@ spdlog::level::level_enum spdlogLevel(LogLevel level) {
     return spdlog::level::err;
 }
 
-std::string_view name(LogLevel level) {
-    switch (level) {
-    case LogLevel::Debug:
-        return "debug";
-    case LogLevel::Info:
-        return "info";
-    case LogLevel::Default:
-        return "default";
-    case LogLevel::Error:
-        return "error";
-    }
-    return "error";
-}
-
 /// The journal's priorities are those of syslog.
 std::string_view priority(LogLevel level) {
     switch (level) {

@@ -30,20 +30,6 @@ os_log_type_t typeOf(LogLevel level) {
     return OS_LOG_TYPE_ERROR;
 }
 
-const char* name(LogLevel level) {
-    switch (level) {
-    case LogLevel::Debug:
-        return "debug";
-    case LogLevel::Info:
-        return "info";
-    case LogLevel::Default:
-        return "default";
-    case LogLevel::Error:
-        return "error";
-    }
-    return "error";
-}
-
 int numberOf(OSLogEntryLogLevel level) {
     switch (level) {
     case OSLogEntryLogLevelDebug:
@@ -74,6 +60,9 @@ std::string escaped(std::string text) {
 
 constexpr tavrin::Date latest{tavrin::Seconds(253'402'300'799.0)};
 
+/// More than what a date can lose on its way through the system's own kinds of time.
+constexpr tavrin::Seconds greatestRounding(0.001);
+
 LogStore::Entries entriesFrom(tavrin::Date start) {
     NSError* error = nil;
     OSLogStore* const store = [OSLogStore storeWithScope:OSLogStoreCurrentProcessIdentifier
@@ -83,7 +72,8 @@ LogStore::Entries entriesFrom(tavrin::Date start) {
     }
     // There is nothing before 1970 and after the year 9999, and no telling what the system makes of
     // such dates.
-    const tavrin::Date date = std::clamp(start, tavrin::Date(), latest);
+    const tavrin::Date date =
+        std::clamp(start, tavrin::Date() + greatestRounding, latest) - greatestRounding;
     OSLogPosition* const position = [store positionWithDate:nsDate(date)];
     OSLogEnumerator* const found = [store entriesEnumeratorWithOptions:0
                                                               position:position
@@ -99,7 +89,7 @@ LogStore::Entries entriesFrom(tavrin::Date start) {
         }
         auto* const line = static_cast<OSLogEntryLog*>(entry);
         const tavrin::Date written = dateOf(line.date);
-        // The position may lie before the date.
+        // The position lies before the date: one at the date could lie behind an entry of it.
         if (entries.empty() && written < start) {
             continue;
         }
@@ -125,7 +115,8 @@ void UnifiedLogStore::write(LogLevel level, std::string_view category, std::stri
             const std::string keptCategory = tavrin::repairedUTF8(category);
             const std::string keptMessage = tavrin::repairedUTF8(message);
             const os_log_t log = logOf(keptCategory);
-            os_log_with_type(log, typeOf(level), "%{public}s", keptMessage.c_str());
+            // Not as a C string, which ends at a character of value zero.
+            os_log_with_type(log, typeOf(level), "%{public}@", nsString(keptMessage));
             if (options_.standardErrorLevel && level >= *options_.standardErrorLevel) {
                 const std::string line = std::string(name(level)) + " " + escaped(keptCategory) +
                                          ": " + escaped(keptMessage) + "\n";
