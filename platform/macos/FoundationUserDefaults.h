@@ -17,10 +17,9 @@ NS_ASSUME_NONNULL_BEGIN
 /// writes the file.
 class FoundationUserDefaults final : public tavrin::UserDefaults {
 public:
-    /// Those of the application itself.
-    FoundationUserDefaults();
-    /// Those that go by that name, which no application's identifier may be.
-    explicit FoundationUserDefaults(const std::string& suite);
+    /// Those of the application of that identifier, whichever program this one is; this program's
+    /// own for none. Throws `tavrin::PlatformError` when there can be none of that name.
+    explicit FoundationUserDefaults(const std::string& identifier);
 
     [[nodiscard]] std::optional<std::string> string(std::string_view key) const override;
     [[nodiscard]] std::optional<std::int64_t> integer(std::string_view key) const override;

@@ -13,21 +13,24 @@ namespace values = user_defaults_values;
 
 namespace {
 
-NSUserDefaults* defaultsOf(const std::string& suite) {
-    NSUserDefaults* const defaults = [[NSUserDefaults alloc] initWithSuiteName:nsString(suite)];
+NSUserDefaults* defaultsOf(const std::string& identifier) {
+    NSString* const name = nsString(identifier);
+    if (identifier.empty() || [name isEqual:NSBundle.mainBundle.bundleIdentifier]) {
+        // Which may not be asked for by its name.
+        return NSUserDefaults.standardUserDefaults;
+    }
+    NSUserDefaults* const defaults = [[NSUserDefaults alloc] initWithSuiteName:name];
     if (defaults == nil) {
         throw tavrin::PlatformError::fromErrno(
-            EINVAL, "There can be no settings of the name " + suite);
+            EINVAL, "There can be no settings of the name " + identifier);
     }
     return defaults;
 }
 
 } // namespace
 
-FoundationUserDefaults::FoundationUserDefaults() : defaults_(NSUserDefaults.standardUserDefaults) {}
-
-FoundationUserDefaults::FoundationUserDefaults(const std::string& suite)
-    : defaults_(defaultsOf(suite)) {}
+FoundationUserDefaults::FoundationUserDefaults(const std::string& identifier)
+    : defaults_(defaultsOf(identifier)) {}
 
 std::optional<std::string> FoundationUserDefaults::string(std::string_view key) const {
     @autoreleasepool {

@@ -43,7 +43,7 @@ Platform makePlatform(PlatformOptions options) {
     platform.logStore = std::make_unique<UnifiedLogStore>(
         UnifiedLogStore::Options{platform.bundle->identifier(), options.standardErrorLevel});
     platform.clock = std::make_unique<ContinuousClock>();
-    platform.userDefaults = std::make_unique<FoundationUserDefaults>();
+    platform.userDefaults = std::make_unique<FoundationUserDefaults>(platform.bundle->identifier());
     platform.fileCopier = std::make_unique<CloningFileCopier>();
 
     std::vector<std::filesystem::path> certificates = std::move(options.extraCertificates);
