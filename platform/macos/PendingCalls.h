@@ -48,12 +48,6 @@ public:
             });
         }
 
-        /// Main thread.
-        [[nodiscard]] bool isPending() const {
-            const auto table = table_.lock();
-            return table && table->completions.contains(number_);
-        }
-
         /// Main thread. Ends the call with this result even if another one is already on its way;
         /// false, and nothing, when the completion has been called.
         bool finishInstead(Results... results) {

@@ -69,9 +69,9 @@ public:
         : session_(session), call_(std::move(call)) {}
 
     void cancel() override {
-        if (call_.isPending()) {
+        // First, because the session may tell of an end of its own within its cancelling.
+        if (call_.finishInstead(Cancelled())) {
             [session_ cancel];
-            call_.finish(Cancelled());
         }
     }
 

@@ -21,10 +21,11 @@
 }
 
 - (void)cancel {
+    // Not the end that counts.
     self.end(
         nil,
         [NSError errorWithDomain:ASWebAuthenticationSessionErrorDomain
-                            code:ASWebAuthenticationSessionErrorCodeCanceledLogin
+                            code:ASWebAuthenticationSessionErrorCodePresentationContextInvalid
                         userInfo:nil]);
 }
 
