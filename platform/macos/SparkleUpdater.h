@@ -15,6 +15,10 @@ namespace orvel {
 /// Sparkle verifies with the key in the main bundle's information property list and with no other:
 /// for a feed with another key it is never started, and finds nothing. It keeps its settings in the
 /// user defaults itself, and does not tell whether it could. Only while started are they to be had.
+///
+/// Sparkle has no call that stops it: `stop` lets go of its updater and hears no more of it. What
+/// Sparkle keeps alive by itself goes on, such as a window that the user has open, its download,
+/// and the installer, a process of its own that puts an update in place when this one ends.
 class SparkleUpdater final : public SoftwareUpdater {
 public:
     SparkleUpdater();

@@ -117,6 +117,8 @@ void SparkleUpdater::start(Feed feed, Delegate& delegate, UserDriver&) {
 }
 
 void SparkleUpdater::stop() {
+    // Whoever starts next must not be told what was saved for this one.
+    saves_ = {};
     [sparkleDelegate_ forgetDelegate];
     controller_ = nil;
     sparkleDelegate_ = nil;
