@@ -12,7 +12,8 @@ inline constexpr std::string_view urlErrorDomain = "NSURLErrorDomain";
 /// The domain of `errno` codes in a `PlatformError`.
 inline constexpr std::string_view posixErrorDomain = "NSPOSIXErrorDomain";
 
-/// Codes of URL loading that this system tells apart; the numbers are the platform's own.
+/// Codes of URL loading that this system tells apart; the numbers are the platform's own, which may
+/// give others as well.
 enum class URLErrorCode : int {
     Unknown = -1,
     Cancelled = -999,

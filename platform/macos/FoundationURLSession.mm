@@ -25,48 +25,13 @@ namespace {
 using tavrin::URLErrorCode;
 using Call = PendingCalls<URLResult>::Call;
 
-/// Those that we tell apart; any other is an unknown one.
-URLErrorCode urlErrorCode(NSInteger code) {
-    switch (const auto known = static_cast<URLErrorCode>(code)) {
-    case URLErrorCode::Unknown:
-    case URLErrorCode::Cancelled:
-    case URLErrorCode::BadURL:
-    case URLErrorCode::TimedOut:
-    case URLErrorCode::UnsupportedURL:
-    case URLErrorCode::CannotFindHost:
-    case URLErrorCode::CannotConnectToHost:
-    case URLErrorCode::NetworkConnectionLost:
-    case URLErrorCode::DNSLookupFailed:
-    case URLErrorCode::HTTPTooManyRedirects:
-    case URLErrorCode::NotConnectedToInternet:
-    case URLErrorCode::BadServerResponse:
-    case URLErrorCode::CannotDecodeContentData:
-    case URLErrorCode::CannotParseResponse:
-    case URLErrorCode::InternationalRoamingOff:
-    case URLErrorCode::CallIsActive:
-    case URLErrorCode::DataNotAllowed:
-    case URLErrorCode::DataLengthExceedsMaximum:
-    case URLErrorCode::SecureConnectionFailed:
-    case URLErrorCode::ServerCertificateHasBadDate:
-    case URLErrorCode::ServerCertificateUntrusted:
-    case URLErrorCode::ServerCertificateHasUnknownRoot:
-    case URLErrorCode::ClientCertificateRejected:
-        return known;
-    }
-    return URLErrorCode::Unknown;
-}
-
 /// In the system's own words, which the user knows from other applications.
 tavrin::URLError urlErrorOf(NSError* error) {
-    // "Not yet valid" has a number of its own, which says the same.
-    constexpr NSInteger certificateNotYetValid = -1204;
     if (![error.domain isEqualToString:NSURLErrorDomain]) {
         return tavrin::urlError(URLErrorCode::Unknown);
     }
-    return {
-        error.code == certificateNotYetValid ? URLErrorCode::ServerCertificateHasBadDate
-                                             : urlErrorCode(error.code),
-        utf8(error.localizedDescription)};
+    // Also one that has no name with us: it stays the number that the system gives.
+    return {static_cast<URLErrorCode>(error.code), utf8(error.localizedDescription)};
 }
 
 [[noreturn]] void failToRead(const std::filesystem::path& file, int code) {
@@ -382,12 +347,17 @@ FoundationURLSession::start(URLRequest request, std::function<void(URLResult)> c
         const std::weak_ptr<Progress> watched = progress;
         __weak NSURLSessionTask* const watchedTask = task;
         const auto nanoseconds = static_cast<std::int64_t>(limit * 1e9);
-        dispatch_after(dispatch_time(DISPATCH_TIME_NOW, nanoseconds), queue, ^{
-          if (const auto late = watched.lock(); late && !late->reason) {
-              late->reason = URLErrorCode::TimedOut;
-              [watchedTask cancel];
-          }
-        });
+        // One clock stands still while the machine sleeps, the other follows whoever sets it.
+        for (const dispatch_time_t end :
+             {dispatch_time(DISPATCH_TIME_NOW, nanoseconds),
+              dispatch_walltime(nullptr, nanoseconds)}) {
+            dispatch_after(end, queue, ^{
+              if (const auto late = watched.lock(); late && !late->reason) {
+                  late->reason = URLErrorCode::TimedOut;
+                  [watchedTask cancel];
+              }
+            });
+        }
         return std::make_unique<FoundationTask>(call, task);
     }
 }
