@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "core/KeyedArchive.h"
 
-#include "core/PropertyList.h"
 #include "core/Text.h"
 
 #include <plist/plist.h>
@@ -13,9 +12,6 @@
 namespace tavrin::KeyedArchive {
 
 namespace {
-
-/// Far more than the longest message with all its attributes.
-constexpr std::size_t maximumSize = 4U << 20U;
 
 /// Valid as long as the node; a data node counts as the text of its bytes.
 std::optional<std::string_view> text(plist_t node) {
@@ -92,8 +88,7 @@ std::optional<std::string_view> stringObjectText(plist_t object, plist_t objects
 
 std::optional<std::string> attributedString(std::span<const std::uint8_t> archive) {
     try {
-        const PropertyList list =
-            parsePropertyList(archive, {maximumSize, maximumObjectCount, maximumDepth});
+        const PropertyList list = parsePropertyList(archive, limits);
         if (text(plist_dict_get_item(list.get(), "$archiver")) != "NSKeyedArchiver") {
             return std::nullopt;
         }

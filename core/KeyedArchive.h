@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <cstddef>
+#include "core/PropertyList.h"
+
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -11,9 +12,8 @@
 /// to each other by index.
 namespace tavrin::KeyedArchive {
 
-/// More objects, or deeper nesting, is not a message text.
-inline constexpr std::size_t maximumObjectCount = 100'000;
-inline constexpr std::size_t maximumDepth = 64;
+/// Beyond these it is not a message text: far more than the longest one with all its attributes.
+inline constexpr PropertyListLimits limits{.size = 4U << 20U, .objectCount = 100'000, .depth = 64};
 
 /// The plain string of the archived attributed string (class NSAttributedString or one derived from
 /// it), or nothing for anything else: another root class, a malformed or oversized archive, a

@@ -5,12 +5,13 @@
 
 #import <Foundation/Foundation.h>
 
+#include <new>
+
 namespace tavrin {
 
-std::optional<std::string> KeyedArchive::attributedString(std::span<const std::uint8_t> archive) {
-    if (archive.empty()) {
-        return std::nullopt;
-    }
+namespace {
+
+std::optional<std::string> unarchived(std::span<const std::uint8_t> archive) {
     @autoreleasepool {
         @try {
             // Only looked at within this function.
@@ -30,6 +31,21 @@ std::optional<std::string> KeyedArchive::attributedString(std::span<const std::u
             // Some malformed archives raise in place of giving an error.
             return std::nullopt;
         }
+    }
+}
+
+} // namespace
+
+std::optional<std::string> KeyedArchive::attributedString(std::span<const std::uint8_t> archive) {
+    try {
+        // The unarchiver says nothing of limits. What is within ours goes to it as it is.
+        if (!parsePropertyList(archive, limits)) {
+            return std::nullopt;
+        }
+        return unarchived(archive);
+    } catch (const std::bad_alloc&) {
+        // A text that there is no room for cannot be read either.
+        return std::nullopt;
     }
 }
 

@@ -50,4 +50,17 @@ TEST(KeyedArchiveTest, AnArchiveCutAnywhereGivesNothing) {
     }
 }
 
+TEST(KeyedArchiveTest, AnArchiveBeyondTheLimitsGivesNothing) {
+    const auto textOfLength = [](std::size_t length) {
+        const std::string text(length, 'x');
+        NSString* const string = [[NSString alloc] initWithBytes:text.data()
+                                                          length:text.size()
+                                                        encoding:NSASCIIStringEncoding];
+        return textIn(archiveOf([[NSAttributedString alloc] initWithString:string]));
+    };
+    constexpr std::size_t half = KeyedArchive::limits.size / 2;
+    EXPECT_EQ(textOfLength(half), std::string(half, 'x'));
+    EXPECT_EQ(textOfLength(2 * half), std::nullopt);
+}
+
 } // namespace tavrin
