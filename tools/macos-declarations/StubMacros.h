@@ -4,11 +4,14 @@
 // Enough of the system's public interface to type-check our own Objective-C++ elsewhere: written by
 // hand from the public documentation, for tools/check-macos only, never linked and never shipped.
 // What does not stand here is not known to be wrong, only unknown: add it, with the version of
-// macOS that first had it. A selector without a version has that of its class.
+// macOS that first had it. A selector without a version has that of its class; tools/check-macos
+// wants one for everything else.
 
 #define MAC_API(v) __attribute__((availability(macos, introduced = v)))
 #define MAC_DEPRECATED(i, d, msg)                                                                  \
     __attribute__((availability(macos, introduced = i, deprecated = d, message = msg)))
+// The framework's own version, which the compiler has nothing to compare with: 2.0, or later.
+#define SPARKLE_API(v)
 #define NS_ASSUME_NONNULL_BEGIN _Pragma("clang assume_nonnull begin")
 #define NS_ASSUME_NONNULL_END _Pragma("clang assume_nonnull end")
 #define NS_UNAVAILABLE __attribute__((unavailable))

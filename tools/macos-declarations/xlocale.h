@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
+#include <StubMacros.h>
 #include <ctype.h>
 #include <locale.h>
 // Macros that look into the locale, which may be none.
 #undef isdigit_l
 #undef isxdigit_l
 // What the C++ library wants of it beyond the C library that stands in for the system's.
-extern "C" struct lconv* localeconv_l(locale_t locale);
-extern "C" int asprintf_l(char** text, locale_t locale, const char* format, ...);
-extern "C" int
-snprintf_l(char* text, decltype(sizeof(0)) size, locale_t locale, const char* format, ...);
-extern "C" int sscanf_l(const char* text, locale_t locale, const char* format, ...);
+STUB_EXTERN struct lconv* localeconv_l(locale_t locale) MAC_API(10.4);
+STUB_EXTERN int asprintf_l(char** text, locale_t locale, const char* format, ...) MAC_API(10.4);
+STUB_EXTERN int
+snprintf_l(char* text, decltype(sizeof(0)) size, locale_t locale, const char* format, ...)
+    MAC_API(10.4);
+STUB_EXTERN int sscanf_l(const char* text, locale_t locale, const char* format, ...) MAC_API(10.4);

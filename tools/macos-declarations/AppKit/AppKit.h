@@ -31,23 +31,27 @@ typedef NS_ENUM(NSUInteger, NSBackingStoreType) {
     NSBackingStoreBuffered = 2,
 };
 
+MAC_API(10.0)
 @interface NSResponder : NSObject <NSCoding>
 @end
+MAC_API(10.0)
 @interface NSApplication : NSResponder
 @property(class, readonly, strong) NSApplication* sharedApplication;
-- (BOOL)setActivationPolicy:(NSApplicationActivationPolicy)activationPolicy;
-- (NSApplicationActivationPolicy)activationPolicy;
+- (BOOL)setActivationPolicy:(NSApplicationActivationPolicy)activationPolicy MAC_API(10.6);
+- (NSApplicationActivationPolicy)activationPolicy MAC_API(10.6);
 - (void)activateIgnoringOtherApps:(BOOL)ignoreOtherApps
     MAC_DEPRECATED(10.0, 100000, "use -activate");
 - (void)activate MAC_API(14.0);
+- (void)yieldActivationToApplication:(NSRunningApplication*)application MAC_API(14.0);
 - (void)terminate:(nullable id)sender;
 @property(readonly, copy) NSArray<NSWindow*>* windows;
 @property(nullable, readonly, weak) NSWindow* keyWindow;
 @property(nullable, readonly, weak) NSWindow* mainWindow;
 @property(getter=isActive, readonly) BOOL active;
 @end
-STUB_EXTERN __kindof NSApplication* _Null_unspecified NSApp;
+STUB_EXTERN __kindof NSApplication* _Null_unspecified NSApp MAC_API(10.0);
 
+MAC_API(10.6)
 @interface NSRunningApplication : NSObject
 + (NSArray<NSRunningApplication*>*)runningApplicationsWithBundleIdentifier:
     (NSString*)bundleIdentifier;
@@ -69,6 +73,7 @@ MAC_API(10.15)
 @property BOOL activates;
 @end
 
+MAC_API(10.0)
 @interface NSWorkspace : NSObject
 @property(class, readonly, strong) NSWorkspace* sharedWorkspace;
 @property(readonly, strong) NSNotificationCenter* notificationCenter;
@@ -78,25 +83,28 @@ MAC_API(10.15)
     completionHandler:
         (nullable void (^)(NSRunningApplication* _Nullable app, NSError* _Nullable error))
             completionHandler MAC_API(10.15);
-- (void)activateFileViewerSelectingURLs:(NSArray<NSURL*>*)fileURLs;
-@property(readonly, copy) NSArray<NSRunningApplication*>* runningApplications;
+- (void)activateFileViewerSelectingURLs:(NSArray<NSURL*>*)fileURLs MAC_API(10.6);
+@property(readonly, copy) NSArray<NSRunningApplication*>* runningApplications MAC_API(10.6);
 @property(readonly) BOOL accessibilityDisplayShouldReduceMotion MAC_API(10.12);
 @property(readonly) BOOL accessibilityDisplayShouldReduceTransparency MAC_API(10.10);
 @property(readonly) BOOL accessibilityDisplayShouldIncreaseContrast MAC_API(10.10);
 @end
 
+MAC_API(10.0)
 @interface NSScreen : NSObject
 @property(class, readonly, copy) NSArray<NSScreen*>* screens;
 @property(class, nullable, readonly, strong) NSScreen* mainScreen;
 @property(readonly) NSRect frame;
 @property(readonly) NSRect visibleFrame;
-@property(readonly) CGFloat backingScaleFactor;
+@property(readonly) CGFloat backingScaleFactor MAC_API(10.7);
 @property(readonly, copy) NSString* localizedName MAC_API(10.15);
 @end
 
+MAC_API(10.0)
 @interface NSView : NSResponder
 @property(nullable, readonly, unsafe_unretained) NSWindow* window;
 @end
+MAC_API(10.0)
 @interface NSWindow : NSResponder
 - (instancetype)initWithContentRect:(NSRect)contentRect
                           styleMask:(NSWindowStyleMask)style
@@ -112,26 +120,29 @@ MAC_API(10.15)
 @property(nullable, readonly, strong) NSScreen* screen;
 @property(readonly, getter=isVisible) BOOL visible;
 @property NSWindowLevel level;
-@property NSWindowCollectionBehavior collectionBehavior;
+@property NSWindowCollectionBehavior collectionBehavior MAC_API(10.5);
 - (void)makeKeyAndOrderFront:(nullable id)sender;
 - (void)orderFrontRegardless;
 @end
 
+MAC_API(10.6)
 @protocol NSPasteboardWriting <NSObject>
 @end
 @interface NSString (NSPasteboardSupport) <NSPasteboardWriting>
 @end
+MAC_API(10.0)
 @interface NSPasteboard : NSObject
 @property(class, readonly, strong) NSPasteboard* generalPasteboard;
 @property(readonly) NSInteger changeCount;
-- (NSInteger)clearContents;
-- (BOOL)writeObjects:(NSArray<id<NSPasteboardWriting>>*)objects;
+- (NSInteger)clearContents MAC_API(10.6);
+- (BOOL)writeObjects:(NSArray<id<NSPasteboardWriting>>*)objects MAC_API(10.6);
 - (BOOL)setString:(NSString*)string forType:(NSPasteboardType)dataType;
 - (nullable NSString*)stringForType:(NSPasteboardType)dataType;
 @end
 STUB_EXTERN const NSPasteboardType NSPasteboardTypeString MAC_API(10.6);
 STUB_EXTERN const
     NSNotificationName NSWorkspaceAccessibilityDisplayOptionsDidChangeNotification MAC_API(10.10);
-STUB_EXTERN const NSNotificationName NSApplicationDidFinishLaunchingNotification;
-STUB_EXTERN const NSNotificationName NSApplicationDidChangeScreenParametersNotification;
+STUB_EXTERN const NSNotificationName NSApplicationDidFinishLaunchingNotification MAC_API(10.0);
+STUB_EXTERN const
+    NSNotificationName NSApplicationDidChangeScreenParametersNotification MAC_API(10.0);
 NS_ASSUME_NONNULL_END

@@ -13,6 +13,7 @@ STUB_EXTERN NSString* const CNErrorDomain MAC_API(10.11);
 typedef NS_ENUM(NSInteger, CNErrorCode) {
     CNErrorCodeAuthorizationDenied = 100,
 };
+MAC_API(10.11)
 @protocol CNKeyDescriptor <NSObject, NSSecureCoding, NSCopying>
 @end
 @interface NSString (Contacts) <CNKeyDescriptor>

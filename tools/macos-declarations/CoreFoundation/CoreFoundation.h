@@ -13,8 +13,8 @@ typedef const struct __attribute__((objc_bridge(NSDictionary))) __CFDictionary* 
 typedef const struct __attribute__((objc_bridge(NSData))) __CFData* CFDataRef;
 typedef const struct __attribute__((objc_bridge(NSArray))) __CFArray* CFArrayRef;
 typedef const struct __attribute__((objc_bridge(NSNumber))) __CFBoolean* CFBooleanRef;
-STUB_EXTERN const CFBooleanRef _Null_unspecified kCFBooleanTrue;
-STUB_EXTERN const CFBooleanRef _Null_unspecified kCFBooleanFalse;
+STUB_EXTERN const CFBooleanRef _Null_unspecified kCFBooleanTrue MAC_API(10.0);
+STUB_EXTERN const CFBooleanRef _Null_unspecified kCFBooleanFalse MAC_API(10.0);
 typedef const struct __attribute__((objc_bridge(NSNumber))) __CFNumber* CFNumberRef;
 typedef unsigned char Boolean;
 typedef struct __attribute__((objc_bridge(id))) __CFError* CFErrorRef;
@@ -22,6 +22,6 @@ typedef const struct __CFAllocator* CFAllocatorRef;
 STUB_EXTERN CFTypeID CFGetTypeID(CFTypeRef _Null_unspecified cf) MAC_API(10.0);
 STUB_EXTERN CFTypeID CFBooleanGetTypeID(void) MAC_API(10.0);
 STUB_EXTERN Boolean CFNumberIsFloatType(CFNumberRef _Null_unspecified number) MAC_API(10.0);
-STUB_EXTERN void CFRelease(CFTypeRef _Null_unspecified cf);
-STUB_EXTERN CFTypeRef _Null_unspecified CFRetain(CFTypeRef _Null_unspecified cf);
+STUB_EXTERN void CFRelease(CFTypeRef _Null_unspecified cf) MAC_API(10.0);
+STUB_EXTERN CFTypeRef _Null_unspecified CFRetain(CFTypeRef _Null_unspecified cf) MAC_API(10.0);
 #define CF_RETURNS_RETAINED __attribute__((cf_returns_retained))

@@ -165,6 +165,7 @@ MAC_API(10.0)
 - (void)appendString:(NSString*)aString;
 @end
 
+MAC_API(10.0)
 @interface NSConstantString : NSString
 @end
 
@@ -303,9 +304,9 @@ MAC_API(10.0)
 
 typedef NSString* NSErrorDomain;
 typedef NSString* NSErrorUserInfoKey;
-STUB_EXTERN const NSErrorDomain NSCocoaErrorDomain;
-STUB_EXTERN const NSErrorDomain NSPOSIXErrorDomain;
-STUB_EXTERN const NSErrorDomain NSOSStatusErrorDomain;
+STUB_EXTERN const NSErrorDomain NSCocoaErrorDomain MAC_API(10.0);
+STUB_EXTERN const NSErrorDomain NSPOSIXErrorDomain MAC_API(10.0);
+STUB_EXTERN const NSErrorDomain NSOSStatusErrorDomain MAC_API(10.0);
 
 MAC_API(10.2)
 @interface NSError : NSObject <NSCopying, NSSecureCoding>
@@ -331,6 +332,7 @@ MAC_API(10.0)
 + (instancetype)dateWithTimeIntervalSince1970:(NSTimeInterval)secs;
 + (instancetype)dateWithTimeIntervalSinceNow:(NSTimeInterval)secs;
 @property(readonly) NSTimeInterval timeIntervalSince1970;
+@property(readonly) NSTimeInterval timeIntervalSinceNow;
 - (NSTimeInterval)timeIntervalSinceDate:(NSDate*)anotherDate;
 @end
 
@@ -386,6 +388,14 @@ MAC_API(10.0)
 @property(readonly, copy) NSNotificationName name;
 @property(nullable, readonly, retain) id object;
 @property(nullable, readonly, copy) NSDictionary* userInfo;
+@end
+
+typedef NSString* NSRunLoopMode;
+STUB_EXTERN const NSRunLoopMode NSDefaultRunLoopMode MAC_API(10.0);
+MAC_API(10.0)
+@interface NSRunLoop : NSObject
+@property(class, readonly, strong) NSRunLoop* currentRunLoop;
+- (BOOL)runMode:(NSRunLoopMode)mode beforeDate:(NSDate*)limitDate;
 @end
 
 @class NSOperationQueue;
@@ -488,7 +498,7 @@ MAC_API(10.2)
                                          error:(NSError* _Nullable* _Nullable)error MAC_API(10.13);
 @end
 
-STUB_EXTERN const NSNotificationName NSUserDefaultsDidChangeNotification;
+STUB_EXTERN const NSNotificationName NSUserDefaultsDidChangeNotification MAC_API(10.0);
 NS_ASSUME_NONNULL_END
 #include <CoreFoundation/CoreFoundation.h>
 #include <Foundation/InterApplication.h>

@@ -155,5 +155,5 @@ MAC_API(10.9)
 MAC_API(10.9)
 @interface NSURLSessionDataTask : NSURLSessionTask
 @end
-STUB_EXTERN const NSErrorDomain NSURLErrorDomain;
+STUB_EXTERN const NSErrorDomain NSURLErrorDomain MAC_API(10.0);
 NS_ASSUME_NONNULL_END

@@ -10,30 +10,32 @@ enum : OSStatus {
     errSecItemNotFound = -25300,
     errSecInteractionNotAllowed = -25308,
 };
-#define SEC_KEY(n) STUB_EXTERN const CFStringRef _Nonnull n
-SEC_KEY(kSecClass);
-SEC_KEY(kSecClassGenericPassword);
-SEC_KEY(kSecAttrService);
-SEC_KEY(kSecAttrAccount);
-SEC_KEY(kSecAttrLabel);
-SEC_KEY(kSecAttrAccessible);
-SEC_KEY(kSecAttrAccessibleAfterFirstUnlock);
-SEC_KEY(kSecAttrAccessibleAfterFirstUnlockThisDeviceOnly);
-SEC_KEY(kSecAttrSynchronizable);
-SEC_KEY(kSecValueData);
-SEC_KEY(kSecReturnData);
-SEC_KEY(kSecMatchLimit);
-SEC_KEY(kSecMatchLimitOne);
-SEC_KEY(kSecUseDataProtectionKeychain) MAC_API(10.15);
+STUB_EXTERN const CFStringRef _Nonnull kSecClass MAC_API(10.6);
+STUB_EXTERN const CFStringRef _Nonnull kSecClassGenericPassword MAC_API(10.6);
+STUB_EXTERN const CFStringRef _Nonnull kSecAttrService MAC_API(10.6);
+STUB_EXTERN const CFStringRef _Nonnull kSecAttrAccount MAC_API(10.6);
+STUB_EXTERN const CFStringRef _Nonnull kSecAttrLabel MAC_API(10.6);
+STUB_EXTERN const CFStringRef _Nonnull kSecAttrAccessible MAC_API(10.9);
+STUB_EXTERN const CFStringRef _Nonnull kSecAttrAccessibleAfterFirstUnlock MAC_API(10.9);
+STUB_EXTERN const CFStringRef _Nonnull kSecAttrAccessibleAfterFirstUnlockThisDeviceOnly
+    MAC_API(10.9);
+STUB_EXTERN const CFStringRef _Nonnull kSecAttrSynchronizable MAC_API(10.9);
+STUB_EXTERN const CFStringRef _Nonnull kSecValueData MAC_API(10.6);
+STUB_EXTERN const CFStringRef _Nonnull kSecReturnData MAC_API(10.6);
+STUB_EXTERN const CFStringRef _Nonnull kSecMatchLimit MAC_API(10.6);
+STUB_EXTERN const CFStringRef _Nonnull kSecMatchLimitOne MAC_API(10.6);
+STUB_EXTERN const CFStringRef _Nonnull kSecUseDataProtectionKeychain MAC_API(10.15);
 STUB_EXTERN OSStatus SecItemCopyMatching(
-    CFDictionaryRef _Nonnull query, CFTypeRef _Nullable* _Nullable CF_RETURNS_RETAINED result);
+    CFDictionaryRef _Nonnull query, CFTypeRef _Nullable* _Nullable CF_RETURNS_RETAINED result)
+    MAC_API(10.6);
 STUB_EXTERN OSStatus SecItemAdd(
-    CFDictionaryRef _Nonnull attributes, CFTypeRef _Nullable* _Nullable CF_RETURNS_RETAINED result);
-STUB_EXTERN OSStatus
-    SecItemUpdate(CFDictionaryRef _Nonnull query, CFDictionaryRef _Nonnull attributesToUpdate);
-STUB_EXTERN OSStatus SecItemDelete(CFDictionaryRef _Nonnull query);
+    CFDictionaryRef _Nonnull attributes, CFTypeRef _Nullable* _Nullable CF_RETURNS_RETAINED result)
+    MAC_API(10.6);
+STUB_EXTERN OSStatus SecItemUpdate(
+    CFDictionaryRef _Nonnull query, CFDictionaryRef _Nonnull attributesToUpdate) MAC_API(10.6);
+STUB_EXTERN OSStatus SecItemDelete(CFDictionaryRef _Nonnull query) MAC_API(10.6);
 STUB_EXTERN CFStringRef _Nullable SecCopyErrorMessageString(
-    OSStatus status, void* _Nullable reserved) CF_RETURNS_RETAINED;
+    OSStatus status, void* _Nullable reserved) CF_RETURNS_RETAINED MAC_API(10.3);
 
 typedef struct __SecTrust* SecTrustRef;
 typedef struct __attribute__((objc_bridge(id))) __SecCertificate* SecCertificateRef;

@@ -8,6 +8,7 @@ typedef NS_ENUM(NSInteger, SPUUpdateCheck) {
     SPUUpdateCheckUpdatesInBackground = 1,
     SPUUpdateCheckUpdateInformation = 2,
 };
+SPARKLE_API(2.0)
 @protocol SPUUpdaterDelegate <NSObject>
 @optional
 - (nullable NSString*)feedURLStringForUpdater:(SPUUpdater*)updater;
@@ -15,15 +16,18 @@ typedef NS_ENUM(NSInteger, SPUUpdateCheck) {
     didFinishUpdateCycleForUpdateCheck:(SPUUpdateCheck)updateCheck
                                  error:(nullable NSError*)error;
 @end
+SPARKLE_API(2.0)
 @interface SUAppcastItem : NSObject
 @property(copy, readonly) NSString* versionString;
 @property(copy, readonly) NSString* displayVersionString;
 @property(readonly) uint64_t contentLength;
 @end
+SPARKLE_API(2.0)
 @interface SPUUserUpdateState : NSObject
 - (instancetype)init NS_UNAVAILABLE;
 @property(nonatomic, readonly) BOOL userInitiated;
 @end
+SPARKLE_API(2.0)
 @interface SPUUpdater : NSObject
 - (instancetype)init NS_UNAVAILABLE;
 @property(nonatomic) BOOL automaticallyChecksForUpdates;
@@ -32,17 +36,19 @@ typedef NS_ENUM(NSInteger, SPUUpdateCheck) {
 - (BOOL)startUpdater:(NSError* __autoreleasing*)error;
 - (void)checkForUpdates;
 @end
+SPARKLE_API(2.0)
 @protocol SPUStandardUserDriverDelegate <NSObject>
 @optional
-@property(nonatomic, readonly) BOOL supportsGentleScheduledUpdateReminders;
+@property(nonatomic, readonly) BOOL supportsGentleScheduledUpdateReminders SPARKLE_API(2.2);
 - (BOOL)standardUserDriverShouldHandleShowingScheduledUpdate:(SUAppcastItem*)update
-                                         andInImmediateFocus:(BOOL)immediateFocus;
+                                         andInImmediateFocus:(BOOL)immediateFocus SPARKLE_API(2.2);
 - (void)standardUserDriverWillHandleShowingUpdate:(BOOL)handleShowingUpdate
                                         forUpdate:(SUAppcastItem*)update
-                                            state:(SPUUserUpdateState*)state;
-- (void)standardUserDriverDidReceiveUserAttentionForUpdate:(SUAppcastItem*)update;
-- (void)standardUserDriverWillFinishUpdateSession;
+                                            state:(SPUUserUpdateState*)state SPARKLE_API(2.2);
+- (void)standardUserDriverDidReceiveUserAttentionForUpdate:(SUAppcastItem*)update SPARKLE_API(2.2);
+- (void)standardUserDriverWillFinishUpdateSession SPARKLE_API(2.2);
 @end
+SPARKLE_API(2.0)
 @interface SPUStandardUpdaterController : NSObject
 @property(nonatomic, readonly) SPUUpdater* updater;
 - (instancetype)init NS_UNAVAILABLE;

@@ -5,10 +5,13 @@
 #include <stdint.h>
 @protocol NSObject;
 @class NSObject;
+MAC_API(10.8)
 @protocol OS_dispatch_object <NSObject>
 @end
+MAC_API(10.8)
 @protocol OS_dispatch_queue <OS_dispatch_object>
 @end
+MAC_API(10.8)
 @protocol OS_dispatch_semaphore <OS_dispatch_object>
 @end
 NS_ASSUME_NONNULL_BEGIN
@@ -23,23 +26,27 @@ typedef void (^dispatch_block_t)(void);
 #define QOS_CLASS_UTILITY 0x11
 #define DISPATCH_QUEUE_SERIAL nil
 typedef NSObject<OS_dispatch_object>* dispatch_queue_attr_t;
-STUB_EXTERN dispatch_queue_t dispatch_get_main_queue(void);
-STUB_EXTERN dispatch_queue_t dispatch_get_global_queue(intptr_t identifier, uintptr_t flags);
-STUB_EXTERN dispatch_queue_t
-dispatch_queue_create(const char* _Nullable label, dispatch_queue_attr_t _Nullable attr);
-STUB_EXTERN void dispatch_async(dispatch_queue_t queue, dispatch_block_t block);
-STUB_EXTERN void dispatch_sync(dispatch_queue_t queue, dispatch_block_t NS_NOESCAPE block);
-STUB_EXTERN dispatch_time_t dispatch_time(dispatch_time_t when, int64_t delta);
+STUB_EXTERN dispatch_queue_t dispatch_get_main_queue(void) MAC_API(10.6);
+STUB_EXTERN dispatch_queue_t dispatch_get_global_queue(intptr_t identifier, uintptr_t flags)
+    MAC_API(10.6);
+STUB_EXTERN dispatch_queue_t dispatch_queue_create(
+    const char* _Nullable label, dispatch_queue_attr_t _Nullable attr) MAC_API(10.6);
+STUB_EXTERN void dispatch_async(dispatch_queue_t queue, dispatch_block_t block) MAC_API(10.6);
+STUB_EXTERN void dispatch_sync(dispatch_queue_t queue, dispatch_block_t NS_NOESCAPE block)
+    MAC_API(10.6);
+STUB_EXTERN dispatch_time_t dispatch_time(dispatch_time_t when, int64_t delta) MAC_API(10.6);
 STUB_EXTERN void
-dispatch_after(dispatch_time_t when, dispatch_queue_t queue, dispatch_block_t block);
-STUB_EXTERN dispatch_semaphore_t dispatch_semaphore_create(intptr_t value);
-STUB_EXTERN intptr_t dispatch_semaphore_wait(dispatch_semaphore_t dsema, dispatch_time_t timeout);
-STUB_EXTERN intptr_t dispatch_semaphore_signal(dispatch_semaphore_t dsema);
+dispatch_after(dispatch_time_t when, dispatch_queue_t queue, dispatch_block_t block) MAC_API(10.6);
+STUB_EXTERN dispatch_semaphore_t dispatch_semaphore_create(intptr_t value) MAC_API(10.6);
+STUB_EXTERN intptr_t dispatch_semaphore_wait(dispatch_semaphore_t dsema, dispatch_time_t timeout)
+    MAC_API(10.6);
+STUB_EXTERN intptr_t dispatch_semaphore_signal(dispatch_semaphore_t dsema) MAC_API(10.6);
+MAC_API(10.8)
 @protocol OS_dispatch_source <OS_dispatch_object>
 @end
 typedef NSObject<OS_dispatch_source>* dispatch_source_t;
 typedef const struct dispatch_source_type_s* dispatch_source_type_t;
-STUB_EXTERN const struct dispatch_source_type_s _dispatch_source_type_timer;
+STUB_EXTERN const struct dispatch_source_type_s _dispatch_source_type_timer MAC_API(10.6);
 #define DISPATCH_SOURCE_TYPE_TIMER (&_dispatch_source_type_timer)
 #define DISPATCH_TIMER_STRICT 0x1
 #define DISPATCH_WALLTIME_NOW (~1ull)

@@ -3,6 +3,7 @@
 #include <StubMacros.h>
 #include <objc/objc.h>
 #include <stdint.h>
+MAC_API(10.12)
 @protocol OS_os_log <NSObject>
 @end
 @class NSObject;
@@ -23,7 +24,7 @@ STUB_EXTERN bool os_log_type_enabled(os_log_t _Nonnull oslog, os_log_type_t type
 // checking.
 STUB_EXTERN void
 os_log_stub_(os_log_t _Nonnull log, os_log_type_t type, const char* _Nonnull format, ...)
-    __attribute__((format(os_log, 3, 4)));
+    __attribute__((format(os_log, 3, 4))) MAC_API(10.12);
 #define os_log_with_type(log, type, format, ...) os_log_stub_(log, type, "" format, ##__VA_ARGS__)
 #define os_log(log, format, ...) os_log_with_type(log, OS_LOG_TYPE_DEFAULT, format, ##__VA_ARGS__)
 #define os_log_info(log, format, ...) os_log_with_type(log, OS_LOG_TYPE_INFO, format, ##__VA_ARGS__)

@@ -12,5 +12,5 @@ struct extern_proc {
 struct kinfo_proc {
     struct extern_proc kp_proc;
 };
-STUB_EXTERN int sysctl(int*, unsigned int, void*, size_t*, void*, size_t);
-STUB_EXTERN int sysctlbyname(const char*, void*, size_t*, void*, size_t);
+STUB_EXTERN int sysctl(int*, unsigned int, void*, size_t*, void*, size_t) MAC_API(10.0);
+STUB_EXTERN int sysctlbyname(const char*, void*, size_t*, void*, size_t) MAC_API(10.0);
