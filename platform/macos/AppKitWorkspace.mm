@@ -56,17 +56,14 @@ NSString* settingsURL(Workspace::SettingsPane pane) {
     return @"x-apple.systempreferences:com.apple.preference.security?Privacy_AllFiles";
 }
 
-/// In double quotes, and nothing in it means anything to a shell.
-std::string quoted(const std::string& text) {
-    std::string result = "\"";
-    for (const char character : text) {
-        if (character == '"' || character == '\\' || character == '$' || character == '`') {
-            result += '\\';
-        }
-        result += character;
-    }
-    return result + '"';
-}
+/// Opens the bundle a second after the process of that number has ended, but does not wait for that
+/// for ever. Opened any sooner, it would be the old copy that is brought to the front.
+NSString* const relaunchScript =
+    @"i=0; while [ $i -lt 600 ] && kill -0 \"$1\" 2>/dev/null; do sleep 0.1; i=$((i + 1)); done;"
+    @" sleep 1; exec /usr/bin/open \"$0\"";
+
+/// Longest wait for a notification to be on its way.
+constexpr NSTimeInterval longestSending = 2;
 
 /// To the one copy of that process.
 NSString* activationNotification(const std::string& identifier) {
@@ -163,15 +160,36 @@ AppKitWorkspace::runningCopy(const std::string& identifier) {
 
 void AppKitWorkspace::activateCopy(const RunningApplication& application) {
     const auto processIdentifier = static_cast<pid_t>(application.processIdentifier);
-    [[NSRunningApplication runningApplicationWithProcessIdentifier:processIdentifier]
-        activateWithOptions:0];
+    NSRunningApplication* const copy =
+        [NSRunningApplication runningApplicationWithProcessIdentifier:processIdentifier];
+    if (copy != nil) {
+        if (@available(macOS 14.0, *)) {
+            // Since then an application gets the focus only from the one that has it: this one, if
+            // the user has just started it.
+            [NSApplication.sharedApplication yieldActivationToApplication:copy];
+        }
+        [copy activateWithOptions:0];
+    }
     // An application without a window in front has nothing to show for its activation, and cannot
     // tell this one from the user's.
-    [[NSDistributedNotificationCenter defaultCenter]
-        postNotificationName:activationNotification(identifier_)
-                      object:addressOf(application.processIdentifier)
-                    userInfo:nil
-          deliverImmediately:YES];
+    NSDistributedNotificationCenter* const center = [NSDistributedNotificationCenter defaultCenter];
+    NSString* const name = activationNotification(identifier_);
+    NSString* const address = addressOf(application.processIdentifier);
+    // Whoever calls this may end the process right away, and with it what is still to be sent. Only
+    // its coming back to us tells that it has gone out.
+    __block bool isSent = false;
+    const id<NSObject> observer = [center addObserverForName:name
+                                                      object:address
+                                                       queue:nil
+                                                  usingBlock:^(NSNotification*) {
+                                                    isSent = true;
+                                                  }];
+    [center postNotificationName:name object:address userInfo:nil deliverImmediately:YES];
+    NSDate* const end = [NSDate dateWithTimeIntervalSinceNow:longestSending];
+    while (!isSent && end.timeIntervalSinceNow > 0 &&
+           [NSRunLoop.currentRunLoop runMode:NSDefaultRunLoopMode beforeDate:end]) {
+    }
+    [center removeObserver:observer];
 }
 
 std::unique_ptr<Workspace::Subscription>
@@ -221,7 +239,9 @@ void AppKitWorkspace::scheduleRelaunch() {
     shell.executableURL = fileURL("/bin/sh");
     shell.arguments = @[
         @"-c",
-        nsString("sleep 1; /usr/bin/open " + quoted(utf8(NSBundle.mainBundle.bundlePath)))
+        relaunchScript,
+        NSBundle.mainBundle.bundlePath,
+        nsString(std::to_string(getpid()))
     ];
     // Ignored when it fails, as the port has it.
     [shell launchAndReturnError:nil];
