@@ -29,6 +29,9 @@ NS_ASSUME_NONNULL_BEGIN
 /// With the system's own words; an error without any still has a domain and a code.
 [[nodiscard]] tavrin::PlatformError platformError(NSError* _Nullable error);
 
+/// As above; of any other domain than that of URL loading it is an unknown one.
+[[nodiscard]] tavrin::URLError urlError(NSError* _Nullable error);
+
 NS_ASSUME_NONNULL_END
 
 } // namespace orvel

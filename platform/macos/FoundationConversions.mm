@@ -2,6 +2,7 @@
 #include "platform/macos/FoundationConversions.h"
 
 #include "core/Text.h"
+#include "core/URLErrors.h"
 
 #include <cerrno>
 #include <chrono>
@@ -55,6 +56,14 @@ tavrin::PlatformError platformError(NSError* error) {
         return tavrin::PlatformError::fromErrno(EIO, "The system gave no reason");
     }
     return {utf8(error.domain), static_cast<int>(error.code), utf8(error.localizedDescription)};
+}
+
+tavrin::URLError urlError(NSError* error) {
+    if (![error.domain isEqualToString:NSURLErrorDomain]) {
+        return tavrin::urlError(tavrin::URLErrorCode::Unknown);
+    }
+    // Also one that has no name with us: it stays the number that the system gives.
+    return {static_cast<tavrin::URLErrorCode>(error.code), utf8(error.localizedDescription)};
 }
 
 } // namespace orvel

@@ -25,15 +25,6 @@ namespace {
 using tavrin::URLErrorCode;
 using Call = PendingCalls<URLResult>::Call;
 
-/// In the system's own words, which the user knows from other applications.
-tavrin::URLError urlErrorOf(NSError* error) {
-    if (![error.domain isEqualToString:NSURLErrorDomain]) {
-        return tavrin::urlError(URLErrorCode::Unknown);
-    }
-    // Also one that has no name with us: it stays the number that the system gives.
-    return {static_cast<URLErrorCode>(error.code), utf8(error.localizedDescription)};
-}
-
 [[noreturn]] void failToRead(const std::filesystem::path& file, int code) {
     throw tavrin::PlatformError(
         std::string(tavrin::posixErrorDomain),
@@ -276,7 +267,7 @@ struct Progress {
     if (progress.reason) {
         progress.call.finish(tavrin::urlError(*progress.reason));
     } else if (error != nil) {
-        progress.call.finish(orvel::urlErrorOf(error));
+        progress.call.finish(orvel::urlError(error));
     } else {
         progress.call.finish(std::move(progress.response));
     }
