@@ -98,7 +98,7 @@ public:
     /// Lets this application's windows come to the front, whichever application has the focus.
     virtual void activate() = 0;
 
-    /// Starts this program anew, a second from now. A failure is ignored.
+    /// Starts this program anew once it has ended, in a second or later. A failure is ignored.
     virtual void scheduleRelaunch() = 0;
 
     /// Ends the application as the user would, by way of its event loop.
