@@ -241,7 +241,8 @@ public:
         SampleRandom random(seed_, stream + static_cast<std::uint64_t>(message.rowID));
         const auto play =
             static_cast<std::int64_t>(random.below(static_cast<std::size_t>(distance_)));
-        return std::max(oldest_, newest_ - distance_ * later - play - message.delay.count());
+        return std::max<std::int64_t>(
+            oldest_, newest_ - distance_ * later - play - message.delay.count());
     }
 
 private:
