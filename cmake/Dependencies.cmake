@@ -26,7 +26,7 @@ if(NOT APPLE)
   find_package(Qt6 6.4 REQUIRED COMPONENTS DBus)
   find_package(Qt6Keychain REQUIRED)
   pkg_check_modules(EBook REQUIRED IMPORTED_TARGET libebook-1.2)
-  pkg_check_modules(GIO REQUIRED IMPORTED_TARGET gio-2.0)
+  pkg_check_modules(GLib REQUIRED IMPORTED_TARGET glib-2.0)
   pkg_check_modules(XCB REQUIRED IMPORTED_TARGET xcb)
 endif()
 

@@ -24,7 +24,7 @@ set(CPACK_DEBIAN_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # What is no library, the certificates of the system, and what is loaded when it is needed.
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "ca-certificates, libcurl4 (>= 7.85.0), libebook-1.2-21")
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "ca-certificates, libcurl4 (>= 7.85.0), libebook-1.2-21, libssl3 (>= 3.0.0)")
 # The browser, the session's place, the address book, and a display that is not X11.
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS
     "xdg-utils, dbus-user-session | dbus-x11, gnome-keyring | keepassxc, evolution-data-server, qt6-wayland")

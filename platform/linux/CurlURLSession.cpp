@@ -7,15 +7,11 @@
 #include "platform/HTTPSyntax.h"
 #include "platform/linux/Curl.h"
 #include "platform/linux/CurlErrors.h"
+#include "platform/linux/OpenSSL.h"
 #include "platform/linux/PendingExchanges.h"
 #include "platform/linux/ReadFile.h"
 
 #include <curl/curl.h>
-#include <openssl/bio.h>
-#include <openssl/err.h>
-#include <openssl/pem.h>
-#include <openssl/ssl.h>
-#include <openssl/x509.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -40,10 +36,10 @@ namespace {
 using tavrin::URLErrorCode;
 
 template <auto function>
-struct Release {
+struct OpenSSLRelease {
     template <typename T>
     void operator()(T* object) const {
-        function(object);
+        (OpenSSL::get().*function)(object);
     }
 };
 
@@ -59,8 +55,8 @@ using Easy = std::unique_ptr<CURL, CurlRelease<&Curl::easyCleanup>>;
 using Multi = std::unique_ptr<CURLM, CurlRelease<&Curl::multiCleanup>>;
 using HeaderList = std::unique_ptr<curl_slist, CurlRelease<&Curl::slistFreeAll>>;
 using ParsedURL = std::unique_ptr<CURLU, CurlRelease<&Curl::urlCleanup>>;
-using Bio = std::unique_ptr<BIO, Release<BIO_free>>;
-using Certificate = std::unique_ptr<X509, Release<X509_free>>;
+using Bio = std::unique_ptr<BIO, OpenSSLRelease<&OpenSSL::bioFree>>;
+using Certificate = std::unique_ptr<X509, OpenSSLRelease<&OpenSSL::x509Free>>;
 using Certificates = std::vector<Certificate>;
 
 /// Of all headers of a reply, interim replies included.
@@ -82,13 +78,15 @@ public:
 
 void appendCertificates(Certificates& certificates, const std::filesystem::path& file) {
     const std::string content = readFile(file, maximumCertificateFileBytes);
-    const Bio source(BIO_new_mem_buf(content.data(), static_cast<int>(content.size())));
+    const OpenSSL& openSSL = OpenSSL::get();
+    const Bio source(openSSL.bioNewMemBuf(content.data(), static_cast<int>(content.size())));
     const std::size_t before = certificates.size();
-    while (Certificate certificate{PEM_read_bio_X509(source.get(), nullptr, nullptr, nullptr)}) {
+    while (
+        Certificate certificate{openSSL.pemReadBioX509(source.get(), nullptr, nullptr, nullptr)}) {
         certificates.push_back(std::move(certificate));
     }
-    const unsigned long reason = ERR_peek_last_error();
-    ERR_clear_error();
+    const unsigned long reason = openSSL.errPeekLastError();
+    openSSL.errClearError();
     // The end of the file shows as a missing start line.
     if (ERR_GET_REASON(reason) != PEM_R_NO_START_LINE || certificates.size() == before) {
         throw tavrin::PlatformError(
@@ -109,7 +107,8 @@ void wipe(URLRequest& request) {
 
 /// Where a TLS context keeps the transfer it belongs to.
 int transferIndex() {
-    static const int index = SSL_CTX_get_ex_new_index(0, nullptr, nullptr, nullptr, nullptr);
+    static const int index = OpenSSL::get().cryptoGetExNewIndex(
+        CRYPTO_EX_INDEX_SSL_CTX, 0, nullptr, nullptr, nullptr, nullptr);
     return index;
 }
 
@@ -455,23 +454,26 @@ std::size_t CurlURLSession::Transfer::onBody(
 }
 
 CURLcode CurlURLSession::Transfer::onTLSContext(CURL*, void* context, void* transfer) noexcept {
+    const OpenSSL& openSSL = OpenSSL::get();
     auto* const tls = static_cast<SSL_CTX*>(context);
-    X509_STORE* const store = SSL_CTX_get_cert_store(tls);
+    X509_STORE* const store = openSSL.sslCtxGetCertStore(tls);
     for (const Certificate& certificate : static_cast<Transfer*>(transfer)->extraCertificates_) {
-        if (X509_STORE_add_cert(store, certificate.get()) != 1) {
+        if (openSSL.x509StoreAddCert(store, certificate.get()) != 1) {
             return CURLE_SSL_CACERT_BADFILE;
         }
     }
-    if (SSL_CTX_set_ex_data(tls, transferIndex(), transfer) != 1) {
+    if (openSSL.sslCtxSetExData(tls, transferIndex(), transfer) != 1) {
         return CURLE_OUT_OF_MEMORY;
     }
-    SSL_CTX_set_info_callback(tls, onTLSEvent);
+    openSSL.sslCtxSetInfoCallback(tls, onTLSEvent);
     return CURLE_OK;
 }
 
 void CurlURLSession::Transfer::onTLSEvent(const SSL* session, int where, int value) noexcept {
     if (where == SSL_CB_READ_ALERT && (value & 0xFF) == SSL_AD_CLOSE_NOTIFY) {
-        void* const transfer = SSL_CTX_get_ex_data(SSL_get_SSL_CTX(session), transferIndex());
+        const OpenSSL& openSSL = OpenSSL::get();
+        void* const transfer =
+            openSSL.sslCtxGetExData(openSSL.sslGetSSLCtx(session), transferIndex());
         static_cast<Transfer*>(transfer)->hasFarewell_ = true;
     }
 }

@@ -29,8 +29,8 @@ constexpr auto everyCard = R"((contains "x-evolution-any-field" ""))";
 /// Open an address book without waiting until its server can be reached.
 constexpr auto withoutWaiting = static_cast<guint32>(-1);
 
-/// What is used of libebook, which is loaded with the first look into the address book. Named as
-/// there.
+/// What is used of libebook, and of GIO, which it brings along: they are loaded with the first look
+/// into the address book. Named as there.
 struct Evolution {
     /// Throws `tavrin::PlatformError` when it cannot be loaded. Thread-safe.
     static const Evolution& get() {
@@ -47,6 +47,11 @@ struct Evolution {
     decltype(&e_source_registry_new_sync) sourceRegistryNew;
     decltype(&e_source_registry_list_enabled) sourceRegistryListEnabled;
     decltype(&e_source_registry_list_sources) sourceRegistryListSources;
+    decltype(&g_bus_get_sync) busGet;
+    decltype(&g_dbus_connection_set_exit_on_close) dbusConnectionSetExitOnClose;
+    decltype(&g_dbus_error_quark) dbusErrorQuark;
+    decltype(&g_dbus_error_strip_remote_error) dbusErrorStripRemoteError;
+    decltype(&g_object_unref) objectUnref;
 
 private:
     explicit Evolution(const LazyLibrary& library)
@@ -58,18 +63,23 @@ private:
           sourceGetUid(library.symbol("e_source_get_uid")),
           sourceRegistryNew(library.symbol("e_source_registry_new_sync")),
           sourceRegistryListEnabled(library.symbol("e_source_registry_list_enabled")),
-          sourceRegistryListSources(library.symbol("e_source_registry_list_sources")) {}
+          sourceRegistryListSources(library.symbol("e_source_registry_list_sources")),
+          busGet(library.symbol("g_bus_get_sync")),
+          dbusConnectionSetExitOnClose(library.symbol("g_dbus_connection_set_exit_on_close")),
+          dbusErrorQuark(library.symbol("g_dbus_error_quark")),
+          dbusErrorStripRemoteError(library.symbol("g_dbus_error_strip_remote_error")),
+          objectUnref(library.symbol("g_object_unref")) {}
 };
 
 struct Unref {
-    void operator()(gpointer object) const { g_object_unref(object); }
+    void operator()(gpointer object) const { Evolution::get().objectUnref(object); }
 };
 template <typename T>
 using Object = std::unique_ptr<T, Unref>;
 
 struct FreeObjects {
-    void operator()(GList* list) const { g_list_free_full(list, g_object_unref); }
-    void operator()(GSList* list) const { g_slist_free_full(list, g_object_unref); }
+    void operator()(GList* list) const { g_list_free_full(list, Evolution::get().objectUnref); }
+    void operator()(GSList* list) const { g_slist_free_full(list, Evolution::get().objectUnref); }
 };
 struct FreeTexts {
     void operator()(GList* list) const { g_list_free_full(list, g_free); }
@@ -98,7 +108,7 @@ private:
 
 /// Takes over the error.
 tavrin::PlatformError platformError(std::string_view doing, GError* error) {
-    g_dbus_error_strip_remote_error(error);
+    Evolution::get().dbusErrorStripRemoteError(error);
     tavrin::PlatformError result(
         g_quark_to_string(error->domain),
         error->code,
@@ -186,14 +196,15 @@ struct EvolutionAddressBook::Reading {
         const OwnMainContext context;
         Reading reading;
         GError* error = nullptr;
-        const Object<GDBusConnection> bus(g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, &error));
+        const Object<GDBusConnection> bus(
+            Evolution::get().busGet(G_BUS_TYPE_SESSION, nullptr, &error));
         if (!bus) {
             reading.error = platformError(doing, error);
             reading.isMissing = true;
             return reading;
         }
         // Or GLib would end the process with the bus.
-        g_dbus_connection_set_exit_on_close(bus.get(), FALSE);
+        Evolution::get().dbusConnectionSetExitOnClose(bus.get(), FALSE);
         try {
             Evolution::get();
         } catch (const tavrin::PlatformError& missing) {
@@ -211,7 +222,7 @@ struct EvolutionAddressBook::Reading {
             Evolution::get().sourceRegistryListSources(registry.get(), nullptr));
         if (!anything) {
             reading.error = tavrin::PlatformError(
-                g_quark_to_string(G_DBUS_ERROR),
+                g_quark_to_string(Evolution::get().dbusErrorQuark()),
                 G_DBUS_ERROR_SERVICE_UNKNOWN,
                 std::string(doing) + ": Evolution Data Server is not installed");
             reading.isMissing = true;

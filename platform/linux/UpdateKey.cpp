@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/UpdateKey.h"
 
-#include <QByteArray>
+#include "platform/linux/OpenSSL.h"
 
-#include <openssl/err.h>
-#include <openssl/evp.h>
+#include <QByteArray>
 
 #include <algorithm>
 #include <memory>
@@ -14,8 +13,8 @@ namespace orvel {
 namespace {
 
 struct Free {
-    void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
-    void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
+    void operator()(EVP_PKEY* key) const { OpenSSL::get().evpPkeyFree(key); }
+    void operator()(EVP_MD_CTX* context) const { OpenSSL::get().evpMdCtxFree(context); }
 };
 
 template <std::size_t size>
@@ -49,15 +48,16 @@ std::optional<UpdateKey> UpdateKey::fromBase64(std::string_view text) {
 
 bool UpdateKey::verifies(
     const UpdateSignature& signature, std::span<const std::uint8_t> content) const {
+    const OpenSSL& openSSL = OpenSSL::get();
     const std::unique_ptr<EVP_PKEY, Free> key(
-        EVP_PKEY_new_raw_public_key(EVP_PKEY_ED25519, nullptr, bytes_.data(), bytes_.size()));
-    const std::unique_ptr<EVP_MD_CTX, Free> context(EVP_MD_CTX_new());
+        openSSL.evpPkeyNewRawPublicKey(EVP_PKEY_ED25519, nullptr, bytes_.data(), bytes_.size()));
+    const std::unique_ptr<EVP_MD_CTX, Free> context(openSSL.evpMdCtxNew());
     const bool isValid =
         key && context &&
-        EVP_DigestVerifyInit(context.get(), nullptr, nullptr, nullptr, key.get()) == 1 &&
-        EVP_DigestVerify(
+        openSSL.evpDigestVerifyInit(context.get(), nullptr, nullptr, nullptr, key.get()) == 1 &&
+        openSSL.evpDigestVerify(
             context.get(), signature.data(), signature.size(), content.data(), content.size()) == 1;
-    ERR_clear_error();
+    openSSL.errClearError();
     return isValid;
 }
 
