@@ -3,14 +3,20 @@
 
 #include <QColor>
 #include <QIcon>
+#include <QIconEngine>
 #include <QImage>
 #include <QPainter>
 #include <QPixmap>
 #include <QPixmapCache>
+#include <QPoint>
 #include <QString>
 #include <QSvgRenderer>
 
 #include <array>
+#include <functional>
+#include <map>
+#include <memory>
+#include <utility>
 
 // The drawings are compiled in, and a library's are found only after this call, which must not
 // stand in a namespace.
@@ -71,6 +77,45 @@ private:
     QSvgRenderer renderer_;
 };
 
+/// Drawn in the sizes that something shows, when it first does: most are never asked for, and what
+/// is drawn at the start holds up the icon in the tray.
+class DrawnIcon final : public QIconEngine {
+public:
+    /// A square image of that many pixels a side.
+    using Draw = std::function<QImage(int pixels)>;
+
+    explicit DrawnIcon(Draw draw) : draw_(std::move(draw)) {}
+
+    [[nodiscard]] QIconEngine* clone() const override { return new DrawnIcon(*this); }
+
+    QList<QSize> availableSizes(QIcon::Mode, QIcon::State) override {
+        QList<QSize> sizes;
+        for (const int size : iconSizes) {
+            sizes.append(QSize(size, size));
+        }
+        return sizes;
+    }
+
+    QPixmap pixmap(const QSize& size, QIcon::Mode, QIcon::State) override {
+        const int pixels = qMin(size.width(), size.height());
+        QPixmap& pixmap = drawn_[pixels];
+        if (pixmap.isNull()) {
+            pixmap = QPixmap::fromImage(draw_(pixels));
+        }
+        return pixmap;
+    }
+
+    void
+    paint(QPainter* painter, const QRect& rect, QIcon::Mode mode, QIcon::State state) override {
+        painter->drawPixmap(
+            rect, pixmap(rect.size() * painter->device()->devicePixelRatioF(), mode, state));
+    }
+
+private:
+    Draw draw_;
+    std::map<int, QPixmap> drawn_;
+};
+
 QImage tinted(QImage shape, const QColor& color) {
     QPainter painter(&shape);
     painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
@@ -78,19 +123,25 @@ QImage tinted(QImage shape, const QColor& color) {
     return shape;
 }
 
+/// The image drawn over itself at every pixel between these distances to either side.
+QImage spread(const QImage& image, QPoint distance) {
+    QImage result(image.size(), QImage::Format_ARGB32_Premultiplied);
+    result.fill(Qt::transparent);
+    QPainter painter(&result);
+    const int steps = distance.manhattanLength();
+    for (int step = -steps; step <= steps; ++step) {
+        painter.drawImage(distance * step / steps, image);
+    }
+    return result;
+}
+
 QImage withRim(const QImage& shape, const QColor& color) {
     // A pixel on ordinary screens.
     const int width = qMax(1, shape.width() / 24);
     const QColor opposite = color.lightnessF() < 0.5 ? Qt::white : Qt::black;
     const QImage rim = tinted(shape, opposite);
-    QImage image(shape.size(), QImage::Format_ARGB32_Premultiplied);
-    image.fill(Qt::transparent);
+    QImage image = spread(spread(rim, {width, 0}), {0, width});
     QPainter painter(&image);
-    for (int x = -width; x <= width; ++x) {
-        for (int y = -width; y <= width; ++y) {
-            painter.drawImage(x, y, rim);
-        }
-    }
     painter.drawImage(0, 0, tinted(shape, color));
     return image;
 }
@@ -122,12 +173,9 @@ QIcon symbolIcon(Symbol symbol, const QColor& color) {
 }
 
 QIcon symbolTrayIcon(Symbol symbol, const QColor& color) {
-    Drawing drawn(drawing(symbol));
-    QIcon icon;
-    for (const int size : iconSizes) {
-        icon.addPixmap(QPixmap::fromImage(withRim(drawn.image(size), color)));
-    }
-    return icon;
+    const auto drawn = std::make_shared<Drawing>(drawing(symbol));
+    return QIcon(
+        new DrawnIcon([drawn, color](int pixels) { return withRim(drawn->image(pixels), color); }));
 }
 
 QIcon symbolTemplateIcon(Symbol symbol) {
@@ -137,12 +185,8 @@ QIcon symbolTemplateIcon(Symbol symbol) {
 }
 
 QIcon applicationIcon() {
-    Drawing drawn(QStringLiteral("app.orvel.OrvelAgent"));
-    QIcon icon;
-    for (const int size : iconSizes) {
-        icon.addPixmap(QPixmap::fromImage(drawn.image(size)));
-    }
-    return icon;
+    return QIcon(new DrawnIcon(
+        [](int pixels) { return Drawing(QStringLiteral("app.orvel.OrvelAgent")).image(pixels); }));
 }
 
 } // namespace orvel

@@ -115,11 +115,6 @@ int run(Application& application) {
 
     UpdateUserDriver userDriver(*platform.softwareUpdater, *platform.workspace, *platform.bundle);
     TavrinMacApp app(platform, userDriver);
-    // Drawing it must not hold up the icon in the tray; windows come later.
-    QMetaObject::invokeMethod(
-        &application,
-        [] { QGuiApplication::setWindowIcon(applicationIcon()); },
-        Qt::QueuedConnection);
     QObject::connect(
         &application,
         &QGuiApplication::saveStateRequest,
@@ -146,7 +141,6 @@ int run(Application& application) {
 
 int showFailure(const std::exception& error) {
     std::fprintf(stderr, "orvel-agent: %s\n", error.what());
-    QGuiApplication::setWindowIcon(applicationIcon());
     QMessageBox window(
         QMessageBox::Critical,
         QCoreApplication::translate("main", "The agent cannot start"),
@@ -173,6 +167,7 @@ int main(int argc, char** argv) {
         return usageStatus;
     }
     QGuiApplication::setDesktopFileName(QStringLiteral("app.orvel.OrvelAgent"));
+    QGuiApplication::setWindowIcon(applicationIcon());
     QGuiApplication::setQuitOnLastWindowClosed(false);
     installAccessibility();
     try {
