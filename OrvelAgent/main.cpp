@@ -112,6 +112,8 @@ int run(Application& application) {
     questions.displayName = QString::fromStdString(Configuration(*platform.bundle).displayName());
     SingleInstance::terminateIfAlreadyRunning(
         *platform.bundle, *platform.workspace, *platform.logStore);
+    // Which has the answer ready when the icon is to be shown.
+    static_cast<void>(platform.workspace->hasTray());
 
     UpdateUserDriver userDriver(*platform.softwareUpdater, *platform.workspace, *platform.bundle);
     TavrinMacApp app(platform, userDriver);

@@ -88,7 +88,15 @@ InstanceName::InstanceName(std::string name, std::function<void()> activated)
       application_(std::make_unique<Application>(std::move(activated))),
       context_(std::make_unique<QObject>()) {}
 
-InstanceName::~InstanceName() = default;
+InstanceName::~InstanceName() {
+    if (bus_) {
+        // The connection may be in use by others.
+        bus_->connection().unregisterObject(path());
+        QDBusMessage release = busMethod("ReleaseName");
+        release << QString::fromStdString(name_);
+        bus_->connection().send(release);
+    }
+}
 
 InstanceName::Outcome InstanceName::take() {
     if (!bus_) {
@@ -132,6 +140,10 @@ void InstanceName::takeLate() {
     bus_->connection().registerVirtualObject(path(), application_.get());
     // By now this is the one copy, or one of those that cannot see each other.
     bus_->connection().send(requestName(Otherwise::Wait));
+}
+
+std::unique_ptr<SessionBus> InstanceName::shareBus() const {
+    return bus_ && bus_->isConnected() ? bus_->share() : nullptr;
 }
 
 void InstanceName::activateOwner() {

@@ -44,6 +44,9 @@ public:
     /// it.
     [[nodiscard]] Outcome take();
 
+    /// Its connection to the bus, for others who ask something there, or nothing when it has none.
+    [[nodiscard]] std::unique_ptr<SessionBus> shareBus() const;
+
     /// Asks whoever has the name to come to the front. Waits.
     void activateOwner();
 

@@ -42,22 +42,31 @@ bool asksForLess(const Settings& settings) {
 
 } // namespace
 
-MotionPreference::MotionPreference(Clock& clock, std::function<void()> changed)
+MotionPreference::MotionPreference(
+    Clock& clock, std::unique_ptr<SessionBus> bus, std::function<void()> changed)
     : changed_(std::move(changed)),
       reading_(std::make_unique<QTimer>()),
       context_(std::make_unique<QObject>()) {
     reading_->setSingleShot(true);
     QObject::connect(reading_.get(), &QTimer::timeout, context_.get(), [this] { read(); });
-    SessionBus::connect(context_.get(), clock, [this](std::unique_ptr<SessionBus> bus) {
-        bus_ = std::move(bus);
-        if (bus_) {
-            listen();
-            read();
-        }
+    if (bus) {
+        setBus(std::move(bus));
+        return;
+    }
+    SessionBus::connect(context_.get(), clock, [this](std::unique_ptr<SessionBus> connected) {
+        setBus(std::move(connected));
     });
 }
 
 MotionPreference::~MotionPreference() = default;
+
+void MotionPreference::setBus(std::unique_ptr<SessionBus> bus) {
+    bus_ = std::move(bus);
+    if (bus_) {
+        listen();
+        read();
+    }
+}
 
 void MotionPreference::listen() {
     for (const char* ofInterest : {appearance, interfaceSettings}) {

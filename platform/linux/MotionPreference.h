@@ -21,9 +21,9 @@ class SessionBus;
 /// or a portal, nothing is to be reduced. Borrows the clock.
 class MotionPreference final {
 public:
-    /// Calls back whenever the preference has changed; the first answer of the portal may be such a
-    /// change.
-    MotionPreference(Clock& clock, std::function<void()> changed);
+    /// Connects on its own without a bus to share. Calls back whenever the preference has changed;
+    /// the first answer of the portal may be such a change.
+    MotionPreference(Clock& clock, std::unique_ptr<SessionBus> bus, std::function<void()> changed);
     ~MotionPreference();
     MotionPreference(const MotionPreference&) = delete;
     MotionPreference& operator=(const MotionPreference&) = delete;
@@ -31,6 +31,7 @@ public:
     [[nodiscard]] bool isReduced() const { return isReduced_; }
 
 private:
+    void setBus(std::unique_ptr<SessionBus> bus);
     void listen();
     void read();
     void take(const QDBusMessage& reply);

@@ -134,10 +134,19 @@ SessionBus::await(std::chrono::milliseconds limit, QObject* context, Connected l
     return awaiting->take(limit);
 }
 
-SessionBus::SessionBus(QDBusConnection connection) : connection_(std::move(connection)) {}
+SessionBus::SessionBus(QDBusConnection connection)
+    : connection_(new QDBusConnection(std::move(connection)), [](QDBusConnection* last) {
+          QDBusConnection::disconnectFromBus(last->name());
+          delete last;
+      }) {}
 
-SessionBus::~SessionBus() {
-    QDBusConnection::disconnectFromBus(connection_.name());
+SessionBus::SessionBus(std::shared_ptr<QDBusConnection> connection)
+    : connection_(std::move(connection)) {}
+
+SessionBus::~SessionBus() = default;
+
+std::unique_ptr<SessionBus> SessionBus::share() const {
+    return std::unique_ptr<SessionBus>(new SessionBus(connection_));
 }
 
 void SessionBus::onLoss(std::function<void()> lost) {
@@ -145,7 +154,7 @@ void SessionBus::onLoss(std::function<void()> lost) {
     loss_ = std::make_unique<QTimer>();
     loss_->setSingleShot(true);
     QObject::connect(loss_.get(), &QTimer::timeout, loss_.get(), std::move(lost));
-    connection_.connect(
+    connection_->connect(
         QString(),
         QStringLiteral("/org/freedesktop/DBus/Local"),
         QStringLiteral("org.freedesktop.DBus.Local"),

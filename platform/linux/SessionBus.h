@@ -14,7 +14,8 @@ class QObject;
 
 namespace orvel {
 
-/// A connection to the session bus of its owner's own, which ends with this object.
+/// A connection to the session bus of its owner's own, which ends with this object and those that
+/// share it.
 class SessionBus final {
 public:
     /// Longer, and the bus counts as none.
@@ -39,15 +40,20 @@ public:
     SessionBus(const SessionBus&) = delete;
     SessionBus& operator=(const SessionBus&) = delete;
 
+    /// For another user of the same connection, who saves the time that one of its own would take.
+    [[nodiscard]] std::unique_ptr<SessionBus> share() const;
+
     /// Calls back, on this thread, when the bus is lost. Once; not for the callback to destroy
     /// this.
     void onLoss(std::function<void()> lost);
 
-    [[nodiscard]] bool isConnected() const { return connection_.isConnected(); }
-    [[nodiscard]] QDBusConnection& connection() { return connection_; }
+    [[nodiscard]] bool isConnected() const { return connection_->isConnected(); }
+    [[nodiscard]] QDBusConnection& connection() { return *connection_; }
 
 private:
-    QDBusConnection connection_;
+    explicit SessionBus(std::shared_ptr<QDBusConnection> connection);
+
+    std::shared_ptr<QDBusConnection> connection_;
     std::unique_ptr<QTimer> loss_;
 };
 

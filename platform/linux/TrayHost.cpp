@@ -22,29 +22,38 @@ constexpr auto watcherPath = "/StatusNotifierWatcher";
 
 } // namespace
 
-TrayHost::TrayHost(Clock& clock, std::function<void()> changed)
+TrayHost::TrayHost(Clock& clock, std::unique_ptr<SessionBus> bus, std::function<void()> changed)
     : changed_(std::move(changed)),
       asking_(std::make_unique<QTimer>()),
       context_(std::make_unique<QObject>()) {
     asking_->setSingleShot(true);
     QObject::connect(asking_.get(), &QTimer::timeout, context_.get(), [this] { askBus(); });
-    SessionBus::connect(context_.get(), clock, [this](std::unique_ptr<SessionBus> bus) {
-        bus_ = std::move(bus);
-        if (bus_) {
-            bus_->onLoss([this] {
-                isOnBus_ = false;
-                update();
-            });
-            listen();
-            askBus();
-        }
-        // While the bus answers.
-        selection_ = std::make_unique<TraySelection>([this] { update(); });
+    if (bus) {
+        setBus(std::move(bus));
+        isPresent_ = selection_->isOwned();
+        return;
+    }
+    SessionBus::connect(context_.get(), clock, [this](std::unique_ptr<SessionBus> connected) {
+        setBus(std::move(connected));
         update();
     });
 }
 
 TrayHost::~TrayHost() = default;
+
+void TrayHost::setBus(std::unique_ptr<SessionBus> bus) {
+    bus_ = std::move(bus);
+    if (bus_) {
+        bus_->onLoss([this] {
+            isOnBus_ = false;
+            update();
+        });
+        listen();
+        askBus();
+    }
+    // While the bus answers.
+    selection_ = std::make_unique<TraySelection>([this] { update(); });
+}
 
 void TrayHost::listen() {
     // From whomever, because asking Qt for a certain sender would wait for the bus.

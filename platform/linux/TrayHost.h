@@ -22,8 +22,8 @@ class TraySelection;
 /// tray costs nothing. Borrows the clock.
 class TrayHost final {
 public:
-    /// Calls back whenever the answer has changed.
-    TrayHost(Clock& clock, std::function<void()> changed);
+    /// Connects on its own without a bus to share. Calls back whenever the answer has changed.
+    TrayHost(Clock& clock, std::unique_ptr<SessionBus> bus, std::function<void()> changed);
     ~TrayHost();
     TrayHost(const TrayHost&) = delete;
     TrayHost& operator=(const TrayHost&) = delete;
@@ -31,6 +31,7 @@ public:
     [[nodiscard]] bool isPresent() const { return isPresent_; }
 
 private:
+    void setBus(std::unique_ptr<SessionBus> bus);
     void listen();
     void askBus();
     void update();

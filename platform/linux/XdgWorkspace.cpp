@@ -4,6 +4,7 @@
 #include "core/ChatDatabaseSnapshot.h"
 #include "platform/linux/DebuggerProbe.h"
 #include "platform/linux/DesktopProgram.h"
+#include "platform/linux/SessionBus.h"
 
 #include <QCoreApplication>
 #include <QObject>
@@ -219,16 +220,21 @@ void XdgWorkspace::launchFirst(CommandLines candidates, Completion completion) {
         });
 }
 
+std::unique_ptr<SessionBus> XdgWorkspace::sharedBus() const {
+    return name_ ? name_->shareBus() : nullptr;
+}
+
 MotionPreference& XdgWorkspace::motion() const {
     if (!motion_) {
-        motion_ = std::make_unique<MotionPreference>(clock_, [this] { motionChanged_.call(); });
+        motion_ = std::make_unique<MotionPreference>(
+            clock_, sharedBus(), [this] { motionChanged_.call(); });
     }
     return *motion_;
 }
 
 TrayHost& XdgWorkspace::tray() const {
     if (!tray_) {
-        tray_ = std::make_unique<TrayHost>(clock_, [this] { trayChanged_.call(); });
+        tray_ = std::make_unique<TrayHost>(clock_, sharedBus(), [this] { trayChanged_.call(); });
     }
     return *tray_;
 }

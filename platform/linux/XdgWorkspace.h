@@ -74,6 +74,8 @@ private:
 
     void later(std::function<void()> job);
     void launchFirst(CommandLines candidates, Completion completion);
+    /// That of the name, once it is taken: connecting again would take time at the start.
+    [[nodiscard]] std::unique_ptr<SessionBus> sharedBus() const;
     MotionPreference& motion() const;
     TrayHost& tray() const;
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/MotionPreference.h"
 
+#include "platform/linux/SessionBus.h"
 #include "tests/platform/BusDaemon.h"
 #include "tests/platform/SettingsPortal.h"
 #include "tests/platform/SilentBus.h"
@@ -22,7 +23,7 @@ constexpr auto busVariable = "DBUS_SESSION_BUS_ADDRESS";
 class MotionPreferenceTest : public testing::Test {
 protected:
     void make() {
-        preference_ = std::make_unique<MotionPreference>(clock_, [this] { ++changes_; });
+        preference_ = std::make_unique<MotionPreference>(clock_, nullptr, [this] { ++changes_; });
     }
 
     /// The portal has answered that often, and the answers have arrived.

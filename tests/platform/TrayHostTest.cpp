@@ -3,6 +3,7 @@
 // The trays of the session bus; those of an X display need one.
 #include "platform/linux/TrayHost.h"
 
+#include "platform/linux/SessionBus.h"
 #include "tests/platform/BusService.h"
 #include "tests/support/ManualClock.h"
 #include "tests/support/WaitUntil.h"
@@ -12,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <utility>
 
 namespace orvel::test {
 
@@ -59,8 +61,8 @@ protected:
         }
     }
 
-    void make() {
-        host_ = std::make_unique<TrayHost>(clock_, [this] { ++changes_; });
+    void make(std::unique_ptr<SessionBus> bus = nullptr) {
+        host_ = std::make_unique<TrayHost>(clock_, std::move(bus), [this] { ++changes_; });
     }
 
     ManualClock clock_;
@@ -77,6 +79,18 @@ TEST_F(TrayHostTest, FindsTheTrayThatIsThere) {
     EXPECT_FALSE(host_->isPresent());
     ASSERT_TRUE(waitUntil([this] { return changes_ == 1; }));
     EXPECT_TRUE(host_->isPresent());
+}
+
+TEST_F(TrayHostTest, FindsTheTrayOnABusThatItShares) {
+    const Watcher watcher(true);
+    const SessionBus bus(QDBusConnection::connectToBus(
+        QDBusConnection::SessionBus, QStringLiteral("shared with the tray")));
+    make(bus.share());
+    EXPECT_FALSE(host_->isPresent());
+    ASSERT_TRUE(waitUntil([this] { return changes_ == 1; }));
+    EXPECT_TRUE(host_->isPresent());
+    host_.reset();
+    EXPECT_TRUE(bus.isConnected());
 }
 
 TEST_F(TrayHostTest, AWatcherWithoutAHostIsNoTray) {
