@@ -4,6 +4,7 @@
 #include "core/Secret.h"
 #include "core/Text.h"
 #include "platform/linux/SessionBus.h"
+#include "platform/linux/StartThread.h"
 
 #include <QAbstractEventDispatcher>
 #include <QByteArray>
@@ -17,9 +18,9 @@
 #include <QMap>
 #include <QObject>
 #include <QString>
-#include <QTimer>
 #include <qt6keychain/keychain.h>
 
+#include <dlfcn.h>
 #include <fmt/format.h>
 
 #include <cstddef>
@@ -28,6 +29,9 @@
 namespace orvel {
 
 namespace {
+
+/// By which QtKeychain looks for it.
+constexpr auto secretLibrary = "libsecret-1.so.0";
 
 using Attributes = QMap<QString, QString>;
 using Items = QList<QDBusObjectPath>;
@@ -173,8 +177,12 @@ void SecretServiceKeychain::startJob(
         context_.get(),
         [end = std::move(end)](const QKeychain::Job* finished) { end(*finished); });
     if (QAbstractEventDispatcher::instance()->inherits("QEventDispatcherGlib")) {
-        // After all that waits already: the first one loads libsecret, which takes its time.
-        QTimer::singleShot(0, job, &QKeychain::Job::start);
+        // The first job of a process loads libsecret, and until that is there, the main thread has
+        // better to do. When it cannot be loaded, the job says so.
+        loading_ = startThread(
+            job,
+            [previous = std::move(loading_)] { return dlopen(secretLibrary, RTLD_LAZY); },
+            [job](void*) { job->start(); });
         return;
     }
     // The service's answer would never arrive.

@@ -13,6 +13,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <utility>
 #include <variant>
 
@@ -101,6 +102,9 @@ private:
     bool hasLoggedNotRemoved_ = false;
     bool hasLoggedReadFailure_ = false;
     std::unique_ptr<SessionBus> bus_;
+    /// The latest of the threads that load the library of the service; each waits for the one
+    /// before.
+    std::jthread loading_;
     /// Destroyed first: what comes back from the service is dropped with it.
     std::unique_ptr<QObject> context_;
 };
