@@ -34,7 +34,7 @@ MenuBarExtra::MenuBarExtra(AppModel& model) : model_(model) {
     trayChanged();
     if (!icon_) {
         // While the system is being asked for a tray.
-        QMetaObject::invokeMethod(this, &MenuBarExtra::prepareIcon, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(this, &MenuBarExtra::prepareMenu, Qt::QueuedConnection);
         waitForTray();
     }
 }
@@ -78,7 +78,10 @@ void MenuBarExtra::noTrayInTime() {
     isWanted_ = isWanted_ && !isNew;
 }
 
-void MenuBarExtra::makeMenu() {
+void MenuBarExtra::prepareMenu() {
+    if (menu_) {
+        return;
+    }
     menu_ = std::make_unique<QMenu>();
     menu_->setObjectName(QStringLiteral("tray-menu"));
     menu_->setAccessibleName(QString::fromStdString(model_.configuration().displayName()));
@@ -99,15 +102,8 @@ void MenuBarExtra::makeMenu() {
     connect(menu_->addAction(tr("Quit")), &QAction::triggered, this, &MenuBarExtra::quitRequested);
 }
 
-void MenuBarExtra::prepareIcon() {
-    if (!menu_) {
-        makeMenu();
-    }
-    drawnIcon(model_.statusIcon());
-}
-
 void MenuBarExtra::makeIcon() {
-    prepareIcon();
+    prepareMenu();
     icon_ = std::make_unique<QSystemTrayIcon>();
     if (!model_.platform().workspace->isTrayMenuBar()) {
         icon_->setContextMenu(menu_.get());

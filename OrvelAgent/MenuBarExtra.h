@@ -62,9 +62,8 @@ private:
     void trayChanged();
     void waitForTray();
     void noTrayInTime();
-    void makeMenu();
-    /// What takes time of it.
-    void prepareIcon();
+    /// Which takes time.
+    void prepareMenu();
     void makeIcon();
     /// Drawn once for each status, until the palette changes.
     const QIcon& drawnIcon(StatusIcon status);

@@ -77,8 +77,8 @@ private:
     QSvgRenderer renderer_;
 };
 
-/// Drawn in the sizes that something shows, when it first does: most are never asked for, and what
-/// is drawn at the start holds up the icon in the tray.
+/// Square, the same in every mode, and drawn in the sizes that something shows, when it first does:
+/// most are never asked for, and what is drawn at the start holds up the icon in the tray.
 class DrawnIcon final : public QIconEngine {
 public:
     /// A square image of that many pixels a side.
@@ -96,8 +96,16 @@ public:
         return sizes;
     }
 
+    QSize actualSize(const QSize& size, QIcon::Mode, QIcon::State) override {
+        const int side = qMin(size.width(), size.height());
+        return {side, side};
+    }
+
     QPixmap pixmap(const QSize& size, QIcon::Mode, QIcon::State) override {
         const int pixels = qMin(size.width(), size.height());
+        if (pixels <= 0) {
+            return {};
+        }
         QPixmap& pixmap = drawn_[pixels];
         if (pixmap.isNull()) {
             pixmap = QPixmap::fromImage(draw_(pixels));
@@ -107,8 +115,10 @@ public:
 
     void
     paint(QPainter* painter, const QRect& rect, QIcon::Mode mode, QIcon::State state) override {
-        painter->drawPixmap(
-            rect, pixmap(rect.size() * painter->device()->devicePixelRatioF(), mode, state));
+        QRect square(QPoint(), actualSize(rect.size(), mode, state));
+        square.moveCenter(rect.center());
+        const qreal ratio = painter->device()->devicePixelRatioF();
+        painter->drawPixmap(square, pixmap(square.size() * ratio, mode, state));
     }
 
 private:
@@ -185,8 +195,12 @@ QIcon symbolTemplateIcon(Symbol symbol) {
 }
 
 QIcon applicationIcon() {
-    return QIcon(new DrawnIcon(
-        [](int pixels) { return Drawing(QStringLiteral("app.orvel.OrvelAgent")).image(pixels); }));
+    return QIcon(new DrawnIcon([drawn = std::shared_ptr<Drawing>()](int pixels) mutable {
+        if (!drawn) {
+            drawn = std::make_shared<Drawing>(QStringLiteral("app.orvel.OrvelAgent"));
+        }
+        return drawn->image(pixels);
+    }));
 }
 
 } // namespace orvel

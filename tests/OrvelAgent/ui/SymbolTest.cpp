@@ -134,6 +134,24 @@ TEST(SymbolTest, ATrayIconStandsOutFromWhateverPanel) {
     }
 }
 
+TEST(SymbolTest, ADrawnIconKeepsItsShapeInAPlaceThatIsNotSquare) {
+    for (const QIcon& icon : {symbolTrayIcon(Symbol::StatusIcon, Qt::black), applicationIcon()}) {
+        EXPECT_EQ(icon.actualSize(QSize(40, 24)), QSize(24, 24));
+        QImage expected(40, 24, QImage::Format_ARGB32_Premultiplied);
+        expected.fill(Qt::transparent);
+        QImage image = expected;
+        QPainter(&expected).drawPixmap(8, 0, icon.pixmap(QSize(24, 24), 1));
+        QPainter painter(&image);
+        icon.paint(&painter, image.rect());
+        painter.end();
+        EXPECT_EQ(image, expected);
+    }
+}
+
+TEST(SymbolTest, ADrawnIconOfNoSizeIsNothing) {
+    EXPECT_TRUE(applicationIcon().pixmap(QSize(0, 0), 1).isNull());
+}
+
 TEST(SymbolTest, ATemplateIsTheShapeAloneForMenuBarsThatTint) {
     const QIcon icon = symbolTemplateIcon(Symbol::StatusIcon);
     EXPECT_TRUE(icon.isMask());
