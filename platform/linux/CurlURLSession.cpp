@@ -119,6 +119,7 @@ std::optional<tavrin::URLError> refusal(const URLRequest& request) {
     }
     try {
         Curl::get();
+        OpenSSL::get();
     } catch (const tavrin::PlatformError& missing) {
         return tavrin::URLError(URLErrorCode::Unknown, missing.what());
     }

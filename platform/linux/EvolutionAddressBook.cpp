@@ -193,8 +193,15 @@ struct EvolutionAddressBook::Reading {
     /// Blocks. Without fields it only looks whether the service is there.
     static Reading take(std::optional<Fields> fields) {
         constexpr std::string_view doing = "Could not reach the desktop's address book";
-        const OwnMainContext context;
         Reading reading;
+        try {
+            Evolution::get();
+        } catch (const tavrin::PlatformError& missing) {
+            reading.error = missing;
+            reading.isMissing = true;
+            return reading;
+        }
+        const OwnMainContext context;
         GError* error = nullptr;
         const Object<GDBusConnection> bus(
             Evolution::get().busGet(G_BUS_TYPE_SESSION, nullptr, &error));
@@ -205,13 +212,6 @@ struct EvolutionAddressBook::Reading {
         }
         // Or GLib would end the process with the bus.
         Evolution::get().dbusConnectionSetExitOnClose(bus.get(), FALSE);
-        try {
-            Evolution::get();
-        } catch (const tavrin::PlatformError& missing) {
-            reading.error = missing;
-            reading.isMissing = true;
-            return reading;
-        }
         const Object<ESourceRegistry> registry(Evolution::get().sourceRegistryNew(nullptr, &error));
         if (!registry) {
             reading.error = platformError(doing, error);

@@ -17,6 +17,7 @@
 #include <QList>
 #include <QMap>
 #include <QObject>
+#include <QPointer>
 #include <QString>
 #include <qt6keychain/keychain.h>
 
@@ -177,12 +178,21 @@ void SecretServiceKeychain::startJob(
         context_.get(),
         [end = std::move(end)](const QKeychain::Job* finished) { end(*finished); });
     if (QAbstractEventDispatcher::instance()->inherits("QEventDispatcherGlib")) {
+        if (isLoaded_) {
+            QMetaObject::invokeMethod(job, &QKeychain::Job::start, Qt::QueuedConnection);
+            return;
+        }
         // The first job of a process loads libsecret, and until that is there, the main thread has
         // better to do. When it cannot be loaded, the job says so.
         loading_ = startThread(
             job,
             [previous = std::move(loading_)] { return dlopen(secretLibrary, RTLD_LAZY); },
-            [job](void*) { job->start(); });
+            [this, context = QPointer(context_.get()), job](void*) {
+                if (context) {
+                    isLoaded_ = true;
+                }
+                job->start();
+            });
         return;
     }
     // The service's answer would never arrive.

@@ -105,6 +105,7 @@ private:
     /// The latest of the threads that load the library of the service; each waits for the one
     /// before.
     std::jthread loading_;
+    bool isLoaded_ = false;
     /// Destroyed first: what comes back from the service is dropped with it.
     std::unique_ptr<QObject> context_;
 };

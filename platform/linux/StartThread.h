@@ -11,8 +11,8 @@
 
 namespace orvel {
 
-/// Runs `work()` on a thread of its own and then `finish` with its result on this one, unless the
-/// context has gone by then.
+/// Runs `work()`, which must not throw, on a thread of its own and then `finish` with its result on
+/// this one, unless the context has gone by then.
 template <typename Work, typename Finish>
 [[nodiscard]] std::jthread startThread(QObject* context, Work work, Finish finish) {
     using Result = std::invoke_result_t<Work>;

@@ -22,7 +22,8 @@ public:
     /// No value unless it is Base64 of 32 bytes, with nothing around it.
     [[nodiscard]] static std::optional<UpdateKey> fromBase64(std::string_view text);
 
-    /// Whether the key's owner signed exactly that.
+    /// Whether the key's owner signed exactly that. Throws `tavrin::PlatformError` when OpenSSL
+    /// cannot be loaded.
     [[nodiscard]] bool
     verifies(const UpdateSignature& signature, std::span<const std::uint8_t> content) const;
 
