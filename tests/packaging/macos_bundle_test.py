@@ -102,6 +102,10 @@ if [[ $2 == log ]]; then echo "the reason" >&2; fi
 """
 
 HDIUTIL = r"""
+if (($(grep -c ^hdiutil "$TOOL_LOG") <= BUSY)); then
+    echo "hdiutil: create failed - Resource busy" >&2
+    exit 1
+fi
 touch "${@: -1}"
 """
 
@@ -170,7 +174,7 @@ class ScriptTest(unittest.TestCase):
         os.makedirs(os.path.join(self.qt, "bin"))
         for name, rest in {"cmake": CMAKE, "codesign": "", "ditto": "", "hdiutil": HDIUTIL,
                            "iconutil": "", "install_name_tool": "", "otool": OTOOL,
-                           "plutil": PLUTIL, "rsvg-convert": "", "xattr": "",
+                           "plutil": PLUTIL, "rsvg-convert": "", "sleep": "", "xattr": "",
                            "xcrun": XCRUN}.items():
             self.write_tool(os.path.join(self.tools, name), rest)
         self.write_tool(os.path.join(self.qt, "bin", "macdeployqt"), MACDEPLOYQT)
@@ -178,7 +182,7 @@ class ScriptTest(unittest.TestCase):
         self.environment = {
             "PATH": self.tools + ":" + os.environ["PATH"], "TOOL_LOG": self.log, "QT": self.qt,
             "INFO_PLIST": INFO_PLIST, "VERSION": VERSION, "VERDICT": "Accepted",
-            "TMPDIR": self.folder, "DEPLOYMENT": "WARNING: nothing", "MINOS": "13.3",
+            "TMPDIR": self.folder, "DEPLOYMENT": "WARNING: nothing", "MINOS": "13.3", "BUSY": "0",
             "LIBRARY": "/System/Library/Frameworks/AppKit.framework/Versions/C/AppKit"}
 
     @staticmethod
@@ -282,6 +286,20 @@ class MakeDmgTest(ScriptTest):
         image = self.make(**self.signed).stdout.splitlines()[-1]
         self.assertEqual(image, os.path.join(self.folder, f"image/OrvelAgent-{VERSION}.dmg"))
         self.assertTrue(os.path.exists(image))
+
+    def test_a_volume_that_is_busy_is_tried_again_after_a_pause(self):
+        result = self.make(**self.signed, BUSY="2")
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(len(self.calls("hdiutil")), 3)
+        self.assertEqual(len(self.calls("sleep")), 2)
+        self.assertTrue(os.path.exists(result.stdout.splitlines()[-1]))
+
+    def test_a_volume_that_stays_busy_ends_it(self):
+        result = self.make(**self.signed, BUSY="99")
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("The disk image could not be made", result.stderr)
+        self.assertEqual(len(self.calls("hdiutil")), 10)
+        self.assertEqual([call for call in self.calls("codesign") if call.endswith(".dmg>")], [])
 
     def test_only_the_plugins_that_are_needed_go_in(self):
         self.assertEqual(self.make("--unsigned").returncode, 0)
