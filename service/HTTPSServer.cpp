@@ -99,8 +99,8 @@ void readBody(
     }
 }
 
-/// Ends the connection with a reset at once. The descriptor is the library's to close: until then
-/// it is of a socket whose other end is gone.
+/// Ends the connection at once, with a reset unless descriptors have run out. The descriptor is the
+/// library's to close: until then it is of a socket whose other end is gone.
 void resetConnection(const httplib::Request& from) {
     // Newer versions of the library have it as a pointer to anything.
     const void* const session = from.ssl;
@@ -108,12 +108,16 @@ void resetConnection(const httplib::Request& from) {
     linger none{};
     none.l_onoff = 1;
     setsockopt(connection, SOL_SOCKET, SO_LINGER, &none, sizeof none);
+    bool isReset = false;
     std::array<int, 2> ends{};
     if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) == 0) {
         close(ends[1]);
         // Closes the connection, which does not linger.
-        dup2(ends[0], connection);
+        isReset = dup2(ends[0], connection) >= 0;
         close(ends[0]);
+    }
+    if (!isReset) {
+        shutdown(connection, SHUT_RDWR);
     }
 }
 
