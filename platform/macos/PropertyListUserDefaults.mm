@@ -3,6 +3,7 @@
 
 #include "core/Errors.h"
 #include "core/FileDescriptor.h"
+#include "core/RegularFile.h"
 #include "platform/macos/FoundationConversions.h"
 #include "platform/macos/UserDefaultsValues.h"
 
@@ -12,7 +13,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <cstdlib>
+#include <optional>
 #include <string>
 
 namespace orvel {
@@ -23,6 +26,7 @@ namespace {
 
 using tavrin::FileDescriptor;
 using tavrin::PlatformError;
+using tavrin::RegularFile;
 
 [[noreturn]] void failToRead(const std::filesystem::path& file, int code) {
     throw PlatformError::fromErrno(code, "Could not read the agent's settings in " + file.string());
@@ -32,29 +36,41 @@ using tavrin::PlatformError;
     throw PlatformError::fromErrno(code, "Could not save the agent's settings");
 }
 
-NSDictionary<NSString*, id>* valuesIn(const std::filesystem::path& file) {
-    // Opened once before Foundation does, whose errors name no reason.
-    const FileDescriptor descriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!descriptor.isOpen()) {
-        if (errno == ENOENT) {
-            return @{};
+/// Nothing when there is no such file.
+std::optional<RegularFile> opened(const std::filesystem::path& file) {
+    try {
+        return tavrin::openRegularFile(file);
+    } catch (const PlatformError& error) {
+        if (error.code() == ENOENT) {
+            return std::nullopt;
         }
-        failToRead(file, errno);
+        failToRead(file, error.code());
     }
-    struct stat status {};
-    if (fstat(descriptor.get(), &status) != 0 || S_ISDIR(status.st_mode)) {
-        failToRead(file, EISDIR);
+}
+
+NSDictionary<NSString*, id>* valuesIn(const std::filesystem::path& file) {
+    const std::optional<RegularFile> from = opened(file);
+    if (!from) {
+        return @{};
     }
-    NSData* const content = [NSData dataWithContentsOfURL:fileURL(file)
-                                                  options:NSDataReadingUncached
-                                                    error:nil];
-    if (content == nil) {
-        failToRead(file, EIO);
+    // The file is replaced when it changes, so it has its size for good.
+    std::string content(static_cast<std::size_t>(from->size), '\0');
+    for (std::size_t length = 0; length < content.size();) {
+        const ssize_t count =
+            read(from->descriptor.get(), content.data() + length, content.size() - length);
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count <= 0) {
+            failToRead(file, count < 0 ? errno : EIO);
+        }
+        length += static_cast<std::size_t>(count);
     }
-    const id list = [NSPropertyListSerialization propertyListWithData:content
-                                                              options:NSPropertyListImmutable
-                                                               format:nil
-                                                                error:nil];
+    const id list = [NSPropertyListSerialization
+        propertyListWithData:[NSData dataWithBytes:content.data() length:content.size()]
+                     options:NSPropertyListImmutable
+                      format:nil
+                       error:nil];
     if (![list isKindOfClass:[NSDictionary class]]) {
         // To go on as if it were empty would forget the user's choices.
         failToRead(file, EBADMSG);
