@@ -67,8 +67,8 @@ public:
     virtual ~LogStore() = default;
 
     /// One line of one category of the application, such as "collector", dated by the time of day.
-    /// Never give it message text, a token or a whole handle. Thread-safe; never throws and never
-    /// waits for long.
+    /// Never give it message text, a token or a whole handle. A character of value zero may be read
+    /// back as its picture, U+2400. Thread-safe; never throws and never waits for long.
     virtual void write(LogLevel level, std::string_view category, std::string_view message) = 0;
 
     /// This process's entries of all subsystems, in the order of writing, from the first one on

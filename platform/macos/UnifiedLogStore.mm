@@ -48,6 +48,15 @@ int numberOf(OSLogEntryLogLevel level) {
     return LogEntry::undefined;
 }
 
+/// With the picture of a character of value zero in its place: nothing tells what the system's log
+/// makes of the character itself.
+std::string withoutZeros(std::string text) {
+    for (auto place = text.find('\0'); place != std::string::npos; place = text.find('\0', place)) {
+        text.replace(place, 1, "\u2400");
+    }
+    return text;
+}
+
 /// One line, and nothing that steers a terminal.
 std::string escaped(std::string text) {
     for (char& character : text) {
@@ -115,8 +124,7 @@ void UnifiedLogStore::write(LogLevel level, std::string_view category, std::stri
             const std::string keptCategory = tavrin::repairedUTF8(category);
             const std::string keptMessage = tavrin::repairedUTF8(message);
             const os_log_t log = logOf(keptCategory);
-            // Not as a C string, which ends at a character of value zero.
-            os_log_with_type(log, typeOf(level), "%{public}@", nsString(keptMessage));
+            os_log_with_type(log, typeOf(level), "%{public}@", nsString(withoutZeros(keptMessage)));
             if (options_.standardErrorLevel && level >= *options_.standardErrorLevel) {
                 const std::string line = std::string(name(level)) + " " + escaped(keptCategory) +
                                          ": " + escaped(keptMessage) + "\n";

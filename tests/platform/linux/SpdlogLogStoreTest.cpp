@@ -166,6 +166,12 @@ TEST_F(SpdlogLogStoreTest, KeepsTheNewestLinesOnly) {
     EXPECT_EQ(kept.back(), std::to_string(last));
 }
 
+TEST_F(SpdlogLogStoreTest, KeepsACharacterOfValueZeroAsItIs) {
+    const std::string message("one\0two", 7);
+    store().write(LogLevel::Info, "c", message);
+    EXPECT_EQ(messages(), Strings{message});
+}
+
 TEST_F(SpdlogLogStoreTest, KeepsABoundedNumberOfBytes) {
     constexpr std::size_t bytesPerLine = SpdlogLogStore::maximumTextBytes;
     const std::string message(bytesPerLine - 1, 'x');

@@ -33,13 +33,13 @@ protected:
 
 TEST_F(FoundationUserDefaultsTest, GivesBackEveryTypeAndNothingForAnother) {
     const tavrin::Date date(tavrin::Seconds(1'700'000'000.123));
-    defaults_->setString("string", std::string("a\0\xC3\xA9", 4));
+    defaults_->setString("string", "a\xC3\xA9");
     defaults_->setInteger("integer", std::numeric_limits<std::int64_t>::max());
     defaults_->setInteger("one", 1);
     defaults_->setBoolean("boolean", true);
     defaults_->setDate("date", date);
 
-    EXPECT_EQ(defaults_->string("string"), std::string("a\0\xC3\xA9", 4));
+    EXPECT_EQ(defaults_->string("string"), "a\xC3\xA9");
     EXPECT_EQ(defaults_->integer("integer"), std::numeric_limits<std::int64_t>::max());
     EXPECT_EQ(defaults_->boolean("boolean"), true);
     EXPECT_EQ(defaults_->date("date"), date);
