@@ -3,6 +3,7 @@
 
 #include "platform/macos/DebuggerProbe.h"
 #include "platform/macos/FoundationConversions.h"
+#include "platform/macos/RelaunchScript.h"
 
 #import <AppKit/AppKit.h>
 #import <CoreServices/CoreServices.h>
@@ -55,12 +56,6 @@ NSString* settingsURL(Workspace::SettingsPane pane) {
     }
     return @"x-apple.systempreferences:com.apple.preference.security?Privacy_AllFiles";
 }
-
-/// Opens the bundle a second after the process of that number has ended, but does not wait for that
-/// for ever. Opened any sooner, it would be the old copy that is brought to the front.
-NSString* const relaunchScript =
-    @"i=0; while [ $i -lt 600 ] && kill -0 \"$1\" 2>/dev/null; do sleep 0.1; i=$((i + 1)); done;"
-    @" sleep 1; exec /usr/bin/open \"$0\"";
 
 /// Longest wait for a notification to be on its way.
 constexpr NSTimeInterval longestSending = 2;
@@ -239,9 +234,10 @@ void AppKitWorkspace::scheduleRelaunch() {
     shell.executableURL = fileURL("/bin/sh");
     shell.arguments = @[
         @"-c",
-        relaunchScript,
+        nsString(relaunchScript),
         NSBundle.mainBundle.bundlePath,
-        nsString(std::to_string(getpid()))
+        nsString(std::to_string(getpid())),
+        @"/usr/bin/open"
     ];
     // Ignored when it fails, as the port has it.
     [shell launchAndReturnError:nil];
