@@ -19,9 +19,10 @@ namespace orvel {
 
 /// The desktop as AppKit has it.
 ///
-/// A copy is one that runs from a bundle of the same identifier. Opening the application's icon
-/// while it runs counts as another copy that has brought it to the front, because the system then
-/// starts none. The menu bar is always there.
+/// A copy is one that runs from a bundle of the same identifier; of those that are started at the
+/// same time the first one stays. Opening the application's icon while it runs counts as another
+/// copy that has brought it to the front, because the system then starts none. The menu bar is
+/// always there.
 class AppKitWorkspace final : public Workspace {
 public:
     AppKitWorkspace();

@@ -57,6 +57,25 @@ NSString* settingsURL(Workspace::SettingsPane pane) {
     return @"x-apple.systempreferences:com.apple.preference.security?Privacy_AllFiles";
 }
 
+/// Whether that copy was the first of the two: of copies that are started at once, each of which
+/// sees the others, all but one have to end.
+bool isEarlier(NSRunningApplication* copy, NSRunningApplication* own) {
+    // It has looked for others already.
+    if (copy.finishedLaunching) {
+        return true;
+    }
+    // The system dates only what it has launched itself.
+    NSDate* const date = copy.launchDate;
+    NSDate* const ownDate = own.launchDate;
+    if (date != nil && ownDate != nil) {
+        const NSComparisonResult order = [date compare:ownDate];
+        if (order != NSOrderedSame) {
+            return order == NSOrderedAscending;
+        }
+    }
+    return copy.processIdentifier < own.processIdentifier;
+}
+
 /// Longest wait for a notification to be on its way.
 constexpr NSTimeInterval longestSending = 2;
 
@@ -143,9 +162,10 @@ void AppKitWorkspace::revealFile(std::string path, Completion completion) {
 std::optional<Workspace::RunningApplication>
 AppKitWorkspace::runningCopy(const std::string& identifier) {
     identifier_ = identifier;
+    NSRunningApplication* const own = NSRunningApplication.currentApplication;
     for (NSRunningApplication* copy in
          [NSRunningApplication runningApplicationsWithBundleIdentifier:nsString(identifier)]) {
-        if (copy.processIdentifier != getpid()) {
+        if (copy.processIdentifier != getpid() && !copy.terminated && isEarlier(copy, own)) {
             return RunningApplication{copy.processIdentifier};
         }
     }

@@ -63,6 +63,7 @@ MAC_API(10.6)
 @property(nullable, readonly, copy) NSString* bundleIdentifier;
 @property(nullable, readonly, copy) NSString* localizedName;
 @property(nullable, readonly, copy) NSURL* bundleURL;
+@property(nullable, readonly, copy) NSDate* launchDate;
 @property(readonly, getter=isTerminated) BOOL terminated;
 @property(readonly, getter=isFinishedLaunching) BOOL finishedLaunching;
 @end

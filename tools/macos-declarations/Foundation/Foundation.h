@@ -334,6 +334,7 @@ MAC_API(10.0)
 @property(readonly) NSTimeInterval timeIntervalSince1970;
 @property(readonly) NSTimeInterval timeIntervalSinceNow;
 - (NSTimeInterval)timeIntervalSinceDate:(NSDate*)anotherDate;
+- (NSComparisonResult)compare:(NSDate*)other;
 @end
 
 typedef NS_ENUM(NSUInteger, NSPropertyListFormat) {
