@@ -2,6 +2,7 @@
 #include "platform/linux/SettingsUserDefaults.h"
 
 #include "core/Errors.h"
+#include "core/RegularFile.h"
 
 #include <QByteArray>
 #include <QDateTime>
@@ -157,12 +158,12 @@ std::filesystem::path SettingsUserDefaults::defaultFile() {
 
 SettingsUserDefaults::SettingsUserDefaults(std::filesystem::path file) : file_(std::move(file)) {
     // To go on with an unreadable file as if it were empty would forget the user's choices.
-    const int descriptor = open(file_.c_str(), O_RDONLY | O_CLOEXEC);
-    if (descriptor < 0 && errno != ENOENT) {
-        failToRead(file_, errno);
-    }
-    if (descriptor >= 0) {
-        close(descriptor);
+    try {
+        static_cast<void>(tavrin::openRegularFile(file_));
+    } catch (const tavrin::PlatformError& error) {
+        if (error.code() != ENOENT) {
+            failToRead(file_, error.code());
+        }
     }
     const QSettings settings(qString(file_), lineFormat());
     if (settings.status() != QSettings::NoError) {

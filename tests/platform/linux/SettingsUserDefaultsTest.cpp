@@ -288,6 +288,12 @@ TEST_F(SettingsUserDefaultsTest, AFolderInPlaceOfTheFileIsAnError) {
     EXPECT_THROW(const SettingsUserDefaults defaults(file_), PlatformError);
 }
 
+TEST_F(SettingsUserDefaultsTest, APipeInPlaceOfTheFileIsAnErrorAndNotWaitedFor) {
+    std::filesystem::create_directories(file_.parent_path());
+    ASSERT_EQ(mkfifo(file_.c_str(), S_IRUSR | S_IWUSR), 0);
+    EXPECT_THROW(SettingsUserDefaults{file_}, tavrin::PlatformError);
+}
+
 TEST_F(SettingsUserDefaultsTest, AReadDoesNotWaitForAWrite) {
     SettingsUserDefaults defaults(file_);
     defaults.setInteger("k", 1);
