@@ -3,8 +3,8 @@
 
 #include "OrvelAgent/Permissions.h"
 #include "OrvelAgent/Sleep.h"
-#include "core/ChatDatabaseSnapshot.h"
 #include "core/Errors.h"
+#include "core/messages/ChatDatabaseSnapshot.h"
 
 #include <QScopedValueRollback>
 #include <QUuid>

@@ -5,11 +5,11 @@
 #include "OrvelAgent/IdentityEnricher.h"
 #include "OrvelAgent/Sleep.h"
 #include "OrvelAgent/Worker.h"
-#include "core/ChatDatabaseSnapshot.h"
 #include "core/Errors.h"
 #include "core/Retrying.h"
-#include "core/SQLiteDatabase.h"
 #include "core/TransientFailure.h"
+#include "core/messages/ChatDatabaseSnapshot.h"
+#include "core/messages/SQLiteDatabase.h"
 
 #include <cassert>
 #include <utility>

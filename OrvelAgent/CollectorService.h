@@ -8,8 +8,8 @@
 #include "core/CancellationToken.h"
 #include "core/CollectionPreferences.h"
 #include "core/Date.h"
-#include "core/FileCopier.h"
-#include "core/MessagesCollector.h"
+#include "core/messages/FileCopier.h"
+#include "core/messages/MessagesCollector.h"
 #include "platform/Clock.h"
 
 #include <QCoroTask>

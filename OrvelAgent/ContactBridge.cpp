@@ -3,7 +3,7 @@
 
 #include "OrvelAgent/Deferred.h"
 #include "OrvelAgent/Worker.h"
-#include "core/HandleNormalizer.h"
+#include "core/messages/HandleNormalizer.h"
 
 #include <algorithm>
 #include <iterator>

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "OrvelAgent/ContactBridge.h"
-#include "core/MessageRecord.h"
+#include "core/messages/MessageRecord.h"
 
 #include <memory>
 #include <string>

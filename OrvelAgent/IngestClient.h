@@ -3,7 +3,7 @@
 
 #include "OrvelAgent/APIClient.h"
 #include "core/CancellationToken.h"
-#include "core/MessageRecord.h"
+#include "core/messages/MessageRecord.h"
 
 #include <QCoroTask>
 

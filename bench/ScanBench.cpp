@@ -11,10 +11,10 @@
 #include "OrvelAgent/Worker.h"
 #include "bench/BenchmarkTable.h"
 #include "bench/ChildProcess.h"
-#include "core/ChatDatabaseSnapshot.h"
-#include "core/HandleNormalizer.h"
-#include "core/MessagesCollector.h"
-#include "core/SQLiteDatabase.h"
+#include "core/messages/ChatDatabaseSnapshot.h"
+#include "core/messages/HandleNormalizer.h"
+#include "core/messages/MessagesCollector.h"
+#include "core/messages/SQLiteDatabase.h"
 #include "platform/Platform.h"
 
 #include <QCoreApplication>

@@ -2,7 +2,7 @@
 #include "OrvelAgent/Envelope.h"
 
 #include "OrvelAgent/IngestClient.h"
-#include "core/MessageRecord.h"
+#include "core/messages/MessageRecord.h"
 #include "fuzz/Check.h"
 
 #include <boost/json/value_from.hpp>

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/Handle.h"
+#include "core/messages/Handle.h"
 
-#include "core/HandleNormalizer.h"
 #include "core/Text.h"
 #include "core/UnicodeRules.h"
+#include "core/messages/HandleNormalizer.h"
 #include "fuzz/Check.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/AttributedBodyDecoder.h"
 #include "core/Text.h"
+#include "core/messages/AttributedBodyDecoder.h"
 #include "fuzz/Check.h"
 
 #include <algorithm>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "core/FileCopier.h"
 #include "core/UserDefaults.h"
+#include "core/messages/FileCopier.h"
 #include "platform/AddressBook.h"
 #include "platform/Bundle.h"
 #include "platform/Clock.h"

@@ -2,7 +2,7 @@
 #include "service/ContextEndpoints.h"
 
 #include "core/JSON.h"
-#include "core/MessageRecord.h"
+#include "core/messages/MessageRecord.h"
 #include "service/Envelope.h"
 #include "service/KnownHandles.h"
 #include "service/RecordStore.h"

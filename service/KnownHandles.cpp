@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "service/KnownHandles.h"
 
-#include "core/HandleNormalizer.h"
+#include "core/messages/HandleNormalizer.h"
 #include "service/ServiceError.h"
 
 #include <boost/json.hpp>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "core/MessageRecord.h"
+#include "core/messages/MessageRecord.h"
 #include "service/Database.h"
 
 #include <cstddef>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/SampleMessagesDatabase.h"
 
-#include "core/AppleEpoch.h"
+#include "core/messages/AppleEpoch.h"
 #include "tools/MessagesSchema.h"
 #include "tools/SampleRandom.h"
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/ScanArguments.h"
 
-#include "core/AppleEpoch.h"
+#include "core/messages/AppleEpoch.h"
 
 #include <QString>
 #include <QUrl>

@@ -2,7 +2,7 @@
 #include "tools/ScanCommand.h"
 
 #include "OrvelAgent/Configuration.h"
-#include "core/ChatDatabaseSnapshot.h"
+#include "core/messages/ChatDatabaseSnapshot.h"
 #include "tools/OverlayUserDefaults.h"
 #include "tools/PreviewSession.h"
 #include "tools/TerminalQuestion.h"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/XdgWorkspace.h"
 
-#include "core/ChatDatabaseSnapshot.h"
+#include "core/messages/ChatDatabaseSnapshot.h"
 #include "platform/linux/DebuggerProbe.h"
 #include "platform/linux/DesktopProgram.h"
 #include "platform/linux/SessionBus.h"

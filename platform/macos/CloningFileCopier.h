@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "core/FileCopier.h"
+#include "core/messages/FileCopier.h"
 
 namespace orvel {
 

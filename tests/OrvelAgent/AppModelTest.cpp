@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/AppModel.h"
 
-#include "core/ChatDatabaseSnapshot.h"
+#include "core/messages/ChatDatabaseSnapshot.h"
 #include "tests/support/MessagesDatabaseBuilder.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/TemporaryDirectory.h"

@@ -2,8 +2,8 @@
 #include "OrvelAgent/CollectorService.h"
 
 #include "OrvelAgent/Configuration.h"
-#include "core/ChatDatabaseSnapshot.h"
 #include "core/Errors.h"
+#include "core/messages/ChatDatabaseSnapshot.h"
 #include "tests/support/FakeBundle.h"
 #include "tests/support/FakeURLSession.h"
 #include "tests/support/InMemoryUserDefaults.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/MessagesCollector.h"
-#include "core/SQLiteDatabase.h"
+#include "core/messages/MessagesCollector.h"
+#include "core/messages/SQLiteDatabase.h"
 #include "tests/e2e/ScanHome.h"
 #include "tests/support/MessagesDatabaseBuilder.h"
 

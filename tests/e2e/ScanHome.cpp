@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/e2e/ScanHome.h"
 
-#include "core/MessagesCollector.h"
-#include "core/SQLiteDatabase.h"
+#include "core/messages/MessagesCollector.h"
+#include "core/messages/SQLiteDatabase.h"
 
 #include <boost/json/parse.hpp>
 #include <boost/json/value.hpp>

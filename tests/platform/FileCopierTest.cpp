@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // What this system's way to copy a file does, as every one has to.
-#include "core/FileCopier.h"
+#include "core/messages/FileCopier.h"
 
 #include "core/CancellationToken.h"
 #include "core/Errors.h"

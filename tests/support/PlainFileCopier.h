@@ -3,7 +3,7 @@
 
 #include "core/CancellationToken.h"
 #include "core/Errors.h"
-#include "core/FileCopier.h"
+#include "core/messages/FileCopier.h"
 
 #include <atomic>
 #include <cerrno>

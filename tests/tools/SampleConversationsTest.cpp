@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/SampleConversations.h"
 
-#include "core/Handle.h"
-#include "core/HandleNormalizer.h"
+#include "core/messages/Handle.h"
+#include "core/messages/HandleNormalizer.h"
 
 #include <gmock/gmock.h>
 

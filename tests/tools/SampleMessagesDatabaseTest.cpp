@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/SampleMessagesDatabase.h"
 
-#include "core/AppleEpoch.h"
-#include "core/SQLiteDatabase.h"
 #include "core/Text.h"
+#include "core/messages/AppleEpoch.h"
+#include "core/messages/SQLiteDatabase.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tools/MessagesSchema.h"
 

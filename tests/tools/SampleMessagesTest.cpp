@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/SampleMessages.h"
 
-#include "core/AttributedBodyDecoder.h"
 #include "core/Text.h"
+#include "core/messages/AttributedBodyDecoder.h"
 
 #include <gmock/gmock.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/KeyedArchive.h"
+#include "core/messages/KeyedArchive.h"
 
 #import <Foundation/Foundation.h>
 #include <gtest/gtest.h>

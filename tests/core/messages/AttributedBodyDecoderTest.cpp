@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/AttributedBodyDecoder.h"
+#include "core/messages/AttributedBodyDecoder.h"
 
 #include "tests/support/KeyedArchiveBuilder.h"
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/MessagesCollector.h"
-#include "core/SQLiteDatabase.h"
 #include "core/Text.h"
+#include "core/messages/MessagesCollector.h"
+#include "core/messages/SQLiteDatabase.h"
 #include "tests/support/MessagesDatabaseBuilder.h"
 #include "tests/support/TemporaryDirectory.h"
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "core/Handle.h"
+#include "core/messages/Handle.h"
 
 #include <cstddef>
 #include <optional>

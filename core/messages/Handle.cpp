@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/Handle.h"
+#include "core/messages/Handle.h"
 
 #include "core/Text.h"
 

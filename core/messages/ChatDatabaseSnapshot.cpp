@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/ChatDatabaseSnapshot.h"
+#include "core/messages/ChatDatabaseSnapshot.h"
 
 #include "core/Errors.h"
-#include "core/FileCopier.h"
 #include "core/FileDescriptor.h"
-#include "core/SQLiteDatabase.h"
+#include "core/messages/FileCopier.h"
+#include "core/messages/SQLiteDatabase.h"
 
 #include <boost/uuid/random_generator.hpp>
 #include <boost/uuid/uuid_io.hpp>

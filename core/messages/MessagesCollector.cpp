@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/MessagesCollector.h"
+#include "core/messages/MessagesCollector.h"
 
-#include "core/AppleEpoch.h"
-#include "core/AttributedBodyDecoder.h"
-#include "core/HandleNormalizer.h"
-#include "core/SQLiteDatabase.h"
+#include "core/messages/AppleEpoch.h"
+#include "core/messages/AttributedBodyDecoder.h"
+#include "core/messages/HandleNormalizer.h"
+#include "core/messages/SQLiteDatabase.h"
 
 #include <algorithm>
 #include <cassert>

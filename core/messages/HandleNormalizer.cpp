@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/HandleNormalizer.h"
+#include "core/messages/HandleNormalizer.h"
 
 #include "core/Text.h"
 #include "core/UnicodeRules.h"

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/ChatDatabaseSnapshot.h"
+#include "core/messages/ChatDatabaseSnapshot.h"
 
 #include "core/Errors.h"
-#include "core/FileCopier.h"
-#include "core/SQLiteDatabase.h"
+#include "core/messages/FileCopier.h"
+#include "core/messages/SQLiteDatabase.h"
 #include "tests/platform/RealFileCopier.h"
 #include "tests/support/LiveDatabaseWriter.h"
 #include "tests/support/SmallDisk.h"

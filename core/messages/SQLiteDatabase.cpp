@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/SQLiteDatabase.h"
+#include "core/messages/SQLiteDatabase.h"
 
 #include "core/Text.h"
 

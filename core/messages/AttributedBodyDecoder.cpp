@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/AttributedBodyDecoder.h"
+#include "core/messages/AttributedBodyDecoder.h"
 
-#include "core/KeyedArchive.h"
 #include "core/Text.h"
+#include "core/messages/KeyedArchive.h"
 
 #include <new>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/AppleEpoch.h"
+#include "core/messages/AppleEpoch.h"
 
 #include <gtest/gtest.h>
 

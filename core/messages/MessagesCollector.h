@@ -3,7 +3,7 @@
 
 #include "core/CollectionPreferences.h"
 #include "core/Date.h"
-#include "core/MessageRecord.h"
+#include "core/messages/MessageRecord.h"
 
 #include <cstdint>
 #include <exception>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "core/MessageRecord.h"
+#include "core/messages/MessageRecord.h"
 
 #include "core/JSON.h"
 
