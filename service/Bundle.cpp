@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "service/Bundle.h"
 
-#include "service/Page.h"
-#include "service/PrivateFile.h"
+#include "service/endpoints/Page.h"
+#include "service/support/PrivateFile.h"
 
 #include <string_view>
 #include <utility>

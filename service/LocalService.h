@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "service/Account.h"
-#include "service/FaultScript.h"
-#include "service/IdentityProvider.h"
+#include "service/accounts/Account.h"
+#include "service/accounts/IdentityProvider.h"
+#include "service/endpoints/FaultScript.h"
 
 #include <chrono>
 #include <cstddef>

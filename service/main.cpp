@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "service/KnownHandles.h"
 #include "service/LocalService.h"
-#include "service/ServiceError.h"
+#include "service/records/KnownHandles.h"
+#include "service/support/ServiceError.h"
 
 #include <CLI/CLI.hpp>
 #include <pthread.h>

@@ -4,7 +4,7 @@
 // the browser, the keychain, the desktop, the disk's moods and the time are the test's.
 #include "OrvelAgent/AppModel.h"
 #include "OrvelAgent/QueryItems.h"
-#include "service/RecordStore.h"
+#include "service/records/RecordStore.h"
 #include "tests/e2e/ScanHome.h"
 #include "tests/platform/RealBundle.h"
 #include "tests/platform/RealURLSession.h"

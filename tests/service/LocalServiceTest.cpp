@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "service/LocalService.h"
 
-#include "service/RecordStore.h"
-#include "service/ServiceError.h"
+#include "service/records/RecordStore.h"
+#include "service/support/ServiceError.h"
 #include "tests/service/ServiceTest.h"
 
 #include <gmock/gmock.h>

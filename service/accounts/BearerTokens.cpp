@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "service/accounts/BearerTokens.h"
+
+#include "core/SessionPolicy.h"
+#include "service/accounts/IdentityProvider.h"
+#include "service/http/Envelope.h"
+
+#include <iterator>
+#include <string_view>
+#include <utility>
+
+namespace orvel::service {
+
+namespace {
+
+/// Empty when the request carries none.
+std::string_view bearerToken(const Request& request) {
+    constexpr std::string_view scheme = "Bearer ";
+    const auto value = request.header("Authorization").value_or("");
+    if (!equalsIgnoringCase(value.substr(0, scheme.size()), scheme)) {
+        return {};
+    }
+    const auto token = value.substr(scheme.size());
+    return token.find_first_of(" \t") == std::string_view::npos ? token : std::string_view();
+}
+
+Refusal sessionExpired() {
+    return {
+        401,
+        std::string(tavrin::SessionPolicy::expiredCode),
+        "The session has expired. Please sign in again."};
+}
+
+} // namespace
+
+BearerTokens::BearerTokens(std::vector<std::string> accepted, const IdentityProvider& provider)
+    : provider_(provider),
+      accepted_(
+          std::make_move_iterator(accepted.begin()), std::make_move_iterator(accepted.end())) {}
+
+void BearerTokens::expire(std::string token) {
+    const std::lock_guard lock(mutex_);
+    expired_.insert(std::move(token));
+}
+
+void BearerTokens::require(const Request& request) const {
+    const auto token = bearerToken(request);
+    if (token.empty()) {
+        throw Refusal(401, "unauthorized", "The request carries no bearer token.");
+    }
+    {
+        const std::lock_guard lock(mutex_);
+        if (expired_.contains(token)) {
+            throw sessionExpired();
+        }
+    }
+    if (accepted_.contains(token)) {
+        return;
+    }
+    switch (provider_.check(token)) {
+    case IdentityProvider::Bearer::Valid:
+        return;
+    case IdentityProvider::Bearer::SessionEnded:
+        throw sessionExpired();
+    case IdentityProvider::Bearer::Stranger:
+        if (accepted_.empty()) {
+            return;
+        }
+        break;
+    case IdentityProvider::Bearer::Expired:
+        break;
+    }
+    throw Refusal(401, "unauthorized", "The bearer token is not accepted.");
+}
+
+const Account* BearerTokens::account(const Request& request) const {
+    return provider_.account(bearerToken(request));
+}
+
+} // namespace orvel::service

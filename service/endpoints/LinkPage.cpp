@@ -1,0 +1,169 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "service/endpoints/LinkPage.h"
+
+#include "service/accounts/AuthorizationCodes.h"
+#include "service/endpoints/Page.h"
+#include "service/endpoints/Router.h"
+
+#include <algorithm>
+#include <array>
+#include <string>
+#include <string_view>
+
+namespace orvel::service {
+
+namespace {
+
+constexpr std::string_view path = "/link";
+constexpr std::string_view callback = "orvelagent://callback";
+
+/// What a person can choose instead of an account.
+struct Outcome {
+    std::string_view error;
+    std::string_view description;
+};
+constexpr Outcome noAccount{"no_account", "You chose an identity without an account."};
+constexpr Outcome cancelled{"access_denied", "You cancelled the sign-in."};
+constexpr std::array outcomes{noAccount, cancelled};
+
+std::string paragraph(std::string_view text) {
+    return "<p>" + escaped(text) + "</p>\n";
+}
+
+std::string button(
+    std::string_view id,
+    std::string_view name,
+    std::string_view value,
+    std::string_view label,
+    std::string_view note) {
+    std::string html = R"(<button id=")";
+    html.append(id).append(R"(" name=")").append(name).append(R"(" value=")");
+    html.append(escaped(value)).append("\">").append(escaped(label));
+    html.append(R"( <span class="dim">)").append(escaped(note)).append("</span></button>\n");
+    return html;
+}
+
+const std::string& nameOf(const Account& account) {
+    return account.email ? *account.email : account.uid;
+}
+
+std::string accountButton(const Account& account, std::size_t number) {
+    return button(
+        "account-" + std::to_string(number),
+        "account",
+        account.uid,
+        nameOf(account),
+        account.handle ? "Handle: " + *account.handle : "Without a handle");
+}
+
+/// " 1.2.3", or nothing for what does not look like a version.
+std::string shownVersion(const Request& request) {
+    const auto version = request.queryValue("v").value_or("");
+    const auto isPart = [](char character) {
+        return (character >= '0' && character <= '9') || character == '.';
+    };
+    constexpr std::size_t longest = 20;
+    const bool isShown =
+        !version.empty() && version.size() <= longest && std::ranges::all_of(version, isPart);
+    return isShown ? " " + version : "";
+}
+
+Reply refusedPage(int status, std::string_view sentence) {
+    auto html = pageStart("This sign-in cannot go on", PageWidth::Narrow);
+    html += paragraph(sentence);
+    html += paragraph("Go back to Orvel Agent and start the sign-in again.");
+    auto reply = pageReply(html.append(pageEnd));
+    reply.status = status;
+    return reply;
+}
+
+Reply choicePage(const Request& request, const std::vector<Account>& accounts) {
+    const auto challenge = request.queryValue("challenge").value_or("");
+    if (!AuthorizationCodes::isChallenge(challenge)) {
+        return refusedPage(400, "The link that led here is incomplete or damaged.");
+    }
+    auto html = pageStart("Sign in to Orvel Agent", PageWidth::Narrow);
+    html += paragraph(
+        "Orvel Agent" + shownVersion(request) +
+        " on this computer asks to sign in. Choose the account that it is to use. No password is "
+        "needed: the accounts are known to this local service only.");
+    html += R"(<form method="post" action=")";
+    html.append(path).append("\">\n");
+    html += R"(<input type="hidden" name="challenge" value=")" + challenge + "\">\n";
+    std::size_t number = 0;
+    for (const auto& account : accounts) {
+        html += accountButton(account, ++number);
+    }
+    html += button(
+        "no-account",
+        "error",
+        noAccount.error,
+        "An identity without an account",
+        "As somebody who has never signed up");
+    html += R"(<button id="cancel" class="plain" name="error" value=")";
+    html.append(cancelled.error).append("\">Cancel</button>\n</form>\n");
+    return pageReply(html.append(pageEnd), "'self'");
+}
+
+/// Goes to the agent by itself, and by the link if the browser wants a click.
+Reply handOverPage(std::string_view choice, std::string_view item, std::string_view value) {
+    std::string url(callback);
+    url.append("?").append(item).append("=").append(value);
+    const auto target = escaped(url);
+    auto html = pageStart(
+        "You can return to Orvel Agent",
+        PageWidth::Narrow,
+        R"(<meta http-equiv="refresh" content="0;url=)" + target + "\">\n");
+    html += paragraph(choice);
+    html += paragraph(
+        "Your browser hands this over to Orvel Agent now and may ask you to allow it. If nothing "
+        "happens, use this:");
+    html += R"(<a id="open-agent" class="button" href=")" + target + "\">Open Orvel Agent</a>\n";
+    return pageReply(html.append(pageEnd));
+}
+
+/// Whether the browser says that the form is ours. Every browser tells the origin of a form.
+bool isFromOurPage(const Request& request) {
+    const auto host = request.header("Host").value_or("");
+    const auto site = request.header("Sec-Fetch-Site").value_or("same-origin");
+    return request.header("Origin") == "https://" + std::string(host) && site == "same-origin";
+}
+
+Reply handOver(
+    const Request& request, const std::vector<Account>& accounts, AuthorizationCodes& codes) {
+    if (!isFromOurPage(request)) {
+        return refusedPage(403, "The choice was not made on the page of this service.");
+    }
+    if (!request.hasContentType("application/x-www-form-urlencoded")) {
+        return refusedPage(415, "The choice did not arrive as a form.");
+    }
+    auto challenge = request.formValue("challenge").value_or("");
+    if (!AuthorizationCodes::isChallenge(challenge)) {
+        return refusedPage(400, "The choice is incomplete or damaged.");
+    }
+    const auto outcome =
+        std::ranges::find(outcomes, request.formValue("error").value_or(""), &Outcome::error);
+    if (outcome != outcomes.end()) {
+        return handOverPage(outcome->description, "error", outcome->error);
+    }
+    const auto* account = findAccount(accounts, request.formValue("account").value_or(""));
+    if (account == nullptr) {
+        return refusedPage(400, "The chosen account is not known.");
+    }
+    const auto code = codes.mint(std::move(challenge), account->uid);
+    return handOverPage("You chose " + nameOf(*account) + ".", "code", code);
+}
+
+} // namespace
+
+void addLinkPage(Router& router, const std::vector<Account>& accounts, AuthorizationCodes& codes) {
+    using enum Router::Access;
+    router.add("GET", std::string(path), Open, [&accounts](const Request& request) {
+        return choicePage(request, accounts);
+    });
+    router.add("POST", std::string(path), Open, [&accounts, &codes](const Request& request) {
+        return handOver(request, accounts, codes);
+    });
+}
+
+} // namespace orvel::service

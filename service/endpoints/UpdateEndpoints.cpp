@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "service/endpoints/UpdateEndpoints.h"
+
+#include "core/FileDescriptor.h"
+#include "service/endpoints/Router.h"
+#include "service/http/Envelope.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <utility>
+
+namespace orvel::service {
+
+namespace {
+
+using tavrin::FileDescriptor;
+
+constexpr std::string_view everyFile = "/updates/*";
+
+/// No value unless the folder itself has a regular file of that name.
+std::optional<std::string> content(const std::filesystem::path& folder, const std::string& name) {
+    // A name with a zero byte would be that of another file.
+    if (name.empty() || name.starts_with('.') || name.find('\0') != std::string::npos) {
+        return std::nullopt;
+    }
+    // A pipe would keep us waiting.
+    const FileDescriptor file(
+        open((folder / name).c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat status {};
+    if (!file.isOpen() || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return std::nullopt;
+    }
+    std::string bytes(static_cast<std::size_t>(status.st_size), '\0');
+    std::size_t count = 0;
+    while (count < bytes.size()) {
+        const ssize_t more = read(file.get(), bytes.data() + count, bytes.size() - count);
+        if (more < 0 && errno == EINTR) {
+            continue;
+        }
+        if (more < 0) {
+            throw std::system_error(errno, std::generic_category(), "Could not read the update");
+        }
+        if (more == 0) {
+            break;
+        }
+        count += static_cast<std::size_t>(more);
+    }
+    bytes.resize(count);
+    return bytes;
+}
+
+} // namespace
+
+void addUpdateEndpoints(Router& router, std::filesystem::path folder) {
+    const auto serve = [folder = std::move(folder)](const Request& request) {
+        // What the router let through has no slash in it.
+        auto bytes = content(folder, request.path.substr(everyFile.size() - 1));
+        if (!bytes) {
+            throw Refusal(404, "not_found", "There is nothing at this path.");
+        }
+        Reply reply;
+        reply.contentType =
+            request.path == updateFeedPath ? "application/xml" : "application/octet-stream";
+        reply.body = std::move(*bytes);
+        return reply;
+    };
+    router.add("GET", std::string(updateFeedPath), Router::Access::Open, serve);
+    router.add("GET", std::string(everyFile), Router::Access::Open, serve);
+}
+
+} // namespace orvel::service

@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "service/http/HTTP.h"
+
+#include <algorithm>
+
+namespace orvel::service {
+
+namespace {
+
+char lowered(char character) {
+    return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a')
+                                                : character;
+}
+
+std::optional<unsigned> hexDigit(char character) {
+    if (character >= '0' && character <= '9') {
+        return static_cast<unsigned>(character - '0');
+    }
+    const char letter = lowered(character);
+    return letter >= 'a' && letter <= 'f' ? std::optional(static_cast<unsigned>(letter - 'a') + 10U)
+                                          : std::nullopt;
+}
+
+enum class Plus { Literal, Space };
+
+std::optional<std::string> percentDecoded(std::string_view text, Plus plus) {
+    std::string result;
+    for (std::size_t index = 0; index < text.size(); ++index) {
+        if (text[index] == '+' && plus == Plus::Space) {
+            result += ' ';
+        } else if (text[index] != '%') {
+            result += text[index];
+        } else {
+            const auto high = index + 2 < text.size() ? hexDigit(text[index + 1]) : std::nullopt;
+            const auto low = high ? hexDigit(text[index + 2]) : std::nullopt;
+            if (!low) {
+                return std::nullopt;
+            }
+            result += static_cast<char>(*high * 16U + *low);
+            index += 2;
+        }
+    }
+    return result;
+}
+
+std::optional<std::string> itemValue(std::string_view items, std::string_view name, Plus plus) {
+    std::optional<std::string> found;
+    while (!items.empty()) {
+        const auto item = items.substr(0, items.find('&'));
+        items.remove_prefix(std::min(item.size() + 1, items.size()));
+        const auto key = item.substr(0, item.find('='));
+        if (percentDecoded(key, plus) != name) {
+            continue;
+        }
+        auto value = percentDecoded(item.substr(std::min(key.size() + 1, item.size())), plus);
+        if (found || !value) {
+            return std::nullopt;
+        }
+        found = std::move(value);
+    }
+    return found;
+}
+
+} // namespace
+
+bool equalsIgnoringCase(std::string_view left, std::string_view right) {
+    return std::ranges::equal(left, right, {}, lowered, lowered);
+}
+
+std::optional<std::string_view> Request::header(std::string_view name) const {
+    std::optional<std::string_view> found;
+    for (const auto& [key, value] : headers) {
+        if (!equalsIgnoringCase(key, name)) {
+            continue;
+        }
+        if (found) {
+            return std::nullopt;
+        }
+        found = value;
+    }
+    return found;
+}
+
+bool Request::hasContentType(std::string_view type) const {
+    const auto value = header("Content-Type").value_or("");
+    auto found = value.substr(0, value.find(';'));
+    while (found.ends_with(' ') || found.ends_with('\t')) {
+        found.remove_suffix(1);
+    }
+    return equalsIgnoringCase(found, type);
+}
+
+std::optional<std::string> Request::queryValue(std::string_view name) const {
+    return itemValue(query, name, Plus::Literal);
+}
+
+std::optional<std::string> Request::formValue(std::string_view name) const {
+    return itemValue(body, name, Plus::Space);
+}
+
+} // namespace orvel::service

@@ -1,0 +1,259 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "service/http/HTTPSServer.h"
+
+#include "service/http/Envelope.h"
+#include "service/support/ServiceError.h"
+
+#include <httplib.h>
+#include <openssl/bio.h>
+#include <openssl/pem.h>
+#include <openssl/ssl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <cassert>
+#include <cerrno>
+#include <chrono>
+#include <exception>
+#include <future>
+#include <string_view>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+namespace orvel::service {
+
+namespace {
+
+constexpr const char* address = "127.0.0.1";
+constexpr std::size_t workers = 8;
+// How long a silent client may keep a worker, and so `stop()`, waiting.
+constexpr std::chrono::seconds patience(5);
+
+/// Every reply of the handler carries this; the library's own ones do not.
+constexpr const char* markHeader = "Cache-Control";
+
+bool configure(SSL_CTX& context, const std::string& certificate, const std::string& key) {
+    const auto reader = [](const std::string& pem) {
+        return std::unique_ptr<BIO, decltype(&BIO_free_all)>(
+            BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())), BIO_free_all);
+    };
+    const std::unique_ptr<X509, decltype(&X509_free)> parsedCertificate(
+        PEM_read_bio_X509(reader(certificate).get(), nullptr, nullptr, nullptr), X509_free);
+    const std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> parsedKey(
+        PEM_read_bio_PrivateKey(reader(key).get(), nullptr, nullptr, nullptr), EVP_PKEY_free);
+    return SSL_CTX_set_min_proto_version(&context, TLS1_2_VERSION) == 1 &&
+           // A ticket would be bytes on the way before the reply.
+           SSL_CTX_set_num_tickets(&context, 0) == 1 &&
+           SSL_CTX_use_certificate(&context, parsedCertificate.get()) == 1 &&
+           SSL_CTX_use_PrivateKey(&context, parsedKey.get()) == 1;
+}
+
+Request translated(const httplib::Request& from) {
+    Request request;
+    request.method = from.method;
+    request.path = from.path;
+    const auto mark = from.target.find('?');
+    request.query = mark == std::string::npos ? "" : from.target.substr(mark + 1);
+    for (const auto& [name, value] : from.headers) {
+        // The library's own additions.
+        const std::string_view view = name;
+        if (!view.starts_with("REMOTE_") && !view.starts_with("LOCAL_")) {
+            request.headers.emplace_back(name, value);
+        }
+    }
+    return request;
+}
+
+void readBody(
+    const httplib::Request& from, const httplib::ContentReader& reader, Request& request) {
+    if (!from.has_header("Content-Length") && !from.has_header("Transfer-Encoding")) {
+        return;
+    }
+    // A body that unpacks may unpack to anything; a form would be taken apart.
+    if (from.has_header("Content-Encoding") || from.is_multipart_form_data()) {
+        request.bodyState = Request::Body::Encoded;
+    }
+    if (from.is_multipart_form_data()) {
+        return;
+    }
+    std::size_t size = 0;
+    const bool isRead = reader([&](const char* bytes, std::size_t count) {
+        size += count;
+        if (size <= HTTPSServer::maxBodySize && request.bodyState == Request::Body::Complete) {
+            request.body.append(bytes, count);
+        }
+        // Read on for a while: a client that is still sending would not see the reply.
+        return size <= 4 * HTTPSServer::maxBodySize;
+    });
+    if (request.bodyState == Request::Body::Complete) {
+        if (size > HTTPSServer::maxBodySize) {
+            request.bodyState = Request::Body::TooLarge;
+        } else if (!isRead) {
+            request.bodyState = Request::Body::Unreadable;
+        }
+    }
+    if (request.bodyState != Request::Body::Complete) {
+        request.body.clear();
+    }
+}
+
+/// Ends the connection at once, with a reset unless descriptors have run out. The descriptor is the
+/// library's to close: until then it is of a socket whose other end is gone.
+void resetConnection(const httplib::Request& from) {
+    // Newer versions of the library have it as a pointer to anything.
+    const void* const session = from.ssl;
+    const int connection = SSL_get_fd(static_cast<const SSL*>(session));
+    linger none{};
+    none.l_onoff = 1;
+    setsockopt(connection, SOL_SOCKET, SO_LINGER, &none, sizeof none);
+    bool isReset = false;
+    std::array<int, 2> ends{};
+    if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) == 0) {
+        close(ends[1]);
+        // Closes the connection, which does not linger.
+        isReset = dup2(ends[0], connection) >= 0;
+        close(ends[0]);
+    }
+    if (!isReset) {
+        shutdown(connection, SHUT_RDWR);
+    }
+}
+
+void deliver(const httplib::Request& from, Reply reply, httplib::Response& to) {
+    to.status = reply.status;
+    to.set_header(markHeader, "no-store");
+    for (const auto& [name, value] : reply.headers) {
+        to.set_header(name, value);
+    }
+    switch (reply.delivery) {
+    case Reply::Delivery::Complete:
+        to.set_header("Content-Type", reply.contentType);
+        to.body = std::move(reply.body);
+        return;
+    case Reply::Delivery::Reset:
+        resetConnection(from);
+        return;
+    case Reply::Delivery::CutOff: {
+        const std::size_t size = reply.body.size();
+        to.set_content_provider(
+            size + 1,
+            reply.contentType,
+            [body = std::move(reply.body)](std::size_t, std::size_t, httplib::DataSink& sink) {
+                sink.write(body.data(), body.size() / 2);
+                return false;
+            });
+        return;
+    }
+    }
+}
+
+/// For what the library refuses before the handler is asked.
+Refusal protocolRefusal(int status) {
+    switch (status) {
+    case 413:
+        return {status, "payload_too_large", "The request body is too large."};
+    case 414:
+        return {status, "uri_too_long", "The request's path is too long."};
+    case 404:
+        return {status, "not_found", "There is nothing at this path."};
+    case 500:
+        return {status, "internal_error", "The request could not be carried out."};
+    default:
+        return {status, "invalid_request", "The request is not proper HTTP."};
+    }
+}
+
+} // namespace
+
+struct HTTPSServer::Running {
+    Running(const std::string& certificate, const std::string& key)
+        : server([&](SSL_CTX& context) { return configure(context, certificate, key); }) {}
+
+    httplib::SSLServer server;
+    std::thread thread;
+};
+
+HTTPSServer::HTTPSServer(std::string certificate, std::string key, Handler handler)
+    : certificate_(std::move(certificate)), key_(std::move(key)), handler_(std::move(handler)) {}
+
+HTTPSServer::~HTTPSServer() {
+    stop();
+}
+
+std::uint16_t HTTPSServer::start(std::uint16_t port) {
+    assert(!running_);
+    auto running = std::make_unique<Running>(certificate_, key_);
+    auto& server = running->server;
+    if (!server.is_valid()) {
+        throw ServiceError(ServiceError::Certificate{"it does not fit its key"});
+    }
+
+    const auto withoutBody = [this](const httplib::Request& from, httplib::Response& to) {
+        deliver(from, handler_(translated(from)), to);
+    };
+    const auto withBody = [this](
+                              const httplib::Request& from,
+                              httplib::Response& to,
+                              const httplib::ContentReader& reader) {
+        auto request = translated(from);
+        readBody(from, reader, request);
+        deliver(from, handler_(request), to);
+    };
+    server.Get(".*", withoutBody);
+    server.Options(".*", withoutBody);
+    server.Post(".*", withBody);
+    server.Put(".*", withBody);
+    server.Patch(".*", withBody);
+    server.Delete(".*", withBody);
+    server.set_error_handler(
+        httplib::Server::Handler([](const httplib::Request& from, httplib::Response& to) {
+            if (!to.has_header(markHeader)) {
+                deliver(from, refused(protocolRefusal(to.status)), to);
+            }
+        }));
+    server.set_exception_handler(
+        [](const httplib::Request& from, httplib::Response& to, std::exception_ptr) {
+            deliver(from, refused(protocolRefusal(500)), to);
+        });
+    server.set_keep_alive_max_count(1);
+    server.set_keep_alive_timeout(patience.count());
+    server.set_read_timeout(patience);
+    server.set_write_timeout(patience);
+    // By default several programs could listen on the port at once.
+    server.set_socket_options([](int socket) {
+        const int yes = 1;
+        setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    });
+
+    errno = 0;
+    const int bound = port == 0                            ? server.bind_to_any_port(address)
+                      : server.bind_to_port(address, port) ? port
+                                                           : -1;
+    if (bound < 0) {
+        throw ServiceError(ServiceError::Listen{port, std::generic_category().message(errno)});
+    }
+
+    // The library asks for its threads once it listens; only from then on can it be stopped.
+    std::promise<void> listening;
+    server.new_task_queue = [&listening] {
+        listening.set_value();
+        return new httplib::ThreadPool(workers);
+    };
+    running->thread = std::thread([&server] { server.listen_after_bind(); });
+    listening.get_future().wait();
+    running_ = std::move(running);
+    return static_cast<std::uint16_t>(bound);
+}
+
+void HTTPSServer::stop() {
+    if (!running_) {
+        return;
+    }
+    running_->server.stop();
+    running_->thread.join();
+    running_.reset();
+}
+
+} // namespace orvel::service

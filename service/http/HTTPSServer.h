@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "service/http/HTTP.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace orvel::service {
+
+/// HTTPS on 127.0.0.1: one request per connection, TLS 1.2 or newer.
+class HTTPSServer final {
+public:
+    /// Called on worker threads, several at once. What it throws is answered with status 500.
+    using Handler = std::function<Reply(const Request&)>;
+
+    /// A longer body is not kept.
+    static constexpr std::size_t maxBodySize = std::size_t(16) * 1024 * 1024;
+
+    /// Certificate and key are PEM.
+    HTTPSServer(std::string certificate, std::string key, Handler handler);
+    ~HTTPSServer();
+    HTTPSServer(const HTTPSServer&) = delete;
+    HTTPSServer& operator=(const HTTPSServer&) = delete;
+
+    /// Listens when it returns. Port 0 is any free one. Gives the port. Throws `ServiceError`.
+    std::uint16_t start(std::uint16_t port);
+
+    /// Returns when the last reply has gone out. Nothing happens when it is stopped.
+    void stop();
+
+private:
+    struct Running;
+
+    std::string certificate_;
+    std::string key_;
+    Handler handler_;
+    std::unique_ptr<Running> running_;
+};
+
+} // namespace orvel::service

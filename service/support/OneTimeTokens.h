@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "service/support/Cryptography.h"
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace orvel::service {
+
+/// Gives the time; may be called from any thread.
+using Now = std::function<std::chrono::system_clock::time_point()>;
+
+/// Random tokens that each stand for a value, once and for a limited time. They are kept in memory
+/// only, as hashes. Usable from several threads.
+template <typename Value>
+class OneTimeTokens final {
+public:
+    OneTimeTokens(std::string prefix, std::chrono::seconds lifetime, Now now)
+        : prefix_(std::move(prefix)), lifetime_(lifetime), now_(std::move(now)) {}
+
+    [[nodiscard]] std::string mint(Value value) {
+        auto token = randomToken(prefix_);
+        const auto now = now_();
+        const std::lock_guard lock(mutex_);
+        std::erase_if(entries_, [now](const auto& entry) { return entry.second.end <= now; });
+        entries_.emplace(sha256(token), Entry{std::move(value), now + lifetime_});
+        return token;
+    }
+
+    /// The value, and with that the token has ended; nothing when it had ended or never was.
+    [[nodiscard]] std::optional<Value> take(std::string_view token) {
+        const auto now = now_();
+        const std::lock_guard lock(mutex_);
+        auto entry = entries_.extract(sha256(token));
+        return entry && now < entry.mapped().end ? std::optional(std::move(entry.mapped().value))
+                                                 : std::nullopt;
+    }
+
+private:
+    struct Entry {
+        Value value;
+        std::chrono::system_clock::time_point end;
+    };
+
+    const std::string prefix_;
+    const std::chrono::seconds lifetime_;
+    const Now now_;
+    std::mutex mutex_;
+    std::map<std::string, Entry, std::less<>> entries_;
+};
+
+} // namespace orvel::service
