@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "platform/linux/Appcast.h"
+#include "platform/linux/update/Appcast.h"
 
 #include "core/Text.h"
 #include "fuzz/Check.h"
-#include "platform/linux/UpdateError.h"
-#include "platform/linux/UpdateOffer.h"
+#include "platform/linux/update/UpdateError.h"
+#include "platform/linux/update/UpdateOffer.h"
 
 #include <cstdint>
 #include <optional>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "core/Errors.h"
-#include "platform/linux/PlistBundle.h"
+#include "platform/linux/storage/PlistBundle.h"
 
 #include <cstdint>
 #include <string_view>

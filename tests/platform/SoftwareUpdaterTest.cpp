@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/SoftwareUpdater.h"
 
-#include "platform/linux/AppcastUpdater.h"
+#include "platform/linux/update/AppcastUpdater.h"
 #include "tests/support/AppcastBuilder.h"
 #include "tests/support/FakeSoftwareUpdater.h"
 #include "tests/support/FakeURLSession.h"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "platform/linux/Appcast.h"
-#include "platform/linux/UpdateKey.h"
-#include "platform/linux/UpdateOffer.h"
+#include "platform/linux/update/Appcast.h"
+#include "platform/linux/update/UpdateKey.h"
+#include "platform/linux/update/UpdateOffer.h"
 #include "tests/support/Program.h"
 #include "tests/support/TemporaryDirectory.h"
 

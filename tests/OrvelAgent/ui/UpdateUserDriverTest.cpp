@@ -3,7 +3,7 @@
 
 #include "OrvelAgent/UpdateWindow.h"
 #include "OrvelAgent/UpdaterService.h"
-#include "platform/linux/AppcastUpdater.h"
+#include "platform/linux/update/AppcastUpdater.h"
 #include "tests/support/AppcastBuilder.h"
 #include "tests/support/DesktopLook.h"
 #include "tests/support/FakeBundle.h"

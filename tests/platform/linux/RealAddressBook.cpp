@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/platform/RealAddressBook.h"
 
-#include "platform/linux/EvolutionAddressBook.h"
-#include "tests/platform/EvolutionDesktop.h"
+#include "platform/linux/contacts/EvolutionAddressBook.h"
+#include "tests/platform/linux/contacts/EvolutionDesktop.h"
 #include "tests/support/InMemoryUserDefaults.h"
 #include "tests/support/RecordingLogStore.h"
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/platform/RealBundle.h"
 
-#include "platform/linux/PlistBundle.h"
+#include "platform/linux/storage/PlistBundle.h"
 
 namespace orvel::test {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/platform/RealClock.h"
 
-#include "platform/linux/SteadyClock.h"
+#include "platform/linux/support/SteadyClock.h"
 
 #include <sys/syscall.h>
 #include <unistd.h>

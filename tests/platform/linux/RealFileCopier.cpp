@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/platform/RealFileCopier.h"
 
-#include "platform/linux/KernelFileCopier.h"
+#include "platform/linux/storage/KernelFileCopier.h"
 
 namespace orvel::test {
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/platform/RealKeychain.h"
 
-#include "platform/linux/SecretServiceKeychain.h"
+#include "platform/linux/keychain/SecretServiceKeychain.h"
 #include "tests/platform/KeychainCalls.h"
-#include "tests/platform/KeyringDesktop.h"
+#include "tests/platform/linux/keychain/KeyringDesktop.h"
 #include "tests/support/ManualClock.h"
 #include "tests/support/RecordingLogStore.h"
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/platform/RealLogStore.h"
 
-#include "platform/linux/SpdlogLogStore.h"
+#include "platform/linux/log/SpdlogLogStore.h"
 
 namespace orvel::test {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/platform/RealLoginItem.h"
 
-#include "platform/linux/AutostartLoginItem.h"
+#include "platform/linux/desktop/AutostartLoginItem.h"
 
 namespace orvel::test {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/platform/RealURLSession.h"
 
-#include "platform/linux/CurlURLSession.h"
+#include "platform/linux/network/CurlURLSession.h"
 
 namespace orvel::test {
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/platform/RealWebAuthenticationSession.h"
 
-#include "platform/linux/BrowserAuthenticationSession.h"
-#include "tests/platform/SignInBusCalls.h"
+#include "platform/linux/signin/BrowserAuthenticationSession.h"
+#include "tests/platform/linux/signin/SignInBusCalls.h"
 #include "tests/support/FakeWorkspace.h"
 #include "tests/support/ManualClock.h"
 #include "tests/support/RecordingLogStore.h"

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/platform/RealWorkspace.h"
 
-#include "platform/linux/XdgWorkspace.h"
-#include "tests/platform/BrowserScript.h"
-#include "tests/platform/SettingsPortal.h"
+#include "platform/linux/desktop/XdgWorkspace.h"
+#include "tests/platform/linux/desktop/SettingsPortal.h"
+#include "tests/platform/linux/signin/BrowserScript.h"
 #include "tests/support/ManualClock.h"
 #include "tests/support/Program.h"
 #include "tests/support/WaitUntil.h"

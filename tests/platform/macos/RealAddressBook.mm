@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/platform/RealAddressBook.h"
 
-#include "platform/macos/ContactsAddressBook.h"
-#include "platform/macos/FoundationConversions.h"
+#include "platform/macos/contacts/ContactsAddressBook.h"
+#include "platform/macos/support/FoundationConversions.h"
 
 #import <Contacts/Contacts.h>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/platform/RealBundle.h"
 
-#include "platform/macos/FoundationBundle.h"
+#include "platform/macos/storage/FoundationBundle.h"
 
 namespace orvel::test {
 

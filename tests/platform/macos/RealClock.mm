@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/platform/RealClock.h"
 
-#include "platform/macos/ContinuousClock.h"
+#include "platform/macos/support/ContinuousClock.h"
 
 #include <sys/resource.h>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/platform/RealFileCopier.h"
 
-#include "platform/macos/CloningFileCopier.h"
+#include "platform/macos/storage/CloningFileCopier.h"
 
 namespace orvel::test {
 

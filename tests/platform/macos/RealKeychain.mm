@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/platform/RealKeychain.h"
 
-#include "platform/macos/FoundationConversions.h"
-#include "platform/macos/SecurityKeychain.h"
-#include "platform/macos/UnifiedLogStore.h"
+#include "platform/macos/keychain/SecurityKeychain.h"
+#include "platform/macos/log/UnifiedLogStore.h"
+#include "platform/macos/support/FoundationConversions.h"
 
 #import <Foundation/Foundation.h>
 #import <Security/Security.h>

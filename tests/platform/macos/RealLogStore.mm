@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/platform/RealLogStore.h"
 
-#include "platform/macos/UnifiedLogStore.h"
+#include "platform/macos/log/UnifiedLogStore.h"
 
 namespace orvel::test {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/platform/RealLoginItem.h"
 
-#include "platform/macos/AppServiceLoginItem.h"
+#include "platform/macos/desktop/AppServiceLoginItem.h"
 
 #import <ServiceManagement/ServiceManagement.h>
 

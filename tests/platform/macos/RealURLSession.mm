@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/platform/RealURLSession.h"
 
-#include "platform/macos/FoundationURLSession.h"
+#include "platform/macos/network/FoundationURLSession.h"
 
 namespace orvel::test {
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/platform/RealWebAuthenticationSession.h"
 
-#include "platform/macos/FoundationConversions.h"
-#include "platform/macos/SystemAuthenticationSession.h"
+#include "platform/macos/signin/SystemAuthenticationSession.h"
+#include "platform/macos/support/FoundationConversions.h"
 
 #import <AuthenticationServices/AuthenticationServices.h>
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/platform/RealWorkspace.h"
 
-#include "platform/macos/AppKitWorkspace.h"
-#include "platform/macos/FoundationConversions.h"
+#include "platform/macos/desktop/AppKitWorkspace.h"
+#include "platform/macos/support/FoundationConversions.h"
 
 #import <AppKit/AppKit.h>
 #include <unistd.h>

@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/linux/desktop/MotionPreference.h"
+
+#include "platform/linux/support/SessionBus.h"
+
+#include <QDBusArgument>
+#include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
+#include <QMap>
+#include <QObject>
+#include <QString>
+#include <QTimer>
+#include <QVariantMap>
+
+#include <utility>
+
+namespace orvel {
+
+namespace {
+
+constexpr auto appearance = "org.freedesktop.appearance";
+constexpr auto reducedMotion = "reduced-motion";
+constexpr auto interfaceSettings = "org.gnome.desktop.interface";
+constexpr auto enableAnimations = "enable-animations";
+
+constexpr auto portal = "org.freedesktop.portal.Desktop";
+constexpr auto portalPath = "/org/freedesktop/portal/desktop";
+constexpr auto portalSettings = "org.freedesktop.portal.Settings";
+
+using Settings = QMap<QString, QVariantMap>;
+
+bool asksForLess(const Settings& settings) {
+    const QVariant reduced =
+        settings.value(QString::fromLatin1(appearance)).value(QString::fromLatin1(reducedMotion));
+    if (reduced.isValid()) {
+        return reduced.toUInt() == 1;
+    }
+    const QVariant animations = settings.value(QString::fromLatin1(interfaceSettings))
+                                    .value(QString::fromLatin1(enableAnimations));
+    return animations.isValid() && !animations.toBool();
+}
+
+} // namespace
+
+MotionPreference::MotionPreference(
+    Clock& clock, std::unique_ptr<SessionBus> bus, std::function<void()> changed)
+    : changed_(std::move(changed)),
+      reading_(std::make_unique<QTimer>()),
+      context_(std::make_unique<QObject>()) {
+    reading_->setSingleShot(true);
+    QObject::connect(reading_.get(), &QTimer::timeout, context_.get(), [this] { read(); });
+    if (bus) {
+        setBus(std::move(bus));
+        return;
+    }
+    SessionBus::connect(context_.get(), clock, [this](std::unique_ptr<SessionBus> connected) {
+        setBus(std::move(connected));
+    });
+}
+
+MotionPreference::~MotionPreference() = default;
+
+void MotionPreference::setBus(std::unique_ptr<SessionBus> bus) {
+    bus_ = std::move(bus);
+    if (bus_) {
+        listen();
+        read();
+    }
+}
+
+void MotionPreference::listen() {
+    for (const char* ofInterest : {appearance, interfaceSettings}) {
+        // From whomever: asking Qt to tell the portal's signals from others' would wait for the
+        // bus. What a signal says is not believed, but asked for.
+        bus_->connection().connect(
+            QString(),
+            QString::fromLatin1(portalPath),
+            QString::fromLatin1(portalSettings),
+            QStringLiteral("SettingChanged"),
+            {QString::fromLatin1(ofInterest)},
+            QString(),
+            reading_.get(),
+            SLOT(start()));
+    }
+}
+
+void MotionPreference::read() {
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        QString::fromLatin1(portal),
+        QString::fromLatin1(portalPath),
+        QString::fromLatin1(portalSettings),
+        QStringLiteral("ReadAll"));
+    // Not when the portal is leaving with the session.
+    call.setAutoStartService(std::exchange(mayWake_, false));
+    call << QStringList{QString::fromLatin1(appearance), QString::fromLatin1(interfaceSettings)};
+    auto* const watcher =
+        new QDBusPendingCallWatcher(bus_->connection().asyncCall(call), context_.get());
+    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, context_.get(), [this, watcher] {
+        watcher->deleteLater();
+        take(watcher->reply());
+    });
+}
+
+void MotionPreference::take(const QDBusMessage& reply) {
+    if (reply.type() != QDBusMessage::ReplyMessage ||
+        reply.signature() != QLatin1String("a{sa{sv}}")) {
+        return;
+    }
+    const bool isReduced = asksForLess(qdbus_cast<Settings>(reply.arguments().constFirst()));
+    if (isReduced != isReduced_) {
+        isReduced_ = isReduced;
+        changed_();
+    }
+}
+
+} // namespace orvel

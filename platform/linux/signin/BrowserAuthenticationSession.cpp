@@ -1,0 +1,273 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/linux/signin/BrowserAuthenticationSession.h"
+
+#include "platform/linux/signin/SignInBus.h"
+#include "platform/linux/support/SessionBus.h"
+
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
+#include <QDBusPendingReply>
+#include <QDBusVirtualObject>
+#include <QObject>
+#include <QString>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace orvel {
+
+namespace {
+
+/// Of a callback that is ignored.
+constexpr std::size_t maximumLoggedBytes = 64;
+
+/// What of a URL may be logged: neither query nor fragment, and not everything that may come.
+std::string_view loggable(std::string_view url) {
+    return url.substr(0, std::min(url.find_first_of("?#"), maximumLoggedBytes));
+}
+
+bool hasScheme(std::string_view url, std::string_view scheme) {
+    const auto lower = [](char character) {
+        return character >= 'A' && character <= 'Z' ? static_cast<char>(character + ('a' - 'A'))
+                                                    : character;
+    };
+    return url.size() > scheme.size() && url[scheme.size()] == ':' &&
+           std::ranges::equal(url.substr(0, scheme.size()), scheme, {}, lower, lower);
+}
+
+} // namespace
+
+struct BrowserAuthenticationSession::Waiting {
+    std::string url;
+    std::string scheme;
+    std::function<void(Outcome)> completion;
+    /// Whether the name is this attempt's; until then, it is an earlier one's that is lost.
+    bool hasName = false;
+    /// Whether the page was given to the browser; no callback can come before.
+    bool isOpen = false;
+    std::unique_ptr<Clock::Timer> timer;
+};
+
+/// What others on the bus can reach: the one method.
+class BrowserAuthenticationSession::Receiver final : public QDBusVirtualObject {
+public:
+    explicit Receiver(BrowserAuthenticationSession& session) : session_(session) {}
+
+    [[nodiscard]] QString introspect(const QString&) const override {
+        return QStringLiteral(R"(<interface name="%1"><method name="%2">)"
+                              R"(<arg name="url" type="s" direction="in"/>)"
+                              R"(<arg name="taken" type="b" direction="out"/>)"
+                              R"(</method></interface>)")
+            .arg(
+                QString::fromLatin1(sign_in_bus::interface),
+                QString::fromLatin1(sign_in_bus::method));
+    }
+
+    bool handleMessage(const QDBusMessage& message, const QDBusConnection& connection) override {
+        if (message.interface() != QLatin1String(sign_in_bus::interface) ||
+            message.member() != QLatin1String(sign_in_bus::method) ||
+            message.signature() != QLatin1String("s")) {
+            return false;
+        }
+        const bool isTaken = session_.take(message.arguments().at(0).toString().toStdString());
+        return connection.send(message.createReply(isTaken));
+    }
+
+private:
+    BrowserAuthenticationSession& session_;
+};
+
+class BrowserAuthenticationSession::BrowserAttempt final : public Attempt {
+public:
+    BrowserAttempt(BrowserAuthenticationSession& session, std::weak_ptr<Waiting> waiting)
+        : session_(session), waiting_(std::move(waiting)) {}
+
+    void cancel() override {
+        if (!waiting_.expired()) {
+            session_.finish(Cancelled());
+        }
+    }
+
+private:
+    BrowserAuthenticationSession& session_;
+    std::weak_ptr<Waiting> waiting_;
+};
+
+BrowserAuthenticationSession::BrowserAuthenticationSession(
+    Workspace& workspace, Clock& clock, LogStore& logStore, Prepare prepare)
+    : workspace_(workspace),
+      clock_(clock),
+      logStore_(logStore),
+      prepare_(std::move(prepare)),
+      receiver_(std::make_unique<Receiver>(*this)),
+      context_(std::make_unique<QObject>()) {}
+
+BrowserAuthenticationSession::~BrowserAuthenticationSession() = default;
+
+std::unique_ptr<WebAuthenticationSession::Attempt> BrowserAuthenticationSession::start(
+    std::string url, std::string callbackScheme, std::function<void(Outcome)> completion) {
+    finish(Cancelled());
+    waiting_ = std::make_shared<Waiting>();
+    waiting_->url = std::move(url);
+    waiting_->scheme = std::move(callbackScheme);
+    waiting_->completion = std::move(completion);
+    waiting_->timer = clock_.schedule(longestWait, [this] { finish(NoResponse()); });
+    auto attempt = std::make_unique<BrowserAttempt>(*this, waiting_);
+    if (bus_ && bus_->isConnected()) {
+        requestName();
+    } else {
+        connect();
+    }
+    return attempt;
+}
+
+void BrowserAuthenticationSession::connect() {
+    if (std::exchange(isConnecting_, true)) {
+        return;
+    }
+    // Here and not in the middle of connecting, which Qt would wait for.
+    bus_.reset();
+    SessionBus::connect(context_.get(), clock_, [this](std::unique_ptr<SessionBus> bus) {
+        isConnecting_ = false;
+        bus_ = std::move(bus);
+        if (bus_) {
+            listen();
+        }
+        if (waiting_ && bus_) {
+            requestName();
+        } else if (waiting_) {
+            logStore_.write(
+                LogLevel::Error, "auth", "sign-in needs a session bus, and there is none");
+            finish(NotStarted());
+        }
+    });
+}
+
+void BrowserAuthenticationSession::listen() {
+    bus_->connection().registerVirtualObject(
+        QString::fromLatin1(sign_in_bus::path), receiver_.get());
+    QObject::connect(
+        bus_->connection().interface(),
+        &QDBusConnectionInterface::serviceUnregistered,
+        context_.get(),
+        [this](const QString& service) {
+            if (service == QLatin1String(sign_in_bus::service) && waiting_ && waiting_->hasName) {
+                checkName();
+            }
+        });
+    bus_->onLoss([this] {
+        // Whoever has no name yet is told by its request.
+        if (waiting_ && waiting_->hasName) {
+            logStore_.write(LogLevel::Error, "auth", "the session bus is gone");
+            finish(NoResponse());
+        }
+    });
+}
+
+void BrowserAuthenticationSession::requestName() {
+    // Replace whoever has it, let the next one replace this process, and do not queue up.
+    constexpr quint32 flags = 0x2U | 0x1U | 0x4U;
+    constexpr quint32 isOwner = 1;
+    constexpr quint32 wasOwner = 4;
+    QDBusMessage request = QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.DBus"),
+        QStringLiteral("/org/freedesktop/DBus"),
+        QStringLiteral("org.freedesktop.DBus"),
+        QStringLiteral("RequestName"));
+    request << QString::fromLatin1(sign_in_bus::service) << flags;
+    auto* const watcher =
+        new QDBusPendingCallWatcher(bus_->connection().asyncCall(request), context_.get());
+    QObject::connect(
+        watcher,
+        &QDBusPendingCallWatcher::finished,
+        context_.get(),
+        [this, watcher, attempt = std::weak_ptr(waiting_)] {
+            watcher->deleteLater();
+            if (attempt.expired()) {
+                return;
+            }
+            const QDBusPendingReply<quint32> reply = *watcher;
+            if (reply.isError() || (reply.value() != isOwner && reply.value() != wasOwner)) {
+                logStore_.write(
+                    LogLevel::Error, "auth", "could not get the sign-in's name on the session bus");
+                finish(NotStarted());
+                return;
+            }
+            waiting_->hasName = true;
+            prepare_([this, attempt] {
+                if (!attempt.expired()) {
+                    open();
+                }
+            });
+        });
+}
+
+void BrowserAuthenticationSession::checkName() {
+    auto* const watcher = new QDBusPendingCallWatcher(
+        bus_->connection().interface()->asyncCall(
+            QStringLiteral("GetNameOwner"), QString::fromLatin1(sign_in_bus::service)),
+        context_.get());
+    QObject::connect(
+        watcher,
+        &QDBusPendingCallWatcher::finished,
+        context_.get(),
+        [this, watcher, attempt = std::weak_ptr(waiting_)] {
+            watcher->deleteLater();
+            const QDBusPendingReply<QString> owner = *watcher;
+            if (!attempt.expired() &&
+                (owner.isError() || owner.value() != bus_->connection().baseService())) {
+                finish(Cancelled());
+            }
+        });
+}
+
+void BrowserAuthenticationSession::open() {
+    waiting_->isOpen = true;
+    workspace_.openURL(
+        waiting_->url,
+        [this,
+         attempt = std::weak_ptr(waiting_)](const std::optional<tavrin::PlatformError>& error) {
+            if (error && !attempt.expired()) {
+                logStore_.write(LogLevel::Error, "auth", error->what());
+                finish(NotStarted());
+            }
+        });
+}
+
+void BrowserAuthenticationSession::finish(Outcome outcome) {
+    if (const auto attempt = std::exchange(waiting_, nullptr)) {
+        QMetaObject::invokeMethod(
+            context_.get(),
+            [completion = std::move(attempt->completion), outcome = std::move(outcome)] {
+                completion(outcome);
+            },
+            Qt::QueuedConnection);
+    }
+}
+
+bool BrowserAuthenticationSession::take(const std::string& callback) {
+    const auto ignore = [this, &callback](std::string_view reason) {
+        logStore_.write(
+            LogLevel::Error,
+            "auth",
+            fmt::format("ignored a callback, {}: {}", reason, loggable(callback)));
+        return false;
+    };
+    if (callback.size() > maximumCallbackBytes) {
+        return ignore("which is too long");
+    }
+    if (!waiting_ || !waiting_->isOpen) {
+        return ignore("which no sign-in waits for");
+    }
+    if (!hasScheme(callback, waiting_->scheme)) {
+        return ignore("which has another scheme");
+    }
+    finish(callback);
+    return true;
+}
+
+} // namespace orvel

@@ -1,0 +1,144 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/linux/storage/KernelFileCopier.h"
+
+#include "core/CancellationToken.h"
+#include "core/Errors.h"
+#include "core/FileDescriptor.h"
+#include "core/RegularFile.h"
+
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <string>
+#include <utility>
+
+namespace orvel {
+
+namespace {
+
+using tavrin::FileDescriptor;
+using tavrin::PlatformError;
+
+/// A cancelled copy stops after at most this much.
+constexpr off_t kernelChunk = off_t{16} << 20;
+constexpr off_t bufferSize = off_t{256} << 10;
+
+struct Transfer {
+    const std::filesystem::path& source;
+    const std::filesystem::path& destination;
+    const tavrin::CancellationToken& cancellation;
+    int from = -1;
+    int to = -1;
+    off_t size = 0;
+    off_t offset = 0;
+};
+
+bool clone(const Transfer& transfer) {
+    return ioctl(transfer.to, FICLONE, transfer.from) == 0;
+}
+
+/// Whether it came to the end. Why not is of no interest: what is a true failure, and no lack of
+/// this way, happens to the next way again.
+bool copyInKernel(Transfer& transfer) {
+    while (transfer.offset < transfer.size) {
+        transfer.cancellation.throwIfCancelled();
+        off_t in = transfer.offset;
+        off_t out = transfer.offset;
+        const off_t count = std::min(kernelChunk, transfer.size - transfer.offset);
+        const ssize_t copied = copy_file_range(
+            transfer.from, &in, transfer.to, &out, static_cast<std::size_t>(count), 0);
+        if (copied < 0 && errno == EINTR) {
+            continue;
+        }
+        // Some file systems answer 0 before the end.
+        if (copied <= 0) {
+            return false;
+        }
+        transfer.offset += copied;
+    }
+    return true;
+}
+
+void readAndWrite(Transfer& transfer) {
+    std::vector<std::byte> buffer(bufferSize);
+    while (transfer.offset < transfer.size) {
+        transfer.cancellation.throwIfCancelled();
+        const off_t count = std::min(bufferSize, transfer.size - transfer.offset);
+        const ssize_t read =
+            pread(transfer.from, buffer.data(), static_cast<std::size_t>(count), transfer.offset);
+        if (read == 0) {
+            return;
+        }
+        if (read < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            throw PlatformError::fromErrno(errno, "Could not read " + transfer.source.string());
+        }
+        // What a short write leaves over is read again.
+        const ssize_t written =
+            pwrite(transfer.to, buffer.data(), static_cast<std::size_t>(read), transfer.offset);
+        if (written < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            throw PlatformError::fromErrno(
+                errno, "Could not write " + transfer.destination.string());
+        }
+        transfer.offset += written;
+    }
+}
+
+void run(const std::vector<KernelFileCopier::Way>& ways, Transfer transfer) {
+    for (const KernelFileCopier::Way way : ways) {
+        switch (way) {
+        case KernelFileCopier::Way::Clone:
+            if (clone(transfer)) {
+                return;
+            }
+            break;
+        case KernelFileCopier::Way::CopyInKernel:
+            if (copyInKernel(transfer)) {
+                return;
+            }
+            break;
+        case KernelFileCopier::Way::ReadAndWrite:
+            readAndWrite(transfer);
+            return;
+        }
+    }
+    throw PlatformError::fromErrno(EOPNOTSUPP, "Could not write " + transfer.destination.string());
+}
+
+} // namespace
+
+KernelFileCopier::KernelFileCopier(std::vector<Way> ways) : ways_(std::move(ways)) {}
+
+void KernelFileCopier::copy(
+    const std::filesystem::path& source,
+    const std::filesystem::path& destination,
+    const tavrin::CancellationToken& cancellation) {
+    cancellation.throwIfCancelled();
+    const tavrin::RegularFile from = tavrin::openRegularFile(source);
+    FileDescriptor to(open(destination.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    if (!to.isOpen()) {
+        throw PlatformError::fromErrno(errno, "Could not create " + destination.string());
+    }
+    try {
+        run(ways_, {source, destination, cancellation, from.descriptor.get(), to.get(), from.size});
+        // Where the file system is a remote one, closing tells of failed writes.
+        if (close(to.release()) != 0 && errno != EINTR) {
+            throw PlatformError::fromErrno(errno, "Could not write " + destination.string());
+        }
+    } catch (...) {
+        unlink(destination.c_str());
+        throw;
+    }
+}
+
+} // namespace orvel

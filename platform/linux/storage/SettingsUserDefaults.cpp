@@ -1,0 +1,294 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/linux/storage/SettingsUserDefaults.h"
+
+#include "core/Errors.h"
+#include "core/RegularFile.h"
+
+#include <QByteArray>
+#include <QDateTime>
+#include <QFileDevice>
+#include <QSettings>
+#include <QStandardPaths>
+#include <QString>
+#include <QVariant>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
+#include <optional>
+#include <utility>
+
+namespace orvel {
+
+namespace {
+
+[[noreturn]] void failToRead(const std::filesystem::path& file, int code) {
+    throw tavrin::PlatformError::fromErrno(
+        code, "Could not read the agent's settings in " + file.string());
+}
+
+/// The text with line breaks as escapes.
+QByteArray escaped(const QByteArray& text) {
+    QByteArray result = text;
+    result.replace('\\', "\\\\").replace('\n', "\\n");
+    return result;
+}
+
+/// No value for an escape that `escaped` does not write.
+std::optional<QByteArray> unescaped(const QByteArray& text) {
+    QByteArray result;
+    for (auto at = text.begin(); at != text.end(); ++at) {
+        if (*at != '\\') {
+            result.append(*at);
+        } else if (++at != text.end() && (*at == '\\' || *at == 'n')) {
+            result.append(*at == 'n' ? '\n' : '\\');
+        } else {
+            return std::nullopt;
+        }
+    }
+    return result;
+}
+
+/// Each line is a key, an equals sign and a value; lines that start with "#" are skipped.
+bool readLines(QIODevice& device, QSettings::SettingsMap& values) {
+    while (!device.atEnd()) {
+        QByteArray line = device.readLine();
+        if (line.endsWith('\n')) {
+            line.chop(1);
+        }
+        if (line.isEmpty() || line.startsWith('#')) {
+            continue;
+        }
+        const qsizetype equals = line.indexOf('=');
+        const std::optional<QByteArray> value = unescaped(line.mid(equals + 1));
+        if (equals < 1 || !value || !value->isValidUtf8()) {
+            return false;
+        }
+        values.insert(QString::fromUtf8(line.left(equals)), QString::fromUtf8(*value));
+    }
+    return true;
+}
+
+/// Ends with a flush: QSettings puts a cut-off file in place of the old one when the disk is found
+/// to be full only as it closes the file.
+bool writeLines(QIODevice& device, const QSettings::SettingsMap& values) {
+    QByteArray lines;
+    for (auto entry = values.begin(); entry != values.end(); ++entry) {
+        lines += entry.key().toUtf8() + '=' + escaped(entry.value().toString().toUtf8()) + '\n';
+    }
+    auto* file = qobject_cast<QFileDevice*>(&device);
+    return device.write(lines) == lines.size() && file != nullptr && file->flush();
+}
+
+QSettings::Format lineFormat() {
+    static const QSettings::Format format =
+        QSettings::registerFormat(QStringLiteral("conf"), readLines, writeLines, Qt::CaseSensitive);
+    return format;
+}
+
+QString qString(const std::filesystem::path& path) {
+    return QString::fromStdString(path.string());
+}
+
+QDateTime qDateTime(tavrin::Date date) {
+    const auto milliseconds = std::chrono::round<std::chrono::milliseconds>(date);
+    return QDateTime::fromMSecsSinceEpoch(milliseconds.time_since_epoch().count(), Qt::UTC);
+}
+
+[[noreturn]] void failToSave(int code) {
+    throw tavrin::PlatformError::fromErrno(code, "Could not save the agent's settings");
+}
+
+/// Makes the file, and the folders above it, with nobody else's access. Qt keeps the mode of a file
+/// that is there.
+void makePrivate(const std::filesystem::path& file) {
+    std::filesystem::path folder;
+    for (const std::filesystem::path& part : file.parent_path()) {
+        folder /= part;
+        // If one cannot be made, then neither can the file in it.
+        mkdir(folder.c_str(), S_IRWXU);
+    }
+    const int descriptor = open(file.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    if (descriptor < 0) {
+        failToSave(errno);
+    }
+    close(descriptor);
+}
+
+/// QSettings says only that a write failed: tries the same to learn the reason.
+int reasonForFailedWrite(const std::filesystem::path& file, std::size_t added) {
+    std::string probe = file.string() + ".XXXXXX";
+    const int descriptor = mkostemp(probe.data(), O_CLOEXEC);
+    if (descriptor < 0) {
+        return errno;
+    }
+    struct stat status {};
+    const off_t length = stat(file.c_str(), &status) == 0 ? status.st_size : 0;
+    // With room for the lock file.
+    const int error = posix_fallocate(descriptor, 0, length + static_cast<off_t>(added) + 4096);
+    close(descriptor);
+    unlink(probe.c_str());
+    return error == 0 ? EIO : error;
+}
+
+/// The new name, too, must outlast a power failure.
+void synchronizeDirectory(const std::filesystem::path& directory) {
+    const int descriptor = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const bool isDone = descriptor >= 0 && fsync(descriptor) == 0;
+    const int error = errno;
+    if (descriptor >= 0) {
+        close(descriptor);
+    }
+    if (!isDone) {
+        failToSave(error);
+    }
+}
+
+} // namespace
+
+std::filesystem::path SettingsUserDefaults::defaultFile() {
+    return std::filesystem::path(
+               QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation)
+                   .toStdString()) /
+           "orvel-agent" / "defaults.conf";
+}
+
+SettingsUserDefaults::SettingsUserDefaults(std::filesystem::path file) : file_(std::move(file)) {
+    // To go on with an unreadable file as if it were empty would forget the user's choices.
+    try {
+        static_cast<void>(tavrin::openRegularFile(file_));
+    } catch (const tavrin::PlatformError& error) {
+        if (error.code() != ENOENT) {
+            failToRead(file_, error.code());
+        }
+    }
+    const QSettings settings(qString(file_), lineFormat());
+    if (settings.status() != QSettings::NoError) {
+        failToRead(file_, EBADMSG);
+    }
+    values_ = valuesOf(settings);
+}
+
+std::optional<std::string> SettingsUserDefaults::string(std::string_view key) const {
+    return value<std::string>(key);
+}
+
+std::optional<std::int64_t> SettingsUserDefaults::integer(std::string_view key) const {
+    return value<std::int64_t>(key);
+}
+
+std::optional<bool> SettingsUserDefaults::boolean(std::string_view key) const {
+    return value<bool>(key);
+}
+
+std::optional<tavrin::Date> SettingsUserDefaults::date(std::string_view key) const {
+    return value<tavrin::Date>(key);
+}
+
+void SettingsUserDefaults::setString(std::string_view key, std::string_view value) {
+    write(key, std::string(value));
+}
+
+void SettingsUserDefaults::setInteger(std::string_view key, std::int64_t value) {
+    write(key, value);
+}
+
+void SettingsUserDefaults::setBoolean(std::string_view key, bool value) {
+    write(key, value);
+}
+
+void SettingsUserDefaults::setDate(std::string_view key, tavrin::Date value) {
+    write(key, value);
+}
+
+void SettingsUserDefaults::remove(std::string_view key) {
+    write(key, std::nullopt);
+}
+
+std::string SettingsUserDefaults::textOf(const Value& value) {
+    if (const auto* integer = std::get_if<std::int64_t>(&value)) {
+        return std::to_string(*integer);
+    }
+    if (const auto* boolean = std::get_if<bool>(&value)) {
+        return *boolean ? "true" : "false";
+    }
+    if (const auto* date = std::get_if<tavrin::Date>(&value)) {
+        return qDateTime(*date).toString(Qt::ISODateWithMs).toStdString();
+    }
+    const auto& text = std::get<std::string>(value);
+    return valueOf(text) == value ? text : "'" + text;
+}
+
+SettingsUserDefaults::Value SettingsUserDefaults::valueOf(const std::string& text) {
+    if (text == "true" || text == "false") {
+        return text == "true";
+    }
+    std::int64_t integer = 0;
+    std::from_chars(text.data(), text.data() + text.size(), integer);
+    if (std::to_string(integer) == text) {
+        return integer;
+    }
+    const QString qText = QString::fromStdString(text);
+    const QDateTime date = QDateTime::fromString(qText, Qt::ISODateWithMs);
+    if (date.isValid() && date.toUTC().toString(Qt::ISODateWithMs) == qText) {
+        return tavrin::Date(std::chrono::milliseconds(date.toMSecsSinceEpoch()));
+    }
+    return text.starts_with('\'') ? text.substr(1) : text;
+}
+
+SettingsUserDefaults::Values SettingsUserDefaults::valuesOf(const QSettings& settings) {
+    Values values;
+    for (const QString& key : settings.allKeys()) {
+        values.insert_or_assign(
+            key.toStdString(), valueOf(settings.value(key).toString().toStdString()));
+    }
+    return values;
+}
+
+template <typename T>
+std::optional<T> SettingsUserDefaults::value(std::string_view key) const {
+    const std::lock_guard lock(valuesMutex_);
+    const auto found = values_.find(key);
+    if (found == values_.end() || !std::holds_alternative<T>(found->second)) {
+        return std::nullopt;
+    }
+    return std::get<T>(found->second);
+}
+
+void SettingsUserDefaults::write(std::string_view key, const std::optional<Value>& value) {
+    const std::lock_guard writeLock(writeMutex_);
+    makePrivate(file_);
+    const QString qKey = QString::fromUtf8(key.data(), static_cast<qsizetype>(key.size()));
+    QSettings settings(qString(file_), lineFormat());
+    const auto set = [&settings, &qKey](const QVariant& stored) {
+        if (stored.isValid()) {
+            settings.setValue(qKey, stored);
+        } else {
+            settings.remove(qKey);
+        }
+    };
+    const QVariant old = settings.value(qKey);
+    const QString text = value ? QString::fromStdString(textOf(*value)) : QString();
+    set(value ? QVariant(text) : QVariant());
+    settings.sync();
+    if (settings.status() != QSettings::NoError) {
+        const int reason =
+            settings.status() == QSettings::FormatError
+                ? EBADMSG
+                : reasonForFailedWrite(file_, 2 * static_cast<std::size_t>(text.size()));
+        // QSettings keeps what it could not write, for the next write to carry along.
+        set(old);
+        failToSave(reason);
+    }
+    Values values = valuesOf(settings);
+    {
+        const std::lock_guard lock(valuesMutex_);
+        values_.swap(values);
+    }
+    synchronizeDirectory(file_.parent_path());
+}
+
+} // namespace orvel

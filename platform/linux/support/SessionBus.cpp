@@ -1,0 +1,166 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/linux/support/SessionBus.h"
+
+#include "platform/linux/support/StartThread.h"
+
+#include <QDBusObjectPath>
+#include <QMetaType>
+#include <QObject>
+#include <QString>
+#include <QTimer>
+
+#include <unistd.h>
+
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <future>
+#include <mutex>
+#include <thread>
+#include <utility>
+
+namespace orvel {
+
+namespace {
+
+QString nextConnectionName() {
+    static int last = 0;
+    return QStringLiteral("orvel %1").arg(++last);
+}
+
+std::jthread& latestThread();
+
+/// A bus that says nothing keeps its thread, and Qt's own, for as long as the bus library waits.
+/// The process then ends without them, and without the rest of its statics.
+void awaitLatestThread(int status, void*) {
+    constexpr std::chrono::seconds limit{1};
+    const auto end = std::async(std::launch::async, [] { latestThread() = std::jthread(); });
+    if (end.wait_for(limit) != std::future_status::ready) {
+        std::fflush(nullptr);
+        _exit(status);
+    }
+}
+
+/// The latest of the threads that connect. The end of the process waits for it, because Qt's part
+/// of a connection must not go before: this is made after that, and so ends earlier.
+std::jthread& latestThread() {
+    static const bool isQtsPartMade = !QDBusConnection(QStringLiteral("none")).isConnected();
+    static std::jthread thread;
+    static const int isAwaited = on_exit(awaitLatestThread, nullptr);
+    static_cast<void>(isQtsPartMade);
+    static_cast<void>(isAwaited);
+    return thread;
+}
+
+/// What comes of the thread is dropped with it.
+struct Connecting final : QObject {
+    using QObject::QObject;
+    std::unique_ptr<Clock::Timer> timer;
+};
+
+std::unique_ptr<SessionBus> connectNamed(const QString& name) {
+    auto bus = std::make_unique<SessionBus>(
+        QDBusConnection::connectToBus(QDBusConnection::SessionBus, name));
+    return bus->isConnected() ? std::move(bus) : nullptr;
+}
+
+/// Hands a connection over to a thread that waits for it for a while.
+class Awaiting final {
+public:
+    /// Gives it back when nobody waits any more.
+    std::unique_ptr<SessionBus> offer(std::unique_ptr<SessionBus> bus) {
+        const std::lock_guard lock(mutex_);
+        if (isOver_) {
+            return bus;
+        }
+        bus_ = std::move(bus);
+        isOver_ = true;
+        offered_.notify_one();
+        return nullptr;
+    }
+
+    std::unique_ptr<SessionBus> take(std::chrono::milliseconds limit) {
+        std::unique_lock lock(mutex_);
+        offered_.wait_for(lock, limit, [this] { return isOver_; });
+        isOver_ = true;
+        return std::move(bus_);
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable offered_;
+    bool isOver_ = false;
+    std::unique_ptr<SessionBus> bus_;
+};
+
+} // namespace
+
+void SessionBus::connect(QObject* context, Clock& clock, Connected connected) {
+    // Made before the thread that reads the bus, Qt's registry of types outlives it at the end.
+    qRegisterMetaType<QDBusObjectPath>();
+    auto* const connecting = new Connecting(context);
+    connecting->timer = clock.schedule(longestConnecting, [connecting, connected] {
+        const Connected end = connected;
+        delete connecting;
+        end(nullptr);
+    });
+    std::jthread& latest = latestThread();
+    // Each thread waits for the one before, at its end.
+    latest = startThread(
+        connecting,
+        [name = nextConnectionName(), previous = std::move(latest)] { return connectNamed(name); },
+        [connecting, connected](std::unique_ptr<SessionBus> bus) {
+            connecting->timer.reset();
+            connecting->deleteLater();
+            connected(std::move(bus));
+        });
+}
+
+std::unique_ptr<SessionBus>
+SessionBus::await(std::chrono::milliseconds limit, QObject* context, Connected late) {
+    qRegisterMetaType<QDBusObjectPath>();
+    const auto awaiting = std::make_shared<Awaiting>();
+    std::jthread& latest = latestThread();
+    latest = startThread(
+        context,
+        [name = nextConnectionName(), awaiting, previous = std::move(latest)] {
+            return awaiting->offer(connectNamed(name));
+        },
+        [late = std::move(late)](std::unique_ptr<SessionBus> bus) {
+            if (bus) {
+                late(std::move(bus));
+            }
+        });
+    return awaiting->take(limit);
+}
+
+SessionBus::SessionBus(QDBusConnection connection)
+    : connection_(new QDBusConnection(std::move(connection)), [](QDBusConnection* last) {
+          QDBusConnection::disconnectFromBus(last->name());
+          delete last;
+      }) {}
+
+SessionBus::SessionBus(std::shared_ptr<QDBusConnection> connection)
+    : connection_(std::move(connection)) {}
+
+SessionBus::~SessionBus() = default;
+
+std::unique_ptr<SessionBus> SessionBus::share() const {
+    return std::unique_ptr<SessionBus>(new SessionBus(connection_));
+}
+
+void SessionBus::onLoss(std::function<void()> lost) {
+    // Qt takes nothing but a slot by its name, and a timer has one.
+    loss_ = std::make_unique<QTimer>();
+    loss_->setSingleShot(true);
+    QObject::connect(loss_.get(), &QTimer::timeout, loss_.get(), std::move(lost));
+    connection_->connect(
+        QString(),
+        QStringLiteral("/org/freedesktop/DBus/Local"),
+        QStringLiteral("org.freedesktop.DBus.Local"),
+        QStringLiteral("Disconnected"),
+        loss_.get(),
+        SLOT(start()));
+}
+
+} // namespace orvel

@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/linux/update/UpdateError.h"
+
+#include <fmt/format.h>
+
+#include <string_view>
+#include <utility>
+
+namespace orvel {
+
+namespace {
+
+std::string_view subject(UpdateError::Resource resource) {
+    return resource == UpdateError::Resource::Feed ? "The update feed" : "The update";
+}
+
+struct Description {
+    std::string operator()(const UpdateError::NotLoaded& error) const {
+        return fmt::format("{} could not be loaded. {}", subject(error.resource), error.reason);
+    }
+    std::string operator()(const UpdateError::BadStatus& error) const {
+        return fmt::format(
+            "{} could not be loaded: the server answered with status {}.",
+            subject(error.resource),
+            error.status);
+    }
+    std::string operator()(const UpdateError::Redirected& error) const {
+        return fmt::format(
+            "{} has moved to {}.",
+            subject(error.resource),
+            error.isToPlainHTTP ? "an address without encryption, which is refused"
+                                : "another address, which is not followed");
+    }
+    std::string operator()(const UpdateError::FeedTooLong&) const {
+        return "The update feed is too long to be one.";
+    }
+    std::string operator()(const UpdateError::FeedNotUTF8&) const {
+        return "The update feed is not UTF-8 text.";
+    }
+    std::string operator()(const UpdateError::FeedWithDocumentType&) const {
+        return "The update feed declares a document type, which is refused.";
+    }
+    std::string operator()(const UpdateError::FeedNotXML& error) const {
+        return fmt::format("The update feed is not well-formed in line {}.", error.line);
+    }
+    std::string operator()(const UpdateError::FeedNotRSS&) const {
+        return "The update feed is not an RSS 2.0 feed.";
+    }
+    std::string operator()(const UpdateError::Missing& error) const {
+        return error.version.empty()
+                   ? fmt::format("An update in the feed has no {}.", error.what)
+                   : fmt::format("Update {} in the feed has no {}.", error.version, error.what);
+    }
+    std::string operator()(const UpdateError::Unusable& error) const {
+        return error.version.empty()
+                   ? fmt::format("An update in the feed has an unusable {}.", error.what)
+                   : fmt::format(
+                         "Update {} in the feed has an unusable {}.", error.version, error.what);
+    }
+    std::string operator()(const UpdateError::NotHTTPS& error) const {
+        return fmt::format(
+            "Update {} would have to be loaded without encryption, which is refused.",
+            error.version);
+    }
+    std::string operator()(const UpdateError::BadKey&) const {
+        return "The update signing key of this build is not valid, so updates cannot be verified.";
+    }
+    std::string operator()(const UpdateError::TooShort& error) const {
+        return fmt::format(
+            "The update is shorter than announced: {} bytes instead of {}.",
+            error.received,
+            error.expected);
+    }
+    std::string operator()(const UpdateError::TooLong& error) const {
+        return fmt::format("The update is longer than the announced {} bytes.", error.expected);
+    }
+    std::string operator()(const UpdateError::BadSignature&) const {
+        return "The signature of the update is not valid. It was not installed.";
+    }
+    std::string operator()(const UpdateError::Swapped&) const {
+        return "The file in the update's place is not the one that was verified. Do not open it.";
+    }
+    std::string operator()(const UpdateError::NotStored& error) const { return error.reason; }
+};
+
+} // namespace
+
+UpdateError::UpdateError(Case reason)
+    : reason_(std::move(reason)), description_(std::visit(Description(), reason_)) {}
+
+} // namespace orvel

@@ -1,0 +1,239 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/macos/storage/PropertyListUserDefaults.h"
+
+#include "core/Errors.h"
+#include "core/FileDescriptor.h"
+#include "core/RegularFile.h"
+#include "platform/macos/storage/UserDefaultsValues.h"
+#include "platform/macos/support/FoundationConversions.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
+#include <optional>
+#include <string>
+
+namespace orvel {
+
+namespace values = user_defaults_values;
+
+namespace {
+
+using tavrin::FileDescriptor;
+using tavrin::PlatformError;
+using tavrin::RegularFile;
+
+[[noreturn]] void failToRead(const std::filesystem::path& file, int code) {
+    throw PlatformError::fromErrno(code, "Could not read the agent's settings in " + file.string());
+}
+
+[[noreturn]] void failToSave(int code) {
+    throw PlatformError::fromErrno(code, "Could not save the agent's settings");
+}
+
+/// Nothing when there is no such file.
+std::optional<RegularFile> opened(const std::filesystem::path& file) {
+    try {
+        return tavrin::openRegularFile(file);
+    } catch (const PlatformError& error) {
+        if (error.code() == ENOENT) {
+            return std::nullopt;
+        }
+        failToRead(file, error.code());
+    }
+}
+
+NSDictionary<NSString*, id>* valuesIn(const std::filesystem::path& file) {
+    const std::optional<RegularFile> from = opened(file);
+    if (!from) {
+        return @{};
+    }
+    // The file is replaced when it changes, so it has its size for good.
+    std::string content(static_cast<std::size_t>(from->size), '\0');
+    for (std::size_t length = 0; length < content.size();) {
+        const ssize_t count =
+            read(from->descriptor.get(), content.data() + length, content.size() - length);
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count <= 0) {
+            failToRead(file, count < 0 ? errno : EIO);
+        }
+        length += static_cast<std::size_t>(count);
+    }
+    const id list = [NSPropertyListSerialization
+        propertyListWithData:[NSData dataWithBytes:content.data() length:content.size()]
+                     options:NSPropertyListImmutable
+                      format:nil
+                       error:nil];
+    if (![list isKindOfClass:[NSDictionary class]]) {
+        // To go on as if it were empty would forget the user's choices.
+        failToRead(file, EBADMSG);
+    }
+    return list;
+}
+
+/// Makes the folders above the file with nobody else's access.
+void makeFolders(const std::filesystem::path& file) {
+    std::filesystem::path folder;
+    for (const std::filesystem::path& part : file.parent_path()) {
+        folder /= part;
+        // If one cannot be made, then neither can the file in it.
+        mkdir(folder.c_str(), S_IRWXU);
+    }
+}
+
+void flush(int descriptor) {
+    // What fsync leaves in the drive's own memory; not every file system can.
+    if (fcntl(descriptor, F_FULLFSYNC) != 0 && fsync(descriptor) != 0) {
+        failToSave(errno);
+    }
+}
+
+/// A file that is there only whole, or not at all.
+class NewFile final {
+public:
+    explicit NewFile(const std::filesystem::path& place)
+        : name_(place.string() + ".XXXXXX"), descriptor_(mkstemp(name_.data())) {
+        if (!descriptor_.isOpen()) {
+            failToSave(errno);
+        }
+    }
+    ~NewFile() {
+        if (!isInPlace_) {
+            unlink(name_.c_str());
+        }
+    }
+    NewFile(const NewFile&) = delete;
+    NewFile& operator=(const NewFile&) = delete;
+
+    void write(NSData* content) {
+        const char* bytes = static_cast<const char*>(content.bytes);
+        for (std::size_t left = content.length; left > 0;) {
+            const ssize_t written = ::write(descriptor_.get(), bytes, left);
+            if (written < 0 && errno != EINTR) {
+                failToSave(errno);
+            }
+            if (written > 0) {
+                bytes += written;
+                left -= static_cast<std::size_t>(written);
+            }
+        }
+        flush(descriptor_.get());
+    }
+
+    void putInPlace(const std::filesystem::path& place) {
+        if (rename(name_.c_str(), place.c_str()) != 0) {
+            failToSave(errno);
+        }
+        isInPlace_ = true;
+    }
+
+private:
+    std::string name_;
+    FileDescriptor descriptor_;
+    bool isInPlace_ = false;
+};
+
+} // namespace
+
+PropertyListUserDefaults::PropertyListUserDefaults(const std::filesystem::path& file)
+    : file_(std::filesystem::absolute(file)), values_(valuesIn(file_)) {}
+
+std::optional<std::string> PropertyListUserDefaults::string(std::string_view key) const {
+    @autoreleasepool {
+        return values::string(object(key));
+    }
+}
+
+std::optional<std::int64_t> PropertyListUserDefaults::integer(std::string_view key) const {
+    @autoreleasepool {
+        return values::integer(object(key));
+    }
+}
+
+std::optional<bool> PropertyListUserDefaults::boolean(std::string_view key) const {
+    @autoreleasepool {
+        return values::boolean(object(key));
+    }
+}
+
+std::optional<tavrin::Date> PropertyListUserDefaults::date(std::string_view key) const {
+    @autoreleasepool {
+        return values::date(object(key));
+    }
+}
+
+void PropertyListUserDefaults::setString(std::string_view key, std::string_view value) {
+    @autoreleasepool {
+        write(key, values::object(value));
+    }
+}
+
+void PropertyListUserDefaults::setInteger(std::string_view key, std::int64_t value) {
+    @autoreleasepool {
+        write(key, values::object(value));
+    }
+}
+
+void PropertyListUserDefaults::setBoolean(std::string_view key, bool value) {
+    @autoreleasepool {
+        write(key, values::object(value));
+    }
+}
+
+void PropertyListUserDefaults::setDate(std::string_view key, tavrin::Date value) {
+    @autoreleasepool {
+        write(key, values::object(value));
+    }
+}
+
+void PropertyListUserDefaults::remove(std::string_view key) {
+    @autoreleasepool {
+        write(key, nil);
+    }
+}
+
+id PropertyListUserDefaults::object(std::string_view key) const {
+    const std::lock_guard lock(valuesMutex_);
+    return values_[nsString(key)];
+}
+
+void PropertyListUserDefaults::write(std::string_view key, id object) {
+    const std::lock_guard writeLock(writeMutex_);
+    makeFolders(file_);
+    const FileDescriptor folder(
+        open(file_.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    // Until it is closed: two processes must not both read before either has written.
+    if (!folder.isOpen() || flock(folder.get(), LOCK_EX) != 0) {
+        failToSave(errno);
+    }
+    NSMutableDictionary<NSString*, id>* const changed = [valuesIn(file_) mutableCopy];
+    changed[nsString(key)] = object;
+    NSData* const content =
+        [NSPropertyListSerialization dataWithPropertyList:changed
+                                                   format:NSPropertyListBinaryFormat_v1_0
+                                                  options:0
+                                                    error:nil];
+    if (content == nil) {
+        failToSave(EINVAL);
+    }
+    NewFile file(file_);
+    file.write(content);
+    file.putInPlace(file_);
+    {
+        const std::lock_guard lock(valuesMutex_);
+        values_ = [changed copy];
+    }
+    // The new name, too, must outlast a power failure.
+    if (fsync(folder.get()) != 0) {
+        failToSave(errno);
+    }
+}
+
+} // namespace orvel

@@ -1,0 +1,375 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/linux/contacts/EvolutionAddressBook.h"
+
+#include "tests/platform/AddressBookCalls.h"
+#include "tests/platform/linux/contacts/EvolutionDesktop.h"
+#include "tests/support/InMemoryUserDefaults.h"
+#include "tests/support/RecordingLogStore.h"
+#include "tests/support/RunTask.h"
+#include "tests/support/WaitUntil.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace orvel {
+
+namespace {
+
+using test::cardsOf;
+using test::errorOf;
+using test::EvolutionDesktop;
+using test::OtherBus;
+using test::requestAccess;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::UnorderedElementsAre;
+using Fields = AddressBook::Fields;
+
+class EvolutionAddressBookCase : public testing::Test {
+protected:
+    /// Before the address book is made.
+    void grantAccess() { defaults_.setString("contacts.access", "granted"); }
+
+    EvolutionAddressBook& addressBook() {
+        if (!addressBook_) {
+            addressBook_ = std::make_unique<EvolutionAddressBook>(
+                defaults_, log_, [this](std::function<void(bool)> answer) {
+                    ++questions_;
+                    answer_ = std::move(answer);
+                    if (onQuestion_) {
+                        onQuestion_();
+                    }
+                });
+        }
+        return *addressBook_;
+    }
+
+    /// What each card's name is, for cards told apart by it.
+    std::vector<std::string> givenNames() {
+        std::vector<std::string> names;
+        for (const ContactCard& card : cardsOf(addressBook(), Fields::IdentifiersAndNames)) {
+            names.push_back(card.givenName);
+        }
+        return names;
+    }
+
+    std::vector<std::string> logged() const {
+        std::vector<std::string> messages;
+        for (const auto& line : log_.lines()) {
+            EXPECT_EQ(line.level, LogLevel::Error);
+            EXPECT_EQ(line.category, "contacts");
+            messages.push_back(line.message);
+        }
+        return messages;
+    }
+
+    test::InMemoryUserDefaults defaults_;
+    test::RecordingLogStore log_;
+    int questions_ = 0;
+    /// Answers the question on screen.
+    std::function<void(bool)> answer_;
+    std::function<void()> onQuestion_;
+    std::unique_ptr<EvolutionAddressBook> addressBook_;
+};
+
+class EvolutionAddressBookTest : public EvolutionAddressBookCase {
+protected:
+    EvolutionDesktop desktop_;
+};
+
+class EvolutionAddressBookOnOtherBusTest : public EvolutionAddressBookCase,
+                                           public testing::WithParamInterface<OtherBus::Kind> {
+protected:
+    /// Until then everything was too slow to start.
+    void returnToTheDesktop() { bus_.reset(); }
+
+    std::optional<OtherBus> bus_{GetParam()};
+};
+
+std::string vcard(const std::string& lines) {
+    return "BEGIN:VCARD\r\nVERSION:3.0\r\n" + lines + "END:VCARD\r\n";
+}
+
+} // namespace
+
+TEST_F(EvolutionAddressBookTest, TheGrantIsKept) {
+    onQuestion_ = [this] {
+        answer_(true);
+    };
+    ASSERT_TRUE(requestAccess(addressBook()));
+    EXPECT_EQ(defaults_.string("contacts.access"), "granted");
+    addressBook_.reset();
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::authorized);
+}
+
+TEST_F(EvolutionAddressBookTest, TheRefusalDecidesNothingAndIsNotKept) {
+    onQuestion_ = [this] {
+        answer_(false);
+    };
+    ASSERT_FALSE(requestAccess(addressBook()));
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::notDetermined);
+    EXPECT_FALSE(defaults_.contains("contacts.access"));
+}
+
+TEST_F(EvolutionAddressBookTest, ARequestWhileTheQuestionIsOpenBringsItToTheFront) {
+    std::vector<bool> answers;
+    const auto request = [&] {
+        addressBook().requestAccess([&](bool isGranted) { answers.push_back(isGranted); });
+    };
+    request();
+    ASSERT_TRUE(test::waitUntil([this] { return questions_ == 1; }));
+    const auto first = answer_;
+    request();
+    ASSERT_TRUE(test::waitUntil([this] { return questions_ == 2; }));
+    first(false);
+    EXPECT_THAT(answers, ElementsAre(false, false));
+    // The question has gone: what was to answer the second time means nothing.
+    answer_(true);
+    test::processEvents();
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::notDetermined);
+    EXPECT_EQ(answers.size(), 2U);
+}
+
+TEST_F(EvolutionAddressBookTest, AnAnswerWithinTheSecondQuestionCompletesNoRequestWithinItself) {
+    std::vector<bool> answers;
+    const auto request = [&] {
+        addressBook().requestAccess([&](bool isGranted) { answers.push_back(isGranted); });
+    };
+    request();
+    ASSERT_TRUE(test::waitUntil([this] { return questions_ == 1; }));
+    onQuestion_ = [this] {
+        answer_(false);
+    };
+    request();
+    EXPECT_THAT(answers, IsEmpty());
+    ASSERT_TRUE(test::waitUntil([&] { return !answers.empty(); }));
+    EXPECT_THAT(answers, ElementsAre(false, false));
+}
+
+TEST_F(EvolutionAddressBookTest, AQuestionAnsweredBeforeItComesToTheFrontIsNotAskedAgain) {
+    int answers = 0;
+    const auto request = [&] {
+        addressBook().requestAccess([&](bool) { ++answers; });
+    };
+    request();
+    ASSERT_TRUE(test::waitUntil([this] { return questions_ == 1; }));
+    request();
+    answer_(false);
+    EXPECT_EQ(answers, 2);
+    test::processEvents();
+    EXPECT_EQ(questions_, 1);
+}
+
+TEST_F(EvolutionAddressBookTest, ARefusalThatAnEarlierVersionKeptDecidesNothing) {
+    defaults_.setString("contacts.access", "denied");
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::notDetermined);
+}
+
+TEST_F(EvolutionAddressBookTest, AnUnknownKeptAnswerDecidesNothing) {
+    defaults_.setString("contacts.access", "perhaps");
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::notDetermined);
+}
+
+TEST_F(EvolutionAddressBookTest, ConsentThatCannotBeKeptGrantsNothing) {
+    defaults_.setFailsWrites(true);
+    onQuestion_ = [this] {
+        answer_(true);
+    };
+    EXPECT_FALSE(requestAccess(addressBook()));
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::notDetermined);
+    EXPECT_THAT(logged(), ElementsAre(HasSubstr("Could not write the settings")));
+}
+
+TEST_F(EvolutionAddressBookTest, OnlyTheFirstAnswerCounts) {
+    onQuestion_ = [this] {
+        answer_(false);
+        answer_(true);
+    };
+    EXPECT_FALSE(requestAccess(addressBook()));
+    answer_(true);
+    test::processEvents();
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::notDetermined);
+}
+
+TEST_F(EvolutionAddressBookTest, AnAnswerAfterItsEndIsIgnored) {
+    onQuestion_ = [this] {
+        addressBook_.reset();
+    };
+    bool isAnswered = false;
+    addressBook().requestAccess([&isAnswered](bool) { isAnswered = true; });
+    while (addressBook_) {
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    }
+    answer_(true);
+    test::processEvents();
+    EXPECT_FALSE(isAnswered);
+    EXPECT_FALSE(defaults_.contains("contacts.access"));
+}
+
+TEST_F(EvolutionAddressBookTest, WithoutAWayToAskNothingIsDecided) {
+    addressBook_ = std::make_unique<EvolutionAddressBook>(defaults_, log_, nullptr);
+    EXPECT_FALSE(requestAccess(addressBook()));
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::notDetermined);
+}
+
+TEST_F(EvolutionAddressBookTest, GivesACardWithNothingButAFormattedNameThatName) {
+    grantAccess();
+    desktop_.addVCard(vcard("FN:Grandma\r\nTEL:+1 415 555 0134\r\n"));
+    EXPECT_THAT(givenNames(), ElementsAre("Grandma"));
+}
+
+TEST_F(EvolutionAddressBookTest, AnOrganizationsFormattedNameIsNoPersons) {
+    grantAccess();
+    desktop_.addVCard(vcard("FN:Example Ltd\r\nORG:Example Ltd;Sales\r\n"));
+    EXPECT_THAT(
+        cardsOf(addressBook(), Fields::IdentifiersAndNames),
+        ElementsAre(ContactCard{"", "", "Example Ltd", {}, {}}));
+}
+
+TEST_F(EvolutionAddressBookTest, LeavesOutListsOfPeople) {
+    grantAccess();
+    desktop_.addVCard(vcard("FN:Family\r\nX-EVOLUTION-LIST:TRUE\r\nEMAIL:a@example.com\r\n"));
+    desktop_.addVCard(vcard("FN:Jane\r\nN:;Jane;;;\r\n"));
+    EXPECT_THAT(givenNames(), ElementsAre("Jane"));
+}
+
+TEST_F(EvolutionAddressBookTest, RepairsIllFormedText) {
+    grantAccess();
+    desktop_.addVCard("BEGIN:VCARD\r\nVERSION:2.1\r\n"
+                      "N;CHARSET=UTF-8;ENCODING=QUOTED-PRINTABLE:;Jan=FFe;;;\r\nEND:VCARD\r\n");
+    EXPECT_THAT(givenNames(), ElementsAre("Jan\uFFFDe"));
+}
+
+TEST_F(EvolutionAddressBookTest, ReadsEveryEnabledBook) {
+    grantAccess();
+    desktop_.addVCard(vcard("FN:Jane\r\nN:;Jane;;;\r\n"));
+    const std::string work = desktop_.addBook("Work");
+    desktop_.addVCardTo(work, vcard("FN:Joe\r\nN:;Joe;;;\r\n"));
+    const std::string old = desktop_.addBook("Old");
+    desktop_.addVCardTo(old, vcard("FN:Jim\r\nN:;Jim;;;\r\n"));
+    desktop_.setEnabled(old, false);
+    EXPECT_THAT(givenNames(), UnorderedElementsAre("Jane", "Joe"));
+    EXPECT_THAT(logged(), IsEmpty());
+}
+
+TEST_F(EvolutionAddressBookTest, LeavesOutABookThatCannotBeReadAndSaysSoOnce) {
+    grantAccess();
+    desktop_.addVCard(vcard("FN:Jane\r\nN:;Jane;;;\r\n"));
+    const std::string broken = desktop_.addBook("owner@example.com", "nonexistent");
+    EXPECT_THAT(givenNames(), ElementsAre("Jane"));
+    EXPECT_THAT(givenNames(), ElementsAre("Jane"));
+    EXPECT_THAT(logged(), ElementsAre(HasSubstr("Could not read an address book: ")));
+    EXPECT_THAT(logged(), ElementsAre(HasSubstr(broken)));
+    EXPECT_THAT(logged(), ElementsAre(Not(HasSubstr("owner@example.com"))));
+}
+
+TEST_F(EvolutionAddressBookTest, FailsWhenNoBookCanBeRead) {
+    grantAccess();
+    desktop_.addBook("Broken", "nonexistent");
+    desktop_.setEnabled(EvolutionDesktop::personalBook, false);
+    EXPECT_THAT(
+        errorOf(addressBook(), Fields::Identifiers), HasSubstr("Could not read an address book"));
+    desktop_.setEnabled(EvolutionDesktop::personalBook, true);
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::authorized);
+}
+
+TEST_F(EvolutionAddressBookTest, ItsEndDropsWhatIsInFlight) {
+    grantAccess();
+    bool isAnswered = false;
+    for (int i = 0; i < 3; ++i) {
+        addressBook().enumerateCards(
+            Fields::Identifiers, [&isAnswered](const AddressBook::Cards&) { isAnswered = true; });
+    }
+    addressBook_.reset();
+    // By the time another one has answered, they would have.
+    givenNames();
+    test::processEvents();
+    EXPECT_FALSE(isAnswered);
+}
+
+TEST_F(EvolutionAddressBookTest, ACompletionMayEndIt) {
+    grantAccess();
+    int answers = 0;
+    for (int i = 0; i < 2; ++i) {
+        addressBook().enumerateCards(
+            Fields::Identifiers, [this, &answers](const AddressBook::Cards&) {
+                ++answers;
+                addressBook_.reset();
+            });
+    }
+    while (addressBook_) {
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    }
+    // By the time another one has answered, the second would have.
+    givenNames();
+    test::processEvents();
+    EXPECT_EQ(answers, 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    ,
+    EvolutionAddressBookOnOtherBusTest,
+    testing::Values(OtherBus::Kind::Nowhere, OtherBus::Kind::WithoutServices),
+    [](const auto& kind) {
+        return kind.param == OtherBus::Kind::Nowhere ? "WithoutBus" : "WithoutService";
+    });
+
+TEST_P(EvolutionAddressBookOnOtherBusTest, NothingIsGrantedAndTheReasonLoggedOnce) {
+    EXPECT_FALSE(requestAccess(addressBook()));
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::restricted);
+    // The end of the look that this began: the next test is on another bus.
+    EXPECT_FALSE(requestAccess(addressBook()));
+    EXPECT_THAT(logged(), ElementsAre(HasSubstr("Could not reach the desktop's address book: ")));
+}
+
+TEST_P(EvolutionAddressBookOnOtherBusTest, NobodyIsAsked) {
+    requestAccess(addressBook());
+    EXPECT_EQ(questions_, 0);
+    EXPECT_FALSE(defaults_.contains("contacts.access"));
+}
+
+TEST_P(EvolutionAddressBookOnOtherBusTest, EarlierConsentIsWithoutEffect) {
+    grantAccess();
+    EXPECT_THAT(
+        errorOf(addressBook(), Fields::Identifiers),
+        HasSubstr("Could not reach the desktop's address book: "));
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::restricted);
+    EXPECT_FALSE(requestAccess(addressBook()));
+    EXPECT_EQ(logged().size(), 1U);
+}
+
+TEST_P(EvolutionAddressBookOnOtherBusTest, TheStatusSoonTellsThatTheServiceIsThereAfterAll) {
+    grantAccess();
+    EXPECT_NE(errorOf(addressBook(), Fields::Identifiers), "");
+    returnToTheDesktop();
+    EXPECT_TRUE(test::waitUntil(
+        [this] { return addressBook().authorizationStatus() == AddressBook::authorized; }));
+}
+
+TEST_P(EvolutionAddressBookOnOtherBusTest, AnEnumerationLooksAgain) {
+    grantAccess();
+    EXPECT_NE(errorOf(addressBook(), Fields::Identifiers), "");
+    returnToTheDesktop();
+    EXPECT_EQ(errorOf(addressBook(), Fields::Identifiers), "");
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::authorized);
+}
+
+TEST_P(EvolutionAddressBookOnOtherBusTest, ARequestLooksAgain) {
+    onQuestion_ = [this] {
+        answer_(true);
+    };
+    EXPECT_FALSE(requestAccess(addressBook()));
+    returnToTheDesktop();
+    EXPECT_TRUE(requestAccess(addressBook()));
+    EXPECT_EQ(questions_, 1);
+}
+
+} // namespace orvel

@@ -1,0 +1,121 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/linux/desktop/MotionPreference.h"
+
+#include "platform/linux/support/SessionBus.h"
+#include "tests/platform/linux/BusDaemon.h"
+#include "tests/platform/linux/desktop/SettingsPortal.h"
+#include "tests/platform/linux/keychain/SilentBus.h"
+#include "tests/support/ManualClock.h"
+#include "tests/support/Program.h"
+#include "tests/support/RunTask.h"
+#include "tests/support/WaitUntil.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace orvel::test {
+
+namespace {
+
+constexpr auto busVariable = "DBUS_SESSION_BUS_ADDRESS";
+
+class MotionPreferenceTest : public testing::Test {
+protected:
+    void make() {
+        preference_ = std::make_unique<MotionPreference>(clock_, nullptr, [this] { ++changes_; });
+    }
+
+    /// The portal has answered that often, and the answers have arrived.
+    [[nodiscard]] bool waitForReadings(int count) {
+        return waitUntil([&] { return portal_.readings() >= count; }) &&
+               waitUntil([this, rounds = 0]() mutable { return ++rounds > 5 || changes_ > 0; });
+    }
+
+    ManualClock clock_;
+    int changes_ = 0;
+    SettingsPortal portal_;
+    std::unique_ptr<MotionPreference> preference_;
+};
+
+} // namespace
+
+TEST_F(MotionPreferenceTest, NothingIsReducedUntilThePortalHasAnswered) {
+    portal_.setReducedMotion(1);
+    make();
+    EXPECT_FALSE(preference_->isReduced());
+    ASSERT_TRUE(waitUntil([this] { return changes_ > 0; }));
+    EXPECT_TRUE(preference_->isReduced());
+    EXPECT_EQ(changes_, 1);
+}
+
+TEST_F(MotionPreferenceTest, FollowsTheChanges) {
+    portal_.setReducedMotion(0);
+    make();
+    ASSERT_TRUE(waitForReadings(1));
+    EXPECT_FALSE(preference_->isReduced());
+    portal_.setReducedMotion(1);
+    ASSERT_TRUE(waitUntil([this] { return changes_ == 1; }));
+    EXPECT_TRUE(preference_->isReduced());
+    portal_.setReducedMotion(0);
+    ASSERT_TRUE(waitUntil([this] { return changes_ == 2; }));
+    EXPECT_FALSE(preference_->isReduced());
+}
+
+TEST_F(MotionPreferenceTest, SwitchedOffAnimationsCountWhereThereIsNoOtherSetting) {
+    portal_.setAnimations(false);
+    make();
+    ASSERT_TRUE(waitUntil([this] { return changes_ == 1; }));
+    EXPECT_TRUE(preference_->isReduced());
+    portal_.setAnimations(true);
+    ASSERT_TRUE(waitUntil([this] { return changes_ == 2; }));
+    EXPECT_FALSE(preference_->isReduced());
+}
+
+TEST_F(MotionPreferenceTest, TheAppearanceGoesBeforeTheAnimations) {
+    portal_.setReducedMotion(0);
+    portal_.setAnimations(false);
+    make();
+    ASSERT_TRUE(waitForReadings(1));
+    EXPECT_FALSE(preference_->isReduced());
+    EXPECT_EQ(changes_, 0);
+}
+
+TEST_F(MotionPreferenceTest, AnAnswerOfAnotherShapeDecidesNothing) {
+    portal_.set(
+        QStringLiteral("org.freedesktop.appearance"),
+        QStringLiteral("reduced-motion"),
+        QStringLiteral("a great deal"));
+    make();
+    ASSERT_TRUE(waitForReadings(1));
+    EXPECT_FALSE(preference_->isReduced());
+}
+
+TEST_F(MotionPreferenceTest, OtherSettingsAreNotReadAgain) {
+    make();
+    ASSERT_TRUE(waitForReadings(1));
+    portal_.set(QStringLiteral("org.example"), QStringLiteral("key"), 1);
+    portal_.setReducedMotion(1);
+    ASSERT_TRUE(waitUntil([this] { return changes_ == 1; }));
+    EXPECT_EQ(portal_.readings(), 2);
+}
+
+TEST_F(MotionPreferenceTest, APortalThatComesLaterIsHeard) {
+    const BusDaemon daemon;
+    const Program probe({{WORKSPACE_PROBE, "motion"}, {{busVariable, daemon.address()}}});
+    ASSERT_TRUE(waitUntil([&] { return probe.output() == "0\n"; }));
+    SettingsPortal portal(daemon.address());
+    EXPECT_TRUE(waitUntil([&] {
+        // Until the probe listens.
+        portal.setReducedMotion(1);
+        return probe.output() == "0\n1\n";
+    }));
+}
+
+TEST_F(MotionPreferenceTest, ABusThatSaysNothingHoldsNobodyUp) {
+    const SilentBus silent;
+    const Program probe({{WORKSPACE_PROBE, "motion"}, {{busVariable, silent.address()}}});
+    EXPECT_TRUE(waitUntil([&] { return probe.output() == "0\n"; }));
+}
+
+} // namespace orvel::test

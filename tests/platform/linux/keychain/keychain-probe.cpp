@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// usage: keychain-probe COMMAND…
+//
+// Uses the desktop's keychain as a process of its own: "read", "remove", and anything else to be
+// written, all of one item, one after the other. Prints a line for each, and the log at the end.
+#include "platform/linux/keychain/SecretServiceKeychain.h"
+#include "tests/platform/KeychainCalls.h"
+#include "tests/support/ManualClock.h"
+#include "tests/support/RecordingLogStore.h"
+
+#include <QCoreApplication>
+
+#include <iostream>
+#include <string_view>
+#include <vector>
+
+int main(int argc, char** argv) {
+    using namespace orvel;
+    constexpr auto service = "app.test.session";
+    constexpr auto account = "probe";
+    const QCoreApplication application(argc, argv);
+    test::ManualClock clock;
+    test::RecordingLogStore log;
+    SecretServiceKeychain keychain(clock, log);
+    for (const std::string_view command : std::vector<std::string_view>(argv + 1, argv + argc)) {
+        if (command == "read") {
+            const auto value = textOf(test::startRead(keychain, service, account));
+            std::cout << "value: " << value.value_or("none") << '\n';
+        } else {
+            const auto change =
+                command == "remove"
+                    ? test::startRemove(keychain, service, account)
+                    : test::startWrite(keychain, service, account, std::string(command));
+            std::cout << "failure: " << failureOf(change) << '\n';
+        }
+    }
+    for (const auto& line : log.lines()) {
+        std::cout << "log: " << line.category << ": " << line.message << '\n';
+    }
+}

@@ -1,0 +1,206 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/linux/storage/KernelFileCopier.h"
+
+#include "core/CancellationToken.h"
+#include "core/Errors.h"
+#include "core/FileDescriptor.h"
+#include "tests/support/TemporaryDirectory.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/inotify.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <optional>
+#include <sstream>
+#include <string>
+
+namespace orvel {
+namespace {
+
+namespace fs = std::filesystem;
+using tavrin::CancellationSource;
+using tavrin::CancellationToken;
+using tavrin::FileDescriptor;
+using tavrin::PlatformError;
+using tavrin::TaskCancelled;
+using test::TemporaryDirectory;
+using Way = KernelFileCopier::Way;
+
+void write(const fs::path& path, const std::string& content) {
+    std::ofstream(path, std::ios::binary) << content;
+}
+
+std::string contentOf(const fs::path& path) {
+    std::ostringstream content;
+    content << std::ifstream(path, std::ios::binary).rdbuf();
+    return content.str();
+}
+
+/// More than one step of every way, and no multiple of anything; tells its parts apart.
+std::string longContent() {
+    std::string content(17'000'001, '.');
+    for (std::size_t offset = 0; offset + 8 < content.size(); offset += 4093) {
+        const std::string mark = std::to_string(offset);
+        content.replace(offset, mark.size(), mark);
+    }
+    return content;
+}
+
+/// The code of the copy's failure, or nothing when it succeeds.
+std::optional<int>
+failureOf(KernelFileCopier& copier, const fs::path& source, const fs::path& destination) {
+    try {
+        copier.copy(source, destination, CancellationToken());
+        return std::nullopt;
+    } catch (const PlatformError& error) {
+        EXPECT_EQ(error.domain(), tavrin::posixErrorDomain);
+        return error.code();
+    }
+}
+
+class KernelFileCopierTest : public testing::Test {
+protected:
+    TemporaryDirectory directory_;
+    fs::path source_ = directory_ / "source";
+    fs::path destination_ = directory_ / "destination";
+    KernelFileCopier copier_;
+};
+
+/// Copies a file too large to come to an end, on another thread, and tells when the first bytes
+/// have arrived.
+class EndlessCopy final {
+public:
+    static constexpr off_t size = off_t{1} << 40;
+
+    EndlessCopy(Way way, const fs::path& source, const fs::path& destination)
+        : events_(inotify_init1(IN_CLOEXEC)) {
+        write(source, "");
+        fs::resize_file(source, static_cast<std::uintmax_t>(size));
+        inotify_add_watch(events_.get(), source.parent_path().c_str(), IN_MODIFY);
+        result_ = std::async(std::launch::async, [=, token = cancellation_.token()] {
+            KernelFileCopier({way}).copy(source, destination, token);
+        });
+    }
+
+    void awaitFirstBytes() {
+        std::array<char, 4096> event{};
+        ASSERT_GT(read(events_.get(), event.data(), event.size()), 0);
+    }
+
+    void cancel() { cancellation_.cancel(); }
+
+    void finish() { result_.get(); }
+
+private:
+    FileDescriptor events_;
+    CancellationSource cancellation_;
+    std::future<void> result_;
+};
+
+class KernelFileCopierWayTest : public KernelFileCopierTest,
+                                public testing::WithParamInterface<Way> {
+protected:
+    KernelFileCopier copierOfThisWay_ = KernelFileCopier({GetParam()});
+};
+
+INSTANTIATE_TEST_SUITE_P(
+    ,
+    KernelFileCopierWayTest,
+    testing::Values(Way::CopyInKernel, Way::ReadAndWrite),
+    [](const auto& way) {
+        return way.param == Way::CopyInKernel ? "CopyInKernel" : "ReadAndWrite";
+    });
+
+TEST_P(KernelFileCopierWayTest, CopiesEveryByte) {
+    const std::string content = longContent();
+    write(source_, content);
+
+    copierOfThisWay_.copy(source_, destination_, CancellationToken());
+
+    EXPECT_TRUE(contentOf(destination_) == content);
+}
+
+TEST_P(KernelFileCopierWayTest, CopiesAnEmptyFile) {
+    write(source_, "");
+
+    copierOfThisWay_.copy(source_, destination_, CancellationToken());
+
+    EXPECT_EQ(fs::file_size(destination_), 0U);
+}
+
+TEST_P(KernelFileCopierWayTest, StopsAndRemovesTheCopyWhenCancelledInTheMiddle) {
+    EndlessCopy copy(GetParam(), source_, destination_);
+    copy.awaitFirstBytes();
+
+    copy.cancel();
+
+    EXPECT_THROW(copy.finish(), TaskCancelled);
+    EXPECT_FALSE(fs::exists(destination_));
+}
+
+TEST_F(KernelFileCopierTest, ClonesOrSaysThatTheFileSystemCannot) {
+    write(source_, "content");
+    KernelFileCopier copier({Way::Clone});
+
+    const std::optional<int> failure = failureOf(copier, source_, destination_);
+
+    if (failure) {
+        EXPECT_EQ(failure, EOPNOTSUPP);
+        EXPECT_FALSE(fs::exists(destination_));
+    } else {
+        EXPECT_EQ(contentOf(destination_), "content");
+    }
+}
+
+TEST_F(KernelFileCopierTest, CopiesBetweenFileSystems) {
+    const std::string content = longContent();
+    // A file of no directory lies on a file system of its own.
+    const FileDescriptor memory(memfd_create("source", MFD_CLOEXEC));
+    const fs::path source = "/proc/self/fd/" + std::to_string(memory.get());
+    write(source, content);
+    KernelFileCopier inKernelOnly({Way::CopyInKernel});
+    ASSERT_EQ(failureOf(inKernelOnly, source, destination_), EOPNOTSUPP);
+
+    copier_.copy(source, destination_, CancellationToken());
+
+    EXPECT_TRUE(contentOf(destination_) == content);
+}
+
+TEST_F(KernelFileCopierTest, EndsWithASourceThatShrinksMeanwhile) {
+    EndlessCopy copy(Way::ReadAndWrite, source_, destination_);
+    copy.awaitFirstBytes();
+
+    fs::resize_file(source_, 1);
+
+    EXPECT_NO_THROW(copy.finish());
+    EXPECT_LT(fs::file_size(destination_), static_cast<std::uintmax_t>(EndlessCopy::size));
+}
+
+TEST_F(KernelFileCopierTest, LeavesOutWhatASourceGrowsByMeanwhile) {
+    write(source_, "");
+    constexpr std::uintmax_t size = std::uintmax_t{64} << 20;
+    fs::resize_file(source_, size);
+    const FileDescriptor events(inotify_init1(IN_CLOEXEC));
+    inotify_add_watch(events.get(), directory_.path().c_str(), IN_MODIFY);
+    auto copy = std::async(std::launch::async, [this] {
+        KernelFileCopier({Way::ReadAndWrite}).copy(source_, destination_, CancellationToken());
+    });
+    std::array<char, 4096> event{};
+    ASSERT_GT(read(events.get(), event.data(), event.size()), 0);
+
+    fs::resize_file(source_, static_cast<std::uintmax_t>(EndlessCopy::size));
+
+    copy.get();
+    EXPECT_EQ(fs::file_size(destination_), size);
+}
+
+} // namespace
+} // namespace orvel

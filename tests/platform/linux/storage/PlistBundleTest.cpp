@@ -1,0 +1,130 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/linux/storage/PlistBundle.h"
+
+#include "core/Errors.h"
+#include "tests/platform/WrittenPropertyList.h"
+#include "tests/support/TemporaryDirectory.h"
+#include "tests/support/UnprivilegedUser.h"
+
+#include <QByteArray>
+#include <QtGlobal>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <string>
+
+namespace orvel::test {
+
+namespace {
+
+class PlistBundleTest : public testing::Test {
+protected:
+    void write(const std::string& name, const std::string& content) {
+        writeFile(folder_ / name, content);
+    }
+
+    /// The error of reading the folder.
+    [[nodiscard]] tavrin::PlatformError error() const {
+        try {
+            const PlistBundle bundle(folder_.path());
+        } catch (const tavrin::PlatformError& failure) {
+            return failure;
+        }
+        ADD_FAILURE() << "The bundle was read.";
+        return {"", 0, ""};
+    }
+
+    TemporaryDirectory folder_;
+};
+
+} // namespace
+
+TEST_F(PlistBundleTest, ReadsEscapedAndUnicodeText) {
+    EXPECT_EQ(
+        PlistBundle::parse(dictionary({{"a", "&lt;&amp;&gt; \xC3\xA9 &#233;"}})),
+        (PlistBundle::Information{{"a", "<&> \xC3\xA9 \xC3\xA9"}}));
+}
+
+TEST_F(PlistBundleTest, SkipsWhatIsNoString) {
+    EXPECT_EQ(
+        PlistBundle::parse(propertyList(
+            "<dict><key>i</key><integer>1</integer><key>b</key><true/><key>d</key><dict>"
+            "<key>s</key><string>inner</string></dict><key>s</key><string>x</string></dict>")),
+        (PlistBundle::Information{{"s", "x"}}));
+}
+
+TEST_F(PlistBundleTest, RefusesWhatIsNoDictionary) {
+    for (const std::string& content :
+         {std::string(),
+          std::string("garbage"),
+          propertyList(""),
+          propertyList("<string>x</string>"),
+          propertyList("<array/>"),
+          propertyList("<dict><key>a</key><string>x</dict>"),
+          dictionary({{"a", "x"}}).substr(0, 90),
+          std::string("bplist00")}) {
+        write("Info.plist", content);
+        const tavrin::PlatformError failure = error();
+        EXPECT_EQ(failure.code(), EBADMSG) << content;
+        EXPECT_STREQ(
+            failure.what(),
+            "The information property list is not a property list with a dictionary.");
+    }
+}
+
+TEST_F(PlistBundleTest, SaysWhichFileIsMissing) {
+    const tavrin::PlatformError failure = error();
+    EXPECT_EQ(failure.code(), ENOENT);
+    EXPECT_THAT(failure.what(), testing::HasSubstr("Info.plist: No such file or directory"));
+}
+
+TEST_F(PlistBundleTest, RefusesAFileThatIsTooLong) {
+    write("Info.plist", std::string(PlistBundle::maximumFileBytes + 1, ' '));
+    EXPECT_EQ(error().code(), EFBIG);
+}
+
+TEST_F(PlistBundleTest, RefusesAFolderInPlaceOfTheFile) {
+    std::filesystem::create_directory(folder_ / "Info.plist");
+    EXPECT_EQ(error().code(), EISDIR);
+}
+
+TEST_F(PlistBundleTest, SaysThatTheFileMayNotBeRead) {
+    write("Info.plist", dictionary({}));
+    std::filesystem::permissions(folder_ / "Info.plist", std::filesystem::perms::none);
+    const UnprivilegedUser user;
+    EXPECT_EQ(error().code(), EACCES);
+}
+
+TEST_F(PlistBundleTest, TheEnvironmentNamesTheFolder) {
+    qputenv("ORVEL_AGENT_BUNDLE", QByteArray::fromStdString(folder_.path().string()));
+    const std::filesystem::path named = PlistBundle::defaultFolder();
+    qunsetenv("ORVEL_AGENT_BUNDLE");
+    EXPECT_EQ(named, folder_.path());
+}
+
+TEST_F(PlistBundleTest, TheBuildTreeHasABundleBesideItsPrograms) {
+    const PlistBundle bundle(PlistBundle::defaultFolder());
+    for (const char* key :
+         {"CFBundleIdentifier",
+          "CFBundleDisplayName",
+          "CFBundleName",
+          "CFBundleShortVersionString",
+          "CFBundleVersion",
+          "API_HOST",
+          "WEB_HOST",
+          "FIREBASE_API_KEY",
+          "IDENTITY_TOOLKIT_URL",
+          "SECURE_TOKEN_URL",
+          "TLS_EXTRA_CA",
+          "SUFeedURL",
+          "SUPublicEDKey"}) {
+        EXPECT_TRUE(bundle.infoString(key)) << key;
+    }
+    EXPECT_NE(bundle.identifier(), "");
+    EXPECT_THAT(bundle.resource("CHANGELOG", "md").value_or(""), testing::HasSubstr("## ["));
+}
+
+} // namespace orvel::test

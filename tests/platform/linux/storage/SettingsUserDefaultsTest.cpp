@@ -1,0 +1,331 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/linux/storage/SettingsUserDefaults.h"
+
+#include "core/Errors.h"
+#include "tests/platform/FileSizeLimit.h"
+#include "tests/support/SmallDisk.h"
+#include "tests/support/TemporaryDirectory.h"
+#include "tests/support/UnprivilegedUser.h"
+
+#include <QLockFile>
+#include <QString>
+#include <QtGlobal>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <future>
+#include <iterator>
+#include <limits>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+namespace orvel::test {
+
+namespace {
+
+using tavrin::Date;
+using tavrin::PlatformError;
+
+constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
+
+Date dateOf(double seconds) {
+    return Date(tavrin::Seconds(seconds));
+}
+
+/// Whether the check holds in a process of its own, which shares nothing but the files.
+bool holdsInAnotherProcess(const std::function<bool()>& check) {
+    const pid_t child = fork();
+    if (child == 0) {
+        bool holds = false;
+        try {
+            holds = check();
+        } catch (const std::exception&) {
+            // Reported as a check that does not hold.
+        }
+        _exit(holds ? 0 : 1);
+    }
+    int status = -1;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+mode_t modeOf(const std::filesystem::path& path) {
+    struct stat status {};
+    stat(path.c_str(), &status);
+    return status.st_mode & 07777U;
+}
+
+template <typename Work>
+PlatformError errorOf(Work work) {
+    try {
+        work();
+    } catch (const PlatformError& failure) {
+        return failure;
+    }
+    ADD_FAILURE() << "Nothing was thrown.";
+    return {"", 0, ""};
+}
+
+class SettingsUserDefaultsTest : public testing::Test {
+protected:
+    [[nodiscard]] std::string text() const {
+        std::ifstream file(file_);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+    void writeText(const std::string& content) {
+        std::filesystem::create_directories(file_.parent_path());
+        std::ofstream(file_) << content;
+    }
+
+    [[nodiscard]] std::vector<std::string> fileNames() const {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(file_.parent_path())) {
+            names.push_back(entry.path().filename().string());
+        }
+        return names;
+    }
+
+    TemporaryDirectory folder_;
+    std::filesystem::path file_ = folder_ / "config" / "orvel-agent" / "defaults.conf";
+};
+
+} // namespace
+
+TEST_F(SettingsUserDefaultsTest, TheDefaultFileIsInTheUsersConfigurationFolder) {
+    EXPECT_EQ(
+        SettingsUserDefaults::defaultFile(),
+        std::filesystem::path(qEnvironmentVariable("XDG_CONFIG_HOME").toStdString()) /
+            "orvel-agent" / "defaults.conf");
+}
+
+TEST_F(SettingsUserDefaultsTest, WritesTextThatAPersonCanRead) {
+    SettingsUserDefaults defaults(file_);
+    defaults.setString("collection.mode", "metadataOnly");
+    defaults.setBoolean("messages.backfill.done", true);
+    defaults.setInteger("messages.rowid.watermark", 4711);
+    defaults.setDate("messages.last24h.at", dateOf(1'710'003'942.123));
+    defaults.setString("other", "12");
+    EXPECT_EQ(
+        text(),
+        "collection.mode=metadataOnly\n"
+        "messages.backfill.done=true\n"
+        "messages.last24h.at=2024-03-09T17:05:42.123Z\n"
+        "messages.rowid.watermark=4711\n"
+        "other='12\n");
+}
+
+TEST_F(SettingsUserDefaultsTest, ReadsWhatAPersonWrote) {
+    writeText("# The user's choice\n"
+              "collection.mode=metadataOnly\n"
+              "\n"
+              "messages.rowid.watermark=4711\n"
+              "fraction=1.5\n"
+              "list=1,2\n"
+              "empty=\n"
+              "long=9223372036854775808");
+    const SettingsUserDefaults defaults(file_);
+    EXPECT_EQ(defaults.string("collection.mode"), "metadataOnly");
+    EXPECT_EQ(defaults.integer("messages.rowid.watermark"), 4711);
+    EXPECT_EQ(defaults.integer("fraction"), std::nullopt);
+    EXPECT_EQ(defaults.integer("list"), std::nullopt);
+    EXPECT_EQ(defaults.string("list"), "1,2");
+    EXPECT_EQ(defaults.string("empty"), "");
+    EXPECT_EQ(defaults.integer("long"), std::nullopt);
+}
+
+TEST_F(SettingsUserDefaultsTest, AWriteIsThereForAnotherProcessWhenItReturns) {
+    SettingsUserDefaults defaults(file_);
+    defaults.setInteger("integer", largest);
+    defaults.setString("string", " \xC3\xA9\n,");
+    defaults.setBoolean("boolean", false);
+    defaults.setDate("date", dateOf(1'710'003'942.123));
+    EXPECT_TRUE(holdsInAnotherProcess([this] {
+        const SettingsUserDefaults theirs(file_);
+        return theirs.integer("integer") == largest && theirs.string("string") == " \xC3\xA9\n," &&
+               theirs.boolean("boolean") == false &&
+               theirs.date("date") == dateOf(1'710'003'942.123);
+    }));
+}
+
+TEST_F(SettingsUserDefaultsTest, OnlyTheOwnerMayReadTheFile) {
+    SettingsUserDefaults defaults(file_);
+    for (const int value : {1, 2}) {
+        defaults.setInteger("k", value);
+        EXPECT_EQ(modeOf(file_), 0600U);
+    }
+    EXPECT_EQ(modeOf(file_.parent_path()), 0700U);
+    EXPECT_EQ(modeOf(file_.parent_path().parent_path()), 0700U);
+}
+
+TEST_F(SettingsUserDefaultsTest, ReplacesTheFileAndLeavesNoneBehind) {
+    SettingsUserDefaults defaults(file_);
+    defaults.setInteger("k", 1);
+    // A second name keeps hold of the first file, whose content must not change any more.
+    std::filesystem::create_hard_link(file_, folder_ / "first");
+    defaults.setInteger("k", 2);
+    std::ifstream first(folder_ / "first");
+    const std::string content{std::istreambuf_iterator<char>(first), {}};
+    EXPECT_EQ(content, "k=1\n");
+    EXPECT_EQ(fileNames(), (std::vector<std::string>{"defaults.conf"}));
+}
+
+TEST_F(SettingsUserDefaultsTest, ProcessesChangeOnlyTheKeysTheySet) {
+    SettingsUserDefaults defaults(file_);
+    defaults.setInteger("ours", 1);
+    defaults.setInteger("theirs", 1);
+    EXPECT_TRUE(holdsInAnotherProcess([this] {
+        SettingsUserDefaults theirs(file_);
+        theirs.setInteger("theirs", 2222);
+        theirs.setInteger("new", 3);
+        return true;
+    }));
+    defaults.setInteger("ours", 4);
+    EXPECT_EQ(text(), "new=3\nours=4\ntheirs=2222\n");
+    EXPECT_EQ(defaults.integer("theirs"), 2222);
+    EXPECT_EQ(defaults.integer("new"), 3);
+}
+
+TEST_F(SettingsUserDefaultsTest, AFolderThatMayNotBeWrittenFailsTheWrite) {
+    SettingsUserDefaults defaults(file_);
+    defaults.setInteger("k", 1);
+    const std::string before = text();
+    // For others to enter, but not to change.
+    std::filesystem::permissions(folder_.path(), std::filesystem::perms(0755));
+    std::filesystem::permissions(file_.parent_path().parent_path(), std::filesystem::perms(0755));
+    std::filesystem::permissions(file_.parent_path(), std::filesystem::perms(0555));
+    std::filesystem::permissions(file_, std::filesystem::perms(0644));
+    {
+        const UnprivilegedUser user;
+        const PlatformError failure = errorOf([&defaults] { defaults.setInteger("k", 2); });
+        EXPECT_EQ(failure.code(), EACCES);
+        EXPECT_STREQ(failure.what(), "Could not save the agent's settings: Permission denied");
+    }
+    EXPECT_EQ(defaults.integer("k"), 1);
+    EXPECT_EQ(text(), before);
+    std::filesystem::permissions(file_.parent_path(), std::filesystem::perms(0755));
+}
+
+TEST_F(SettingsUserDefaultsTest, AFailedWriteIsNotCarriedAlongByTheNextOne) {
+    SettingsUserDefaults defaults(file_);
+    defaults.setInteger("k", 1);
+    {
+        const FileSizeLimit limit(1024);
+        const PlatformError failure =
+            errorOf([&defaults] { defaults.setString("k", std::string(4096, 'x')); });
+        EXPECT_EQ(failure.code(), EFBIG);
+        EXPECT_EQ(text(), "k=1\n");
+    }
+    defaults.setInteger("later", 2);
+    EXPECT_EQ(text(), "k=1\nlater=2\n");
+    EXPECT_EQ(fileNames(), (std::vector<std::string>{"defaults.conf"}));
+}
+
+TEST_F(SettingsUserDefaultsTest, AFullDiskFailsTheWriteAndSaysSo) {
+    constexpr std::size_t size = std::size_t{1} << 20;
+    const SmallDisk disk(folder_.path(), size);
+    SettingsUserDefaults defaults(file_);
+    defaults.setInteger("k", 1);
+    const PlatformError failure =
+        errorOf([&defaults] { defaults.setString("k", std::string(2 * size, 'x')); });
+    EXPECT_EQ(failure.code(), disk.errorWhenFull());
+    EXPECT_EQ(
+        std::string(failure.what()),
+        "Could not save the agent's settings: " +
+            std::generic_category().message(disk.errorWhenFull()));
+    EXPECT_EQ(defaults.integer("k"), 1);
+    EXPECT_EQ(text(), "k=1\n");
+    defaults.setInteger("k", 2);
+    EXPECT_EQ(text(), "k=2\n");
+}
+
+TEST_F(SettingsUserDefaultsTest, AFileThatMayNotBeReadIsNotTakenForAnEmptyOne) {
+    writeText("k=1\n");
+    std::filesystem::permissions(file_, std::filesystem::perms::none);
+    const UnprivilegedUser user;
+    const PlatformError failure = errorOf([this] { const SettingsUserDefaults defaults(file_); });
+    EXPECT_EQ(failure.code(), EACCES);
+    EXPECT_THAT(failure.what(), testing::HasSubstr("Could not read the agent's settings"));
+}
+
+TEST_F(SettingsUserDefaultsTest, ADamagedFileIsNotTakenForAnEmptyOne) {
+    int count = 0;
+    for (const std::string_view damaged :
+         {std::string_view("k=1\nother"),
+          std::string_view("=1\n"),
+          std::string_view("k=\\x\n"),
+          std::string_view("k=\\"),
+          std::string_view("k=\xFF\n"),
+          std::string_view("\0\0\0\0", 4)}) {
+        const std::filesystem::path file = folder_ / std::to_string(count++);
+        std::ofstream(file) << damaged;
+        const PlatformError failure =
+            errorOf([&file] { const SettingsUserDefaults defaults(file); });
+        EXPECT_EQ(failure.code(), EBADMSG) << damaged;
+    }
+}
+
+TEST_F(SettingsUserDefaultsTest, AFolderInPlaceOfTheFileIsAnError) {
+    std::filesystem::create_directories(file_);
+    EXPECT_THROW(const SettingsUserDefaults defaults(file_), PlatformError);
+}
+
+TEST_F(SettingsUserDefaultsTest, APipeInPlaceOfTheFileIsAnErrorAndNotWaitedFor) {
+    std::filesystem::create_directories(file_.parent_path());
+    ASSERT_EQ(mkfifo(file_.c_str(), S_IRUSR | S_IWUSR), 0);
+    EXPECT_THROW(SettingsUserDefaults{file_}, tavrin::PlatformError);
+}
+
+TEST_F(SettingsUserDefaultsTest, AReadDoesNotWaitForAWrite) {
+    SettingsUserDefaults defaults(file_);
+    defaults.setInteger("k", 1);
+    // As another process does while it writes: our write waits for it.
+    QLockFile lock(QString::fromStdString(file_.string() + ".lock"));
+    ASSERT_TRUE(lock.lock());
+    auto writer = std::async(std::launch::async, [&defaults] { defaults.setInteger("k", 2); });
+    auto reader = std::async(std::launch::async, [&defaults] { return defaults.integer("k"); });
+    EXPECT_EQ(reader.wait_for(std::chrono::seconds(20)), std::future_status::ready);
+    EXPECT_EQ(writer.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+    EXPECT_EQ(reader.get(), 1);
+    lock.unlock();
+    writer.get();
+    EXPECT_EQ(defaults.integer("k"), 2);
+}
+
+TEST_F(SettingsUserDefaultsTest, KeepsTheWritesOfSeveralThreads) {
+    SettingsUserDefaults defaults(file_);
+    std::vector<std::thread> threads;
+    for (int index = 0; index < 4; ++index) {
+        threads.emplace_back([&defaults, index] {
+            const std::string key = "thread" + std::to_string(index);
+            for (int value = 1; value <= 5; ++value) {
+                defaults.setInteger(key, value);
+                EXPECT_EQ(defaults.integer(key), value);
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(text(), "thread0=5\nthread1=5\nthread2=5\nthread3=5\n");
+}
+
+} // namespace orvel::test

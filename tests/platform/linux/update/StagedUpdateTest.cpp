@@ -1,0 +1,298 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/linux/update/StagedUpdate.h"
+
+#include "core/Errors.h"
+#include "platform/linux/update/UpdateError.h"
+#include "tests/support/SmallDisk.h"
+#include "tests/support/TemporaryDirectory.h"
+#include "tests/support/UnprivilegedUser.h"
+#include "tests/support/UpdateSigner.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace orvel {
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+/// "nobody".
+constexpr uid_t stranger = 65534;
+
+using Use = StagedUpdate::Use;
+
+std::string content(const std::filesystem::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+/// Runs that on a thread whose every positioned read fails as on a broken disk.
+void withBrokenReads(const std::function<void()>& work) {
+    std::thread([&work] {
+        std::array filter{
+            sock_filter BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+            sock_filter BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_pread64, 0, 1),
+            sock_filter BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EIO),
+            sock_filter BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+        const sock_fprog program{filter.size(), filter.data()};
+        ASSERT_EQ(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), 0);
+        ASSERT_EQ(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program), 0);
+        work();
+    }).join();
+}
+
+/// Both ways to stage a file have to keep the same promises.
+class StagedUpdateTest : public testing::TestWithParam<StagedUpdate::Way> {
+protected:
+    StagedUpdate staged(std::uint64_t length) { return {place_, length, GetParam()}; }
+
+    void write(const std::filesystem::path& file, const std::string& text) {
+        std::ofstream(file, std::ios::binary) << text;
+    }
+
+    [[nodiscard]] std::vector<std::string> files() const {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(folder_.path())) {
+            names.push_back(entry.path().filename());
+        }
+        return names;
+    }
+
+    [[nodiscard]] UpdateKey key() const { return *UpdateKey::fromBase64(signer_.publicKey()); }
+    [[nodiscard]] UpdateSignature signature(const std::string& text) const {
+        return *updateSignatureFromBase64(signer_.signature(text));
+    }
+
+    /// Why it was refused; empty when it was not.
+    std::string refusal(StagedUpdate& update, const UpdateSignature& signature) {
+        try {
+            update.verify(key(), signature);
+            return "";
+        } catch (const UpdateError& error) {
+            return error.what();
+        }
+    }
+
+    test::TemporaryDirectory folder_;
+    std::filesystem::path place_ = folder_ / "Agent.AppImage";
+    test::UpdateSigner signer_;
+};
+
+INSTANTIATE_TEST_SUITE_P(
+    BothWays,
+    StagedUpdateTest,
+    testing::Values(StagedUpdate::Way::WithoutName, StagedUpdate::Way::Named));
+
+} // namespace
+
+TEST_P(StagedUpdateTest, TakesThePlaceOfAFile) {
+    write(place_, "old");
+    StagedUpdate update = staged(3);
+    update.append("n");
+    update.append("ew");
+    EXPECT_EQ(content(place_), "old");
+    update.verify(key(), signature("new"));
+    update.putInPlace(Use::Program);
+    EXPECT_EQ(content(place_), "new");
+    EXPECT_THAT(files(), ElementsAre("Agent.AppImage"));
+}
+
+TEST_P(StagedUpdateTest, KeepsTheModeOfAnOwnProgramOnlyAndLetsNobodyElseWrite) {
+    const auto file = [this](mode_t mode, bool isOurs = true) {
+        return [this, mode, isOurs] {
+            write(place_, "old");
+            chmod(place_.c_str(), mode);
+            EXPECT_EQ(chown(place_.c_str(), isOurs ? geteuid() : stranger, gid_t(-1)), 0);
+        };
+    };
+    const auto link = [this] {
+        write(folder_ / "target", "target");
+        chmod((folder_ / "target").c_str(), 0600);
+        std::filesystem::create_symlink("target", place_);
+    };
+    struct Case {
+        const char* name;
+        std::function<void()> prepare;
+        Use use;
+        unsigned mode;
+    };
+    std::vector<Case> cases = {
+        {"usual", file(0755), Use::Program, 0755},
+        {"for the owner", file(0700), Use::Program, 0700},
+        {"for some", file(0751), Use::Program, 0751},
+        {"writable for the world", file(0777), Use::Program, 0755},
+        {"with the owner's rights", file(04755), Use::Program, 0755},
+        {"missing", [] {}, Use::Program, 0755},
+        {"link", link, Use::Program, 0755},
+        {"new package", [] {}, Use::Document, 0644},
+        {"package writable for the world", file(0666), Use::Document, 0644},
+        {"link in a package's place", link, Use::Document, 0644}};
+    if (geteuid() == 0) {
+        // Nobody else can give a file away.
+        cases.push_back({"foreign", file(0666, false), Use::Program, 0755});
+    }
+    for (const Case& each : cases) {
+        std::filesystem::remove(place_);
+        each.prepare();
+        StagedUpdate update = staged(3);
+        update.append("new");
+        update.verify(key(), signature("new"));
+        update.putInPlace(each.use);
+        struct stat status {};
+        ASSERT_EQ(lstat(place_.c_str(), &status), 0) << each.name;
+        EXPECT_TRUE(S_ISREG(status.st_mode)) << each.name;
+        EXPECT_EQ(status.st_uid, geteuid()) << each.name;
+        EXPECT_EQ(status.st_mode & 07777U, each.mode) << each.name;
+    }
+    EXPECT_EQ(content(folder_ / "target"), "target");
+}
+
+TEST_P(StagedUpdateTest, ARunningFileGoesOnWithItsContent) {
+    write(place_, "old");
+    std::ifstream running(place_);
+    StagedUpdate update = staged(3);
+    update.append("new");
+    update.verify(key(), signature("new"));
+    update.putInPlace(Use::Program);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(running), {}), "old");
+}
+
+TEST_P(StagedUpdateTest, IsForItsOwnerOnlyWhileItArrives) {
+    const StagedUpdate update = staged(3);
+    for (const auto& entry : std::filesystem::directory_iterator(folder_.path())) {
+        EXPECT_EQ(entry.status().permissions(), std::filesystem::perms(0600));
+    }
+}
+
+TEST_P(StagedUpdateTest, NothingIsLeftOfWhatWasNotPutInPlace) {
+    {
+        StagedUpdate update = staged(3);
+        update.append("new");
+        update.verify(key(), signature("new"));
+    }
+    EXPECT_THAT(files(), IsEmpty());
+}
+
+TEST_P(StagedUpdateTest, OnlyTheWholeSignedContentIsVerified) {
+    {
+        StagedUpdate update = staged(4);
+        update.append("new");
+        EXPECT_EQ(
+            refusal(update, signature("new")),
+            "The update is shorter than announced: 3 bytes instead of 4.");
+    }
+    {
+        StagedUpdate update = staged(3);
+        update.append("neu");
+        EXPECT_EQ(
+            refusal(update, signature("new")),
+            "The signature of the update is not valid. It was not installed.");
+    }
+    {
+        StagedUpdate update = staged(3);
+        update.append("new");
+        EXPECT_EQ(refusal(update, signature("new")), "");
+    }
+    EXPECT_THAT(files(), IsEmpty());
+}
+
+TEST_P(StagedUpdateTest, ABrokenDiskIsSaid) {
+    StagedUpdate update = staged(3);
+    update.append("new");
+    withBrokenReads([&] {
+        try {
+            update.verify(key(), signature("new"));
+            ADD_FAILURE() << "Verified.";
+        } catch (const tavrin::PlatformError& error) {
+            EXPECT_EQ(error.code(), EIO);
+            EXPECT_THAT(error.what(), HasSubstr("Could not read the update"));
+        }
+    });
+}
+
+TEST_P(StagedUpdateTest, TakesNoMoreThanAnnounced) {
+    StagedUpdate update = staged(3);
+    update.append("ne");
+    try {
+        update.append("wer");
+        ADD_FAILURE() << "Accepted.";
+    } catch (const UpdateError& error) {
+        EXPECT_STREQ(error.what(), "The update is longer than the announced 3 bytes.");
+    }
+    EXPECT_EQ(update.received(), 2U);
+}
+
+TEST_P(StagedUpdateTest, WhatACrashLeftBehindIsNotInTheWay) {
+    write(folder_ / ".Agent.AppImage.update", "left");
+    StagedUpdate update = staged(3);
+    update.append("new");
+    update.verify(key(), signature("new"));
+    update.putInPlace(Use::Program);
+    EXPECT_THAT(files(), ElementsAre("Agent.AppImage"));
+    EXPECT_EQ(content(place_), "new");
+}
+
+TEST_P(StagedUpdateTest, AFullDiskIsNoticedBeforeAnythingIsWritten) {
+    const test::SmallDisk disk(folder_.path(), 64 * 1024);
+    write(place_, "old");
+    try {
+        const StagedUpdate update = staged(1024 * 1024);
+        ADD_FAILURE() << "There was room.";
+    } catch (const tavrin::PlatformError& error) {
+        EXPECT_EQ(error.code(), disk.errorWhenFull());
+        EXPECT_THAT(
+            error.what(), HasSubstr("Could not store the update beside " + place_.string()));
+    }
+    EXPECT_THAT(files(), ElementsAre("Agent.AppImage"));
+    EXPECT_EQ(content(place_), "old");
+}
+
+TEST_P(StagedUpdateTest, AFolderThatCannotBeWrittenToIsSaid) {
+    ASSERT_EQ(chmod(folder_.path().c_str(), 0755), 0);
+    const test::UnprivilegedUser user;
+    EXPECT_THROW(staged(3), tavrin::PlatformError);
+}
+
+TEST_P(StagedUpdateTest, AFolderThatIsMissingIsSaid) {
+    EXPECT_THROW(StagedUpdate(folder_ / "missing" / "file", 3, GetParam()), tavrin::PlatformError);
+}
+
+TEST(StagedUpdateNameTest, AFileExchangedByAnotherIsNotInstalled) {
+    const test::TemporaryDirectory folder;
+    const test::UpdateSigner signer;
+    const std::filesystem::path place = folder / "Agent.AppImage";
+    std::ofstream(place) << "old";
+    StagedUpdate update(place, 3, StagedUpdate::Way::Named);
+    update.append("new");
+    update.verify(
+        *UpdateKey::fromBase64(signer.publicKey()),
+        *updateSignatureFromBase64(signer.signature("new")));
+    const std::filesystem::path hidden = folder / ".Agent.AppImage.update";
+    std::filesystem::remove(hidden);
+    std::ofstream(hidden) << "evil";
+    EXPECT_THROW(update.putInPlace(Use::Program), UpdateError);
+    EXPECT_EQ(content(place), "old");
+}
+
+} // namespace orvel

@@ -1,0 +1,180 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/linux/update/UpdateOffer.h"
+
+#include "platform/linux/update/UpdateError.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace orvel {
+
+namespace {
+
+UpdateVersion version(const std::string& text) {
+    return *UpdateVersion::parse(text);
+}
+
+UpdateCriteria criteria() {
+    return {version("1.5"), std::nullopt, "x86_64", "application/vnd.appimage", version("2.36")};
+}
+
+AppcastItem item(const std::string& itsVersion) {
+    AppcastItem made;
+    made.version = itsVersion;
+    made.enclosure.emplace();
+    made.enclosure->url = "https://updates.test.example/" + itsVersion;
+    made.enclosure->type = "application/vnd.appimage";
+    made.enclosure->length = "1000";
+    made.enclosure->signature = std::string(86, 'A') + "==";
+    made.enclosure->system = "linux";
+    made.enclosure->architecture = "x86_64";
+    return made;
+}
+
+/// The version offered; empty when there is none.
+std::string
+offered(const std::vector<AppcastItem>& items, const UpdateCriteria& accepted = criteria()) {
+    const auto offer = newestUpdate(items, accepted);
+    return offer ? offer->update.version : "";
+}
+
+using Change = std::function<void(AppcastItem&)>;
+
+} // namespace
+
+TEST(UpdateOfferTest, OffersTheNewestWhateverTheOrder) {
+    EXPECT_EQ(offered({item("1.9"), item("1.10"), item("1.2")}), "1.10");
+    EXPECT_EQ(offered({item("1.10"), item("1.9")}), "1.10");
+}
+
+TEST(UpdateOfferTest, NothingOlderOrEqualIsOffered) {
+    EXPECT_EQ(offered({}), "");
+    EXPECT_EQ(offered({item("1.4"), item("1.5"), item("1.5.0"), item("1.5-rc9"), item("0.9")}), "");
+}
+
+TEST(UpdateOfferTest, SaysWhatTheItemSays) {
+    AppcastItem full = item("2.0");
+    full.shortVersion = std::string(100, 'x');
+    full.description = "Notes.";
+    const auto offer = newestUpdate({full}, criteria());
+    ASSERT_TRUE(offer);
+    EXPECT_EQ(offer->update, (SoftwareUpdate{"2.0", std::string(64, 'x'), "Notes.", 1000}));
+    EXPECT_EQ(offer->url, "https://updates.test.example/2.0");
+    EXPECT_EQ(newestUpdate({item("2.0")}, criteria())->update.displayVersion, "2.0");
+}
+
+TEST(UpdateOfferTest, LeavesOutWhatIsNotForThisCopy) {
+    const std::vector<std::pair<const char*, Change>> others = {
+        {"another system",
+         [](AppcastItem& each) {
+             each.enclosure->system = "macos";
+         }},
+        {"no system",
+         [](AppcastItem& each) {
+             each.enclosure->system = "";
+         }},
+        {"another architecture",
+         [](AppcastItem& each) {
+             each.enclosure->architecture = "aarch64";
+         }},
+        {"no architecture",
+         [](AppcastItem& each) {
+             each.enclosure->architecture = "";
+         }},
+        {"another kind",
+         [](AppcastItem& each) {
+             each.enclosure->type = "application/vnd.debian.binary-package";
+         }},
+        {"no kind",
+         [](AppcastItem& each) {
+             each.enclosure->type = "";
+         }},
+        {"a channel",
+         [](AppcastItem& each) {
+             each.channel = "beta";
+         }},
+        {"no enclosure",
+         [](AppcastItem& each) {
+             each.enclosure.reset();
+         }},
+        {"a newer system", [](AppcastItem& each) {
+             each.minimumSystemVersion = "2.37";
+         }}};
+    for (const auto& [name, change] : others) {
+        AppcastItem changed = item("3.0");
+        change(changed);
+        EXPECT_EQ(offered({changed, item("2.0")}), "2.0") << name;
+        EXPECT_EQ(offered({changed}), "") << name;
+    }
+    AppcastItem justRight = item("3.0");
+    justRight.minimumSystemVersion = "2.36";
+    EXPECT_EQ(offered({justRight, item("2.0")}), "3.0");
+}
+
+TEST(UpdateOfferTest, WhatWasSkippedAndWhatIsOlderIsLeftOut) {
+    UpdateCriteria skipping = criteria();
+    skipping.skipped = version("2.0");
+    EXPECT_EQ(offered({item("1.9"), item("2.0")}, skipping), "");
+    EXPECT_EQ(offered({item("2.0"), item("2.0.1")}, skipping), "2.0.1");
+}
+
+TEST(UpdateOfferTest, WhatCannotBeDownloadedAndVerifiedIsRefused) {
+    struct Case {
+        Change change;
+        const char* sentence;
+    };
+    const std::vector<Case> cases = {
+        {[](AppcastItem& each) { each.version = ""; }, "An update in the feed has no version."},
+        {[](AppcastItem& each) { each.version = "2.0/../x"; },
+         "An update in the feed has an unusable version."},
+        {[](AppcastItem& each) { each.minimumSystemVersion = "any"; },
+         "Update 2.0 in the feed has an unusable minimum system version."},
+        {[](AppcastItem& each) { each.enclosure->signature = ""; },
+         "Update 2.0 in the feed has no signature."},
+        {[](AppcastItem& each) { each.enclosure->signature = "c2ln"; },
+         "Update 2.0 in the feed has an unusable signature."},
+        {[](AppcastItem& each) { each.enclosure->length = ""; },
+         "Update 2.0 in the feed has no length."},
+        {[](AppcastItem& each) { each.enclosure->length = "0"; },
+         "Update 2.0 in the feed has an unusable length."},
+        {[](AppcastItem& each) { each.enclosure->length = "-1"; },
+         "Update 2.0 in the feed has an unusable length."},
+        {[](AppcastItem& each) { each.enclosure->length = "1e3"; },
+         "Update 2.0 in the feed has an unusable length."},
+        {[](AppcastItem& each) { each.enclosure->length = "268435457"; },
+         "Update 2.0 in the feed has an unusable length."},
+        {[](AppcastItem& each) { each.enclosure->length = "18446744073709551617"; },
+         "Update 2.0 in the feed has an unusable length."},
+        {[](AppcastItem& each) { each.enclosure->url = ""; },
+         "Update 2.0 in the feed has no address."},
+        {[](AppcastItem& each) { each.enclosure->url = "http://h/x"; },
+         "Update 2.0 would have to be loaded without encryption, which is refused."},
+        {[](AppcastItem& each) { each.enclosure->url = "update.AppImage"; },
+         "Update 2.0 would have to be loaded without encryption, which is refused."}};
+    for (const Case& each : cases) {
+        AppcastItem changed = item("2.0");
+        each.change(changed);
+        try {
+            static_cast<void>(newestUpdate({changed}, criteria()));
+            ADD_FAILURE() << "Accepted, instead of: " << each.sentence;
+        } catch (const UpdateError& error) {
+            EXPECT_STREQ(error.what(), each.sentence);
+        }
+    }
+    AppcastItem largest = item("2.0");
+    largest.enclosure->length = "268435456";
+    EXPECT_EQ(offered({largest}), "2.0");
+}
+
+TEST(UpdateOfferTest, WhatAnOldItemLacksDoesNotMatter) {
+    AppcastItem old = item("1.0");
+    old.enclosure->signature = "";
+    EXPECT_EQ(offered({old, item("2.0")}), "2.0");
+}
+
+} // namespace orvel
