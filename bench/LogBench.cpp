@@ -4,9 +4,9 @@
 // reading to the painted list, with the list full and 500 entries new, against a frame of 16 ms. In
 // time of the processor, which other programs do not add to.
 
-#include "OrvelAgent/LogListModel.h"
-#include "OrvelAgent/LogReader.h"
-#include "OrvelAgent/LogView.h"
+#include "OrvelAgent/log/LogReader.h"
+#include "OrvelAgent/ui/log/LogListModel.h"
+#include "OrvelAgent/ui/log/LogView.h"
 #include "bench/BenchmarkTable.h"
 #include "platform/Clock.h"
 #include "platform/LogStore.h"

@@ -3,12 +3,12 @@
 // What a scan costs, each time against a floor that is measured in the same run: the loop over
 // SQLite that nothing can undercut, `cp`, or the other end of the database.
 
-#include "OrvelAgent/CollectorService.h"
-#include "OrvelAgent/Configuration.h"
-#include "OrvelAgent/IdentityEnricher.h"
-#include "OrvelAgent/IngestClient.h"
-#include "OrvelAgent/JSONCoding.h"
-#include "OrvelAgent/Worker.h"
+#include "OrvelAgent/base/Configuration.h"
+#include "OrvelAgent/base/Worker.h"
+#include "OrvelAgent/network/JSONCoding.h"
+#include "OrvelAgent/scan/CollectorService.h"
+#include "OrvelAgent/scan/IdentityEnricher.h"
+#include "OrvelAgent/scan/IngestClient.h"
 #include "bench/BenchmarkTable.h"
 #include "bench/ChildProcess.h"
 #include "core/messages/ChatDatabaseSnapshot.h"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "OrvelAgent/Envelope.h"
+#include "OrvelAgent/network/Envelope.h"
 
-#include "OrvelAgent/IngestClient.h"
+#include "OrvelAgent/scan/IngestClient.h"
 #include "core/messages/MessageRecord.h"
 #include "fuzz/Check.h"
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/Command.h"
 
-#include "OrvelAgent/Configuration.h"
+#include "OrvelAgent/base/Configuration.h"
 
 namespace orvel {
 

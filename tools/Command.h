@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "OrvelAgent/AuthService.h"
-#include "OrvelAgent/Worker.h"
+#include "OrvelAgent/account/AuthService.h"
+#include "OrvelAgent/base/Worker.h"
 #include "platform/Platform.h"
 #include "tools/ScanArguments.h"
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/ScanCommand.h"
 
-#include "OrvelAgent/Configuration.h"
+#include "OrvelAgent/base/Configuration.h"
 #include "core/messages/ChatDatabaseSnapshot.h"
 #include "tools/OverlayUserDefaults.h"
 #include "tools/PreviewSession.h"

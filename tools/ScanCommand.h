@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "OrvelAgent/CollectorService.h"
-#include "OrvelAgent/Worker.h"
+#include "OrvelAgent/base/Worker.h"
+#include "OrvelAgent/scan/CollectorService.h"
 #include "core/CancellationToken.h"
 #include "platform/Platform.h"
 #include "tools/Command.h"

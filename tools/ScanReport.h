@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "OrvelAgent/CollectorService.h"
+#include "OrvelAgent/scan/CollectorService.h"
 #include "platform/Clock.h"
 
 #include <cstdio>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "OrvelAgent/SignalWatch.h"
+#include "OrvelAgent/base/SignalWatch.h"
 #include "core/Errors.h"
 #include "platform/EventLoop.h"
 #include "tools/AccountCommand.h"

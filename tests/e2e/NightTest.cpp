@@ -2,8 +2,8 @@
 //
 // A night of the agent in some seconds: the whole model against the real service over HTTPS. Only
 // the browser, the keychain, the desktop, the disk's moods and the time are the test's.
-#include "OrvelAgent/AppModel.h"
-#include "OrvelAgent/QueryItems.h"
+#include "OrvelAgent/app/AppModel.h"
+#include "OrvelAgent/network/QueryItems.h"
 #include "service/records/RecordStore.h"
 #include "tests/e2e/ScanHome.h"
 #include "tests/platform/RealBundle.h"

@@ -2,9 +2,9 @@
 //
 // The account as a whole, against the real service over HTTPS. Only the browser, the keychain and
 // the time are the test's.
-#include "OrvelAgent/AuthService.h"
-#include "OrvelAgent/IngestClient.h"
-#include "OrvelAgent/QueryItems.h"
+#include "OrvelAgent/account/AuthService.h"
+#include "OrvelAgent/network/QueryItems.h"
+#include "OrvelAgent/scan/IngestClient.h"
 #include "service/LocalService.h"
 #include "tests/platform/RealBundle.h"
 #include "tests/platform/RealURLSession.h"

@@ -2,7 +2,7 @@
 //
 // An update on its whole way: signed by the tool, served by the real service, found through the
 // service's bundle, and put in the place of the AppImage that runs.
-#include "OrvelAgent/UpdaterService.h"
+#include "OrvelAgent/update/UpdaterService.h"
 #include "platform/linux/network/CurlURLSession.h"
 #include "platform/linux/storage/PlistBundle.h"
 #include "platform/linux/update/AppcastUpdater.h"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "OrvelAgent/Deferred.h"
+#include "OrvelAgent/base/Deferred.h"
 #include "platform/AddressBook.h"
 #include "tests/support/RunTask.h"
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "OrvelAgent/AppModel.h"
+#include "OrvelAgent/app/AppModel.h"
 #include "tests/support/MessagesDatabaseBuilder.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/TestPlatform.h"

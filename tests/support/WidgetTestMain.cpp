@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "OrvelAgent/Accessibility.h"
+#include "OrvelAgent/ui/Accessibility.h"
 
 #include <QApplication>
 #include <QDir>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "OrvelAgent/AppDelegate.h"
+#include "OrvelAgent/ui/AppDelegate.h"
 
 #include "tests/support/FakeWorkspace.h"
 #include "tests/support/RunTask.h"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "OrvelAgent/TavrinMacApp.h"
+#include "OrvelAgent/ui/TavrinMacApp.h"
 
-#include "OrvelAgent/MenuBarContentView.h"
+#include "OrvelAgent/ui/panel/MenuBarContentView.h"
 #include "tests/support/MessagesDatabaseBuilder.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/TemporaryDirectory.h"

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/support/WidgetLayout.h"
 
-#include "OrvelAgent/TextLabel.h"
-#include "OrvelAgent/Theme.h"
+#include "OrvelAgent/ui/controls/TextLabel.h"
+#include "OrvelAgent/ui/controls/Theme.h"
 
 #include <QLabel>
 #include <QPushButton>

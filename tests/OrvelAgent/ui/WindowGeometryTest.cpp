@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "OrvelAgent/WindowGeometry.h"
+#include "OrvelAgent/ui/WindowGeometry.h"
 
 #include "tests/support/InMemoryUserDefaults.h"
 

@@ -1,0 +1,206 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/account/DeviceAuth.h"
+
+#include "OrvelAgent/account/AuthError.h"
+#include "OrvelAgent/base/Configuration.h"
+#include "OrvelAgent/base/Deferred.h"
+#include "OrvelAgent/base/ResumeOnce.h"
+#include "OrvelAgent/network/QueryItems.h"
+#include "core/JSON.h"
+#include "core/SignInFailure.h"
+#include "platform/WebAuthenticationSession.h"
+
+#include <QByteArray>
+#include <QCryptographicHash>
+#include <QRandomGenerator>
+#include <QString>
+#include <QUrl>
+
+#include <array>
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace orvel {
+
+namespace {
+
+void throwIfCancelled(const tavrin::CancellationToken& cancellation) {
+    if (cancellation.isCancelled()) {
+        throw AuthError::cancelled();
+    }
+}
+
+/// The exchange of a code for a custom token.
+struct TokenRequest {
+    static constexpr bool isSecret = true;
+
+    tavrin::Secret code;
+    tavrin::Secret codeVerifier;
+};
+
+void tag_invoke(
+    const boost::json::value_from_tag&, boost::json::value& json, const TokenRequest& request) {
+    boost::json::object& object = json.emplace_object();
+    object.emplace("code", request.code.text());
+    object.emplace("codeVerifier", request.codeVerifier.text());
+}
+
+struct TokenResponse {
+    static constexpr bool isSecret = true;
+
+    tavrin::Secret customToken;
+};
+
+TokenResponse
+tag_invoke(const boost::json::value_to_tag<TokenResponse>&, const boost::json::value& json) {
+    const boost::json::object& object = tavrin::asObject(json);
+    // Nobody needs the account's id, but a reply without it is not a whole one.
+    static_cast<void>(tavrin::stringAt(object, "uid"));
+    return {tavrin::Secret(tavrin::stringAt(object, "customToken"))};
+}
+
+/// Base64url without padding. Overwrites the bytes.
+std::string base64URL(QByteArray bytes) {
+    QByteArray encoded =
+        bytes.toBase64(QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals);
+    std::string text(encoded.constData(), static_cast<std::size_t>(encoded.size()));
+    tavrin::wipe(encoded.data(), static_cast<std::size_t>(encoded.size()));
+    tavrin::wipe(bytes.data(), static_cast<std::size_t>(bytes.size()));
+    return text;
+}
+
+/// The code that a callback carries.
+tavrin::Secret codeFrom(const std::string& callback) {
+    std::optional<std::vector<QueryItem>> items = queryItems(callback);
+    if (!items) {
+        throw AuthError("Sign-in returned an unreadable response.");
+    }
+    std::optional<tavrin::Secret> code;
+    std::optional<tavrin::SignInFailure> failure;
+    for (QueryItem& item : *items) {
+        if (item.name == "error" && item.value && !failure) {
+            failure = tavrin::SignInFailure::fromCallbackError(*item.value);
+        } else if (item.name == "code" && !code) {
+            // Only the first counts, even one without a value.
+            code.emplace(std::move(item.value).value_or(""));
+        }
+        if (item.value) {
+            tavrin::wipe(*item.value);
+        }
+    }
+    if (failure) {
+        throw AuthError(*std::move(failure));
+    }
+    if (!code || code->isEmpty()) {
+        throw AuthError("Sign-in did not return an authorization code.");
+    }
+    return *std::move(code);
+}
+
+struct Report {
+    std::shared_ptr<ResumeOnce> waiting;
+
+    void operator()(std::string url) const { waiting->succeed(std::move(url)); }
+    void operator()(const WebAuthenticationSession::NotStarted&) const {
+        fail(AuthError("Could not open the sign-in window."));
+    }
+    void operator()(const WebAuthenticationSession::Cancelled&) const {
+        fail(AuthError::cancelled());
+    }
+    void operator()(const WebAuthenticationSession::NoResponse&) const {
+        fail(AuthError("Sign-in ended without a response."));
+    }
+    void operator()(WebAuthenticationSession::Failed failed) const {
+        fail(AuthError(std::move(failed.description)));
+    }
+
+    void fail(AuthError error) const { waiting->fail(std::make_exception_ptr(std::move(error))); }
+};
+
+} // namespace
+
+DeviceAuth::DeviceAuth(WebAuthenticationSession& session, const Configuration& configuration)
+    : session_(&session),
+      webBaseURL_(configuration.webBaseURL()),
+      version_(configuration.shortVersion()) {}
+
+std::string DeviceAuth::makeVerifier() {
+    constexpr qsizetype size = 32;
+    std::array<quint32, size / sizeof(quint32)> words{};
+    QRandomGenerator::system()->fillRange(words.data(), words.size());
+    std::string verifier = base64URL(QByteArray(reinterpret_cast<const char*>(words.data()), size));
+    tavrin::wipe(words.data(), size);
+    return verifier;
+}
+
+std::string DeviceAuth::challenge(const std::string& verifier) {
+    const QByteArrayView bytes(verifier.data(), static_cast<qsizetype>(verifier.size()));
+    return base64URL(QCryptographicHash::hash(bytes, QCryptographicHash::Sha256));
+}
+
+QCoro::Task<tavrin::Secret>
+DeviceAuth::authorize(APIClient api, tavrin::CancellationToken cancellation) const {
+    return authorizeFrom(*this, std::move(api), std::move(cancellation));
+}
+
+QCoro::Task<std::string>
+DeviceAuth::present(std::string url, tavrin::CancellationToken cancellation) const {
+    return presentFrom(session_, std::move(url), std::move(cancellation));
+}
+
+std::string DeviceAuth::signInURL(const std::string& verifier) const {
+    const std::vector<QueryItem> items = {
+        {"challenge", challenge(verifier)}, {"client", "mac"}, {"v", version_}};
+    std::string url = webBaseURL_ + "/link?" + percentEncodedQuery(items);
+    if (!QUrl(QString::fromStdString(url), QUrl::StrictMode).isValid()) {
+        throw AuthError("Could not build the sign-in URL.");
+    }
+    return url;
+}
+
+QCoro::Task<tavrin::Secret>
+DeviceAuth::authorizeFrom(DeviceAuth auth, APIClient api, tavrin::CancellationToken cancellation) {
+    tavrin::Secret verifier(makeVerifier());
+    std::string url = auth.signInURL(verifier.text());
+    std::string callbackURL = co_await presentFrom(auth.session_, std::move(url), cancellation);
+    const tavrin::Secret callback(std::move(callbackURL));
+    throwIfCancelled(cancellation);
+
+    auto request = std::make_shared<TokenRequest>();
+    request->code = codeFrom(callback.text());
+    request->codeVerifier = std::move(verifier);
+    std::shared_ptr<const TokenRequest> body = std::move(request);
+    TokenResponse response = co_await api.send<TokenResponse, TokenRequest>(
+        "/api/v1/auth/device/token", "POST", std::move(body), std::move(cancellation));
+    co_return std::move(response.customToken);
+}
+
+QCoro::Task<std::string> DeviceAuth::presentFrom(
+    WebAuthenticationSession* session, std::string url, tavrin::CancellationToken cancellation) {
+    throwIfCancelled(cancellation);
+    const auto callback = std::make_shared<Deferred<std::string>>();
+    const auto waiting = std::make_shared<ResumeOnce>([callback](ResumeOnce::Outcome outcome) {
+        if (auto* error = std::get_if<std::exception_ptr>(&outcome)) {
+            callback->reject(std::move(*error));
+        } else {
+            callback->resolve(std::get<std::string>(std::move(outcome)));
+        }
+    });
+    const auto attempt = session->start(
+        std::move(url), "orvelagent", [waiting](WebAuthenticationSession::Outcome outcome) {
+            std::visit(Report{waiting}, std::move(outcome));
+        });
+    // Not left to the attempt's own end, which is reported later, when all may be gone.
+    const auto registration = cancellation.onCancel([&attempt, waiting] {
+        attempt->cancel();
+        waiting->fail(std::make_exception_ptr(AuthError::cancelled()));
+    });
+    co_return co_await callback->result();
+}
+
+} // namespace orvel

@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "OrvelAgent/base/InQuotes.h"
+
+#include <exception>
+#include <optional>
+#include <string>
+#include <utility>
+
+namespace orvel {
+
+/// A refusal of the identity provider. `what()` is the generic rendering, which is logged and shown
+/// as it is; `message()` is the provider's own word.
+class IdentityError final : public std::exception {
+public:
+    explicit IdentityError(std::string message, std::optional<int> status = std::nullopt)
+        : message_(std::move(message)),
+          status_(status),
+          rendering_(
+              "IdentityError(message: " + inQuotes(message_) + ", status: " +
+              (status_ ? "Optional(" + std::to_string(*status_) + ")" : "nil") + ")") {}
+
+    /// For example "INVALID_REFRESH_TOKEN".
+    [[nodiscard]] const std::string& message() const { return message_; }
+    /// The HTTP status; 0 when the reply was not HTTP.
+    [[nodiscard]] std::optional<int> status() const { return status_; }
+    [[nodiscard]] const char* what() const noexcept override { return rendering_.c_str(); }
+
+private:
+    std::string message_;
+    std::optional<int> status_;
+    std::string rendering_;
+};
+
+} // namespace orvel

@@ -1,0 +1,132 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/network/APIClient.h"
+
+#include "OrvelAgent/base/Configuration.h"
+#include "OrvelAgent/base/Deferred.h"
+#include "OrvelAgent/network/URLLoading.h"
+#include "core/SessionPolicy.h"
+#include "core/Text.h"
+
+#include <QString>
+#include <QTextBoundaryFinder>
+#include <QUrl>
+
+namespace orvel {
+
+namespace {
+
+/// How many characters of a reply that is no envelope are shown to the user.
+constexpr int shownCharacters = 500;
+
+constexpr std::string_view bearer = "Bearer ";
+
+/// The first characters as a reader counts them: a letter with its marks is one, and so is a line
+/// break of two.
+std::string firstCharacters(const std::string& bytes) {
+    if (!tavrin::isValidUTF8(bytes)) {
+        return {};
+    }
+    const QString text = QString::fromStdString(bytes);
+    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
+    qsizetype end = 0;
+    for (int count = 0; count < shownCharacters; ++count) {
+        const qsizetype next = finder.toNextBoundary();
+        if (next < 0) {
+            break;
+        }
+        end = next;
+    }
+    return text.left(end).toStdString();
+}
+
+using Token = std::optional<tavrin::Secret>;
+
+/// Catches everything: whoever waited may have given up meanwhile.
+QCoro::Task<> deliver(APIClient::TokenProvider provider, std::shared_ptr<Deferred<Token>> token) {
+    Token value;
+    std::exception_ptr failure;
+    try {
+        value = co_await provider();
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    if (failure) {
+        token->reject(failure);
+    } else {
+        token->resolve(std::move(value));
+    }
+}
+
+/// The provider may have to wait for a keychain or a network; a request that is cancelled meanwhile
+/// ends at once.
+QCoro::Task<Token>
+tokenOf(APIClient::TokenProvider provider, tavrin::CancellationToken cancellation) {
+    const auto token = std::make_shared<Deferred<Token>>();
+    const auto registration = cancellation.onCancel([token] {
+        token->reject(std::make_exception_ptr(
+            tavrin::URLError(tavrin::URLErrorCode::Cancelled, "The request was cancelled.")));
+    });
+    const QCoro::Task<> delivery = deliver(std::move(provider), token);
+    co_return co_await token->result();
+}
+
+} // namespace
+
+APIClient::APIClient(
+    URLSession& session,
+    Worker& worker,
+    const Configuration& configuration,
+    std::string baseURL,
+    TokenProvider tokenProvider,
+    tavrin::Seconds requestTimeout,
+    SessionExpiredHandler onSessionExpired)
+    : session_(&session),
+      worker_(&worker),
+      userAgent_(configuration.displayName() + "-mac/" + configuration.shortVersion()),
+      baseURL_(std::move(baseURL)),
+      tokenProvider_(std::move(tokenProvider)),
+      requestTimeout_(requestTimeout),
+      onSessionExpired_(std::move(onSessionExpired)),
+      encoder_(std::make_shared<JSONEncoder>()) {}
+
+QCoro::Task<URLRequest> APIClient::makeRequest(
+    std::string path, std::string method, tavrin::CancellationToken cancellation) const {
+    URLRequest request;
+    request.url = baseURL_ + path;
+    if (!QUrl(QString::fromStdString(request.url), QUrl::StrictMode).isValid()) {
+        qFatal("Not a URL: %s", request.url.c_str());
+    }
+    request.method = std::move(method);
+    request.timeout = requestTimeout_;
+    request.headers.emplace_back("Content-Type", "application/json");
+    request.headers.emplace_back("User-Agent", userAgent_);
+    request.headers.emplace_back(
+        tavrin::SessionPolicy::headerName, tavrin::SessionPolicy::headerValue);
+    const std::optional<tavrin::Secret> token = co_await tokenOf(tokenProvider_, cancellation);
+    if (token) {
+        // Of its final size from the start, so that growing leaves no copies.
+        std::string authorization;
+        authorization.reserve(bearer.size() + token->text().size());
+        authorization += bearer;
+        authorization += token->text();
+        request.headers.emplace_back("Authorization", std::move(authorization));
+    }
+    co_return request;
+}
+
+QCoro::Task<URLResponse>
+APIClient::exchange(URLRequest request, tavrin::CancellationToken cancellation) const {
+    return load(session_, std::move(request), std::move(cancellation));
+}
+
+APIClient::Failure APIClient::failureOf(
+    int status,
+    const std::string& body,
+    std::optional<std::string> error,
+    std::optional<std::string> code) {
+    return {
+        APIError(status, error ? *std::move(error) : firstCharacters(body)),
+        tavrin::SessionPolicy::isSessionExpired(status, code)};
+}
+
+} // namespace orvel

@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "OrvelAgent/network/SecretJSON.h"
+
+#include <boost/json/monotonic_resource.hpp>
+#include <boost/json/serializer.hpp>
+#include <boost/json/value.hpp>
+#include <boost/json/value_from.hpp>
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace orvel {
+
+/// A body or a reply that holds secrets says so with `static constexpr bool isSecret = true`.
+template <typename Value>
+concept HoldsSecrets = requires {
+    requires Value::isSecret;
+};
+
+/// Encodes values as JSON text, keys in the order in which each type writes them. The tree of one
+/// value is built in a buffer that the next value uses again; one with secrets is built apart and
+/// leaves nothing behind. One thread at a time.
+class JSONEncoder final {
+public:
+    template <typename Value>
+    [[nodiscard]] std::string encode(const Value& value) {
+        if constexpr (HoldsSecrets<Value>) {
+            return serializeSecretJSON(boost::json::value_from(value, wipingStorage()));
+        }
+        boost::json::monotonic_resource resource(buffer_.get(), bufferSize);
+        const boost::json::value tree = boost::json::value_from(value, &resource);
+        serializer_.reset(&tree);
+        // Batches resemble each other: with the room of the last one, the text grows but rarely.
+        std::string text(lastSize_ + lastSize_ / 4 + minimumRoom, '\0');
+        std::size_t size = 0;
+        while (!serializer_.done()) {
+            if (size == text.size()) {
+                text.resize(2 * size);
+            }
+            size += serializer_.read(text.data() + size, text.size() - size).size();
+        }
+        text.resize(size);
+        lastSize_ = size;
+        return text;
+    }
+
+private:
+    // Room for a usual batch of 500 records; a larger one takes more from the heap while it lasts.
+    static constexpr std::size_t bufferSize = std::size_t{2} << 20U;
+
+    static constexpr std::size_t minimumRoom = 256;
+
+    std::unique_ptr<unsigned char[]> buffer_ = // NOLINT(modernize-avoid-c-arrays)
+        std::make_unique_for_overwrite<unsigned char[]>(
+            bufferSize); // NOLINT(modernize-avoid-c-arrays)
+    boost::json::serializer serializer_;
+    std::size_t lastSize_ = 0;
+};
+
+/// The body of requests that carry nothing.
+struct Empty {};
+
+inline void tag_invoke(const boost::json::value_from_tag&, boost::json::value& json, const Empty&) {
+    json.emplace_object();
+}
+
+} // namespace orvel

@@ -1,0 +1,97 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "OrvelAgent/network/APIClient.h"
+#include "core/CancellationToken.h"
+#include "core/messages/MessageRecord.h"
+
+#include <QCoroTask>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+namespace orvel {
+
+/// The collection's view of the service: uploads batches, fetches the known handles, sends
+/// diagnostics. A value around an `APIClient`.
+class IngestClient final {
+public:
+    static constexpr tavrin::Seconds requestTimeout{300};
+
+    using Records = std::vector<tavrin::MessageRecord>;
+
+    /// The body of one upload.
+    struct Payload {
+        std::string source;
+        std::string client;
+        std::shared_ptr<const Records> records;
+        /// The highest row id of the batch.
+        std::int64_t watermark = 0;
+    };
+
+    /// The service's answer to one upload.
+    struct Ack {
+        std::int64_t acceptedWatermark = 0;
+        std::int64_t accepted = 0;
+        std::optional<std::int64_t> contactsTouched;
+        std::optional<std::int64_t> activitiesWritten;
+        std::optional<std::int64_t> unknownCounterparty;
+        std::optional<std::int64_t> bodiesIgnored;
+    };
+
+    /// The answer that holds the known handles, as match hints.
+    struct Digest {
+        std::vector<std::string> hints;
+    };
+
+    /// The body of the diagnostics call.
+    struct Diagnostics {
+        std::string client;
+        std::vector<std::string> lines;
+    };
+
+    /// The answer to the diagnostics call.
+    struct DiagnosticsReceipt {
+        std::int64_t received = 0;
+    };
+
+    /// `version` is the application's short version string.
+    IngestClient(APIClient client, const std::string& version);
+
+    /// Uploads one batch, in one attempt. Throws what `APIClient::send` throws.
+    QCoro::Task<Ack> upload(
+        std::shared_ptr<const Records> records,
+        std::int64_t watermark,
+        tavrin::CancellationToken cancellation = {}) const;
+
+    /// The handles that the assistant knows, each once. Throws what `APIClient::send` throws.
+    QCoro::Task<std::unordered_set<std::string>>
+    fetchKnownHandleHints(tavrin::CancellationToken cancellation = {}) const;
+
+    /// Best effort: never throws.
+    QCoro::Task<> sendDiagnostics(
+        std::vector<std::string> lines, tavrin::CancellationToken cancellation = {}) const;
+
+private:
+    APIClient client_;
+    std::string clientName_;
+};
+
+void tag_invoke(
+    const boost::json::value_from_tag&, boost::json::value& json, const IngestClient::Payload&);
+void tag_invoke(
+    const boost::json::value_from_tag&, boost::json::value& json, const IngestClient::Diagnostics&);
+// Each throws `tavrin::JSONDecodingError` when a required key is missing or a type is wrong.
+IngestClient::Ack
+tag_invoke(const boost::json::value_to_tag<IngestClient::Ack>&, const boost::json::value& json);
+IngestClient::Digest
+tag_invoke(const boost::json::value_to_tag<IngestClient::Digest>&, const boost::json::value& json);
+IngestClient::DiagnosticsReceipt tag_invoke(
+    const boost::json::value_to_tag<IngestClient::DiagnosticsReceipt>&,
+    const boost::json::value& json);
+
+} // namespace orvel

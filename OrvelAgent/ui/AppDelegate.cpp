@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/ui/AppDelegate.h"
+
+#include "platform/Workspace.h"
+
+#include <QApplication>
+#include <QGuiApplication>
+#include <QScreen>
+#include <QWidget>
+#include <QWindow>
+
+#include <algorithm>
+
+namespace orvel {
+
+namespace {
+
+bool isTitled(const QWidget& window) {
+    const Qt::WindowType type = window.windowType();
+    return (type == Qt::Window || type == Qt::Dialog) &&
+           !window.windowFlags().testFlag(Qt::FramelessWindowHint);
+}
+
+} // namespace
+
+AppDelegate::AppDelegate(Workspace& workspace) : workspace_(workspace) {
+    connect(qGuiApp, &QGuiApplication::focusWindowChanged, this, &AppDelegate::windowBecameKey);
+    connect(qGuiApp, &QGuiApplication::screenAdded, this, &AppDelegate::watch);
+    // Qt moves the windows of a screen that goes only after it has told us.
+    connect(
+        qGuiApp,
+        &QGuiApplication::screenRemoved,
+        this,
+        &AppDelegate::rescueAllWindows,
+        Qt::QueuedConnection);
+    for (QScreen* screen : QGuiApplication::screens()) {
+        watch(screen);
+    }
+}
+
+void AppDelegate::watch(QScreen* screen) {
+    connect(screen, &QScreen::availableGeometryChanged, this, &AppDelegate::rescueAllWindows);
+}
+
+void AppDelegate::windowBecameKey(QWindow* window) {
+    for (QWidget* widget : QApplication::topLevelWidgets()) {
+        if (widget->windowHandle() != window || window == nullptr || !isTitled(*widget)) {
+            continue;
+        }
+        rescueOffscreen(*widget);
+        workspace_.activate();
+        widget->raise();
+    }
+}
+
+void AppDelegate::rescueAllWindows() {
+    for (QWidget* widget : QApplication::topLevelWidgets()) {
+        if (widget->isVisible() && isTitled(*widget)) {
+            rescueOffscreen(*widget);
+        }
+    }
+}
+
+void AppDelegate::rescueOffscreen(QWidget& window) {
+    const QRect frame = window.frameGeometry();
+    const auto screens = QGuiApplication::screens();
+    const bool isSeen = std::ranges::any_of(screens, [&](const QScreen* screen) {
+        return screen->availableGeometry().intersects(frame);
+    });
+    const QScreen* primary = QGuiApplication::primaryScreen();
+    if (isSeen || primary == nullptr) {
+        return;
+    }
+    window.move(primary->availableGeometry().center() - QPoint(frame.width(), frame.height()) / 2);
+}
+
+} // namespace orvel

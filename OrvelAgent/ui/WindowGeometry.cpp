@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/ui/WindowGeometry.h"
+
+#include "OrvelAgent/base/Worker.h"
+#include "core/UserDefaults.h"
+
+#include <QDataStream>
+#include <QGuiApplication>
+#include <QScreen>
+#include <QWidget>
+
+#include <algorithm>
+#include <exception>
+#include <utility>
+
+namespace orvel {
+
+namespace {
+
+std::string keyOf(const QWidget& window) {
+    return "window." + window.objectName().toStdString();
+}
+
+/// Whether it is that of a window of which no screen would show any part.
+bool isLost(const QByteArray& geometry) {
+    QDataStream stream(geometry);
+    stream.setVersion(QDataStream::Qt_4_0);
+    quint32 magic = 0;
+    quint32 version = 0;
+    QRect frame;
+    stream >> magic >> version >> frame;
+    const auto screens = QGuiApplication::screens();
+    return std::ranges::none_of(screens, [&](const QScreen* screen) {
+        return screen->availableGeometry().intersects(frame);
+    });
+}
+
+QCoro::Task<>
+write(Worker* worker, tavrin::UserDefaults* defaults, std::string key, std::string geometry) {
+    auto job = [defaults, key = std::move(key), geometry = std::move(geometry)] {
+        try {
+            defaults->setString(key, geometry);
+        } catch (const std::exception&) {
+            // The window opens at its usual place next time.
+        }
+    };
+    co_await worker->run(std::move(job));
+}
+
+} // namespace
+
+WindowGeometry::WindowGeometry(tavrin::UserDefaults& defaults) : defaults_(defaults) {}
+
+WindowGeometry::~WindowGeometry() {
+    if (worker_) {
+        worker_->stop();
+    }
+}
+
+bool WindowGeometry::restore(QWidget& window) const {
+    const auto stored = defaults_.string(keyOf(window));
+    const auto geometry = QByteArray::fromBase64(QByteArray::fromStdString(stored.value_or("")));
+    if (!window.restoreGeometry(geometry)) {
+        return false;
+    }
+    if (const QScreen* primary = QGuiApplication::primaryScreen(); primary && isLost(geometry)) {
+        // Qt would put it into a corner.
+        window.move(primary->availableGeometry().center() - window.rect().center());
+    }
+    return true;
+}
+
+void WindowGeometry::save(const QWidget& window) {
+    if (!worker_) {
+        worker_ = std::make_unique<Worker>();
+    }
+    std::erase_if(writes_, [](const QCoro::Task<>& write) { return write.isReady(); });
+    writes_.push_back(write(
+        worker_.get(), &defaults_, keyOf(window), window.saveGeometry().toBase64().toStdString()));
+}
+
+} // namespace orvel

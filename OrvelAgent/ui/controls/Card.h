@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "OrvelAgent/ui/controls/Theme.h"
+
+#include <QWidget>
+
+namespace orvel {
+
+/// A block that stands out from the window it is in. Its layout keeps the card's padding.
+class Card : public QWidget {
+    Q_OBJECT
+
+public:
+    explicit Card(Theme::Surface surface, QWidget* parent = nullptr);
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+
+private:
+    Theme::Surface surface_;
+};
+
+} // namespace orvel

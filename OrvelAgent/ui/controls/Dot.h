@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "OrvelAgent/ui/controls/Theme.h"
+
+#include <QWidget>
+
+namespace orvel {
+
+/// A small filled circle; what it says is said in words beside it.
+class Dot final : public QWidget {
+    Q_OBJECT
+
+public:
+    static constexpr int size = 7;
+
+    explicit Dot(Theme::Role role, QWidget* parent = nullptr);
+
+    void setRole(Theme::Role role);
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+
+private:
+    Theme::Role role_;
+};
+
+} // namespace orvel

@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/ui/controls/Notice.h"
+
+#include "OrvelAgent/ui/controls/SelectableLabel.h"
+
+#include <QEvent>
+#include <QLabel>
+#include <QVBoxLayout>
+
+namespace orvel {
+
+namespace {
+
+constexpr int pictureSize = 32;
+
+} // namespace
+
+Notice::Notice(QWidget* parent)
+    : QWidget(parent),
+      picture_(new QLabel),
+      text_(new SelectableLabel(Theme::TextStyle::Body, Theme::Role::Secondary)) {
+    picture_->setObjectName(QStringLiteral("noticeSymbol"));
+    picture_->setAlignment(Qt::AlignCenter);
+    text_->setObjectName(QStringLiteral("notice"));
+    text_->setWordWrap(true);
+    text_->setAlignment(Qt::AlignCenter);
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(
+        Theme::windowPadding, Theme::windowPadding, Theme::windowPadding, Theme::windowPadding);
+    layout->setSpacing(Theme::blockSpacing);
+    layout->addStretch();
+    layout->addWidget(picture_);
+    layout->addWidget(text_);
+    layout->addStretch();
+}
+
+void Notice::set(std::optional<Symbol> symbol, const QString& text) {
+    symbol_ = symbol;
+    picture_->setVisible(symbol.has_value());
+    text_->setText(text);
+    updateLook();
+}
+
+void Notice::changeEvent(QEvent* event) {
+    QWidget::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange) {
+        updateLook();
+    }
+}
+
+void Notice::updateLook() {
+    if (symbol_) {
+        picture_->setPixmap(symbolPixmap(
+            *symbol_,
+            pictureSize,
+            Theme::color(Theme::Role::Secondary, palette()),
+            devicePixelRatioF()));
+    }
+}
+
+} // namespace orvel

@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "OrvelAgent/ui/controls/Symbol.h"
+
+#include <QWidget>
+
+#include <optional>
+
+class QLabel;
+
+namespace orvel {
+
+class SelectableLabel;
+
+/// What stands in the middle of a window that has nothing else to show.
+class Notice final : public QWidget {
+    Q_OBJECT
+
+public:
+    explicit Notice(QWidget* parent = nullptr);
+
+    /// The symbol is an ornament of the text.
+    void set(std::optional<Symbol> symbol, const QString& text);
+
+protected:
+    void changeEvent(QEvent* event) override;
+
+private:
+    void updateLook();
+
+    std::optional<Symbol> symbol_;
+    QLabel* picture_;
+    SelectableLabel* text_;
+};
+
+} // namespace orvel

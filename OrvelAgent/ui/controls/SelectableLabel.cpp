@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/ui/controls/SelectableLabel.h"
+
+#include <QApplication>
+#include <QEvent>
+
+namespace orvel {
+
+SelectableLabel::SelectableLabel(
+    Theme::TextStyle style, Theme::Role role, const QString& text, QWidget* parent)
+    : QLabel(text, parent), style_(style), role_(role) {
+    setTextFormat(Qt::PlainText);
+    setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
+    updateLook();
+}
+
+void SelectableLabel::changeEvent(QEvent* event) {
+    QLabel::changeEvent(event);
+    // What this sets itself is no change, so that it ends.
+    if (event->type() == QEvent::ApplicationFontChange || event->type() == QEvent::PaletteChange ||
+        event->type() == QEvent::LayoutDirectionChange) {
+        updateLook();
+    }
+}
+
+void SelectableLabel::updateLook() {
+    setFont(Theme::font(style_));
+    // Where the window's text begins, in whatever direction this one runs.
+    if (!alignment().testFlag(Qt::AlignHCenter)) {
+        const auto side = isRightToLeft() ? Qt::AlignRight : Qt::AlignLeft;
+        setAlignment(side | Qt::AlignAbsolute | Qt::AlignVCenter);
+    }
+    QPalette colors = palette();
+    colors.setColor(QPalette::WindowText, Theme::color(role_, QApplication::palette()));
+    if (colors != palette()) {
+        setPalette(colors);
+    }
+}
+
+} // namespace orvel

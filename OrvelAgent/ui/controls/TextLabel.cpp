@@ -1,0 +1,122 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/ui/controls/TextLabel.h"
+
+#include <QEvent>
+#include <QHelpEvent>
+#include <QPainter>
+#include <QStyle>
+#include <QTextLayout>
+#include <QToolTip>
+
+#include <algorithm>
+#include <cmath>
+
+namespace orvel {
+
+namespace {
+
+/// A label wants no longer lines than can be read well.
+constexpr int comfortableLine = 60;
+/// Nor can it do with less.
+constexpr int shortestLine = 8;
+
+/// Lays the text out in lines of that width and gives their height.
+int layOut(QTextLayout& layout, int width) {
+    layout.beginLayout();
+    double height = 0;
+    for (QTextLine line = layout.createLine(); line.isValid(); line = layout.createLine()) {
+        line.setLineWidth(width);
+        line.setPosition(QPointF(0, height));
+        height += std::ceil(line.height());
+    }
+    layout.endLayout();
+    return int(height);
+}
+
+QTextOption wrapping(Qt::LayoutDirection direction) {
+    // On the window's side, in the text's own direction.
+    QTextOption option(QStyle::visualAlignment(direction, Qt::AlignLeft));
+    option.setTextDirection(Qt::LayoutDirectionAuto);
+    option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+    return option;
+}
+
+/// In the text layout's own line breaks.
+QString inLines(QString text) {
+    return text.replace(u'\n', QChar::LineSeparator);
+}
+
+} // namespace
+
+TextLabel::TextLabel(Theme::TextStyle style, Theme::Role role, Overflow overflow, QWidget* parent)
+    : QLabel(parent), style_(style), role_(role), overflow_(overflow) {
+    setTextFormat(Qt::PlainText);
+    setFont(Theme::font(style_));
+    const bool wraps = overflow == Overflow::Wrap;
+    setSizePolicy(QSizePolicy::Preferred, wraps ? QSizePolicy::Minimum : QSizePolicy::Fixed);
+    // The drawing is our own, but layouts learn from this that the height follows the width.
+    setWordWrap(wraps);
+}
+
+bool TextLabel::isElided() const {
+    return overflow_ == Overflow::Elide && textWidth() > width();
+}
+
+int TextLabel::textWidth() const {
+    return fontMetrics().horizontalAdvance(text()) + 1;
+}
+
+QSize TextLabel::sizeHint() const {
+    if (overflow_ == Overflow::Elide) {
+        return {textWidth(), fontMetrics().height()};
+    }
+    const int width = std::min(textWidth(), fontMetrics().averageCharWidth() * comfortableLine);
+    return {width, heightForWidth(width)};
+}
+
+QSize TextLabel::minimumSizeHint() const {
+    const int width = std::min(textWidth(), fontMetrics().averageCharWidth() * shortestLine);
+    return {width, fontMetrics().height()};
+}
+
+int TextLabel::heightForWidth(int width) const {
+    if (overflow_ == Overflow::Elide) {
+        return -1;
+    }
+    QTextLayout layout(inLines(text()), font());
+    layout.setTextOption(wrapping(layoutDirection()));
+    return layOut(layout, width);
+}
+
+bool TextLabel::event(QEvent* event) {
+    if (event->type() == QEvent::ToolTip && isElided()) {
+        QToolTip::showText(static_cast<QHelpEvent*>(event)->globalPos(), text(), this);
+        return true;
+    }
+    return QLabel::event(event);
+}
+
+void TextLabel::paintEvent(QPaintEvent* /*event*/) {
+    QPainter painter(this);
+    painter.setPen(Theme::color(role_, palette()));
+    if (overflow_ == Overflow::Elide) {
+        const QString shown = fontMetrics().elidedText(text(), Qt::ElideRight, width());
+        const auto alignment = QStyle::visualAlignment(layoutDirection(), Qt::AlignLeft);
+        painter.setLayoutDirection(text().isRightToLeft() ? Qt::RightToLeft : Qt::LeftToRight);
+        painter.drawText(rect(), int(alignment | Qt::AlignAbsolute | Qt::AlignVCenter), shown);
+        return;
+    }
+    QTextLayout layout(inLines(text()), font());
+    layout.setTextOption(wrapping(layoutDirection()));
+    layOut(layout, width());
+    layout.draw(&painter, QPointF());
+}
+
+void TextLabel::changeEvent(QEvent* event) {
+    if (event->type() == QEvent::ApplicationFontChange) {
+        setFont(Theme::font(style_));
+    }
+    QLabel::changeEvent(event);
+}
+
+} // namespace orvel

@@ -1,0 +1,169 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/ui/log/LogView.h"
+
+#include "OrvelAgent/ui/controls/Theme.h"
+#include "OrvelAgent/ui/log/LogListModel.h"
+
+#include <QEvent>
+#include <QFontMetrics>
+#include <QPlainTextDocumentLayout>
+#include <QScopedValueRollback>
+#include <QScrollBar>
+#include <QTextBlock>
+#include <QTextCursor>
+#include <QTextDocument>
+#include <QTextOption>
+
+#include <algorithm>
+
+namespace orvel {
+
+namespace {
+
+/// Sets the lines apart.
+class SpacedLayout final : public QPlainTextDocumentLayout {
+public:
+    using QPlainTextDocumentLayout::QPlainTextDocumentLayout;
+
+    [[nodiscard]] QRectF blockBoundingRect(const QTextBlock& block) const override {
+        return QPlainTextDocumentLayout::blockBoundingRect(block).adjusted(
+            0, 0, 0, Theme::lineSpacing);
+    }
+};
+
+QTextCharFormat formatOf(Theme::Role role, const QPalette& palette) {
+    QTextCharFormat format;
+    format.setForeground(Theme::colorOnBase(role, palette));
+    return format;
+}
+
+} // namespace
+
+LogView::LogView(const LogListModel& model, QWidget* parent)
+    : QPlainTextEdit(parent), model_(model) {
+    auto* document = new QTextDocument(this);
+    document->setDocumentLayout(new SpacedLayout(document));
+    document->setUndoRedoEnabled(false);
+    document->setDocumentMargin(Theme::controlSpacing);
+    setDocument(document);
+    setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
+    setLineWrapMode(NoWrap);
+    setFrameShape(NoFrame);
+    // Times and categories stand on the left, also among texts that run from right to left.
+    setLayoutDirection(Qt::LeftToRight);
+
+    connect(
+        &model_,
+        &QAbstractItemModel::rowsInserted,
+        this,
+        [this](const QModelIndex&, int first, int last) { insertRows(first, last); });
+    connect(
+        &model_,
+        &QAbstractItemModel::rowsRemoved,
+        this,
+        [this](const QModelIndex&, int first, int last) { removeRows(first, last); });
+    connect(&model_, &QAbstractItemModel::modelReset, this, &LogView::reload);
+    connect(verticalScrollBar(), &QScrollBar::valueChanged, this, &LogView::notePlace);
+    updateLook();
+    reload();
+}
+
+void LogView::changeEvent(QEvent* event) {
+    QPlainTextEdit::changeEvent(event);
+    if (event->type() == QEvent::ApplicationFontChange) {
+        updateLook();
+    } else if (event->type() == QEvent::PaletteChange) {
+        reload();
+    }
+}
+
+void LogView::insertRows(int first, int last) {
+    const QScopedValueRollback updating(isUpdating_, true);
+    if (!place_ && textCursor().hasSelection()) {
+        // The row at the top has moved down.
+        place_ = model_.index(last + 1).data(LogListModel::NumberRole).toULongLong();
+    }
+    const QTextCharFormat secondary = formatOf(Theme::Role::Secondary, palette());
+    const QTextCharFormat primary = formatOf(Theme::Role::Primary, palette());
+    const QTextCharFormat red = formatOf(Theme::Role::Red, palette());
+    const bool isAppending = last + 1 == model_.rowCount();
+    QTextCursor cursor(document());
+    cursor.beginEditBlock();
+    if (isAppending) {
+        cursor.movePosition(QTextCursor::End);
+    } else {
+        cursor.setPosition(document()->findBlockByNumber(first).position());
+    }
+    for (int row = first; row <= last; ++row) {
+        const QModelIndex index = model_.index(row);
+        if (isAppending && row > 0) {
+            cursor.insertBlock();
+        }
+        cursor.insertText(index.data(LogListModel::TimeRole).toString(), secondary);
+        cursor.insertText(u'\t' + index.data(LogListModel::CategoryRole).toString(), primary);
+        cursor.insertText(
+            u'\t' + index.data(LogListModel::MessageRole).toString(),
+            index.data(LogListModel::ProblemRole).toBool() ? red : primary);
+        if (!isAppending) {
+            cursor.insertBlock();
+        }
+    }
+    cursor.endEditBlock();
+    keepPlace();
+}
+
+void LogView::removeRows(int first, int last) {
+    const QScopedValueRollback updating(isUpdating_, true);
+    QTextCursor cursor(document()->findBlockByNumber(first));
+    const QTextBlock end = document()->findBlockByNumber(last + 1);
+    if (end.isValid()) {
+        cursor.setPosition(end.position(), QTextCursor::KeepAnchor);
+    } else {
+        // The line break before them goes instead of the one after.
+        cursor.movePosition(QTextCursor::PreviousCharacter);
+        cursor.movePosition(QTextCursor::End, QTextCursor::KeepAnchor);
+    }
+    cursor.removeSelectedText();
+    keepPlace();
+}
+
+void LogView::reload() {
+    const QScopedValueRollback updating(isUpdating_, true);
+    document()->clear();
+    if (model_.rowCount() > 0) {
+        insertRows(0, model_.rowCount() - 1);
+    }
+}
+
+void LogView::updateLook() {
+    const QFont font = Theme::font(Theme::TextStyle::Monospaced);
+    setFont(font);
+    const QFontMetrics metrics(font);
+    const int category =
+        metrics.horizontalAdvance(QStringLiteral("00:00:00")) + Theme::controlSpacing;
+    const int message =
+        category + Theme::controlSpacing +
+        std::max(categoryWidth, metrics.horizontalAdvance(QStringLiteral("collector")));
+    QTextOption option = document()->defaultTextOption();
+    option.setTabs(
+        {QTextOption::Tab(category, QTextOption::LeftTab),
+         QTextOption::Tab(message, QTextOption::LeftTab)});
+    option.setTextDirection(Qt::LeftToRight);
+    document()->setDefaultTextOption(option);
+}
+
+void LogView::notePlace() {
+    if (!isUpdating_) {
+        const int row = verticalScrollBar()->value();
+        place_.reset();
+        if (row > 0) {
+            place_ = model_.index(row).data(LogListModel::NumberRole).toULongLong();
+        }
+    }
+}
+
+void LogView::keepPlace() {
+    verticalScrollBar()->setValue(place_ ? model_.rowAt(*place_) : 0);
+}
+
+} // namespace orvel

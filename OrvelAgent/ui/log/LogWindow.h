@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "OrvelAgent/log/LogReader.h"
+#include "platform/Clock.h"
+
+#include <QWidget>
+
+#include <memory>
+
+class QCheckBox;
+class QPushButton;
+class QStackedWidget;
+
+namespace orvel {
+
+class LogListModel;
+class LogStore;
+class LogView;
+class Notice;
+class StreamingIndicator;
+
+/// Lets the user watch what the agent does: its own log, read while the window is open.
+///
+/// Borrows store and clock.
+class LogWindow final : public QWidget {
+    Q_OBJECT
+
+public:
+    /// How long the button says that it has copied.
+    static constexpr tavrin::Seconds confirmation{2};
+
+    LogWindow(
+        LogStore& store, Clock& clock, LogReader::Subsystems subsystems, QWidget* parent = nullptr);
+    ~LogWindow() override;
+
+protected:
+    void showEvent(QShowEvent* event) override;
+    void hideEvent(QHideEvent* event) override;
+    void changeEvent(QEvent* event) override;
+
+private:
+    void updateContent();
+    void copyAll();
+    void showCopied(bool isCopied);
+    void updateLook();
+
+    Clock& clock_;
+    LogReader reader_;
+    const std::unique_ptr<LogListModel> model_;
+    QCheckBox* problemsOnly_;
+    StreamingIndicator* indicator_;
+    QPushButton* copyAll_;
+    QStackedWidget* content_;
+    LogView* list_;
+    Notice* notice_;
+    std::unique_ptr<Clock::Timer> confirming_;
+};
+
+} // namespace orvel

@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/ui/panel/ContactsQuestion.h"
+
+#include "OrvelAgent/ui/controls/PushButton.h"
+#include "OrvelAgent/ui/controls/Symbol.h"
+#include "OrvelAgent/ui/controls/TextLabel.h"
+#include "OrvelAgent/ui/controls/Theme.h"
+#include "OrvelAgent/ui/controls/WrappingRow.h"
+
+#include <QHBoxLayout>
+#include <QIcon>
+#include <QKeySequence>
+#include <QLabel>
+#include <QShortcut>
+#include <QVBoxLayout>
+
+#include <utility>
+
+namespace orvel {
+
+ContactsQuestion::ContactsQuestion(const QString& displayName, Answer answer, QWidget* parent)
+    : QDialog(parent), answer_(std::move(answer)) {
+    setObjectName(QStringLiteral("contactsQuestion"));
+    setWindowTitle(displayName);
+    setAttribute(Qt::WA_DeleteOnClose);
+
+    auto* image = new QLabel;
+    image->setPixmap(applicationIcon().pixmap(
+        QSize(Theme::dialogIconSize, Theme::dialogIconSize), devicePixelRatioF()));
+
+    auto* title = new TextLabel(Theme::TextStyle::Headline);
+    title->setObjectName(QStringLiteral("title"));
+    title->setText(tr("Allow %1 to read your contacts?").arg(displayName));
+    auto* text = new TextLabel(Theme::TextStyle::Body);
+    text->setObjectName(QStringLiteral("text"));
+    text->setText(
+        tr("It reads the names, phone numbers and e-mail addresses of all your cards, to tell "
+           "which of them belong to one person.") +
+        QStringLiteral("\n\n") +
+        tr("Of people you exchange messages with, it sends the name and the e-mail addresses to "
+           "your account, together with the messages."));
+
+    auto* allow = new PushButton(tr("Allow"));
+    allow->setObjectName(QStringLiteral("allow"));
+    connect(allow, &QPushButton::clicked, this, &QDialog::accept);
+    auto* refuse = new PushButton(tr("Don’t Allow"));
+    refuse->setObjectName(QStringLiteral("dontAllow"));
+    connect(refuse, &QPushButton::clicked, this, &QDialog::reject);
+    connect(
+        new QShortcut(QKeySequence::Close, this), &QShortcut::activated, this, &QDialog::reject);
+
+    auto* buttons = new WrappingRow;
+    buttons->beginTrailing();
+    buttons->addWidget(refuse);
+    buttons->addWidget(allow);
+
+    auto* column = new QVBoxLayout;
+    column->setSpacing(Theme::blockSpacing);
+    column->addWidget(title);
+    column->addWidget(text);
+    column->addStretch();
+    column->addLayout(buttons);
+    auto* layout = new QHBoxLayout(this);
+    layout->setContentsMargins(
+        Theme::windowPadding, Theme::windowPadding, Theme::windowPadding, Theme::windowPadding);
+    layout->setSpacing(Theme::windowPadding);
+    layout->addWidget(image, 0, Qt::AlignTop);
+    layout->addLayout(column, 1);
+    // Whoever types on while the window opens allows nothing.
+    refuse->setFocus();
+    layout->setSizeConstraint(QLayout::SetFixedSize);
+}
+
+void ContactsQuestion::ask() {
+    setWindowState(windowState() & ~Qt::WindowMinimized);
+    show();
+    raise();
+    activateWindow();
+}
+
+void ContactsQuestion::done(int result) {
+    // Whoever is told may close it once more.
+    const Answer answer = std::exchange(answer_, {});
+    QDialog::done(result);
+    if (answer) {
+        answer(result == Accepted);
+    }
+}
+
+} // namespace orvel

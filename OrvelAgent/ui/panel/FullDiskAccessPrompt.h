@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "OrvelAgent/ui/panel/Prompt.h"
+
+namespace orvel {
+
+class AppModel;
+
+/// Shown while the Messages database cannot be read.
+class FullDiskAccessPrompt final : public Prompt {
+    Q_OBJECT
+
+public:
+    explicit FullDiskAccessPrompt(AppModel& model, QWidget* parent = nullptr);
+};
+
+} // namespace orvel

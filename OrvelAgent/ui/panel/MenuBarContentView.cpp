@@ -1,0 +1,293 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/ui/panel/MenuBarContentView.h"
+
+#include "OrvelAgent/app/AppModel.h"
+#include "OrvelAgent/ui/controls/Divider.h"
+#include "OrvelAgent/ui/controls/PushButton.h"
+#include "OrvelAgent/ui/controls/SelectableText.h"
+#include "OrvelAgent/ui/controls/Spinner.h"
+#include "OrvelAgent/ui/controls/TextButton.h"
+#include "OrvelAgent/ui/controls/TextLabel.h"
+#include "OrvelAgent/ui/controls/Theme.h"
+#include "OrvelAgent/ui/controls/WrappingRow.h"
+#include "OrvelAgent/ui/panel/BlockedBanner.h"
+#include "OrvelAgent/ui/panel/ContactsPrompt.h"
+#include "OrvelAgent/ui/panel/FullDiskAccessPrompt.h"
+#include "OrvelAgent/ui/panel/NoAccountPrompt.h"
+
+#include <QEvent>
+#include <QHBoxLayout>
+#include <QPainter>
+#include <QRegion>
+#include <QScreen>
+#include <QScrollBar>
+#include <QShowEvent>
+#include <QVBoxLayout>
+
+#include <algorithm>
+
+namespace orvel {
+
+namespace {
+
+QVBoxLayout* makeColumn(QWidget* widget, int spacing) {
+    auto* layout = new QVBoxLayout(widget);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(spacing);
+    return layout;
+}
+
+QHBoxLayout* makeRow(QWidget* widget) {
+    auto* layout = new QHBoxLayout(widget);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(Theme::controlSpacing);
+    return layout;
+}
+
+/// Lets the layouts take in what has changed while they were hidden, the innermost first.
+void settle(QWidget* widget) {
+    for (QWidget* child : widget->findChildren<QWidget*>(Qt::FindDirectChildrenOnly)) {
+        settle(child);
+    }
+    if (widget->layout() != nullptr) {
+        widget->layout()->activate();
+    }
+}
+
+} // namespace
+
+MenuBarContentView::MenuBarContentView(AppModel& model, QWidget* parent)
+    : QScrollArea(parent), model_(model), content_(new QWidget) {
+    setObjectName(QStringLiteral("menuBarContent"));
+    setAccessibleName(QString::fromStdString(model_.configuration().displayName()));
+    setFrameShape(QFrame::NoFrame);
+    setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    setFocusPolicy(Qt::NoFocus);
+
+    auto* layout = makeColumn(content_, Theme::blockSpacing);
+    layout->setContentsMargins(
+        Theme::windowPadding, Theme::windowPadding, Theme::windowPadding, Theme::windowPadding);
+    layout->addWidget(makeHeader());
+    banner_ = new BlockedBanner;
+    layout->addWidget(banner_);
+    fullDiskAccessPrompt_ = new FullDiskAccessPrompt(model_);
+    layout->addWidget(fullDiskAccessPrompt_);
+    contactsPrompt_ = new ContactsPrompt(model_);
+    layout->addWidget(contactsPrompt_);
+    layout->addWidget(new Divider);
+    layout->addWidget(makeActivity());
+    layout->addWidget(makeAccount());
+    layout->addWidget(makeBottomRow());
+    layout->addStretch();
+
+    connect(&model_, &AppModel::changed, this, &MenuBarContentView::updateContent);
+    updateContent();
+
+    setWidget(content_);
+    setWidgetResizable(true);
+    content_->installEventFilter(this);
+    fitToContent();
+}
+
+QWidget* MenuBarContentView::makeHeader() {
+    auto* header = new QWidget;
+    auto* layout = makeRow(header);
+    auto* title = new TextLabel(Theme::TextStyle::Headline);
+    title->setObjectName(QStringLiteral("displayName"));
+    title->setText(QString::fromStdString(model_.configuration().displayName()));
+    spinner_ = new Spinner(*model_.platform().workspace);
+    spinner_->setObjectName(QStringLiteral("spinner"));
+    layout->addWidget(title, 1);
+    layout->addWidget(spinner_, 0, Qt::AlignTop);
+    return header;
+}
+
+QWidget* MenuBarContentView::makeActivity() {
+    auto* activity = new QWidget;
+    auto* layout = makeColumn(activity, Theme::lineSpacing);
+    noScans_ = new TextLabel(Theme::TextStyle::Caption, Theme::Role::Secondary);
+    noScans_->setObjectName(QStringLiteral("noScans"));
+    noScans_->setText(tr("No scans yet."));
+    messageCount_ = new TextLabel(Theme::TextStyle::Callout);
+    messageCount_->setObjectName(QStringLiteral("messageCount"));
+    scanError_ = new SelectableText(Theme::TextStyle::Caption, Theme::Role::Red);
+    scanError_->setObjectName(QStringLiteral("scanError"));
+    scanError_->setAccessibleName(tr("Error of the last scan"));
+    layout->addWidget(noScans_);
+    layout->addWidget(messageCount_);
+    layout->addWidget(scanError_);
+    return activity;
+}
+
+QWidget* MenuBarContentView::makeAccount() {
+    auto* block = new QWidget;
+    auto* layout = makeColumn(block, Theme::controlSpacing);
+
+    signInError_ = new SelectableText(Theme::TextStyle::Caption, Theme::Role::Red);
+    signInError_->setObjectName(QStringLiteral("signInError"));
+    signInError_->setAccessibleName(tr("Error of the last sign-in"));
+    layout->addWidget(signInError_);
+
+    signedOutRow_ = new QWidget;
+    auto* signedOut = new WrappingRow(signedOutRow_);
+    signIn_ = new PushButton;
+    signIn_->setObjectName(QStringLiteral("signIn"));
+    connect(signIn_, &QPushButton::clicked, this, [this] {
+        static_cast<void>(model_.auth().signIn());
+    });
+    cancelSignIn_ = new TextButton(tr("Cancel"), Theme::TextStyle::Callout, Theme::Role::Blue);
+    cancelSignIn_->setObjectName(QStringLiteral("cancelSignIn"));
+    cancelSignIn_->setAccessibleDescription(tr("Ends the sign-in that waits for the browser."));
+    connect(cancelSignIn_, &TextButton::clicked, &model_.auth(), &AuthService::cancelSignIn);
+    signedOut->addWidget(signIn_);
+    signedOut->addWidget(cancelSignIn_);
+    layout->addWidget(signedOutRow_);
+
+    noAccountPrompt_ = new NoAccountPrompt(model_);
+    layout->addWidget(noAccountPrompt_);
+
+    signedInRow_ = new QWidget;
+    auto* signedIn = makeRow(signedInRow_);
+    account_ = new TextLabel(
+        Theme::TextStyle::Caption, Theme::Role::Secondary, TextLabel::Overflow::Elide);
+    account_->setObjectName(QStringLiteral("account"));
+    auto* signOut = new TextButton(tr("Sign out"), Theme::TextStyle::Caption, Theme::Role::Blue);
+    signOut->setObjectName(QStringLiteral("signOut"));
+    connect(signOut, &TextButton::clicked, &model_.auth(), &AuthService::signOut);
+    signedIn->addWidget(account_, 1);
+    signedIn->addWidget(signOut);
+    layout->addWidget(signedInRow_);
+    return block;
+}
+
+QWidget* MenuBarContentView::makeBottomRow() {
+    auto* bottom = new QWidget;
+    auto* layout = new WrappingRow(bottom);
+    auto* version = new TextButton(
+        tr("Version %1").arg(QString::fromStdString(model_.configuration().shortVersion())),
+        Theme::TextStyle::Caption,
+        Theme::Role::Secondary);
+    version->setObjectName(QStringLiteral("version"));
+    version->setToolTip(tr("What changed in this and earlier versions"));
+    connect(version, &TextButton::clicked, this, [this] {
+        model_.platform().workspace->activate();
+        Q_EMIT versionHistoryRequested();
+    });
+    auto* settings = new PushButton(tr("Settings…"));
+    settings->setObjectName(QStringLiteral("settings"));
+    connect(settings, &QPushButton::clicked, this, [this] {
+        model_.platform().workspace->activate();
+        Q_EMIT settingsRequested();
+    });
+    auto* quit = new PushButton(tr("Quit"));
+    quit->setObjectName(QStringLiteral("quit"));
+    connect(quit, &QPushButton::clicked, this, &MenuBarContentView::quitRequested);
+    layout->addWidget(version);
+    layout->beginTrailing();
+    layout->addWidget(settings);
+    layout->addWidget(quit);
+    return bottom;
+}
+
+void MenuBarContentView::updateContent() {
+    const std::optional<std::string> reason = model_.blockedReason();
+    spinner_->setVisible(model_.collector().isScanning());
+    banner_->setReason(QString::fromStdString(reason.value_or("")));
+    banner_->setVisible(reason.has_value());
+    fullDiskAccessPrompt_->setVisible(!model_.hasFullDiskAccess());
+    contactsPrompt_->setVisible(
+        model_.contactsAvailability() != ContactBridge::Availability::Granted);
+    updateActivity();
+    updateAccount();
+}
+
+void MenuBarContentView::updateActivity() {
+    const bool hasScanned = model_.collector().hasScanned();
+    noScans_->setVisible(!hasScanned);
+    messageCount_->setVisible(hasScanned);
+    const std::int64_t count = model_.watermarkStore().messagesLast24h();
+    messageCount_->setText(
+        count < 1 ? tr("No messages scanned in the last 24 hours")
+                  : tr("%1 messages scanned in the last 24 hours").arg(count));
+
+    // One explanation at a time.
+    const auto& history = model_.collector().history();
+    const bool showsError =
+        !history.empty() && history.front().error && !model_.blockedReason().has_value();
+    scanError_->setText(showsError ? QString::fromStdString(*history.front().error) : QString());
+    scanError_->setVisible(showsError);
+}
+
+void MenuBarContentView::updateAccount() {
+    const AuthService& auth = model_.auth();
+    const bool isSigningIn = auth.isSigningIn();
+    signIn_->setText(isSigningIn ? tr("Signing in…") : tr("Sign in…"));
+    signIn_->setEnabled(!isSigningIn);
+    cancelSignIn_->setVisible(isSigningIn);
+    signedOutRow_->setVisible(!auth.isSignedIn());
+    noAccountPrompt_->setVisible(auth.needsAccount());
+
+    const QString account = QString::fromStdString(auth.accountEmail().value_or(""));
+    account_->setText(account.isEmpty() ? tr("Signed in") : account);
+    signedInRow_->setVisible(auth.isSignedIn());
+
+    // The prompt says the same, and what to do about it.
+    const bool showsError = auth.lastError() && !auth.needsAccount();
+    signInError_->setText(showsError ? QString::fromStdString(*auth.lastError()) : QString());
+    signInError_->setVisible(showsError);
+}
+
+QSize MenuBarContentView::sizeHint() const {
+    settle(content_);
+    const int edges = 2 * frameWidth();
+    const int width = std::max(Theme::panelWidth, content_->minimumSizeHint().width() + edges);
+    return {width, content_->heightForWidth(width - edges) + edges};
+}
+
+void MenuBarContentView::fitToContent() {
+    const bool isFrameless = isWindow() && windowFlags().testFlag(Qt::FramelessWindowHint);
+    setFrameStyle(isFrameless ? QFrame::Box | QFrame::Plain : QFrame::NoFrame);
+    QSize size = sizeHint();
+    const int available = screen()->availableGeometry().height();
+    const bool scrolls = size.height() > available;
+    if (scrolls) {
+        size = QSize(size.width() + verticalScrollBar()->sizeHint().width(), available);
+    }
+    // Left to itself, a scroll bar stays when it is no longer needed: it takes the room that the
+    // content then lacks.
+    setVerticalScrollBarPolicy(scrolls ? Qt::ScrollBarAlwaysOn : Qt::ScrollBarAlwaysOff);
+    setFixedSize(size);
+}
+
+bool MenuBarContentView::event(QEvent* event) {
+    const bool isHandled = QScrollArea::event(event);
+    if (event->type() == QEvent::Paint && frameShape() != QFrame::NoFrame) {
+        QPainter painter(this);
+        const int width = frameWidth();
+        for (const QRect& side : QRegion(rect()) - rect().adjusted(width, width, -width, -width)) {
+            painter.fillRect(side, Theme::borderColor(Theme::Surface::Card, palette()));
+        }
+    }
+    return isHandled;
+}
+
+bool MenuBarContentView::eventFilter(QObject* watched, QEvent* event) {
+    if (watched == content_ && event->type() == QEvent::LayoutRequest) {
+        fitToContent();
+    }
+    return QScrollArea::eventFilter(watched, event);
+}
+
+void MenuBarContentView::showEvent(QShowEvent* event) {
+    fitToContent();
+    QScrollArea::showEvent(event);
+    if (focusWidget() == nullptr) {
+        // No key that is pressed while it opens is meant for one of its buttons.
+        setFocus();
+    }
+    if (!event->spontaneous()) {
+        static_cast<void>(model_.refreshPermissions());
+    }
+}
+
+} // namespace orvel

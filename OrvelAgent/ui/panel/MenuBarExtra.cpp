@@ -1,0 +1,290 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/ui/panel/MenuBarExtra.h"
+
+#include "OrvelAgent/app/AppModel.h"
+#include "OrvelAgent/base/Logger.h"
+#include "OrvelAgent/ui/panel/MenuBarContentView.h"
+#include "OrvelAgent/ui/panel/PanelPlacement.h"
+#include "OrvelAgent/ui/panel/StatusIconLabel.h"
+
+#include <QCursor>
+#include <QEvent>
+#include <QGuiApplication>
+#include <QKeySequence>
+#include <QMenu>
+#include <QScreen>
+#include <QShortcut>
+#include <QWindowStateChangeEvent>
+
+namespace orvel {
+
+namespace {
+
+/// A click on the icon comes that long, at most, after the panel has lost the focus to it.
+constexpr tavrin::Seconds clickAfterFocusLoss{0.5};
+
+} // namespace
+
+MenuBarExtra::MenuBarExtra(AppModel& model) : model_(model) {
+    Workspace& workspace = *model_.platform().workspace;
+    connect(&model_, &AppModel::changed, this, &MenuBarExtra::updateIcon);
+    connect(qGuiApp, &QCoreApplication::aboutToQuit, this, [this] { isLeaving_ = true; });
+    activations_ = workspace.onActivation([this] { showPanel(); });
+    trayChanges_ = workspace.onTrayChange([this] { trayChanged(); });
+    trayChanged();
+    if (!icon_) {
+        // While the system is being asked for a tray.
+        QMetaObject::invokeMethod(this, &MenuBarExtra::prepareMenu, Qt::QueuedConnection);
+        waitForTray();
+    }
+}
+
+MenuBarExtra::~MenuBarExtra() {
+    isLeaving_ = true;
+    delete panel_;
+}
+
+void MenuBarExtra::trayChanged() {
+    const bool hasTray = model_.platform().workspace->hasTray();
+    if (hasTray == (icon_ != nullptr)) {
+        return;
+    }
+    if (hasTray) {
+        grace_.reset();
+        makeIcon();
+        if (panel_ && !isWanted_) {
+            panel_->close();
+        }
+        return;
+    }
+    // Each tray gets an icon of its own, because Qt decides when it makes one how to show it.
+    icon_.reset();
+    menu_.reset();
+    shownStatus_.reset();
+    waitForTray();
+}
+
+void MenuBarExtra::waitForTray() {
+    grace_ = model_.platform().clock->schedule(trayGrace, [this] { noTrayInTime(); });
+}
+
+void MenuBarExtra::noTrayInTime() {
+    grace_.reset();
+    Logger(*model_.platform().logStore, "lifecycle")
+        .error("this desktop has no tray for the icon, so the panel opens as a window");
+    closePanel();
+    const bool isNew = !panel_;
+    showPanel();
+    isWanted_ = isWanted_ && !isNew;
+}
+
+void MenuBarExtra::prepareMenu() {
+    if (menu_) {
+        return;
+    }
+    menu_ = std::make_unique<QMenu>();
+    menu_->setObjectName(QStringLiteral("tray-menu"));
+    menu_->setAccessibleName(QString::fromStdString(model_.configuration().displayName()));
+    // For its changes of palette, which are the application's.
+    menu_->installEventFilter(this);
+    connect(
+        menu_->addAction(
+            tr("Open %1").arg(QString::fromStdString(model_.configuration().displayName()))),
+        &QAction::triggered,
+        this,
+        [this] { showPanel(); });
+    connect(
+        menu_->addAction(tr("Settings…")),
+        &QAction::triggered,
+        this,
+        &MenuBarExtra::settingsRequested);
+    menu_->addSeparator();
+    connect(menu_->addAction(tr("Quit")), &QAction::triggered, this, &MenuBarExtra::quitRequested);
+}
+
+void MenuBarExtra::makeIcon() {
+    prepareMenu();
+    icon_ = std::make_unique<QSystemTrayIcon>();
+    if (!model_.platform().workspace->isTrayMenuBar()) {
+        icon_->setContextMenu(menu_.get());
+    }
+    connect(icon_.get(), &QSystemTrayIcon::activated, this, &MenuBarExtra::activated);
+    updateIcon();
+    icon_->show();
+    nameIcon();
+}
+
+const QIcon& MenuBarExtra::drawnIcon(StatusIcon status) {
+    QIcon& drawn = drawnIcons_[status];
+    if (drawn.isNull()) {
+        drawn = model_.platform().workspace->isTrayMenuBar() ? StatusIconLabel::templateIcon(status)
+                                                             : StatusIconLabel::icon(status);
+    }
+    return drawn;
+}
+
+void MenuBarExtra::updateIcon() {
+    if (!icon_) {
+        return;
+    }
+    const StatusIcon status = model_.statusIcon();
+    if (shownStatus_ != status) {
+        shownStatus_ = status;
+        icon_->setIcon(drawnIcon(status));
+    }
+    const QString label = QString::fromStdString(model_.statusAccessibilityLabel());
+    if (icon_->toolTip() != label) {
+        icon_->setToolTip(label);
+        nameIcon();
+    }
+}
+
+void MenuBarExtra::nameIcon() {
+    model_.platform().workspace->setTrayTitle(icon_->toolTip().toStdString());
+}
+
+void MenuBarExtra::activated(QSystemTrayIcon::ActivationReason reason) {
+    if (reason == QSystemTrayIcon::Context && icon_->contextMenu() == nullptr) {
+        closePanel();
+        menu_->popup(QCursor::pos());
+    }
+    if (reason != QSystemTrayIcon::Trigger) {
+        return;
+    }
+    const tavrin::Seconds now = model_.platform().clock->uptime();
+    const bool wasOpen = panel_ || (closedByFocus_ && now - *closedByFocus_ < clickAfterFocusLoss);
+    closedByFocus_.reset();
+    if (wasOpen) {
+        if (panel_) {
+            panel_->close();
+        }
+    } else {
+        showPanel(QCursor::pos());
+    }
+}
+
+void MenuBarExtra::showPanel(std::optional<QPoint> click) {
+    if (!panel_) {
+        openPanel(click);
+    }
+    isWanted_ = true;
+    panel_->setWindowState(panel_->windowState() & ~Qt::WindowMinimized);
+    panel_->show();
+    model_.platform().workspace->activate();
+    panel_->raise();
+    panel_->activateWindow();
+}
+
+void MenuBarExtra::openPanel(std::optional<QPoint> click) {
+    click_ = click;
+    auto* const content = new MenuBarContentView(model_);
+    panel_ = content;
+    panel_->setAttribute(Qt::WA_DeleteOnClose);
+    // It is opened before the application is in front.
+    panel_->setAttribute(Qt::WA_MacAlwaysShowToolWindow);
+    panel_->setObjectName(QStringLiteral("menu-bar-panel"));
+    panel_->setWindowTitle(QString::fromStdString(model_.configuration().displayName()));
+    isOrdinaryWindow_ = !icon_;
+    if (!isOrdinaryWindow_) {
+        panel_->setWindowFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
+    }
+    // Whose height is the limit of the panel's.
+    const auto iconNow = iconPlace(icon_ ? icon_->geometry() : QRect(), click);
+    if (QScreen* screen = iconNow ? QGuiApplication::screenAt(iconNow->center()) : nullptr) {
+        panel_->setScreen(screen);
+    }
+    panel_->installEventFilter(this);
+    for (QWidget* child : panel_->findChildren<QWidget*>()) {
+        child->installEventFilter(this);
+    }
+    for (const QKeySequence& keys :
+         {QKeySequence(Qt::Key_Escape), QKeySequence(Qt::CTRL | Qt::Key_W)}) {
+        connect(new QShortcut(keys, panel_), &QShortcut::activated, panel_, &QWidget::close);
+    }
+    connect(
+        content,
+        &MenuBarContentView::versionHistoryRequested,
+        this,
+        &MenuBarExtra::versionHistoryRequested);
+    connect(
+        content, &MenuBarContentView::settingsRequested, this, &MenuBarExtra::settingsRequested);
+    connect(content, &MenuBarContentView::quitRequested, this, &MenuBarExtra::quitRequested);
+}
+
+void MenuBarExtra::closePanel() {
+    if (panel_ && !isOrdinaryWindow_) {
+        panel_->close();
+    }
+}
+
+void MenuBarExtra::placePanel() {
+    panel_->move(panelPlace(
+        iconPlace(icon_ ? icon_->geometry() : QRect(), click_),
+        panel_->screen()->availableGeometry(),
+        panel_->frameSize()));
+}
+
+bool MenuBarExtra::mustStayReachable() const {
+    // Without an icon there would be nothing left to open the panel with.
+    return !icon_ && !isLeaving_;
+}
+
+void MenuBarExtra::keepReachable() {
+    if (mustStayReachable() && !grace_ && !panel_) {
+        openPanel(std::nullopt);
+        isWanted_ = false;
+        panel_->showMinimized();
+    }
+}
+
+bool MenuBarExtra::eventFilter(QObject* watched, QEvent* event) {
+    if (watched == menu_.get()) {
+        if (event->type() == QEvent::PaletteChange) {
+            drawnIcons_.clear();
+            shownStatus_.reset();
+            updateIcon();
+        }
+        return false;
+    }
+    if (event->type() == QEvent::MouseButtonPress || event->type() == QEvent::KeyPress) {
+        isWanted_ = true;
+    }
+    if (watched != panel_) {
+        return false;
+    }
+    switch (event->type()) {
+    case QEvent::Show:
+    case QEvent::Resize:
+        if (!isOrdinaryWindow_) {
+            placePanel();
+        }
+        break;
+    case QEvent::WindowDeactivate:
+        if (!isOrdinaryWindow_) {
+            closedByFocus_ = model_.platform().clock->uptime();
+            closePanel();
+        }
+        break;
+    case QEvent::WindowStateChange:
+        if (static_cast<QWindowStateChangeEvent*>(event)->oldState() & Qt::WindowMinimized &&
+            !panel_->isMinimized()) {
+            static_cast<void>(model_.refreshPermissions());
+        }
+        break;
+    case QEvent::Close:
+        if (isOrdinaryWindow_ && mustStayReachable()) {
+            event->ignore();
+            isWanted_ = false;
+            panel_->showMinimized();
+            return true;
+        }
+        panel_.clear();
+        QMetaObject::invokeMethod(this, &MenuBarExtra::keepReachable, Qt::QueuedConnection);
+        break;
+    default:
+        break;
+    }
+    return false;
+}
+
+} // namespace orvel

@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/ui/panel/Prompt.h"
+
+#include "OrvelAgent/ui/controls/PushButton.h"
+#include "OrvelAgent/ui/controls/TextLabel.h"
+#include "OrvelAgent/ui/controls/WrappingRow.h"
+
+#include <QPointer>
+#include <QVBoxLayout>
+
+namespace orvel {
+
+Prompt::Prompt(const QString& title, const QString& text, QWidget* parent)
+    : Card(Theme::Surface::Card, parent),
+      layout_(new QVBoxLayout(this)),
+      failure_(new TextLabel(Theme::TextStyle::Caption, Theme::Role::Red)) {
+    setAccessibleName(title);
+    layout_->setContentsMargins(0, 0, 0, 0);
+    layout_->setSpacing(Theme::lineSpacing);
+    auto* titleLabel = new TextLabel(Theme::TextStyle::Headline);
+    titleLabel->setObjectName(QStringLiteral("title"));
+    titleLabel->setText(title);
+    layout_->addWidget(titleLabel);
+    failure_->setObjectName(QStringLiteral("failure"));
+    failure_->hide();
+    layout_->addWidget(failure_);
+    addText(text)->setObjectName(QStringLiteral("text"));
+}
+
+int Prompt::end() const {
+    return layout_->count() - 1;
+}
+
+TextLabel* Prompt::addText(const QString& text) {
+    if (buttons_ != nullptr) {
+        layout_->insertSpacing(end(), Theme::lineSpacing);
+        buttons_ = nullptr;
+    }
+    auto* label = new TextLabel(Theme::TextStyle::Callout, Theme::Role::Secondary);
+    label->setText(text);
+    layout_->insertWidget(end(), label);
+    return label;
+}
+
+QPushButton* Prompt::addButton(const QString& text) {
+    if (buttons_ == nullptr) {
+        layout_->insertSpacing(end(), Theme::lineSpacing);
+        buttons_ = new WrappingRow;
+        layout_->insertLayout(end(), buttons_);
+    }
+    auto* button = new PushButton(text);
+    buttons_->addWidget(button);
+    return button;
+}
+
+void Prompt::addSettingsButton(Workspace& workspace, Workspace::SettingsPane pane) {
+    QPushButton* button = addButton(tr("Open System Settings"));
+    button->setObjectName(QStringLiteral("openSystemSettings"));
+    connect(button, &QPushButton::clicked, this, [this, &workspace, pane] {
+        failure_->hide();
+        workspace.openSettings(
+            pane, [prompt = QPointer(this)](const std::optional<tavrin::PlatformError>& error) {
+                if (prompt && error) {
+                    prompt->failure_->setText(QString::fromUtf8(error->what()));
+                    prompt->failure_->show();
+                }
+            });
+    });
+}
+
+} // namespace orvel

@@ -1,0 +1,303 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/ui/settings/SettingsView.h"
+
+#include "OrvelAgent/app/AppModel.h"
+#include "OrvelAgent/base/SourceRevision.h"
+#include "OrvelAgent/ui/controls/CheckBox.h"
+#include "OrvelAgent/ui/controls/Divider.h"
+#include "OrvelAgent/ui/controls/Picker.h"
+#include "OrvelAgent/ui/controls/PushButton.h"
+#include "OrvelAgent/ui/controls/SelectableLabel.h"
+#include "OrvelAgent/ui/controls/Symbol.h"
+#include "OrvelAgent/ui/controls/Theme.h"
+
+#include <QEvent>
+#include <QFormLayout>
+#include <QHBoxLayout>
+#include <QStringList>
+#include <QTabBar>
+#include <QTabWidget>
+#include <QVBoxLayout>
+
+#include <algorithm>
+
+namespace orvel {
+
+namespace {
+
+constexpr QSize contentSize(460, 320);
+
+enum Tab { General, Privacy };
+
+SelectableLabel* makeCaption(const QString& text, Theme::Role role, const char* name) {
+    auto* caption = new SelectableLabel(Theme::TextStyle::Caption, role, text);
+    caption->setObjectName(QLatin1String(name));
+    caption->setWordWrap(true);
+    return caption;
+}
+
+template <typename Choice>
+void addChoice(QComboBox* picker, const QString& text, Choice choice) {
+    picker->addItem(text, static_cast<int>(choice));
+}
+
+template <typename Choice>
+Choice choiceAt(const QComboBox* picker, int index) {
+    return static_cast<Choice>(picker->itemData(index).toInt());
+}
+
+template <typename Choice>
+void choose(QComboBox* picker, Choice choice) {
+    picker->setCurrentIndex(picker->findData(static_cast<int>(choice)));
+}
+
+/// A picker with its name above and the explanation below.
+QLayout* makeChoice(const QString& name, QComboBox* picker, const QString& explanation) {
+    auto* label = new QLabel(name);
+    label->setBuddy(picker);
+    picker->setAccessibleDescription(explanation);
+    auto* block = new QVBoxLayout;
+    block->setSpacing(Theme::lineSpacing);
+    block->addWidget(label, 0, Qt::AlignLeading);
+    block->addWidget(picker);
+    block->addWidget(makeCaption(explanation, Theme::Role::Secondary, "explanation"));
+    return block;
+}
+
+QVBoxLayout* makePageLayout(QWidget* page) {
+    auto* layout = new QVBoxLayout(page);
+    layout->setContentsMargins(
+        Theme::windowPadding, Theme::blockSpacing, Theme::windowPadding, Theme::blockSpacing);
+    layout->setSpacing(Theme::blockSpacing);
+    return layout;
+}
+
+} // namespace
+
+SettingsView::SettingsView(AppModel& model, QWidget* parent)
+    : QWidget(parent),
+      model_(model),
+      tabs_(new QTabWidget),
+      startAtLogin_(new CheckBox(tr("&Start at login"))),
+      checksAutomatically_(new CheckBox(tr("Check for updates &automatically"))),
+      checkForUpdates_(new PushButton),
+      mode_(new Picker),
+      scope_(new Picker),
+      rescanNote_(makeCaption(
+          tr("The next scan starts from the beginning."), Theme::Role::Secondary, "rescanNote")),
+      error_(makeCaption({}, Theme::Role::Red, "settingsError")) {
+    setObjectName(QStringLiteral("settings"));
+    tabs_->setObjectName(QStringLiteral("tabs"));
+    tabs_->setDocumentMode(true);
+    tabs_->addTab(makeGeneralTab(), tr("General"));
+    tabs_->addTab(makePrivacyTab(), tr("Privacy"));
+    error_->setContentsMargins(Theme::windowPadding, 0, Theme::windowPadding, Theme::blockSpacing);
+
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    layout->addWidget(tabs_, 1);
+    layout->addWidget(error_);
+
+    connect(&model_, &AppModel::changed, this, &SettingsView::updateContent);
+    updateIcons();
+    updateContent();
+    updateSize();
+}
+
+QWidget* SettingsView::makeGeneralTab() {
+    startAtLogin_->setObjectName(QStringLiteral("startAtLogin"));
+    connect(startAtLogin_, &QCheckBox::clicked, &model_, &AppModel::setStartAtLogin);
+
+    const Bundle& bundle = *model_.platform().bundle;
+    const auto value = [](const QString& text, const char* name) {
+        auto* label = new SelectableLabel(Theme::TextStyle::Body, Theme::Role::Primary, text);
+        label->setObjectName(QLatin1String(name));
+        label->setFocusPolicy(Qt::StrongFocus);
+        return label;
+    };
+    const std::string version = bundle.infoString("CFBundleShortVersionString").value_or("0.0.0");
+    const std::string build = bundle.infoString("CFBundleVersion").value_or("0");
+    auto* values = new QFormLayout;
+    values->setContentsMargins(0, 0, 0, 0);
+    values->setHorizontalSpacing(Theme::windowPadding);
+    values->setVerticalSpacing(Theme::lineSpacing);
+    values->addRow(tr("Version"), value(QString::fromStdString(version), "version"));
+    values->addRow(
+        tr("Build"),
+        value(
+            QStringLiteral("%1 (%2)").arg(
+                QString::fromStdString(build), QString::fromUtf8(sourceRevision())),
+            "build"));
+
+    auto* activityLog = new PushButton(tr("Open activity &log…"));
+    activityLog->setObjectName(QStringLiteral("activityLog"));
+    connect(activityLog, &QPushButton::clicked, this, &SettingsView::activityLogRequested);
+    auto* versionHistory = new PushButton(tr("&Version History…"));
+    versionHistory->setObjectName(QStringLiteral("versionHistory"));
+    connect(versionHistory, &QPushButton::clicked, this, &SettingsView::versionHistoryRequested);
+    auto* windows = new QHBoxLayout;
+    windows->setSpacing(Theme::controlSpacing);
+    windows->addWidget(activityLog);
+    windows->addWidget(versionHistory);
+    windows->addStretch();
+
+    checksAutomatically_->setObjectName(QStringLiteral("checksAutomatically"));
+    connect(checksAutomatically_, &QCheckBox::clicked, this, &SettingsView::setChecksAutomatically);
+    checkForUpdates_->setObjectName(QStringLiteral("checkForUpdates"));
+    connect(checkForUpdates_, &QPushButton::clicked, this, &SettingsView::checkForUpdates);
+
+    auto* page = new QWidget;
+    auto* layout = makePageLayout(page);
+    layout->addWidget(startAtLogin_);
+    layout->addLayout(values);
+    layout->addLayout(windows);
+    layout->addWidget(new Divider);
+    layout->addWidget(checksAutomatically_);
+    layout->addWidget(checkForUpdates_, 0, Qt::AlignLeading);
+    if (const auto& reason = model_.updater().configurationError()) {
+        layout->addWidget(makeCaption(
+            QString::fromStdString(*reason), Theme::Role::Orange, "configurationError"));
+    }
+    layout->addStretch();
+    return page;
+}
+
+QWidget* SettingsView::makePrivacyTab() {
+    using tavrin::CollectionMode;
+    using tavrin::ThreadScope;
+    mode_->setObjectName(QStringLiteral("mode"));
+    addChoice(mode_, tr("Timing only — no message text"), CollectionMode::MetadataOnly);
+    addChoice(mode_, tr("Timing and message text"), CollectionMode::WithBodies);
+    connect(mode_, &QComboBox::activated, this, [this](int index) {
+        model_.setMode(choiceAt<CollectionMode>(mode_, index));
+    });
+    scope_->setObjectName(QStringLiteral("scope"));
+    addChoice(
+        scope_, tr("Only with people my assistant already knows"), ThreadScope::KnownContactsOnly);
+    addChoice(
+        scope_, tr("All conversations, including personal and family"), ThreadScope::AllThreads);
+    connect(scope_, &QComboBox::activated, this, [this](int index) {
+        model_.setScope(choiceAt<ThreadScope>(scope_, index));
+    });
+
+    auto* rescan = new PushButton(tr("&Re-scan from the beginning"));
+    rescan->setObjectName(QStringLiteral("rescan"));
+    const QString rescanExplanation =
+        tr("A change here applies to new messages. Re-scan to apply it to earlier ones too. It is "
+           "safe: messages already sent are recognized and never duplicated.");
+    rescan->setAccessibleDescription(rescanExplanation);
+    connect(rescan, &QPushButton::clicked, this, [this] {
+        isRescanNoted_ = true;
+        static_cast<void>(model_.rescanFromBeginning());
+        updateContent();
+    });
+    // Its place is kept, so that nothing moves under the pointer.
+    QSizePolicy policy = rescanNote_->sizePolicy();
+    policy.setRetainSizeWhenHidden(true);
+    rescanNote_->setSizePolicy(policy);
+    auto* rescanLine = new QHBoxLayout;
+    rescanLine->setSpacing(Theme::controlSpacing);
+    rescanLine->addWidget(rescan);
+    rescanLine->addWidget(rescanNote_, 1);
+    auto* rescanBlock = new QVBoxLayout;
+    rescanBlock->setSpacing(Theme::lineSpacing);
+    rescanBlock->addLayout(rescanLine);
+    rescanBlock->addWidget(makeCaption(rescanExplanation, Theme::Role::Secondary, "explanation"));
+
+    auto* page = new QWidget;
+    auto* layout = makePageLayout(page);
+    layout->addLayout(makeChoice(
+        tr("&Collect"),
+        mode_,
+        tr("Message text lets your assistant use what was actually discussed, not just who you "
+           "spoke to and when. Choose timing only to send no text at all.")));
+    layout->addLayout(makeChoice(
+        tr("C&onversations"),
+        scope_,
+        tr("A conversation is included when someone in it has a phone number or email your "
+           "assistant already knows. A number also counts when its card in Contacts has an email "
+           "your assistant knows. A group chat is included if anyone in it is. Both choices here "
+           "are kept across restarts and updates.")));
+    layout->addLayout(rescanBlock);
+    layout->addStretch();
+    return page;
+}
+
+bool SettingsView::event(QEvent* event) {
+    const bool isHandled = QWidget::event(event);
+    if (event->type() == QEvent::LayoutRequest) {
+        updateSize();
+    } else if (event->type() == QEvent::PaletteChange) {
+        updateIcons();
+    }
+    return isHandled;
+}
+
+void SettingsView::hideEvent(QHideEvent* event) {
+    QWidget::hideEvent(event);
+    isRescanNoted_ = false;
+    updateContent();
+}
+
+void SettingsView::updateContent() {
+    startAtLogin_->setChecked(model_.startAtLogin());
+    choose(mode_, model_.mode());
+    choose(scope_, model_.scope());
+
+    const UpdaterService& updater = model_.updater();
+    const SoftwareUpdater* controller = updater.controller();
+    checksAutomatically_->setEnabled(controller != nullptr);
+    checksAutomatically_->setChecked(
+        controller != nullptr && controller->automaticallyChecksForUpdates());
+    checkForUpdates_->setEnabled(controller != nullptr);
+    checkForUpdates_->setText(
+        updater.updateAwaitingAttention() ? tr("&Install available update…")
+                                          : tr("Check for &updates…"));
+
+    QStringList errors;
+    for (const auto& error :
+         {model_.settingsError(), model_.rescanError(), updater.settingsError()}) {
+        if (error) {
+            errors.append(QString::fromStdString(*error));
+        }
+    }
+    error_->setText(errors.join(u'\n'));
+    error_->setVisible(!errors.isEmpty());
+    rescanNote_->setVisible(isRescanNoted_ && !model_.rescanError());
+}
+
+void SettingsView::updateIcons() {
+    const QColor color = palette().color(QPalette::WindowText);
+    tabs_->setTabIcon(General, symbolIcon(Symbol::Gear, color));
+    tabs_->setTabIcon(Privacy, symbolIcon(Symbol::HandRaised, color));
+}
+
+void SettingsView::updateSize() {
+    const int width = std::max(contentSize.width(), minimumSizeHint().width());
+    int height = 0;
+    for (int index = 0; index < tabs_->count(); ++index) {
+        // A tab that is not shown would not be asked.
+        const QWidget* page = tabs_->widget(index);
+        height = std::max(
+            height,
+            page->hasHeightForWidth() ? page->heightForWidth(width) : page->sizeHint().height());
+    }
+    height += tabs_->tabBar()->sizeHint().height();
+    if (!error_->isHidden()) {
+        height += error_->heightForWidth(width);
+    }
+    setFixedSize(width, std::max(contentSize.height(), height));
+}
+
+void SettingsView::setChecksAutomatically(bool isAutomatic) {
+    model_.updater().controller()->setAutomaticallyChecksForUpdates(isAutomatic);
+    updateContent();
+}
+
+void SettingsView::checkForUpdates() {
+    model_.platform().workspace->activate();
+    model_.updater().controller()->checkForUpdates();
+}
+
+} // namespace orvel

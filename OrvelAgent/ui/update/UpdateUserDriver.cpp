@@ -1,0 +1,206 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/ui/update/UpdateUserDriver.h"
+
+#include "OrvelAgent/base/Configuration.h"
+#include "OrvelAgent/ui/update/UpdateWindow.h"
+#include "platform/Workspace.h"
+
+#include <QLocale>
+#include <QObject>
+#include <QPointer>
+
+#include <algorithm>
+#include <optional>
+
+namespace orvel {
+
+namespace {
+
+using Button = UpdateWindow::Button;
+
+QString sizeText(std::uint64_t bytes) {
+    return QLocale().formattedDataSize(static_cast<qint64>(bytes), 1, QLocale::DataSizeSIFormat);
+}
+
+} // namespace
+
+UpdateUserDriver::UpdateUserDriver(
+    SoftwareUpdater& updater, Workspace& workspace, const Bundle& bundle)
+    : updater_(updater),
+      workspace_(workspace),
+      name_(QString::fromStdString(Configuration(bundle).displayName())),
+      version_(QString::fromStdString(Configuration(bundle).shortVersion())) {}
+
+UpdateUserDriver::~UpdateUserDriver() = default;
+
+void UpdateUserDriver::showChecking() {
+    isDeclined_ = false;
+    setPage(State::Checking, tr("Checking for updates…"));
+    present();
+}
+
+void UpdateUserDriver::showNoUpdate() {
+    setPage(
+        State::Idle,
+        tr("You are up to date."),
+        tr("%1 %2 is the newest version.").arg(name_, version_));
+    present();
+}
+
+void UpdateUserDriver::showUpdate(const SoftwareUpdate& update, SoftwareUpdater::Showing showing) {
+    updateVersion_ = QString::fromStdString(update.displayVersion);
+    isDeclined_ = false;
+    setPage(
+        State::Asking,
+        tr("A new version of %1 is available.").arg(name_),
+        tr("Version %1 can be installed now; you have version %2. The download is %3.")
+            .arg(updateVersion_, version_, sizeText(update.length)),
+        QString::fromStdString(update.releaseNotes));
+    if (showing == SoftwareUpdater::Showing::InFocus) {
+        present();
+    }
+}
+
+void UpdateUserDriver::showUpdateInFocus() {
+    // Whoever asks for it again has taken the closing back.
+    isDeclined_ = false;
+    present();
+    window_->focusUsualAnswer();
+}
+
+void UpdateUserDriver::showDownload(std::uint64_t received, std::uint64_t expected) {
+    const double part =
+        expected == 0 ? 0 : static_cast<double>(received) / static_cast<double>(expected);
+    setPage(
+        State::Downloading,
+        tr("Downloading version %1…").arg(updateVersion_),
+        tr("%1 of %2").arg(sizeText(received), sizeText(expected)),
+        {},
+        static_cast<int>(std::clamp(part, 0.0, 1.0) * 100));
+}
+
+void UpdateUserDriver::showVerification() {
+    setPage(State::Verifying, tr("Verifying version %1…").arg(updateVersion_));
+}
+
+void UpdateUserDriver::showReadyToInstall(const SoftwareUpdate&) {
+    if (isDeclined_) {
+        state_ = State::Idle;
+        window_->hide();
+        updater_.choose(SoftwareUpdater::Choice::Later);
+    } else {
+        setPage(State::Installing, tr("Installing version %1…").arg(updateVersion_));
+        updater_.choose(SoftwareUpdater::Choice::Install);
+    }
+}
+
+void UpdateUserDriver::showRefusal(const std::string& sentence) {
+    if (isDeclined_) {
+        // The log has it.
+        state_ = State::Idle;
+        return;
+    }
+    setPage(
+        State::Idle, tr("%1 could not be updated.").arg(name_), QString::fromStdString(sentence));
+    present();
+}
+
+void UpdateUserDriver::revealPackage(const std::string& path) {
+    const QString place = QString::fromStdString(path);
+    setPage(
+        State::Idle,
+        tr("Version %1 is ready to be installed.").arg(updateVersion_),
+        tr("The package has been verified and is shown in the file manager. Open it to install "
+           "it, then start %1 again.\n%2")
+            .arg(name_, place));
+    present();
+    workspace_.revealFile(
+        path,
+        [this, place, window = QPointer<UpdateWindow>(window_.get())](
+            const std::optional<tavrin::PlatformError>& error) {
+            // The window is gone with this object.
+            if (error && window && state_ == State::Idle) {
+                setPage(
+                    State::Idle,
+                    tr("Version %1 is ready to be installed.").arg(updateVersion_),
+                    tr("The package has been verified, but could not be shown in the file "
+                       "manager. Open it to install it, then start %1 again.\n%2")
+                        .arg(name_, place));
+            }
+        });
+}
+
+void UpdateUserDriver::relaunch() {
+    workspace_.scheduleRelaunch();
+    workspace_.terminate();
+}
+
+void UpdateUserDriver::present() {
+    workspace_.activate();
+    window_->present();
+}
+
+void UpdateUserDriver::setPage(
+    State state, const QString& title, const QString& text, const QString& notes, int progress) {
+    if (!window_) {
+        window_ = std::make_unique<UpdateWindow>();
+        UpdateWindow* window = window_.get();
+        QObject::connect(window, &UpdateWindow::installRequested, window, [this] { install(); });
+        QObject::connect(window, &UpdateWindow::skipRequested, window, [this] { skip(); });
+        QObject::connect(window, &UpdateWindow::dismissed, window, [this] { dismiss(); });
+        QObject::connect(
+            window, &UpdateWindow::seen, window, [this] { updater_.noteUserAttention(); });
+    }
+    state_ = state;
+    UpdateWindow::Page page{title, text, notes, progress, {}};
+    switch (state) {
+    case State::Idle:
+        page.progress.reset();
+        page.buttons = {Button::OK};
+        break;
+    case State::Asking:
+        page.progress.reset();
+        page.buttons = {Button::Install, Button::Later, Button::Skip};
+        break;
+    case State::Checking:
+    case State::Downloading:
+        page.buttons = {Button::Cancel};
+        break;
+    case State::Verifying:
+    case State::Installing:
+        break;
+    }
+    window_->setPage(page, workspace_.shouldReduceMotion());
+}
+
+void UpdateUserDriver::install() {
+    updater_.choose(SoftwareUpdater::Choice::Install);
+}
+
+void UpdateUserDriver::skip() {
+    state_ = State::Idle;
+    window_->hide();
+    updater_.choose(SoftwareUpdater::Choice::Skip);
+}
+
+void UpdateUserDriver::dismiss() {
+    switch (state_) {
+    case State::Checking:
+    case State::Downloading:
+        state_ = State::Idle;
+        updater_.cancel();
+        break;
+    case State::Asking:
+        state_ = State::Idle;
+        updater_.choose(SoftwareUpdater::Choice::Later);
+        break;
+    case State::Verifying:
+    case State::Installing:
+        isDeclined_ = true;
+        break;
+    case State::Idle:
+        break;
+    }
+}
+
+} // namespace orvel

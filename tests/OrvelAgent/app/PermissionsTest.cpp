@@ -1,0 +1,104 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/app/Permissions.h"
+
+#include "OrvelAgent/base/Worker.h"
+#include "tests/support/RunTask.h"
+#include "tests/support/TemporaryDirectory.h"
+#include "tests/support/UnprivilegedUser.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+namespace orvel::test {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class PermissionsTest : public testing::Test {
+protected:
+    PermissionsTest() {
+        fs::create_directories(messages());
+        // For everybody, so that only what a test forbids is forbidden.
+        fs::permissions(home_.path(), fs::perms::all);
+    }
+
+    [[nodiscard]] fs::path messages() const { return home_ / "Library/Messages"; }
+    [[nodiscard]] fs::path database() const { return messages() / "chat.db"; }
+
+    void write(const std::string& content) const { std::ofstream(database()) << content; }
+
+    [[nodiscard]] bool hasAccess() const { return Permissions::hasFullDiskAccess(database()); }
+
+    TemporaryDirectory home_;
+};
+
+} // namespace
+
+TEST_F(PermissionsTest, ADatabaseThatCanBeReadIsAccess) {
+    write("SQLite format 3");
+    const UnprivilegedUser user;
+    EXPECT_TRUE(hasAccess());
+}
+
+TEST_F(PermissionsTest, AnEmptyDatabaseIsAccess) {
+    write("");
+    EXPECT_TRUE(hasAccess());
+}
+
+TEST_F(PermissionsTest, ANameThatIsNoUTF8IsAccess) {
+    const fs::path folder = home_ / "Caf\xe9";
+    fs::create_directory(folder);
+    std::ofstream(folder / "chat.db") << "SQLite format 3";
+    EXPECT_TRUE(Permissions::hasFullDiskAccess(folder / "chat.db"));
+}
+
+TEST_F(PermissionsTest, AMissingDatabaseIsNoAccess) {
+    EXPECT_FALSE(hasAccess());
+    fs::remove_all(home_ / "Library");
+    EXPECT_FALSE(hasAccess());
+    EXPECT_FALSE(fs::exists(home_ / "Library")) << "the probe makes nothing";
+}
+
+TEST_F(PermissionsTest, ADatabaseThatMayNotBeReadIsNoAccess) {
+    write("SQLite format 3");
+    fs::permissions(database(), fs::perms::owner_write);
+    const UnprivilegedUser user;
+    EXPECT_FALSE(hasAccess());
+}
+
+TEST_F(PermissionsTest, AFolderThatMayNotBeEnteredIsNoAccess) {
+    write("SQLite format 3");
+    fs::permissions(messages(), fs::perms::none);
+    const UnprivilegedUser user;
+    EXPECT_FALSE(hasAccess());
+}
+
+TEST_F(PermissionsTest, AFolderInItsPlaceIsNoAccess) {
+    fs::create_directory(database());
+    EXPECT_FALSE(hasAccess());
+}
+
+TEST_F(PermissionsTest, AccessThatIsGrantedLaterIsFound) {
+    write("SQLite format 3");
+    fs::permissions(database(), fs::perms::none);
+    const auto hasAccessAsUser = [this] {
+        const UnprivilegedUser user;
+        return hasAccess();
+    };
+    EXPECT_FALSE(hasAccessAsUser());
+    fs::permissions(database(), fs::perms::all);
+    EXPECT_TRUE(hasAccessAsUser());
+}
+
+TEST_F(PermissionsTest, TheProbeOnTheWorkerFindsTheSame) {
+    Worker worker;
+    EXPECT_FALSE(runTask(Permissions::probeFullDiskAccess(&worker, database())));
+    write("SQLite format 3");
+    EXPECT_TRUE(runTask(Permissions::probeFullDiskAccess(&worker, database())));
+}
+
+} // namespace orvel::test

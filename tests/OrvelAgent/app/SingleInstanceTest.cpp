@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/app/SingleInstance.h"
+
+#include "tests/support/FakeBundle.h"
+#include "tests/support/FakeWorkspace.h"
+#include "tests/support/RecordingLogStore.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <functional>
+#include <string>
+
+namespace orvel::test {
+
+namespace {
+
+/// Prints, so that it is seen of a process that ends what comes in which order.
+class PrintingLogStore final : public LogStore {
+public:
+    void write(LogLevel level, std::string_view category, std::string_view message) override {
+        std::fprintf(
+            stderr,
+            "log %d %s: %s\n",
+            static_cast<int>(level),
+            std::string(category).c_str(),
+            std::string(message).c_str());
+    }
+    void readEntries(tavrin::Date, std::function<void(Entries)>) override {}
+};
+
+class SingleInstanceTest : public testing::Test {
+protected:
+    SingleInstanceTest() { bundle_.setInfo("CFBundleIdentifier", "app.test"); }
+
+    FakeBundle bundle_;
+    FakeWorkspace workspace_;
+    PrintingLogStore log_;
+};
+
+} // namespace
+
+TEST_F(SingleInstanceTest, TheFirstCopyGoesOn) {
+    testing::internal::CaptureStderr();
+    SingleInstance::terminateIfAlreadyRunning(bundle_, workspace_, log_);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_TRUE(workspace_.activatedCopies.empty());
+}
+
+TEST_F(SingleInstanceTest, ALaterCopySaysSoAndEnds) {
+    workspace_.otherCopy = {4711};
+    EXPECT_EXIT(
+        SingleInstance::terminateIfAlreadyRunning(bundle_, workspace_, log_),
+        testing::ExitedWithCode(0),
+        "^Another instance is already running \\(pid 4711\\); this copy is exiting\\.\n"
+        "log 4 lifecycle: Another instance is already running \\(pid 4711\\); this copy is "
+        "exiting\\.\n$");
+}
+
+TEST_F(SingleInstanceTest, WithoutAnIdentifierThereIsNothingToGuard) {
+    bundle_.setInfo("CFBundleIdentifier", "");
+    workspace_.otherCopy = {4711};
+    SingleInstance::terminateIfAlreadyRunning(bundle_, workspace_, log_);
+    EXPECT_TRUE(workspace_.activatedCopies.empty());
+}
+
+} // namespace orvel::test

@@ -1,0 +1,676 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/scan/CollectorService.h"
+
+#include "OrvelAgent/base/Configuration.h"
+#include "core/Errors.h"
+#include "core/messages/ChatDatabaseSnapshot.h"
+#include "tests/support/FakeBundle.h"
+#include "tests/support/FakeURLSession.h"
+#include "tests/support/InMemoryUserDefaults.h"
+#include "tests/support/ManualClock.h"
+#include "tests/support/MessagesDatabaseBuilder.h"
+#include "tests/support/PlainFileCopier.h"
+#include "tests/support/RecordingLogStore.h"
+#include "tests/support/RunTask.h"
+#include "tests/support/TemporaryDirectory.h"
+
+#include <QTimer>
+
+#include <boost/json/array.hpp>
+#include <boost/json/object.hpp>
+#include <boost/json/parse.hpp>
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace orvel {
+
+namespace {
+
+using test::FakeURLSession;
+using test::runTask;
+using ScanSummary = CollectorService::ScanSummary;
+using tavrin::CollectionMode;
+using tavrin::ThreadScope;
+
+constexpr std::int64_t cursorAtStart = 9223372036854775807;
+
+QCoro::Task<std::optional<tavrin::Secret>> noToken() {
+    co_return std::nullopt;
+}
+
+class CollectorServiceTest : public testing::Test {
+protected:
+    CollectorServiceTest() : database_(directory_ / "chat.db") {
+        qputenv("TMPDIR", temporary_.path().c_str());
+        known_ = database_.addHandle("+14155550134");
+        knownChat_ = database_.addChat({.guid = "known", .participants = {known_}});
+        const auto stranger = database_.addHandle("+14155550199");
+        strangerChat_ = database_.addChat({.guid = "stranger", .participants = {stranger}});
+        session_.setHandler([this](const URLRequest& request) { return accept(request); });
+        driver_.callOnTimeout([this] { passTime(); });
+    }
+
+    ~CollectorServiceTest() override { qunsetenv("TMPDIR"); }
+
+    void addMessages(int count, bool isKnown = true) {
+        database_.inOneTransaction([&] {
+            for (int i = 0; i < count; ++i) {
+                ++messages_;
+                database_.addMessage(
+                    {.rowID = messages_,
+                     .guid = fmt::format("message-{}", messages_),
+                     .text = fmt::format("text {}", messages_),
+                     .chats = {isKnown ? knownChat_ : strangerChat_}});
+            }
+        });
+    }
+
+    std::optional<ScanSummary> scan(
+        ThreadScope scope = ThreadScope::AllThreads,
+        ContactBridge::IdentityIndex index = {},
+        CollectionMode mode = CollectionMode::WithBodies,
+        std::optional<tavrin::Date> since = std::nullopt) {
+        driver_.start(0);
+        auto summary = runTask(service_.runScan(
+            mode, scope, {"4155550134"}, since, std::move(index), cancellation_.token()));
+        driver_.stop();
+        return summary;
+    }
+
+    /// The service of this test: keeps what it gets.
+    FakeURLSession::Answer accept(const URLRequest& request) {
+        const boost::json::value payload = boost::json::parse(request.body.value());
+        const boost::json::array& records = payload.at("records").as_array();
+        for (const boost::json::value& record : records) {
+            received_.emplace_back(record.at("guid").as_string());
+        }
+        lastPayload_ = payload;
+        URLResponse response;
+        response.status = 200;
+        response.body = fmt::format(
+            R"({{"ok":true,"data":{{"acceptedWatermark":{},"accepted":{}}}}})",
+            payload.at("watermark").as_int64(),
+            records.size());
+        if (onBatch_) {
+            onBatch_();
+        }
+        return response;
+    }
+
+    /// Nothing in a test waits for real: whenever the service waits, time jumps.
+    void passTime() {
+        if (const auto wait = clock_.untilNextTimer()) {
+            waits_.push_back(wait->count());
+            if (onWait_) {
+                onWait_();
+            } else {
+                clock_.advance(*wait);
+            }
+        }
+    }
+
+    /// Not failed.
+    void expectStopped(const std::optional<ScanSummary>& summary) {
+        EXPECT_EQ(summary.value().error, std::nullopt);
+        EXPECT_EQ(service_.lastError(), std::nullopt);
+        EXPECT_EQ(logLines(LogLevel::Error), std::vector<std::string>());
+        const auto lines = logLines(LogLevel::Info);
+        EXPECT_EQ(std::ranges::count(lines, "scan stopped"), 1);
+    }
+
+    std::vector<std::string> logLines(LogLevel level) {
+        std::vector<std::string> lines;
+        for (const auto& entry : log_.lines()) {
+            if (entry.level == level && entry.category == "collector") {
+                lines.push_back(entry.message);
+            }
+        }
+        return lines;
+    }
+
+    test::TemporaryDirectory directory_;
+    test::TemporaryDirectory temporary_;
+    test::MessagesDatabaseBuilder database_;
+    std::int64_t known_ = 0;
+    std::int64_t knownChat_ = 0;
+    std::int64_t strangerChat_ = 0;
+    std::int64_t messages_ = 0;
+
+    test::InMemoryUserDefaults defaults_;
+    test::ManualClock clock_;
+    test::PlainFileCopier copier_;
+    test::RecordingLogStore log_;
+    test::FakeBundle bundle_;
+    FakeURLSession session_;
+    Worker worker_;
+    tavrin::CancellationSource cancellation_;
+    WatermarkStore store_{defaults_};
+    CollectorService service_{
+        store_,
+        IngestClient(
+            APIClient(
+                session_,
+                worker_,
+                Configuration(bundle_),
+                "https://api.test.example",
+                noToken,
+                IngestClient::requestTimeout),
+            "0.0.0"),
+        copier_,
+        clock_,
+        worker_,
+        log_,
+        {.sourcePath = (directory_ / "chat.db").string()}};
+
+    QTimer driver_;
+    std::vector<double> waits_;
+    std::vector<std::string> received_;
+    boost::json::value lastPayload_;
+    std::function<void()> onBatch_;
+    std::function<void()> onWait_;
+};
+
+} // namespace
+
+TEST_F(CollectorServiceTest, AFreshScanWalksBackThroughHistoryAndThenForward) {
+    addMessages(1200);
+    const auto summary = scan();
+    ASSERT_TRUE(summary);
+    EXPECT_FALSE(summary->error) << *summary->error;
+    EXPECT_EQ(summary->scanned, 1200);
+    EXPECT_EQ(summary->collected, 1200);
+    EXPECT_EQ(summary->uploaded, 1200);
+    EXPECT_EQ(summary->watermark, 1200);
+    EXPECT_EQ(summary->mode, CollectionMode::WithBodies);
+    EXPECT_EQ(session_.requests().size(), 3U);
+    EXPECT_EQ(received_.front(), "message-1200");
+    EXPECT_EQ(received_.back(), "message-1");
+    EXPECT_EQ(std::set(received_.begin(), received_.end()).size(), 1200U);
+    EXPECT_TRUE(store_.isBackfillDone());
+    EXPECT_EQ(store_.backfillCursor(), 1);
+    EXPECT_EQ(store_.watermark(), 1200);
+}
+
+TEST_F(CollectorServiceTest, ItPausesTenSecondsBetweenBatchesOfHistoryThatWereSent) {
+    addMessages(1200);
+    scan();
+    EXPECT_EQ(waits_, (std::vector<double>{10, 10}));
+}
+
+TEST_F(CollectorServiceTest, ItDoesNotPauseAfterABatchWithNothingToSend) {
+    addMessages(600, false);
+    addMessages(500, true);
+    const auto summary = scan(ThreadScope::KnownContactsOnly);
+    EXPECT_EQ(summary->uploaded, 500);
+    EXPECT_EQ(summary->skippedOutOfScope, 600);
+    EXPECT_EQ(waits_, (std::vector<double>{10}));
+}
+
+TEST_F(CollectorServiceTest, NewMessagesAreSentForwardWithoutAPause) {
+    addMessages(10);
+    scan();
+    addMessages(1100);
+    received_.clear();
+    waits_.clear();
+    const auto summary = scan();
+    EXPECT_EQ(summary->uploaded, 1100);
+    EXPECT_EQ(received_.front(), "message-11");
+    EXPECT_EQ(received_.back(), "message-1110");
+    EXPECT_TRUE(waits_.empty());
+    EXPECT_EQ(store_.watermark(), 1110);
+    EXPECT_EQ(lastPayload_.at("watermark").as_int64(), 1110);
+}
+
+TEST_F(CollectorServiceTest, WithNothingNewNothingIsSentAndNothingMoves) {
+    addMessages(10);
+    scan();
+    const auto requests = session_.requests().size();
+    const auto summary = scan();
+    EXPECT_FALSE(summary->error);
+    EXPECT_EQ(summary->scanned, 0);
+    EXPECT_EQ(summary->collected, 0);
+    EXPECT_EQ(summary->uploaded, 0);
+    EXPECT_EQ(summary->watermark, 10);
+    EXPECT_EQ(session_.requests().size(), requests);
+}
+
+TEST_F(CollectorServiceTest, AnEmptyDatabaseIsAGoodScan) {
+    const auto summary = scan();
+    EXPECT_FALSE(summary->error);
+    EXPECT_EQ(summary->scanned, 0);
+    EXPECT_TRUE(store_.isBackfillDone());
+    EXPECT_EQ(store_.watermark(), 0);
+    EXPECT_EQ(store_.backfillCursor(), cursorAtStart);
+}
+
+TEST_F(CollectorServiceTest, ABatchOutOfScopeMovesTheCursorAndSendsNothing) {
+    addMessages(700, false);
+    const auto summary = scan(ThreadScope::KnownContactsOnly);
+    EXPECT_EQ(summary->skippedOutOfScope, 700);
+    EXPECT_EQ(summary->uploaded, 0);
+    EXPECT_TRUE(session_.requests().empty());
+    EXPECT_EQ(store_.backfillCursor(), 1);
+    EXPECT_EQ(store_.watermark(), 700);
+    EXPECT_TRUE(store_.isBackfillDone());
+}
+
+TEST_F(CollectorServiceTest, MetadataOnlySendsNoText) {
+    addMessages(3);
+    scan(ThreadScope::AllThreads, {}, CollectionMode::MetadataOnly);
+    EXPECT_EQ(session_.requests().at(0).body->find("text "), std::string::npos);
+    EXPECT_FALSE(lastPayload_.at("records").at(0).as_object().contains("body"));
+}
+
+TEST_F(CollectorServiceTest, OnlyMessagesSinceTheGivenTimeAreSent) {
+    addMessages(3);
+    const tavrin::Date later{tavrin::Seconds(1'800'000'000)};
+    const auto summary = scan(ThreadScope::AllThreads, {}, CollectionMode::WithBodies, later);
+    EXPECT_EQ(summary->scanned, 0);
+    EXPECT_TRUE(session_.requests().empty());
+}
+
+TEST_F(CollectorServiceTest, RecordsCarryTheNamesOfTheIndex) {
+    addMessages(1);
+    ContactBridge::Identity identity;
+    identity.name = "Known Person";
+    identity.emails = {"known@example.com"};
+    scan(ThreadScope::AllThreads, {{"4155550134", identity}});
+    const auto& record = lastPayload_.at("records").at(0);
+    EXPECT_EQ(record.at("participantNames").at("+14155550134").as_string(), "Known Person");
+    EXPECT_EQ(
+        record.at("participantEmails").at("+14155550134").at(0).as_string(), "known@example.com");
+}
+
+TEST_F(CollectorServiceTest, ATransientFailureIsFollowedByTheSameBatchAgain) {
+    addMessages(2);
+    session_.enqueue(429, "");
+    session_.enqueue(503, R"({"ok":false,"error":"busy"})");
+    session_.enqueue(tavrin::URLErrorCode::NetworkConnectionLost);
+    const auto summary = scan();
+    EXPECT_FALSE(summary->error);
+    EXPECT_EQ(summary->uploaded, 2);
+    ASSERT_EQ(session_.requests().size(), 4U);
+    EXPECT_EQ(session_.requests()[0].body, session_.requests()[3].body);
+    EXPECT_EQ(waits_, (std::vector<double>{5, 15, 45}));
+    const auto lines = logLines(LogLevel::Default);
+    ASSERT_EQ(lines.size(), 3U);
+    EXPECT_EQ(
+        lines[0], "batch upload failed (HTTP 429); resending the same batch in 5.0s (retry 1)");
+    EXPECT_EQ(lines[1], "batch upload failed (busy); resending the same batch in 15.0s (retry 2)");
+    EXPECT_TRUE(lines[2].ends_with("resending the same batch in 45.0s (retry 3)")) << lines[2];
+}
+
+TEST_F(CollectorServiceTest, FourFailuresEndTheScanAndMoveNothing) {
+    addMessages(600);
+    session_.enqueue(200, R"({"ok":true,"data":{"acceptedWatermark":600,"accepted":500}})");
+    for (int i = 0; i < 4; ++i) {
+        session_.enqueue(500, R"({"ok":false,"error":"down"})");
+    }
+    const auto summary = scan();
+    EXPECT_EQ(summary->error, "down");
+    EXPECT_EQ(summary->uploaded, 500);
+    EXPECT_EQ(summary->scanned, 600);
+    EXPECT_EQ(service_.lastError(), "down");
+    EXPECT_EQ(session_.requests().size(), 5U);
+    EXPECT_EQ(store_.backfillCursor(), 101);
+    EXPECT_EQ(store_.watermark(), 600);
+    EXPECT_FALSE(store_.isBackfillDone());
+    EXPECT_EQ(logLines(LogLevel::Error), std::vector<std::string>{"scan failed: down"});
+
+    const auto next = scan();
+    EXPECT_FALSE(next->error);
+    EXPECT_EQ(next->uploaded, 100);
+    EXPECT_EQ(session_.requests()[4].body, session_.requests()[5].body);
+    EXPECT_FALSE(service_.lastError());
+}
+
+TEST_F(CollectorServiceTest, AFailedFirstBatchLeavesTheStoreAsItWas) {
+    addMessages(3);
+    session_.enqueue(400, R"({"ok":false,"error":"bad"})");
+    scan();
+    EXPECT_EQ(store_.watermark(), 0);
+    EXPECT_EQ(store_.backfillCursor(), cursorAtStart);
+    EXPECT_FALSE(store_.isBackfillDone());
+}
+
+TEST_F(CollectorServiceTest, ARefusalIsNotRepeated) {
+    addMessages(3);
+    for (const int status : {400, 401, 408, 413}) {
+        session_.enqueue(status, "");
+        const auto before = session_.requests().size();
+        EXPECT_EQ(scan()->error, fmt::format("HTTP {}", status));
+        EXPECT_EQ(session_.requests().size(), before + 1) << status;
+    }
+    EXPECT_TRUE(waits_.empty());
+}
+
+TEST_F(CollectorServiceTest, AnUntrustedCertificateIsNotRepeated) {
+    addMessages(3);
+    session_.enqueue(tavrin::URLErrorCode::ServerCertificateUntrusted);
+    EXPECT_TRUE(scan()->error);
+    EXPECT_EQ(session_.requests().size(), 1U);
+}
+
+TEST_F(CollectorServiceTest, ARefusedCallChangesNoState) {
+    addMessages(600);
+    service_.setPaused(true);
+    EXPECT_FALSE(scan());
+    EXPECT_TRUE(service_.history().empty());
+    EXPECT_TRUE(log_.lines().empty());
+    EXPECT_TRUE(session_.requests().empty());
+
+    service_.setPaused(false);
+    std::optional<bool> wasRefused;
+    onBatch_ = [&] {
+        if (!wasRefused) {
+            const auto lines = log_.lines().size();
+            wasRefused = !runTask(service_.runScan(
+                CollectionMode::WithBodies, ThreadScope::AllThreads, {}, std::nullopt, {}));
+            EXPECT_EQ(log_.lines().size(), lines);
+            EXPECT_TRUE(service_.isScanning());
+        }
+    };
+    EXPECT_EQ(scan()->uploaded, 600);
+    EXPECT_EQ(wasRefused, true);
+    EXPECT_EQ(service_.history().size(), 1U);
+}
+
+TEST_F(CollectorServiceTest, PausingStopsBeforeTheNextBatchAndRecordsWhatWasDone) {
+    addMessages(1200);
+    onBatch_ = [&] {
+        service_.setPaused(true);
+    };
+    const auto summary = scan();
+    EXPECT_FALSE(summary->error);
+    EXPECT_EQ(summary->uploaded, 500);
+    EXPECT_EQ(store_.backfillCursor(), 701);
+    EXPECT_FALSE(store_.isBackfillDone());
+    EXPECT_FALSE(service_.isScanning());
+
+    onBatch_ = {};
+    service_.setPaused(false);
+    EXPECT_EQ(scan()->uploaded, 700);
+}
+
+TEST_F(CollectorServiceTest, CancellingDuringThePauseEndsTheScan) {
+    addMessages(1200);
+    onWait_ = [&] {
+        cancellation_.cancel();
+    };
+    const auto summary = scan();
+    expectStopped(summary);
+    EXPECT_EQ(summary->uploaded, 500);
+    EXPECT_EQ(store_.backfillCursor(), 701);
+}
+
+TEST_F(CollectorServiceTest, CancellingDuringTheCopyEndsTheScan) {
+    addMessages(3);
+    cancellation_.cancel();
+    expectStopped(scan());
+    EXPECT_TRUE(session_.requests().empty());
+}
+
+TEST_F(CollectorServiceTest, CancellingDuringAnUploadEndsItAtOnceAndMovesNothing) {
+    addMessages(3);
+    session_.setHandler([this](const URLRequest&) -> FakeURLSession::Answer {
+        QMetaObject::invokeMethod(
+            &driver_, [this] { cancellation_.cancel(); }, Qt::QueuedConnection);
+        return std::nullopt;
+    });
+    const auto summary = scan();
+    expectStopped(summary);
+    EXPECT_EQ(session_.requests().size(), 1U);
+    EXPECT_EQ(store_.backfillCursor(), cursorAtStart);
+}
+
+TEST_F(CollectorServiceTest, CancellingBetweenAttemptsEndsThem) {
+    addMessages(3);
+    session_.enqueue(503, "");
+    onWait_ = [&] {
+        cancellation_.cancel();
+    };
+    const auto summary = scan();
+    expectStopped(summary);
+    EXPECT_EQ(session_.requests().size(), 1U);
+    EXPECT_EQ(store_.backfillCursor(), cursorAtStart);
+}
+
+TEST_F(CollectorServiceTest, ANewerMessageDuringTheWalkIsLeftToTheForwardPass) {
+    addMessages(600);
+    onBatch_ = [&] {
+        onBatch_ = {};
+        addMessages(5);
+    };
+    EXPECT_EQ(scan()->uploaded, 600);
+    EXPECT_EQ(store_.watermark(), 600);
+    EXPECT_EQ(scan()->uploaded, 5);
+    EXPECT_EQ(store_.watermark(), 605);
+}
+
+TEST_F(CollectorServiceTest, AResumedWalkDoesNotTouchTheWatermark) {
+    addMessages(1000);
+    store_.setWatermark(1000);
+    store_.setBackfillCursor(501);
+    onBatch_ = [&] {
+        EXPECT_EQ(store_.watermark(), 1000);
+    };
+    EXPECT_EQ(scan()->uploaded, 500);
+    EXPECT_EQ(store_.watermark(), 1000);
+}
+
+TEST_F(CollectorServiceTest, ResettingWalksBackFromTheNewestMessageAgain) {
+    addMessages(3);
+    scan();
+    EXPECT_TRUE(service_.hasScanned());
+    received_.clear();
+    runTask(service_.resetWatermark());
+    EXPECT_EQ(store_.watermark(), 0);
+    EXPECT_EQ(scan()->uploaded, 3);
+    EXPECT_EQ(received_, (std::vector<std::string>{"message-3", "message-2", "message-1"}));
+    EXPECT_EQ(store_.messagesLast24h(), 3);
+}
+
+TEST_F(CollectorServiceTest, ResettingEndsAScanThatRunsBeforeItMovesAnythingOn) {
+    addMessages(1200);
+    for (const bool isBackfillDone : {false, true}) {
+        store_.setBackfillDone(isBackfillDone);
+        onBatch_ = [this] {
+            QMetaObject::invokeMethod(
+                &driver_, [this] { service_.resetWatermark(); }, Qt::QueuedConnection);
+        };
+        const auto summary = scan();
+        EXPECT_FALSE(summary->error);
+        EXPECT_EQ(summary->uploaded, 500);
+        EXPECT_EQ(store_.watermark(), 0);
+        EXPECT_EQ(store_.backfillCursor(), cursorAtStart);
+        EXPECT_FALSE(store_.isBackfillDone());
+    }
+    onBatch_ = nullptr;
+    received_.clear();
+    EXPECT_EQ(scan()->uploaded, 1200);
+    EXPECT_EQ(received_.front(), "message-1200");
+}
+
+TEST_F(CollectorServiceTest, AResetThatFailsDisturbsNoScanThatRuns) {
+    addMessages(1200);
+    bool hasFailed = false;
+    onBatch_ = [&] {
+        if (hasFailed) {
+            return;
+        }
+        defaults_.setFailsWrites(true);
+        try {
+            runTask(service_.resetWatermark());
+        } catch (const tavrin::PlatformError&) {
+            hasFailed = true;
+        }
+        defaults_.setFailsWrites(false);
+    };
+    const auto summary = scan();
+    EXPECT_TRUE(hasFailed);
+    EXPECT_FALSE(summary->error);
+    EXPECT_EQ(summary->uploaded, 1200);
+    EXPECT_EQ(store_.watermark(), 1200);
+    EXPECT_TRUE(store_.isBackfillDone());
+}
+
+TEST_F(CollectorServiceTest, TheLastDaysMessagesAreCountedAtTheStart) {
+    EXPECT_FALSE(service_.hasScanned());
+    addMessages(4);
+    scan();
+    EXPECT_EQ(store_.messagesLast24h(), 4);
+    EXPECT_EQ(store_.messagesLast24hAt(), clock_.now());
+    EXPECT_TRUE(service_.hasScanned());
+}
+
+TEST_F(CollectorServiceTest, AMissingDatabaseEndsTheScanWithItsDescription) {
+    std::filesystem::remove(directory_ / "chat.db");
+    const auto summary = scan();
+    EXPECT_EQ(
+        summary->error, "Messages database not found at " + (directory_ / "chat.db").string());
+    EXPECT_FALSE(service_.hasScanned());
+    EXPECT_FALSE(service_.isScanning());
+}
+
+TEST_F(CollectorServiceTest, AnUnexpectedSchemaPausesCollection) {
+    addMessages(1);
+    database_.execute("ALTER TABLE message RENAME COLUMN guid TO identifier");
+    const auto summary = scan();
+    EXPECT_EQ(
+        summary->error,
+        "chat.db schema unexpected: column `message.guid` not found. Messages may have changed its "
+        "schema — collection is paused rather than silently returning nothing.");
+    EXPECT_TRUE(session_.requests().empty());
+}
+
+TEST_F(CollectorServiceTest, ProgressThatCannotBeSavedEndsTheScan) {
+    addMessages(3);
+    onBatch_ = [&] {
+        defaults_.setFailsWrites(true);
+    };
+    const auto summary = scan();
+    ASSERT_TRUE(summary->error);
+    EXPECT_NE(summary->error->find("Could not write the settings"), std::string::npos);
+    EXPECT_EQ(store_.backfillCursor(), cursorAtStart);
+}
+
+TEST_F(CollectorServiceTest, TheCopyIsGoneWhenTheScanIsOver) {
+    addMessages(3);
+    bool existed = false;
+    onBatch_ = [&] {
+        existed = !std::filesystem::is_empty(temporary_.path());
+    };
+    scan();
+    EXPECT_TRUE(existed);
+    EXPECT_TRUE(std::filesystem::is_empty(temporary_.path()));
+
+    session_.setHandler([](const URLRequest&) {
+        return FakeURLSession::Answer(URLResponse{400, ""});
+    });
+    addMessages(1);
+    EXPECT_TRUE(scan()->error);
+    EXPECT_TRUE(std::filesystem::is_empty(temporary_.path()));
+}
+
+TEST_F(CollectorServiceTest, ItLogsTheBeginningEachBatchAndTheEnd) {
+    addMessages(2);
+    addMessages(1, false);
+    session_.enqueue(
+        200,
+        R"({"ok":true,"data":{"acceptedWatermark":2,"accepted":2,"contactsTouched":1,)"
+        R"("unknownCounterparty":7}})");
+    scan(ThreadScope::KnownContactsOnly);
+    const std::vector<std::string> expected = {
+        "scan starting (mode=withBodies, scope=knownContactsOnly, known contacts=1)",
+        "batch accepted: 2 messages, 1 contacts touched, 7 with unknown counterparties",
+        "scan done: examined 3, sent 2, skipped 1 out of scope, backfill complete, watermark 3"};
+    EXPECT_EQ(logLines(LogLevel::Info), expected);
+}
+
+TEST_F(CollectorServiceTest, NoLogLineHoldsTextOrAHandle) {
+    addMessages(3);
+    session_.enqueue(503, "");
+    scan();
+    for (const auto& entry : log_.lines()) {
+        EXPECT_EQ(entry.message.find("text 1"), std::string::npos);
+        EXPECT_EQ(entry.message.find("4155550134"), std::string::npos);
+    }
+}
+
+TEST_F(CollectorServiceTest, TheHistoryKeepsFiftyFinishedScans) {
+    addMessages(1);
+    for (int i = 0; i < 51; ++i) {
+        clock_.advance(tavrin::Seconds(60));
+        scan();
+    }
+    EXPECT_EQ(service_.history().size(), 50U);
+    EXPECT_GT(service_.history().front().startedAt, service_.history().back().startedAt);
+    EXPECT_EQ(service_.history().back().uploaded, 0)
+        << "the first scan's summary is the one dropped";
+}
+
+TEST_F(CollectorServiceTest, SkippedScansGrowTheHistoryUntilTheNextFinishedOne) {
+    for (int i = 0; i < 60; ++i) {
+        service_.recordAbort("skipped");
+    }
+    EXPECT_EQ(service_.history().size(), 60U);
+    scan();
+    EXPECT_EQ(service_.history().size(), 50U);
+}
+
+TEST_F(CollectorServiceTest, ASkippedScanIsRecordedWithItsReason) {
+    store_.setWatermark(9);
+    service_.recordAbort("no list");
+    ASSERT_EQ(service_.history().size(), 1U);
+    const ScanSummary& summary = service_.history().front();
+    EXPECT_EQ(summary.error, "no list");
+    EXPECT_EQ(summary.startedAt, clock_.now());
+    EXPECT_EQ(summary.finishedAt, clock_.now());
+    EXPECT_EQ(summary.watermark, 9);
+    EXPECT_EQ(summary.mode, CollectionMode::MetadataOnly);
+    EXPECT_EQ(summary.scanned, 0);
+    EXPECT_EQ(service_.lastError(), "no list");
+    EXPECT_EQ(logLines(LogLevel::Error), std::vector<std::string>{"scan skipped: no list"});
+}
+
+TEST_F(CollectorServiceTest, NoticesAreLoggedAsErrors) {
+    service_.noteContactsUnavailable();
+    service_.noteDebuggerBlocksPrompt();
+    service_.noteContactsRequestIgnored();
+    service_.noteContactsAddedNothing(12);
+    const std::vector<std::string> expected = {
+        "Contacts access not granted: only identifiers the graph already holds can match, which on "
+        "an email-derived graph is very few phone numbers",
+        "not requesting Contacts: a debugger is attached, so macOS will not show the prompt and "
+        "would record a permanent denial. Quit the Xcode run and open the app from Finder.",
+        "Contacts request did not grant access and macOS showed no prompt. A decision recorded for "
+        "an earlier build of this app cannot be repaired by toggling the switch — remove Orvel "
+        "Agent from System Settings > Privacy & Security > Contacts, then ask again.",
+        "address book gave no new identifiers (12 contacts): either none of them share an email "
+        "with the graph, or the threads genuinely do not overlap it"};
+    EXPECT_EQ(logLines(LogLevel::Error), expected);
+}
+
+TEST_F(CollectorServiceTest, ItTellsHowFarItHasCome) {
+    addMessages(1000);
+    std::vector<double> fractions;
+    QObject::connect(&service_, &CollectorService::progressed, &service_, [&] {
+        fractions.push_back(service_.progress().backfillFraction.value_or(-1));
+    });
+    scan();
+    ASSERT_EQ(fractions.size(), 3U);
+    EXPECT_NEAR(fractions[0], 0.5, 0.01);
+    EXPECT_NEAR(fractions[1], 1.0, 0.01);
+    EXPECT_EQ(fractions[2], -1) << "the forward pass cannot know";
+    EXPECT_EQ(service_.progress().uploaded, 1000);
+}
+
+} // namespace orvel

@@ -1,0 +1,356 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/scan/ContactBridge.h"
+
+#include "OrvelAgent/base/Worker.h"
+#include "tests/support/FakeAddressBook.h"
+#include "tests/support/RecordingLogStore.h"
+#include "tests/support/RunTask.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace orvel {
+
+namespace {
+
+using test::runTask;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+using HintSet = ContactBridge::HintSet;
+using Identity = ContactBridge::Identity;
+using IdentityIndex = ContactBridge::IdentityIndex;
+using Line = test::RecordingLogStore::Line;
+
+Line contactsLine(LogLevel level, std::string message) {
+    return {level, "contacts", std::move(message)};
+}
+
+ContactCard person(std::string givenName, std::string familyName) {
+    ContactCard card;
+    card.givenName = std::move(givenName);
+    card.familyName = std::move(familyName);
+    return card;
+}
+
+ContactCard withPhones(ContactCard card, std::vector<std::string> numbers) {
+    card.phoneNumbers = std::move(numbers);
+    return card;
+}
+
+ContactCard withEmails(ContactCard card, std::vector<std::string> addresses) {
+    card.emailAddresses = std::move(addresses);
+    return card;
+}
+
+class ContactBridgeTest : public testing::Test {
+protected:
+    ContactBridge::Expansion expand(HintSet hints) {
+        return runTask(bridge_.expand(std::move(hints)));
+    }
+
+    IdentityIndex buildIndex() { return runTask(bridge_.buildIdentityIndex()); }
+
+    /// The name that the only card gets in the index.
+    std::optional<std::string> nameOf(ContactCard card) {
+        addressBook_.cards = {withEmails(std::move(card), {"key@example.com"})};
+        return buildIndex().at("key@example.com").name;
+    }
+
+    test::FakeAddressBook addressBook_;
+    test::RecordingLogStore log_;
+    Worker worker_;
+    ContactBridge bridge_{addressBook_, worker_, log_};
+};
+
+} // namespace
+
+TEST_F(ContactBridgeTest, NamesEveryAuthorizationStatus) {
+    const auto nameOfStatus = [this](int status) {
+        addressBook_.status = status;
+        return bridge_.rawStatusName();
+    };
+    EXPECT_EQ(nameOfStatus(0), "notDetermined");
+    EXPECT_EQ(nameOfStatus(1), "restricted");
+    EXPECT_EQ(nameOfStatus(2), "denied");
+    EXPECT_EQ(nameOfStatus(3), "authorized");
+    EXPECT_EQ(nameOfStatus(4), "limited");
+    EXPECT_EQ(nameOfStatus(7), "unknown(7)");
+    EXPECT_EQ(nameOfStatus(-1), "unknown(-1)");
+}
+
+TEST_F(ContactBridgeTest, DerivesTheAvailabilityFromTheStatus) {
+    using Availability = ContactBridge::Availability;
+    const auto availabilityOfStatus = [this](int status) {
+        addressBook_.status = status;
+        return bridge_.availability();
+    };
+    EXPECT_EQ(availabilityOfStatus(AddressBook::authorized), Availability::Granted);
+    EXPECT_EQ(availabilityOfStatus(AddressBook::limited), Availability::Granted);
+    EXPECT_EQ(availabilityOfStatus(AddressBook::restricted), Availability::Denied);
+    EXPECT_EQ(availabilityOfStatus(AddressBook::denied), Availability::Denied);
+    EXPECT_EQ(availabilityOfStatus(AddressBook::notDetermined), Availability::NotDetermined);
+    EXPECT_EQ(availabilityOfStatus(7), Availability::NotDetermined);
+}
+
+TEST_F(ContactBridgeTest, AsksWhenNothingIsDecidedAndReportsConsent) {
+    addressBook_.status = AddressBook::notDetermined;
+    EXPECT_TRUE(runTask(bridge_.requestAccess()));
+    EXPECT_EQ(addressBook_.questions, 1);
+    EXPECT_THAT(
+        log_.lines(),
+        ElementsAre(
+            contactsLine(LogLevel::Info, "contacts access requested; status is notDetermined"),
+            contactsLine(
+                LogLevel::Default, "contacts request returned true; status is now authorized")));
+}
+
+TEST_F(ContactBridgeTest, AsksWhenNothingIsDecidedAndReportsRefusal) {
+    addressBook_.status = AddressBook::notDetermined;
+    addressBook_.userAllows = false;
+    EXPECT_FALSE(runTask(bridge_.requestAccess()));
+    EXPECT_THAT(
+        log_.lines(),
+        ElementsAre(
+            contactsLine(LogLevel::Info, "contacts access requested; status is notDetermined"),
+            contactsLine(
+                LogLevel::Default,
+                "contacts request returned false; status is now notDetermined")));
+}
+
+TEST_F(ContactBridgeTest, AsksUnderAStatusThatIsNotKnown) {
+    addressBook_.status = 7;
+    EXPECT_TRUE(runTask(bridge_.requestAccess()));
+    EXPECT_EQ(addressBook_.questions, 1);
+}
+
+TEST_F(ContactBridgeTest, NeverAsksAgainWhatIsDecided) {
+    const auto requestUnder = [this](int status) {
+        addressBook_.status = status;
+        return runTask(bridge_.requestAccess());
+    };
+    EXPECT_TRUE(requestUnder(AddressBook::authorized));
+    EXPECT_TRUE(requestUnder(AddressBook::limited));
+    EXPECT_FALSE(requestUnder(AddressBook::restricted));
+    EXPECT_FALSE(requestUnder(AddressBook::denied));
+    EXPECT_EQ(addressBook_.questions, 0);
+    EXPECT_THAT(
+        log_.lines(),
+        ElementsAre(
+            contactsLine(LogLevel::Info, "contacts access requested; status is authorized"),
+            contactsLine(LogLevel::Info, "contacts access requested; status is limited"),
+            contactsLine(LogLevel::Info, "contacts access requested; status is restricted"),
+            contactsLine(LogLevel::Info, "contacts access requested; status is denied")));
+}
+
+TEST_F(ContactBridgeTest, NoHintsLeaveTheAddressBookAlone) {
+    addressBook_.cards = {withEmails({}, {"a@example.com"})};
+    const auto expansion = expand({});
+    EXPECT_THAT(expansion.hints, IsEmpty());
+    EXPECT_EQ(expansion.added, 0);
+    EXPECT_EQ(expansion.scanned, 0);
+    EXPECT_THAT(addressBook_.enumerations, IsEmpty());
+    EXPECT_THAT(
+        log_.lines(),
+        ElementsAre(contactsLine(
+            LogLevel::Default, "address book not consulted; status authorized, 0 hints")));
+}
+
+TEST_F(ContactBridgeTest, WithoutAccessTheHintsStayAsTheyAre) {
+    addressBook_.status = AddressBook::denied;
+    addressBook_.cards = {withEmails({}, {"a@example.com", "b@example.com"})};
+    const auto expansion = expand({"a@example.com", "4155550134"});
+    EXPECT_THAT(expansion.hints, UnorderedElementsAre("a@example.com", "4155550134"));
+    EXPECT_EQ(expansion.added, 0);
+    EXPECT_EQ(expansion.scanned, 0);
+    EXPECT_THAT(addressBook_.enumerations, IsEmpty());
+    EXPECT_THAT(
+        log_.lines(),
+        ElementsAre(
+            contactsLine(LogLevel::Default, "address book not consulted; status denied, 2 hints")));
+}
+
+TEST_F(ContactBridgeTest, AKnownEmailBringsInTheOtherIdentifiersOfItsCard) {
+    addressBook_.cards = {
+        withPhones(
+            withEmails({}, {"a@example.com", "work@example.com"}),
+            {"+1 (415) 555-0134", "+44 20 7946 0958"}),
+        withPhones({}, {"+1 415 555 0199"})};
+    const auto expansion = expand({"a@example.com"});
+    EXPECT_THAT(
+        expansion.hints,
+        UnorderedElementsAre("a@example.com", "work@example.com", "4155550134", "442079460958"));
+    EXPECT_EQ(expansion.added, 3);
+    EXPECT_EQ(expansion.scanned, 2);
+    EXPECT_THAT(
+        log_.lines(),
+        ElementsAre(contactsLine(
+            LogLevel::Default,
+            "address book: 2 contacts scanned, 3 identifiers added to 1 from the graph")));
+}
+
+TEST_F(ContactBridgeTest, AKnownPhoneBringsInTheOtherIdentifiersOfItsCard) {
+    addressBook_.cards = {
+        withPhones(withEmails({}, {"a@example.com"}), {"+1 (415) 555-0134", "+1 415 555 0199"})};
+    EXPECT_THAT(
+        expand({"4155550134"}).hints,
+        UnorderedElementsAre("4155550134", "a@example.com", "4155550199"));
+}
+
+TEST_F(ContactBridgeTest, ACardCountsByTheGivenHintsAndNotByWhatOtherCardsAdded) {
+    addressBook_.cards = {
+        withEmails({}, {"a@example.com", "shared@example.com"}),
+        withEmails({}, {"shared@example.com", "stranger@example.com"})};
+    EXPECT_THAT(
+        expand({"a@example.com"}).hints,
+        UnorderedElementsAre("a@example.com", "shared@example.com"));
+}
+
+TEST_F(ContactBridgeTest, IdentifiersThatReduceToNothingAreDropped) {
+    addressBook_.cards = {
+        withPhones(withEmails({}, {"a@example.com", " \n", ""}), {"55-0134", "front desk", ""})};
+    const auto expansion = expand({"a@example.com"});
+    EXPECT_THAT(expansion.hints, UnorderedElementsAre("a@example.com"));
+    EXPECT_EQ(expansion.added, 0);
+    EXPECT_EQ(expansion.scanned, 1);
+}
+
+TEST_F(ContactBridgeTest, EmailsAreTrimmedAndLowerCasedBeforeTheyCount) {
+    addressBook_.cards = {withEmails({}, {" \tJane.DOE@Example.COM\n", "ÄRGER@example.com"})};
+    EXPECT_THAT(
+        expand({"jane.doe@example.com"}).hints,
+        UnorderedElementsAre("jane.doe@example.com", "ärger@example.com"));
+}
+
+TEST_F(ContactBridgeTest, APhoneNumberStaysAPhoneNumberEvenWithAnAtSign) {
+    addressBook_.cards = {withPhones({}, {"4155550134@example.com"})};
+    EXPECT_THAT(expand({"4155550134"}).hints, UnorderedElementsAre("4155550134"));
+    EXPECT_EQ(expand({"4155550134@example.com"}).added, 0);
+}
+
+TEST_F(ContactBridgeTest, AReadingErrorLeavesTheHintsAsTheyAre) {
+    addressBook_.readError = tavrin::PlatformError("test", 5, "The disk is gone.");
+    const auto expansion = expand({"a@example.com"});
+    EXPECT_THAT(expansion.hints, UnorderedElementsAre("a@example.com"));
+    EXPECT_EQ(expansion.added, 0);
+    EXPECT_EQ(expansion.scanned, 0);
+    EXPECT_THAT(
+        log_.lines(),
+        ElementsAre(
+            contactsLine(LogLevel::Default, "could not read the address book: The disk is gone.")));
+}
+
+TEST_F(ContactBridgeTest, LimitedAccessCountsAsAccess) {
+    addressBook_.status = AddressBook::limited;
+    addressBook_.cards = {withPhones(withEmails({}, {"a@example.com"}), {"4155550134"})};
+    EXPECT_EQ(expand({"a@example.com"}).added, 1);
+    EXPECT_EQ(buildIndex().size(), 2U);
+}
+
+TEST_F(ContactBridgeTest, ReadsOnlyTheFieldsItNeeds) {
+    expand({"a@example.com"});
+    buildIndex();
+    EXPECT_THAT(
+        addressBook_.enumerations,
+        ElementsAre(AddressBook::Fields::Identifiers, AddressBook::Fields::IdentifiersAndNames));
+}
+
+TEST_F(ContactBridgeTest, IndexesACardUnderEachOfItsIdentifiers) {
+    addressBook_.cards = {withPhones(
+        withEmails(person("Jane", "Doe"), {" Jane@Example.com", "", "doe@example.com"}),
+        {"+1 (415) 555-0134", "12"})};
+    const Identity jane{"Jane Doe", {"jane@example.com", "doe@example.com"}};
+    EXPECT_EQ(
+        buildIndex(),
+        (IdentityIndex{
+            {"4155550134", jane}, {"jane@example.com", jane}, {"doe@example.com", jane}}));
+    EXPECT_THAT(
+        log_.lines(),
+        ElementsAre(
+            contactsLine(LogLevel::Default, "address-book index: 3 handle->identity entries")));
+}
+
+TEST_F(ContactBridgeTest, ALaterCardReplacesAnEarlierOneUnderTheSameIdentifier) {
+    addressBook_.cards = {
+        withPhones(withEmails(person("First", ""), {"first@example.com"}), {"4155550134"}),
+        withPhones(person("Second", ""), {"+1 415-555-0134"})};
+    const IdentityIndex index = buildIndex();
+    EXPECT_EQ(index.at("4155550134"), (Identity{"Second", {}}));
+    EXPECT_EQ(index.at("first@example.com"), (Identity{"First", {"first@example.com"}}));
+    EXPECT_EQ(index.size(), 2U);
+}
+
+TEST_F(ContactBridgeTest, JoinsTheNamesThatAreThere) {
+    EXPECT_EQ(nameOf(person("Jane", "Doe")), "Jane Doe");
+    EXPECT_EQ(nameOf(person("Jane", "")), "Jane");
+    EXPECT_EQ(nameOf(person("", "Doe")), "Doe");
+}
+
+TEST_F(ContactBridgeTest, AnOrganizationGivesItsNameOnlyToANamelessCard) {
+    ContactCard card = person("Jane", "");
+    card.organizationName = "Example Ltd";
+    EXPECT_EQ(nameOf(card), "Jane");
+    card.givenName.clear();
+    EXPECT_EQ(nameOf(card), "Example Ltd");
+}
+
+TEST_F(ContactBridgeTest, ANamelessCardStillGivesItsEmails) {
+    addressBook_.cards = {withPhones(withEmails({}, {"a@example.com"}), {"4155550134"})};
+    EXPECT_EQ(buildIndex().at("4155550134"), (Identity{std::nullopt, {"a@example.com"}}));
+}
+
+TEST_F(ContactBridgeTest, WithoutAccessTheIndexIsEmptyAndNothingIsRead) {
+    addressBook_.status = AddressBook::notDetermined;
+    addressBook_.cards = {withEmails({}, {"a@example.com"})};
+    EXPECT_THAT(buildIndex(), IsEmpty());
+    EXPECT_THAT(addressBook_.enumerations, IsEmpty());
+    EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(ContactBridgeTest, AReadingErrorGivesAnEmptyIndex) {
+    addressBook_.cards = {withEmails({}, {"a@example.com"})};
+    addressBook_.readError = tavrin::PlatformError("test", 5, "The disk is gone.");
+    EXPECT_THAT(buildIndex(), IsEmpty());
+    EXPECT_THAT(
+        log_.lines(),
+        ElementsAre(
+            contactsLine(LogLevel::Error, "could not build identity index: The disk is gone.")));
+}
+
+TEST_F(ContactBridgeTest, FindsTheIdentityOfAHandleInAnyWriting) {
+    const Identity jane{"Jane", {"jane@example.com"}};
+    const IdentityIndex index{{"4155550134", jane}, {"jane@example.com", jane}};
+    EXPECT_EQ(ContactBridge::identity("+1 (415) 555-0134", index), jane);
+    EXPECT_EQ(ContactBridge::identity(" JANE@example.com\n", index), jane);
+    EXPECT_EQ(ContactBridge::identity("4155550199", index), std::nullopt);
+}
+
+TEST_F(ContactBridgeTest, AHandleWithoutAHintHasNoIdentity) {
+    const IdentityIndex index{{"550134", Identity{"Short", {}}}, {"", Identity{"Empty", {}}}};
+    EXPECT_EQ(ContactBridge::identity("55-0134", index), std::nullopt);
+    EXPECT_EQ(ContactBridge::identity("", index), std::nullopt);
+}
+
+TEST_F(ContactBridgeTest, CancellingEndsEveryWaitForTheUserAndTheAddressBookAtOnce) {
+    addressBook_.cards = {withEmails({}, {"a@example.com"})};
+    const auto expectEnds = [](auto start) {
+        tavrin::CancellationSource cancellation;
+        auto task = start(cancellation.token());
+        EXPECT_FALSE(task.isReady());
+        cancellation.cancel();
+        EXPECT_TRUE(task.isReady());
+        EXPECT_THROW(runTask(std::move(task)), tavrin::TaskCancelled);
+        // And what is not even begun.
+        EXPECT_THROW(runTask(start(cancellation.token())), tavrin::TaskCancelled);
+    };
+    expectEnds([this](auto token) { return bridge_.expand({"a@example.com"}, token); });
+    expectEnds([this](auto token) { return bridge_.buildIdentityIndex(token); });
+    addressBook_.status = AddressBook::notDetermined;
+    expectEnds([this](auto token) { return bridge_.requestAccess(token); });
+    test::processEvents();
+}
+
+} // namespace orvel

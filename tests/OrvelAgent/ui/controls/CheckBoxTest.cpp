@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/ui/controls/CheckBox.h"
+
+#include "tests/support/Palettes.h"
+
+#include <QImage>
+#include <QStyle>
+#include <QStyleOptionButton>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+namespace orvel {
+namespace {
+
+class CheckBoxPaletteTest : public testing::TestWithParam<test::Palette> {};
+
+TEST_P(CheckBoxPaletteTest, TheBoxCanBeSeenOnTheWindow) {
+    CheckBox checkBox(QStringLiteral("Problems only"));
+    checkBox.setPalette(test::palette(GetParam()));
+    checkBox.resize(checkBox.sizeHint());
+    const QImage image = checkBox.grab().toImage();
+    QStyleOptionButton option;
+    option.initFrom(&checkBox);
+    const QRect box =
+        checkBox.style()->subElementRect(QStyle::SE_CheckBoxIndicator, &option, &checkBox);
+    const QColor window = checkBox.palette().color(QPalette::Window);
+    // Along a line that crosses the left edge of the box.
+    double best = 0;
+    for (int x = box.left(); x < box.center().x(); ++x) {
+        best = std::max(best, Theme::contrast(image.pixelColor(x, box.center().y()), window));
+    }
+    EXPECT_GE(best, 3);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Palettes, CheckBoxPaletteTest, testing::ValuesIn(test::allPalettes), test::nameOfPalette);
+
+} // namespace
+} // namespace orvel

@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/ui/controls/TextLabel.h"
+
+#include <QFontMetrics>
+
+#include <gtest/gtest.h>
+
+namespace orvel {
+namespace {
+
+int lineHeight(const TextLabel& label) {
+    return label.heightForWidth(10'000);
+}
+
+TEST(TextLabelTest, AWordLongerThanTheLineIsBroken) {
+    TextLabel label(Theme::TextStyle::Body);
+    label.setText(QString(100, u'x'));
+    EXPECT_LT(label.minimumSizeHint().width(), 100);
+    EXPECT_GE(label.heightForWidth(200), 4 * lineHeight(label));
+}
+
+TEST(TextLabelTest, ItKeepsTheTextsOwnLines) {
+    TextLabel label(Theme::TextStyle::Body);
+    label.setText(QStringLiteral("one"));
+    const int one = lineHeight(label);
+    label.setText(QStringLiteral("one\ntwo\n\nfour"));
+    EXPECT_EQ(lineHeight(label), 4 * one);
+}
+
+TEST(TextLabelTest, WhatLooksLikeMarkupIsShownAsItStands) {
+    const TextLabel label(Theme::TextStyle::Body);
+    EXPECT_EQ(label.textFormat(), Qt::PlainText);
+}
+
+TEST(TextLabelTest, OnOneLineItIsElidedOnlyWhenItHasTo) {
+    TextLabel label(Theme::TextStyle::Caption, Theme::Role::Secondary, TextLabel::Overflow::Elide);
+    label.setText(QStringLiteral("sample-1@orvel.example"));
+    label.resize(label.sizeHint());
+    EXPECT_FALSE(label.isElided());
+    label.resize(label.width() - 1, label.height());
+    EXPECT_TRUE(label.isElided());
+    EXPECT_FALSE(label.hasHeightForWidth());
+}
+
+} // namespace
+} // namespace orvel

@@ -1,0 +1,385 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/ui/panel/MenuBarExtra.h"
+
+#include "OrvelAgent/app/AppModel.h"
+#include "OrvelAgent/ui/panel/MenuBarContentView.h"
+#include "tests/support/MessagesDatabaseBuilder.h"
+#include "tests/support/RunTask.h"
+#include "tests/support/TemporaryDirectory.h"
+#include "tests/support/TestPlatform.h"
+#include "tests/support/TrayOfNoPlatform.h"
+#include "tests/support/WaitUntil.h"
+
+#include <QAccessible>
+#include <QApplication>
+#include <QMenu>
+#include <QTest>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <string>
+
+namespace orvel::test {
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class MenuBarExtraTest : public testing::Test {
+protected:
+    MenuBarExtraTest() { options_.sourcePath = (directory_ / "chat.db").string(); }
+
+    void begin() {
+        model_ = std::make_unique<AppModel>(with_.platform, with_.userDriver, options_);
+        extra_ = std::make_unique<MenuBarExtra>(*model_);
+        processEvents();
+    }
+
+    /// What of the panel exists.
+    static QList<MenuBarContentView*> panels() {
+        // Closed ones have only been told to go.
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        QList<MenuBarContentView*> found;
+        for (QWidget* widget : QApplication::topLevelWidgets()) {
+            if (auto* panel = qobject_cast<MenuBarContentView*>(widget)) {
+                found.append(panel);
+            }
+        }
+        return found;
+    }
+
+    static QWidget& panel() {
+        EXPECT_EQ(panels().size(), 1);
+        return *panels().constFirst();
+    }
+
+    void click() {
+        Q_EMIT extra_->trayIcon()->activated(QSystemTrayIcon::Trigger);
+        processEvents();
+    }
+
+    static void press(const QKeySequence& keys) {
+        ASSERT_TRUE(waitUntil([] { return panel().isActiveWindow(); }));
+        QTest::keySequence(&panel(), keys);
+        processEvents();
+    }
+
+    /// Another window is clicked.
+    static void takeFocus() {
+        QEvent event(QEvent::WindowDeactivate);
+        QCoreApplication::sendEvent(&panel(), &event);
+        processEvents();
+    }
+
+    std::vector<std::string> logged() const {
+        std::vector<std::string> messages;
+        for (const auto& line : with_.logStore.lines()) {
+            if (line.category == "lifecycle") {
+                messages.push_back(line.message);
+            }
+        }
+        return messages;
+    }
+
+    TrayOfNoPlatform tray_;
+    TemporaryDirectory directory_;
+    TestPlatform with_;
+    CollectorService::Options options_;
+    std::unique_ptr<AppModel> model_;
+    std::unique_ptr<MenuBarExtra> extra_;
+};
+
+} // namespace
+
+TEST_F(MenuBarExtraTest, TheIconBearsTheStatusInWords) {
+    begin();
+    ASSERT_NE(extra_->trayIcon(), nullptr);
+    EXPECT_TRUE(extra_->trayIcon()->isVisible());
+    EXPECT_FALSE(extra_->trayIcon()->icon().isNull());
+    with_.clock.advance(AppModel::brandBeat);
+    EXPECT_EQ(
+        extra_->trayIcon()->toolTip(), QStringLiteral("Orvel Agent: Sign in to start collecting."));
+    with_.clock.advance(AppModel::alertBeat);
+    EXPECT_EQ(extra_->trayIcon()->toolTip(), QStringLiteral("Orvel Agent"));
+}
+
+TEST_F(MenuBarExtraTest, TheTrayTellsScreenReadersTheStatus) {
+    begin();
+    EXPECT_EQ(with_.workspace.trayTitle, "Orvel Agent");
+    with_.clock.advance(AppModel::brandBeat);
+    EXPECT_EQ(with_.workspace.trayTitle, "Orvel Agent: Sign in to start collecting.");
+    // Each tray has an icon of its own.
+    with_.workspace.setHasTray(false);
+    with_.workspace.trayTitle.clear();
+    with_.workspace.setHasTray(true);
+    EXPECT_EQ(with_.workspace.trayTitle, "Orvel Agent: Sign in to start collecting.");
+    const auto* menu = QAccessible::queryAccessibleInterface(extra_->trayIcon()->contextMenu());
+    EXPECT_EQ(menu->text(QAccessible::Name), QStringLiteral("Orvel Agent"));
+    EXPECT_EQ(menu->role(), QAccessible::PopupMenu);
+}
+
+TEST_F(MenuBarExtraTest, TheIconFollowsTheStatus) {
+    begin();
+    const qint64 brand = extra_->trayIcon()->icon().cacheKey();
+    with_.clock.advance(AppModel::brandBeat);
+    const qint64 attention = extra_->trayIcon()->icon().cacheKey();
+    EXPECT_NE(attention, brand);
+    Q_EMIT model_->changed();
+    EXPECT_EQ(extra_->trayIcon()->icon().cacheKey(), attention) << "drawn again for nothing";
+}
+
+TEST_F(MenuBarExtraTest, AMenuBarGivesTheIconItsColour) {
+    begin();
+    EXPECT_FALSE(extra_->trayIcon()->icon().isMask());
+    extra_.reset();
+    with_.workspace.isMenuBar = true;
+    begin();
+    EXPECT_TRUE(extra_->trayIcon()->icon().isMask());
+}
+
+TEST_F(MenuBarExtraTest, InAMenuBarOnlyTheOtherButtonOpensTheMenu) {
+    with_.workspace.isMenuBar = true;
+    begin();
+    EXPECT_EQ(extra_->trayIcon()->contextMenu(), nullptr) << "would open at every click";
+    click();
+    EXPECT_TRUE(panel().isVisible());
+    Q_EMIT extra_->trayIcon()->activated(QSystemTrayIcon::Context);
+    processEvents();
+    EXPECT_THAT(panels(), IsEmpty());
+    const QList<QWidget*> widgets = QApplication::topLevelWidgets();
+    EXPECT_TRUE(std::ranges::any_of(widgets, [](const QWidget* widget) {
+        return widget->objectName() == QStringLiteral("tray-menu") && widget->isVisible();
+    }));
+}
+
+TEST_F(MenuBarExtraTest, AClickOpensThePanelAndAnotherClosesIt) {
+    begin();
+    EXPECT_THAT(panels(), IsEmpty());
+    click();
+    EXPECT_TRUE(panel().isVisible());
+    click();
+    EXPECT_THAT(panels(), IsEmpty());
+    click();
+    EXPECT_TRUE(panel().isVisible());
+}
+
+TEST_F(MenuBarExtraTest, ThePanelClosesWithTheFocus) {
+    begin();
+    click();
+    takeFocus();
+    EXPECT_THAT(panels(), IsEmpty());
+}
+
+TEST_F(MenuBarExtraTest, TheClickThatTookTheFocusDoesNotOpenItAgain) {
+    begin();
+    click();
+    takeFocus();
+    click();
+    EXPECT_THAT(panels(), IsEmpty());
+    click();
+    EXPECT_TRUE(panel().isVisible());
+}
+
+TEST_F(MenuBarExtraTest, ALaterClickOpensItAgain) {
+    begin();
+    click();
+    takeFocus();
+    with_.clock.advance(tavrin::Seconds(1));
+    click();
+    EXPECT_TRUE(panel().isVisible());
+}
+
+TEST_F(MenuBarExtraTest, ThePanelClosesByKeyboard) {
+    begin();
+    click();
+    press(QKeySequence(Qt::Key_Escape));
+    EXPECT_THAT(panels(), IsEmpty());
+    click();
+    press(QKeySequence(Qt::CTRL | Qt::Key_W));
+    EXPECT_THAT(panels(), IsEmpty());
+}
+
+TEST_F(MenuBarExtraTest, AnotherCopysStartOpensThePanel) {
+    begin();
+    with_.workspace.beActivated();
+    EXPECT_TRUE(panel().isVisible());
+    with_.workspace.beActivated();
+    EXPECT_TRUE(panel().isVisible());
+}
+
+TEST_F(MenuBarExtraTest, TheMenuOffersTheSame) {
+    begin();
+    QStringList asked;
+    QObject::connect(extra_.get(), &MenuBarExtra::settingsRequested, extra_.get(), [&] {
+        asked.append(QStringLiteral("settings"));
+    });
+    QObject::connect(extra_.get(), &MenuBarExtra::quitRequested, extra_.get(), [&] {
+        asked.append(QStringLiteral("quit"));
+    });
+    QStringList texts;
+    for (QAction* action : extra_->trayIcon()->contextMenu()->actions()) {
+        texts.append(action->text());
+        action->trigger();
+    }
+    EXPECT_EQ(
+        texts,
+        QStringList(
+            {QStringLiteral("Open Orvel Agent"),
+             QStringLiteral("Settings…"),
+             QString(),
+             QStringLiteral("Quit")}));
+    EXPECT_EQ(asked, QStringList({QStringLiteral("settings"), QStringLiteral("quit")}));
+    EXPECT_TRUE(panel().isVisible());
+}
+
+TEST_F(MenuBarExtraTest, WithoutATrayThePanelIsAWindow) {
+    with_.workspace.setHasTray(false);
+    begin();
+    EXPECT_THAT(panels(), IsEmpty());
+    with_.clock.advance(MenuBarExtra::trayGrace);
+    ASSERT_TRUE(panel().isVisible());
+    EXPECT_EQ(panel().windowType(), Qt::Window);
+    EXPECT_FALSE(panel().windowFlags().testFlag(Qt::FramelessWindowHint));
+    EXPECT_EQ(panel().windowTitle(), QStringLiteral("Orvel Agent"));
+    EXPECT_THAT(
+        logged(),
+        ElementsAre("this desktop has no tray for the icon, so the panel opens as a window"));
+    takeFocus();
+    EXPECT_TRUE(panel().isVisible());
+}
+
+TEST_F(MenuBarExtraTest, WithoutATrayTheClosedWindowStaysWithinReach) {
+    with_.workspace.setHasTray(false);
+    begin();
+    with_.clock.advance(MenuBarExtra::trayGrace);
+    panel().close();
+    processEvents();
+    EXPECT_TRUE(panel().isMinimized());
+    with_.workspace.beActivated();
+    EXPECT_FALSE(panel().isMinimized());
+}
+
+TEST_F(MenuBarExtraTest, ATrayWithinTheGraceMakesNoWindow) {
+    with_.workspace.setHasTray(false);
+    begin();
+    with_.clock.advance(MenuBarExtra::trayGrace / 2);
+    with_.workspace.setHasTray(true);
+    ASSERT_NE(extra_->trayIcon(), nullptr);
+    with_.clock.advance(MenuBarExtra::trayGrace);
+    EXPECT_THAT(panels(), IsEmpty());
+}
+
+TEST_F(MenuBarExtraTest, ATrayThatComesLateGetsTheIcon) {
+    with_.workspace.setHasTray(false);
+    begin();
+    with_.clock.advance(MenuBarExtra::trayGrace);
+    with_.workspace.setHasTray(true);
+    ASSERT_NE(extra_->trayIcon(), nullptr);
+    EXPECT_TRUE(extra_->trayIcon()->isVisible());
+    EXPECT_THAT(panels(), IsEmpty()) << "nobody has touched it";
+    click();
+    EXPECT_TRUE(panel().windowFlags().testFlag(Qt::FramelessWindowHint));
+}
+
+TEST_F(MenuBarExtraTest, ATrayThatComesLateLeavesTheWindowThatIsInUse) {
+    with_.workspace.setHasTray(false);
+    begin();
+    with_.clock.advance(MenuBarExtra::trayGrace);
+    QTest::keyClick(&panel(), Qt::Key_Tab);
+    with_.workspace.setHasTray(true);
+    processEvents();
+    ASSERT_TRUE(panel().isVisible());
+    panel().close();
+    processEvents();
+    EXPECT_THAT(panels(), IsEmpty()) << "with an icon it need not stay";
+}
+
+TEST_F(MenuBarExtraTest, ATrayThatComesLateLeavesTheWindowThatWasAskedFor) {
+    with_.workspace.setHasTray(false);
+    begin();
+    with_.clock.advance(MenuBarExtra::trayGrace);
+    with_.workspace.beActivated();
+    with_.workspace.setHasTray(true);
+    EXPECT_TRUE(panel().isVisible());
+}
+
+TEST_F(MenuBarExtraTest, ATrayThatGoesForGoodLeavesAWindow) {
+    begin();
+    with_.workspace.setHasTray(false);
+    EXPECT_EQ(extra_->trayIcon(), nullptr);
+    EXPECT_THAT(panels(), IsEmpty()) << "it may be about to start again";
+    with_.clock.advance(MenuBarExtra::trayGrace);
+    ASSERT_TRUE(panel().isVisible());
+    EXPECT_FALSE(panel().windowFlags().testFlag(Qt::FramelessWindowHint));
+    EXPECT_THAT(
+        logged(),
+        ElementsAre("this desktop has no tray for the icon, so the panel opens as a window"));
+}
+
+TEST_F(MenuBarExtraTest, ATrayThatStartsAgainGetsAnIconOfItsOwn) {
+    begin();
+    with_.workspace.setHasTray(false);
+    with_.workspace.setHasTray(true);
+    ASSERT_NE(extra_->trayIcon(), nullptr);
+    EXPECT_TRUE(extra_->trayIcon()->isVisible());
+    EXPECT_FALSE(extra_->trayIcon()->icon().isNull());
+    with_.clock.advance(MenuBarExtra::trayGrace);
+    EXPECT_THAT(panels(), IsEmpty());
+    click();
+    EXPECT_TRUE(panel().windowFlags().testFlag(Qt::FramelessWindowHint));
+}
+
+TEST_F(MenuBarExtraTest, ThePanelOfATrayThatGoesBecomesAWindow) {
+    begin();
+    click();
+    with_.workspace.setHasTray(false);
+    with_.clock.advance(MenuBarExtra::trayGrace);
+    processEvents();
+    EXPECT_FALSE(panel().windowFlags().testFlag(Qt::FramelessWindowHint));
+    EXPECT_TRUE(panel().isVisible());
+}
+
+TEST_F(MenuBarExtraTest, WithoutATrayTheWindowStaysBesideTheOthers) {
+    with_.workspace.setHasTray(false);
+    begin();
+    with_.clock.advance(MenuBarExtra::trayGrace);
+    extra_->closePanel();
+    processEvents();
+    EXPECT_TRUE(panel().isVisible());
+    EXPECT_FALSE(panel().isMinimized());
+}
+
+TEST_F(MenuBarExtraTest, ComingBackItLooksAtThePermissionsAgain) {
+    with_.workspace.setHasTray(false);
+    begin();
+    with_.clock.advance(MenuBarExtra::trayGrace);
+    panel().close();
+    processEvents();
+    ASSERT_FALSE(model_->hasFullDiskAccess());
+    const MessagesDatabaseBuilder database(directory_ / "chat.db");
+    with_.workspace.beActivated();
+    EXPECT_TRUE(waitUntil([this] { return model_->hasFullDiskAccess(); }));
+}
+
+TEST_F(MenuBarExtraTest, ComingBackItIsAsLargeAsBefore) {
+    with_.workspace.setHasTray(false);
+    begin();
+    with_.clock.advance(MenuBarExtra::trayGrace);
+    panel().setWindowState(Qt::WindowMaximized | Qt::WindowMinimized);
+    with_.workspace.beActivated();
+    EXPECT_TRUE(panel().isMaximized());
+    EXPECT_FALSE(panel().isMinimized());
+}
+
+TEST_F(MenuBarExtraTest, ItsEndTakesThePanelAlong) {
+    begin();
+    click();
+    extra_.reset();
+    EXPECT_THAT(panels(), IsEmpty());
+}
+
+} // namespace orvel::test

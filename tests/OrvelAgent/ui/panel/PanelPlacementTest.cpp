@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/ui/panel/PanelPlacement.h"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+
+namespace orvel {
+
+namespace {
+
+constexpr QSize panel(340, 400);
+/// Of a screen of 1280 by 800, apart from a bar of 30 on one side.
+const QRect belowBar(0, 30, 1280, 770);
+const QRect aboveBar(0, 0, 1280, 770);
+const QRect rightOfBar(30, 0, 1250, 800);
+
+QPoint placeFor(QPoint click, const QRect& available) {
+    return panelPlace(iconPlace({}, click), available, panel);
+}
+
+} // namespace
+
+TEST(PanelPlacementTest, HangsBelowAnIconWhosePlaceIsKnown) {
+    const QRect icon(700, 0, 30, 24);
+    EXPECT_EQ(
+        panelPlace(iconPlace(icon, QPoint(703, 20)), QRect(0, 24, 1280, 776), panel),
+        QPoint(545, 24));
+    EXPECT_EQ(
+        panelPlace(iconPlace(icon, std::nullopt), QRect(0, 24, 1280, 776), panel), QPoint(545, 24));
+}
+
+TEST(PanelPlacementTest, AClickElsewhereTellsBetterWhereTheIconIs) {
+    // Every screen has a menu bar of its own, and the icon is said to be in one of them.
+    const QRect icon(700, 0, 30, 24);
+    EXPECT_EQ(
+        panelPlace(iconPlace(icon, QPoint(2000, 12)), QRect(1280, 28, 1000, 672), panel),
+        QPoint(1830, 28));
+}
+
+TEST(PanelPlacementTest, HangsBelowABarAtTheTop) {
+    EXPECT_EQ(placeFor(QPoint(600, 12), belowBar), QPoint(430, 30));
+}
+
+TEST(PanelPlacementTest, LeavesAnIconFreeOnABarThatReservesNoRoom) {
+    EXPECT_EQ(placeFor(QPoint(600, 12), QRect(0, 0, 1280, 800)), QPoint(430, 28));
+    EXPECT_EQ(placeFor(QPoint(600, 788), QRect(0, 0, 1280, 800)), QPoint(430, 372));
+}
+
+TEST(PanelPlacementTest, StandsOnABarAtTheBottom) {
+    EXPECT_EQ(placeFor(QPoint(600, 790), aboveBar), QPoint(430, 370));
+}
+
+TEST(PanelPlacementTest, StaysInsideBesideTheEdges) {
+    EXPECT_EQ(placeFor(QPoint(1279, 0), belowBar), QPoint(940, 30));
+    EXPECT_EQ(placeFor(QPoint(0, 799), aboveBar), QPoint(0, 370));
+    EXPECT_EQ(placeFor(QPoint(10, 700), rightOfBar), QPoint(30, 284));
+}
+
+TEST(PanelPlacementTest, StaysOnASecondScreen) {
+    const QRect second(1280, 0, 1000, 700);
+    EXPECT_EQ(placeFor(QPoint(2279, 699), second), QPoint(1940, 283));
+}
+
+TEST(PanelPlacementTest, ShowsTheBeginningOfAPanelLargerThanTheScreen) {
+    const QRect small(0, 30, 300, 200);
+    EXPECT_EQ(placeFor(QPoint(290, 10), small), small.topLeft());
+    EXPECT_EQ(placeFor(QPoint(290, 229), small), small.topLeft());
+}
+
+TEST(PanelPlacementTest, StandsInTheMiddleWithoutAClick) {
+    EXPECT_EQ(panelPlace(std::nullopt, QRect(0, 0, 1000, 800), panel), QPoint(329, 199));
+}
+
+} // namespace orvel

@@ -1,0 +1,626 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/ui/update/UpdateUserDriver.h"
+
+#include "OrvelAgent/ui/update/UpdateWindow.h"
+#include "OrvelAgent/update/UpdaterService.h"
+#include "platform/linux/update/AppcastUpdater.h"
+#include "tests/support/AppcastBuilder.h"
+#include "tests/support/DesktopLook.h"
+#include "tests/support/FakeBundle.h"
+#include "tests/support/FakeSoftwareUpdater.h"
+#include "tests/support/FakeURLSession.h"
+#include "tests/support/FakeWorkspace.h"
+#include "tests/support/InMemoryUserDefaults.h"
+#include "tests/support/ManualClock.h"
+#include "tests/support/RecordingLogStore.h"
+#include "tests/support/RunTask.h"
+#include "tests/support/TemporaryDirectory.h"
+#include "tests/support/UpdateSigner.h"
+#include "tests/support/WaitUntil.h"
+#include "tests/support/WidgetLayout.h"
+
+#include <QAccessible>
+#include <QLabel>
+#include <QPlainTextEdit>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QTest>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace orvel::test {
+
+namespace {
+
+using Choice = SoftwareUpdater::Choice;
+using Showing = SoftwareUpdater::Showing;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+const SoftwareUpdate newer{"2.0", "2.0 Spring", "Better <b>notes</b>.", 12'300'000};
+
+/// Takes notes of the answers.
+class RecordingUpdater final : public SoftwareUpdater {
+public:
+    std::vector<Choice> choices;
+    int cancellations = 0;
+    int attentions = 0;
+
+    void start(Feed, Delegate&, UserDriver&) override {}
+    void stop() override {}
+    void checkForUpdates() override {}
+    [[nodiscard]] bool automaticallyChecksForUpdates() const override { return true; }
+    void setAutomaticallyChecksForUpdates(bool) override {}
+    [[nodiscard]] std::optional<tavrin::Date> lastUpdateCheckDate() const override { return {}; }
+    void choose(Choice choice) override { choices.push_back(choice); }
+    void noteUserAttention() override { ++attentions; }
+    void cancel() override { ++cancellations; }
+};
+
+class UpdateUserDriverTest : public testing::Test {
+protected:
+    UpdateUserDriverTest() {
+        bundle_.setInfo("CFBundleDisplayName", "Orvel Agent");
+        bundle_.setInfo("CFBundleShortVersionString", "1.2.3");
+        bundle_.setInfo("SUFeedURL", "https://h/feed.xml");
+    }
+
+    [[nodiscard]] bool isShown() const {
+        return driver().window() != nullptr && driver().window()->isVisible();
+    }
+
+    [[nodiscard]] virtual const UpdateUserDriver& driver() const = 0;
+
+    template <typename Widget>
+    [[nodiscard]] Widget* find(const char* name) const {
+        return driver().window()->findChild<Widget*>(QLatin1String(name));
+    }
+
+    /// Empty when it is not shown.
+    [[nodiscard]] std::string text(const char* name) const {
+        const auto* label = find<QLabel>(name);
+        return label->isHidden() ? "" : label->text().toStdString();
+    }
+
+    [[nodiscard]] QPushButton* button(const char* name) const { return find<QPushButton>(name); }
+
+    /// Those that are shown, in the order of their places.
+    [[nodiscard]] std::vector<std::string> buttons() const {
+        std::vector<std::string> texts;
+        for (const char* name : {"skip", "later", "cancel", "install", "ok"}) {
+            if (!button(name)->isHidden()) {
+                texts.push_back(button(name)->text().remove(u'&').toStdString());
+            }
+        }
+        return texts;
+    }
+
+    /// In percent; -1 while nobody knows, -2 when it is not shown.
+    [[nodiscard]] int progress() const {
+        const auto* bar = find<QProgressBar>("progress");
+        if (bar->isHidden()) {
+            return -2;
+        }
+        return bar->maximum() == 0 ? -1 : bar->value();
+    }
+
+    FakeBundle bundle_;
+    FakeWorkspace workspace_;
+};
+
+class UpdateWindowTest : public UpdateUserDriverTest {
+protected:
+    [[nodiscard]] const UpdateUserDriver& driver() const override { return driver_; }
+
+    /// The user has said "Install".
+    void install() {
+        driver_.showUpdate(newer, Showing::InFocus);
+        button("install")->click();
+    }
+
+    RecordingUpdater updater_;
+    UpdateUserDriver driver_{updater_, workspace_, bundle_};
+};
+
+} // namespace
+
+TEST_F(UpdateWindowTest, MakesNoWindowBeforeThereIsSomethingToShow) {
+    EXPECT_EQ(driver_.window(), nullptr);
+}
+
+TEST_F(UpdateWindowTest, ShowsThatItChecksAndLetsTheUserCancel) {
+    driver_.showChecking();
+    EXPECT_TRUE(isShown());
+    EXPECT_EQ(workspace_.activations, 1);
+    EXPECT_EQ(text("title"), "Checking for updates…");
+    EXPECT_EQ(text("text"), "");
+    EXPECT_EQ(progress(), -1);
+    EXPECT_THAT(buttons(), ElementsAre("Cancel"));
+    button("cancel")->click();
+    EXPECT_EQ(updater_.cancellations, 1);
+    EXPECT_FALSE(isShown());
+}
+
+TEST_F(UpdateWindowTest, WithReducedMotionNothingMovesWhileItWaits) {
+    workspace_.setReducesMotion(true);
+    driver_.showChecking();
+    EXPECT_EQ(progress(), -2);
+    driver_.showUpdate(newer, Showing::InFocus);
+    driver_.showDownload(1, 4);
+    EXPECT_EQ(progress(), 25);
+    driver_.showVerification();
+    EXPECT_EQ(progress(), -2);
+}
+
+TEST_F(UpdateWindowTest, SaysThatThereIsNothingNewer) {
+    driver_.showChecking();
+    driver_.showNoUpdate();
+    EXPECT_TRUE(isShown());
+    EXPECT_EQ(text("title"), "You are up to date.");
+    EXPECT_EQ(text("text"), "Orvel Agent 1.2.3 is the newest version.");
+    EXPECT_EQ(progress(), -2);
+    EXPECT_THAT(buttons(), ElementsAre("OK"));
+    button("ok")->click();
+    EXPECT_FALSE(isShown());
+    EXPECT_EQ(updater_.cancellations, 0);
+    EXPECT_THAT(updater_.choices, IsEmpty());
+}
+
+TEST_F(UpdateWindowTest, AsksAboutAnUpdateWithItsVersionsItsSizeAndItsNotes) {
+    driver_.showUpdate(newer, Showing::InFocus);
+    EXPECT_TRUE(isShown());
+    EXPECT_EQ(text("title"), "A new version of Orvel Agent is available.");
+    EXPECT_EQ(
+        text("text"),
+        "Version 2.0 Spring can be installed now; you have version 1.2.3. The download is 12.3 "
+        "MB.");
+    EXPECT_THAT(buttons(), ElementsAre("Skip this version", "Later", "Install"));
+    EXPECT_EQ(progress(), -2);
+}
+
+TEST_F(UpdateWindowTest, WhatTheFeedSaysIsNeverReadAsMarkup) {
+    SoftwareUpdate hostile = newer;
+    hostile.displayVersion = "<img src=x>%1";
+    driver_.showUpdate(hostile, Showing::InFocus);
+    const auto* notes = find<QPlainTextEdit>("notes");
+    EXPECT_EQ(notes->toPlainText(), QStringLiteral("Better <b>notes</b>."));
+    EXPECT_TRUE(notes->isReadOnly());
+    EXPECT_THAT(text("text"), HasSubstr("Version <img src=x>%1 can be installed now"));
+    for (const QLabel* label : driver_.window()->findChildren<QLabel*>()) {
+        EXPECT_EQ(label->textFormat(), Qt::PlainText);
+    }
+}
+
+TEST_F(UpdateWindowTest, WithoutNotesThereIsNoPlaceForThem) {
+    SoftwareUpdate quiet = newer;
+    quiet.releaseNotes.clear();
+    driver_.showUpdate(quiet, Showing::InFocus);
+    EXPECT_TRUE(find<QPlainTextEdit>("notes")->isHidden());
+}
+
+TEST_F(UpdateWindowTest, AGentleFindWaitsWithoutAWindowUntilTheUserAsks) {
+    driver_.showUpdate(newer, Showing::Gently);
+    processEvents();
+    EXPECT_FALSE(isShown());
+    EXPECT_EQ(workspace_.activations, 0);
+    EXPECT_EQ(updater_.attentions, 0);
+    driver_.showUpdateInFocus();
+    processEvents();
+    EXPECT_TRUE(isShown());
+    EXPECT_EQ(workspace_.activations, 1);
+    EXPECT_EQ(text("title"), "A new version of Orvel Agent is available.");
+    EXPECT_GE(updater_.attentions, 1);
+}
+
+TEST_F(UpdateWindowTest, TheAnswersGoToTheUpdater) {
+    driver_.showUpdate(newer, Showing::InFocus);
+    button("install")->click();
+    EXPECT_THAT(updater_.choices, ElementsAre(Choice::Install));
+    driver_.showUpdate(newer, Showing::InFocus);
+    button("later")->click();
+    EXPECT_THAT(updater_.choices, ElementsAre(Choice::Install, Choice::Later));
+    EXPECT_FALSE(isShown());
+    driver_.showUpdate(newer, Showing::InFocus);
+    button("skip")->click();
+    EXPECT_THAT(updater_.choices, ElementsAre(Choice::Install, Choice::Later, Choice::Skip));
+    EXPECT_FALSE(isShown());
+}
+
+TEST_F(UpdateWindowTest, ClosingTheQuestionMeansLater) {
+    driver_.showUpdate(newer, Showing::InFocus);
+    driver_.window()->close();
+    EXPECT_THAT(updater_.choices, ElementsAre(Choice::Later));
+    for (const QKeySequence& keys :
+         {QKeySequence(Qt::Key_Escape), QKeySequence(Qt::CTRL | Qt::Key_W)}) {
+        updater_.choices.clear();
+        driver_.showUpdate(newer, Showing::InFocus);
+        ASSERT_TRUE(waitUntil([this] { return driver_.window()->isActiveWindow(); }));
+        QTest::keySequence(driver_.window()->focusWidget(), keys);
+        EXPECT_THAT(updater_.choices, ElementsAre(Choice::Later));
+        EXPECT_FALSE(isShown());
+    }
+}
+
+TEST_F(UpdateWindowTest, ShowsTheDownloadAndLetsTheUserCancel) {
+    install();
+    driver_.showDownload(0, 12'300'000);
+    EXPECT_EQ(text("title"), "Downloading version 2.0 Spring…");
+    EXPECT_EQ(text("text"), "0 bytes of 12.3 MB");
+    EXPECT_EQ(progress(), 0);
+    EXPECT_THAT(buttons(), ElementsAre("Cancel"));
+    driver_.showDownload(6'150'000, 12'300'000);
+    EXPECT_EQ(text("text"), "6.2 MB of 12.3 MB");
+    EXPECT_EQ(progress(), 50);
+    button("cancel")->click();
+    EXPECT_EQ(updater_.cancellations, 1);
+    EXPECT_FALSE(isShown());
+}
+
+TEST_F(UpdateWindowTest, ClosingTheDownloadCancelsIt) {
+    install();
+    driver_.showDownload(0, 1'000);
+    driver_.window()->close();
+    EXPECT_EQ(updater_.cancellations, 1);
+}
+
+TEST_F(UpdateWindowTest, AnUpdateWithoutALengthDoesNoHarm) {
+    install();
+    driver_.showDownload(0, 0);
+    EXPECT_EQ(progress(), 0);
+    driver_.showDownload(10, 5);
+    EXPECT_EQ(progress(), 100);
+}
+
+TEST_F(UpdateWindowTest, WhoSaidInstallIsNotAskedAgain) {
+    install();
+    driver_.showDownload(1'000, 1'000);
+    driver_.showVerification();
+    EXPECT_EQ(text("title"), "Verifying version 2.0 Spring…");
+    EXPECT_EQ(progress(), -1);
+    EXPECT_THAT(buttons(), IsEmpty());
+    driver_.showReadyToInstall(newer);
+    EXPECT_EQ(text("title"), "Installing version 2.0 Spring…");
+    EXPECT_THAT(buttons(), IsEmpty());
+    EXPECT_THAT(updater_.choices, ElementsAre(Choice::Install, Choice::Install));
+}
+
+TEST_F(UpdateWindowTest, ClosingWhileItVerifiesPutsTheUpdateOff) {
+    install();
+    driver_.showDownload(1'000, 1'000);
+    driver_.showVerification();
+    driver_.window()->close();
+    EXPECT_EQ(updater_.cancellations, 0);
+    driver_.showReadyToInstall(newer);
+    EXPECT_FALSE(isShown());
+    EXPECT_THAT(updater_.choices, ElementsAre(Choice::Install, Choice::Later));
+
+    install();
+    driver_.showReadyToInstall(newer);
+    EXPECT_EQ(updater_.choices.back(), Choice::Install);
+}
+
+TEST_F(UpdateWindowTest, ARefusalIsShownAsItStands) {
+    install();
+    driver_.showVerification();
+    driver_.showRefusal("The signature of the update is not valid. It was not installed.");
+    EXPECT_TRUE(isShown());
+    EXPECT_EQ(text("title"), "Orvel Agent could not be updated.");
+    EXPECT_EQ(text("text"), "The signature of the update is not valid. It was not installed.");
+    EXPECT_THAT(buttons(), ElementsAre("OK"));
+    button("ok")->click();
+    EXPECT_FALSE(isShown());
+}
+
+TEST_F(UpdateWindowTest, ARefusalBringsNoWindowBackThatTheUserHasClosed) {
+    install();
+    driver_.showVerification();
+    driver_.window()->close();
+    driver_.showRefusal("The signature of the update is not valid. It was not installed.");
+    EXPECT_FALSE(isShown());
+
+    install();
+    driver_.showVerification();
+    driver_.showReadyToInstall(newer);
+    driver_.window()->close();
+    driver_.showRefusal("The update could not be put in place.");
+    EXPECT_FALSE(isShown());
+
+    driver_.showChecking();
+    driver_.showRefusal("The update feed could not be loaded.");
+    EXPECT_TRUE(isShown());
+    EXPECT_EQ(text("text"), "The update feed could not be loaded.");
+}
+
+TEST_F(UpdateWindowTest, WhatIsClosedAndAskedForAgainShowsItsRefusal) {
+    install();
+    driver_.showVerification();
+    driver_.window()->close();
+    driver_.showUpdateInFocus();
+    EXPECT_EQ(text("title"), "Verifying version 2.0 Spring…");
+    driver_.showRefusal("The signature of the update is not valid. It was not installed.");
+    EXPECT_TRUE(isShown());
+    EXPECT_EQ(text("text"), "The signature of the update is not valid. It was not installed.");
+    EXPECT_EQ(progress(), -2);
+    EXPECT_THAT(buttons(), ElementsAre("OK"));
+}
+
+TEST_F(UpdateWindowTest, WhatIsClosedAndAskedForAgainIsInstalledWhenItIsReady) {
+    install();
+    driver_.showVerification();
+    driver_.window()->close();
+    driver_.showUpdateInFocus();
+    driver_.showReadyToInstall(newer);
+    EXPECT_TRUE(isShown());
+    EXPECT_EQ(text("title"), "Installing version 2.0 Spring…");
+    EXPECT_THAT(updater_.choices, ElementsAre(Choice::Install, Choice::Install));
+}
+
+TEST_F(UpdateWindowTest, APackageIsShownInTheFileManagerWithWhatIsToBeDone) {
+    install();
+    driver_.revealPackage("/home/one/Downloads/agent.deb");
+    processEvents();
+    EXPECT_THAT(workspace_.revealedFiles, ElementsAre("/home/one/Downloads/agent.deb"));
+    EXPECT_EQ(text("title"), "Version 2.0 Spring is ready to be installed.");
+    EXPECT_EQ(
+        text("text"),
+        "The package has been verified and is shown in the file manager. Open it to install it, "
+        "then start Orvel Agent again.\n/home/one/Downloads/agent.deb");
+    EXPECT_THAT(buttons(), ElementsAre("OK"));
+    EXPECT_EQ(workspace_.terminations, 0);
+}
+
+TEST_F(UpdateWindowTest, APackageThatCannotBeShownIsNamed) {
+    workspace_.openError = tavrin::PlatformError("desktop", 1, "No file manager.");
+    install();
+    driver_.revealPackage("/home/one/Downloads/agent.deb");
+    processEvents();
+    EXPECT_EQ(
+        text("text"),
+        "The package has been verified, but could not be shown in the file manager. Open it to "
+        "install it, then start Orvel Agent again.\n/home/one/Downloads/agent.deb");
+}
+
+TEST_F(UpdateWindowTest, StartsTheNewVersionAndQuits) {
+    install();
+    driver_.relaunch();
+    EXPECT_EQ(workspace_.relaunches, 1);
+    EXPECT_EQ(workspace_.terminations, 1);
+}
+
+TEST_F(UpdateWindowTest, AKeyThatIsPressedWhileTheQuestionComesInstallsNothing) {
+    SoftwareUpdate quiet = newer;
+    quiet.releaseNotes.clear();
+    for (const SoftwareUpdate& update : {newer, quiet}) {
+        driver_.showChecking();
+        processEvents();
+        ASSERT_EQ(driver_.window()->focusWidget(), button("cancel"));
+        driver_.showUpdate(update, Showing::InFocus);
+        processEvents();
+        for (const Qt::Key key : {Qt::Key_Space, Qt::Key_Return, Qt::Key_Enter}) {
+            QTest::keyClick(driver_.window()->focusWidget(), key);
+        }
+        EXPECT_THAT(updater_.choices, IsEmpty());
+        EXPECT_TRUE(isShown());
+    }
+    driver_.window()->hide();
+    driver_.window()->present();
+    QTest::keyClick(driver_.window()->focusWidget(), Qt::Key_Return);
+    EXPECT_THAT(updater_.choices, IsEmpty());
+}
+
+TEST_F(UpdateWindowTest, WhoAsksForTheUpdateThatWaitsHasTheUsualAnswerAtHand) {
+    driver_.showUpdate(newer, Showing::Gently);
+    driver_.showUpdateInFocus();
+    processEvents();
+    EXPECT_EQ(driver_.window()->focusWidget(), button("install"));
+    QTest::keyClick(driver_.window(), Qt::Key_Return);
+    EXPECT_THAT(updater_.choices, ElementsAre(Choice::Install));
+}
+
+TEST_F(UpdateWindowTest, AMinimisedWindowComesBack) {
+    driver_.showUpdate(newer, Showing::InFocus);
+    driver_.window()->showMinimized();
+    driver_.showUpdateInFocus();
+    EXPECT_FALSE(driver_.window()->isMinimized());
+}
+
+TEST_F(UpdateWindowTest, ItsHeightIsTheUsersWhileItIsOpen) {
+    driver_.showUpdate(newer, Showing::InFocus);
+    processEvents();
+    UpdateWindow* window = driver_.window();
+    const int fitted = window->height();
+    window->resize(window->width(), fitted + 100);
+    driver_.showUpdate(newer, Showing::InFocus);
+    processEvents();
+    EXPECT_EQ(window->height(), fitted + 100);
+    driver_.showDownload(0, 1);
+    processEvents();
+    EXPECT_EQ(window->height(), fitted + 100);
+    EXPECT_THAT(layoutFaults(*window), IsEmpty());
+
+    window->resize(window->size().boundedTo(QSize(window->width(), 0)));
+    const int lower = window->height();
+    EXPECT_LT(lower, fitted);
+    driver_.showUpdate(newer, Showing::InFocus);
+    processEvents();
+    EXPECT_EQ(window->height(), fitted);
+    driver_.showDownload(0, 1);
+    processEvents();
+    EXPECT_EQ(window->height(), lower);
+
+    window->resize(window->width(), fitted);
+    window->close();
+    driver_.showChecking();
+    processEvents();
+    EXPECT_LT(window->height(), fitted);
+}
+
+TEST_F(UpdateWindowTest, TheKeyboardReachesTheNotesAndThenTheAnswers) {
+    driver_.showUpdate(newer, Showing::InFocus);
+    processEvents();
+    UpdateWindow* window = driver_.window();
+    std::vector<std::string> reached;
+    for (int step = 0; step < 4; ++step) {
+        QTest::keyClick(window->focusWidget(), Qt::Key_Tab);
+        reached.push_back(window->focusWidget()->objectName().toStdString());
+    }
+    EXPECT_THAT(reached, ElementsAre("notes", "skip", "later", "install"));
+    driver_.showDownload(0, 1);
+    EXPECT_EQ(window->focusWidget(), button("cancel"));
+}
+
+TEST_F(UpdateWindowTest, AScreenReaderHearsEveryPart) {
+    driver_.showUpdate(newer, Showing::InFocus);
+    const auto nameOf = [this](const char* name) {
+        return QAccessible::queryAccessibleInterface(find<QWidget>(name))
+            ->text(QAccessible::Name)
+            .toStdString();
+    };
+    EXPECT_EQ(nameOf("notes"), "Release notes");
+    EXPECT_EQ(nameOf("install"), "Install");
+    EXPECT_EQ(nameOf("skip"), "Skip this version");
+    driver_.showDownload(0, 1);
+    EXPECT_EQ(nameOf("progress"), "Progress");
+}
+
+class UpdateWindowLookTest : public UpdateWindowTest, public testing::WithParamInterface<Look> {
+protected:
+    void expectNothingCut() {
+        processEvents();
+        EXPECT_THAT(layoutFaults(*driver_.window()), IsEmpty()) << text("title");
+    }
+};
+
+TEST_P(UpdateWindowLookTest, NothingIsCutInAnyState) {
+    const DesktopLook look(GetParam());
+    driver_.showChecking();
+    expectNothingCut();
+    driver_.showNoUpdate();
+    expectNothingCut();
+    driver_.showUpdate(newer, Showing::InFocus);
+    expectNothingCut();
+    button("install")->click();
+    driver_.showDownload(6'150'000, 12'300'000);
+    expectNothingCut();
+    driver_.showVerification();
+    expectNothingCut();
+    driver_.showReadyToInstall(newer);
+    expectNothingCut();
+    driver_.showRefusal(
+        "The update feed could not be loaded: the server answered with status 404.");
+    expectNothingCut();
+    driver_.revealPackage("/home/one/Downloads/" + std::string(80, 'x') + ".deb");
+    expectNothingCut();
+}
+
+INSTANTIATE_TEST_SUITE_P(Looks, UpdateWindowLookTest, testing::ValuesIn(allLooks()), nameOfLook);
+
+/// With the updater service and an updater of fakes.
+class UpdateUserDriverServiceTest : public UpdateUserDriverTest {
+protected:
+    UpdateUserDriverServiceTest() { bundle_.setInfo("SUPublicEDKey", "key"); }
+
+    [[nodiscard]] const UpdateUserDriver& driver() const override { return driver_; }
+
+    FakeSoftwareUpdater updater_;
+    UpdateUserDriver driver_{updater_, workspace_, bundle_};
+};
+
+TEST_F(UpdateUserDriverServiceTest, AnUpdateWaitsForAttentionUntilTheUserHasSeenIt) {
+    UpdaterService service(bundle_, updater_, driver_);
+    updater_.setOffer(newer);
+    updater_.passADay();
+    processEvents();
+    EXPECT_TRUE(service.updateAwaitingAttention());
+    EXPECT_FALSE(isShown());
+    updater_.checkForUpdates();
+    processEvents();
+    EXPECT_TRUE(isShown());
+    EXPECT_FALSE(service.updateAwaitingAttention());
+    driver_.window()->close();
+    EXPECT_EQ(updater_.lastChoice(), Choice::Later);
+}
+
+/// With the real updater, of an AppImage of version 1.2.3.
+class UpdateUserDriverAppcastTest : public UpdateUserDriverTest {
+protected:
+    UpdateUserDriverAppcastTest() {
+        std::filesystem::create_directories(folder_ / "mounted");
+        std::ofstream(place_) << "old";
+        chmod(place_.c_str(), 0755);
+        bundle_.setInfo("SUPublicEDKey", signer_.publicKey());
+        offer(signer_.signature("new"));
+        session_.setHandler([this](const URLRequest& request) -> FakeURLSession::Answer {
+            return URLResponse{200, request.url == "https://h/update" ? "new" : feed_};
+        });
+        const ProgramTraces traces{folder_ / "mounted" / "agent", place_, folder_ / "mounted"};
+        const AppcastUpdater::Copy copy{
+            *UpdateVersion::parse("1.2.3"),
+            UpdateInstallation(traces, folder_ / "Downloads"),
+            "x86_64",
+            *UpdateVersion::parse("2.36")};
+        updater_.emplace(session_, clock_, defaults_, logStore_, copy);
+        driver_.emplace(*updater_, workspace_, bundle_);
+        service_.emplace(bundle_, *updater_, *driver_);
+    }
+
+    [[nodiscard]] const UpdateUserDriver& driver() const override { return *driver_; }
+
+    void offer(const std::string& signature) {
+        AppcastBuilder feed;
+        feed.add({"2.0", "https://h/update", 3, signature});
+        feed_ = feed.text();
+    }
+
+    void checkAndInstall() {
+        updater_->checkForUpdates();
+        ASSERT_TRUE(waitUntil([this] { return text("title") != "Checking for updates…"; }));
+        ASSERT_EQ(text("title"), "A new version of Orvel Agent is available.");
+        button("install")->click();
+    }
+
+    [[nodiscard]] std::string installed() const {
+        std::ifstream stream(place_);
+        return {std::istreambuf_iterator<char>(stream), {}};
+    }
+
+    TemporaryDirectory folder_;
+    std::filesystem::path place_ = folder_ / "Agent.AppImage";
+    UpdateSigner signer_;
+    std::string feed_;
+    FakeURLSession session_;
+    ManualClock clock_;
+    InMemoryUserDefaults defaults_;
+    RecordingLogStore logStore_;
+    std::optional<AppcastUpdater> updater_;
+    std::optional<UpdateUserDriver> driver_;
+    std::optional<UpdaterService> service_;
+};
+
+TEST_F(UpdateUserDriverAppcastTest, OneClickInstallsAndStartsTheNewVersion) {
+    checkAndInstall();
+    ASSERT_TRUE(waitUntil([this] { return workspace_.terminations > 0; }));
+    EXPECT_EQ(installed(), "new");
+    EXPECT_EQ(workspace_.relaunches, 1);
+}
+
+TEST_F(UpdateUserDriverAppcastTest, AForgedUpdateIsRefusedInTheWindow) {
+    offer(UpdateSigner().signature("new"));
+    checkAndInstall();
+    ASSERT_TRUE(waitUntil([this] { return text("title") == "Orvel Agent could not be updated."; }));
+    EXPECT_EQ(text("text"), "The signature of the update is not valid. It was not installed.");
+    EXPECT_EQ(installed(), "old");
+    EXPECT_EQ(workspace_.relaunches, 0);
+}
+
+} // namespace orvel::test
