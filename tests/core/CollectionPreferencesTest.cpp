@@ -3,7 +3,7 @@
 
 #include "core/Errors.h"
 #include "core/JSON.h"
-#include "tests/support/InMemoryUserDefaults.h"
+#include "tests/support/fakes/InMemoryUserDefaults.h"
 
 #include <boost/json/value.hpp>
 #include <boost/json/value_from.hpp>

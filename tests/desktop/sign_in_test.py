@@ -101,7 +101,7 @@ def check_for_tokens():
     check(os.path.getsize(environment) > 0, "the browser's environment was not kept")
     keyring = os.path.join(os.environ["XDG_DATA_HOME"], "keyrings")
     check(os.listdir(keyring), "there is no keyring file")
-    search = [os.path.join(SOURCE, "tools", "find-tokens")]
+    search = [os.path.join(SOURCE, "tools", "dev", "find-tokens")]
     paths = [AGENT_FILES, keyring, os.environ["XDG_CONFIG_HOME"],
              os.path.join(os.environ["XDG_DATA_HOME"], "applications")]
     found = subprocess.run(search + paths, stdout=subprocess.PIPE, text=True)

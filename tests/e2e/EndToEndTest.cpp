@@ -2,7 +2,7 @@
 #include "core/messages/MessagesCollector.h"
 #include "core/messages/SQLiteDatabase.h"
 #include "tests/e2e/ScanHome.h"
-#include "tests/support/MessagesDatabaseBuilder.h"
+#include "tests/support/messages/MessagesDatabaseBuilder.h"
 
 #include <boost/json/array.hpp>
 #include <boost/json/parse.hpp>

@@ -9,8 +9,8 @@
 #include "tests/platform/RealBundle.h"
 #include "tests/platform/RealURLSession.h"
 #include "tests/support/RunTask.h"
-#include "tests/support/TestPlatform.h"
 #include "tests/support/WaitUntil.h"
+#include "tests/support/fakes/TestPlatform.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

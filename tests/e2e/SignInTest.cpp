@@ -8,13 +8,13 @@
 #include "service/LocalService.h"
 #include "tests/platform/RealBundle.h"
 #include "tests/platform/RealURLSession.h"
-#include "tests/support/FakeKeychain.h"
-#include "tests/support/FakeWebAuthenticationSession.h"
-#include "tests/support/FakeWorkspace.h"
-#include "tests/support/ManualClock.h"
-#include "tests/support/RecordingLogStore.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/support/fakes/FakeKeychain.h"
+#include "tests/support/fakes/FakeWebAuthenticationSession.h"
+#include "tests/support/fakes/FakeWorkspace.h"
+#include "tests/support/fakes/ManualClock.h"
+#include "tests/support/fakes/RecordingLogStore.h"
 
 #include <gtest/gtest.h>
 

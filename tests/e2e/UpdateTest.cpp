@@ -7,12 +7,12 @@
 #include "platform/linux/storage/PlistBundle.h"
 #include "platform/linux/update/AppcastUpdater.h"
 #include "service/LocalService.h"
-#include "tests/support/InMemoryUserDefaults.h"
-#include "tests/support/ManualClock.h"
 #include "tests/support/Program.h"
-#include "tests/support/RecordingLogStore.h"
-#include "tests/support/RecordingUserDriver.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/support/fakes/InMemoryUserDefaults.h"
+#include "tests/support/fakes/ManualClock.h"
+#include "tests/support/fakes/RecordingLogStore.h"
+#include "tests/support/fakes/RecordingUserDriver.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>

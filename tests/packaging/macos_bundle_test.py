@@ -136,7 +136,7 @@ class PropertyListsTest(unittest.TestCase):
         self.assertIs(self.info["SUEnableAutomaticChecks"], True)
 
     def test_the_oldest_system_is_the_one_that_is_compiled_for(self):
-        for path, pattern in {"tools/check-macos": r"-target arm64-apple-macos(\S+)",
+        for path, pattern in {"tools/dev/check-macos": r"-target arm64-apple-macos(\S+)",
                               "packaging/macos/install-dependencies":
                                   r"CMAKE_OSX_DEPLOYMENT_TARGET=(\S+)"}.items():
             with open(os.path.join(SOURCE, path), encoding="utf-8") as file:

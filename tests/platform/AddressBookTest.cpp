@@ -5,8 +5,8 @@
 
 #include "tests/platform/AddressBookCalls.h"
 #include "tests/platform/RealAddressBook.h"
-#include "tests/support/FakeAddressBook.h"
 #include "tests/support/RunTask.h"
+#include "tests/support/fakes/FakeAddressBook.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

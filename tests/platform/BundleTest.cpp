@@ -5,8 +5,8 @@
 
 #include "tests/platform/RealBundle.h"
 #include "tests/platform/WrittenPropertyList.h"
-#include "tests/support/FakeBundle.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/support/fakes/FakeBundle.h"
 
 #include <gtest/gtest.h>
 

@@ -4,7 +4,7 @@
 #include "platform/Clock.h"
 
 #include "tests/platform/RealClock.h"
-#include "tests/support/ManualClock.h"
+#include "tests/support/fakes/ManualClock.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>

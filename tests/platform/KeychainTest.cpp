@@ -5,8 +5,8 @@
 
 #include "tests/platform/KeychainCalls.h"
 #include "tests/platform/RealKeychain.h"
-#include "tests/support/FakeKeychain.h"
 #include "tests/support/RunTask.h"
+#include "tests/support/fakes/FakeKeychain.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

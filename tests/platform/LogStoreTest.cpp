@@ -5,9 +5,9 @@
 
 #include "tests/platform/LogStoreCalls.h"
 #include "tests/platform/RealLogStore.h"
-#include "tests/support/ManualClock.h"
-#include "tests/support/RecordingLogStore.h"
 #include "tests/support/RunTask.h"
+#include "tests/support/fakes/ManualClock.h"
+#include "tests/support/fakes/RecordingLogStore.h"
 
 #include <QCoreApplication>
 #include <QThread>

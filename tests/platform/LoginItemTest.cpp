@@ -3,9 +3,9 @@
 
 #include "tests/platform/LoginItemCalls.h"
 #include "tests/platform/RealLoginItem.h"
-#include "tests/support/FakeLoginItem.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/support/fakes/FakeLoginItem.h"
 
 #include <QCoreApplication>
 #include <QThread>

@@ -3,15 +3,15 @@
 
 #include "platform/linux/update/AppcastUpdater.h"
 #include "tests/support/AppcastBuilder.h"
-#include "tests/support/FakeSoftwareUpdater.h"
-#include "tests/support/FakeURLSession.h"
-#include "tests/support/InMemoryUserDefaults.h"
-#include "tests/support/ManualClock.h"
-#include "tests/support/RecordingLogStore.h"
-#include "tests/support/RecordingUserDriver.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/UpdateSigner.h"
 #include "tests/support/WaitUntil.h"
+#include "tests/support/fakes/FakeSoftwareUpdater.h"
+#include "tests/support/fakes/FakeURLSession.h"
+#include "tests/support/fakes/InMemoryUserDefaults.h"
+#include "tests/support/fakes/ManualClock.h"
+#include "tests/support/fakes/RecordingLogStore.h"
+#include "tests/support/fakes/RecordingUserDriver.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

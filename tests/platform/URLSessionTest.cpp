@@ -6,9 +6,9 @@
 #include "core/Errors.h"
 #include "tests/platform/RealURLSession.h"
 #include "tests/platform/URLSessionCalls.h"
-#include "tests/support/FakeURLSession.h"
 #include "tests/support/LocalServer.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/support/fakes/FakeURLSession.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>

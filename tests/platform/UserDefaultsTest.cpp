@@ -6,8 +6,8 @@
 #include "core/Errors.h"
 #include "platform/Platform.h"
 #include "tests/platform/FileSizeLimit.h"
-#include "tests/support/InMemoryUserDefaults.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/support/fakes/InMemoryUserDefaults.h"
 
 #include <gtest/gtest.h>
 

@@ -4,9 +4,9 @@
 #include "platform/WebAuthenticationSession.h"
 
 #include "tests/platform/RealWebAuthenticationSession.h"
-#include "tests/support/FakeWebAuthenticationSession.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/WaitUntil.h"
+#include "tests/support/fakes/FakeWebAuthenticationSession.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

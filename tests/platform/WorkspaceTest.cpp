@@ -4,9 +4,9 @@
 #include "platform/Workspace.h"
 
 #include "tests/platform/RealWorkspace.h"
-#include "tests/support/FakeWorkspace.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/WaitUntil.h"
+#include "tests/support/fakes/FakeWorkspace.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

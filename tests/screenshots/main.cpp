@@ -6,9 +6,9 @@
 #include "OrvelAgent/ui/update/UpdateUserDriver.h"
 #include "OrvelAgent/ui/update/UpdateWindow.h"
 #include "OrvelAgent/ui/update/VersionHistoryWindow.h"
-#include "tests/support/Palettes.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/SampleAgent.h"
+#include "tests/support/widgets/Palettes.h"
 
 #include <QApplication>
 #include <QDir>

@@ -2,9 +2,9 @@
 #pragma once
 
 #include "OrvelAgent/app/AppModel.h"
-#include "tests/support/MessagesDatabaseBuilder.h"
 #include "tests/support/TemporaryDirectory.h"
-#include "tests/support/TestPlatform.h"
+#include "tests/support/fakes/TestPlatform.h"
+#include "tests/support/messages/MessagesDatabaseBuilder.h"
 
 #include <array>
 #include <memory>

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/account/AuthService.h"
 
-#include "tests/support/FakeBundle.h"
-#include "tests/support/FakeKeychain.h"
-#include "tests/support/FakeURLSession.h"
-#include "tests/support/FakeWebAuthenticationSession.h"
-#include "tests/support/FakeWorkspace.h"
-#include "tests/support/ManualClock.h"
-#include "tests/support/RecordingLogStore.h"
 #include "tests/support/RunTask.h"
+#include "tests/support/fakes/FakeBundle.h"
+#include "tests/support/fakes/FakeKeychain.h"
+#include "tests/support/fakes/FakeURLSession.h"
+#include "tests/support/fakes/FakeWebAuthenticationSession.h"
+#include "tests/support/fakes/FakeWorkspace.h"
+#include "tests/support/fakes/ManualClock.h"
+#include "tests/support/fakes/RecordingLogStore.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

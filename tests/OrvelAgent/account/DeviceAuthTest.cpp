@@ -4,10 +4,10 @@
 #include "OrvelAgent/account/AuthError.h"
 #include "OrvelAgent/base/Configuration.h"
 #include "OrvelAgent/network/QueryItems.h"
-#include "tests/support/FakeBundle.h"
-#include "tests/support/FakeURLSession.h"
-#include "tests/support/FakeWebAuthenticationSession.h"
 #include "tests/support/RunTask.h"
+#include "tests/support/fakes/FakeBundle.h"
+#include "tests/support/fakes/FakeURLSession.h"
+#include "tests/support/fakes/FakeWebAuthenticationSession.h"
 
 #include <boost/json/object.hpp>
 #include <boost/json/parse.hpp>

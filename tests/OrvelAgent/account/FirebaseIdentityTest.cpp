@@ -5,10 +5,10 @@
 #include "OrvelAgent/base/Configuration.h"
 #include "OrvelAgent/base/Worker.h"
 #include "core/JSON.h"
-#include "tests/support/FakeBundle.h"
-#include "tests/support/FakeURLSession.h"
-#include "tests/support/ManualClock.h"
 #include "tests/support/RunTask.h"
+#include "tests/support/fakes/FakeBundle.h"
+#include "tests/support/fakes/FakeURLSession.h"
+#include "tests/support/fakes/ManualClock.h"
 
 #include <boost/json/parse.hpp>
 #include <boost/json/value.hpp>

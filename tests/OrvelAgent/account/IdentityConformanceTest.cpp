@@ -4,11 +4,11 @@
 #include "OrvelAgent/base/Configuration.h"
 #include "OrvelAgent/base/Worker.h"
 #include "tests/platform/RealURLSession.h"
-#include "tests/support/FakeBundle.h"
 #include "tests/support/LocalServer.h"
-#include "tests/support/ManualClock.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/support/fakes/FakeBundle.h"
+#include "tests/support/fakes/ManualClock.h"
 
 #include <QByteArray>
 

@@ -5,10 +5,10 @@
 #include "OrvelAgent/network/APIClient.h"
 #include "OrvelAgent/scan/IngestClient.h"
 #include "platform/WebAuthenticationSession.h"
-#include "tests/support/FakeBundle.h"
 #include "tests/support/HiddenToken.h"
-#include "tests/support/ManualClock.h"
 #include "tests/support/RunTask.h"
+#include "tests/support/fakes/FakeBundle.h"
+#include "tests/support/fakes/ManualClock.h"
 
 #include <QObject>
 

@@ -2,11 +2,11 @@
 #include "OrvelAgent/app/AppModel.h"
 
 #include "core/messages/ChatDatabaseSnapshot.h"
-#include "tests/support/MessagesDatabaseBuilder.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/TemporaryDirectory.h"
-#include "tests/support/TestPlatform.h"
 #include "tests/support/WaitUntil.h"
+#include "tests/support/fakes/TestPlatform.h"
+#include "tests/support/messages/MessagesDatabaseBuilder.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>

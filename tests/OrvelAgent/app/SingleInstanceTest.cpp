@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/app/SingleInstance.h"
 
-#include "tests/support/FakeBundle.h"
-#include "tests/support/FakeWorkspace.h"
-#include "tests/support/RecordingLogStore.h"
+#include "tests/support/fakes/FakeBundle.h"
+#include "tests/support/fakes/FakeWorkspace.h"
+#include "tests/support/fakes/RecordingLogStore.h"
 
 #include <gtest/gtest.h>
 

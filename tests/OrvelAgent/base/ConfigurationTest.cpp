@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/base/Configuration.h"
 
-#include "tests/support/FakeBundle.h"
+#include "tests/support/fakes/FakeBundle.h"
 
 #include <gtest/gtest.h>
 

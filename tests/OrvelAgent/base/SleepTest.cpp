@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/base/Sleep.h"
 
-#include "tests/support/ManualClock.h"
 #include "tests/support/RunTask.h"
+#include "tests/support/fakes/ManualClock.h"
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/log/LogReader.h"
 
-#include "tests/support/ManualClock.h"
-#include "tests/support/RecordingLogStore.h"
 #include "tests/support/RunTask.h"
+#include "tests/support/fakes/ManualClock.h"
+#include "tests/support/fakes/RecordingLogStore.h"
 
 #include <QByteArray>
 #include <QtGlobal>

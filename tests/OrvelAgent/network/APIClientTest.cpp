@@ -3,9 +3,9 @@
 
 #include "OrvelAgent/base/Configuration.h"
 #include "OrvelAgent/scan/IngestClient.h"
-#include "tests/support/FakeBundle.h"
-#include "tests/support/FakeURLSession.h"
 #include "tests/support/RunTask.h"
+#include "tests/support/fakes/FakeBundle.h"
+#include "tests/support/fakes/FakeURLSession.h"
 
 #include <gtest/gtest.h>
 

@@ -4,15 +4,15 @@
 #include "OrvelAgent/base/Configuration.h"
 #include "core/Errors.h"
 #include "core/messages/ChatDatabaseSnapshot.h"
-#include "tests/support/FakeBundle.h"
-#include "tests/support/FakeURLSession.h"
-#include "tests/support/InMemoryUserDefaults.h"
-#include "tests/support/ManualClock.h"
-#include "tests/support/MessagesDatabaseBuilder.h"
-#include "tests/support/PlainFileCopier.h"
-#include "tests/support/RecordingLogStore.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/support/fakes/FakeBundle.h"
+#include "tests/support/fakes/FakeURLSession.h"
+#include "tests/support/fakes/InMemoryUserDefaults.h"
+#include "tests/support/fakes/ManualClock.h"
+#include "tests/support/fakes/PlainFileCopier.h"
+#include "tests/support/fakes/RecordingLogStore.h"
+#include "tests/support/messages/MessagesDatabaseBuilder.h"
 
 #include <QTimer>
 

@@ -2,9 +2,9 @@
 #include "OrvelAgent/scan/ContactBridge.h"
 
 #include "OrvelAgent/base/Worker.h"
-#include "tests/support/FakeAddressBook.h"
-#include "tests/support/RecordingLogStore.h"
 #include "tests/support/RunTask.h"
+#include "tests/support/fakes/FakeAddressBook.h"
+#include "tests/support/fakes/RecordingLogStore.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -2,9 +2,9 @@
 #include "OrvelAgent/scan/IngestClient.h"
 
 #include "OrvelAgent/base/Configuration.h"
-#include "tests/support/FakeBundle.h"
-#include "tests/support/FakeURLSession.h"
 #include "tests/support/RunTask.h"
+#include "tests/support/fakes/FakeBundle.h"
+#include "tests/support/fakes/FakeURLSession.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 #include "OrvelAgent/scan/WatermarkStore.h"
 
 #include "core/Errors.h"
-#include "tests/support/InMemoryUserDefaults.h"
+#include "tests/support/fakes/InMemoryUserDefaults.h"
 
 #include <gtest/gtest.h>
 

@@ -16,9 +16,9 @@
 #include "OrvelAgent/ui/update/UpdateWindow.h"
 #include "OrvelAgent/ui/update/VersionHistoryWindow.h"
 #include "tests/OrvelAgent/ui/log/LogFixture.h"
-#include "tests/support/AccessibleTree.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/SampleAgent.h"
+#include "tests/support/widgets/AccessibleTree.h"
 
 #include <QAccessible>
 #include <QDialog>

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/ui/AppDelegate.h"
 
-#include "tests/support/FakeWorkspace.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/WaitUntil.h"
+#include "tests/support/fakes/FakeWorkspace.h"
 
 #include <QGuiApplication>
 #include <QScreen>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tests/support/WidgetLayout.h"
+#include "tests/support/widgets/WidgetLayout.h"
 
 #include "OrvelAgent/ui/controls/TextLabel.h"
 #include "OrvelAgent/ui/controls/Theme.h"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/ui/WindowGeometry.h"
 
-#include "tests/support/InMemoryUserDefaults.h"
+#include "tests/support/fakes/InMemoryUserDefaults.h"
 
 #include <QGuiApplication>
 #include <QScreen>

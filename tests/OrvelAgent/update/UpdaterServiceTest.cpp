@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/update/UpdaterService.h"
 
-#include "tests/support/FakeBundle.h"
-#include "tests/support/FakeSoftwareUpdater.h"
-#include "tests/support/RecordingUserDriver.h"
+#include "tests/support/fakes/FakeBundle.h"
+#include "tests/support/fakes/FakeSoftwareUpdater.h"
+#include "tests/support/fakes/RecordingUserDriver.h"
 
 #include <QObject>
 

@@ -2,7 +2,7 @@
 #include "OrvelAgent/update/VersionHistoryLoading.h"
 
 #include "tests/platform/RealBundle.h"
-#include "tests/support/FakeBundle.h"
+#include "tests/support/fakes/FakeBundle.h"
 
 #include <gtest/gtest.h>
 

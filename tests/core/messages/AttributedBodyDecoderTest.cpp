@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "core/messages/AttributedBodyDecoder.h"
 
-#include "tests/support/KeyedArchiveBuilder.h"
+#include "tests/support/messages/KeyedArchiveBuilder.h"
 
 #include <gtest/gtest.h>
 

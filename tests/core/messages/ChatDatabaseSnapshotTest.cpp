@@ -5,11 +5,11 @@
 #include "core/messages/FileCopier.h"
 #include "core/messages/SQLiteDatabase.h"
 #include "tests/platform/RealFileCopier.h"
-#include "tests/support/LiveDatabaseWriter.h"
 #include "tests/support/SmallDisk.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/UnprivilegedUser.h"
-#include "tests/support/WritableDatabase.h"
+#include "tests/support/messages/LiveDatabaseWriter.h"
+#include "tests/support/messages/WritableDatabase.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

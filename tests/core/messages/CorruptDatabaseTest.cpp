@@ -2,8 +2,8 @@
 #include "core/Text.h"
 #include "core/messages/MessagesCollector.h"
 #include "core/messages/SQLiteDatabase.h"
-#include "tests/support/MessagesDatabaseBuilder.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/support/messages/MessagesDatabaseBuilder.h"
 
 #include <boost/json.hpp>
 #include <gtest/gtest.h>

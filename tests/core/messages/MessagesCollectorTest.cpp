@@ -3,8 +3,8 @@
 
 #include "core/messages/AppleEpoch.h"
 #include "core/messages/SQLiteDatabase.h"
-#include "tests/support/MessagesDatabaseBuilder.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/support/messages/MessagesDatabaseBuilder.h"
 
 #include <boost/json.hpp>
 #include <gmock/gmock.h>

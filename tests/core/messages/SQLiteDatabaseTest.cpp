@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "core/messages/SQLiteDatabase.h"
 
-#include "tests/support/MessagesDatabaseBuilder.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/support/messages/MessagesDatabaseBuilder.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

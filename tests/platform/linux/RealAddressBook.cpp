@@ -3,8 +3,8 @@
 
 #include "platform/linux/contacts/EvolutionAddressBook.h"
 #include "tests/platform/linux/contacts/EvolutionDesktop.h"
-#include "tests/support/InMemoryUserDefaults.h"
-#include "tests/support/RecordingLogStore.h"
+#include "tests/support/fakes/InMemoryUserDefaults.h"
+#include "tests/support/fakes/RecordingLogStore.h"
 
 #include <functional>
 

@@ -4,8 +4,8 @@
 #include "platform/linux/keychain/SecretServiceKeychain.h"
 #include "tests/platform/KeychainCalls.h"
 #include "tests/platform/linux/keychain/KeyringDesktop.h"
-#include "tests/support/ManualClock.h"
-#include "tests/support/RecordingLogStore.h"
+#include "tests/support/fakes/ManualClock.h"
+#include "tests/support/fakes/RecordingLogStore.h"
 
 #include <gtest/gtest.h>
 

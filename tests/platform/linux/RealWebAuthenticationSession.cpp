@@ -3,9 +3,9 @@
 
 #include "platform/linux/signin/BrowserAuthenticationSession.h"
 #include "tests/platform/linux/signin/SignInBusCalls.h"
-#include "tests/support/FakeWorkspace.h"
-#include "tests/support/ManualClock.h"
-#include "tests/support/RecordingLogStore.h"
+#include "tests/support/fakes/FakeWorkspace.h"
+#include "tests/support/fakes/ManualClock.h"
+#include "tests/support/fakes/RecordingLogStore.h"
 
 #include <functional>
 

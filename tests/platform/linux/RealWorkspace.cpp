@@ -4,9 +4,9 @@
 #include "platform/linux/desktop/XdgWorkspace.h"
 #include "tests/platform/linux/desktop/SettingsPortal.h"
 #include "tests/platform/linux/signin/BrowserScript.h"
-#include "tests/support/ManualClock.h"
 #include "tests/support/Program.h"
 #include "tests/support/WaitUntil.h"
+#include "tests/support/fakes/ManualClock.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/ui/controls/CheckBox.h"
 
-#include "tests/support/Palettes.h"
+#include "tests/support/widgets/Palettes.h"
 
 #include <QImage>
 #include <QStyle>

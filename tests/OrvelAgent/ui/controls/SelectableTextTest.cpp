@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/ui/controls/SelectableText.h"
 
-#include "tests/support/DesktopLook.h"
 #include "tests/support/RunTask.h"
+#include "tests/support/widgets/DesktopLook.h"
 
 #include <gtest/gtest.h>
 

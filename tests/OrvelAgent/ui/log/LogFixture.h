@@ -2,9 +2,9 @@
 #pragma once
 
 #include "OrvelAgent/log/LogReader.h"
-#include "tests/support/ManualClock.h"
-#include "tests/support/RecordingLogStore.h"
 #include "tests/support/RunTask.h"
+#include "tests/support/fakes/ManualClock.h"
+#include "tests/support/fakes/RecordingLogStore.h"
 
 #include <gtest/gtest.h>
 

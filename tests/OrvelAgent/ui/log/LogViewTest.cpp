@@ -4,7 +4,7 @@
 #include "OrvelAgent/ui/controls/Theme.h"
 #include "OrvelAgent/ui/log/LogListModel.h"
 #include "tests/OrvelAgent/ui/log/LogFixture.h"
-#include "tests/support/Palettes.h"
+#include "tests/support/widgets/Palettes.h"
 
 #include <QAccessible>
 #include <QApplication>

@@ -3,8 +3,8 @@
 
 #include "OrvelAgent/ui/log/LogView.h"
 #include "tests/OrvelAgent/ui/log/LogFixture.h"
-#include "tests/support/DesktopLook.h"
-#include "tests/support/WidgetLayout.h"
+#include "tests/support/widgets/DesktopLook.h"
+#include "tests/support/widgets/WidgetLayout.h"
 
 #include <QAccessible>
 #include <QApplication>

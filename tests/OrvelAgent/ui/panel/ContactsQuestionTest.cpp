@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/ui/panel/ContactsQuestion.h"
 
-#include "tests/support/DesktopLook.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/WaitUntil.h"
-#include "tests/support/WidgetLayout.h"
+#include "tests/support/widgets/DesktopLook.h"
+#include "tests/support/widgets/WidgetLayout.h"
 
 #include <QAccessible>
 #include <QLabel>

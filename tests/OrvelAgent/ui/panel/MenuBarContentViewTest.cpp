@@ -5,11 +5,11 @@
 #include "OrvelAgent/ui/controls/TextButton.h"
 #include "OrvelAgent/ui/controls/TextLabel.h"
 #include "OrvelAgent/ui/controls/Theme.h"
-#include "tests/support/DesktopLook.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/SampleAgent.h"
 #include "tests/support/WaitUntil.h"
-#include "tests/support/WidgetLayout.h"
+#include "tests/support/widgets/DesktopLook.h"
+#include "tests/support/widgets/WidgetLayout.h"
 
 #include <QAccessible>
 #include <QApplication>

@@ -3,12 +3,12 @@
 
 #include "OrvelAgent/app/AppModel.h"
 #include "OrvelAgent/ui/panel/MenuBarContentView.h"
-#include "tests/support/MessagesDatabaseBuilder.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/TemporaryDirectory.h"
-#include "tests/support/TestPlatform.h"
-#include "tests/support/TrayOfNoPlatform.h"
 #include "tests/support/WaitUntil.h"
+#include "tests/support/fakes/TestPlatform.h"
+#include "tests/support/fakes/TrayOfNoPlatform.h"
+#include "tests/support/messages/MessagesDatabaseBuilder.h"
 
 #include <QAccessible>
 #include <QApplication>

@@ -3,11 +3,11 @@
 
 #include "OrvelAgent/app/AppModel.h"
 #include "OrvelAgent/base/SourceRevision.h"
-#include "tests/support/DesktopLook.h"
 #include "tests/support/RunTask.h"
-#include "tests/support/TestPlatform.h"
 #include "tests/support/WaitUntil.h"
-#include "tests/support/WidgetLayout.h"
+#include "tests/support/fakes/TestPlatform.h"
+#include "tests/support/widgets/DesktopLook.h"
+#include "tests/support/widgets/WidgetLayout.h"
 
 #include <QAccessible>
 #include <QApplication>

@@ -5,10 +5,10 @@
 #include "OrvelAgent/ui/controls/Badge.h"
 #include "OrvelAgent/ui/update/ChangeRow.h"
 #include "OrvelAgent/ui/update/ReleaseSection.h"
-#include "tests/support/DesktopLook.h"
-#include "tests/support/FakeBundle.h"
 #include "tests/support/RunTask.h"
-#include "tests/support/WidgetLayout.h"
+#include "tests/support/fakes/FakeBundle.h"
+#include "tests/support/widgets/DesktopLook.h"
+#include "tests/support/widgets/WidgetLayout.h"
 
 #include <QLabel>
 

@@ -3,10 +3,10 @@
 
 #include "tests/platform/AddressBookCalls.h"
 #include "tests/platform/linux/contacts/EvolutionDesktop.h"
-#include "tests/support/InMemoryUserDefaults.h"
-#include "tests/support/RecordingLogStore.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/WaitUntil.h"
+#include "tests/support/fakes/InMemoryUserDefaults.h"
+#include "tests/support/fakes/RecordingLogStore.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -5,10 +5,10 @@
 #include "tests/platform/linux/BusDaemon.h"
 #include "tests/platform/linux/desktop/SettingsPortal.h"
 #include "tests/platform/linux/keychain/SilentBus.h"
-#include "tests/support/ManualClock.h"
 #include "tests/support/Program.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/WaitUntil.h"
+#include "tests/support/fakes/ManualClock.h"
 
 #include <gtest/gtest.h>
 

@@ -5,8 +5,8 @@
 
 #include "platform/linux/support/SessionBus.h"
 #include "tests/platform/linux/BusService.h"
-#include "tests/support/ManualClock.h"
 #include "tests/support/WaitUntil.h"
+#include "tests/support/fakes/ManualClock.h"
 
 #include <QDBusVariant>
 

@@ -5,11 +5,11 @@
 #include "tests/platform/linux/BusService.h"
 #include "tests/platform/linux/keychain/SilentBus.h"
 #include "tests/platform/linux/signin/BrowserScript.h"
-#include "tests/support/ManualClock.h"
 #include "tests/support/Program.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/WaitUntil.h"
+#include "tests/support/fakes/ManualClock.h"
 
 #include <QDBusConnectionInterface>
 

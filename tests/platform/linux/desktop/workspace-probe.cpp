@@ -10,7 +10,7 @@
 // "relaunch" has the program started after that pause, and ends; "linger" does not end by itself.
 // "motion" prints whether motion is to be reduced, at first and whenever that changes.
 #include "platform/linux/desktop/XdgWorkspace.h"
-#include "tests/support/ManualClock.h"
+#include "tests/support/fakes/ManualClock.h"
 
 #include <QCoreApplication>
 

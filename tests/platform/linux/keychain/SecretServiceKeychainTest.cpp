@@ -7,10 +7,10 @@
 #include "tests/platform/KeychainCalls.h"
 #include "tests/platform/linux/keychain/KeyringDesktop.h"
 #include "tests/platform/linux/keychain/SilentBus.h"
-#include "tests/support/ManualClock.h"
 #include "tests/support/Program.h"
-#include "tests/support/RecordingLogStore.h"
 #include "tests/support/RunTask.h"
+#include "tests/support/fakes/ManualClock.h"
+#include "tests/support/fakes/RecordingLogStore.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

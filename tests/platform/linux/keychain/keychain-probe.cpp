@@ -6,8 +6,8 @@
 // written, all of one item, one after the other. Prints a line for each, and the log at the end.
 #include "platform/linux/keychain/SecretServiceKeychain.h"
 #include "tests/platform/KeychainCalls.h"
-#include "tests/support/ManualClock.h"
-#include "tests/support/RecordingLogStore.h"
+#include "tests/support/fakes/ManualClock.h"
+#include "tests/support/fakes/RecordingLogStore.h"
 
 #include <QCoreApplication>
 

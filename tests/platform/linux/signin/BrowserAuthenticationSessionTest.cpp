@@ -8,12 +8,12 @@
 #include "tests/platform/linux/keychain/SilentBus.h"
 #include "tests/platform/linux/signin/BrowserScript.h"
 #include "tests/platform/linux/signin/SignInBusCalls.h"
-#include "tests/support/FakeWorkspace.h"
-#include "tests/support/ManualClock.h"
 #include "tests/support/Program.h"
-#include "tests/support/RecordingLogStore.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/WaitUntil.h"
+#include "tests/support/fakes/FakeWorkspace.h"
+#include "tests/support/fakes/ManualClock.h"
+#include "tests/support/fakes/RecordingLogStore.h"
 
 #include <QDBusConnectionInterface>
 #include <QDBusError>

@@ -2,12 +2,12 @@
 #include "platform/linux/signin/SchemeRegistration.h"
 
 #include "platform/linux/support/DesktopEntry.h"
-#include "tests/support/ManualClock.h"
 #include "tests/support/Program.h"
-#include "tests/support/RecordingLogStore.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/WaitUntil.h"
+#include "tests/support/fakes/ManualClock.h"
+#include "tests/support/fakes/RecordingLogStore.h"
 
 #include <QByteArray>
 #include <QtGlobal>

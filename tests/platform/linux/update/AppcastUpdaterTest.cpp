@@ -5,17 +5,17 @@
 #include "platform/linux/network/CurlURLSession.h"
 #include "platform/linux/update/Appcast.h"
 #include "tests/support/AppcastBuilder.h"
-#include "tests/support/FakeURLSession.h"
-#include "tests/support/InMemoryUserDefaults.h"
 #include "tests/support/LocalServer.h"
-#include "tests/support/ManualClock.h"
-#include "tests/support/RecordingLogStore.h"
-#include "tests/support/RecordingUserDriver.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/SmallDisk.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/UpdateSigner.h"
 #include "tests/support/WaitUntil.h"
+#include "tests/support/fakes/FakeURLSession.h"
+#include "tests/support/fakes/InMemoryUserDefaults.h"
+#include "tests/support/fakes/ManualClock.h"
+#include "tests/support/fakes/RecordingLogStore.h"
+#include "tests/support/fakes/RecordingUserDriver.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>

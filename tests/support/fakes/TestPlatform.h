@@ -1,0 +1,83 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "platform/Platform.h"
+#include "tests/support/fakes/FakeAddressBook.h"
+#include "tests/support/fakes/FakeBundle.h"
+#include "tests/support/fakes/FakeKeychain.h"
+#include "tests/support/fakes/FakeLoginItem.h"
+#include "tests/support/fakes/FakeService.h"
+#include "tests/support/fakes/FakeSoftwareUpdater.h"
+#include "tests/support/fakes/FakeURLSession.h"
+#include "tests/support/fakes/FakeWebAuthenticationSession.h"
+#include "tests/support/fakes/FakeWorkspace.h"
+#include "tests/support/fakes/InMemoryUserDefaults.h"
+#include "tests/support/fakes/ManualClock.h"
+#include "tests/support/fakes/PlainFileCopier.h"
+#include "tests/support/fakes/RecordingLogStore.h"
+#include "tests/support/fakes/RecordingUserDriver.h"
+
+#include <memory>
+#include <string>
+#include <utility>
+
+namespace orvel::test {
+
+/// A platform of fakes, and the fakes by their own types. Nobody is signed in, the address book is
+/// open and empty, and the service takes everything.
+class TestPlatform final {
+public:
+    TestPlatform() {
+        bundle.setInfo("CFBundleIdentifier", std::string(RecordingLogStore::subsystem));
+        bundle.setInfo("CFBundleDisplayName", "Orvel Agent");
+        bundle.setInfo("CFBundleShortVersionString", "1.2.3");
+        bundle.setInfo("API_HOST", "api.test.example");
+        bundle.setInfo("WEB_HOST", "www.test.example");
+        bundle.setInfo("IDENTITY_TOOLKIT_URL", "https://identity.test.example/v1/");
+        bundle.setInfo("SECURE_TOKEN_URL", "https://token.test.example/v1/token");
+        bundle.setInfo("SUFeedURL", "https://updates.test.example/appcast.xml");
+        bundle.setInfo("SUPublicEDKey", "a key");
+    }
+
+    /// An earlier process has signed in.
+    void storeSession(const std::string& email = "one@orvel.example") {
+        keychain.items[{std::string(RecordingLogStore::subsystem) + ".session", "session"}] =
+            R"({"refreshToken":"refresh-0","handle":"one","email":")" + email + R"("})";
+    }
+
+    /// The user signs in on the page as soon as it opens.
+    void letTheUserSignIn() {
+        browser.user = [](const FakeWebAuthenticationSession::Page&) {
+            return FakeWebAuthenticationSession::Outcome("orvelagent://callback?code=code");
+        };
+    }
+
+    Platform platform;
+    ManualClock& clock = add<ManualClock>(platform.clock);
+    RecordingLogStore& logStore = add<RecordingLogStore>(platform.logStore, clock);
+    FakeBundle& bundle = add<FakeBundle>(platform.bundle);
+    InMemoryUserDefaults& userDefaults = add<InMemoryUserDefaults>(platform.userDefaults);
+    PlainFileCopier& fileCopier = add<PlainFileCopier>(platform.fileCopier);
+    FakeURLSession& urlSession = add<FakeURLSession>(platform.urlSession);
+    FakeAddressBook& addressBook = add<FakeAddressBook>(platform.addressBook);
+    FakeWorkspace& workspace = add<FakeWorkspace>(platform.workspace);
+    FakeKeychain& keychain = add<FakeKeychain>(platform.keychain);
+    FakeWebAuthenticationSession& browser =
+        add<FakeWebAuthenticationSession>(platform.webAuthenticationSession);
+    FakeLoginItem& loginItem = add<FakeLoginItem>(platform.loginItem);
+    FakeSoftwareUpdater& softwareUpdater = add<FakeSoftwareUpdater>(platform.softwareUpdater);
+
+    FakeService service{urlSession};
+    RecordingUserDriver userDriver;
+
+private:
+    template <typename Fake, typename Port, typename... Arguments>
+    static Fake& add(std::unique_ptr<Port>& port, Arguments&... arguments) {
+        auto fake = std::make_unique<Fake>(arguments...);
+        Fake& reference = *fake;
+        port = std::move(fake);
+        return reference;
+    }
+};
+
+} // namespace orvel::test

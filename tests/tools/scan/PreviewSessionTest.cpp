@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/scan/PreviewSession.h"
+
+#include "core/Errors.h"
+#include "core/JSON.h"
+#include "tests/support/RunTask.h"
+#include "tests/support/SmallDisk.h"
+#include "tests/support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <iterator>
+
+namespace orvel {
+
+namespace {
+
+class PreviewSessionTest : public testing::Test {
+protected:
+    static URLResult send(PreviewSession& session, std::string path, std::string body) {
+        URLRequest request;
+        request.url = "https://api.test.example" + path;
+        request.method = "POST";
+        request.body = std::move(body);
+        std::optional<URLResult> result;
+        const auto task =
+            session.start(std::move(request), [&](URLResult value) { result = std::move(value); });
+        EXPECT_FALSE(result) << "it called back before start returned";
+        test::processEvents();
+        return result.value();
+    }
+
+    std::string content() const {
+        std::ifstream file(path_);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+    test::TemporaryDirectory directory_;
+    std::filesystem::path path_ = directory_ / "preview.jsonl";
+};
+
+} // namespace
+
+TEST_F(PreviewSessionTest, WritesEachRecordAsItWouldHaveBeenSent) {
+    PreviewSession session(path_, {});
+    const URLResult result = send(
+        session,
+        "/api/v1/context/ingest",
+        R"({"source":"imessage","records":[{"b":1,"a":"é\n"},{"c":null}],"watermark":7})");
+    const auto& response = std::get<URLResponse>(result);
+    EXPECT_EQ(response.status, 200);
+    EXPECT_EQ(response.body, R"({"ok":true,"data":{"acceptedWatermark":7,"accepted":2}})");
+    EXPECT_EQ(content(), "{\"b\":1,\"a\":\"é\\n\"}\n{\"c\":null}\n");
+}
+
+TEST_F(PreviewSessionTest, AnswersWithTheKnownHandles) {
+    PreviewSession session(path_, {"4155550134"});
+    const URLResult result = send(session, "/api/v1/context/handle-digest", "{}");
+    EXPECT_EQ(std::get<URLResponse>(result).body, R"({"ok":true,"data":{"hints":["4155550134"]}})");
+}
+
+TEST_F(PreviewSessionTest, AFileThatCannotBeMadeIsAnError) {
+    EXPECT_THROW(PreviewSession(directory_ / "no" / "such", {}), tavrin::PlatformError);
+}
+
+TEST_F(PreviewSessionTest, AFullDiskFailsTheUpload) {
+    const test::SmallDisk disk(directory_.path(), 4096);
+    PreviewSession session(directory_ / "preview", {});
+    const std::string large(20'000, 'x');
+    const URLResult result = send(
+        session,
+        "/api/v1/context/ingest",
+        R"({"records":[{"a":")" + large + R"("}],"watermark":7})");
+    ASSERT_TRUE(std::holds_alternative<tavrin::URLError>(result));
+    EXPECT_NE(
+        std::string(std::get<tavrin::URLError>(result).what()).find("Could not write the preview"),
+        std::string::npos);
+}
+
+TEST_F(PreviewSessionTest, KnownHandlesAreAListOfStrings) {
+    const auto read = [this](const char* text) {
+        std::ofstream(path_) << text;
+        return readKnownHandles(path_);
+    };
+    EXPECT_EQ(read(R"(["a","b"])"), (std::vector<std::string>{"a", "b"}));
+    EXPECT_THROW(read(R"({"hints":[]})"), tavrin::JSONDecodingError);
+    EXPECT_THROW(read("[1]"), tavrin::JSONDecodingError);
+    EXPECT_THROW(read("nothing"), tavrin::JSONDecodingError);
+    EXPECT_THROW(readKnownHandles(directory_ / "missing"), tavrin::PlatformError);
+}
+
+} // namespace orvel

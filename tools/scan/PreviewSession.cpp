@@ -1,0 +1,134 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/scan/PreviewSession.h"
+
+#include "core/Errors.h"
+#include "core/JSON.h"
+
+#include <boost/json/array.hpp>
+#include <boost/json/object.hpp>
+#include <boost/json/parse.hpp>
+#include <boost/json/serialize.hpp>
+#include <boost/json/value.hpp>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <fstream>
+#include <iterator>
+#include <string_view>
+#include <utility>
+
+namespace orvel {
+
+namespace {
+
+/// A preview that is under way cannot be stopped by the network: it ends within the event loop's
+/// next turn anyway.
+class PreviewTask final : public URLSession::Task {
+public:
+    void cancel() override {}
+};
+
+URLResponse success(boost::json::object data) {
+    boost::json::object envelope;
+    envelope.emplace("ok", true);
+    envelope.emplace("data", std::move(data));
+    URLResponse response;
+    response.status = 200;
+    response.body = boost::json::serialize(envelope);
+    return response;
+}
+
+/// What is written there is message text: the file is for its owner only.
+std::FILE* openPrivately(const std::filesystem::path& path) {
+    const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    if (descriptor < 0) {
+        return nullptr;
+    }
+    struct stat status {};
+    if (fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)) {
+        fchmod(descriptor, S_IRUSR | S_IWUSR);
+    }
+    return fdopen(descriptor, "w");
+}
+
+} // namespace
+
+void PreviewSession::FileCloser::operator()(std::FILE* file) const {
+    if (file != stdout) {
+        std::fclose(file);
+    }
+}
+
+PreviewSession::PreviewSession(
+    const std::optional<std::filesystem::path>& file, std::vector<std::string> knownHandles)
+    : file_(file ? openPrivately(*file) : stdout), knownHandles_(std::move(knownHandles)) {
+    if (!file_) {
+        throw tavrin::PlatformError::fromErrno(errno, "Could not write " + file->string());
+    }
+}
+
+std::unique_ptr<URLSession::Task>
+PreviewSession::start(URLRequest request, std::function<void(URLResult)> completion) {
+    QMetaObject::invokeMethod(
+        &context_,
+        [this, request = std::move(request), completion = std::move(completion)] {
+            completion(answer(request));
+        },
+        Qt::QueuedConnection);
+    return std::make_unique<PreviewTask>();
+}
+
+URLResult PreviewSession::answer(const URLRequest& request) {
+    const std::string_view url = request.url;
+    if (url.ends_with("/api/v1/context/ingest")) {
+        return acceptUpload(request.body.value_or(""));
+    }
+    if (url.ends_with("/api/v1/context/handle-digest")) {
+        boost::json::object digest;
+        digest.emplace("hints", boost::json::array(knownHandles_.begin(), knownHandles_.end()));
+        return success(std::move(digest));
+    }
+    URLResponse notFound;
+    notFound.status = 404;
+    return notFound;
+}
+
+URLResult PreviewSession::acceptUpload(const std::string& body) {
+    const boost::json::value payload = boost::json::parse(body);
+    const boost::json::array& records = payload.at("records").as_array();
+    std::string lines;
+    for (const boost::json::value& record : records) {
+        lines += boost::json::serialize(record);
+        lines += '\n';
+    }
+    const bool isWritten =
+        std::fwrite(lines.data(), 1, lines.size(), file_.get()) == lines.size() &&
+        std::fflush(file_.get()) == 0;
+    if (!isWritten) {
+        const auto error = tavrin::PlatformError::fromErrno(errno, "Could not write the preview");
+        return tavrin::URLError(tavrin::URLErrorCode::Unknown, error.what());
+    }
+    boost::json::object ack;
+    ack.emplace("acceptedWatermark", payload.at("watermark"));
+    ack.emplace("accepted", records.size());
+    return success(std::move(ack));
+}
+
+std::vector<std::string> readKnownHandles(const std::filesystem::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    if (!stream) {
+        throw tavrin::PlatformError::fromErrno(errno, "Could not read " + file.string());
+    }
+    const std::string text(std::istreambuf_iterator<char>(stream), {});
+    boost::system::error_code error;
+    boost::json::value json = boost::json::parse(text, error);
+    if (error) {
+        throw tavrin::JSONDecodingError(file.string() + " is not JSON: " + error.message() + ".");
+    }
+    boost::json::object object;
+    object.emplace("hints", std::move(json));
+    return tavrin::stringsAt(object, "hints");
+}
+
+} // namespace orvel

@@ -1,0 +1,244 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/scan/ScanCommand.h"
+
+#include "OrvelAgent/base/Configuration.h"
+#include "core/messages/ChatDatabaseSnapshot.h"
+#include "tools/scan/OverlayUserDefaults.h"
+#include "tools/scan/PreviewSession.h"
+#include "tools/scan/TerminalQuestion.h"
+
+#include <QCoreApplication>
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <utility>
+
+namespace orvel {
+
+namespace {
+
+PlatformOptions scanPlatformOptions(const ScanArguments& arguments, bool isInteractive) {
+    PlatformOptions options = platformOptions(arguments);
+    if (isInteractive) {
+        options.askForContacts = [](const std::function<void(bool)>& answer) {
+            TerminalQuestion::ask(
+                "May Orvel Agent read your contacts, to recognize people by all their numbers and "
+                "addresses and to send their names? [y/N] ",
+                answer);
+        };
+    }
+    return options;
+}
+
+/// For the keychain, after a signal.
+constexpr tavrin::Seconds lastChance(2);
+
+QCoro::Task<std::optional<tavrin::Secret>> provide(std::optional<tavrin::Secret> token) {
+    co_return token;
+}
+
+} // namespace
+
+ScanCommand::ScanCommand(ScanArguments arguments)
+    : arguments_(std::move(arguments)),
+      isInteractive_(isatty(STDIN_FILENO) != 0 && isatty(STDERR_FILENO) != 0),
+      platform_(makePlatform(scanPlatformOptions(arguments_, isInteractive_))),
+      worker_(std::make_unique<Worker>()) {
+    // The user's choices and consent are the agent's, wherever progress is kept.
+    const tavrin::CollectionPreferences preferences(*platform_.userDefaults);
+    arguments_.mode = arguments_.mode.value_or(preferences.mode());
+    arguments_.scope = arguments_.scope.value_or(preferences.scope());
+    if (arguments_.isPreview && !arguments_.knownHandlesFile &&
+        *arguments_.scope == tavrin::ThreadScope::KnownContactsOnly) {
+        throw UsageError(
+            "A preview of known contacts needs --known-handles FILE, or --scope allThreads.");
+    }
+
+    tavrin::UserDefaults* defaults = platform_.userDefaults.get();
+    if (arguments_.stateFile) {
+        stateDefaults_ = makeUserDefaults(*arguments_.stateFile);
+        defaults = stateDefaults_.get();
+    }
+    URLSession* session = platform_.urlSession.get();
+    if (arguments_.isPreview) {
+        previewDefaults_ = std::make_unique<OverlayUserDefaults>(*defaults);
+        defaults = previewDefaults_.get();
+        previewSession_ = std::make_unique<PreviewSession>(
+            arguments_.previewFile,
+            arguments_.knownHandlesFile ? readKnownHandles(*arguments_.knownHandlesFile)
+                                        : std::vector<std::string>());
+        session = previewSession_.get();
+    } else if (!arguments_.token) {
+        auth_ = makeAuthService(platform_, *worker_);
+    }
+
+    watermarkStore_ = std::make_unique<WatermarkStore>(*defaults);
+    ingest_ = std::make_unique<IngestClient>(
+        makeClient(*session), Configuration(*platform_.bundle).shortVersion());
+
+    CollectorService::Options options;
+    options.sourcePath =
+        arguments_.sourcePath.value_or(tavrin::ChatDatabaseSnapshot::defaultSourcePath());
+    options.backfillPause = tavrin::Seconds(arguments_.isPreview ? 0 : arguments_.backfillPause);
+    options.retryDelays = arguments_.retryDelays;
+    collector_ = std::make_unique<CollectorService>(
+        *watermarkStore_,
+        *ingest_,
+        *platform_.fileCopier,
+        *platform_.clock,
+        *worker_,
+        *platform_.logStore,
+        std::move(options));
+    progressLine_ = std::make_unique<ScanProgressLine>(
+        stderr, isatty(STDERR_FILENO) != 0 && !arguments_.isVerbose, *platform_.clock);
+    QObject::connect(collector_.get(), &CollectorService::progressed, collector_.get(), [this] {
+        progressLine_->show(collector_->progress());
+    });
+}
+
+ScanCommand::~ScanCommand() {
+    // While all that a run uses is there.
+    cancellation_.cancel();
+    worker_->stop();
+}
+
+APIClient ScanCommand::makeClient(URLSession& session) {
+    const Configuration configuration(*platform_.bundle);
+    std::string baseURL = arguments_.apiURL.value_or(configuration.apiBaseURL());
+    if (auth_) {
+        return {
+            session,
+            *worker_,
+            configuration,
+            std::move(baseURL),
+            auth_->tokenProvider(),
+            IngestClient::requestTimeout,
+            auth_->sessionExpiredHandler()};
+    }
+    return {
+        session,
+        *worker_,
+        configuration,
+        std::move(baseURL),
+        [token = arguments_.token] { return provide(token); },
+        IngestClient::requestTimeout};
+}
+
+QCoro::Task<int> ScanCommand::run() {
+    std::string failure;
+    std::optional<CollectorService::ScanSummary> summary;
+    try {
+        if (auth_) {
+            co_await awaitSession();
+        }
+        People people;
+        people.hints = co_await fetchHints();
+        if (arguments_.usesAddressBook) {
+            isConsultingAddressBook_ = true;
+            people = co_await consultAddressBook(std::move(people.hints));
+        }
+        isConsultingAddressBook_ = false;
+        summary = co_await collector_->runScan(
+            *arguments_.mode,
+            *arguments_.scope,
+            std::move(people.hints),
+            arguments_.since,
+            std::move(people.identities),
+            cancellation_.token());
+    } catch (const std::exception& error) {
+        failure = error.what();
+    }
+    if (!summary) {
+        collector_->recordAbort(std::move(failure));
+        summary = collector_->history().front();
+    }
+    if (auth_) {
+        co_await awaitStorage();
+    }
+    if (!print(*summary)) {
+        fmt::print(stderr, "orvel-scan: could not write the summary\n");
+        co_return failed;
+    }
+    co_return summary->error ? failed : succeeded;
+}
+
+QCoro::Task<> ScanCommand::awaitSession() {
+    co_await auth_->restored(cancellation_.token());
+    if (!auth_->isSignedIn()) {
+        throw std::runtime_error(
+            "You are not signed in. Sign in with orvel-scan --sign-in, or give a bearer token.");
+    }
+}
+
+QCoro::Task<> ScanCommand::awaitStorage() {
+    // A refreshed session must not be lost: its predecessor may be good no more. But whoever wants
+    // to leave need not wait for a keychain that asks to be unlocked.
+    tavrin::CancellationSource end;
+    std::unique_ptr<Clock::Timer> timer;
+    const auto registration = cancellation_.token().onCancel(
+        [&] { timer = platform_.clock->schedule(lastChance, [&end] { end.cancel(); }); });
+    try {
+        co_await auth_->stored(end.token());
+    } catch (const tavrin::TaskCancelled&) {
+        Logger(*platform_.logStore, "auth").error("the session could not be stored in time");
+    }
+}
+
+void ScanCommand::cancel() {
+    cancellation_.cancel();
+    if (isConsultingAddressBook_) {
+        // A question to the user or a hanging service would hold us up for nothing.
+        QCoreApplication::exit(failed);
+    }
+}
+
+QCoro::Task<CollectorService::HintSet> ScanCommand::fetchHints() {
+    std::string failure;
+    try {
+        co_return co_await ingest_->fetchKnownHandleHints(cancellation_.token());
+    } catch (const std::exception& error) {
+        failure = error.what();
+    }
+    cancellation_.token().throwIfCancelled();
+    if (*arguments_.scope == tavrin::ThreadScope::KnownContactsOnly) {
+        throw std::runtime_error(
+            "Could not fetch the known-contact list, so this scan was skipped rather than "
+            "reporting a false empty result: " +
+            failure);
+    }
+    Logger(*platform_.logStore, "collector")
+        .error("going on without the known-contact list: {}", failure);
+    co_return CollectorService::HintSet();
+}
+
+QCoro::Task<ScanCommand::People> ScanCommand::consultAddressBook(CollectorService::HintSet hints) {
+    ContactBridge bridge(*platform_.addressBook, *worker_, *platform_.logStore);
+    if (isInteractive_ && bridge.availability() == ContactBridge::Availability::NotDetermined) {
+        co_await bridge.requestAccess();
+    }
+    ContactBridge::Expansion expansion = co_await bridge.expand(std::move(hints));
+    if (bridge.availability() != ContactBridge::Availability::Granted) {
+        collector_->noteContactsUnavailable();
+    } else if (expansion.added == 0 && expansion.scanned > 0) {
+        collector_->noteContactsAddedNothing(expansion.scanned);
+    }
+    People people;
+    people.hints = std::move(expansion.hints);
+    people.identities = co_await bridge.buildIdentityIndex();
+    co_return people;
+}
+
+bool ScanCommand::print(const CollectorService::ScanSummary& summary) {
+    progressLine_->clear();
+    // A preview on standard output is data: the words must not mix with it.
+    const bool isApart = !arguments_.printsJSON && arguments_.isPreview && !arguments_.previewFile;
+    std::FILE* stream = isApart ? stderr : stdout;
+    const std::string text = arguments_.printsJSON
+                                 ? json(summary) + "\n"
+                                 : describe(summary, watermarkStore_->isBackfillDone());
+    return std::fputs(text.c_str(), stream) >= 0 && std::fflush(stream) == 0;
+}
+
+} // namespace orvel

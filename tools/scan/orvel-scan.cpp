@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/base/SignalWatch.h"
+#include "core/Errors.h"
+#include "platform/EventLoop.h"
+#include "tools/scan/AccountCommand.h"
+#include "tools/scan/Command.h"
+#include "tools/scan/ScanArguments.h"
+#include "tools/scan/ScanCommand.h"
+
+#include <QCoreApplication>
+
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <memory>
+#include <utility>
+#include <variant>
+
+namespace {
+
+constexpr int signalStatus = 128;
+
+std::unique_ptr<orvel::Command> makeCommand(orvel::ScanArguments arguments) {
+    if (arguments.action == orvel::ScanArguments::Action::Scan) {
+        return std::make_unique<orvel::ScanCommand>(std::move(arguments));
+    }
+    return std::make_unique<orvel::AccountCommand>(std::move(arguments));
+}
+
+QCoro::Task<> runAndQuit(orvel::Command* command) {
+    int status = orvel::Command::failed;
+    try {
+        status = co_await command->run();
+    } catch (const tavrin::TaskCancelled&) {
+        // By a signal, which decides the status.
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "orvel-scan: %s\n", error.what());
+    }
+    QCoreApplication::exit(status);
+}
+
+/// Starts the command inside the event loop, so that the loop is there to be ended.
+int execute(orvel::ScanArguments arguments) {
+    const std::unique_ptr<orvel::Command> command = makeCommand(std::move(arguments));
+    orvel::SignalWatch signalWatch([&command] { command->cancel(); });
+    QCoro::Task<> running;
+    QMetaObject::invokeMethod(
+        QCoreApplication::instance(),
+        [&] { running = runAndQuit(command.get()); },
+        Qt::QueuedConnection);
+    const int status = QCoreApplication::exec();
+    if (const auto number = signalWatch.received()) {
+        return signalStatus + *number;
+    }
+    return status;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    // A reader that goes away is a failed write, not the end of this process and its cleaning up.
+    std::signal(SIGPIPE, SIG_IGN);
+    orvel::prepareEventLoop();
+    const QCoreApplication application(argc, argv);
+    try {
+        auto parsed = orvel::parseScanArguments(argc, argv);
+        if (const auto* exit = std::get_if<orvel::EarlyExit>(&parsed)) {
+            std::fputs(exit->message.c_str(), exit->status == 0 ? stdout : stderr);
+            return exit->status;
+        }
+        return execute(std::get<orvel::ScanArguments>(std::move(parsed)));
+    } catch (const orvel::UsageError& error) {
+        std::fprintf(stderr, "%s\nRun orvel-scan --help for the usage.\n", error.what());
+        return orvel::usageStatus;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "orvel-scan: %s\n", error.what());
+        return orvel::Command::failed;
+    }
+}
