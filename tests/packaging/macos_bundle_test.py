@@ -126,7 +126,8 @@ class PropertyListsTest(unittest.TestCase):
     def test_the_scheme_is_the_one_that_sign_in_waits_for(self):
         schemes = [scheme for kind in self.info["CFBundleURLTypes"]
                    for scheme in kind["CFBundleURLSchemes"]]
-        with open(os.path.join(SOURCE, "OrvelAgent", "DeviceAuth.cpp"), encoding="utf-8") as file:
+        source = os.path.join(SOURCE, "OrvelAgent", "account", "DeviceAuth.cpp")
+        with open(source, encoding="utf-8") as file:
             self.assertEqual(re.findall(r'session->start\(\s*std::move\(url\), "(\w+)"',
                                         file.read()), schemes)
 
