@@ -4,6 +4,7 @@
 
 import importlib.machinery
 import importlib.util
+import itertools
 import os
 import subprocess
 import sys
@@ -33,10 +34,10 @@ class RuleTest(unittest.TestCase):
     def findings(self, path, text):
         return [(finding.line, finding.message) for finding in lint.check_text(path, text)]
 
-    def assert_clean(self, text, path="OrvelAgent/AppModel.cpp"):
+    def assert_clean(self, text, path="OrvelAgent/app/AppModel.cpp"):
         self.assertEqual(self.findings(path, SOURCE + text), [])
 
-    def assert_found(self, expected, text, line=2, path="OrvelAgent/AppModel.cpp"):
+    def assert_found(self, expected, text, line=2, path="OrvelAgent/app/AppModel.cpp"):
         """One finding, on that line, whose message holds the expected words."""
         findings = self.findings(path, SOURCE + text)
         self.assertEqual(len(findings), 1, findings)
@@ -46,14 +47,16 @@ class RuleTest(unittest.TestCase):
 
 class IncludeTest(RuleTest):
     def test_core_ports_and_local_service_know_no_qt(self):
-        for path in ("core/Text.cpp", "core/Text.h", "platform/Clock.h", "service/Store.cpp"):
+        for path in ("core/Text.cpp", "core/Text.h", "platform/Clock.h", "service/http/Server.cpp"):
             for name in ("QString", "QtCore/QString", "QCoroTask"):
                 findings = self.findings(path, HEADER + f"#include <{name}>\n")
                 self.assertEqual([line for line, _ in findings], [3], (path, name))
                 self.assertIn("no Qt", findings[0][1])
 
     def test_the_systems_and_the_agent_may_use_qt(self):
-        for path in ("platform/linux/SteadyClock.cpp", "OrvelAgent/Worker.cpp", "tests/a/B.cpp"):
+        for path in (
+                "platform/linux/support/SteadyClock.cpp", "OrvelAgent/base/Worker.cpp",
+                "tests/a/B.cpp"):
             self.assert_clean("#include <QObject>\n", path)
 
     def test_qt_by_any_of_its_names(self):
@@ -68,61 +71,106 @@ class IncludeTest(RuleTest):
     def test_a_commented_include_is_none(self):
         self.assert_clean("// #include <QString>\n/*\n#include <QString>\n*/\n", "core/Text.cpp")
 
-    def test_no_floor_includes_the_one_above(self):
-        upward = [
-            ("core/Text.cpp", "platform/Clock.h"),
-            ("core/Text.cpp", "OrvelAgent/Worker.h"),
-            ("platform/Clock.cpp", "platform/linux/SteadyClock.h"),
-            ("platform/Clock.cpp", "OrvelAgent/Worker.h"),
-            ("platform/linux/SteadyClock.cpp", "OrvelAgent/Worker.h"),
-            ("platform/linux/SteadyClock.cpp", "platform/macos/SystemClock.h"),
-            ("OrvelAgent/AppModel.cpp", "OrvelAgent/SettingsView.h"),
-            ("OrvelAgent/AppModel.cpp", "OrvelAgent/LogWindow.h"),
-            ("OrvelAgent/AppModel.cpp", "OrvelAgent/ContactsPrompt.h"),
-            ("OrvelAgent/AppModel.cpp", "OrvelAgent/AppDelegate.h"),
-            ("OrvelAgent/AppModel.cpp", "platform/linux/SteadyClock.h"),
-            ("OrvelAgent/SettingsView.cpp", "platform/linux/SteadyClock.h"),
-            ("OrvelAgent/main.cpp", "platform/linux/SteadyClock.h"),
-            ("OrvelAgent/main.cpp", "tools/Arguments.h"),
-            ("service/Server.cpp", "platform/Clock.h"),
-            ("service/Server.cpp", "OrvelAgent/APIClient.h"),
-            ("tools/orvel-scan.cpp", "platform/linux/SteadyClock.h"),
-            ("tools/orvel-scan.cpp", "OrvelAgent/LogWindow.h"),
-            ("tools/orvel-scan.cpp", "service/Server.h"),
-            ("OrvelAgent/AppModel.cpp", "tests/support/RunTask.h"),
-            ("core/Text.cpp", "bench/Timer.h"),
-        ]
-        for path, include in upward:
-            with self.subTest(path=path, include=include):
-                self.assert_found("must not include", f'#include "{include}"\n', path=path)
-
-    def test_every_floor_includes_what_lies_below(self):
-        downward = [
-            ("core/Text.cpp", "core/Text.h"),
-            ("platform/Clock.cpp", "core/Date.h"),
-            ("platform/linux/SteadyClock.cpp", "platform/linux/SteadyClock.h"),
-            ("platform/linux/SteadyClock.cpp", "platform/Clock.h"),
-            ("OrvelAgent/AppModel.cpp", "OrvelAgent/Worker.h"),
-            ("OrvelAgent/AppModel.cpp", "platform/Platform.h"),
-            ("OrvelAgent/SettingsView.cpp", "OrvelAgent/AppModel.h"),
-            ("OrvelAgent/SettingsView.cpp", "OrvelAgent/ContactsPrompt.h"),
-            ("OrvelAgent/main.cpp", "OrvelAgent/AppDelegate.h"),
-            ("service/Server.cpp", "service/Store.h"),
-            ("service/Server.cpp", "core/MessageRecord.h"),
-            ("tools/orvel-scan.cpp", "OrvelAgent/CollectorService.h"),
-            ("tools/orvel-scan.cpp", "tools/Arguments.h"),
-            ("tests/platform/ClockTest.cpp", "platform/linux/SteadyClock.h"),
-            ("tests/platform/ClockTest.cpp", "tests/support/RunTask.h"),
-            ("bench/Scan.cpp", "tests/support/FakeClock.h"),
-            ("fuzz/decoder_fuzzer.cpp", "core/AttributedBodyDecoder.h"),
-        ]
-        for path, include in downward:
-            with self.subTest(path=path, include=include):
-                self.assert_clean(f'#include "{include}"\n', path)
-
     def test_includes_are_written_from_the_root(self):
         self.assert_found("from the root", '#include "Worker.h"\n')
         self.assert_clean('#include "AppModel.moc"\n')
+
+    def test_a_folder_that_is_in_no_layer_is_found(self):
+        for path in ("OrvelAgent/other/A.cpp", "platform/linux/other/A.cpp", "core/other/A.cpp",
+                     "other/A.cpp", "tools/A.cpp", "A.cpp"):
+            with self.subTest(path=path):
+                self.assert_found("is missing from LAYERS", "", line=1, path=path)
+
+
+class LayersTest(RuleTest):
+    """Plants an include for every ordered pair of folders."""
+
+    def folders(self):
+        return [*lint.LAYERS, *lint.ABOVE_ALL]
+
+    def allowed(self, here, there):
+        if here in lint.ABOVE_ALL:
+            return there in lint.LAYERS
+        return there in lint.LAYERS[here]
+
+    def planted(self, here, there):
+        return self.findings(f"{here}/Planted.cpp", SOURCE + f'#include "{there}/Other.h"\n')
+
+    def test_every_forbidden_pair_is_refused(self):
+        count = 0
+        for here, there in itertools.permutations(self.folders(), 2):
+            if self.allowed(here, there):
+                continue
+            message = f'{here} must not include {there}: "{there}/Other.h"'
+            self.assertEqual(self.planted(here, there), [(2, message)])
+            count += 1
+        print(f"{count} forbidden includes planted, each refused", file=sys.stderr)
+        self.assertGreater(count, len(lint.LAYERS) ** 2 / 2)
+
+    def test_every_allowed_pair_passes(self):
+        count = 0
+        for here, there in itertools.permutations(self.folders(), 2):
+            if self.allowed(here, there):
+                self.assertEqual(self.planted(here, there), [], (here, there))
+                count += 1
+        print(f"{count} allowed includes planted, each passed", file=sys.stderr)
+        self.assertGreater(count, len(lint.LAYERS))
+
+    def test_every_folder_may_include_itself(self):
+        for folder in self.folders():
+            self.assertEqual(self.planted(folder, folder), [], folder)
+
+    def test_subfolders_of_tests_fuzz_and_bench_need_no_row(self):
+        self.assert_clean('#include "tests/support/fakes/FakeClock.h"\n', "tests/core/TextTest.cpp")
+        self.assert_found("core must not include tests", '#include "tests/support/RunTask.h"\n',
+                          path="core/Text.cpp")
+
+    def test_no_folder_reaches_itself_through_others(self):
+        def reached(folder):
+            found, waiting = set(), [folder]
+            while waiting:
+                new = lint.LAYERS[waiting.pop()] - found
+                found |= new
+                waiting += new
+            return found
+        for folder in lint.LAYERS:
+            self.assertNotIn(folder, reached(folder))
+
+    def test_what_the_table_must_not_allow(self):
+        """Repeats the main rules of the layers, so that a mistake in the table itself is found."""
+        def under(*names):
+            return [folder for folder in lint.LAYERS
+                    if any(folder == name or folder.startswith(name + "/") for name in names)]
+        core, service = under("core"), under("service")
+        systems, agent = under("platform/linux", "platform/macos"), under("OrvelAgent")
+        windows, programs = under("OrvelAgent/ui"), under("service", "tools")
+        services = [folder for folder in agent
+                    if folder not in windows and folder != "OrvelAgent"]
+        outside_systems = [folder for folder in lint.LAYERS if folder not in systems]
+        forbidden = [
+            (core, ["platform", *systems, *agent, *programs]),
+            (["platform"], [*systems, *agent, *programs]),
+            (systems, [*agent, *programs]),
+            (under("platform/linux"), under("platform/macos")),
+            (under("platform/macos"), under("platform/linux")),
+            (outside_systems, systems),
+            (services, ["OrvelAgent", *windows]),
+            (windows, ["OrvelAgent/network"]),
+            (["OrvelAgent/account"], ["OrvelAgent/scan"]),
+            (["OrvelAgent/scan"], ["OrvelAgent/account"]),
+            (agent, programs),
+            (service, ["platform", *systems, *agent]),
+        ]
+        for including, included in forbidden:
+            for here, there in itertools.product(including, included):
+                self.assertNotIn(there, lint.LAYERS[here], here)
+
+    def test_every_row_is_a_folder_of_the_tree_with_sources(self):
+        for folder, allowed in lint.LAYERS.items():
+            with self.subTest(folder=folder):
+                names = os.listdir(os.path.join(ROOT, folder))
+                self.assertTrue(any(name.endswith(lint.CPP_SUFFIXES) for name in names))
+                self.assertLessEqual(allowed, set(lint.LAYERS))
 
 
 class CoroutineLambdaTest(RuleTest):
@@ -194,7 +242,7 @@ class AwaitingStatementTest(RuleTest):
             with self.subTest(statement=statement):
                 self.assert_clean(self.inside(statement))
 
-    def test_a_lambda_is_a_place_of_its_own(self):
+    def test_a_lambda_has_statements_of_its_own(self):
         self.assert_clean(self.inside("h({1}, [](int a) -> QCoro::Task<> { co_await g(a); });"))
         self.assert_clean(self.inside("co_await g([] { return Point{1, 2}; });"))
 
@@ -271,7 +319,7 @@ class SystemConditionalTest(RuleTest):
                 self.assert_found("outside platform/", f"{line}\n#endif\n")
 
     def test_platform_and_other_conditionals_are_free(self):
-        self.assert_clean("#ifdef __linux__\n#endif\n", "platform/linux/SteadyClock.cpp")
+        self.assert_clean("#ifdef __linux__\n#endif\n", "platform/linux/support/SteadyClock.cpp")
         self.assert_clean("#ifdef __SANITIZE_ADDRESS__\n#endif\n// #ifdef __linux__\n")
 
 
@@ -288,7 +336,7 @@ class SleepTest(RuleTest):
     def test_words_and_other_code_are_free(self):
         self.assert_clean('// usleep\nconst char* a = "usleep";\nauto t = sleepFor(clock);\n',
                           "tests/core/TextTest.cpp")
-        self.assert_clean("void f() { usleep(1); }\n", "platform/linux/SteadyClock.cpp")
+        self.assert_clean("void f() { usleep(1); }\n", "platform/linux/support/SteadyClock.cpp")
 
 
 class TextTest(RuleTest):
