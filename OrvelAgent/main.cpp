@@ -111,11 +111,16 @@ int run(Application& application) {
     Platform platform = makePlatform(platformOptions(&questions));
     questions.displayName = QString::fromStdString(Configuration(*platform.bundle).displayName());
     SingleInstance::terminateIfAlreadyRunning(
-        *platform.bundle, *platform.workspace, *platform.logStore);
+        *platform.bundle, *platform.instanceRegistry, *platform.logStore);
     // Which has the answer ready when the icon is to be shown.
-    static_cast<void>(platform.workspace->hasTray());
+    static_cast<void>(platform.tray->isAvailable());
 
-    UpdateUserDriver userDriver(*platform.softwareUpdater, *platform.workspace, *platform.bundle);
+    const UpdateUserDriver::Desktop desktop{
+        *platform.workspace,
+        *platform.motionPreference,
+        *platform.applicationFocus,
+        *platform.processControl};
+    UpdateUserDriver userDriver(*platform.softwareUpdater, desktop, *platform.bundle);
     TavrinMacApp app(platform, userDriver);
     QObject::connect(
         &application,

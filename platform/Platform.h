@@ -4,12 +4,17 @@
 #include "core/UserDefaults.h"
 #include "core/messages/FileCopier.h"
 #include "platform/AddressBook.h"
+#include "platform/ApplicationFocus.h"
 #include "platform/Bundle.h"
 #include "platform/Clock.h"
+#include "platform/InstanceRegistry.h"
 #include "platform/Keychain.h"
 #include "platform/LogStore.h"
 #include "platform/LoginItem.h"
+#include "platform/MotionPreference.h"
+#include "platform/ProcessControl.h"
 #include "platform/SoftwareUpdater.h"
+#include "platform/Tray.h"
 #include "platform/URLSession.h"
 #include "platform/WebAuthenticationSession.h"
 #include "platform/Workspace.h"
@@ -52,6 +57,11 @@ struct Platform {
     std::unique_ptr<URLSession> urlSession;
     std::unique_ptr<AddressBook> addressBook;
     std::unique_ptr<Workspace> workspace;
+    std::unique_ptr<InstanceRegistry> instanceRegistry;
+    std::unique_ptr<MotionPreference> motionPreference;
+    std::unique_ptr<Tray> tray;
+    std::unique_ptr<ApplicationFocus> applicationFocus;
+    std::unique_ptr<ProcessControl> processControl;
     std::unique_ptr<Keychain> keychain;
     std::unique_ptr<WebAuthenticationSession> webAuthenticationSession;
     std::unique_ptr<LoginItem> loginItem;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "platform/Workspace.h"
+#include "platform/Subscription.h"
 
 #include <cstdint>
 #include <functional>
@@ -14,7 +14,7 @@ namespace orvel {
 /// Those who want to hear of one kind of event. A subscription may outlive it.
 class Subscribers final {
 public:
-    [[nodiscard]] std::unique_ptr<Workspace::Subscription> add(std::function<void()> callback) {
+    [[nodiscard]] std::unique_ptr<Subscription> add(std::function<void()> callback) {
         callbacks_->emplace(++last_, std::move(callback));
         return std::make_unique<Entry>(callbacks_, last_);
     }
@@ -33,7 +33,7 @@ public:
 private:
     using Callbacks = std::map<std::uint64_t, std::function<void()>>;
 
-    class Entry final : public Workspace::Subscription {
+    class Entry final : public Subscription {
     public:
         Entry(std::shared_ptr<Callbacks> callbacks, std::uint64_t number)
             : callbacks_(std::move(callbacks)), number_(number) {}

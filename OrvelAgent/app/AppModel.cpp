@@ -39,18 +39,17 @@ CollectorService::Options withSource(CollectorService::Options options, std::str
 /// Makes the application one whose questions come to the front, for as long as this lives.
 class InFront final {
 public:
-    explicit InFront(Workspace& workspace)
-        : workspace_(workspace), former_(workspace.activationPolicy()) {
-        workspace_.setActivationPolicy(Workspace::ActivationPolicy::Regular);
-        workspace_.activate();
+    explicit InFront(ApplicationFocus& focus) : focus_(focus), former_(focus.activationPolicy()) {
+        focus_.setActivationPolicy(ApplicationFocus::ActivationPolicy::Regular);
+        focus_.activate();
     }
-    ~InFront() { workspace_.setActivationPolicy(former_); }
+    ~InFront() { focus_.setActivationPolicy(former_); }
     InFront(const InFront&) = delete;
     InFront& operator=(const InFront&) = delete;
 
 private:
-    Workspace& workspace_;
-    Workspace::ActivationPolicy former_;
+    ApplicationFocus& focus_;
+    ApplicationFocus::ActivationPolicy former_;
 };
 
 } // namespace
@@ -106,7 +105,7 @@ AppModel::AppModel(
     connect(auth_.get(), &AuthService::changed, this, &AppModel::serviceChanged);
     connect(collector_.get(), &CollectorService::changed, this, &AppModel::serviceChanged);
     connect(updater_.get(), &UpdaterService::changed, this, &AppModel::serviceChanged);
-    reduceMotionChanges_ = platform_.workspace->onReduceMotionChange([this] { serviceChanged(); });
+    reduceMotionChanges_ = platform_.motionPreference->onChange([this] { serviceChanged(); });
 
     syncAttentionFlash();
     startCollecting();
@@ -294,20 +293,20 @@ QCoro::Task<> AppModel::refreshPermissions() {
 }
 
 QCoro::Task<> AppModel::requestContactsAccess() {
-    if (platform_.workspace->isDebuggerAttached()) {
+    if (platform_.processControl->isDebuggerAttached()) {
         collector_->noteDebuggerBlocksPrompt();
         co_return;
     }
     try {
         if (isRequestingContacts_) {
             // The question comes to the front; what is to follow its answer follows once.
-            platform_.workspace->activate();
+            platform_.applicationFocus->activate();
             co_await contacts_->requestAccess(lifetime_.token());
             co_return;
         }
         {
             const QScopedValueRollback<bool> requesting(isRequestingContacts_, true);
-            const InFront inFront(*platform_.workspace);
+            const InFront inFront(*platform_.applicationFocus);
             const bool isGranted = co_await contacts_->requestAccess(lifetime_.token());
             if (!isGranted) {
                 collector_->noteContactsRequestIgnored();
@@ -353,7 +352,7 @@ QCoro::Task<> AppModel::rescanFromBeginning() {
 
 void AppModel::syncAttentionFlash() {
     // With reduced motion the image stands still: nothing would change but the time.
-    const bool flashes = needsAttention() && !platform_.workspace->shouldReduceMotion() &&
+    const bool flashes = needsAttention() && !platform_.motionPreference->shouldReduceMotion() &&
                          !collector_->isScanning() && !collector_->isPaused() &&
                          !lifetime_.token().isCancelled();
     if (flashes && !flashing_) {
@@ -388,8 +387,8 @@ void AppModel::setAttentionFlashOn(bool isOn) {
 }
 
 void AppModel::relaunch() {
-    platform_.workspace->scheduleRelaunch();
-    platform_.workspace->terminate();
+    platform_.processControl->scheduleRelaunch();
+    platform_.processControl->terminate();
 }
 
 void AppModel::setMode(tavrin::CollectionMode mode) {
@@ -483,7 +482,7 @@ StatusIcon AppModel::statusIcon() const {
         return StatusIcon::Paused;
     }
     if (needsAttention()) {
-        if (platform_.workspace->shouldReduceMotion()) {
+        if (platform_.motionPreference->shouldReduceMotion()) {
             return StatusIcon::BrandAlert;
         }
         return attentionFlashOn_ ? StatusIcon::Attention : StatusIcon::Brand;

@@ -17,7 +17,7 @@
 #include "core/CollectionPreferences.h"
 #include "platform/Platform.h"
 #include "platform/SoftwareUpdater.h"
-#include "platform/Workspace.h"
+#include "platform/Subscription.h"
 
 #include <QCoroTask>
 #include <QObject>
@@ -182,7 +182,7 @@ private:
     tavrin::CancellationSource collection_;
     /// Cancelled by the destructor.
     tavrin::CancellationSource lifetime_;
-    std::unique_ptr<Workspace::Subscription> reduceMotionChanges_;
+    std::unique_ptr<Subscription> reduceMotionChanges_;
     std::optional<QCoro::Task<>> loop_;
     QCoro::Task<> flash_;
 };

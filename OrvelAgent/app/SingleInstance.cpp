@@ -2,8 +2,8 @@
 #include "OrvelAgent/app/SingleInstance.h"
 
 #include "platform/Bundle.h"
+#include "platform/InstanceRegistry.h"
 #include "platform/LogStore.h"
-#include "platform/Workspace.h"
 
 #include <fmt/format.h>
 
@@ -13,12 +13,12 @@
 namespace orvel {
 
 void SingleInstance::terminateIfAlreadyRunning(
-    const Bundle& bundle, Workspace& workspace, LogStore& logStore) {
+    const Bundle& bundle, InstanceRegistry& registry, LogStore& logStore) {
     const std::string identifier = bundle.identifier();
     if (identifier.empty()) {
         return;
     }
-    const auto other = workspace.runningCopy(identifier);
+    const auto other = registry.runningCopy(identifier);
     if (!other) {
         return;
     }
@@ -28,7 +28,7 @@ void SingleInstance::terminateIfAlreadyRunning(
     // First here: whoever started it from a terminal sees it even when the log is filtered.
     fmt::print(stderr, "{}\n", text);
     logStore.write(LogLevel::Error, "lifecycle", text);
-    workspace.activateCopy(*other);
+    registry.activateCopy(*other);
     // Not by way of destructors: one of them may wait for a bus that does not answer.
     std::_Exit(EXIT_SUCCESS);
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/ui/AppDelegate.h"
 
-#include "platform/Workspace.h"
+#include "platform/ApplicationFocus.h"
 
 #include <QApplication>
 #include <QGuiApplication>
@@ -23,7 +23,7 @@ bool isTitled(const QWidget& window) {
 
 } // namespace
 
-AppDelegate::AppDelegate(Workspace& workspace) : workspace_(workspace) {
+AppDelegate::AppDelegate(ApplicationFocus& focus) : focus_(focus) {
     connect(qGuiApp, &QGuiApplication::focusWindowChanged, this, &AppDelegate::windowBecameKey);
     connect(qGuiApp, &QGuiApplication::screenAdded, this, &AppDelegate::watch);
     // Qt moves the windows of a screen that goes only after it has told us.
@@ -48,7 +48,7 @@ void AppDelegate::windowBecameKey(QWindow* window) {
             continue;
         }
         rescueOffscreen(*widget);
-        workspace_.activate();
+        focus_.activate();
         widget->raise();
     }
 }

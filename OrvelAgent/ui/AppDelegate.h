@@ -9,15 +9,15 @@ class QWindow;
 
 namespace orvel {
 
-class Workspace;
+class ApplicationFocus;
 
 /// Keeps every window with a title bar where the user can see and reach it: on a connected screen,
-/// and in front when it gets the focus. Borrows the workspace.
+/// and in front when it gets the focus. Borrows the application focus.
 class AppDelegate final : public QObject {
     Q_OBJECT
 
 public:
-    explicit AppDelegate(Workspace& workspace);
+    explicit AppDelegate(ApplicationFocus& focus);
 
     /// Of all windows with a title bar.
     void rescueAllWindows();
@@ -29,7 +29,7 @@ private:
     void windowBecameKey(QWindow* window);
     void watch(QScreen* screen);
 
-    Workspace& workspace_;
+    ApplicationFocus& focus_;
 };
 
 } // namespace orvel

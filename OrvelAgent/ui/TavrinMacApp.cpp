@@ -17,13 +17,13 @@ namespace orvel {
 TavrinMacApp::TavrinMacApp(
     Platform& platform, SoftwareUpdater::UserDriver& userDriver, CollectorService::Options options)
     : platform_(platform),
-      appDelegate_(*platform.workspace),
+      appDelegate_(*platform.applicationFocus),
       model_(platform, userDriver, std::move(options)),
       geometry_(*platform.userDefaults),
       scenes_(makeScenes()),
       menuBarExtra_(std::make_unique<MenuBarExtra>(model_)) {
     // An installed bundle says so itself, but not a program from a build tree.
-    platform_.workspace->setActivationPolicy(Workspace::ActivationPolicy::Accessory);
+    platform_.applicationFocus->setActivationPolicy(ApplicationFocus::ActivationPolicy::Accessory);
     connect(menuBarExtra_.get(), &MenuBarExtra::versionHistoryRequested, this, [this] {
         openWindow(QString::fromLatin1(versionHistory));
     });
@@ -31,7 +31,7 @@ TavrinMacApp::TavrinMacApp(
         openWindow(QString::fromLatin1(settings));
     });
     connect(menuBarExtra_.get(), &MenuBarExtra::quitRequested, this, [this] {
-        platform_.workspace->terminate();
+        platform_.processControl->terminate();
     });
 }
 
@@ -69,7 +69,7 @@ void TavrinMacApp::openWindow(const QString& name) {
     if (!window) {
         window = makeWindow(name);
     }
-    platform_.workspace->activate();
+    platform_.applicationFocus->activate();
     window->setWindowState(window->windowState() & ~Qt::WindowMinimized);
     window->show();
     AppDelegate::rescueOffscreen(*window);

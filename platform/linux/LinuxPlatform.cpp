@@ -3,6 +3,11 @@
 #include "platform/Platform.h"
 #include "platform/linux/contacts/EvolutionAddressBook.h"
 #include "platform/linux/desktop/AutostartLoginItem.h"
+#include "platform/linux/desktop/LinuxProcessControl.h"
+#include "platform/linux/desktop/PortalMotionPreference.h"
+#include "platform/linux/desktop/SessionInstanceRegistry.h"
+#include "platform/linux/desktop/StatusNotifierTray.h"
+#include "platform/linux/desktop/XdgApplicationFocus.h"
 #include "platform/linux/desktop/XdgWorkspace.h"
 #include "platform/linux/keychain/SecretServiceKeychain.h"
 #include "platform/linux/log/JournalSocket.h"
@@ -15,6 +20,7 @@
 #include "platform/linux/storage/SettingsUserDefaults.h"
 #include "platform/linux/support/CoreDumps.h"
 #include "platform/linux/support/OwnProgram.h"
+#include "platform/linux/support/SessionBus.h"
 #include "platform/linux/support/SteadyClock.h"
 #include "platform/linux/update/AppcastUpdater.h"
 
@@ -69,8 +75,17 @@ Platform makePlatform(PlatformOptions options) {
 
     platform.addressBook = std::make_unique<EvolutionAddressBook>(
         *platform.userDefaults, *platform.logStore, std::move(options.askForContacts));
-    platform.workspace =
-        std::make_unique<XdgWorkspace>(*platform.clock, ownProgram(ProgramTraces::ofThisProcess()));
+    platform.workspace = std::make_unique<XdgWorkspace>(*platform.clock);
+    auto instanceRegistry = std::make_unique<SessionInstanceRegistry>();
+    const auto shareBus = [&registry = *instanceRegistry] {
+        return registry.shareBus();
+    };
+    platform.instanceRegistry = std::move(instanceRegistry);
+    platform.motionPreference = std::make_unique<PortalMotionPreference>(*platform.clock, shareBus);
+    platform.tray = std::make_unique<StatusNotifierTray>(*platform.clock, shareBus);
+    platform.applicationFocus = std::make_unique<XdgApplicationFocus>();
+    platform.processControl =
+        std::make_unique<LinuxProcessControl>(ownProgram(ProgramTraces::ofThisProcess()));
     platform.keychain =
         std::make_unique<SecretServiceKeychain>(*platform.clock, *platform.logStore);
 

@@ -2,8 +2,13 @@
 #include "platform/EventLoop.h"
 #include "platform/Platform.h"
 #include "platform/macos/contacts/ContactsAddressBook.h"
+#include "platform/macos/desktop/AppKitApplicationFocus.h"
+#include "platform/macos/desktop/AppKitInstanceRegistry.h"
+#include "platform/macos/desktop/AppKitMotionPreference.h"
+#include "platform/macos/desktop/AppKitProcessControl.h"
 #include "platform/macos/desktop/AppKitWorkspace.h"
 #include "platform/macos/desktop/AppServiceLoginItem.h"
+#include "platform/macos/desktop/MenuBarTray.h"
 #include "platform/macos/keychain/SecurityKeychain.h"
 #include "platform/macos/log/UnifiedLogStore.h"
 #include "platform/macos/network/FoundationURLSession.h"
@@ -57,6 +62,11 @@ Platform makePlatform(PlatformOptions options) {
     // The system itself asks whether the contacts may be read, with the bundle's words.
     platform.addressBook = std::make_unique<ContactsAddressBook>();
     platform.workspace = std::make_unique<AppKitWorkspace>();
+    platform.instanceRegistry = std::make_unique<AppKitInstanceRegistry>();
+    platform.motionPreference = std::make_unique<AppKitMotionPreference>();
+    platform.tray = std::make_unique<MenuBarTray>();
+    platform.applicationFocus = std::make_unique<AppKitApplicationFocus>();
+    platform.processControl = std::make_unique<AppKitProcessControl>();
     platform.keychain = std::make_unique<SecurityKeychain>(*platform.logStore);
     platform.webAuthenticationSession = std::make_unique<SystemAuthenticationSession>();
     platform.loginItem = std::make_unique<AppServiceLoginItem>();

@@ -10,12 +10,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <memory>
-#include <optional>
 #include <string>
-#include <vector>
 
 namespace orvel {
 
@@ -32,13 +29,6 @@ public:
         workspace_->openError =
             tavrin::PlatformError("test", 1, "Could not open the browser: there is none");
     }
-    std::string startFirstCopy() override {
-        workspace_->otherCopy = {getpid() + 1};
-        return test::testIdentifier;
-    }
-    void startSecondCopy() override { workspace_->beActivated(); }
-    bool isOtherActivated() override { return !workspace_->activatedCopies.empty(); }
-    void setReducesMotion(bool reduces) override { workspace_->setReducesMotion(reduces); }
 
 private:
     std::unique_ptr<test::FakeWorkspace> workspace_ = std::make_unique<test::FakeWorkspace>();
@@ -95,69 +85,8 @@ TEST_P(WorkspaceTest, TellsNothingAfterItsEnd) {
     EXPECT_FALSE(isTold);
 }
 
-TEST_P(WorkspaceTest, TheFirstCopyFindsNoOther) {
-    EXPECT_FALSE(workspace().runningCopy(test::testIdentifier));
-    EXPECT_FALSE(workspace().runningCopy(test::testIdentifier)) << "took itself for another copy";
-}
-
-TEST_P(WorkspaceTest, ALaterCopyFindsTheFirst) {
-    const auto other = workspace().runningCopy(subject_->startFirstCopy());
-    ASSERT_TRUE(other);
-    EXPECT_NE(other->processIdentifier, getpid());
-    workspace().activateCopy(*other);
-    EXPECT_TRUE(waitUntil([this] { return subject_->isOtherActivated(); }));
-}
-
-TEST_P(WorkspaceTest, TellsWhenAnotherCopyWasStarted) {
-    ASSERT_FALSE(workspace().runningCopy(test::testIdentifier));
-    int activations = 0;
-    const auto subscription = workspace().onActivation([&] { ++activations; });
-    subject_->startSecondCopy();
-    EXPECT_TRUE(waitUntil([&] { return activations == 1; }));
-    subject_->startSecondCopy();
-    EXPECT_TRUE(waitUntil([&] { return activations == 2; }));
-}
-
-TEST_P(WorkspaceTest, AnEndedSubscriptionIsNotCalled) {
-    ASSERT_FALSE(workspace().runningCopy(test::testIdentifier));
-    bool isCalled = false;
-    auto ended = workspace().onActivation([&] { isCalled = true; });
-    int activations = 0;
-    const auto subscription = workspace().onActivation([&] { ++activations; });
-    ended.reset();
-    subject_->startSecondCopy();
-    EXPECT_TRUE(waitUntil([&] { return activations == 1; }));
-    EXPECT_FALSE(isCalled);
-}
-
-TEST_P(WorkspaceTest, ASubscriptionMayOutliveIt) {
-    auto activation = workspace().onActivation([] {});
-    auto motion = workspace().onReduceMotionChange([] {});
-    subject_->destroyWorkspace();
-    activation.reset();
-    motion.reset();
-}
-
-TEST_P(WorkspaceTest, FollowsTheWishForLessMotion) {
-    EXPECT_FALSE(workspace().shouldReduceMotion());
-    std::vector<bool> seen;
-    const auto subscription =
-        workspace().onReduceMotionChange([&] { seen.push_back(workspace().shouldReduceMotion()); });
-    subject_->setReducesMotion(true);
-    ASSERT_TRUE(waitUntil([&] { return seen.size() == 1; }));
-    subject_->setReducesMotion(false);
-    ASSERT_TRUE(waitUntil([&] { return seen.size() == 2; }));
-    EXPECT_THAT(seen, testing::ElementsAre(true, false));
-}
-
-TEST_P(WorkspaceTest, KeepsTheActivationPolicy) {
-    EXPECT_EQ(workspace().activationPolicy(), Workspace::ActivationPolicy::Accessory);
-    workspace().setActivationPolicy(Workspace::ActivationPolicy::Regular);
-    EXPECT_EQ(workspace().activationPolicy(), Workspace::ActivationPolicy::Regular);
-}
-
 INSTANTIATE_TEST_SUITE_P(
-    Workspaces,
+    Implementations,
     WorkspaceTest,
     testing::Values(
         Kind{

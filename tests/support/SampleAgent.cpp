@@ -114,7 +114,7 @@ void SampleAgent::prepare(AgentState state) {
         with.service.setAnswer(FakeService::ingestPath, 503, "The service is being updated.");
         break;
     case AgentState::UnderDebugger:
-        with.workspace.hasDebugger = true;
+        with.processControl.hasDebugger = true;
         with.addressBook.status = AddressBook::notDetermined;
         break;
     case AgentState::ContactsMissing:

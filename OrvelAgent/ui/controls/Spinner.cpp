@@ -20,10 +20,10 @@ constexpr std::chrono::milliseconds beat(100);
 
 } // namespace
 
-Spinner::Spinner(Workspace& workspace, QWidget* parent)
+Spinner::Spinner(MotionPreference& motion, QWidget* parent)
     : QWidget(parent),
-      workspace_(workspace),
-      motionSubscription_(workspace.onReduceMotionChange([this] { updateTurning(); })) {
+      motion_(motion),
+      motionSubscription_(motion.onChange([this] { updateTurning(); })) {
     setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
     setAccessibleName(tr("Scanning"));
     setToolTip(tr("Scanning"));
@@ -46,7 +46,7 @@ void Spinner::hideEvent(QHideEvent* event) {
 }
 
 void Spinner::updateTurning() {
-    if (!isVisible() || window()->isMinimized() || workspace_.shouldReduceMotion()) {
+    if (!isVisible() || window()->isMinimized() || motion_.shouldReduceMotion()) {
         timer_.stop();
     } else if (!timer_.isActive()) {
         timer_.start(int(beat.count()), this);

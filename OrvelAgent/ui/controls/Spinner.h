@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "platform/Workspace.h"
+#include "platform/MotionPreference.h"
 
 #include <QBasicTimer>
 #include <QWidget>
@@ -16,8 +16,8 @@ class Spinner final : public QWidget {
     Q_OBJECT
 
 public:
-    /// The workspace is borrowed.
-    explicit Spinner(Workspace& workspace, QWidget* parent = nullptr);
+    /// The preference is borrowed.
+    explicit Spinner(MotionPreference& motion, QWidget* parent = nullptr);
 
     [[nodiscard]] bool isTurning() const { return timer_.isActive(); }
 
@@ -34,8 +34,8 @@ protected:
 private:
     void updateTurning();
 
-    Workspace& workspace_;
-    std::unique_ptr<Workspace::Subscription> motionSubscription_;
+    MotionPreference& motion_;
+    std::unique_ptr<Subscription> motionSubscription_;
     QBasicTimer timer_;
     int step_ = 0;
 };

@@ -37,7 +37,7 @@ ContactsPrompt::ContactsPrompt(AppModel& model, QWidget* parent)
 }
 
 void ContactsPrompt::updateOffer() {
-    const bool isDebugged = model_.platform().workspace->isDebuggerAttached();
+    const bool isDebugged = model_.platform().processControl->isDebuggerAttached();
     debuggerHint_->setVisible(isDebugged);
     allow_->setVisible(!isDebugged);
 }

@@ -95,7 +95,7 @@ QWidget* MenuBarContentView::makeHeader() {
     auto* title = new TextLabel(Theme::TextStyle::Headline);
     title->setObjectName(QStringLiteral("displayName"));
     title->setText(QString::fromStdString(model_.configuration().displayName()));
-    spinner_ = new Spinner(*model_.platform().workspace);
+    spinner_ = new Spinner(*model_.platform().motionPreference);
     spinner_->setObjectName(QStringLiteral("spinner"));
     layout->addWidget(title, 1);
     layout->addWidget(spinner_, 0, Qt::AlignTop);
@@ -170,13 +170,13 @@ QWidget* MenuBarContentView::makeBottomRow() {
     version->setObjectName(QStringLiteral("version"));
     version->setToolTip(tr("What changed in this and earlier versions"));
     connect(version, &TextButton::clicked, this, [this] {
-        model_.platform().workspace->activate();
+        model_.platform().applicationFocus->activate();
         Q_EMIT versionHistoryRequested();
     });
     auto* settings = new PushButton(tr("Settings…"));
     settings->setObjectName(QStringLiteral("settings"));
     connect(settings, &QPushButton::clicked, this, [this] {
-        model_.platform().workspace->activate();
+        model_.platform().applicationFocus->activate();
         Q_EMIT settingsRequested();
     });
     auto* quit = new PushButton(tr("Quit"));

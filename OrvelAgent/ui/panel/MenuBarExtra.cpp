@@ -26,11 +26,11 @@ constexpr tavrin::Seconds clickAfterFocusLoss{0.5};
 } // namespace
 
 MenuBarExtra::MenuBarExtra(AppModel& model) : model_(model) {
-    Workspace& workspace = *model_.platform().workspace;
+    Platform& platform = model_.platform();
     connect(&model_, &AppModel::changed, this, &MenuBarExtra::updateIcon);
     connect(qGuiApp, &QCoreApplication::aboutToQuit, this, [this] { isLeaving_ = true; });
-    activations_ = workspace.onActivation([this] { showPanel(); });
-    trayChanges_ = workspace.onTrayChange([this] { trayChanged(); });
+    activations_ = platform.instanceRegistry->onActivation([this] { showPanel(); });
+    trayChanges_ = platform.tray->onChange([this] { trayChanged(); });
     trayChanged();
     if (!icon_) {
         // While the system is being asked for a tray.
@@ -45,7 +45,7 @@ MenuBarExtra::~MenuBarExtra() {
 }
 
 void MenuBarExtra::trayChanged() {
-    const bool hasTray = model_.platform().workspace->hasTray();
+    const bool hasTray = model_.platform().tray->isAvailable();
     if (hasTray == (icon_ != nullptr)) {
         return;
     }
@@ -105,7 +105,7 @@ void MenuBarExtra::prepareMenu() {
 void MenuBarExtra::makeIcon() {
     prepareMenu();
     icon_ = std::make_unique<QSystemTrayIcon>();
-    if (!model_.platform().workspace->isTrayMenuBar()) {
+    if (!model_.platform().tray->isMenuBar()) {
         icon_->setContextMenu(menu_.get());
     }
     connect(icon_.get(), &QSystemTrayIcon::activated, this, &MenuBarExtra::activated);
@@ -117,8 +117,8 @@ void MenuBarExtra::makeIcon() {
 const QIcon& MenuBarExtra::drawnIcon(StatusIcon status) {
     QIcon& drawn = drawnIcons_[status];
     if (drawn.isNull()) {
-        drawn = model_.platform().workspace->isTrayMenuBar() ? StatusIconLabel::templateIcon(status)
-                                                             : StatusIconLabel::icon(status);
+        drawn = model_.platform().tray->isMenuBar() ? StatusIconLabel::templateIcon(status)
+                                                    : StatusIconLabel::icon(status);
     }
     return drawn;
 }
@@ -140,7 +140,7 @@ void MenuBarExtra::updateIcon() {
 }
 
 void MenuBarExtra::nameIcon() {
-    model_.platform().workspace->setTrayTitle(icon_->toolTip().toStdString());
+    model_.platform().tray->setTitle(icon_->toolTip().toStdString());
 }
 
 void MenuBarExtra::activated(QSystemTrayIcon::ActivationReason reason) {
@@ -170,7 +170,7 @@ void MenuBarExtra::showPanel(std::optional<QPoint> click) {
     isWanted_ = true;
     panel_->setWindowState(panel_->windowState() & ~Qt::WindowMinimized);
     panel_->show();
-    model_.platform().workspace->activate();
+    model_.platform().applicationFocus->activate();
     panel_->raise();
     panel_->activateWindow();
 }

@@ -3,7 +3,7 @@
 
 #include "OrvelAgent/app/StatusIcon.h"
 #include "platform/Clock.h"
-#include "platform/Workspace.h"
+#include "platform/Subscription.h"
 
 #include <QIcon>
 #include <QObject>
@@ -93,8 +93,8 @@ private:
     /// When the panel lost the focus, which a click on the icon takes from it first.
     std::optional<tavrin::Seconds> closedByFocus_;
     std::unique_ptr<Clock::Timer> grace_;
-    std::unique_ptr<Workspace::Subscription> trayChanges_;
-    std::unique_ptr<Workspace::Subscription> activations_;
+    std::unique_ptr<Subscription> trayChanges_;
+    std::unique_ptr<Subscription> activations_;
 };
 
 } // namespace orvel

@@ -296,7 +296,7 @@ void SettingsView::setChecksAutomatically(bool isAutomatic) {
 }
 
 void SettingsView::checkForUpdates() {
-    model_.platform().workspace->activate();
+    model_.platform().applicationFocus->activate();
     model_.updater().controller()->checkForUpdates();
 }
 

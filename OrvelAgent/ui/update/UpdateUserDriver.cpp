@@ -3,6 +3,9 @@
 
 #include "OrvelAgent/base/Configuration.h"
 #include "OrvelAgent/ui/update/UpdateWindow.h"
+#include "platform/ApplicationFocus.h"
+#include "platform/MotionPreference.h"
+#include "platform/ProcessControl.h"
 #include "platform/Workspace.h"
 
 #include <QLocale>
@@ -25,9 +28,9 @@ QString sizeText(std::uint64_t bytes) {
 } // namespace
 
 UpdateUserDriver::UpdateUserDriver(
-    SoftwareUpdater& updater, Workspace& workspace, const Bundle& bundle)
+    SoftwareUpdater& updater, const Desktop& desktop, const Bundle& bundle)
     : updater_(updater),
-      workspace_(workspace),
+      desktop_(desktop),
       name_(QString::fromStdString(Configuration(bundle).displayName())),
       version_(QString::fromStdString(Configuration(bundle).shortVersion())) {}
 
@@ -114,7 +117,7 @@ void UpdateUserDriver::revealPackage(const std::string& path) {
            "it, then start %1 again.\n%2")
             .arg(name_, place));
     present();
-    workspace_.revealFile(
+    desktop_.workspace.revealFile(
         path,
         [this, place, window = QPointer<UpdateWindow>(window_.get())](
             const std::optional<tavrin::PlatformError>& error) {
@@ -131,12 +134,12 @@ void UpdateUserDriver::revealPackage(const std::string& path) {
 }
 
 void UpdateUserDriver::relaunch() {
-    workspace_.scheduleRelaunch();
-    workspace_.terminate();
+    desktop_.processControl.scheduleRelaunch();
+    desktop_.processControl.terminate();
 }
 
 void UpdateUserDriver::present() {
-    workspace_.activate();
+    desktop_.applicationFocus.activate();
     window_->present();
 }
 
@@ -170,7 +173,7 @@ void UpdateUserDriver::setPage(
     case State::Installing:
         break;
     }
-    window_->setPage(page, workspace_.shouldReduceMotion());
+    window_->setPage(page, desktop_.motionPreference.shouldReduceMotion());
 }
 
 void UpdateUserDriver::install() {

@@ -10,7 +10,10 @@
 
 namespace orvel {
 
+class ApplicationFocus;
 class Bundle;
+class MotionPreference;
+class ProcessControl;
 class UpdateWindow;
 class Workspace;
 
@@ -18,12 +21,19 @@ class Workspace;
 ///
 /// An update that is found on schedule waits without a window until the user asks for it. Who has
 /// once said "Install" is not asked again. Closing the window means later, or cancels what runs.
-/// Main thread. Borrows updater and workspace.
+/// Main thread. Borrows the updater and the desktop.
 class UpdateUserDriver final : public SoftwareUpdater::UserDriver {
     Q_DECLARE_TR_FUNCTIONS(orvel::UpdateUserDriver)
 
 public:
-    UpdateUserDriver(SoftwareUpdater& updater, Workspace& workspace, const Bundle& bundle);
+    struct Desktop {
+        Workspace& workspace;
+        MotionPreference& motionPreference;
+        ApplicationFocus& applicationFocus;
+        ProcessControl& processControl;
+    };
+
+    UpdateUserDriver(SoftwareUpdater& updater, const Desktop& desktop, const Bundle& bundle);
     ~UpdateUserDriver() override;
 
     void showChecking() override;
@@ -56,7 +66,7 @@ private:
     void dismiss();
 
     SoftwareUpdater& updater_;
-    Workspace& workspace_;
+    const Desktop desktop_;
     const QString name_;
     const QString version_;
     std::unique_ptr<UpdateWindow> window_;

@@ -2,22 +2,17 @@
 #include "platform/linux/desktop/XdgWorkspace.h"
 
 #include "core/messages/ChatDatabaseSnapshot.h"
-#include "platform/linux/desktop/DebuggerProbe.h"
-#include "platform/linux/support/DesktopProgram.h"
-#include "platform/linux/support/SessionBus.h"
 
-#include <QCoreApplication>
 #include <QObject>
 #include <QStandardPaths>
 #include <QStringList>
 
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <string_view>
 #include <utility>
-#include <variant>
 
 namespace orvel {
 
@@ -69,21 +64,12 @@ std::vector<std::vector<std::string>> contactsPanels() {
     return panels;
 }
 
-/// Waits for that long, and on for the process of that number, should that take longer to end; but
-/// not for ever.
-constexpr auto relaunchScript =
-    R"(i=0; while sleep "$2"; [ $i -lt 60 ] && kill -0 "$1" 2>/dev/null; do i=$((i + 1)); done; exec "$0")";
-
 } // namespace
 
-XdgWorkspace::XdgWorkspace(
-    Clock& clock, std::filesystem::path ownProgram, tavrin::Seconds relaunchPause)
-    : clock_(clock),
-      ownProgram_(std::move(ownProgram)),
-      relaunchPause_(relaunchPause),
-      launcher_(clock),
+XdgWorkspace::XdgWorkspace(Clock& clock)
+    : launcher_(clock),
       fileManager_(clock, launcher_),
-      context_(std::make_unique<QObject>()) {}
+      callbackContext_(std::make_unique<QObject>()) {}
 
 XdgWorkspace::~XdgWorkspace() = default;
 
@@ -118,82 +104,8 @@ void XdgWorkspace::revealFile(std::string path, Completion completion) {
     fileManager_.reveal(std::move(path), telling("Could not show the file", std::move(completion)));
 }
 
-std::optional<Workspace::RunningApplication>
-XdgWorkspace::runningCopy(const std::string& identifier) {
-    if (!name_) {
-        name_ = std::make_unique<InstanceName>(identifier, [this] { activated_.call(); });
-    }
-    // First: a copy that has the name, if only for a moment, has to be the one copy, since others
-    // ask it to come to the front.
-    if (const auto folder = InstanceLock::defaultFolder(identifier)) {
-        const InstanceLock::Outcome held = lock_.take(*folder, identifier);
-        if (const auto* other = std::get_if<InstanceLock::HeldBy>(&held)) {
-            return RunningApplication{other->processIdentifier};
-        }
-    }
-    // Also with the lock: a copy may run that has another folder for it, or none.
-    const InstanceName::Outcome outcome = name_->take();
-    if (const auto* other = std::get_if<InstanceName::OwnedBy>(&outcome)) {
-        if (other->processIdentifier != getpid()) {
-            return RunningApplication{other->processIdentifier};
-        }
-    }
-    return std::nullopt;
-}
-
-void XdgWorkspace::activateCopy(const RunningApplication&) {
-    if (name_) {
-        name_->activateOwner();
-    }
-}
-
-std::unique_ptr<Workspace::Subscription>
-XdgWorkspace::onActivation(std::function<void()> activated) {
-    return activated_.add(std::move(activated));
-}
-
-bool XdgWorkspace::shouldReduceMotion() const {
-    return motion().isReduced();
-}
-
-std::unique_ptr<Workspace::Subscription>
-XdgWorkspace::onReduceMotionChange(std::function<void()> changed) {
-    static_cast<void>(motion());
-    return motionChanged_.add(std::move(changed));
-}
-
-bool XdgWorkspace::hasTray() const {
-    return tray().isPresent();
-}
-
-std::unique_ptr<Workspace::Subscription> XdgWorkspace::onTrayChange(std::function<void()> changed) {
-    static_cast<void>(tray());
-    return trayChanged_.add(std::move(changed));
-}
-
-void XdgWorkspace::activate() {}
-
-void XdgWorkspace::scheduleRelaunch() {
-    // Ignored when it fails, as the port has it.
-    static_cast<void>(startSuccessor(
-        {"/bin/sh",
-         "-c",
-         relaunchScript,
-         ownProgram_.string(),
-         std::to_string(getpid()),
-         fmt::format("{}", relaunchPause_.count())}));
-}
-
-void XdgWorkspace::terminate() {
-    QCoreApplication::quit();
-}
-
-bool XdgWorkspace::isDebuggerAttached() const {
-    return orvel::isDebuggerAttached();
-}
-
 void XdgWorkspace::later(std::function<void()> job) {
-    QMetaObject::invokeMethod(context_.get(), std::move(job), Qt::QueuedConnection);
+    QMetaObject::invokeMethod(callbackContext_.get(), std::move(job), Qt::QueuedConnection);
 }
 
 void XdgWorkspace::launchFirst(CommandLines candidates, Completion completion) {
@@ -218,25 +130,6 @@ void XdgWorkspace::launchFirst(CommandLines candidates, Completion completion) {
                 completion(error);
             }
         });
-}
-
-std::unique_ptr<SessionBus> XdgWorkspace::sharedBus() const {
-    return name_ ? name_->shareBus() : nullptr;
-}
-
-MotionPreference& XdgWorkspace::motion() const {
-    if (!motion_) {
-        motion_ = std::make_unique<MotionPreference>(
-            clock_, sharedBus(), [this] { motionChanged_.call(); });
-    }
-    return *motion_;
-}
-
-TrayHost& XdgWorkspace::tray() const {
-    if (!tray_) {
-        tray_ = std::make_unique<TrayHost>(clock_, sharedBus(), [this] { trayChanged_.call(); });
-    }
-    return *tray_;
 }
 
 } // namespace orvel

@@ -359,7 +359,7 @@ TEST_F(AppModelTest, WhileAttentionFlashesItWakesUpLessThanOnceASecond) {
 }
 
 TEST_F(AppModelTest, WithReducedMotionItWakesUpLessThanOnceInTenSeconds) {
-    with_.workspace.setReducesMotion(true);
+    with_.motionPreference.setReducesMotion(true);
     startSignedOut();
     EXPECT_LT(wakeUpsInAnHour(), 360);
 }
@@ -617,7 +617,7 @@ TEST_F(AppModelTest, WithReducedMotionAttentionIsASteadyImage) {
     startSignedOut();
     with_.clock.advance(AppModel::brandBeat);
     EXPECT_EQ(model_->statusIcon(), StatusIcon::Attention);
-    with_.workspace.setReducesMotion(true);
+    with_.motionPreference.setReducesMotion(true);
     EXPECT_FALSE(model_->attentionFlashOn());
     const int changes = changes_;
     for (const tavrin::Seconds beat : {AppModel::brandBeat, AppModel::alertBeat}) {
@@ -627,7 +627,7 @@ TEST_F(AppModelTest, WithReducedMotionAttentionIsASteadyImage) {
     }
     EXPECT_EQ(changes_, changes);
 
-    with_.workspace.setReducesMotion(false);
+    with_.motionPreference.setReducesMotion(false);
     EXPECT_EQ(changes_, changes + 1);
     EXPECT_EQ(model_->statusIcon(), StatusIcon::Brand);
     with_.clock.advance(AppModel::brandBeat);
@@ -644,7 +644,7 @@ TEST_F(AppModelTest, AnUpdateThatWaitsShowsWhenNothingElseIsWrong) {
     EXPECT_EQ(model_->statusAccessibilityLabel(), "Orvel Agent: an update is ready to install");
     model_->auth().signOut();
     EXPECT_EQ(model_->statusIcon(), StatusIcon::Brand);
-    with_.workspace.setReducesMotion(true);
+    with_.motionPreference.setReducesMotion(true);
     EXPECT_EQ(model_->statusAccessibilityLabel(), "Orvel Agent: Sign in to start collecting.");
 }
 
@@ -692,11 +692,11 @@ TEST_F(AppModelTest, ARecheckFindsTheAddressBookToo) {
 
 TEST_F(AppModelTest, UnderADebuggerContactsAreNotAskedFor) {
     with_.addressBook.status = AddressBook::notDetermined;
-    with_.workspace.hasDebugger = true;
+    with_.processControl.hasDebugger = true;
     startSignedOut();
     runTask(model_->requestContactsAccess());
     EXPECT_EQ(with_.addressBook.questions, 0);
-    EXPECT_THAT(with_.workspace.policies, IsEmpty());
+    EXPECT_THAT(with_.applicationFocus.policies, IsEmpty());
     EXPECT_THAT(
         logged(LogLevel::Error),
         ElementsAre(HasSubstr("not requesting Contacts: a debugger is attached")));
@@ -707,10 +707,10 @@ TEST_F(AppModelTest, TheQuestionForContactsComesToTheFront) {
     with_.addressBook.userAllows = false;
     startSignedOut();
     const auto asking = model_->requestContactsAccess();
-    EXPECT_EQ(with_.workspace.policy, Workspace::ActivationPolicy::Regular);
-    EXPECT_EQ(with_.workspace.activations, 1);
+    EXPECT_EQ(with_.applicationFocus.policy, ApplicationFocus::ActivationPolicy::Regular);
+    EXPECT_EQ(with_.applicationFocus.activations, 1);
     processEvents();
-    EXPECT_EQ(with_.workspace.policy, Workspace::ActivationPolicy::Accessory);
+    EXPECT_EQ(with_.applicationFocus.policy, ApplicationFocus::ActivationPolicy::Accessory);
     EXPECT_THAT(
         logged(LogLevel::Error), ElementsAre(HasSubstr("Contacts request did not grant access")));
 }
@@ -725,9 +725,9 @@ TEST_F(AppModelTest, AskingForContactsWhileTheQuestionIsOpenBringsItToTheFront) 
     EXPECT_TRUE(first.isReady());
     EXPECT_EQ(with_.addressBook.questions, 1);
     EXPECT_EQ(with_.addressBook.reminders, 1);
-    EXPECT_EQ(with_.workspace.activations, 2);
-    EXPECT_EQ(with_.workspace.policy, Workspace::ActivationPolicy::Accessory);
-    EXPECT_EQ(with_.workspace.policies.size(), 2U);
+    EXPECT_EQ(with_.applicationFocus.activations, 2);
+    EXPECT_EQ(with_.applicationFocus.policy, ApplicationFocus::ActivationPolicy::Accessory);
+    EXPECT_EQ(with_.applicationFocus.policies.size(), 2U);
     EXPECT_EQ(logged(LogLevel::Error).size(), 1U);
 }
 
@@ -760,8 +760,8 @@ TEST_F(AppModelTest, AQuestionForContactsThatGoesWrongCanBeAskedAgain) {
     addressBook.throws = true;
     for (std::size_t question = 1; question <= 2; ++question) {
         runTask(model_->requestContactsAccess());
-        EXPECT_EQ(with_.workspace.policies.size(), 2 * question);
-        EXPECT_EQ(with_.workspace.policy, Workspace::ActivationPolicy::Accessory);
+        EXPECT_EQ(with_.applicationFocus.policies.size(), 2 * question);
+        EXPECT_EQ(with_.applicationFocus.policy, ApplicationFocus::ActivationPolicy::Accessory);
     }
     EXPECT_THAT(
         logged(LogLevel::Error),
@@ -775,7 +775,7 @@ TEST_F(AppModelTest, GrantedContactsLookAtAllConversationsAgainAtOnce) {
     EXPECT_EQ(scans(), 1U);
     runTask(model_->requestContactsAccess());
     EXPECT_EQ(model_->contactsAvailability(), Availability::Granted);
-    EXPECT_EQ(with_.workspace.policy, Workspace::ActivationPolicy::Accessory);
+    EXPECT_EQ(with_.applicationFocus.policy, ApplicationFocus::ActivationPolicy::Accessory);
     EXPECT_EQ(scans(), 2U);
     EXPECT_EQ(with_.service.guids().size(), 6U);
     EXPECT_EQ(nextWait(), 900);
@@ -944,8 +944,8 @@ TEST_F(AppModelTest, AChoiceAndARescanDoNotHideEachOthersFailure) {
 TEST_F(AppModelTest, ARelaunchIsScheduledBeforeItQuits) {
     startSignedOut();
     model_->relaunch();
-    EXPECT_EQ(with_.workspace.relaunches, 1);
-    EXPECT_EQ(with_.workspace.terminations, 1);
+    EXPECT_EQ(with_.processControl.relaunches, 1);
+    EXPECT_EQ(with_.processControl.terminations, 1);
 }
 
 TEST_F(AppModelTest, ItsLogIsItsOwnAndTheUpdaters) {
@@ -1164,7 +1164,7 @@ TEST_F(AppModelTest, ItMayGoWhileTheUserIsAskedForContacts) {
     expectToEndWithoutATrace();
     EXPECT_TRUE(asking.isReady());
     EXPECT_TRUE(askingAgain.isReady());
-    EXPECT_EQ(with_.workspace.policy, Workspace::ActivationPolicy::Accessory);
+    EXPECT_EQ(with_.applicationFocus.policy, ApplicationFocus::ActivationPolicy::Accessory);
 }
 
 TEST_F(AppModelTest, ItMayGoWhileOneScanWaitsForAnother) {

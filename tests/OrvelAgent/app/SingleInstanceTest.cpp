@@ -2,7 +2,7 @@
 #include "OrvelAgent/app/SingleInstance.h"
 
 #include "tests/support/fakes/FakeBundle.h"
-#include "tests/support/fakes/FakeWorkspace.h"
+#include "tests/support/fakes/FakeInstanceRegistry.h"
 #include "tests/support/fakes/RecordingLogStore.h"
 
 #include <gtest/gtest.h>
@@ -34,7 +34,7 @@ protected:
     SingleInstanceTest() { bundle_.setInfo("CFBundleIdentifier", "app.test"); }
 
     FakeBundle bundle_;
-    FakeWorkspace workspace_;
+    FakeInstanceRegistry registry_;
     PrintingLogStore log_;
 };
 
@@ -42,15 +42,15 @@ protected:
 
 TEST_F(SingleInstanceTest, TheFirstCopyGoesOn) {
     testing::internal::CaptureStderr();
-    SingleInstance::terminateIfAlreadyRunning(bundle_, workspace_, log_);
+    SingleInstance::terminateIfAlreadyRunning(bundle_, registry_, log_);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-    EXPECT_TRUE(workspace_.activatedCopies.empty());
+    EXPECT_TRUE(registry_.activatedCopies.empty());
 }
 
 TEST_F(SingleInstanceTest, ALaterCopySaysSoAndEnds) {
-    workspace_.otherCopy = {4711};
+    registry_.otherCopy = {4711};
     EXPECT_EXIT(
-        SingleInstance::terminateIfAlreadyRunning(bundle_, workspace_, log_),
+        SingleInstance::terminateIfAlreadyRunning(bundle_, registry_, log_),
         testing::ExitedWithCode(0),
         "^Another instance is already running \\(pid 4711\\); this copy is exiting\\.\n"
         "log 4 lifecycle: Another instance is already running \\(pid 4711\\); this copy is "
@@ -59,9 +59,9 @@ TEST_F(SingleInstanceTest, ALaterCopySaysSoAndEnds) {
 
 TEST_F(SingleInstanceTest, WithoutAnIdentifierThereIsNothingToGuard) {
     bundle_.setInfo("CFBundleIdentifier", "");
-    workspace_.otherCopy = {4711};
-    SingleInstance::terminateIfAlreadyRunning(bundle_, workspace_, log_);
-    EXPECT_TRUE(workspace_.activatedCopies.empty());
+    registry_.otherCopy = {4711};
+    SingleInstance::terminateIfAlreadyRunning(bundle_, registry_, log_);
+    EXPECT_TRUE(registry_.activatedCopies.empty());
 }
 
 } // namespace orvel::test

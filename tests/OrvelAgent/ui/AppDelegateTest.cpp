@@ -3,7 +3,7 @@
 
 #include "tests/support/RunTask.h"
 #include "tests/support/WaitUntil.h"
-#include "tests/support/fakes/FakeWorkspace.h"
+#include "tests/support/fakes/FakeApplicationFocus.h"
 
 #include <QGuiApplication>
 #include <QScreen>
@@ -32,8 +32,8 @@ protected:
         processEvents();
     }
 
-    FakeWorkspace workspace_;
-    AppDelegate delegate_{workspace_};
+    FakeApplicationFocus focus_;
+    AppDelegate delegate_{focus_};
     QWidget window_;
 };
 
@@ -65,7 +65,7 @@ TEST_F(AppDelegateTest, RescuesTheWindowThatGetsTheFocus) {
     window_.activateWindow();
     ASSERT_TRUE(waitUntil([this] { return window_.isActiveWindow(); }));
     EXPECT_LE((middle(window_) - available().center()).manhattanLength(), 2);
-    EXPECT_GE(workspace_.activations, 1);
+    EXPECT_GE(focus_.activations, 1);
 }
 
 TEST_F(AppDelegateTest, RescuesWhenAScreenChanges) {

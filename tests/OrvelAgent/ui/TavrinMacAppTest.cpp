@@ -79,9 +79,9 @@ class TavrinMacAppWindowTest : public TavrinMacAppTest,
 
 TEST_F(TavrinMacAppTest, IsAnAccessoryApplicationFromTheStart) {
     app_.reset();
-    with_.workspace.policy = Workspace::ActivationPolicy::Regular;
+    with_.applicationFocus.policy = ApplicationFocus::ActivationPolicy::Regular;
     begin();
-    EXPECT_EQ(with_.workspace.policy, Workspace::ActivationPolicy::Accessory);
+    EXPECT_EQ(with_.applicationFocus.policy, ApplicationFocus::ActivationPolicy::Accessory);
 }
 
 TEST_P(TavrinMacAppWindowTest, OpensWithItsTitleAndSize) {
@@ -92,7 +92,7 @@ TEST_P(TavrinMacAppWindowTest, OpensWithItsTitleAndSize) {
     if (!GetParam().size.isEmpty()) {
         EXPECT_EQ(window.size(), GetParam().size);
     }
-    EXPECT_GE(with_.workspace.activations, 1);
+    EXPECT_GE(with_.applicationFocus.activations, 1);
 }
 
 TEST_P(TavrinMacAppWindowTest, IsOpenOnce) {
@@ -175,7 +175,7 @@ TEST_F(TavrinMacAppTest, OpeningAWindowClosesThePanel) {
 }
 
 TEST_F(TavrinMacAppTest, OpeningAWindowLeavesThePanelThatIsOneToo) {
-    with_.workspace.setHasTray(false);
+    with_.tray.setAvailable(false);
     begin();
     app_->menuBarExtra().showPanel();
     open(TavrinMacApp::settings);
@@ -191,7 +191,7 @@ TEST_F(TavrinMacAppTest, ThePanelLeadsToTheWindowsAndOut) {
     Q_EMIT app_->menuBarExtra().settingsRequested();
     EXPECT_NE(find(TavrinMacApp::settings), nullptr);
     Q_EMIT app_->menuBarExtra().quitRequested();
-    EXPECT_EQ(with_.workspace.terminations, 1);
+    EXPECT_EQ(with_.processControl.terminations, 1);
 }
 
 TEST_F(TavrinMacAppTest, StoppingTakesEverythingFromTheScreen) {

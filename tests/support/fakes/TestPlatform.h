@@ -3,11 +3,16 @@
 
 #include "platform/Platform.h"
 #include "tests/support/fakes/FakeAddressBook.h"
+#include "tests/support/fakes/FakeApplicationFocus.h"
 #include "tests/support/fakes/FakeBundle.h"
+#include "tests/support/fakes/FakeInstanceRegistry.h"
 #include "tests/support/fakes/FakeKeychain.h"
 #include "tests/support/fakes/FakeLoginItem.h"
+#include "tests/support/fakes/FakeMotionPreference.h"
+#include "tests/support/fakes/FakeProcessControl.h"
 #include "tests/support/fakes/FakeService.h"
 #include "tests/support/fakes/FakeSoftwareUpdater.h"
+#include "tests/support/fakes/FakeTray.h"
 #include "tests/support/fakes/FakeURLSession.h"
 #include "tests/support/fakes/FakeWebAuthenticationSession.h"
 #include "tests/support/fakes/FakeWorkspace.h"
@@ -61,6 +66,11 @@ public:
     FakeURLSession& urlSession = add<FakeURLSession>(platform.urlSession);
     FakeAddressBook& addressBook = add<FakeAddressBook>(platform.addressBook);
     FakeWorkspace& workspace = add<FakeWorkspace>(platform.workspace);
+    FakeInstanceRegistry& instanceRegistry = add<FakeInstanceRegistry>(platform.instanceRegistry);
+    FakeMotionPreference& motionPreference = add<FakeMotionPreference>(platform.motionPreference);
+    FakeTray& tray = add<FakeTray>(platform.tray);
+    FakeApplicationFocus& applicationFocus = add<FakeApplicationFocus>(platform.applicationFocus);
+    FakeProcessControl& processControl = add<FakeProcessControl>(platform.processControl);
     FakeKeychain& keychain = add<FakeKeychain>(platform.keychain);
     FakeWebAuthenticationSession& browser =
         add<FakeWebAuthenticationSession>(platform.webAuthenticationSession);

@@ -290,7 +290,7 @@ TEST_F(MenuBarContentViewTest, TheSpinnerDoesNotTurnInAMinimisedWindow) {
     auto* spinner = find<Spinner>({"spinner"});
     panel_->showMinimized();
     EXPECT_FALSE(spinner->isTurning());
-    agent_->with.workspace.setReducesMotion(false);
+    agent_->with.motionPreference.setReducesMotion(false);
     EXPECT_FALSE(spinner->isTurning());
     panel_->showNormal();
     EXPECT_TRUE(spinner->isTurning());
@@ -299,10 +299,10 @@ TEST_F(MenuBarContentViewTest, TheSpinnerDoesNotTurnInAMinimisedWindow) {
 TEST_F(MenuBarContentViewTest, TheSpinnerStandsStillWhereNothingMayMove) {
     show(AgentState::Scanning);
     auto* spinner = find<Spinner>({"spinner"});
-    agent_->with.workspace.setReducesMotion(true);
+    agent_->with.motionPreference.setReducesMotion(true);
     EXPECT_TRUE(spinner->isVisible());
     EXPECT_FALSE(spinner->isTurning());
-    agent_->with.workspace.setReducesMotion(false);
+    agent_->with.motionPreference.setReducesMotion(false);
     EXPECT_TRUE(spinner->isTurning());
 }
 
@@ -481,7 +481,7 @@ TEST_F(MenuBarContentViewTest, QuitAndReopenRelaunches) {
         QStringLiteral("Quit & Reopen"));
     click({"quitAndReopen"});
     processEvents();
-    EXPECT_EQ(agent_->with.workspace.relaunches, 1);
+    EXPECT_EQ(agent_->with.processControl.relaunches, 1);
 }
 
 TEST_F(MenuBarContentViewTest, UnderADebuggerItNeverOffersToAskForContacts) {
@@ -504,7 +504,7 @@ TEST_F(MenuBarContentViewTest, TheVersionLeadsToItsHistory) {
         find({"version"})->toolTip(), QStringLiteral("What changed in this and earlier versions"));
     click({"version"});
     EXPECT_EQ(spy.count(), 1);
-    EXPECT_EQ(agent_->with.workspace.activations, 1);
+    EXPECT_EQ(agent_->with.applicationFocus.activations, 1);
 }
 
 TEST_F(MenuBarContentViewTest, TheVersionIsUnderlinedUnderThePointer) {

@@ -109,14 +109,14 @@ TEST_F(MenuBarExtraTest, TheIconBearsTheStatusInWords) {
 
 TEST_F(MenuBarExtraTest, TheTrayTellsScreenReadersTheStatus) {
     begin();
-    EXPECT_EQ(with_.workspace.trayTitle, "Orvel Agent");
+    EXPECT_EQ(with_.tray.title, "Orvel Agent");
     with_.clock.advance(AppModel::brandBeat);
-    EXPECT_EQ(with_.workspace.trayTitle, "Orvel Agent: Sign in to start collecting.");
+    EXPECT_EQ(with_.tray.title, "Orvel Agent: Sign in to start collecting.");
     // Each tray has an icon of its own.
-    with_.workspace.setHasTray(false);
-    with_.workspace.trayTitle.clear();
-    with_.workspace.setHasTray(true);
-    EXPECT_EQ(with_.workspace.trayTitle, "Orvel Agent: Sign in to start collecting.");
+    with_.tray.setAvailable(false);
+    with_.tray.title.clear();
+    with_.tray.setAvailable(true);
+    EXPECT_EQ(with_.tray.title, "Orvel Agent: Sign in to start collecting.");
     const auto* menu = QAccessible::queryAccessibleInterface(extra_->trayIcon()->contextMenu());
     EXPECT_EQ(menu->text(QAccessible::Name), QStringLiteral("Orvel Agent"));
     EXPECT_EQ(menu->role(), QAccessible::PopupMenu);
@@ -136,13 +136,13 @@ TEST_F(MenuBarExtraTest, AMenuBarGivesTheIconItsColour) {
     begin();
     EXPECT_FALSE(extra_->trayIcon()->icon().isMask());
     extra_.reset();
-    with_.workspace.isMenuBar = true;
+    with_.tray.isInMenuBar = true;
     begin();
     EXPECT_TRUE(extra_->trayIcon()->icon().isMask());
 }
 
 TEST_F(MenuBarExtraTest, InAMenuBarOnlyTheOtherButtonOpensTheMenu) {
-    with_.workspace.isMenuBar = true;
+    with_.tray.isInMenuBar = true;
     begin();
     EXPECT_EQ(extra_->trayIcon()->contextMenu(), nullptr) << "would open at every click";
     click();
@@ -205,9 +205,9 @@ TEST_F(MenuBarExtraTest, ThePanelClosesByKeyboard) {
 
 TEST_F(MenuBarExtraTest, AnotherCopysStartOpensThePanel) {
     begin();
-    with_.workspace.beActivated();
+    with_.instanceRegistry.beActivated();
     EXPECT_TRUE(panel().isVisible());
-    with_.workspace.beActivated();
+    with_.instanceRegistry.beActivated();
     EXPECT_TRUE(panel().isVisible());
 }
 
@@ -237,7 +237,7 @@ TEST_F(MenuBarExtraTest, TheMenuOffersTheSame) {
 }
 
 TEST_F(MenuBarExtraTest, WithoutATrayThePanelIsAWindow) {
-    with_.workspace.setHasTray(false);
+    with_.tray.setAvailable(false);
     begin();
     EXPECT_THAT(panels(), IsEmpty());
     with_.clock.advance(MenuBarExtra::trayGrace);
@@ -253,31 +253,31 @@ TEST_F(MenuBarExtraTest, WithoutATrayThePanelIsAWindow) {
 }
 
 TEST_F(MenuBarExtraTest, WithoutATrayTheClosedWindowStaysWithinReach) {
-    with_.workspace.setHasTray(false);
+    with_.tray.setAvailable(false);
     begin();
     with_.clock.advance(MenuBarExtra::trayGrace);
     panel().close();
     processEvents();
     EXPECT_TRUE(panel().isMinimized());
-    with_.workspace.beActivated();
+    with_.instanceRegistry.beActivated();
     EXPECT_FALSE(panel().isMinimized());
 }
 
 TEST_F(MenuBarExtraTest, ATrayWithinTheGraceMakesNoWindow) {
-    with_.workspace.setHasTray(false);
+    with_.tray.setAvailable(false);
     begin();
     with_.clock.advance(MenuBarExtra::trayGrace / 2);
-    with_.workspace.setHasTray(true);
+    with_.tray.setAvailable(true);
     ASSERT_NE(extra_->trayIcon(), nullptr);
     with_.clock.advance(MenuBarExtra::trayGrace);
     EXPECT_THAT(panels(), IsEmpty());
 }
 
 TEST_F(MenuBarExtraTest, ATrayThatComesLateGetsTheIcon) {
-    with_.workspace.setHasTray(false);
+    with_.tray.setAvailable(false);
     begin();
     with_.clock.advance(MenuBarExtra::trayGrace);
-    with_.workspace.setHasTray(true);
+    with_.tray.setAvailable(true);
     ASSERT_NE(extra_->trayIcon(), nullptr);
     EXPECT_TRUE(extra_->trayIcon()->isVisible());
     EXPECT_THAT(panels(), IsEmpty()) << "nobody has touched it";
@@ -286,11 +286,11 @@ TEST_F(MenuBarExtraTest, ATrayThatComesLateGetsTheIcon) {
 }
 
 TEST_F(MenuBarExtraTest, ATrayThatComesLateLeavesTheWindowThatIsInUse) {
-    with_.workspace.setHasTray(false);
+    with_.tray.setAvailable(false);
     begin();
     with_.clock.advance(MenuBarExtra::trayGrace);
     QTest::keyClick(&panel(), Qt::Key_Tab);
-    with_.workspace.setHasTray(true);
+    with_.tray.setAvailable(true);
     processEvents();
     ASSERT_TRUE(panel().isVisible());
     panel().close();
@@ -299,17 +299,17 @@ TEST_F(MenuBarExtraTest, ATrayThatComesLateLeavesTheWindowThatIsInUse) {
 }
 
 TEST_F(MenuBarExtraTest, ATrayThatComesLateLeavesTheWindowThatWasAskedFor) {
-    with_.workspace.setHasTray(false);
+    with_.tray.setAvailable(false);
     begin();
     with_.clock.advance(MenuBarExtra::trayGrace);
-    with_.workspace.beActivated();
-    with_.workspace.setHasTray(true);
+    with_.instanceRegistry.beActivated();
+    with_.tray.setAvailable(true);
     EXPECT_TRUE(panel().isVisible());
 }
 
 TEST_F(MenuBarExtraTest, ATrayThatGoesForGoodLeavesAWindow) {
     begin();
-    with_.workspace.setHasTray(false);
+    with_.tray.setAvailable(false);
     EXPECT_EQ(extra_->trayIcon(), nullptr);
     EXPECT_THAT(panels(), IsEmpty()) << "it may be about to start again";
     with_.clock.advance(MenuBarExtra::trayGrace);
@@ -322,8 +322,8 @@ TEST_F(MenuBarExtraTest, ATrayThatGoesForGoodLeavesAWindow) {
 
 TEST_F(MenuBarExtraTest, ATrayThatStartsAgainGetsAnIconOfItsOwn) {
     begin();
-    with_.workspace.setHasTray(false);
-    with_.workspace.setHasTray(true);
+    with_.tray.setAvailable(false);
+    with_.tray.setAvailable(true);
     ASSERT_NE(extra_->trayIcon(), nullptr);
     EXPECT_TRUE(extra_->trayIcon()->isVisible());
     EXPECT_FALSE(extra_->trayIcon()->icon().isNull());
@@ -336,7 +336,7 @@ TEST_F(MenuBarExtraTest, ATrayThatStartsAgainGetsAnIconOfItsOwn) {
 TEST_F(MenuBarExtraTest, ThePanelOfATrayThatGoesBecomesAWindow) {
     begin();
     click();
-    with_.workspace.setHasTray(false);
+    with_.tray.setAvailable(false);
     with_.clock.advance(MenuBarExtra::trayGrace);
     processEvents();
     EXPECT_FALSE(panel().windowFlags().testFlag(Qt::FramelessWindowHint));
@@ -344,7 +344,7 @@ TEST_F(MenuBarExtraTest, ThePanelOfATrayThatGoesBecomesAWindow) {
 }
 
 TEST_F(MenuBarExtraTest, WithoutATrayTheWindowStaysBesideTheOthers) {
-    with_.workspace.setHasTray(false);
+    with_.tray.setAvailable(false);
     begin();
     with_.clock.advance(MenuBarExtra::trayGrace);
     extra_->closePanel();
@@ -354,23 +354,23 @@ TEST_F(MenuBarExtraTest, WithoutATrayTheWindowStaysBesideTheOthers) {
 }
 
 TEST_F(MenuBarExtraTest, ComingBackItLooksAtThePermissionsAgain) {
-    with_.workspace.setHasTray(false);
+    with_.tray.setAvailable(false);
     begin();
     with_.clock.advance(MenuBarExtra::trayGrace);
     panel().close();
     processEvents();
     ASSERT_FALSE(model_->hasFullDiskAccess());
     const MessagesDatabaseBuilder database(directory_ / "chat.db");
-    with_.workspace.beActivated();
+    with_.instanceRegistry.beActivated();
     EXPECT_TRUE(waitUntil([this] { return model_->hasFullDiskAccess(); }));
 }
 
 TEST_F(MenuBarExtraTest, ComingBackItIsAsLargeAsBefore) {
-    with_.workspace.setHasTray(false);
+    with_.tray.setAvailable(false);
     begin();
     with_.clock.advance(MenuBarExtra::trayGrace);
     panel().setWindowState(Qt::WindowMaximized | Qt::WindowMinimized);
-    with_.workspace.beActivated();
+    with_.instanceRegistry.beActivated();
     EXPECT_TRUE(panel().isMaximized());
     EXPECT_FALSE(panel().isMinimized());
 }

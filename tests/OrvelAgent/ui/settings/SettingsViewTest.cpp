@@ -326,7 +326,7 @@ TEST_F(SettingsViewTest, ChecksForUpdatesInFront) {
     open();
     button("checkForUpdates")->click();
     EXPECT_EQ(with_.softwareUpdater.requestedCheckCount(), 1);
-    EXPECT_EQ(with_.workspace.activations, 1);
+    EXPECT_EQ(with_.applicationFocus.activations, 1);
 }
 
 TEST_F(SettingsViewTest, AnUpdateThatWaitsIsInstalledByTheSameCall) {

@@ -9,7 +9,10 @@
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/UpdateSigner.h"
 #include "tests/support/WaitUntil.h"
+#include "tests/support/fakes/FakeApplicationFocus.h"
 #include "tests/support/fakes/FakeBundle.h"
+#include "tests/support/fakes/FakeMotionPreference.h"
+#include "tests/support/fakes/FakeProcessControl.h"
 #include "tests/support/fakes/FakeSoftwareUpdater.h"
 #include "tests/support/fakes/FakeURLSession.h"
 #include "tests/support/fakes/FakeWorkspace.h"
@@ -116,6 +119,10 @@ protected:
 
     FakeBundle bundle_;
     FakeWorkspace workspace_;
+    FakeMotionPreference motion_;
+    FakeApplicationFocus focus_;
+    FakeProcessControl process_;
+    UpdateUserDriver::Desktop desktop_{workspace_, motion_, focus_, process_};
 };
 
 class UpdateWindowTest : public UpdateUserDriverTest {
@@ -129,7 +136,7 @@ protected:
     }
 
     RecordingUpdater updater_;
-    UpdateUserDriver driver_{updater_, workspace_, bundle_};
+    UpdateUserDriver driver_{updater_, desktop_, bundle_};
 };
 
 } // namespace
@@ -141,7 +148,7 @@ TEST_F(UpdateWindowTest, MakesNoWindowBeforeThereIsSomethingToShow) {
 TEST_F(UpdateWindowTest, ShowsThatItChecksAndLetsTheUserCancel) {
     driver_.showChecking();
     EXPECT_TRUE(isShown());
-    EXPECT_EQ(workspace_.activations, 1);
+    EXPECT_EQ(focus_.activations, 1);
     EXPECT_EQ(text("title"), "Checking for updates…");
     EXPECT_EQ(text("text"), "");
     EXPECT_EQ(progress(), -1);
@@ -152,7 +159,7 @@ TEST_F(UpdateWindowTest, ShowsThatItChecksAndLetsTheUserCancel) {
 }
 
 TEST_F(UpdateWindowTest, WithReducedMotionNothingMovesWhileItWaits) {
-    workspace_.setReducesMotion(true);
+    motion_.setReducesMotion(true);
     driver_.showChecking();
     EXPECT_EQ(progress(), -2);
     driver_.showUpdate(newer, Showing::InFocus);
@@ -212,12 +219,12 @@ TEST_F(UpdateWindowTest, AGentleFindWaitsWithoutAWindowUntilTheUserAsks) {
     driver_.showUpdate(newer, Showing::Gently);
     processEvents();
     EXPECT_FALSE(isShown());
-    EXPECT_EQ(workspace_.activations, 0);
+    EXPECT_EQ(focus_.activations, 0);
     EXPECT_EQ(updater_.attentions, 0);
     driver_.showUpdateInFocus();
     processEvents();
     EXPECT_TRUE(isShown());
-    EXPECT_EQ(workspace_.activations, 1);
+    EXPECT_EQ(focus_.activations, 1);
     EXPECT_EQ(text("title"), "A new version of Orvel Agent is available.");
     EXPECT_GE(updater_.attentions, 1);
 }
@@ -376,7 +383,7 @@ TEST_F(UpdateWindowTest, APackageIsShownInTheFileManagerWithWhatIsToBeDone) {
         "The package has been verified and is shown in the file manager. Open it to install it, "
         "then start Orvel Agent again.\n/home/one/Downloads/agent.deb");
     EXPECT_THAT(buttons(), ElementsAre("OK"));
-    EXPECT_EQ(workspace_.terminations, 0);
+    EXPECT_EQ(process_.terminations, 0);
 }
 
 TEST_F(UpdateWindowTest, APackageThatCannotBeShownIsNamed) {
@@ -393,8 +400,8 @@ TEST_F(UpdateWindowTest, APackageThatCannotBeShownIsNamed) {
 TEST_F(UpdateWindowTest, StartsTheNewVersionAndQuits) {
     install();
     driver_.relaunch();
-    EXPECT_EQ(workspace_.relaunches, 1);
-    EXPECT_EQ(workspace_.terminations, 1);
+    EXPECT_EQ(process_.relaunches, 1);
+    EXPECT_EQ(process_.terminations, 1);
 }
 
 TEST_F(UpdateWindowTest, AKeyThatIsPressedWhileTheQuestionComesInstallsNothing) {
@@ -533,7 +540,7 @@ protected:
     [[nodiscard]] const UpdateUserDriver& driver() const override { return driver_; }
 
     FakeSoftwareUpdater updater_;
-    UpdateUserDriver driver_{updater_, workspace_, bundle_};
+    UpdateUserDriver driver_{updater_, desktop_, bundle_};
 };
 
 TEST_F(UpdateUserDriverServiceTest, AnUpdateWaitsForAttentionUntilTheUserHasSeenIt) {
@@ -570,7 +577,7 @@ protected:
             "x86_64",
             *UpdateVersion::parse("2.36")};
         updater_.emplace(session_, clock_, defaults_, logStore_, copy);
-        driver_.emplace(*updater_, workspace_, bundle_);
+        driver_.emplace(*updater_, desktop_, bundle_);
         service_.emplace(bundle_, *updater_, *driver_);
     }
 
@@ -609,9 +616,9 @@ protected:
 
 TEST_F(UpdateUserDriverAppcastTest, OneClickInstallsAndStartsTheNewVersion) {
     checkAndInstall();
-    ASSERT_TRUE(waitUntil([this] { return workspace_.terminations > 0; }));
+    ASSERT_TRUE(waitUntil([this] { return process_.terminations > 0; }));
     EXPECT_EQ(installed(), "new");
-    EXPECT_EQ(workspace_.relaunches, 1);
+    EXPECT_EQ(process_.relaunches, 1);
 }
 
 TEST_F(UpdateUserDriverAppcastTest, AForgedUpdateIsRefusedInTheWindow) {
@@ -620,7 +627,7 @@ TEST_F(UpdateUserDriverAppcastTest, AForgedUpdateIsRefusedInTheWindow) {
     ASSERT_TRUE(waitUntil([this] { return text("title") == "Orvel Agent could not be updated."; }));
     EXPECT_EQ(text("text"), "The signature of the update is not valid. It was not installed.");
     EXPECT_EQ(installed(), "old");
-    EXPECT_EQ(workspace_.relaunches, 0);
+    EXPECT_EQ(process_.relaunches, 0);
 }
 
 } // namespace orvel::test

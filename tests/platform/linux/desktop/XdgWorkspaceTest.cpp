@@ -1,33 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/desktop/XdgWorkspace.h"
 
-#include "tests/platform/linux/BusDaemon.h"
 #include "tests/platform/linux/BusService.h"
-#include "tests/platform/linux/keychain/SilentBus.h"
+#include "tests/platform/linux/desktop/InstalledPrograms.h"
 #include "tests/platform/linux/signin/BrowserScript.h"
-#include "tests/support/Program.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/WaitUntil.h"
 #include "tests/support/fakes/ManualClock.h"
 
-#include <QDBusConnectionInterface>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <chrono>
-#include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace orvel::test {
@@ -66,7 +55,7 @@ protected:
 
     BrowserScript browser_;
     ManualClock clock_;
-    std::unique_ptr<Workspace> workspace_ = std::make_unique<XdgWorkspace>(clock_, "/bin/false");
+    std::unique_ptr<Workspace> workspace_ = std::make_unique<XdgWorkspace>(clock_);
     int ends_ = 0;
     std::string failure_;
 };
@@ -97,7 +86,7 @@ private:
         }};
 };
 
-/// A folder that is the home, and the only one with programs.
+/// A folder that is the home, and another that is the only one with programs.
 class XdgWorkspaceHomeTest : public XdgWorkspaceTest {
 protected:
     XdgWorkspaceHomeTest() {
@@ -106,68 +95,14 @@ protected:
     }
     ~XdgWorkspaceHomeTest() override {
         qputenv("HOME", ofHome_);
-        qputenv("PATH", ofPath_);
         qunsetenv("XDG_CURRENT_DESKTOP");
-    }
-
-    /// A program that notes its arguments.
-    void install(const std::string& name, int status = 0) {
-        const std::filesystem::path program = home_ / "bin" / name;
-        std::filesystem::create_directories(program.parent_path());
-        std::ofstream(program) << "#!/bin/sh\nprintf '%s\\n' \"${0##*/} $*\" >>" << (home_ / "ran")
-                               << "\nexit " << status << '\n';
-        std::filesystem::permissions(program, std::filesystem::perms::owner_all);
-        qputenv("PATH", QByteArray::fromStdString((home_ / "bin").string()));
-    }
-
-    std::string ran() const { return contentOf(home_ / "ran"); }
-
-    static std::string contentOf(const std::filesystem::path& path) {
-        std::ifstream file(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
     }
 
     std::string uri(const std::string& path) const { return "file://" + (home_ / path).string(); }
 
     TemporaryDirectory home_;
     QByteArray ofHome_ = qgetenv("HOME");
-    QByteArray ofPath_ = qgetenv("PATH");
-};
-
-/// Copies of a program that start in the same session, or outside of any.
-class XdgWorkspaceCopiesTest : public testing::Test {
-protected:
-    std::unique_ptr<Program> start(std::map<std::string, std::string> environment = {}) {
-        environment.emplace("XDG_RUNTIME_DIR", runtime_.path().string());
-        return std::make_unique<Program>(Program::Options{
-            {WORKSPACE_PROBE, "claim", "app.test.Copies"}, std::move(environment)});
-    }
-
-    static std::string firstLine(const Program& program) {
-        EXPECT_TRUE(waitUntil([&] { return program.output().find('\n') != std::string::npos; }));
-        return program.output().substr(0, program.output().find('\n'));
-    }
-
-    /// Starts several in the same instant: one stays, and the others name it.
-    void expectOneOf(const std::map<std::string, std::string>& environment) {
-        constexpr int count = 6;
-        std::vector<std::unique_ptr<Program>> copies;
-        for (int copy = 0; copy < count; ++copy) {
-            copies.push_back(start(environment));
-        }
-        std::vector<std::string> lines;
-        for (const auto& copy : copies) {
-            lines.push_back(firstLine(*copy));
-        }
-        EXPECT_EQ(std::ranges::count(lines, "first"), 1);
-        std::ranges::sort(lines);
-        EXPECT_EQ(std::unique(lines.begin(), lines.end()) - lines.begin(), 2)
-            << testing::PrintToString(lines);
-    }
-
-    TemporaryDirectory runtime_;
-    const std::map<std::string, std::string> noBus_ = {
-        {"DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent"}};
+    InstalledPrograms programs_;
 };
 
 } // namespace
@@ -251,23 +186,6 @@ TEST_F(XdgWorkspaceTest, KeepsTheRightToComeToTheFrontFromTheBrowser) {
     EXPECT_THAT(browser_.environment(), Not(HasSubstr("DESKTOP_STARTUP_ID=")));
 }
 
-TEST_F(XdgWorkspaceTest, NobodyOnTheBusChangesItsVariables) {
-    ASSERT_FALSE(workspace_->runningCopy("app.test.Workspace"));
-    bool isActivated = false;
-    const auto subscription = workspace_->onActivation([&] { isActivated = true; });
-    QDBusMessage call = QDBusMessage::createMethodCall(
-        QStringLiteral("app.test.Workspace"),
-        QStringLiteral("/app/test/Workspace"),
-        QStringLiteral("org.freedesktop.Application"),
-        QStringLiteral("Activate"));
-    call << QVariantMap{{QStringLiteral("activation-token"), QStringLiteral("theirs")}};
-    QDBusConnection::connectToBus(QDBusConnection::SessionBus, QStringLiteral("a launcher"))
-        .send(call);
-    EXPECT_TRUE(waitUntil([&] { return isActivated; }));
-    QDBusConnection::disconnectFromBus(QStringLiteral("a launcher"));
-    EXPECT_FALSE(qEnvironmentVariableIsSet("XDG_ACTIVATION_TOKEN"));
-}
-
 TEST_F(XdgWorkspaceTest, DestroyingItLeavesTheBrowserAlone) {
     browser_.stayOpen();
     open("https://www.example.com/");
@@ -309,15 +227,15 @@ TEST_F(XdgWorkspaceHomeTest, ShowsTheFolderWhereThereAreNoProperties) {
 }
 
 TEST_F(XdgWorkspaceHomeTest, OpensTheNearestFolderWithoutAFileManager) {
-    install("xdg-open");
+    programs_.install("xdg-open");
     std::filesystem::create_directories(home_ / "Library");
     workspace_->openSettings(Workspace::SettingsPane::FullDiskAccess, completion());
     EXPECT_EQ(failure(), "");
-    EXPECT_EQ(ran(), "xdg-open " + (home_ / "Library").string() + '\n');
+    EXPECT_EQ(programs_.ran(), "xdg-open " + (home_ / "Library").string() + '\n');
 }
 
 TEST_F(XdgWorkspaceHomeTest, SaysThatNothingShowsTheFolder) {
-    install("xdg-open", 3);
+    programs_.install("xdg-open", 3);
     workspace_->openSettings(Workspace::SettingsPane::FullDiskAccess, completion());
     EXPECT_EQ(failure(), "Could not show the Messages folder: xdg-open ended with status 3");
 }
@@ -331,178 +249,49 @@ TEST_F(XdgWorkspaceHomeTest, RevealsAFile) {
 }
 
 TEST_F(XdgWorkspaceHomeTest, OpensTheFolderOfAFileWithoutAFileManager) {
-    install("xdg-open");
+    programs_.install("xdg-open");
     std::ofstream(home_ / "file");
     workspace_->revealFile((home_ / "file").string(), completion());
     EXPECT_EQ(failure(), "");
-    EXPECT_EQ(ran(), "xdg-open " + home_.path().string() + '\n');
+    EXPECT_EQ(programs_.ran(), "xdg-open " + home_.path().string() + '\n');
 }
 
 TEST_F(XdgWorkspaceHomeTest, OpensTheDesktopsOwnPanelForContacts) {
-    install("gnome-control-center");
-    install("gnome-contacts");
+    programs_.install("gnome-control-center");
+    programs_.install("gnome-contacts");
     qputenv("XDG_CURRENT_DESKTOP", "ubuntu:GNOME");
     workspace_->openSettings(Workspace::SettingsPane::Contacts, completion());
     EXPECT_EQ(failure(), "");
-    EXPECT_EQ(ran(), "gnome-control-center applications\n");
+    EXPECT_EQ(programs_.ran(), "gnome-control-center applications\n");
 }
 
 TEST_F(XdgWorkspaceHomeTest, GoesOnToTheAddressBookWhenThePanelFails) {
-    install("gnome-control-center", 1);
-    install("evolution");
+    programs_.install("gnome-control-center", 1);
+    programs_.install("evolution");
     qputenv("XDG_CURRENT_DESKTOP", "GNOME");
     workspace_->openSettings(Workspace::SettingsPane::Contacts, completion());
     EXPECT_EQ(failure(), "");
-    EXPECT_EQ(ran(), "gnome-control-center applications\nevolution --component=contacts\n");
+    EXPECT_EQ(
+        programs_.ran(), "gnome-control-center applications\nevolution --component=contacts\n");
 }
 
 TEST_F(XdgWorkspaceHomeTest, LeavesThePanelsOfOtherDesktopsAlone) {
-    install("gnome-control-center");
-    install("systemsettings");
-    install("kaddressbook");
+    programs_.install("gnome-control-center");
+    programs_.install("systemsettings");
+    programs_.install("kaddressbook");
     workspace_->openSettings(Workspace::SettingsPane::Contacts, completion());
     EXPECT_EQ(failure(), "");
-    EXPECT_EQ(ran(), "kaddressbook \n");
+    EXPECT_EQ(programs_.ran(), "kaddressbook \n");
 }
 
 TEST_F(XdgWorkspaceHomeTest, SaysThatTheDesktopHasNothingForContacts) {
-    install("xdg-open");
+    programs_.install("xdg-open");
     workspace_->openSettings(Workspace::SettingsPane::Contacts, completion());
     EXPECT_EQ(ends_, 0);
     EXPECT_EQ(
         failure(),
         "Could not open the settings of contacts: this desktop has neither a panel for them nor an "
         "address book");
-}
-
-TEST_F(XdgWorkspaceHomeTest, RelaunchesAfterItsEnd) {
-    const std::filesystem::path program = home_ / "successor $HOME";
-    const std::filesystem::path report = home_ / "report";
-    std::ofstream(program)
-        << "#!/bin/sh\n"
-        << "{ echo variable=$ORVEL_AGENT_BUNDLE$XDG_ACTIVATION_TOKEN; ls /proc/self/fd | wc -l\n"
-        << "  echo session=$(cut -d ' ' -f 6 /proc/self/stat); } >" << report << ".new\nmv "
-        << report << ".new " << report << '\n';
-    std::filesystem::permissions(program, std::filesystem::perms::owner_all);
-    Program probe(
-        {{WORKSPACE_PROBE, "relaunch", program.string(), "0.1"},
-         {{"ORVEL_AGENT_BUNDLE", "bundle"}, {"XDG_ACTIVATION_TOKEN", "ours"}}});
-    EXPECT_EQ(probe.wait(), 0);
-    EXPECT_FALSE(std::filesystem::exists(report));
-    ASSERT_TRUE(waitUntil([&] { return std::filesystem::exists(report); }));
-    const std::string text = contentOf(report);
-    EXPECT_THAT(text, StartsWith("variable=bundle\n"));
-    // The three standard ones, and that of listing them.
-    EXPECT_THAT(text, HasSubstr("\n4\n"));
-    EXPECT_THAT(text, Not(HasSubstr("session=" + std::to_string(getsid(0)) + "\n")));
-}
-
-TEST_F(XdgWorkspaceHomeTest, RelaunchesAfterAMinuteWhenItDoesNotEnd) {
-    install("sleep");
-    install("successor");
-    Program probe({{WORKSPACE_PROBE, "linger", (home_ / "bin/successor").string()}, {}});
-    EXPECT_TRUE(waitUntil([this] { return ran().ends_with("successor \n"); }));
-    EXPECT_FALSE(probe.waitFor({}).has_value());
-    std::string expected;
-    for (int second = 0; second < 61; ++second) {
-        expected += "sleep 1\n";
-    }
-    EXPECT_EQ(ran(), expected + "successor \n");
-}
-
-TEST_F(XdgWorkspaceCopiesTest, OneIsLeftOfThoseThatStartInTheSameInstant) {
-    expectOneOf({});
-}
-
-TEST_F(XdgWorkspaceCopiesTest, OneIsLeftOfThoseThatStartInTheSameInstantWithoutABus) {
-    expectOneOf(noBus_);
-}
-
-TEST_F(XdgWorkspaceCopiesTest, ACopyWithoutABusFindsTheOneWithIt) {
-    const auto first = start();
-    ASSERT_EQ(firstLine(*first), "first");
-    const auto second = start(noBus_);
-    EXPECT_THAT(firstLine(*second), StartsWith("other "));
-    EXPECT_EQ(second->wait(), 0);
-}
-
-TEST_F(XdgWorkspaceCopiesTest, ACopyWithTheBusFindsTheOneWithoutIt) {
-    const auto first = start(noBus_);
-    ASSERT_EQ(firstLine(*first), "first");
-    const auto second = start();
-    EXPECT_THAT(firstLine(*second), StartsWith("other "));
-    EXPECT_EQ(second->wait(), 0);
-}
-
-TEST_F(XdgWorkspaceCopiesTest, ABusThatSaysNothingCountsAsNone) {
-    const SilentBus silent;
-    const std::map<std::string, std::string> environment = {
-        {"DBUS_SESSION_BUS_ADDRESS", silent.address()}};
-    const auto first = start(environment);
-    EXPECT_EQ(firstLine(*first), "first");
-    const auto second = start(environment);
-    EXPECT_THAT(firstLine(*second), StartsWith("other "));
-    // Not only when the bus library has given up, after 25 s.
-    EXPECT_EQ(second->waitFor(std::chrono::seconds(15)), 0);
-}
-
-TEST_F(XdgWorkspaceCopiesTest, ABusThatWasTooSlowAtFirstReachesTheCopyLater) {
-    BusDaemon bus;
-    bus.suspend();
-    const std::map<std::string, std::string> environment = {
-        {"DBUS_SESSION_BUS_ADDRESS", bus.address()}};
-    const auto first = start(environment);
-    ASSERT_EQ(firstLine(*first), "first");
-    bus.resume();
-    const QString observer = QStringLiteral("an observer");
-    const QDBusConnection connection =
-        QDBusConnection::connectToBus(QString::fromStdString(bus.address()), observer);
-    EXPECT_TRUE(waitUntil([&] {
-        return connection.interface()->isServiceRegistered(QStringLiteral("app.test.Copies"));
-    }));
-    QDBusConnection::disconnectFromBus(observer);
-    const auto second = start(environment);
-    EXPECT_THAT(firstLine(*second), StartsWith("other "));
-    EXPECT_TRUE(waitUntil([&] { return first->output() == "first\nactivated\n"; }));
-}
-
-TEST_F(XdgWorkspaceCopiesTest, ACopyThatWasKilledIsNoneAnyMore) {
-    auto first = start();
-    ASSERT_EQ(firstLine(*first), "first");
-    first->signal(SIGKILL);
-    first->wait();
-    const auto next = start();
-    EXPECT_EQ(firstLine(*next), "first");
-}
-
-TEST_F(XdgWorkspaceCopiesTest, EveryWayOfAskingForTheApplicationActivatesIt) {
-    const auto first = start();
-    ASSERT_EQ(firstLine(*first), "first");
-    const auto call = [](const char* method, const QVariantList& arguments) {
-        QDBusMessage message = QDBusMessage::createMethodCall(
-            QStringLiteral("app.test.Copies"),
-            QStringLiteral("/app/test/Copies"),
-            QStringLiteral("org.freedesktop.Application"),
-            QString::fromLatin1(method));
-        message.setArguments(arguments);
-        return QDBusConnection::connectToBus(
-                   QDBusConnection::SessionBus, QStringLiteral("a launcher"))
-            .call(message)
-            .type();
-    };
-    EXPECT_EQ(call("Activate", {QVariantMap()}), QDBusMessage::ReplyMessage);
-    EXPECT_EQ(
-        call("Open", {QStringList(QStringLiteral("file:///etc/passwd")), QVariantMap()}),
-        QDBusMessage::ReplyMessage);
-    EXPECT_EQ(
-        call("ActivateAction", {QStringLiteral("quit"), QVariantList(), QVariantMap()}),
-        QDBusMessage::ReplyMessage);
-    EXPECT_TRUE(
-        waitUntil([&] { return first->output() == "first\nactivated\nactivated\nactivated\n"; }));
-    EXPECT_EQ(call("Activate", {}), QDBusMessage::ErrorMessage);
-    EXPECT_EQ(call("Quit", {}), QDBusMessage::ErrorMessage);
-    EXPECT_FALSE(first->waitFor({}).has_value());
-    QDBusConnection::disconnectFromBus(QStringLiteral("a launcher"));
 }
 
 } // namespace orvel::test

@@ -451,7 +451,7 @@ TEST_F(BrowserAuthenticationSessionTest, TheCallbackProgramExplainsItself) {
 TEST_F(BrowserAuthenticationSessionTest, SignsInWithTheDefaultBrowser) {
     BrowserScript browser;
     browser.stayOpen();
-    XdgWorkspace workspace(agent_.clock, "/bin/false");
+    XdgWorkspace workspace(agent_.clock);
     Session session(workspace, agent_.clock, agent_.log, [](const auto& ready) { ready(); });
     std::vector<Session::Outcome> outcomes;
     const auto attempt = session.start(page, "orvelagent", [&](Session::Outcome outcome) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "platform/linux/desktop/MotionPreference.h"
+#include "platform/linux/desktop/PortalMotionPreference.h"
 
 #include "platform/linux/support/SessionBus.h"
 
@@ -42,25 +42,42 @@ bool asksForLess(const Settings& settings) {
 
 } // namespace
 
-MotionPreference::MotionPreference(
-    Clock& clock, std::unique_ptr<SessionBus> bus, std::function<void()> changed)
-    : changed_(std::move(changed)),
+PortalMotionPreference::PortalMotionPreference(Clock& clock, ShareBus shareBus)
+    : clock_(clock),
+      shareBus_(std::move(shareBus)),
       reading_(std::make_unique<QTimer>()),
-      context_(std::make_unique<QObject>()) {
+      callbackContext_(std::make_unique<QObject>()) {
     reading_->setSingleShot(true);
-    QObject::connect(reading_.get(), &QTimer::timeout, context_.get(), [this] { read(); });
-    if (bus) {
-        setBus(std::move(bus));
-        return;
-    }
-    SessionBus::connect(context_.get(), clock, [this](std::unique_ptr<SessionBus> connected) {
-        setBus(std::move(connected));
-    });
+    QObject::connect(reading_.get(), &QTimer::timeout, callbackContext_.get(), [this] { read(); });
 }
 
-MotionPreference::~MotionPreference() = default;
+PortalMotionPreference::~PortalMotionPreference() = default;
 
-void MotionPreference::setBus(std::unique_ptr<SessionBus> bus) {
+bool PortalMotionPreference::shouldReduceMotion() {
+    start();
+    return isReduced_;
+}
+
+std::unique_ptr<Subscription> PortalMotionPreference::onChange(std::function<void()> changed) {
+    start();
+    return changed_.add(std::move(changed));
+}
+
+void PortalMotionPreference::start() {
+    if (std::exchange(isStarted_, true)) {
+        return;
+    }
+    if (auto shared = shareBus_()) {
+        setBus(std::move(shared));
+        return;
+    }
+    SessionBus::connect(
+        callbackContext_.get(), clock_, [this](std::unique_ptr<SessionBus> connected) {
+            setBus(std::move(connected));
+        });
+}
+
+void PortalMotionPreference::setBus(std::unique_ptr<SessionBus> bus) {
     bus_ = std::move(bus);
     if (bus_) {
         listen();
@@ -68,7 +85,7 @@ void MotionPreference::setBus(std::unique_ptr<SessionBus> bus) {
     }
 }
 
-void MotionPreference::listen() {
+void PortalMotionPreference::listen() {
     for (const char* ofInterest : {appearance, interfaceSettings}) {
         // From whomever: asking Qt to tell the portal's signals from others' would wait for the
         // bus. What a signal says is not believed, but asked for.
@@ -84,7 +101,7 @@ void MotionPreference::listen() {
     }
 }
 
-void MotionPreference::read() {
+void PortalMotionPreference::read() {
     QDBusMessage call = QDBusMessage::createMethodCall(
         QString::fromLatin1(portal),
         QString::fromLatin1(portalPath),
@@ -94,14 +111,15 @@ void MotionPreference::read() {
     call.setAutoStartService(std::exchange(mayWake_, false));
     call << QStringList{QString::fromLatin1(appearance), QString::fromLatin1(interfaceSettings)};
     auto* const watcher =
-        new QDBusPendingCallWatcher(bus_->connection().asyncCall(call), context_.get());
-    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, context_.get(), [this, watcher] {
-        watcher->deleteLater();
-        take(watcher->reply());
-    });
+        new QDBusPendingCallWatcher(bus_->connection().asyncCall(call), callbackContext_.get());
+    QObject::connect(
+        watcher, &QDBusPendingCallWatcher::finished, callbackContext_.get(), [this, watcher] {
+            watcher->deleteLater();
+            take(watcher->reply());
+        });
 }
 
-void MotionPreference::take(const QDBusMessage& reply) {
+void PortalMotionPreference::take(const QDBusMessage& reply) {
     if (reply.type() != QDBusMessage::ReplyMessage ||
         reply.signature() != QLatin1String("a{sa{sv}}")) {
         return;
@@ -109,7 +127,7 @@ void MotionPreference::take(const QDBusMessage& reply) {
     const bool isReduced = asksForLess(qdbus_cast<Settings>(reply.arguments().constFirst()));
     if (isReduced != isReduced_) {
         isReduced_ = isReduced;
-        changed_();
+        changed_.call();
     }
 }
 

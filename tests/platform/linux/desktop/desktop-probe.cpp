@@ -1,15 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// usage: workspace-probe claim IDENTIFIER
-//        workspace-probe relaunch PROGRAM SECONDS
-//        workspace-probe linger PROGRAM
-//        workspace-probe motion
+// usage: desktop-probe claim IDENTIFIER
+//        desktop-probe relaunch PROGRAM SECONDS
+//        desktop-probe linger PROGRAM
+//        desktop-probe motion
 //
 // Uses the desktop as a process of its own. "claim" prints "first", stays until it is ended and
 // prints "activated" whenever it was; or prints "other PID", activates that copy, and ends.
 // "relaunch" has the program started after that pause, and ends; "linger" does not end by itself.
 // "motion" prints whether motion is to be reduced, at first and whenever that changes.
-#include "platform/linux/desktop/XdgWorkspace.h"
+#include "platform/linux/desktop/LinuxProcessControl.h"
+#include "platform/linux/desktop/PortalMotionPreference.h"
+#include "platform/linux/desktop/SessionInstanceRegistry.h"
+#include "platform/linux/support/SessionBus.h"
 #include "tests/support/fakes/ManualClock.h"
 
 #include <QCoreApplication>
@@ -22,30 +25,31 @@ int main(int argc, char** argv) {
     const QCoreApplication application(argc, argv);
     const std::string command = argv[1];
     const std::string argument = argc > 2 ? argv[2] : "";
-    test::ManualClock clock;
     if (command == "relaunch") {
-        XdgWorkspace(clock, argument, tavrin::Seconds(std::stod(argv[3]))).scheduleRelaunch();
+        LinuxProcessControl(argument, tavrin::Seconds(std::stod(argv[3]))).scheduleRelaunch();
         return 0;
     }
-    XdgWorkspace workspace(clock, argument);
     if (command == "linger") {
-        workspace.scheduleRelaunch();
+        LinuxProcessControl(argument).scheduleRelaunch();
         return QCoreApplication::exec();
     }
     if (command == "motion") {
+        test::ManualClock clock;
+        PortalMotionPreference preference(clock, [] { return nullptr; });
         const auto print = [&] {
-            std::cout << workspace.shouldReduceMotion() << std::endl;
+            std::cout << preference.shouldReduceMotion() << std::endl;
         };
-        const auto subscription = workspace.onReduceMotionChange(print);
+        const auto subscription = preference.onChange(print);
         print();
         return QCoreApplication::exec();
     }
-    if (const auto other = workspace.runningCopy(argument)) {
+    SessionInstanceRegistry registry;
+    if (const auto other = registry.runningCopy(argument)) {
         std::cout << "other " << other->processIdentifier << std::endl;
-        workspace.activateCopy(*other);
+        registry.activateCopy(*other);
         return 0;
     }
-    const auto subscription = workspace.onActivation([] { std::cout << "activated" << std::endl; });
+    const auto subscription = registry.onActivation([] { std::cout << "activated" << std::endl; });
     std::cout << "first" << std::endl;
     return QCoreApplication::exec();
 }

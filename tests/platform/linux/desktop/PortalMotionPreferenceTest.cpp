@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "platform/linux/desktop/MotionPreference.h"
+#include "platform/linux/desktop/PortalMotionPreference.h"
 
 #include "platform/linux/support/SessionBus.h"
 #include "tests/platform/linux/BusDaemon.h"
@@ -20,10 +20,11 @@ namespace {
 
 constexpr auto busVariable = "DBUS_SESSION_BUS_ADDRESS";
 
-class MotionPreferenceTest : public testing::Test {
+class PortalMotionPreferenceTest : public testing::Test {
 protected:
     void make() {
-        preference_ = std::make_unique<MotionPreference>(clock_, nullptr, [this] { ++changes_; });
+        preference_ = std::make_unique<PortalMotionPreference>(clock_, [] { return nullptr; });
+        subscription_ = preference_->onChange([this] { ++changes_; });
     }
 
     /// The portal has answered that often, and the answers have arrived.
@@ -36,62 +37,63 @@ protected:
     int changes_ = 0;
     SettingsPortal portal_;
     std::unique_ptr<MotionPreference> preference_;
+    std::unique_ptr<Subscription> subscription_;
 };
 
 } // namespace
 
-TEST_F(MotionPreferenceTest, NothingIsReducedUntilThePortalHasAnswered) {
+TEST_F(PortalMotionPreferenceTest, NothingIsReducedUntilThePortalHasAnswered) {
     portal_.setReducedMotion(1);
     make();
-    EXPECT_FALSE(preference_->isReduced());
+    EXPECT_FALSE(preference_->shouldReduceMotion());
     ASSERT_TRUE(waitUntil([this] { return changes_ > 0; }));
-    EXPECT_TRUE(preference_->isReduced());
+    EXPECT_TRUE(preference_->shouldReduceMotion());
     EXPECT_EQ(changes_, 1);
 }
 
-TEST_F(MotionPreferenceTest, FollowsTheChanges) {
+TEST_F(PortalMotionPreferenceTest, FollowsTheChanges) {
     portal_.setReducedMotion(0);
     make();
     ASSERT_TRUE(waitForReadings(1));
-    EXPECT_FALSE(preference_->isReduced());
+    EXPECT_FALSE(preference_->shouldReduceMotion());
     portal_.setReducedMotion(1);
     ASSERT_TRUE(waitUntil([this] { return changes_ == 1; }));
-    EXPECT_TRUE(preference_->isReduced());
+    EXPECT_TRUE(preference_->shouldReduceMotion());
     portal_.setReducedMotion(0);
     ASSERT_TRUE(waitUntil([this] { return changes_ == 2; }));
-    EXPECT_FALSE(preference_->isReduced());
+    EXPECT_FALSE(preference_->shouldReduceMotion());
 }
 
-TEST_F(MotionPreferenceTest, SwitchedOffAnimationsCountWhereThereIsNoOtherSetting) {
+TEST_F(PortalMotionPreferenceTest, SwitchedOffAnimationsCountWhereThereIsNoOtherSetting) {
     portal_.setAnimations(false);
     make();
     ASSERT_TRUE(waitUntil([this] { return changes_ == 1; }));
-    EXPECT_TRUE(preference_->isReduced());
+    EXPECT_TRUE(preference_->shouldReduceMotion());
     portal_.setAnimations(true);
     ASSERT_TRUE(waitUntil([this] { return changes_ == 2; }));
-    EXPECT_FALSE(preference_->isReduced());
+    EXPECT_FALSE(preference_->shouldReduceMotion());
 }
 
-TEST_F(MotionPreferenceTest, TheAppearanceGoesBeforeTheAnimations) {
+TEST_F(PortalMotionPreferenceTest, TheAppearanceGoesBeforeTheAnimations) {
     portal_.setReducedMotion(0);
     portal_.setAnimations(false);
     make();
     ASSERT_TRUE(waitForReadings(1));
-    EXPECT_FALSE(preference_->isReduced());
+    EXPECT_FALSE(preference_->shouldReduceMotion());
     EXPECT_EQ(changes_, 0);
 }
 
-TEST_F(MotionPreferenceTest, AnAnswerOfAnotherShapeDecidesNothing) {
+TEST_F(PortalMotionPreferenceTest, AnAnswerOfAnotherShapeDecidesNothing) {
     portal_.set(
         QStringLiteral("org.freedesktop.appearance"),
         QStringLiteral("reduced-motion"),
         QStringLiteral("a great deal"));
     make();
     ASSERT_TRUE(waitForReadings(1));
-    EXPECT_FALSE(preference_->isReduced());
+    EXPECT_FALSE(preference_->shouldReduceMotion());
 }
 
-TEST_F(MotionPreferenceTest, OtherSettingsAreNotReadAgain) {
+TEST_F(PortalMotionPreferenceTest, OtherSettingsAreNotReadAgain) {
     make();
     ASSERT_TRUE(waitForReadings(1));
     portal_.set(QStringLiteral("org.example"), QStringLiteral("key"), 1);
@@ -100,9 +102,9 @@ TEST_F(MotionPreferenceTest, OtherSettingsAreNotReadAgain) {
     EXPECT_EQ(portal_.readings(), 2);
 }
 
-TEST_F(MotionPreferenceTest, APortalThatComesLaterIsHeard) {
+TEST_F(PortalMotionPreferenceTest, APortalThatComesLaterIsHeard) {
     const BusDaemon daemon;
-    const Program probe({{WORKSPACE_PROBE, "motion"}, {{busVariable, daemon.address()}}});
+    const Program probe({{DESKTOP_PROBE, "motion"}, {{busVariable, daemon.address()}}});
     ASSERT_TRUE(waitUntil([&] { return probe.output() == "0\n"; }));
     SettingsPortal portal(daemon.address());
     EXPECT_TRUE(waitUntil([&] {
@@ -112,9 +114,9 @@ TEST_F(MotionPreferenceTest, APortalThatComesLaterIsHeard) {
     }));
 }
 
-TEST_F(MotionPreferenceTest, ABusThatSaysNothingHoldsNobodyUp) {
+TEST_F(PortalMotionPreferenceTest, ABusThatSaysNothingHoldsNobodyUp) {
     const SilentBus silent;
-    const Program probe({{WORKSPACE_PROBE, "motion"}, {{busVariable, silent.address()}}});
+    const Program probe({{DESKTOP_PROBE, "motion"}, {{busVariable, silent.address()}}});
     EXPECT_TRUE(waitUntil([&] { return probe.output() == "0\n"; }));
 }
 

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "platform/linux/desktop/DebuggerProbe.h"
+#include "platform/macos/desktop/AppKitProcessControl.h"
 
 #include <gtest/gtest.h>
 #include <sys/ptrace.h>
+#include <sys/types.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -17,17 +18,18 @@ bool answerOfAChild(bool isTraced) {
     const pid_t child = fork();
     if (child == 0) {
         if (isTraced) {
-            ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+            ptrace(PT_TRACE_ME, 0, nullptr, 0);
             // The parent sees that the tracing has begun.
             raise(SIGSTOP);
         }
-        _exit(isDebuggerAttached() ? 1 : 0);
+        _exit(AppKitProcessControl().isDebuggerAttached() ? 1 : 0);
     }
     int status = 0;
     waitpid(child, &status, 0);
     if (isTraced) {
         EXPECT_TRUE(WIFSTOPPED(status));
-        ptrace(PTRACE_CONT, child, nullptr, nullptr);
+        // From where it stopped.
+        ptrace(PT_CONTINUE, child, reinterpret_cast<caddr_t>(1), 0);
         waitpid(child, &status, 0);
     }
     EXPECT_TRUE(WIFEXITED(status));
@@ -36,7 +38,7 @@ bool answerOfAChild(bool isTraced) {
 
 } // namespace
 
-TEST(DebuggerProbeTest, FindsOutWhetherTheProcessIsTraced) {
+TEST(AppKitProcessControlTest, FindsOutWhetherTheProcessIsTraced) {
     EXPECT_FALSE(answerOfAChild(false));
     EXPECT_TRUE(answerOfAChild(true));
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The trays of the session bus; those of an X display need one.
-#include "platform/linux/desktop/TrayHost.h"
+#include "platform/linux/desktop/StatusNotifierTray.h"
 
 #include "platform/linux/support/SessionBus.h"
 #include "tests/platform/linux/BusService.h"
@@ -52,69 +52,71 @@ private:
         }};
 };
 
-class TrayHostTest : public testing::Test {
+class StatusNotifierTrayTest : public testing::Test {
 protected:
-    TrayHostTest() { qunsetenv("DISPLAY"); }
-    ~TrayHostTest() override {
+    StatusNotifierTrayTest() { qunsetenv("DISPLAY"); }
+    ~StatusNotifierTrayTest() override {
         if (!display_.isEmpty()) {
             qputenv("DISPLAY", display_);
         }
     }
 
-    void make(std::unique_ptr<SessionBus> bus = nullptr) {
-        host_ = std::make_unique<TrayHost>(clock_, std::move(bus), [this] { ++changes_; });
+    void make(StatusNotifierTray::ShareBus shareBus = [] { return nullptr; }) {
+        tray_ = std::make_unique<StatusNotifierTray>(clock_, std::move(shareBus));
+        subscription_ = tray_->onChange([this] { ++changes_; });
     }
 
     ManualClock clock_;
     QByteArray display_ = qgetenv("DISPLAY");
     int changes_ = 0;
-    std::unique_ptr<TrayHost> host_;
+    std::unique_ptr<Tray> tray_;
+    std::unique_ptr<Subscription> subscription_;
 };
 
 } // namespace
 
-TEST_F(TrayHostTest, FindsTheTrayThatIsThere) {
+TEST_F(StatusNotifierTrayTest, FindsTheTrayThatIsThere) {
     const Watcher watcher(true);
     make();
-    EXPECT_FALSE(host_->isPresent());
+    EXPECT_FALSE(tray_->isAvailable());
     ASSERT_TRUE(waitUntil([this] { return changes_ == 1; }));
-    EXPECT_TRUE(host_->isPresent());
+    EXPECT_TRUE(tray_->isAvailable());
 }
 
-TEST_F(TrayHostTest, FindsTheTrayOnABusThatItShares) {
+TEST_F(StatusNotifierTrayTest, FindsTheTrayOnABusThatItShares) {
     const Watcher watcher(true);
     const SessionBus bus(QDBusConnection::connectToBus(
         QDBusConnection::SessionBus, QStringLiteral("shared with the tray")));
-    make(bus.share());
-    EXPECT_FALSE(host_->isPresent());
+    make([&] { return bus.share(); });
+    EXPECT_FALSE(tray_->isAvailable());
     ASSERT_TRUE(waitUntil([this] { return changes_ == 1; }));
-    EXPECT_TRUE(host_->isPresent());
-    host_.reset();
+    EXPECT_TRUE(tray_->isAvailable());
+    tray_.reset();
     EXPECT_TRUE(bus.isConnected());
 }
 
-TEST_F(TrayHostTest, AWatcherWithoutAHostIsNoTray) {
+TEST_F(StatusNotifierTrayTest, AWatcherWithoutAHostIsNoTray) {
     Watcher watcher(false);
     make();
     ASSERT_TRUE(waitUntil([&] { return watcher.questions == 1; }));
     watcher.setHasHost(true);
     ASSERT_TRUE(waitUntil([this] { return changes_ == 1; }));
-    EXPECT_TRUE(host_->isPresent());
+    EXPECT_TRUE(tray_->isAvailable());
     watcher.setHasHost(false);
     ASSERT_TRUE(waitUntil([this] { return changes_ == 2; }));
-    EXPECT_FALSE(host_->isPresent());
+    EXPECT_FALSE(tray_->isAvailable());
 }
 
-TEST_F(TrayHostTest, FindsATrayThatComesLate) {
+TEST_F(StatusNotifierTrayTest, FindsATrayThatComesLate) {
     make();
     ASSERT_TRUE(waitUntil([rounds = 0]() mutable { return ++rounds > 50; }));
-    EXPECT_FALSE(host_->isPresent());
+    EXPECT_FALSE(tray_->isAvailable());
     auto watcher = std::make_unique<Watcher>(true);
     ASSERT_TRUE(waitUntil([this] { return changes_ == 1; }));
-    EXPECT_TRUE(host_->isPresent());
+    EXPECT_TRUE(tray_->isAvailable());
     watcher.reset();
     ASSERT_TRUE(waitUntil([this] { return changes_ == 2; }));
-    EXPECT_FALSE(host_->isPresent());
+    EXPECT_FALSE(tray_->isAvailable());
 }
 
 } // namespace orvel::test

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "platform/linux/desktop/TrayHost.h"
+#include "platform/linux/desktop/StatusNotifierTray.h"
 
 #include "platform/linux/desktop/TraySelection.h"
 #include "platform/linux/support/SessionBus.h"
@@ -22,26 +22,44 @@ constexpr auto watcherPath = "/StatusNotifierWatcher";
 
 } // namespace
 
-TrayHost::TrayHost(Clock& clock, std::unique_ptr<SessionBus> bus, std::function<void()> changed)
-    : changed_(std::move(changed)),
+StatusNotifierTray::StatusNotifierTray(Clock& clock, ShareBus shareBus)
+    : clock_(clock),
+      shareBus_(std::move(shareBus)),
       asking_(std::make_unique<QTimer>()),
-      context_(std::make_unique<QObject>()) {
+      callbackContext_(std::make_unique<QObject>()) {
     asking_->setSingleShot(true);
-    QObject::connect(asking_.get(), &QTimer::timeout, context_.get(), [this] { askBus(); });
-    if (bus) {
-        setBus(std::move(bus));
-        isPresent_ = selection_->isOwned();
-        return;
-    }
-    SessionBus::connect(context_.get(), clock, [this](std::unique_ptr<SessionBus> connected) {
-        setBus(std::move(connected));
-        update();
-    });
+    QObject::connect(asking_.get(), &QTimer::timeout, callbackContext_.get(), [this] { askBus(); });
 }
 
-TrayHost::~TrayHost() = default;
+StatusNotifierTray::~StatusNotifierTray() = default;
 
-void TrayHost::setBus(std::unique_ptr<SessionBus> bus) {
+bool StatusNotifierTray::isAvailable() {
+    start();
+    return isAvailable_;
+}
+
+std::unique_ptr<Subscription> StatusNotifierTray::onChange(std::function<void()> changed) {
+    start();
+    return changed_.add(std::move(changed));
+}
+
+void StatusNotifierTray::start() {
+    if (std::exchange(isStarted_, true)) {
+        return;
+    }
+    if (auto shared = shareBus_()) {
+        setBus(std::move(shared));
+        isAvailable_ = selection_->isOwned();
+        return;
+    }
+    SessionBus::connect(
+        callbackContext_.get(), clock_, [this](std::unique_ptr<SessionBus> connected) {
+            setBus(std::move(connected));
+            update();
+        });
+}
+
+void StatusNotifierTray::setBus(std::unique_ptr<SessionBus> bus) {
     bus_ = std::move(bus);
     if (bus_) {
         bus_->onLoss([this] {
@@ -55,7 +73,7 @@ void TrayHost::setBus(std::unique_ptr<SessionBus> bus) {
     selection_ = std::make_unique<TraySelection>([this] { update(); });
 }
 
-void TrayHost::listen() {
+void StatusNotifierTray::listen() {
     // From whomever, because asking Qt for a certain sender would wait for the bus.
     bus_->connection().connect(
         QString(),
@@ -77,7 +95,7 @@ void TrayHost::listen() {
     }
 }
 
-void TrayHost::askBus() {
+void StatusNotifierTray::askBus() {
     QDBusMessage call = QDBusMessage::createMethodCall(
         QString::fromLatin1(watcherName),
         QString::fromLatin1(watcherPath),
@@ -86,19 +104,20 @@ void TrayHost::askBus() {
     call.setAutoStartService(false);
     call << QString::fromLatin1(watcherName) << QStringLiteral("IsStatusNotifierHostRegistered");
     auto* const watcher =
-        new QDBusPendingCallWatcher(bus_->connection().asyncCall(call), context_.get());
-    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, context_.get(), [this, watcher] {
-        watcher->deleteLater();
-        const QVariant value = watcher->reply().arguments().value(0);
-        isOnBus_ = !watcher->isError() && value.value<QDBusVariant>().variant().toBool();
-        update();
-    });
+        new QDBusPendingCallWatcher(bus_->connection().asyncCall(call), callbackContext_.get());
+    QObject::connect(
+        watcher, &QDBusPendingCallWatcher::finished, callbackContext_.get(), [this, watcher] {
+            watcher->deleteLater();
+            const QVariant value = watcher->reply().arguments().value(0);
+            isOnBus_ = !watcher->isError() && value.value<QDBusVariant>().variant().toBool();
+            update();
+        });
 }
 
-void TrayHost::update() {
-    const bool isPresent = isOnBus_ || (selection_ && selection_->isOwned());
-    if (std::exchange(isPresent_, isPresent) != isPresent) {
-        changed_();
+void StatusNotifierTray::update() {
+    const bool isAvailable = isOnBus_ || (selection_ && selection_->isOwned());
+    if (std::exchange(isAvailable_, isAvailable) != isAvailable) {
+        changed_.call();
     }
 }
 

@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+namespace orvel {
+
+/// How the application's windows come to the front. Main thread.
+class ApplicationFocus {
+public:
+    /// How the desktop treats the application.
+    enum class ActivationPolicy {
+        /// As one with windows, which may come to the front by itself.
+        Regular,
+        /// As one that lives in the tray.
+        Accessory,
+    };
+
+    ApplicationFocus() = default;
+    ApplicationFocus(const ApplicationFocus&) = delete;
+    ApplicationFocus& operator=(const ApplicationFocus&) = delete;
+    virtual ~ApplicationFocus() = default;
+
+    [[nodiscard]] virtual ActivationPolicy activationPolicy() const = 0;
+    virtual void setActivationPolicy(ActivationPolicy policy) = 0;
+
+    /// Lets this application's windows come to the front, whichever application has the focus.
+    virtual void activate() = 0;
+};
+
+} // namespace orvel

@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "platform/InstanceRegistry.h"
+
+#include <memory>
+#include <string>
+
+namespace orvel::test {
+
+constexpr auto testIdentifier = "app.test.Registry";
+
+/// A registry, and the copies around it.
+class InstanceRegistrySubject {
+public:
+    InstanceRegistrySubject() = default;
+    InstanceRegistrySubject(const InstanceRegistrySubject&) = delete;
+    InstanceRegistrySubject& operator=(const InstanceRegistrySubject&) = delete;
+    virtual ~InstanceRegistrySubject() = default;
+
+    [[nodiscard]] virtual InstanceRegistry& registry() = 0;
+    virtual void destroyRegistry() = 0;
+    /// Another copy runs from now on; under the identifier that it gives.
+    [[nodiscard]] virtual std::string startFirstCopy() = 0;
+    /// Another copy was started now.
+    virtual void startSecondCopy() = 0;
+    /// Whether that other copy was brought to the front.
+    [[nodiscard]] virtual bool isOtherActivated() = 0;
+};
+
+/// This system's.
+[[nodiscard]] std::unique_ptr<InstanceRegistrySubject> makeRealInstanceRegistry();
+
+} // namespace orvel::test

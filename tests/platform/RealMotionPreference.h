@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "platform/MotionPreference.h"
+
+#include <memory>
+
+namespace orvel::test {
+
+/// A preference, and where the user sets it.
+class MotionPreferenceSubject {
+public:
+    MotionPreferenceSubject() = default;
+    MotionPreferenceSubject(const MotionPreferenceSubject&) = delete;
+    MotionPreferenceSubject& operator=(const MotionPreferenceSubject&) = delete;
+    virtual ~MotionPreferenceSubject() = default;
+
+    [[nodiscard]] virtual MotionPreference& preference() = 0;
+    virtual void destroyPreference() = 0;
+    virtual void setReducesMotion(bool reduces) = 0;
+};
+
+/// This system's.
+[[nodiscard]] std::unique_ptr<MotionPreferenceSubject> makeRealMotionPreference();
+
+} // namespace orvel::test

@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "platform/InstanceRegistry.h"
+#include "platform/Subscribers.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace orvel::test {
+
+/// Knows of the copies that a test tells it of.
+class FakeInstanceRegistry final : public InstanceRegistry {
+public:
+    std::optional<RunningApplication> otherCopy;
+    std::vector<std::int64_t> activatedCopies;
+
+    [[nodiscard]] std::optional<RunningApplication> runningCopy(const std::string&) override {
+        return otherCopy;
+    }
+
+    void activateCopy(const RunningApplication& application) override {
+        activatedCopies.push_back(application.processIdentifier);
+    }
+
+    [[nodiscard]] std::unique_ptr<Subscription>
+    onActivation(std::function<void()> activated) override {
+        return activated_.add(std::move(activated));
+    }
+
+    /// Another copy was started.
+    void beActivated() { activated_.call(); }
+
+private:
+    Subscribers activated_;
+};
+
+} // namespace orvel::test

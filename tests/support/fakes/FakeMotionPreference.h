@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "platform/MotionPreference.h"
+#include "platform/Subscribers.h"
+
+#include <functional>
+#include <memory>
+#include <utility>
+
+namespace orvel::test {
+
+/// What the test's user prefers; at first, everything may move.
+class FakeMotionPreference final : public MotionPreference {
+public:
+    [[nodiscard]] bool shouldReduceMotion() override { return reducesMotion_; }
+
+    [[nodiscard]] std::unique_ptr<Subscription> onChange(std::function<void()> changed) override {
+        return changed_.add(std::move(changed));
+    }
+
+    void setReducesMotion(bool reduces) {
+        reducesMotion_ = reduces;
+        changed_.call();
+    }
+
+private:
+    bool reducesMotion_ = false;
+    Subscribers changed_;
+};
+
+} // namespace orvel::test

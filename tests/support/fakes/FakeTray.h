@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "platform/Subscribers.h"
+#include "platform/Tray.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+
+namespace orvel::test {
+
+/// A tray that is there at first, and takes notes.
+class FakeTray final : public Tray {
+public:
+    bool isInMenuBar = false;
+    /// The last one that was set.
+    std::string title;
+
+    [[nodiscard]] bool isAvailable() override { return isAvailable_; }
+
+    [[nodiscard]] std::unique_ptr<Subscription> onChange(std::function<void()> changed) override {
+        return changed_.add(std::move(changed));
+    }
+
+    [[nodiscard]] bool isMenuBar() const override { return isInMenuBar; }
+
+    void setTitle(const std::string& newTitle) override { title = newTitle; }
+
+    void setAvailable(bool isAvailable) {
+        isAvailable_ = isAvailable;
+        changed_.call();
+    }
+
+private:
+    bool isAvailable_ = true;
+    Subscribers changed_;
+};
+
+} // namespace orvel::test
