@@ -6,8 +6,8 @@
 #include "OrvelAgent/ui/TavrinMacApp.h"
 #include "OrvelAgent/ui/controls/Symbol.h"
 #include "OrvelAgent/ui/panel/ContactsQuestion.h"
-#include "OrvelAgent/ui/update/UpdateUserDriver.h"
 #include "OrvelAgent/ui/update/UpdateWindow.h"
+#include "OrvelAgent/ui/update/UpdateWindowPresenter.h"
 #include "platform/EventLoop.h"
 #include "platform/Platform.h"
 
@@ -115,13 +115,13 @@ int run(Application& application) {
     // Which has the answer ready when the icon is to be shown.
     static_cast<void>(platform.tray->isAvailable());
 
-    const UpdateUserDriver::Desktop desktop{
+    const UpdateWindowPresenter::Desktop desktop{
         *platform.workspace,
         *platform.motionPreference,
         *platform.applicationFocus,
         *platform.processControl};
-    UpdateUserDriver userDriver(*platform.softwareUpdater, desktop, *platform.bundle);
-    TavrinMacApp app(platform, userDriver);
+    UpdateWindowPresenter updatePresenter(*platform.softwareUpdater, desktop, *platform.bundle);
+    TavrinMacApp app(platform, updatePresenter);
     QObject::connect(
         &application,
         &QGuiApplication::saveStateRequest,
@@ -136,8 +136,8 @@ int run(Application& application) {
     // Whoever asked for the end, it is the same from here on. The question stays unanswered.
     application.end();
     delete questions.current;
-    if (userDriver.window() != nullptr) {
-        userDriver.window()->hide();
+    if (updatePresenter.window() != nullptr) {
+        updatePresenter.window()->hide();
     }
     QCoro::Task<> stopping;
     QMetaObject::invokeMethod(

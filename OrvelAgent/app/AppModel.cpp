@@ -55,7 +55,7 @@ private:
 } // namespace
 
 AppModel::AppModel(
-    Platform& platform, SoftwareUpdater::UserDriver& userDriver, CollectorService::Options options)
+    Platform& platform, UpdatePresenter& updatePresenter, CollectorService::Options options)
     : platform_(platform),
       configuration_(*platform.bundle),
       sourcePath_(sourcePathOf(options)),
@@ -70,8 +70,8 @@ AppModel::AppModel(
         *platform_.clock,
         *platform_.logStore};
     auth_ = std::make_unique<AuthService>(dependencies, configuration_);
-    updater_ =
-        std::make_unique<UpdaterService>(*platform_.bundle, *platform_.softwareUpdater, userDriver);
+    updater_ = std::make_unique<UpdaterService>(
+        *platform_.bundle, *platform_.softwareUpdater, updatePresenter);
     contacts_ =
         std::make_unique<ContactBridge>(*platform_.addressBook, *worker_, *platform_.logStore);
     contactsAvailability_ = contacts_->availability();

@@ -16,7 +16,6 @@
 #include "core/CancellationToken.h"
 #include "core/CollectionPreferences.h"
 #include "platform/Platform.h"
-#include "platform/SoftwareUpdater.h"
 #include "platform/Subscription.h"
 
 #include <QCoroTask>
@@ -31,10 +30,12 @@
 
 namespace orvel {
 
+class UpdatePresenter;
+
 /// The one object behind every window: owns the services, derives the status that the user sees
 /// from theirs, and runs the collection loop.
 ///
-/// Main thread. The platform and the user driver are borrowed. It may be destroyed in whatever
+/// Main thread. The platform and the presenter are borrowed. It may be destroyed in whatever
 /// state, only not by those whom its signal, or a service's, calls: what runs then has ended, and
 /// its snapshot is gone, when the destructor returns. Until then that waits for the piece of work
 /// on the disk that is under way, and carries out what is still to be saved.
@@ -59,9 +60,7 @@ public:
 
     /// Begins to collect. Without a source path, from the user's own Messages database.
     AppModel(
-        Platform& platform,
-        SoftwareUpdater::UserDriver& userDriver,
-        CollectorService::Options options);
+        Platform& platform, UpdatePresenter& updatePresenter, CollectorService::Options options);
     ~AppModel() override;
 
     /// Starts the collection loop; does nothing while it runs.

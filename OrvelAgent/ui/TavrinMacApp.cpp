@@ -15,10 +15,10 @@
 namespace orvel {
 
 TavrinMacApp::TavrinMacApp(
-    Platform& platform, SoftwareUpdater::UserDriver& userDriver, CollectorService::Options options)
+    Platform& platform, UpdatePresenter& updatePresenter, CollectorService::Options options)
     : platform_(platform),
       appDelegate_(*platform.applicationFocus),
-      model_(platform, userDriver, std::move(options)),
+      model_(platform, updatePresenter, std::move(options)),
       geometry_(*platform.userDefaults),
       scenes_(makeScenes()),
       menuBarExtra_(std::make_unique<MenuBarExtra>(model_)) {

@@ -22,7 +22,7 @@ namespace orvel {
 /// The application: the one model, the icon in the tray, and the windows that open on request. A
 /// window exists while it is open, and remembers where it was.
 ///
-/// Borrows the platform and the user driver.
+/// Borrows the platform and the presenter of updates.
 class TavrinMacApp final : public QObject {
     Q_OBJECT
 
@@ -35,7 +35,7 @@ public:
     /// Begins to collect, and shows the icon.
     TavrinMacApp(
         Platform& platform,
-        SoftwareUpdater::UserDriver& userDriver,
+        UpdatePresenter& updatePresenter,
         CollectorService::Options options = {});
     ~TavrinMacApp() override;
 

@@ -2,6 +2,7 @@
 #include "OrvelAgent/update/UpdaterService.h"
 
 #include "platform/Bundle.h"
+#include "platform/SoftwareUpdater.h"
 
 #include <QString>
 #include <QUrl>
@@ -22,7 +23,7 @@ bool isHTTPS(std::string_view text) {
 } // namespace
 
 UpdaterService::UpdaterService(
-    const Bundle& bundle, SoftwareUpdater& updater, SoftwareUpdater::UserDriver& userDriver) {
+    const Bundle& bundle, SoftwareUpdater& updater, UpdatePresenter& presenter) {
     SoftwareUpdater::Feed feed;
     feed.publicKey = bundle.infoString("SUPublicEDKey").value_or("");
     if (feed.publicKey.empty()) {
@@ -37,7 +38,7 @@ UpdaterService::UpdaterService(
         return;
     }
     controller_ = &updater;
-    controller_->start(std::move(feed), *this, userDriver);
+    controller_->start(std::move(feed), *this, presenter);
 }
 
 UpdaterService::~UpdaterService() {
@@ -46,23 +47,22 @@ UpdaterService::~UpdaterService() {
     }
 }
 
-void UpdaterService::standardUserDriverWillHandleShowingUpdate(
-    const SoftwareUpdate&, bool isUserInitiated) {
+void UpdaterService::standardUserDriverWillHandleShowingUpdate(bool isUserInitiated) {
     if (!isUserInitiated) {
         setUpdateAwaitingAttention(true);
     }
 }
 
-void UpdaterService::standardUserDriverDidReceiveUserAttention(const SoftwareUpdate&) {
+void UpdaterService::standardUserDriverDidReceiveUserAttention() {
     setUpdateAwaitingAttention(false);
 }
 
-void UpdaterService::updaterDidFinishUpdateCheck() {
+void UpdaterService::checkFinished() {
     lastCheck_ = controller_->lastUpdateCheckDate();
     Q_EMIT changed();
 }
 
-void UpdaterService::updaterDidSaveChoice(const std::optional<std::string>& failure) {
+void UpdaterService::choiceSaved(const std::optional<std::string>& failure) {
     if (std::exchange(settingsError_, failure) != failure) {
         Q_EMIT changed();
     }

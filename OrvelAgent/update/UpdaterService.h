@@ -2,7 +2,7 @@
 #pragma once
 
 #include "core/Date.h"
-#include "platform/SoftwareUpdater.h"
+#include "platform/UpdateObserver.h"
 
 #include <QObject>
 
@@ -12,22 +12,23 @@
 namespace orvel {
 
 class Bundle;
+class SoftwareUpdater;
+class UpdatePresenter;
 
-/// What the agent knows of its own updates: whether this build can update itself, when it last
-/// looked, and whether an update waits for the user.
+/// Publishes whether this build can update itself, when it last checked, and whether an update
+/// awaits the user.
 ///
-/// Without a signing key or without an HTTPS feed the updater is never started, so that no update
-/// is installed unverified. Main thread. Borrows the updater and the user driver, and stops the
-/// updater when destroyed.
-class UpdaterService final : public QObject, private SoftwareUpdater::Delegate {
+/// Without a signing key or an HTTPS feed the updater is never started, so that no update is
+/// installed unverified. Main thread. Borrows the updater and the presenter, and stops the updater
+/// when destroyed.
+class UpdaterService final : public QObject, private UpdateObserver {
     Q_OBJECT
 
 public:
-    UpdaterService(
-        const Bundle& bundle, SoftwareUpdater& updater, SoftwareUpdater::UserDriver& userDriver);
+    UpdaterService(const Bundle& bundle, SoftwareUpdater& updater, UpdatePresenter& presenter);
     ~UpdaterService() override;
 
-    /// The running updater; none when this build has a configuration error.
+    /// The running updater; null when this build has a configuration error.
     [[nodiscard]] SoftwareUpdater* controller() const { return controller_; }
     /// Why this build will not update itself; fixed for the life of the process.
     [[nodiscard]] const std::optional<std::string>& configurationError() const {
@@ -35,23 +36,33 @@ public:
     }
     /// Empty until this process has checked.
     [[nodiscard]] std::optional<tavrin::Date> lastCheck() const { return lastCheck_; }
-    /// A scheduled check found an update that the user has not looked at yet.
+    /// A scheduled check found an update that the user has not seen yet.
     [[nodiscard]] bool updateAwaitingAttention() const { return updateAwaitingAttention_; }
     /// Why the user's last choice about updates holds for this launch only; a sentence for the
     /// user.
     [[nodiscard]] const std::optional<std::string>& settingsError() const { return settingsError_; }
 
+    /// Scheduled finds are announced by the status icon, not by a window that takes the focus.
+    [[nodiscard]] bool supportsGentleScheduledUpdateReminders() const { return true; }
+
 Q_SIGNALS:
-    /// One of the above has.
     void changed();
 
 private:
-    [[nodiscard]] bool supportsGentleScheduledUpdateReminders() const override { return true; }
-    void standardUserDriverWillHandleShowingUpdate(
-        const SoftwareUpdate& update, bool isUserInitiated) override;
-    void standardUserDriverDidReceiveUserAttention(const SoftwareUpdate& update) override;
-    void updaterDidFinishUpdateCheck() override;
-    void updaterDidSaveChoice(const std::optional<std::string>& failure) override;
+    void standardUserDriverWillHandleShowingUpdate(bool isUserInitiated);
+    void standardUserDriverDidReceiveUserAttention();
+
+    [[nodiscard]] bool wantsGentleOffers() const override {
+        return supportsGentleScheduledUpdateReminders();
+    }
+    void updateWillBeOffered(const SoftwareUpdate&, bool isUserInitiated) override {
+        standardUserDriverWillHandleShowingUpdate(isUserInitiated);
+    }
+    void updateWasSeen(const SoftwareUpdate&) override {
+        standardUserDriverDidReceiveUserAttention();
+    }
+    void checkFinished() override;
+    void choiceSaved(const std::optional<std::string>& failure) override;
 
     void setUpdateAwaitingAttention(bool isAwaiting);
 

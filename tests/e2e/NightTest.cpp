@@ -76,7 +76,8 @@ protected:
         CollectorService::Options options;
         options.sourcePath = home_.database().string();
         model_.reset();
-        model_ = std::make_unique<AppModel>(with_.platform, with_.userDriver, std::move(options));
+        model_ =
+            std::make_unique<AppModel>(with_.platform, with_.updatePresenter, std::move(options));
     }
 
     std::string codeFor(const Browser::Page& page) {

@@ -12,7 +12,7 @@
 #include "tests/support/fakes/InMemoryUserDefaults.h"
 #include "tests/support/fakes/ManualClock.h"
 #include "tests/support/fakes/RecordingLogStore.h"
-#include "tests/support/fakes/RecordingUserDriver.h"
+#include "tests/support/fakes/RecordingUpdatePresenter.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>
@@ -76,11 +76,11 @@ protected:
         copy.installation = UpdateInstallation(traces, directory_ / "Downloads");
         updater_ = std::make_unique<AppcastUpdater>(*session_, clock_, defaults_, log_, copy);
         const PlistBundle bundle(directory_ / "bundle");
-        updaterService_ = std::make_unique<UpdaterService>(bundle, *updater_, userDriver_);
-        userDriver_.onUpdate = [this] {
+        updaterService_ = std::make_unique<UpdaterService>(bundle, *updater_, presenter_);
+        presenter_.onOffer = [this] {
             updater_->choose(SoftwareUpdater::Choice::Install);
         };
-        userDriver_.onReadyToInstall = userDriver_.onUpdate;
+        presenter_.onReadyToInstall = presenter_.onOffer;
     }
 
     /// What the tool prints.
@@ -118,17 +118,17 @@ protected:
         QTimer limit;
         limit.setSingleShot(true);
         limit.start(std::chrono::seconds(60));
-        userDriver_.clear();
+        presenter_.clear();
         updater_->checkForUpdates();
         const auto hasEnded = [this] {
-            const std::string& last = userDriver_.shown().back();
+            const std::string& last = presenter_.shown().back();
             return last.ends_with('.') || last == "no update" || last == "relaunch";
         };
         while (!hasEnded() && limit.isActive()) {
             QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
         }
         EXPECT_TRUE(hasEnded());
-        return userDriver_.shown();
+        return presenter_.shown();
     }
 
     test::TemporaryDirectory directory_;
@@ -140,7 +140,7 @@ protected:
     test::ManualClock clock_;
     test::InMemoryUserDefaults defaults_;
     test::RecordingLogStore log_;
-    test::RecordingUserDriver userDriver_;
+    test::RecordingUpdatePresenter presenter_;
     std::unique_ptr<AppcastUpdater> updater_;
     std::unique_ptr<UpdaterService> updaterService_;
 };

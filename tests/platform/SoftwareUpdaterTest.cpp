@@ -11,7 +11,8 @@
 #include "tests/support/fakes/InMemoryUserDefaults.h"
 #include "tests/support/fakes/ManualClock.h"
 #include "tests/support/fakes/RecordingLogStore.h"
-#include "tests/support/fakes/RecordingUserDriver.h"
+#include "tests/support/fakes/RecordingUpdateObserver.h"
+#include "tests/support/fakes/RecordingUpdatePresenter.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -80,29 +81,10 @@ struct AppcastFixture {
          *UpdateVersion::parse("2.36")}};
 };
 
-class RecordingDelegate final : public SoftwareUpdater::Delegate {
-public:
-    std::vector<std::string> told;
-    std::vector<std::string> saved;
-
-    [[nodiscard]] bool supportsGentleScheduledUpdateReminders() const override { return true; }
-    void standardUserDriverWillHandleShowingUpdate(
-        const SoftwareUpdate& update, bool isUserInitiated) override {
-        told.push_back(update.version + (isUserInitiated ? " asked for" : " on schedule"));
-    }
-    void standardUserDriverDidReceiveUserAttention(const SoftwareUpdate& update) override {
-        told.push_back(update.version + " seen");
-    }
-    void updaterDidFinishUpdateCheck() override { told.emplace_back("checked"); }
-    void updaterDidSaveChoice(const std::optional<std::string>& failure) override {
-        saved.push_back(failure.value_or("saved"));
-    }
-};
-
 template <typename Fixture>
 class SoftwareUpdaterTest : public testing::Test {
 protected:
-    SoftwareUpdaterTest() { updater().start(fixture_.feed, delegate_, userDriver_); }
+    SoftwareUpdaterTest() { updater().start(fixture_.feed, observer_, presenter_); }
     ~SoftwareUpdaterTest() override { updater().stop(); }
 
     SoftwareUpdater& updater() { return fixture_.updater; }
@@ -115,8 +97,8 @@ protected:
         processEvents();
     }
 
-    RecordingDelegate delegate_;
-    RecordingUserDriver userDriver_;
+    RecordingUpdateObserver observer_;
+    RecordingUpdatePresenter presenter_;
     Fixture fixture_;
 };
 
@@ -127,30 +109,30 @@ TYPED_TEST_SUITE(SoftwareUpdaterTest, Fixtures);
 
 TYPED_TEST(SoftwareUpdaterTest, WhoAsksLearnsThatThereIsNothingNewer) {
     this->checkForUpdates();
-    EXPECT_THAT(this->userDriver_.shown(), ElementsAre("checking", "no update"));
-    EXPECT_THAT(this->delegate_.told, ElementsAre("checked"));
+    EXPECT_THAT(this->presenter_.shown(), ElementsAre("checking", "no update"));
+    EXPECT_THAT(this->observer_.told, ElementsAre("checked"));
     EXPECT_TRUE(this->updater().lastUpdateCheckDate());
 }
 
 TYPED_TEST(SoftwareUpdaterTest, AScheduledCheckThatFindsNothingIsSilent) {
     this->passADay();
-    EXPECT_THAT(this->userDriver_.shown(), IsEmpty());
-    EXPECT_THAT(this->delegate_.told, ElementsAre("checked"));
+    EXPECT_THAT(this->presenter_.shown(), IsEmpty());
+    EXPECT_THAT(this->observer_.told, ElementsAre("checked"));
 }
 
 TYPED_TEST(SoftwareUpdaterTest, AScheduledFindIsGentleUntilTheUserAsks) {
     this->fixture_.offer("2.0");
     this->passADay();
     this->checkForUpdates();
-    EXPECT_THAT(this->userDriver_.shown(), ElementsAre("update 2.0 gently", "in focus"));
-    EXPECT_THAT(this->delegate_.told, ElementsAre("checked", "2.0 on schedule", "2.0 seen"));
+    EXPECT_THAT(this->presenter_.shown(), ElementsAre("update 2.0 gently", "in focus"));
+    EXPECT_THAT(this->observer_.told, ElementsAre("checked", "2.0 on schedule", "2.0 seen"));
 }
 
 TYPED_TEST(SoftwareUpdaterTest, AFindThatWasAskedForIsInFocus) {
     this->fixture_.offer("2.0");
     this->checkForUpdates();
-    EXPECT_THAT(this->userDriver_.shown(), ElementsAre("checking", "update 2.0 in focus"));
-    EXPECT_THAT(this->delegate_.told, ElementsAre("checked", "2.0 asked for"));
+    EXPECT_THAT(this->presenter_.shown(), ElementsAre("checking", "update 2.0 in focus"));
+    EXPECT_THAT(this->observer_.told, ElementsAre("checked", "2.0 asked for"));
 }
 
 TYPED_TEST(SoftwareUpdaterTest, WhatWasPutOffComesAgain) {
@@ -158,27 +140,27 @@ TYPED_TEST(SoftwareUpdaterTest, WhatWasPutOffComesAgain) {
     this->passADay();
     this->updater().choose(Choice::Later);
     this->updater().choose(Choice::Later);
-    EXPECT_THAT(this->delegate_.told, ElementsAre("checked", "2.0 on schedule", "2.0 seen"));
+    EXPECT_THAT(this->observer_.told, ElementsAre("checked", "2.0 on schedule", "2.0 seen"));
     this->passADay();
-    EXPECT_THAT(this->userDriver_.shown(), ElementsAre("update 2.0 gently", "update 2.0 gently"));
+    EXPECT_THAT(this->presenter_.shown(), ElementsAre("update 2.0 gently", "update 2.0 gently"));
 }
 
 TYPED_TEST(SoftwareUpdaterTest, WhatWasSkippedComesOnlyToWhoAsks) {
     this->fixture_.offer("2.0");
     this->passADay();
     this->updater().choose(Choice::Skip);
-    this->userDriver_.clear();
+    this->presenter_.clear();
     this->passADay();
-    EXPECT_THAT(this->userDriver_.shown(), IsEmpty());
+    EXPECT_THAT(this->presenter_.shown(), IsEmpty());
     this->checkForUpdates();
-    EXPECT_THAT(this->userDriver_.shown(), ElementsAre("checking", "update 2.0 in focus"));
+    EXPECT_THAT(this->presenter_.shown(), ElementsAre("checking", "update 2.0 in focus"));
 }
 
 TYPED_TEST(SoftwareUpdaterTest, ANoticedUpdateIsTold) {
     this->fixture_.offer("2.0");
     this->passADay();
     this->updater().noteUserAttention();
-    EXPECT_EQ(this->delegate_.told.back(), "2.0 seen");
+    EXPECT_EQ(this->observer_.told.back(), "2.0 seen");
 }
 
 TYPED_TEST(SoftwareUpdaterTest, WithoutAutomaticChecksOnlyAskingHelps) {
@@ -186,45 +168,45 @@ TYPED_TEST(SoftwareUpdaterTest, WithoutAutomaticChecksOnlyAskingHelps) {
     this->updater().setAutomaticallyChecksForUpdates(false);
     EXPECT_FALSE(this->updater().automaticallyChecksForUpdates());
     this->passADay();
-    EXPECT_THAT(this->delegate_.told, IsEmpty());
+    EXPECT_THAT(this->observer_.told, IsEmpty());
     this->checkForUpdates();
-    EXPECT_THAT(this->delegate_.told, ElementsAre("checked"));
+    EXPECT_THAT(this->observer_.told, ElementsAre("checked"));
 }
 
 TYPED_TEST(SoftwareUpdaterTest, TheDelegateLearnsWhetherAChoiceWasSaved) {
     const auto saves = [this](std::size_t count) {
-        return waitUntil([this, count] { return this->delegate_.saved.size() == count; });
+        return waitUntil([this, count] { return this->observer_.saved.size() == count; });
     };
     this->fixture_.letSavingFail(true);
     this->updater().setAutomaticallyChecksForUpdates(false);
     ASSERT_TRUE(saves(1));
-    EXPECT_THAT(this->delegate_.saved.back(), testing::StartsWith("Could not write the settings"));
+    EXPECT_THAT(this->observer_.saved.back(), testing::StartsWith("Could not write the settings"));
     EXPECT_FALSE(this->updater().automaticallyChecksForUpdates());
 
     this->fixture_.letSavingFail(false);
     this->updater().setAutomaticallyChecksForUpdates(true);
     ASSERT_TRUE(saves(2));
-    EXPECT_EQ(this->delegate_.saved.back(), "saved");
+    EXPECT_EQ(this->observer_.saved.back(), "saved");
 
     this->fixture_.offer("2.0");
     this->passADay();
     this->fixture_.letSavingFail(true);
     this->updater().choose(Choice::Skip);
     ASSERT_TRUE(saves(3));
-    EXPECT_THAT(this->delegate_.saved.back(), testing::StartsWith("Could not write the settings"));
+    EXPECT_THAT(this->observer_.saved.back(), testing::StartsWith("Could not write the settings"));
 }
 
 TYPED_TEST(SoftwareUpdaterTest, WhatIsShownGentlyGivesWayToSomethingNewer) {
     this->fixture_.offer("2.0");
     this->passADay();
     this->passADay();
-    EXPECT_THAT(this->userDriver_.shown(), ElementsAre("update 2.0 gently"));
+    EXPECT_THAT(this->presenter_.shown(), ElementsAre("update 2.0 gently"));
     this->fixture_.offer("2.1");
     this->passADay();
-    EXPECT_THAT(this->userDriver_.shown(), ElementsAre("update 2.0 gently", "update 2.1 gently"));
-    this->delegate_.told.clear();
+    EXPECT_THAT(this->presenter_.shown(), ElementsAre("update 2.0 gently", "update 2.1 gently"));
+    this->observer_.told.clear();
     this->updater().choose(Choice::Later);
-    EXPECT_THAT(this->delegate_.told, ElementsAre("2.1 seen"));
+    EXPECT_THAT(this->observer_.told, ElementsAre("2.1 seen"));
 }
 
 TYPED_TEST(SoftwareUpdaterTest, WhatTheUserHasLookedAtStays) {
@@ -233,7 +215,7 @@ TYPED_TEST(SoftwareUpdaterTest, WhatTheUserHasLookedAtStays) {
     this->updater().noteUserAttention();
     this->fixture_.offer("2.1");
     this->passADay();
-    EXPECT_THAT(this->userDriver_.shown(), ElementsAre("update 2.0 gently"));
+    EXPECT_THAT(this->presenter_.shown(), ElementsAre("update 2.0 gently"));
 }
 
 TYPED_TEST(SoftwareUpdaterTest, WhenStoppedItIsSilent) {
@@ -242,12 +224,12 @@ TYPED_TEST(SoftwareUpdaterTest, WhenStoppedItIsSilent) {
     this->passADay();
     this->updater().choose(Choice::Install);
     this->updater().noteUserAttention();
-    this->updater().cancel();
-    EXPECT_THAT(this->userDriver_.shown(), IsEmpty());
-    EXPECT_THAT(this->delegate_.told, IsEmpty());
-    this->updater().start(this->fixture_.feed, this->delegate_, this->userDriver_);
+    this->updater().choose(Choice::Cancel);
+    EXPECT_THAT(this->presenter_.shown(), IsEmpty());
+    EXPECT_THAT(this->observer_.told, IsEmpty());
+    this->updater().start(this->fixture_.feed, this->observer_, this->presenter_);
     this->checkForUpdates();
-    EXPECT_THAT(this->userDriver_.shown(), ElementsAre("checking", "update 2.0 in focus"));
+    EXPECT_THAT(this->presenter_.shown(), ElementsAre("checking", "update 2.0 in focus"));
 }
 
 } // namespace orvel::test

@@ -3,8 +3,8 @@
 #include "OrvelAgent/ui/panel/ContactsQuestion.h"
 #include "OrvelAgent/ui/panel/MenuBarContentView.h"
 #include "OrvelAgent/ui/settings/SettingsView.h"
-#include "OrvelAgent/ui/update/UpdateUserDriver.h"
 #include "OrvelAgent/ui/update/UpdateWindow.h"
+#include "OrvelAgent/ui/update/UpdateWindowPresenter.h"
 #include "OrvelAgent/ui/update/VersionHistoryWindow.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/SampleAgent.h"
@@ -141,7 +141,7 @@ private:
 
     void takeUpdates() {
         SampleAgent agent(AgentState::NothingWrong);
-        UpdateUserDriver driver(
+        UpdateWindowPresenter presenter(
             agent.with.softwareUpdater, agent.with.workspace, agent.with.bundle);
         const SoftwareUpdate update{
             "130",
@@ -149,12 +149,13 @@ private:
             "Added\n- Messages of the last day are counted in the panel.\n\n"
             "Fixed\n- Two screens of different density show sharp icons.",
             12'300'000};
-        driver.showUpdate(update, SoftwareUpdater::Showing::InFocus);
-        save(*driver.window(), "update-offer");
-        driver.showDownload(7'400'000, 12'300'000);
-        save(*driver.window(), "update-download");
-        driver.showRefusal("The update is not signed with the key of this application.");
-        save(*driver.window(), "update-refused");
+        presenter.show(UpdatePresenter::Offer{update});
+        save(*presenter.window(), "update-offer");
+        presenter.show(UpdatePresenter::Download{7'400'000, 12'300'000});
+        save(*presenter.window(), "update-download");
+        presenter.show(
+            UpdatePresenter::Refusal{"The update is not signed with the key of this application."});
+        save(*presenter.window(), "update-refused");
     }
 
     void save(QWidget& window, const std::string& name) {

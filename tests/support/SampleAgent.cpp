@@ -76,7 +76,7 @@ SampleAgent::SampleAgent(AgentState state) {
     options_.sourcePath = (directory_ / "chat.db").string();
     options_.retryDelays = {};
     prepare(state);
-    model_ = std::make_unique<AppModel>(with.platform, with.userDriver, options_);
+    model_ = std::make_unique<AppModel>(with.platform, with.updatePresenter, options_);
     bringTo(state);
 }
 

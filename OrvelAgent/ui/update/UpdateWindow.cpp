@@ -50,7 +50,7 @@ UpdateWindow::UpdateWindow(QWidget* parent)
         buttons->addWidget(button);
         return button;
     };
-    // The usual answer stands last, apart from the one that is hard to take back.
+    // The usual answer is last, away from "Skip", which is hard to undo.
     auto* skip = addButton(tr("&Skip this version"), "skip");
     buttons->addStretch();
     auto* later = addButton(tr("&Later"), "later");
@@ -117,7 +117,7 @@ void UpdateWindow::focusUsualAnswer() {
 
 void UpdateWindow::present() {
     if (!isVisible()) {
-        // A height that the user gave was for what was shown then.
+        // A height set by the user was for an earlier page.
         neededHeight_ = height();
         updateSize();
     }

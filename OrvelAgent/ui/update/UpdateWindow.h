@@ -15,22 +15,22 @@ namespace orvel {
 
 class SelectableLabel;
 
-/// Shows how an update is coming along, and asks what is to be asked. It decides nothing.
+/// Shows one stage of an update with its buttons. It decides nothing.
 ///
-/// Closing it, by whatever means, and every button that declines are one: `dismissed`.
+/// Closing the window in any way, and every button that declines, emits `dismissed`.
 class UpdateWindow final : public QDialog {
     Q_OBJECT
 
 public:
     enum class Button { Install, Later, Skip, Cancel, OK };
 
-    /// What is shown at a time. All texts are plain.
+    /// The content for one stage. All texts are plain.
     struct Page {
         QString title;
         QString text;
-        /// None when empty.
+        /// Release notes; hidden when empty.
         QString notes;
-        /// In percent; below 0 while nobody knows how long it takes.
+        /// In percent; below 0 while the duration is unknown.
         std::optional<int> progress;
         /// The usual answer first.
         QList<Button> buttons;
@@ -38,12 +38,12 @@ public:
 
     explicit UpdateWindow(QWidget* parent = nullptr);
 
-    /// A bar that only moves is left out when nothing is to move. Where the usual answer is to
-    /// install, no key gives it: the page comes by itself, and may come while somebody types.
+    /// With reduced motion, a bar of unknown duration is hidden. When the usual answer is to
+    /// install, it is not the default button: the page may appear while the user types.
     void setPage(const Page& page, bool reducesMotion);
-    /// Shows the window before all others.
+    /// Shows the window in front of all others.
     void present();
-    /// For whoever has just asked for the page.
+    /// For a page that the user has just asked for.
     void focusUsualAnswer();
 
     void reject() override;
@@ -52,7 +52,7 @@ Q_SIGNALS:
     void installRequested();
     void skipRequested();
     void dismissed();
-    /// The window has come to the user's attention.
+    /// The window became active.
     void seen();
 
 protected:
@@ -66,9 +66,9 @@ private:
     QPlainTextEdit* notes_;
     QProgressBar* progress_;
     QList<QPushButton*> buttons_;
-    /// Of the page; none when it has no buttons.
+    /// Null when the page has no buttons.
     QPushButton* usualAnswer_ = nullptr;
-    /// When the window is higher than that, the user has made it so.
+    /// A window higher than this was resized by the user.
     int neededHeight_ = 0;
 };
 

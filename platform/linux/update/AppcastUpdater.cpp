@@ -3,6 +3,8 @@
 
 #include "core/Errors.h"
 #include "core/UserDefaults.h"
+#include "platform/UpdateObserver.h"
+#include "platform/UpdatePresenter.h"
 #include "platform/linux/update/Appcast.h"
 #include "platform/linux/update/StagedUpdate.h"
 #include "platform/linux/update/UpdateError.h"
@@ -117,7 +119,7 @@ AppcastUpdater::AppcastUpdater(
       isAutomatic_(defaults.boolean(automaticKey).value_or(true)),
       lastCheck_(defaults.date(lastCheckKey)),
       skipped_(UpdateVersion::parse(defaults.string(skippedKey).value_or(""))),
-      mainThread_(std::make_unique<QObject>()),
+      callbackContext_(std::make_unique<QObject>()),
       worker_(std::make_unique<QThreadPool>()),
       saver_(std::make_unique<QThreadPool>()) {
     worker_->setMaxThreadCount(1);
@@ -128,12 +130,12 @@ AppcastUpdater::~AppcastUpdater() {
     stop();
 }
 
-void AppcastUpdater::start(Feed feed, Delegate& delegate, UserDriver& userDriver) {
+void AppcastUpdater::start(Feed feed, UpdateObserver& observer, UpdatePresenter& presenter) {
     assert(state_ == State::Stopped);
     feed_ = std::move(feed);
     key_ = UpdateKey::fromBase64(feed_.publicKey);
-    delegate_ = &delegate;
-    userDriver_ = &userDriver;
+    observer_ = &observer;
+    presenter_ = &presenter;
     state_ = State::Idle;
     scheduleNextCheck();
 }
@@ -145,8 +147,8 @@ void AppcastUpdater::stop() {
     }
     dropCycle();
     state_ = State::Stopped;
-    delegate_ = nullptr;
-    userDriver_ = nullptr;
+    observer_ = nullptr;
+    presenter_ = nullptr;
 }
 
 void AppcastUpdater::scheduleCheck(tavrin::Seconds delay) {
@@ -178,9 +180,9 @@ void AppcastUpdater::checkForUpdates() {
         check(true);
     } else if (state_ == State::Checking && !cycle_->isUserInitiated) {
         cycle_->isUserInitiated = true;
-        userDriver_->showChecking();
+        presenter_->show(UpdatePresenter::Checking());
     } else {
-        userDriver_->showUpdateInFocus();
+        presenter_->showInFocus();
         noteUserAttention();
     }
 }
@@ -204,7 +206,7 @@ void AppcastUpdater::check(bool isUserInitiated) {
     }
     loadFeed();
     if (isUserInitiated) {
-        userDriver_->showChecking();
+        presenter_->show(UpdatePresenter::Checking());
     }
 }
 
@@ -248,7 +250,7 @@ void AppcastUpdater::receiveFeed(const URLResult& result) {
         defaults.setDate(lastCheckKey, date);
     });
     const std::weak_ptr cycle = cycle_;
-    delegate_->updaterDidFinishUpdateCheck();
+    observer_->checkFinished();
     if (cycle.expired() || (state_ != State::Checking && !cycle_->isUnseen)) {
         return;
     }
@@ -259,10 +261,10 @@ void AppcastUpdater::receiveFeed(const URLResult& result) {
         scheduleNextCheck();
     } else {
         const bool isUserInitiated = cycle_->isUserInitiated;
-        UserDriver& userDriver = *userDriver_;
+        UpdatePresenter& presenter = *presenter_;
         endCycle();
         if (isUserInitiated) {
-            userDriver.showNoUpdate();
+            presenter.show(UpdatePresenter::NoUpdate());
         }
     }
 }
@@ -272,17 +274,14 @@ void AppcastUpdater::show() {
     log(LogLevel::Default, fmt::format("Version {} is available.", cycle_->offer->update.version));
     // Both may lead to anything.
     const std::shared_ptr<Cycle> cycle = cycle_;
-    const bool isGentle =
-        !cycle->isUserInitiated && delegate_->supportsGentleScheduledUpdateReminders();
+    const bool isGentle = !cycle->isUserInitiated && observer_->wantsGentleOffers();
     cycle->isUnseen = isGentle;
     if (isGentle) {
         scheduleNextCheck();
     }
-    delegate_->standardUserDriverWillHandleShowingUpdate(
-        cycle->offer->update, cycle->isUserInitiated);
+    observer_->updateWillBeOffered(cycle->offer->update, cycle->isUserInitiated);
     if (cycle == cycle_) {
-        userDriver_->showUpdate(
-            cycle->offer->update, isGentle ? Showing::Gently : Showing::InFocus);
+        presenter_->show(UpdatePresenter::Offer{cycle->offer->update, isGentle});
     }
 }
 
@@ -296,10 +295,14 @@ void AppcastUpdater::noteUserAttention() {
             cycle_->task->cancel();
         }
     }
-    delegate_->standardUserDriverDidReceiveUserAttention(cycle_->offer->update);
+    observer_->updateWasSeen(cycle_->offer->update);
 }
 
 void AppcastUpdater::choose(Choice choice) {
+    if (choice == Choice::Cancel) {
+        cancel();
+        return;
+    }
     if (state_ != State::Showing && state_ != State::Ready) {
         return;
     }
@@ -323,6 +326,7 @@ void AppcastUpdater::choose(Choice choice) {
         });
         break;
     case Choice::Later:
+    case Choice::Cancel:
         break;
     }
     endCycle();
@@ -367,7 +371,8 @@ void AppcastUpdater::loadUpdate() {
 
 void AppcastUpdater::showProgress() {
     timer_ = clock_.schedule(progressInterval, [this] { showProgress(); });
-    userDriver_->showDownload(cycle_->download->received, cycle_->offer->update.length);
+    presenter_->show(
+        UpdatePresenter::Download{cycle_->download->received, cycle_->offer->update.length});
 }
 
 void AppcastUpdater::receiveUpdate(const URLResult& result) {
@@ -392,12 +397,12 @@ void AppcastUpdater::verify() {
             download->file->verify(key, signature);
         },
         &AppcastUpdater::showReady);
-    userDriver_->showVerification();
+    presenter_->show(UpdatePresenter::Verification());
 }
 
 void AppcastUpdater::showReady() {
     state_ = State::Ready;
-    userDriver_->showReadyToInstall(cycle_->offer->update);
+    presenter_->show(UpdatePresenter::ReadyToInstall{cycle_->offer->update});
 }
 
 void AppcastUpdater::install() {
@@ -412,7 +417,7 @@ void AppcastUpdater::install() {
 
 void AppcastUpdater::finishInstalling() {
     const std::shared_ptr<Cycle> cycle = cycle_;
-    UserDriver& userDriver = *userDriver_;
+    UpdatePresenter& presenter = *presenter_;
     const bool isPackage = copy_.installation.kind() == UpdateInstallation::Kind::Package;
     log(LogLevel::Default,
         fmt::format(
@@ -425,9 +430,9 @@ void AppcastUpdater::finishInstalling() {
     }
     endCycle();
     if (isPackage) {
-        userDriver.revealPackage(cycle->place.string());
+        presenter.revealPackage(cycle->place.string());
     } else {
-        userDriver.relaunch();
+        presenter.relaunch();
     }
 }
 
@@ -459,14 +464,14 @@ void AppcastUpdater::dropCycle() {
 void AppcastUpdater::refuse(const std::string& sentence) {
     const bool isCheck = state_ == State::Checking;
     const bool isShown = !isCheck || cycle_->isUserInitiated;
-    UserDriver& userDriver = *userDriver_;
+    UpdatePresenter& presenter = *presenter_;
     log(isCheck ? LogLevel::Default : LogLevel::Error, sentence);
     endCycle();
     if (isCheck) {
         scheduleCheck(retryInterval);
     }
     if (isShown) {
-        userDriver.showRefusal(sentence);
+        presenter.show(UpdatePresenter::Refusal{sentence});
     }
 }
 
@@ -479,7 +484,7 @@ void AppcastUpdater::work(std::function<void()> job, void (AppcastUpdater::*then
             failure = error.what();
         }
         QMetaObject::invokeMethod(
-            mainThread_.get(),
+            callbackContext_.get(),
             [this, then, cycle, failure = std::move(failure)] {
                 if (cycle.expired()) {
                     return;
@@ -501,10 +506,10 @@ void AppcastUpdater::save(Change change) {
 void AppcastUpdater::saveChoice(Change change) {
     saver_->start([this, change = std::move(change)] {
         QMetaObject::invokeMethod(
-            mainThread_.get(),
+            callbackContext_.get(),
             [this, failure = make(change)] {
-                if (delegate_ != nullptr) {
-                    delegate_->updaterDidSaveChoice(failure);
+                if (observer_ != nullptr) {
+                    observer_->choiceSaved(failure);
                 }
             },
             Qt::QueuedConnection);

@@ -67,17 +67,16 @@ public:
         Copy copy);
     ~AppcastUpdater() override;
 
-    void start(Feed feed, Delegate& delegate, UserDriver& userDriver) override;
+    void start(Feed feed, UpdateObserver& observer, UpdatePresenter& presenter) override;
     void stop() override;
     void checkForUpdates() override;
+    void choose(Choice choice) override;
+    void noteUserAttention() override;
     [[nodiscard]] bool automaticallyChecksForUpdates() const override { return isAutomatic_; }
     void setAutomaticallyChecksForUpdates(bool isAutomatic) override;
     [[nodiscard]] std::optional<tavrin::Date> lastUpdateCheckDate() const override {
         return lastCheck_;
     }
-    void choose(Choice choice) override;
-    void noteUserAttention() override;
-    void cancel() override;
 
 private:
     enum class State {
@@ -114,13 +113,14 @@ private:
     void endCycle();
     void dropCycle();
     void refuse(const std::string& sentence);
+    void cancel();
 
     /// Runs the work on a thread, and then, unless the cycle has ended, the rest on this one, or
     /// refuses with what the work threw.
     void work(std::function<void()> job, void (AppcastUpdater::*then)());
     using Change = std::function<void(tavrin::UserDefaults&)>;
     void save(Change change);
-    /// And tells the delegate how that went.
+    /// And tells the observer how that went.
     void saveChoice(Change change);
     /// Why it could not be made, if so.
     std::optional<std::string> make(const Change& change) const;
@@ -135,8 +135,8 @@ private:
     State state_ = State::Stopped;
     Feed feed_;
     std::optional<UpdateKey> key_;
-    Delegate* delegate_ = nullptr;
-    UserDriver* userDriver_ = nullptr;
+    UpdateObserver* observer_ = nullptr;
+    UpdatePresenter* presenter_ = nullptr;
 
     bool isAutomatic_ = true;
     std::optional<tavrin::Date> lastCheck_;
@@ -146,7 +146,7 @@ private:
     /// Of the next check, or of the progress.
     std::unique_ptr<Clock::Timer> timer_;
     /// Results come to it; with it they are dropped.
-    std::unique_ptr<QObject> mainThread_;
+    std::unique_ptr<QObject> callbackContext_;
     // Of one thread each, because the last change of a setting has to stand. They end first, with
     // all their work.
     std::unique_ptr<QThreadPool> worker_;

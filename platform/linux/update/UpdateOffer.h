@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "platform/SoftwareUpdater.h"
+#include "platform/SoftwareUpdate.h"
 #include "platform/linux/update/Appcast.h"
 #include "platform/linux/update/UpdateKey.h"
 #include "platform/linux/update/UpdateVersion.h"

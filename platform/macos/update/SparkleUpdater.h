@@ -9,36 +9,35 @@
 
 namespace orvel {
 
-/// Sparkle with its standard windows, which lead the user through everything: the user driver is
-/// never called, so nothing is ever to be chosen, seen or cancelled through this object.
+/// Sparkle with its standard windows, in which the user answers: the presenter is never called, and
+/// `choose` and `noteUserAttention` do nothing.
 ///
-/// Sparkle verifies with the key in the main bundle's information property list and with no other:
-/// for a feed with another key it is never started, and finds nothing. It keeps its settings in the
-/// user defaults itself, and does not tell whether it could. Only while started are they to be had.
+/// Sparkle verifies only with the key in the main bundle's information property list; for a feed
+/// with another key it is never started. It checks once a day by default and saves its settings in
+/// the user defaults, without reporting failures. The settings are available only while started.
 ///
-/// Sparkle has no call that stops it: `stop` lets go of its updater and hears no more of it. What
-/// Sparkle keeps alive by itself goes on, such as a window that the user has open, its download,
-/// and the installer, a process of its own that puts an update in place when this one ends.
+/// Sparkle has no call that stops it: `stop` releases its updater and ignores later callbacks. An
+/// open window of Sparkle, its download, and the separate installer process, which installs an
+/// update when this process ends, continue.
 class SparkleUpdater final : public SoftwareUpdater {
 public:
     SparkleUpdater();
     ~SparkleUpdater() override;
 
-    void start(Feed feed, Delegate& delegate, UserDriver& userDriver) override;
+    void start(Feed feed, UpdateObserver& observer, UpdatePresenter& presenter) override;
     void stop() override;
     void checkForUpdates() override;
+    void choose(Choice) override {}
+    void noteUserAttention() override {}
     [[nodiscard]] bool automaticallyChecksForUpdates() const override;
     void setAutomaticallyChecksForUpdates(bool isAutomatic) override;
     [[nodiscard]] std::optional<tavrin::Date> lastUpdateCheckDate() const override;
-    void choose(Choice) override {}
-    void noteUserAttention() override {}
-    void cancel() override {}
 
 private:
     /// Sparkle holds it weakly.
     OrvelSparkleDelegate* sparkleDelegate_;
     SPUStandardUpdaterController* controller_;
-    Delegate* delegate_ = nullptr;
+    UpdateObserver* observer_ = nullptr;
     PendingCalls<> saves_;
 };
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/macos/update/SparkleUpdater.h"
 
+#include "platform/UpdateObserver.h"
 #include "platform/macos/support/FoundationConversions.h"
 
 #import <Sparkle/Sparkle.h>
@@ -8,8 +9,8 @@
 #include <cassert>
 #include <utility>
 
-/// All of Sparkle's methods are optional, so that a misspelt one would never be called and nobody
-/// the wiser. Of these, the compiler insists on every one.
+/// Sparkle's methods are optional, so a misspelt one would silently never be called. Required here,
+/// the compiler reports a missing one.
 @protocol OrvelSparkleCallbacks <SPUUpdaterDelegate, SPUStandardUserDriverDelegate>
 @required
 @property(nonatomic, readonly) BOOL supportsGentleScheduledUpdateReminders;
@@ -24,10 +25,10 @@
 @end
 
 @interface OrvelSparkleDelegate : NSObject <OrvelSparkleCallbacks>
-- (nonnull instancetype)initWithDelegate:(orvel::SoftwareUpdater::Delegate&)delegate
+- (nonnull instancetype)initWithObserver:(orvel::UpdateObserver&)observer
                                  feedURL:(nonnull NSString*)feedURL;
-/// Sparkle may call once more while it goes.
-- (void)forgetDelegate;
+/// Sparkle may call once more while it is released.
+- (void)forgetObserver;
 @end
 
 namespace {
@@ -36,7 +37,7 @@ orvel::SoftwareUpdate updateOf(SUAppcastItem* item) {
     orvel::SoftwareUpdate update;
     update.version = orvel::utf8(item.versionString);
     update.displayVersion = orvel::utf8(item.displayVersionString);
-    // The notes may be HTML; Sparkle's window shows them.
+    // Without the notes, which may be HTML: Sparkle's window shows them.
     update.length = item.contentLength;
     return update;
 }
@@ -44,21 +45,20 @@ orvel::SoftwareUpdate updateOf(SUAppcastItem* item) {
 } // namespace
 
 @implementation OrvelSparkleDelegate {
-    orvel::SoftwareUpdater::Delegate* _delegate;
+    orvel::UpdateObserver* _observer;
     NSString* _feedURL;
 }
 
-- (instancetype)initWithDelegate:(orvel::SoftwareUpdater::Delegate&)delegate
-                         feedURL:(NSString*)feedURL {
+- (instancetype)initWithObserver:(orvel::UpdateObserver&)observer feedURL:(NSString*)feedURL {
     if ((self = [super init])) {
-        _delegate = &delegate;
+        _observer = &observer;
         _feedURL = [feedURL copy];
     }
     return self;
 }
 
-- (void)forgetDelegate {
-    _delegate = nullptr;
+- (void)forgetObserver {
+    _observer = nullptr;
 }
 
 - (nullable NSString*)feedURLStringForUpdater:(SPUUpdater*)updater {
@@ -68,27 +68,26 @@ orvel::SoftwareUpdate updateOf(SUAppcastItem* item) {
 - (void)updater:(SPUUpdater*)updater
     didFinishUpdateCycleForUpdateCheck:(SPUUpdateCheck)updateCheck
                                  error:(nullable NSError*)error {
-    if (_delegate != nullptr) {
-        _delegate->updaterDidFinishUpdateCheck();
+    if (_observer != nullptr) {
+        _observer->checkFinished();
     }
 }
 
 - (BOOL)supportsGentleScheduledUpdateReminders {
-    return _delegate != nullptr && _delegate->supportsGentleScheduledUpdateReminders();
+    return _observer != nullptr && _observer->wantsGentleOffers();
 }
 
 - (void)standardUserDriverWillHandleShowingUpdate:(BOOL)handleShowingUpdate
                                         forUpdate:(SUAppcastItem*)update
                                             state:(SPUUserUpdateState*)state {
-    if (_delegate != nullptr) {
-        _delegate->standardUserDriverWillHandleShowingUpdate(
-            updateOf(update), state.userInitiated == YES);
+    if (_observer != nullptr) {
+        _observer->updateWillBeOffered(updateOf(update), state.userInitiated == YES);
     }
 }
 
 - (void)standardUserDriverDidReceiveUserAttentionForUpdate:(SUAppcastItem*)update {
-    if (_delegate != nullptr) {
-        _delegate->standardUserDriverDidReceiveUserAttention(updateOf(update));
+    if (_observer != nullptr) {
+        _observer->updateWasSeen(updateOf(update));
     }
 }
 
@@ -102,14 +101,14 @@ SparkleUpdater::~SparkleUpdater() {
     stop();
 }
 
-void SparkleUpdater::start(Feed feed, Delegate& delegate, UserDriver&) {
+void SparkleUpdater::start(Feed feed, UpdateObserver& observer, UpdatePresenter&) {
     assert(controller_ == nil);
     NSString* const key = nsString(feed.publicKey);
     if (![key isEqual:[NSBundle.mainBundle objectForInfoDictionaryKey:@"SUPublicEDKey"]]) {
         return;
     }
-    delegate_ = &delegate;
-    sparkleDelegate_ = [[OrvelSparkleDelegate alloc] initWithDelegate:delegate
+    observer_ = &observer;
+    sparkleDelegate_ = [[OrvelSparkleDelegate alloc] initWithObserver:observer
                                                               feedURL:nsString(feed.url)];
     controller_ = [[SPUStandardUpdaterController alloc] initWithStartingUpdater:YES
                                                                 updaterDelegate:sparkleDelegate_
@@ -117,12 +116,12 @@ void SparkleUpdater::start(Feed feed, Delegate& delegate, UserDriver&) {
 }
 
 void SparkleUpdater::stop() {
-    // Whoever starts next must not be told what was saved for this one.
+    // The next observer must not be told of this one's choices.
     saves_ = {};
-    [sparkleDelegate_ forgetDelegate];
+    [sparkleDelegate_ forgetObserver];
     controller_ = nil;
     sparkleDelegate_ = nil;
-    delegate_ = nullptr;
+    observer_ = nullptr;
 }
 
 void SparkleUpdater::checkForUpdates() {
@@ -136,8 +135,8 @@ bool SparkleUpdater::automaticallyChecksForUpdates() const {
 void SparkleUpdater::setAutomaticallyChecksForUpdates(bool isAutomatic) {
     controller_.updater.automaticallyChecksForUpdates = isAutomatic ? YES : NO;
     const auto save = saves_.add([this] {
-        if (delegate_ != nullptr) {
-            delegate_->updaterDidSaveChoice(std::nullopt);
+        if (observer_ != nullptr) {
+            observer_->choiceSaved(std::nullopt);
         }
     });
     save.finish();

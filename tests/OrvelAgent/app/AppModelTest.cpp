@@ -138,7 +138,7 @@ protected:
     /// A new process; nothing but its constructor has run.
     void begin() {
         model_.reset();
-        model_ = std::make_unique<AppModel>(with_.platform, with_.userDriver, options_);
+        model_ = std::make_unique<AppModel>(with_.platform, with_.updatePresenter, options_);
         QObject::connect(model_.get(), &AppModel::changed, &context_, [this] { ++changes_; });
     }
 

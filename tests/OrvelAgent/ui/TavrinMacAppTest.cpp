@@ -34,7 +34,7 @@ protected:
     /// A new launch.
     void begin() {
         app_.reset();
-        app_ = std::make_unique<TavrinMacApp>(with_.platform, with_.userDriver, options_);
+        app_ = std::make_unique<TavrinMacApp>(with_.platform, with_.updatePresenter, options_);
         processEvents();
     }
 

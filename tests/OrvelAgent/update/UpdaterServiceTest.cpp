@@ -3,7 +3,7 @@
 
 #include "tests/support/fakes/FakeBundle.h"
 #include "tests/support/fakes/FakeSoftwareUpdater.h"
-#include "tests/support/fakes/RecordingUserDriver.h"
+#include "tests/support/fakes/RecordingUpdatePresenter.h"
 
 #include <QObject>
 
@@ -20,7 +20,7 @@ namespace {
 
 using test::FakeBundle;
 using test::FakeSoftwareUpdater;
-using test::RecordingUserDriver;
+using test::RecordingUpdatePresenter;
 using testing::ElementsAre;
 
 constexpr const char* keyError =
@@ -40,7 +40,7 @@ protected:
 
     UpdaterService& service() {
         if (!service_) {
-            service_ = std::make_unique<UpdaterService>(bundle_, updater_, userDriver_);
+            service_ = std::make_unique<UpdaterService>(bundle_, updater_, presenter_);
             QObject::connect(
                 service_.get(), &UpdaterService::changed, service_.get(), [this] { ++changes_; });
         }
@@ -49,7 +49,7 @@ protected:
 
     FakeBundle bundle_;
     FakeSoftwareUpdater updater_;
-    RecordingUserDriver userDriver_;
+    RecordingUpdatePresenter presenter_;
     std::unique_ptr<UpdaterService> service_;
     int changes_ = 0;
 };
@@ -73,7 +73,7 @@ TEST_F(UpdaterServiceTest, WithoutAKeyNothingIsStarted) {
     blank.setInfo("SUFeedURL", "https://updates.test.example/feed.xml");
     blank.setInfo("SUPublicEDKey", "");
     for (const FakeBundle* bundle : {&bare, &blank}) {
-        const UpdaterService service(*bundle, updater_, userDriver_);
+        const UpdaterService service(*bundle, updater_, presenter_);
         EXPECT_EQ(service.configurationError(), keyError);
         EXPECT_EQ(service.controller(), nullptr);
         EXPECT_FALSE(updater_.feed());
@@ -83,8 +83,8 @@ TEST_F(UpdaterServiceTest, WithoutAKeyNothingIsStarted) {
 TEST_F(UpdaterServiceTest, TheKeyIsCheckedBeforeTheFeed) {
     FakeBundle bundle;
     bundle.setInfo("SUFeedURL", "http://updates.test.example/feed.xml");
-    EXPECT_EQ(UpdaterService(bundle, updater_, userDriver_).configurationError(), keyError);
-    EXPECT_EQ(UpdaterService(FakeBundle(), updater_, userDriver_).configurationError(), keyError);
+    EXPECT_EQ(UpdaterService(bundle, updater_, presenter_).configurationError(), keyError);
+    EXPECT_EQ(UpdaterService(FakeBundle(), updater_, presenter_).configurationError(), keyError);
 }
 
 TEST_F(UpdaterServiceTest, AFeedThatIsNotHTTPSStartsNothing) {
@@ -102,14 +102,14 @@ TEST_F(UpdaterServiceTest, AFeedThatIsNotHTTPSStartsNothing) {
           "https://updates.test.example:port/feed.xml",
           "$(UPDATE_FEED_URL)"}) {
         bundle_.setInfo("SUFeedURL", url);
-        const UpdaterService service(bundle_, updater_, userDriver_);
+        const UpdaterService service(bundle_, updater_, presenter_);
         EXPECT_EQ(service.configurationError(), feedError) << url;
         EXPECT_EQ(service.controller(), nullptr) << url;
         EXPECT_FALSE(updater_.feed()) << url;
     }
     FakeBundle without;
     without.setInfo("SUPublicEDKey", "key");
-    EXPECT_EQ(UpdaterService(without, updater_, userDriver_).configurationError(), feedError);
+    EXPECT_EQ(UpdaterService(without, updater_, presenter_).configurationError(), feedError);
 }
 
 TEST_F(UpdaterServiceTest, AScheduledFindAwaitsAttentionUntilTheUserHasLooked) {
@@ -117,13 +117,13 @@ TEST_F(UpdaterServiceTest, AScheduledFindAwaitsAttentionUntilTheUserHasLooked) {
     updater_.setOffer(newer);
     updater_.passADay();
     EXPECT_TRUE(service().updateAwaitingAttention());
-    EXPECT_THAT(userDriver_.shown(), ElementsAre("update 2.0 gently"));
+    EXPECT_THAT(presenter_.shown(), ElementsAre("update 2.0 gently"));
 
     changes_ = 0;
     updater_.checkForUpdates();
     EXPECT_FALSE(service().updateAwaitingAttention());
     EXPECT_EQ(changes_, 1);
-    EXPECT_THAT(userDriver_.shown(), ElementsAre("update 2.0 gently", "in focus"));
+    EXPECT_THAT(presenter_.shown(), ElementsAre("update 2.0 gently", "in focus"));
 }
 
 TEST_F(UpdaterServiceTest, AFindTheUserAskedForLeavesAttentionAsItWas) {
@@ -131,7 +131,7 @@ TEST_F(UpdaterServiceTest, AFindTheUserAskedForLeavesAttentionAsItWas) {
     updater_.setOffer(newer);
     updater_.checkForUpdates();
     EXPECT_FALSE(service().updateAwaitingAttention());
-    EXPECT_THAT(userDriver_.shown(), ElementsAre("checking", "update 2.0 in focus"));
+    EXPECT_THAT(presenter_.shown(), ElementsAre("checking", "update 2.0 in focus"));
 }
 
 TEST_F(UpdaterServiceTest, ADecisionIsAttention) {

@@ -2,6 +2,8 @@
 #pragma once
 
 #include "platform/SoftwareUpdater.h"
+#include "platform/UpdateObserver.h"
+#include "platform/UpdatePresenter.h"
 
 #include <optional>
 #include <string>
@@ -9,8 +11,8 @@
 
 namespace orvel::test {
 
-/// An updater whose feed the test fills, and whose day passes when the test says so. It finds,
-/// shows and forgets updates like a real one, but installs nothing.
+/// An updater whose feed and clock the test controls. It finds, offers and drops updates like a
+/// real one, but installs nothing.
 class FakeSoftwareUpdater final : public SoftwareUpdater {
 public:
     /// What the feed offers from now on.
@@ -23,7 +25,7 @@ public:
 
     /// A scheduled check becomes due.
     void passADay() {
-        if (delegate_ != nullptr && isAutomatic_ && (!shown_ || isUnseen_)) {
+        if (observer_ != nullptr && isAutomatic_ && (!shown_ || isUnseen_)) {
             check(false);
         }
     }
@@ -34,25 +36,25 @@ public:
     [[nodiscard]] int requestedCheckCount() const { return requestedCheckCount_; }
     [[nodiscard]] const std::optional<Choice>& lastChoice() const { return lastChoice_; }
 
-    void start(Feed feed, Delegate& delegate, UserDriver& userDriver) override {
+    void start(Feed feed, UpdateObserver& observer, UpdatePresenter& presenter) override {
         feed_ = std::move(feed);
-        delegate_ = &delegate;
-        userDriver_ = &userDriver;
+        observer_ = &observer;
+        presenter_ = &presenter;
     }
     void stop() override {
         feed_.reset();
         shown_.reset();
-        delegate_ = nullptr;
-        userDriver_ = nullptr;
+        observer_ = nullptr;
+        presenter_ = nullptr;
     }
 
     void checkForUpdates() override {
         ++requestedCheckCount_;
         if (shown_) {
-            userDriver_->showUpdateInFocus();
+            presenter_->showInFocus();
             noteUserAttention();
         } else {
-            userDriver_->showChecking();
+            presenter_->show(UpdatePresenter::Checking());
             check(true);
         }
     }
@@ -74,35 +76,33 @@ public:
                 skipped_ = update.version;
                 tellOfSaving();
             }
-            delegate_->standardUserDriverDidReceiveUserAttention(update);
+            observer_->updateWasSeen(update);
         }
     }
     void noteUserAttention() override {
         if (shown_) {
             isUnseen_ = false;
-            delegate_->standardUserDriverDidReceiveUserAttention(*shown_);
+            observer_->updateWasSeen(*shown_);
         }
     }
-    void cancel() override { choose(Choice::Later); }
 
 private:
     void tellOfSaving() {
-        if (delegate_ != nullptr) {
-            delegate_->updaterDidSaveChoice(saveFailure_);
+        if (observer_ != nullptr) {
+            observer_->choiceSaved(saveFailure_);
         }
     }
 
     void check(bool isUserInitiated) {
         lastCheck_ = time_;
-        delegate_->updaterDidFinishUpdateCheck();
+        observer_->checkFinished();
         if (offer_ && offer_ != shown_ && (isUserInitiated || offer_->version != skipped_)) {
             shown_ = offer_;
-            isUnseen_ = !isUserInitiated && delegate_->supportsGentleScheduledUpdateReminders();
-            const Showing showing = isUnseen_ ? Showing::Gently : Showing::InFocus;
-            delegate_->standardUserDriverWillHandleShowingUpdate(*shown_, isUserInitiated);
-            userDriver_->showUpdate(*shown_, showing);
+            isUnseen_ = !isUserInitiated && observer_->wantsGentleOffers();
+            observer_->updateWillBeOffered(*shown_, isUserInitiated);
+            presenter_->show(UpdatePresenter::Offer{*shown_, isUnseen_});
         } else if (isUserInitiated) {
-            userDriver_->showNoUpdate();
+            presenter_->show(UpdatePresenter::NoUpdate());
         }
     }
 
@@ -117,8 +117,8 @@ private:
     int requestedCheckCount_ = 0;
     std::optional<Choice> lastChoice_;
     std::optional<Feed> feed_;
-    Delegate* delegate_ = nullptr;
-    UserDriver* userDriver_ = nullptr;
+    UpdateObserver* observer_ = nullptr;
+    UpdatePresenter* presenter_ = nullptr;
 };
 
 } // namespace orvel::test

@@ -20,7 +20,7 @@
 #include "tests/support/fakes/ManualClock.h"
 #include "tests/support/fakes/PlainFileCopier.h"
 #include "tests/support/fakes/RecordingLogStore.h"
-#include "tests/support/fakes/RecordingUserDriver.h"
+#include "tests/support/fakes/RecordingUpdatePresenter.h"
 
 #include <memory>
 #include <string>
@@ -78,7 +78,7 @@ public:
     FakeSoftwareUpdater& softwareUpdater = add<FakeSoftwareUpdater>(platform.softwareUpdater);
 
     FakeService service{urlSession};
-    RecordingUserDriver userDriver;
+    RecordingUpdatePresenter updatePresenter;
 
 private:
     template <typename Fake, typename Port, typename... Arguments>

@@ -34,7 +34,7 @@ protected:
     MenuBarExtraTest() { options_.sourcePath = (directory_ / "chat.db").string(); }
 
     void begin() {
-        model_ = std::make_unique<AppModel>(with_.platform, with_.userDriver, options_);
+        model_ = std::make_unique<AppModel>(with_.platform, with_.updatePresenter, options_);
         extra_ = std::make_unique<MenuBarExtra>(*model_);
         processEvents();
     }

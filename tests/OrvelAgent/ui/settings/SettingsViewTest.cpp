@@ -45,7 +45,7 @@ protected:
     void open() {
         CollectorService::Options options;
         options.sourcePath = "/nonexistent/chat.db";
-        model_ = std::make_unique<AppModel>(with_.platform, with_.userDriver, options);
+        model_ = std::make_unique<AppModel>(with_.platform, with_.updatePresenter, options);
         view_ = std::make_unique<SettingsView>(*model_);
         view_->show();
         processEvents();

@@ -15,7 +15,8 @@
 #include "tests/support/fakes/InMemoryUserDefaults.h"
 #include "tests/support/fakes/ManualClock.h"
 #include "tests/support/fakes/RecordingLogStore.h"
-#include "tests/support/fakes/RecordingUserDriver.h"
+#include "tests/support/fakes/RecordingUpdateObserver.h"
+#include "tests/support/fakes/RecordingUpdatePresenter.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>
@@ -51,32 +52,6 @@ using testing::SizeIs;
 
 constexpr Seconds day = AppcastUpdater::checkInterval;
 constexpr Seconds hour = AppcastUpdater::retryInterval;
-
-class RecordingDelegate final : public SoftwareUpdater::Delegate {
-public:
-    bool isGentle = true;
-    std::vector<std::string> told;
-    std::vector<std::string> saved;
-    std::function<void()> onCheck;
-
-    [[nodiscard]] bool supportsGentleScheduledUpdateReminders() const override { return isGentle; }
-    void standardUserDriverWillHandleShowingUpdate(
-        const SoftwareUpdate& update, bool isUserInitiated) override {
-        told.push_back(update.version + (isUserInitiated ? " asked for" : " on schedule"));
-    }
-    void standardUserDriverDidReceiveUserAttention(const SoftwareUpdate& update) override {
-        told.push_back(update.version + " seen");
-    }
-    void updaterDidFinishUpdateCheck() override {
-        told.emplace_back("checked");
-        if (onCheck) {
-            onCheck();
-        }
-    }
-    void updaterDidSaveChoice(const std::optional<std::string>& failure) override {
-        saved.push_back(failure.value_or("saved"));
-    }
-};
 
 std::string content(const std::filesystem::path& file) {
     std::ifstream stream(file, std::ios::binary);
@@ -124,7 +99,7 @@ protected:
         if (!updater_) {
             updater_ =
                 std::make_unique<AppcastUpdater>(*session(), clock_, defaults_, logStore_, copy());
-            updater_->start({feedURL(), key_}, delegate_, userDriver_);
+            updater_->start({feedURL(), key_}, observer_, presenter_);
         }
         return *updater_;
     }
@@ -141,7 +116,7 @@ protected:
 
     bool shows(const std::string& last) {
         return runUntil(
-            [&] { return !userDriver_.shown().empty() && userDriver_.shown().back() == last; });
+            [&] { return !presenter_.shown().empty() && presenter_.shown().back() == last; });
     }
 
     /// What lies beside the installed file.
@@ -172,8 +147,8 @@ protected:
     ManualClock clock_;
     InMemoryUserDefaults defaults_;
     RecordingLogStore logStore_;
-    RecordingDelegate delegate_;
-    RecordingUserDriver userDriver_;
+    RecordingUpdateObserver observer_;
+    RecordingUpdatePresenter presenter_;
     std::unique_ptr<AppcastUpdater> updater_;
 };
 
@@ -228,7 +203,7 @@ TEST_F(AppcastUpdaterScheduleTest, ChecksAtTheFirstStartAndThenDaily) {
     EXPECT_EQ(requests(), 3U);
     pass(day);
     EXPECT_EQ(requests(), 4U);
-    EXPECT_THAT(userDriver_.shown(), IsEmpty());
+    EXPECT_THAT(presenter_.shown(), IsEmpty());
     EXPECT_THAT(logged(), IsEmpty());
 }
 
@@ -263,7 +238,7 @@ TEST_F(AppcastUpdaterScheduleTest, AFailedCheckIsTriedAgainInAnHour) {
     pass(hour);
     EXPECT_EQ(requests(), 3U);
     EXPECT_EQ(clock_.untilNextTimer(), day);
-    EXPECT_THAT(userDriver_.shown(), IsEmpty());
+    EXPECT_THAT(presenter_.shown(), IsEmpty());
     EXPECT_THAT(
         logged(),
         testing::Each("The update feed could not be loaded: the server answered with status 404."));
@@ -291,7 +266,7 @@ TEST_F(AppcastUpdaterScheduleTest, WhoAsksGetsACheckAlsoWithoutAutomaticOnes) {
     updater().setAutomaticallyChecksForUpdates(false);
     updater().checkForUpdates();
     EXPECT_TRUE(shows("no update"));
-    EXPECT_THAT(userDriver_.shown(), ElementsAre("checking", "no update"));
+    EXPECT_THAT(presenter_.shown(), ElementsAre("checking", "no update"));
     EXPECT_EQ(clock_.untilNextTimer(), std::nullopt);
 }
 
@@ -309,12 +284,12 @@ TEST_F(AppcastUpdaterScheduleTest, ChoicesAreSavedInTheirOrderWithoutWaitingForT
     updater().setAutomaticallyChecksForUpdates(false);
     updater().setAutomaticallyChecksForUpdates(true);
     updater().setAutomaticallyChecksForUpdates(false);
-    EXPECT_THAT(delegate_.saved, IsEmpty());
+    EXPECT_THAT(observer_.saved, IsEmpty());
     EXPECT_FALSE(defaults_.contains(AppcastUpdater::automaticKey));
     std::vector<bool> written;
     for (std::size_t count = 1; count <= 3; ++count) {
         disk.release();
-        ASSERT_TRUE(runUntil([&] { return delegate_.saved.size() == count; }));
+        ASSERT_TRUE(runUntil([&] { return observer_.saved.size() == count; }));
         written.push_back(*defaults_.boolean(AppcastUpdater::automaticKey));
     }
     EXPECT_THAT(written, ElementsAre(false, true, false));
@@ -324,11 +299,11 @@ TEST_F(AppcastUpdaterScheduleTest, AScheduledFindIsShownGently) {
     offer({item("2.0")});
     updater();
     pass(Seconds(0));
-    EXPECT_THAT(userDriver_.shown(), ElementsAre("update 2.0 gently"));
-    EXPECT_THAT(delegate_.told, ElementsAre("checked", "2.0 on schedule"));
+    EXPECT_THAT(presenter_.shown(), ElementsAre("update 2.0 gently"));
+    EXPECT_THAT(observer_.told, ElementsAre("checked", "2.0 on schedule"));
     updater().checkForUpdates();
-    EXPECT_THAT(userDriver_.shown(), ElementsAre("update 2.0 gently", "in focus"));
-    EXPECT_THAT(delegate_.told, ElementsAre("checked", "2.0 on schedule", "2.0 seen"));
+    EXPECT_THAT(presenter_.shown(), ElementsAre("update 2.0 gently", "in focus"));
+    EXPECT_THAT(observer_.told, ElementsAre("checked", "2.0 on schedule", "2.0 seen"));
     pass(3 * day);
     EXPECT_EQ(requests(), 1U);
 }
@@ -346,14 +321,14 @@ TEST_F(AppcastUpdaterScheduleTest, AFindThatNobodyLooksAtGivesWayToANewerOne) {
     offer({item("2.0")});
     pass(day);
     EXPECT_EQ(updater().lastUpdateCheckDate(), clock_.now());
-    EXPECT_THAT(userDriver_.shown(), ElementsAre("update 2.0 gently"));
+    EXPECT_THAT(presenter_.shown(), ElementsAre("update 2.0 gently"));
 
     offer({item("2.0"), item("2.1")});
     pass(day);
     EXPECT_EQ(requests(), 5U);
-    EXPECT_THAT(userDriver_.shown(), ElementsAre("update 2.0 gently", "update 2.1 gently"));
+    EXPECT_THAT(presenter_.shown(), ElementsAre("update 2.0 gently", "update 2.1 gently"));
     EXPECT_THAT(
-        delegate_.told,
+        observer_.told,
         ElementsAre(
             "checked", "2.0 on schedule", "checked", "checked", "checked", "2.1 on schedule"));
     updater().choose(Choice::Install);
@@ -368,7 +343,7 @@ TEST_F(AppcastUpdaterScheduleTest, WhatANewerCheckFindsComesTooLateForWhoHasLook
     clock_.advance(day);
     updater().checkForUpdates();
     processEvents();
-    EXPECT_THAT(userDriver_.shown(), ElementsAre("update 2.0 gently", "in focus"));
+    EXPECT_THAT(presenter_.shown(), ElementsAre("update 2.0 gently", "in focus"));
     EXPECT_EQ(session_.inFlight(), 0U);
     EXPECT_EQ(clock_.untilNextTimer(), std::nullopt);
 }
@@ -384,20 +359,20 @@ TEST_F(AppcastUpdaterScheduleTest, WhileAFindIsShownGentlyChecksCanBeSwitchedOff
 }
 
 TEST_F(AppcastUpdaterScheduleTest, WithoutGentleRemindersAScheduledFindIsInFocus) {
-    delegate_.isGentle = false;
+    observer_.isGentle = false;
     offer({item("2.0")});
     updater();
     pass(Seconds(0));
-    EXPECT_THAT(userDriver_.shown(), ElementsAre("update 2.0 in focus"));
+    EXPECT_THAT(presenter_.shown(), ElementsAre("update 2.0 in focus"));
 }
 
 TEST_F(AppcastUpdaterScheduleTest, AFindThatWasAskedForIsInFocus) {
     offer({item("2.0").withElement("description", "Better.")});
     updater().checkForUpdates();
     ASSERT_TRUE(shows("update 2.0 in focus"));
-    EXPECT_THAT(userDriver_.shown(), ElementsAre("checking", "update 2.0 in focus"));
-    EXPECT_THAT(delegate_.told, ElementsAre("checked", "2.0 asked for"));
-    EXPECT_THAT(userDriver_.updates(), ElementsAre(SoftwareUpdate{"2.0", "2.0", "Better.", 3}));
+    EXPECT_THAT(presenter_.shown(), ElementsAre("checking", "update 2.0 in focus"));
+    EXPECT_THAT(observer_.told, ElementsAre("checked", "2.0 asked for"));
+    EXPECT_THAT(presenter_.updates(), ElementsAre(SoftwareUpdate{"2.0", "2.0", "Better.", 3}));
 }
 
 TEST_F(AppcastUpdaterScheduleTest, AskingDuringAScheduledCheckMakesItOnesOwn) {
@@ -406,7 +381,7 @@ TEST_F(AppcastUpdaterScheduleTest, AskingDuringAScheduledCheckMakesItOnesOwn) {
     updater().checkForUpdates();
     updater().checkForUpdates();
     EXPECT_TRUE(shows("no update"));
-    EXPECT_THAT(userDriver_.shown(), ElementsAre("checking", "in focus", "no update"));
+    EXPECT_THAT(presenter_.shown(), ElementsAre("checking", "in focus", "no update"));
     EXPECT_EQ(requests(), 1U);
 }
 
@@ -415,9 +390,9 @@ TEST_F(AppcastUpdaterScheduleTest, LaterMeansTheNextDay) {
     updater();
     pass(Seconds(0));
     updater().choose(Choice::Later);
-    EXPECT_THAT(delegate_.told, ElementsAre("checked", "2.0 on schedule", "2.0 seen"));
+    EXPECT_THAT(observer_.told, ElementsAre("checked", "2.0 on schedule", "2.0 seen"));
     pass(day);
-    EXPECT_THAT(userDriver_.shown(), ElementsAre("update 2.0 gently", "update 2.0 gently"));
+    EXPECT_THAT(presenter_.shown(), ElementsAre("update 2.0 gently", "update 2.0 gently"));
 }
 
 TEST_F(AppcastUpdaterScheduleTest, ASkippedVersionIsShownOnlyToWhoAsks) {
@@ -427,13 +402,13 @@ TEST_F(AppcastUpdaterScheduleTest, ASkippedVersionIsShownOnlyToWhoAsks) {
     updater().choose(Choice::Skip);
     updater_.reset();
     EXPECT_EQ(defaults_.string(AppcastUpdater::skippedKey), "2.0");
-    userDriver_.clear();
+    presenter_.clear();
 
     offer({item("2.0"), item("1.9")});
     updater();
     pass(day);
     EXPECT_EQ(requests(), 2U);
-    EXPECT_THAT(userDriver_.shown(), IsEmpty());
+    EXPECT_THAT(presenter_.shown(), IsEmpty());
 
     updater().checkForUpdates();
     ASSERT_TRUE(shows("update 2.0 in focus"));
@@ -441,7 +416,7 @@ TEST_F(AppcastUpdaterScheduleTest, ASkippedVersionIsShownOnlyToWhoAsks) {
 
     offer({item("2.0"), item("2.0.1")});
     pass(day);
-    EXPECT_EQ(userDriver_.shown().back(), "update 2.0.1 gently");
+    EXPECT_EQ(presenter_.shown().back(), "update 2.0.1 gently");
 }
 
 TEST_F(AppcastUpdaterScheduleTest, AReplayedOlderFeedIsNotFollowed) {
@@ -449,16 +424,16 @@ TEST_F(AppcastUpdaterScheduleTest, AReplayedOlderFeedIsNotFollowed) {
         offer({item(version)});
         updater().checkForUpdates();
         EXPECT_TRUE(shows("no update")) << version;
-        userDriver_.clear();
+        presenter_.clear();
     }
 }
 
 TEST_F(AppcastUpdaterScheduleTest, NothingGoesBackBehindWhatWasInstalledJustNow) {
     offer({item("2.0")});
-    userDriver_.onUpdate = [this] {
+    presenter_.onOffer = [this] {
         updater_->choose(Choice::Install);
     };
-    userDriver_.onReadyToInstall = userDriver_.onUpdate;
+    presenter_.onReadyToInstall = presenter_.onOffer;
     updater().checkForUpdates();
     ASSERT_TRUE(shows("relaunch"));
     offer({item("1.5"), item("2.0")});
@@ -469,9 +444,9 @@ TEST_F(AppcastUpdaterScheduleTest, NothingGoesBackBehindWhatWasInstalledJustNow)
 TEST_F(AppcastUpdaterScheduleTest, ACheckCanBeCancelled) {
     session_.enqueue(FakeURLSession::Answer());
     updater().checkForUpdates();
-    updater().cancel();
+    updater().choose(Choice::Cancel);
     processEvents();
-    EXPECT_THAT(userDriver_.shown(), ElementsAre("checking"));
+    EXPECT_THAT(presenter_.shown(), ElementsAre("checking"));
     EXPECT_EQ(session_.inFlight(), 0U);
     EXPECT_EQ(clock_.untilNextTimer(), hour);
     updater().checkForUpdates();
@@ -480,13 +455,13 @@ TEST_F(AppcastUpdaterScheduleTest, ACheckCanBeCancelled) {
 
 TEST_F(AppcastUpdaterScheduleTest, ACheckCanBeCancelledByWhomItTells) {
     offer({item("2.0")});
-    delegate_.onCheck = [this] {
-        updater_->cancel();
+    observer_.onCheck = [this] {
+        updater_->choose(Choice::Cancel);
     };
     updater().checkForUpdates();
     processEvents();
-    EXPECT_THAT(delegate_.told, ElementsAre("checked"));
-    EXPECT_THAT(userDriver_.shown(), ElementsAre("checking"));
+    EXPECT_THAT(observer_.told, ElementsAre("checked"));
+    EXPECT_THAT(presenter_.shown(), ElementsAre("checking"));
     EXPECT_EQ(clock_.untilNextTimer(), hour);
 }
 
@@ -495,8 +470,8 @@ TEST_F(AppcastUpdaterScheduleTest, ADownloadCanBeCancelledBeforeItBegins) {
     updater().checkForUpdates();
     ASSERT_TRUE(shows("update 2.0 in focus"));
     updater().choose(Choice::Install);
-    EXPECT_EQ(userDriver_.shown().back(), "download");
-    updater().cancel();
+    EXPECT_EQ(presenter_.shown().back(), "download");
+    updater().choose(Choice::Cancel);
     updater_.reset();
     processEvents();
     EXPECT_EQ(requests(), 1U);
@@ -508,22 +483,22 @@ TEST_F(AppcastUpdaterScheduleTest, ADownloadIsShownAndCanBeCancelled) {
     ASSERT_TRUE(shows("update 2.0 in focus"));
     session_.enqueue(FakeURLSession::Answer());
     updater().choose(Choice::Install);
-    EXPECT_EQ(userDriver_.received(), 0U);
-    EXPECT_EQ(userDriver_.expected(), 3U);
+    EXPECT_EQ(presenter_.download().receivedBytes, 0U);
+    EXPECT_EQ(presenter_.download().expectedBytes, 3U);
     ASSERT_TRUE(runUntil([this] { return requests() == 2; }));
     ASSERT_TRUE(session_.requests().back().receiver("ne"));
     pass(AppcastUpdater::progressInterval);
-    EXPECT_EQ(userDriver_.received(), 2U);
-    updater().cancel();
+    EXPECT_EQ(presenter_.download().receivedBytes, 2U);
+    updater().choose(Choice::Cancel);
     processEvents();
-    EXPECT_THAT(userDriver_.shown(), ElementsAre("checking", "update 2.0 in focus", "download"));
+    EXPECT_THAT(presenter_.shown(), ElementsAre("checking", "update 2.0 in focus", "download"));
     EXPECT_EQ(session_.inFlight(), 0U);
     EXPECT_EQ(content(place_), "old");
 }
 
 TEST_F(AppcastUpdaterScheduleTest, WhatIsReadyCanStillBePutOff) {
     offer({item("2.0")});
-    userDriver_.onUpdate = [this] {
+    presenter_.onOffer = [this] {
         updater_->choose(Choice::Install);
     };
     for (const Choice choice : {Choice::Later, Choice::Skip}) {
@@ -538,9 +513,9 @@ TEST_F(AppcastUpdaterScheduleTest, WhatIsReadyCanStillBePutOff) {
 TEST_F(AppcastUpdaterScheduleTest, AnAnswerThatNobodyAskedForDoesNothing) {
     updater().choose(Choice::Install);
     updater().noteUserAttention();
-    updater().cancel();
-    EXPECT_THAT(delegate_.told, IsEmpty());
-    EXPECT_THAT(userDriver_.shown(), IsEmpty());
+    updater().choose(Choice::Cancel);
+    EXPECT_THAT(observer_.told, IsEmpty());
+    EXPECT_THAT(presenter_.shown(), IsEmpty());
 }
 
 TEST_F(AppcastUpdaterScheduleTest, AfterStoppingNobodyIsCalled) {
@@ -549,24 +524,24 @@ TEST_F(AppcastUpdaterScheduleTest, AfterStoppingNobodyIsCalled) {
     updater().stop();
     processEvents();
     pass(3 * day);
-    EXPECT_THAT(userDriver_.shown(), ElementsAre("checking"));
-    EXPECT_THAT(delegate_.told, IsEmpty());
+    EXPECT_THAT(presenter_.shown(), ElementsAre("checking"));
+    EXPECT_THAT(observer_.told, IsEmpty());
     EXPECT_EQ(session_.inFlight(), 0U);
 
-    updater().start({feedURL(), key_}, delegate_, userDriver_);
+    updater().start({feedURL(), key_}, observer_, presenter_);
     pass(Seconds(0));
-    EXPECT_THAT(userDriver_.shown(), ElementsAre("checking", "update 2.0 gently"));
+    EXPECT_THAT(presenter_.shown(), ElementsAre("checking", "update 2.0 gently"));
 }
 
 TEST_F(AppcastUpdaterScheduleTest, ItCanBeStoppedByWhomItTells) {
     offer({item("2.0")});
-    delegate_.onCheck = [this] {
+    observer_.onCheck = [this] {
         updater_->stop();
     };
     updater();
     pass(Seconds(0));
-    EXPECT_THAT(delegate_.told, ElementsAre("checked"));
-    EXPECT_THAT(userDriver_.shown(), IsEmpty());
+    EXPECT_THAT(observer_.told, ElementsAre("checked"));
+    EXPECT_THAT(presenter_.shown(), IsEmpty());
 }
 
 TEST_F(AppcastUpdaterScheduleTest, ItCanBeDestroyedAtAnyStep) {
@@ -575,7 +550,7 @@ TEST_F(AppcastUpdaterScheduleTest, ItCanBeDestroyedAtAnyStep) {
     offer({item("2.0", update)});
     for (const char* last :
          {"checking", "update 2.0 in focus", "download", "verification", "ready 2.0"}) {
-        userDriver_.onUpdate = [this, last = std::string(last)] {
+        presenter_.onOffer = [this, last = std::string(last)] {
             if (!last.starts_with("update")) {
                 updater_->choose(Choice::Install);
             }
@@ -583,15 +558,15 @@ TEST_F(AppcastUpdaterScheduleTest, ItCanBeDestroyedAtAnyStep) {
         updater().checkForUpdates();
         // It may be a step further by the time that is seen.
         ASSERT_TRUE(runUntil([&] {
-            return testing::Value(userDriver_.shown(), testing::Contains(std::string(last)));
+            return testing::Value(presenter_.shown(), testing::Contains(std::string(last)));
         }));
-        const std::vector<std::string> shown = userDriver_.shown();
+        const std::vector<std::string> shown = presenter_.shown();
         updater_.reset();
         processEvents();
-        EXPECT_EQ(userDriver_.shown(), shown);
+        EXPECT_EQ(presenter_.shown(), shown);
         EXPECT_EQ(content(place_), "old");
         EXPECT_THAT(leftovers(), IsEmpty());
-        userDriver_.clear();
+        presenter_.clear();
     }
 }
 
@@ -599,7 +574,7 @@ TEST_F(AppcastUpdaterScheduleTest, ABadKeyIsSaidBeforeAnythingIsLoaded) {
     key_ = "not a key";
     updater().checkForUpdates();
     EXPECT_THAT(
-        userDriver_.shown(),
+        presenter_.shown(),
         ElementsAre("The update signing key of this build is not valid, so updates cannot be "
                     "verified."));
     EXPECT_EQ(requests(), 0U);
@@ -607,10 +582,10 @@ TEST_F(AppcastUpdaterScheduleTest, ABadKeyIsSaidBeforeAnythingIsLoaded) {
 
 TEST_F(AppcastUpdaterScheduleTest, ALogLineNamesTheVersionOnly) {
     offer({item("2.0")});
-    userDriver_.onUpdate = [this] {
+    presenter_.onOffer = [this] {
         updater_->choose(Choice::Install);
     };
-    userDriver_.onReadyToInstall = userDriver_.onUpdate;
+    presenter_.onReadyToInstall = presenter_.onOffer;
     updater().checkForUpdates();
     ASSERT_TRUE(shows("relaunch"));
     EXPECT_THAT(
@@ -631,10 +606,10 @@ protected:
         std::ofstream(folder_ / "pem") << server_.authority();
         session_ = std::make_unique<CurlURLSession>(CurlURLSession::Trust{{}, folder_ / "pem"});
         update("new content");
-        userDriver_.onUpdate = [this] {
+        presenter_.onOffer = [this] {
             updater_->choose(Choice::Install);
         };
-        userDriver_.onReadyToInstall = userDriver_.onUpdate;
+        presenter_.onReadyToInstall = presenter_.onOffer;
     }
     ~AppcastUpdaterDownloadTest() override {
         updater_.reset();
@@ -660,15 +635,15 @@ protected:
 
     /// What the user is shown, from asking for an update to its end.
     std::vector<std::string> outcome() {
-        userDriver_.clear();
+        presenter_.clear();
         updater().checkForUpdates();
         const bool hasEnded = runUntil([this] {
-            const std::string last = userDriver_.shown().back();
+            const std::string last = presenter_.shown().back();
             return last.ends_with(".") || last.starts_with("Could not") || last == "no update" ||
                    last == "relaunch" || last.starts_with("reveal");
         });
         EXPECT_TRUE(hasEnded);
-        return userDriver_.shown();
+        return presenter_.shown();
     }
 
     LocalServer::Handler serveFeed;
@@ -960,7 +935,7 @@ TEST_F(AppcastUpdaterDownloadTest, ADownloadThatCannotBeTrustedIsRefusedAndRemov
         feed(AppcastBuilder().add(each.item).text());
         serveUpdate = each.serve;
         EXPECT_EQ(outcome().back(), each.sentence) << each.name;
-        EXPECT_THAT(userDriver_.shown(), testing::Not(testing::Contains("ready 2.0"))) << each.name;
+        EXPECT_THAT(presenter_.shown(), testing::Not(testing::Contains("ready 2.0"))) << each.name;
         EXPECT_EQ(content(place_), "old") << each.name;
         EXPECT_TRUE(waitUntil([this] { return leftovers().empty(); })) << each.name;
     }

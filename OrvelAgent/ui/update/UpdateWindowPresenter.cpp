@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "OrvelAgent/ui/update/UpdateUserDriver.h"
+#include "OrvelAgent/ui/update/UpdateWindowPresenter.h"
 
 #include "OrvelAgent/base/Configuration.h"
 #include "OrvelAgent/ui/update/UpdateWindow.h"
 #include "platform/ApplicationFocus.h"
 #include "platform/MotionPreference.h"
 #include "platform/ProcessControl.h"
+#include "platform/SoftwareUpdater.h"
 #include "platform/Workspace.h"
 
 #include <QLocale>
@@ -13,7 +14,9 @@
 #include <QPointer>
 
 #include <algorithm>
+#include <cstdint>
 #include <optional>
+#include <variant>
 
 namespace orvel {
 
@@ -27,22 +30,26 @@ QString sizeText(std::uint64_t bytes) {
 
 } // namespace
 
-UpdateUserDriver::UpdateUserDriver(
+UpdateWindowPresenter::UpdateWindowPresenter(
     SoftwareUpdater& updater, const Desktop& desktop, const Bundle& bundle)
     : updater_(updater),
       desktop_(desktop),
       name_(QString::fromStdString(Configuration(bundle).displayName())),
       version_(QString::fromStdString(Configuration(bundle).shortVersion())) {}
 
-UpdateUserDriver::~UpdateUserDriver() = default;
+UpdateWindowPresenter::~UpdateWindowPresenter() = default;
 
-void UpdateUserDriver::showChecking() {
+void UpdateWindowPresenter::show(const Stage& stage) {
+    std::visit([this](const auto& each) { showStage(each); }, stage);
+}
+
+void UpdateWindowPresenter::showStage(const Checking&) {
     isDeclined_ = false;
     setPage(State::Checking, tr("Checking for updates…"));
     present();
 }
 
-void UpdateUserDriver::showNoUpdate() {
+void UpdateWindowPresenter::showStage(const NoUpdate&) {
     setPage(
         State::Idle,
         tr("You are up to date."),
@@ -50,7 +57,8 @@ void UpdateUserDriver::showNoUpdate() {
     present();
 }
 
-void UpdateUserDriver::showUpdate(const SoftwareUpdate& update, SoftwareUpdater::Showing showing) {
+void UpdateWindowPresenter::showStage(const Offer& offer) {
+    const SoftwareUpdate& update = offer.update;
     updateVersion_ = QString::fromStdString(update.displayVersion);
     isDeclined_ = false;
     setPage(
@@ -59,19 +67,20 @@ void UpdateUserDriver::showUpdate(const SoftwareUpdate& update, SoftwareUpdater:
         tr("Version %1 can be installed now; you have version %2. The download is %3.")
             .arg(updateVersion_, version_, sizeText(update.length)),
         QString::fromStdString(update.releaseNotes));
-    if (showing == SoftwareUpdater::Showing::InFocus) {
+    if (!offer.isGentle) {
         present();
     }
 }
 
-void UpdateUserDriver::showUpdateInFocus() {
-    // Whoever asks for it again has taken the closing back.
+void UpdateWindowPresenter::showInFocus() {
+    // Asking again takes back that the window was closed.
     isDeclined_ = false;
     present();
     window_->focusUsualAnswer();
 }
 
-void UpdateUserDriver::showDownload(std::uint64_t received, std::uint64_t expected) {
+void UpdateWindowPresenter::showStage(const Download& download) {
+    const auto [received, expected] = download;
     const double part =
         expected == 0 ? 0 : static_cast<double>(received) / static_cast<double>(expected);
     setPage(
@@ -82,11 +91,11 @@ void UpdateUserDriver::showDownload(std::uint64_t received, std::uint64_t expect
         static_cast<int>(std::clamp(part, 0.0, 1.0) * 100));
 }
 
-void UpdateUserDriver::showVerification() {
+void UpdateWindowPresenter::showStage(const Verification&) {
     setPage(State::Verifying, tr("Verifying version %1…").arg(updateVersion_));
 }
 
-void UpdateUserDriver::showReadyToInstall(const SoftwareUpdate&) {
+void UpdateWindowPresenter::showStage(const ReadyToInstall&) {
     if (isDeclined_) {
         state_ = State::Idle;
         window_->hide();
@@ -97,18 +106,20 @@ void UpdateUserDriver::showReadyToInstall(const SoftwareUpdate&) {
     }
 }
 
-void UpdateUserDriver::showRefusal(const std::string& sentence) {
+void UpdateWindowPresenter::showStage(const Refusal& refusal) {
     if (isDeclined_) {
-        // The log has it.
+        // The log names the reason.
         state_ = State::Idle;
         return;
     }
     setPage(
-        State::Idle, tr("%1 could not be updated.").arg(name_), QString::fromStdString(sentence));
+        State::Idle,
+        tr("%1 could not be updated.").arg(name_),
+        QString::fromStdString(refusal.sentence));
     present();
 }
 
-void UpdateUserDriver::revealPackage(const std::string& path) {
+void UpdateWindowPresenter::revealPackage(const std::string& path) {
     const QString place = QString::fromStdString(path);
     setPage(
         State::Idle,
@@ -133,17 +144,17 @@ void UpdateUserDriver::revealPackage(const std::string& path) {
         });
 }
 
-void UpdateUserDriver::relaunch() {
+void UpdateWindowPresenter::relaunch() {
     desktop_.processControl.scheduleRelaunch();
     desktop_.processControl.terminate();
 }
 
-void UpdateUserDriver::present() {
+void UpdateWindowPresenter::present() {
     desktop_.applicationFocus.activate();
     window_->present();
 }
 
-void UpdateUserDriver::setPage(
+void UpdateWindowPresenter::setPage(
     State state, const QString& title, const QString& text, const QString& notes, int progress) {
     if (!window_) {
         window_ = std::make_unique<UpdateWindow>();
@@ -176,22 +187,22 @@ void UpdateUserDriver::setPage(
     window_->setPage(page, desktop_.motionPreference.shouldReduceMotion());
 }
 
-void UpdateUserDriver::install() {
+void UpdateWindowPresenter::install() {
     updater_.choose(SoftwareUpdater::Choice::Install);
 }
 
-void UpdateUserDriver::skip() {
+void UpdateWindowPresenter::skip() {
     state_ = State::Idle;
     window_->hide();
     updater_.choose(SoftwareUpdater::Choice::Skip);
 }
 
-void UpdateUserDriver::dismiss() {
+void UpdateWindowPresenter::dismiss() {
     switch (state_) {
     case State::Checking:
     case State::Downloading:
         state_ = State::Idle;
-        updater_.cancel();
+        updater_.choose(SoftwareUpdater::Choice::Cancel);
         break;
     case State::Asking:
         state_ = State::Idle;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "platform/SoftwareUpdater.h"
+#include "platform/UpdatePresenter.h"
 
 #include <QCoreApplication>
 #include <QString>
@@ -14,16 +14,17 @@ class ApplicationFocus;
 class Bundle;
 class MotionPreference;
 class ProcessControl;
+class SoftwareUpdater;
 class UpdateWindow;
 class Workspace;
 
-/// Shows the user what the updater does, in a window of its own, and brings back the answers.
+/// Shows the stages of an update in a window, and passes the user's answers to the updater.
 ///
-/// An update that is found on schedule waits without a window until the user asks for it. Who has
-/// once said "Install" is not asked again. Closing the window means later, or cancels what runs.
-/// Main thread. Borrows the updater and the desktop.
-class UpdateUserDriver final : public SoftwareUpdater::UserDriver {
-    Q_DECLARE_TR_FUNCTIONS(orvel::UpdateUserDriver)
+/// A gentle offer opens no window until the user asks for updates. After "Install", the verified
+/// update is installed without a second question. Closing the window means `Later`, or `Cancel`
+/// while a check or a download runs. Main thread. Borrows the updater and the ports.
+class UpdateWindowPresenter final : public UpdatePresenter {
+    Q_DECLARE_TR_FUNCTIONS(orvel::UpdateWindowPresenter)
 
 public:
     struct Desktop {
@@ -33,26 +34,27 @@ public:
         ProcessControl& processControl;
     };
 
-    UpdateUserDriver(SoftwareUpdater& updater, const Desktop& desktop, const Bundle& bundle);
-    ~UpdateUserDriver() override;
+    UpdateWindowPresenter(SoftwareUpdater& updater, const Desktop& desktop, const Bundle& bundle);
+    ~UpdateWindowPresenter() override;
 
-    void showChecking() override;
-    void showNoUpdate() override;
-    void showUpdate(const SoftwareUpdate& update, SoftwareUpdater::Showing showing) override;
-    void showUpdateInFocus() override;
-    void showDownload(std::uint64_t received, std::uint64_t expected) override;
-    void showVerification() override;
-    void showReadyToInstall(const SoftwareUpdate& update) override;
-    void showRefusal(const std::string& sentence) override;
+    void show(const Stage& stage) override;
+    void showInFocus() override;
     void revealPackage(const std::string& path) override;
     void relaunch() override;
 
-    /// None before there has been something to show.
+    /// Null until the first stage has been shown.
     [[nodiscard]] UpdateWindow* window() const { return window_.get(); }
 
 private:
     enum class State { Idle, Checking, Asking, Downloading, Verifying, Installing };
 
+    void showStage(const Checking&);
+    void showStage(const NoUpdate&);
+    void showStage(const Offer& offer);
+    void showStage(const Download& download);
+    void showStage(const Verification&);
+    void showStage(const ReadyToInstall&);
+    void showStage(const Refusal& refusal);
     /// Brings the window to the front.
     void present();
     void setPage(
@@ -71,9 +73,9 @@ private:
     const QString version_;
     std::unique_ptr<UpdateWindow> window_;
     State state_ = State::Idle;
-    /// The display version of the update that is under way.
+    /// The display version of the offered update.
     QString updateVersion_;
-    /// The user has closed the window while nothing could be stopped.
+    /// The user closed the window while the update could not be cancelled.
     bool isDeclined_ = false;
 };
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "OrvelAgent/ui/update/UpdateUserDriver.h"
+#include "OrvelAgent/ui/update/UpdateWindowPresenter.h"
 
 #include "OrvelAgent/ui/update/UpdateWindow.h"
 #include "OrvelAgent/update/UpdaterService.h"
@@ -45,48 +45,53 @@ namespace orvel::test {
 namespace {
 
 using Choice = SoftwareUpdater::Choice;
-using Showing = SoftwareUpdater::Showing;
+using Presenter = UpdateWindowPresenter;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
 const SoftwareUpdate newer{"2.0", "2.0 Spring", "Better <b>notes</b>.", 12'300'000};
 
-/// Takes notes of the answers.
+/// Records the answers.
 class RecordingUpdater final : public SoftwareUpdater {
 public:
     std::vector<Choice> choices;
     int cancellations = 0;
     int attentions = 0;
 
-    void start(Feed, Delegate&, UserDriver&) override {}
+    void start(Feed, UpdateObserver&, UpdatePresenter&) override {}
     void stop() override {}
     void checkForUpdates() override {}
+    void choose(Choice choice) override {
+        if (choice == Choice::Cancel) {
+            ++cancellations;
+        } else {
+            choices.push_back(choice);
+        }
+    }
+    void noteUserAttention() override { ++attentions; }
     [[nodiscard]] bool automaticallyChecksForUpdates() const override { return true; }
     void setAutomaticallyChecksForUpdates(bool) override {}
     [[nodiscard]] std::optional<tavrin::Date> lastUpdateCheckDate() const override { return {}; }
-    void choose(Choice choice) override { choices.push_back(choice); }
-    void noteUserAttention() override { ++attentions; }
-    void cancel() override { ++cancellations; }
 };
 
-class UpdateUserDriverTest : public testing::Test {
+class UpdateWindowPresenterTest : public testing::Test {
 protected:
-    UpdateUserDriverTest() {
+    UpdateWindowPresenterTest() {
         bundle_.setInfo("CFBundleDisplayName", "Orvel Agent");
         bundle_.setInfo("CFBundleShortVersionString", "1.2.3");
         bundle_.setInfo("SUFeedURL", "https://h/feed.xml");
     }
 
     [[nodiscard]] bool isShown() const {
-        return driver().window() != nullptr && driver().window()->isVisible();
+        return presenter().window() != nullptr && presenter().window()->isVisible();
     }
 
-    [[nodiscard]] virtual const UpdateUserDriver& driver() const = 0;
+    [[nodiscard]] virtual const UpdateWindowPresenter& presenter() const = 0;
 
     template <typename Widget>
     [[nodiscard]] Widget* find(const char* name) const {
-        return driver().window()->findChild<Widget*>(QLatin1String(name));
+        return presenter().window()->findChild<Widget*>(QLatin1String(name));
     }
 
     /// Empty when it is not shown.
@@ -122,31 +127,31 @@ protected:
     FakeMotionPreference motion_;
     FakeApplicationFocus focus_;
     FakeProcessControl process_;
-    UpdateUserDriver::Desktop desktop_{workspace_, motion_, focus_, process_};
+    UpdateWindowPresenter::Desktop desktop_{workspace_, motion_, focus_, process_};
 };
 
-class UpdateWindowTest : public UpdateUserDriverTest {
+class UpdateWindowTest : public UpdateWindowPresenterTest {
 protected:
-    [[nodiscard]] const UpdateUserDriver& driver() const override { return driver_; }
+    [[nodiscard]] const UpdateWindowPresenter& presenter() const override { return presenter_; }
 
     /// The user has said "Install".
     void install() {
-        driver_.showUpdate(newer, Showing::InFocus);
+        presenter_.show(Presenter::Offer{newer});
         button("install")->click();
     }
 
     RecordingUpdater updater_;
-    UpdateUserDriver driver_{updater_, desktop_, bundle_};
+    UpdateWindowPresenter presenter_{updater_, desktop_, bundle_};
 };
 
 } // namespace
 
 TEST_F(UpdateWindowTest, MakesNoWindowBeforeThereIsSomethingToShow) {
-    EXPECT_EQ(driver_.window(), nullptr);
+    EXPECT_EQ(presenter_.window(), nullptr);
 }
 
 TEST_F(UpdateWindowTest, ShowsThatItChecksAndLetsTheUserCancel) {
-    driver_.showChecking();
+    presenter_.show(Presenter::Checking());
     EXPECT_TRUE(isShown());
     EXPECT_EQ(focus_.activations, 1);
     EXPECT_EQ(text("title"), "Checking for updates…");
@@ -160,18 +165,18 @@ TEST_F(UpdateWindowTest, ShowsThatItChecksAndLetsTheUserCancel) {
 
 TEST_F(UpdateWindowTest, WithReducedMotionNothingMovesWhileItWaits) {
     motion_.setReducesMotion(true);
-    driver_.showChecking();
+    presenter_.show(Presenter::Checking());
     EXPECT_EQ(progress(), -2);
-    driver_.showUpdate(newer, Showing::InFocus);
-    driver_.showDownload(1, 4);
+    presenter_.show(Presenter::Offer{newer});
+    presenter_.show(Presenter::Download{1, 4});
     EXPECT_EQ(progress(), 25);
-    driver_.showVerification();
+    presenter_.show(Presenter::Verification());
     EXPECT_EQ(progress(), -2);
 }
 
 TEST_F(UpdateWindowTest, SaysThatThereIsNothingNewer) {
-    driver_.showChecking();
-    driver_.showNoUpdate();
+    presenter_.show(Presenter::Checking());
+    presenter_.show(Presenter::NoUpdate());
     EXPECT_TRUE(isShown());
     EXPECT_EQ(text("title"), "You are up to date.");
     EXPECT_EQ(text("text"), "Orvel Agent 1.2.3 is the newest version.");
@@ -184,7 +189,7 @@ TEST_F(UpdateWindowTest, SaysThatThereIsNothingNewer) {
 }
 
 TEST_F(UpdateWindowTest, AsksAboutAnUpdateWithItsVersionsItsSizeAndItsNotes) {
-    driver_.showUpdate(newer, Showing::InFocus);
+    presenter_.show(Presenter::Offer{newer});
     EXPECT_TRUE(isShown());
     EXPECT_EQ(text("title"), "A new version of Orvel Agent is available.");
     EXPECT_EQ(
@@ -198,12 +203,12 @@ TEST_F(UpdateWindowTest, AsksAboutAnUpdateWithItsVersionsItsSizeAndItsNotes) {
 TEST_F(UpdateWindowTest, WhatTheFeedSaysIsNeverReadAsMarkup) {
     SoftwareUpdate hostile = newer;
     hostile.displayVersion = "<img src=x>%1";
-    driver_.showUpdate(hostile, Showing::InFocus);
+    presenter_.show(Presenter::Offer{hostile});
     const auto* notes = find<QPlainTextEdit>("notes");
     EXPECT_EQ(notes->toPlainText(), QStringLiteral("Better <b>notes</b>."));
     EXPECT_TRUE(notes->isReadOnly());
     EXPECT_THAT(text("text"), HasSubstr("Version <img src=x>%1 can be installed now"));
-    for (const QLabel* label : driver_.window()->findChildren<QLabel*>()) {
+    for (const QLabel* label : presenter_.window()->findChildren<QLabel*>()) {
         EXPECT_EQ(label->textFormat(), Qt::PlainText);
     }
 }
@@ -211,17 +216,17 @@ TEST_F(UpdateWindowTest, WhatTheFeedSaysIsNeverReadAsMarkup) {
 TEST_F(UpdateWindowTest, WithoutNotesThereIsNoPlaceForThem) {
     SoftwareUpdate quiet = newer;
     quiet.releaseNotes.clear();
-    driver_.showUpdate(quiet, Showing::InFocus);
+    presenter_.show(Presenter::Offer{quiet});
     EXPECT_TRUE(find<QPlainTextEdit>("notes")->isHidden());
 }
 
 TEST_F(UpdateWindowTest, AGentleFindWaitsWithoutAWindowUntilTheUserAsks) {
-    driver_.showUpdate(newer, Showing::Gently);
+    presenter_.show(Presenter::Offer{newer, true});
     processEvents();
     EXPECT_FALSE(isShown());
     EXPECT_EQ(focus_.activations, 0);
     EXPECT_EQ(updater_.attentions, 0);
-    driver_.showUpdateInFocus();
+    presenter_.showInFocus();
     processEvents();
     EXPECT_TRUE(isShown());
     EXPECT_EQ(focus_.activations, 1);
@@ -230,29 +235,29 @@ TEST_F(UpdateWindowTest, AGentleFindWaitsWithoutAWindowUntilTheUserAsks) {
 }
 
 TEST_F(UpdateWindowTest, TheAnswersGoToTheUpdater) {
-    driver_.showUpdate(newer, Showing::InFocus);
+    presenter_.show(Presenter::Offer{newer});
     button("install")->click();
     EXPECT_THAT(updater_.choices, ElementsAre(Choice::Install));
-    driver_.showUpdate(newer, Showing::InFocus);
+    presenter_.show(Presenter::Offer{newer});
     button("later")->click();
     EXPECT_THAT(updater_.choices, ElementsAre(Choice::Install, Choice::Later));
     EXPECT_FALSE(isShown());
-    driver_.showUpdate(newer, Showing::InFocus);
+    presenter_.show(Presenter::Offer{newer});
     button("skip")->click();
     EXPECT_THAT(updater_.choices, ElementsAre(Choice::Install, Choice::Later, Choice::Skip));
     EXPECT_FALSE(isShown());
 }
 
 TEST_F(UpdateWindowTest, ClosingTheQuestionMeansLater) {
-    driver_.showUpdate(newer, Showing::InFocus);
-    driver_.window()->close();
+    presenter_.show(Presenter::Offer{newer});
+    presenter_.window()->close();
     EXPECT_THAT(updater_.choices, ElementsAre(Choice::Later));
     for (const QKeySequence& keys :
          {QKeySequence(Qt::Key_Escape), QKeySequence(Qt::CTRL | Qt::Key_W)}) {
         updater_.choices.clear();
-        driver_.showUpdate(newer, Showing::InFocus);
-        ASSERT_TRUE(waitUntil([this] { return driver_.window()->isActiveWindow(); }));
-        QTest::keySequence(driver_.window()->focusWidget(), keys);
+        presenter_.show(Presenter::Offer{newer});
+        ASSERT_TRUE(waitUntil([this] { return presenter_.window()->isActiveWindow(); }));
+        QTest::keySequence(presenter_.window()->focusWidget(), keys);
         EXPECT_THAT(updater_.choices, ElementsAre(Choice::Later));
         EXPECT_FALSE(isShown());
     }
@@ -260,12 +265,12 @@ TEST_F(UpdateWindowTest, ClosingTheQuestionMeansLater) {
 
 TEST_F(UpdateWindowTest, ShowsTheDownloadAndLetsTheUserCancel) {
     install();
-    driver_.showDownload(0, 12'300'000);
+    presenter_.show(Presenter::Download{0, 12'300'000});
     EXPECT_EQ(text("title"), "Downloading version 2.0 Spring…");
     EXPECT_EQ(text("text"), "0 bytes of 12.3 MB");
     EXPECT_EQ(progress(), 0);
     EXPECT_THAT(buttons(), ElementsAre("Cancel"));
-    driver_.showDownload(6'150'000, 12'300'000);
+    presenter_.show(Presenter::Download{6'150'000, 12'300'000});
     EXPECT_EQ(text("text"), "6.2 MB of 12.3 MB");
     EXPECT_EQ(progress(), 50);
     button("cancel")->click();
@@ -275,27 +280,27 @@ TEST_F(UpdateWindowTest, ShowsTheDownloadAndLetsTheUserCancel) {
 
 TEST_F(UpdateWindowTest, ClosingTheDownloadCancelsIt) {
     install();
-    driver_.showDownload(0, 1'000);
-    driver_.window()->close();
+    presenter_.show(Presenter::Download{0, 1'000});
+    presenter_.window()->close();
     EXPECT_EQ(updater_.cancellations, 1);
 }
 
 TEST_F(UpdateWindowTest, AnUpdateWithoutALengthDoesNoHarm) {
     install();
-    driver_.showDownload(0, 0);
+    presenter_.show(Presenter::Download{0, 0});
     EXPECT_EQ(progress(), 0);
-    driver_.showDownload(10, 5);
+    presenter_.show(Presenter::Download{10, 5});
     EXPECT_EQ(progress(), 100);
 }
 
 TEST_F(UpdateWindowTest, WhoSaidInstallIsNotAskedAgain) {
     install();
-    driver_.showDownload(1'000, 1'000);
-    driver_.showVerification();
+    presenter_.show(Presenter::Download{1'000, 1'000});
+    presenter_.show(Presenter::Verification());
     EXPECT_EQ(text("title"), "Verifying version 2.0 Spring…");
     EXPECT_EQ(progress(), -1);
     EXPECT_THAT(buttons(), IsEmpty());
-    driver_.showReadyToInstall(newer);
+    presenter_.show(Presenter::ReadyToInstall{newer});
     EXPECT_EQ(text("title"), "Installing version 2.0 Spring…");
     EXPECT_THAT(buttons(), IsEmpty());
     EXPECT_THAT(updater_.choices, ElementsAre(Choice::Install, Choice::Install));
@@ -303,23 +308,24 @@ TEST_F(UpdateWindowTest, WhoSaidInstallIsNotAskedAgain) {
 
 TEST_F(UpdateWindowTest, ClosingWhileItVerifiesPutsTheUpdateOff) {
     install();
-    driver_.showDownload(1'000, 1'000);
-    driver_.showVerification();
-    driver_.window()->close();
+    presenter_.show(Presenter::Download{1'000, 1'000});
+    presenter_.show(Presenter::Verification());
+    presenter_.window()->close();
     EXPECT_EQ(updater_.cancellations, 0);
-    driver_.showReadyToInstall(newer);
+    presenter_.show(Presenter::ReadyToInstall{newer});
     EXPECT_FALSE(isShown());
     EXPECT_THAT(updater_.choices, ElementsAre(Choice::Install, Choice::Later));
 
     install();
-    driver_.showReadyToInstall(newer);
+    presenter_.show(Presenter::ReadyToInstall{newer});
     EXPECT_EQ(updater_.choices.back(), Choice::Install);
 }
 
 TEST_F(UpdateWindowTest, ARefusalIsShownAsItStands) {
     install();
-    driver_.showVerification();
-    driver_.showRefusal("The signature of the update is not valid. It was not installed.");
+    presenter_.show(Presenter::Verification());
+    presenter_.show(
+        Presenter::Refusal{"The signature of the update is not valid. It was not installed."});
     EXPECT_TRUE(isShown());
     EXPECT_EQ(text("title"), "Orvel Agent could not be updated.");
     EXPECT_EQ(text("text"), "The signature of the update is not valid. It was not installed.");
@@ -330,31 +336,33 @@ TEST_F(UpdateWindowTest, ARefusalIsShownAsItStands) {
 
 TEST_F(UpdateWindowTest, ARefusalBringsNoWindowBackThatTheUserHasClosed) {
     install();
-    driver_.showVerification();
-    driver_.window()->close();
-    driver_.showRefusal("The signature of the update is not valid. It was not installed.");
+    presenter_.show(Presenter::Verification());
+    presenter_.window()->close();
+    presenter_.show(
+        Presenter::Refusal{"The signature of the update is not valid. It was not installed."});
     EXPECT_FALSE(isShown());
 
     install();
-    driver_.showVerification();
-    driver_.showReadyToInstall(newer);
-    driver_.window()->close();
-    driver_.showRefusal("The update could not be put in place.");
+    presenter_.show(Presenter::Verification());
+    presenter_.show(Presenter::ReadyToInstall{newer});
+    presenter_.window()->close();
+    presenter_.show(Presenter::Refusal{"The update could not be put in place."});
     EXPECT_FALSE(isShown());
 
-    driver_.showChecking();
-    driver_.showRefusal("The update feed could not be loaded.");
+    presenter_.show(Presenter::Checking());
+    presenter_.show(Presenter::Refusal{"The update feed could not be loaded."});
     EXPECT_TRUE(isShown());
     EXPECT_EQ(text("text"), "The update feed could not be loaded.");
 }
 
 TEST_F(UpdateWindowTest, WhatIsClosedAndAskedForAgainShowsItsRefusal) {
     install();
-    driver_.showVerification();
-    driver_.window()->close();
-    driver_.showUpdateInFocus();
+    presenter_.show(Presenter::Verification());
+    presenter_.window()->close();
+    presenter_.showInFocus();
     EXPECT_EQ(text("title"), "Verifying version 2.0 Spring…");
-    driver_.showRefusal("The signature of the update is not valid. It was not installed.");
+    presenter_.show(
+        Presenter::Refusal{"The signature of the update is not valid. It was not installed."});
     EXPECT_TRUE(isShown());
     EXPECT_EQ(text("text"), "The signature of the update is not valid. It was not installed.");
     EXPECT_EQ(progress(), -2);
@@ -363,10 +371,10 @@ TEST_F(UpdateWindowTest, WhatIsClosedAndAskedForAgainShowsItsRefusal) {
 
 TEST_F(UpdateWindowTest, WhatIsClosedAndAskedForAgainIsInstalledWhenItIsReady) {
     install();
-    driver_.showVerification();
-    driver_.window()->close();
-    driver_.showUpdateInFocus();
-    driver_.showReadyToInstall(newer);
+    presenter_.show(Presenter::Verification());
+    presenter_.window()->close();
+    presenter_.showInFocus();
+    presenter_.show(Presenter::ReadyToInstall{newer});
     EXPECT_TRUE(isShown());
     EXPECT_EQ(text("title"), "Installing version 2.0 Spring…");
     EXPECT_THAT(updater_.choices, ElementsAre(Choice::Install, Choice::Install));
@@ -374,7 +382,7 @@ TEST_F(UpdateWindowTest, WhatIsClosedAndAskedForAgainIsInstalledWhenItIsReady) {
 
 TEST_F(UpdateWindowTest, APackageIsShownInTheFileManagerWithWhatIsToBeDone) {
     install();
-    driver_.revealPackage("/home/one/Downloads/agent.deb");
+    presenter_.revealPackage("/home/one/Downloads/agent.deb");
     processEvents();
     EXPECT_THAT(workspace_.revealedFiles, ElementsAre("/home/one/Downloads/agent.deb"));
     EXPECT_EQ(text("title"), "Version 2.0 Spring is ready to be installed.");
@@ -389,7 +397,7 @@ TEST_F(UpdateWindowTest, APackageIsShownInTheFileManagerWithWhatIsToBeDone) {
 TEST_F(UpdateWindowTest, APackageThatCannotBeShownIsNamed) {
     workspace_.openError = tavrin::PlatformError("desktop", 1, "No file manager.");
     install();
-    driver_.revealPackage("/home/one/Downloads/agent.deb");
+    presenter_.revealPackage("/home/one/Downloads/agent.deb");
     processEvents();
     EXPECT_EQ(
         text("text"),
@@ -399,7 +407,7 @@ TEST_F(UpdateWindowTest, APackageThatCannotBeShownIsNamed) {
 
 TEST_F(UpdateWindowTest, StartsTheNewVersionAndQuits) {
     install();
-    driver_.relaunch();
+    presenter_.relaunch();
     EXPECT_EQ(process_.relaunches, 1);
     EXPECT_EQ(process_.terminations, 1);
 }
@@ -408,49 +416,49 @@ TEST_F(UpdateWindowTest, AKeyThatIsPressedWhileTheQuestionComesInstallsNothing) 
     SoftwareUpdate quiet = newer;
     quiet.releaseNotes.clear();
     for (const SoftwareUpdate& update : {newer, quiet}) {
-        driver_.showChecking();
+        presenter_.show(Presenter::Checking());
         processEvents();
-        ASSERT_EQ(driver_.window()->focusWidget(), button("cancel"));
-        driver_.showUpdate(update, Showing::InFocus);
+        ASSERT_EQ(presenter_.window()->focusWidget(), button("cancel"));
+        presenter_.show(Presenter::Offer{update});
         processEvents();
         for (const Qt::Key key : {Qt::Key_Space, Qt::Key_Return, Qt::Key_Enter}) {
-            QTest::keyClick(driver_.window()->focusWidget(), key);
+            QTest::keyClick(presenter_.window()->focusWidget(), key);
         }
         EXPECT_THAT(updater_.choices, IsEmpty());
         EXPECT_TRUE(isShown());
     }
-    driver_.window()->hide();
-    driver_.window()->present();
-    QTest::keyClick(driver_.window()->focusWidget(), Qt::Key_Return);
+    presenter_.window()->hide();
+    presenter_.window()->present();
+    QTest::keyClick(presenter_.window()->focusWidget(), Qt::Key_Return);
     EXPECT_THAT(updater_.choices, IsEmpty());
 }
 
 TEST_F(UpdateWindowTest, WhoAsksForTheUpdateThatWaitsHasTheUsualAnswerAtHand) {
-    driver_.showUpdate(newer, Showing::Gently);
-    driver_.showUpdateInFocus();
+    presenter_.show(Presenter::Offer{newer, true});
+    presenter_.showInFocus();
     processEvents();
-    EXPECT_EQ(driver_.window()->focusWidget(), button("install"));
-    QTest::keyClick(driver_.window(), Qt::Key_Return);
+    EXPECT_EQ(presenter_.window()->focusWidget(), button("install"));
+    QTest::keyClick(presenter_.window(), Qt::Key_Return);
     EXPECT_THAT(updater_.choices, ElementsAre(Choice::Install));
 }
 
 TEST_F(UpdateWindowTest, AMinimisedWindowComesBack) {
-    driver_.showUpdate(newer, Showing::InFocus);
-    driver_.window()->showMinimized();
-    driver_.showUpdateInFocus();
-    EXPECT_FALSE(driver_.window()->isMinimized());
+    presenter_.show(Presenter::Offer{newer});
+    presenter_.window()->showMinimized();
+    presenter_.showInFocus();
+    EXPECT_FALSE(presenter_.window()->isMinimized());
 }
 
 TEST_F(UpdateWindowTest, ItsHeightIsTheUsersWhileItIsOpen) {
-    driver_.showUpdate(newer, Showing::InFocus);
+    presenter_.show(Presenter::Offer{newer});
     processEvents();
-    UpdateWindow* window = driver_.window();
+    UpdateWindow* window = presenter_.window();
     const int fitted = window->height();
     window->resize(window->width(), fitted + 100);
-    driver_.showUpdate(newer, Showing::InFocus);
+    presenter_.show(Presenter::Offer{newer});
     processEvents();
     EXPECT_EQ(window->height(), fitted + 100);
-    driver_.showDownload(0, 1);
+    presenter_.show(Presenter::Download{0, 1});
     processEvents();
     EXPECT_EQ(window->height(), fitted + 100);
     EXPECT_THAT(layoutFaults(*window), IsEmpty());
@@ -458,36 +466,36 @@ TEST_F(UpdateWindowTest, ItsHeightIsTheUsersWhileItIsOpen) {
     window->resize(window->size().boundedTo(QSize(window->width(), 0)));
     const int lower = window->height();
     EXPECT_LT(lower, fitted);
-    driver_.showUpdate(newer, Showing::InFocus);
+    presenter_.show(Presenter::Offer{newer});
     processEvents();
     EXPECT_EQ(window->height(), fitted);
-    driver_.showDownload(0, 1);
+    presenter_.show(Presenter::Download{0, 1});
     processEvents();
     EXPECT_EQ(window->height(), lower);
 
     window->resize(window->width(), fitted);
     window->close();
-    driver_.showChecking();
+    presenter_.show(Presenter::Checking());
     processEvents();
     EXPECT_LT(window->height(), fitted);
 }
 
 TEST_F(UpdateWindowTest, TheKeyboardReachesTheNotesAndThenTheAnswers) {
-    driver_.showUpdate(newer, Showing::InFocus);
+    presenter_.show(Presenter::Offer{newer});
     processEvents();
-    UpdateWindow* window = driver_.window();
+    UpdateWindow* window = presenter_.window();
     std::vector<std::string> reached;
     for (int step = 0; step < 4; ++step) {
         QTest::keyClick(window->focusWidget(), Qt::Key_Tab);
         reached.push_back(window->focusWidget()->objectName().toStdString());
     }
     EXPECT_THAT(reached, ElementsAre("notes", "skip", "later", "install"));
-    driver_.showDownload(0, 1);
+    presenter_.show(Presenter::Download{0, 1});
     EXPECT_EQ(window->focusWidget(), button("cancel"));
 }
 
 TEST_F(UpdateWindowTest, AScreenReaderHearsEveryPart) {
-    driver_.showUpdate(newer, Showing::InFocus);
+    presenter_.show(Presenter::Offer{newer});
     const auto nameOf = [this](const char* name) {
         return QAccessible::queryAccessibleInterface(find<QWidget>(name))
             ->text(QAccessible::Name)
@@ -496,7 +504,7 @@ TEST_F(UpdateWindowTest, AScreenReaderHearsEveryPart) {
     EXPECT_EQ(nameOf("notes"), "Release notes");
     EXPECT_EQ(nameOf("install"), "Install");
     EXPECT_EQ(nameOf("skip"), "Skip this version");
-    driver_.showDownload(0, 1);
+    presenter_.show(Presenter::Download{0, 1});
     EXPECT_EQ(nameOf("progress"), "Progress");
 }
 
@@ -504,47 +512,47 @@ class UpdateWindowLookTest : public UpdateWindowTest, public testing::WithParamI
 protected:
     void expectNothingCut() {
         processEvents();
-        EXPECT_THAT(layoutFaults(*driver_.window()), IsEmpty()) << text("title");
+        EXPECT_THAT(layoutFaults(*presenter_.window()), IsEmpty()) << text("title");
     }
 };
 
 TEST_P(UpdateWindowLookTest, NothingIsCutInAnyState) {
     const DesktopLook look(GetParam());
-    driver_.showChecking();
+    presenter_.show(Presenter::Checking());
     expectNothingCut();
-    driver_.showNoUpdate();
+    presenter_.show(Presenter::NoUpdate());
     expectNothingCut();
-    driver_.showUpdate(newer, Showing::InFocus);
+    presenter_.show(Presenter::Offer{newer});
     expectNothingCut();
     button("install")->click();
-    driver_.showDownload(6'150'000, 12'300'000);
+    presenter_.show(Presenter::Download{6'150'000, 12'300'000});
     expectNothingCut();
-    driver_.showVerification();
+    presenter_.show(Presenter::Verification());
     expectNothingCut();
-    driver_.showReadyToInstall(newer);
+    presenter_.show(Presenter::ReadyToInstall{newer});
     expectNothingCut();
-    driver_.showRefusal(
-        "The update feed could not be loaded: the server answered with status 404.");
+    presenter_.show(Presenter::Refusal{
+        "The update feed could not be loaded: the server answered with status 404."});
     expectNothingCut();
-    driver_.revealPackage("/home/one/Downloads/" + std::string(80, 'x') + ".deb");
+    presenter_.revealPackage("/home/one/Downloads/" + std::string(80, 'x') + ".deb");
     expectNothingCut();
 }
 
 INSTANTIATE_TEST_SUITE_P(Looks, UpdateWindowLookTest, testing::ValuesIn(allLooks()), nameOfLook);
 
 /// With the updater service and an updater of fakes.
-class UpdateUserDriverServiceTest : public UpdateUserDriverTest {
+class UpdateWindowPresenterServiceTest : public UpdateWindowPresenterTest {
 protected:
-    UpdateUserDriverServiceTest() { bundle_.setInfo("SUPublicEDKey", "key"); }
+    UpdateWindowPresenterServiceTest() { bundle_.setInfo("SUPublicEDKey", "key"); }
 
-    [[nodiscard]] const UpdateUserDriver& driver() const override { return driver_; }
+    [[nodiscard]] const UpdateWindowPresenter& presenter() const override { return presenter_; }
 
     FakeSoftwareUpdater updater_;
-    UpdateUserDriver driver_{updater_, desktop_, bundle_};
+    UpdateWindowPresenter presenter_{updater_, desktop_, bundle_};
 };
 
-TEST_F(UpdateUserDriverServiceTest, AnUpdateWaitsForAttentionUntilTheUserHasSeenIt) {
-    UpdaterService service(bundle_, updater_, driver_);
+TEST_F(UpdateWindowPresenterServiceTest, AnUpdateWaitsForAttentionUntilTheUserHasSeenIt) {
+    UpdaterService service(bundle_, updater_, presenter_);
     updater_.setOffer(newer);
     updater_.passADay();
     processEvents();
@@ -554,14 +562,14 @@ TEST_F(UpdateUserDriverServiceTest, AnUpdateWaitsForAttentionUntilTheUserHasSeen
     processEvents();
     EXPECT_TRUE(isShown());
     EXPECT_FALSE(service.updateAwaitingAttention());
-    driver_.window()->close();
+    presenter_.window()->close();
     EXPECT_EQ(updater_.lastChoice(), Choice::Later);
 }
 
 /// With the real updater, of an AppImage of version 1.2.3.
-class UpdateUserDriverAppcastTest : public UpdateUserDriverTest {
+class UpdateWindowPresenterAppcastTest : public UpdateWindowPresenterTest {
 protected:
-    UpdateUserDriverAppcastTest() {
+    UpdateWindowPresenterAppcastTest() {
         std::filesystem::create_directories(folder_ / "mounted");
         std::ofstream(place_) << "old";
         chmod(place_.c_str(), 0755);
@@ -577,11 +585,11 @@ protected:
             "x86_64",
             *UpdateVersion::parse("2.36")};
         updater_.emplace(session_, clock_, defaults_, logStore_, copy);
-        driver_.emplace(*updater_, desktop_, bundle_);
-        service_.emplace(bundle_, *updater_, *driver_);
+        presenter_.emplace(*updater_, desktop_, bundle_);
+        service_.emplace(bundle_, *updater_, *presenter_);
     }
 
-    [[nodiscard]] const UpdateUserDriver& driver() const override { return *driver_; }
+    [[nodiscard]] const UpdateWindowPresenter& presenter() const override { return *presenter_; }
 
     void offer(const std::string& signature) {
         AppcastBuilder feed;
@@ -610,18 +618,18 @@ protected:
     InMemoryUserDefaults defaults_;
     RecordingLogStore logStore_;
     std::optional<AppcastUpdater> updater_;
-    std::optional<UpdateUserDriver> driver_;
+    std::optional<UpdateWindowPresenter> presenter_;
     std::optional<UpdaterService> service_;
 };
 
-TEST_F(UpdateUserDriverAppcastTest, OneClickInstallsAndStartsTheNewVersion) {
+TEST_F(UpdateWindowPresenterAppcastTest, OneClickInstallsAndStartsTheNewVersion) {
     checkAndInstall();
     ASSERT_TRUE(waitUntil([this] { return process_.terminations > 0; }));
     EXPECT_EQ(installed(), "new");
     EXPECT_EQ(process_.relaunches, 1);
 }
 
-TEST_F(UpdateUserDriverAppcastTest, AForgedUpdateIsRefusedInTheWindow) {
+TEST_F(UpdateWindowPresenterAppcastTest, AForgedUpdateIsRefusedInTheWindow) {
     offer(UpdateSigner().signature("new"));
     checkAndInstall();
     ASSERT_TRUE(waitUntil([this] { return text("title") == "Orvel Agent could not be updated."; }));
