@@ -108,7 +108,7 @@ Platform makePlatform(PlatformOptions options) {
         *platform.clock,
         *platform.userDefaults,
         *platform.logStore,
-        AppcastUpdater::thisCopy(
+        AppcastUpdater::thisAgent(
             platform.bundle->infoString("CFBundleVersion").value_or(""), downloadsFolder()));
     return platform;
 }

@@ -70,11 +70,11 @@ protected:
         CurlURLSession::Trust trust;
         trust.extraCertificates = {service_->caFile()};
         session_ = std::make_unique<CurlURLSession>(std::move(trust));
-        AppcastUpdater::Copy copy = AppcastUpdater::thisCopy("0.1.0", directory_ / "Downloads");
+        AppcastUpdater::Agent agent = AppcastUpdater::thisAgent("0.1.0", directory_ / "Downloads");
         const ProgramTraces traces{
             directory_ / "mounted" / "orvel-agent", place_, directory_ / "mounted"};
-        copy.installation = UpdateInstallation(traces, directory_ / "Downloads");
-        updater_ = std::make_unique<AppcastUpdater>(*session_, clock_, defaults_, log_, copy);
+        agent.installation = UpdateInstallation(traces, directory_ / "Downloads");
+        updater_ = std::make_unique<AppcastUpdater>(*session_, clock_, defaults_, log_, agent);
         const PlistBundle bundle(directory_ / "bundle");
         updaterService_ = std::make_unique<UpdaterService>(bundle, *updater_, presenter_);
         presenter_.onOffer = [this] {

@@ -48,7 +48,7 @@ struct AppcastFixture {
     AppcastFixture() {
         session.setHandler([this](const URLRequest&) { return URLResponse{200, text}; });
         // So that the first scheduled check is a day away.
-        defaults.setDate(AppcastUpdater::lastCheckKey, clock.now());
+        defaults.setDate(UpdateSchedule::lastCheckKey, clock.now());
     }
 
     void offer(const std::optional<std::string>& version) {
@@ -60,7 +60,7 @@ struct AppcastFixture {
         }
         text = builder.text();
     }
-    void passADay() { clock.advance(AppcastUpdater::checkInterval); }
+    void passADay() { clock.advance(UpdateSchedule::checkInterval); }
     void letSavingFail(bool fails) { defaults.setFailsWrites(fails); }
 
     UpdateSigner signer;
@@ -107,7 +107,7 @@ TYPED_TEST_SUITE(SoftwareUpdaterTest, Fixtures);
 
 } // namespace
 
-TYPED_TEST(SoftwareUpdaterTest, WhoAsksLearnsThatThereIsNothingNewer) {
+TYPED_TEST(SoftwareUpdaterTest, ARequestedCheckThatFindsNothingSaysSo) {
     this->checkForUpdates();
     EXPECT_THAT(this->presenter_.shown(), ElementsAre("checking", "no update"));
     EXPECT_THAT(this->observer_.told, ElementsAre("checked"));
@@ -135,7 +135,7 @@ TYPED_TEST(SoftwareUpdaterTest, AFindThatWasAskedForIsInFocus) {
     EXPECT_THAT(this->observer_.told, ElementsAre("checked", "2.0 asked for"));
 }
 
-TYPED_TEST(SoftwareUpdaterTest, WhatWasPutOffComesAgain) {
+TYPED_TEST(SoftwareUpdaterTest, ADeferredUpdateIsOfferedAgain) {
     this->fixture_.offer("2.0");
     this->passADay();
     this->updater().choose(Choice::Later);
@@ -145,7 +145,7 @@ TYPED_TEST(SoftwareUpdaterTest, WhatWasPutOffComesAgain) {
     EXPECT_THAT(this->presenter_.shown(), ElementsAre("update 2.0 gently", "update 2.0 gently"));
 }
 
-TYPED_TEST(SoftwareUpdaterTest, WhatWasSkippedComesOnlyToWhoAsks) {
+TYPED_TEST(SoftwareUpdaterTest, ASkippedUpdateIsOfferedOnlyOnRequest) {
     this->fixture_.offer("2.0");
     this->passADay();
     this->updater().choose(Choice::Skip);
@@ -156,14 +156,14 @@ TYPED_TEST(SoftwareUpdaterTest, WhatWasSkippedComesOnlyToWhoAsks) {
     EXPECT_THAT(this->presenter_.shown(), ElementsAre("checking", "update 2.0 in focus"));
 }
 
-TYPED_TEST(SoftwareUpdaterTest, ANoticedUpdateIsTold) {
+TYPED_TEST(SoftwareUpdaterTest, AnUpdateThatWasSeenIsReported) {
     this->fixture_.offer("2.0");
     this->passADay();
     this->updater().noteUserAttention();
     EXPECT_EQ(this->observer_.told.back(), "2.0 seen");
 }
 
-TYPED_TEST(SoftwareUpdaterTest, WithoutAutomaticChecksOnlyAskingHelps) {
+TYPED_TEST(SoftwareUpdaterTest, WithoutAutomaticChecksOnlyARequestChecks) {
     EXPECT_TRUE(this->updater().automaticallyChecksForUpdates());
     this->updater().setAutomaticallyChecksForUpdates(false);
     EXPECT_FALSE(this->updater().automaticallyChecksForUpdates());
@@ -173,7 +173,7 @@ TYPED_TEST(SoftwareUpdaterTest, WithoutAutomaticChecksOnlyAskingHelps) {
     EXPECT_THAT(this->observer_.told, ElementsAre("checked"));
 }
 
-TYPED_TEST(SoftwareUpdaterTest, TheDelegateLearnsWhetherAChoiceWasSaved) {
+TYPED_TEST(SoftwareUpdaterTest, TheObserverLearnsWhetherAChoiceWasSaved) {
     const auto saves = [this](std::size_t count) {
         return waitUntil([this, count] { return this->observer_.saved.size() == count; });
     };
@@ -196,7 +196,7 @@ TYPED_TEST(SoftwareUpdaterTest, TheDelegateLearnsWhetherAChoiceWasSaved) {
     EXPECT_THAT(this->observer_.saved.back(), testing::StartsWith("Could not write the settings"));
 }
 
-TYPED_TEST(SoftwareUpdaterTest, WhatIsShownGentlyGivesWayToSomethingNewer) {
+TYPED_TEST(SoftwareUpdaterTest, AGentleOfferIsReplacedByANewerOne) {
     this->fixture_.offer("2.0");
     this->passADay();
     this->passADay();
@@ -209,7 +209,7 @@ TYPED_TEST(SoftwareUpdaterTest, WhatIsShownGentlyGivesWayToSomethingNewer) {
     EXPECT_THAT(this->observer_.told, ElementsAre("2.1 seen"));
 }
 
-TYPED_TEST(SoftwareUpdaterTest, WhatTheUserHasLookedAtStays) {
+TYPED_TEST(SoftwareUpdaterTest, AnOfferThatWasSeenStays) {
     this->fixture_.offer("2.0");
     this->passADay();
     this->updater().noteUserAttention();

@@ -5,19 +5,17 @@
 #include "platform/LogStore.h"
 #include "platform/SoftwareUpdater.h"
 #include "platform/URLSession.h"
+#include "platform/linux/update/UpdateDownloader.h"
 #include "platform/linux/update/UpdateInstallation.h"
 #include "platform/linux/update/UpdateKey.h"
+#include "platform/linux/update/UpdateSchedule.h"
 #include "platform/linux/update/UpdateVersion.h"
 
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-
-class QObject;
-class QThreadPool;
 
 namespace tavrin {
 class UserDefaults;
@@ -25,46 +23,32 @@ class UserDefaults;
 
 namespace orvel {
 
-/// Updates from a feed of signed downloads, an appcast.
+/// Updates from a feed of signed downloads, an appcast. The feed and the downloads come over HTTPS,
+/// without redirects.
 ///
-/// The feed and the downloads come over HTTPS, without redirects. A download lies hidden beside the
-/// file whose place it is to take; only once its length and its signature are right is it put
-/// there, and it is the verified file itself, by its descriptor, that is. The signature is on the
-/// file, not on the version in the feed: whoever can forge the feed, but does not have the key,
-/// could still pass an older signed file off as a newer one.
-///
-/// A check that fails on schedule is logged and tried again in an hour. Main thread; what works on
-/// the download's file, and saving settings, happen on threads of their own, which the destructor
-/// waits for. Everything it is given is borrowed.
+/// A scheduled check that fails is logged and retried. Main thread; the destructor waits for the
+/// threads that work on the download's file and save settings. Borrows everything it is given.
 class AppcastUpdater final : public SoftwareUpdater {
 public:
-    static constexpr tavrin::Seconds checkInterval{86'400};
-    static constexpr tavrin::Seconds retryInterval{3'600};
-    /// How often a download is shown.
-    static constexpr tavrin::Seconds progressInterval{0.2};
-
-    static constexpr std::string_view automaticKey = "SUEnableAutomaticChecks";
-    static constexpr std::string_view lastCheckKey = "SULastCheckTime";
-    static constexpr std::string_view skippedKey = "SUSkippedVersion";
-
-    /// This copy of the application.
-    struct Copy {
+    /// The installed agent, which updates replace.
+    struct Agent {
         UpdateVersion version;
         UpdateInstallation installation;
         std::string architecture;
+        /// Of the C library.
         UpdateVersion systemVersion;
     };
 
-    /// This process, of that version. A version that cannot be compared counts as the oldest.
-    [[nodiscard]] static Copy
-    thisCopy(std::string_view version, std::filesystem::path packageFolder);
+    /// The agent that this process runs. A version that cannot be compared counts as the oldest.
+    [[nodiscard]] static Agent
+    thisAgent(std::string_view version, std::filesystem::path packageFolder);
 
     AppcastUpdater(
         URLSession& session,
         Clock& clock,
         tavrin::UserDefaults& defaults,
         LogStore& logStore,
-        Copy copy);
+        Agent agent);
     ~AppcastUpdater() override;
 
     void start(Feed feed, UpdateObserver& observer, UpdatePresenter& presenter) override;
@@ -72,65 +56,37 @@ public:
     void checkForUpdates() override;
     void choose(Choice choice) override;
     void noteUserAttention() override;
-    [[nodiscard]] bool automaticallyChecksForUpdates() const override { return isAutomatic_; }
+    [[nodiscard]] bool automaticallyChecksForUpdates() const override {
+        return schedule_.isAutomatic();
+    }
     void setAutomaticallyChecksForUpdates(bool isAutomatic) override;
     [[nodiscard]] std::optional<tavrin::Date> lastUpdateCheckDate() const override {
-        return lastCheck_;
+        return schedule_.lastCheck();
     }
 
 private:
-    enum class State {
-        Stopped,
-        Idle,
-        Checking,
-        Showing,
-        Downloading,
-        Verifying,
-        Ready,
-        Installing
-    };
+    enum class State { Stopped, Idle, Checking, Offering, Downloading, Ready, Installing };
 
-    struct Download;
-    /// From the start of a check to the end of what it led to. What arrives later finds it gone.
+    /// One check and what follows from it. Results that arrive after its end find it expired.
     struct Cycle;
 
-    void scheduleCheck(tavrin::Seconds delay);
-    void scheduleNextCheck();
     void checkOnSchedule();
     void check(bool isUserInitiated);
     void loadFeed();
     void receiveFeed(const URLResult& result);
-    void show();
-    void download();
-    void loadUpdate();
-    void showProgress();
-    void receiveUpdate(const URLResult& result);
-    void verify();
-    void showReady();
-    void install();
+    void offer();
+    void offerInstallation();
     void finishInstalling();
+    void cancel();
     /// Back to waiting for the next check.
     void endCycle();
     void dropCycle();
     void refuse(const std::string& sentence);
-    void cancel();
-
-    /// Runs the work on a thread, and then, unless the cycle has ended, the rest on this one, or
-    /// refuses with what the work threw.
-    void work(std::function<void()> job, void (AppcastUpdater::*then)());
-    using Change = std::function<void(tavrin::UserDefaults&)>;
-    void save(Change change);
-    /// And tells the observer how that went.
-    void saveChoice(Change change);
-    /// Why it could not be made, if so.
-    std::optional<std::string> make(const Change& change) const;
     void log(LogLevel level, std::string_view message) const;
 
     URLSession& session_;
-    Clock& clock_;
-    tavrin::UserDefaults& defaults_;
     LogStore& logStore_;
-    Copy copy_;
+    Agent agent_;
 
     State state_ = State::Stopped;
     Feed feed_;
@@ -138,19 +94,9 @@ private:
     UpdateObserver* observer_ = nullptr;
     UpdatePresenter* presenter_ = nullptr;
 
-    bool isAutomatic_ = true;
-    std::optional<tavrin::Date> lastCheck_;
-    std::optional<UpdateVersion> skipped_;
-
     std::shared_ptr<Cycle> cycle_;
-    /// Of the next check, or of the progress.
-    std::unique_ptr<Clock::Timer> timer_;
-    /// Results come to it; with it they are dropped.
-    std::unique_ptr<QObject> callbackContext_;
-    // Of one thread each, because the last change of a setting has to stand. They end first, with
-    // all their work.
-    std::unique_ptr<QThreadPool> worker_;
-    std::unique_ptr<QThreadPool> saver_;
+    UpdateSchedule schedule_;
+    UpdateDownloader downloader_;
 };
 
 } // namespace orvel

@@ -88,4 +88,20 @@ struct Description {
 UpdateError::UpdateError(Case reason)
     : reason_(std::move(reason)), description_(std::visit(Description(), reason_)) {}
 
+const URLResponse& checkedReply(const URLResult& result, UpdateError::Resource resource) {
+    if (const auto* error = std::get_if<tavrin::URLError>(&result)) {
+        throw UpdateError(UpdateError::NotLoaded{resource, error->what()});
+    }
+    const auto& response = std::get<URLResponse>(result);
+    if (!response.redirect.empty()) {
+        // No redirect is followed, but one to plain HTTP has a separate error sentence.
+        const bool isToPlainHTTP = !response.redirect.starts_with("https://");
+        throw UpdateError(UpdateError::Redirected{resource, isToPlainHTTP});
+    }
+    if (response.status != 200) {
+        throw UpdateError(UpdateError::BadStatus{resource, response.status});
+    }
+    return response;
+}
+
 } // namespace orvel

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "platform/URLSession.h"
+
 #include <cstdint>
 #include <exception>
 #include <string>
@@ -94,5 +96,8 @@ private:
     Case reason_;
     std::string description_;
 };
+
+/// The reply, if its status is 200. Throws otherwise.
+const URLResponse& checkedReply(const URLResult& result, UpdateError::Resource resource);
 
 } // namespace orvel

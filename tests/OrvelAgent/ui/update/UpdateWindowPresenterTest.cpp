@@ -113,7 +113,7 @@ protected:
         return texts;
     }
 
-    /// In percent; -1 while nobody knows, -2 when it is not shown.
+    /// In percent; -1 while the duration is unknown, -2 when the bar is hidden.
     [[nodiscard]] int progress() const {
         const auto* bar = find<QProgressBar>("progress");
         if (bar->isHidden()) {
@@ -293,7 +293,7 @@ TEST_F(UpdateWindowTest, AnUpdateWithoutALengthDoesNoHarm) {
     EXPECT_EQ(progress(), 100);
 }
 
-TEST_F(UpdateWindowTest, WhoSaidInstallIsNotAskedAgain) {
+TEST_F(UpdateWindowTest, AfterInstallTheUserIsNotAskedAgain) {
     install();
     presenter_.show(Presenter::Download{1'000, 1'000});
     presenter_.show(Presenter::Verification());
@@ -355,7 +355,7 @@ TEST_F(UpdateWindowTest, ARefusalBringsNoWindowBackThatTheUserHasClosed) {
     EXPECT_EQ(text("text"), "The update feed could not be loaded.");
 }
 
-TEST_F(UpdateWindowTest, WhatIsClosedAndAskedForAgainShowsItsRefusal) {
+TEST_F(UpdateWindowTest, AClosedUpdateThatIsRequestedAgainShowsItsRefusal) {
     install();
     presenter_.show(Presenter::Verification());
     presenter_.window()->close();
@@ -369,7 +369,7 @@ TEST_F(UpdateWindowTest, WhatIsClosedAndAskedForAgainShowsItsRefusal) {
     EXPECT_THAT(buttons(), ElementsAre("OK"));
 }
 
-TEST_F(UpdateWindowTest, WhatIsClosedAndAskedForAgainIsInstalledWhenItIsReady) {
+TEST_F(UpdateWindowTest, AClosedUpdateThatIsRequestedAgainIsInstalledWhenReady) {
     install();
     presenter_.show(Presenter::Verification());
     presenter_.window()->close();
@@ -433,7 +433,7 @@ TEST_F(UpdateWindowTest, AKeyThatIsPressedWhileTheQuestionComesInstallsNothing) 
     EXPECT_THAT(updater_.choices, IsEmpty());
 }
 
-TEST_F(UpdateWindowTest, WhoAsksForTheUpdateThatWaitsHasTheUsualAnswerAtHand) {
+TEST_F(UpdateWindowTest, ARequestedOfferFocusesTheUsualAnswer) {
     presenter_.show(Presenter::Offer{newer, true});
     presenter_.showInFocus();
     processEvents();
@@ -579,12 +579,12 @@ protected:
             return URLResponse{200, request.url == "https://h/update" ? "new" : feed_};
         });
         const ProgramTraces traces{folder_ / "mounted" / "agent", place_, folder_ / "mounted"};
-        const AppcastUpdater::Copy copy{
+        const AppcastUpdater::Agent agent{
             *UpdateVersion::parse("1.2.3"),
             UpdateInstallation(traces, folder_ / "Downloads"),
             "x86_64",
             *UpdateVersion::parse("2.36")};
-        updater_.emplace(session_, clock_, defaults_, logStore_, copy);
+        updater_.emplace(session_, clock_, defaults_, logStore_, agent);
         presenter_.emplace(*updater_, desktop_, bundle_);
         service_.emplace(bundle_, *updater_, *presenter_);
     }

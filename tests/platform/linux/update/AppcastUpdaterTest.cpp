@@ -50,8 +50,8 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-constexpr Seconds day = AppcastUpdater::checkInterval;
-constexpr Seconds hour = AppcastUpdater::retryInterval;
+constexpr Seconds day = UpdateSchedule::checkInterval;
+constexpr Seconds hour = UpdateSchedule::retryInterval;
 
 std::string content(const std::filesystem::path& file) {
     std::ifstream stream(file, std::ios::binary);
@@ -83,7 +83,7 @@ protected:
 
     ~AppcastUpdaterTest() override { EXPECT_THAT(leftovers(), IsEmpty()); }
 
-    [[nodiscard]] AppcastUpdater::Copy copy() const {
+    [[nodiscard]] AppcastUpdater::Agent agent() const {
         const ProgramTraces traces{
             isPackage_ ? "/usr/bin/orvel-agent" : folder_ / "mounted" / "agent",
             place_,
@@ -98,7 +98,7 @@ protected:
     AppcastUpdater& updater() {
         if (!updater_) {
             updater_ =
-                std::make_unique<AppcastUpdater>(*session(), clock_, defaults_, logStore_, copy());
+                std::make_unique<AppcastUpdater>(*session(), clock_, defaults_, logStore_, agent());
             updater_->start({feedURL(), key_}, observer_, presenter_);
         }
         return *updater_;
@@ -221,7 +221,7 @@ TEST_F(AppcastUpdaterScheduleTest, TheDayGoesOnAcrossLaunches) {
 }
 
 TEST_F(AppcastUpdaterScheduleTest, ALastCheckInTheFutureDelaysByADayAtMost) {
-    defaults_.setDate(AppcastUpdater::lastCheckKey, clock_.now() + 1000 * day);
+    defaults_.setDate(UpdateSchedule::lastCheckKey, clock_.now() + 1000 * day);
     updater();
     EXPECT_EQ(clock_.untilNextTimer(), day);
 }
@@ -251,7 +251,7 @@ TEST_F(AppcastUpdaterScheduleTest, AutomaticChecksCanBeSwitchedOffForGood) {
     EXPECT_FALSE(updater().automaticallyChecksForUpdates());
     pass(3 * day);
     updater_.reset();
-    EXPECT_EQ(defaults_.boolean(AppcastUpdater::automaticKey), false);
+    EXPECT_EQ(defaults_.boolean(UpdateSchedule::automaticKey), false);
     EXPECT_FALSE(updater().automaticallyChecksForUpdates());
     pass(3 * day);
     EXPECT_EQ(requests(), 0U);
@@ -285,12 +285,12 @@ TEST_F(AppcastUpdaterScheduleTest, ChoicesAreSavedInTheirOrderWithoutWaitingForT
     updater().setAutomaticallyChecksForUpdates(true);
     updater().setAutomaticallyChecksForUpdates(false);
     EXPECT_THAT(observer_.saved, IsEmpty());
-    EXPECT_FALSE(defaults_.contains(AppcastUpdater::automaticKey));
+    EXPECT_FALSE(defaults_.contains(UpdateSchedule::automaticKey));
     std::vector<bool> written;
     for (std::size_t count = 1; count <= 3; ++count) {
         disk.release();
         ASSERT_TRUE(runUntil([&] { return observer_.saved.size() == count; }));
-        written.push_back(*defaults_.boolean(AppcastUpdater::automaticKey));
+        written.push_back(*defaults_.boolean(UpdateSchedule::automaticKey));
     }
     EXPECT_THAT(written, ElementsAre(false, true, false));
 }
@@ -401,7 +401,7 @@ TEST_F(AppcastUpdaterScheduleTest, ASkippedVersionIsShownOnlyToWhoAsks) {
     pass(Seconds(0));
     updater().choose(Choice::Skip);
     updater_.reset();
-    EXPECT_EQ(defaults_.string(AppcastUpdater::skippedKey), "2.0");
+    EXPECT_EQ(defaults_.string(UpdateSchedule::skippedKey), "2.0");
     presenter_.clear();
 
     offer({item("2.0"), item("1.9")});
@@ -487,7 +487,7 @@ TEST_F(AppcastUpdaterScheduleTest, ADownloadIsShownAndCanBeCancelled) {
     EXPECT_EQ(presenter_.download().expectedBytes, 3U);
     ASSERT_TRUE(runUntil([this] { return requests() == 2; }));
     ASSERT_TRUE(session_.requests().back().receiver("ne"));
-    pass(AppcastUpdater::progressInterval);
+    pass(UpdateDownloader::progressInterval);
     EXPECT_EQ(presenter_.download().receivedBytes, 2U);
     updater().choose(Choice::Cancel);
     processEvents();
