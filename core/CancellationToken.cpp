@@ -10,6 +10,16 @@
 
 namespace tavrin {
 
+bool isCancellation(const std::exception_ptr& error) {
+    try {
+        std::rethrow_exception(error);
+    } catch (const TaskCancelled&) {
+        return true;
+    } catch (...) {
+        return false;
+    }
+}
+
 struct CancellationToken::State {
     std::mutex mutex;
     std::condition_variable callbackDone;

@@ -7,11 +7,15 @@
 
 namespace tavrin {
 
-/// Thrown where work ends because it was cancelled. Not a failure to show to the user.
+/// Thrown where work ends because its token was cancelled. Not a failure to show to the user.
+/// The agent has no other error for this: what a port reports as cancelled is its own.
 class TaskCancelled final : public std::exception {
 public:
     [[nodiscard]] const char* what() const noexcept override { return "The task was cancelled."; }
 };
+
+/// Whether the exception is a `TaskCancelled`.
+[[nodiscard]] bool isCancellation(const std::exception_ptr& error);
 
 /// Tells work that it should stop. Copies share one state; a default-made token is never cancelled.
 /// Thread-safe. (`std::stop_token` is missing from some toolchains this has to build with.)

@@ -12,9 +12,6 @@
 
 namespace tavrin {
 
-/// Whether the exception is a `TaskCancelled`.
-[[nodiscard]] bool isCancellation(const std::exception_ptr& error);
-
 /// Runs `operation` until it succeeds, with a pause before each further attempt.
 ///
 /// `TaskOf<T>` is the caller's coroutine type; this routine brings no event loop of its own. It is

@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "core/TransientFailure.h"
 
-#include "core/CancellationToken.h"
-#include "core/Retrying.h"
-
 #include <algorithm>
 
 namespace tavrin {
@@ -18,16 +15,6 @@ bool isTransientCode(int code) {
 }
 
 } // namespace
-
-bool isCancellation(const std::exception_ptr& error) {
-    try {
-        std::rethrow_exception(error);
-    } catch (const TaskCancelled&) {
-        return true;
-    } catch (...) {
-        return false;
-    }
-}
 
 bool TransientFailure::isTransient(const std::exception_ptr& error) {
     try {

@@ -34,10 +34,4 @@ AuthError::AuthError(tavrin::SignInFailure failure)
       failure_(std::move(failure)),
       rendering_(rendering(message_, failure_)) {}
 
-AuthError AuthError::cancelled() {
-    AuthError error("Sign-in was cancelled.");
-    error.isCancellation_ = true;
-    return error;
-}
-
 } // namespace orvel

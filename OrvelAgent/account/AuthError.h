@@ -16,20 +16,16 @@ public:
     explicit AuthError(std::string message);
     /// The web site itself reported an error.
     explicit AuthError(tavrin::SignInFailure failure);
-    /// Whoever signed in took it back.
-    [[nodiscard]] static AuthError cancelled();
 
     [[nodiscard]] const std::string& message() const { return message_; }
     /// Only when the web site itself reported an error.
     [[nodiscard]] const std::optional<tavrin::SignInFailure>& failure() const { return failure_; }
-    [[nodiscard]] bool isCancellation() const { return isCancellation_; }
     [[nodiscard]] const char* what() const noexcept override { return rendering_.c_str(); }
 
 private:
     std::string message_;
     std::optional<tavrin::SignInFailure> failure_;
     std::string rendering_;
-    bool isCancellation_ = false;
 };
 
 } // namespace orvel

@@ -43,27 +43,6 @@ QCoro::Task<std::optional<tavrin::Secret>> currentTokenOf(QPointer<AuthService> 
     co_return co_await service->currentToken();
 }
 
-void throwIfCancelled(const tavrin::CancellationToken& cancellation) {
-    if (cancellation.isCancelled()) {
-        throw AuthError::cancelled();
-    }
-}
-
-/// A cancellation itself makes nothing else.
-bool isCancellation(const std::exception_ptr& failure) {
-    try {
-        std::rethrow_exception(failure);
-    } catch (const AuthError& error) {
-        return error.isCancellation();
-    } catch (const tavrin::URLError& error) {
-        return error.code() == tavrin::URLErrorCode::Cancelled;
-    } catch (const tavrin::TaskCancelled&) {
-        return true;
-    } catch (...) {
-        return false;
-    }
-}
-
 QCoro::Task<> signOutOf(QPointer<AuthService> service) {
     if (service) {
         service->signOut();
@@ -97,9 +76,7 @@ AuthService::~AuthService() {
 }
 
 QCoro::Task<> AuthService::restored(tavrin::CancellationToken cancellation) {
-    const auto end = restoration_.waiter();
-    const auto registration = rejectWhenCancelled(cancellation, end);
-    co_await end->result();
+    return restoration_.settled(std::move(cancellation));
 }
 
 QCoro::Task<> AuthService::restore(tavrin::CancellationToken cancellation) {
@@ -120,7 +97,7 @@ QCoro::Task<> AuthService::restore(tavrin::CancellationToken cancellation) {
         Q_EMIT changed();
     }
     if (!cancellation.isCancelled()) {
-        restoration_.resolve({});
+        restoration_.resolve();
     }
 }
 
@@ -144,12 +121,12 @@ QCoro::Task<> AuthService::signIn() {
         APIClient api = client(noToken);
         tavrin::Secret customToken = co_await deviceAuth_.authorize(std::move(api), cancellation);
         lifetime.throwIfCancelled();
-        throwIfCancelled(cancellation);
+        cancellation.throwIfCancelled();
         log_.log("sign-in: got custom token, exchanging for an ID token");
         const FirebaseIdentity::Tokens tokens =
             co_await identity_.signInWithCustomToken(std::move(customToken), cancellation);
         lifetime.throwIfCancelled();
-        throwIfCancelled(cancellation);
+        cancellation.throwIfCancelled();
         // A refresh of the session before this one must not come after it.
         const std::shared_ptr<Refresh> refresh = cancelRefresh();
         Session session;
@@ -164,7 +141,7 @@ QCoro::Task<> AuthService::signIn() {
             refresh->token.resolve(tokens.idToken);
         }
         lifetime.throwIfCancelled();
-        restoration_.resolve({});
+        restoration_.resolve();
         lifetime.throwIfCancelled();
         co_await loadProfile(cancellation);
     } catch (...) {
@@ -177,7 +154,7 @@ QCoro::Task<> AuthService::signIn() {
 
 void AuthService::finishSignIn(const std::exception_ptr& failure) {
     // A failure that was on its way already stays one.
-    if (failure && signInCancellation_.token().isCancelled() && isCancellation(failure)) {
+    if (failure && signInCancellation_.token().isCancelled() && tavrin::isCancellation(failure)) {
         log_.log("sign-in: taken back");
     } else if (failure) {
         noteFailedSignIn(failure);
@@ -231,7 +208,7 @@ void AuthService::signOut() {
         refresh->token.resolve(std::nullopt);
     }
     if (!lifetime.isCancelled()) {
-        restoration_.resolve({});
+        restoration_.resolve();
     }
 }
 
@@ -247,8 +224,8 @@ QCoro::Task<std::optional<tavrin::Secret>> AuthService::currentToken() {
         refreshInFlight_ = refresh;
         refreshing_ = refreshTokens(refresh);
     }
-    const auto token = refresh->token.waiter();
-    co_return co_await token->result();
+    co_await refresh->token.settled();
+    co_return refresh->token.value();
 }
 
 QCoro::Task<> AuthService::refreshTokens(std::shared_ptr<Refresh> refresh) {

@@ -5,8 +5,8 @@
 #include "OrvelAgent/account/FirebaseIdentity.h"
 #include "OrvelAgent/account/KeychainStore.h"
 #include "OrvelAgent/base/Configuration.h"
+#include "OrvelAgent/base/Deferred.h"
 #include "OrvelAgent/base/Logger.h"
-#include "OrvelAgent/base/SharedResult.h"
 #include "OrvelAgent/network/APIClient.h"
 #include "core/CancellationToken.h"
 #include "core/Date.h"
@@ -120,7 +120,7 @@ private:
     /// One refresh and everybody who waits for its token.
     struct Refresh {
         tavrin::CancellationSource cancellation;
-        SharedResult<std::optional<tavrin::Secret>> token;
+        Deferred<std::optional<tavrin::Secret>> token;
     };
 
     QCoro::Task<> restore(tavrin::CancellationToken cancellation);
@@ -162,7 +162,7 @@ private:
     std::uint64_t saves_ = 0;
     std::uint64_t signOuts_ = 0;
 
-    SharedResult<void> restoration_;
+    Deferred<void> restoration_;
     tavrin::CancellationSource restoreCancellation_;
     /// Cancelled by the destructor: who finds it so must not touch this object.
     tavrin::CancellationSource lifetime_;

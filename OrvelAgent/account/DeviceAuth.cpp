@@ -2,9 +2,8 @@
 #include "OrvelAgent/account/DeviceAuth.h"
 
 #include "OrvelAgent/account/AuthError.h"
+#include "OrvelAgent/base/Completion.h"
 #include "OrvelAgent/base/Configuration.h"
-#include "OrvelAgent/base/Deferred.h"
-#include "OrvelAgent/base/ResumeOnce.h"
 #include "OrvelAgent/network/QueryItems.h"
 #include "core/JSON.h"
 #include "core/SignInFailure.h"
@@ -28,12 +27,6 @@
 namespace orvel {
 
 namespace {
-
-void throwIfCancelled(const tavrin::CancellationToken& cancellation) {
-    if (cancellation.isCancelled()) {
-        throw AuthError::cancelled();
-    }
-}
 
 /// The exchange of a code for a custom token.
 struct TokenRequest {
@@ -102,24 +95,21 @@ tavrin::Secret codeFrom(const std::string& callback) {
     return *std::move(code);
 }
 
-struct Report {
-    std::shared_ptr<ResumeOnce> waiting;
-
-    void operator()(std::string url) const { waiting->succeed(std::move(url)); }
-    void operator()(const WebAuthenticationSession::NotStarted&) const {
-        fail(AuthError("Could not open the sign-in window."));
+/// The callback URL, or the `AuthError` that stands for its absence.
+struct CallbackOf {
+    std::string operator()(std::string url) const { return url; }
+    std::string operator()(const WebAuthenticationSession::NotStarted&) const {
+        throw AuthError("Could not open the sign-in window.");
     }
-    void operator()(const WebAuthenticationSession::Cancelled&) const {
-        fail(AuthError::cancelled());
+    std::string operator()(const WebAuthenticationSession::Cancelled&) const {
+        throw AuthError("Sign-in was cancelled.");
     }
-    void operator()(const WebAuthenticationSession::NoResponse&) const {
-        fail(AuthError("Sign-in ended without a response."));
+    std::string operator()(const WebAuthenticationSession::NoResponse&) const {
+        throw AuthError("Sign-in ended without a response.");
     }
-    void operator()(WebAuthenticationSession::Failed failed) const {
-        fail(AuthError(std::move(failed.description)));
+    std::string operator()(WebAuthenticationSession::Failed failed) const {
+        throw AuthError(std::move(failed.description));
     }
-
-    void fail(AuthError error) const { waiting->fail(std::make_exception_ptr(std::move(error))); }
 };
 
 } // namespace
@@ -169,7 +159,7 @@ DeviceAuth::authorizeFrom(DeviceAuth auth, APIClient api, tavrin::CancellationTo
     std::string url = auth.signInURL(verifier.text());
     std::string callbackURL = co_await presentFrom(auth.session_, std::move(url), cancellation);
     const tavrin::Secret callback(std::move(callbackURL));
-    throwIfCancelled(cancellation);
+    cancellation.throwIfCancelled();
 
     auto request = std::make_shared<TokenRequest>();
     request->code = codeFrom(callback.text());
@@ -182,25 +172,12 @@ DeviceAuth::authorizeFrom(DeviceAuth auth, APIClient api, tavrin::CancellationTo
 
 QCoro::Task<std::string> DeviceAuth::presentFrom(
     WebAuthenticationSession* session, std::string url, tavrin::CancellationToken cancellation) {
-    throwIfCancelled(cancellation);
-    const auto callback = std::make_shared<Deferred<std::string>>();
-    const auto waiting = std::make_shared<ResumeOnce>([callback](ResumeOnce::Outcome outcome) {
-        if (auto* error = std::get_if<std::exception_ptr>(&outcome)) {
-            callback->reject(std::move(*error));
-        } else {
-            callback->resolve(std::get<std::string>(std::move(outcome)));
-        }
-    });
-    const auto attempt = session->start(
-        std::move(url), "orvelagent", [waiting](WebAuthenticationSession::Outcome outcome) {
-            std::visit(Report{waiting}, std::move(outcome));
-        });
-    // Not left to the attempt's own end, which is reported later, when all may be gone.
-    const auto registration = cancellation.onCancel([&attempt, waiting] {
-        attempt->cancel();
-        waiting->fail(std::make_exception_ptr(AuthError::cancelled()));
-    });
-    co_return co_await callback->result();
+    using Outcome = WebAuthenticationSession::Outcome;
+    auto start = [session, url = std::move(url)](auto completion) {
+        return session->start(url, "orvelagent", std::move(completion));
+    };
+    Outcome outcome = co_await awaitCompletion<Outcome>(std::move(start), std::move(cancellation));
+    co_return std::visit(CallbackOf(), std::move(outcome));
 }
 
 } // namespace orvel

@@ -25,13 +25,13 @@ public:
 
     /// The custom token of the account that the user chose. `api` needs no bearer token.
     ///
-    /// Throws `AuthError` when there is no code, also after being cancelled while the browser is
-    /// open; what the client throws when the exchange fails or is cancelled.
+    /// Throws `AuthError` when there is no code, also after the user closed the browser's page;
+    /// what the client throws when the exchange fails; `tavrin::TaskCancelled` when cancelled.
     [[nodiscard]] QCoro::Task<tavrin::Secret>
     authorize(APIClient api, tavrin::CancellationToken cancellation = {}) const;
 
     /// Shows the page and gives the URL of its callback, an outsider's text. Throws `AuthError`
-    /// when there is none.
+    /// when there is none, and `tavrin::TaskCancelled` when cancelled.
     [[nodiscard]] QCoro::Task<std::string>
     present(std::string url, tavrin::CancellationToken cancellation = {}) const;
 

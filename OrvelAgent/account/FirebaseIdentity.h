@@ -36,8 +36,8 @@ public:
         URLSession& session, Worker& worker, Clock& clock, const Configuration& configuration);
 
     /// Both throw `IdentityError` when the provider refuses, `tavrin::URLError` when there is no
-    /// reply, and `tavrin::JSONDecodingError` when a success has not the expected shape. One call
-    /// is one request. No error holds a token.
+    /// reply, `tavrin::JSONDecodingError` when a success has not the expected shape, and
+    /// `tavrin::TaskCancelled` when cancelled. One call is one request. No error holds a token.
     [[nodiscard]] QCoro::Task<Tokens> signInWithCustomToken(
         tavrin::Secret customToken, tavrin::CancellationToken cancellation = {}) const;
     [[nodiscard]] QCoro::Task<Tokens>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/account/KeychainStore.h"
 
-#include "OrvelAgent/base/SharedResult.h"
+#include "OrvelAgent/base/Completion.h"
 
 #include <cstddef>
 #include <exception>
@@ -15,7 +15,7 @@ struct KeychainStore::Changes {
     std::size_t pending = 0;
     /// By key, until a later change of the same item succeeds.
     std::map<std::string, tavrin::PlatformError> failures;
-    std::shared_ptr<SharedResult<void>> end;
+    std::optional<Deferred<void>> end;
 };
 
 KeychainStore::KeychainStore(Keychain& keychain, std::string service)
@@ -23,13 +23,11 @@ KeychainStore::KeychainStore(Keychain& keychain, std::string service)
 
 QCoro::Task<std::optional<tavrin::Secret>>
 KeychainStore::read(std::string key, tavrin::CancellationToken cancellation) const {
-    cancellation.throwIfCancelled();
-    const auto value = std::make_shared<Deferred<std::optional<tavrin::Secret>>>();
-    keychain_.read(service_, std::move(key), [value](std::optional<tavrin::Secret> read) {
-        value->resolve(std::move(read));
-    });
-    const auto registration = rejectWhenCancelled(cancellation, value);
-    co_return co_await value->result();
+    auto start = [this, key = std::move(key)](auto completion) {
+        keychain_.read(service_, key, std::move(completion));
+    };
+    return awaitCompletion<std::optional<tavrin::Secret>>(
+        std::move(start), std::move(cancellation));
 }
 
 void KeychainStore::write(std::string key, tavrin::Secret value) const {
@@ -48,11 +46,9 @@ KeychainStore::settled(tavrin::CancellationToken cancellation) const {
     const std::shared_ptr<Changes> changes = changes_;
     if (changes->pending > 0) {
         if (!changes->end) {
-            changes->end = std::make_shared<SharedResult<void>>();
+            changes->end.emplace();
         }
-        const auto end = changes->end->waiter();
-        const auto registration = rejectWhenCancelled(cancellation, end);
-        co_await end->result();
+        co_await changes->end->settled(cancellation);
     }
     if (changes->failures.empty()) {
         co_return std::nullopt;
@@ -70,8 +66,8 @@ KeychainStore::completion(std::shared_ptr<Changes> changes, std::string key) {
             changes->failures.emplace(key, *failure);
         }
         if (--changes->pending == 0) {
-            if (const auto end = std::exchange(changes->end, nullptr)) {
-                end->resolve({});
+            if (const auto end = std::exchange(changes->end, std::nullopt)) {
+                end->resolve();
             }
         }
     };

@@ -148,17 +148,14 @@ QCoro::Task<> AppModel::collect(tavrin::CancellationToken cancellation) {
     } catch (const std::exception& error) {
         log_.error("collection has ended: {}", error.what());
     }
-    loopEnd_.resolve({});
+    loopEnd_.resolve();
 }
 
 QCoro::Task<> AppModel::performScan(tavrin::CancellationToken cancellation) {
     while (scanEnd_) {
-        const auto end = scanEnd_->waiter();
-        const auto registration = rejectWhenCancelled(cancellation, end);
-        co_await end->result();
+        co_await scanEnd_->settled(cancellation);
     }
-    const auto end = std::make_shared<SharedResult<void>>();
-    scanEnd_ = end;
+    const Deferred<void> end = scanEnd_.emplace();
     const std::optional<QUuid> before = newestScan();
     bool isCancelled = false;
     try {
@@ -174,7 +171,7 @@ QCoro::Task<> AppModel::performScan(tavrin::CancellationToken cancellation) {
         consecutiveFailures_ = hasFailed ? consecutiveFailures_ + 1 : 0;
     }
     scanEnd_.reset();
-    end->resolve({});
+    end.resolve();
     if (isCancelled) {
         throw tavrin::TaskCancelled();
     }
@@ -256,9 +253,7 @@ QCoro::Task<> AppModel::stop() {
     std::optional<tavrin::PlatformError> failure;
     try {
         const auto timer = platform_.clock->schedule(lastChance, giveUp);
-        const auto end = loopEnd_.waiter();
-        const auto waiting = rejectWhenCancelled(timeLimit.token(), end);
-        co_await end->result();
+        co_await loopEnd_.settled(timeLimit.token());
         failure = co_await auth_->stored(timeLimit.token());
     } catch (const tavrin::TaskCancelled&) {
         log_.error("quitting before everything had come to its end");

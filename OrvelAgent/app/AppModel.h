@@ -4,8 +4,8 @@
 #include "OrvelAgent/account/AuthService.h"
 #include "OrvelAgent/app/StatusIcon.h"
 #include "OrvelAgent/base/Configuration.h"
+#include "OrvelAgent/base/Deferred.h"
 #include "OrvelAgent/base/Logger.h"
-#include "OrvelAgent/base/SharedResult.h"
 #include "OrvelAgent/base/Worker.h"
 #include "OrvelAgent/log/LogReader.h"
 #include "OrvelAgent/scan/CollectorService.h"
@@ -173,8 +173,8 @@ private:
     std::int64_t consecutiveFailures_ = 0;
     bool isRequestingContacts_ = false;
     /// Settled when the scan that runs is over.
-    std::shared_ptr<SharedResult<void>> scanEnd_;
-    SharedResult<void> loopEnd_;
+    std::optional<Deferred<void>> scanEnd_;
+    Deferred<void> loopEnd_;
     /// Ends the flash that runs.
     std::optional<tavrin::CancellationSource> flashing_;
     /// Ends loop and scans.

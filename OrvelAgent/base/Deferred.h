@@ -3,93 +3,148 @@
 
 #include "core/CancellationToken.h"
 
-#include <cassert>
+#include <QCoroTask>
+
 #include <coroutine>
 #include <exception>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <type_traits>
 #include <utility>
 #include <variant>
+#include <vector>
 
 namespace orvel {
 
-/// One result that arrives later: the bridge from a completion callback to `co_await`.
+/// A result that arrives later, for one coroutine that awaits it or for several.
 ///
-/// Shared between the callback and the one coroutine that awaits it, which resumes inside the call
-/// that settles it. Only the first settling counts, so a result and a cancellation may race. Main
-/// thread only.
+/// Use it when one coroutine waits for what another one brings about. To await a port's completion
+/// callback, use `awaitCompletion`.
+///
+/// Copies share one result. Only the first `resolve` or `reject` counts, on any thread; the
+/// coroutines that await it resume inside that call. Await and cancel on the main thread.
 template <typename T>
 class Deferred final {
 public:
-    Deferred() = default;
-    Deferred(const Deferred&) = delete;
-    Deferred& operator=(const Deferred&) = delete;
-
     using Value = std::conditional_t<std::is_void_v<T>, std::monostate, T>;
 
-    void resolve(Value value) {
-        if (!isSettled()) {
-            value_.emplace(std::move(value));
-            resume();
-        }
+    void resolve(Value value = {}) const {
+        settle(Outcome(std::in_place_index<0>, std::move(value)));
     }
 
-    void reject(std::exception_ptr error) {
-        if (!isSettled()) {
-            error_ = std::move(error);
-            resume();
-        }
+    void reject(std::exception_ptr error) const {
+        settle(Outcome(std::in_place_index<1>, std::move(error)));
     }
 
-    [[nodiscard]] bool isSettled() const { return value_.has_value() || error_ != nullptr; }
+    [[nodiscard]] bool isSettled() const { return state_->isSettled(); }
 
-    /// To be awaited once.
-    [[nodiscard]] auto result() { return Awaiter{this}; }
+    /// Waits for the result. Throws the error of `reject`, or `TaskCancelled` at once when the
+    /// token is cancelled before the result is there.
+    [[nodiscard]] QCoro::Task<> settled(tavrin::CancellationToken cancellation = {}) const {
+        return wait(state_, std::move(cancellation));
+    }
+
+    /// The value of `resolve`, once that is `settled`.
+    [[nodiscard]] const Value& value() const { return std::get<0>(*state_->outcome); }
+
+    /// The same, moved out, so that no copy stays behind: for a result that is awaited once.
+    [[nodiscard]] Value take() const { return std::move(std::get<0>(*state_->outcome)); }
 
 private:
+    using Outcome = std::variant<Value, std::exception_ptr>;
+
+    struct Waiter {
+        /// Null when it does not wait yet, or no longer.
+        std::coroutine_handle<> coroutine;
+        bool isCancelled = false;
+    };
+
+    struct State {
+        std::mutex mutex;
+        std::optional<Outcome> outcome;
+        std::vector<std::shared_ptr<Waiter>> waiters;
+
+        [[nodiscard]] bool isSettled() {
+            const std::lock_guard guard(mutex);
+            return outcome.has_value();
+        }
+
+        void resume(Waiter& waiter, bool isCancelled) {
+            std::coroutine_handle<> coroutine;
+            {
+                const std::lock_guard guard(mutex);
+                coroutine = std::exchange(waiter.coroutine, nullptr);
+                if (coroutine) {
+                    waiter.isCancelled = isCancelled;
+                }
+            }
+            if (coroutine) {
+                coroutine.resume();
+            }
+        }
+    };
+
     // Small and copyable, because some promise types copy what is awaited.
-    struct Awaiter {
-        Deferred* deferred;
+    struct Suspension {
+        State* state;
+        const std::shared_ptr<Waiter>* waiter;
 
         // The names are the language's.
         // NOLINTBEGIN(readability-identifier-naming)
-        [[nodiscard]] bool await_ready() const noexcept { return deferred->isSettled(); }
+        [[nodiscard]] bool await_ready() const noexcept { return false; }
 
-        void await_suspend(std::coroutine_handle<> waiter) const noexcept {
-            assert(!deferred->waiter_);
-            deferred->waiter_ = waiter;
+        /// Gives false when the result is there already.
+        [[nodiscard]] bool await_suspend(std::coroutine_handle<> coroutine) const {
+            const std::lock_guard guard(state->mutex);
+            if (state->outcome) {
+                return false;
+            }
+            (*waiter)->coroutine = coroutine;
+            state->waiters.push_back(*waiter);
+            return true;
         }
 
-        T await_resume() const {
-            if (deferred->error_) {
-                std::rethrow_exception(deferred->error_);
-            }
-            if constexpr (!std::is_void_v<T>) {
-                return std::move(*deferred->value_);
-            }
-        }
+        void await_resume() const noexcept {}
         // NOLINTEND(readability-identifier-naming)
     };
 
-    void resume() {
-        if (waiter_) {
-            std::exchange(waiter_, nullptr).resume();
+    static QCoro::Task<>
+    wait(std::shared_ptr<State> state, tavrin::CancellationToken cancellation) {
+        const auto waiter = std::make_shared<Waiter>();
+        const auto registration =
+            cancellation.onCancel([state, waiter] { state->resume(*waiter, true); });
+        const Suspension suspension{state.get(), &waiter};
+        if (!state->isSettled()) {
+            cancellation.throwIfCancelled();
+            co_await suspension;
+        }
+        if (waiter->isCancelled) {
+            throw tavrin::TaskCancelled();
+        }
+        if (const auto* error = std::get_if<1>(&*state->outcome)) {
+            std::rethrow_exception(*error);
         }
     }
 
-    std::optional<Value> value_;
-    std::exception_ptr error_;
-    std::coroutine_handle<> waiter_;
-};
+    void settle(Outcome outcome) const {
+        // Those who resume may destroy this object.
+        const std::shared_ptr<State> state = state_;
+        std::vector<std::shared_ptr<Waiter>> waiters;
+        {
+            const std::lock_guard guard(state->mutex);
+            if (state->outcome) {
+                return;
+            }
+            state->outcome.emplace(std::move(outcome));
+            waiters.swap(state->waiters);
+        }
+        for (const std::shared_ptr<Waiter>& waiter : waiters) {
+            state->resume(*waiter, false);
+        }
+    }
 
-/// Ends the wait with `TaskCancelled` when the token is cancelled, at once if it is already. The
-/// result must not outlive the wait.
-template <typename T>
-[[nodiscard]] tavrin::CancellationToken::Registration rejectWhenCancelled(
-    const tavrin::CancellationToken& cancellation, const std::shared_ptr<Deferred<T>>& deferred) {
-    return cancellation.onCancel(
-        [deferred] { deferred->reject(std::make_exception_ptr(tavrin::TaskCancelled())); });
-}
+    std::shared_ptr<State> state_ = std::make_shared<State>();
+};
 
 } // namespace orvel

@@ -1,19 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/base/Sleep.h"
 
-#include "OrvelAgent/base/Deferred.h"
+#include "OrvelAgent/base/Completion.h"
 
-#include <memory>
+#include <utility>
 
 namespace orvel {
 
 QCoro::Task<>
 sleepFor(Clock* clock, tavrin::Seconds duration, tavrin::CancellationToken cancellation) {
-    cancellation.throwIfCancelled();
-    const auto wake = std::make_shared<Deferred<void>>();
-    const auto timer = clock->schedule(duration, [wake] { wake->resolve({}); });
-    const auto registration = rejectWhenCancelled(cancellation, wake);
-    co_await wake->result();
+    auto start = [clock, duration](auto completion) {
+        return clock->schedule(duration, std::move(completion));
+    };
+    return awaitCompletion<void>(std::move(start), std::move(cancellation));
 }
 
 } // namespace orvel

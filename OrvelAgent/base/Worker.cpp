@@ -19,13 +19,13 @@ void Worker::stop() {
     }
     wake_.notify_one();
     thread_.join();
-    // In the order in which the jobs came; those who go on may ask for further ones.
+    // In the order in which the jobs came; the coroutines that resume may add further ones.
     while (true) {
         if (const auto executed = take(executed_)) {
-            executed->settle();
+            executed->executed.resolve();
         } else if (const auto job = take(jobs_)) {
             job->execute();
-            job->settle();
+            job->executed.resolve();
         } else {
             break;
         }
@@ -33,17 +33,20 @@ void Worker::stop() {
     isStopped_ = true;
 }
 
-void Worker::post(std::shared_ptr<AnyJob> job) {
+Deferred<void> Worker::post(std::function<void()> execute) {
+    Job job{std::move(execute), {}};
+    const Deferred<void> executed = job.executed;
     if (isStopped_) {
-        job->execute();
-        job->settle();
-        return;
+        job.execute();
+        executed.resolve();
+        return executed;
     }
     {
         const std::lock_guard lock(mutex_);
         jobs_.push_back(std::move(job));
     }
     wake_.notify_one();
+    return executed;
 }
 
 void Worker::loop() {
@@ -53,31 +56,31 @@ void Worker::loop() {
         if (isStopping_) {
             return;
         }
-        const std::shared_ptr<AnyJob> job = std::move(jobs_.front());
+        Job job = std::move(jobs_.front());
         jobs_.pop_front();
         lock.unlock();
-        job->execute();
+        job.execute();
         lock.lock();
-        executed_.push_back(job);
+        executed_.push_back(std::move(job));
         QMetaObject::invokeMethod(
-            &mainThreadContext_, [this] { settleNext(); }, Qt::QueuedConnection);
+            &callbackContext_, [this] { settleNext(); }, Qt::QueuedConnection);
     }
 }
 
-std::shared_ptr<Worker::AnyJob> Worker::take(std::deque<std::shared_ptr<AnyJob>>& jobs) {
+std::optional<Worker::Job> Worker::take(std::deque<Job>& jobs) {
     const std::lock_guard lock(mutex_);
     if (jobs.empty()) {
-        return nullptr;
+        return std::nullopt;
     }
-    std::shared_ptr<AnyJob> job = std::move(jobs.front());
+    std::optional<Job> job = std::move(jobs.front());
     jobs.pop_front();
     return job;
 }
 
 void Worker::settleNext() {
     if (const auto job = take(executed_)) {
-        // Whoever awaited it goes on in here, and may destroy this object.
-        job->settle();
+        // The coroutine that awaits it resumes in here, and may destroy this object.
+        job->executed.resolve();
     }
 }
 

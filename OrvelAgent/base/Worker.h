@@ -8,8 +8,8 @@
 
 #include <condition_variable>
 #include <deque>
-#include <exception>
 #include <functional>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -21,7 +21,8 @@ namespace orvel {
 
 /// A thread for work that blocks: files, SQLite, encoding. Jobs run one after another.
 ///
-/// Made and used on the main thread. Its destructor stops it.
+/// Use it for every piece of work of the agent that could hold up the main thread. Made and used on
+/// the main thread. Its destructor stops it.
 class Worker final {
 public:
     Worker();
@@ -29,10 +30,9 @@ public:
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
 
-    /// Ends the thread, once the job that runs is done, and carries out here and now what is left
-    /// to do: nothing that was asked for is lost. Everybody who awaits a job goes on within this
-    /// call, so what they use must still be there. From then on `run` does its work at once, on the
-    /// main thread.
+    /// Ends the thread once the job that runs is done, and runs the remaining jobs here and now:
+    /// none is lost. All coroutines that await a job resume within this call, so what they use must
+    /// still be there. From then on `run` does its work at once, on the main thread.
     void stop();
 
     /// Runs `work()` on the thread and gives its result, or throws what it threw, on the main
@@ -41,73 +41,36 @@ public:
     template <typename Work>
     QCoro::Task<std::invoke_result_t<Work>> run(Work work) {
         using Result = std::invoke_result_t<Work>;
-        auto deferred = std::make_shared<Deferred<Result>>();
-        post(std::make_shared<Job<Work, Result>>(std::move(work), deferred));
-        if constexpr (std::is_void_v<Result>) {
-            co_await deferred->result();
-        } else {
-            co_return co_await deferred->result();
-        }
+        const auto task = std::make_shared<std::packaged_task<Result()>>(
+            [work = std::optional<Work>(std::move(work))]() mutable {
+                Work own = std::move(*std::exchange(work, std::nullopt));
+                return own();
+            });
+        const Deferred<void> executed = post([task] { (*task)(); });
+        co_await executed.settled();
+        co_return task->get_future().get();
     }
 
 private:
-    struct AnyJob {
-        AnyJob() = default;
-        AnyJob(const AnyJob&) = delete;
-        AnyJob& operator=(const AnyJob&) = delete;
-        virtual ~AnyJob() = default;
-        /// On the worker.
-        virtual void execute() = 0;
-        /// On the main thread, after `execute`.
-        virtual void settle() = 0;
+    struct Job {
+        std::function<void()> execute;
+        /// On the main thread.
+        Deferred<void> executed;
     };
 
-    template <typename Work, typename Result>
-    struct Job final : AnyJob {
-        Job(Work callable, std::shared_ptr<Deferred<Result>> target)
-            : work(std::move(callable)), deferred(std::move(target)) {}
-
-        void execute() override {
-            try {
-                // Destroyed before the result is handed over.
-                Work own = std::move(*std::exchange(work, std::nullopt));
-                if constexpr (std::is_void_v<Result>) {
-                    own();
-                    result.emplace();
-                } else {
-                    result.emplace(own());
-                }
-            } catch (...) {
-                error = std::current_exception();
-            }
-        }
-
-        void settle() override {
-            if (error) {
-                deferred->reject(std::move(error));
-            } else {
-                deferred->resolve(std::move(*result));
-            }
-        }
-
-        std::optional<Work> work;
-        std::shared_ptr<Deferred<Result>> deferred;
-        std::optional<typename Deferred<Result>::Value> result;
-        std::exception_ptr error;
-    };
-
-    void post(std::shared_ptr<AnyJob> job);
+    /// Gives what is settled when the job was executed.
+    Deferred<void> post(std::function<void()> execute);
     void loop();
-    /// The next job that is to be executed, or settled; none when there is none.
-    [[nodiscard]] std::shared_ptr<AnyJob> take(std::deque<std::shared_ptr<AnyJob>>& jobs);
+    /// Removes the first job, if there is one.
+    [[nodiscard]] std::optional<Job> take(std::deque<Job>& jobs);
     void settleNext();
 
-    QObject mainThreadContext_;
+    QObject callbackContext_;
     std::mutex mutex_;
     std::condition_variable wake_;
-    std::deque<std::shared_ptr<AnyJob>> jobs_;
+    std::deque<Job> jobs_;
     /// Still to be settled, each once: by the event that was posted for it, or by `stop`.
-    std::deque<std::shared_ptr<AnyJob>> executed_;
+    std::deque<Job> executed_;
     bool isStopping_ = false;
     /// Of the main thread: nothing is queued any more.
     bool isStopped_ = false;

@@ -41,8 +41,8 @@ std::string firstCharacters(const std::string& bytes) {
 
 using Token = std::optional<tavrin::Secret>;
 
-/// Catches everything: whoever waited may have given up meanwhile.
-QCoro::Task<> deliver(APIClient::TokenProvider provider, std::shared_ptr<Deferred<Token>> token) {
+/// Catches everything: the request may have been cancelled meanwhile.
+QCoro::Task<> deliver(APIClient::TokenProvider provider, Deferred<Token> token) {
     Token value;
     std::exception_ptr failure;
     try {
@@ -51,9 +51,9 @@ QCoro::Task<> deliver(APIClient::TokenProvider provider, std::shared_ptr<Deferre
         failure = std::current_exception();
     }
     if (failure) {
-        token->reject(failure);
+        token.reject(failure);
     } else {
-        token->resolve(std::move(value));
+        token.resolve(std::move(value));
     }
 }
 
@@ -61,13 +61,11 @@ QCoro::Task<> deliver(APIClient::TokenProvider provider, std::shared_ptr<Deferre
 /// ends at once.
 QCoro::Task<Token>
 tokenOf(APIClient::TokenProvider provider, tavrin::CancellationToken cancellation) {
-    const auto token = std::make_shared<Deferred<Token>>();
-    const auto registration = cancellation.onCancel([token] {
-        token->reject(std::make_exception_ptr(
-            tavrin::URLError(tavrin::URLErrorCode::Cancelled, "The request was cancelled.")));
-    });
+    cancellation.throwIfCancelled();
+    const Deferred<Token> token;
     const QCoro::Task<> delivery = deliver(std::move(provider), token);
-    co_return co_await token->result();
+    co_await token.settled(std::move(cancellation));
+    co_return token.take();
 }
 
 } // namespace

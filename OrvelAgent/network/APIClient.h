@@ -47,8 +47,9 @@ public:
     /// Sends one request, once, and gives the payload of its reply.
     ///
     /// Throws `APIError` for every reply that is not a success, after awaiting the session-expired
-    /// handler if the reply says so; `tavrin::URLError` when there is no reply; what the body's
-    /// encoding throws, before anything is sent. A base URL and path that make no URL end the
+    /// handler if the reply says so; the session's `tavrin::URLError` when there is no reply;
+    /// `tavrin::TaskCancelled` when cancelled; what the body's encoding throws, before anything is
+    /// sent. A base URL and path that make no URL end the
     /// process: that is a mistake in the program.
     template <typename Reply, typename Body = Empty>
     QCoro::Task<Reply> send(

@@ -1,37 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/network/URLLoading.h"
 
-#include "OrvelAgent/base/Deferred.h"
+#include "OrvelAgent/base/Completion.h"
 
-#include <exception>
-#include <memory>
 #include <utility>
 #include <variant>
 
 namespace orvel {
 
-namespace {
-
-tavrin::URLError cancelled() {
-    return {tavrin::URLErrorCode::Cancelled, "The request was cancelled."};
-}
-
-} // namespace
-
 QCoro::Task<URLResponse>
 load(URLSession* session, URLRequest request, tavrin::CancellationToken cancellation) {
-    if (cancellation.isCancelled()) {
-        throw cancelled();
-    }
-    const auto reply = std::make_shared<Deferred<URLResult>>();
-    const auto task = session->start(
-        std::move(request), [reply](URLResult result) { reply->resolve(std::move(result)); });
-    // Not left to the session's own completion, which comes later, when all may be gone.
-    const auto registration = cancellation.onCancel([&task, reply] {
-        task->cancel();
-        reply->reject(std::make_exception_ptr(cancelled()));
-    });
-    URLResult result = co_await reply->result();
+    auto start = [session, request = std::move(request)](auto completion) mutable {
+        return session->start(std::move(request), std::move(completion));
+    };
+    URLResult result = co_await awaitCompletion<URLResult>(std::move(start), cancellation);
     if (const auto* error = std::get_if<tavrin::URLError>(&result)) {
         throw tavrin::URLError(*error);
     }

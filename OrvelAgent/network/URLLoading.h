@@ -8,8 +8,8 @@
 
 namespace orvel {
 
-/// One exchange over the session, which must outlive it. Throws `tavrin::URLError` when no complete
-/// reply comes; cancelling the token ends it at once with `Cancelled`.
+/// One exchange over the session, which must outlive it. Throws the session's `tavrin::URLError`
+/// when no complete reply comes, and `tavrin::TaskCancelled` at once when the token is cancelled.
 QCoro::Task<URLResponse>
 load(URLSession* session, URLRequest request, tavrin::CancellationToken cancellation);
 

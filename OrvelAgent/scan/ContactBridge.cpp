@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/scan/ContactBridge.h"
 
-#include "OrvelAgent/base/Deferred.h"
+#include "OrvelAgent/base/Completion.h"
 #include "OrvelAgent/base/Worker.h"
 #include "core/messages/HandleNormalizer.h"
 
 #include <algorithm>
 #include <iterator>
-#include <memory>
 #include <utility>
 #include <variant>
 
@@ -86,10 +85,10 @@ QCoro::Task<bool> ContactBridge::requestAccess(tavrin::CancellationToken cancell
     if (availability() == Availability::Denied) {
         co_return false;
     }
-    const auto answer = std::make_shared<Deferred<bool>>();
-    addressBook_.requestAccess([answer](bool granted) { answer->resolve(granted); });
-    const auto registration = rejectWhenCancelled(cancellation, answer);
-    const bool isAllowed = co_await answer->result();
+    auto request = [this](auto completion) {
+        addressBook_.requestAccess(std::move(completion));
+    };
+    const bool isAllowed = co_await awaitCompletion<bool>(std::move(request), cancellation);
     log_.log("contacts request returned {}; status is now {}", isAllowed, rawStatusName());
     co_return isAllowed;
 }
@@ -184,11 +183,10 @@ std::string ContactBridge::rawStatusName() const {
 
 QCoro::Task<AddressBook::Cards>
 ContactBridge::cardsWith(AddressBook::Fields fields, tavrin::CancellationToken cancellation) {
-    const auto cards = std::make_shared<Deferred<AddressBook::Cards>>();
-    addressBook_.enumerateCards(
-        fields, [cards](AddressBook::Cards result) { cards->resolve(std::move(result)); });
-    const auto registration = rejectWhenCancelled(cancellation, cards);
-    co_return co_await cards->result();
+    auto enumerate = [this, fields](auto completion) {
+        addressBook_.enumerateCards(fields, std::move(completion));
+    };
+    return awaitCompletion<AddressBook::Cards>(std::move(enumerate), std::move(cancellation));
 }
 
 } // namespace orvel

@@ -9,7 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <string>
 #include <utility>
 #include <variant>
@@ -21,18 +20,20 @@ namespace detail {
 
 inline QCoro::Task<AddressBook::Cards>
 enumerated(AddressBook* addressBook, AddressBook::Fields fields) {
-    const auto cards = std::make_shared<Deferred<AddressBook::Cards>>();
+    const Deferred<AddressBook::Cards> cards;
     addressBook->enumerateCards(
-        fields, [cards](AddressBook::Cards result) { cards->resolve(std::move(result)); });
-    EXPECT_FALSE(cards->isSettled()) << "answered before the call returned";
-    co_return co_await cards->result();
+        fields, [cards](AddressBook::Cards result) { cards.resolve(std::move(result)); });
+    EXPECT_FALSE(cards.isSettled()) << "answered before the call returned";
+    co_await cards.settled();
+    co_return cards.value();
 }
 
 inline QCoro::Task<bool> requested(AddressBook* addressBook) {
-    const auto answer = std::make_shared<Deferred<bool>>();
-    addressBook->requestAccess([answer](bool isGranted) { answer->resolve(isGranted); });
-    EXPECT_FALSE(answer->isSettled()) << "answered before the call returned";
-    co_return co_await answer->result();
+    const Deferred<bool> answer;
+    addressBook->requestAccess([answer](bool isGranted) { answer.resolve(isGranted); });
+    EXPECT_FALSE(answer.isSettled()) << "answered before the call returned";
+    co_await answer.settled();
+    co_return answer.value();
 }
 
 } // namespace detail
