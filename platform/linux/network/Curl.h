@@ -38,4 +38,13 @@ private:
     explicit Curl(const LazyLibrary& library);
 };
 
+/// For a `std::unique_ptr` to what libcurl made, with the function that releases it.
+template <auto function>
+struct CurlRelease {
+    template <typename T>
+    void operator()(T* object) const {
+        (Curl::get().*function)(object);
+    }
+};
+
 } // namespace orvel

@@ -34,7 +34,6 @@ public:
     start(URLRequest request, std::function<void(URLResult)> completion) override;
 
 private:
-    class Transfer;
     class Worker;
     class CurlTask;
     struct State;

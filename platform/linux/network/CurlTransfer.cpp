@@ -1,0 +1,249 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/linux/network/CurlTransfer.h"
+
+#include "core/Secret.h"
+#include "core/URLErrors.h"
+#include "platform/linux/network/CurlErrors.h"
+#include "platform/linux/support/OpenSSL.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <new>
+#include <string_view>
+#include <utility>
+
+namespace orvel {
+
+namespace {
+
+using tavrin::URLErrorCode;
+
+/// Of all headers of a reply, interim replies included.
+constexpr std::size_t maximumHeaderBytes = std::size_t{256} << 10U;
+
+/// Where a TLS context keeps the transfer it belongs to.
+int transferIndex() {
+    static const int index = OpenSSL::get().cryptoGetExNewIndex(
+        CRYPTO_EX_INDEX_SSL_CTX, 0, nullptr, nullptr, nullptr, nullptr);
+    return index;
+}
+
+} // namespace
+
+void wipe(URLRequest& request) {
+    for (auto& [name, value] : request.headers) {
+        tavrin::wipe(value);
+    }
+    if (request.body) {
+        tavrin::wipe(*request.body);
+    }
+}
+
+CurlTransfer::CurlTransfer(
+    std::uint64_t exchange,
+    URLRequest request,
+    const std::optional<std::filesystem::path>& systemCertificates,
+    const ExtraCertificates& extraCertificates)
+    : exchange_(exchange),
+      request_(std::move(request)),
+      extraCertificates_(extraCertificates),
+      easy_(Curl::get().easyInit()) {
+    if (!easy_) {
+        throw std::bad_alloc();
+    }
+    set(CURLOPT_PRIVATE, this);
+    set(CURLOPT_HEADERFUNCTION, onHeader);
+    set(CURLOPT_HEADERDATA, this);
+    set(CURLOPT_WRITEFUNCTION, onBody);
+    set(CURLOPT_WRITEDATA, this);
+
+    // One request on the wire: see the class.
+    set(CURLOPT_FRESH_CONNECT, 1L);
+    set(CURLOPT_FORBID_REUSE, 1L);
+    set(CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_1_1});
+    set(CURLOPT_FOLLOWLOCATION, 0L);
+    set(CURLOPT_PROTOCOLS_STR, "https");
+    set(CURLOPT_HEADEROPT, long{CURLHEADER_SEPARATE});
+    set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+
+    set(CURLOPT_NOSIGNAL, 1L);
+    // Otherwise giving up a lookup waits for it to end, and with it every other transfer.
+    set(CURLOPT_QUICK_EXIT, 1L);
+
+    setRequest();
+    setTimeout();
+    setSecurity(systemCertificates);
+}
+
+CurlTransfer::~CurlTransfer() {
+    wipe(request_);
+    for (const curl_slist* line = headers_.get(); line != nullptr; line = line->next) {
+        tavrin::wipe(line->data, std::strlen(line->data));
+    }
+    tavrin::wipe(response_.body);
+}
+
+void CurlTransfer::setRequest() {
+    set(CURLOPT_URL, request_.url.c_str());
+    if (request_.method == "HEAD") {
+        set(CURLOPT_NOBODY, 1L);
+    } else if (request_.body || request_.method == "POST") {
+        const std::string_view body = request_.body ? *request_.body : std::string_view();
+        set(CURLOPT_POST, 1L);
+        set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
+        set(CURLOPT_POSTFIELDS, request_.body ? request_.body->data() : "");
+    }
+    set(CURLOPT_CUSTOMREQUEST, request_.method.c_str());
+
+    // The headers that libcurl would add by itself.
+    appendHeader("Expect:");
+    appendHeader("Content-Type:");
+    for (const auto& [name, value] : request_.headers) {
+        // libcurl leaves a header without a value out, unless it ends like this.
+        const std::string_view separator = value.empty() ? ";" : ": ";
+        // Without a buffer that would keep a part of it.
+        std::string line;
+        line.reserve(name.size() + separator.size() + value.size());
+        line.append(name).append(separator).append(value);
+        appendHeader(line);
+        tavrin::wipe(line);
+    }
+    set(CURLOPT_HTTPHEADER, headers_.get());
+}
+
+void CurlTransfer::setTimeout() {
+    // 0 would be no limit at all.
+    const double milliseconds =
+        std::clamp(request_.timeout.count() * 1000, 1.0, static_cast<double>(INT_MAX));
+    set(CURLOPT_TIMEOUT_MS, static_cast<long>(milliseconds));
+    set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(milliseconds));
+}
+
+void CurlTransfer::setSecurity(const std::optional<std::filesystem::path>& systemCertificates) {
+    set(CURLOPT_SSLVERSION, long{CURL_SSLVERSION_TLSv1_2});
+    set(CURLOPT_SSL_VERIFYPEER, 1L);
+    set(CURLOPT_SSL_VERIFYHOST, 2L);
+    if (systemCertificates) {
+        set(CURLOPT_CAINFO, systemCertificates->c_str());
+    }
+    // libcurl reads the system's certificates once, instead of for each connection where that takes
+    // most of the time, unless there is a folder to look into besides the file.
+    const char* file = nullptr;
+    Curl::get().easyGetinfo(easy_.get(), CURLINFO_CAINFO, &file);
+    if (file != nullptr) {
+        set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+    }
+    set(CURLOPT_SSL_CTX_FUNCTION, onTLSContext);
+    set(CURLOPT_SSL_CTX_DATA, this);
+}
+
+void CurlTransfer::appendHeader(const std::string& line) {
+    curl_slist* const longer = Curl::get().slistAppend(headers_.get(), line.c_str());
+    if (longer == nullptr) {
+        throw std::bad_alloc();
+    }
+    // The list's own start when it was empty; the same list otherwise.
+    static_cast<void>(headers_.release());
+    headers_.reset(longer);
+}
+
+URLResult CurlTransfer::takeResult(CURLcode code) {
+    if (code != CURLE_OK) {
+        CurlFailure failure{code, 0, 0};
+        Curl::get().easyGetinfo(easy_.get(), CURLINFO_OS_ERRNO, &failure.systemError);
+        Curl::get().easyGetinfo(easy_.get(), CURLINFO_SSL_VERIFYRESULT, &failure.verifyResult);
+        return urlError(urlErrorCode(failure));
+    }
+    long status = 0;
+    Curl::get().easyGetinfo(easy_.get(), CURLINFO_RESPONSE_CODE, &status);
+    response_.status = static_cast<int>(status);
+    const char* redirect = nullptr;
+    Curl::get().easyGetinfo(easy_.get(), CURLINFO_REDIRECT_URL, &redirect);
+    response_.redirect = redirect == nullptr ? "" : redirect;
+    if (!isWhole()) {
+        return urlError(URLErrorCode::NetworkConnectionLost);
+    }
+    return std::move(response_);
+}
+
+bool CurlTransfer::isWhole() const {
+    if (!hasAllHeaders_ || response_.status < 200) {
+        return false;
+    }
+    const bool mayHaveBody =
+        request_.method != "HEAD" && response_.status != 204 && response_.status != 304;
+    curl_off_t length = -1;
+    Curl::get().easyGetinfo(easy_.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+    curl_header* chunked = nullptr;
+    Curl::get().easyHeader(easy_.get(), "Transfer-Encoding", 0, CURLH_HEADER, -1, &chunked);
+    // Otherwise the end of the connection is the end of the body, and may have come too early.
+    return !mayHaveBody || length >= 0 || chunked != nullptr || hasFarewell_;
+}
+
+std::size_t
+CurlTransfer::onHeader(char* data, std::size_t, std::size_t size, void* transfer) noexcept {
+    auto& self = *static_cast<CurlTransfer*>(transfer);
+    const std::string_view line(data, size);
+    if (line.starts_with("HTTP/")) {
+        self.hasAllHeaders_ = false;
+    } else if (line == "\r\n" || line == "\n") {
+        self.hasAllHeaders_ = true;
+    }
+    self.headerBytes_ += size;
+    return self.headerBytes_ <= maximumHeaderBytes ? size : 0;
+}
+
+std::size_t
+CurlTransfer::onBody(char* data, std::size_t, std::size_t size, void* transfer) noexcept {
+    auto& self = *static_cast<CurlTransfer*>(transfer);
+    if (self.request_.receiver) {
+        long status = 0;
+        Curl::get().easyGetinfo(self.easy_.get(), CURLINFO_RESPONSE_CODE, &status);
+        if (status == 200) {
+            return self.request_.receiver({data, size}) ? size : 0;
+        }
+    }
+    try {
+        if (size <= URLSession::maximumReplyBytes - self.response_.body.size()) {
+            std::string& body = self.response_.body;
+            if (size > body.capacity() - body.size()) {
+                // What it has outgrown may hold a token.
+                std::string longer;
+                longer.reserve(std::max(2 * body.capacity(), body.size() + size));
+                longer += body;
+                tavrin::wipe(body);
+                body = std::move(longer);
+            }
+            body.append(data, size);
+            return size;
+        }
+    } catch (const std::bad_alloc&) {
+        // Too long for this machine.
+    }
+    return 0;
+}
+
+CURLcode CurlTransfer::onTLSContext(CURL*, void* context, void* transfer) noexcept {
+    auto* const tls = static_cast<SSL_CTX*>(context);
+    if (!static_cast<CurlTransfer*>(transfer)->extraCertificates_.addTo(tls)) {
+        return CURLE_SSL_CACERT_BADFILE;
+    }
+    const OpenSSL& openSSL = OpenSSL::get();
+    if (openSSL.sslCtxSetExData(tls, transferIndex(), transfer) != 1) {
+        return CURLE_OUT_OF_MEMORY;
+    }
+    openSSL.sslCtxSetInfoCallback(tls, onTLSEvent);
+    return CURLE_OK;
+}
+
+void CurlTransfer::onTLSEvent(const SSL* session, int where, int value) noexcept {
+    if (where == SSL_CB_READ_ALERT && (value & 0xFF) == SSL_AD_CLOSE_NOTIFY) {
+        const OpenSSL& openSSL = OpenSSL::get();
+        void* const transfer =
+            openSSL.sslCtxGetExData(openSSL.sslGetSSLCtx(session), transferIndex());
+        static_cast<CurlTransfer*>(transfer)->hasFarewell_ = true;
+    }
+}
+
+} // namespace orvel
