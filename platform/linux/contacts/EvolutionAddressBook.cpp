@@ -1,14 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/contacts/EvolutionAddressBook.h"
 
-#include "core/Text.h"
-#include "platform/linux/support/LazyLibrary.h"
+#include "platform/linux/contacts/EvolutionCards.h"
 #include "platform/linux/support/StartThread.h"
 
 #include <QObject>
 #include <QPointer>
-
-#include <libebook/libebook.h>
 
 #include <cerrno>
 #include <exception>
@@ -23,246 +20,20 @@ namespace {
 constexpr std::string_view consentKey = "contacts.access";
 constexpr std::string_view granted = "granted";
 
-/// The service refuses "#t", its sign for everything.
-constexpr auto everyCard = R"((contains "x-evolution-any-field" ""))";
-
-/// Open an address book without waiting until its server can be reached.
-constexpr auto withoutWaiting = static_cast<guint32>(-1);
-
-/// What is used of libebook, and of GIO, which it brings along: they are loaded with the first look
-/// into the address book. Named as there.
-struct Evolution {
-    /// Throws `tavrin::PlatformError` when it cannot be loaded. Thread-safe.
-    static const Evolution& get() {
-        static const Evolution evolution{LazyLibrary(ORVEL_EBOOK_LIBRARY)};
-        return evolution;
-    }
-
-    decltype(&e_book_client_connect_sync) bookClientConnect;
-    decltype(&e_book_client_get_contacts_sync) bookClientGetContacts;
-    decltype(&e_contact_get) contactGet;
-    decltype(&e_contact_get_const) contactGetConst;
-    decltype(&e_source_get_display_name) sourceGetDisplayName;
-    decltype(&e_source_get_uid) sourceGetUid;
-    decltype(&e_source_registry_new_sync) sourceRegistryNew;
-    decltype(&e_source_registry_list_enabled) sourceRegistryListEnabled;
-    decltype(&e_source_registry_list_sources) sourceRegistryListSources;
-    decltype(&g_bus_get_sync) busGet;
-    decltype(&g_dbus_connection_set_exit_on_close) dbusConnectionSetExitOnClose;
-    decltype(&g_dbus_error_quark) dbusErrorQuark;
-    decltype(&g_dbus_error_strip_remote_error) dbusErrorStripRemoteError;
-    decltype(&g_object_unref) objectUnref;
-
-private:
-    explicit Evolution(const LazyLibrary& library)
-        : bookClientConnect(library.symbol("e_book_client_connect_sync")),
-          bookClientGetContacts(library.symbol("e_book_client_get_contacts_sync")),
-          contactGet(library.symbol("e_contact_get")),
-          contactGetConst(library.symbol("e_contact_get_const")),
-          sourceGetDisplayName(library.symbol("e_source_get_display_name")),
-          sourceGetUid(library.symbol("e_source_get_uid")),
-          sourceRegistryNew(library.symbol("e_source_registry_new_sync")),
-          sourceRegistryListEnabled(library.symbol("e_source_registry_list_enabled")),
-          sourceRegistryListSources(library.symbol("e_source_registry_list_sources")),
-          busGet(library.symbol("g_bus_get_sync")),
-          dbusConnectionSetExitOnClose(library.symbol("g_dbus_connection_set_exit_on_close")),
-          dbusErrorQuark(library.symbol("g_dbus_error_quark")),
-          dbusErrorStripRemoteError(library.symbol("g_dbus_error_strip_remote_error")),
-          objectUnref(library.symbol("g_object_unref")) {}
-};
-
-struct Unref {
-    void operator()(gpointer object) const { Evolution::get().objectUnref(object); }
-};
-template <typename T>
-using Object = std::unique_ptr<T, Unref>;
-
-struct FreeObjects {
-    void operator()(GList* list) const { g_list_free_full(list, Evolution::get().objectUnref); }
-    void operator()(GSList* list) const { g_slist_free_full(list, Evolution::get().objectUnref); }
-};
-struct FreeTexts {
-    void operator()(GList* list) const { g_list_free_full(list, g_free); }
-};
-
-/// What libebook wants delivered to a thread goes to the thread's own context, not to the one that
-/// Qt's event loop runs on the main thread.
-class OwnMainContext final {
-public:
-    OwnMainContext() : context_(g_main_context_new()) {
-        g_main_context_push_thread_default(context_);
-    }
-    ~OwnMainContext() {
-        // What still waits in it holds clients, and a client holds its context: both would leak.
-        while (g_main_context_iteration(context_, FALSE) != FALSE) {
-        }
-        g_main_context_pop_thread_default(context_);
-        g_main_context_unref(context_);
-    }
-    OwnMainContext(const OwnMainContext&) = delete;
-    OwnMainContext& operator=(const OwnMainContext&) = delete;
-
-private:
-    GMainContext* context_;
-};
-
-/// Takes over the error.
-tavrin::PlatformError platformError(std::string_view doing, GError* error) {
-    Evolution::get().dbusErrorStripRemoteError(error);
-    tavrin::PlatformError result(
-        g_quark_to_string(error->domain),
-        error->code,
-        std::string(doing) + ": " + tavrin::repairedUTF8(error->message));
-    g_error_free(error);
-    return result;
-}
-
-std::string text(EContact* contact, EContactField field) {
-    const auto* value = static_cast<const char*>(Evolution::get().contactGetConst(contact, field));
-    return value == nullptr ? std::string() : tavrin::repairedUTF8(value);
-}
-
-std::vector<std::string> texts(EContact* contact, EContactField field) {
-    const std::unique_ptr<GList, FreeTexts> values(
-        static_cast<GList*>(Evolution::get().contactGet(contact, field)));
-    std::vector<std::string> result;
-    for (const GList* value = values.get(); value != nullptr; value = value->next) {
-        result.push_back(tavrin::repairedUTF8(static_cast<const char*>(value->data)));
-    }
-    return result;
-}
-
-ContactCard cardOf(EContact* contact, AddressBook::Fields fields) {
-    ContactCard card;
-    card.phoneNumbers = texts(contact, E_CONTACT_TEL);
-    card.emailAddresses = texts(contact, E_CONTACT_EMAIL);
-    if (fields == AddressBook::Fields::IdentifiersAndNames) {
-        card.givenName = text(contact, E_CONTACT_GIVEN_NAME);
-        card.familyName = text(contact, E_CONTACT_FAMILY_NAME);
-        card.organizationName = text(contact, E_CONTACT_ORG);
-        // Some programs write only the name as shown; an organization's is its own name again.
-        std::string fullName = text(contact, E_CONTACT_FULL_NAME);
-        if (card.givenName.empty() && card.familyName.empty() &&
-            fullName != card.organizationName) {
-            card.givenName = std::move(fullName);
-        }
-    }
-    return card;
-}
-
-/// Appends the cards of one address book.
-void readBook(ESource* source, AddressBook::Fields fields, std::vector<ContactCard>& cards) {
-    GError* error = nullptr;
-    const Object<EClient> client(
-        Evolution::get().bookClientConnect(source, withoutWaiting, nullptr, &error));
-    GSList* found = nullptr;
-    if (client &&
-        Evolution::get().bookClientGetContacts(
-            reinterpret_cast<EBookClient*>(client.get()), everyCard, &found, nullptr, &error)) {
-        const std::unique_ptr<GSList, FreeObjects> contacts(found);
-        for (const GSList* item = found; item != nullptr; item = item->next) {
-            auto* contact = static_cast<EContact*>(item->data);
-            if (Evolution::get().contactGet(contact, E_CONTACT_IS_LIST) == nullptr) {
-                cards.push_back(cardOf(contact, fields));
-            }
-        }
-        return;
-    }
-    // This is going to be logged, and many a book is named after its owner's e-mail address.
-    if (const char* name = Evolution::get().sourceGetDisplayName(source);
-        name != nullptr && *name != '\0') {
-        GString* message = g_string_new(error->message);
-        g_string_replace(message, name, Evolution::get().sourceGetUid(source), 0);
-        g_free(error->message);
-        error->message = g_string_free(message, FALSE);
-    }
-    throw platformError("Could not read an address book", error);
-}
-
 } // namespace
-
-struct EvolutionAddressBook::Reading {
-    std::vector<ContactCard> cards;
-    /// Of single address books.
-    std::vector<tavrin::PlatformError> failures;
-    /// Why there is nothing at all.
-    std::optional<tavrin::PlatformError> error;
-    /// No session bus, no such service on it, or no way to speak to it.
-    bool isMissing = false;
-
-    /// Blocks. Without fields it only looks whether the service is there.
-    static Reading take(std::optional<Fields> fields) {
-        constexpr std::string_view doing = "Could not reach the desktop's address book";
-        Reading reading;
-        try {
-            Evolution::get();
-        } catch (const tavrin::PlatformError& missing) {
-            reading.error = missing;
-            reading.isMissing = true;
-            return reading;
-        }
-        const OwnMainContext context;
-        GError* error = nullptr;
-        const Object<GDBusConnection> bus(
-            Evolution::get().busGet(G_BUS_TYPE_SESSION, nullptr, &error));
-        if (!bus) {
-            reading.error = platformError(doing, error);
-            reading.isMissing = true;
-            return reading;
-        }
-        // Or GLib would end the process with the bus.
-        Evolution::get().dbusConnectionSetExitOnClose(bus.get(), FALSE);
-        const Object<ESourceRegistry> registry(Evolution::get().sourceRegistryNew(nullptr, &error));
-        if (!registry) {
-            reading.error = platformError(doing, error);
-            return reading;
-        }
-        // A missing service is no error to the registry, but a running one has sources of its own.
-        const std::unique_ptr<GList, FreeObjects> anything(
-            Evolution::get().sourceRegistryListSources(registry.get(), nullptr));
-        if (!anything) {
-            reading.error = tavrin::PlatformError(
-                g_quark_to_string(Evolution::get().dbusErrorQuark()),
-                G_DBUS_ERROR_SERVICE_UNKNOWN,
-                std::string(doing) + ": Evolution Data Server is not installed");
-            reading.isMissing = true;
-            return reading;
-        }
-        if (fields) {
-            reading.readBooks(registry.get(), *fields);
-        }
-        return reading;
-    }
-
-    void readBooks(ESourceRegistry* registry, Fields fields) {
-        const std::unique_ptr<GList, FreeObjects> books(
-            Evolution::get().sourceRegistryListEnabled(registry, E_SOURCE_EXTENSION_ADDRESS_BOOK));
-        for (const GList* book = books.get(); book != nullptr; book = book->next) {
-            try {
-                readBook(static_cast<ESource*>(book->data), fields, cards);
-            } catch (const tavrin::PlatformError& failure) {
-                failures.push_back(failure);
-            }
-        }
-        if (books && failures.size() == g_list_length(books.get())) {
-            error = failures.front();
-            failures.clear();
-        }
-    }
-};
 
 EvolutionAddressBook::EvolutionAddressBook(
     tavrin::UserDefaults& defaults, LogStore& logStore, AskUser askUser)
     : defaults_(defaults),
       logStore_(logStore),
       askUser_(std::move(askUser)),
-      mainThread_(std::make_unique<QObject>()) {}
+      callbackContext_(std::make_unique<QObject>()) {}
 
 EvolutionAddressBook::~EvolutionAddressBook() = default;
 
 int EvolutionAddressBook::authorizationStatus() const {
     if (isMissing_) {
-        look();
+        checkService();
         return restricted;
     }
     return consent();
@@ -277,15 +48,15 @@ int EvolutionAddressBook::consent() const {
 
 void EvolutionAddressBook::requestAccess(std::function<void(bool)> completion) {
     if (!isMissing_ && consent() != notDetermined) {
-        later([completion = std::move(completion), isGranted = consent() == authorized] {
+        post([completion = std::move(completion), isGranted = consent() == authorized] {
             completion(isGranted);
         });
         return;
     }
     requests_.push_back(std::move(completion));
     if (isAsking_) {
-        // What answers at once must not complete the request within itself.
-        later([this] {
+        // An answer that comes at once must not complete the request before this returns.
+        post([this] {
             if (isAsking_) {
                 askUser();
             }
@@ -295,70 +66,72 @@ void EvolutionAddressBook::requestAccess(std::function<void(bool)> completion) {
     if (requests_.size() > 1) {
         return;
     }
-    // Nobody is asked for what is not there.
-    looked_ = [this] {
+    // The user is asked only when the service is there.
+    afterCheck_ = [this] {
         if (isMissing_ || consent() != notDetermined || !askUser_) {
             answerRequests(!isMissing_ && consent() == authorized);
         } else {
             askUser();
         }
     };
-    look();
+    checkService();
 }
 
 void EvolutionAddressBook::enumerateCards(Fields fields, std::function<void(Cards)> completion) {
     if (consent() != authorized) {
-        later([completion = std::move(completion)] {
+        post([completion = std::move(completion)] {
             completion(tavrin::PlatformError::fromErrno(
                 EACCES, "Could not read the desktop's address book"));
         });
         return;
     }
-    auto finish = [this, completion = std::move(completion)](Reading reading) {
-        noteIfMissing(reading);
-        for (const auto& failure : reading.failures) {
+    auto finish = [this, completion = std::move(completion)](EvolutionCards read) {
+        noteIfMissing(read);
+        for (const auto& failure : read.failures) {
             logOnce(failure);
         }
-        if (reading.error) {
-            completion(*std::move(reading.error));
+        if (read.error) {
+            completion(*std::move(read.error));
         } else {
-            completion(std::move(reading.cards));
+            completion(std::move(read.cards));
         }
     };
-    // Left to itself as well.
+    // Detached, as in `checkService`.
     startThread(
-        mainThread_.get(), [fields] { return Reading::take(fields); }, std::move(finish))
+        callbackContext_.get(),
+        [fields] { return EvolutionCards::read(fields); },
+        std::move(finish))
         .detach();
 }
 
-void EvolutionAddressBook::look() const {
-    if (std::exchange(isLooking_, true)) {
+void EvolutionAddressBook::checkService() const {
+    if (std::exchange(isChecking_, true)) {
         return;
     }
-    // Left to itself, with nothing of ours: waking the service cannot be cancelled, and libebook
-    // leaks what is.
+    // Detached, with nothing of ours: waking the service cannot be cancelled, and libebook leaks
+    // what is cancelled.
     startThread(
-        mainThread_.get(),
-        [] { return Reading::take(std::nullopt); },
-        [this](const Reading& reading) {
-            isLooking_ = false;
-            noteIfMissing(reading);
-            if (const auto looked = std::exchange(looked_, nullptr)) {
-                looked();
+        callbackContext_.get(),
+        [] { return EvolutionCards::read(std::nullopt); },
+        [this](const EvolutionCards& read) {
+            isChecking_ = false;
+            noteIfMissing(read);
+            if (const auto afterCheck = std::exchange(afterCheck_, nullptr)) {
+                afterCheck();
             }
         })
         .detach();
 }
 
-void EvolutionAddressBook::noteIfMissing(const Reading& reading) const {
-    isMissing_ = reading.isMissing;
+void EvolutionAddressBook::noteIfMissing(const EvolutionCards& read) const {
+    isMissing_ = read.isMissing;
     if (isMissing_) {
-        logOnce(*reading.error);
+        logOnce(*read.error);
     }
 }
 
-void EvolutionAddressBook::later(std::function<void()> job) {
-    QMetaObject::invokeMethod(mainThread_.get(), std::move(job), Qt::QueuedConnection);
+void EvolutionAddressBook::post(std::function<void()> callback) {
+    QMetaObject::invokeMethod(callbackContext_.get(), std::move(callback), Qt::QueuedConnection);
 }
 
 void EvolutionAddressBook::logOnce(const tavrin::PlatformError& failure) const {
@@ -370,8 +143,8 @@ void EvolutionAddressBook::logOnce(const tavrin::PlatformError& failure) const {
 void EvolutionAddressBook::askUser() {
     isAsking_ = true;
     // The answer may come after the object has gone, or twice.
-    askUser_([this, mainThread = QPointer(mainThread_.get())](bool isGranted) {
-        if (!mainThread || !std::exchange(isAsking_, false)) {
+    askUser_([this, context = QPointer(callbackContext_.get())](bool isGranted) {
+        if (!context || !std::exchange(isAsking_, false)) {
             return;
         }
         if (isGranted) {
@@ -385,7 +158,7 @@ void EvolutionAddressBook::askUser() {
 void EvolutionAddressBook::keepGrant() {
     // On a thread, because the disk may take longer than a frame.
     consentWriter_ = startThread(
-        mainThread_.get(),
+        callbackContext_.get(),
         [&defaults = defaults_]() -> std::exception_ptr {
             try {
                 defaults.setString(consentKey, granted);

@@ -17,6 +17,8 @@ class QObject;
 
 namespace orvel {
 
+struct EvolutionCards;
+
 /// The desktop's enabled address books, through Evolution Data Server on the session bus.
 ///
 /// The desktop has no consent of its own, so the agent asks for it. A grant is kept in the user
@@ -45,14 +47,12 @@ public:
     void enumerateCards(Fields fields, std::function<void(Cards)> completion) override;
 
 private:
-    struct Reading;
-
     /// What the user has decided, whether the service is there or not.
     [[nodiscard]] int consent() const;
-    /// Whether the service is there. One look at a time.
-    void look() const;
-    void noteIfMissing(const Reading& reading) const;
-    void later(std::function<void()> job);
+    /// Finds out on a thread whether the service is there; one check at a time.
+    void checkService() const;
+    void noteIfMissing(const EvolutionCards& read) const;
+    void post(std::function<void()> callback);
     void logOnce(const tavrin::PlatformError& failure) const;
     void askUser();
     void keepGrant();
@@ -61,18 +61,18 @@ private:
     tavrin::UserDefaults& defaults_;
     LogStore& logStore_;
     AskUser askUser_;
-    /// As far as is known: asking for the status looks again.
+    /// As far as is known: asking for the status checks again.
     mutable bool isMissing_ = false;
-    mutable bool isLooking_ = false;
-    /// What waits for the end of a look.
-    mutable std::function<void()> looked_;
+    mutable bool isChecking_ = false;
+    /// What waits for the end of the check.
+    mutable std::function<void()> afterCheck_;
     bool isAsking_ = false;
     /// Every enumeration may fail in the same way.
     mutable std::set<std::string> logged_;
     /// Those who wait for the user's answer.
     std::vector<std::function<void(bool)>> requests_;
-    /// Results come to it; with it they are dropped.
-    std::unique_ptr<QObject> mainThread_;
+    /// Callbacks that it has queued are dropped with it.
+    std::unique_ptr<QObject> callbackContext_;
     /// Ends first: what it writes must be on disk, and its result has nobody left to go to.
     std::jthread consentWriter_;
 };

@@ -1,0 +1,235 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/linux/contacts/EvolutionCards.h"
+
+#include "core/Text.h"
+#include "platform/linux/support/LazyLibrary.h"
+
+#include <libebook/libebook.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace orvel {
+
+namespace {
+
+/// The service refuses "#t", its sign for everything.
+constexpr auto everyCard = R"((contains "x-evolution-any-field" ""))";
+
+/// Open an address book without waiting until its server can be reached.
+constexpr auto withoutWaiting = static_cast<guint32>(-1);
+
+/// What is used of libebook, and of GIO, which it brings along: they are loaded with the first look
+/// into the address book. Named as there.
+struct Evolution {
+    /// Throws `tavrin::PlatformError` when it cannot be loaded. Thread-safe.
+    static const Evolution& get() {
+        static const Evolution evolution{LazyLibrary(ORVEL_EBOOK_LIBRARY)};
+        return evolution;
+    }
+
+    decltype(&e_book_client_connect_sync) bookClientConnect;
+    decltype(&e_book_client_get_contacts_sync) bookClientGetContacts;
+    decltype(&e_contact_get) contactGet;
+    decltype(&e_contact_get_const) contactGetConst;
+    decltype(&e_source_get_display_name) sourceGetDisplayName;
+    decltype(&e_source_get_uid) sourceGetUid;
+    decltype(&e_source_registry_new_sync) sourceRegistryNew;
+    decltype(&e_source_registry_list_enabled) sourceRegistryListEnabled;
+    decltype(&e_source_registry_list_sources) sourceRegistryListSources;
+    decltype(&g_bus_get_sync) busGet;
+    decltype(&g_dbus_connection_set_exit_on_close) dbusConnectionSetExitOnClose;
+    decltype(&g_dbus_error_quark) dbusErrorQuark;
+    decltype(&g_dbus_error_strip_remote_error) dbusErrorStripRemoteError;
+    decltype(&g_object_unref) objectUnref;
+
+private:
+    explicit Evolution(const LazyLibrary& library)
+        : bookClientConnect(library.symbol("e_book_client_connect_sync")),
+          bookClientGetContacts(library.symbol("e_book_client_get_contacts_sync")),
+          contactGet(library.symbol("e_contact_get")),
+          contactGetConst(library.symbol("e_contact_get_const")),
+          sourceGetDisplayName(library.symbol("e_source_get_display_name")),
+          sourceGetUid(library.symbol("e_source_get_uid")),
+          sourceRegistryNew(library.symbol("e_source_registry_new_sync")),
+          sourceRegistryListEnabled(library.symbol("e_source_registry_list_enabled")),
+          sourceRegistryListSources(library.symbol("e_source_registry_list_sources")),
+          busGet(library.symbol("g_bus_get_sync")),
+          dbusConnectionSetExitOnClose(library.symbol("g_dbus_connection_set_exit_on_close")),
+          dbusErrorQuark(library.symbol("g_dbus_error_quark")),
+          dbusErrorStripRemoteError(library.symbol("g_dbus_error_strip_remote_error")),
+          objectUnref(library.symbol("g_object_unref")) {}
+};
+
+struct Unref {
+    void operator()(gpointer object) const { Evolution::get().objectUnref(object); }
+};
+template <typename T>
+using Object = std::unique_ptr<T, Unref>;
+
+struct FreeObjects {
+    void operator()(GList* list) const { g_list_free_full(list, Evolution::get().objectUnref); }
+    void operator()(GSList* list) const { g_slist_free_full(list, Evolution::get().objectUnref); }
+};
+struct FreeTexts {
+    void operator()(GList* list) const { g_list_free_full(list, g_free); }
+};
+
+/// What libebook wants delivered to a thread goes to the thread's own context, not to the one that
+/// Qt's event loop runs on the main thread.
+class OwnMainContext final {
+public:
+    OwnMainContext() : context_(g_main_context_new()) {
+        g_main_context_push_thread_default(context_);
+    }
+    ~OwnMainContext() {
+        // What still waits in it holds clients, and a client holds its context: both would leak.
+        while (g_main_context_iteration(context_, FALSE) != FALSE) {
+        }
+        g_main_context_pop_thread_default(context_);
+        g_main_context_unref(context_);
+    }
+    OwnMainContext(const OwnMainContext&) = delete;
+    OwnMainContext& operator=(const OwnMainContext&) = delete;
+
+private:
+    GMainContext* context_;
+};
+
+/// Takes over the error.
+tavrin::PlatformError platformError(std::string_view doing, GError* error) {
+    Evolution::get().dbusErrorStripRemoteError(error);
+    tavrin::PlatformError result(
+        g_quark_to_string(error->domain),
+        error->code,
+        std::string(doing) + ": " + tavrin::repairedUTF8(error->message));
+    g_error_free(error);
+    return result;
+}
+
+std::string text(EContact* contact, EContactField field) {
+    const auto* value = static_cast<const char*>(Evolution::get().contactGetConst(contact, field));
+    return value == nullptr ? std::string() : tavrin::repairedUTF8(value);
+}
+
+std::vector<std::string> texts(EContact* contact, EContactField field) {
+    const std::unique_ptr<GList, FreeTexts> values(
+        static_cast<GList*>(Evolution::get().contactGet(contact, field)));
+    std::vector<std::string> result;
+    for (const GList* value = values.get(); value != nullptr; value = value->next) {
+        result.push_back(tavrin::repairedUTF8(static_cast<const char*>(value->data)));
+    }
+    return result;
+}
+
+ContactCard cardOf(EContact* contact, AddressBook::Fields fields) {
+    ContactCard card;
+    card.phoneNumbers = texts(contact, E_CONTACT_TEL);
+    card.emailAddresses = texts(contact, E_CONTACT_EMAIL);
+    if (fields == AddressBook::Fields::IdentifiersAndNames) {
+        card.givenName = text(contact, E_CONTACT_GIVEN_NAME);
+        card.familyName = text(contact, E_CONTACT_FAMILY_NAME);
+        card.organizationName = text(contact, E_CONTACT_ORG);
+        // Some programs write only the name as shown; an organization's is its own name again.
+        std::string fullName = text(contact, E_CONTACT_FULL_NAME);
+        if (card.givenName.empty() && card.familyName.empty() &&
+            fullName != card.organizationName) {
+            card.givenName = std::move(fullName);
+        }
+    }
+    return card;
+}
+
+/// Appends the cards of one address book.
+void readBook(ESource* source, AddressBook::Fields fields, std::vector<ContactCard>& cards) {
+    GError* error = nullptr;
+    const Object<EClient> client(
+        Evolution::get().bookClientConnect(source, withoutWaiting, nullptr, &error));
+    GSList* found = nullptr;
+    if (client &&
+        Evolution::get().bookClientGetContacts(
+            reinterpret_cast<EBookClient*>(client.get()), everyCard, &found, nullptr, &error)) {
+        const std::unique_ptr<GSList, FreeObjects> contacts(found);
+        for (const GSList* item = found; item != nullptr; item = item->next) {
+            auto* contact = static_cast<EContact*>(item->data);
+            if (Evolution::get().contactGet(contact, E_CONTACT_IS_LIST) == nullptr) {
+                cards.push_back(cardOf(contact, fields));
+            }
+        }
+        return;
+    }
+    // This is going to be logged, and many a book is named after its owner's e-mail address.
+    if (const char* name = Evolution::get().sourceGetDisplayName(source);
+        name != nullptr && *name != '\0') {
+        GString* message = g_string_new(error->message);
+        g_string_replace(message, name, Evolution::get().sourceGetUid(source), 0);
+        g_free(error->message);
+        error->message = g_string_free(message, FALSE);
+    }
+    throw platformError("Could not read an address book", error);
+}
+
+/// Appends the cards of all enabled address books.
+void readBooks(ESourceRegistry* registry, AddressBook::Fields fields, EvolutionCards& result) {
+    const std::unique_ptr<GList, FreeObjects> books(
+        Evolution::get().sourceRegistryListEnabled(registry, E_SOURCE_EXTENSION_ADDRESS_BOOK));
+    for (const GList* book = books.get(); book != nullptr; book = book->next) {
+        try {
+            readBook(static_cast<ESource*>(book->data), fields, result.cards);
+        } catch (const tavrin::PlatformError& failure) {
+            result.failures.push_back(failure);
+        }
+    }
+    if (books && result.failures.size() == g_list_length(books.get())) {
+        result.error = result.failures.front();
+        result.failures.clear();
+    }
+}
+
+} // namespace
+
+EvolutionCards EvolutionCards::read(std::optional<AddressBook::Fields> fields) {
+    constexpr std::string_view doing = "Could not reach the desktop's address book";
+    EvolutionCards result;
+    try {
+        Evolution::get();
+    } catch (const tavrin::PlatformError& missing) {
+        result.error = missing;
+        result.isMissing = true;
+        return result;
+    }
+    const OwnMainContext context;
+    GError* error = nullptr;
+    const Object<GDBusConnection> bus(Evolution::get().busGet(G_BUS_TYPE_SESSION, nullptr, &error));
+    if (!bus) {
+        result.error = platformError(doing, error);
+        result.isMissing = true;
+        return result;
+    }
+    // Or GLib would end the process with the bus.
+    Evolution::get().dbusConnectionSetExitOnClose(bus.get(), FALSE);
+    const Object<ESourceRegistry> registry(Evolution::get().sourceRegistryNew(nullptr, &error));
+    if (!registry) {
+        result.error = platformError(doing, error);
+        return result;
+    }
+    // A missing service is no error to the registry, but a running one has sources of its own.
+    const std::unique_ptr<GList, FreeObjects> anything(
+        Evolution::get().sourceRegistryListSources(registry.get(), nullptr));
+    if (!anything) {
+        result.error = tavrin::PlatformError(
+            g_quark_to_string(Evolution::get().dbusErrorQuark()),
+            G_DBUS_ERROR_SERVICE_UNKNOWN,
+            std::string(doing) + ": Evolution Data Server is not installed");
+        result.isMissing = true;
+        return result;
+    }
+    if (fields) {
+        readBooks(registry.get(), *fields, result);
+    }
+    return result;
+}
+
+} // namespace orvel
