@@ -71,7 +71,7 @@ PreviewSession::PreviewSession(
 std::unique_ptr<URLSession::Task>
 PreviewSession::start(URLRequest request, std::function<void(URLResult)> completion) {
     QMetaObject::invokeMethod(
-        &context_,
+        &callbackContext_,
         [this, request = std::move(request), completion = std::move(completion)] {
             completion(answer(request));
         },

@@ -37,7 +37,7 @@ private:
     std::unique_ptr<std::FILE, FileCloser> file_;
     std::vector<std::string> knownHandles_;
     /// The completions still to come end with the session.
-    QObject context_;
+    QObject callbackContext_;
 };
 
 /// The JSON array of strings in the file. Throws `tavrin::PlatformError` when it cannot be read and

@@ -12,7 +12,7 @@
 #include <QDBusMessage>
 #include <QDBusMetaType>
 #include <QDBusObjectPath>
-#include <QDBusPendingCallWatcher>
+#include <QDBusPendingCall>
 #include <QDBusPendingReply>
 #include <QList>
 #include <QMap>
@@ -60,7 +60,7 @@ tavrin::Secret takeValue(const QKeychain::ReadPasswordJob& job) {
 } // namespace
 
 SecretServiceKeychain::SecretServiceKeychain(Clock& clock, LogStore& logStore)
-    : clock_(clock), logStore_(logStore), context_(std::make_unique<QObject>()) {}
+    : clock_(clock), logStore_(logStore), callbackContext_(std::make_unique<QObject>()) {}
 
 SecretServiceKeychain::~SecretServiceKeychain() = default;
 
@@ -70,7 +70,7 @@ void SecretServiceKeychain::read(
     if (const auto change = changes_.find(name); change != changes_.end()) {
         // At once: what the service has is older, and it may be waiting for the user.
         QMetaObject::invokeMethod(
-            context_.get(),
+            callbackContext_.get(),
             [value = change->second.value, completion = std::move(completion)] {
                 completion(value);
             },
@@ -175,7 +175,7 @@ void SecretServiceKeychain::startJob(
     QObject::connect(
         job,
         &QKeychain::Job::finished,
-        context_.get(),
+        callbackContext_.get(),
         [end = std::move(end)](const QKeychain::Job* finished) { end(*finished); });
     if (QAbstractEventDispatcher::instance()->inherits("QEventDispatcherGlib")) {
         if (isLoaded_) {
@@ -187,7 +187,7 @@ void SecretServiceKeychain::startJob(
         loading_ = startThread(
             job,
             [previous = std::move(loading_)] { return dlopen(secretLibrary, RTLD_LAZY); },
-            [this, context = QPointer(context_.get()), job](void*) {
+            [this, context = QPointer(callbackContext_.get()), job](void*) {
                 if (context) {
                     isLoaded_ = true;
                 }
@@ -214,7 +214,7 @@ void SecretServiceKeychain::findLocked(const Name& name, std::function<void(cons
     qDBusRegisterMetaType<Attributes>();
     bus_.reset();
     SessionBus::connect(
-        context_.get(),
+        callbackContext_.get(),
         clock_,
         [this, name, end = std::move(end)](std::unique_ptr<SessionBus> bus) {
             bus_ = std::move(bus);
@@ -237,15 +237,11 @@ void SecretServiceKeychain::search(const Name& name, std::function<void(const Fo
         {QStringLiteral("xdg:schema"), QStringLiteral("org.qt.keychain")},
         {QStringLiteral("server"), QString::fromStdString(name.first)},
         {QStringLiteral("user"), QString::fromStdString(name.second)}});
-    auto* const watcher =
-        new QDBusPendingCallWatcher(bus_->connection().asyncCall(call), context_.get());
-    QObject::connect(
-        watcher,
-        &QDBusPendingCallWatcher::finished,
-        context_.get(),
-        [watcher, end = std::move(end)] {
-            watcher->deleteLater();
-            const QDBusPendingReply<Items, Items> unlockedAndLocked = *watcher;
+    SessionBus::onReply(
+        bus_->connection().asyncCall(call),
+        callbackContext_.get(),
+        [end = std::move(end)](const QDBusPendingCall& finished) {
+            const QDBusPendingReply<Items, Items> unlockedAndLocked = finished;
             if (unlockedAndLocked.isError()) {
                 const QDBusError error = unlockedAndLocked.error();
                 end(changeError(QKeychain::NoBackendAvailable, error.message().toStdString()));

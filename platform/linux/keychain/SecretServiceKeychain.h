@@ -107,7 +107,7 @@ private:
     std::jthread loading_;
     bool isLoaded_ = false;
     /// Destroyed first: what comes back from the service is dropped with it.
-    std::unique_ptr<QObject> context_;
+    std::unique_ptr<QObject> callbackContext_;
 };
 
 } // namespace orvel

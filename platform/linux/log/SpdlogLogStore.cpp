@@ -110,7 +110,7 @@ SpdlogLogStore::SpdlogLogStore(Options options)
     : subsystem_(tavrin::repairedUTF8(options.subsystem)),
       recentLines_(std::make_unique<RecentLines>(subsystem_)),
       journal_(std::make_unique<JournalSocket>(options.journal)),
-      mainThread_(std::make_unique<QObject>()),
+      callbackContext_(std::make_unique<QObject>()),
       reading_(std::make_unique<QThreadPool>()) {
     // Answers come in the order of the questions.
     reading_->setMaxThreadCount(1);
@@ -158,7 +158,7 @@ void SpdlogLogStore::readEntries(tavrin::Date start, std::function<void(Entries)
                         completion = std::move(completion)]() mutable {
             completion(std::move(entries));
         };
-        QMetaObject::invokeMethod(mainThread_.get(), std::move(deliver), Qt::QueuedConnection);
+        QMetaObject::invokeMethod(callbackContext_.get(), std::move(deliver), Qt::QueuedConnection);
     });
 }
 

@@ -54,8 +54,8 @@ private:
     std::unique_ptr<RecentLines> recentLines_;
     std::unique_ptr<JournalSocket> journal_;
     std::unique_ptr<spdlog::logger> standardError_;
-    /// What was read comes to it; with it, it is dropped.
-    std::unique_ptr<QObject> mainThread_;
+    /// Callbacks that it has queued are dropped with it.
+    std::unique_ptr<QObject> callbackContext_;
     /// Ends first, and with it the reading that runs.
     std::unique_ptr<QThreadPool> reading_;
 };

@@ -10,7 +10,7 @@
 
 namespace orvel {
 
-PendingExchanges::PendingExchanges() : context_(std::make_unique<QObject>()) {}
+PendingExchanges::PendingExchanges() : callbackContext_(std::make_unique<QObject>()) {}
 
 PendingExchanges::~PendingExchanges() = default;
 
@@ -21,7 +21,7 @@ std::uint64_t PendingExchanges::add(Completion completion) {
 
 void PendingExchanges::finish(std::uint64_t exchange, URLResult result) {
     QMetaObject::invokeMethod(
-        context_.get(),
+        callbackContext_.get(),
         [this, exchange, result = std::move(result)]() mutable {
             if (const auto found = completions_.extract(exchange); !found.empty()) {
                 // May destroy this object.
@@ -40,7 +40,7 @@ bool PendingExchanges::cancel(std::uint64_t exchange) {
         return false;
     }
     QMetaObject::invokeMethod(
-        context_.get(),
+        callbackContext_.get(),
         [completion = std::move(found.mapped())] {
             completion(urlError(tavrin::URLErrorCode::Cancelled));
         },

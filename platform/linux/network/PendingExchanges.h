@@ -39,7 +39,7 @@ private:
     std::uint64_t last_ = 0;
     std::map<std::uint64_t, Completion> completions_;
     /// Destroyed first: the calls it has queued are dropped with it.
-    std::unique_ptr<QObject> context_;
+    std::unique_ptr<QObject> callbackContext_;
 };
 
 } // namespace orvel

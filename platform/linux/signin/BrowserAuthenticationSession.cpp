@@ -7,7 +7,7 @@
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
-#include <QDBusPendingCallWatcher>
+#include <QDBusPendingCall>
 #include <QDBusPendingReply>
 #include <QDBusVirtualObject>
 #include <QObject>
@@ -104,7 +104,7 @@ BrowserAuthenticationSession::BrowserAuthenticationSession(
       logStore_(logStore),
       prepare_(std::move(prepare)),
       receiver_(std::make_unique<Receiver>(*this)),
-      context_(std::make_unique<QObject>()) {}
+      callbackContext_(std::make_unique<QObject>()) {}
 
 BrowserAuthenticationSession::~BrowserAuthenticationSession() = default;
 
@@ -131,7 +131,7 @@ void BrowserAuthenticationSession::connect() {
     }
     // Here and not in the middle of connecting, which Qt would wait for.
     bus_.reset();
-    SessionBus::connect(context_.get(), clock_, [this](std::unique_ptr<SessionBus> bus) {
+    SessionBus::connect(callbackContext_.get(), clock_, [this](std::unique_ptr<SessionBus> bus) {
         isConnecting_ = false;
         bus_ = std::move(bus);
         if (bus_) {
@@ -153,7 +153,7 @@ void BrowserAuthenticationSession::listen() {
     QObject::connect(
         bus_->connection().interface(),
         &QDBusConnectionInterface::serviceUnregistered,
-        context_.get(),
+        callbackContext_.get(),
         [this](const QString& service) {
             if (service == QLatin1String(sign_in_bus::service) && waiting_ && waiting_->hasName) {
                 checkName();
@@ -179,18 +179,14 @@ void BrowserAuthenticationSession::requestName() {
         QStringLiteral("org.freedesktop.DBus"),
         QStringLiteral("RequestName"));
     request << QString::fromLatin1(sign_in_bus::service) << flags;
-    auto* const watcher =
-        new QDBusPendingCallWatcher(bus_->connection().asyncCall(request), context_.get());
-    QObject::connect(
-        watcher,
-        &QDBusPendingCallWatcher::finished,
-        context_.get(),
-        [this, watcher, attempt = std::weak_ptr(waiting_)] {
-            watcher->deleteLater();
+    SessionBus::onReply(
+        bus_->connection().asyncCall(request),
+        callbackContext_.get(),
+        [this, attempt = std::weak_ptr(waiting_)](const QDBusPendingCall& finished) {
             if (attempt.expired()) {
                 return;
             }
-            const QDBusPendingReply<quint32> reply = *watcher;
+            const QDBusPendingReply<quint32> reply = finished;
             if (reply.isError() || (reply.value() != isOwner && reply.value() != wasOwner)) {
                 logStore_.write(
                     LogLevel::Error, "auth", "could not get the sign-in's name on the session bus");
@@ -207,17 +203,12 @@ void BrowserAuthenticationSession::requestName() {
 }
 
 void BrowserAuthenticationSession::checkName() {
-    auto* const watcher = new QDBusPendingCallWatcher(
+    SessionBus::onReply(
         bus_->connection().interface()->asyncCall(
             QStringLiteral("GetNameOwner"), QString::fromLatin1(sign_in_bus::service)),
-        context_.get());
-    QObject::connect(
-        watcher,
-        &QDBusPendingCallWatcher::finished,
-        context_.get(),
-        [this, watcher, attempt = std::weak_ptr(waiting_)] {
-            watcher->deleteLater();
-            const QDBusPendingReply<QString> owner = *watcher;
+        callbackContext_.get(),
+        [this, attempt = std::weak_ptr(waiting_)](const QDBusPendingCall& finished) {
+            const QDBusPendingReply<QString> owner = finished;
             if (!attempt.expired() &&
                 (owner.isError() || owner.value() != bus_->connection().baseService())) {
                 finish(Cancelled());
@@ -241,7 +232,7 @@ void BrowserAuthenticationSession::open() {
 void BrowserAuthenticationSession::finish(Outcome outcome) {
     if (const auto attempt = std::exchange(waiting_, nullptr)) {
         QMetaObject::invokeMethod(
-            context_.get(),
+            callbackContext_.get(),
             [completion = std::move(attempt->completion), outcome = std::move(outcome)] {
                 completion(outcome);
             },

@@ -73,7 +73,7 @@ private:
     std::unique_ptr<SessionBus> bus_;
     bool isConnecting_ = false;
     /// Destroyed first: what comes back from the bus is dropped with it.
-    std::unique_ptr<QObject> context_;
+    std::unique_ptr<QObject> callbackContext_;
 };
 
 } // namespace orvel

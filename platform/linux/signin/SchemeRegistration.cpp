@@ -84,7 +84,7 @@ SchemeRegistration::SchemeRegistration(
     : program_(std::move(program)),
       clock_(clock),
       logStore_(logStore),
-      context_(std::make_unique<QObject>()) {}
+      callbackContext_(std::make_unique<QObject>()) {}
 
 SchemeRegistration::~SchemeRegistration() = default;
 
@@ -94,13 +94,13 @@ void SchemeRegistration::ensure(std::function<void()> completion) {
         return;
     }
     timer_ = clock_.schedule(longestRun, [this] {
-        context_ = std::make_unique<QObject>();
+        callbackContext_ = std::make_unique<QObject>();
         end("the desktop takes too long");
     });
     runDesktopProgram(
         {"xdg-mime", "query", "default", mimeType},
         ProgramOutput::Kept,
-        context_.get(),
+        callbackContext_.get(),
         [this](const auto& result) {
             writeEntry(
                 hasSucceeded(result) &&
@@ -113,7 +113,7 @@ void SchemeRegistration::writeEntry(bool isDefault) {
     using Written = std::variant<std::monostate, std::string, tavrin::PlatformError>;
     // On a thread, because the disk may take longer than a frame.
     startThread(
-        context_.get(),
+        callbackContext_.get(),
         [isDefault, program = program_]() -> Written {
             try {
                 if (isDefault && entryHasProgram()) {
@@ -141,12 +141,12 @@ void SchemeRegistration::makeDefault(const std::string& folder) {
     runDesktopProgram(
         {"update-desktop-database", folder},
         ProgramOutput::Dropped,
-        context_.get(),
+        callbackContext_.get(),
         [this](const auto&) {
             runDesktopProgram(
                 {"xdg-mime", "default", entryName, mimeType},
                 ProgramOutput::Dropped,
-                context_.get(),
+                callbackContext_.get(),
                 [this](const auto& result) { end(hasSucceeded(result) ? "" : "xdg-mime failed"); });
         });
 }

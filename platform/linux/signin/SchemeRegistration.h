@@ -48,7 +48,7 @@ private:
     std::vector<std::function<void()>> completions_;
     std::unique_ptr<Clock::Timer> timer_;
     /// Destroyed first: what is on its way is dropped with it.
-    std::unique_ptr<QObject> context_;
+    std::unique_ptr<QObject> callbackContext_;
 };
 
 } // namespace orvel

@@ -4,6 +4,7 @@
 #include "platform/linux/support/StartThread.h"
 
 #include <QDBusObjectPath>
+#include <QDBusPendingCallWatcher>
 #include <QMetaType>
 #include <QObject>
 #include <QString>
@@ -132,6 +133,21 @@ SessionBus::await(std::chrono::milliseconds limit, QObject* context, Connected l
             }
         });
     return awaiting->take(limit);
+}
+
+void SessionBus::onReply(
+    const QDBusPendingCall& call,
+    QObject* context,
+    std::function<void(const QDBusPendingCall&)> finished) {
+    auto* const watcher = new QDBusPendingCallWatcher(call, context);
+    QObject::connect(
+        watcher,
+        &QDBusPendingCallWatcher::finished,
+        context,
+        [watcher, finished = std::move(finished)] {
+            watcher->deleteLater();
+            finished(*watcher);
+        });
 }
 
 SessionBus::SessionBus(QDBusConnection connection)

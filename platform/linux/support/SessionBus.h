@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 
+class QDBusPendingCall;
 class QTimer;
 class QObject;
 
@@ -33,6 +34,13 @@ public:
     /// the callback, on this thread, unless the context has gone by then.
     [[nodiscard]] static std::unique_ptr<SessionBus>
     await(std::chrono::milliseconds limit, QObject* context, Connected late);
+
+    /// Calls back once, on this thread, when the call is finished, unless the context has gone by
+    /// then.
+    static void onReply(
+        const QDBusPendingCall& call,
+        QObject* context,
+        std::function<void(const QDBusPendingCall&)> finished);
 
     /// Of a connection with a name of its own.
     explicit SessionBus(QDBusConnection connection);

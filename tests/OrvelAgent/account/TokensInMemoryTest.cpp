@@ -45,7 +45,7 @@ public:
             tavrin::wipe(*request.body);
         }
         QMetaObject::invokeMethod(
-            &context_,
+            &callbackContext_,
             [this, completion = std::move(completion)] {
                 completion(URLResponse{200, reply()});
             },
@@ -58,7 +58,7 @@ private:
         void cancel() override {}
     };
 
-    QObject context_;
+    QObject callbackContext_;
 };
 
 /// "$1" and "$2" stand for the tokens.
@@ -85,7 +85,7 @@ public:
     std::unique_ptr<Attempt>
     start(std::string, std::string, std::function<void(Outcome)> completion) override {
         QMetaObject::invokeMethod(
-            &context_,
+            &callbackContext_,
             [this, completion = std::move(completion)] { completion(callback()); },
             Qt::QueuedConnection);
         return std::make_unique<NoAttempt>();
@@ -96,7 +96,7 @@ private:
         void cancel() override {}
     };
 
-    QObject context_;
+    QObject callbackContext_;
 };
 
 QCoro::Task<std::optional<tavrin::Secret>> provide(const HiddenToken* token) {

@@ -86,14 +86,14 @@ private:
 
     void later(std::function<void()> job) {
         if (!isHolding_) {
-            QMetaObject::invokeMethod(&context_, std::move(job), Qt::QueuedConnection);
+            QMetaObject::invokeMethod(&callbackContext_, std::move(job), Qt::QueuedConnection);
         }
     }
 
     bool isHolding_ = false;
     /// Those who wait for the user's answer.
     std::vector<std::function<void(bool)>> requests_;
-    QObject context_;
+    QObject callbackContext_;
 };
 
 } // namespace orvel::test

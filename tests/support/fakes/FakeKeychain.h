@@ -110,13 +110,13 @@ private:
     }
 
     void later(std::function<void()> job) {
-        QMetaObject::invokeMethod(&context_, std::move(job), Qt::QueuedConnection);
+        QMetaObject::invokeMethod(&callbackContext_, std::move(job), Qt::QueuedConnection);
     }
 
     std::map<Name, std::optional<tavrin::Secret>> inMemory_;
     bool isLocked_ = false;
     std::vector<std::function<void()>> waiting_;
-    QObject context_;
+    QObject callbackContext_;
 };
 
 } // namespace orvel::test

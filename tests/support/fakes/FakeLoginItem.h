@@ -47,10 +47,10 @@ private:
     }
 
     void later(std::function<void()> job) {
-        QMetaObject::invokeMethod(&context_, std::move(job), Qt::QueuedConnection);
+        QMetaObject::invokeMethod(&callbackContext_, std::move(job), Qt::QueuedConnection);
     }
 
-    QObject context_;
+    QObject callbackContext_;
 };
 
 } // namespace orvel::test

@@ -22,7 +22,7 @@ public:
     /// From the event loop, unless the exchange is given another result before.
     void finish(std::uint64_t exchange, URLResult result) {
         QMetaObject::invokeMethod(
-            &context_,
+            &callbackContext_,
             [this, exchange, result = std::move(result)] {
                 // The completion may destroy this object.
                 if (const auto found = completions_.extract(exchange); !found.empty()) {
@@ -44,7 +44,7 @@ private:
     std::uint64_t last_ = 0;
     std::map<std::uint64_t, std::function<void(URLResult)>> completions_;
     /// Destroyed first: the calls it has queued are dropped with it.
-    QObject context_;
+    QObject callbackContext_;
 };
 
 class FakeURLSession::FakeTask final : public Task {

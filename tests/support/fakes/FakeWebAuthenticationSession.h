@@ -77,14 +77,14 @@ private:
 
     void settle(const std::shared_ptr<Completion>& completion, Outcome outcome) {
         QMetaObject::invokeMethod(
-            &context_,
+            &callbackContext_,
             [completion, outcome = std::move(outcome)] { (*completion)(outcome); },
             Qt::QueuedConnection);
     }
 
     std::vector<Page> pages_;
     std::shared_ptr<Completion> waiting_;
-    QObject context_;
+    QObject callbackContext_;
 };
 
 } // namespace orvel::test

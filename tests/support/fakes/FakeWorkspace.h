@@ -40,12 +40,12 @@ public:
 private:
     void answer(Completion completion) {
         QMetaObject::invokeMethod(
-            &context_,
+            &callbackContext_,
             [completion = std::move(completion), error = openError] { completion(error); },
             Qt::QueuedConnection);
     }
 
-    QObject context_;
+    QObject callbackContext_;
 };
 
 } // namespace orvel::test

@@ -104,7 +104,7 @@ private:
     }
 
     void later(std::function<void()> job) {
-        QMetaObject::invokeMethod(&context_, std::move(job), Qt::QueuedConnection);
+        QMetaObject::invokeMethod(&callbackContext_, std::move(job), Qt::QueuedConnection);
     }
 
     const Clock* clock_ = nullptr;
@@ -114,7 +114,7 @@ private:
     std::vector<tavrin::Date> reads_;
     bool isHolding_ = false;
     std::vector<std::function<void()>> waiting_;
-    QObject context_;
+    QObject callbackContext_;
 };
 
 } // namespace orvel::test
