@@ -17,9 +17,11 @@ void failOnWarning(QtMsgType type, const QMessageLogContext&, const QString& mes
 } // namespace
 
 int main(int argc, char** argv) {
-    // Nothing of the user's may be read or written, even by mistake.
-    qputenv("HOME", "/nonexistent");
-    qputenv("XDG_CONFIG_HOME", "/nonexistent");
+    // Nothing of the user's may be read or written, even by mistake. Below a file not even root can
+    // make a folder.
+    constexpr auto nowhere = "/dev/null/nowhere";
+    qputenv("HOME", nowhere);
+    qputenv("XDG_CONFIG_HOME", nowhere);
     // Servers of tests are on this machine.
     qputenv("no_proxy", "*");
     testing::InitGoogleTest(&argc, argv);

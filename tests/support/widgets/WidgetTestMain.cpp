@@ -24,10 +24,12 @@ void failOnWarning(QtMsgType type, const QMessageLogContext&, const QString& mes
 
 /// For tests of widgets, which are drawn in memory, with one style and font on every machine.
 int main(int argc, char** argv) {
-    // Nothing of the user's may be read or written, even by mistake.
-    qputenv("HOME", "/nonexistent");
-    qputenv("XDG_CONFIG_HOME", "/nonexistent");
-    qputenv("XDG_RUNTIME_DIR", "/nonexistent");
+    // Nothing of the user's may be read or written, even by mistake. Below a file not even root can
+    // make a folder.
+    constexpr auto nowhere = "/dev/null/nowhere";
+    qputenv("HOME", nowhere);
+    qputenv("XDG_CONFIG_HOME", nowhere);
+    qputenv("XDG_RUNTIME_DIR", nowhere);
     qputenv("QT_QPA_PLATFORM", "offscreen");
     qunsetenv("QT_QPA_PLATFORMTHEME");
     qunsetenv("QT_STYLE_OVERRIDE");

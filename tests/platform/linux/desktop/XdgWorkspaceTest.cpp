@@ -122,7 +122,8 @@ TEST_F(XdgWorkspaceTest, SaysThatTheBrowserFailed) {
 
 TEST_F(XdgWorkspaceTest, SaysThatTheDesktopHasNoSuchProgram) {
     const QByteArray path = qgetenv("PATH");
-    qputenv("PATH", "/nonexistent");
+    const TemporaryDirectory empty;
+    qputenv("PATH", QByteArray::fromStdString(empty.path().string()));
     EXPECT_EQ(
         failureOf("https://www.example.com/"),
         "Could not open the browser: xdg-open: No such file or directory");
