@@ -5,7 +5,7 @@
 
 #include "core/Errors.h"
 #include "platform/Platform.h"
-#include "tests/platform/FileSizeLimit.h"
+#include "tests/support/FileSizeLimit.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/fakes/InMemoryUserDefaults.h"
 

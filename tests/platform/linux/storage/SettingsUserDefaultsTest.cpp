@@ -2,7 +2,7 @@
 #include "platform/linux/storage/SettingsUserDefaults.h"
 
 #include "core/Errors.h"
-#include "tests/platform/FileSizeLimit.h"
+#include "tests/support/FileSizeLimit.h"
 #include "tests/support/SmallDisk.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/UnprivilegedUser.h"

@@ -7,7 +7,7 @@
 
 namespace orvel::test {
 
-/// Files may not grow beyond that size while it lives: a disk that is full without being mounted.
+/// While it lives, no file may grow beyond that size, in this process and in those that it starts.
 class FileSizeLimit final {
 public:
     explicit FileSizeLimit(rlim_t bytes) : signal_(std::signal(SIGXFSZ, SIG_IGN)) {
