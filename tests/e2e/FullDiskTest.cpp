@@ -1,16 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/e2e/ScanHome.h"
+#include "tests/support/FileSizeLimit.h"
 #include "tests/support/SmallDisk.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <fstream>
+#include <string>
 
 namespace orvel {
 
 namespace {
 
+using test::FileSizeLimit;
 using test::ScanHome;
 using test::SmallDisk;
 using testing::HasSubstr;
@@ -42,28 +46,18 @@ TEST_F(FullDiskTest, NoRoomForTheCopyIsSaidAndNothingStaysBehind) {
 }
 
 TEST_F(FullDiskTest, ProgressThatCannotBeSavedEndsTheScanAndIsNotClaimed) {
-    const auto folder = home_ / "small";
-    std::filesystem::create_directory(folder);
-    const std::string state = (folder / "state.conf").string();
+    // The state, which is written anew each time, is larger than a file may be; nothing else is.
+    constexpr std::size_t limit = std::size_t{4} << 20;
+    std::ofstream(home_.state()) << "filler=" << std::string(limit, 'x') << '\n';
     {
-        // Room for nothing.
-        const SmallDisk disk(folder, 4096);
-        if (!disk.isMounted()) {
-            GTEST_SKIP() << "Needs the right to mount a file system: a limit on the size of files "
-                            "would hit the copy of the database first.";
-        }
-        std::FILE* filler = std::fopen((folder / "filler").c_str(), "w");
-        ASSERT_NE(filler, nullptr);
-        const std::string page(65536, 'x');
-        std::fwrite(page.data(), 1, page.size(), filler);
-        std::fclose(filler);
-        const auto run = home_.scan({"--state", state});
+        const FileSizeLimit fileSize(limit);
+        const auto run = home_.scan();
         EXPECT_EQ(run.status, 1);
         EXPECT_THAT(run.error(), HasSubstr("Could not save the agent's settings"));
         EXPECT_THAT(home_.leftovers(), IsEmpty());
     }
     // Whatever was sent is sent again, and kept once.
-    const auto run = home_.scan({"--state", state});
+    const auto run = home_.scan();
     EXPECT_EQ(run.status, 0) << run.errors;
     EXPECT_EQ(run.count("uploaded"), static_cast<std::int64_t>(home_.sendableGuids().size()));
     EXPECT_EQ(home_.service().storedCount(), home_.sendableGuids().size());

@@ -2,24 +2,15 @@
 #include "tests/support/SmallDisk.h"
 
 #include <cerrno>
-#include <csignal>
 #include <utility>
 
 namespace orvel::test {
 
+// Only the system's own programs can make a file system for a single process.
 SmallDisk::SmallDisk(std::filesystem::path directory, std::size_t size)
-    : directory_(std::move(directory)) {
-    // Nobody but the system's own programs can mount one for a single process.
-    getrlimit(RLIMIT_FSIZE, &formerLimit_);
-    const rlimit limit{size, formerLimit_.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &limit);
-    formerHandler_ = std::signal(SIGXFSZ, SIG_IGN);
-}
+    : directory_(std::move(directory)), limit_(size) {}
 
-SmallDisk::~SmallDisk() {
-    setrlimit(RLIMIT_FSIZE, &formerLimit_);
-    std::signal(SIGXFSZ, formerHandler_);
-}
+SmallDisk::~SmallDisk() = default;
 
 int SmallDisk::errorWhenFull() const {
     return EFBIG;

@@ -59,6 +59,10 @@ protected:
             connection.reply(200, update);
         };
     }
+    void feedPackage(const std::string& package) {
+        const auto type = "application/vnd.debian.binary-package";
+        feed(AppcastBuilder().add(item("2.0", package).with("type", type)).text());
+    }
     void feed(const std::string& text) {
         serveFeed = [text](Connection& connection) {
             connection.reply(200, text);
@@ -132,9 +136,7 @@ TEST_F(AppcastUpdaterDownloadTest, AnInstalledUpdateCanBeStarted) {
 
 TEST_F(AppcastUpdaterDownloadTest, APackageIsStoredAndRevealed) {
     isPackage_ = true;
-    feed(AppcastBuilder()
-             .add(item("2.0", "new content").with("type", "application/vnd.debian.binary-package"))
-             .text());
+    feedPackage("new content");
     const auto package = folder_ / "Downloads" / "orvel-agent-2.0.deb";
     EXPECT_EQ(outcome().back(), "reveal " + package.string());
     EXPECT_EQ(content(package), "new content");
@@ -374,18 +376,20 @@ TEST_F(AppcastUpdaterDownloadTest, ADownloadThatCannotBeTrustedIsRefusedAndRemov
 }
 
 TEST_F(AppcastUpdaterDownloadTest, AFullDiskIsReportedBeforeTheDownload) {
-    const SmallDisk disk(place_.parent_path(), 64 * 1024);
-    std::ofstream(place_) << "old";
-    update(std::string(1024 * 1024, 'x'));
+    isPackage_ = true;
+    const auto downloads = folder_ / "Downloads";
+    std::filesystem::create_directory(downloads);
+    const SmallDisk disk(downloads, 64 * 1024);
+    feedPackage(std::string(1024 * 1024, 'x'));
+    const auto package = (downloads / "orvel-agent-2.0.deb").string();
     EXPECT_THAT(
         outcome(),
         ElementsAre(
             "checking",
             "update 2.0 in focus",
             "download",
-            testing::StartsWith("Could not store the update beside " + place_.string())));
-    EXPECT_EQ(content(place_), "old");
-    EXPECT_TRUE(waitUntil([this] { return leftovers().empty(); }));
+            testing::StartsWith("Could not store the update beside " + package)));
+    EXPECT_TRUE(waitUntil([&] { return std::filesystem::is_empty(downloads); }));
     EXPECT_EQ(server_.requests().size(), 1U);
 }
 
