@@ -185,6 +185,7 @@ TEST_F(AutostartLoginItemTest, SaysThatTheFolderCannotBeWritten) {
     write("[Desktop Entry]\nHidden=true\n");
     // The folders above may be entered, so that it is this one that refuses.
     std::filesystem::permissions(folder_.path(), std::filesystem::perms::all);
+    std::filesystem::permissions(folder(), std::filesystem::perms(0555));
     const std::string before = content();
     {
         const UnprivilegedUser user;
@@ -197,6 +198,7 @@ TEST_F(AutostartLoginItemTest, SaysThatTheFolderCannotBeWritten) {
         EXPECT_EQ(removed->code(), EACCES);
         EXPECT_THAT(removed->what(), testing::HasSubstr("Could not remove "));
     }
+    std::filesystem::permissions(folder(), std::filesystem::perms(0755));
     EXPECT_EQ(content(), before);
     EXPECT_EQ(names(), std::vector<std::string>{entryName});
 }
