@@ -5,6 +5,7 @@
 #include "core/messages/FileCopier.h"
 #include "core/messages/SQLiteDatabase.h"
 #include "tests/platform/RealFileCopier.h"
+#include "tests/support/NeedsRoot.h"
 #include "tests/support/SmallDisk.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/UnprivilegedUser.h"
@@ -724,10 +725,12 @@ TEST_F(ChatDatabaseSnapshotSweepTest, LeavesForeignNamesAlone) {
     EXPECT_EQ(namesIn(temporary_.path()), names);
 }
 
-TEST_F(ChatDatabaseSnapshotSweepTest, LeavesOtherUsersDirectoriesAlone) {
-    if (geteuid() != 0) {
-        GTEST_SKIP() << "only root can give a directory away";
-    }
+class ChatDatabaseSnapshotSweepAsRootTest : public ChatDatabaseSnapshotSweepTest {
+protected:
+    void SetUp() override { orvel::test::skipUnlessRoot(); }
+};
+
+TEST_F(ChatDatabaseSnapshotSweepAsRootTest, LeavesOtherUsersDirectoriesAlone) {
     const fs::path directory = leaveBehind(name_);
     ASSERT_EQ(chown(directory.c_str(), 65534, 65534), 0);
 
@@ -735,10 +738,7 @@ TEST_F(ChatDatabaseSnapshotSweepTest, LeavesOtherUsersDirectoriesAlone) {
     EXPECT_TRUE(fs::exists(directory / "chat.db"));
 }
 
-TEST_F(ChatDatabaseSnapshotSweepTest, LeavesADirectoryAloneThatAnotherUserLetsUsWrite) {
-    if (geteuid() != 0) {
-        GTEST_SKIP() << "only root can become the other user";
-    }
+TEST_F(ChatDatabaseSnapshotSweepAsRootTest, LeavesADirectoryAloneThatAnotherUserLetsUsWrite) {
     fs::permissions(leaveBehind(name_), fs::perms::all);
     fs::permissions(temporary_.path(), fs::perms::all);
     const UnprivilegedUser unprivileged;

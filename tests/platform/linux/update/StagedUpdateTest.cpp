@@ -3,6 +3,7 @@
 
 #include "core/Errors.h"
 #include "platform/linux/update/UpdateError.h"
+#include "tests/support/NeedsRoot.h"
 #include "tests/support/SmallDisk.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/UnprivilegedUser.h"
@@ -37,9 +38,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-/// "nobody".
-constexpr uid_t stranger = 65534;
-
 using Use = StagedUpdate::Use;
 
 std::string content(const std::filesystem::path& file) {
@@ -66,6 +64,13 @@ void withBrokenReads(const std::function<void()>& work) {
 class StagedUpdateTest : public testing::TestWithParam<StagedUpdate::Way> {
 protected:
     StagedUpdate staged(std::uint64_t length) { return {place_, length, GetParam()}; }
+
+    void install(const std::string& text, Use use) {
+        StagedUpdate update = staged(text.size());
+        update.append(text);
+        update.verify(key(), signature(text));
+        update.putInPlace(use);
+    }
 
     void write(const std::filesystem::path& file, const std::string& text) {
         std::ofstream(file, std::ios::binary) << text;
@@ -99,10 +104,15 @@ protected:
     test::UpdateSigner signer_;
 };
 
-INSTANTIATE_TEST_SUITE_P(
-    BothWays,
-    StagedUpdateTest,
-    testing::Values(StagedUpdate::Way::WithoutName, StagedUpdate::Way::Named));
+class StagedUpdateAsRootTest : public StagedUpdateTest {
+protected:
+    void SetUp() override { test::skipUnlessRoot(); }
+};
+
+const auto bothWays = testing::Values(StagedUpdate::Way::WithoutName, StagedUpdate::Way::Named);
+
+INSTANTIATE_TEST_SUITE_P(BothWays, StagedUpdateTest, bothWays);
+INSTANTIATE_TEST_SUITE_P(BothWays, StagedUpdateAsRootTest, bothWays);
 
 } // namespace
 
@@ -119,11 +129,10 @@ TEST_P(StagedUpdateTest, TakesThePlaceOfAFile) {
 }
 
 TEST_P(StagedUpdateTest, KeepsTheModeOfAnOwnProgramOnlyAndLetsNobodyElseWrite) {
-    const auto file = [this](mode_t mode, bool isOurs = true) {
-        return [this, mode, isOurs] {
+    const auto file = [this](mode_t mode) {
+        return [this, mode] {
             write(place_, "old");
             chmod(place_.c_str(), mode);
-            EXPECT_EQ(chown(place_.c_str(), isOurs ? geteuid() : stranger, gid_t(-1)), 0);
         };
     };
     const auto link = [this] {
@@ -137,7 +146,7 @@ TEST_P(StagedUpdateTest, KeepsTheModeOfAnOwnProgramOnlyAndLetsNobodyElseWrite) {
         Use use;
         unsigned mode;
     };
-    std::vector<Case> cases = {
+    const std::vector<Case> cases = {
         {"usual", file(0755), Use::Program, 0755},
         {"for the owner", file(0700), Use::Program, 0700},
         {"for some", file(0751), Use::Program, 0751},
@@ -148,17 +157,10 @@ TEST_P(StagedUpdateTest, KeepsTheModeOfAnOwnProgramOnlyAndLetsNobodyElseWrite) {
         {"new package", [] {}, Use::Document, 0644},
         {"package writable for the world", file(0666), Use::Document, 0644},
         {"link in a package's place", link, Use::Document, 0644}};
-    if (geteuid() == 0) {
-        // Nobody else can give a file away.
-        cases.push_back({"foreign", file(0666, false), Use::Program, 0755});
-    }
     for (const Case& each : cases) {
         std::filesystem::remove(place_);
         each.prepare();
-        StagedUpdate update = staged(3);
-        update.append("new");
-        update.verify(key(), signature("new"));
-        update.putInPlace(each.use);
+        install("new", each.use);
         struct stat status {};
         ASSERT_EQ(lstat(place_.c_str(), &status), 0) << each.name;
         EXPECT_TRUE(S_ISREG(status.st_mode)) << each.name;
@@ -166,6 +168,17 @@ TEST_P(StagedUpdateTest, KeepsTheModeOfAnOwnProgramOnlyAndLetsNobodyElseWrite) {
         EXPECT_EQ(status.st_mode & 07777U, each.mode) << each.name;
     }
     EXPECT_EQ(content(folder_ / "target"), "target");
+}
+
+TEST_P(StagedUpdateAsRootTest, DoesNotKeepTheModeOfAnotherUsersProgram) {
+    write(place_, "old");
+    chmod(place_.c_str(), 0666);
+    ASSERT_EQ(chown(place_.c_str(), 65534, gid_t(-1)), 0);
+    install("new", Use::Program);
+    struct stat status {};
+    ASSERT_EQ(stat(place_.c_str(), &status), 0);
+    EXPECT_EQ(status.st_uid, geteuid());
+    EXPECT_EQ(status.st_mode & 07777U, 0755U);
 }
 
 TEST_P(StagedUpdateTest, ARunningFileGoesOnWithItsContent) {
@@ -269,7 +282,7 @@ TEST_P(StagedUpdateTest, AFullDiskIsNoticedBeforeAnythingIsWritten) {
 }
 
 TEST_P(StagedUpdateTest, AFolderThatCannotBeWrittenToIsSaid) {
-    ASSERT_EQ(chmod(folder_.path().c_str(), 0755), 0);
+    ASSERT_EQ(chmod(folder_.path().c_str(), 0555), 0);
     const test::UnprivilegedUser user;
     EXPECT_THROW(staged(3), tavrin::PlatformError);
 }
