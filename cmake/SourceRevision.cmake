@@ -5,8 +5,9 @@ if(NOT REVISION)
   set(REVISION unknown)
   # Nothing of a repository that only surrounds this folder.
   if(EXISTS ${SOURCE_DIR}/.git)
+    # The tree may be another user's: only a name is read from it.
     execute_process(
-      COMMAND git rev-parse --short=10 HEAD
+      COMMAND git -c safe.directory=* rev-parse --short=10 HEAD
       WORKING_DIRECTORY ${SOURCE_DIR}
       OUTPUT_VARIABLE name
       RESULT_VARIABLE result
