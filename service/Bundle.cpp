@@ -13,8 +13,8 @@ namespace orvel::service {
 void writeBundle(const std::filesystem::path& folder, const BundleInformation& information) {
     const auto url = "https://" + information.host;
     std::vector<std::pair<std::string_view, std::string>> items{
-        // Of its own: what the agent keeps under it, such as its session, is not that of an agent
-        // whose service is another.
+        // An identifier per service: the agent keeps its session under it, and a session is only
+        // valid with the service that issued it.
         {"CFBundleIdentifier", ORVEL_BUNDLE_IDENTIFIER ".LocalService"},
         {"CFBundleDisplayName", ORVEL_DISPLAY_NAME},
         {"CFBundleShortVersionString", ORVEL_VERSION},

@@ -7,24 +7,24 @@
 
 namespace orvel::service {
 
-/// What an agent must know of a service.
+/// What an agent needs to reach a service.
 struct BundleInformation {
     /// Address and port.
     std::string host;
     std::string apiKey;
     std::filesystem::path caFile;
 
-    /// Where updates come from, and the key they are signed with.
+    /// The update feed, and the public key of its signatures.
     struct Updates {
         std::string feedURL;
         std::string publicKey;
     };
-    /// Without them, the agent does not look for any.
+    /// Without a value the agent does not look for updates.
     std::optional<Updates> updates = {};
 };
 
-/// Writes the information property list of an agent that talks to the service. It appears whole or
-/// not at all. Throws `ServiceError`.
+/// Writes the information property list of an agent that talks to the service. The file is
+/// replaced atomically. Throws `ServiceError`.
 void writeBundle(const std::filesystem::path& folder, const BundleInformation& information);
 
 } // namespace orvel::service

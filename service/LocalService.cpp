@@ -58,9 +58,9 @@ private:
     [[nodiscard]] boost::json::object statistics() const;
 
     const KnownHandles knownHandles_;
-    /// What the agent talks to: counted, captured and subject to faults.
+    /// The agent's endpoints: counted, captured and subject to faults.
     Router contract_;
-    /// What a person or a test program talks to.
+    /// The endpoints for people and test programs.
     Router operator_;
     std::unique_ptr<TrafficCapture> capture_;
     std::mutex logMutex_;
@@ -72,7 +72,7 @@ private:
     std::size_t requestCount_ = 0;
     std::map<std::string, std::size_t, std::less<>> pathCounts_;
 
-    /// Last, so that it stops before anything it uses is gone.
+    /// Last, so that it stops before the members that its threads use are destroyed.
     HTTPSServer server_;
 };
 
@@ -129,7 +129,7 @@ Reply LocalService::Implementation::answer(const Request& request) {
     const bool isForOperator = operator_.hasPath(request.path);
     auto reply = isForOperator ? operator_.serve(request) : answerContract(request);
     if (log_) {
-        // Any other path is the client's own text and may hold anything.
+        // An unknown path is the client's text and could contain personal data.
         const auto path = (isForOperator ? operator_ : contract_).addedPath(request.path);
         const std::lock_guard lock(logMutex_);
         log_(
@@ -142,8 +142,8 @@ Reply LocalService::Implementation::answer(const Request& request) {
 Reply LocalService::Implementation::answerContract(const Request& request) {
     count(request);
     if (capture_) {
-        // Where no bearer token is asked for, it is the body that proves who is asking; at an
-        // unknown path it may have been meant for one of those.
+        // Without a bearer token, the body holds the credentials. A request to an unknown path may
+        // have been meant for such an endpoint.
         using enum TrafficCapture::Body;
         capture_->append(request, contract_.wantsBearerToken(request.path) ? Kept : LeftOut);
     }
@@ -161,7 +161,7 @@ void LocalService::Implementation::count(const Request& request) {
     {
         const std::lock_guard lock(mutex_);
         ++requestCount_;
-        // Only paths that exist, or anybody could make the map grow.
+        // Counting unknown paths would let any client grow the map.
         if (const auto path = contract_.addedPath(request.path)) {
             ++pathCounts_[*path];
         }

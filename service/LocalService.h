@@ -22,99 +22,99 @@ class RecordStore;
 
 /// The service contract over HTTPS on 127.0.0.1, with one SQLite file as its store.
 ///
-/// For the first run, for self-hosting, and for tests, which can script how the next replies fail
-/// and count what arrived. All functions may be called from any thread, except that `start()` and
-/// `stop()` must not overlap.
+/// For the first run, for self-hosting, and for tests, which can script faults and count requests.
+/// All functions may be called from any thread, except that `start()` and `stop()` must not
+/// overlap.
 class LocalService final {
 public:
     struct Options {
         std::filesystem::path store;
         std::filesystem::path certificates;
-        /// 0 is any free port.
+        /// 0 picks any free port.
         std::uint16_t port = 0;
-        /// Accepted besides the ID tokens of sessions. Without any, every bearer token is accepted
-        /// but for ID tokens that have ended.
+        /// Accepted besides the ID tokens of sessions. If empty, every bearer token is accepted
+        /// except expired ID tokens.
         std::vector<std::string> tokens;
         /// Phone numbers and e-mail addresses, in any spelling.
         std::vector<std::string> knownHandles;
-        /// Who can sign in; their uids differ.
+        /// The accounts that can sign in. Their uids must differ.
         std::vector<Account> accounts = sampleAccounts();
-        /// What the identity provider's endpoints want to see; empty takes every key.
+        /// The API key that the identity provider's endpoints require. If empty, any key will do.
         std::string apiKey;
         std::chrono::seconds idTokenLifetime = std::chrono::hours(1);
-        /// Decides when codes and tokens end. Called from any thread.
+        /// The clock for the expiry of codes and tokens. Called from any thread.
         Now now = std::chrono::system_clock::now;
-        /// Whether faults can be scripted and counts be read over HTTPS, too.
+        /// Adds the endpoints below "/control", which script faults and return counts.
         bool hasControl = false;
-        /// A folder of files to serve below /updates/, the feed of them being "appcast.xml".
+        /// A folder whose files are served below /updates/. The feed is its "appcast.xml".
         std::optional<std::filesystem::path> updates;
-        /// Base64 of the Ed25519 key that the updates are signed with. With one, the agent of the
-        /// bundle looks here for updates.
+        /// Base64 of the Ed25519 public key of the updates. If set, `writeBundle()` makes the agent
+        /// look for updates here.
         std::string updatePublicKey;
-        /// Where to append every request of the contract, without its token and query, and without
-        /// its body where that holds secrets.
+        /// Every request to the agent's endpoints is appended here, without its token, its query
+        /// and any body that holds secrets.
         std::optional<std::filesystem::path> capture;
-        /// Gets one line per request, from any thread but never twice at once.
+        /// Called with one line per request, from any thread but never concurrently.
         std::function<void(std::string_view)> log;
     };
 
-    /// Opens or makes store and certificates. Throws `ServiceError`.
+    /// Opens the store and the certificates, or creates them. Throws `ServiceError`.
     explicit LocalService(Options options);
-    /// Stops.
+    /// Calls `stop()`.
     ~LocalService();
     LocalService(const LocalService&) = delete;
     LocalService& operator=(const LocalService&) = delete;
 
-    /// Listens when it returns; after a stop, on the same port as before. Throws `ServiceError`.
+    /// Returns once it listens. A restart uses the same port as before. Throws `ServiceError`.
     void start();
-    /// Ends every delay and returns when the last reply has gone out.
+    /// Ends every delay and returns when the last reply has been sent.
     void stop();
 
-    /// Spoils the replies to the next requests of the contract. Faults take effect in the order in
-    /// which they were scripted.
+    /// Applies the fault to the next `times` requests to the agent's endpoints. Faults take effect
+    /// in the order in which they were scripted.
     void script(Fault fault, std::size_t times = 1);
     void clearFaults();
 
-    /// From now on requests with the token are answered as those of an expired session.
+    /// Requests with the token are answered with an expired session from now on.
     void expireToken(std::string token);
 
-    /// The code that the sign-in page hands over when the account is chosen.
+    /// The code that the sign-in page hands over for the account.
     [[nodiscard]] std::string mintCode(std::string challenge, std::string uid);
-    /// A new session without a browser. Throws `IdentityRefusal` unless the account can sign in.
+    /// Starts a session without a browser. Throws `IdentityRefusal` if the account cannot sign in.
     [[nodiscard]] IdentityProvider::Tokens signIn(const std::string& uid);
 
-    /// Ends the sessions of the account, or all of them when `uid` is empty: from now on their
-    /// refresh tokens are refused with `message`, as the identity provider words it. Their ID
-    /// tokens stay valid, unless they are ended, too; then they are answered as those of an expired
-    /// session. Gives the number of sessions.
+    /// Ends the sessions of the account, or all of them if `uid` is empty. Their refresh tokens are
+    /// refused with `message`, an error code of the identity provider. Their ID tokens stay valid
+    /// unless `endsIDTokens` is set; then they are answered with an expired session. Returns the
+    /// number of sessions.
     std::size_t revokeSessions(
         const std::string& uid = {},
         const std::string& message = "TOKEN_EXPIRED",
         bool endsIDTokens = false);
-    /// All ID tokens have reached their end. Gives their number.
+    /// Lets all ID tokens expire. Returns their number.
     std::size_t expireIDTokens();
-    /// While the account is disabled it can neither sign in nor refresh; sessions stay.
+    /// A disabled account can neither sign in nor refresh. Its sessions are kept.
     void setUserDisabled(const std::string& uid, bool isDisabled = true);
 
-    /// Makes the folder a bundle for `ORVEL_AGENT_BUNDLE`, whose agent talks to this service. Only
+    /// Writes a folder for `ORVEL_AGENT_BUNDLE`, so that an agent talks to this service. Call it
     /// after the first start. Throws `ServiceError`.
     void writeBundle(const std::filesystem::path& folder) const;
 
-    /// When any free port is wanted, 0 until the first start.
+    /// With option `port` 0, this is 0 until the first start.
     [[nodiscard]] std::uint16_t port() const;
-    /// Scheme, address and port, without a slash at the end.
+    /// Scheme, address and port, without a trailing slash.
     [[nodiscard]] std::string url() const;
-    /// The certificate a client must trust, in PEM.
+    /// The PEM file of the certificate that a client must trust.
     [[nodiscard]] std::filesystem::path caFile() const;
 
-    /// The requests that arrived, spoilt ones included; the page and the control do not count.
+    /// Requests to the agent's endpoints, including those that met a fault.
     [[nodiscard]] std::size_t requestCount() const;
-    /// Of these, the ones to one path of the contract.
+    /// Requests to one path of the agent's endpoints.
     [[nodiscard]] std::size_t requestCount(std::string_view path) const;
-    /// Whether that many requests have arrived before the limit passed.
+    /// Waits for `count` requests in total. Returns whether they arrived within `limit`.
     [[nodiscard]] bool waitForRequests(std::size_t count, std::chrono::milliseconds limit) const;
 
-    /// The records kept, each once.
+    /// The number of stored records, without duplicates.
     [[nodiscard]] std::size_t storedCount() const;
     [[nodiscard]] const RecordStore& store() const;
 

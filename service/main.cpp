@@ -34,19 +34,19 @@ constexpr const char* controlHelp = R"(Control (--control), with any accepted be
                           two carry the request out, but its reply is lost)
       "times"             how many replies (1)
       "path"              only requests to this path (any)
-      "delayMilliseconds" wait before anything else (0)
+      "delayMilliseconds" wait before the request is handled (0)
       "status", "body"    of a "status" fault (503, empty)
       "code", "error"     of a "status" fault: an error envelope instead of "body"
-  DELETE /control/faults  forgets the faults to come
+  DELETE /control/faults  removes the pending faults
   POST /control/sessions/revoke   ends sessions; their next refresh is refused.
                           Keys of the JSON body:
-      "uid"               only those of this account (all)
-      "message"           what the refresh is refused with ("TOKEN_EXPIRED")
-      "endIDTokens"       true: ID tokens count as those of an expired session
-  POST /control/id-tokens/expire  lets every ID token end now
+      "uid"               sessions of this account only (all)
+      "message"           error code of the refused refresh ("TOKEN_EXPIRED")
+      "endIDTokens"       true: ID tokens are answered with an expired session
+  POST /control/id-tokens/expire  makes every ID token expire now
   POST /control/users/disable     the account "uid" can neither sign in nor
-                          refresh; "disabled": false lifts that
-  GET /control/stats      what was received so far)";
+                          refresh; "disabled": false enables it again
+  GET /control/stats      counts of what was received)";
 
 struct Arguments {
     LocalService::Options service;
@@ -85,9 +85,8 @@ void declare(CLI::App& app, Arguments& arguments) {
     app.add_option(
            "--token",
            service.tokens,
-           "Bearer token to accept besides those of sessions, more than once for more; without "
-           "any, "
-           "every token is accepted")
+           "Bearer token to accept besides those of sessions; may be given more than once; "
+           "without any, every token is accepted")
         ->type_name("TOKEN")
         ->allow_extra_args(false);
     file("--token-file", arguments.tokenFile, "One token to accept per line");
@@ -98,12 +97,12 @@ void declare(CLI::App& app, Arguments& arguments) {
     file(
         "--accounts",
         arguments.accounts,
-        "JSON array of who can sign in: objects with \"uid\", "
-        "\"email\" and \"handle\", or [] for nobody; two sample accounts otherwise");
+        "JSON array of the accounts that can sign in: objects with \"uid\", "
+        "\"email\" and \"handle\"; [] for none; two sample accounts by default");
     app.add_option(
            "--api-key",
            service.apiKey,
-           "The only API key to accept for identity tokens; any otherwise")
+           "The only API key to accept for identity tokens; any key by default")
         ->type_name("KEY");
     app.add_option(
            "--id-token-lifetime", arguments.idTokenLifetime, "How long an ID token is valid")
@@ -120,19 +119,19 @@ void declare(CLI::App& app, Arguments& arguments) {
         app.add_option(
                "--updates",
                service.updates,
-               "Serve the files in it below /updates/; the feed of updates is its appcast.xml")
+               "Serve this folder's files below /updates/; its appcast.xml is the update feed")
             ->type_name("DIRECTORY")
             ->check(CLI::ExistingDirectory.description(""));
     app.add_option(
            "--update-public-key",
            service.updatePublicKey,
-           "What updates are signed with; the agent of --bundle-out looks here for them")
+           "Public key of the updates; the agent of --bundle-out looks here for updates")
         ->type_name("KEY")
         ->needs(updates);
     file(
         "--capture",
         service.capture,
-        "Every request is appended to it, without tokens and sign-in secrets");
+        "Append every request to this file, without tokens and sign-in secrets");
     app.add_flag("--control", service.hasControl, "Let test programs script faults (see below)");
     app.add_flag("--quiet", arguments.isQuiet, "Do not report every request on standard error");
     app.add_flag(
@@ -148,13 +147,13 @@ void appendTokens(const std::filesystem::path& file, std::vector<std::string>& t
             tokens.push_back(std::move(line));
         }
     }
-    // With no token at all the service would be open to every one.
+    // An empty token list means that every token is accepted.
     if (tokens.size() == before) {
         throw ServiceError(ServiceError::File{file.string(), "it holds no token"});
     }
 }
 
-/// Blocked before any thread starts, so that only `sigwait()` sees them.
+/// Must run before any thread starts: threads inherit the mask, and `sigwait()` gets the signals.
 sigset_t blockStopSignals() {
     sigset_t signals;
     sigemptyset(&signals);
@@ -165,9 +164,9 @@ sigset_t blockStopSignals() {
     return signals;
 }
 
-/// Sends this process a stop signal once the process that started it is gone. No system call tells
-/// that everywhere, so it looks twice a second.
-void endWithParent() {
+/// Sends this process SIGTERM when its parent has exited. There is no portable notification, so a
+/// thread polls twice a second.
+void exitWithParent() {
     std::thread([parent = getppid()] {
         while (getppid() == parent) {
             std::this_thread::sleep_for(std::chrono::milliseconds(500));
@@ -179,7 +178,7 @@ void endWithParent() {
 void run(Arguments arguments) {
     const auto stopSignals = blockStopSignals();
     if (arguments.exitsWithParent) {
-        endWithParent();
+        exitWithParent();
     }
     auto& options = arguments.service;
     if (arguments.tokenFile) {

@@ -9,21 +9,21 @@
 
 namespace orvel::service {
 
-/// Somebody who can sign in.
+/// An account that can sign in.
 struct Account {
     std::string uid;
     std::optional<std::string> email;
     std::optional<std::string> handle;
 };
 
-/// Two accounts for trying things out; the second has no handle.
+/// Two accounts to try things out. The second has no handle.
 [[nodiscard]] std::vector<Account> sampleAccounts();
 
-/// Reads a JSON array of objects with "uid" and, if they like, "email" and "handle". Throws
+/// Reads a JSON array of objects with "uid" and, optionally, "email" and "handle". Throws
 /// `ServiceError`.
 [[nodiscard]] std::vector<Account> readAccounts(const std::filesystem::path& file);
 
-/// Nothing when there is no such account.
+/// Returns null if there is no such account.
 [[nodiscard]] const Account*
 findAccount(const std::vector<Account>& accounts, std::string_view uid);
 

@@ -10,8 +10,10 @@
 
 namespace orvel::service {
 
-/// The codes that a browser hands to the agent: each stands for one account, for one minute, and
-/// for the agent alone that knows the verifier behind the challenge. Usable from several threads.
+/// The codes that a browser hands to the agent.
+///
+/// A code is valid for one account and for one minute. Redeeming it takes the verifier whose hash
+/// is the challenge. Thread-safe.
 class AuthorizationCodes final {
 public:
     static constexpr std::string_view prefix = "orvel-code-";
@@ -19,13 +21,13 @@ public:
 
     explicit AuthorizationCodes(Now now) : codes_(std::string(prefix), lifetime, std::move(now)) {}
 
-    /// Whether the text can be the hash of a verifier.
+    /// Whether the text has the form of a verifier's hash.
     [[nodiscard]] static bool isChallenge(std::string_view text);
 
     [[nodiscard]] std::string mint(std::string challenge, std::string uid);
 
-    /// The account's uid; nothing for a code that is wrong, old or used, and for a wrong verifier.
-    /// The code is used up in every case.
+    /// Returns the account's uid, or no value if the code is wrong, expired or used or the verifier
+    /// is wrong. In every case the code cannot be used again.
     [[nodiscard]] std::optional<std::string>
     redeem(std::string_view code, std::string_view verifier);
 

@@ -13,7 +13,7 @@ namespace orvel::service {
 
 namespace {
 
-/// Empty when the request carries none.
+/// Empty if the request has none.
 std::string_view bearerToken(const Request& request) {
     constexpr std::string_view scheme = "Bearer ";
     const auto value = request.header("Authorization").value_or("");
@@ -62,7 +62,7 @@ void BearerTokens::require(const Request& request) const {
         return;
     case IdentityProvider::Bearer::SessionEnded:
         throw sessionExpired();
-    case IdentityProvider::Bearer::Stranger:
+    case IdentityProvider::Bearer::NotAnIDToken:
         if (accepted_.empty()) {
             return;
         }

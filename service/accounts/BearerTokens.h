@@ -13,21 +13,21 @@ namespace orvel::service {
 struct Account;
 class IdentityProvider;
 
-/// The bearer tokens that open the service: given ones, and the provider's ID tokens. Usable from
-/// several threads.
+/// The bearer tokens that the service accepts: configured ones, and the provider's ID tokens.
+/// Thread-safe.
 class BearerTokens final {
 public:
-    /// Without any given token every one is accepted, but for ID tokens that have ended. The
-    /// provider must outlive the object.
+    /// If `accepted` is empty, every token is accepted except expired ID tokens. The provider must
+    /// outlive the object.
     BearerTokens(std::vector<std::string> accepted, const IdentityProvider& provider);
 
-    /// From now on the token's session counts as expired.
+    /// From now on a request with the token is refused with an expired session.
     void expire(std::string token);
 
-    /// Throws `Refusal` unless the request carries an accepted token.
+    /// Throws `Refusal` if the request has no accepted token.
     void require(const Request& request) const;
 
-    /// Whose ID token the request carries; nothing when it is none, or one of nobody.
+    /// The account whose ID token the request carries, or null.
     [[nodiscard]] const Account* account(const Request& request) const;
 
 private:

@@ -55,7 +55,7 @@ IdentityProvider::Tokens IdentityProvider::refresh(const std::string& refreshTok
 
 IdentityProvider::Bearer IdentityProvider::check(std::string_view token) const {
     if (!token.starts_with(idTokenPrefix)) {
-        return Bearer::Stranger;
+        return Bearer::NotAnIDToken;
     }
     const auto found = sessions_.bearer(token);
     if (!found || found->tokenEnd <= now_()) {

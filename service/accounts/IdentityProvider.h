@@ -18,7 +18,7 @@
 
 namespace orvel::service {
 
-/// What the identity provider does not do, with its reason in its own words, such as
+/// A request that the identity provider refuses. The message is its error code, such as
 /// "INVALID_REFRESH_TOKEN".
 class IdentityRefusal final : public std::exception {
 public:
@@ -30,11 +30,11 @@ private:
     std::string message_;
 };
 
-/// Stands in for the identity provider: turns a custom token into a session, and the session's
-/// refresh token into ID tokens. Usable from several threads.
+/// Stands in for the identity provider: exchanges a custom token for a session, and the session's
+/// refresh token for ID tokens. Thread-safe.
 ///
-/// Every token is random and begins with a word of its own, so that a search finds one that has got
-/// somewhere it does not belong. A refresh token stays the same as long as its session.
+/// Every token is random and starts with the prefix of its kind, so that a search for the prefixes
+/// finds leaked tokens. The refresh token of a session never changes.
 class IdentityProvider final {
 public:
     static constexpr std::string_view customTokenPrefix = "orvel-custom-";
@@ -48,15 +48,15 @@ public:
     };
 
     enum class Bearer {
-        /// Not an ID token of this provider.
-        Stranger,
+        /// Lacks the prefix of this provider's ID tokens.
+        NotAnIDToken,
         Valid,
-        /// The ID token has ended, or is not known any more.
+        /// The ID token has expired, or this provider does not know it.
         Expired,
         SessionEnded,
     };
 
-    /// Throws `ServiceError`, as everything does that needs the store.
+    /// Throws `ServiceError`, as do all functions that use the store.
     IdentityProvider(
         const std::filesystem::path& store,
         std::vector<Account> accounts,
@@ -66,25 +66,25 @@ public:
     [[nodiscard]] const std::vector<Account>& accounts() const { return accounts_; }
     [[nodiscard]] std::chrono::seconds idTokenLifetime() const { return idTokenLifetime_; }
 
-    /// For one use within one hour.
+    /// Valid once, for one hour.
     [[nodiscard]] std::string mintCustomToken(std::string uid);
 
-    /// Throws `IdentityRefusal`, as the next two.
+    /// Throws `IdentityRefusal`, as do the next two.
     [[nodiscard]] Tokens signIn(std::string_view customToken);
     [[nodiscard]] Tokens startSession(const std::string& uid);
     [[nodiscard]] Tokens refresh(const std::string& refreshToken);
 
     [[nodiscard]] Bearer check(std::string_view token) const;
-    /// Whose ID token it is, if it is one of an account.
+    /// The account that the ID token belongs to, or null.
     [[nodiscard]] const Account* account(std::string_view idToken) const;
 
-    /// Ends the sessions of the account, or all of them when `uid` is empty: their refresh tokens
-    /// are refused with `message`. Gives their number.
+    /// Ends the sessions of the account, or all of them if `uid` is empty. Their refresh tokens are
+    /// refused with `message`. Returns their number.
     std::size_t
     revokeSessions(const std::string& uid, const std::string& message, bool endsIDTokens);
-    /// Gives their number.
+    /// Returns their number.
     std::size_t expireIDTokens();
-    /// The account's sign-ins and refreshes are refused while it is disabled.
+    /// While the account is disabled, its sign-ins and refreshes are refused.
     void setUserDisabled(const std::string& uid, bool isDisabled);
 
 private:

@@ -9,7 +9,7 @@ namespace {
 
 using Time = SessionStore::Time;
 
-// Not part of the format's version: a service that knows no sessions leaves the tables alone.
+// Separate from the store's format version: versions without sessions ignore these tables.
 constexpr const char* schema = R"(
 CREATE TABLE IF NOT EXISTS sessions (
     id INTEGER PRIMARY KEY,

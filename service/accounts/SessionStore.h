@@ -14,44 +14,44 @@
 
 namespace orvel::service {
 
-/// The sessions that the service has given out, in tables of their own beside the records.
+/// The issued sessions, in tables beside the records.
 ///
-/// Of tokens only hashes are kept. Usable from several threads. Everything fails with
-/// `ServiceError`.
+/// Tokens are stored as hashes only. Thread-safe. Every failure is a `ServiceError`.
 class SessionStore final {
 public:
     using Time = std::chrono::system_clock::time_point;
 
-    /// A session as its refresh token finds it.
+    /// A session, found by its refresh token.
     struct Session {
         std::int64_t id = 0;
         std::string uid;
-        /// Why it has been ended, in the words of the identity provider; empty while it goes on.
+        /// The identity provider's error code for an ended session. Empty while the session is
+        /// valid.
         std::string revocation;
     };
 
-    /// A session as one of its ID tokens finds it.
+    /// A session, found by one of its ID tokens.
     struct Bearer {
         std::string uid;
         Time tokenEnd;
-        /// Whether the session has been ended together with its ID tokens.
+        /// Whether the session was ended together with its ID tokens.
         bool hasEnded = false;
     };
 
-    /// Makes the tables when there are none.
+    /// Creates the tables if they are missing.
     explicit SessionStore(const std::filesystem::path& file);
 
-    /// Gives the session's id.
+    /// Returns the session's id.
     std::int64_t add(const std::string& uid, std::string_view refreshToken);
     [[nodiscard]] std::optional<Session> find(std::string_view refreshToken) const;
 
-    /// ID tokens that have ended by `now` are forgotten.
+    /// Also deletes the ID tokens that have expired by `now`.
     void addIDToken(std::int64_t session, std::string_view idToken, Time end, Time now);
     [[nodiscard]] std::optional<Bearer> bearer(std::string_view idToken) const;
 
-    /// Ends the sessions of the account, or all of them when `uid` is empty. Gives their number.
+    /// Ends the sessions of the account, or all of them if `uid` is empty. Returns their number.
     std::size_t revoke(const std::string& uid, const std::string& reason, bool endsIDTokens);
-    /// Gives the number of ID tokens that would have gone on.
+    /// Returns the number of ID tokens that were still valid.
     std::size_t endIDTokens(Time now);
 
 private:

@@ -8,7 +8,8 @@ class BearerTokens;
 class IdentityProvider;
 class Router;
 
-/// The exchange of an authorization code, and the profile. All must outlive the router.
+/// Adds the exchange of an authorization code, and the profile. The arguments must outlive the
+/// router.
 void addAccountEndpoints(
     Router& router,
     AuthorizationCodes& codes,

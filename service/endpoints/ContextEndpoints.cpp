@@ -66,33 +66,33 @@ tavrin::MessageRecord recordOf(const json::value& value, std::size_t index) {
     }
 }
 
-/// How a batch relates to the people the service knows.
-class Acquaintance final {
+/// Counts the known contacts and the unknown records of a batch.
+class ContactStatistics final {
 public:
-    explicit Acquaintance(const KnownHandles& known) : known_(known) {}
+    explicit ContactStatistics(const KnownHandles& known) : known_(known) {}
 
-    void meet(const tavrin::MessageRecord& record) {
+    void add(const tavrin::MessageRecord& record) {
         bool isKnown = false;
-        const auto look = [&](const std::string& handle) {
+        const auto lookUp = [&](const std::string& handle) {
             if (const auto* hint = known_.find(handle)) {
-                touched_.insert(*hint);
+                contactsTouched_.insert(*hint);
                 isKnown = true;
             }
         };
-        std::ranges::for_each(record.participants, look);
+        std::ranges::for_each(record.participants, lookUp);
         if (record.senderHandle) {
-            look(*record.senderHandle);
+            lookUp(*record.senderHandle);
         }
-        unknown_ += isKnown ? 0 : 1;
+        unknownRecords_ += isKnown ? 0 : 1;
     }
 
-    [[nodiscard]] std::size_t touched() const { return touched_.size(); }
-    [[nodiscard]] std::size_t unknown() const { return unknown_; }
+    [[nodiscard]] std::size_t contactsTouched() const { return contactsTouched_.size(); }
+    [[nodiscard]] std::size_t unknownRecords() const { return unknownRecords_; }
 
 private:
     const KnownHandles& known_;
-    std::set<std::string_view> touched_;
-    std::size_t unknown_ = 0;
+    std::set<std::string_view> contactsTouched_;
+    std::size_t unknownRecords_ = 0;
 };
 
 Reply ingest(const Request& request, RecordStore& store, const KnownHandles& knownHandles) {
@@ -104,19 +104,19 @@ Reply ingest(const Request& request, RecordStore& store, const KnownHandles& kno
     RecordStore::Batch batch;
     batch.client = clientOf(body);
     batch.watermark = tavrin::integerAt(body, "watermark");
-    Acquaintance acquaintance(knownHandles);
+    ContactStatistics contacts(knownHandles);
     for (const auto& value : arrayAt(body, "records", maxRecords)) {
         auto record = recordOf(value, batch.items.size());
-        acquaintance.meet(record);
+        contacts.add(record);
         batch.items.push_back({std::move(record.guid), json::serialize(value)});
     }
     const auto added = store.add(batch);
     return success({
         {"acceptedWatermark", batch.watermark},
         {"accepted", batch.items.size()},
-        {"contactsTouched", acquaintance.touched()},
+        {"contactsTouched", contacts.contactsTouched()},
         {"activitiesWritten", added},
-        {"unknownCounterparty", acquaintance.unknown()},
+        {"unknownCounterparty", contacts.unknownRecords()},
         {"bodiesIgnored", 0},
     });
 }

@@ -7,7 +7,7 @@ class KnownHandles;
 class RecordStore;
 class Router;
 
-/// The endpoints below "/api/v1/context": ingest, handle-digest and diagnostics. Store and handles
+/// Adds the endpoints below "/api/v1/context": ingest, handle-digest and diagnostics. The arguments
 /// must outlive the router.
 void addContextEndpoints(Router& router, RecordStore& store, const KnownHandles& knownHandles);
 

@@ -11,8 +11,8 @@ class FaultScript;
 class IdentityProvider;
 class Router;
 
-/// The endpoints below "/control", for test programs that cannot call the service's functions:
-/// faults, the ends of sessions, and counts. Script and provider must outlive the router.
+/// Adds the endpoints below "/control", for test programs that cannot call `LocalService` directly:
+/// faults, the end of sessions, and counts. Script and provider must outlive the router.
 void addControlEndpoints(
     Router& router,
     FaultScript& faults,

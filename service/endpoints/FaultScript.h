@@ -13,43 +13,43 @@
 
 namespace orvel::service {
 
-/// One way to spoil a reply.
+/// A way to make a reply fail.
 struct Fault {
-    /// Only requests to this path; every path when empty.
+    /// Applies to requests to this path only. Empty means every path.
     std::string path;
-    /// Time between the arrival of the request and everything else.
+    /// How long to wait before the request is handled.
     std::chrono::milliseconds delay{0};
-    /// Sent instead of carrying the request out. Without it the request is carried out and its own
+    /// Sent instead of handling the request. Without a value, the request is handled and its own
     /// reply is sent.
     std::optional<Reply> reply;
     Reply::Delivery delivery = Reply::Delivery::Complete;
 
-    /// A status with a body as it stands.
+    /// A status with the given body, unchanged.
     [[nodiscard]] static Fault answer(int status, std::string body);
     /// A status with an error in the envelope.
     [[nodiscard]] static Fault refusal(int status, std::string code, std::string sentence);
-    /// A status with an error as the identity provider words it.
+    /// A status with an error in the identity provider's format.
     [[nodiscard]] static Fault identityError(int status, std::string_view message);
-    /// The true reply, late.
+    /// The normal reply, after a delay.
     [[nodiscard]] static Fault delayed(std::chrono::milliseconds delay);
     [[nodiscard]] static Fault reset();
     [[nodiscard]] static Fault cutOff();
-    /// The request is carried out (a batch is stored), but the client never learns of it.
+    /// The request is handled (a batch is stored), but the connection is reset without a reply.
     [[nodiscard]] static Fault acceptThenReset();
-    /// The request is carried out, and half of its reply arrives.
+    /// The request is handled, and only half of its reply is sent.
     [[nodiscard]] static Fault acceptThenCutOff();
 };
 
-/// The faults to come, in the order they were added. Usable from several threads.
+/// The pending faults, in the order in which they were added. Thread-safe.
 class FaultScript final {
 public:
     void add(Fault fault, std::size_t times);
     void clear();
 
-    /// Takes the first fault that is meant for the path.
+    /// Removes and returns the first fault for the path.
     [[nodiscard]] std::optional<Fault> take(std::string_view path);
 
-    /// How many faults are still to come.
+    /// The number of pending faults.
     [[nodiscard]] std::size_t pending() const;
 
 private:

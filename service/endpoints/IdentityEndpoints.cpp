@@ -38,7 +38,7 @@ Reply signIn(const Request& request, IdentityProvider& provider) {
     const auto* wantsSession = body.if_contains("returnSecureToken");
     const auto tokens = provider.signIn(token);
     json::object reply{{"idToken", tokens.idToken}};
-    // Without the wish there is no way to go on after the ID token.
+    // A client that does not ask for a session gets an ID token that it cannot refresh.
     if (wantsSession != nullptr && wantsSession->is_bool() && wantsSession->get_bool()) {
         reply["refreshToken"] = tokens.refreshToken;
         reply["expiresIn"] = lifetimeOf(provider);

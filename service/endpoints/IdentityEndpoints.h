@@ -11,11 +11,11 @@ namespace orvel::service {
 class IdentityProvider;
 class Router;
 
-/// A refusal in the identity provider's format, which has no envelope.
+/// An error in the identity provider's format, which does not use the envelope.
 [[nodiscard]] Reply identityError(int status, std::string_view message);
 
-/// The identity provider's two endpoints below "/identity/v1". Without an API key they take every
-/// one. The provider must outlive the router.
+/// Adds the identity provider's two endpoints below "/identity/v1". If `apiKey` is empty, any key
+/// is accepted. The provider must outlive the router.
 void addIdentityEndpoints(Router& router, IdentityProvider& provider, std::string apiKey);
 
 } // namespace orvel::service

@@ -17,7 +17,7 @@ namespace {
 constexpr std::string_view path = "/link";
 constexpr std::string_view callback = "orvelagent://callback";
 
-/// What a person can choose instead of an account.
+/// A choice on the page other than an account.
 struct Outcome {
     std::string_view error;
     std::string_view description;
@@ -56,7 +56,7 @@ std::string accountButton(const Account& account, std::size_t number) {
         account.handle ? "Handle: " + *account.handle : "Without a handle");
 }
 
-/// " 1.2.3", or nothing for what does not look like a version.
+/// " 1.2.3", or empty if the query has no plausible version.
 std::string shownVersion(const Request& request) {
     const auto version = request.queryValue("v").value_or("");
     const auto isPart = [](char character) {
@@ -69,7 +69,7 @@ std::string shownVersion(const Request& request) {
 }
 
 Reply refusedPage(int status, std::string_view sentence) {
-    auto html = pageStart("This sign-in cannot go on", PageWidth::Narrow);
+    auto html = pageStart("This sign-in cannot continue", PageWidth::Narrow);
     html += paragraph(sentence);
     html += paragraph("Go back to Orvel Agent and start the sign-in again.");
     auto reply = pageReply(html.append(pageEnd));
@@ -85,7 +85,7 @@ Reply choicePage(const Request& request, const std::vector<Account>& accounts) {
     auto html = pageStart("Sign in to Orvel Agent", PageWidth::Narrow);
     html += paragraph(
         "Orvel Agent" + shownVersion(request) +
-        " on this computer asks to sign in. Choose the account that it is to use. No password is "
+        " on this computer asks to sign in. Choose the account to use. No password is "
         "needed: the accounts are known to this local service only.");
     html += R"(<form method="post" action=")";
     html.append(path).append("\">\n");
@@ -99,13 +99,13 @@ Reply choicePage(const Request& request, const std::vector<Account>& accounts) {
         "error",
         noAccount.error,
         "An identity without an account",
-        "As somebody who has never signed up");
+        "As a user who has never signed up");
     html += R"(<button id="cancel" class="plain" name="error" value=")";
     html.append(cancelled.error).append("\">Cancel</button>\n</form>\n");
     return pageReply(html.append(pageEnd), "'self'");
 }
 
-/// Goes to the agent by itself, and by the link if the browser wants a click.
+/// The page redirects to the agent. If the browser blocks that, its link does the same.
 Reply handOverPage(std::string_view choice, std::string_view item, std::string_view value) {
     std::string url(callback);
     url.append("?").append(item).append("=").append(value);
@@ -122,7 +122,7 @@ Reply handOverPage(std::string_view choice, std::string_view item, std::string_v
     return pageReply(html.append(pageEnd));
 }
 
-/// Whether the browser says that the form is ours. Every browser tells the origin of a form.
+/// Whether the form was sent from our own page. Every browser sends a form's origin.
 bool isFromOurPage(const Request& request) {
     const auto host = request.header("Host").value_or("");
     const auto site = request.header("Sec-Fetch-Site").value_or("same-origin");

@@ -10,8 +10,8 @@ namespace orvel::service {
 class AuthorizationCodes;
 class Router;
 
-/// The web site's sign-in page at "/link", where a person chooses an account, and the page that
-/// hands the choice over to the agent. Both must outlive the router.
+/// Adds the sign-in page at "/link", where the user chooses an account, and the page that passes
+/// the choice to the agent. Both arguments must outlive the router.
 void addLinkPage(Router& router, const std::vector<Account>& accounts, AuthorizationCodes& codes);
 
 } // namespace orvel::service

@@ -7,7 +7,7 @@ namespace orvel::service {
 
 namespace {
 
-// The empty icon keeps browsers from asking for one.
+// The empty icon stops browsers from requesting one.
 constexpr std::string_view head = R"(<!doctype html>
 <html lang="en">
 <head>
@@ -93,7 +93,7 @@ Reply pageReply(std::string html, std::string_view formAction) {
     policy += formAction;
     reply.headers = {
         {"Content-Security-Policy", std::move(policy)},
-        // Not "no-referrer": a form's request would then not say which site it comes from.
+        // "no-referrer" would make browsers leave out the origin of a form.
         {"Referrer-Policy", "same-origin"},
         {"X-Content-Type-Options", "nosniff"},
     };

@@ -13,8 +13,8 @@ namespace orvel::service {
 
 namespace {
 
-/// A page elsewhere may give its own name the address 127.0.0.1 and so let a browser read from
-/// here; the name in the request gives it away.
+/// Prevents DNS rebinding: a foreign site could resolve its name to 127.0.0.1 and have a browser
+/// read from this service. Such a request names the foreign host.
 void requireLoopbackHost(const Request& request) {
     const auto host = request.header("Host").value_or("");
     const auto name = host.substr(0, host.find(':'));
@@ -66,7 +66,7 @@ bool Router::wantsBearerToken(std::string_view path) const {
 
 Reply Router::serve(const Request& request) const {
     try {
-        return carriedOut(request);
+        return handle(request);
     } catch (const Refusal& refusal) {
         return refused(refusal);
     } catch (const tavrin::JSONDecodingError& error) {
@@ -76,7 +76,7 @@ Reply Router::serve(const Request& request) const {
     }
 }
 
-Reply Router::carriedOut(const Request& request) const {
+Reply Router::handle(const Request& request) const {
     requireLoopbackHost(request);
     const auto path = find(request.path);
     if (path == paths_.end()) {

@@ -13,29 +13,28 @@ namespace orvel::service {
 
 class BearerTokens;
 
-/// A set of endpoints. A group of endpoints adds itself with a function of its own; after that the
-/// router only reads and may be used from several threads.
+/// A set of endpoints. Functions such as `addStatusPage()` add them; after that the router is
+/// immutable and may be used from several threads.
 class Router final {
 public:
     enum class Access { Open, BearerToken };
-    /// Answers one request, or throws `Refusal`.
+    /// Returns the reply to one request, or throws `Refusal`.
     using Action = std::function<Reply(const Request&)>;
 
     /// The tokens must outlive the router.
     explicit Router(const BearerTokens& tokens) : tokens_(tokens) {}
 
-    /// A path that ends in a slash and a star stands for every one with something else in place of
-    /// the star, but for those that have been added themselves. There is no slash in it.
+    /// A path that ends in "/*" matches any last segment without its own entry.
     void add(std::string method, std::string path, Access access, Action action);
 
-    /// The path that was added for this one; no value when there is none.
+    /// The added path that matches this one, or no value.
     [[nodiscard]] std::optional<std::string> addedPath(std::string_view path) const;
     [[nodiscard]] bool hasPath(std::string_view path) const { return find(path) != paths_.end(); }
 
-    /// Whether the path is one of those whose requests prove themselves with a bearer token only.
+    /// Whether all endpoints at the path require a bearer token.
     [[nodiscard]] bool wantsBearerToken(std::string_view path) const;
 
-    /// Checks the request and carries it out. Never throws: whatever goes wrong is a reply.
+    /// Checks and handles the request. Never throws: errors are turned into replies.
     [[nodiscard]] Reply serve(const Request& request) const;
 
 private:
@@ -47,7 +46,7 @@ private:
     using Paths = std::map<std::string, Methods, std::less<>>;
 
     [[nodiscard]] Paths::const_iterator find(std::string_view path) const;
-    [[nodiscard]] Reply carriedOut(const Request& request) const;
+    [[nodiscard]] Reply handle(const Request& request) const;
 
     const BearerTokens& tokens_;
     Paths paths_;

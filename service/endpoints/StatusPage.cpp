@@ -27,7 +27,7 @@ std::string fixedCell(std::string_view text) {
     return R"(<td class="fixed">)" + escaped(text) + "</td>";
 }
 
-/// Whatever direction the text is written in, it does not disturb its neighbours.
+/// `dir="auto"` keeps right-to-left text from reordering its neighbours.
 std::string textCell(std::string_view text) {
     return R"(<td class="text" dir="auto">)" + escaped(text) + "</td>";
 }

@@ -6,7 +6,7 @@ namespace orvel::service {
 class RecordStore;
 class Router;
 
-/// The page at "/", which shows a person what was received. The store must outlive the router.
+/// Adds the page at "/", which lists what was received. The store must outlive the router.
 void addStatusPage(Router& router, const RecordStore& store);
 
 } // namespace orvel::service

@@ -24,13 +24,13 @@ using tavrin::FileDescriptor;
 
 constexpr std::string_view everyFile = "/updates/*";
 
-/// No value unless the folder itself has a regular file of that name.
+/// No value unless the folder itself contains a regular file of that name.
 std::optional<std::string> content(const std::filesystem::path& folder, const std::string& name) {
-    // A name with a zero byte would be that of another file.
+    // The system call would cut the name at a zero byte and open another file.
     if (name.empty() || name.starts_with('.') || name.find('\0') != std::string::npos) {
         return std::nullopt;
     }
-    // A pipe would keep us waiting.
+    // Without O_NONBLOCK, opening a pipe would block.
     const FileDescriptor file(
         open((folder / name).c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     struct stat status {};
@@ -60,7 +60,7 @@ std::optional<std::string> content(const std::filesystem::path& folder, const st
 
 void addUpdateEndpoints(Router& router, std::filesystem::path folder) {
     const auto serve = [folder = std::move(folder)](const Request& request) {
-        // What the router let through has no slash in it.
+        // The router's wildcard never matches a slash, so this is a plain file name.
         auto bytes = content(folder, request.path.substr(everyFile.size() - 1));
         if (!bytes) {
             throw Refusal(404, "not_found", "There is nothing at this path.");

@@ -8,11 +8,11 @@ namespace orvel::service {
 
 class Router;
 
-/// Where the feed is, when the folder has a file of that name.
+/// The path of the feed, if the folder has a file of that name.
 inline constexpr std::string_view updateFeedPath = "/updates/appcast.xml";
 
-/// Serves the files of the folder, as they are when asked for, to everybody: an update proves
-/// itself with its signature. Neither hidden files nor links nor what is in folders below.
+/// Serves the regular files of the folder, read anew for each request. No token is required, since
+/// updates are signed. Hidden files, links and subfolders are not served.
 void addUpdateEndpoints(Router& router, std::filesystem::path folder);
 
 } // namespace orvel::service

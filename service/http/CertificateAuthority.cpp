@@ -47,10 +47,10 @@ struct Identity {
 };
 
 constexpr std::chrono::days authorityLifetime(730);
-// Clients refuse server certificates of 398 days and more.
+// Clients reject server certificates that are valid for 398 days or more.
 constexpr std::chrono::days serverLifetime(365);
 constexpr std::chrono::days renewalMargin(30);
-// A clock set back a little must not make a new certificate invalid.
+// A new certificate must stay valid if the clock is set back a little.
 constexpr std::chrono::hours startMargin(1);
 
 template <typename Result>
@@ -75,7 +75,7 @@ void addExtension(X509* certificate, X509* issuer, int kind, const char* value) 
     checked(X509_add_ext(certificate, extension.get(), -1));
 }
 
-/// Everything but the extensions and the signature.
+/// Without the extensions and the signature.
 Identity unsignedIdentity(const char* name, Time now, std::chrono::days lifetime) {
     Identity made{Certificate(checked(X509_new())), Key(checked(EVP_EC_gen("P-256")))};
     X509* certificate = made.certificate.get();
@@ -166,11 +166,11 @@ void save(const Identity& identity, const Files& files) {
     replacePrivateFile(files.certificate, pem(identity.certificate.get()));
 }
 
-/// What the files hold, when it belongs together and is valid for some time to come.
+/// The identity in the files, if key and certificate match and are valid beyond `renewalMargin`.
 std::optional<Identity> load(const Files& files, Time now) {
     const auto certificateText = read(files.certificate);
     const auto keyText = read(files.key);
-    // Without this, OpenSSL asks at the terminal for the passphrase of an encrypted key.
+    // The default callback would ask for an encrypted key's passphrase at the terminal.
     const auto noPassphrase = [](char*, int, int, void*) {
         return -1;
     };

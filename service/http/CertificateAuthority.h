@@ -7,20 +7,20 @@
 
 namespace orvel::service {
 
-/// A certificate authority of the service's own, kept in a directory together with the certificate
+/// The service's own certificate authority, kept in a directory together with the certificate that
 /// it issued for "localhost" and 127.0.0.1.
 ///
-/// Both are used again until 30 days before their end, then made anew; so is whatever is missing,
-/// damaged or does not fit. The authority can vouch for no other name, so that trusting it is no
-/// risk should its key be stolen. Key files are readable by their owner only.
+/// Both are reused until 30 days before they expire, then replaced. A missing, damaged or
+/// mismatched file is replaced, too. Name constraints limit the authority to the two names, so
+/// that trusting it is no risk even if its key is stolen. Only the owner can read the key files.
 class CertificateAuthority final {
 public:
     using Time = std::chrono::system_clock::time_point;
 
-    /// Loads or makes everything. Throws `ServiceError`.
+    /// Loads the files or creates them. Throws `ServiceError`.
     CertificateAuthority(std::filesystem::path directory, Time now);
 
-    /// The PEM file a client must trust.
+    /// The PEM file of the certificate that a client must trust.
     [[nodiscard]] const std::filesystem::path& certificateFile() const { return certificateFile_; }
 
     /// PEM.

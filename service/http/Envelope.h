@@ -11,7 +11,7 @@
 
 namespace orvel::service {
 
-/// A request that is not carried out, and the reply it gets. `what()` is a sentence for the user.
+/// A request that is not carried out, and its reply. `what()` is a sentence for the user.
 class Refusal final : public std::exception {
 public:
     Refusal(int status, std::string code, std::string sentence)
@@ -36,8 +36,8 @@ private:
 /// `{"ok": false, "error": …, "code": …}`
 [[nodiscard]] Reply refused(const Refusal& refusal);
 
-/// The request's body as a JSON object in the given memory. Throws `Refusal` for a body of another
-/// type, or one that is no JSON object.
+/// The request's body as a JSON object, allocated in `memory`. Throws `Refusal` if the content type
+/// is not JSON or the body is not a JSON object.
 [[nodiscard]] boost::json::object
 jsonBody(const Request& request, boost::json::storage_ptr memory = {});
 

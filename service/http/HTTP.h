@@ -11,42 +11,42 @@ namespace orvel::service {
 
 using Headers = std::vector<std::pair<std::string, std::string>>;
 
-/// One request as it arrived.
+/// A request as received.
 struct Request {
     enum class Body { Complete, TooLarge, Encoded, Unreadable };
 
     std::string method;
     /// Percent-decoded, without the query.
     std::string path;
-    /// As it arrived, without the question mark.
+    /// Still encoded, without the question mark.
     std::string query;
     Headers headers;
     /// Empty unless `bodyState` is `Complete`.
     std::string body;
     Body bodyState = Body::Complete;
 
-    /// The value of the only header of that name, in any spelling; no value when it is missing or
-    /// sent more than once.
+    /// The value of the header. Names are compared without case. No value if the header is missing
+    /// or was sent more than once.
     [[nodiscard]] std::optional<std::string_view> header(std::string_view name) const;
 
-    /// Whether the body is of that type, whatever the type's parameters.
+    /// Whether the body has that type. Parameters of the type are ignored.
     [[nodiscard]] bool hasContentType(std::string_view type) const;
 
-    /// The percent-decoded value of the only query item of that name, any bytes it may be; no value
-    /// when the item is missing, sent more than once or encoded wrongly.
+    /// The percent-decoded value of the query item, which may contain any bytes. No value if the
+    /// item is missing, occurs more than once or is wrongly encoded.
     [[nodiscard]] std::optional<std::string> queryValue(std::string_view name) const;
 
-    /// The same for the body of a form, where "+" means a space.
+    /// The same for a form's body, where "+" means a space.
     [[nodiscard]] std::optional<std::string> formValue(std::string_view name) const;
 };
 
-/// What the client gets, and how.
+/// A response, and how to send it.
 struct Reply {
     enum class Delivery {
         Complete,
-        /// The headers announce the whole body, half of it follows, the connection closes.
+        /// Headers for the whole body, then half of it, then the connection closes.
         CutOff,
-        /// The connection is reset before the first byte.
+        /// The connection is reset before the first byte is sent.
         Reset,
     };
 
@@ -57,7 +57,7 @@ struct Reply {
     Delivery delivery = Delivery::Complete;
 };
 
-/// Whether two texts are equal but for the case of ASCII letters.
+/// Compares without the case of ASCII letters.
 [[nodiscard]] bool equalsIgnoringCase(std::string_view left, std::string_view right);
 
 } // namespace orvel::service

@@ -28,11 +28,11 @@ namespace {
 
 constexpr const char* address = "127.0.0.1";
 constexpr std::size_t workers = 8;
-// How long a silent client may keep a worker, and so `stop()`, waiting.
-constexpr std::chrono::seconds patience(5);
+// How long a silent client can block a worker, and with it `stop()`.
+constexpr std::chrono::seconds ioTimeout(5);
 
-/// Every reply of the handler carries this; the library's own ones do not.
-constexpr const char* markHeader = "Cache-Control";
+/// All replies of the handler have this header. The library's own replies lack it.
+constexpr const char* handlerHeader = "Cache-Control";
 
 bool configure(SSL_CTX& context, const std::string& certificate, const std::string& key) {
     const auto reader = [](const std::string& pem) {
@@ -44,7 +44,8 @@ bool configure(SSL_CTX& context, const std::string& certificate, const std::stri
     const std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> parsedKey(
         PEM_read_bio_PrivateKey(reader(key).get(), nullptr, nullptr, nullptr), EVP_PKEY_free);
     return SSL_CTX_set_min_proto_version(&context, TLS1_2_VERSION) == 1 &&
-           // A ticket would be bytes on the way before the reply.
+           // A session ticket would be sent before the reply, but a reset must be the first thing
+           // sent.
            SSL_CTX_set_num_tickets(&context, 0) == 1 &&
            SSL_CTX_use_certificate(&context, parsedCertificate.get()) == 1 &&
            SSL_CTX_use_PrivateKey(&context, parsedKey.get()) == 1;
@@ -57,7 +58,7 @@ Request translated(const httplib::Request& from) {
     const auto mark = from.target.find('?');
     request.query = mark == std::string::npos ? "" : from.target.substr(mark + 1);
     for (const auto& [name, value] : from.headers) {
-        // The library's own additions.
+        // The library adds pseudo headers.
         const std::string_view view = name;
         if (!view.starts_with("REMOTE_") && !view.starts_with("LOCAL_")) {
             request.headers.emplace_back(name, value);
@@ -71,7 +72,7 @@ void readBody(
     if (!from.has_header("Content-Length") && !from.has_header("Transfer-Encoding")) {
         return;
     }
-    // A body that unpacks may unpack to anything; a form would be taken apart.
+    // A compressed body could exceed every limit, and the library would parse a form itself.
     if (from.has_header("Content-Encoding") || from.is_multipart_form_data()) {
         request.bodyState = Request::Body::Encoded;
     }
@@ -84,7 +85,7 @@ void readBody(
         if (size <= HTTPSServer::maxBodySize && request.bodyState == Request::Body::Complete) {
             request.body.append(bytes, count);
         }
-        // Read on for a while: a client that is still sending would not see the reply.
+        // Read on for a while: a client that is still sending does not read the reply.
         return size <= 4 * HTTPSServer::maxBodySize;
     });
     if (request.bodyState == Request::Body::Complete) {
@@ -99,20 +100,20 @@ void readBody(
     }
 }
 
-/// Ends the connection at once, with a reset unless descriptors have run out. The descriptor is the
-/// library's to close: until then it is of a socket whose other end is gone.
+/// Closes the connection at once, with a reset unless the process is out of descriptors. The
+/// library closes the descriptor itself, so it is redirected to a dead socket until then.
 void resetConnection(const httplib::Request& from) {
-    // Newer versions of the library have it as a pointer to anything.
+    // Newer versions of the library declare it as `const void*`.
     const void* const session = from.ssl;
     const int connection = SSL_get_fd(static_cast<const SSL*>(session));
-    linger none{};
-    none.l_onoff = 1;
-    setsockopt(connection, SOL_SOCKET, SO_LINGER, &none, sizeof none);
+    linger noLinger{};
+    noLinger.l_onoff = 1;
+    setsockopt(connection, SOL_SOCKET, SO_LINGER, &noLinger, sizeof noLinger);
     bool isReset = false;
     std::array<int, 2> ends{};
     if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) == 0) {
         close(ends[1]);
-        // Closes the connection, which does not linger.
+        // Closes the connection; with SO_LINGER 0 that sends a reset.
         isReset = dup2(ends[0], connection) >= 0;
         close(ends[0]);
     }
@@ -123,7 +124,7 @@ void resetConnection(const httplib::Request& from) {
 
 void deliver(const httplib::Request& from, Reply reply, httplib::Response& to) {
     to.status = reply.status;
-    to.set_header(markHeader, "no-store");
+    to.set_header(handlerHeader, "no-store");
     for (const auto& [name, value] : reply.headers) {
         to.set_header(name, value);
     }
@@ -149,7 +150,7 @@ void deliver(const httplib::Request& from, Reply reply, httplib::Response& to) {
     }
 }
 
-/// For what the library refuses before the handler is asked.
+/// For requests that the library refuses without calling the handler.
 Refusal protocolRefusal(int status) {
     switch (status) {
     case 413:
@@ -209,7 +210,7 @@ std::uint16_t HTTPSServer::start(std::uint16_t port) {
     server.Delete(".*", withBody);
     server.set_error_handler(
         httplib::Server::Handler([](const httplib::Request& from, httplib::Response& to) {
-            if (!to.has_header(markHeader)) {
+            if (!to.has_header(handlerHeader)) {
                 deliver(from, refused(protocolRefusal(to.status)), to);
             }
         }));
@@ -218,10 +219,10 @@ std::uint16_t HTTPSServer::start(std::uint16_t port) {
             deliver(from, refused(protocolRefusal(500)), to);
         });
     server.set_keep_alive_max_count(1);
-    server.set_keep_alive_timeout(patience.count());
-    server.set_read_timeout(patience);
-    server.set_write_timeout(patience);
-    // By default several programs could listen on the port at once.
+    server.set_keep_alive_timeout(ioTimeout.count());
+    server.set_read_timeout(ioTimeout);
+    server.set_write_timeout(ioTimeout);
+    // The library's default lets several programs share the port.
     server.set_socket_options([](int socket) {
         const int yes = 1;
         setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
@@ -235,7 +236,7 @@ std::uint16_t HTTPSServer::start(std::uint16_t port) {
         throw ServiceError(ServiceError::Listen{port, std::generic_category().message(errno)});
     }
 
-    // The library asks for its threads once it listens; only from then on can it be stopped.
+    // The library creates its thread pool once it listens. Stopping it has no effect before that.
     std::promise<void> listening;
     server.new_task_queue = [&listening] {
         listening.set_value();

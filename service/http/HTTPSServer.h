@@ -14,10 +14,10 @@ namespace orvel::service {
 /// HTTPS on 127.0.0.1: one request per connection, TLS 1.2 or newer.
 class HTTPSServer final {
 public:
-    /// Called on worker threads, several at once. What it throws is answered with status 500.
+    /// Called on worker threads, concurrently. If it throws, the reply has status 500.
     using Handler = std::function<Reply(const Request&)>;
 
-    /// A longer body is not kept.
+    /// A longer body is dropped; the handler sees `Request::Body::TooLarge`.
     static constexpr std::size_t maxBodySize = std::size_t(16) * 1024 * 1024;
 
     /// Certificate and key are PEM.
@@ -26,10 +26,10 @@ public:
     HTTPSServer(const HTTPSServer&) = delete;
     HTTPSServer& operator=(const HTTPSServer&) = delete;
 
-    /// Listens when it returns. Port 0 is any free one. Gives the port. Throws `ServiceError`.
+    /// Returns the port once it listens. Port 0 picks any free one. Throws `ServiceError`.
     std::uint16_t start(std::uint16_t port);
 
-    /// Returns when the last reply has gone out. Nothing happens when it is stopped.
+    /// Returns when the last reply has been sent. Does nothing if the server is not running.
     void stop();
 
 private:

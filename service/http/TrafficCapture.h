@@ -10,8 +10,8 @@
 
 namespace orvel::service {
 
-/// Appends requests to a file, readable by its owner only, so that the traffic can be searched.
-/// Usable from several threads.
+/// Appends requests to a file that only the owner can read, so that the traffic can be searched.
+/// Thread-safe.
 class TrafficCapture final {
 public:
     /// Throws `ServiceError`.
@@ -20,8 +20,8 @@ public:
 
     enum class Body { Kept, LeftOut };
 
-    /// Everything but the bearer token, the query and, if it is to be left out, the body. Throws
-    /// `ServiceError`.
+    /// Writes the request without its bearer token and its query, and without its body if that is
+    /// to be left out. Throws `ServiceError`.
     void append(const Request& request, Body body);
 
 private:

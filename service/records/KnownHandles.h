@@ -9,15 +9,15 @@
 
 namespace orvel::service {
 
-/// The people the service knows, as match hints.
+/// The contacts that the service knows, as match hints.
 class KnownHandles final {
 public:
     using Hints = std::set<std::string, std::less<>>;
 
-    /// From handles in any spelling; one without a match hint is left out.
+    /// Takes handles in any spelling. Those without a match hint are skipped.
     explicit KnownHandles(const std::vector<std::string>& handles);
 
-    /// The hint of the handle when it is known, otherwise nothing.
+    /// The hint of a known handle, or null.
     [[nodiscard]] const std::string* find(std::string_view handle) const;
 
     [[nodiscard]] const Hints& hints() const { return hints_; }

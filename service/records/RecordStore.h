@@ -13,15 +13,14 @@
 
 namespace orvel::service {
 
-/// What the service keeps: one SQLite file, readable by its owner only.
+/// The received records, in one SQLite file that only the owner can read.
 ///
-/// A record is kept once, whatever number of batches bring it; the first one stays. Usable from
-/// several threads. Everything fails with `ServiceError`.
+/// Each record is stored once, as it first arrived. Thread-safe. Every failure is a `ServiceError`.
 class RecordStore final {
 public:
     struct Item {
         std::string guid;
-        /// The record as it was received.
+        /// The record as received.
         std::string json;
     };
     struct Batch {
@@ -42,11 +41,10 @@ public:
         std::int64_t diagnosticLines = 0;
     };
 
-    /// Makes the file when there is none.
+    /// Creates the file if it is missing.
     explicit RecordStore(const std::filesystem::path& file);
 
-    /// Keeps the whole batch or nothing; on return it is on disk. Gives the number of records that
-    /// were not known.
+    /// Stores the whole batch or nothing, durably on return. Returns the number of new records.
     std::int64_t add(const Batch& batch);
 
     void addDiagnostics(const std::string& client, const std::vector<std::string>& lines);

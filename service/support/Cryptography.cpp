@@ -29,7 +29,7 @@ std::string base64URL(const Bytes& bytes) {
             text += alphabet[bits >> static_cast<unsigned>(count - 6) & 63U];
         }
     }
-    // What is left of the last byte, followed by zeros.
+    // The remaining bits of the last byte, padded with zeros.
     return text += alphabet[bits << static_cast<unsigned>(6 - count) & 63U];
 }
 

@@ -21,7 +21,7 @@ namespace {
 
 Database::Database(const std::filesystem::path& file) : path_(file.string()) {
     makePrivateDirectory(std::filesystem::absolute(file).parent_path());
-    // SQLite would make a file that everybody can read; its journals get the mode of the file.
+    // SQLite would create a file that everyone can read. Its journals copy the mode of the file.
     static_cast<void>(PrivateFile(file, PrivateFile::Mode::Append));
     constexpr int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX;
     sqlite3* handle = nullptr;
@@ -30,7 +30,7 @@ Database::Database(const std::filesystem::path& file) : path_(file.string()) {
     if (result != SQLITE_OK) {
         service::fail(handle, path_);
     }
-    // Somebody may look into the file with another program meanwhile.
+    // Another program may be reading the file.
     sqlite3_busy_timeout(handle, 5000);
     handle_ = closing.release();
 }

@@ -11,11 +11,11 @@ struct sqlite3_stmt;
 
 namespace orvel::service {
 
-/// One connection to an SQLite file that only its owner may read. Not for several threads at once.
-/// Everything fails with `ServiceError`.
+/// A connection to an SQLite file that only its owner may read. Not thread-safe. Every failure is a
+/// `ServiceError`.
 class Database final {
 public:
-    /// Makes the file, and its directory, when there is none.
+    /// Creates the file and its directory if they are missing.
     explicit Database(const std::filesystem::path& file);
     ~Database();
     Database(const Database&) = delete;
@@ -25,7 +25,7 @@ public:
 
     [[nodiscard]] const std::string& path() const { return path_; }
     [[nodiscard]] std::int64_t lastRowID() const;
-    /// How many rows the latest statement changed.
+    /// The number of rows that the latest statement changed.
     [[nodiscard]] std::int64_t changes() const;
 
 private:
@@ -38,7 +38,7 @@ private:
     sqlite3* handle_ = nullptr;
 };
 
-/// A prepared statement; the database must outlive it, and the values bound the run.
+/// A prepared statement. The database must outlive it, and bound values must outlive `step()`.
 class Statement final {
 public:
     Statement(const Database& database, std::string_view sql);
@@ -54,7 +54,7 @@ public:
         return *this;
     }
 
-    /// Whether there is a row.
+    /// Whether there is another row.
     bool step();
 
     [[nodiscard]] std::int64_t integer(int column) const;
@@ -69,7 +69,7 @@ private:
     sqlite3_stmt* statement_ = nullptr;
 };
 
-/// Undone when it is destroyed without `commit()`.
+/// Rolled back on destruction unless `commit()` was called.
 class Transaction final {
 public:
     explicit Transaction(const Database& database);

@@ -14,11 +14,11 @@
 
 namespace orvel::service {
 
-/// Gives the time; may be called from any thread.
+/// The current time. May be called from any thread.
 using Now = std::function<std::chrono::system_clock::time_point()>;
 
-/// Random tokens that each stand for a value, once and for a limited time. They are kept in memory
-/// only, as hashes. Usable from several threads.
+/// Random tokens, each valid once and for a limited time, that stand for a value. They are kept in
+/// memory only, as hashes. Thread-safe.
 template <typename Value>
 class OneTimeTokens final {
 public:
@@ -34,7 +34,8 @@ public:
         return token;
     }
 
-    /// The value, and with that the token has ended; nothing when it had ended or never was.
+    /// Returns the value and invalidates the token. No value if the token has expired, was used or
+    /// is unknown.
     [[nodiscard]] std::optional<Value> take(std::string_view token) {
         const auto now = now_();
         const std::lock_guard lock(mutex_);

@@ -35,7 +35,7 @@ PrivateFile::PrivateFile(std::filesystem::path path, Mode mode)
     if (descriptor_ < 0) {
         fail(path_);
     }
-    // A file that was there before may have had another mode.
+    // An existing file may have had another mode.
     if (fchmod(descriptor_, S_IRUSR | S_IWUSR) != 0) {
         const int reason = errno;
         close(descriptor_);
@@ -59,10 +59,10 @@ void PrivateFile::write(std::string_view text) {
 }
 
 void replacePrivateFile(const std::filesystem::path& file, std::string_view content) {
-    const auto draft = file.string() + ".new";
-    PrivateFile(draft, PrivateFile::Mode::Replace).write(content);
+    const auto temporary = file.string() + ".new";
+    PrivateFile(temporary, PrivateFile::Mode::Replace).write(content);
     std::error_code error;
-    std::filesystem::rename(draft, file, error);
+    std::filesystem::rename(temporary, file, error);
     if (error) {
         fail(file, error);
     }

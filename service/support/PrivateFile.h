@@ -6,13 +6,13 @@
 
 namespace orvel::service {
 
-/// A file open for writing that only its owner may read, from its first moment. Everything fails
-/// with `ServiceError`.
+/// A file open for writing that only its owner can read from its creation on. Every failure is a
+/// `ServiceError`.
 class PrivateFile final {
 public:
     enum class Mode { Append, Replace };
 
-    /// Makes the file when there is none, but not its directory.
+    /// Creates the file if it is missing, but not its directory.
     PrivateFile(std::filesystem::path path, Mode mode);
     ~PrivateFile();
     PrivateFile(const PrivateFile&) = delete;
@@ -25,11 +25,11 @@ private:
     int descriptor_;
 };
 
-/// Writes a file for its owner only, which appears whole or not at all. Throws `ServiceError`.
+/// Atomically replaces a file that only the owner can read. Throws `ServiceError`.
 void replacePrivateFile(const std::filesystem::path& file, std::string_view content);
 
-/// Makes the directory and its parents. Only the owner may enter the directory when it is new.
-/// Throws `ServiceError`.
+/// Creates the directory and its parents. Only the owner can enter a new directory. Throws
+/// `ServiceError`.
 void makePrivateDirectory(const std::filesystem::path& directory);
 
 } // namespace orvel::service

@@ -22,7 +22,7 @@ struct Description {
         return "The file " + error.path + " cannot be used: " + error.reason + ".";
     }
     std::string operator()(const ServiceError::Random&) const {
-        return "No random bytes could be had for a token.";
+        return "Could not get random bytes for a token.";
     }
 };
 

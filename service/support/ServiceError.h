@@ -8,7 +8,7 @@
 
 namespace orvel::service {
 
-/// What keeps the service from starting, from storing or from making tokens.
+/// Why the service cannot start, store or create tokens.
 class ServiceError final : public std::exception {
 public:
     struct Listen {
@@ -22,12 +22,12 @@ public:
     struct Certificate {
         std::string reason;
     };
-    /// A file could not be read, written or understood.
+    /// A file could not be read, written or parsed.
     struct File {
         std::string path;
         std::string reason;
     };
-    /// The system gave no random bytes.
+    /// The system provided no random bytes.
     struct Random {};
     using Case = std::variant<Listen, Store, Certificate, File, Random>;
 

@@ -9,7 +9,7 @@ namespace {
 
 using BundleTest = SignInTest;
 
-TEST_F(BundleTest, LeadsAnAgentToTheService) {
+TEST_F(BundleTest, PointsAnAgentAtTheService) {
     start();
     service_->writeBundle(directory_ / "bundle");
 
@@ -29,7 +29,7 @@ TEST_F(BundleTest, NamesTheIdentityProvidersEndpoints) {
     start();
     service_->writeBundle(directory_ / "bundle");
     const auto bundle = makeRealBundle(directory_ / "bundle");
-    auto client = stranger();
+    auto client = clientWithoutToken();
     client.url = bundle->infoString("IDENTITY_TOOLKIT_URL").value_or("") +
                  "accounts:signInWithCustomToken?key=";
     EXPECT_EQ("MISSING_CUSTOM_TOKEN", identityMessage(client.post("", "{}")));
@@ -40,7 +40,7 @@ TEST_F(BundleTest, NamesTheIdentityProvidersEndpoints) {
     EXPECT_EQ("INVALID_GRANT_TYPE", identityMessage(reply));
 }
 
-TEST_F(BundleTest, ReplacesTheOneOfAnEarlierStart) {
+TEST_F(BundleTest, ReplacesTheBundleOfAnEarlierStart) {
     options_.apiKey = "first";
     start();
     service_->writeBundle(directory_ / "bundle");
@@ -49,12 +49,12 @@ TEST_F(BundleTest, ReplacesTheOneOfAnEarlierStart) {
     service_->writeBundle(directory_ / "bundle");
 
     EXPECT_EQ("second", makeRealBundle(directory_ / "bundle")->infoString("FIREBASE_API_KEY"));
-    // Nothing but the list: no draft is left behind.
+    // The temporary file is gone.
     using Iterator = std::filesystem::directory_iterator;
     EXPECT_EQ(1, std::distance(Iterator(directory_ / "bundle"), Iterator()));
 }
 
-TEST_F(BundleTest, KeepsOddNamesAsTheyAre) {
+TEST_F(BundleTest, EscapesSpecialCharacters) {
     const service::BundleInformation information{
         "127.0.0.1:1", "<key>&\"'", "/odd & <folder>/é.pem"};
     service::writeBundle(directory_ / "bundle", information);

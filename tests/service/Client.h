@@ -12,17 +12,17 @@
 
 namespace orvel::test {
 
-/// What came of one request.
+/// The result of one request.
 struct ClientReply {
     CURLcode outcome = CURLE_OK;
-    /// In the library's words, when the outcome is a failure.
+    /// The library's error message, if the request failed.
     std::string problem;
-    /// 0 when no status arrived.
+    /// 0 if no status arrived.
     long status = 0;
     std::string headers;
     std::string body;
 
-    /// The envelope. Throws when the body is none.
+    /// The envelope. Throws if the body is not one.
     [[nodiscard]] boost::json::object json() const;
     /// The envelope's "data".
     [[nodiscard]] boost::json::object data() const;
@@ -30,16 +30,16 @@ struct ClientReply {
     [[nodiscard]] std::string code() const;
 };
 
-/// An HTTPS client that sends each request once, on a connection of its own.
+/// An HTTPS client that sends each request once, on a new connection.
 struct Client {
     std::string url;
     std::filesystem::path caFile;
-    /// Sent as the bearer token, unless empty.
+    /// Sent as the bearer token, if not empty.
     std::string token = "token";
     std::chrono::milliseconds timeout = std::chrono::seconds(60);
 
     [[nodiscard]] ClientReply get(const std::string& path) const;
-    /// As application/json.
+    /// Sends the body as application/json.
     [[nodiscard]] ClientReply post(const std::string& path, const std::string& body) const;
     [[nodiscard]] ClientReply send(
         const std::string& method,

@@ -12,7 +12,7 @@ namespace {
 using service::Fault;
 using testing::HasSubstr;
 
-/// Longer than any test may take.
+/// Longer than any test can take.
 constexpr std::chrono::milliseconds forever = std::chrono::hours(24);
 
 class LocalServiceFaultsTest : public ServiceTest {
@@ -20,7 +20,7 @@ protected:
     void SetUp() override { start(); }
 };
 
-TEST_F(LocalServiceFaultsTest, AnswersWithAStatusAndABodyAsTheyStand) {
+TEST_F(LocalServiceFaultsTest, AnswersWithTheScriptedStatusAndBody) {
     service_->script(Fault::answer(502, "<html>Bad gateway"));
 
     const auto reply = client().post(ingestPath, batch({"a"}));
@@ -87,7 +87,7 @@ TEST_F(LocalServiceFaultsTest, KeepsTheBatchWhoseReplyIsLost) {
     }
 }
 
-TEST_F(LocalServiceFaultsTest, LetsAClientWait) {
+TEST_F(LocalServiceFaultsTest, DelaysAReply) {
     service_->script(Fault::delayed(forever));
     auto client = this->client();
     client.timeout = std::chrono::milliseconds(200);
@@ -96,7 +96,7 @@ TEST_F(LocalServiceFaultsTest, LetsAClientWait) {
     EXPECT_EQ(1U, service_->requestCount());
 }
 
-TEST_F(LocalServiceFaultsTest, AnswersAfterADelayAsEver) {
+TEST_F(LocalServiceFaultsTest, SendsTheNormalReplyAfterADelay) {
     service_->script(Fault::delayed(std::chrono::milliseconds(1)));
 
     EXPECT_EQ(1, client().post(ingestPath, batch({"a"})).data().at("activitiesWritten"));
@@ -113,7 +113,7 @@ TEST_F(LocalServiceFaultsTest, EndsDelaysWhenItStops) {
     EXPECT_EQ(200, reply.get().status);
 }
 
-TEST_F(LocalServiceFaultsTest, SpoilsAsManyRepliesAsItIsToldTo) {
+TEST_F(LocalServiceFaultsTest, AppliesAFaultTheGivenNumberOfTimes) {
     service_->script(Fault::answer(500, ""), 2);
     service_->script(Fault::reset());
 
@@ -124,7 +124,7 @@ TEST_F(LocalServiceFaultsTest, SpoilsAsManyRepliesAsItIsToldTo) {
     EXPECT_EQ(4U, service_->requestCount());
 }
 
-TEST_F(LocalServiceFaultsTest, SpoilsRepliesOfOnePathOnly) {
+TEST_F(LocalServiceFaultsTest, AppliesAFaultToOnePathOnly) {
     auto fault = Fault::answer(500, "");
     fault.path = ingestPath;
     service_->script(fault);
@@ -134,14 +134,14 @@ TEST_F(LocalServiceFaultsTest, SpoilsRepliesOfOnePathOnly) {
     EXPECT_EQ(1U, service_->requestCount(ingestPath));
 }
 
-TEST_F(LocalServiceFaultsTest, DoesNotSpoilThePage) {
+TEST_F(LocalServiceFaultsTest, DoesNotApplyFaultsToThePage) {
     service_->script(Fault::answer(500, ""));
 
     EXPECT_EQ(200, client().get("/").status);
     EXPECT_EQ(500, client().post(digestPath, "{}").status);
 }
 
-TEST_F(LocalServiceFaultsTest, ForgetsFaults) {
+TEST_F(LocalServiceFaultsTest, ClearsFaults) {
     service_->script(Fault::answer(500, ""), 10);
 
     service_->clearFaults();

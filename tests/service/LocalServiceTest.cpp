@@ -27,7 +27,7 @@ std::string contentOf(const std::filesystem::path& file) {
     return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-TEST_F(LocalServiceTest, IsTrustedThroughItsAuthorityUnderBothItsNames) {
+TEST_F(LocalServiceTest, IsTrustedByBothNamesThroughItsAuthority) {
     start();
     auto client = this->client();
     EXPECT_EQ(200, client.get("/").status);
@@ -38,7 +38,7 @@ TEST_F(LocalServiceTest, IsTrustedThroughItsAuthorityUnderBothItsNames) {
     EXPECT_EQ(200, reply.status) << reply.problem;
 }
 
-TEST_F(LocalServiceTest, IsNotTrustedThroughTheAuthorityOfAnotherService) {
+TEST_F(LocalServiceTest, IsNotTrustedThroughAnotherAuthority) {
     start();
     options_.certificates = directory_ / "others";
     const service::LocalService other(options_);
@@ -126,7 +126,7 @@ TEST_F(LocalServiceTest, AnswersOtherMethodsInTheEnvelope) {
     }
 }
 
-TEST_F(LocalServiceTest, AnswersRequestsThatAreNoHTTPInTheEnvelope) {
+TEST_F(LocalServiceTest, AnswersMalformedHTTPInTheEnvelope) {
     start();
     const auto method = client().send("BREW", digestPath, {});
     EXPECT_EQ(400, method.status);
@@ -137,7 +137,7 @@ TEST_F(LocalServiceTest, AnswersRequestsThatAreNoHTTPInTheEnvelope) {
     EXPECT_EQ("uri_too_long", path.code());
 }
 
-TEST_F(LocalServiceTest, RefusesBodiesThatAreNoJSON) {
+TEST_F(LocalServiceTest, RefusesBodiesThatAreNotJSON) {
     start();
     const std::vector<std::vector<std::string>> cases{
         {"Content-Type:"},
@@ -156,7 +156,7 @@ TEST_F(LocalServiceTest, RefusesBodiesThatAreNoJSON) {
     }
 }
 
-TEST_F(LocalServiceTest, TakesAContentTypeWithParameters) {
+TEST_F(LocalServiceTest, AcceptsAContentTypeWithParameters) {
     start();
     const auto reply =
         client().send("POST", digestPath, {"Content-Type: Application/JSON ; charset=utf-8"}, "{}");
@@ -209,7 +209,7 @@ TEST_F(LocalServiceTest, AnswersFailuresOfItsStoreInTheEnvelope) {
     EXPECT_EQ("internal_error", reply.code());
 }
 
-TEST_F(LocalServiceTest, KnowsItsRecordsAfterARestart) {
+TEST_F(LocalServiceTest, KeepsItsRecordsAfterARestart) {
     start();
     ASSERT_EQ(200, client().post(ingestPath, batch({"a", "b"})).status);
 
@@ -219,7 +219,7 @@ TEST_F(LocalServiceTest, KnowsItsRecordsAfterARestart) {
     EXPECT_EQ(0, client().post(ingestPath, batch({"a", "b"})).data().at("activitiesWritten"));
 }
 
-TEST_F(LocalServiceTest, ComesBackOnThePortItHad) {
+TEST_F(LocalServiceTest, RestartsOnTheSamePort) {
     start();
     const auto port = service_->port();
     const auto client = this->client();
@@ -232,7 +232,7 @@ TEST_F(LocalServiceTest, ComesBackOnThePortItHad) {
     EXPECT_EQ(200, client.get("/").status);
 }
 
-TEST_F(LocalServiceTest, SaysWhichPortIsInUse) {
+TEST_F(LocalServiceTest, ReportsThatThePortIsInUse) {
     start();
     options_.store = directory_ / "other.sqlite";
     options_.port = service_->port();
@@ -312,7 +312,7 @@ TEST_F(LocalServiceTest, CapturesRequestsWithoutTheirToken) {
         std::filesystem::status(*options_.capture).permissions());
 }
 
-TEST_F(LocalServiceTest, ReportsEachRequestInALine) {
+TEST_F(LocalServiceTest, LogsOneLinePerRequest) {
     std::vector<std::string> lines;
     options_.log = [&lines](std::string_view line) {
         lines.emplace_back(line);
@@ -327,7 +327,7 @@ TEST_F(LocalServiceTest, ReportsEachRequestInALine) {
         testing::ElementsAre("POST /api/v1/context/handle-digest 200", "GET (unknown path) 404"));
 }
 
-TEST_F(LocalServiceTest, KeepsItsStoreFromOtherUsers) {
+TEST_F(LocalServiceTest, HidesItsStoreFromOtherUsers) {
     start();
     using std::filesystem::perms;
     EXPECT_EQ(

@@ -14,7 +14,7 @@
 #include <system_error>
 #include <vector>
 
-// Not every system's headers have it.
+// Some systems' headers do not declare it.
 extern "C" char** environ;
 
 namespace orvel::test {
@@ -24,7 +24,7 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-/// A pipe to read from; the other end goes to the program.
+/// A pipe whose reading end stays here; the writing end goes to the program.
 class Pipe final {
 public:
     Pipe() {
@@ -51,7 +51,7 @@ public:
         }
     }
 
-    /// Up to and without the next line feed, or the end.
+    /// The next line with its line feed, or the rest of the output.
     std::string line() {
         std::string text;
         for (char character = 0; read(ends_[0], &character, 1) == 1 && character != '\n';) {
@@ -73,7 +73,7 @@ private:
     std::array<int, 2> ends_{-1, -1};
 };
 
-/// `orvel-local-service` as a process of its own.
+/// A running `orvel-local-service`.
 class Program final {
 public:
     explicit Program(std::vector<std::string> arguments) {
@@ -107,7 +107,7 @@ public:
 
     void signal(int number) const { kill(pid_, number); }
 
-    /// Waits for the end; -1 when a signal ended it.
+    /// Waits for the program to exit. -1 if a signal ended it.
     int exitStatus() {
         int status = 0;
         waitpid(pid_, &status, 0);
@@ -135,7 +135,7 @@ protected:
         return all;
     }
 
-    /// A client for the service that prints the ready line next.
+    /// A client for the service at the next ready line.
     [[nodiscard]] Client client(Program& program) const {
         const auto line = program.output.line();
         const std::string before = "orvel-local-service ready at ";
@@ -152,7 +152,7 @@ protected:
     TemporaryDirectory directory_;
 };
 
-TEST_F(ProgramTest, ServesWhereItsReadyLineSays) {
+TEST_F(ProgramTest, ServesAtTheAddressOfItsReadyLine) {
     Program program(arguments({"--port", "0"}));
     const auto client = this->client(program);
     EXPECT_THAT(client.url, StartsWith("https://127.0.0.1:"));
@@ -163,7 +163,7 @@ TEST_F(ProgramTest, ServesWhereItsReadyLineSays) {
     EXPECT_EQ("POST /api/v1/context/ingest 200", program.errors.line());
 }
 
-TEST_F(ProgramTest, EndsInOrderOnEachStopSignal) {
+TEST_F(ProgramTest, ExitsCleanlyOnEachStopSignal) {
     for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
         Program program(arguments({"--port", "0", "--quiet"}));
         static_cast<void>(client(program));
@@ -176,7 +176,7 @@ TEST_F(ProgramTest, EndsInOrderOnEachStopSignal) {
     }
 }
 
-TEST_F(ProgramTest, TakesItsOptions) {
+TEST_F(ProgramTest, AcceptsItsOptions) {
     std::ofstream(directory_ / "tokens") << "one\n\ntwo\n";
     std::ofstream(directory_ / "handles.json") << R"(["friend@example.org"])";
     Program program(arguments(
@@ -201,7 +201,7 @@ TEST_F(ProgramTest, TakesItsOptions) {
     EXPECT_LT(0U, std::filesystem::file_size(directory_ / "traffic"));
 }
 
-TEST_F(ProgramTest, TakesItsOptionsForSigningIn) {
+TEST_F(ProgramTest, AcceptsItsSignInOptions) {
     std::ofstream(directory_ / "accounts.json") << R"([{"uid":"only-one"}])";
     const auto bundle = directory_ / "deep/bundle";
     Program program(arguments(
@@ -231,7 +231,7 @@ TEST_F(ProgramTest, TakesItsOptionsForSigningIn) {
     EXPECT_EQ(200, client.get("/updates/accounts.json").status);
 }
 
-TEST_F(ProgramTest, SaysWhyItCannotStart) {
+TEST_F(ProgramTest, ReportsWhyItCannotStart) {
     Program first(arguments({"--port", "0"}));
     const auto url = client(first).url;
     const auto port = url.substr(url.rfind(':') + 1);
@@ -258,21 +258,21 @@ TEST_F(ProgramTest, SaysWhyItCannotStart) {
     }
 }
 
-TEST_F(ProgramTest, RefusesOptionsThatMakeNoSense) {
+TEST_F(ProgramTest, RefusesInvalidOptions) {
     Program program({"--nonsense"});
     EXPECT_EQ(2, program.exitStatus());
     Program withoutUpdates({"--update-public-key", "key"});
     EXPECT_EQ(2, withoutUpdates.exitStatus());
 }
 
-TEST_F(ProgramTest, RefusesALifetimeThatIsNone) {
+TEST_F(ProgramTest, RefusesInvalidLifetimes) {
     for (const auto* lifetime : {"0", "-1", "86401", "1.5", "soon"}) {
         Program program(arguments({"--id-token-lifetime", lifetime}));
         EXPECT_EQ(2, program.exitStatus()) << lifetime;
     }
 }
 
-TEST_F(ProgramTest, ExplainsItself) {
+TEST_F(ProgramTest, PrintsItsHelp) {
     Program program({"--help"});
     EXPECT_EQ(0, program.exitStatus());
     EXPECT_THAT(program.output.rest(), HasSubstr("POST /control/faults"));

@@ -19,7 +19,7 @@ inline constexpr const char* ingestPath = "/api/v1/context/ingest";
 inline constexpr const char* digestPath = "/api/v1/context/handle-digest";
 inline constexpr const char* diagnosticsPath = "/api/v1/context/diagnostics";
 
-/// A record as the agent sends it, in JSON.
+/// A record as JSON, as the agent sends it.
 inline boost::json::object recordJSON(std::string_view guid) {
     return {
         {"guid", guid},
@@ -46,7 +46,7 @@ inline boost::json::object batchJSON(boost::json::array records) {
     };
 }
 
-/// A batch of records that differ in their guid only.
+/// A batch of records that differ only in their guid.
 inline std::string batch(std::initializer_list<std::string_view> guids) {
     boost::json::array records;
     for (const auto guid : guids) {
@@ -55,7 +55,7 @@ inline std::string batch(std::initializer_list<std::string_view> guids) {
     return boost::json::serialize(batchJSON(std::move(records)));
 }
 
-/// A service in a directory of its own, not yet started.
+/// A service in a temporary directory, not yet started.
 class ServiceTest : public testing::Test {
 protected:
     ServiceTest() {
@@ -63,7 +63,7 @@ protected:
         options_.certificates = directory_ / "certificates";
     }
 
-    /// Starts the service anew, with what `options_` says now.
+    /// Starts or restarts the service with the current `options_`.
     void start() {
         service_.reset();
         service_ = std::make_unique<service::LocalService>(options_);

@@ -17,7 +17,7 @@ inline constexpr const char* profilePath = "/api/v1/profile";
 inline constexpr const char* signInPath = "/identity/v1/accounts:signInWithCustomToken";
 inline constexpr const char* refreshPath = "/identity/v1/token";
 
-/// The pair of RFC 7636, appendix B.
+/// The example of RFC 7636, appendix B.
 inline constexpr const char* verifier = "dBjftJeZ4CVP-mB92K27uhbUJU1p1r_wW1gFWFOEjXk";
 inline constexpr const char* challenge = "E9Melhoa2OwvFrEMTJguCHaoeK1t8URWbuGJSstw-cM";
 
@@ -28,12 +28,12 @@ inline std::string textAt(const boost::json::object& json, std::string_view key)
     return boost::json::value_to<std::string>(json.at(key));
 }
 
-/// The message of a refusal in the identity provider's format.
+/// The error code in the identity provider's format.
 inline std::string identityMessage(const ClientReply& reply) {
     return textAt(reply.json().at("error").as_object(), "message");
 }
 
-/// Every token and code in the text, each from its telling word to its end.
+/// All tokens and codes in the text, from their prefix to their end.
 inline std::vector<std::string> secretsIn(std::string_view text) {
     std::vector<std::string> found;
     for (const std::string_view word :
@@ -49,7 +49,7 @@ inline std::vector<std::string> secretsIn(std::string_view text) {
     return found;
 }
 
-/// A service whose clock stands still until told to move on, and the steps of a sign-in.
+/// A service with a manual clock, and the steps of a sign-in.
 class SignInTest : public ServiceTest {
 protected:
     SignInTest() {
@@ -60,8 +60,8 @@ protected:
 
     void advance(std::chrono::seconds duration) { now_ = now_.load() + duration; }
 
-    /// Sends no bearer token.
-    [[nodiscard]] Client stranger() const {
+    /// A client without a bearer token.
+    [[nodiscard]] Client clientWithoutToken() const {
         auto client = this->client();
         client.token.clear();
         return client;
@@ -78,10 +78,10 @@ protected:
         const std::string& form,
         std::vector<std::string> headers = {}) const {
         headers.emplace_back("Content-Type: application/x-www-form-urlencoded");
-        return stranger().send("POST", path, headers, form);
+        return clientWithoutToken().send("POST", path, headers, form);
     }
 
-    /// What the page's button sends.
+    /// Sends the form of the sign-in page.
     [[nodiscard]] ClientReply choose(const std::string& choice) const {
         return postForm(
             linkPath,
@@ -92,7 +92,7 @@ protected:
     [[nodiscard]] ClientReply
     exchange(const std::string& code, const std::string& withVerifier = verifier) const {
         const boost::json::object body{{"code", code}, {"codeVerifier", withVerifier}};
-        return stranger().post(deviceTokenPath, boost::json::serialize(body));
+        return clientWithoutToken().post(deviceTokenPath, boost::json::serialize(body));
     }
 
     [[nodiscard]] std::string customToken() const {
@@ -102,7 +102,7 @@ protected:
     [[nodiscard]] ClientReply
     signInWith(const std::string& customToken, const std::string& query = "?key=") const {
         const boost::json::object body{{"token", customToken}, {"returnSecureToken", true}};
-        return stranger().post(signInPath + query, boost::json::serialize(body));
+        return clientWithoutToken().post(signInPath + query, boost::json::serialize(body));
     }
 
     [[nodiscard]] ClientReply
@@ -111,7 +111,7 @@ protected:
             refreshPath + query, "grant_type=refresh_token&refresh_token=" + refreshToken);
     }
 
-    /// What a request with the token gets: its status, and a refusal's code.
+    /// The reply to a request with the token: its status, and its error code if refused.
     [[nodiscard]] std::string answerTo(const std::string& idToken) const {
         const auto reply = bearer(idToken).post(digestPath, "{}");
         return std::to_string(reply.status) + (reply.status == 200 ? "" : " " + reply.code());

@@ -25,7 +25,7 @@ protected:
     TemporaryDirectory directory_;
 };
 
-TEST_F(AccountTest, ReadsWhatAnAccountHas) {
+TEST_F(AccountTest, ReadsAccounts) {
     const auto accounts =
         read(R"([{"uid":"a","email":"a@orvel.example","handle":"h"},{"uid":"b","email":null}])");
 
@@ -38,11 +38,11 @@ TEST_F(AccountTest, ReadsWhatAnAccountHas) {
     EXPECT_EQ(std::nullopt, accounts[1].handle);
 }
 
-TEST_F(AccountTest, ThereMayBeNone) {
+TEST_F(AccountTest, AcceptsAnEmptyList) {
     EXPECT_TRUE(read("[]").empty());
 }
 
-TEST_F(AccountTest, SaysWhyAFileCannotBeUsed) {
+TEST_F(AccountTest, ReportsWhyAFileCannotBeUsed) {
     const std::vector<std::pair<std::string, std::string>> cases{
         {"", "it is not a JSON array."},
         {"{}", "it is not a JSON array."},

@@ -18,7 +18,7 @@ class SessionsTest : public SignInTest {
 protected:
     void SetUp() override { start(); }
 
-    /// Why a refresh is refused; empty when it is not.
+    /// The error code of a refresh; empty if it succeeds.
     [[nodiscard]] std::string refusal(const service::IdentityProvider::Tokens& session) const {
         const auto reply = refreshWith(session.refreshToken);
         return reply.status == 200 ? "" : identityMessage(reply);
@@ -30,7 +30,7 @@ std::string contentOf(const std::filesystem::path& file) {
     return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-TEST_F(SessionsTest, OpenTheServiceBesidesItsTokens) {
+TEST_F(SessionsTest, TheirIDTokensAreAcceptedBesidesConfiguredTokens) {
     options_.tokens = {"given"};
     start();
 
@@ -51,7 +51,7 @@ TEST_F(SessionsTest, TheirIDTokensEndAfterAnHour) {
     EXPECT_EQ("401 unauthorized", answerTo(session.idToken));
 }
 
-TEST_F(SessionsTest, TokensOfOtherKindsAreNoIDTokens) {
+TEST_F(SessionsTest, OtherTokensAreNotAcceptedAsIDTokens) {
     options_.tokens = {"given"};
     start();
     const auto session = service_->signIn(firstUid);
@@ -70,7 +70,7 @@ TEST_F(SessionsTest, AnIDTokenOfAnotherServiceOpensNothing) {
     EXPECT_EQ("401 unauthorized", answerTo(session.idToken.substr(0, session.idToken.size() - 1)));
 }
 
-TEST_F(SessionsTest, ARevokedOneCannotBeRefreshed) {
+TEST_F(SessionsTest, ARevokedSessionCannotBeRefreshed) {
     const auto first = service_->signIn(firstUid);
     const auto second = service_->signIn(secondUid);
 
@@ -92,7 +92,7 @@ TEST_F(SessionsTest, AllCanBeRevokedAtOnce) {
     EXPECT_EQ("TOKEN_EXPIRED", refusal(second));
 }
 
-TEST_F(SessionsTest, ARevokedOneCanEndWithItsIDTokens) {
+TEST_F(SessionsTest, RevokingCanEndIDTokensToo) {
     const auto session = service_->signIn(firstUid);
 
     service_->revokeSessions(firstUid, "INVALID_GRANT", true);
@@ -101,7 +101,7 @@ TEST_F(SessionsTest, ARevokedOneCanEndWithItsIDTokens) {
     EXPECT_EQ("INVALID_GRANT", refusal(session));
 }
 
-TEST_F(SessionsTest, OneOfTheirIDTokensCanBeExpired) {
+TEST_F(SessionsTest, OneIDTokenCanBeExpired) {
     const auto first = service_->signIn(firstUid);
     const auto second = service_->signIn(firstUid);
 
@@ -111,7 +111,7 @@ TEST_F(SessionsTest, OneOfTheirIDTokensCanBeExpired) {
     EXPECT_EQ("200", answerTo(second.idToken));
 }
 
-TEST_F(SessionsTest, AllTheirIDTokensCanReachTheirEnd) {
+TEST_F(SessionsTest, AllIDTokensCanBeExpired) {
     const auto session = service_->signIn(firstUid);
 
     EXPECT_EQ(1U, service_->expireIDTokens());
@@ -133,7 +133,7 @@ TEST_F(SessionsTest, ADisabledUserNeitherSignsInNorRefreshes) {
     EXPECT_EQ("", refusal(session));
 }
 
-TEST_F(SessionsTest, OutliveARestart) {
+TEST_F(SessionsTest, SurviveARestart) {
     const auto session = service_->signIn(firstUid);
     const auto revoked = service_->signIn(secondUid);
     service_->revokeSessions(secondUid, "TOKEN_REVOKED");
@@ -146,7 +146,7 @@ TEST_F(SessionsTest, OutliveARestart) {
     EXPECT_EQ("TOKEN_REVOKED", refusal(revoked));
 }
 
-TEST_F(SessionsTest, OfAnAccountThatIsGoneCannotBeRefreshed) {
+TEST_F(SessionsTest, SessionsOfARemovedAccountCannotBeRefreshed) {
     const auto session = service_->signIn(firstUid);
     options_.accounts = {{secondUid, std::nullopt, std::nullopt}};
 
@@ -157,7 +157,7 @@ TEST_F(SessionsTest, OfAnAccountThatIsGoneCannotBeRefreshed) {
     EXPECT_THROW(static_cast<void>(service_->signIn(firstUid)), service::IdentityRefusal);
 }
 
-TEST_F(SessionsTest, MoveIntoAStoreThatHasNone) {
+TEST_F(SessionsTest, CreatesMissingTables) {
     service_.reset();
     sqlite3* database = nullptr;
     ASSERT_EQ(SQLITE_OK, sqlite3_open(options_.store.c_str(), &database));
@@ -199,8 +199,8 @@ TEST_F(SessionsTest, NeitherCaptureNorLogHoldsASecret) {
     ASSERT_EQ(
         "200", answerTo(textAt(refreshWith(textAt(session, "refreshToken")).json(), "id_token")));
     ASSERT_EQ(200, bearer(idToken).get(profilePath).status);
-    // Meant for another path, with a query besides.
-    static_cast<void>(stranger().post("/api/v2/token?code=" + code, code + verifier));
+    // Secrets at a path that expects none, in the query and in the body.
+    static_cast<void>(clientWithoutToken().post("/api/v2/token?code=" + code, code + verifier));
     static_cast<void>(exchange(code));
     service_->stop();
 

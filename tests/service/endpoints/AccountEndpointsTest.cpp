@@ -11,7 +11,7 @@ protected:
     void SetUp() override { start(); }
 };
 
-TEST_F(AccountEndpointsTest, TurnsACodeIntoACustomToken) {
+TEST_F(AccountEndpointsTest, ExchangesACodeForACustomToken) {
     const auto reply = exchange(service_->mintCode(challenge, firstUid));
 
     EXPECT_EQ(200, reply.status);
@@ -52,7 +52,7 @@ TEST_F(AccountEndpointsTest, ACodeIsValidForOneMinute) {
     EXPECT_EQ("invalid_code", exchange(second).code());
 }
 
-TEST_F(AccountEndpointsTest, RefusesCodesItNeverGave) {
+TEST_F(AccountEndpointsTest, RefusesUnknownCodes) {
     const auto code = service_->mintCode(challenge, firstUid);
     for (const auto& other : {std::string(), std::string("orvel-code-"), code + "a", "x" + code}) {
         EXPECT_EQ("invalid_code", exchange(other).code()) << other;
@@ -60,7 +60,7 @@ TEST_F(AccountEndpointsTest, RefusesCodesItNeverGave) {
     EXPECT_EQ(200, exchange(code).status);
 }
 
-TEST_F(AccountEndpointsTest, RefusesImproperExchanges) {
+TEST_F(AccountEndpointsTest, RefusesInvalidExchanges) {
     const std::vector<std::string> bodies{
         "",
         "[]",
@@ -72,13 +72,13 @@ TEST_F(AccountEndpointsTest, RefusesImproperExchanges) {
     };
     for (const auto& body : bodies) {
         SCOPED_TRACE(body);
-        const auto reply = stranger().post(deviceTokenPath, body);
+        const auto reply = clientWithoutToken().post(deviceTokenPath, body);
         EXPECT_EQ(400, reply.status);
         EXPECT_EQ("invalid_request", reply.code());
     }
 }
 
-TEST_F(AccountEndpointsTest, TellsTheProfileOfTheTokensAccount) {
+TEST_F(AccountEndpointsTest, ReturnsTheProfileOfTheTokensAccount) {
     const boost::json::object first{
         {"uid", firstUid}, {"email", "sample-1@orvel.example"}, {"handle", "sample-1"}};
     EXPECT_EQ(first, bearer(service_->signIn(firstUid).idToken).get(profilePath).data());
@@ -88,13 +88,13 @@ TEST_F(AccountEndpointsTest, TellsTheProfileOfTheTokensAccount) {
     EXPECT_EQ(withoutHandle, bearer(service_->signIn(secondUid).idToken).get(profilePath).data());
 }
 
-TEST_F(AccountEndpointsTest, KnowsNoProfileOfAnotherToken) {
+TEST_F(AccountEndpointsTest, HasNoProfileForOtherTokens) {
     const auto reply = bearer("some-token").get(profilePath);
     EXPECT_EQ(404, reply.status);
     EXPECT_EQ("no_account", reply.code());
     EXPECT_EQ("The bearer token belongs to no account.", textAt(reply.json(), "error"));
 
-    EXPECT_EQ("unauthorized", stranger().get(profilePath).code());
+    EXPECT_EQ("unauthorized", clientWithoutToken().get(profilePath).code());
 }
 
 } // namespace

@@ -36,7 +36,7 @@ TEST_F(ContextEndpointsTest, AcknowledgesABatch) {
     EXPECT_EQ(expected, reply.data());
 }
 
-TEST_F(ContextEndpointsTest, KeepsRecordsAsTheyWereSent) {
+TEST_F(ContextEndpointsTest, StoresRecordsUnchanged) {
     auto record = recordJSON("a");
     record["body"] = "Grüße 👋";
     record["senderHandle"] = "+14155550100";
@@ -67,7 +67,7 @@ TEST_F(ContextEndpointsTest, KeepsARecordOnceWhenTwoBatchesBringIt) {
     EXPECT_EQ(3U, service_->storedCount());
 }
 
-TEST_F(ContextEndpointsTest, KeepsARecordOnceWhenABatchBringsItTwice) {
+TEST_F(ContextEndpointsTest, StoresARecordOnceWhenABatchContainsItTwice) {
     const auto reply = client().post(ingestPath, batch({"a", "b", "a"}));
 
     EXPECT_EQ(3, reply.data().at("accepted"));
@@ -75,24 +75,25 @@ TEST_F(ContextEndpointsTest, KeepsARecordOnceWhenABatchBringsItTwice) {
     EXPECT_EQ(2U, service_->storedCount());
 }
 
-TEST_F(ContextEndpointsTest, CountsThePeopleItKnows) {
+TEST_F(ContextEndpointsTest, CountsKnownContacts) {
     options_.knownHandles = {"(415) 555-0100", "Friend@Example.org"};
     start();
     auto group = recordJSON("group");
     group["participants"] = {"+1 415 555 0100", " friend@example.ORG"};
-    auto stranger = recordJSON("stranger");
-    stranger["participants"] = {"+14155550199"};
+    auto clientWithoutToken = recordJSON("clientWithoutToken");
+    clientWithoutToken["participants"] = {"+14155550199"};
     auto withoutChat = recordJSON("without chat");
     withoutChat["participants"] = json::array();
     withoutChat["senderHandle"] = "friend@example.org";
 
-    const auto reply = ingest(batchJSON({recordJSON("one"), group, stranger, withoutChat}));
+    const auto reply =
+        ingest(batchJSON({recordJSON("one"), group, clientWithoutToken, withoutChat}));
 
     EXPECT_EQ(2, reply.data().at("contactsTouched"));
     EXPECT_EQ(1, reply.data().at("unknownCounterparty"));
 }
 
-TEST_F(ContextEndpointsTest, RefusesWhatIsNoProperBatch) {
+TEST_F(ContextEndpointsTest, RefusesInvalidBatches) {
     const auto with = [](std::string_view key, json::value value) {
         auto body = batchJSON({recordJSON("a")});
         body[key] = std::move(value);
@@ -168,7 +169,7 @@ TEST_F(ContextEndpointsTest, RefusesWhatIsNoProperBatch) {
     EXPECT_EQ(0U, service_->storedCount());
 }
 
-TEST_F(ContextEndpointsTest, TakesAThousandRecords) {
+TEST_F(ContextEndpointsTest, AcceptsAThousandRecords) {
     json::array records;
     for (int index = 0; index < 1000; ++index) {
         records.push_back(recordJSON(std::to_string(index)));
@@ -179,14 +180,14 @@ TEST_F(ContextEndpointsTest, TakesAThousandRecords) {
     EXPECT_EQ(1000, reply.data().at("activitiesWritten"));
 }
 
-TEST_F(ContextEndpointsTest, GivesNoHintsWhenItKnowsNobody) {
+TEST_F(ContextEndpointsTest, ReturnsNoHintsWithoutKnownHandles) {
     const auto reply = client().post(digestPath, "{}");
 
     EXPECT_EQ(200, reply.status);
     EXPECT_EQ(json::object({{"hints", json::array()}}), reply.data());
 }
 
-TEST_F(ContextEndpointsTest, GivesTheMatchHintOfEveryKnownHandleOnce) {
+TEST_F(ContextEndpointsTest, ReturnsTheMatchHintOfEveryKnownHandleOnce) {
     options_.knownHandles = {
         "+1 (415) 555-0100", "415 555 0100", " Friend@Example.org ", "+44 20 7946 0958", "12"};
     start();
@@ -209,7 +210,7 @@ TEST_F(ContextEndpointsTest, CountsDiagnosticLines) {
     EXPECT_EQ(2, service_->store().totals().diagnosticLines);
 }
 
-TEST_F(ContextEndpointsTest, RefusesImproperDiagnostics) {
+TEST_F(ContextEndpointsTest, RefusesInvalidDiagnostics) {
     const std::vector<std::string> bodies{
         R"({"lines":["one"]})",
         R"({"client":"one","lines":["one"]})",

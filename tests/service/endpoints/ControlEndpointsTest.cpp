@@ -19,7 +19,7 @@ protected:
         start();
     }
 
-    /// What the next digest request gets after the fault was scripted.
+    /// The reply to a digest request, sent after the fault was scripted.
     [[nodiscard]] ClientReply digestAfter(const std::string& fault) const {
         const auto scripted = client().post(faultsPath, fault);
         EXPECT_EQ(200, scripted.status) << scripted.body;
@@ -27,7 +27,7 @@ protected:
     }
 };
 
-TEST_F(ControlEndpointsTest, IsNotThereUnlessEnabled) {
+TEST_F(ControlEndpointsTest, IsAbsentUnlessEnabled) {
     options_.hasControl = false;
     start();
 
@@ -36,7 +36,7 @@ TEST_F(ControlEndpointsTest, IsNotThereUnlessEnabled) {
     EXPECT_EQ(404, client().get("/control/stats").status);
 }
 
-TEST_F(ControlEndpointsTest, WantsAToken) {
+TEST_F(ControlEndpointsTest, RequiresAToken) {
     auto client = this->client();
     client.token.clear();
 
@@ -77,7 +77,7 @@ TEST_F(ControlEndpointsTest, ScriptsAFaultForSomeRequestsOfAPath) {
     EXPECT_EQ(200, client().post(ingestPath, batch({"a"})).status);
 }
 
-TEST_F(ControlEndpointsTest, ForgetsFaults) {
+TEST_F(ControlEndpointsTest, ClearsFaults) {
     ASSERT_EQ(200, client().post(faultsPath, R"({"fault":"reset","times":9})").status);
 
     EXPECT_EQ(200, client().send("DELETE", faultsPath, {}).status);
@@ -85,7 +85,7 @@ TEST_F(ControlEndpointsTest, ForgetsFaults) {
     EXPECT_EQ(200, client().post(digestPath, "{}").status);
 }
 
-TEST_F(ControlEndpointsTest, RefusesImproperFaults) {
+TEST_F(ControlEndpointsTest, RefusesInvalidFaults) {
     const std::vector<std::string> bodies{
         "{}",
         R"({"fault":"earthquake"})",
@@ -146,7 +146,7 @@ TEST_F(ControlEndpointsTest, DisablesUsers) {
     EXPECT_NO_THROW(static_cast<void>(service_->signIn("sample-account-1")));
 }
 
-TEST_F(ControlEndpointsTest, RefusesImproperEndsOfSessions) {
+TEST_F(ControlEndpointsTest, RefusesInvalidRequestsToEndSessions) {
     const std::vector<std::pair<std::string, std::string>> cases{
         {"/control/sessions/revoke", ""},
         {"/control/sessions/revoke", R"({"message":""})"},
@@ -162,7 +162,7 @@ TEST_F(ControlEndpointsTest, RefusesImproperEndsOfSessions) {
     EXPECT_NO_THROW(static_cast<void>(service_->signIn("sample-account-1")));
 }
 
-TEST_F(ControlEndpointsTest, TellsWhatWasReceived) {
+TEST_F(ControlEndpointsTest, ReturnsCountsOfWhatWasReceived) {
     static_cast<void>(client().post(ingestPath, batch({"a", "b"})));
     static_cast<void>(digestAfter(R"({"fault":"reset"})"));
     static_cast<void>(client().post(faultsPath, R"({"fault":"reset","times":3})"));

@@ -20,13 +20,13 @@ int statusTaken(FaultScript& script, std::string_view path) {
     return fault ? fault->reply->status : 0;
 }
 
-TEST(FaultScriptTest, HasNothingToTakeAtFirst) {
+TEST(FaultScriptTest, IsEmptyAtFirst) {
     FaultScript script;
     EXPECT_FALSE(script.take("/a"));
     EXPECT_EQ(0U, script.pending());
 }
 
-TEST(FaultScriptTest, GivesEachFaultAsOftenAsItWasAddedInOrder) {
+TEST(FaultScriptTest, ReturnsFaultsInOrderTheGivenNumberOfTimes) {
     FaultScript script;
     script.add(faultOn("", 500), 2);
     script.add(faultOn("", 503), 1);
@@ -38,7 +38,7 @@ TEST(FaultScriptTest, GivesEachFaultAsOftenAsItWasAddedInOrder) {
     EXPECT_EQ(0, statusTaken(script, "/a"));
 }
 
-TEST(FaultScriptTest, PassesOverTheFaultsOfOtherPaths) {
+TEST(FaultScriptTest, SkipsFaultsOfOtherPaths) {
     FaultScript script;
     script.add(faultOn("/a", 500), 1);
     script.add(faultOn("/b", 503), 1);

@@ -11,7 +11,7 @@ protected:
     void SetUp() override { start(); }
 };
 
-TEST_F(IdentityEndpointsTest, TurnsACustomTokenIntoASession) {
+TEST_F(IdentityEndpointsTest, ExchangesACustomTokenForASession) {
     const auto reply = signInWith(customToken());
 
     EXPECT_EQ(200, reply.status);
@@ -22,17 +22,17 @@ TEST_F(IdentityEndpointsTest, TurnsACustomTokenIntoASession) {
     EXPECT_EQ(200, refreshWith(textAt(json, "refreshToken")).status);
 }
 
-TEST_F(IdentityEndpointsTest, GivesNoRefreshTokenUnlessAskedTo) {
+TEST_F(IdentityEndpointsTest, ReturnsARefreshTokenOnlyOnRequest) {
     const auto token = customToken();
 
-    const auto reply = stranger().post(signInPath, R"({"token":")" + token + "\"}");
+    const auto reply = clientWithoutToken().post(signInPath, R"({"token":")" + token + "\"}");
 
     EXPECT_EQ(200, reply.status);
     EXPECT_EQ(1U, reply.json().size());
     EXPECT_EQ("200", answerTo(textAt(reply.json(), "idToken")));
 }
 
-TEST_F(IdentityEndpointsTest, TakesACustomTokenOnce) {
+TEST_F(IdentityEndpointsTest, AcceptsACustomTokenOnce) {
     const auto token = customToken();
     EXPECT_EQ(200, signInWith(token).status);
 
@@ -92,7 +92,7 @@ TEST_F(IdentityEndpointsTest, RefusesInTheProvidersFormat) {
         boost::json::value(reply.json()));
 }
 
-TEST_F(IdentityEndpointsTest, SaysWhatIsWrongWithASignIn) {
+TEST_F(IdentityEndpointsTest, ReportsWhyASignInIsRefused) {
     const std::vector<std::pair<std::string, std::string>> cases{
         {"{}", "MISSING_CUSTOM_TOKEN"},
         {R"({"token":""})", "MISSING_CUSTOM_TOKEN"},
@@ -103,15 +103,15 @@ TEST_F(IdentityEndpointsTest, SaysWhatIsWrongWithASignIn) {
         {"[]", "The request body must be a JSON object."},
     };
     for (const auto& [body, message] : cases) {
-        const auto reply = stranger().post(signInPath, body);
+        const auto reply = clientWithoutToken().post(signInPath, body);
         EXPECT_EQ(400, reply.status) << body;
         EXPECT_EQ(message, identityMessage(reply)) << body;
     }
-    EXPECT_EQ(400, stranger().post(signInPath, R"({"token":1})").status);
+    EXPECT_EQ(400, clientWithoutToken().post(signInPath, R"({"token":1})").status);
     EXPECT_EQ(415, postForm(signInPath, "token=a").status);
 }
 
-TEST_F(IdentityEndpointsTest, SaysWhatIsWrongWithARefresh) {
+TEST_F(IdentityEndpointsTest, ReportsWhyARefreshIsRefused) {
     const std::vector<std::pair<std::string, std::string>> cases{
         {"", "INVALID_GRANT_TYPE"},
         {"refresh_token=unknown", "INVALID_GRANT_TYPE"},
@@ -126,10 +126,10 @@ TEST_F(IdentityEndpointsTest, SaysWhatIsWrongWithARefresh) {
         EXPECT_EQ(400, reply.status) << form;
         EXPECT_EQ(message, identityMessage(reply)) << form;
     }
-    EXPECT_EQ(415, stranger().post(refreshPath, "{}").status);
+    EXPECT_EQ(415, clientWithoutToken().post(refreshPath, "{}").status);
 }
 
-TEST_F(IdentityEndpointsTest, WantsItsAPIKeyWhenItHasOne) {
+TEST_F(IdentityEndpointsTest, RequiresItsAPIKeyIfSet) {
     options_.apiKey = "the+key";
     start();
     const auto session = service_->signIn(firstUid);
@@ -146,7 +146,7 @@ TEST_F(IdentityEndpointsTest, WantsItsAPIKeyWhenItHasOne) {
     EXPECT_EQ(200, signInWith(customToken(), "?key=the%2Bkey").status);
 }
 
-TEST_F(IdentityEndpointsTest, GivesIDTokensTheLifetimeItIsTold) {
+TEST_F(IdentityEndpointsTest, GivesIDTokensTheConfiguredLifetime) {
     options_.idTokenLifetime = std::chrono::seconds(90);
     start();
     const auto session = signInWith(customToken()).json();

@@ -13,16 +13,16 @@ class LinkPageTest : public SignInTest {
 protected:
     void SetUp() override { start(); }
 
-    /// What the page answers to the query.
+    /// The page for the query.
     [[nodiscard]] ClientReply link(const std::string& query) const {
-        return stranger().get(linkPath + query);
+        return clientWithoutToken().get(linkPath + query);
     }
 
     [[nodiscard]] static std::string query(const std::string& more = "&client=mac&v=0.1.0") {
         return "?challenge=" + std::string(challenge) + more;
     }
 
-    /// What the page that follows a choice hands over to the agent.
+    /// The callback URL on the page that follows a choice.
     static std::string handedOver(const ClientReply& reply) {
         EXPECT_EQ(200, reply.status) << reply.body;
         const std::string before = R"(<a id="open-agent" class="button" href=")";
@@ -72,8 +72,8 @@ TEST_F(LinkPageTest, AllowsNeitherScriptsNorFramesNorForeignForms) {
     EXPECT_THAT(choose("error=no_account").headers, HasSubstr("form-action 'none'\r\n"));
 }
 
-// With no referrer at all, browsers would not tell where the form comes from.
-TEST_F(LinkPageTest, LetsBrowsersTellWhereAChoiceWasMade) {
+// With "no-referrer", browsers would not send the form's origin.
+TEST_F(LinkPageTest, LetsBrowsersSendTheOriginOfAForm) {
     EXPECT_THAT(link(query()).headers, HasSubstr("Referrer-Policy: same-origin\r\n"));
 }
 
@@ -87,7 +87,7 @@ TEST_F(LinkPageTest, HandsOverACodeForTheChosenAccount) {
     EXPECT_EQ(secondUid, exchange(url.substr(before.size())).data().at("uid"));
 }
 
-TEST_F(LinkPageTest, HandsOverThatThereIsNoAccount) {
+TEST_F(LinkPageTest, HandsOverAnIdentityWithoutAnAccount) {
     EXPECT_EQ("orvelagent://callback?error=no_account", handedOver(choose("error=no_account")));
 }
 
@@ -96,8 +96,8 @@ TEST_F(LinkPageTest, HandsOverThatTheSignInWasCancelled) {
         "orvelagent://callback?error=access_denied", handedOver(choose("error=access_denied")));
 }
 
-TEST_F(LinkPageTest, WorksUnderItsOtherName) {
-    auto client = stranger();
+TEST_F(LinkPageTest, WorksUnderLocalhost) {
+    auto client = clientWithoutToken();
     client.url = "https://localhost:" + std::to_string(service_->port());
 
     const auto reply = client.send(
@@ -109,7 +109,7 @@ TEST_F(LinkPageTest, WorksUnderItsOtherName) {
     EXPECT_EQ("orvelagent://callback?error=no_account", handedOver(reply));
 }
 
-TEST_F(LinkPageTest, RefusesLinksWithoutAProperChallenge) {
+TEST_F(LinkPageTest, RefusesLinksWithoutAValidChallenge) {
     const std::string proper = challenge;
     const std::vector<std::string> queries{
         "",
@@ -142,7 +142,7 @@ TEST_F(LinkPageTest, RefusesLinksWithoutAProperChallenge) {
     EXPECT_EQ(414, link("?challenge=" + std::string(60'000, 'a')).status);
 }
 
-TEST_F(LinkPageTest, ShowsNothingOfAVersionThatIsNone) {
+TEST_F(LinkPageTest, HidesInvalidVersions) {
     for (const auto* version :
          {"%3Cscript%3E", "0.1.0%3Cb%3E", "%ff", "%22", "1%00", "123456789012345678901", "%", ""}) {
         SCOPED_TRACE(version);
@@ -179,7 +179,7 @@ TEST_F(LinkPageTest, RefusesChoicesMadeElsewhere) {
     }
 }
 
-TEST_F(LinkPageTest, RefusesImproperChoices) {
+TEST_F(LinkPageTest, RefusesInvalidChoices) {
     const auto proper = "challenge=" + std::string(challenge);
     const std::vector<std::string> forms{
         "",
@@ -202,7 +202,7 @@ TEST_F(LinkPageTest, RefusesImproperChoices) {
         EXPECT_THAT(reply.body, Not(HasSubstr("orvelagent:")));
         EXPECT_THAT(reply.body, Not(HasSubstr("<script")));
     }
-    const auto reply = stranger().send(
+    const auto reply = clientWithoutToken().send(
         "POST",
         linkPath,
         {"Origin: " + service_->url(), "Content-Type: text/plain"},
@@ -210,7 +210,7 @@ TEST_F(LinkPageTest, RefusesImproperChoices) {
     EXPECT_EQ(415, reply.status);
 }
 
-TEST_F(LinkPageTest, WithoutAccountsNobodySignsIn) {
+TEST_F(LinkPageTest, OffersNoAccountIfThereIsNone) {
     options_.accounts = {};
     start();
 

@@ -31,7 +31,7 @@ TEST_F(StatusPageTest, NeedsNoToken) {
     EXPECT_THAT(reply.headers, HasSubstr("Content-Type: text/html; charset=utf-8\r\n"));
 }
 
-TEST_F(StatusPageTest, SaysThatNothingHasBeenReceivedYet) {
+TEST_F(StatusPageTest, ReportsThatNothingHasBeenReceived) {
     EXPECT_THAT(page(), HasSubstr("Nothing has been received yet."));
 }
 
@@ -56,7 +56,7 @@ TEST_F(StatusPageTest, ShowsWhatWasReceived) {
     EXPECT_THAT(html, HasSubstr(">Shall we meet?<"));
 }
 
-TEST_F(StatusPageTest, TellsMissingTextFromUnavailableText) {
+TEST_F(StatusPageTest, DistinguishesMissingFromUnavailableText) {
     receive(recordJSON("a"));
     EXPECT_THAT(page(), HasSubstr(">no text<"));
 
@@ -99,7 +99,7 @@ TEST_F(StatusPageTest, ShowsMarkupAsText) {
     EXPECT_THAT(html, HasSubstr("class=\"fixed\">mac/" + escaped + "<"));
 }
 
-TEST_F(StatusPageTest, AllowsNeitherScriptsNorFrames) {
+TEST_F(StatusPageTest, ForbidsScriptsAndFrames) {
     const auto headers = client().get("/").headers;
     EXPECT_THAT(headers, HasSubstr("Content-Security-Policy: default-src 'none';"));
     EXPECT_THAT(headers, HasSubstr("frame-ancestors 'none'"));

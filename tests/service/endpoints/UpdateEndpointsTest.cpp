@@ -32,8 +32,8 @@ protected:
         std::ofstream(file, std::ios::binary) << text;
     }
 
-    /// Nobody signs in to get an update.
-    [[nodiscard]] Client stranger() const {
+    /// Updates are served without a token.
+    [[nodiscard]] Client clientWithoutToken() const {
         auto client = this->client();
         client.token.clear();
         return client;
@@ -46,26 +46,26 @@ protected:
         8);
 };
 
-TEST_F(UpdateEndpointsTest, ServeTheFeedAndTheDownloadsToEverybody) {
-    const auto feed = stranger().get("/updates/appcast.xml");
+TEST_F(UpdateEndpointsTest, ServesFeedAndDownloadsWithoutAToken) {
+    const auto feed = clientWithoutToken().get("/updates/appcast.xml");
     EXPECT_EQ(feed.status, 200);
     EXPECT_EQ(feed.body, "<rss/>");
     EXPECT_THAT(feed.headers, HasSubstr("Content-Type: application/xml\r\n"));
 
-    const auto update = stranger().get("/updates/Agent.AppImage");
+    const auto update = clientWithoutToken().get("/updates/Agent.AppImage");
     EXPECT_EQ(update.status, 200);
     EXPECT_EQ(update.body, update_);
     EXPECT_THAT(update.headers, HasSubstr("Content-Type: application/octet-stream\r\n"));
     EXPECT_THAT(update.headers, HasSubstr("Content-Length: 8\r\n"));
 }
 
-TEST_F(UpdateEndpointsTest, AFileIsServedAsItIsWhenAskedFor) {
+TEST_F(UpdateEndpointsTest, ServesTheCurrentContentOfAFile) {
     write(folder_ / "appcast.xml", "<rss version=\"2.0\"/>");
     write(folder_ / "new.deb", "new");
-    EXPECT_EQ(stranger().get("/updates/appcast.xml").body, "<rss version=\"2.0\"/>");
-    EXPECT_EQ(stranger().get("/updates/new.deb").body, "new");
+    EXPECT_EQ(clientWithoutToken().get("/updates/appcast.xml").body, "<rss version=\"2.0\"/>");
+    EXPECT_EQ(clientWithoutToken().get("/updates/new.deb").body, "new");
     std::filesystem::remove(folder_ / "appcast.xml");
-    EXPECT_EQ(stranger().get("/updates/appcast.xml").status, 404);
+    EXPECT_EQ(clientWithoutToken().get("/updates/appcast.xml").status, 404);
 }
 
 TEST_F(UpdateEndpointsTest, NothingButTheFilesOfTheFolderIsServed) {
@@ -95,46 +95,46 @@ TEST_F(UpdateEndpointsTest, NothingButTheFilesOfTheFolderIsServed) {
           "/updates/appcast.xml%00",
           "/updates/Agent.AppImage/",
           "/Updates/Agent.AppImage"}) {
-        const auto reply = stranger().get(path);
+        const auto reply = clientWithoutToken().get(path);
         EXPECT_EQ(reply.status, 404) << path;
         EXPECT_EQ(reply.code(), "not_found") << path;
     }
-    EXPECT_EQ(stranger().get("/updates/" + (directory_ / "secret").string()).status, 404);
+    EXPECT_EQ(clientWithoutToken().get("/updates/" + (directory_ / "secret").string()).status, 404);
 }
 
 TEST_F(UpdateEndpointsTest, CannotBeWritten) {
     for (const char* method : {"POST", "PUT", "DELETE"}) {
-        EXPECT_EQ(stranger().send(method, "/updates/Agent.AppImage", {}, "x").status, 405)
+        EXPECT_EQ(clientWithoutToken().send(method, "/updates/Agent.AppImage", {}, "x").status, 405)
             << method;
     }
-    EXPECT_EQ(stranger().get("/updates/Agent.AppImage").body, update_);
+    EXPECT_EQ(clientWithoutToken().get("/updates/Agent.AppImage").body, update_);
 }
 
-TEST_F(UpdateEndpointsTest, AreCountedAndCanBeSpoiltLikeTheRest) {
+TEST_F(UpdateEndpointsTest, AreCountedAndSubjectToFaults) {
     service_->script(service::Fault::answer(503, ""));
-    EXPECT_EQ(stranger().get("/updates/appcast.xml").status, 503);
-    EXPECT_EQ(stranger().get("/updates/appcast.xml").status, 200);
+    EXPECT_EQ(clientWithoutToken().get("/updates/appcast.xml").status, 503);
+    EXPECT_EQ(clientWithoutToken().get("/updates/appcast.xml").status, 200);
     EXPECT_EQ(service_->requestCount(service::updateFeedPath), 2U);
 }
 
-TEST_F(UpdateEndpointsTest, ALineOfTheLogHasNoNameInIt) {
+TEST_F(UpdateEndpointsTest, TheLogHidesFileNames) {
     std::vector<std::string> lines;
     options_.log = [&lines](std::string_view line) {
         lines.emplace_back(line);
     };
     start();
-    static_cast<void>(stranger().get("/updates/whatever-somebody-writes"));
+    static_cast<void>(clientWithoutToken().get("/updates/whatever-somebody-writes"));
     service_->stop();
     EXPECT_THAT(lines, testing::ElementsAre("GET /updates/* 404"));
 }
 
-TEST_F(UpdateEndpointsTest, WithoutAFolderThereIsNothing) {
+TEST_F(UpdateEndpointsTest, ServesNothingWithoutAFolder) {
     options_.updates.reset();
     start();
-    EXPECT_EQ(stranger().get("/updates/appcast.xml").status, 404);
+    EXPECT_EQ(clientWithoutToken().get("/updates/appcast.xml").status, 404);
 }
 
-TEST_F(UpdateEndpointsTest, WithAKeyTheAgentOfTheBundleLooksHere) {
+TEST_F(UpdateEndpointsTest, WritesTheFeedIntoTheBundleIfAKeyIsSet) {
     service_->writeBundle(directory_ / "bundle");
     EXPECT_EQ(makeRealBundle(directory_ / "bundle")->infoString("SUFeedURL"), std::nullopt);
 

@@ -43,7 +43,7 @@ Key key(const std::string& pem) {
     return {parsed(pem, PEM_read_bio_PrivateKey), EVP_PKEY_free};
 }
 
-/// What OpenSSL says of the certificate as that of a server with the name.
+/// OpenSSL's result of verifying the certificate for a server at `host`.
 int verdict(X509* authority, X509* server, const char* host) {
     const std::unique_ptr<X509_STORE, decltype(&X509_STORE_free)> store(
         X509_STORE_new(), X509_STORE_free);
@@ -85,7 +85,7 @@ TEST_F(CertificateAuthorityTest, VouchesForTheLoopbackNamesOnly) {
     EXPECT_EQ(X509_V_ERR_IP_ADDRESS_MISMATCH, verdict(root.get(), server.get(), "127.0.0.2"));
 }
 
-TEST_F(CertificateAuthorityTest, IsOfNoUseForOtherNamesEvenWithItsKey) {
+TEST_F(CertificateAuthorityTest, CannotSignForOtherNamesEvenWithItsKey) {
     const auto made = authority();
     const auto root = certificate(contentOf(made.certificateFile()));
     const auto stolen = key(contentOf(file("authority-key.pem")));
@@ -126,7 +126,7 @@ TEST_F(CertificateAuthorityTest, IssuesForLessThan398Days) {
     EXPECT_LT(dayCount, 398);
 }
 
-TEST_F(CertificateAuthorityTest, KeepsItsKeysFromOtherUsers) {
+TEST_F(CertificateAuthorityTest, HidesItsKeysFromOtherUsers) {
     static_cast<void>(authority());
     using std::filesystem::perms;
     const auto mode = [this](std::string_view name) {
@@ -142,7 +142,7 @@ TEST_F(CertificateAuthorityTest, KeepsItsKeysFromOtherUsers) {
     EXPECT_EQ(perms::owner_read | perms::owner_write, mode("server-key.pem"));
 }
 
-TEST_F(CertificateAuthorityTest, IsTheSameTheNextTime) {
+TEST_F(CertificateAuthorityTest, ReusesItsFiles) {
     const auto first = authority();
     const auto root = contentOf(first.certificateFile());
 
@@ -153,7 +153,7 @@ TEST_F(CertificateAuthorityTest, IsTheSameTheNextTime) {
     EXPECT_EQ(first.serverKey(), second.serverKey());
 }
 
-TEST_F(CertificateAuthorityTest, IssuesAnewBeforeTheServerCertificateEnds) {
+TEST_F(CertificateAuthorityTest, RenewsTheServerCertificateBeforeItExpires) {
     const auto first = authority();
     const auto root = contentOf(first.certificateFile());
     now_ += days(334);
@@ -166,7 +166,7 @@ TEST_F(CertificateAuthorityTest, IssuesAnewBeforeTheServerCertificateEnds) {
     EXPECT_EQ(root, contentOf(second.certificateFile()));
 }
 
-TEST_F(CertificateAuthorityTest, MakesEverythingAnewBeforeItEndsItself) {
+TEST_F(CertificateAuthorityTest, RenewsEverythingBeforeItExpires) {
     const auto first = authority();
     const auto root = contentOf(first.certificateFile());
     now_ += days(701);
@@ -177,7 +177,7 @@ TEST_F(CertificateAuthorityTest, MakesEverythingAnewBeforeItEndsItself) {
     EXPECT_NE(first.serverCertificate(), second.serverCertificate());
 }
 
-TEST_F(CertificateAuthorityTest, MakesAnewWhatIsMissingDamagedOrDoesNotFit) {
+TEST_F(CertificateAuthorityTest, ReplacesMissingDamagedAndMismatchedFiles) {
     for (const std::string name :
          {"authority.pem", "authority-key.pem", "server.pem", "server-key.pem"}) {
         for (const std::string damage : {"missing", "empty", "garbled", "foreign"}) {

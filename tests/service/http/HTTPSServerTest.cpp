@@ -22,7 +22,7 @@ using service::CertificateAuthority;
 using service::HTTPSServer;
 using service::Reply;
 
-/// The process can open nothing while it lives.
+/// Keeps the process out of file descriptors while it exists.
 class NoMoreDescriptors final {
 public:
     NoMoreDescriptors() {
@@ -50,7 +50,7 @@ private:
 
 } // namespace
 
-TEST(HTTPSServerTest, AConnectionToBeResetEndsAlsoWhenDescriptorsHaveRunOut) {
+TEST(HTTPSServerTest, ClosesAConnectionToBeResetEvenWithoutFreeDescriptors) {
     const TemporaryDirectory folder;
     const CertificateAuthority authority(folder.path(), std::chrono::system_clock::now());
     std::optional<NoMoreDescriptors> none;

@@ -33,7 +33,7 @@ protected:
     std::filesystem::path file_ = directory_ / "store.sqlite";
 };
 
-TEST_F(RecordStoreTest, GivesTheLatestFirst) {
+TEST_F(RecordStoreTest, ReturnsTheLatestFirst) {
     RecordStore store(file_);
     store.add({"mac/1", 10, {item("a"), item("b")}});
     store.add({"mac/2", 20, {item("b"), item("c")}});
@@ -52,14 +52,14 @@ TEST_F(RecordStoreTest, GivesTheLatestFirst) {
     EXPECT_EQ("b", records[1].guid);
 }
 
-TEST_F(RecordStoreTest, TellsGuidsApartThatDifferInCaseOrAfterNUL) {
+TEST_F(RecordStoreTest, DistinguishesGuidsByCaseAndAfterNUL) {
     RecordStore store(file_);
     const std::string withNUL("a\0b", 3);
 
     EXPECT_EQ(3, store.add({"mac/1", 1, {item("a"), item("A"), item(withNUL)}}));
 }
 
-TEST_F(RecordStoreTest, KeepsNothingOfABatchThatFails) {
+TEST_F(RecordStoreTest, StoresNothingOfAFailedBatch) {
     RecordStore store(file_);
     sqlite3* database = nullptr;
     ASSERT_EQ(SQLITE_OK, sqlite3_open(file_.c_str(), &database));
@@ -76,7 +76,7 @@ TEST_F(RecordStoreTest, KeepsNothingOfABatchThatFails) {
     EXPECT_EQ(2, store.add({"mac/1", 1, {item("a"), item("b")}}));
 }
 
-TEST_F(RecordStoreTest, MakesTheDirectoryOfItsFile) {
+TEST_F(RecordStoreTest, CreatesTheDirectoryOfItsFile) {
     file_ = directory_ / "deep/down/store.sqlite";
 
     const RecordStore store(file_);
@@ -84,7 +84,7 @@ TEST_F(RecordStoreTest, MakesTheDirectoryOfItsFile) {
     EXPECT_TRUE(std::filesystem::exists(file_));
 }
 
-TEST_F(RecordStoreTest, RefusesAFileThatIsNoStore) {
+TEST_F(RecordStoreTest, RefusesAFileThatIsNotAStore) {
     std::ofstream(file_) << std::string(5000, 'x');
 
     EXPECT_TRUE(isRefused());

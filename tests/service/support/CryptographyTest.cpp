@@ -8,7 +8,7 @@
 namespace orvel::service {
 namespace {
 
-TEST(CryptographyTest, HashesAsThePublishedExamples) {
+TEST(CryptographyTest, MatchesThePublishedHashes) {
     // RFC 7636, appendix B; and FIPS 180-2, appendix B.1.
     EXPECT_EQ(
         "E9Melhoa2OwvFrEMTJguCHaoeK1t8URWbuGJSstw-cM",
@@ -16,7 +16,7 @@ TEST(CryptographyTest, HashesAsThePublishedExamples) {
     EXPECT_EQ("ungWv48Bz-pBQUDeXa4iI7ADYaOWF3qctBD_YfIAFa0", sha256("abc"));
 }
 
-TEST(CryptographyTest, NoTwoTokensAreAlike) {
+TEST(CryptographyTest, TokensAreUnique) {
     std::set<std::string> tokens;
     for (int count = 0; count < 1000; ++count) {
         const auto token = randomToken("word-");
