@@ -44,7 +44,7 @@ std::size_t writeString(TypedStreamWriter& writer, std::string_view text) {
     return object;
 }
 
-/// The names of attributes are constants: one object each, however often it is used.
+/// An attribute name: written as an object once, then referenced.
 class AttributeName final {
 public:
     explicit AttributeName(std::string_view name) : name_(name) {}
@@ -60,7 +60,7 @@ public:
 
 private:
     std::string_view name_;
-    /// 0 until written: that is the number of the attributed string itself.
+    /// 0 until written. The attributed string itself has the number 0.
     std::size_t object_ = 0;
 };
 
@@ -129,7 +129,7 @@ Blob typedStream(const AttributedBody& body) {
 }
 
 Blob keyedArchive(const AttributedBody& body) {
-    // Objects refer to each other by their index in one array; 0 stands for no object.
+    // Objects refer to each other by their index in one array. Index 0 means no object.
     constexpr std::uint64_t root = 1;
     constexpr std::uint64_t string = 2;
     constexpr std::uint64_t rootClassIndex = 3;

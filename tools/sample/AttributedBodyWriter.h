@@ -8,9 +8,9 @@
 
 namespace orvel {
 
-/// A message text with its attributes, as Messages archives it into the `attributedBody` column.
+/// A message text with its attributes, the content of the `attributedBody` column.
 struct AttributedBody {
-    /// Text that is one part of the message, or stands for one attachment.
+    /// A text part, or the placeholder of an attachment.
     struct Part {
         std::string text;
         /// Empty for text.
@@ -18,16 +18,16 @@ struct AttributedBody {
     };
 
     std::vector<Part> parts;
-    /// Archived with the mutable classes; both kinds occur.
+    /// Whether the archive uses the mutable classes. Real databases contain both kinds.
     bool isMutable = true;
 };
 
 using Blob = std::vector<std::uint8_t>;
 
-/// The layout that Messages writes.
+/// The typed-stream layout, which Messages writes.
 [[nodiscard]] Blob typedStream(const AttributedBody& body);
 
-/// The newer layout, a binary property list. The attributes are left out.
+/// The newer layout, a binary property list. It omits the attributes.
 [[nodiscard]] Blob keyedArchive(const AttributedBody& body);
 
 } // namespace orvel

@@ -4,8 +4,8 @@
 #include <array>
 #include <string_view>
 
-/// The part of a current macOS Messages database that concerns messages, chats and handles. The
-/// triggers are missing: they call functions that only the system's own process registers.
+/// The tables and indexes of a current macOS Messages database for messages, chats and handles. The
+/// triggers are omitted: they call functions that only the system's own process registers.
 namespace orvel::MessagesSchema {
 
 inline constexpr std::array<std::string_view, 5> tables = {

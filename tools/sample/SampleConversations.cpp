@@ -72,7 +72,7 @@ constexpr std::array<std::string_view, 8> groupNames = {
     "Book club",
     "Kitchen plans"};
 
-/// Every person gets another number, as long as there are at most 5,900 people.
+/// Unique for up to 5,900 people.
 std::string phoneNumber(std::size_t person) {
     const std::size_t turn = person / 10;
     const std::size_t slot = person % 10;
@@ -104,7 +104,7 @@ std::string digits(std::string_view phone) {
     return kept;
 }
 
-/// What the service and the agent compare; empty for a number too short to be compared.
+/// The match hint that service and agent compare. Empty if the number is too short for one.
 std::string phoneHint(std::string_view phone) {
     std::string hint = digits(phone);
     if (hint.size() == 11 && hint.front() == '1') {
@@ -120,7 +120,7 @@ std::string asciiLowercased(std::string text) {
     return text;
 }
 
-/// (415) 555-0134 rather than +14155550134.
+/// Formats +14155550134 as (415) 555-0134.
 std::string asTyped(const std::string& phone) {
     const std::string national = phoneHint(phone);
     if (national.size() != 10 || !(isNorthAmerican(phone) || phone.size() == 10)) {
@@ -139,7 +139,7 @@ SampleConversations::SampleConversations(std::uint64_t seed, int chatCount) : ra
         people_.push_back(makePerson(index));
     }
 
-    // Everybody's first address has a chat before anybody's second.
+    // First a chat with the first address of each person, then chats with second addresses.
     std::vector<Handle> addresses;
     for (std::size_t rank = 0; rank < 3; ++rank) {
         for (const Person& person : people_) {
@@ -198,7 +198,7 @@ std::string SampleConversations::addressBook() const {
 SampleConversations::Person SampleConversations::makePerson(std::size_t index) {
     Person person;
     if (index % 15 == 14) {
-        // Neither a short code nor a name can be compared with anything.
+        // Short codes and names have no match hint.
         person.givenName = "Parcel";
         person.familyName = fmt::format("Desk {}", index);
         person.phone =
@@ -256,7 +256,7 @@ void SampleConversations::addDirectChat(const Handle& address) {
 }
 
 void SampleConversations::addGroup() {
-    // The chat's own number is in it, so that no two groups get the same identifier.
+    // Contains the chat's number, so that identifiers are unique.
     const std::string identifier =
         fmt::format("chat{:012}{:06}", random_.below(1'000'000'000'000), chats_.size());
     Chat chat{
@@ -267,7 +267,7 @@ void SampleConversations::addGroup() {
         .isGroup = true,
         .language = chats_.size() % SampleText::languageCount};
 
-    // A group may have lost all but one; and one person may be in it with two handles.
+    // A group can have a single participant left, and a person can be in it with two handles.
     const std::size_t wanted = 1 + random_.below(8);
     std::set<std::size_t> members;
     while (members.size() < std::min(wanted, people_.size())) {

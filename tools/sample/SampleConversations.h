@@ -12,14 +12,14 @@
 
 namespace orvel {
 
-/// The people of a sample and the chats they write in, made up from a seed. Their numbers belong to
-/// ranges that are reserved for fiction, their e-mail addresses to domains reserved for examples.
+/// The people of a sample and their chats, generated from a seed. Their phone numbers are reserved
+/// for fiction, and the domains of their e-mail addresses for examples.
 class SampleConversations final {
 public:
-    /// There are not enough fictional numbers for more.
+    /// The reserved phone numbers do not suffice for more.
     static constexpr int maximumChatCount = 10'000;
 
-    /// An address at a transport; in the database its row id is the index plus one.
+    /// An address on one service.
     struct Handle {
         std::string id;
         std::string service;
@@ -30,32 +30,40 @@ public:
     struct Person {
         std::string givenName;
         std::string familyName;
-        /// As Messages stores them; empty when there is none. Mostly international, now and then
-        /// without the country code; a business may have a short code or a name instead.
+        /// As Messages stores it: mostly international, sometimes without the country code. A
+        /// business may have a short code or a name instead. Empty for none.
         std::string phone;
-        /// Now and then with capital letters.
+        /// Sometimes contains capital letters.
         std::string email;
-        /// The service knows this person.
+        /// Whether the service knows this person.
         bool isKnown = false;
         bool isInAddressBook = false;
-        /// Where this person is reached, the preferred one first.
+        /// The preferred address comes first.
         std::vector<Handle> addresses;
     };
 
-    /// In the database its row id is the index plus one.
     struct Chat {
         std::string guid;
         std::string identifier;
         std::string service;
-        /// Empty unless the people of a group gave it a name.
+        /// Empty unless the chat is a named group.
         std::string displayName;
         bool isGroup = false;
-        /// False for the rare chat that the database joins to no handle.
+        /// False for the rare chat without rows in chat_handle_join.
         bool listsParticipants = true;
         std::size_t language = 0;
         /// Indexes of handles.
         std::vector<std::size_t> participants = {};
     };
+
+    /// The user's own phone number, and the account name that Messages stores for it.
+    static constexpr std::string_view ownNumber = "+14155550100";
+    static constexpr std::string_view ownAccount = "P:+14155550100";
+
+    /// The row id of a handle or chat with the index.
+    [[nodiscard]] static constexpr std::int64_t rowID(std::size_t index) {
+        return static_cast<std::int64_t>(index) + 1;
+    }
 
     /// The first chat is with one person, the second is a group.
     SampleConversations(std::uint64_t seed, int chatCount);
@@ -64,10 +72,10 @@ public:
     [[nodiscard]] const std::vector<Handle>& handles() const { return handles_; }
     [[nodiscard]] const std::vector<Chat>& chats() const { return chats_; }
 
-    /// The match hints of the people that the service knows, sorted.
+    /// The sorted match hints of the people that the service knows.
     [[nodiscard]] std::vector<std::string> knownHandleHints() const;
 
-    /// The people in the address book as vCards, with their numbers as a person would type them.
+    /// The people in the address book as vCards, with phone numbers as a person would type them.
     [[nodiscard]] std::string addressBook() const;
 
 private:

@@ -13,11 +13,11 @@
 
 namespace orvel {
 
-/// The messages of a sample, made up from a seed. A message follows from its row id alone, so that
-/// a database can be continued later, and a test can ask what a row ought to hold.
+/// The messages of a sample, generated from a seed.
 ///
-/// Every text contains the row id as "(#12)" and so occurs once. Among the first three hundred
-/// rows is at least one of each kind of message, common or rare.
+/// A message depends only on the options and its row id. So a database can be extended later, and a
+/// test can look up the expected content of a row. Every text contains the row id as "(#12)" and is
+/// therefore unique. The first three hundred rows contain every kind of message.
 class SampleMessages final {
 public:
     struct Options {
@@ -27,40 +27,40 @@ public:
         double twoChatShare = 0.005;
         double orphanShare = 0.02;
         double secondsDatesShare = 0.03;
-        /// Rows that no careful writer would leave behind: ill-formed UTF-8, a NUL inside a text,
-        /// an archive cut short or without text, no date.
+        /// Malformed rows: ill-formed UTF-8, a NUL inside a text, a truncated archive or one
+        /// without text, no date.
         double nastyShare = 0.005;
     };
 
-    /// How the date column holds the time of a message.
+    /// How the date column stores the time.
     enum class DateForm { Nanoseconds, Seconds, Missing, Zero, Negative };
 
     struct Message {
         std::int64_t rowID = 0;
         std::string guid;
-        /// Indexes of chats; none for a message that belongs to no chat.
+        /// Indexes of chats. Empty if the message belongs to no chat.
         std::vector<std::size_t> chats;
-        /// 0 for most of the user's own messages. May be a row that does not exist.
+        /// 0 for most of the user's own messages. The row may be missing.
         std::int64_t handleID = 0;
         bool isFromMe = false;
         std::string service;
         DateForm dateForm = DateForm::Nanoseconds;
-        /// How much earlier than its place in the table suggests it was sent.
+        /// How long the message arrived after it was sent.
         std::chrono::nanoseconds delay{0};
 
         std::optional<std::string> text;
         std::optional<Blob> attributedBody;
-        /// What a reader gets from the two together, ill-formed UTF-8 repaired; nothing when there
-        /// is nothing to read, or no way to read it.
+        /// The text that a reader should get from these two columns, with ill-formed UTF-8
+        /// repaired. No value if there is no readable text.
         std::optional<std::string> body;
 
         bool hasAttachments = false;
         int partCount = 1;
-        /// Not 0 for something other than a message: a member who came or went, a new group name.
+        /// Not 0 for a group event, such as a new member or a new name.
         int itemType = 0;
         int groupActionType = 0;
         std::string groupTitle;
-        /// Not 0 for a reaction.
+        /// Not 0 for reactions and stickers.
         int associatedType = 0;
         std::string associatedGUID;
         std::string associatedEmoji;
@@ -73,10 +73,10 @@ public:
 
     [[nodiscard]] const SampleConversations& conversations() const { return conversations_; }
 
-    /// Nothing for a row id whose message was deleted.
+    /// No value for the row id of a deleted message.
     [[nodiscard]] std::optional<Message> message(std::int64_t rowID) const;
 
-    /// The usual number of chats for a number of messages.
+    /// The default number of chats for a number of messages.
     [[nodiscard]] static int chatCountFor(std::int64_t messageCount);
 
 private:

@@ -2,21 +2,18 @@
 #include "tools/sample/SampleMessagesDatabase.h"
 
 #include "core/messages/AppleEpoch.h"
+#include "tools/sample/DatabaseConnection.h"
+#include "tools/sample/MessageTimeline.h"
 #include "tools/sample/MessagesSchema.h"
-#include "tools/sample/SampleRandom.h"
+#include "tools/sample/RowInserter.h"
 
 #include <fmt/format.h>
 #include <sqlite3.h>
 
 #include <algorithm>
-#include <array>
 #include <cctype>
-#include <initializer_list>
-#include <memory>
-#include <span>
 #include <string_view>
 #include <system_error>
-#include <utility>
 #include <vector>
 
 namespace orvel::SampleMessagesDatabase {
@@ -28,368 +25,10 @@ namespace fs = std::filesystem;
 constexpr std::int64_t chatStyleGroup = 43;
 constexpr std::int64_t chatStyleDirect = 45;
 
-constexpr std::int64_t rowsPerTransaction = 50'000;
+using Value = DatabaseStatement::Value;
 
-constexpr std::string_view ownNumber = "+14155550100";
-constexpr std::string_view ownAccount = "P:+14155550100";
-
-std::string describe(const Error::Case& error) {
-    struct Visitor {
-        std::string operator()(const Error::AlreadyExists& it) const {
-            return fmt::format("{} already exists.", it.path);
-        }
-        std::string operator()(const Error::AnotherSample& it) const {
-            return fmt::format("{} is not a sample database made with this seed.", it.path);
-        }
-        std::string operator()(const Error::NotLater& it) const {
-            return fmt::format("{} already holds messages from that time or later.", it.path);
-        }
-        std::string operator()(const Error::File& it) const {
-            return fmt::format("Could not write {}: {}.", it.path, it.reason);
-        }
-        std::string operator()(const Error::Database& it) const {
-            return fmt::format("Could not write {}: {}.", it.path, it.message);
-        }
-    };
-    return std::visit(Visitor(), error);
-}
-
-class Connection final {
-public:
-    Connection(const fs::path& path, int flags) : path_(path.string()) {
-        sqlite3* handle = nullptr;
-        const int result = sqlite3_open_v2(path_.c_str(), &handle, flags, nullptr);
-        handle_.reset(handle);
-        if (result != SQLITE_OK) {
-            throw failure();
-        }
-        sqlite3_busy_timeout(handle, 10'000);
-    }
-
-    void execute(const std::string& sql) const {
-        if (sqlite3_exec(handle(), sql.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK) {
-            throw failure();
-        }
-    }
-
-    /// What is in the log stays there, also when this connection is the last to close.
-    void keepLog() const {
-        execute("PRAGMA wal_autocheckpoint = 0");
-        sqlite3_db_config(handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
-    }
-
-    [[nodiscard]] sqlite3* handle() const { return handle_.get(); }
-
-    [[nodiscard]] Error failure() const {
-        return Error(Error::Database{path_, sqlite3_errmsg(handle())});
-    }
-
-private:
-    struct Deleter {
-        void operator()(sqlite3* handle) const { sqlite3_close(handle); }
-    };
-
-    std::string path_;
-    std::unique_ptr<sqlite3, Deleter> handle_;
-};
-
-using Value =
-    std::variant<std::monostate, std::int64_t, std::string_view, std::span<const std::uint8_t>>;
-
-class Statement final {
-public:
-    Statement(Connection& connection, const std::string& sql) : connection_(connection) {
-        sqlite3_stmt* statement = nullptr;
-        if (sqlite3_prepare_v2(connection.handle(), sql.c_str(), -1, &statement, nullptr) !=
-            SQLITE_OK) {
-            throw connection.failure();
-        }
-        statement_.reset(statement);
-    }
-
-    /// Parameters count from 1. What the value points to must stay until the statement has run.
-    void bind(int parameter, const Value& value) {
-        sqlite3_stmt* statement = statement_.get();
-        if (const auto* number = std::get_if<std::int64_t>(&value)) {
-            sqlite3_bind_int64(statement, parameter, *number);
-        } else if (const auto* text = std::get_if<std::string_view>(&value)) {
-            sqlite3_bind_text64(
-                statement, parameter, text->data(), text->size(), SQLITE_STATIC, SQLITE_UTF8);
-        } else if (const auto* blob = std::get_if<std::span<const std::uint8_t>>(&value)) {
-            // A null pointer would become NULL rather than an empty blob.
-            static constexpr std::uint8_t none = 0;
-            sqlite3_bind_blob64(
-                statement,
-                parameter,
-                blob->empty() ? &none : blob->data(),
-                blob->size(),
-                SQLITE_STATIC);
-        } else {
-            sqlite3_bind_null(statement, parameter);
-        }
-    }
-
-    /// Whether there is a row.
-    bool step() {
-        const int result = sqlite3_step(statement_.get());
-        if (result != SQLITE_ROW && result != SQLITE_DONE) {
-            throw connection_.failure();
-        }
-        return result == SQLITE_ROW;
-    }
-
-    void reset() { sqlite3_reset(statement_.get()); }
-
-    [[nodiscard]] std::int64_t integer(int column) const {
-        return sqlite3_column_int64(statement_.get(), column);
-    }
-
-    /// For columns without NUL.
-    [[nodiscard]] std::string text(int column) const {
-        const void* text = sqlite3_column_text(statement_.get(), column);
-        return text == nullptr ? std::string() : static_cast<const char*>(text);
-    }
-
-private:
-    struct Deleter {
-        void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
-    };
-
-    Connection& connection_;
-    std::unique_ptr<sqlite3_stmt, Deleter> statement_;
-};
-
-struct Field {
-    std::string_view column;
-    Value value;
-};
-
-/// Inserts rows that all have the same fields; those whose column the table lacks are left out.
-class Insertion final {
-public:
-    Insertion(Connection& connection, std::string_view table)
-        : connection_(connection), table_(table) {
-        Statement columns(
-            connection, fmt::format("SELECT name FROM pragma_table_info('{}')", table));
-        while (columns.step()) {
-            columns_.insert(columns.text(0));
-        }
-    }
-
-    void operator()(std::initializer_list<Field> fields) {
-        if (!statement_) {
-            prepare(fields);
-        }
-        std::size_t index = 0;
-        for (const Field& field : fields) {
-            if (const int parameter = parameters_[index++]; parameter != 0) {
-                statement_->bind(parameter, field.value);
-            }
-        }
-        statement_->step();
-        statement_->reset();
-    }
-
-private:
-    void prepare(std::initializer_list<Field> fields) {
-        std::string names;
-        std::string marks;
-        int parameter = 0;
-        for (const Field& field : fields) {
-            if (!columns_.contains(field.column)) {
-                parameters_.push_back(0);
-                continue;
-            }
-            parameters_.push_back(++parameter);
-            names += (parameter > 1 ? ", " : "") + std::string(field.column);
-            marks += parameter > 1 ? ", ?" : "?";
-        }
-        statement_.emplace(
-            connection_, fmt::format("INSERT INTO {} ({}) VALUES ({})", table_, names, marks));
-    }
-
-    Connection& connection_;
-    std::string table_;
-    std::set<std::string, std::less<>> columns_;
-    std::optional<Statement> statement_;
-    /// For each field its parameter, or 0.
-    std::vector<int> parameters_;
-};
-
-/// When the messages were sent: evenly spread, with some play, in nanoseconds of the database's own
-/// time scale.
-class Timeline final {
-public:
-    Timeline(
-        std::int64_t oldest, std::int64_t newest, std::int64_t messageCount, std::uint64_t seed)
-        // What is smaller would be read as seconds.
-        : oldest_(std::max(oldest, tavrin::AppleEpoch::nanosecondDivide)),
-          newest_(newest),
-          messageCount_(messageCount),
-          distance_(std::max<std::int64_t>(
-              1, (newest_ - oldest_) / std::max<std::int64_t>(1, messageCount))),
-          seed_(seed) {}
-
-    /// The last of all has the newest time exactly.
-    [[nodiscard]] std::int64_t
-    time(std::int64_t ordinal, const SampleMessages::Message& message) const {
-        const std::int64_t later = messageCount_ - 1 - ordinal;
-        if (later == 0) {
-            return newest_;
-        }
-        constexpr std::uint64_t stream = 4ULL << 40U;
-        SampleRandom random(seed_, stream + static_cast<std::uint64_t>(message.rowID));
-        const auto play =
-            static_cast<std::int64_t>(random.below(static_cast<std::size_t>(distance_)));
-        return std::max<std::int64_t>(
-            oldest_, newest_ - distance_ * later - play - message.delay.count());
-    }
-
-private:
-    std::int64_t oldest_;
-    std::int64_t newest_;
-    std::int64_t messageCount_;
-    std::int64_t distance_;
-    std::uint64_t seed_;
-};
-
-std::optional<std::int64_t> stored(std::int64_t time, SampleMessages::DateForm form) {
-    constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
-    switch (form) {
-    case SampleMessages::DateForm::Nanoseconds:
-        return time;
-    case SampleMessages::DateForm::Seconds:
-        return time / nanosecondsPerSecond;
-    case SampleMessages::DateForm::Missing:
-        return std::nullopt;
-    case SampleMessages::DateForm::Zero:
-        return 0;
-    case SampleMessages::DateForm::Negative:
-        return -time;
-    }
-    return std::nullopt;
-}
-
-Value orNull(const std::string& text) {
-    return text.empty() ? Value() : Value(std::string_view(text));
-}
-
-Value orNull(const std::optional<std::string>& text) {
-    return text ? Value(std::string_view(*text)) : Value();
-}
-
-Value orNull(const std::optional<Blob>& blob) {
-    return blob ? Value(std::span<const std::uint8_t>(*blob)) : Value();
-}
-
-Value orNull(std::optional<std::int64_t> number) {
-    return number ? Value(*number) : Value();
-}
-
-std::int64_t rowIDOf(std::size_t index) {
-    return static_cast<std::int64_t>(index) + 1;
-}
-
-/// Writes messages one after the other, in transactions of a bounded size.
-class MessageWriter final {
-public:
-    MessageWriter(
-        Connection& connection,
-        const SampleMessages& messages,
-        const Timeline& timeline,
-        std::int64_t firstRowID,
-        const Progress& onProgress)
-        : connection_(connection),
-          messages_(messages),
-          timeline_(timeline),
-          nextRowID_(firstRowID),
-          onProgress_(onProgress),
-          message_(connection, "message"),
-          membership_(connection, "chat_message_join") {}
-
-    void write(std::int64_t count) {
-        const std::int64_t end = written_ + count;
-        while (written_ < end) {
-            connection_.execute("BEGIN IMMEDIATE");
-            const std::int64_t chunkEnd = std::min(end, written_ + rowsPerTransaction);
-            while (written_ < chunkEnd) {
-                if (const auto message = messages_.message(nextRowID_++)) {
-                    insert(*message);
-                    ++written_;
-                }
-            }
-            connection_.execute("COMMIT");
-            if (onProgress_) {
-                onProgress_(written_);
-            }
-        }
-    }
-
-    [[nodiscard]] std::int64_t lastRowID() const { return nextRowID_ - 1; }
-
-private:
-    void insert(const SampleMessages::Message& message) {
-        const auto& chats = messages_.conversations().chats();
-        const auto* group = message.chats.empty() || !chats[message.chats.front()].isGroup
-                                ? nullptr
-                                : &chats[message.chats.front()];
-        const std::int64_t time = timeline_.time(written_, message);
-        const Value date = orNull(stored(time, message.dateForm));
-        const Value never = std::int64_t{0};
-        const Value yes = std::int64_t{1};
-        const Value byMe = std::int64_t{message.isFromMe};
-        const Value byOther = std::int64_t{!message.isFromMe};
-        message_({
-            {"ROWID", message.rowID},
-            {"guid", message.guid},
-            {"text", orNull(message.text)},
-            {"handle_id", message.handleID},
-            {"attributedBody", orNull(message.attributedBody)},
-            {"version", std::int64_t{10}},
-            {"service", message.service},
-            {"account", ownAccount},
-            {"date", date},
-            {"date_read", message.isFromMe ? never : date},
-            {"date_delivered", message.isFromMe ? date : never},
-            {"is_delivered", yes},
-            {"is_finished", yes},
-            {"is_from_me", byMe},
-            {"is_read", byOther},
-            {"is_sent", byMe},
-            {"cache_has_attachments", std::int64_t{message.hasAttachments}},
-            {"cache_roomnames", group == nullptr ? Value() : Value(group->identifier)},
-            {"item_type", std::int64_t{message.itemType}},
-            {"group_title", orNull(message.groupTitle)},
-            {"group_action_type", std::int64_t{message.groupActionType}},
-            {"associated_message_guid", orNull(message.associatedGUID)},
-            {"associated_message_type", std::int64_t{message.associatedType}},
-            {"associated_message_emoji", orNull(message.associatedEmoji)},
-            {"destination_caller_id", ownNumber},
-            {"thread_originator_guid", orNull(message.threadOriginatorGUID)},
-            {"date_edited", message.isEdited ? date : never},
-            {"date_retracted", message.isRetracted ? date : never},
-            {"part_count", std::int64_t{message.partCount}},
-        });
-        for (const std::size_t chat : message.chats) {
-            membership_({
-                {"chat_id", rowIDOf(chat)},
-                {"message_id", message.rowID},
-                {"message_date", date},
-            });
-        }
-    }
-
-    Connection& connection_;
-    const SampleMessages& messages_;
-    const Timeline& timeline_;
-    std::int64_t nextRowID_;
-    const Progress& onProgress_;
-    Insertion message_;
-    Insertion membership_;
-    std::int64_t written_ = 0;
-};
-
-void createTables(Connection& connection, const std::set<std::string>& withoutColumns) {
+void createTables(
+    const DatabaseConnection& connection, const std::set<std::string>& withoutColumns) {
     for (const std::string_view table : MessagesSchema::tables) {
         connection.execute(std::string(table));
     }
@@ -419,7 +58,8 @@ bool mentions(std::string_view sql, std::string_view column) {
     return false;
 }
 
-void createIndexes(Connection& connection, const std::set<std::string>& withoutColumns) {
+void createIndexes(
+    const DatabaseConnection& connection, const std::set<std::string>& withoutColumns) {
     for (const std::string_view index : MessagesSchema::indexes) {
         const bool lacksColumn =
             std::any_of(withoutColumns.begin(), withoutColumns.end(), [&](const auto& column) {
@@ -431,40 +71,42 @@ void createIndexes(Connection& connection, const std::set<std::string>& withoutC
     }
 }
 
-void writeConversations(Connection& connection, const SampleConversations& conversations) {
+void writeConversations(
+    const DatabaseConnection& connection, const SampleConversations& conversations) {
     connection.execute("BEGIN");
-    Insertion handle(connection, "handle");
-    for (const auto& it : conversations.handles()) {
-        handle({{"id", it.id}, {"service", it.service}});
+    RowInserter handles(connection, "handle");
+    for (const auto& handle : conversations.handles()) {
+        handles.insert({{"id", handle.id}, {"service", handle.service}});
     }
-    Insertion chat(connection, "chat");
-    Insertion membership(connection, "chat_handle_join");
+    RowInserter chats(connection, "chat");
+    RowInserter memberships(connection, "chat_handle_join");
     std::int64_t chatID = 0;
-    for (const auto& it : conversations.chats()) {
+    for (const auto& chat : conversations.chats()) {
         ++chatID;
-        chat({
+        chats.insert({
             {"ROWID", chatID},
-            {"guid", it.guid},
-            {"style", it.isGroup ? chatStyleGroup : chatStyleDirect},
+            {"guid", chat.guid},
+            {"style", chat.isGroup ? chatStyleGroup : chatStyleDirect},
             {"state", std::int64_t{3}},
-            {"chat_identifier", it.identifier},
-            {"service_name", it.service},
-            {"room_name", it.isGroup ? Value(it.identifier) : Value()},
-            {"account_login", ownAccount},
-            {"display_name", orNull(it.displayName)},
+            {"chat_identifier", chat.identifier},
+            {"service_name", chat.service},
+            {"room_name", chat.isGroup ? Value(chat.identifier) : Value()},
+            {"account_login", SampleConversations::ownAccount},
+            {"display_name", chat.displayName.empty() ? Value() : Value(chat.displayName)},
             {"is_filtered", std::int64_t{0}},
         });
-        if (!it.listsParticipants) {
+        if (!chat.listsParticipants) {
             continue;
         }
-        for (const std::size_t participant : it.participants) {
-            membership({{"chat_id", chatID}, {"handle_id", rowIDOf(participant)}});
+        for (const std::size_t participant : chat.participants) {
+            memberships.insert(
+                {{"chat_id", chatID}, {"handle_id", SampleConversations::rowID(participant)}});
         }
     }
     connection.execute("COMMIT");
 }
 
-/// The file and what SQLite may have put beside it.
+/// The file and what SQLite may have put beside chat.
 void removeDatabase(const fs::path& path) {
     for (const char* suffix : {"", "-wal", "-shm", "-journal"}) {
         fs::path file = path;
@@ -495,22 +137,23 @@ Summary summaryOf(const SampleMessages& messages, std::int64_t count, std::int64
         .handleCount = messages.conversations().handles().size()};
 }
 
-std::int64_t number(Connection& connection, const std::string& sql) {
-    Statement statement(connection, sql);
+std::int64_t firstInteger(const DatabaseConnection& connection, const std::string& sql) {
+    DatabaseStatement statement(connection, sql);
     return statement.step() ? statement.integer(0) : 0;
 }
 
-Summary write(const fs::path& path, const Options& options, const Progress& onProgress) {
+Summary write(const fs::path& path, const Options& options, const WriteProgress& onProgress) {
     const SampleMessages messages(options.content);
     const std::int64_t newest = tavrin::AppleEpoch::rawNanoseconds(options.newest);
-    const Timeline timeline(
+    const MessageTimeline timeline(
         newest - std::chrono::nanoseconds(options.span).count(),
         newest,
         options.messageCount,
         options.content.seed);
 
-    Connection connection(path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
-    // Nobody else has the file yet, and a failure removes it: no journal, no waiting for the disk.
+    const DatabaseConnection connection(path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+    // No other process uses the new file, and a failure removes it: it needs neither a journal nor
+    // syncing.
     connection.execute(
         "PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF;"
         "PRAGMA cache_size = -262144; PRAGMA mmap_size = 2147418112; PRAGMA temp_store = MEMORY");
@@ -520,7 +163,7 @@ Summary write(const fs::path& path, const Options& options, const Progress& onPr
     const std::int64_t logged =
         options.keepsLog ? std::min<std::int64_t>((options.messageCount + 19) / 20, 500) : 0;
     writer.write(options.messageCount - logged);
-    // Indexes over finished tables are built by sorting, much faster than row by row.
+    // Indexing a full table is much faster than updating the index for each row.
     createIndexes(connection, options.withoutColumns);
 
     connection.execute("PRAGMA journal_mode = WAL");
@@ -534,9 +177,7 @@ Summary write(const fs::path& path, const Options& options, const Progress& onPr
 
 } // namespace
 
-Error::Error(Case error) : error_(std::move(error)), description_(describe(error_)) {}
-
-Summary create(const fs::path& path, const Options& options, const Progress& onProgress) {
+Summary create(const fs::path& path, const Options& options, const WriteProgress& onProgress) {
     if (options.overwrites) {
         removeDatabase(path);
     } else if (fs::exists(fs::symlink_status(path))) {
@@ -551,11 +192,12 @@ Summary create(const fs::path& path, const Options& options, const Progress& onP
     }
 }
 
-Summary append(const fs::path& path, const AppendOptions& options, const Progress& onProgress) {
-    Connection connection(path, SQLITE_OPEN_READWRITE);
+Summary
+append(const fs::path& path, const AppendOptions& options, const WriteProgress& onProgress) {
+    const DatabaseConnection connection(path, SQLITE_OPEN_READWRITE);
     SampleMessages::Options content = options.content;
     std::vector<std::string> chatGUIDs;
-    Statement chats(connection, "SELECT guid FROM chat ORDER BY ROWID");
+    DatabaseStatement chats(connection, "SELECT guid FROM chat ORDER BY ROWID");
     while (chats.step()) {
         chatGUIDs.push_back(chats.text(0));
     }
@@ -571,9 +213,9 @@ Summary append(const fs::path& path, const AppendOptions& options, const Progres
     }
 
     const std::int64_t last =
-        number(connection, "SELECT max(seq) FROM sqlite_sequence WHERE name = 'message'");
-    // Dates in seconds are far below all dates in nanoseconds.
-    const std::int64_t previous = number(
+        firstInteger(connection, "SELECT max(seq) FROM sqlite_sequence WHERE name = 'message'");
+    // Dates in seconds are far smaller than all dates in nanoseconds.
+    const std::int64_t previous = firstInteger(
         connection,
         fmt::format(
             "SELECT max(CASE WHEN date < {} THEN date * 1000000000 ELSE date END) FROM message",
@@ -586,7 +228,7 @@ Summary append(const fs::path& path, const AppendOptions& options, const Progres
     if (newest <= previous) {
         throw Error(Error::NotLater{path.string()});
     }
-    const Timeline timeline(previous + 1, newest, options.messageCount, content.seed);
+    const MessageTimeline timeline(previous + 1, newest, options.messageCount, content.seed);
 
     connection.execute("PRAGMA journal_mode = WAL");
     if (options.keepsLog) {

@@ -2,57 +2,26 @@
 #pragma once
 
 #include "core/Date.h"
+#include "tools/sample/MessageWriter.h"
+#include "tools/sample/SampleDatabaseError.h"
 #include "tools/sample/SampleMessages.h"
 
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <exception>
 #include <filesystem>
-#include <functional>
 #include <optional>
 #include <set>
 #include <string>
-#include <variant>
 
-/// Writes a sample as a Messages database file, with the columns, indexes and write-ahead log of a
-/// live one.
+/// Writes a sample as a Messages database file with the columns, indexes and write-ahead log of a
+/// real one.
 namespace orvel::SampleMessagesDatabase {
 
-class Error final : public std::exception {
-public:
-    struct AlreadyExists {
-        std::string path;
-    };
-    /// A database that does not continue with the given seed, or is no sample at all.
-    struct AnotherSample {
-        std::string path;
-    };
-    struct NotLater {
-        std::string path;
-    };
-    struct File {
-        std::string path;
-        std::string reason;
-    };
-    struct Database {
-        std::string path;
-        std::string message;
-    };
-    using Case = std::variant<AlreadyExists, AnotherSample, NotLater, File, Database>;
+using Error = SampleDatabaseError;
 
-    explicit Error(Case error);
-
-    [[nodiscard]] const Case& error() const { return error_; }
-    [[nodiscard]] const char* what() const noexcept override { return description_.c_str(); }
-
-private:
-    Case error_;
-    std::string description_;
-};
-
-/// The columns that may be left out, as some versions of the system do. Those of the message table
-/// bear their name alone.
+/// The columns that may be left out, because some versions of the system lack them. Columns of the
+/// message table are named without their table.
 inline const std::set<std::string> optionalColumns = {
     "associated_message_type",
     "attributedBody",
@@ -67,20 +36,20 @@ struct Options {
     std::int64_t messageCount = 2'000;
     /// 2025-03-01 12:00:00 UTC.
     tavrin::Date newest{tavrin::Seconds(1'740'830'400)};
-    /// The messages are spread over so much time before the newest.
+    /// The time between the oldest and the newest message.
     std::chrono::seconds span = std::chrono::days(365);
-    /// Some of `optionalColumns`.
+    /// A subset of `optionalColumns`.
     std::set<std::string> withoutColumns = {};
-    /// The last messages stay in a log beside the file, as if Messages were running.
+    /// Leaves the newest messages in the write-ahead log, as if Messages were running.
     bool keepsLog = true;
     bool overwrites = false;
 };
 
 struct AppendOptions {
-    /// As when the database was made; the number of chats is taken from the database.
+    /// The same options as for `create()`. The number of chats is read from the database.
     SampleMessages::Options content = {};
     std::int64_t messageCount = 1;
-    /// The new messages are spread up to this time; without it they are a minute apart.
+    /// The time of the newest message. By default the new messages are a minute apart.
     std::optional<tavrin::Date> newest = {};
     bool keepsLog = true;
 };
@@ -92,17 +61,16 @@ struct Summary {
     std::size_t handleCount = 0;
 };
 
-/// Called now and then with the number of messages written.
-using Progress = std::function<void(std::int64_t written)>;
+/// Also creates missing parent folders. On failure, no file is left.
+Summary create(
+    const std::filesystem::path& path,
+    const Options& options,
+    const WriteProgress& onProgress = {});
 
-/// Makes the folders above the file too. When it fails, no file is left behind.
-Summary
-create(const std::filesystem::path& path, const Options& options, const Progress& onProgress = {});
-
-/// Adds messages newer than all others. Another process may have the database open.
+/// Adds messages that are newer than all others. Another process may have the database open.
 Summary append(
     const std::filesystem::path& path,
     const AppendOptions& options,
-    const Progress& onProgress = {});
+    const WriteProgress& onProgress = {});
 
 } // namespace orvel::SampleMessagesDatabase

@@ -8,17 +8,18 @@
 
 namespace orvel {
 
-/// A small generator (SplitMix64) whose numbers are the same with every compiler and library, which
-/// the standard distributions do not promise. The slight bias of `below` does not matter here.
+/// A random number generator (SplitMix64) with the same results for every compiler and library. The
+/// distributions of the standard library differ between implementations. The slight bias of
+/// `below()` does not matter here.
 class SampleRandom final {
 public:
-    /// A stream of its own for each pair; `stream` is typically an index or a row id.
+    /// Each pair gives an independent sequence. `stream` is typically an index or a row id.
     SampleRandom(std::uint64_t seed, std::uint64_t stream)
         : state_(mixed(seed ^ mixed(stream + increment))) {}
 
     std::uint64_t next() { return mixed(state_ += increment); }
 
-    /// From 0 to `bound` - 1; `bound` is at least 1.
+    /// From 0 to `bound` - 1. `bound` must be at least 1.
     std::size_t below(std::size_t bound) { return next() % bound; }
 
     bool chance(double probability) {

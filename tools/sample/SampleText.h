@@ -7,18 +7,18 @@
 #include <string>
 #include <string_view>
 
-/// Message texts put together from small tables of phrases.
+/// Generates message texts from small tables of phrases.
 namespace orvel::SampleText {
 
-/// The languages the phrases are in: English, Spanish, German, Japanese, Arabic and Hindi.
+/// English, Spanish, German, Japanese, Arabic and Hindi.
 inline constexpr std::size_t languageCount = 6;
 
 [[nodiscard]] std::string_view phrase(SampleRandom& random, std::size_t language);
 
-/// Among them are joined sequences, skin tones, flags and keycaps.
+/// Includes joined sequences, skin tones, flags and keycaps.
 [[nodiscard]] std::string_view emoji(SampleRandom& random);
 
-/// Phrases, now and then with an emoji, until there are at least so many bytes.
+/// At least `bytes` bytes of phrases, sometimes with an emoji.
 [[nodiscard]] std::string phrases(SampleRandom& random, std::size_t language, std::size_t bytes);
 
 } // namespace orvel::SampleText

@@ -14,7 +14,7 @@ constexpr std::uint8_t somethingNew = 0x84;
 constexpr std::uint8_t nothing = 0x85;
 constexpr std::uint8_t endOfObject = 0x86;
 
-/// The integers below this are taken by the marks above; references count up from it.
+/// References count up from here. Smaller integers are the marks above.
 constexpr int firstReference = -110;
 
 constexpr std::uint8_t streamVersion = 4;
@@ -55,7 +55,7 @@ void TypedStreamWriter::writeInteger(std::int32_t value) {
 }
 
 void TypedStreamWriter::writeLength(std::uint32_t length) {
-    // Unsigned, so that two bytes reach up to 65,535.
+    // Unsigned: two bytes suffice up to 65,535.
     if (length <= 0x7F) {
         writeByte(static_cast<std::uint8_t>(length));
         return;
@@ -85,7 +85,7 @@ std::size_t TypedStreamWriter::beginObject(std::initializer_list<Class> lineage)
     for (const Class& type : lineage) {
         const auto known = std::find(numbered_.begin(), numbered_.end(), type.name);
         if (known != numbered_.end()) {
-            // A class known already brings its superclasses along.
+            // A reference to a known class includes its superclasses.
             writeReference(static_cast<std::size_t>(known - numbered_.begin()));
             return object;
         }

@@ -10,9 +10,9 @@
 
 namespace orvel {
 
-/// Writes the typed-stream archive layout: a header, then values, each group preceded by its type
-/// encoding. Type encodings and class names are written out once and referred to by number from
-/// then on; so are classes and objects.
+/// Writes the typed-stream archive layout: a header, then groups of values, each after its type
+/// encoding. Type encodings, class names, classes and objects are written in full once and by
+/// number after that.
 class TypedStreamWriter final {
 public:
     struct Class {
@@ -30,12 +30,12 @@ public:
     void writeBytes(std::string_view bytes);
     void writeCString(std::string_view string);
 
-    /// The class comes first, then its superclasses up to the root. Returns the object's number;
-    /// what follows up to `endObject()` belongs to it.
+    /// `lineage` is the class, then its superclasses up to the root. Everything up to `endObject()`
+    /// belongs to the object. Returns the object's number.
     std::size_t beginObject(std::initializer_list<Class> lineage);
     void endObject();
 
-    /// An object already written.
+    /// Refers to an object that was written before.
     void writeReference(std::size_t object);
 
     [[nodiscard]] std::vector<std::uint8_t> take() { return std::move(bytes_); }
@@ -46,7 +46,7 @@ private:
 
     std::vector<std::uint8_t> bytes_;
     std::vector<std::string> sharedStrings_;
-    /// The class names among what has a number; empty for an object or a C string.
+    /// The names of numbered classes. Empty entries are objects and C strings.
     std::vector<std::string> numbered_;
 };
 

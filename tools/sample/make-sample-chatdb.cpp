@@ -50,7 +50,7 @@ std::string dateComplaint(const std::string& text) {
     if (!date) {
         return text + " is not an ISO 8601 time with a zone";
     }
-    // Nanoseconds since 2001 reach to the year 2293.
+    // 64 bits of nanoseconds since 2001 overflow in the year 2293.
     const auto year =
         std::chrono::year_month_day(std::chrono::floor<std::chrono::days>(*date)).year();
     return year > std::chrono::year(2001) && year < std::chrono::year(2290)
@@ -64,7 +64,7 @@ void declareOptions(CLI::App& app, Arguments& arguments) {
     const CLI::Range share(0.0, 1.0);
     constexpr std::int64_t mostMessages = 100'000'000;
 
-    app.add_option("OUTPUT", arguments.path, "The database file; missing folders are made")
+    app.add_option("OUTPUT", arguments.path, "The database file; missing folders are created")
         ->required();
     auto* messages = app.add_option("--messages", options.messageCount, "Number of messages")
                          ->check(CLI::Range(std::int64_t{0}, mostMessages))
@@ -72,9 +72,9 @@ void declareOptions(CLI::App& app, Arguments& arguments) {
     auto* chats = app.add_option(
                          "--chats",
                          arguments.chatCount,
-                         "Number of chats; by default one for 500 messages, from 12 to 2000")
+                         "Number of chats; by default one per 500 messages, from 12 to 2000")
                       ->check(CLI::Range(1, SampleConversations::maximumChatCount));
-    app.add_option("--seed", content.seed, "The same seed and options make the same content")
+    app.add_option("--seed", content.seed, "The same seed and options give the same content")
         ->capture_default_str();
     app.add_option(
            "--end",
@@ -82,7 +82,8 @@ void declareOptions(CLI::App& app, Arguments& arguments) {
            "Time of the newest message, such as 2025-03-01T12:00:00Z (the default), or \"now\"")
         ->check(CLI::Validator(dateComplaint, "TIME"));
     auto* span =
-        app.add_option("--span", arguments.spanDays, "The messages are spread over so many days")
+        app.add_option(
+               "--span", arguments.spanDays, "Days between the oldest and the newest message")
             ->check(CLI::Range(1, 20'000))
             ->capture_default_str();
 
@@ -105,8 +106,8 @@ void declareOptions(CLI::App& app, Arguments& arguments) {
     app.add_option(
            "--nasty",
            content.nastyShare,
-           "Share of rows with ill-formed text, a cut archive, no date and the like; unless it is "
-           "0, the first rows hold one of each")
+           "Share of malformed rows, such as ill-formed text, a truncated archive or no date; "
+           "unless it is 0, the first rows contain one of each")
         ->check(share)
         ->capture_default_str();
     auto* without =
@@ -118,9 +119,9 @@ void declareOptions(CLI::App& app, Arguments& arguments) {
     app.add_flag(
         "--keep-wal,!--no-wal",
         options.keepsLog,
-        "Leave the newest rows in a write-ahead log beside the file, as a running Messages does "
-        "(the default), or leave no log");
-    auto* force = app.add_flag("--force", options.overwrites, "Replace a file that exists");
+        "Leave the newest rows in a write-ahead log beside the file (the default), as Messages "
+        "does while it runs, or leave no log");
+    auto* force = app.add_flag("--force", options.overwrites, "Replace an existing file");
 
     auto* knownHandles = app.add_option(
         "--known-handles-out",
@@ -131,16 +132,16 @@ void declareOptions(CLI::App& app, Arguments& arguments) {
     auto* append = app.add_option(
                           "--append",
                           arguments.appendedCount,
-                          "Add so many newer messages to a sample made with the same seed; a "
-                          "minute apart, or spread up to --end")
+                          "Add this number of newer messages to a sample made with the same "
+                          "seed, one minute apart or spread up to --end")
                        ->check(CLI::Range(std::int64_t{1}, mostMessages));
     for (auto* option : {messages, chats, span, without, force, knownHandles, addressBook}) {
         append->excludes(option);
     }
 }
 
-/// Shows how far it is, once it takes long and somebody looks.
-SampleMessagesDatabase::Progress progressOnTerminal(std::int64_t total) {
+/// Prints progress after one second, if standard error is a terminal.
+WriteProgress progressOnTerminal(std::int64_t total) {
     if (isatty(STDERR_FILENO) == 0) {
         return {};
     }
@@ -198,7 +199,7 @@ SampleMessagesDatabase::Summary append(const Arguments& arguments) {
 }
 
 int run(int argc, char** argv) {
-    CLI::App app("Makes a Messages database filled with invented chats.", "make-sample-chatdb");
+    CLI::App app("Creates a Messages database with invented chats.", "make-sample-chatdb");
     Arguments arguments;
     declareOptions(app, arguments);
     try {
