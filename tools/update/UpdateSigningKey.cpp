@@ -37,7 +37,7 @@ using File = std::unique_ptr<std::FILE, Release>;
 template <std::size_t size>
 using Bytes = std::array<unsigned char, size>;
 
-/// Without the final zero that OpenSSL adds.
+/// Without the terminating zero that OpenSSL appends.
 constexpr std::size_t encodedSize(std::size_t size) {
     return (size + 2) / 3 * 4;
 }
@@ -61,17 +61,17 @@ std::optional<Bytes<size>> decoded(std::string_view text) {
     }
     Bytes<size> bytes{};
     std::copy_n(padded.begin(), size, bytes.begin());
-    // Only one text is that of these bytes.
+    // Refuse other encodings of the same bytes.
     return encoded(bytes) == text ? std::optional(bytes) : std::nullopt;
 }
 
-void check(bool isDone, const char* what) {
-    if (!isDone) {
-        throw std::runtime_error(what);
+void check(bool holds, const char* message) {
+    if (!holds) {
+        throw std::runtime_error(message);
     }
 }
 
-/// Who writes no password is asked for none.
+/// OpenSSL's default would ask for the password at the terminal.
 int noPassword(char*, int, int, void*) {
     return -1;
 }
@@ -79,7 +79,7 @@ int noPassword(char*, int, int, void*) {
 } // namespace
 
 UpdateSigningKey::UpdateSigningKey(evp_pkey_st* key) : key_(key, EVP_PKEY_free) {
-    check(key != nullptr, "OpenSSL could not make a key.");
+    check(key != nullptr, "OpenSSL could not create a key.");
 }
 
 UpdateSigningKey UpdateSigningKey::generate() {
@@ -98,16 +98,16 @@ UpdateSigningKey UpdateSigningKey::load(const std::filesystem::path& file) {
         "The private key can be read by other users: make it mode 600.");
     EVP_PKEY* const key = PEM_read_PrivateKey(stream.get(), nullptr, noPassword, nullptr);
     ERR_clear_error();
-    check(key != nullptr, "The file holds no private key without a password.");
+    check(key != nullptr, "The file contains no private key without a password.");
     UpdateSigningKey loaded(key);
-    check(EVP_PKEY_is_a(key, "ED25519") == 1, "The private key is no Ed25519 key.");
+    check(EVP_PKEY_is_a(key, "ED25519") == 1, "The private key is not an Ed25519 key.");
     return loaded;
 }
 
 void UpdateSigningKey::save(const std::filesystem::path& file) const {
     FileDescriptor descriptor(open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (!descriptor.isOpen()) {
-        throw PlatformError::fromErrno(errno, "Could not make " + file.string());
+        throw PlatformError::fromErrno(errno, "Could not create " + file.string());
     }
     const File stream(fdopen(descriptor.get(), "w"));
     static_cast<void>(descriptor.release());
@@ -128,7 +128,7 @@ std::string UpdateSigningKey::publicKey() const {
     std::size_t size = bytes.size();
     check(
         EVP_PKEY_get_raw_public_key(key_.get(), bytes.data(), &size) == 1,
-        "OpenSSL could not give the public key.");
+        "OpenSSL could not export the public key.");
     return encoded(bytes);
 }
 

@@ -10,16 +10,17 @@ struct evp_pkey_st;
 
 namespace orvel {
 
-/// The private Ed25519 key of whoever publishes updates. Kept as PEM, so that other programs read
-/// it, too. Signatures and public keys are Base64.
+/// The private Ed25519 key that signs updates. Stored as PEM, which other programs can read.
+/// Signatures and public keys are Base64.
 class UpdateSigningKey final {
 public:
     [[nodiscard]] static UpdateSigningKey generate();
-    /// Throws `std::runtime_error` when the file has no such key, or when others than its owner can
-    /// read it, and `tavrin::PlatformError` when it cannot be read.
+    /// Throws `std::runtime_error` if the file contains no such key or other users can read it, and
+    /// `tavrin::PlatformError` if it cannot be read.
     [[nodiscard]] static UpdateSigningKey load(const std::filesystem::path& file);
 
-    /// Into a new file, for its owner only. Throws `tavrin::PlatformError`, also when there is one.
+    /// Writes a new file that only the owner can read. Throws `tavrin::PlatformError`, also if the
+    /// file exists.
     void save(const std::filesystem::path& file) const;
 
     [[nodiscard]] std::string publicKey() const;
@@ -31,7 +32,8 @@ private:
     std::shared_ptr<evp_pkey_st> key_;
 };
 
-/// Whether that public key's owner signed exactly that; false for garbled keys and signatures.
+/// Whether the signature was made for exactly this content with the key's private half. False for
+/// malformed keys and signatures.
 [[nodiscard]] bool
 isSignedUpdate(std::string_view publicKey, std::string_view signature, std::string_view content);
 

@@ -73,7 +73,7 @@ std::string escaped(std::string_view text) {
     return result;
 }
 
-/// What the agent can compare; its own check is the strict one.
+/// Accepts the versions that the agent can compare. The agent's own check is stricter.
 std::string versionComplaint(const std::string& text) {
     const auto isDigit = [](char character) {
         return character >= '0' && character <= '9';
@@ -170,7 +170,7 @@ void declareOptions(CLI::App& app, Arguments& arguments) {
         app.add_option(
                "--generate-keys",
                arguments.newKeyFile,
-               "Make a key pair: write the private key to a new file, print the public key")
+               "Generate a key pair: write the private key to a new file, print the public key")
             ->type_name("FILE")
             ->excludes(update);
     auto* key = app.add_option(
@@ -185,23 +185,26 @@ void declareOptions(CLI::App& app, Arguments& arguments) {
                           "Check UPDATE against this signature instead of signing it")
                        ->type_name("SIGNATURE")
                        ->needs(update);
-    app.add_option("--public-key", arguments.publicKey, "With --verify: the key, in place of --key")
+    app.add_option(
+           "--public-key", arguments.publicKey, "With --verify: the public key, instead of --key")
         ->type_name("KEY")
         ->needs(verify)
         ->excludes(key);
 
     auto* writesItem =
-        app.add_flag("--item", arguments.writesItem, "Print a whole item for the update feed")
+        app.add_flag("--item", arguments.writesItem, "Print a complete item for the update feed")
             ->needs(update)
             ->excludes(verify);
-    app.add_option("--version", arguments.version, "By which the agent compares, such as 1.2.0")
+    app.add_option(
+           "--version", arguments.version, "The version that the agent compares, such as 1.2.0")
         ->type_name("VERSION")
         ->check(CLI::Validator(versionComplaint, ""))
         ->needs(writesItem);
-    app.add_option("--short-version", arguments.shortVersion, "For the user, if it differs")
+    app.add_option(
+           "--short-version", arguments.shortVersion, "The version shown to the user, if different")
         ->type_name("TEXT")
         ->needs(writesItem);
-    app.add_option("--url", arguments.url, "Where the update can be loaded from")
+    app.add_option("--url", arguments.url, "The download address of the update")
         ->type_name("URL")
         ->check(CLI::Validator(urlComplaint, ""))
         ->needs(writesItem);
@@ -210,27 +213,27 @@ void declareOptions(CLI::App& app, Arguments& arguments) {
         ->check(CLI::ExistingFile.description(""))
         ->needs(writesItem);
     app.add_option(
-           "--type", arguments.type, "MIME type; by the name of an .AppImage or a .deb file")
+           "--type", arguments.type, "MIME type; by default that of an .AppImage or .deb file")
         ->type_name("TYPE")
         ->needs(writesItem);
     app.add_option(
-           "--arch", arguments.architecture, "As uname -m says it; by default this machine's")
+           "--arch", arguments.architecture, "The output of uname -m; by default this machine's")
         ->type_name("ARCH")
         ->needs(writesItem);
     app.add_option(
            "--minimum-system-version",
            arguments.minimumSystemVersion,
-           "The oldest C library that it runs with, such as 2.36")
+           "The oldest C library that the update runs with, such as 2.36")
         ->type_name("VERSION")
         ->check(CLI::Validator(versionComplaint, ""))
         ->needs(writesItem);
-    app.add_option("--channel", arguments.channel, "Only for those who take part in it")
+    app.add_option("--channel", arguments.channel, "Offer the update on this channel only")
         ->type_name("NAME")
         ->needs(writesItem);
 }
 
-/// Throws `CLI::ParseError` for what the options alone cannot say.
-void complete(Arguments& arguments) {
+/// Checks combinations of options and fills in defaults. Throws `CLI::ParseError`.
+void checkAndComplete(Arguments& arguments) {
     if (arguments.newKeyFile.empty() && arguments.keyFile.empty() && arguments.publicKey.empty()) {
         throw CLI::RequiredError("One of --generate-keys, --key and --public-key");
     }
@@ -243,7 +246,7 @@ void complete(Arguments& arguments) {
     if (arguments.type.empty()) {
         arguments.type = typeOf(arguments.updateFile);
         if (arguments.type.empty()) {
-            throw CLI::RequiredError("With a file of another name, --type");
+            throw CLI::RequiredError("For other file extensions, --type");
         }
     }
     if (arguments.architecture.empty()) {
@@ -254,17 +257,16 @@ void complete(Arguments& arguments) {
 } // namespace
 
 int main(int argc, char** argv) {
-    CLI::App app(
-        "Signs updates of the agent with Ed25519, so that it installs them.", "sign-update");
+    CLI::App app("Signs updates of the agent with Ed25519.", "sign-update");
     app.footer(
-        "Keep the private key where no build and no server can read it. The public key goes into\n"
-        "the build as ORVEL_UPDATE_PUBLIC_KEY.\n\n"
-        "Exit status: 0 done, 1 failed or not validly signed, 2 usage.");
+        "Keep the private key where no build and no server can read it. Set the public key in the\n"
+        "build as ORVEL_UPDATE_PUBLIC_KEY.\n\n"
+        "Exit status: 0 success, 1 failure or invalid signature, 2 wrong usage.");
     Arguments arguments;
     declareOptions(app, arguments);
     try {
         app.parse(argc, argv);
-        complete(arguments);
+        checkAndComplete(arguments);
     } catch (const CLI::Success& success) {
         return app.exit(success);
     } catch (const CLI::ParseError& error) {

@@ -151,7 +151,7 @@ TEST_F(SignUpdateTest, AFileThatIsNoKeyIsRefused) {
         write(keyFile_, content);
         const Finished signing = run({"--key", keyFile_, update_});
         EXPECT_EQ(signing.status, 1) << content;
-        EXPECT_THAT(signing.errors, HasSubstr("holds no private key")) << content;
+        EXPECT_THAT(signing.errors, HasSubstr("contains no private key")) << content;
     }
     EXPECT_EQ(run({"--key", folder_ / "missing", update_}).status, 1);
 }
