@@ -9,27 +9,27 @@
 
 namespace orvel::bench {
 
-/// One measured line: a figure, the floor it was measured against in the same run, and the target.
+/// A row of the table: the measured value, the reference value of the same run, and the target.
 struct Line {
     std::string what;
     std::string measured;
     std::string floor;
-    /// Measured ÷ floor, or the figure itself where the target is absolute.
+    /// Measured ÷ reference, or the measured value if the target is absolute.
     double value = 0;
     double target = 0;
     std::string unit;
 };
 
-/// The lines as a table of the Markdown kind.
+/// The rows as a Markdown table.
 [[nodiscard]] std::string table(const std::vector<Line>& lines);
 
 [[nodiscard]] double median(std::vector<double> values);
 
-/// Processor, cores, memory, file system of the directory, kernel, compiler and libraries.
+/// CPU, threads, memory, operating system, file system of the directory, compiler and libraries.
 [[nodiscard]] std::string machineDescription(const std::filesystem::path& directory);
 
-/// Replaces what stands between the two marker lines of that name in the document. Throws
-/// `std::runtime_error` when they are not there.
+/// Replaces the text between the two markers with that name in the document. Throws
+/// `std::runtime_error` if the markers are missing.
 void writeFigures(
     const std::filesystem::path& document, std::string_view name, const std::string& figures);
 

@@ -73,7 +73,7 @@ ChildUsage ChildProcess::wait() {
 ChildUsage runProgram(const std::vector<std::string>& arguments) {
     ChildProcess process(arguments);
     while (!process.readLine().empty()) {
-        // Its words are not wanted, but a full pipe would stop it.
+        // Discard the output: the program would block on a full pipe.
     }
     const ChildUsage usage = process.wait();
     if (usage.status != 0) {

@@ -9,27 +9,27 @@
 
 namespace orvel::bench {
 
-/// What a process cost that has ended.
+/// The resource usage of an exited process.
 struct ChildUsage {
     int status = 0;
     std::int64_t peakKibibytes = 0;
 };
 
-/// A program started from here, with its standard output readable. Ended by SIGTERM when destroyed.
+/// A running program with readable standard output. The destructor ends it with SIGTERM.
 class ChildProcess final {
 public:
-    /// Throws `std::system_error` when it cannot be started.
+    /// Throws `std::system_error` if the program cannot be started.
     explicit ChildProcess(const std::vector<std::string>& arguments);
     ~ChildProcess();
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
-    /// The next line of its output; empty at the end.
+    /// The next line of output, or empty at its end.
     [[nodiscard]] std::string readLine();
 
     [[nodiscard]] pid_t pid() const { return pid_; }
 
-    /// Waits for its end.
+    /// Waits until the program exits.
     ChildUsage wait();
 
 private:
@@ -37,7 +37,7 @@ private:
     int output_ = -1;
 };
 
-/// Runs the program to its end. Throws `std::runtime_error` when its status is not 0.
+/// Runs the program until it exits. Throws `std::runtime_error` unless its status is 0.
 ChildUsage runProgram(const std::vector<std::string>& arguments);
 
 } // namespace orvel::bench

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// What the activity window costs the main thread when the log grows: from the entries of one
-// reading to the painted list, with the list full and 500 entries new, against a frame of 16 ms. In
-// time of the processor, which other programs do not add to.
+// Measures the main thread's CPU time from a batch of log entries to the painted list. The list is
+// full, and 500 entries are new. The target is one frame (16 ms). CPU time is independent of other
+// programs.
 
 #include "OrvelAgent/log/LogReader.h"
 #include "OrvelAgent/ui/log/LogListModel.h"
@@ -33,7 +33,7 @@ constexpr int rounds = 51;
 constexpr int newEntries = 500;
 constexpr double frame = 16;
 
-/// Answers a reading when told to.
+/// Completes a read when `answer()` is called.
 class WaitingLogStore final : public LogStore {
 public:
     void write(LogLevel, std::string_view, std::string_view) override {}
@@ -46,7 +46,7 @@ private:
     std::function<void(Entries)> completion_;
 };
 
-/// Lets each wait end when told to.
+/// Fires its timer when `step()` is called.
 class SteppedClock final : public Clock {
 public:
     [[nodiscard]] tavrin::Date now() const override { return {}; }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// What a scan costs, each time against a floor that is measured in the same run: the loop over
-// SQLite that nothing can undercut, `cp`, or the other end of the database.
+// Measures scans. Each value has a reference from the same run: a bare SQLite loop, `cp`, or the
+// other end of the database.
 
 #include "OrvelAgent/base/Configuration.h"
 #include "OrvelAgent/base/Worker.h"
@@ -53,7 +53,7 @@ double secondsOf(const std::function<void()>& work) {
     return std::chrono::duration<double>(Stopwatch::now() - start).count();
 }
 
-/// Keeps the optimizer from dropping what is only computed.
+/// Keeps the optimizer from removing computations whose result is unused.
 volatile std::uint64_t sink = 0;
 
 MessagesCollector::Options optionsWithBodies() {
@@ -64,7 +64,7 @@ MessagesCollector::Options optionsWithBodies() {
     return options;
 }
 
-/// Names and addresses for every other handle of the database.
+/// An identity index with every second handle of the database.
 std::shared_ptr<const ContactBridge::IdentityIndex> sampleIndex(const fs::path& databasePath) {
     auto index = std::make_shared<ContactBridge::IdentityIndex>();
     tavrin::SQLiteDatabase database(databasePath.string());
@@ -84,8 +84,8 @@ std::shared_ptr<const ContactBridge::IdentityIndex> sampleIndex(const fs::path& 
     return index;
 }
 
-/// The collector's own statement for a walk through history, stepped with nothing but SQLite: every
-/// column is touched, nothing is kept. Gives the number of rows.
+/// Runs the collector's own statement for the whole history with SQLite alone: reads every column
+/// and stores nothing. Returns the number of rows.
 std::int64_t bareLoop(const fs::path& databasePath) {
     constexpr const char* statementText =
         "SELECT m.ROWID, m.guid, m.date, m.is_from_me, m.service, m.cache_has_attachments, m.text, "
@@ -141,7 +141,7 @@ std::int64_t bareLoop(const fs::path& databasePath) {
     return rows;
 }
 
-/// Everything between the database and the network, for all batches. Gives the number of rows.
+/// Runs all steps between database and network for all batches. Returns the number of rows.
 std::int64_t pipeline(
     const fs::path& databasePath,
     const std::shared_ptr<const ContactBridge::IdentityIndex>& index) {
@@ -200,7 +200,7 @@ Line measureEnds(const fs::path& databasePath) {
             cursor = collector.collectBackfill(cursor, options).lowWatermark;
         }
     };
-    // The same number of batches at the oldest end begins that many rows above it.
+    // Start at a row that leaves the same number of batches down to the oldest row.
     std::int64_t oldestStart = 0;
     for (int batch = 0; batch < batchesPerEnd; ++batch) {
         oldestStart = collector.collect(oldestStart, options).highWatermark;
@@ -255,7 +255,7 @@ Line measureSnapshot(const fs::path& databasePath, const fs::path& scratch, Plat
     return line;
 }
 
-/// "Copies" by linking: what is left of a scan is everything but the copy.
+/// Links files instead of copying them, to measure a scan without the copy.
 class LinkingFileCopier final : public tavrin::FileCopier {
 public:
     void copy(const fs::path& source, const fs::path& destination, const tavrin::CancellationToken&)
@@ -264,7 +264,7 @@ public:
     }
 };
 
-/// A service for the length of one measurement, and what a scan against it needs.
+/// Runs the local service during a measurement and provides its URL and certificate.
 class LocalServiceProcess final {
 public:
     LocalServiceProcess(const fs::path& programs, const fs::path& directory)
@@ -303,7 +303,7 @@ QCoro::Task<std::optional<tavrin::Secret>> provideToken() {
     co_return std::optional<tavrin::Secret>(std::string("benchmark"));
 }
 
-/// The agent's services around one database, in this process.
+/// Runs scans with the agent's services in this process.
 class InProcessScan final {
 public:
     InProcessScan(
@@ -485,7 +485,7 @@ fs::path
 sampleDatabase(const fs::path& programs, const fs::path& directory, std::int64_t messages) {
     const fs::path path = directory / fmt::format("sample-{}", messages) / "chat.db";
     if (!fs::exists(path)) {
-        fmt::print(stderr, "Making a sample database of {} messages…\n", messages);
+        fmt::print(stderr, "Creating a sample database of {} messages…\n", messages);
         runProgram(
             {(programs / "make-sample-chatdb").string(),
              path.string(),

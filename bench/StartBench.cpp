@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// What the agent costs a desktop where it does nothing: the time from its start to its icon in the
-// tray, and its memory when it is idle, each against a program that has an icon and nothing else.
+// Measures the time from the agent's start to its tray icon, and the memory of the idle agent. The
+// reference for both is a program that only shows a tray icon.
 
 #include "bench/BenchmarkTable.h"
 #include "bench/ChildProcess.h"
@@ -37,11 +37,10 @@ using Stopwatch = std::chrono::steady_clock;
 
 constexpr int rounds = 41;
 constexpr std::chrono::seconds longestStart(30);
-/// After that, what a start allocates and gives back is over.
+/// Memory is measured when the allocations of the start-up are over.
 constexpr std::chrono::seconds settling(10);
 
-/// The desktop's tray, as far as programs see it. An icon counts as visible when its image has
-/// arrived here.
+/// The tray as seen by programs on the bus. An icon counts as visible once its image has arrived.
 class Tray final : public QObject {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.kde.StatusNotifierWatcher")
@@ -92,7 +91,7 @@ Q_SIGNALS:
     void StatusNotifierHostRegistered();                    // NOLINT: the bus's name
 };
 
-/// In MiB: what this process alone holds.
+/// The private memory of the process in MiB.
 double privateMemory(pid_t pid) {
     std::ifstream file(fmt::format("/proc/{}/smaps_rollup", pid));
     std::string line;
@@ -119,7 +118,7 @@ struct Start {
     double mebibytes = 0;
 };
 
-/// Memory only when the program is to be watched until it is idle.
+/// Measures the memory only with `untilIdle`, which takes longer.
 Start measureStart(Tray& tray, const std::filesystem::path& program, bool untilIdle) {
     QEventLoop loop;
     bool isVisible = false;
@@ -150,8 +149,8 @@ int run(const std::filesystem::path& document) {
     const auto programs =
         std::filesystem::path(QCoreApplication::applicationDirPath().toStdString());
     Tray tray;
-    // As on any desktop, the program is not the display's only client: the server starts anew when
-    // the last one leaves, and the next program would wait for that.
+    // The X server resets when its last client disconnects, which would delay the next program. On
+    // a real desktop there are always other clients.
     const std::unique_ptr<xcb_connection_t, decltype(&xcb_disconnect)> otherClient(
         xcb_connect(nullptr, nullptr), xcb_disconnect);
     if (xcb_connection_has_error(otherClient.get()) != 0) {
@@ -161,7 +160,7 @@ int run(const std::filesystem::path& document) {
     std::vector<double> bare;
     Start idleAgent;
     Start idleBare;
-    // The first round warms the page cache, and is the one whose memory is looked at.
+    // The first round warms the page cache. Only this round measures memory.
     for (int round = 0; round <= rounds; ++round) {
         const Start ofBare = measureStart(tray, programs / "bare-tray", round == 0);
         const Start ofAgent = measureStart(tray, programs / "orvel-agent", round == 0);

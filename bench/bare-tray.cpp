@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// The least that a program with a tray icon costs: what the agent's start is measured against.
+// A minimal program with a tray icon: the reference for the agent's start time and memory.
 
 #include <QApplication>
 #include <QSystemTrayIcon>

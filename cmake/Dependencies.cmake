@@ -2,7 +2,7 @@ find_package(PkgConfig REQUIRED)
 find_package(Threads REQUIRED)
 find_package(SQLite3 REQUIRED)
 find_package(ICU REQUIRED COMPONENTS uc)
-# Linked in: as a shared library it would take longer to load than all that is used of it.
+# Linked statically: loading the shared library would cost more start-up time than it saves.
 set(Boost_USE_STATIC_LIBS ON)
 find_package(boost_json 1.81 CONFIG REQUIRED)
 find_package(CURL REQUIRED)
@@ -12,7 +12,7 @@ find_package(CLI11 REQUIRED)
 find_package(Qt6 6.4 REQUIRED COMPONENTS Core Svg Test Widgets)
 find_package(QCoro6 0.8 REQUIRED COMPONENTS Core)
 pkg_check_modules(Plist REQUIRED IMPORTED_TARGET libplist-2.0)
-# As its own project installs it, or as Debian does, which leaves the CMake configuration out.
+# Upstream installs a CMake configuration, Debian only a pkg-config file.
 find_package(httplib CONFIG QUIET COMPONENTS OpenSSL)
 if(NOT httplib_FOUND)
   pkg_check_modules(Httplib REQUIRED IMPORTED_TARGET cpp-httplib)
@@ -20,7 +20,7 @@ if(NOT httplib_FOUND)
 endif()
 
 if(NOT APPLE)
-  # What the ports are implemented with, where the system does not have it all.
+  # The ports need these where the operating system lacks the functions.
   find_package(EXPAT REQUIRED)
   find_package(spdlog REQUIRED)
   find_package(Qt6 6.4 REQUIRED COMPONENTS DBus)

@@ -1,12 +1,12 @@
 # SPDX-License-Identifier: Apache-2.0
 #
-# Writes the CTest tests of a GoogleTest program to OUTPUT, one for each of its suites: a program
-# that starts under the sanitizers takes longer than most cases. Run by orvel_add_tests after the
-# program PROGRAM is linked; NAME is the tests' prefix. Cases that are disabled are for running by
-# hand, and suites of nothing else are no tests. A suite that skips a case shows as skipped, unless
-# one of its cases fails: CTest lets a skip outweigh a failure, so only the output's end counts,
-# which lists what was skipped and, after that, what has failed. Suites that need root have the
-# prefix "root." before NAME.
+# Writes a CTest script to OUTPUT with one test per suite of the GoogleTest program PROGRAM. One
+# test per case would be slower: under the sanitizers, starting the program takes longer than most
+# cases. orvel_add_tests runs this after linking. NAME is the prefix of the tests. Disabled cases
+# are left out. A suite with a skipped case shows as skipped, unless another case fails. CTest would
+# let the skip hide the failure, so the expression matches only if the output ends with a skipped
+# case: GoogleTest lists failed cases after those.
+# Suites that need root have the prefix "root." before NAME.
 cmake_minimum_required(VERSION 3.25)
 
 set(listing ${OUTPUT}.json)

@@ -1,4 +1,5 @@
-# The deployment values as INFO_…, for the information property lists, which are XML.
+# Defines INFO_… variables: the deployment values, escaped for the XML of information property
+# lists.
 foreach(
   value
   BUNDLE_IDENTIFIER

@@ -5,13 +5,13 @@ if(ORVEL_SANITIZE)
                       -fno-omit-frame-pointer)
   add_link_options(-fsanitize=address,undefined)
   if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
-    # Coroutines do not assemble with the function checks of clang 14.
+    # clang 14 cannot assemble coroutines with the function checks.
     add_compile_options(-fno-sanitize=function)
   endif()
 endif()
 
 if(ORVEL_BUILD_FUZZERS)
-  # What is fuzzed must report the ways it takes.
+  # libFuzzer needs coverage data from the code under test.
   add_compile_options(-fsanitize=fuzzer-no-link)
   add_link_options(-fsanitize=fuzzer-no-link)
 endif()

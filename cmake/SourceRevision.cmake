@@ -1,9 +1,9 @@
-# Run by the build: writes the name of the source revision to OUTPUT, but only when it is another
-# one, so that nothing is compiled again without need. A REVISION that is given stands; it is for
-# those who build from an archive.
+# Run by the build: writes the name of the source revision to OUTPUT. An unchanged name leaves the
+# file untouched, so that nothing is recompiled. A given REVISION has precedence; builds from an
+# archive need it.
 if(NOT REVISION)
   set(REVISION unknown)
-  # Nothing of a repository that only surrounds this folder.
+  # Do not use the revision of an enclosing repository.
   if(EXISTS ${SOURCE_DIR}/.git)
     # The tree may be another user's: only a name is read from it.
     execute_process(

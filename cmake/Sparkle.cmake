@@ -1,4 +1,4 @@
-# Sparkle as its project publishes it, or as it lies on this machine already.
+# Sparkle, either its published release or a local copy.
 set(ORVEL_SPARKLE_FRAMEWORK
     ""
     CACHE PATH "Sparkle.framework, version 2.2 or later; downloaded when empty")
@@ -19,5 +19,5 @@ add_library(Sparkle INTERFACE)
 target_compile_options(Sparkle INTERFACE "SHELL:-iframework \"${sparkle_folder}\"")
 target_link_options(Sparkle INTERFACE "-F${sparkle_folder}")
 target_link_libraries(Sparkle INTERFACE "-framework Sparkle")
-# Where programs find it until they are installed.
+# Lets programs find the framework in the build tree.
 list(APPEND CMAKE_BUILD_RPATH ${sparkle_folder})

@@ -1,6 +1,6 @@
 add_library(orvel_warnings INTERFACE)
-# What GCC 12 says about the memory of strings once it has optimized is false, and changes with what
-# it has inlined. What there is of such mistakes, the sanitizers find.
+# GCC 12 reports false positives for std::string in optimized builds, which vary with inlining. The
+# sanitizers find the real errors of these kinds.
 set(optimizedGCC $<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release,RelWithDebInfo>>)
 target_compile_options(
   orvel_warnings

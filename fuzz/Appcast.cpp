@@ -38,7 +38,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             checkOffer(*offer, criteria);
         }
     } catch (const UpdateError&) {
-        // What is no feed must be refused with this error and no other.
+        // An invalid feed must be refused with this error type only.
     }
     return 0;
 }

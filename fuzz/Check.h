@@ -3,7 +3,7 @@
 
 #include <cstdlib>
 
-/// Ends the program, which is how a fuzzer learns of a broken promise.
+/// Aborts if the condition does not hold, which a fuzzer reports as a crash.
 inline void check(bool holds) {
     if (!holds) {
         std::abort();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Runs a fuzz target over the files of a folder.
+// Runs a fuzz target on each file of a folder.
 
 #include <cstdint>
 #include <cstdio>
@@ -20,7 +20,8 @@ int main(int argc, char** argv) {
     for (const auto& entry : std::filesystem::directory_iterator(argv[1])) {
         std::ifstream file(entry.path(), std::ios::binary);
         std::vector<std::uint8_t> bytes(std::istreambuf_iterator<char>(file), {});
-        // Of exactly the file's size, so that reading past its end is noticed.
+        // Shrink the allocation to the file's size, so that the sanitizer detects reading past the
+        // end.
         bytes.shrink_to_fit();
         std::printf("%s\n", entry.path().filename().c_str());
         std::fflush(stdout);

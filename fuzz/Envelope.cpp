@@ -19,7 +19,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         check(ack->error == record->error && ack->code == digest->code);
         check(ack->ok == receipt->ok);
     }
-    // A record is the one value that also goes the other way.
+    // Records are also encoded, so check the round trip.
     if (record && record->data) {
         check(
             boost::json::value_to<tavrin::MessageRecord>(boost::json::value_from(*record->data)) ==

@@ -12,7 +12,7 @@ using namespace tavrin;
 
 namespace {
 
-/// Classifies without any shorter way for ASCII.
+/// Classifies without the fast path for ASCII.
 Handle classifiedByUnicodeRules(const std::string& text) {
     const std::string_view trimmed = unicode_rules::trimmed(text);
     if (trimmed.find('@') != std::string_view::npos) {

@@ -9,7 +9,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     try {
         static_cast<void>(orvel::PlistBundle::parse({reinterpret_cast<const char*>(data), size}));
     } catch (const tavrin::PlatformError&) {
-        // What is no property list must be refused with this error and no other.
+        // An invalid property list must be refused with this error type only.
     }
     return 0;
 }
