@@ -1,4 +1,4 @@
-# For the installed entry, what desktopEntryValue() and desktopEntryCommand() give for the agent's.
+# The same escaping as desktopEntryValue() and desktopEntryCommand() in the agent.
 
 function(desktop_entry_value text result)
   string(REPLACE [[\]] [[\\]] value "${text}")
@@ -12,7 +12,7 @@ function(desktop_entry_command program result)
     set(command "\"${command}\"")
   endif()
   if(program MATCHES "%")
-    # GLib looks for the program before it reads "%%" as one character.
+    # GLib searches for the program before it unescapes "%%", so a shell must start it.
     string(REPLACE "%" "%%" command "${command}")
     set(shell [[/bin/sh -c "exec \"\$0\" \"\$@\""]])
     set(command "${shell} ${command}")

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""That the macOS application's property lists say what they have to, and that its disk image is
-made, signed and notarized in the right order, by tools that only take notes.
+"""Checks the macOS application's property lists, and that the scripts build, sign and notarize its
+disk image in the right order. Fake tools record their calls.
 
 usage: macos_bundle_test.py INFO_PLIST SOURCE_DIR VERSION
 """
@@ -20,7 +20,7 @@ VERSION = sys.argv[3]
 PACKAGING = os.path.join(SOURCE, "packaging", "macos")
 APP = "Orvel Agent.app"
 
-# A tool writes its name and arguments into the log, and then does its part.
+# A fake tool logs its name and arguments, then does the part that the scripts rely on.
 TOOL = """#!/usr/bin/env bash
 printf '%s' "$(basename "$0")" >>"$TOOL_LOG"
 printf ' <%s>' "$@" >>"$TOOL_LOG"
@@ -58,7 +58,7 @@ touch "$1/Contents/Frameworks/libfmt.dylib"
 echo "$DEPLOYMENT" >&2
 """
 
-# Every binary is linked with itself, a library of the bundle, one of the system, and one more.
+# Each binary is linked with itself, a library of the bundle, one of the system, and one more.
 OTOOL = r"""
 case $1 in
     -D) printf '%s:\n/opt/homebrew/lib/identity.dylib\n' "$2" ;;
@@ -117,13 +117,13 @@ class PropertyListsTest(unittest.TestCase):
         with open(os.path.join(PACKAGING, "OrvelAgent.entitlements"), "rb") as file:
             self.entitlements_text = file.read()
 
-    def test_the_application_is_an_accessory_one(self):
+    def test_the_application_has_no_dock_icon(self):
         self.assertIs(self.info["LSUIElement"], True)
 
-    def test_the_user_learns_why_contacts_are_read(self):
+    def test_the_use_of_contacts_is_explained(self):
         self.assertTrue(self.info["NSContactsUsageDescription"].endswith("."))
 
-    def test_the_scheme_is_the_one_that_sign_in_waits_for(self):
+    def test_the_url_scheme_is_that_of_the_sign_in(self):
         schemes = [scheme for kind in self.info["CFBundleURLTypes"]
                    for scheme in kind["CFBundleURLSchemes"]]
         source = os.path.join(SOURCE, "OrvelAgent", "account", "DeviceAuth.cpp")
@@ -136,7 +136,7 @@ class PropertyListsTest(unittest.TestCase):
             self.assertIsInstance(self.info[key], str)
         self.assertIs(self.info["SUEnableAutomaticChecks"], True)
 
-    def test_the_oldest_system_is_the_one_that_is_compiled_for(self):
+    def test_the_minimum_system_is_the_deployment_target(self):
         for path, pattern in {"tools/dev/check-macos": r"-target arm64-apple-macos(\S+)",
                               "packaging/macos/install-dependencies":
                                   r"CMAKE_OSX_DEPLOYMENT_TARGET=(\S+)"}.items():
@@ -148,18 +148,18 @@ class PropertyListsTest(unittest.TestCase):
         self.assertEqual(self.info["CFBundleShortVersionString"], VERSION)
         self.assertEqual(self.info["CFBundleVersion"], VERSION)
 
-    def test_it_has_every_value_that_the_agent_reads_elsewhere(self):
+    def test_it_has_all_values_of_the_linux_property_list(self):
         with open(os.path.join(SOURCE, "resources", "Info.plist.in"), encoding="utf-8") as file:
             keys = re.findall(r"<key>(.*)</key>", file.read())
         self.assertEqual([key for key in keys if key not in self.info], [])
 
-    def test_it_may_read_contacts_and_is_not_in_the_sandbox(self):
+    def test_it_can_read_contacts_and_is_not_sandboxed(self):
         entitlements = plistlib.loads(self.entitlements_text)
         self.assertIs(entitlements["com.apple.security.personal-information.addressbook"], True)
         self.assertNotIn("com.apple.security.app-sandbox", entitlements)
 
     def test_entitlements_have_no_comment(self):
-        # The kernel's parser takes none.
+        # The kernel's parser rejects comments.
         self.assertNotIn(b"<!--", self.entitlements_text)
 
 
@@ -213,35 +213,35 @@ class MakeDmgTest(ScriptTest):
     def assert_refused(self, result, words):
         self.assertEqual(result.returncode, 2)
         self.assertIn(words, result.stderr)
-        self.assertFalse(os.path.exists(self.log), "something was begun")
+        self.assertFalse(os.path.exists(self.log), "a tool was called")
 
-    def test_help_names_every_variable_that_is_read(self):
+    def test_help_names_every_environment_variable(self):
         text = self.run_script("make-dmg", "--help").stdout
         with open(os.path.join(PACKAGING, "make-dmg"), encoding="utf-8") as file:
             for name in sorted(set(re.findall(r"\bORVEL_[A-Z_]+", file.read()))
                                - {"ORVEL_BUILD_TESTS"}):
                 self.assertIn(name, text)
 
-    def test_nothing_is_begun_without_a_signing_identity(self):
+    def test_a_missing_signing_identity_is_refused(self):
         self.assert_refused(self.make(), "ORVEL_SIGNING_IDENTITY is not set")
 
-    def test_nothing_is_begun_without_a_way_to_notarize(self):
+    def test_missing_notary_credentials_are_refused(self):
         self.assert_refused(
             self.make(ORVEL_SIGNING_IDENTITY="me", ORVEL_NOTARY_KEY="key.p8"),
             "Neither ORVEL_NOTARY_PROFILE nor ORVEL_NOTARY_KEY_ID is set")
 
-    def test_nothing_is_begun_with_a_key_that_is_not_there(self):
+    def test_an_unreadable_notary_key_is_refused(self):
         self.assert_refused(
             self.make(ORVEL_SIGNING_IDENTITY="me", ORVEL_NOTARY_KEY="/nonexistent/key.p8",
                       ORVEL_NOTARY_KEY_ID="id", ORVEL_NOTARY_ISSUER="issuer"),
             "/nonexistent/key.p8 cannot be read")
 
     @unittest.skipIf(shutil.which("hdiutil"), "a Mac, which has every tool")
-    def test_nothing_is_begun_where_a_tool_is_missing(self):
+    def test_a_missing_tool_is_refused(self):
         os.remove(os.path.join(self.tools, "hdiutil"))
-        self.assert_refused(self.make(**self.signed), "There is no hdiutil here")
+        self.assert_refused(self.make(**self.signed), "hdiutil is missing")
 
-    def test_what_is_inside_is_signed_first(self):
+    def test_inner_code_is_signed_first(self):
         self.assertEqual(self.make(**self.signed).returncode, 0)
         signed = [call.split(" <")[-1].rstrip(">") for call in self.calls("codesign")
                   if "<--sign>" in call]
@@ -276,33 +276,33 @@ class MakeDmgTest(ScriptTest):
              f"notarytool submit OrvelAgent-{VERSION}.dmg",
              f"stapler staple OrvelAgent-{VERSION}.dmg"])
 
-    def test_a_refusal_by_the_notary_ends_it_and_is_explained(self):
+    def test_a_refused_notarization_fails_with_its_log(self):
         result = self.make(**self.signed, VERDICT="Invalid")
         self.assertEqual(result.returncode, 1)
         self.assertIn("the reason", result.stderr)
         self.assertIn("was not notarized", result.stderr)
         self.assertEqual(self.calls("hdiutil"), [])
 
-    def test_the_last_line_is_where_the_image_is(self):
+    def test_the_last_line_is_the_path_of_the_image(self):
         image = self.make(**self.signed).stdout.splitlines()[-1]
         self.assertEqual(image, os.path.join(self.folder, f"image/OrvelAgent-{VERSION}.dmg"))
         self.assertTrue(os.path.exists(image))
 
-    def test_a_volume_that_is_busy_is_tried_again_after_a_pause(self):
+    def test_a_busy_volume_is_retried_after_a_pause(self):
         result = self.make(**self.signed, BUSY="2")
         self.assertEqual(result.returncode, 0, result.stderr)
         self.assertEqual(len(self.calls("hdiutil")), 3)
         self.assertEqual(len(self.calls("sleep")), 2)
         self.assertTrue(os.path.exists(result.stdout.splitlines()[-1]))
 
-    def test_a_volume_that_stays_busy_ends_it(self):
+    def test_a_volume_that_stays_busy_fails(self):
         result = self.make(**self.signed, BUSY="99")
         self.assertEqual(result.returncode, 1)
-        self.assertIn("The disk image could not be made", result.stderr)
+        self.assertIn("Could not create the disk image", result.stderr)
         self.assertEqual(len(self.calls("hdiutil")), 10)
         self.assertEqual([call for call in self.calls("codesign") if call.endswith(".dmg>")], [])
 
-    def test_only_the_plugins_that_are_needed_go_in(self):
+    def test_only_needed_plugins_are_copied(self):
         self.assertEqual(self.make("--unsigned").returncode, 0)
         plugins = os.path.join(self.folder, "image", "stage", APP, "Contents", "PlugIns")
         self.assertEqual(
@@ -311,13 +311,13 @@ class MakeDmgTest(ScriptTest):
             ["platforms/libqcocoa.dylib", "styles/libqmacstyle.dylib"])
         self.assertIn("<-no-plugins>", self.calls("macdeployqt")[0])
 
-    def test_an_error_while_libraries_are_collected_ends_it(self):
+    def test_an_error_while_collecting_libraries_fails(self):
         result = self.make("--unsigned", DEPLOYMENT="ERROR: no file at x")
         self.assertEqual(result.returncode, 1)
         self.assertIn("ERROR: no file at x", result.stdout)
         self.assertEqual(self.calls("hdiutil"), [])
 
-    def test_a_library_that_is_not_in_the_application_ends_it(self):
+    def test_a_library_outside_the_application_fails(self):
         for library in ("/opt/homebrew/lib/libx.dylib", "/usr/local/lib/libx.dylib",
                         "@rpath/libx.dylib", "@executable_path/../Frameworks/libx.dylib",
                         "@loader_path/libx.dylib"):
@@ -327,14 +327,14 @@ class MakeDmgTest(ScriptTest):
                           result.stderr)
             self.assertEqual(self.calls("hdiutil"), [])
 
-    def test_places_outside_the_application_are_not_searched(self):
+    def test_run_paths_outside_the_application_are_removed(self):
         self.assertEqual(self.make("--unsigned").returncode, 0)
         self.assertEqual(
             [re.findall(r"<([^>]*)>", call)[:2] for call in self.calls("install_name_tool")],
             [["-delete_rpath", "@loader_path/../../../../lib"],
              ["-delete_rpath", "/opt/homebrew/lib"]])
 
-    def test_the_oldest_system_is_not_older_than_that_of_any_library(self):
+    def test_the_minimum_system_is_raised_to_that_of_the_libraries(self):
         def replaced():
             return [call for call in self.calls("plutil") if "<-replace>" in call]
 
@@ -344,20 +344,20 @@ class MakeDmgTest(ScriptTest):
         self.assertEqual(self.make("--unsigned", MINOS="13.10").returncode, 0)
         self.assertIn("<LSMinimumSystemVersion> <-string> <13.10>", replaced()[0])
 
-    def test_the_application_is_run_without_anything_of_this_mac(self):
+    def test_the_application_is_run_with_an_empty_environment(self):
         result = self.make("--unsigned")
         self.assertIn("\n--version\n", result.stdout)
         with open(os.path.join(self.folder, "image", "stage", "environment"),
                   encoding="utf-8") as file:
             self.assertNotIn("TMPDIR", file.read())
 
-    def test_unsigned_needs_no_credentials_and_asks_no_notary(self):
+    def test_unsigned_needs_no_credentials_and_no_notary(self):
         self.assertEqual(self.make("--unsigned").returncode, 0)
         self.assertEqual(self.calls("xcrun"), [])
         for call in self.calls("codesign"):
             self.assertNotIn("<--timestamp>", call)
 
-    def test_values_of_the_environment_are_built_in(self):
+    def test_environment_variables_set_build_options(self):
         self.make("--unsigned", ORVEL_API_HOST="api.example.com")
         self.assertIn("<-DORVEL_API_HOST=api.example.com>", self.calls("cmake")[0])
 
@@ -378,7 +378,7 @@ exit "$SHASUM"
 class InstallDependenciesTest(ScriptTest):
     def setUp(self):
         super().setUp()
-        # It installs into the folder that it is in.
+        # The script installs into its own folder.
         self.copy = os.path.join(self.folder, "copy", "packaging", "macos")
         shutil.copytree(PACKAGING, self.copy)
         self.installed = os.path.join(self.folder, "copy", "build", "macos-dependencies")
@@ -391,12 +391,12 @@ class InstallDependenciesTest(ScriptTest):
             [os.path.join(self.copy, "install-dependencies")], text=True, capture_output=True,
             check=False, env=self.environment | {"SHASUM": "0"} | environment)
 
-    def test_tools_that_are_there_are_left_alone(self):
+    def test_existing_tools_are_not_installed(self):
         self.assertEqual(self.install().returncode, 0)
         for tool in ("cmake", "ninja", "pkgconf", "librsvg"):
             self.assertNotIn(f"<{tool}>", self.calls("brew")[0])
 
-    def test_whatever_is_downloaded_is_checked_and_installed_once(self):
+    def test_downloads_are_verified_and_installed_once(self):
         self.assertEqual(self.install().returncode, 0)
         with open(os.path.join(self.folder, "sums"), encoding="utf-8") as file:
             self.assertEqual(len(re.findall(r"^[0-9a-f]{64}  /", file.read(), re.MULTILINE)),
@@ -407,16 +407,16 @@ class InstallDependenciesTest(ScriptTest):
         self.assertEqual(self.install().returncode, 0)
         self.assertEqual(self.calls("curl"), downloads)
 
-    def test_what_is_not_the_same_any_more_is_not_installed(self):
+    def test_a_download_with_a_wrong_checksum_is_not_installed(self):
         result = self.install(SHASUM="1")
         self.assertEqual(result.returncode, 1)
-        self.assertIn("is not what it was", result.stderr)
+        self.assertIn("the checksum of", result.stderr)
         self.assertEqual(self.calls("curl")[1:], [])
         self.assertFalse([call for call in self.calls("cmake") if "<-S>" in call])
 
 
 class MakeIcnsTest(ScriptTest):
-    def test_every_size_is_drawn(self):
+    def test_every_size_is_rendered(self):
         icon = os.path.join(self.folder, "AppIcon.icns")
         self.assertEqual(self.run_script("make-icns", "a.svg", icon).returncode, 0)
         drawn = {(int(size), os.path.basename(name)) for size, name in re.findall(
@@ -431,11 +431,11 @@ class ShellTest(unittest.TestCase):
     scripts = [os.path.join(PACKAGING, name)
                for name in ("install-dependencies", "make-dmg", "make-icns")]
 
-    def test_the_shell_can_read_them(self):
+    def test_the_shell_can_parse_them(self):
         for script in self.scripts:
             subprocess.run(["bash", "-n", script], check=True)
 
-    def test_they_do_without_what_the_shell_of_a_mac_lacks(self):
+    def test_they_use_no_features_that_bash_3_lacks(self):
         for script in self.scripts:
             with open(script, encoding="utf-8") as file:
                 self.assertIsNone(
@@ -443,7 +443,7 @@ class ShellTest(unittest.TestCase):
                               file.read()), script)
 
     @unittest.skipUnless(shutil.which("shellcheck"), "no shellcheck here")
-    def test_shellcheck_has_nothing_to_say(self):
+    def test_shellcheck_finds_nothing(self):
         subprocess.run(["shellcheck", *self.scripts], check=True)
 
 

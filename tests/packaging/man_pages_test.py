@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""That a manual page can be set without a warning and names every option of its program.
+"""Checks that manual pages format without warnings and document every option of their program.
 
 usage: man_pages_test.py PAGE… -- PROGRAM…
 """
@@ -23,7 +23,7 @@ def run(*command):
 
 
 class ManPagesTest(unittest.TestCase):
-    def test_a_page_is_set_without_a_warning(self):
+    def test_a_page_formats_without_warnings(self):
         for page in PAGES:
             with self.subTest(page):
                 self.assertEqual(run("groff", "-man", "-Tutf8", "-ww", "-z", page).stderr, "")
