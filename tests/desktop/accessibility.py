@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Windows and controls as a screen reader has them, through AT-SPI."""
+"""Reads and operates windows through AT-SPI, like a screen reader."""
 
 import os
 import subprocess
@@ -13,7 +13,7 @@ from session import check, wait_for  # noqa: E402
 
 
 def start_bus():
-    """Before the programs that are to be seen. Ends with the session's bus."""
+    """Call it before starting the programs. The bus ends with the session."""
     os.environ["QT_LINUX_ACCESSIBILITY_ALWAYS_ON"] = "1"
     bus = subprocess.Popen(
         ["/usr/libexec/at-spi-bus-launcher", "--launch-immediately"],
@@ -36,8 +36,9 @@ class Application:
         self._process = process
 
     def find(self, role, name, within=None):
-        """The first such node that is showing, or nothing. The name, which may be a function, is
-        its own or that of its label: a combo box bears the name of its choice."""
+        """The first visible node with that role and name, or None. The name is a text or a
+        predicate. It is also compared with the node's label, because a combo box has the name of
+        its current choice."""
         matches = name if callable(name) else lambda text: text == name
         for node in self._nodes(within):
             try:
@@ -46,7 +47,7 @@ class Application:
                         and node.get_state_set().contains(Atspi.StateType.SHOWING)):
                     return node
             except GLib.Error:
-                # Gone since it was listed.
+                # The node was removed after it was listed.
                 pass
         return None
 
@@ -54,31 +55,31 @@ class Application:
         return wait_for(f'the {role} "{name}"', lambda: self.find(role, name, within),
                         self._process)
 
-    def wait_for_end_of(self, role, name):
-        wait_for(f'the end of the {role} "{name}"', lambda: not self.find(role, name),
+    def wait_until_closed(self, role, name):
+        wait_for(f'the {role} "{name}" to close', lambda: not self.find(role, name),
                  self._process)
 
     def centre_of(self, role, name):
-        """Where it is on the screen."""
-        place = self.wait_for(role, name).get_extents(Atspi.CoordType.SCREEN)
-        return place.x + place.width // 2, place.y + place.height // 2
+        """The centre of the node on the screen."""
+        extents = self.wait_for(role, name).get_extents(Atspi.CoordType.SCREEN)
+        return extents.x + extents.width // 2, extents.y + extents.height // 2
 
     def text_of(self, name):
-        """The text of the document of that name, if it is showing."""
+        """The text of the visible document with that name, or None."""
         node = self.find("text", name)
         return node and Atspi.Text.get_text(node, 0, -1)
 
     def press(self, role, name, action=None):
-        """Does the node's first action, or the named one."""
+        """Performs the named action of the node, or else its first one."""
         node = self.wait_for(role, name)
         count = node.get_n_actions()
         names = [node.get_action_name(index) for index in range(count)]
-        check(names, f'the {role} "{name}" can do nothing')
+        check(names, f'the {role} "{name}" has no action')
         node.do_action(names.index(action) if action else 0)
         return node
 
     def describe(self):
-        """Everything that is showing, for when a test fails."""
+        """All visible nodes, for the output of a failed test."""
         lines = []
         for node in self._nodes(None):
             try:

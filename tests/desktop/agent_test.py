@@ -1,13 +1,13 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""The agent as its user has it: click the icon in the tray, read the panel, sign in with the
-browser, choose what is collected, scan again from the beginning, watch the log, read the version
-history, quit, log out while it scans. Afterwards the service has every message once, and nothing is
-left behind.
+"""Uses the agent like a user: clicks the icon in the tray, reads the panel, signs in with the
+browser, changes the settings, scans again from the beginning, watches the log, reads the version
+history, quits, and logs out during a scan. At the end the service has every message once, and no
+temporary file is left.
 
 usage: agent_test.py PROGRAMS_DIRECTORY
 
-Runs in a desktop session of its own (tests/support/private-session) with a display.
+Runs in a private desktop session (tests/support/private-session) with a display.
 """
 
 import contextlib
@@ -26,7 +26,7 @@ from session import (  # noqa: E402
 
 PROGRAMS = os.path.abspath(sys.argv[1])
 SAMPLE_MESSAGES = 300
-# Of these the agent sends every one.
+# The agent sends all of these.
 LATER_MESSAGES = 12
 DATABASE = os.path.join(HOME, "Library", "Messages", "chat.db")
 SETTINGS = os.path.join(os.environ["XDG_CONFIG_HOME"], "orvel-agent", "defaults.conf")
@@ -59,7 +59,7 @@ class Desktop:
 
     @staticmethod
     def _icon_centre():
-        """The agent's one window that is no larger than an icon."""
+        """The centre of the agent's only window with the size of an icon."""
         windows = subprocess.run(
             ["xdotool", "search", "--onlyvisible", "--class", "orvel-agent"],
             stdout=subprocess.PIPE, text=True).stdout.split()
@@ -83,7 +83,7 @@ def screenshot(name):
 
 
 class Agent(accessibility.Application):
-    """The program in the tray. Ends with its `with`, which tells what it showed at a failure."""
+    """The running agent. Leaving its `with` block stops it and, on failure, prints its windows."""
 
     def __init__(self, bundle):
         os.makedirs(AGENT_FILES, exist_ok=True)
@@ -118,12 +118,12 @@ class Agent(accessibility.Application):
         self.process.wait(timeout=LIMIT)
         text = self._logged()
         check(self.process.returncode == 0,
-              f"the agent ended with {self.process.returncode}:\n{text}")
+              f"the agent exited with {self.process.returncode}:\n{text}")
         return text
 
 
 def open_panel(desktop, agent):
-    """It closes whenever another window takes the focus."""
+    """Opens the panel if it is closed: it closes when another window takes the focus."""
     if not agent.find("push button", "Quit"):
         desktop.click_tray_icon()
     return agent.wait_for("push button", "Quit")
@@ -136,7 +136,7 @@ def make_messages(*options):
 
 
 def stored_settings():
-    """What the agent keeps of its user's choices."""
+    """The content of the agent's settings file."""
     with open(SETTINGS) as file:
         return file.read()
 
@@ -151,18 +151,18 @@ def after_later_messages(progress):
 
 
 def choose(agent, picker, choice, stored):
-    """Opens the picker and takes the choice from its list, then waits for it to be kept."""
+    """Selects the choice in the picker and waits until it is stored."""
     xdotool("mousemove", *agent.centre_of("combo box", picker), "click", 1)
     xdotool("mousemove", *agent.centre_of("list item", choice), "click", 1)
     wait_for(f"{picker} to be {stored}", lambda: stored in stored_settings(), agent.process)
 
 
-def see_panel(desktop, agent):
+def check_panel(desktop, agent):
     open_panel(desktop, agent)
     agent.wait_for("label", "Sign in to start collecting.")
     agent.wait_for("label", "No scans yet.")
     screenshot("panel-signed-out")
-    say("the panel tells what to do")
+    say("the panel asks to sign in")
 
 
 def sign_in(desktop, agent, browser):
@@ -190,24 +190,24 @@ def change_settings(desktop, agent):
     agent.wait_for("label", "The next scan starts from the beginning.")
     screenshot("settings-privacy")
     xdotool("key", "Escape")
-    agent.wait_for_end_of("check box", "Start at login")
-    say("both choices are kept, and a re-scan is noted")
+    agent.wait_until_closed("check box", "Start at login")
+    say("both choices are stored, and a re-scan is requested")
 
 
-def be_quiet(agent, service):
-    """Signed in, with no window open, while its loop sleeps."""
-    # What the last window left to do may come in several goes, and a scan may come in between.
+def check_idle_wake_ups(agent, service):
+    """Measures the agent signed in, without windows, while its loop sleeps."""
+    # Repeat: closing a window causes some delayed work, and a scan may happen meanwhile.
     for _ in range(3):
         scans = service.requests(DIGEST_PATH)
         count, waits = wake_ups(agent.process)
-        say(f"{count} wake-ups in 10 s of quiet, with {waits} waits of all threads")
+        say(f"{count} wake-ups in 10 idle seconds, with {waits} waits of all threads")
         if count <= 1 and waits <= 20 and scans == service.requests(DIGEST_PATH):
             break
-    check(count <= 1, f"{count} wake-ups in 10 s of quiet")
-    check(waits <= 20, f"{waits} waits in 10 s of quiet")
+    check(count <= 1, f"{count} wake-ups in 10 idle seconds")
+    check(waits <= 20, f"{waits} waits in 10 idle seconds")
 
 
-def watch_a_scan(desktop, agent, service):
+def check_activity_log(desktop, agent, service):
     open_panel(desktop, agent)
     agent.press("push button", "Settings…")
     agent.press("push button", "Open activity log…")
@@ -230,54 +230,54 @@ def watch_a_scan(desktop, agent, service):
         text=True, timeout=LIMIT).stdout
     check("scan starting (mode=withBodies" in copied, copied)
     check(copied.index("scan starting") < copied.index("scan done"), "newest first")
-    say("the log has followed the scan, was filtered and copied")
+    say("the log shows the scan, and can be filtered and copied")
 
 
-def read_version_history(desktop, agent):
+def check_version_history(desktop, agent):
     open_panel(desktop, agent)
     agent.press("push button", lambda name: name.startswith("Version "))
     agent.wait_for("frame", "Orvel Agent Version History")
     screenshot("version-history")
     xdotool("key", "Escape")
-    agent.wait_for_end_of("frame", "Orvel Agent Version History")
-    say("the version history is a window that Escape closes")
+    agent.wait_until_closed("frame", "Orvel Agent Version History")
+    say("the version history opens, and Escape closes it")
 
 
 def end_during_a_scan(service):
-    """As the end of a session does, with several signals, while the service takes its time."""
+    """Ends the agent with several signals, as a logout does, while the service delays a reply."""
     settings = stored_settings()
     with open(SETTINGS, "w") as file:
         file.write("".join(line for line in settings.splitlines(True)
                            if not line.startswith(PROGRESS_KEYS)))
     uploads = service.requests(INGEST_PATH)
-    service.spoil(INGEST_PATH, fault="delay", delayMilliseconds=LIMIT * 10000)
+    service.script_fault(INGEST_PATH, fault="delay", delayMilliseconds=LIMIT * 10000)
     with Agent(service.bundle) as agent:
         wait_for("an upload", lambda: service.requests(INGEST_PATH) > uploads, agent.process)
         check(len(os.listdir(SNAPSHOTS)) == 1, os.listdir(SNAPSHOTS))
         send_together(agent.process, signal.SIGTERM, signal.SIGHUP)
-        check(agent.finish() == "", "it complains")
+        check(agent.finish() == "", "the agent printed messages")
     check(os.listdir(SNAPSHOTS) == [], "a copy of the database is left")
     check(stored_progress() == set(), stored_settings())
-    say("two signals end a scan, its copy and nothing else")
+    say("two signals end the scan, remove the copy and keep the progress")
 
 
-def go_on(service, progress, records):
-    """Still signed in, and with nothing lost of what was being uploaded."""
+def check_next_start(service, progress, records):
+    """The agent is still signed in and sends the interrupted upload again."""
     with Agent(service.bundle) as agent:
         wait_for("the scan's end", lambda: stored_progress() == progress, agent.process)
         check(service.statistics()["records"] == records, service.statistics())
         agent.process.terminate()
-        check(agent.finish() == "", "it complains")
-    say("the next start has caught up")
+        check(agent.finish() == "", "the agent printed messages")
+    say("the next start sends the missing messages")
 
 
 def scenario(desktop, service, agent, browser):
-    see_panel(desktop, agent)
+    check_panel(desktop, agent)
     sign_in(desktop, agent, browser)
     change_settings(desktop, agent)
-    be_quiet(agent, service)
-    watch_a_scan(desktop, agent, service)
-    read_version_history(desktop, agent)
+    check_idle_wake_ups(agent, service)
+    check_activity_log(desktop, agent, service)
+    check_version_history(desktop, agent)
     open_panel(desktop, agent)
     agent.wait_for("label", lambda text: text.endswith("scanned in the last 24 hours"))
     screenshot("panel")
@@ -285,12 +285,12 @@ def scenario(desktop, service, agent, browser):
     log = agent.finish()
     check(log == "", log)
     check(os.listdir(SNAPSHOTS) == [], "a copy of the database is left")
-    say("it has quit and left nothing behind")
+    say("the agent has quit and left no temporary files")
     progress, records = stored_progress(), service.statistics()["records"]
     make_messages("--append", str(LATER_MESSAGES))
     end_during_a_scan(service)
     check(service.statistics()["records"] == records, service.statistics())
-    go_on(service, after_later_messages(progress), records + LATER_MESSAGES)
+    check_next_start(service, after_later_messages(progress), records + LATER_MESSAGES)
 
 
 def main():

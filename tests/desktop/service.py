@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The local service, and what an agent needs to find it."""
+"""Runs the local service and controls it."""
 
 import json
 import os
@@ -39,8 +39,8 @@ class Service:
     def statistics(self):
         return self._control("stats")
 
-    def spoil(self, path, **fault):
-        """The next request to that path."""
+    def script_fault(self, path, **fault):
+        """Scripts a fault for the next request to that path."""
         self._control("faults", json.dumps({"path": path, **fault}).encode())
 
     def _control(self, name, body=None):

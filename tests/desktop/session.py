@@ -1,7 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
-"""What the tests of a whole desktop share."""
+"""Common parts of the desktop tests."""
 
 import os
+import plistlib
 import re
 import signal
 import subprocess
@@ -10,10 +11,10 @@ import time
 HOME = os.environ["HOME"]
 AGENT_FILES = os.path.join(HOME, "agent")
 LIMIT = 60
-# So many moments without a sign of life are sleep.
-SLEEP = 4
-# Something that sleeps at all does so within that many moments.
-RESTLESS = 400
+# A sample is 50 ms. A process counts as asleep after this many samples without activity.
+SAMPLES_ASLEEP = 4
+# A process that never sleeps in this many samples counts as busy.
+SAMPLES_BUSY = 400
 
 started = time.monotonic()
 
@@ -28,7 +29,8 @@ def check(condition, text):
 
 
 def wait_for(what, condition, process=None):
-    """Polls; the pauses are those of waiting for a process."""
+    """Polls until the condition holds. Fails early if the process exits. Its pauses are waits for a
+    process, not sleeps."""
     pause = subprocess.Popen(["tail", "-f", "/dev/null"]) if process is None else process
     try:
         deadline = time.monotonic() + LIMIT
@@ -36,10 +38,10 @@ def wait_for(what, condition, process=None):
             value = condition()
             if value:
                 return value
-            check(time.monotonic() < deadline, f"waited in vain for {what}")
+            check(time.monotonic() < deadline, f"timed out waiting for {what}")
             try:
                 pause.wait(timeout=0.05)
-                check(process is None, f"{what}: the program ended with {pause.returncode}")
+                check(process is None, f"{what}: the program exited with {pause.returncode}")
             except subprocess.TimeoutExpired:
                 pass
     finally:
@@ -49,7 +51,7 @@ def wait_for(what, condition, process=None):
 
 
 def end(process):
-    """Whatever it takes."""
+    """Terminates the process, and kills it if that takes too long."""
     process.terminate()
     try:
         process.wait(timeout=LIMIT)
@@ -59,30 +61,43 @@ def end(process):
 
 
 def send_together(process, *numbers):
-    """All of the signals come at the same time, and have come when this returns."""
+    """Delivers all signals at once, by stopping the process meanwhile."""
     process.send_signal(signal.SIGSTOP)
-    wait_for("its stop", lambda: os.waitid(
+    wait_for("the process to stop", lambda: os.waitid(
         os.P_PID, process.pid, os.WSTOPPED | os.WNOHANG | os.WNOWAIT))
     for number in numbers:
         process.send_signal(number)
     process.send_signal(signal.SIGCONT)
 
 
+def make_bundle_without_service(path):
+    """A bundle whose service is unreachable, for an agent that stays signed out."""
+    os.makedirs(path)
+    with open(os.path.join(path, "Info.plist"), "wb") as file:
+        plistlib.dump({
+            "CFBundleIdentifier": "app.orvel.OrvelAgent",
+            "CFBundleDisplayName": "Orvel Agent",
+            "CFBundleShortVersionString": "1.0",
+            "CFBundleVersion": "1.0",
+            "API_HOST": "127.0.0.1:1",
+            "WEB_HOST": "127.0.0.1:1"}, file)
+
+
 def waits(pid):
-    """How often each thread of a process has waited for something so far."""
+    """The number of voluntary context switches of each thread so far."""
     counts = {}
     for thread in os.listdir(f"/proc/{pid}/task"):
         try:
             with open(f"/proc/{pid}/task/{thread}/status") as file:
                 status = file.read()
         except (FileNotFoundError, ProcessLookupError):
-            # It has ended since it was listed.
+            # The thread has ended after it was listed.
             continue
         counts[thread] = int(re.search(r"^voluntary_ctxt_switches:\s+(\d+)", status, re.M)[1])
     return counts
 
 
-def waits_in_a_moment(process):
+def waits_after_a_sample(process):
     try:
         process.wait(timeout=0.05)
     except subprocess.TimeoutExpired:
@@ -91,23 +106,23 @@ def waits_in_a_moment(process):
 
 
 def wake_ups(process):
-    """How often a process that has fallen asleep wakes up in ten seconds, and how often its threads
-    wait then. What a wake-up does takes a moment, the longer the busier the machine, in which
-    several threads wait for each other and for the display: all of that is one. What hardly sleeps
-    shows in the second number."""
+    """Waits until the process sleeps. Then counts for ten seconds how often it wakes up, and the
+    waits of all its threads. Activity without sleep in between counts as one wake-up, because on a
+    busy machine threads wait for each other and for the display several times. The number of waits
+    reveals a process that hardly sleeps."""
     before = waits(process.pid)
-    for _ in range(RESTLESS):
-        now = waits_in_a_moment(process)
+    for _ in range(SAMPLES_BUSY):
+        now = waits_after_a_sample(process)
         if now == before:
             break
         before = now
     else:
-        raise AssertionError(f"the process has not slept for any of {RESTLESS} moments")
-    count, total, asleep = 0, 0, SLEEP
+        raise AssertionError(f"the process did not sleep in any of {SAMPLES_BUSY} samples")
+    count, total, asleep = 0, 0, SAMPLES_ASLEEP
     for _ in range(200):
-        now = waits_in_a_moment(process)
+        now = waits_after_a_sample(process)
         is_awake = now != before
-        count += is_awake and asleep >= SLEEP
+        count += is_awake and asleep >= SAMPLES_ASLEEP
         total += sum(number - before.get(thread, 0) for thread, number in now.items())
         asleep = 0 if is_awake else asleep + 1
         before = now
@@ -115,7 +130,7 @@ def wake_ups(process):
 
 
 class Agent:
-    """Runs of orvel-scan, each a process of its own, with their output kept as its log."""
+    """Runs orvel-scan and stores the output of each run in a file."""
 
     def __init__(self, programs, bundle=None):
         self._program = os.path.join(programs, "orvel-scan")
@@ -137,7 +152,7 @@ class Agent:
                 stdout=output, stderr=errors, env=self._environment)
 
     def last_log(self):
-        """What the last run has printed so far."""
+        """The output of the last run so far."""
         with open(self._output) as output, open(self._errors) as errors:
             return output.read() + errors.read()
 

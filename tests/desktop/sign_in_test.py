@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""A whole sign-in as a user has it: the default browser, the page, the hand-over of the scheme by
-the desktop, the keychain, and a scan with the session in a new process. Afterwards no token is in
-any file the agent wrote, in its log, or in the environment of the programs it started.
+"""A complete sign-in: the default browser, the page, the desktop's handler of the URL scheme, the
+keychain, and a scan with the session in a new process. At the end no token is in any file the agent
+wrote, in its log, or in the environment of the programs it started.
 
 usage: sign_in_test.py PROGRAMS_DIRECTORY SOURCE_DIRECTORY
 
-Runs in a desktop session of its own (tests/support/private-session) with a display.
+Runs in a private desktop session (tests/support/private-session) with a display.
 """
 
 import json
@@ -25,7 +25,7 @@ SAMPLE_MESSAGES = 300
 
 
 def choose(browser, sign_in, element):
-    """Clicks the element on the sign-in page, which the agent has just had opened."""
+    """Clicks the element on the sign-in page that the agent has just opened."""
     wait_for("the sign-in page", lambda: browser.find_tab("/link?"), sign_in)
     wait_for("the page's content", lambda: browser.has("#" + element), sign_in)
     browser.click("#" + element)
@@ -37,7 +37,7 @@ def sign_in(browser, agent, element, status):
     choose(browser, process, element)
     result = agent.finish(process, status)
     say(f"signed in with #{element}: {result[0].strip() or result[1].strip().splitlines()[-1]}")
-    # Back to the one empty tab, so that the next page is found by its address.
+    # Close the other tabs, so that the next sign-in page is the only one with its address.
     for tab in browser.tabs():
         if tab != before[0]:
             browser.switch_to(tab)
@@ -69,7 +69,7 @@ def scenario(service, agent, browser):
         check(line in log, log)
     check(service.requests("/api/v1/profile") == 1, "the profile was not loaded once")
 
-    # What follows are new processes, which find the session in the keychain.
+    # The following commands are new processes, which find the session in the keychain.
     output, _ = agent.run("--account")
     check(output == account, output)
 
@@ -95,10 +95,10 @@ def scenario(service, agent, browser):
 
 
 def check_for_tokens():
-    """In the agent's own files and log, in its children's environment, and in the keyring, which
-    must have encrypted what it was given."""
+    """Searches the agent's files and log, its child's environment, and the keyring, which must be
+    encrypted."""
     environment = os.path.join(AGENT_FILES, "environment-of-the-browser")
-    check(os.path.getsize(environment) > 0, "the browser's environment was not kept")
+    check(os.path.getsize(environment) > 0, "the browser's environment was not saved")
     keyring = os.path.join(os.environ["XDG_DATA_HOME"], "keyrings")
     check(os.listdir(keyring), "there is no keyring file")
     search = [os.path.join(SOURCE, "tools", "dev", "find-tokens")]
@@ -106,13 +106,13 @@ def check_for_tokens():
              os.path.join(os.environ["XDG_DATA_HOME"], "applications")]
     found = subprocess.run(search + paths, stdout=subprocess.PIPE, text=True)
     check(found.returncode == 0, "tokens were found:\n" + found.stdout)
-    # The search itself: it finds what is there.
+    # The search must find a planted token.
     planted = os.path.join(HOME, "planted")
     with open(planted, "wb") as file:
         file.write(b"\0orvel-refresh-0123456789\0")
     check(subprocess.run(search + [planted], stdout=subprocess.DEVNULL).returncode == 1,
           "the search finds nothing")
-    say("no token in what the agent wrote: " + " ".join(
+    say("no token in the files of the agent: " + " ".join(
         os.path.relpath(path, HOME) for path in paths))
 
 
@@ -121,7 +121,7 @@ def main():
     service = Service(PROGRAMS)
     profile = os.path.join(HOME, "browser")
     agent = Agent(PROGRAMS, service.bundle)
-    # What the agent's children are given is looked at in the end.
+    # check_for_tokens() searches the environment of the browser that the agent starts.
     webdriver.make_default(profile, os.path.join(AGENT_FILES, "environment-of-the-browser"))
     browser = webdriver.Browser(profile, webdriver.allowing_scheme(service.url))
     say("the desktop is ready")

@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""A keyring that never answers, as one that waits for its user to unlock it: Ctrl+C ends every
-command at once, and none claims that nobody is signed in.
+"""A keyring that never replies, such as one waiting to be unlocked: Ctrl+C ends every command at
+once, and none of them reports that the user is signed out.
 
 usage: silent_keyring_test.py PROGRAMS_DIRECTORY
 
-Runs in a desktop session of its own (tests/support/private-session).
+Runs in a private desktop session (tests/support/private-session).
 """
 
 import os
@@ -21,7 +21,8 @@ PROCESS = os.path.join(HOME, "silent-service.pid")
 
 
 def make_silent_service():
-    """The bus starts it for the first call, which then waits for a name that is never taken."""
+    """Installs a service that the bus starts for the first call. It never takes its name on the bus,
+    so calls wait."""
     services = os.path.join(os.environ["XDG_DATA_HOME"], "dbus-1", "services")
     os.makedirs(services)
     script = os.path.join(HOME, "silent-service.sh")
@@ -52,8 +53,8 @@ def main():
     before = connections()
     for arguments in (["--account"], ["--sign-out"], scan):
         process = agent.start(*arguments)
-        # From inside its event loop, in order to ask the keyring.
-        wait_for("its connection to the bus", lambda: connections() > before, process)
+        # Once connected to the bus, the program is in its event loop and asks the keyring.
+        wait_for("the connection to the bus", lambda: connections() > before, process)
         process.send_signal(signal.SIGINT)
         output, log = agent.finish(process, 128 + signal.SIGINT)
         for claim in ("Not signed in", "Signed out", "You are not signed in"):

@@ -1,44 +1,30 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""The agent as a process of its user's session: one copy, in the tray as soon as there is one, that
-costs next to nothing while it waits and ends cleanly when asked to.
+"""The agent's process: only one instance runs, its icon appears as soon as there is a tray, it
+hardly wakes up while idle, and signals end it cleanly.
 
 usage: single_instance_test.py PROGRAMS_DIRECTORY
 
-Runs in a desktop session of its own (tests/support/private-session) with a display.
+Runs in a private desktop session (tests/support/private-session) with a display.
 """
 
 import os
-import plistlib
 import re
 import signal
 import subprocess
 import sys
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from session import HOME, LIMIT, check, say, send_together, wait_for, wake_ups  # noqa: E402
+from session import (  # noqa: E402
+    HOME, LIMIT, check, make_bundle_without_service, say, send_together, wait_for, wake_ups)
 
 AGENT = os.path.join(os.path.abspath(sys.argv[1]), "orvel-agent")
 BUNDLE = os.path.join(HOME, "bundle")
 TEMPORARY = os.path.join(HOME, "temporary")
 
 
-def make_bundle():
-    """Of an agent whose service is nowhere: nobody is going to sign in."""
-    os.makedirs(BUNDLE)
-    with open(os.path.join(BUNDLE, "Info.plist"), "wb") as file:
-        plistlib.dump({
-            "CFBundleIdentifier": "app.orvel.OrvelAgent",
-            "CFBundleDisplayName": "Orvel Agent",
-            "CFBundleShortVersionString": "1.0",
-            "CFBundleVersion": "1.0",
-            "API_HOST": "127.0.0.1:1",
-            "WEB_HOST": "127.0.0.1:1"}, file)
-    os.makedirs(TEMPORARY)
-
-
 class Terminal:
-    """What has a log to show it."""
+    """A terminal that collects the agent's log."""
 
     def __init__(self):
         self._master, self.slave = os.openpty()
@@ -54,7 +40,7 @@ class Terminal:
 
 
 class Agent:
-    """One copy."""
+    """One started instance."""
 
     started = 0
 
@@ -103,7 +89,7 @@ def windows(title):
     return found.stdout.split()
 
 
-def place_of(window):
+def geometry_of(window):
     text = subprocess.run(["xdotool", "getwindowgeometry", "--shell", window], check=True,
                           stdout=subprocess.PIPE, text=True).stdout
     values = dict(re.findall(r"(\w+)=(-?\d+)", text))
@@ -120,27 +106,27 @@ def try_command_line():
           "no version")
     refused = Agent("--unknown")
     check(refused.wait(2) == "" and "Usage: " in refused.errors(), refused.errors())
-    say("the command line")
+    say("the command line options work")
 
 
 def try_without_bundle():
     broken = Agent(ORVEL_AGENT_BUNDLE="/nonexistent")
-    window = wait_for("the reason in a window", lambda: windows("The agent cannot start"),
+    window = wait_for("the window with the reason", lambda: windows("The agent cannot start"),
                       broken.process)
     subprocess.run(["xdotool", "windowfocus", "--sync", window[0], "key", "Escape"], check=True)
     broken.wait(1)
     check(re.fullmatch(r"orvel-agent: .*/nonexistent.*\n", broken.errors()), broken.errors())
-    say("why it cannot start")
+    say("a window shows why the agent cannot start")
 
 
 def try_instant_double_start():
     copies = [Agent() for _ in range(4)]
-    wait_for("one of them", lambda: sum(copy.is_running() for copy in copies) == 1)
+    wait_for("a single instance", lambda: sum(copy.is_running() for copy in copies) == 1)
     first = next(copy for copy in copies if copy.is_running())
     for copy in copies:
         if copy is not first:
             expect_other(copy, first)
-    say("one is left of four that start in the same instant")
+    say("of four simultaneous starts, one instance is left")
     return first
 
 
@@ -152,19 +138,19 @@ def try_without_tray(first):
     check("_NET_WM_ICON(CARDINAL)" in properties, properties)
     check('WM_NAME(STRING) = "Orvel Agent"' in properties, properties)
     subprocess.run(["xdotool", "windowfocus", "--sync", panel[0], "key", "Escape"], check=True)
-    wait_for("its end", lambda: not windows("Orvel Agent"), first.process)
+    wait_for("the panel to close", lambda: not windows("Orvel Agent"), first.process)
     expect_other(Agent(), first)
     wait_for("the panel of a second start", lambda: windows("Orvel Agent"), first.process)
     subprocess.run(["xdotool", "windowfocus", "--sync", windows("Orvel Agent")[0], "key",
                     "ctrl+w"], check=True)
-    wait_for("its end", lambda: not windows("Orvel Agent"), first.process)
-    say("and comes back with a second start")
+    wait_for("the panel to close", lambda: not windows("Orvel Agent"), first.process)
+    say("a second start opens the panel again")
     expect_other(Agent(), first)
     panel = wait_for("the panel of a third", lambda: windows("Orvel Agent"), first.process)
     subprocess.run(["xdotool", "windowfocus", "--sync", panel[0], "key", "shift+Tab", "space"],
                    check=True)
     first.wait(0)
-    say("its last button quits")
+    say("its last button quits the agent")
 
 
 def start_tray():
@@ -174,7 +160,7 @@ def start_tray():
 
 
 def click_on_icon(first):
-    """Until the tray has the icon."""
+    """Clicks until the icon is in the tray and the panel opens."""
     def is_open():
         if not windows("Orvel Agent"):
             click(1268, 12)
@@ -184,18 +170,18 @@ def click_on_icon(first):
 
 def try_late_tray(first):
     tray = start_tray()
-    x, y, width, height = place_of(click_on_icon(first))
+    x, y, width, height = geometry_of(click_on_icon(first))
     check(x + width <= 1280 and x > 640 and 0 <= y < 100, (x, y, width, height))
     subprocess.run(["xdotool", "key", "Escape"], check=True)
-    wait_for("the panel's end", lambda: not windows("Orvel Agent"), first.process)
+    wait_for("the panel to close", lambda: not windows("Orvel Agent"), first.process)
     say("a tray that starts late gets the icon")
     tray.terminate()
     tray.wait()
     tray = start_tray()
     click_on_icon(first)
     subprocess.run(["xdotool", "key", "Escape"], check=True)
-    wait_for("the panel's end", lambda: not windows("Orvel Agent"), first.process)
-    say("and one that starts again gets it back")
+    wait_for("the panel to close", lambda: not windows("Orvel Agent"), first.process)
+    say("a restarted tray gets the icon again")
     return tray
 
 
@@ -205,27 +191,28 @@ def try_lost_tray(first, tray, terminal):
     wait_for("the panel as a window", lambda: windows("Orvel Agent"), first.process)
     reason = "this desktop has no tray for the icon, so the panel opens as a window"
     check(terminal.shown().count(reason) == 1, terminal.shown())
-    say("a tray that goes for good leaves the panel as a window, and the log says why")
+    say("without the tray, the panel opens as a window, and the log says why")
     tray = start_tray()
-    wait_for("its end", lambda: not windows("Orvel Agent"), first.process)
+    wait_for("the panel to close", lambda: not windows("Orvel Agent"), first.process)
     click_on_icon(first)
     subprocess.run(["xdotool", "key", "Escape"], check=True)
-    wait_for("the panel's end", lambda: not windows("Orvel Agent"), first.process)
-    say("which gives way to the icon in the next one")
+    wait_for("the panel to close", lambda: not windows("Orvel Agent"), first.process)
+    say("with a new tray, the window closes and the icon is back")
     return tray
 
 
 def try_idle(first):
-    """While the icon flashes, twice in 3.2 s."""
+    """Measures while the icon flashes, twice in 3.2 s."""
     count, waits = wake_ups(first.process)
-    say(f"{count} wake-ups in 10 s of flashing, with {waits} waits of all threads")
+    say(f"{count} wake-ups in 10 s while flashing, with {waits} waits of all threads")
     check(2 <= count <= 10, f"{count} wake-ups in 10 s")
     check(waits <= 40, f"{waits} waits in 10 s")
 
 
 def main():
     check("PRIVATE_SESSION" in os.environ, "run this under tests/support/private-session")
-    make_bundle()
+    make_bundle_without_service(BUNDLE)
+    os.makedirs(TEMPORARY)
     desktop = [subprocess.Popen(["openbox"], stderr=subprocess.DEVNULL)]
     try:
         try_command_line()
@@ -239,12 +226,12 @@ def main():
         try_idle(first)
         expect_other(Agent(), first)
         first.end()
-        # The end of a session is often the last pair.
+        # A logout often sends the last pair.
         for numbers in ((signal.SIGINT,), (signal.SIGHUP,), (signal.SIGTERM, signal.SIGHUP)):
             next_copy = Agent()
             click_on_icon(next_copy)
             next_copy.end(*numbers)
-        say("every signal is a clean end")
+        say("every signal ends the agent cleanly")
     finally:
         for process in desktop:
             process.terminate()

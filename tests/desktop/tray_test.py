@@ -1,15 +1,14 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""The agent's icon in a tray of the session bus, as the tray has it: its title and tool tip say how
-things are, all else is there as well, and a click opens the panel.
+"""The agent's icon as a tray on the session bus sees it: title and tool tip show the agent's state,
+all other properties are present, and a click opens the panel.
 
 usage: tray_test.py PROGRAMS_DIRECTORY
 
-Runs in a desktop session of its own (tests/support/private-session) with a display.
+Runs in a private desktop session (tests/support/private-session) with a display.
 """
 
 import os
-import plistlib
 import subprocess
 import sys
 
@@ -18,7 +17,8 @@ import accessibility  # noqa: E402
 
 from gi.repository import Gio, GLib  # noqa: E402
 
-from session import HOME, LIMIT, check, end, say  # noqa: E402
+from session import (  # noqa: E402
+    HOME, LIMIT, check, end, make_bundle_without_service, say)
 
 AGENT = os.path.join(os.path.abspath(sys.argv[1]), "orvel-agent")
 ITEM = "org.kde.StatusNotifierItem"
@@ -34,7 +34,7 @@ REASON = "Orvel Agent: Sign in to start collecting."
 
 
 class Tray:
-    """The watcher and the host in one."""
+    """The status notifier watcher and host in one object."""
 
     def __init__(self):
         self._bus = Gio.bus_get_sync(Gio.BusType.SESSION)
@@ -47,14 +47,14 @@ class Tray:
         self._bus.signal_subscribe(
             None, ITEM, None, None, None, Gio.DBusSignalFlags.NONE,
             lambda *arguments: self.signals.append(arguments[4]))
-        self.come()
+        self.appear()
 
-    def come(self):
+    def appear(self):
         self._name = Gio.bus_own_name_on_connection(
             self._bus, "org.kde.StatusNotifierWatcher", Gio.BusNameOwnerFlags.NONE, None, None)
 
-    def go(self):
-        """Gives the item that it had."""
+    def disappear(self):
+        """Returns the item that was registered."""
         Gio.bus_unown_name(self._name)
         item, self._item = self._item, None
         return item
@@ -88,26 +88,15 @@ class Tray:
 
 
 def wait_for(what, condition):
-    """While the bus is served."""
+    """Waits and handles calls on the bus meanwhile."""
     is_late = []
     limit = GLib.timeout_add_seconds(LIMIT, lambda: is_late.append(True) or False)
     wake_up = GLib.timeout_add(50, lambda: True)
     while not condition():
-        check(not is_late, f"waited in vain for {what}")
+        check(not is_late, f"timed out waiting for {what}")
         GLib.MainContext.default().iteration(True)
     GLib.source_remove(wake_up)
     GLib.source_remove(limit)
-
-
-def make_bundle(path):
-    """Of an agent whose service is nowhere: nobody is going to sign in."""
-    os.makedirs(path)
-    with open(os.path.join(path, "Info.plist"), "wb") as file:
-        plistlib.dump({
-            "CFBundleIdentifier": "app.orvel.OrvelAgent",
-            "CFBundleDisplayName": "Orvel Agent",
-            "API_HOST": "127.0.0.1:1",
-            "WEB_HOST": "127.0.0.1:1"}, file)
 
 
 def expect_refusal(reason, ask):
@@ -122,10 +111,10 @@ def expect_refusal(reason, ask):
 def scenario(tray, agent):
     wait_for("the icon", tray.has_item)
     wait_for("the reason as the title", lambda: tray.get("Title") == REASON)
-    wait_for("word of it", lambda: "NewTitle" in tray.signals)
-    # It flashes.
+    wait_for("the signal for it", lambda: "NewTitle" in tray.signals)
+    # The icon flashes between the two.
     wait_for("the other title", lambda: tray.get("Title") == "Orvel Agent")
-    say("the title tells how things are")
+    say("the title shows the state")
     everything = tray.get_all()
     check(everything["Title"] == everything["ToolTip"][2], everything["ToolTip"])
     check(everything["Id"] == "orvel-agent", everything["Id"])
@@ -134,27 +123,27 @@ def scenario(tray, agent):
     check(tray.get("Id", interface="") == "orvel-agent", "no answer without an interface")
     check(tray.get_all(interface="").keys() == everything.keys(), "other properties without one")
     expect_refusal("UnknownProperty", lambda: tray.get("NoSuchProperty"))
-    # Every object of Qt's has it.
+    # A property of every QObject.
     expect_refusal("UnknownProperty", lambda: tray.get("objectName"))
     other = "org.freedesktop.DBus.Properties"
     expect_refusal("UnknownInterface", lambda: tray.get("Title", interface=other))
     expect_refusal("UnknownInterface", lambda: tray.get_all(interface=other))
-    say("so does the tool tip, and all else is as it was")
+    say("the tool tip shows it, too, and all other properties are present")
     tray.call(ITEM, "Activate", 100, 100, signature="ii")
     wait_for("the panel", lambda: agent.find("frame", "Orvel Agent"))
     say("a click opens the panel")
-    item = tray.go()
-    wait_for("the icon's end", lambda: not tray.is_on_bus(item))
-    tray.come()
+    item = tray.disappear()
+    wait_for("the icon to disappear", lambda: not tray.is_on_bus(item))
+    tray.appear()
     wait_for("the icon in the next tray", tray.has_item)
     wait_for("its title", lambda: tray.get("Title") == REASON)
-    say("the next tray has the title as well")
+    say("the next tray gets the title, too")
 
 
 def main():
     check("PRIVATE_SESSION" in os.environ, "run this under tests/support/private-session")
     bundle = os.path.join(HOME, "bundle")
-    make_bundle(bundle)
+    make_bundle_without_service(bundle)
     bus = accessibility.start_bus()
     try:
         tray = Tray()
@@ -169,7 +158,7 @@ def main():
             end(process)
     finally:
         end(bus)
-    check(process.returncode == 0, f"it ended with {process.returncode}")
+    check(process.returncode == 0, f"the agent exited with {process.returncode}")
 
 
 if __name__ == "__main__":

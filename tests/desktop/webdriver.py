@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""A browser under the control of chromedriver, by plain WebDriver commands."""
+"""Controls a browser with WebDriver commands through chromedriver."""
 
 import base64
 import json
@@ -25,21 +25,21 @@ ARGUMENTS = (
     "--disable-sync",
     "--disable-dev-shm-usage",
     "--password-store=basic",
-    # The local service makes its certificate itself.
+    # The local service has a self-made certificate.
     "--ignore-certificate-errors",
 )
 
 
 class Browser:
-    """A browser that runs with a profile of its own, as a user's would: another start with the same
-    profile opens a tab in it. Ended with `quit`."""
+    """A browser with a separate profile. Like a user's browser, it opens a tab when started again
+    with the same profile. `quit` ends it."""
 
     def __init__(self, profile, preferences):
         os.makedirs(os.path.join(profile, "Default"))
         with open(os.path.join(profile, "Default", "Preferences"), "w") as file:
             json.dump(preferences, file)
         self._log = open(profile + ".log", "w")
-        # Not started by the driver: its browsers take no tabs from later starts.
+        # Not started by the driver: such a browser opens no tabs for later starts.
         self._browser = subprocess.Popen(
             ["chromium", *ARGUMENTS, f"--user-data-dir={profile}", "--remote-debugging-port=0",
              "about:blank"],
@@ -51,7 +51,7 @@ class Browser:
                 break
         if address is None:
             raise WebDriverError("the browser did not start")
-        # Read to its end, or the browser would come to wait for a reader.
+        # Keep reading, because the browser would block on a full pipe.
         self._reader = threading.Thread(target=self._browser.stderr.read)
         self._reader.start()
 
@@ -65,7 +65,7 @@ class Browser:
         if port is None:
             raise WebDriverError("chromedriver did not start")
         self._base = f"http://127.0.0.1:{port}"
-        # This machine only: no proxy.
+        # Local connections need no proxy.
         self._opener = urllib.request.build_opener(urllib.request.ProxyHandler({}))
         options = {"goog:chromeOptions": {"debuggerAddress": address}}
         session = self._call("POST", "/session", {"capabilities": {"alwaysMatch": options}})
@@ -84,7 +84,7 @@ class Browser:
         self._call("DELETE", "/window")
 
     def find_tab(self, part):
-        """Goes to a tab with that in its address, if there is one."""
+        """Switches to a tab whose address contains the text. Returns whether there is one."""
         for tab in self.tabs():
             self.switch_to(tab)
             if part in self.url():
@@ -136,15 +136,13 @@ class Browser:
 
 
 def allowing_scheme(url):
-    """Preferences as if the user had ticked "always" when the browser asked whether that site may
-    open the agent."""
+    """Preferences that let the site open the agent without a question."""
     return {"protocol_handler": {"allowed_origin_protocol_pairs": {url: {"orvelagent": True}}}}
 
 
 def make_default(profile, environment_file):
-    """Makes a browser of that profile the desktop's default, which opens what it is given in a new
-    tab of the one that runs with the profile. The environment that it is started with is kept in
-    the file."""
+    """Makes a browser with that profile the desktop's default. It opens addresses in a new tab of
+    the browser that runs with the profile. Its environment is saved in the file."""
     script = profile + ".sh"
     with open(script, "w") as file:
         file.write(
