@@ -41,7 +41,7 @@ std::vector<std::string> linesOf(const std::string& text) {
     return lines;
 }
 
-/// The records of every upload that the service saw, in order, as they came over the wire.
+/// The records of all uploads in the captured traffic, in order.
 std::vector<std::string> recordsIn(const std::string& traffic) {
     std::vector<std::string> records;
     for (const std::string& line : linesOf(traffic)) {
@@ -56,7 +56,7 @@ std::vector<std::string> recordsIn(const std::string& traffic) {
     return records;
 }
 
-/// A text as it stands inside a JSON string.
+/// The text as escaped inside a JSON string.
 std::string escaped(const std::string& text) {
     const std::string quoted = boost::json::serialize(boost::json::value(text));
     return quoted.substr(1, quoted.size() - 2);
@@ -69,7 +69,7 @@ protected:
 
 } // namespace
 
-TEST_F(EndToEndTest, AFreshScanSendsEveryMessageAndLaterOnesTheNewOnes) {
+TEST_F(EndToEndTest, AScanSendsEveryMessageAndTheNextOnlyNewOnes) {
     home_.makeSample({"--messages", "1300", "--no-two-chat"});
     const auto first = home_.scan();
     ASSERT_EQ(first.status, 0) << first.errors << first.output;
@@ -92,7 +92,7 @@ TEST_F(EndToEndTest, AFreshScanSendsEveryMessageAndLaterOnesTheNewOnes) {
     EXPECT_THAT(home_.leftovers(), IsEmpty());
 }
 
-TEST_F(EndToEndTest, AMessageInTwoChatsIsKeptOnceByTheService) {
+TEST_F(EndToEndTest, AMessageInTwoChatsIsStoredOnce) {
     home_.makeSample({"--messages", "600", "--two-chat-share", "0.2"});
     ASSERT_EQ(home_.scan().status, 0);
     const auto sent = home_.sendableGuids();
@@ -101,18 +101,19 @@ TEST_F(EndToEndTest, AMessageInTwoChatsIsKeptOnceByTheService) {
     EXPECT_EQ(home_.storedGuids(), distinct);
 }
 
-TEST_F(EndToEndTest, TemporaryRefusalsAreOvercome) {
+TEST_F(EndToEndTest, TemporaryFailuresAreRetried) {
     home_.makeSample({"--messages", "300", "--no-two-chat"});
     home_.service().script(Fault::answer(429, ""));
     home_.service().script(Fault::refusal(503, "busy", "Busy."));
     const auto run = home_.scan({"--scope", "allThreads"});
-    // The first fault spoils the list of known handles, which a scan of everything does without.
+    // The first fault hits the request for known handles, which a scan of all threads can do
+    // without.
     EXPECT_EQ(run.status, 0) << run.errors;
     EXPECT_EQ(home_.service().requestCount(ScanHome::ingestPath), 2U);
     EXPECT_EQ(home_.service().storedCount(), home_.sendableGuids().size());
 }
 
-TEST_F(EndToEndTest, ABatchWhoseReplyIsLostIsSentAgainAndKeptOnce) {
+TEST_F(EndToEndTest, ABatchWhoseReplyIsLostIsSentAgainAndStoredOnce) {
     home_.makeSample({"--messages", "300", "--no-two-chat"});
     for (const Fault& kind :
          {Fault::acceptThenReset(), Fault::acceptThenCutOff(), Fault::reset(), Fault::cutOff()}) {
@@ -131,7 +132,7 @@ TEST_F(EndToEndTest, ABatchWhoseReplyIsLostIsSentAgainAndKeptOnce) {
     }
 }
 
-TEST_F(EndToEndTest, FourFailuresLeaveProgressAndTheNextScanSendsTheSameBatch) {
+TEST_F(EndToEndTest, AfterFourFailuresTheNextScanSendsTheSameBatch) {
     home_.makeSample({"--messages", "1200", "--no-two-chat"});
     Fault lateFailure = Fault::refusal(500, "down", "Out of order.");
     lateFailure.path = ScanHome::ingestPath;
@@ -162,7 +163,7 @@ TEST_F(EndToEndTest, FourFailuresLeaveProgressAndTheNextScanSendsTheSameBatch) {
     EXPECT_EQ(home_.service().storedCount(), home_.sendableGuids().size());
 }
 
-TEST_F(EndToEndTest, BatchesOutOfScopeMoveTheCursorAndSendNothing) {
+TEST_F(EndToEndTest, BatchesOutOfScopeAdvanceTheCursorAndSendNothing) {
     home_.makeSample({"--messages", "1200", "--no-two-chat"});
     home_.restartService();
     const auto run = home_.scan({"--scope", "knownContactsOnly"});
@@ -174,7 +175,7 @@ TEST_F(EndToEndTest, BatchesOutOfScopeMoveTheCursorAndSendNothing) {
     EXPECT_EQ(home_.scan({"--scope", "knownContactsOnly"}).count("scanned"), 0);
 }
 
-TEST_F(EndToEndTest, OnlyThreadsWithSomebodyKnownAreSent) {
+TEST_F(EndToEndTest, OnlyThreadsWithKnownContactsAreSent) {
     {
         test::MessagesDatabaseBuilder database(home_.database());
         const auto known = database.addHandle("+1 (415) 555-0134");
@@ -207,7 +208,7 @@ TEST_F(EndToEndTest, WithoutTheListOfKnownHandlesNothingIsReadOrSent) {
     EXPECT_FALSE(std::filesystem::exists(home_.state()));
 }
 
-TEST_F(EndToEndTest, MetadataOnlySendsNoByteOfAnyText) {
+TEST_F(EndToEndTest, MetadataOnlySendsNoText) {
     home_.makeSample({"--messages", "1500"});
     std::vector<std::string> bodies;
     {
@@ -235,14 +236,14 @@ TEST_F(EndToEndTest, MetadataOnlySendsNoByteOfAnyText) {
     EXPECT_EQ(found(home_.traffic()), 0);
     EXPECT_THAT(home_.traffic(), Not(HasSubstr("\"body\"")));
 
-    // The same search finds every text when texts are wanted.
+    // The search must find the texts when they are sent.
     home_.restartService();
     home_.forgetProgress();
     ASSERT_EQ(home_.scan({"--mode", "withBodies"}).status, 0);
     EXPECT_EQ(found(home_.traffic()), static_cast<std::ptrdiff_t>(bodies.size()));
 }
 
-TEST_F(EndToEndTest, APreviewIsRecordForRecordWhatTheServiceThenReceives) {
+TEST_F(EndToEndTest, APreviewEqualsTheRecordsThatAreSent) {
     home_.makeSample(
         {"--messages",
          "1200",
@@ -272,7 +273,7 @@ TEST_F(EndToEndTest, APreviewIsRecordForRecordWhatTheServiceThenReceives) {
         std::set(previewed.begin(), previewed.end()), std::set(stored.begin(), stored.end())));
 }
 
-TEST_F(EndToEndTest, APreviewOfKnownContactsTakesTheirHandlesFromAFile) {
+TEST_F(EndToEndTest, APreviewOfKnownContactsReadsTheirHandlesFromAFile) {
     home_.makeSample({"--messages", "400", "--known-handles-out", (home_ / "known.json").string()});
     const auto all = home_.scan({"--preview", (home_ / "all.jsonl").string()});
     ASSERT_EQ(all.status, 0);
@@ -292,7 +293,7 @@ TEST_F(EndToEndTest, APreviewOfKnownContactsTakesTheirHandlesFromAFile) {
     EXPECT_THAT(none.errors, HasSubstr("--known-handles"));
 }
 
-TEST_F(EndToEndTest, ASignalEndsTheScanAndTheCopy) {
+TEST_F(EndToEndTest, ASignalEndsTheScanAndRemovesTheCopy) {
     home_.makeSample({"--messages", "800", "--no-two-chat"});
     for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
         home_.restartService();
@@ -313,7 +314,7 @@ TEST_F(EndToEndTest, ASignalEndsTheScanAndTheCopy) {
 TEST_F(EndToEndTest, ItPausesBetweenBatchesOfHistoryAndASignalEndsThePause) {
     home_.makeSample({"--messages", "1200", "--no-two-chat"});
     Program program(home_.command({"--backfill-pause", "3600"}));
-    // The list of known handles and one batch; a third request would have to wait an hour.
+    // The list of known handles and one batch. The third request follows after an hour.
     ASSERT_TRUE(home_.service().waitForRequests(2, 60s)) << program.errors();
     EXPECT_FALSE(home_.service().waitForRequests(3, 500ms));
     program.signal(SIGTERM);
@@ -324,7 +325,7 @@ TEST_F(EndToEndTest, ItPausesBetweenBatchesOfHistoryAndASignalEndsThePause) {
     EXPECT_EQ(home_.service().storedCount(), home_.sendableGuids().size());
 }
 
-TEST_F(EndToEndTest, AnUnexpectedSchemaIsSaidAndNothingIsSent) {
+TEST_F(EndToEndTest, AnUnexpectedSchemaIsReportedAndNothingIsSent) {
     {
         test::MessagesDatabaseBuilder database(home_.database());
         database.execute("ALTER TABLE message RENAME COLUMN date TO moment");
@@ -338,13 +339,13 @@ TEST_F(EndToEndTest, AnUnexpectedSchemaIsSaidAndNothingIsSent) {
     EXPECT_EQ(home_.service().requestCount(ScanHome::ingestPath), 0U);
 }
 
-TEST_F(EndToEndTest, AMissingDatabaseIsSaid) {
+TEST_F(EndToEndTest, AMissingDatabaseIsReported) {
     const auto run = home_.scan();
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.error(), "Messages database not found at " + home_.database().string());
 }
 
-TEST_F(EndToEndTest, AFileThatIsNoDatabaseIsAnError) {
+TEST_F(EndToEndTest, AFileThatIsNotADatabaseIsAnError) {
     std::ofstream(home_.database()) << std::string(100'000, 'x');
     const auto run = home_.scan();
     EXPECT_EQ(run.status, 1);
@@ -352,7 +353,7 @@ TEST_F(EndToEndTest, AFileThatIsNoDatabaseIsAnError) {
     EXPECT_THAT(home_.leftovers(), IsEmpty());
 }
 
-TEST_F(EndToEndTest, ATruncatedDatabaseIsAnErrorAndNothingIsClaimed) {
+TEST_F(EndToEndTest, ATruncatedDatabaseIsAnError) {
     home_.makeSample({"--messages", "1500", "--no-wal"});
     std::filesystem::resize_file(
         home_.database(), std::filesystem::file_size(home_.database()) / 2);
@@ -362,7 +363,7 @@ TEST_F(EndToEndTest, ATruncatedDatabaseIsAnErrorAndNothingIsClaimed) {
     EXPECT_THAT(home_.leftovers(), IsEmpty());
 }
 
-TEST_F(EndToEndTest, AnUnknownCertificateAuthorityEndsTheScanBeforeAnythingIsSent) {
+TEST_F(EndToEndTest, WithAnUnknownCertificateAuthorityNothingIsSent) {
     home_.makeSample({"--messages", "50"});
     auto command = home_.command();
     const auto option = std::ranges::find(command.arguments, "--ca-file");
@@ -387,7 +388,7 @@ TEST_F(EndToEndTest, ARedirectIsNotFollowed) {
     EXPECT_EQ(home_.service().requestCount("/api/v1/context/diagnostics"), 0U);
 }
 
-TEST_F(EndToEndTest, TheTokenAppearsInNothingThatIsPrinted) {
+TEST_F(EndToEndTest, TheTokenIsNeverPrinted) {
     home_.makeSample({"--messages", "50"});
     const auto good = home_.scan({"--verbose"});
     EXPECT_EQ(good.status, 0);
@@ -403,7 +404,7 @@ TEST_F(EndToEndTest, TheTokenAppearsInNothingThatIsPrinted) {
     EXPECT_THAT(contentOf(home_.state()), Not(HasSubstr(ScanHome::token)));
 }
 
-TEST_F(EndToEndTest, ProgressIsToldInPlainLinesAndTheSummaryInWords) {
+TEST_F(EndToEndTest, ProgressAndSummaryArePrintedAsPlainText) {
     home_.makeSample({"--messages", "50"});
     auto command = home_.command();
     std::erase(command.arguments, "--json");

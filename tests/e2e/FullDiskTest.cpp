@@ -31,7 +31,7 @@ protected:
 
 } // namespace
 
-TEST_F(FullDiskTest, NoRoomForTheCopyIsSaidAndNothingStaysBehind) {
+TEST_F(FullDiskTest, AFullDiskIsReportedAndNoCopyIsLeft) {
     {
         const SmallDisk disk(home_.temporary(), tooSmall);
         const auto run = home_.scan();
@@ -45,8 +45,8 @@ TEST_F(FullDiskTest, NoRoomForTheCopyIsSaidAndNothingStaysBehind) {
     EXPECT_EQ(home_.service().storedCount(), home_.sendableGuids().size());
 }
 
-TEST_F(FullDiskTest, ProgressThatCannotBeSavedEndsTheScanAndIsNotClaimed) {
-    // The state, which is written anew each time, is larger than a file may be; nothing else is.
+TEST_F(FullDiskTest, UnsavedProgressFailsTheScan) {
+    // Every save writes the whole state, which is larger than the limit on files.
     constexpr std::size_t limit = std::size_t{4} << 20;
     std::ofstream(home_.state()) << "filler=" << std::string(limit, 'x') << '\n';
     {
@@ -56,14 +56,14 @@ TEST_F(FullDiskTest, ProgressThatCannotBeSavedEndsTheScanAndIsNotClaimed) {
         EXPECT_THAT(run.error(), HasSubstr("Could not save the agent's settings"));
         EXPECT_THAT(home_.leftovers(), IsEmpty());
     }
-    // Whatever was sent is sent again, and kept once.
+    // The next scan sends everything again, and the service stores it once.
     const auto run = home_.scan();
     EXPECT_EQ(run.status, 0) << run.errors;
     EXPECT_EQ(run.count("uploaded"), static_cast<std::int64_t>(home_.sendableGuids().size()));
     EXPECT_EQ(home_.service().storedCount(), home_.sendableGuids().size());
 }
 
-TEST_F(FullDiskTest, ATemporaryFolderThatCannotBeUsedIsSaid) {
+TEST_F(FullDiskTest, AnUnusableTemporaryFolderIsReported) {
     auto command = home_.command();
     command.environment["TMPDIR"] = (home_ / "token" / "below-a-file").string();
     test::Program program(command);

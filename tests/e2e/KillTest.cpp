@@ -17,32 +17,32 @@ using test::Program;
 using test::ScanHome;
 using testing::IsEmpty;
 
-/// In each of the tests below, which may run side by side: 200 in all.
+/// Per test case. The four cases run in parallel, with 200 kills in total.
 constexpr int kills = 50;
-constexpr int mostKillsOfOneHistory = 10;
+constexpr int maximumKillsPerHistory = 10;
 
 class KillTest : public testing::TestWithParam<unsigned> {};
 
 } // namespace
 
-// A process cannot defend itself against this, so what it leaves on disk at any moment must do:
-// after however many deaths, the service holds every message, each once, and no copy of the
-// database is left.
-TEST_P(KillTest, KilledAtAnyMomentNothingIsLostOrKeptTwice) {
+// SIGKILL cannot be handled, so the files on disk must be sufficient at any moment. After any
+// number of kills, the service must have every message once, and no copy of the database may be
+// left.
+TEST_P(KillTest, KillsLoseAndDuplicateNoMessage) {
     ScanHome home;
     home.makeSample({"--messages", "900", "--no-two-chat"});
     const auto expected = home.sendableGuids();
     const std::set<std::string> distinct(expected.begin(), expected.end());
     ASSERT_EQ(expected.size(), distinct.size());
 
-    // How long a scan takes here, so that the moments are spread over all of it.
+    // The duration of a whole scan, so that the kills are spread over all of it.
     const auto start = std::chrono::steady_clock::now();
     ASSERT_EQ(home.scan().status, 0);
-    const auto whole = std::chrono::duration_cast<std::chrono::milliseconds>(
+    const auto scanDuration = std::chrono::duration_cast<std::chrono::milliseconds>(
         std::chrono::steady_clock::now() - start);
 
     std::mt19937 random(GetParam());
-    std::uniform_int_distribution<std::int64_t> moment(0, whole.count());
+    std::uniform_int_distribution<std::int64_t> moment(0, scanDuration.count());
     int killed = 0;
     int histories = 0;
     std::size_t uploads = 0;
@@ -52,12 +52,12 @@ TEST_P(KillTest, KilledAtAnyMomentNothingIsLostOrKeptTwice) {
         ++histories;
         int killedNow = 0;
         bool isDone = false;
-        while (!isDone && killedNow < mostKillsOfOneHistory && killed < kills) {
+        while (!isDone && killedNow < maximumKillsPerHistory && killed < kills) {
             Program program(home.command());
             const bool hasEnded =
                 program.waitFor(std::chrono::milliseconds(moment(random))).has_value();
             program.signal(SIGKILL);
-            // It may also have come to its end just before the signal.
+            // The program may exit just before the signal.
             if (hasEnded || program.wait() != 128 + SIGKILL) {
                 EXPECT_EQ(program.wait(), 0) << program.errors();
                 isDone = true;
@@ -74,7 +74,7 @@ TEST_P(KillTest, KilledAtAnyMomentNothingIsLostOrKeptTwice) {
         uploads += home.service().requestCount(ScanHome::ingestPath);
     }
     std::cout << killed << " kills over " << histories << " histories, " << uploads
-              << " uploads in all; every message kept exactly once.\n";
+              << " uploads in all; every message stored exactly once.\n";
     RecordProperty("kills", killed);
 }
 

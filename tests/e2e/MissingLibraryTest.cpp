@@ -24,13 +24,13 @@ class MissingLibraryTest : public testing::Test {
 protected:
     MissingLibraryTest() {
         home_.makeSample({"--messages", "50", "--no-two-chat"});
-        // The user has allowed the contacts.
+        // Access to the contacts is granted.
         std::filesystem::create_directories(home_ / "config" / "orvel-agent");
         std::ofstream(home_ / "config" / "orvel-agent" / "defaults.conf")
             << "contacts.access=granted\n";
     }
 
-    /// A scan that finds an empty file in the place of that library.
+    /// Runs a scan with an empty file in place of the library.
     [[nodiscard]] ScanHome::Run scanWithout(const std::string& library) const {
         std::filesystem::create_directories(home_ / "libraries");
         std::ofstream(home_ / "libraries" / library).flush();
@@ -45,7 +45,7 @@ protected:
 
 } // namespace
 
-TEST_F(MissingLibraryTest, WithoutTheAddressBooksLibraryAScanGoesOnWithoutContacts) {
+TEST_F(MissingLibraryTest, WithoutTheAddressBookLibraryAScanUsesNoContacts) {
     const auto run = scanWithout(EBOOK_LIBRARY);
     EXPECT_EQ(run.status, 0) << run.errors;
     EXPECT_THAT(run.errors, HasSubstr("A library of the system is missing: "));
@@ -53,7 +53,7 @@ TEST_F(MissingLibraryTest, WithoutTheAddressBooksLibraryAScanGoesOnWithoutContac
     EXPECT_EQ(home_.service().storedCount(), home_.sendableGuids().size());
 }
 
-TEST_F(MissingLibraryTest, WithoutTheLibraryOfRequestsAScanSaysSoAndSendsNothing) {
+TEST_F(MissingLibraryTest, WithoutTheHTTPLibraryAScanReportsItAndSendsNothing) {
     const auto run = scanWithout(CURL_LIBRARY);
     EXPECT_EQ(run.status, 1);
     EXPECT_THAT(run.error(), HasSubstr("A library of the system is missing: "));

@@ -43,7 +43,7 @@ using namespace std::chrono_literals;
 
 constexpr int turns = 96;
 
-/// The one that is longer than a turn of the loop may be.
+/// The only retry delay that is longer than `AppModel::blockedRecheck`.
 constexpr tavrin::Seconds lastRetryDelay(45);
 
 Fault atIngest(Fault fault) {
@@ -71,7 +71,7 @@ protected:
         qunsetenv("TMPDIR");
     }
 
-    /// Also in place of one that runs.
+    /// Also replaces a running agent.
     void startAgent() {
         CollectorService::Options options;
         options.sourcePath = home_.database().string();
@@ -92,16 +92,16 @@ protected:
         EXPECT_TRUE(model_->auth().isSignedIn()) << model_->auth().lastError().value_or("");
     }
 
-    /// What the loop, a pause or an attempt waits for; nothing while the agent is at work.
+    /// How long the agent is waiting: its loop, a pause or a retry. No value while it works.
     std::optional<tavrin::Seconds> pendingWait() {
         const auto timers = with_.clock.untilTimers();
         const auto longest = std::ranges::max_element(timers);
-        // The flash is no wait.
+        // The timer of the flashing icon does not count.
         return longest != timers.end() && *longest > AppModel::brandBeat ? std::optional(*longest)
                                                                          : std::nullopt;
     }
 
-    /// Until the loop has come to its sleep, and through it.
+    /// Waits until the loop sleeps, then advances the clock to its next turn.
     void passTurn() {
         tavrin::Seconds wait{0};
         do {
@@ -117,14 +117,14 @@ protected:
         } while (wait < AppModel::blockedRecheck || wait == lastRetryDelay);
     }
 
-    /// New messages; how many of them a scan will send.
+    /// Adds messages. Returns how many records a scan will send for them.
     std::int64_t append() {
         const auto before = home_.sendableGuids().size();
         home_.makeSample({"--append", "25"});
         return static_cast<std::int64_t>(home_.sendableGuids().size() - before);
     }
 
-    /// In all batches that the service took, known ones included.
+    /// The number of records in all accepted batches, duplicates included.
     std::int64_t receivedRecords() {
         std::int64_t records = 0;
         const auto all = std::numeric_limits<std::int32_t>::max();
@@ -147,7 +147,7 @@ protected:
 TEST_F(NightTest, EveryMessageOfANightOfTroubleArrivesOnce) {
     service::LocalService& service = home_.service();
     std::int64_t appended = 0;
-    // Records whose batch the service took, but the agent could not know that.
+    // Records in batches that the service accepted without the agent knowing.
     std::int64_t sentAgain = 0;
     const std::map<int, std::function<void()>> events{
         {2,
@@ -163,12 +163,12 @@ TEST_F(NightTest, EveryMessageOfANightOfTroubleArrivesOnce) {
          [&] {
              service.clearFaults();
          }},
-        // There is no network, and the token ends meanwhile.
+        // There is no network, and the token expires meanwhile.
         {22,
          [&] {
              service.stop();
          }},
-        // The machine sleeps for most of that: it lasts more than a day.
+        // The machine sleeps for most of this outage, which lasts more than a day.
         {27,
          [&] {
              with_.clock.advance(24h);
@@ -177,7 +177,7 @@ TEST_F(NightTest, EveryMessageOfANightOfTroubleArrivesOnce) {
          [&] {
              service.start();
          }},
-        // The service wants to see the user again.
+        // The service ends the session.
         {42,
          [&] {
              service.revokeSessions(account_.uid, "TOKEN_EXPIRED", true);
@@ -186,7 +186,7 @@ TEST_F(NightTest, EveryMessageOfANightOfTroubleArrivesOnce) {
          [&] {
              signIn();
          }},
-        // The user has thrown this device out elsewhere, which shows when the token has ended.
+        // The user removes this device from the account. The agent notices when its token expires.
         {50,
          [&] {
              service.revokeSessions(account_.uid, "USER_DISABLED");
@@ -195,7 +195,7 @@ TEST_F(NightTest, EveryMessageOfANightOfTroubleArrivesOnce) {
          [&] {
              signIn();
          }},
-        // The disk is full: for what was done first, then for the copy, too.
+        // The disk is full: first for the settings, then for the copy, too.
         {64,
          [&] {
              with_.userDefaults.setFailsWrites(true);
@@ -209,7 +209,7 @@ TEST_F(NightTest, EveryMessageOfANightOfTroubleArrivesOnce) {
              with_.userDefaults.setFailsWrites(false);
              with_.fileCopier.setFails(false);
          }},
-        // Replies are lost after the batch was taken.
+        // Replies are lost after the batch was accepted.
         {74,
          [&] {
              service.script(atIngest(Fault::acceptThenReset()), 2);
@@ -226,7 +226,7 @@ TEST_F(NightTest, EveryMessageOfANightOfTroubleArrivesOnce) {
          [&] {
              sentAgain += 8 * appended;
          }},
-        // The agent is ended in the middle of a batch, and started again.
+        // The agent is stopped in the middle of a batch and restarted.
         {84,
          [&] {
              sentAgain += append();
@@ -257,15 +257,14 @@ TEST_F(NightTest, EveryMessageOfANightOfTroubleArrivesOnce) {
     EXPECT_GT(expected.size(), 1000U);
     EXPECT_EQ(service.storedCount(), expected.size());
     EXPECT_EQ(home_.storedGuids(), expected);
-    // The service keeps a message once however often it comes: that it does not come more often
-    // than it must is for itself.
+    // The service stores duplicates once, so check separately that no batch was sent needlessly.
     EXPECT_GT(sentAgain, 0);
     const auto wanted = static_cast<std::int64_t>(sendable.size()) + sentAgain;
     EXPECT_TRUE(waitUntil([&] { return receivedRecords() >= wanted; }));
     EXPECT_EQ(receivedRecords(), wanted);
     EXPECT_THAT(home_.leftovers(), IsEmpty());
     EXPECT_EQ(model_->statusIcon(), StatusIcon::Brand);
-    // That the trouble was there.
+    // All kinds of failures must have occurred.
     EXPECT_THAT(errors_, Contains(HasSubstr("503")));
     EXPECT_THAT(errors_, Contains(HasSubstr("connect")));
     EXPECT_THAT(errors_, Contains(HasSubstr("Could not write the settings")));

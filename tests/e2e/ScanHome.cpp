@@ -76,7 +76,7 @@ Program::Options ScanHome::command(const std::vector<std::string>& arguments) co
     const auto isGiven = [&arguments](std::string_view option) {
         return std::ranges::find(arguments, option) != arguments.end();
     };
-    // The parser takes each option once: what the test gives replaces what stands here.
+    // The parser accepts each option once, so drop the defaults that the test overrides.
     for (auto argument = options.arguments.begin() + 1; argument != options.arguments.end();) {
         argument =
             isGiven(*argument) ? options.arguments.erase(argument, argument + 2) : argument + 2;

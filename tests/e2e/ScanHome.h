@@ -15,16 +15,16 @@
 
 namespace orvel::test {
 
-/// A person's home with a Messages database, a place for progress and temporary files, and a
-/// running service that the person has an account with.
+/// A home folder with a Messages database, files for the progress and temporary files, and a
+/// running service with an account.
 class ScanHome final {
 public:
-    /// How one run of `orvel-scan` ended.
+    /// The result of one run of `orvel-scan`.
     struct Run {
         int status = -1;
         std::string output;
         std::string errors;
-        /// The summary, when there is one.
+        /// The summary, or empty if none was printed.
         boost::json::object summary;
 
         [[nodiscard]] std::int64_t count(std::string_view field) const;
@@ -32,33 +32,33 @@ public:
     };
 
     static constexpr const char* ingestPath = "/api/v1/context/ingest";
-    /// Long enough that it can be searched for.
+    /// Long enough to search for.
     static constexpr const char* token = "e2e-bearer-token-0123456789";
 
     ScanHome();
 
-    /// Makes the database with `make-sample-chatdb`; the arguments follow the path.
+    /// Runs `make-sample-chatdb` with the path of the database and the arguments.
     void makeSample(const std::vector<std::string>& arguments);
 
-    /// A new service with an empty store, in place of the old one.
+    /// Replaces the service by one with an empty store.
     void restartService();
     [[nodiscard]] service::LocalService& service() { return *service_; }
 
-    /// The command line of a scan of everything, without pauses; later arguments override.
+    /// The command line of a complete scan without pauses. `arguments` override its options.
     [[nodiscard]] Program::Options command(const std::vector<std::string>& arguments = {}) const;
     [[nodiscard]] Run scan(const std::vector<std::string>& arguments = {}) const;
     [[nodiscard]] static Run finish(Program& program);
 
     void forgetProgress() const;
 
-    /// The guids of all messages that a scan of everything sends.
+    /// The guids of all messages that a complete scan sends.
     [[nodiscard]] std::multiset<std::string> sendableGuids() const;
-    /// What the service keeps: the guids, and the records in the order in which they came.
+    /// The stored guids, and the stored records in the order of their arrival.
     [[nodiscard]] std::set<std::string> storedGuids() const;
     [[nodiscard]] std::vector<std::string> storedRecords() const;
-    /// All requests that the service saw, as they came over the wire.
+    /// All captured requests.
     [[nodiscard]] std::string traffic() const;
-    /// What is left in the folder for temporary files.
+    /// The remaining temporary files.
     [[nodiscard]] std::vector<std::string> leftovers() const;
 
     [[nodiscard]] std::filesystem::path database() const { return database_; }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The account as a whole, against the real service over HTTPS. Only the browser, the keychain and
-// the time are the test's.
+// Tests the account with the real service over HTTPS. Only the browser, the keychain and the clock
+// are fakes.
 #include "OrvelAgent/account/AuthService.h"
 #include "OrvelAgent/network/QueryItems.h"
 #include "OrvelAgent/scan/IngestClient.h"
@@ -57,7 +57,7 @@ protected:
         restart();
     }
 
-    /// A new process on the same keychain.
+    /// Starts anew with the same keychain.
     void restart() {
         auth_.reset();
         const AuthService::Dependencies dependencies{
@@ -71,7 +71,7 @@ protected:
         ASSERT_TRUE(auth_->isSignedIn()) << auth_->lastError().value_or("");
     }
 
-    /// What the page does when the user chooses an account: a code for the page's challenge.
+    /// Does what the page does when the user chooses an account: creates a code for its challenge.
     std::string choose(const Browser::Page& page, const std::string& uid) {
         const std::vector<QueryItem> items = queryItems(page.url).value();
         for (const QueryItem& item : items) {
@@ -83,7 +83,7 @@ protected:
         return {};
     }
 
-    /// Whether the service takes the agent's token now.
+    /// Whether the service accepts the agent's current token.
     bool isServed() {
         const Configuration configuration(*bundle_);
         const APIClient api(
@@ -124,7 +124,7 @@ protected:
 
 } // namespace
 
-TEST_F(SignInTest, TheAccountIsTheOneChosenOnThePage) {
+TEST_F(SignInTest, TheChosenAccountIsSignedIn) {
     signIn();
     EXPECT_EQ(auth_->accountEmail(), account_.email);
     EXPECT_EQ(auth_->accountHandle(), account_.handle);
@@ -132,7 +132,7 @@ TEST_F(SignInTest, TheAccountIsTheOneChosenOnThePage) {
     EXPECT_TRUE(isServed());
 }
 
-TEST_F(SignInTest, TheSessionSurvivesARestartOfBoth) {
+TEST_F(SignInTest, TheSessionSurvivesARestartOfAgentAndService) {
     signIn();
     restart();
     EXPECT_TRUE(auth_->isSignedIn());
@@ -143,7 +143,7 @@ TEST_F(SignInTest, TheSessionSurvivesARestartOfBoth) {
     EXPECT_EQ(service_->requestCount(refreshPath), 1U);
 }
 
-TEST_F(SignInTest, TwoCallsThirtySecondsBeforeTheTokenEndsAreOneRefreshAtTheService) {
+TEST_F(SignInTest, TwoCallsShortlyBeforeTheTokenExpiresRefreshItOnce) {
     signIn();
     clock_.advance(std::chrono::hours(1) - std::chrono::seconds(30));
     auto first = auth_->currentToken();
@@ -155,7 +155,7 @@ TEST_F(SignInTest, TwoCallsThirtySecondsBeforeTheTokenEndsAreOneRefreshAtTheServ
     EXPECT_EQ(service_->requestCount(refreshPath), 1U);
 }
 
-TEST_F(SignInTest, ARevokedSessionIsOverAtTheNextRefresh) {
+TEST_F(SignInTest, ARevokedSessionEndsAtTheNextRefresh) {
     signIn();
     EXPECT_EQ(service_->revokeSessions(account_.uid, "USER_DISABLED"), 1U);
     EXPECT_TRUE(isServed());
@@ -165,7 +165,7 @@ TEST_F(SignInTest, ARevokedSessionIsOverAtTheNextRefresh) {
     EXPECT_TRUE(keychain_.items.empty());
 }
 
-TEST_F(SignInTest, ASessionThatTheServiceCallsExpiredIsOverAtOnce) {
+TEST_F(SignInTest, ASessionThatTheServiceReportsAsExpiredEndsAtOnce) {
     signIn();
     service_->expireToken(currentToken().value());
     EXPECT_FALSE(isServed());
@@ -173,7 +173,7 @@ TEST_F(SignInTest, ASessionThatTheServiceCallsExpiredIsOverAtOnce) {
     EXPECT_TRUE(keychain_.items.empty());
 }
 
-TEST_F(SignInTest, ASpellOfTroubleKeepsTheSession) {
+TEST_F(SignInTest, TemporaryFailuresKeepTheSession) {
     signIn();
     clock_.advance(std::chrono::hours(1));
     service_->script(service::Fault::answer(503, ""));
@@ -186,7 +186,7 @@ TEST_F(SignInTest, ASpellOfTroubleKeepsTheSession) {
     EXPECT_TRUE(isServed());
 }
 
-TEST_F(SignInTest, AReplyThatIsLostLeavesTheOldRefreshTokenGood) {
+TEST_F(SignInTest, ALostReplyKeepsTheOldRefreshTokenValid) {
     signIn();
     clock_.advance(std::chrono::hours(1));
     service_->script(service::Fault::acceptThenReset());
@@ -212,7 +212,7 @@ TEST_F(SignInTest, ACodeOfAnotherSignInIsRefused) {
     EXPECT_TRUE(keychain_.items.empty());
 }
 
-TEST_F(SignInTest, ASignOutEndsWhatTheAgentCanDoEvenAfterARestart) {
+TEST_F(SignInTest, ASignOutLastsAfterARestart) {
     signIn();
     auth_->signOut();
     EXPECT_FALSE(isServed());
@@ -222,7 +222,7 @@ TEST_F(SignInTest, ASignOutEndsWhatTheAgentCanDoEvenAfterARestart) {
     EXPECT_EQ(service_->requestCount(refreshPath), 0U);
 }
 
-TEST_F(SignInTest, NeitherTheLogNorTheCapturedTrafficHoldsASecret) {
+TEST_F(SignInTest, NeitherTheLogNorTheTrafficContainsASecret) {
     signIn();
     clock_.advance(std::chrono::hours(1));
     ASSERT_TRUE(currentToken());
@@ -237,7 +237,7 @@ TEST_F(SignInTest, NeitherTheLogNorTheCapturedTrafficHoldsASecret) {
     for (const char* kind : {"orvel-id-", "orvel-refresh-", "orvel-custom-", "orvel-code-"}) {
         EXPECT_EQ(written.find(kind), std::string::npos) << kind;
     }
-    // Which is how they begin.
+    // The search looks for this prefix.
     EXPECT_EQ(currentToken()->rfind("orvel-id-", 0), 0U);
 }
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// An update on its whole way: signed by the tool, served by the real service, found through the
-// service's bundle, and put in the place of the AppImage that runs.
+// A complete update: signed by the tool, served by the real service, found through the service's
+// bundle, and installed over the running AppImage.
 #include "OrvelAgent/update/UpdaterService.h"
 #include "platform/linux/network/CurlURLSession.h"
 #include "platform/linux/storage/PlistBundle.h"
@@ -54,8 +54,8 @@ protected:
         std::filesystem::create_directory(updates_);
         std::filesystem::create_directory(directory_ / "mounted");
         std::filesystem::create_directory(directory_ / "apps");
-        write(place_, "the old version");
-        chmod(place_.c_str(), 0755);
+        write(appImage_, "the old version");
+        chmod(appImage_.c_str(), 0755);
 
         LocalService::Options options;
         options.store = directory_ / "records.sqlite";
@@ -72,7 +72,7 @@ protected:
         session_ = std::make_unique<CurlURLSession>(std::move(trust));
         AppcastUpdater::Agent agent = AppcastUpdater::thisAgent("0.1.0", directory_ / "Downloads");
         const ProgramTraces traces{
-            directory_ / "mounted" / "orvel-agent", place_, directory_ / "mounted"};
+            directory_ / "mounted" / "orvel-agent", appImage_, directory_ / "mounted"};
         agent.installation = UpdateInstallation(traces, directory_ / "Downloads");
         updater_ = std::make_unique<AppcastUpdater>(*session_, clock_, defaults_, log_, agent);
         const PlistBundle bundle(directory_ / "bundle");
@@ -83,7 +83,7 @@ protected:
         presenter_.onReadyToInstall = presenter_.onOffer;
     }
 
-    /// What the tool prints.
+    /// The output of the signing tool.
     static std::string signUpdate(std::vector<std::string> arguments) {
         test::Program::Options options;
         arguments.insert(arguments.begin(), SIGN_UPDATE);
@@ -93,7 +93,7 @@ protected:
         return program.output();
     }
 
-    /// Offers it as version 9.0.0 of the AppImage.
+    /// Publishes the update as version 9.0.0 of the AppImage.
     void publish(const std::string& update) {
         const std::string file = updates_ / "Agent.AppImage";
         write(file, update);
@@ -113,7 +113,7 @@ protected:
                 item + "</channel></rss>");
     }
 
-    /// What the user is shown, from asking for an update to its end.
+    /// Everything that is shown to the user from the check for updates to its result.
     std::vector<std::string> outcome() {
         QTimer limit;
         limit.setSingleShot(true);
@@ -133,7 +133,7 @@ protected:
 
     test::TemporaryDirectory directory_;
     std::filesystem::path updates_ = directory_ / "updates";
-    std::filesystem::path place_ = directory_ / "apps" / "Agent.AppImage";
+    std::filesystem::path appImage_ = directory_ / "apps" / "Agent.AppImage";
     std::string keyFile_ = directory_ / "key.pem";
     std::unique_ptr<LocalService> service_;
     std::unique_ptr<CurlURLSession> session_;
@@ -147,7 +147,7 @@ protected:
 
 } // namespace
 
-TEST_F(UpdateTest, ASignedUpdateTakesThePlaceOfTheAppImage) {
+TEST_F(UpdateTest, ASignedUpdateReplacesTheAppImage) {
     const std::string update = "#!/bin/sh\nexit 42\n";
     publish(update);
     EXPECT_THAT(
@@ -159,31 +159,31 @@ TEST_F(UpdateTest, ASignedUpdateTakesThePlaceOfTheAppImage) {
             "verification",
             "ready 9.0.0",
             "relaunch"));
-    EXPECT_EQ(content(place_), update);
-    EXPECT_EQ(WEXITSTATUS(std::system(place_.c_str())), 42);
+    EXPECT_EQ(content(appImage_), update);
+    EXPECT_EQ(WEXITSTATUS(std::system(appImage_.c_str())), 42);
     EXPECT_EQ(updaterService_->lastCheck(), clock_.now());
     EXPECT_EQ(service_->requestCount(), 2U);
 }
 
-TEST_F(UpdateTest, AnUpdateThatWasChangedAtTheServiceIsRefused) {
+TEST_F(UpdateTest, AModifiedUpdateIsRefused) {
     publish("the new version");
     write(updates_ / "Agent.AppImage", "the bad version");
     EXPECT_EQ(outcome().back(), "The signature of the update is not valid. It was not installed.");
-    EXPECT_EQ(content(place_), "the old version");
+    EXPECT_EQ(content(appImage_), "the old version");
 }
 
-TEST_F(UpdateTest, ADownloadThatIsCutOffIsTriedAgainWhenAskedFor) {
+TEST_F(UpdateTest, AnInterruptedDownloadCanBeRetried) {
     publish("the new version");
     service::Fault fault = service::Fault::acceptThenCutOff();
     fault.path = "/updates/Agent.AppImage";
     service_->script(fault);
     EXPECT_EQ(outcome().back(), "The update could not be loaded. The network connection was lost.");
-    EXPECT_EQ(content(place_), "the old version");
+    EXPECT_EQ(content(appImage_), "the old version");
     EXPECT_EQ(outcome().back(), "relaunch");
-    EXPECT_EQ(content(place_), "the new version");
+    EXPECT_EQ(content(appImage_), "the new version");
 }
 
-TEST_F(UpdateTest, AServiceWithoutAFeedIsSaid) {
+TEST_F(UpdateTest, AServiceWithoutAFeedIsReported) {
     EXPECT_THAT(
         outcome(),
         ElementsAre(

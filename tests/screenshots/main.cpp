@@ -57,7 +57,7 @@ constexpr const char* sampleChangelog = R"(# Changelog
 - The history is read in the background, with pauses.
 )";
 
-/// With the most frequent 256 colours only, which nobody sees, and half the size.
+/// Keeps the 256 most frequent colours, which halves the file without a visible difference.
 QImage withFewColors(const QImage& image) {
     QHash<QRgb, int> counts;
     for (int y = 0; y < image.height(); ++y) {
@@ -73,7 +73,7 @@ QImage withFewColors(const QImage& image) {
     return image.convertToFormat(QImage::Format_Indexed8, colors, Qt::AvoidDither);
 }
 
-/// Draws every window in every state, on a light and on a dark desktop.
+/// Saves an image of every window in every state, with a light and a dark palette.
 class Screenshots final {
 public:
     explicit Screenshots(QDir folder) : folder_(std::move(folder)) {}
@@ -173,7 +173,7 @@ private:
     const char* desktop_ = "";
 };
 
-/// Higher than any panel, and of double density.
+/// A screen that is higher than any panel and has double density.
 QString writeScreen(const QTemporaryDir& folder) {
     QFile file(folder.filePath(QStringLiteral("screen.json")));
     const bool isOpen = file.open(QIODevice::WriteOnly);
@@ -187,7 +187,7 @@ QString writeScreen(const QTemporaryDir& folder) {
 } // namespace orvel
 
 int main(int argc, char** argv) {
-    // The same pictures on every machine, wherever and whenever.
+    // Make the images independent of the machine and its settings.
     const QTemporaryDir folder;
     qputenv("QT_QPA_PLATFORM", "offscreen:configfile=" + orvel::writeScreen(folder).toUtf8());
     qputenv("XDG_RUNTIME_DIR", folder.path().toUtf8());

@@ -9,7 +9,7 @@
 
 namespace orvel::test {
 
-/// Writes update feeds, also ones with something missing or wrong.
+/// Writes update feeds, including incomplete and invalid ones.
 class AppcastBuilder final {
 public:
     /// One item, complete for an AppImage of 64-bit PCs.

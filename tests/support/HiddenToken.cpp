@@ -22,23 +22,23 @@ namespace orvel::test {
 namespace {
 
 constexpr std::size_t length = 64;
-/// The part that is looked for.
+/// Copies are found by this part of the token.
 constexpr std::size_t partBegin = 32;
 constexpr std::size_t partLength = 24;
 constexpr char disguise = '\x80';
 
-/// Memory of its own, in which finds do not count.
-class Ground final {
+/// The search's own memory, which does not count.
+class SearchMemory final {
 public:
-    Ground()
+    SearchMemory()
         : memory_(mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) {
         if (memory_ == MAP_FAILED) {
             throw std::system_error(errno, std::generic_category(), "mmap");
         }
     }
-    ~Ground() { munmap(memory_, size); }
-    Ground(const Ground&) = delete;
-    Ground& operator=(const Ground&) = delete;
+    ~SearchMemory() { munmap(memory_, size); }
+    SearchMemory(const SearchMemory&) = delete;
+    SearchMemory& operator=(const SearchMemory&) = delete;
 
     [[nodiscard]] char* part() const { return static_cast<char*>(memory_); }
     [[nodiscard]] char* buffer() const { return part() + partLength; }
@@ -53,7 +53,7 @@ private:
     void* memory_;
 };
 
-/// A file of the kernel's about this process.
+/// A file in /proc/self.
 class ProcessFile final {
 public:
     explicit ProcessFile(const char* path) : descriptor_(open(path, O_RDONLY | O_CLOEXEC)) {
@@ -65,7 +65,7 @@ public:
     ProcessFile(const ProcessFile&) = delete;
     ProcessFile& operator=(const ProcessFile&) = delete;
 
-    /// How many bytes there are; 0 where nothing can be read.
+    /// Returns the number of bytes read, or 0 if the memory is unreadable.
     std::size_t read(void* bytes, std::size_t size, std::size_t from) const {
         return static_cast<std::size_t>(
             std::max<ssize_t>(0, pread(descriptor_, bytes, size, static_cast<off_t>(from))));
@@ -75,8 +75,8 @@ private:
     int descriptor_;
 };
 
-/// Whether any of the memory was ever used. A sanitizer reserves far more than it uses, and reading
-/// it all takes seconds.
+/// Whether any of the pages were ever used. A sanitizer reserves far more than it uses, and reading
+/// all of it would take seconds.
 bool isUsed(const ProcessFile& pagemap, std::uintptr_t begin, std::size_t size) {
     const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     const std::size_t first = begin / page;
@@ -84,7 +84,7 @@ bool isUsed(const ProcessFile& pagemap, std::uintptr_t begin, std::size_t size) 
     const std::size_t count = pagemap.read(
         entries.data(), entries.size() * sizeof(entries[0]), first * sizeof(entries[0]));
     entries.resize(count / sizeof(entries[0]));
-    // Present, or swapped out.
+    // Bit 63 means present, bit 62 swapped out.
     return std::ranges::any_of(entries, [](std::uint64_t entry) { return entry >> 62U != 0; });
 }
 
@@ -106,11 +106,11 @@ std::string HiddenToken::text() const {
 }
 
 std::size_t HiddenToken::copiesInMemory() const {
-    const Ground ground;
+    const SearchMemory searchMemory;
     for (std::size_t index = 0; index < partLength; ++index) {
-        ground.part()[index] = static_cast<char>(disguised_[partBegin + index] ^ disguise);
+        searchMemory.part()[index] = static_cast<char>(disguised_[partBegin + index] ^ disguise);
     }
-    const std::string_view part(ground.part(), partLength);
+    const std::string_view part(searchMemory.part(), partLength);
 
     std::ostringstream maps;
     maps << std::ifstream("/proc/self/maps").rdbuf();
@@ -122,27 +122,27 @@ std::size_t HiddenToken::copiesInMemory() const {
         unsigned long begin = 0;
         unsigned long end = 0;
         char writable = '-';
-        // Larger ones are a sanitizer's own.
+        // Larger mappings belong to a sanitizer.
         if (std::sscanf(line.c_str(), "%lx-%lx r%c", &begin, &end, &writable) != 3 ||
             writable != 'w' || end - begin > (1UL << 30U)) {
             continue;
         }
         while (end - begin >= partLength) {
-            const std::size_t wanted = std::min<std::size_t>(end - begin, Ground::bufferSize);
+            const std::size_t wanted = std::min<std::size_t>(end - begin, SearchMemory::bufferSize);
             if (!isUsed(pagemap, begin, wanted)) {
                 begin += wanted - partLength + 1;
                 continue;
             }
-            const std::size_t count = memory.read(ground.buffer(), wanted, begin);
+            const std::size_t count = memory.read(searchMemory.buffer(), wanted, begin);
             if (count < partLength) {
                 break;
             }
-            const std::string_view bytes(ground.buffer(), count);
+            const std::string_view bytes(searchMemory.buffer(), count);
             for (std::size_t found = bytes.find(part); found != std::string_view::npos;
                  found = bytes.find(part, found + 1)) {
-                copies += ground.contains(begin + found) ? 0 : 1;
+                copies += searchMemory.contains(begin + found) ? 0 : 1;
             }
-            // The next piece begins where a copy could still begin in this one.
+            // Overlap the next piece with this one, in case a copy lies across the border.
             begin += bytes.size() - partLength + 1;
         }
     }

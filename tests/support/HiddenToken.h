@@ -6,17 +6,17 @@
 
 namespace orvel::test {
 
-/// A random token that is nowhere in this process's memory except where the code under test keeps
-/// it: this object holds it only in disguise.
+/// A random token to search for in this process's memory. This object stores it encoded, so only
+/// copies made by the code under test are found.
 class HiddenToken final {
 public:
     HiddenToken();
 
-    /// 64 letters. Whoever asks overwrites them.
+    /// 64 letters. The caller must overwrite the text after use.
     [[nodiscard]] std::string text() const;
 
-    /// How many copies there are in memory that can be written, given back or not. What the
-    /// allocator writes at the beginning of memory given back does not hide a copy.
+    /// The number of copies in writable memory, including freed memory. The allocator overwrites
+    /// the first bytes of freed memory; the search ignores those.
     [[nodiscard]] std::size_t copiesInMemory() const;
 
 private:

@@ -37,7 +37,7 @@ bool isSameName(std::string_view one, std::string_view other) {
     return one.size() == other.size() && strncasecmp(one.data(), other.data(), one.size()) == 0;
 }
 
-/// Writing to a connection that the client has reset must not end the process.
+/// Writing to a connection that the client has reset must not end the process with SIGPIPE.
 void blockBrokenPipes() {
     sigset_t set;
     sigemptyset(&set);
@@ -45,7 +45,7 @@ void blockBrokenPipes() {
     pthread_sigmask(SIG_BLOCK, &set, nullptr);
 }
 
-/// The descriptor, which programs that are started get no copy of.
+/// Returns the descriptor, closed in programs that this process starts.
 int keptToOurselves(int descriptor) {
     fcntl(descriptor, F_SETFD, FD_CLOEXEC);
     return descriptor;
@@ -166,7 +166,7 @@ void LocalServer::Connection::waitForEnd() {
             read(buffer.data(), buffer.size());
         }
     } catch (const ClientGone&) {
-        // Awaited.
+        // The connection has ended.
     }
 }
 
@@ -180,7 +180,7 @@ void LocalServer::Connection::close() {
 void LocalServer::Connection::cutOff() {
     isOver_ = true;
     shutdown(descriptor_, SHUT_WR);
-    // Closing with unread bytes would be a reset.
+    // Unread bytes would turn the close into a reset.
     std::array<char, 4096> buffer{};
     while (recv(descriptor_, buffer.data(), buffer.size(), 0) > 0) {
     }
@@ -243,7 +243,7 @@ LocalServer::~LocalServer() {
 }
 
 void LocalServer::wakeAcceptor() const {
-    // Not every system ends the waiting for a connection when the socket is shut down.
+    // On some systems, accept() does not return when the socket is shut down.
     const int caller = socket(AF_INET, SOCK_STREAM, 0);
     const sockaddr_in address = loopback(port());
     connect(caller, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
@@ -306,7 +306,7 @@ void LocalServer::serve(int descriptor) {
                 connection.close();
             }
         } catch (const ClientGone&) {
-            // Its choice.
+            // Tests may let the client disconnect.
         }
     }
     SSL_free(session);

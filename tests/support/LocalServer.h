@@ -15,15 +15,15 @@ struct ssl_st;
 
 namespace orvel::test {
 
-/// A server on 127.0.0.1 that does with each connection what the test says, down to the bytes, and
-/// counts what arrives. With TLS, unless told otherwise.
+/// A server on 127.0.0.1 whose connections are handled by the test, byte by byte. Counts
+/// connections and requests. Uses TLS by default.
 class LocalServer final {
 public:
     struct Options {
-        /// Whom the client shows a certificate of; a fresh authority's for 127.0.0.1 when empty.
+        /// The server's certificate. If empty, one for 127.0.0.1 from a new authority.
         CertificateWithKey certificate;
         bool hasTLS = true;
-        /// Speaks TLS 1.1 at most.
+        /// Supports TLS 1.1 at most.
         bool isOutdated = false;
     };
 
@@ -33,13 +33,13 @@ public:
         std::vector<std::pair<std::string, std::string>> headers;
         std::string body;
 
-        /// The value of the first header of that name; empty when there is none.
+        /// The value of the first header with that name, or empty.
         [[nodiscard]] std::string header(std::string_view name) const;
         [[nodiscard]] bool hasHeader(std::string_view name) const;
     };
 
-    /// The server's end of one connection, on a thread of its own. Reading and writing throw when
-    /// the client is gone; what the handler throws ends the connection.
+    /// The server's end of one connection, on its own thread. Reading and writing throw if the
+    /// client has disconnected. An exception in the handler ends the connection.
     class Connection final {
     public:
         Connection(int descriptor, ssl_st* session, LocalServer& server)
@@ -49,19 +49,19 @@ public:
 
         Request readRequest();
         void write(std::string_view bytes);
-        /// A whole reply that states its length.
+        /// Sends a complete reply with its length.
         void reply(int status, std::string_view body, std::string_view headers = {});
-        /// Returns when the client, or the server, closes the connection.
+        /// Returns when the client or the server closes the connection.
         void waitForEnd();
 
-        /// Ends the connection as HTTPS wants it; so does returning from the handler.
+        /// Closes the TLS session, then the connection. Returning from the handler does the same.
         void close();
-        /// Ends it without TLS's farewell, as an attacker or a crash would.
+        /// Closes the connection without closing the TLS session, like an attacker or a crash.
         void cutOff();
-        /// Ends it with a reset in place of TCP's farewell.
+        /// Resets the TCP connection.
         void reset();
 
-        /// Whether one of these has been called.
+        /// Whether the server has ended the connection.
         [[nodiscard]] bool isOver() const { return isOver_; }
 
     private:
@@ -83,12 +83,12 @@ public:
     LocalServer& operator=(const LocalServer&) = delete;
 
     [[nodiscard]] int port() const;
-    /// Of a path that begins with "/".
+    /// The path must begin with "/".
     [[nodiscard]] std::string url(std::string_view path = "/") const;
-    /// The authority of the certificate that is used when the options name none; as PEM.
+    /// The PEM certificate of the authority that is used unless the options name another.
     [[nodiscard]] std::string authority() const;
 
-    /// Connections accepted so far, whatever came of them.
+    /// The number of accepted connections.
     [[nodiscard]] std::size_t connectionCount() const;
     /// The requests read so far.
     [[nodiscard]] std::vector<Request> requests() const;

@@ -12,7 +12,7 @@
 #include <iterator>
 #include <system_error>
 
-// Not every system's headers have it.
+// Some systems' headers do not declare it.
 extern "C" char** environ;
 
 namespace orvel::test {
@@ -97,7 +97,7 @@ std::optional<int> Program::waitFor(std::chrono::milliseconds limit) {
         if (!end_.valid()) {
             end_ = std::async(std::launch::async, [pid = pid_] {
                 siginfo_t information{};
-                // Leaves the status for `wait`.
+                // WNOWAIT leaves the status for `wait()`.
                 while (waitid(P_PID, static_cast<id_t>(pid), &information, WEXITED | WNOWAIT) < 0 &&
                        errno == EINTR) {
                 }

@@ -14,25 +14,25 @@
 
 namespace orvel::test {
 
-/// One run of another program, with what it prints kept in files. Killed when destroyed.
+/// A running program whose output goes to files. Killed on destruction.
 class Program final {
 public:
     struct Options {
         std::vector<std::string> arguments;
-        /// Added to this process's environment; an empty value takes a variable out.
+        /// Added to this process's environment. An empty value removes a variable.
         std::map<std::string, std::string> environment;
     };
 
-    /// Throws `std::system_error` when it cannot be started.
+    /// Throws `std::system_error` if the program cannot be started.
     explicit Program(const Options& options);
     ~Program();
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
 
-    /// The exit status, or 128 and the number of the signal that ended it.
+    /// Returns the exit status, or 128 plus the number of the signal that ended the program.
     int wait();
 
-    /// As `wait`, or no value when it still runs after that time.
+    /// Like `wait()`, but returns no value if the program still runs after that time.
     std::optional<int> waitFor(std::chrono::milliseconds limit);
 
     void signal(int number) const;
@@ -44,7 +44,7 @@ private:
     TemporaryDirectory files_;
     pid_t pid_ = -1;
     std::optional<int> status_;
-    /// Of the program, as far as somebody has waited for it.
+    /// Ready when the program has exited. Set by the first `waitFor()`.
     std::future<void> end_;
 };
 

@@ -46,8 +46,8 @@ QCoro::Task<> settle(QCoro::Task<T> task, std::shared_ptr<Outcome<T>> outcome) {
 
 } // namespace detail
 
-/// Runs the event loop until the task ends; gives its result or throws what it threw. Throws
-/// `std::runtime_error` when it takes longer than the limit.
+/// Runs the event loop until the task ends. Returns its result or rethrows its exception. Throws
+/// `std::runtime_error` if it exceeds the limit.
 template <typename T>
 T runTask(QCoro::Task<T> task, std::chrono::seconds limit = std::chrono::seconds(60)) {
     const auto outcome = std::make_shared<detail::Outcome<T>>();
@@ -70,7 +70,7 @@ T runTask(QCoro::Task<T> task, std::chrono::seconds limit = std::chrono::seconds
     }
 }
 
-/// Runs what is queued in the event loop, until nothing is.
+/// Processes queued events until none are left.
 inline void processEvents() {
     QCoreApplication::sendPostedEvents();
     while (QCoreApplication::eventDispatcher() != nullptr) {

@@ -190,7 +190,7 @@ void SampleAgent::bringTo(AgentState state) {
         model_->collector().setPaused(state == AgentState::Paused);
         break;
     }
-    // And what followed from it.
+    // Also process the events that this causes.
     processEvents();
 }
 

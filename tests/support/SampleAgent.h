@@ -11,11 +11,11 @@
 
 namespace orvel::test {
 
-/// What an agent is found doing.
+/// The states of the agent that tests show.
 enum class AgentState {
-    /// Signed in, and the first scan is over.
+    /// Signed in, after the first scan.
     NothingWrong,
-    /// The same, without a single message in the last day.
+    /// The same, without any message in the last day.
     NothingScanned,
     NoScansYet,
     Scanning,
@@ -28,9 +28,9 @@ enum class AgentState {
     UnderDebugger,
     ScanFailed,
     Paused,
-    /// Nothing is granted, and nobody signed in.
+    /// Signed out, without any permission.
     EverythingMissing,
-    /// Errors, addresses and hosts that are longer than any line.
+    /// Errors, addresses and host names longer than a line.
     LongTexts,
 };
 
@@ -51,11 +51,11 @@ inline constexpr std::array allAgentStates{
     AgentState::EverythingMissing,
     AgentState::LongTexts};
 
-/// In lower case, with dashes.
+/// The name in lower case, with dashes.
 [[nodiscard]] const char* name(AgentState state);
 
-/// A real model over fakes and a sample database, brought to that state. It stays there: its clock
-/// stands still.
+/// A real model in the given state, with fakes and a sample database. The state does not change,
+/// because the clock is stopped.
 class SampleAgent final {
 public:
     explicit SampleAgent(AgentState state);
@@ -63,10 +63,10 @@ public:
 
     [[nodiscard]] AppModel& model() { return *model_; }
 
-    /// What the user does in the settings of the desktop.
+    /// Changes the setting like the user would do on the desktop.
     void grantFullDiskAccess();
 
-    /// Waits for the end of a scan that has begun.
+    /// Waits until the running scan ends.
     void finishScan();
 
     TestPlatform with;

@@ -6,7 +6,7 @@
 
 namespace orvel::test {
 
-/// A fresh private directory, removed with all it holds when the object is destroyed.
+/// A new private directory, removed with its content on destruction.
 class TemporaryDirectory final {
 public:
     TemporaryDirectory();

@@ -30,7 +30,7 @@ void addExtension(X509* certificate, X509* issuer, int kind, const char* value) 
     X509_EXTENSION_free(extension);
 }
 
-/// With a fresh key and serial number, not signed yet.
+/// A new key and an unsigned certificate with a new serial number.
 CertificateWithKey
 unsignedCertificate(const std::string& name, std::chrono::hours from, std::chrono::hours to) {
     CertificateWithKey made{{X509_new(), X509_free}, {EVP_EC_gen("P-256"), EVP_PKEY_free}};

@@ -15,16 +15,16 @@ struct CertificateWithKey {
     std::shared_ptr<evp_pkey_st> key;
 };
 
-/// Issues certificates for servers of tests.
+/// Issues certificates for test servers.
 class CertificateAuthority final {
 public:
     CertificateAuthority();
 
-    /// As PEM.
+    /// In PEM.
     [[nodiscard]] std::string certificate() const;
 
-    /// For these names, in OpenSSL's form such as "IP:127.0.0.1,DNS:localhost", valid between those
-    /// times from now.
+    /// Issues a certificate for the names, in OpenSSL's form such as "IP:127.0.0.1,DNS:localhost".
+    /// The validity is relative to now.
     [[nodiscard]] CertificateWithKey issue(
         const std::string& names,
         std::chrono::hours from = std::chrono::hours(-24),

@@ -7,7 +7,7 @@
 
 namespace {
 
-/// A warning of Qt's is a mistake of ours: the running test fails.
+/// Qt warnings indicate mistakes in our code, so they fail the running test.
 void failOnWarning(QtMsgType type, const QMessageLogContext&, const QString& message) {
     if (type == QtWarningMsg || type == QtCriticalMsg) {
         ADD_FAILURE() << "Qt: " << message.toStdString();
@@ -17,12 +17,11 @@ void failOnWarning(QtMsgType type, const QMessageLogContext&, const QString& mes
 } // namespace
 
 int main(int argc, char** argv) {
-    // Nothing of the user's may be read or written, even by mistake. Below a file not even root can
-    // make a folder.
+    // Protect the user's files from mistakes in tests. Not even root can create a folder here.
     constexpr auto nowhere = "/dev/null/nowhere";
     qputenv("HOME", nowhere);
     qputenv("XDG_CONFIG_HOME", nowhere);
-    // Servers of tests are on this machine.
+    // Test servers run on this machine.
     qputenv("no_proxy", "*");
     testing::InitGoogleTest(&argc, argv);
     orvel::prepareEventLoop();

@@ -9,7 +9,7 @@ struct evp_pkey_st;
 
 namespace orvel::test {
 
-/// A fresh Ed25519 key that signs updates. Both texts are Base64.
+/// A new Ed25519 key that signs updates. Key and signatures are Base64.
 class UpdateSigner final {
 public:
     UpdateSigner();

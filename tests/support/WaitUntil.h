@@ -9,8 +9,8 @@
 
 namespace orvel::test {
 
-/// Runs the event loop until the condition holds; for what no signal tells, such as the doings of
-/// other programs. Gives false when that takes longer than the limit.
+/// Runs the event loop until the condition holds. For conditions without a signal, such as those of
+/// other programs. Returns false if the limit is exceeded.
 [[nodiscard]] inline bool waitUntil(
     const std::function<bool()>& condition, std::chrono::seconds limit = std::chrono::seconds(20)) {
     QEventLoop loop;

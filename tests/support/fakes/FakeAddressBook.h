@@ -11,20 +11,21 @@
 
 namespace orvel::test {
 
-/// An address book in memory, with a user who answers at once. A refusal decides nothing.
+/// An address book in memory, with a user who answers at once. A refusal leaves the access
+/// undecided.
 class FakeAddressBook final : public AddressBook {
 public:
     int status = authorized;
-    /// What the user says when asked.
+    /// The user's answer.
     bool userAllows = true;
     std::vector<ContactCard> cards;
-    /// Enumerating fails with this when set.
+    /// If set, enumerating fails with this error.
     std::optional<tavrin::PlatformError> readError;
 
-    /// How often the user was asked, and how often an open question came to the front.
+    /// How often the user was asked, and how often a pending question was brought to the front.
     int questions = 0;
     int reminders = 0;
-    /// Which fields each enumeration asked for.
+    /// The requested fields of each enumeration.
     std::vector<Fields> enumerations;
 
     /// From now on neither the user nor the address book answers.
@@ -91,7 +92,7 @@ private:
     }
 
     bool isHolding_ = false;
-    /// Those who wait for the user's answer.
+    /// The completions that wait for the user's answer.
     std::vector<std::function<void(bool)>> requests_;
     QObject callbackContext_;
 };

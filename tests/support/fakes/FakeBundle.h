@@ -9,7 +9,7 @@
 
 namespace orvel::test {
 
-/// A bundle of what the test puts in.
+/// A bundle with the values that the test sets.
 class FakeBundle final : public Bundle {
 public:
     void setInfo(std::string key, std::string value) {

@@ -13,20 +13,20 @@
 
 namespace orvel::test {
 
-/// A keychain in memory. It can be locked, with reads waiting for the user, or refuse to keep.
+/// A keychain in memory. Tests can lock it, so that reads wait, or make its writes fail.
 class FakeKeychain final : public Keychain {
 public:
     using Name = std::pair<std::string, std::string>;
 
-    /// What a new process would find, by service and account.
+    /// The stored items, by service and account, as a new process would find them.
     std::map<Name, std::string> items;
-    /// The names of all removals so far, in their order.
+    /// The names of all removed items, in order.
     std::vector<Name> removals;
-    /// Changes hold in this process only, and fail with this.
+    /// If set, changes fail with this error and are visible to this process only.
     std::optional<tavrin::PlatformError> writeError;
-    /// As `writeError`, for one account of any service.
+    /// Like `writeError`, for one account of any service.
     std::map<std::string, tavrin::PlatformError> errorsByAccount;
-    /// Changes are lost altogether, without a word.
+    /// Changes are silently lost.
     bool losesWrites = false;
 
     /// From now on reads wait.
@@ -34,13 +34,13 @@ public:
 
     [[nodiscard]] bool isReadWaiting() const { return !waiting_.empty(); }
 
-    /// Answers the read that has waited for the shortest time.
+    /// Completes the newest waiting read.
     void unlockLast() {
         later(std::move(waiting_.back()));
         waiting_.pop_back();
     }
 
-    /// Answers the reads that wait.
+    /// Completes the waiting reads.
     void unlock() {
         isLocked_ = false;
         for (auto& read : std::exchange(waiting_, {})) {

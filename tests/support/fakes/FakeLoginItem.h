@@ -12,13 +12,13 @@
 
 namespace orvel::test {
 
-/// A login item that is nothing but its state.
+/// A login item that only stores its state.
 class FakeLoginItem final : public LoginItem {
 public:
     Status current = Status::NotRegistered;
-    /// Everything fails with this, and changes nothing.
+    /// If set, every function fails with this error and changes nothing.
     std::optional<tavrin::PlatformError> error;
-    /// The registrations (true) and unregistrations (false) so far, also the failed ones.
+    /// All registrations (true) and unregistrations (false), including failed ones.
     std::vector<bool> changes;
 
     void registerItem(Completion completion) override {

@@ -11,8 +11,8 @@
 
 namespace orvel::test {
 
-/// The account's service and the identity provider, as the session's handler: takes everything, and
-/// keeps what it gets. Answers of the test's own can be put in place of the true ones.
+/// The service and the identity provider, as the session's handler. It accepts every request and
+/// stores the messages. Tests can replace its replies.
 class FakeService final {
 public:
     static constexpr std::string_view digestPath = "/api/v1/context/handle-digest";
@@ -23,25 +23,25 @@ public:
     static constexpr std::string_view customTokenPath = "accounts:signInWithCustomToken";
     static constexpr std::string_view refreshPath = "/v1/token";
 
-    /// Takes the session's handler. Must outlive the session's use.
+    /// Sets the session's handler. Must outlive all requests.
     explicit FakeService(FakeURLSession& session);
     FakeService(const FakeService&) = delete;
     FakeService& operator=(const FakeService&) = delete;
 
-    /// The handles that the account knows.
+    /// The handles known to the account.
     std::vector<std::string> hints{"4155550134"};
 
-    /// From now on requests to that path get this answer; none leaves them waiting.
+    /// Answers all further requests to the path. No value leaves them waiting.
     void setAnswer(std::string_view path, FakeURLSession::Answer answer);
     void setAnswer(std::string_view path, int status, std::string body = {});
-    /// The true answer again.
+    /// Restores the normal reply.
     void resetAnswer(std::string_view path);
 
     [[nodiscard]] std::size_t requestCount(std::string_view path) const;
-    /// How many of these have no answer and are not cancelled; of all paths.
+    /// The number of pending requests of all paths.
     [[nodiscard]] std::size_t inFlight() const { return session_.inFlight(); }
 
-    /// The guids of all messages taken, in their order, each as often as it came.
+    /// The guids of all accepted messages, in order, with duplicates.
     [[nodiscard]] const std::vector<std::string>& guids() const { return guids_; }
     /// The lines of the last diagnostics.
     [[nodiscard]] const std::vector<std::string>& diagnostics() const { return diagnostics_; }

@@ -11,7 +11,7 @@
 
 namespace orvel::test {
 
-/// The exchanges whose completions have not been called.
+/// The exchanges whose completion has not been called.
 class FakeURLSession::Pending final {
 public:
     std::uint64_t add(std::function<void(URLResult)> completion) {
@@ -19,7 +19,7 @@ public:
         return last_;
     }
 
-    /// From the event loop, unless the exchange is given another result before.
+    /// Completes the exchange from the event loop, unless it gets another result before.
     void finish(std::uint64_t exchange, URLResult result) {
         QMetaObject::invokeMethod(
             &callbackContext_,
@@ -43,7 +43,7 @@ public:
 private:
     std::uint64_t last_ = 0;
     std::map<std::uint64_t, std::function<void(URLResult)>> completions_;
-    /// Destroyed first: the calls it has queued are dropped with it.
+    /// Destroyed first, which drops the calls it has queued.
     QObject callbackContext_;
 };
 

@@ -13,11 +13,11 @@
 
 namespace orvel::test {
 
-/// A network of the test's making. A request takes the next queued answer; when none is left, the
-/// handler's; when there is no handler either, "Could not connect to the server."
+/// A network controlled by the test. A request gets the next queued answer, or else the handler's
+/// answer, or else the error "Could not connect to the server."
 class FakeURLSession final : public URLSession {
 public:
-    /// No value leaves the request without an answer until it is cancelled.
+    /// No value leaves the request pending until it is cancelled.
     using Answer = std::optional<URLResult>;
     using Handler = std::function<Answer(const URLRequest&)>;
 
@@ -29,9 +29,9 @@ public:
     void enqueue(tavrin::URLErrorCode code);
     void setHandler(Handler handler);
 
-    /// Every request so far, in the order of their start.
+    /// All requests in the order of their start.
     [[nodiscard]] const std::vector<URLRequest>& requests() const { return requests_; }
-    /// How many requests have not had their completion called yet.
+    /// The number of requests whose completion has not been called.
     [[nodiscard]] std::size_t inFlight() const;
 
     [[nodiscard]] std::unique_ptr<Task>

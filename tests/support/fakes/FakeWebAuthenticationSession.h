@@ -14,8 +14,7 @@
 
 namespace orvel::test {
 
-/// A browser and its user, both of the test's making. An attempt ends with what the user does, or
-/// when the test finishes it.
+/// A browser with a simulated user. An attempt ends with the user's action, or with `finish()`.
 class FakeWebAuthenticationSession final : public WebAuthenticationSession {
 public:
     struct Page {
@@ -23,18 +22,18 @@ public:
         std::string callbackScheme;
     };
 
-    /// What the user does on a page at once; no value leaves the attempt waiting.
+    /// The user's immediate action on a page. No value leaves the attempt pending.
     std::function<std::optional<Outcome>(const Page&)> user;
 
     FakeWebAuthenticationSession() = default;
     ~FakeWebAuthenticationSession() override { waiting_.reset(); }
 
-    /// All pages opened so far.
+    /// All opened pages.
     [[nodiscard]] const std::vector<Page>& pages() const { return pages_; }
 
     [[nodiscard]] bool isWaiting() const { return waiting_ != nullptr; }
 
-    /// Ends the attempt that waits; nothing when none does.
+    /// Ends the pending attempt, if any.
     void finish(Outcome outcome) {
         if (const auto attempt = std::exchange(waiting_, nullptr)) {
             settle(attempt, std::move(outcome));

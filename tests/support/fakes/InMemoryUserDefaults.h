@@ -14,10 +14,10 @@
 
 namespace orvel::test {
 
-/// User defaults that live as long as the object. Dates are kept to the last bit.
+/// User defaults in memory. Dates are stored exactly.
 class InMemoryUserDefaults final : public tavrin::UserDefaults {
 public:
-    /// From now on every setter and `remove` fails and changes nothing, or works again.
+    /// Whether setters and `remove()` fail without changing anything.
     void setFailsWrites(bool failsWrites) {
         const std::lock_guard lock(mutex_);
         failsWrites_ = failsWrites;

@@ -14,15 +14,15 @@
 
 namespace orvel::test {
 
-/// A clock that stands still until told to move on.
+/// A clock that the test advances.
 class ManualClock final : public Clock {
 public:
-    /// Starts at 2024-03-09T17:05:42Z unless told otherwise.
+    /// Starts at 2024-03-09T17:05:42Z by default.
     explicit ManualClock(tavrin::Date start = tavrin::Date(tavrin::Seconds(1'710'003'942)))
         : start_(start) {}
 
-    /// Moves both readings on. Timers that come due on the way, also those that a callback starts,
-    /// call back in the order of their time, each at its own time. Not from within a callback.
+    /// Advances date and uptime. Due timers fire in order, each at its own time, including timers
+    /// that a callback starts. Must not be called from a callback.
     void advance(tavrin::Seconds duration) {
         const tavrin::Seconds end = elapsed_ + duration;
         while (!timers_->empty() && timers_->begin()->first.first <= end) {
@@ -33,13 +33,13 @@ public:
         elapsed_ = end;
     }
 
-    /// How long until the next timer calls back; no value when none runs.
+    /// The time until the next timer fires, or no value if none runs.
     [[nodiscard]] std::optional<tavrin::Seconds> untilNextTimer() const {
         return timers_->empty() ? std::nullopt
                                 : std::optional(timers_->begin()->first.first - elapsed_);
     }
 
-    /// The same of every timer that runs.
+    /// The same for all running timers.
     [[nodiscard]] std::vector<tavrin::Seconds> untilTimers() const {
         std::vector<tavrin::Seconds> durations;
         for (const auto& [key, callback] : *timers_) {
@@ -59,7 +59,7 @@ public:
     }
 
 private:
-    /// When due, and the order of scheduling.
+    /// The due time, and the order of scheduling.
     using Key = std::pair<tavrin::Seconds, std::uint64_t>;
     using Timers = std::map<Key, std::function<void()>>;
 
@@ -70,7 +70,7 @@ private:
         ~ManualTimer() override { timers_->erase(key_); }
 
     private:
-        /// Shared: a timer may outlive the clock.
+        /// Shared, because a timer may outlive the clock.
         std::shared_ptr<Timers> timers_;
         Key key_;
     };

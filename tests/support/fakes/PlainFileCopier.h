@@ -11,7 +11,7 @@
 
 namespace orvel::test {
 
-/// Copies with the standard library; can be told to fail.
+/// Copies with the standard library. Tests can make it fail.
 class PlainFileCopier final : public tavrin::FileCopier {
 public:
     void setFails(bool fails) { fails_ = fails; }

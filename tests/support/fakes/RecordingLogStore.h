@@ -18,7 +18,7 @@
 
 namespace orvel::test {
 
-/// Keeps what is logged. Written to from any thread; the rest is for the main thread.
+/// Stores log entries in memory. Writing is thread-safe; all else is for the main thread.
 class RecordingLogStore final : public LogStore {
 public:
     struct Line {
@@ -34,17 +34,17 @@ public:
         }
     };
 
-    /// What it writes is of this subsystem.
+    /// The subsystem of written entries.
     static constexpr std::string_view subsystem = "app.test";
 
-    /// Reading fails with this.
+    /// If set, reads fail with this error.
     std::optional<tavrin::PlatformError> readError;
 
     RecordingLogStore() = default;
-    /// Dates its lines by that clock.
+    /// Takes the dates of its lines from the clock.
     explicit RecordingLogStore(const Clock& clock) : clock_(&clock) {}
 
-    /// Adds an entry as it is, which `lines()` does not count.
+    /// Adds an unchanged entry, which `lines()` does not contain.
     void append(LogEntry entry) {
         const std::lock_guard lock(mutex_);
         entries_.push_back(std::move(entry));
@@ -53,7 +53,7 @@ public:
     /// From now on reads wait.
     void hold() { isHolding_ = true; }
 
-    /// Answers the reads that wait.
+    /// Completes the waiting reads.
     void answer() {
         isHolding_ = false;
         for (auto& read : std::exchange(waiting_, {})) {
@@ -61,7 +61,7 @@ public:
         }
     }
 
-    /// Where the reads so far started, in their order.
+    /// The start dates of all reads, in order.
     [[nodiscard]] const std::vector<tavrin::Date>& reads() const { return reads_; }
 
     void write(LogLevel level, std::string_view category, std::string_view message) override {

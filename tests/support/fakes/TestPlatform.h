@@ -28,8 +28,8 @@
 
 namespace orvel::test {
 
-/// A platform of fakes, and the fakes by their own types. Nobody is signed in, the address book is
-/// open and empty, and the service takes everything.
+/// A platform of fakes, accessible by their own types. Initially the user is signed out, the
+/// address book is accessible and empty, and the service accepts everything.
 class TestPlatform final {
 public:
     TestPlatform() {
@@ -44,13 +44,13 @@ public:
         bundle.setInfo("SUPublicEDKey", "a key");
     }
 
-    /// An earlier process has signed in.
+    /// Stores a session, as if an earlier process had signed in.
     void storeSession(const std::string& email = "one@orvel.example") {
         keychain.items[{std::string(RecordingLogStore::subsystem) + ".session", "session"}] =
             R"({"refreshToken":"refresh-0","handle":"one","email":")" + email + R"("})";
     }
 
-    /// The user signs in on the page as soon as it opens.
+    /// Makes the user sign in as soon as the page opens.
     void letTheUserSignIn() {
         browser.user = [](const FakeWebAuthenticationSession::Page&) {
             return FakeWebAuthenticationSession::Outcome("orvelagent://callback?code=code");

@@ -6,8 +6,7 @@
 
 namespace orvel::test {
 
-/// For tests with a tray icon on the platform without a screen: what Qt has to say about having no
-/// tray there is no mistake of ours.
+/// For tests with a tray icon on the offscreen platform: ignores Qt's warning that it has no tray.
 class TrayOfNoPlatform final {
 public:
     TrayOfNoPlatform() { others() = qInstallMessageHandler(passOn); }

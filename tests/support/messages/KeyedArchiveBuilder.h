@@ -7,19 +7,18 @@
 
 namespace orvel::test {
 
-/// Writes an attributed string the way a keyed archiver does: its text as an object of its own,
-/// unless told otherwise.
+/// Writes an attributed string like a keyed archiver. By default its text is a separate object.
 class KeyedArchiveBuilder final {
 public:
-    /// A string, which stands for itself.
+    /// Stores the text directly as a string.
     KeyedArchiveBuilder& string(std::string_view text);
-    /// An object with the text under "NS.string", as for a mutable string.
+    /// Stores an object with the text under "NS.string", as for a mutable string.
     KeyedArchiveBuilder& stringObject(std::string_view text);
-    /// An object with the text's bytes under "NS.bytes".
+    /// Stores an object with the text's bytes under "NS.bytes".
     KeyedArchiveBuilder& bytesObject(std::string_view text);
-    /// The class of the attributed string and those it derives from.
+    /// The class of the attributed string and its superclasses.
     KeyedArchiveBuilder& classes(std::vector<std::string> names);
-    /// One more string among the objects, to which nothing refers.
+    /// Adds an unreferenced string to the objects.
     KeyedArchiveBuilder& with(std::string_view text);
 
     [[nodiscard]] std::string binary() const;

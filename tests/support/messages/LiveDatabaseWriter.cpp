@@ -34,7 +34,7 @@ void check(bool succeeded, const char* what) {
     }
 }
 
-/// Runs in the writing process, to the end of the channel.
+/// Runs in the writing process until the channel is closed.
 void writeMessages(
     const std::filesystem::path& path,
     std::int64_t messages,

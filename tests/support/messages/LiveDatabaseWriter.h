@@ -11,21 +11,21 @@
 
 namespace orvel::test {
 
-/// A process of its own that adds messages to a database, one a transaction, and restarts its
-/// write-ahead log again and again, as the application that owns the database does.
+/// A process that adds messages to a database, one per transaction, and repeatedly restarts the
+/// write-ahead log, like the application that owns the database.
 class LiveDatabaseWriter final {
 public:
     struct Work {
         std::int64_t transactions = 0;
-        /// The log is restarted after every so many transactions, ...
+        /// Restarts the log after this number of transactions, ...
         std::int64_t transactionsPerRestart = 1;
-        /// ... but no more often than that.
+        /// ... at most this many times.
         std::int64_t restarts = 0;
         std::chrono::milliseconds pauseAfterTransaction{0};
     };
 
-    /// Makes the database with that many messages, all in its main file. Forks, so this process
-    /// must have one thread and no database open.
+    /// Creates the database with the messages in its main file. Forks, so this process must have
+    /// one thread and no open database.
     LiveDatabaseWriter(const std::filesystem::path& database, std::int64_t messages);
 
     /// Kills the process.
@@ -33,13 +33,13 @@ public:
     LiveDatabaseWriter(const LiveDatabaseWriter&) = delete;
     LiveDatabaseWriter& operator=(const LiveDatabaseWriter&) = delete;
 
-    /// Starts the work and does not wait for it.
+    /// Starts the work without waiting for it.
     void begin(const Work& work);
 
-    /// Waits for the end of what was begun.
+    /// Waits until the started work is done.
     void finish();
 
-    /// Waits for one more message, or for the end of what was begun.
+    /// Waits for another message or the end of the work.
     void awaitProgress() const;
 
     /// All messages with row ids from 1 to this one are committed.

@@ -54,7 +54,7 @@ struct Blob {
     std::string_view bytes;
 };
 
-/// A value as it goes into the file; nothing is NULL.
+/// A value to store. `std::monostate` is NULL.
 using Value = std::variant<std::monostate, std::int64_t, std::string_view, Blob>;
 
 template <typename Stored, typename T>
@@ -118,7 +118,7 @@ MessagesDatabaseBuilder::MessagesDatabaseBuilder(const std::filesystem::path& pa
     if (result != SQLITE_OK) {
         fail(connection, "open " + path_);
     }
-    // Tests need the file, not its survival of a power cut.
+    // Test files need not survive a power failure.
     execute("PRAGMA synchronous = OFF");
     execute(schema);
 }

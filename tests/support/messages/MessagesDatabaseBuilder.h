@@ -13,11 +13,11 @@ struct sqlite3;
 
 namespace orvel::test {
 
-/// Makes a real Messages database file, row by row, and keeps it open until destroyed, so that
-/// readers meet a file that its owner still uses.
+/// Creates a real Messages database file, row by row. Keeps it open until destroyed, so that
+/// readers find a file in use.
 ///
-/// It has the tables, columns and indexes that a reader of messages needs. Texts go into the file
-/// as they stand, ill-formed UTF-8 and embedded NULs included. Every failure throws
+/// The file has the tables, columns and indexes that a reader of messages needs. Texts are stored
+/// unchanged, including ill-formed UTF-8 and embedded NULs. Every failure throws
 /// `std::runtime_error`.
 class MessagesDatabaseBuilder final {
 public:
@@ -35,7 +35,7 @@ public:
     };
 
     struct Message {
-        /// One more than the largest so far, when absent.
+        /// By default, one more than the largest so far.
         std::optional<std::int64_t> rowID = std::nullopt;
         std::optional<std::string> guid = "some-guid";
         std::optional<std::int64_t> date = someDate;
@@ -52,30 +52,30 @@ public:
         std::int64_t itemType = 0;
     };
 
-    /// The file must not exist yet; its directory must.
+    /// The file must not exist, but its directory must.
     explicit MessagesDatabaseBuilder(const std::filesystem::path& path);
     ~MessagesDatabaseBuilder();
     MessagesDatabaseBuilder(const MessagesDatabaseBuilder&) = delete;
     MessagesDatabaseBuilder& operator=(const MessagesDatabaseBuilder&) = delete;
 
-    /// The path as text, as most readers want it.
+    /// The path as text.
     [[nodiscard]] const std::string& path() const { return path_; }
 
-    /// Each gives the row id.
+    /// Each function returns the row id.
     std::int64_t addHandle(std::string_view id);
     std::int64_t addChat(const Chat& chat);
     std::int64_t addMessage(const Message& message);
 
-    /// An older or a newer schema: the column is gone, with what is in it.
+    /// Drops the column with its content, as in older or newer schemas.
     void dropColumn(std::string_view table, std::string_view column);
     void dropTable(std::string_view table);
-    /// Puts a view in the table's place; rows can no longer be added to it.
+    /// Replaces the table by a view, so that no rows can be added.
     void replaceByView(std::string_view table);
 
-    /// Anything else.
+    /// Executes any other statement.
     void execute(const std::string& sql);
 
-    /// Runs what `fill` does in one transaction, which is much faster for many rows.
+    /// Runs `fill` in one transaction, which is much faster for many rows.
     template <typename Fill>
     void inOneTransaction(Fill fill) {
         execute("BEGIN");

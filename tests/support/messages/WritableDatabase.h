@@ -9,8 +9,8 @@ struct sqlite3;
 
 namespace orvel::test {
 
-/// A connection that may write, in write-ahead-log mode, to a database that is made when missing.
-/// Moves nothing from the log into the main file unless told to. Failures are `std::runtime_error`.
+/// A writable connection in write-ahead-log mode. Creates a missing database. Never checkpoints the
+/// log by itself. Every failure throws `std::runtime_error`.
 class WritableDatabase final {
 public:
     explicit WritableDatabase(const std::filesystem::path& path);
@@ -20,11 +20,12 @@ public:
 
     void execute(const std::string& sql);
 
-    /// Adds rows to the table "message", which is made when missing, in one transaction. Their row
-    /// ids go on from the last; the rest is random, so that an index on it changes all over.
+    /// Adds rows to the table "message" in one transaction, and creates the table if it is missing.
+    /// Row ids continue from the last one. The other column is random, so that changes spread over
+    /// its index.
     void addMessages(std::int64_t count);
 
-    /// The row id of the last one added.
+    /// The row id of the last added row.
     [[nodiscard]] std::int64_t lastRowId() const;
 
 private:

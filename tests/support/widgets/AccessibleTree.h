@@ -23,18 +23,18 @@ inline std::string describe(QAccessibleInterface& node) {
            "\", " + qAccessibleRoleString(node.role());
 }
 
-/// What a screen reader says nothing of but its content.
+/// Roles that a screen reader skips to read their children.
 inline bool isGeneric(QAccessible::Role role) {
     return role == QAccessible::NoRole || role == QAccessible::Client;
 }
 
-/// Whoever takes the focus passes it on to another.
+/// A widget with a focus proxy passes the focus on.
 inline bool takesFocus(QAccessibleInterface& node) {
     const auto* widget = qobject_cast<const QWidget*>(node.object());
     return node.state().focusable && (widget == nullptr || widget->focusProxy() == nullptr);
 }
 
-/// Without a name these would be a riddle, also when they take no focus.
+/// Roles that need a name even if they do not take the focus.
 inline bool needsName(QAccessible::Role role) {
     switch (role) {
     case QAccessible::Window:
@@ -63,7 +63,7 @@ void visitShown(QAccessibleInterface* node, const Visitor& visit) {
 
 } // namespace detail
 
-/// What of the window a screen reader could not tell its user about, in words.
+/// Describes everything in the window that a screen reader could not present.
 inline std::vector<std::string> accessibilityFaults(QWidget& window) {
     std::vector<std::string> faults;
     std::vector<const QObject*> reached;

@@ -14,14 +14,14 @@
 
 namespace orvel::test {
 
-/// What a desktop does to all windows.
+/// Desktop settings that affect all windows.
 struct Look {
     Palette palette = Palette::Light;
     int textPercent = 100;
     Qt::LayoutDirection direction = Qt::LeftToRight;
 };
 
-/// Each palette with ordinary and with large text, in both directions.
+/// Each palette with normal and with large text, in both directions.
 inline std::vector<Look> allLooks() {
     std::vector<Look> looks;
     for (const Palette palette : {Palette::Light, Palette::Dark}) {
@@ -39,7 +39,7 @@ inline std::string nameOfLook(const testing::TestParamInfo<Look>& info) {
            (info.param.direction == Qt::LeftToRight ? "LeftToRight" : "RightToLeft");
 }
 
-/// Makes the desktop look like that while it lives.
+/// Applies the settings to the application until it is destroyed.
 class DesktopLook final {
 public:
     explicit DesktopLook(const Look& look)

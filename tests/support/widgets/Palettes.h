@@ -14,11 +14,11 @@
 
 namespace orvel::test {
 
-/// The desktops that windows are shown on.
+/// The colour schemes that windows are tested with.
 enum class Palette {
     Light,
     Dark,
-    /// Where the desktop says nothing of its colours.
+    /// Qt's default, for desktops that set no colours.
     OfQt,
     HighContrastLight,
     HighContrastDark,

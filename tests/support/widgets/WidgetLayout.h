@@ -33,13 +33,13 @@ inline bool hasRoom(const QWidget& widget) {
     if (qobject_cast<const QTextEdit*>(&widget) != nullptr) {
         return widget.height() >= widget.heightForWidth(widget.width());
     }
-    // A label that elides its text needs less than the whole of it.
+    // A label that elides its text needs less than its full width.
     const QSize needed = qobject_cast<const QLabel*>(&widget) != nullptr ? widget.minimumSizeHint()
                                                                          : widget.sizeHint();
     return widget.width() >= needed.width() && widget.height() >= needed.height();
 }
 
-/// Of a button, at least.
+/// The minimum space on each side of a button's text.
 inline constexpr int roomBesideText = 7;
 
 inline bool isTight(const QPushButton& button) {
@@ -50,8 +50,8 @@ inline bool isTight(const QPushButton& button) {
 
 } // namespace detail
 
-/// What is cut off or lies over something else among the texts and controls that the window shows,
-/// in words. What can be scrolled to is not cut.
+/// Describes the visible texts and controls that are cut off or overlap others. Content in a scroll
+/// area may extend beyond it.
 inline std::vector<std::string> layoutFaults(const QWidget& window) {
     std::vector<std::string> faults;
     std::vector<const QWidget*> shown;
@@ -90,7 +90,7 @@ inline std::vector<std::string> layoutFaults(const QWidget& window) {
     return faults;
 }
 
-/// The controls that the Tab key reaches, from the first on, by object name.
+/// The object names of the controls that the Tab key reaches, in order.
 inline std::vector<std::string> tabOrder(const QWidget& window) {
     std::vector<std::string> names;
     const QWidget* widget = &window;

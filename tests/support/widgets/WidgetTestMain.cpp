@@ -11,8 +11,8 @@
 
 namespace {
 
-/// A warning of Qt's is a mistake of ours: the running test fails. What a platform without windows
-/// cannot do is none.
+/// Qt warnings indicate mistakes in our code, so they fail the running test. Warnings about what
+/// the offscreen platform cannot do are ignored.
 void failOnWarning(QtMsgType type, const QMessageLogContext&, const QString& message) {
     if ((type == QtWarningMsg || type == QtCriticalMsg) &&
         !message.startsWith(QStringLiteral("This plugin does not support "))) {
@@ -22,10 +22,9 @@ void failOnWarning(QtMsgType type, const QMessageLogContext&, const QString& mes
 
 } // namespace
 
-/// For tests of widgets, which are drawn in memory, with one style and font on every machine.
+/// For tests of widgets, which are drawn in memory with the same style and font on every machine.
 int main(int argc, char** argv) {
-    // Nothing of the user's may be read or written, even by mistake. Below a file not even root can
-    // make a folder.
+    // Protect the user's files from mistakes in tests. Not even root can create a folder here.
     constexpr auto nowhere = "/dev/null/nowhere";
     qputenv("HOME", nowhere);
     qputenv("XDG_CONFIG_HOME", nowhere);
@@ -33,12 +32,12 @@ int main(int argc, char** argv) {
     qputenv("QT_QPA_PLATFORM", "offscreen");
     qunsetenv("QT_QPA_PLATFORMTHEME");
     qunsetenv("QT_STYLE_OVERRIDE");
-    // Servers of tests are on this machine.
+    // Test servers run on this machine.
     qputenv("no_proxy", "*");
     testing::InitGoogleTest(&argc, argv);
     QApplication::setStyle(QStyleFactory::create(QStringLiteral("Fusion")));
     const QApplication application(argc, argv);
-    // It need not be installed.
+    // Load the font from its file if it is not installed.
     const QDir fonts(QStringLiteral(TEST_FONTS));
     for (const QString& file : fonts.entryList({QStringLiteral("DejaVuSans*.ttf")})) {
         QFontDatabase::addApplicationFont(fonts.filePath(file));
