@@ -32,7 +32,7 @@ enum class ThreadScope {
 /// The case of exactly that name, or no value.
 [[nodiscard]] std::optional<ThreadScope> threadScopeFromRawValue(std::string_view rawValue);
 
-// In JSON, both are their raw values. Decoding throws `JSONDecodingError` for anything else.
+// In JSON, both are their raw values. Decoding throws `JSONDecodingError` for any other value.
 void tag_invoke(const boost::json::value_from_tag&, boost::json::value& json, CollectionMode mode);
 void tag_invoke(const boost::json::value_from_tag&, boost::json::value& json, ThreadScope scope);
 CollectionMode
@@ -40,8 +40,8 @@ tag_invoke(const boost::json::value_to_tag<CollectionMode>&, const boost::json::
 ThreadScope
 tag_invoke(const boost::json::value_to_tag<ThreadScope>&, const boost::json::value& json);
 
-/// The user's two choices, kept in the user defaults. Every read goes to the store; nothing is
-/// cached here. Borrows the store.
+/// The user's choice of mode and scope, stored in the user defaults. Every read goes to the store;
+/// nothing is cached. The store must outlive the object.
 class CollectionPreferences final {
 public:
     static constexpr std::string_view modeKey = "collection.mode";
@@ -51,12 +51,12 @@ public:
 
     explicit CollectionPreferences(UserDefaults& defaults) : defaults_(defaults) {}
 
-    /// A stored text that is not a known case reads as `WithBodies`.
+    /// An unrecognized stored mode falls back to `WithBodies`.
     [[nodiscard]] CollectionMode mode() const;
     void setMode(CollectionMode mode);
 
-    /// A stored text that is not a known case reads as `KnownContactsOnly`: a garbled scope must
-    /// never widen what is sent.
+    /// An unrecognized stored scope falls back to `KnownContactsOnly`, so that a damaged value
+    /// never increases what is sent.
     [[nodiscard]] ThreadScope scope() const;
     void setScope(ThreadScope scope);
 

@@ -19,8 +19,8 @@ struct CivilDay {
     int day;
 };
 
-/// The proleptic Gregorian calendar in 400-year eras that begin on 1 March. Not `std::chrono`:
-/// its years end at 32767.
+/// The proleptic Gregorian calendar in 400-year eras that begin on 1 March. `std::chrono` only
+/// supports years up to 32767.
 CivilDay civilDay(std::int64_t daysSince1970) {
     constexpr std::int64_t daysPerEra = 146'097;
     const std::int64_t days = daysSince1970 + 719'468;
@@ -37,7 +37,7 @@ CivilDay civilDay(std::int64_t daysSince1970) {
         dayOfYear - (153 * marchMonth + 2) / 5 + 1};
 }
 
-/// The whole second at or before the instant, kept where its day can be computed in 64 bits.
+/// The whole second at or before the instant, clamped so that its day fits into 64 bits.
 std::int64_t floorToSeconds(Date date) {
     constexpr double limit = 9e18;
     const double seconds = date.time_since_epoch().count();
@@ -62,7 +62,7 @@ char* writeYear(char* out, std::int64_t year) {
                          : std::to_chars(out, out + 20, year).ptr;
 }
 
-/// Takes fixed parts off the front of a text; after the first mismatch nothing matches any more.
+/// Consumes a text from the front, part by part. After a mismatch every further match fails.
 class Reader final {
 public:
     explicit Reader(std::string_view text) : rest_(text) {}
@@ -88,7 +88,7 @@ public:
 
     /// The digits after a decimal point.
     double fraction() {
-        // Further digits than these are lost in a double anyway.
+        // A double does not hold more digits than this.
         const std::string_view digits = takeDigits(18);
         matches_ = matches_ && !digits.empty();
         takeDigits(rest_.size());

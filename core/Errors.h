@@ -12,8 +12,8 @@ inline constexpr std::string_view urlErrorDomain = "NSURLErrorDomain";
 /// The domain of `errno` codes in a `PlatformError`.
 inline constexpr std::string_view posixErrorDomain = "NSPOSIXErrorDomain";
 
-/// Codes of URL loading that this system tells apart; the numbers are the platform's own, which may
-/// give others as well.
+/// The URL-loading error codes that the agent distinguishes, with the platform's numbers. The
+/// platform may report other codes.
 enum class URLErrorCode : int {
     Unknown = -1,
     Cancelled = -999,
@@ -40,7 +40,7 @@ enum class URLErrorCode : int {
     ClientCertificateRejected = -1205,
 };
 
-/// A request that got no complete reply. `what()` is a sentence for the user.
+/// A request without a complete reply. `what()` is a sentence for the user.
 class URLError final : public std::exception {
 public:
     URLError(URLErrorCode code, std::string description)
@@ -54,13 +54,13 @@ private:
     std::string description_;
 };
 
-/// A failure of the operating system, as its domain and code. `what()` is a sentence for the user.
+/// An operating system error with its domain and code. `what()` is a sentence for the user.
 class PlatformError final : public std::exception {
 public:
     PlatformError(std::string domain, int code, std::string description)
         : domain_(std::move(domain)), code_(code), description_(std::move(description)) {}
 
-    /// From an `errno` value; the description is `doing`, a colon and the system's own text.
+    /// From an `errno` value. The description is `doing`, a colon and the system's error text.
     [[nodiscard]] static PlatformError fromErrno(int code, std::string_view doing);
 
     [[nodiscard]] const std::string& domain() const { return domain_; }
@@ -73,7 +73,7 @@ private:
     std::string description_;
 };
 
-/// The `what()` of the exception, or a plain sentence for anything else.
+/// The exception's `what()`, or a generic sentence for exceptions of other types.
 [[nodiscard]] std::string description(const std::exception_ptr& error);
 
 } // namespace tavrin

@@ -7,11 +7,11 @@
 
 namespace tavrin {
 
-/// Owns an open file of the system, and closes it.
+/// Owns a file descriptor and closes it.
 class FileDescriptor final {
 public:
     FileDescriptor() = default;
-    /// Takes what `open()` and its like return; below zero is none.
+    /// Takes the result of `open()` or similar. A negative value means no descriptor.
     explicit FileDescriptor(int descriptor) : descriptor_(descriptor) {}
     FileDescriptor(FileDescriptor&& other) noexcept : descriptor_(other.release()) {}
     FileDescriptor& operator=(FileDescriptor&& other) noexcept {
@@ -24,7 +24,7 @@ public:
         }
     }
 
-    /// For who closes it himself.
+    /// Passes the ownership to the caller.
     [[nodiscard]] int release() { return std::exchange(descriptor_, -1); }
 
     [[nodiscard]] bool isOpen() const { return descriptor_ >= 0; }

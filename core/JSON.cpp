@@ -24,7 +24,7 @@ const json::value& valueAt(const json::object& object, std::string_view key) {
     return *value;
 }
 
-/// Null when the key is missing or its value is null.
+/// Null if the key is missing or its value is null.
 const json::value* presentValueAt(const json::object& object, std::string_view key) {
     const json::value* value = object.if_contains(key);
     return value == nullptr || value->is_null() ? nullptr : value;

@@ -10,13 +10,12 @@
 #include <string_view>
 #include <vector>
 
-/// Strict readers for JSON objects that come from outside. Every one throws `JSONDecodingError`
-/// when the key is missing or its value has the wrong type; the optional forms give no value for a
-/// missing key and for null.
+/// Strict readers for JSON objects from external sources. They throw `JSONDecodingError` if the key
+/// is missing or its value has the wrong type. The optional forms return no value if the key is
+/// missing or null.
 namespace tavrin {
 
-/// JSON that does not have the expected shape; `what()` names the key and the problem and never
-/// holds a value.
+/// JSON of an unexpected shape. `what()` names the key and the problem, but never contains a value.
 class JSONDecodingError final : public std::exception {
 public:
     explicit JSONDecodingError(std::string description) : description_(std::move(description)) {}
@@ -28,13 +27,13 @@ private:
 };
 
 [[nodiscard]] const boost::json::object& asObject(const boost::json::value& json);
-/// The error names `key`, where the value was found, so that keys that are personal stay out of it.
+/// The error names `key` instead of the real key, which may be personal data.
 [[nodiscard]] std::string asString(const boost::json::value& json, std::string_view key);
 [[nodiscard]] std::vector<std::string>
 asStrings(const boost::json::value& json, std::string_view key);
 
 [[nodiscard]] std::string stringAt(const boost::json::object& object, std::string_view key);
-/// A number with a fraction, or outside 64 bits, has the wrong type; 5.0 has no fraction.
+/// Numbers with a fraction or beyond 64 bits have the wrong type. 5.0 has no fraction.
 [[nodiscard]] std::int64_t integerAt(const boost::json::object& object, std::string_view key);
 [[nodiscard]] bool booleanAt(const boost::json::object& object, std::string_view key);
 [[nodiscard]] std::vector<std::string>

@@ -15,7 +15,7 @@ RegularFile openRegularFile(const std::filesystem::path& path) {
     const auto failure = [&path](int code) {
         return PlatformError::fromErrno(code, "Could not read " + path.string());
     };
-    // Without blocking, or a pipe in the file's place would hold us up.
+    // Without O_NONBLOCK, opening a pipe would block.
     FileDescriptor descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status {};
     if (!descriptor.isOpen() || fstat(descriptor.get(), &status) != 0) {

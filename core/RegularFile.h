@@ -14,8 +14,8 @@ struct RegularFile {
     off_t size = 0;
 };
 
-/// Opens a regular file for reading. Throws `PlatformError` when that fails or something else is in
-/// its place, for which it never waits.
+/// Opens a regular file for reading. Throws `PlatformError` if that fails or the path is not a
+/// regular file. Never blocks on pipes or devices.
 [[nodiscard]] RegularFile openRegularFile(const std::filesystem::path& path);
 
 } // namespace tavrin

@@ -14,17 +14,17 @@ namespace tavrin {
 
 /// Runs `operation` until it succeeds, with a pause before each further attempt.
 ///
-/// `TaskOf<T>` is the caller's coroutine type; this routine brings no event loop of its own. It is
-/// a coroutine: all arguments are taken by value and live as long as it runs.
+/// `TaskOf<T>` is the caller's coroutine type, so this routine needs no event loop. It is a
+/// coroutine and takes all arguments by value, which live as long as it runs.
 ///
-/// - `delays`: the pauses in seconds; their number is the number of retries. Nothing is added to
-///   them: the list is the whole policy.
-/// - `shouldRetry(std::exception_ptr) -> bool`. A cancellation ends the attempts without asking.
-/// - `sleep(double seconds) -> TaskOf<void>`: what it throws ends the attempts and replaces the
+/// - `delays`: the pauses in seconds. Their number is the number of retries. No jitter is added.
+/// - `shouldRetry(std::exception_ptr) -> bool`: not called for a cancellation, which is never
+///   retried.
+/// - `sleep(double seconds) -> TaskOf<void>`: an exception ends the attempts and replaces the
 ///   operation's error.
-/// - `onRetry(std::exception_ptr, std::size_t retry, double seconds)`: before each pause; the
-///   retries count from 1.
-/// - `operation() -> TaskOf<T>`: its last error is thrown unchanged.
+/// - `onRetry(std::exception_ptr, std::size_t retry, double seconds)`: called before each pause.
+///   The retries count from 1.
+/// - `operation() -> TaskOf<T>`: its last error is rethrown unchanged.
 template <
     template <typename>
     class TaskOf,
@@ -40,7 +40,7 @@ TaskOf<T> retrying(
     OnRetry onRetry,
     Operation operation) {
     for (std::size_t attempt = 0;; ++attempt) {
-        // A coroutine cannot suspend inside a handler, so the error is carried out of it.
+        // A coroutine cannot suspend inside an exception handler, so handle the error after it.
         std::exception_ptr error;
         try {
             if constexpr (std::is_void_v<T>) {

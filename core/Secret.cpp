@@ -6,7 +6,7 @@
 namespace tavrin {
 
 void wipe(void* bytes, std::size_t size) noexcept {
-    // Volatile, or the compiler leaves out what nobody reads.
+    // Volatile, because the compiler could remove writes whose result is never read.
     auto* const characters = static_cast<volatile char*>(bytes);
     for (std::size_t index = 0; index < size; ++index) {
         characters[index] = '\0';
@@ -14,15 +14,15 @@ void wipe(void* bytes, std::size_t size) noexcept {
 }
 
 void wipe(std::string& text) noexcept {
-    // The room behind the text may hold the end of a longer one. Within the capacity this neither
-    // allocates nor throws.
+    // The unused capacity may contain the end of a longer text. Resizing within the capacity
+    // neither allocates nor throws.
     text.resize(text.capacity());
     wipe(text.data(), text.size());
     text.clear();
 }
 
 Secret::Secret(std::string&& text) noexcept : text_(std::move(text)) {
-    // A short text is copied by the move.
+    // Moving a short text copies it.
     wipe(text);
 }
 

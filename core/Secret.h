@@ -6,18 +6,18 @@
 
 namespace tavrin {
 
-/// Overwrites the bytes in a way that no compiler leaves out.
+/// Overwrites the bytes. The compiler cannot optimize this away.
 void wipe(void* bytes, std::size_t size) noexcept;
 
-/// Overwrites every byte that the text owns and empties it.
+/// Overwrites the whole capacity of the text and empties it.
 void wipe(std::string& text) noexcept;
 
-/// A text, such as a token, whose bytes are overwritten when it is dropped, replaced or moved away.
-/// It has no operators for printing or joining, so that it does not get into a line by mistake.
+/// A text, such as a token, whose bytes are overwritten when it is destroyed, replaced or moved
+/// from. It has no operators for printing or concatenation, to prevent accidental output.
 class Secret final {
 public:
     Secret() = default;
-    /// Overwrites the text that it is made from.
+    /// Overwrites the source text.
     explicit Secret(std::string&& text) noexcept;
     Secret(const Secret&) = default;
     Secret(Secret&& other) noexcept;

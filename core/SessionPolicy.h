@@ -4,10 +4,10 @@
 #include <optional>
 #include <string_view>
 
-/// What the agent and the service agree on about the length of a session.
+/// The contract between agent and service about the length of a session.
 namespace tavrin::SessionPolicy {
 
-/// Sent with every request: the agent asks for a session of seven days.
+/// The request header that asks for a session of seven days. Sent with every request.
 inline constexpr std::string_view headerName = "x-session-policy";
 inline constexpr std::string_view headerValue = "7d";
 

@@ -8,14 +8,14 @@
 
 namespace tavrin {
 
-/// Why the web site ended a sign-in.
+/// The reason why the web site ended a sign-in.
 class SignInFailure final {
 public:
     /// The user has no account with us.
     struct NoAccount {
         bool operator==(const NoAccount&) const = default;
     };
-    /// Any other reason, in the site's own words.
+    /// Any other reason, as the site words it.
     struct Other {
         std::string text;
 
@@ -25,8 +25,8 @@ public:
 
     static constexpr std::string_view noAccountCode = "no_account";
 
-    /// From the error that the site's callback carries: the code with any white space around it, or
-    /// else the text as it came. Ill-formed UTF-8 is repaired.
+    /// Parses the error of the site's callback: the known code, with surrounding white space
+    /// ignored, or else the unchanged text. Ill-formed UTF-8 is repaired.
     [[nodiscard]] static SignInFailure fromCallbackError(std::string_view value);
 
     explicit SignInFailure(Case reason) : reason_(std::move(reason)) {}

@@ -20,8 +20,8 @@ namespace {
 
 constexpr std::string_view replacementCharacter = "\xEF\xBF\xBD";
 
-/// Where the first ill-formed sequence begins, searching onwards from the start of a sequence; the
-/// size of the text when there is none.
+/// The position of the first ill-formed sequence at or after `from`, which must be the start of a
+/// sequence. The size of the text if there is none.
 std::size_t firstIllFormed(std::string_view text, std::size_t from) {
     constexpr std::uint64_t highBits = 0x8080808080808080U;
     const std::size_t size = text.size();
@@ -43,7 +43,7 @@ std::size_t firstIllFormed(std::string_view text, std::size_t from) {
     return size;
 }
 
-/// Where the character or ill-formed byte that ends the text begins.
+/// The start of the last character or ill-formed byte.
 std::size_t startOfLast(std::string_view text) {
     constexpr std::size_t longestSequence = 4;
     std::size_t start = text.size() - 1;
@@ -97,7 +97,7 @@ std::string lowercased(std::string_view text) {
         nullptr,
         status);
     if (U_FAILURE(status)) {
-        // With arguments like these nothing else can fail.
+        // With these arguments, only memory allocation can fail.
         throw std::bad_alloc();
     }
     return result;

@@ -10,8 +10,8 @@ namespace tavrin {
 /// nothing above U+10FFFF). NUL is a character like any other.
 [[nodiscard]] bool isValidUTF8(std::string_view text);
 
-/// The text with every ill-formed sequence replaced by U+FFFD, one for each maximal ill-formed
-/// part; well-formed text comes back unchanged.
+/// The text with every maximal ill-formed sequence replaced by one U+FFFD. Well-formed text is
+/// returned unchanged.
 [[nodiscard]] std::string repairedUTF8(std::string_view text);
 
 /// The text without Unicode white space and line separators at both ends. The argument must be
@@ -21,7 +21,7 @@ namespace tavrin {
 /// Lower-cased by the full Unicode rules of the root locale.
 [[nodiscard]] std::string lowercased(std::string_view text);
 
-/// The first `count` Unicode scalar values of well-formed text, or all of it when it has fewer.
+/// The first `count` Unicode scalar values of well-formed text, or all of a shorter text.
 [[nodiscard]] std::string_view prefix(std::string_view text, std::size_t count);
 
 } // namespace tavrin

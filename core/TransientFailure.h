@@ -6,7 +6,7 @@
 #include <array>
 #include <exception>
 
-/// Which failures are worth another attempt after a pause.
+/// Decides which failures are retried after a pause.
 namespace tavrin::TransientFailure {
 
 inline constexpr std::array urlErrorCodes = {
@@ -22,8 +22,8 @@ inline constexpr std::array urlErrorCodes = {
     URLErrorCode::CallIsActive,
 };
 
-/// A `URLError`, or a `PlatformError` of the URL-loading domain, with one of those codes. A
-/// cancellation never is.
+/// Whether the error is a `URLError`, or a `PlatformError` of the URL-loading domain, with one of
+/// those codes. Cancellations are not transient.
 [[nodiscard]] bool isTransient(const std::exception_ptr& error);
 
 /// 429, and 500 to 599.

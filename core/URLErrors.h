@@ -5,7 +5,7 @@
 
 namespace tavrin {
 
-/// The error with a sentence for the user that names neither host nor request.
+/// The error with a sentence for the user that contains neither host nor request.
 [[nodiscard]] URLError urlError(URLErrorCode code);
 
 } // namespace tavrin

@@ -7,8 +7,8 @@
 #include <string>
 #include <string_view>
 
-/// The full Unicode form of rules for which `Text.h` and `HandleNormalizer.h` take a shorter way
-/// through ASCII. Apart from them only so that the two ways can be compared.
+/// The full Unicode rules, for which `Text.h` and `HandleNormalizer.h` have fast paths for ASCII.
+/// Declared here so that tests can compare both.
 namespace tavrin::unicode_rules {
 
 [[nodiscard]] std::string_view trimmed(std::string_view text);
@@ -18,8 +18,8 @@ namespace tavrin::unicode_rules {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wconversion" // from within the macro
 
-/// The character at the position, which moves behind it; negative for an ill-formed sequence, which
-/// the position passes as one. The position must be within the text.
+/// The character at the position, or a negative value for an ill-formed sequence. Advances the
+/// position beyond it. The position must be within the text.
 [[nodiscard]] inline UChar32 nextCharacter(std::string_view text, std::size_t& position) {
     const char* const bytes = text.data();
     UChar32 character = 0;

@@ -10,11 +10,11 @@
 
 namespace tavrin {
 
-/// Small typed values by key that outlive the process.
+/// Small typed values by key that persist between processes.
 ///
-/// A getter gives no value when nothing is stored under the key or when what is stored is not of
-/// that type. A setter returns once the value is on disk; it throws `PlatformError` when it could
-/// not be written, and then the old value still stands, on disk and for every getter.
+/// A getter returns no value if the key is missing or its value has another type. A setter returns
+/// once the value is on disk. If writing fails it throws `PlatformError`, and the old value stays
+/// in effect, on disk and for every getter.
 ///
 /// Thread-safe: a read never waits for another thread's write to reach the disk.
 class UserDefaults {
@@ -27,14 +27,14 @@ public:
     [[nodiscard]] virtual std::optional<std::string> string(std::string_view key) const = 0;
     [[nodiscard]] virtual std::optional<std::int64_t> integer(std::string_view key) const = 0;
     [[nodiscard]] virtual std::optional<bool> boolean(std::string_view key) const = 0;
-    /// To the millisecond.
+    /// With millisecond precision.
     [[nodiscard]] virtual std::optional<Date> date(std::string_view key) const = 0;
 
     virtual void setString(std::string_view key, std::string_view value) = 0;
     virtual void setInteger(std::string_view key, std::int64_t value) = 0;
     virtual void setBoolean(std::string_view key, bool value) = 0;
     virtual void setDate(std::string_view key, Date value) = 0;
-    /// Removing what is not there is no error.
+    /// Removing a missing key is not an error.
     virtual void remove(std::string_view key) = 0;
 };
 

@@ -14,8 +14,8 @@ constexpr std::string_view releaseMark = "## [";
 constexpr std::string_view sectionMark = "### ";
 constexpr std::string_view changeMark = "- ";
 
-/// The length of the line break at the front, 0 when there is none. Found by its bytes, which in
-/// well-formed UTF-8 are part of no other character.
+/// The length of the line break at the front, or 0. Compares bytes, which is safe because in
+/// well-formed UTF-8 they are not part of other characters.
 std::size_t lineBreakLength(std::string_view text) {
     if (text.front() >= '\n' && text.front() <= '\r') {
         return 1;
@@ -26,7 +26,7 @@ std::size_t lineBreakLength(std::string_view text) {
     return text.starts_with("\u2028") || text.starts_with("\u2029") ? 3 : 0;
 }
 
-/// Takes the first line off the text, together with the break that ends it.
+/// Removes the first line and its line break from the text, and returns the line.
 std::string_view takeLine(std::string_view& text) {
     constexpr std::string_view firstBytes = "\n\v\f\r\xC2\xE2";
     std::size_t end = text.find_first_of(firstBytes);
@@ -77,7 +77,8 @@ public:
     [[nodiscard]] std::vector<VersionHistory::Release> finish() && { return std::move(releases_); }
 
 private:
-    /// After the opening bracket: a version, a closing bracket, and maybe a dash and a date.
+    /// Parses a heading after its opening bracket: a version, a closing bracket, and optionally a
+    /// dash and a date.
     void openRelease(std::string_view heading) {
         const std::size_t end = heading.find(']');
         VersionHistory::Release release{makeId_(), std::string(heading.substr(0, end)), {}, {}};
@@ -104,7 +105,7 @@ private:
     }
 
     boost::uuids::random_generator makeId_;
-    /// The last one is open.
+    /// The last release is still being parsed.
     std::vector<VersionHistory::Release> releases_;
     std::string_view label_;
 };

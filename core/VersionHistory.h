@@ -14,7 +14,7 @@ namespace tavrin {
 /// The release notes of a Markdown change log.
 struct VersionHistory {
     struct Change {
-        /// Fresh when parsed.
+        /// New for every parse.
         boost::uuids::uuid id;
         /// The heading above the change, such as "New", "Better" or "Fix".
         std::string label;
@@ -24,10 +24,10 @@ struct VersionHistory {
     };
 
     struct Release {
-        /// Fresh when parsed.
+        /// New for every parse.
         boost::uuids::uuid id;
         std::string version;
-        /// As written; may be empty.
+        /// As written. May be empty.
         std::string date;
         /// Empty for a maintenance release.
         std::vector<Change> changes;
@@ -35,17 +35,17 @@ struct VersionHistory {
         bool operator==(const Release&) const = default;
     };
 
-    /// In the order of the text, which is newest first.
+    /// In the order of the text, newest first.
     std::vector<Release> releases;
 
-    /// Reads any text: what is no release heading, section heading or change is passed over. Bytes
-    /// that are not UTF-8 stay as they are.
+    /// Parses any text and skips lines that are not release headings, section headings or changes.
+    /// Bytes that are not UTF-8 are kept.
     [[nodiscard]] static std::vector<Release> parse(std::string_view text);
 };
 
 } // namespace tavrin
 
-/// What is equal has the same id.
+/// Equal values have equal ids, so the id suffices.
 template <>
 struct std::hash<tavrin::VersionHistory::Change> {
     std::size_t operator()(const tavrin::VersionHistory::Change& change) const noexcept {

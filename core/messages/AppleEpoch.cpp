@@ -10,7 +10,7 @@ namespace {
 constexpr double nanosecondsPerSecond = 1e9;
 
 std::int64_t truncated(double value) {
-    // False for not-a-number too.
+    // The negated condition also rejects not-a-number.
     if (!(value >= -0x1p63 && value < 0x1p63)) {
         std::abort();
     }

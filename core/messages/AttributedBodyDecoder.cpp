@@ -44,7 +44,7 @@ std::optional<std::string> decodeTypedStream(Bytes blob) {
             try {
                 return std::string(content);
             } catch (const std::bad_alloc&) {
-                // A text that there is no room for cannot be read either.
+                // Treat a text that does not fit into memory as unreadable.
                 return std::nullopt;
             }
         }

@@ -8,8 +8,8 @@
 #include <string>
 #include <string_view>
 
-/// Takes the plain text out of an archived attributed string. Nothing here throws: what cannot be
-/// read is no text.
+/// Extracts the plain text of an archived attributed string. Nothing here throws: unreadable
+/// archives give no text.
 namespace tavrin::AttributedBodyDecoder {
 
 using Bytes = std::span<const std::uint8_t>;
@@ -30,11 +30,11 @@ struct VariableLength {
 /// then for its length-prefixed UTF-8 bytes.
 [[nodiscard]] std::optional<std::string> decodeTypedStream(Bytes blob);
 
-/// The position just after the first occurrence of the pattern; none for an empty pattern.
+/// The position just after the first occurrence of the pattern. No value for an empty pattern.
 [[nodiscard]] std::optional<std::size_t> firstIndex(std::string_view pattern, Bytes bytes);
 
-/// One length field: a byte up to 0x7F, or 0x81, 0x82, 0x83 followed by 2, 4 or 8 bytes, least
-/// significant first.
+/// Reads a length field: one byte up to 0x7F, or 0x81, 0x82 or 0x83 followed by 2, 4 or 8 bytes in
+/// little-endian order.
 [[nodiscard]] std::optional<VariableLength> readVariableLength(Bytes bytes, std::size_t position);
 
 } // namespace tavrin::AttributedBodyDecoder

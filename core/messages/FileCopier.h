@@ -7,7 +7,7 @@ namespace tavrin {
 
 class CancellationToken;
 
-/// Copies one file by the cheapest way the file system has.
+/// Copies one file in the cheapest way that the file system supports.
 class FileCopier {
 public:
     FileCopier() = default;
@@ -15,9 +15,10 @@ public:
     FileCopier& operator=(const FileCopier&) = delete;
     virtual ~FileCopier() = default;
 
-    /// Makes `destination`, which must not exist, a copy of `source` that only the owner can read.
-    /// Throws `PlatformError` when that fails and `TaskCancelled` when the token is cancelled in
-    /// between; either way the incomplete destination is removed. Blocks; any thread.
+    /// Creates `destination`, which must not exist, as a copy of `source` that only the owner can
+    /// read. Throws `PlatformError` on failure and `TaskCancelled` if the token is cancelled
+    /// meanwhile. In both cases the incomplete destination is removed. Blocks. Callable from any
+    /// thread.
     virtual void copy(
         const std::filesystem::path& source,
         const std::filesystem::path& destination,

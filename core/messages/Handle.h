@@ -6,17 +6,17 @@
 
 namespace tavrin {
 
-/// What Messages identifies a person by: a phone number as it was typed or received, or an e-mail
+/// The identifier of a person in Messages: a phone number as typed or received, or an e-mail
 /// address.
 class Handle final {
 public:
     enum class Kind { Phone, Email };
 
-    /// Trims white space; a text with an "@" anywhere is an e-mail address and is lower-cased,
-    /// anything else is a phone number and stays as it is. Ill-formed UTF-8 is repaired.
+    /// Trims white space. A text with an "@" is an e-mail address and is lower-cased. Any other
+    /// text is a phone number and otherwise unchanged. Ill-formed UTF-8 is repaired.
     [[nodiscard]] static Handle classify(std::string_view raw);
 
-    /// The parts as they stand.
+    /// Uses both values unchanged.
     Handle(Kind kind, std::string raw) : kind_(kind), raw_(std::move(raw)) {}
 
     [[nodiscard]] Kind kind() const { return kind_; }

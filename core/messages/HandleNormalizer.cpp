@@ -10,7 +10,7 @@ namespace tavrin {
 
 namespace {
 
-/// With its country code a North American number has this many digits.
+/// The number of digits of a North American number with its country code.
 constexpr std::size_t northAmericanDigits = 11;
 
 struct Digits {

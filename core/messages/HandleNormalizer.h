@@ -8,15 +8,15 @@
 #include <string>
 #include <string_view>
 
-/// Reduces handles to the one form in which the service, the address book and the Messages database
-/// are compared: the match hint. Two handles match when both have a hint and the hints are equal.
+/// Reduces handles to match hints, with which handles of the service, the address book and the
+/// Messages database are compared. Two handles match if both have a hint and the hints are equal.
 namespace tavrin::HandleNormalizer {
 
 /// A phone number with fewer digits has no match hint.
 inline constexpr std::size_t phoneMinDigits = 7;
 
-/// The decimal digits of the text, of any script and unconverted, without the leading 1 when they
-/// are exactly eleven and begin with "1". May be empty.
+/// The decimal digits of the text in any script, unconverted. If they are exactly eleven and begin
+/// with "1", that digit is dropped. May be empty.
 [[nodiscard]] std::string phoneDigits(std::string_view text);
 
 [[nodiscard]] std::optional<std::string> matchHint(const Handle& handle);

@@ -13,7 +13,7 @@ namespace tavrin::KeyedArchive {
 
 namespace {
 
-/// Valid as long as the node; a data node counts as the text of its bytes.
+/// The text of a string or data node. Valid as long as the node.
 std::optional<std::string_view> text(plist_t node) {
     std::uint64_t length = 0;
     const char* characters = nullptr;
@@ -30,7 +30,7 @@ std::optional<std::string_view> text(plist_t node) {
     return std::string_view(characters, length);
 }
 
-/// The index when the node is a reference. In XML that is a dictionary.
+/// The index that the node refers to, or no value. In XML, a reference is a dictionary.
 std::optional<std::uint64_t> referredIndex(plist_t node) {
     std::uint64_t index = 0;
     if (plist_get_node_type(node) == PLIST_UID) {
@@ -45,17 +45,17 @@ std::optional<std::uint64_t> referredIndex(plist_t node) {
     return std::nullopt;
 }
 
-/// The archived object that the node refers to; null when it does not, or refers to nil.
+/// The archived object that the node refers to. Null for nil and for other nodes.
 plist_t referredObject(plist_t node, plist_t objects) {
     const auto index = referredIndex(node);
-    // The first object stands for nil.
+    // Index 0 is nil.
     if (!index || *index == 0 || *index >= plist_array_get_size(objects)) {
         return nullptr;
     }
     return plist_array_get_item(objects, static_cast<std::uint32_t>(*index));
 }
 
-/// The text that stands there itself or as an object of its own.
+/// The node's text, or the text of the object that it refers to.
 std::optional<std::string_view> textOrReferredText(plist_t node, plist_t objects) {
     return text(referredIndex(node) ? referredObject(node, objects) : node);
 }
@@ -63,8 +63,8 @@ std::optional<std::string_view> textOrReferredText(plist_t node, plist_t objects
 bool isOfClass(plist_t object, std::string_view name, plist_t objects) {
     const plist_t classObject = referredObject(plist_dict_get_item(object, "$class"), objects);
     const plist_t names = plist_dict_get_item(classObject, "$classes");
-    // A class has a few ancestors. Each look at an entry walks the list from its start, so a long
-    // list of made-up ones would take minutes.
+    // Real classes have a few ancestors. Each access walks the list from its start, so a long
+    // forged list would take minutes.
     constexpr std::uint32_t mostAncestors = 16;
     const std::uint32_t count = std::min(plist_array_get_size(names), mostAncestors);
     for (std::uint32_t i = 0; i < count; ++i) {
@@ -108,7 +108,7 @@ std::optional<std::string> attributedString(std::span<const std::uint8_t> archiv
         }
         return repairedUTF8(*content);
     } catch (const std::bad_alloc&) {
-        // A text that there is no room for cannot be read either.
+        // Treat a text that does not fit into memory as unreadable.
         return std::nullopt;
     }
 }

@@ -44,7 +44,7 @@ MessageRecord MessageRecord::withoutBody() const {
 }
 
 void tag_invoke(const json::value_from_tag&, json::value& json, const MessageRecord& record) {
-    // Everything is made in place, in the value's own storage: there may be a million records.
+    // Create everything directly in the value's storage: there may be a million records.
     json::object& object = json.emplace_object();
     object.reserve(keyCount);
     const auto writeIfPresent =

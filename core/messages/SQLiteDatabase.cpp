@@ -45,7 +45,7 @@ std::int64_t SQLiteDatabase::Row::integer(int column) const {
 }
 
 std::optional<std::string> SQLiteDatabase::Row::string(int column) const {
-    // The text first: asking for it may convert the value and so change the count of bytes.
+    // Get the text first: that may convert the value and change its number of bytes.
     const unsigned char* text = sqlite3_column_text(statement_, column);
     if (text == nullptr) {
         return std::nullopt;
@@ -80,7 +80,7 @@ SQLiteDatabase::SQLiteDatabase(const std::string& readOnlyPath) {
     sqlite3* connection = nullptr;
     const int result =
         sqlite3_open_v2(uri.c_str(), &connection, SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, nullptr);
-    // Also a connection that failed to open has to be closed.
+    // A connection that failed to open must also be closed.
     connection_.reset(connection);
     if (result != SQLITE_OK || connection == nullptr) {
         throw SQLiteError(SQLiteError::Open{
@@ -104,8 +104,8 @@ void SQLiteDatabase::query(
     const std::string& sql,
     std::span<const Binding> bindings,
     const std::function<void(const Row&)>& onRow) {
-    // Taken out while it runs: the callback may run the same text again. After a failure it is not
-    // put back.
+    // Remove the statement from the cache while it runs, because the callback may run the same
+    // text. A failed statement is not put back.
     Statement& idle = idleStatements_[sql];
     Statement statement = idle != nullptr ? std::move(idle) : prepare(sql);
     for (int parameter = 1; const Binding& binding : bindings) {

@@ -18,7 +18,7 @@ struct sqlite3_stmt;
 
 namespace tavrin {
 
-/// A failure of SQLite; `what()` names the step that failed.
+/// An SQLite error. `what()` names the step that failed.
 class SQLiteError final : public std::exception {
 public:
     struct Open {
@@ -46,9 +46,8 @@ private:
 
 /// A read-only connection to one database file.
 ///
-/// Used by one thread at a time. Everything fails with `SQLiteError`. Prepared statements are kept
-/// and used again when the same text is run twice, so a text must stay the same from batch to batch
-/// to profit.
+/// Not thread-safe. Every failure is a `SQLiteError`. Prepared statements are cached by their text,
+/// so constant texts are faster.
 class SQLiteDatabase final {
 public:
     /// A value for one `?` of a statement.
@@ -61,8 +60,8 @@ public:
         Value value;
     };
 
-    /// The current row of a running statement; valid only inside the row callback.
-    /// Columns count from 0.
+    /// The current row of a running statement. Valid in the row callback only. Columns are
+    /// numbered from 0.
     class Row final {
     public:
         explicit Row(sqlite3_stmt* statement) : statement_(statement) {}
@@ -70,12 +69,12 @@ public:
         /// NULL reads as 0.
         [[nodiscard]] std::int64_t integer(int column) const;
 
-        /// NULL reads as no value. Ill-formed UTF-8 is repaired with U+FFFD; an embedded NUL is
+        /// NULL reads as no value. Ill-formed UTF-8 is repaired with U+FFFD. Embedded NULs are
         /// kept.
         [[nodiscard]] std::optional<std::string> string(int column) const;
 
-        /// NULL and an empty blob read as no value. The bytes are SQLite's own: they are gone with
-        /// the row.
+        /// NULL and an empty blob read as no value. The bytes belong to SQLite and are valid until
+        /// the next row.
         [[nodiscard]] std::optional<std::span<const std::uint8_t>> blob(int column) const;
 
         [[nodiscard]] bool isNull(int column) const;
@@ -84,13 +83,13 @@ public:
         sqlite3_stmt* statement_;
     };
 
-    /// Opens the file at the path, which is put into the "file:" URI as it stands; it must exist.
+    /// Opens the existing file at the path, which becomes part of a "file:" URI without escaping.
     explicit SQLiteDatabase(const std::string& readOnlyPath);
     ~SQLiteDatabase();
     SQLiteDatabase(const SQLiteDatabase&) = delete;
     SQLiteDatabase& operator=(const SQLiteDatabase&) = delete;
 
-    /// Runs one statement to its end and calls `onRow` for each row. What `onRow` throws passes
+    /// Runs one statement to its end and calls `onRow` for each row. Exceptions of `onRow` pass
     /// through unchanged.
     void query(
         const std::string& sql,
@@ -100,8 +99,8 @@ public:
     /// Whether a table or view of that name exists.
     [[nodiscard]] bool tableExists(const std::string& name);
 
-    /// Whether the table has the column, by exact spelling; false when there is no such table. The
-    /// table name becomes part of the statement as it stands, so it must be a fixed one of ours.
+    /// Whether the table has a column with exactly this name. False for a missing table. The table
+    /// name is inserted into the statement unescaped, so it must be a constant of ours.
     [[nodiscard]] bool columnExists(std::string_view column, const std::string& table);
 
 private:
@@ -116,7 +115,7 @@ private:
     Statement prepare(const std::string& sql);
 
     std::unique_ptr<sqlite3, ConnectionDeleter> connection_;
-    /// By text; empty while a statement runs.
+    /// Cached statements by text. A statement is removed while it runs.
     std::unordered_map<std::string, Statement> idleStatements_;
 };
 
