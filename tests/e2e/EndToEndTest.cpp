@@ -243,7 +243,7 @@ TEST_F(EndToEndTest, MetadataOnlySendsNoText) {
     EXPECT_EQ(found(home_.traffic()), static_cast<std::ptrdiff_t>(bodies.size()));
 }
 
-TEST_F(EndToEndTest, APreviewEqualsTheRecordsThatAreSent) {
+TEST_F(EndToEndTest, APreviewIsRecordForRecordWhatTheServiceThenReceives) {
     home_.makeSample(
         {"--messages",
          "1200",
