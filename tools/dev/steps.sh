@@ -1,12 +1,12 @@
 # shellcheck shell=bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# What ./run and ./test share. Sourced, in the root of the tree.
+# Functions of ./run and ./test. To be sourced in the root of the tree.
 
 jobs=$(nproc)
 
-# step TITLE LOG COMMAND…: runs the command with its output in build/log/LOG.log, which is shown
-# when the command fails.
+# step TITLE LOG COMMAND…: runs the command and writes its output to build/log/LOG.log. On failure,
+# prints the end of the log and exits.
 step() {
     local title=$1 log=build/log/$2.log start=$SECONDS status=0
     shift 2
@@ -15,7 +15,7 @@ step() {
     "$@" >"$log" 2>&1 || status=$?
     if ((status != 0)); then
         tail -n 200 "$log" >&2
-        echo "$title failed with status $status. The whole output: $log" >&2
+        echo "$title failed with status $status. The complete output is in $log" >&2
         exit 1
     fi
     if ((SECONDS - start >= 10)); then
@@ -23,7 +23,7 @@ step() {
     fi
 }
 
-# build PRESET [TARGET…]: configures and builds, with ccache and mold where they are installed.
+# build PRESET [TARGET…]: configures and builds, with ccache and mold if they are installed.
 build() {
     local preset=$1
     shift

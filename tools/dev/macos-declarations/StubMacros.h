@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// Enough of the system's public interface to type-check our own Objective-C++ elsewhere: written by
-// hand from the public documentation, for tools/dev/check-macos only, never linked and never
-// shipped. What does not stand here is not known to be wrong, only unknown: add it, with the
-// version of macOS that first had it. A selector without a version has that of its class;
-// tools/dev/check-macos wants one for everything else.
+// The part of the system's public interface that our Objective-C++ uses, to type-check it on other
+// systems. Handwritten from the public documentation, for tools/dev/check-macos only, never linked
+// and never shipped. Add missing declarations with the first version of macOS that has them. A
+// selector without a version has that of its class. tools/dev/check-macos requires a version for
+// everything else.
 
 #define MAC_API(v) __attribute__((availability(macos, introduced = v)))
 #define MAC_DEPRECATED(i, d, msg)                                                                  \
     __attribute__((availability(macos, introduced = i, deprecated = d, message = msg)))
-// The framework's own version, which the compiler has nothing to compare with: 2.0, or later.
+// The version of the framework (2.0 or later), which the compiler cannot check.
 #define SPARKLE_API(v)
 #define NS_ASSUME_NONNULL_BEGIN _Pragma("clang assume_nonnull begin")
 #define NS_ASSUME_NONNULL_END _Pragma("clang assume_nonnull end")
@@ -23,7 +23,7 @@
 #define NS_ENUM(_t, _n)                                                                            \
     enum _n : _t _n;                                                                               \
     enum __attribute__((enum_extensibility(open))) _n : _t
-// In C++ a set of options is a plain integer.
+// In C++, option sets are plain integers.
 #define NS_OPTIONS(_t, _n)                                                                         \
     _t _n;                                                                                         \
     enum __attribute__((flag_enum, enum_extensibility(open))) : _n

@@ -3,10 +3,10 @@
 #include <StubMacros.h>
 #include <ctype.h>
 #include <locale.h>
-// Macros that look into the locale, which may be none.
+// These macros access the locale, which may be null.
 #undef isdigit_l
 #undef isxdigit_l
-// What the C++ library wants of it beyond the C library that stands in for the system's.
+// Functions that libc++ needs but the substituted C library lacks.
 STUB_EXTERN struct lconv* localeconv_l(locale_t locale) MAC_API(10.4);
 STUB_EXTERN int asprintf_l(char** text, locale_t locale, const char* format, ...) MAC_API(10.4);
 STUB_EXTERN int

@@ -20,8 +20,7 @@ STUB_EXTERN
 os_log_t _Nonnull os_log_create(const char* _Nonnull subsystem, const char* _Nonnull category)
     MAC_API(10.12);
 STUB_EXTERN bool os_log_type_enabled(os_log_t _Nonnull oslog, os_log_type_t type) MAC_API(10.12);
-// check-only: the real macros feed __builtin_os_log_format; the attribute gives the same format
-// checking.
+// The real macros use __builtin_os_log_format. This attribute checks formats in the same way.
 STUB_EXTERN void
 os_log_stub_(os_log_t _Nonnull log, os_log_type_t type, const char* _Nonnull format, ...)
     __attribute__((format(os_log, 3, 4))) MAC_API(10.12);
