@@ -58,7 +58,7 @@ TEST(CancellationTokenTest, AssigningToARegistrationEndsTheOldOne) {
     EXPECT_EQ(calls, 10);
 }
 
-TEST(CancellationTokenTest, ACallbackMayEndItsOwnAndOtherRegistrations) {
+TEST(CancellationTokenTest, ACallbackCanEndItsOwnAndOtherRegistrations) {
     CancellationSource source;
     bool secondCalled = false;
     CancellationToken::Registration first;

@@ -29,7 +29,7 @@ TEST_F(CollectionPreferencesTest, AFreshInstallationReadsTheDefaults) {
     EXPECT_FALSE(defaults_.contains("collection.scope"));
 }
 
-TEST_F(CollectionPreferencesTest, StoresTheChoicesUnderTheirNames) {
+TEST_F(CollectionPreferencesTest, StoresTheChoicesByName) {
     preferences_.setMode(CollectionMode::MetadataOnly);
     preferences_.setScope(ThreadScope::AllThreads);
     EXPECT_EQ(defaults_.string("collection.mode"), "metadataOnly");
@@ -69,14 +69,14 @@ TEST_F(CollectionPreferencesTest, EveryReadGoesToTheStore) {
     EXPECT_EQ(preferences_.mode(), CollectionMode::MetadataOnly);
 }
 
-TEST_F(CollectionPreferencesTest, AChoiceThatCouldNotBeStoredIsReportedAndTheOldOneStands) {
+TEST_F(CollectionPreferencesTest, AChoiceThatCannotBeStoredIsReportedAndTheOldOneStays) {
     preferences_.setScope(ThreadScope::AllThreads);
     defaults_.setFailsWrites(true);
     EXPECT_THROW(preferences_.setScope(ThreadScope::KnownContactsOnly), PlatformError);
     EXPECT_EQ(preferences_.scope(), ThreadScope::AllThreads);
 }
 
-TEST_F(CollectionPreferencesTest, NamesReadBackExactlyOrNotAtAll) {
+TEST_F(CollectionPreferencesTest, OnlyExactNamesAreRead) {
     EXPECT_EQ(collectionModeFromRawValue("metadataOnly"), CollectionMode::MetadataOnly);
     EXPECT_EQ(collectionModeFromRawValue("withBodies"), CollectionMode::WithBodies);
     EXPECT_EQ(collectionModeFromRawValue("WithBodies"), std::nullopt);

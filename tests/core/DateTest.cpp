@@ -34,7 +34,7 @@ TEST(DateTest, RoundsDownOnBothSidesOf1970) {
     EXPECT_EQ(iso8601(at(-86401)), "1969-12-30T23:59:59Z");
 }
 
-TEST(DateTest, KnowsLeapDays) {
+TEST(DateTest, HandlesLeapDays) {
     EXPECT_EQ(iso8601(at(951782400)), "2000-02-29T00:00:00Z");
     EXPECT_EQ(iso8601(at(951868800)), "2000-03-01T00:00:00Z");
     EXPECT_EQ(iso8601(at(4107542399)), "2100-02-28T23:59:59Z");
@@ -51,7 +51,7 @@ TEST(DateTest, WritesYearsOfAnyLength) {
 }
 
 TEST(DateTest, WritesEveryDayOfFourHundredYearsInOrder) {
-    // A calendar day later is always a greater text and the text reads back as the same day.
+    // The next day must give a greater text, and each text must parse to the same day.
     std::string previous;
     for (int day = -135'140; day < 10'957; ++day) { // 1600 to 1999
         const double seconds = 86'400.0 * day + 3'661;
@@ -62,7 +62,7 @@ TEST(DateTest, WritesEveryDayOfFourHundredYearsInOrder) {
     }
 }
 
-TEST(DateTest, WritesSomethingForInstantsBeyondAnyCalendar) {
+TEST(DateTest, ClampsInstantsBeyondTheCalendar) {
     constexpr double infinity = std::numeric_limits<double>::infinity();
     EXPECT_EQ(iso8601(at(infinity)), iso8601(at(9e18)));
     EXPECT_EQ(iso8601(at(1e300)), iso8601(at(9e18)));
@@ -87,7 +87,7 @@ TEST(DateTest, KeepsTheFraction) {
     EXPECT_EQ(read("1970-01-01T00:00:00.12500000000000000000000000000000000001Z"), 0.125);
 }
 
-TEST(DateTest, ReadsNothingElse) {
+TEST(DateTest, RejectsOtherTexts) {
     for (const char* text :
          {"",
           "2024",

@@ -83,7 +83,7 @@ TEST(JSONTest, AValueOfAnotherTypeIsAnError) {
     EXPECT_THROW(static_cast<void>(asObject(parse("[]"))), JSONDecodingError);
 }
 
-TEST(JSONTest, IntegersHoldSixtyFourBitsAndNoFraction) {
+TEST(JSONTest, IntegersHaveSixtyFourBitsAndNoFraction) {
     const boost::json::value json = parse(
         R"({"greatest":9223372036854775807,"least":-9223372036854775808,"point":5.0,
             "beyond":9223372036854775808,"power":9.223372036854775808e18,"half":1.5,"far":1e300})");

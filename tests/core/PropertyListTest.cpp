@@ -18,7 +18,7 @@ using namespace std::string_literals;
 constexpr PropertyListLimits limits = {.size = 4096, .objectCount = 100, .depth = 8};
 
 PropertyList parse(std::string_view text) {
-    // Of exactly the list's size, so that reading past its end is noticed.
+    // Shrink the allocation to the list's size, so that the sanitizer detects reading past the end.
     std::vector<std::uint8_t> bytes(text.begin(), text.end());
     bytes.shrink_to_fit();
     return parsePropertyList(bytes, limits);
@@ -36,28 +36,28 @@ std::string bigEndian(std::uint64_t value, std::size_t width) {
     return bytes;
 }
 
-/// A binary list of the objects as they stand; the first is the root.
+/// A binary list of unmodified objects. The first object is the root.
 struct BinaryList {
     std::vector<std::string> objects;
     std::size_t offsetWidth = 2;
     std::size_t referenceWidth = 1;
     std::uint64_t root = 0;
 
-    // What the trailer claims, when it is not the truth.
+    // The object count in the trailer, if it is to be wrong.
     std::optional<std::uint64_t> objectCount = std::nullopt;
     std::optional<std::uint64_t> offsetTable = std::nullopt;
     std::optional<std::vector<std::uint64_t>> offsets = std::nullopt;
 
     [[nodiscard]] std::string bytes() const {
         std::string result = "bplist00";
-        std::vector<std::uint64_t> places;
+        std::vector<std::uint64_t> actualOffsets;
         for (const std::string& object : objects) {
-            places.push_back(result.size());
+            actualOffsets.push_back(result.size());
             result += object;
         }
         const std::uint64_t table = result.size();
-        for (const std::uint64_t place : offsets.value_or(places)) {
-            result += bigEndian(place, offsetWidth);
+        for (const std::uint64_t offset : offsets.value_or(actualOffsets)) {
+            result += bigEndian(offset, offsetWidth);
         }
         result += std::string(6, '\0');
         result += static_cast<char>(offsetWidth);
@@ -122,7 +122,7 @@ TEST(PropertyListTest, WidthsOfZeroOrMoreThanEightAreRefused) {
     EXPECT_FALSE(isRead(BinaryList{.objects = {"\x09"}, .referenceWidth = 9}.bytes()));
 }
 
-TEST(PropertyListTest, FalseTrailersAreRefused) {
+TEST(PropertyListTest, WrongTrailersAreRefused) {
     constexpr std::uint64_t huge = std::numeric_limits<std::uint64_t>::max();
     const std::vector<std::string> objects = {"\x52hi"};
     ASSERT_TRUE(isRead(BinaryList{.objects = objects}.bytes()));
@@ -196,13 +196,13 @@ TEST(PropertyListTest, AReferenceToNoObjectIsRefused) {
                             .bytes()));
 }
 
-TEST(PropertyListTest, AKeyThatIsNoTextIsRefused) {
+TEST(PropertyListTest, AKeyThatIsNotTextIsRefused) {
     ASSERT_TRUE(isRead(BinaryList{.objects = {"\xD1\x01\x01", "\x51k"}}.bytes()));
     EXPECT_FALSE(isRead(BinaryList{.objects = {"\xD1\x01\x01", "\x09"}}.bytes()));
     EXPECT_FALSE(isRead(BinaryList{.objects = {"\xD1\x01\x01", "\x51\0"s}}.bytes()));
 }
 
-TEST(PropertyListTest, ACircleIsRefused) {
+TEST(PropertyListTest, CircularReferencesAreRefused) {
     EXPECT_FALSE(isRead(BinaryList{.objects = {array("\0"s)}}.bytes()));
     EXPECT_FALSE(isRead(BinaryList{.objects = {array("\x01"), array("\0"s)}}.bytes()));
     EXPECT_FALSE(isRead(BinaryList{.objects = {"\xD1\x01\0"s, "\x51k"}}.bytes()));
@@ -225,8 +225,8 @@ TEST(PropertyListTest, NestingIsLimited) {
     }
 }
 
-TEST(PropertyListTest, SharedObjectsCountAsOftenAsTheyAreReferredTo) {
-    // Arrays that each hold the next one twice: 63 objects without sharing, then 127.
+TEST(PropertyListTest, SharedObjectsCountOncePerReference) {
+    // Arrays that each contain the next one twice: 63 objects with repetitions, then 127.
     for (const auto& [count, expected] : {std::pair(5, true), std::pair(6, false)}) {
         std::vector<std::string> objects;
         for (int i = 1; i <= count; ++i) {
@@ -237,20 +237,20 @@ TEST(PropertyListTest, SharedObjectsCountAsOftenAsTheyAreReferredTo) {
     }
 }
 
-TEST(PropertyListTest, SharedTextsCountAsOftenAsTheyAreReferredTo) {
+TEST(PropertyListTest, SharedTextsCountOncePerReference) {
     const std::string text = "\x5F\x11\x02\x00"s + std::string(512, 'x');
     EXPECT_TRUE(isRead(BinaryList{.objects = {array(std::string(7, '\x01')), text}}.bytes()));
     EXPECT_FALSE(isRead(BinaryList{.objects = {array(std::string(8, '\x01')), text}}.bytes()));
 }
 
-TEST(PropertyListTest, ObjectsAtTheSamePlaceAreRefusedOnceTheyHoldMoreThanTheList) {
+TEST(PropertyListTest, OverlappingObjectsLargerThanTheListAreRefused) {
     const std::string text = "\x5F\x11\x02\x00"s + std::string(512, 'x');
     const std::vector<std::uint64_t> offsets(8, 8);
     EXPECT_FALSE(isRead(
         BinaryList{.objects = {text}, .objectCount = offsets.size(), .offsets = offsets}.bytes()));
 }
 
-TEST(PropertyListTest, ANulTurnsATextIntoData) {
+TEST(PropertyListTest, TextWithANulIsReadAsData) {
     const PropertyList parsed = parse(BinaryList{
         .objects = {"\x53"
                     "a\0b"s}}.bytes());
@@ -285,7 +285,7 @@ TEST(PropertyListTest, EveryXMLElementIsRead) {
         "A");
 }
 
-TEST(PropertyListTest, WhatPropertyListWritersDoNotProduceIsRefused) {
+TEST(PropertyListTest, UnusualXMLIsRefused) {
     ASSERT_TRUE(isRead(xml("<array><string>x</string></array>")));
     for (const std::string& content :
          {""s,
@@ -319,7 +319,7 @@ TEST(PropertyListTest, WhatPropertyListWritersDoNotProduceIsRefused) {
     }
 }
 
-TEST(PropertyListTest, EntitiesDeclaredAheadOfTheListAreUnknownInIt) {
+TEST(PropertyListTest, DeclaredEntitiesAreUnknown) {
     const std::string prolog = "<!DOCTYPE plist [<!ENTITY a \"aaaaaaaaaa\">"
                                "<!ENTITY b \"&a;&a;&a;&a;&a;&a;&a;&a;\">]>";
     EXPECT_FALSE(isRead(prolog + "<plist><string>&b;</string></plist>"));
@@ -327,7 +327,7 @@ TEST(PropertyListTest, EntitiesDeclaredAheadOfTheListAreUnknownInIt) {
 }
 
 TEST(PropertyListTest, ALongTextOfManyEntitiesIsRefused) {
-    // Reading one of these would take time that grows with the square of its length.
+    // Parsing one of these would take quadratic time.
     const PropertyListLimits wide = {.size = 4U << 20U, .objectCount = 100, .depth = 8};
     for (const auto& [count, expected] : {std::pair(13'000, true), std::pair(300'000, false)}) {
         const std::string text =
@@ -343,7 +343,7 @@ TEST(PropertyListTest, XMLObjectsAreCounted) {
     EXPECT_FALSE(isRead(xml("<array>" + repeated("<array></array>", 100) + "</array>")));
 }
 
-TEST(PropertyListTest, XMLDictionariesAreKeptSmall) {
+TEST(PropertyListTest, XMLDictionariesAreLimited) {
     const PropertyListLimits wide = {.size = 65'536, .objectCount = 10'000, .depth = 8};
     for (const auto& [count, expected] : {std::pair(256, true), std::pair(257, false)}) {
         std::string content;

@@ -17,11 +17,11 @@ namespace {
 
 using orvel::test::runTask;
 
-/// What the routine did, in order.
+/// Records the calls of the routine, in order.
 struct Trace {
     std::vector<std::string> steps;
     int operations = 0;
-    /// One per attempt; the last one stands for all further ones. Null succeeds.
+    /// One per attempt. The last one also applies to further attempts. Null means success.
     std::vector<std::exception_ptr> outcomes;
     std::exception_ptr sleepError;
 };
@@ -82,7 +82,7 @@ std::string errorOf(QCoro::Task<int> task) {
 
 } // namespace
 
-TEST(RetryingTest, SuccessAtOnceNeitherPausesNorReports) {
+TEST(RetryingTest, ImmediateSuccessNeitherPausesNorReports) {
     const auto trace = std::make_shared<Trace>();
     trace->outcomes = {nullptr};
     EXPECT_EQ(runTask(run(trace, {5, 15, 45}, always)), 7);
@@ -90,7 +90,7 @@ TEST(RetryingTest, SuccessAtOnceNeitherPausesNorReports) {
     EXPECT_TRUE(trace->steps.empty());
 }
 
-TEST(RetryingTest, PausesComeInTheListsOrderAfterTheReport) {
+TEST(RetryingTest, PausesFollowTheListAfterEachReport) {
     const auto trace = std::make_shared<Trace>();
     trace->outcomes = {failure("a"), failure("b"), failure("c"), nullptr};
     EXPECT_EQ(runTask(run(trace, {5, 15, 45}, always)), 7);
@@ -120,7 +120,7 @@ TEST(RetryingTest, WithoutPausesTheOperationRunsOnce) {
     EXPECT_TRUE(trace->steps.empty());
 }
 
-TEST(RetryingTest, AFailureNotWorthRetryingIsThrownAtOnce) {
+TEST(RetryingTest, APermanentFailureIsThrownAtOnce) {
     const auto trace = std::make_shared<Trace>();
     trace->outcomes = {failure("rejected")};
     EXPECT_EQ(errorOf(run(trace, {5}, never)), "rejected");
@@ -136,7 +136,7 @@ TEST(RetryingTest, ACancellationIsThrownAtOnceEvenIfItWouldBeRetried) {
     EXPECT_TRUE(trace->steps.empty());
 }
 
-TEST(RetryingTest, AnErrorOfThePauseReplacesTheOperations) {
+TEST(RetryingTest, AnErrorOfThePauseReplacesTheOperationsError) {
     const auto trace = std::make_shared<Trace>();
     trace->outcomes = {failure("dropped")};
     trace->sleepError = std::make_exception_ptr(TaskCancelled());

@@ -15,7 +15,7 @@ namespace {
 const std::string longText = "a token that is too long to be kept inside the string object";
 const std::string shortText = "short";
 
-/// A secret in storage that stays readable after it is destroyed.
+/// Storage for a secret that stays readable after the secret's destruction.
 class Storage {
 public:
     explicit Storage(std::string text) : secret_(new (bytes_) Secret(std::move(text))) {}
@@ -33,25 +33,25 @@ private:
 
 } // namespace
 
-TEST(SecretTest, WipingOverwritesAlsoTheRoomBehindTheText) {
+TEST(SecretTest, WipingOverwritesUnusedCapacity) {
     std::string text = longText;
     const char* bytes = text.data();
     text.resize(3);
     wipe(text);
     EXPECT_TRUE(text.empty());
     ASSERT_EQ(text.data(), bytes);
-    // The text still owns these bytes.
+    // The text still owns this memory.
     EXPECT_EQ(std::string(bytes, longText.size()).find_first_not_of('\0'), std::string::npos);
 }
 
-TEST(SecretTest, IsOverwrittenWhenDropped) {
+TEST(SecretTest, IsOverwrittenWhenDestroyed) {
     Storage storage(shortText);
     ASSERT_TRUE(storage.holds(shortText));
     storage.destroy();
     EXPECT_FALSE(storage.holds(shortText));
 }
 
-TEST(SecretTest, LeavesNothingBehindWhenMovedAway) {
+TEST(SecretTest, IsOverwrittenWhenMovedFrom) {
     for (const std::string& text : {shortText, longText}) {
         Storage storage(text);
         const Secret other = std::move(storage.secret());
@@ -73,7 +73,7 @@ TEST(SecretTest, IsOverwrittenWhenReplaced) {
     storage.destroy();
 }
 
-TEST(SecretTest, TheTextItWasMadeFromIsGone) {
+TEST(SecretTest, OverwritesItsSourceText) {
     std::string text = shortText;
     const Secret secret(std::move(text));
     EXPECT_EQ(secret.text(), shortText);

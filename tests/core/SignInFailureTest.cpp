@@ -17,7 +17,7 @@ SignInFailure other(std::string text) {
 
 } // namespace
 
-TEST(SignInFailureTest, TheCodeOfAMissingAccountHasASentenceOfOurs) {
+TEST(SignInFailureTest, TheCodeOfAMissingAccountHasItsOwnSentence) {
     EXPECT_EQ(SignInFailure::noAccountCode, "no_account");
     const SignInFailure failure = SignInFailure::fromCallbackError("no_account");
     EXPECT_EQ(failure, noAccount);
@@ -31,7 +31,7 @@ TEST(SignInFailureTest, WhiteSpaceAroundTheCodeDoesNotMatter) {
     }
 }
 
-TEST(SignInFailureTest, AnyOtherErrorIsItsOwnMessageAsItCame) {
+TEST(SignInFailureTest, OtherErrorsAreTheirOwnMessage) {
     for (const char* value :
          {"access_denied",
           " access denied \n",

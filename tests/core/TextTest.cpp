@@ -17,7 +17,7 @@ using namespace std::string_literals;
 
 const std::string replacement = "\uFFFD";
 
-/// Random text of the 128 ASCII characters, white space and NUL among them.
+/// Random ASCII text, including white space and NUL.
 std::string randomASCII(std::mt19937& random) {
     std::string text(random() % 24, '\0');
     for (char& character : text) {
@@ -49,12 +49,13 @@ TEST(TextTest, IllFormedPartsAreReplacedOneByOne) {
     const std::vector<Case> cases = {
         {"\x80"s, replacement},
         {"a\xFFz"s, "a" + replacement + "z"},
-        // Overlong forms, a surrogate and a code point too large: no first byte that fits.
+        // Overlong forms, a surrogate and a code point beyond the last: the first bytes are
+        // invalid.
         {"\xC0\xAF"s, replacement + replacement},
         {"\xE0\x80\xAF"s, replacement + replacement + replacement},
         {"\xED\xA0\x80"s, replacement + replacement + replacement},
         {"\xF4\x90\x80\x80"s, replacement + replacement + replacement + replacement},
-        // A sequence cut short is one ill-formed part, at the end and before other text.
+        // A truncated sequence is one ill-formed part, at the end and before other text.
         {"\xF0\x9F\x98"s, replacement},
         {"\xE4\xB8"s, replacement},
         {"ok \xF0\x9F\x98!"s, "ok " + replacement + "!"},
@@ -103,7 +104,7 @@ TEST(TextTest, WhiteSpaceAndLineSeparatorsAreTrimmedAtBothEnds) {
     EXPECT_EQ(trimmed("\u2028\u2029"), "");
 }
 
-TEST(TextTest, CharactersThatOnlyLookEmptyAreNotTrimmed) {
+TEST(TextTest, InvisibleCharactersAreNotTrimmed) {
     for (const std::string& text : {"\u200B"s, "\uFEFF"s, "\0"s, "\x1F"s, "\u2800"s}) {
         EXPECT_EQ(trimmed(text), text);
     }
@@ -120,14 +121,14 @@ TEST(TextTest, LowerCasingFollowsTheRootLocale) {
     EXPECT_EQ(lowercased("@[`{"), "@[`{");
     EXPECT_EQ(lowercased("I\u0130"), "ii\u0307");
     EXPECT_EQ(lowercased("STRASSE \u1E9E \u00C9"), "strasse \u00DF \u00E9");
-    // The final form of sigma depends on what stands around it.
+    // Whether sigma has its final form depends on the neighbouring characters.
     EXPECT_EQ(lowercased("\u039F\u03A3 \u03A3\u039F"), "\u03BF\u03C2 \u03C3\u03BF");
     EXPECT_EQ(lowercased("\U00010400"), "\U00010428");
     EXPECT_EQ(lowercased("A\0B"s), "a\0b"s);
     EXPECT_EQ(lowercased("\u00C9\0B"s), "\u00E9\0b"s);
 }
 
-TEST(TextTest, TheShortWayThroughASCIIAgreesWithTheUnicodeRules) {
+TEST(TextTest, TheASCIIPathAgreesWithTheUnicodeRules) {
     std::mt19937 random(2);
     for (int i = 0; i < 50'000; ++i) {
         const std::string text = randomASCII(random);

@@ -19,7 +19,7 @@ bool isTransient(Error error) {
 
 } // namespace
 
-TEST(TransientFailureTest, TheTenURLLoadingCodesAreTransient) {
+TEST(TransientFailureTest, TenURLLoadingCodesAreTransient) {
     const std::vector<int> codes = {
         -1005, -1001, -1009, -1004, -1003, -1006, -1200, -1020, -1018, -1019};
     ASSERT_EQ(TransientFailure::urlErrorCodes.size(), codes.size());
@@ -35,7 +35,7 @@ TEST(TransientFailureTest, OtherURLLoadingCodesAreNot) {
     EXPECT_FALSE(isTransient(URLError(URLErrorCode::BadURL, "bad")));
 }
 
-TEST(TransientFailureTest, APlatformErrorOfTheURLLoadingDomainCountsByItsCode) {
+TEST(TransientFailureTest, PlatformErrorsOfTheURLLoadingDomainAreJudgedByTheirCode) {
     EXPECT_TRUE(isTransient(PlatformError("NSURLErrorDomain", -1001, "timed out")));
     EXPECT_FALSE(isTransient(PlatformError("NSURLErrorDomain", -999, "cancelled")));
     EXPECT_FALSE(isTransient(PlatformError("NSPOSIXErrorDomain", -1001, "no such thing")));

@@ -14,7 +14,7 @@ namespace tavrin {
 
 namespace {
 
-/// The releases as one line each: version, date, and the changes as "label: text".
+/// The parsed releases as lines: version and date, then the changes as "label: text".
 std::vector<std::string> parsed(std::string_view text) {
     std::vector<std::string> lines;
     for (const VersionHistory::Release& release : VersionHistory::parse(text)) {
@@ -29,7 +29,7 @@ std::vector<std::string> parsed(std::string_view text) {
 
 using Lines = std::vector<std::string>;
 
-/// The changes of a release that begins with that text.
+/// The parsed changes of a release with this text.
 Lines parsedInRelease(const std::string& text) {
     return parsed("## [1]\n" + text);
 }
@@ -63,7 +63,7 @@ TEST(VersionHistoryTest, ReadsReleasesWithTheirChangesInTheOrderOfTheText) {
             "1.3.9 <2025-05-01> {Better: Fourth}"}));
 }
 
-TEST(VersionHistoryTest, WithoutAReleaseHeadingThereIsNothing) {
+TEST(VersionHistoryTest, WithoutAReleaseHeadingTheHistoryIsEmpty) {
     EXPECT_TRUE(parsed("").empty());
     EXPECT_TRUE(parsed("\n\r\n \t\n").empty());
     EXPECT_TRUE(parsed("# Changelog\n### Added\n- One\nand more\n").empty());
@@ -102,7 +102,7 @@ TEST(VersionHistoryTest, AHeadingWithoutAClosingBracketIsAllVersion) {
         Lines{"1.4.0 - 2025-06-02 <> {New: One}"});
 }
 
-TEST(VersionHistoryTest, NamesTheKnownSectionsInItsOwnWords) {
+TEST(VersionHistoryTest, RenamesTheKnownSections) {
     const std::vector<std::pair<std::string_view, std::string_view>> cases = {
         {"Added", "New"},
         {"Improved", "Better"},
@@ -128,7 +128,7 @@ TEST(VersionHistoryTest, DropsChangesBeforeTheFirstSection) {
         << "a release heading ends the section above it";
 }
 
-TEST(VersionHistoryTest, AnEmptySectionHeadingIsNoSection) {
+TEST(VersionHistoryTest, AnEmptySectionHeadingIsIgnored) {
     EXPECT_EQ(
         parsedInRelease("### \t\n- One\n###\n- Two\n### Added\n- Three\n###\n- Four\n"),
         Lines{"1 <> {New: Three} {New: Four}"});
@@ -150,19 +150,19 @@ TEST(VersionHistoryTest, AnotherHeadingChangesNothing) {
         Lines{"1 <> {New: One five} {New: Six}"});
 }
 
-TEST(VersionHistoryTest, TextBelowASectionHeadingGoesOnWithTheChangeAboveIt) {
+TEST(VersionHistoryTest, TextBelowASectionHeadingContinuesTheChangeAboveIt) {
     EXPECT_EQ(
         parsedInRelease("### Added\nlost\n- One\n### Fixed\nkept\n- Two\n"),
         Lines{"1 <> {New: One kept} {Fix: Two}"});
 }
 
-TEST(VersionHistoryTest, ADashAloneIsNoNewChange) {
+TEST(VersionHistoryTest, ADashAloneStartsNoChange) {
     EXPECT_EQ(
         parsedInRelease("### Added\n- One\n-\n- \n-two\n* three\n"),
         Lines{"1 <> {New: One - - -two * three}"});
 }
 
-TEST(VersionHistoryTest, KeepsWhatTheChangeIsWrittenWith) {
+TEST(VersionHistoryTest, KeepsTheMarkupOfAChange) {
     EXPECT_EQ(
         parsedInRelease("### Added\n  -  **One** `two` - [three](https://example.org)\n"),
         Lines{"1 <> {New:  **One** `two` - [three](https://example.org)}"});
@@ -180,8 +180,8 @@ TEST(VersionHistoryTest, EveryLineBreakEndsALine) {
     }
 }
 
-TEST(VersionHistoryTest, OtherBlanksBelongToTheText) {
-    // A no-break space, and letters whose last bytes are those of line breaks.
+TEST(VersionHistoryTest, OtherSpacesBelongToTheText) {
+    // A no-break space, and letters that end with the bytes of line breaks.
     EXPECT_EQ(
         parsedInRelease("### Added\n- \u00A0\u0105 \u20A8 \u3029 \u0445\n"),
         Lines{"1 <> {New: \u00A0\u0105 \u20A8 \u3029 \u0445}"});
@@ -205,7 +205,7 @@ TEST(VersionHistoryTest, LongLinesAndManyLinesAreText) {
     EXPECT_EQ(parsed(std::string(1'000'000, ' ') + "## [1]"), Lines{"1 <>"});
 }
 
-TEST(VersionHistoryTest, BytesThatAreNotUTF8StayAsTheyAre) {
+TEST(VersionHistoryTest, KeepsBytesThatAreNotUTF8) {
     EXPECT_EQ(
         parsed("\xFF\xFE\n## [\x80]\xC2\n### \xE2\x80\n- \xF0\x9F\n\xE2\x80\n- \xC2"),
         Lines{"\x80 <> {\xE2\x80: \xF0\x9F \xE2\x80} {\xE2\x80: \xC2}"});
@@ -214,7 +214,7 @@ TEST(VersionHistoryTest, BytesThatAreNotUTF8StayAsTheyAre) {
         Lines{std::string("1\0 <> {A\0: \0b}", 14)});
 }
 
-TEST(VersionHistoryTest, AnyBeginningOfATextIsAText) {
+TEST(VersionHistoryTest, ParsesEveryPrefixOfAText) {
     constexpr std::string_view text =
         "# C\r\n## [1.4.0] - 2025\u2028### Added\n- One\u0085 two\n## [x\n### S\n- \u2029";
     for (std::size_t length = 0; length <= text.size(); ++length) {
@@ -222,7 +222,7 @@ TEST(VersionHistoryTest, AnyBeginningOfATextIsAText) {
     }
 }
 
-TEST(VersionHistoryTest, EveryReleaseAndChangeHasAnIdOfItsOwn) {
+TEST(VersionHistoryTest, EveryReleaseAndChangeHasAUniqueId) {
     constexpr std::string_view text = "## [1]\n### Added\n- One\n- One\n## [1]\n";
     std::set<boost::uuids::uuid> ids;
     for (int time = 0; time < 2; ++time) {

@@ -49,7 +49,7 @@ TEST(AppleEpochTest, TruncatesTowardZero) {
     EXPECT_EQ(AppleEpoch::rawNanoseconds(at(978307200 - 0.25)), -250'000'000);
 }
 
-TEST(AppleEpochTest, TakesInstantsUpToSixtyFourBits) {
+TEST(AppleEpochTest, AcceptsInstantsUpToSixtyFourBits) {
     EXPECT_GT(AppleEpoch::rawNanoseconds(at(10'201'679'236)), 9'223'372'036'000'000'000 - 1);
     EXPECT_LT(AppleEpoch::rawNanoseconds(at(-8'245'064'836)), -9'223'372'036'000'000'000 + 1);
     EXPECT_GT(AppleEpoch::rawSeconds(at(9.2e18)), 9'199'999'999'000'000'000);

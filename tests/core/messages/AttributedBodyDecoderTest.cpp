@@ -18,7 +18,7 @@ using namespace std::string_literals;
 using AttributedBodyDecoder::VariableLength;
 using orvel::test::KeyedArchiveBuilder;
 
-/// A copy of exactly the text's size on the heap, so that reading past its end is noticed.
+/// A heap copy of exactly the text's size, so that the sanitizer detects reading past the end.
 class Blob final {
 public:
     explicit Blob(std::string_view text) : bytes_(text.begin(), text.end()) {
@@ -64,7 +64,7 @@ std::string lengthField(std::size_t length) {
 
 enum class Classes { Plain, Mutable };
 
-/// An attributed string with one attribute run, archived the older way.
+/// A typed stream of an attributed string with one attribute run.
 std::string typedStream(std::string_view text, Classes classes) {
     std::string stream = "\x04\x0Bstreamtyped\x81\xE8\x03\x84\x01@\x84\x84\x84"s;
     if (classes == Classes::Mutable) {
@@ -108,7 +108,7 @@ TEST(AttributedBodyDecoderTest, ATypedStreamOfAnEmptyStringGivesNoText) {
     EXPECT_EQ(decoded(typedStream("", Classes::Mutable)), std::nullopt);
 }
 
-TEST(AttributedBodyDecoderTest, ATypedStreamCutAnywhereBeforeTheEndOfTheTextGivesNoText) {
+TEST(AttributedBodyDecoderTest, ATypedStreamTruncatedWithinItsTextGivesNoText) {
     for (const Classes classes : {Classes::Plain, Classes::Mutable}) {
         for (const std::string& text : {"short \U0001F600"s, std::string(300, 'x')}) {
             const std::string stream = typedStream(text, classes);
@@ -145,7 +145,7 @@ TEST(AttributedBodyDecoderTest, NothingAfterTheClassNameGivesNoText) {
     EXPECT_EQ(decodedTypedStream("NSString+"), std::nullopt);
 }
 
-TEST(AttributedBodyDecoderTest, BytesBeforeTheMarkerArePassedOver) {
+TEST(AttributedBodyDecoderTest, BytesBeforeTheMarkerAreSkipped) {
     EXPECT_EQ(decodedTypedStream("NSString\x01+\x05Hello"), "Hello");
     EXPECT_EQ(decodedTypedStream("NSString+\x05Hello"), "Hello");
     EXPECT_EQ(decodedTypedStream("NSMutableString\x01\x94\x84\x01+\x05Hello"), "Hello");
@@ -204,7 +204,7 @@ TEST(AttributedBodyDecoderTest, ALengthPastTheEndGivesNoText) {
           std::uint64_t{1} << 31,
           std::uint64_t{1} << 63,
           std::numeric_limits<std::uint64_t>::max(),
-          // Added to the position, this one wraps around to a place inside the blob.
+          // Added to the position, this overflows to a position inside the blob.
           std::numeric_limits<std::uint64_t>::max() - 16}) {
         EXPECT_EQ(
             decodedTypedStream("NSString+\x83" + littleEndian(length, 8) + "Hello"), std::nullopt)
@@ -221,7 +221,7 @@ TEST(AttributedBodyDecoderTest, IllFormedTextIsSkippedAsAWhole) {
     EXPECT_EQ(decodedTypedStream("NSString+\x03\xED\xA0\x80+\x01x"), "x");
 }
 
-TEST(AttributedBodyDecoderTest, TheIndexFoundIsThatAfterTheFirstOccurrence) {
+TEST(AttributedBodyDecoderTest, FindsTheIndexAfterTheFirstOccurrence) {
     EXPECT_EQ(indexAfter("b", "abab"), 2U);
     EXPECT_EQ(indexAfter("ab", "aab"), 3U);
     EXPECT_EQ(indexAfter("abab", "abab"), 4U);
@@ -247,7 +247,7 @@ TEST(AttributedBodyDecoderTest, AVariableLengthIsReadWithThePositionAfterIt) {
         (VariableLength{0x8807060504030201, 9}));
 }
 
-TEST(AttributedBodyDecoderTest, AVariableLengthPastTheEndOrOfAnUnknownKindIsNone) {
+TEST(AttributedBodyDecoderTest, VariableLengthsPastTheEndOrOfUnknownKindsAreRefused) {
     EXPECT_EQ(lengthAt("", 0), std::nullopt);
     EXPECT_EQ(lengthAt("x", 1), std::nullopt);
     EXPECT_EQ(lengthAt("x", std::numeric_limits<std::size_t>::max()), std::nullopt);

@@ -62,7 +62,7 @@ std::vector<std::string> namesIn(const fs::path& directory) {
     return names;
 }
 
-/// Whether the database is sound and has all messages from row id 1 to this one.
+/// Whether the database is intact and has all messages from row id 1 to `last`.
 bool holdsMessages(SQLiteDatabase& database, std::int64_t last) {
     try {
         std::optional<std::string> verdict;
@@ -85,14 +85,14 @@ bool holdsMessages(const ChatDatabaseSnapshot& snapshot, std::int64_t last) {
     return holdsMessages(*snapshot.open(), last);
 }
 
-/// Copies as the real one does, and lets the test act right after.
+/// Copies with the real copier and calls the test after each file.
 class InterruptedCopier final : public FileCopier {
 public:
-    /// What to do after each copy of the file of this name.
+    /// Called after each copy of a file with this name.
     std::map<std::string, std::function<void()>> afterCopying;
-    /// Names of files that cannot be copied.
+    /// The names of files that cannot be copied.
     std::vector<std::string> uncopyable;
-    /// Names of the files copied, in order.
+    /// The names of the copied files, in order.
     std::vector<std::string> copied;
 
     void copy(
@@ -105,7 +105,7 @@ public:
         }
         copier_->copy(source, destination, cancellation);
         copied.push_back(name);
-        // A copy, because the action may replace itself.
+        // Copy the function, because it may replace itself.
         if (const std::function<void()> action = afterCopying[name]) {
             action();
         }
@@ -115,7 +115,7 @@ private:
     std::unique_ptr<FileCopier> copier_ = orvel::test::makeRealFileCopier();
 };
 
-/// Main file, then log, then its index, and no look back.
+/// Copies main file, log and index in this order, without checking for changes in between.
 void copyInPlainOrder(FileCopier& copier, const fs::path& source, const fs::path& destination) {
     for (const std::string suffix : {"", "-wal", "-shm"}) {
         if (fs::exists(source.string() + suffix)) {
@@ -136,7 +136,7 @@ protected:
         }
     }
 
-    /// The case of this kind that making a snapshot of the path fails with, if it does.
+    /// The case of the error when making a snapshot fails with it, or no value.
     template <typename Case>
     std::optional<Case> failure(const std::string& path) {
         try {
@@ -150,7 +150,7 @@ protected:
         return std::nullopt;
     }
 
-    /// A database without a log, last changed long ago.
+    /// A database without a log, last changed an hour ago.
     void makeQuietDatabase(std::int64_t messages) {
         { WritableDatabase(source_).addMessages(messages); }
         makeOld();
@@ -158,8 +158,8 @@ protected:
 
     void makeOld() const { fs::last_write_time(source_, fs::file_time_type::clock::now() - 1h); }
 
-    /// Acts while the source's time says that it has changed just now; again when we were so slow
-    /// that it no longer said so in the end.
+    /// Calls `act` right after the source's time of change was set to now. Repeats that if it took
+    /// too long.
     void whileFresh(const std::function<void()>& act) const {
         fs::file_time_type changed;
         do {
@@ -169,7 +169,7 @@ protected:
         } while (fs::file_time_type::clock::now() - changed > 40ms);
     }
 
-    /// Some messages in the main file and some more, `messages` in all, in the log.
+    /// Creates a database with `messages` messages, half of them in the log.
     std::unique_ptr<WritableDatabase> makeLiveDatabase(std::int64_t messages) {
         auto writer = std::make_unique<WritableDatabase>(source_);
         writer->addMessages(messages / 2);
@@ -234,7 +234,7 @@ TEST_F(ChatDatabaseSnapshotTest, OpensANewConnectionEachTime) {
     EXPECT_NE(snapshot.open(), snapshot.open());
 }
 
-TEST_F(ChatDatabaseSnapshotTest, LiesInTheTemporaryDirectoryUnderAFreshName) {
+TEST_F(ChatDatabaseSnapshotTest, HasAUniqueNameInTheTemporaryDirectory) {
     makeQuietDatabase(1);
 
     const ChatDatabaseSnapshot first(copier_, source_);
@@ -259,7 +259,7 @@ TEST_F(ChatDatabaseSnapshotTest, IsForItsOwnerOnly) {
         fs::perms::owner_read | fs::perms::owner_write);
 }
 
-TEST_F(ChatDatabaseSnapshotTest, IsGoneWhenReleased) {
+TEST_F(ChatDatabaseSnapshotTest, IsRemovedWhenReleased) {
     makeQuietDatabase(1);
 
     { const ChatDatabaseSnapshot snapshot(copier_, source_); }
@@ -267,7 +267,7 @@ TEST_F(ChatDatabaseSnapshotTest, IsGoneWhenReleased) {
     EXPECT_THAT(namesIn(temporary_.path()), IsEmpty());
 }
 
-TEST_F(ChatDatabaseSnapshotTest, MakesTheTemporaryDirectoryWhenItIsMissing) {
+TEST_F(ChatDatabaseSnapshotTest, CreatesAMissingTemporaryDirectory) {
     makeQuietDatabase(1);
     setenv("TMPDIR", (temporary_ / "some/where").c_str(), 1);
 
@@ -276,14 +276,14 @@ TEST_F(ChatDatabaseSnapshotTest, MakesTheTemporaryDirectoryWhenItIsMissing) {
     EXPECT_EQ(snapshot.directory().parent_path(), temporary_ / "some/where");
 }
 
-TEST_F(ChatDatabaseSnapshotTest, PassesOnThatItsDirectoryCannotBeMade) {
+TEST_F(ChatDatabaseSnapshotTest, ReportsThatItsDirectoryCannotBeCreated) {
     makeQuietDatabase(1);
     setenv("TMPDIR", (source_ / "below-a-file").c_str(), 1);
 
     EXPECT_THROW(ChatDatabaseSnapshot(copier_, source_), fs::filesystem_error);
 }
 
-TEST_F(ChatDatabaseSnapshotTest, TakesTheSystemsTemporaryDirectoryWithoutOneOfTheUsers) {
+TEST_F(ChatDatabaseSnapshotTest, UsesTheSystemsTemporaryDirectoryIfTheUserHasNone) {
     setenv("TMPDIR", "", 1);
 
     EXPECT_EQ(ChatDatabaseSnapshot::temporaryDirectory(), "/tmp");
@@ -295,7 +295,7 @@ TEST_F(ChatDatabaseSnapshotTest, ReadsTheUsersMessagesByDefault) {
     EXPECT_EQ(ChatDatabaseSnapshot::defaultSourcePath(), home + "/Library/Messages/chat.db");
 }
 
-TEST_F(ChatDatabaseSnapshotTest, SaysThatTheSourceIsMissing) {
+TEST_F(ChatDatabaseSnapshotTest, ReportsAMissingSource) {
     EXPECT_EQ(failure<Error::SourceMissing>(source_).value().path, source_);
     EXPECT_EQ(what_, "Messages database not found at " + source_.string());
     EXPECT_THAT(namesIn(temporary_.path()), IsEmpty());
@@ -327,7 +327,7 @@ TEST_F(ChatDatabaseSnapshotTest, AsksForAccessToAMissingSourceWithoutAFolder) {
     EXPECT_TRUE(failure<Error::PermissionDenied>("no-such-chat.db"));
 }
 
-TEST_F(ChatDatabaseSnapshotTest, TellsWhyTheSourceCannotBeCopied) {
+TEST_F(ChatDatabaseSnapshotTest, ReportsWhyTheSourceCannotBeCopied) {
     makeQuietDatabase(1);
     copier_.uncopyable = {"chat.db"};
 
@@ -353,7 +353,7 @@ TEST_F(ChatDatabaseSnapshotTest, LeavesNothingOnAFullDisk) {
     EXPECT_THAT(namesIn(temporary_.path()), IsEmpty());
 }
 
-TEST_F(ChatDatabaseSnapshotTest, DoesWithoutALogThatCannotBeCopied) {
+TEST_F(ChatDatabaseSnapshotTest, OmitsALogThatCannotBeCopied) {
     const auto writer = makeLiveDatabase(100);
     makeOld();
     copier_.uncopyable = {"chat.db-wal", "chat.db-shm"};
@@ -370,8 +370,8 @@ TEST_F(ChatDatabaseSnapshotTest, RefusesAHalfCheckpointedFileWhoseLogCannotBeCop
     writer.execute("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 1000)"
                    " INSERT INTO entry SELECT i, 'short' FROM n");
     writer.execute("PRAGMA wal_checkpoint(TRUNCATE)");
-    // Longer rows move to pages of their own, whose parent changes again after the reader came: the
-    // checkpoint may carry over the pages, but not the parent that leads to them.
+    // Longer rows move to new pages, whose parent page changes again after the reader started. The
+    // checkpoint may copy the pages to the main file, but not their parent.
     writer.execute(
         "UPDATE entry SET text = printf('%.*c', 3000, 'x') WHERE id BETWEEN 300 AND 330");
     WritableDatabase reader(source_);
@@ -411,11 +411,11 @@ TEST_F(ChatDatabaseSnapshotTest, SurvivesACheckpointThatDoesNotRestartTheLog) {
     EXPECT_TRUE(holdsMessages(snapshot, 1000));
 }
 
-/// The ways to restart a log, as checkpoint modes.
+/// The parameter is a checkpoint mode that restarts the log.
 class ChatDatabaseSnapshotRestartTest : public ChatDatabaseSnapshotTest,
                                         public testing::WithParamInterface<const char*> {
 protected:
-    /// Has the log restarted once, right after the file of that name is copied for the first time.
+    /// Restarts the log once, right after the first copy of the file with this name.
     void restartLogAfterCopying(const std::string& name) {
         copier_.afterCopying[name] = [this] {
             copier_.afterCopying.clear();
@@ -492,7 +492,7 @@ TEST_F(ChatDatabaseSnapshotTest, CopiesAgainWhenTheLogVanishes) {
     EXPECT_TRUE(holdsMessages(snapshot, 100));
 }
 
-/// What happens once to a database without a log, right after it has been copied.
+/// Changes a database without a log right after its first copy.
 class ChatDatabaseSnapshotWithoutLogTest : public ChatDatabaseSnapshotTest {
 protected:
     ChatDatabaseSnapshotWithoutLogTest() { makeQuietDatabase(100); }
@@ -528,7 +528,7 @@ TEST_F(ChatDatabaseSnapshotWithoutLogTest, IsCopiedAgainWhenItsSizeChanges) {
         2);
 }
 
-TEST_F(ChatDatabaseSnapshotWithoutLogTest, IsCopiedAgainWhenAnotherFileTakesItsPlace) {
+TEST_F(ChatDatabaseSnapshotWithoutLogTest, IsCopiedAgainWhenAnotherFileReplacesIt) {
     const fs::file_time_type time = fs::last_write_time(source_);
     EXPECT_EQ(
         copiesMadeWhen([&] {
@@ -539,7 +539,7 @@ TEST_F(ChatDatabaseSnapshotWithoutLogTest, IsCopiedAgainWhenAnotherFileTakesItsP
         2);
 }
 
-TEST_F(ChatDatabaseSnapshotWithoutLogTest, IsNotCopiedWhileAnotherChangeCouldLeaveItsTimeAsItIs) {
+TEST_F(ChatDatabaseSnapshotWithoutLogTest, WaitsWhileAnotherChangeCouldKeepTheSameTime) {
     std::vector<std::ptrdiff_t> copiesBeforePause;
     whileFresh([&] {
         copier_.copied.clear();
@@ -560,7 +560,7 @@ TEST_F(ChatDatabaseSnapshotTest, CopiesAgainWhenACheckpointChangesAMainFileCopie
     copier_.uncopyable = {"chat.db-wal"};
     copier_.afterCopying["chat.db"] = [&] {
         copier_.afterCopying.clear();
-        // The log stays as it is, and holds what the main file takes from it.
+        // This keeps the log, which still contains the copied pages.
         writer->execute("PRAGMA wal_checkpoint(FULL)");
     };
 
@@ -583,7 +583,7 @@ TEST_F(ChatDatabaseSnapshotTest, CopiesAFreshlyChangedMainFileAgainWhenItsLogCan
     EXPECT_EQ(copiesOfMainFile(), 2);
 }
 
-TEST_F(ChatDatabaseSnapshotTest, GivesUpASourceThatNeverHoldsStill) {
+TEST_F(ChatDatabaseSnapshotTest, GivesUpOnASourceThatKeepsChanging) {
     const auto writer = makeLiveDatabase(10);
     copier_.afterCopying["chat.db"] = [&] {
         writer->execute("PRAGMA wal_checkpoint(TRUNCATE)");
@@ -654,7 +654,7 @@ TEST(ChatDatabaseSnapshotWaitTest, EndsWhenCancelled) {
 
 class ChatDatabaseSnapshotSweepTest : public ChatDatabaseSnapshotTest {
 protected:
-    /// What a crash leaves behind: a directory of ours that no process holds.
+    /// Creates a directory like that of a crashed process: no process holds its lock.
     fs::path leaveBehind(const std::string& name) {
         const fs::path directory = temporary_ / name;
         fs::create_directory(directory);
@@ -691,7 +691,7 @@ TEST_F(ChatDatabaseSnapshotSweepTest, RemovesWhatAKilledProcessLeavesBehind) {
     EXPECT_THAT(namesIn(temporary_.path()), IsEmpty());
 }
 
-TEST_F(ChatDatabaseSnapshotSweepTest, LeavesLivingSnapshotsAlone) {
+TEST_F(ChatDatabaseSnapshotSweepTest, KeepsSnapshotsInUse) {
     makeQuietDatabase(10);
     const ChatDatabaseSnapshot snapshot(copier_, source_);
 
@@ -707,7 +707,7 @@ TEST_F(ChatDatabaseSnapshotSweepTest, RemovesAllOfSeveral) {
     EXPECT_THAT(namesIn(temporary_.path()), IsEmpty());
 }
 
-TEST_F(ChatDatabaseSnapshotSweepTest, LeavesForeignNamesAlone) {
+TEST_F(ChatDatabaseSnapshotSweepTest, KeepsForeignNames) {
     const std::vector<std::string> names{
         "6F1C0B2E-9D4A-4E57-8C31-2A9B7D5E0F14",
         "tavrin-chatdb-",
@@ -730,7 +730,7 @@ protected:
     void SetUp() override { orvel::test::skipUnlessRoot(); }
 };
 
-TEST_F(ChatDatabaseSnapshotSweepAsRootTest, LeavesOtherUsersDirectoriesAlone) {
+TEST_F(ChatDatabaseSnapshotSweepAsRootTest, KeepsDirectoriesOfOtherUsers) {
     const fs::path directory = leaveBehind(name_);
     ASSERT_EQ(chown(directory.c_str(), 65534, 65534), 0);
 
@@ -738,7 +738,7 @@ TEST_F(ChatDatabaseSnapshotSweepAsRootTest, LeavesOtherUsersDirectoriesAlone) {
     EXPECT_TRUE(fs::exists(directory / "chat.db"));
 }
 
-TEST_F(ChatDatabaseSnapshotSweepAsRootTest, LeavesADirectoryAloneThatAnotherUserLetsUsWrite) {
+TEST_F(ChatDatabaseSnapshotSweepAsRootTest, KeepsWritableDirectoriesOfOtherUsers) {
     fs::permissions(leaveBehind(name_), fs::perms::all);
     fs::permissions(temporary_.path(), fs::perms::all);
     const UnprivilegedUser unprivileged;
@@ -763,7 +763,7 @@ TEST_F(ChatDatabaseSnapshotSweepTest, FollowsNoLinksInsideADirectory) {
     EXPECT_THAT(namesIn(target), testing::ElementsAre("chat.db"));
 }
 
-TEST_F(ChatDatabaseSnapshotSweepTest, LeavesFilesOfItsNamesAlone) {
+TEST_F(ChatDatabaseSnapshotSweepTest, KeepsFilesWithMatchingNames) {
     std::ofstream(temporary_ / name_) << "a file";
 
     EXPECT_EQ(ChatDatabaseSnapshot::removeAbandoned(), 0U);
@@ -776,12 +776,11 @@ TEST_F(ChatDatabaseSnapshotSweepTest, FindsNothingWithoutATemporaryDirectory) {
     EXPECT_EQ(ChatDatabaseSnapshot::removeAbandoned(), 0U);
 }
 
-/// Snapshots of a database that another process keeps writing, each beside a copy in the plain
-/// order.
+/// Compares snapshots with plain copies, while another process writes to the database.
 class ChatDatabaseSnapshotLiveWriterTest : public ChatDatabaseSnapshotTest {
 protected:
-    /// Expects every snapshot to be whole, and prints how many of the plain copies were not. The
-    /// work, if any, is given to the writer anew for each copy.
+    /// Expects intact snapshots, and prints how many plain copies were torn. If `workPerCopy` is
+    /// set, the writer does that work during each copy.
     void compareWithPlainOrder(
         LiveDatabaseWriter& writer,
         int rounds,
@@ -821,8 +820,8 @@ protected:
 
 TEST_F(ChatDatabaseSnapshotLiveWriterTest, HoldsEveryMessageCommittedBefore) {
     LiveDatabaseWriter writer(source_, 2000);
-    // However slow we are, some attempt finds the log neither restarted nor empty: there are fewer
-    // restarts than attempts, and the work ends with messages in the log.
+    // Even on a slow machine, some attempt finds the log neither restarted nor empty: there are
+    // fewer restarts than attempts, and the work ends with messages in the log.
     compareWithPlainOrder(
         writer,
         30,
@@ -830,7 +829,7 @@ TEST_F(ChatDatabaseSnapshotLiveWriterTest, HoldsEveryMessageCommittedBefore) {
         [&](auto, const auto&) { writer.awaitProgress(); });
 }
 
-/// Some minutes long, so not run by default; `--gtest_also_run_disabled_tests` does.
+/// Takes some minutes. Run it with `--gtest_also_run_disabled_tests`.
 TEST_F(ChatDatabaseSnapshotLiveWriterTest, DISABLED_HoldsEveryMessageOfALargeDatabase) {
     LiveDatabaseWriter writer(source_, 265'000);
     std::cout << "The database has " << fs::file_size(source_) << " bytes\n";

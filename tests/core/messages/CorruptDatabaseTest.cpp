@@ -23,8 +23,8 @@ using orvel::test::TemporaryDirectory;
 
 constexpr std::size_t messageCount = 30;
 
-/// A sample of small pages, so that the file has every kind of page and is still short: interior
-/// and leaf pages of tables and indexes, and overflow pages.
+/// A sample with small pages, so that a short file contains every kind of page: interior and leaf
+/// pages of tables and indexes, and overflow pages.
 void makeSample(const std::filesystem::path& path) {
     MessagesDatabaseBuilder builder(path);
     builder.execute("PRAGMA page_size = 512");
@@ -70,7 +70,7 @@ void write(const std::filesystem::path& path, std::string_view content) {
     std::ofstream(path, std::ios::binary) << content;
 }
 
-/// How reading damaged files ended.
+/// Counts the results of reading damaged files.
 struct Tally {
     int read = 0;
     int refused = 0;
@@ -83,7 +83,7 @@ std::ostream& operator<<(std::ostream& out, const Tally& tally) {
                << " refused";
 }
 
-/// A walk in one direction; a file of the sample's size cannot hold more batches than this.
+/// Collects all batches in one direction. No damaged sample can have more than `mostBatches`.
 void walk(MessagesCollector& collector, bool ascending, const MessagesCollector::Options& options) {
     constexpr int mostBatches = 2'000;
     std::int64_t bound = ascending ? -1 : 1'000'000;
@@ -103,7 +103,7 @@ void walk(MessagesCollector& collector, bool ascending, const MessagesCollector:
     FAIL() << "The walk does not end.";
 }
 
-/// Everything that a scan does with a file.
+/// Reads the file like a scan.
 void readAll(const std::filesystem::path& path, Tally& tally) {
     try {
         MessagesCollector collector(std::make_shared<SQLiteDatabase>(path.string()));
@@ -121,8 +121,8 @@ void readAll(const std::filesystem::path& path, Tally& tally) {
     } catch (const MessagesCollector::Error&) {
         ++tally.refused;
     }
-    // Anything else that is thrown fails the test. Which damage SQLite notices depends on what its
-    // buffers held before, so the tallies differ by a few from run to run.
+    // Other exceptions fail the test. Which damage SQLite detects depends on the former content of
+    // its buffers, so the counts vary slightly between runs.
 }
 
 class CorruptDatabaseTest : public testing::Test {
@@ -135,7 +135,7 @@ protected:
         ASSERT_EQ(tally.read, 1);
     }
 
-    /// Reads the sample with one byte changed at a time. The stride is for the sake of time.
+    /// Reads the sample with one byte changed at a time. The stride limits the run time.
     Tally readWithBytesFlipped(std::size_t stride, char flip) {
         Tally tally;
         std::fstream file(path_, std::ios::binary | std::ios::in | std::ios::out);
@@ -206,7 +206,7 @@ TEST_F(CorruptDatabaseTest, PagesOfGarbageAreReadOrRefused) {
     EXPECT_GT(tally.refused, 0);
 }
 
-TEST_F(CorruptDatabaseTest, PagesThatChangePlacesAreReadOrRefused) {
+TEST_F(CorruptDatabaseTest, SwappedPagesAreReadOrRefused) {
     constexpr std::size_t pageSize = 512;
     const std::size_t pages = sample_.size() / pageSize;
     Tally tally;

@@ -60,7 +60,7 @@ TEST(HandleNormalizerTest, DigitsOfOtherScriptsAreKeptUnconvertedAndCountedAsCha
         hintOf("\u0665\u0665\u0665-\u0660\u0661\u0663\u0664"),
         "\u0665\u0665\u0665\u0660\u0661\u0663\u0664");
     EXPECT_EQ(hintOf("\u0665\u0665-\u0660\u0661\u0663\u0664"), std::nullopt);
-    // A leading 1 in ASCII before ten others is the country code; a full-width 1 is not.
+    // An ASCII 1 before ten other digits is the country code, a full-width 1 is not.
     EXPECT_EQ(
         hintOf("1 \uFF14\uFF11\uFF15 5550134"),
         "\uFF14\uFF11\uFF15"
@@ -76,7 +76,7 @@ TEST(HandleNormalizerTest, DigitsOfOtherScriptsAreKeptUnconvertedAndCountedAsCha
 }
 
 TEST(HandleNormalizerTest, NumbersThatAreNotDecimalDigitsAreDropped) {
-    // Superscript two, a fraction, a Roman numeral, a circled one, an ideographic one.
+    // Superscript two, a fraction, a Roman numeral, a circled and an ideographic number.
     EXPECT_EQ(
         HandleNormalizer::phoneDigits("\u00B2\u00BD\u2163\u2460\u4E00"
                                       "9"),
@@ -89,7 +89,7 @@ TEST(HandleNormalizerTest, AnAddressIsItsOwnHint) {
     EXPECT_EQ(hintOf("\u00C9milie@Example.com"), "\u00E9milie@example.com");
 }
 
-TEST(HandleNormalizerTest, AnAddressAsItStandsIsTrimmedAndLowerCased) {
+TEST(HandleNormalizerTest, AnAddressIsTrimmedAndLowerCased) {
     EXPECT_EQ(
         HandleNormalizer::matchHint(Handle(Handle::Kind::Email, " Some\u3000One \u2028")),
         "some\u3000one");
@@ -97,12 +97,12 @@ TEST(HandleNormalizerTest, AnAddressAsItStandsIsTrimmedAndLowerCased) {
     EXPECT_EQ(HandleNormalizer::matchHint(Handle(Handle::Kind::Email, "")), std::nullopt);
 }
 
-TEST(HandleNormalizerTest, TheShortWayThroughASCIIAgreesWithTheUnicodeRules) {
+TEST(HandleNormalizerTest, TheASCIIPathAgreesWithTheUnicodeRules) {
     std::mt19937 random(3);
     for (int i = 0; i < 50'000; ++i) {
         std::string text(random() % 24, '\0');
         for (char& character : text) {
-            // Half of them digits, or eleven in a row would hardly occur.
+            // Make half of the characters digits, because eleven in a row are rare otherwise.
             const auto value = random();
             character = static_cast<char>(value % 2 == 0 ? '0' + value / 2 % 3 : value / 2 % 0x80);
         }

@@ -37,7 +37,7 @@ TEST(HandleTest, AnAtSignAnywhereMakesAnAddress) {
     EXPECT_EQ(Handle::classify("415 555 0134@"), email("415 555 0134@"));
 }
 
-TEST(HandleTest, NothingIsAPhoneNumberWithoutCharacters) {
+TEST(HandleTest, AnEmptyTextIsAnEmptyPhoneNumber) {
     EXPECT_EQ(Handle::classify(""), phone(""));
     EXPECT_EQ(Handle::classify(" \n\u2029"), phone(""));
 }
@@ -47,7 +47,7 @@ TEST(HandleTest, IllFormedTextIsRepaired) {
     EXPECT_EQ(Handle::classify("A\xC3@B "), email("a\uFFFD@b"));
 }
 
-TEST(HandleTest, ANulInsideDoesNotCutTheHandle) {
+TEST(HandleTest, KeepsAnEmbeddedNul) {
     EXPECT_EQ(Handle::classify("415\0X@Y"s), email("415\0x@y"s));
 }
 

@@ -17,7 +17,8 @@ using namespace std::string_literals;
 using orvel::test::KeyedArchiveBuilder;
 
 std::optional<std::string> read(std::string_view archive) {
-    // Of exactly the archive's size, so that reading past its end is noticed.
+    // Shrink the allocation to the archive's size, so that the sanitizer detects reading past the
+    // end.
     std::vector<std::uint8_t> bytes(archive.begin(), archive.end());
     bytes.shrink_to_fit();
     return KeyedArchive::attributedString(bytes);
@@ -29,7 +30,7 @@ std::string replaced(std::string text, const std::string& what, const std::strin
     return position == std::string::npos ? text : text.replace(position, what.size(), by);
 }
 
-/// Archived by hand, for what no archiver would write.
+/// A handwritten archive, for content that no archiver writes.
 const std::string archive =
     "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
     "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\""
@@ -83,14 +84,14 @@ TEST(KeyedArchiveTest, ADerivedClassIsAnAttributedStringToo) {
     EXPECT_EQ(read(builder.xml()), "Hello");
 }
 
-TEST(KeyedArchiveTest, AnotherRootClassGivesNothing) {
+TEST(KeyedArchiveTest, AnotherRootClassGivesNoText) {
     const auto builder =
         KeyedArchiveBuilder().string("Hello").classes({"NSAttributedStringKey", "NSObject"});
     EXPECT_EQ(read(builder.binary()), std::nullopt);
     EXPECT_EQ(read(builder.xml()), std::nullopt);
 }
 
-TEST(KeyedArchiveTest, WhatIsNoArchiveGivesNothing) {
+TEST(KeyedArchiveTest, OtherDataGivesNoText) {
     EXPECT_EQ(read(archive), "Hello");
     EXPECT_EQ(read(""), std::nullopt);
     EXPECT_EQ(read("bplist00"), std::nullopt);
@@ -102,7 +103,7 @@ TEST(KeyedArchiveTest, WhatIsNoArchiveGivesNothing) {
     EXPECT_EQ(read("<plist><array><string>x</string></array></plist>"), std::nullopt);
 }
 
-TEST(KeyedArchiveTest, AMissingOrMistypedPartGivesNothing) {
+TEST(KeyedArchiveTest, AMissingOrMistypedPartGivesNoText) {
     for (const char* const key : {"$top", "root", "$objects", "NSString", "$class", "$classes"}) {
         EXPECT_EQ(
             read(replaced(archive, "<key>"s + key + "</key>", "<key>other</key>")), std::nullopt)
@@ -134,7 +135,7 @@ TEST(KeyedArchiveTest, ATextInPlaceOfTheReferenceIsRead) {
         "further");
 }
 
-TEST(KeyedArchiveTest, AReferenceThatLeadsNowhereGivesNothing) {
+TEST(KeyedArchiveTest, ADanglingReferenceGivesNoText) {
     for (const char* const index : {"4", "100000", "4294967295", "4294967297", "-1", "x"}) {
         for (const char* const from : {"1", "2", "3"}) {
             EXPECT_EQ(
@@ -148,13 +149,13 @@ TEST(KeyedArchiveTest, AReferenceThatLeadsNowhereGivesNothing) {
     }
 }
 
-TEST(KeyedArchiveTest, AReferenceToNilIsNotTheTextThatMarksIt) {
+TEST(KeyedArchiveTest, AReferenceToNilGivesNoText) {
     EXPECT_EQ(
         read(replaced(archive, "<integer>2</integer>", "<integer>0</integer>")), std::nullopt);
 }
 
-TEST(KeyedArchiveTest, ACircleOfReferencesGivesNothing) {
-    // The text of the attributed string is the attributed string, or a string that is itself.
+TEST(KeyedArchiveTest, CircularReferencesGiveNoText) {
+    // The text refers to the attributed string, or to itself.
     EXPECT_EQ(
         read(replaced(archive, "<integer>2</integer>", "<integer>1</integer>")), std::nullopt);
     EXPECT_EQ(
@@ -183,7 +184,7 @@ TEST(KeyedArchiveTest, IllFormedTextIsRepaired) {
 }
 
 TEST(KeyedArchiveTest, AnUnpairedSurrogateIsReplacedAndAPairKept) {
-    // The archive's text is in UTF-16: a pair, and the same pair torn apart by a letter.
+    // The archive stores UTF-16: a surrogate pair, and the same pair separated by a letter.
     const std::string binary = KeyedArchiveBuilder().string("\u4E01\u4E02a\u4E03!").binary();
     const std::string before = "\x4E\x01\x4E\x02\0a\x4E\x03\0!"s;
     EXPECT_EQ(read(replaced(binary, before, "\xD8\x3D\xDE\x00\0a\0b\0!"s)), "\U0001F600ab!");
@@ -194,7 +195,7 @@ TEST(KeyedArchiveTest, AnUnpairedSurrogateIsReplacedAndAPairKept) {
         read(replaced(binary, before, "\xDE\x00\xDE\x00\0a\0b\xD8\x3D"s)), "\uFFFD\uFFFDab\uFFFD");
 }
 
-TEST(KeyedArchiveTest, ANulInsideDoesNotCutTheText) {
+TEST(KeyedArchiveTest, AnEmbeddedNulIsKept) {
     EXPECT_EQ(
         read(replaced(KeyedArchiveBuilder().string("He.lo").binary(), "He.lo", "He\0lo"s)),
         "He\0lo"s);
@@ -216,7 +217,7 @@ TEST(KeyedArchiveTest, ANulInsideDoesNotCutTheText) {
     EXPECT_EQ(read(replaced(archive, "Hello", "He\0lo"s)), std::nullopt);
 }
 
-TEST(KeyedArchiveTest, AnArchiveCutAnywhereGivesNothing) {
+TEST(KeyedArchiveTest, ATruncatedArchiveGivesNoText) {
     for (const KeyedArchiveBuilder& builder :
          {KeyedArchiveBuilder().string("Hello \U0001F600"),
           KeyedArchiveBuilder().bytesObject("Hello")}) {
@@ -225,7 +226,7 @@ TEST(KeyedArchiveTest, AnArchiveCutAnywhereGivesNothing) {
             EXPECT_EQ(read(binary.substr(0, size)), std::nullopt) << size;
         }
         const std::string xml = builder.xml();
-        // Only the line's end may be missing.
+        // Only the final line feed is optional.
         ASSERT_TRUE(xml.ends_with("</plist>\n"));
         for (std::size_t size = 0; size < xml.size() - 1; ++size) {
             EXPECT_EQ(read(xml.substr(0, size)), std::nullopt) << size;
@@ -248,7 +249,7 @@ TEST(KeyedArchiveTest, AnArchiveWithAnyByteChangedIsReadOrRefused) {
     }
 }
 
-TEST(KeyedArchiveTest, LooksForTheClassAmongItsNearestAncestorsOnly) {
+TEST(KeyedArchiveTest, SearchesTheNearestAncestorsOnly) {
     const auto isRead = [](std::size_t position) {
         std::vector<std::string> classes(position, "NSObject");
         classes.emplace_back("NSAttributedString");

@@ -142,7 +142,7 @@ TEST(MessageRecordTest, UsesOnlyTheMemoryOfTheValue) {
         object.at("participantEmails").at("+14155550134").as_array().storage().get(), &resource);
 }
 
-TEST(MessageRecordTest, EveryRequiredKeyMustBeThere) {
+TEST(MessageRecordTest, RequiredKeysMustBePresent) {
     for (const char* key : requiredKeys) {
         json::value value = encodedFullRecord();
         value.as_object().erase(key);
@@ -153,7 +153,7 @@ TEST(MessageRecordTest, EveryRequiredKeyMustBeThere) {
     }
 }
 
-TEST(MessageRecordTest, NoRequiredKeyMayBeNull) {
+TEST(MessageRecordTest, RequiredKeysMustNotBeNull) {
     for (const char* key : requiredKeys) {
         json::value value = encodedFullRecord();
         value.as_object()[key] = nullptr;
@@ -204,7 +204,7 @@ TEST(MessageRecordTest, AValueOfTheWrongTypeIsAnError) {
     EXPECT_THROW(json::value_to<MessageRecord>(json::parse("[]")), JSONDecodingError);
 }
 
-TEST(MessageRecordTest, AnErrorHoldsNoHandle) {
+TEST(MessageRecordTest, AnErrorContainsNoHandle) {
     json::value value = encodedFullRecord();
     value.as_object()["participantNames"] = {{"+14155550134", 1}};
     EXPECT_THAT(

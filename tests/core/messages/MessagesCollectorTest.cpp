@@ -90,7 +90,7 @@ std::vector<std::int64_t> rowIDs(const Batch& batch) {
     return ids;
 }
 
-/// The statement that could not be prepared.
+/// The SQL of the statement that could not be prepared.
 template <typename Run>
 std::string refusedStatement(Run run) {
     try {
@@ -104,15 +104,13 @@ std::string refusedStatement(Run run) {
     return "";
 }
 
-/// An archived attributed string as far as a byte scanner looks at it.
+/// The part of an archived attributed string that the scanner reads.
 std::string archived(std::string_view text) {
     return std::string("\x04\x0BstreamtypedNSString\x01+", 23) + static_cast<char>(text.size()) +
            std::string(text);
 }
 
 } // namespace
-
-// The schema
 
 TEST_F(MessagesCollectorTest, AMissingTableIsNamed) {
     builder_.dropTable("handle");
@@ -158,14 +156,12 @@ TEST_F(MessagesCollectorTest, AViewServesAsATable) {
     EXPECT_THAT(onlyRecord().participants, ElementsAre("ann@example.com"));
 }
 
-TEST_F(MessagesCollectorTest, AFileThatIsNoDatabaseIsReportedBySQLite) {
+TEST_F(MessagesCollectorTest, AFileThatIsNotADatabaseIsReportedBySQLite) {
     std::ofstream(directory_ / "text.db") << std::string(5000, 'x');
     EXPECT_THROW(
         MessagesCollector(std::make_shared<SQLiteDatabase>((directory_ / "text.db").string())),
         SQLiteError);
 }
-
-// The statements
 
 TEST_F(MessagesCollectorTest, TheStatementForwardsWithEveryColumnAndASinceTime) {
     builder_.dropTable("chat_message_join");
@@ -239,8 +235,6 @@ TEST_F(MessagesCollectorTest, TheStatementsOfTheChats) {
     EXPECT_EQ(refusedStatement(load), "SELECT ROWID, guid, 0 FROM chat");
 }
 
-// The chats
-
 TEST_F(MessagesCollectorTest, LoadsEveryChatWithItsParticipantsSorted) {
     const std::int64_t ben = builder_.addHandle("ben@example.com");
     const std::int64_t ann = builder_.addHandle("ann@example.com");
@@ -261,7 +255,7 @@ TEST_F(MessagesCollectorTest, AChatMayLackItsGUIDAndItsStyle) {
     EXPECT_THAT(collector().loadChats(), ElementsAre(Pair(1, ChatInfo{std::nullopt, {}, 0})));
 }
 
-TEST_F(MessagesCollectorTest, JoinsThatLeadNowhereAreIgnored) {
+TEST_F(MessagesCollectorTest, DanglingJoinsAreIgnored) {
     builder_.addChat({.rowID = 1, .guid = "a", .participants = {99}});
     builder_.execute("INSERT INTO handle (ROWID, id) VALUES (5, NULL)");
     builder_.execute("INSERT INTO chat_handle_join VALUES (1, 5), (2, 5), (NULL, 5)");
@@ -283,8 +277,6 @@ TEST_F(MessagesCollectorTest, WithoutAStyleColumnEveryStyleIsZero) {
     EXPECT_THAT(collector().loadChats(), ElementsAre(Pair(1, ChatInfo{"a", {}, 0})));
 }
 
-// Walking
-
 TEST_F(MessagesCollectorTest, AnEmptyRangeLeavesBothWatermarksAtTheBound) {
     addMessages(3);
     for (const Batch& batch :
@@ -299,7 +291,7 @@ TEST_F(MessagesCollectorTest, AnEmptyRangeLeavesBothWatermarksAtTheBound) {
     EXPECT_EQ(collector().collectBackfill(1, everything()).lowWatermark, 1);
 }
 
-TEST_F(MessagesCollectorTest, ForwardsTheRowsComeAscendingPastTheBound) {
+TEST_F(MessagesCollectorTest, CollectingForwardsReturnsAscendingRowsAfterTheBound) {
     addMessages(5);
     const Batch batch = collector().collect(2, everything());
     EXPECT_THAT(rowIDs(batch), ElementsAre(3, 4, 5));
@@ -309,7 +301,7 @@ TEST_F(MessagesCollectorTest, ForwardsTheRowsComeAscendingPastTheBound) {
     EXPECT_FALSE(batch.hasMore);
 }
 
-TEST_F(MessagesCollectorTest, BackwardsTheRowsComeDescendingBeforeTheBound) {
+TEST_F(MessagesCollectorTest, CollectingBackwardsReturnsDescendingRowsBeforeTheBound) {
     addMessages(5);
     const Batch batch = collector().collectBackfill(4, everything());
     EXPECT_THAT(rowIDs(batch), ElementsAre(3, 2, 1));
@@ -319,7 +311,7 @@ TEST_F(MessagesCollectorTest, BackwardsTheRowsComeDescendingBeforeTheBound) {
     EXPECT_FALSE(batch.hasMore);
 }
 
-TEST_F(MessagesCollectorTest, BoundsMayBeTheEndsOfTheScale) {
+TEST_F(MessagesCollectorTest, BoundsMayBeTheLimitsOfTheirType) {
     builder_.addMessage({.rowID = least});
     builder_.addMessage({.rowID = greatest});
     EXPECT_THAT(rowIDs(collector().collect(least, everything())), ElementsAre(greatest));
@@ -350,7 +342,7 @@ TEST_F(MessagesCollectorTest, ARowBeyondTheLimitIsAnnouncedAndNotExamined) {
     EXPECT_TRUE(backwards.hasMore);
 }
 
-TEST_F(MessagesCollectorTest, TheLimitMayBeAsLargeAsItGets) {
+TEST_F(MessagesCollectorTest, TheLimitMayBeTheLimitOfItsType) {
     addMessages(2);
     Options options = everything();
     options.batchLimit = greatest;
@@ -405,9 +397,7 @@ TEST_F(MessagesCollectorTest, AMessageOfSeveralChatsComesOncePerChat) {
     EXPECT_EQ(batch.scanned, 2);
 }
 
-// What is user content
-
-TEST_F(MessagesCollectorTest, RowsThatAreNoMessagesOfUsersAreSkipped) {
+TEST_F(MessagesCollectorTest, RowsThatAreNotUserContentAreSkipped) {
     builder_.addMessage({.itemType = 2});
     builder_.addMessage({.itemType = -1});
     builder_.addMessage({.guid = std::nullopt});
@@ -431,8 +421,6 @@ TEST_F(MessagesCollectorTest, ReactionsAreKept) {
     builder_.addMessage({.associatedMessageType = 2000});
     EXPECT_EQ(onlyRecord().associatedMessageType, 2000);
 }
-
-// The record
 
 TEST_F(MessagesCollectorTest, FillsEveryFieldOfAReceivedMessage) {
     const std::int64_t ann = builder_.addHandle("ann@example.com");
@@ -467,7 +455,7 @@ TEST_F(MessagesCollectorTest, FillsEveryFieldOfAReceivedMessage) {
     EXPECT_EQ(onlyRecord(), expected);
 }
 
-TEST_F(MessagesCollectorTest, AMessageOfTheUsersHasNoSender) {
+TEST_F(MessagesCollectorTest, TheUsersOwnMessageHasNoSender) {
     const std::int64_t ann = builder_.addHandle("ann@example.com");
     builder_.addMessage({.isFromMe = true, .handle = ann});
     const MessageRecord record = onlyRecord();
@@ -501,7 +489,7 @@ TEST_F(MessagesCollectorTest, WithoutTheOptionalColumnsTheRecordHasTheirDefaults
     EXPECT_FALSE(record.bodyUnavailable);
 }
 
-TEST_F(MessagesCollectorTest, AMessageOutsideAnyChatIsNoGroupAndTakesItsHandle) {
+TEST_F(MessagesCollectorTest, AMessageOutsideChatsIsNoGroupAndHasItsHandle) {
     const std::int64_t ann = builder_.addHandle("ann@example.com");
     builder_.addMessage({.service = std::nullopt, .handle = ann});
     const MessageRecord record = onlyRecord();
@@ -525,7 +513,7 @@ TEST_F(MessagesCollectorTest, AChatWithoutParticipantsTakesTheHandleOfTheRow) {
     EXPECT_EQ(onlyRecord().chatGUID, "a");
 }
 
-TEST_F(MessagesCollectorTest, AMessageOfAChatThatIsNotThereIsInNoChat) {
+TEST_F(MessagesCollectorTest, AMessageOfAMissingChatIsInNoChat) {
     builder_.addMessage({.chats = {99}});
     builder_.addChat({.rowID = 0, .guid = "zero"});
     EXPECT_EQ(onlyRecord().chatGUID, std::nullopt);
@@ -533,7 +521,7 @@ TEST_F(MessagesCollectorTest, AMessageOfAChatThatIsNotThereIsInNoChat) {
     EXPECT_EQ(onlyRecord().chatGUID, std::nullopt);
 }
 
-TEST_F(MessagesCollectorTest, TheStyleDecidesWhatIsAGroup) {
+TEST_F(MessagesCollectorTest, TheStyleIdentifiesGroups) {
     const std::int64_t ann = builder_.addHandle("ann@example.com");
     const std::int64_t ben = builder_.addHandle("ben@example.com");
     const auto isGroup = [&](std::optional<std::int64_t> style,
@@ -559,8 +547,6 @@ TEST_F(MessagesCollectorTest, TheHandleOfTheRowMakesNoGroup) {
     EXPECT_FALSE(onlyRecord().isGroupThread);
 }
 
-// Text
-
 TEST_F(MessagesCollectorTest, TheTextColumnComesBeforeTheArchive) {
     builder_.addMessage({.text = "plain", .attributedBody = archived("archived")});
     EXPECT_EQ(onlyRecord().body, "plain");
@@ -577,7 +563,7 @@ TEST_F(MessagesCollectorTest, WithoutTextTheArchiveIsDecoded) {
     EXPECT_EQ(batch.skippedUndecodable, 0);
 }
 
-TEST_F(MessagesCollectorTest, AnArchiveThatYieldsNothingIsCountedAndTheRecordKept) {
+TEST_F(MessagesCollectorTest, AnUndecodableArchiveIsCountedAndTheRecordKept) {
     builder_.addMessage({.attributedBody = "garbage"});
     const Batch batch = collectAll();
     ASSERT_EQ(batch.records.size(), 1U);
@@ -619,8 +605,6 @@ TEST_F(MessagesCollectorTest, TextOfARowThatIsOutOfScopeIsNotDecoded) {
     EXPECT_EQ(batch.skippedOutOfScope, 1);
     EXPECT_EQ(batch.skippedUndecodable, 0);
 }
-
-// Scope
 
 TEST_F(MessagesCollectorTest, AThreadIsInScopeWhenAnyParticipantIsKnown) {
     const std::int64_t stranger = builder_.addHandle("stranger@example.com");
@@ -688,8 +672,6 @@ TEST_F(MessagesCollectorTest, RowsThatAreNoUserContentAreNotCountedAsOutOfScope)
     EXPECT_EQ(batch.skippedOutOfScope, 0);
 }
 
-// Dates
-
 TEST_F(MessagesCollectorTest, DatesAreNanosecondsOrSeconds) {
     builder_.addMessage({.date = 731'696'742'500'000'000});
     builder_.addMessage({.date = 731'696'742});
@@ -701,7 +683,7 @@ TEST_F(MessagesCollectorTest, DatesAreNanosecondsOrSeconds) {
     EXPECT_EQ(batch.records[2].sentAt, Date(Seconds(978307300)));
 }
 
-TEST_F(MessagesCollectorTest, ASinceTimeAdmitsBothWaysOfStoringADate) {
+TEST_F(MessagesCollectorTest, ASinceTimeWorksForBothDateScales) {
     builder_.addMessage({.date = someDate - 1});
     builder_.addMessage({.date = someDate});
     builder_.addMessage({.date = someDate + 1});
@@ -735,7 +717,7 @@ TEST_F(MessagesCollectorTest, RowsBeforeTheSinceTimeAreNotScanned) {
     EXPECT_FALSE(batch.hasMore);
 }
 
-TEST_F(MessagesCollectorTest, TheCountLeavesOutWhatIsNoUserContentAndNoThread) {
+TEST_F(MessagesCollectorTest, TheCountOmitsRowsWithoutUserContentOrThread) {
     addMessages(3);
     builder_.addMessage({.itemType = 1});
     builder_.addMessage({.guid = std::nullopt});
@@ -743,8 +725,6 @@ TEST_F(MessagesCollectorTest, TheCountLeavesOutWhatIsNoUserContentAndNoThread) {
     EXPECT_EQ(collector().countMessages(Date(Seconds(1710003942))), 4);
     EXPECT_EQ(collector().countMessages(Date(Seconds(1710003943))), 0);
 }
-
-// Text that is not well-formed
 
 TEST_F(MessagesCollectorTest, IllFormedTextIsRepairedInEveryFieldAndMakesValidJSON) {
     const std::int64_t handle = builder_.addHandle("a\xFF@example.com");
@@ -771,7 +751,7 @@ TEST_F(MessagesCollectorTest, IllFormedTextIsRepairedInEveryFieldAndMakesValidJS
         boost::json::value_to<std::vector<MessageRecord>>(boost::json::parse(json)), batch.records);
 }
 
-TEST_F(MessagesCollectorTest, AnEmbeddedNULCutsNothingOff) {
+TEST_F(MessagesCollectorTest, KeepsAnEmbeddedNUL) {
     builder_.addMessage({.guid = std::string("g\0g", 3), .text = std::string("before\0after", 12)});
     const MessageRecord record = onlyRecord();
     EXPECT_EQ(record.guid, std::string("g\0g", 3));
@@ -797,8 +777,6 @@ TEST_F(MessagesCollectorTest, ValuesOfUnexpectedTypesAreConverted) {
     EXPECT_EQ(record.associatedMessageType, 3);
 }
 
-// What changes between batches
-
 TEST_F(MessagesCollectorTest, ChatsThatChangeBetweenBatchesAreReadAgain) {
     const std::int64_t ann = builder_.addHandle("ann@example.com");
     builder_.addMessage({.chats = {1}});
@@ -813,7 +791,7 @@ TEST_F(MessagesCollectorTest, ChatsThatChangeBetweenBatchesAreReadAgain) {
     EXPECT_EQ(collector().collect(0, options).skippedOutOfScope, 0);
 }
 
-TEST_F(MessagesCollectorTest, ColumnsThatComeAndGoBetweenBatchesAreNoticed) {
+TEST_F(MessagesCollectorTest, ColumnChangesBetweenBatchesAreNoticed) {
     builder_.addMessage({.service = "SMS"});
     EXPECT_EQ(onlyRecord().service, "SMS");
     builder_.dropColumn("message", "service");
@@ -822,7 +800,7 @@ TEST_F(MessagesCollectorTest, ColumnsThatComeAndGoBetweenBatchesAreNoticed) {
     EXPECT_EQ(onlyRecord().service, "RCS");
 }
 
-TEST_F(MessagesCollectorTest, AChatTableThatIsGoneTakesItsChatsAlong) {
+TEST_F(MessagesCollectorTest, WithoutItsTableNoChatIsLeft) {
     builder_.addChat({.rowID = 1, .guid = "a"});
     builder_.addMessage({.chats = {1}});
     EXPECT_EQ(onlyRecord().chatGUID, "a");
@@ -830,7 +808,7 @@ TEST_F(MessagesCollectorTest, AChatTableThatIsGoneTakesItsChatsAlong) {
     EXPECT_EQ(onlyRecord().chatGUID, std::nullopt);
 }
 
-TEST_F(MessagesCollectorTest, AfterAFailedBatchTheNextOneStartsAfresh) {
+TEST_F(MessagesCollectorTest, AFailedBatchDoesNotAffectTheNext) {
     builder_.addMessage({});
     EXPECT_EQ(collectAll().scanned, 1);
     builder_.execute("ALTER TABLE chat_message_join RENAME TO elsewhere");
@@ -840,7 +818,7 @@ TEST_F(MessagesCollectorTest, AfterAFailedBatchTheNextOneStartsAfresh) {
 }
 
 TEST_F(MessagesCollectorTest, ARowOnTheWrongSideOfTheBoundIsCorruption) {
-    // A view whose comparison and value disagree stands for a damaged index.
+    // A damaged index is simulated by a view whose comparison and value differ.
     builder_.addMessage({});
     builder_.dropColumn("message", "item_type");
     builder_.execute("ALTER TABLE message RENAME TO message_rows");
@@ -852,7 +830,7 @@ TEST_F(MessagesCollectorTest, ARowOnTheWrongSideOfTheBoundIsCorruption) {
         ThrowsMessage<SQLiteError>(StrEq("sqlite step failed: database disk image is malformed")));
 }
 
-TEST_F(MessagesCollectorTest, ARowThatJumpsOverOthersIsCorruption) {
+TEST_F(MessagesCollectorTest, ARowOutOfOrderIsCorruption) {
     for (int i = 0; i < 5; ++i) {
         builder_.addMessage({});
     }
@@ -869,8 +847,8 @@ TEST_F(MessagesCollectorTest, ARowThatJumpsOverOthersIsCorruption) {
         database.query("PRAGMA page_size", {}, [&](const auto& row) { pageSize = row.integer(0); });
     }
     {
-        // In a leaf of a table: the header, the cells' offsets, and in each cell the length of what
-        // it holds (one byte here), then the row id (one byte here).
+        // In a leaf page of a table: the header, the offsets of the cells, and in each cell the
+        // length of its content (one byte here) and the row id (one byte here).
         std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
         const std::int64_t page = (rootPage - 1) * pageSize;
         std::array<char, 2> offset{};

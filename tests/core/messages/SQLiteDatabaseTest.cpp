@@ -97,10 +97,10 @@ TEST_F(SQLiteDatabaseTest, AnOpenErrorCarriesThePathAndTheMessage) {
     }
 }
 
-TEST_F(SQLiteDatabaseTest, ThePathBecomesPartOfTheURIAsItStands) {
+TEST_F(SQLiteDatabaseTest, ThePathIsPutIntoTheURIUnchanged) {
     std::filesystem::copy_file(builder_.path(), directory_ / "a b.db");
     EXPECT_TRUE(SQLiteDatabase((directory_ / "a b.db").string()).tableExists("message"));
-    // An escape in the path is SQLite's to read.
+    // SQLite decodes an escape in the path.
     EXPECT_TRUE(SQLiteDatabase((directory_ / "a%20b.db").string()).tableExists("message"));
 }
 
@@ -116,7 +116,7 @@ TEST_F(SQLiteDatabaseTest, NothingCanBeWritten) {
     }
 }
 
-TEST_F(SQLiteDatabaseTest, APrepareErrorEndsWithTheWholeText) {
+TEST_F(SQLiteDatabaseTest, APrepareErrorEndsWithTheStatement) {
     const std::string sql = "SELECT x\nFROM nowhere";
     try {
         database().query(sql, {}, [](const Row&) {});
@@ -138,7 +138,7 @@ TEST_F(SQLiteDatabaseTest, ATextWithoutAStatementCannotBePrepared) {
         ThrowsMessage<SQLiteError>(EndsWith(" \xE2\x80\x94 -- nothing")));
 }
 
-TEST_F(SQLiteDatabaseTest, AFileThatIsNoDatabaseFailsWhenItIsFirstRead) {
+TEST_F(SQLiteDatabaseTest, AFileThatIsNotADatabaseFailsAtItsFirstRead) {
     write(directory_ / "text.db", std::string(5000, 'x'));
     SQLiteDatabase database((directory_ / "text.db").string());
     EXPECT_THAT(
@@ -181,7 +181,7 @@ TEST_F(SQLiteDatabaseTest, ABoundTextEndsAtItsFirstNUL) {
         ElementsAre(2));
 }
 
-TEST_F(SQLiteDatabaseTest, AParameterWithoutBindingIsNULLAlsoTheSecondTime) {
+TEST_F(SQLiteDatabaseTest, AnUnboundParameterIsNULLInEveryRun) {
     const std::string sql = "SELECT ? IS NULL";
     EXPECT_THAT(integers(sql, {Binding::integer(1)}), ElementsAre(0));
     EXPECT_THAT(integers(sql), ElementsAre(1));
@@ -198,7 +198,7 @@ TEST_F(SQLiteDatabaseTest, NULLReadsAsZeroOrNoValue) {
     EXPECT_TRUE(isNull);
 }
 
-TEST_F(SQLiteDatabaseTest, EmptyTextIsAValueAndAnEmptyBlobIsNone) {
+TEST_F(SQLiteDatabaseTest, AnEmptyTextIsAValueAndAnEmptyBlobIsNot) {
     EXPECT_EQ(text("SELECT ''"), "");
     EXPECT_EQ(blob("SELECT x''"), std::nullopt);
     EXPECT_EQ(blob("SELECT ''"), std::nullopt);
@@ -233,7 +233,7 @@ TEST_F(SQLiteDatabaseTest, AnEmbeddedNULDoesNotEndAText) {
     EXPECT_EQ(text("SELECT CAST(x'610062' AS TEXT)"), std::string("a\0b", 3));
 }
 
-TEST_F(SQLiteDatabaseTest, WhatTheCallbackThrowsPassesThrough) {
+TEST_F(SQLiteDatabaseTest, ExceptionsOfTheCallbackPassThrough) {
     int rows = 0;
     EXPECT_THAT(
         [&] {
@@ -244,7 +244,7 @@ TEST_F(SQLiteDatabaseTest, WhatTheCallbackThrowsPassesThrough) {
         },
         ThrowsMessage<std::runtime_error>(StrEq("enough")));
     EXPECT_EQ(rows, 1);
-    // The statement starts over the next time.
+    // The next run starts from the first row.
     EXPECT_THAT(integers(threeRows), ElementsAre(1, 2, 3));
 }
 
@@ -263,7 +263,7 @@ TEST_F(SQLiteDatabaseTest, AFinishedRunHoldsNoLockAndSeesLaterRows) {
     EXPECT_THAT(integers(sql), ElementsAre(1));
 }
 
-TEST_F(SQLiteDatabaseTest, AStatementMayRunInsideItself) {
+TEST_F(SQLiteDatabaseTest, AStatementCanBeNested) {
     std::vector<std::int64_t> seen;
     database().query(threeRows, {}, [&](const Row& outer) {
         for (const std::int64_t inner : integers(threeRows)) {

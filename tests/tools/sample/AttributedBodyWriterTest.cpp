@@ -28,7 +28,7 @@ TEST(AttributedBodyWriterTest, WritesTheArchiveOfAPlainMessage) {
     EXPECT_EQ(asText(typedStream({{{"Hello"}}, false})), expected);
 }
 
-TEST(AttributedBodyWriterTest, WritesTheMutableClassesToo) {
+TEST(AttributedBodyWriterTest, WritesTheMutableClasses) {
     const std::string archive = asText(typedStream({{{"Hello"}}, true}));
     EXPECT_NE(archive.find("NSMutableAttributedString"), std::string::npos);
     EXPECT_NE(
@@ -37,7 +37,7 @@ TEST(AttributedBodyWriterTest, WritesTheMutableClassesToo) {
 }
 
 TEST(AttributedBodyWriterTest, CountsRunsInUTF16Units) {
-    // One unit each for the letters, two for the emoji.
+    // Each letter is one unit, the emoji two.
     const std::string archive = asText(typedStream({{{"né🎉"}}, false}));
     EXPECT_NE(archive.find("né🎉\x86\x84\x02iI\x01\x04"), std::string::npos);
 }

@@ -45,7 +45,7 @@ protected:
     std::string path_ = directory_ / "chat.db";
 };
 
-TEST_F(MakeSampleChatdbTest, SaysWhatItWrote) {
+TEST_F(MakeSampleChatdbTest, PrintsASummary) {
     const auto [status, output] = run(path_ + " --messages 50 --end now");
     EXPECT_EQ(status, 0);
     EXPECT_EQ(output, path_ + ": 50 messages written, 12 chats, last row 51\n");
@@ -78,12 +78,12 @@ TEST_F(MakeSampleChatdbTest, Appends) {
     EXPECT_THAT(output, HasSubstr(": 3 messages added, "));
 }
 
-TEST_F(MakeSampleChatdbTest, LeavesNoLogWhenAskedNotTo) {
+TEST_F(MakeSampleChatdbTest, LeavesNoLogOnRequest) {
     EXPECT_EQ(run(path_ + " --messages 5 --no-wal --no-two-chat").status, 0);
     EXPECT_FALSE(std::filesystem::exists(path_ + "-wal"));
 }
 
-TEST_F(MakeSampleChatdbTest, ShowsItsHelp) {
+TEST_F(MakeSampleChatdbTest, PrintsItsHelp) {
     const auto [status, output] = run("--help");
     EXPECT_EQ(status, 0);
     EXPECT_THAT(output, HasSubstr("--without-column"));

@@ -26,7 +26,7 @@ TEST(SampleConversationsTest, BeginsWithOnePersonAndThenAGroup) {
     EXPECT_TRUE(conversations.chats()[1].guid.starts_with("iMessage;+;chat"));
 }
 
-TEST(SampleConversationsTest, MakesAsManyChatsAsThereMayBeWithoutRepeatingOne) {
+TEST(SampleConversationsTest, TheMaximumNumberOfChatsHasNoDuplicates) {
     constexpr int count = SampleConversations::maximumChatCount;
     const SampleConversations conversations(3, count);
     std::set<std::string> guids;
@@ -41,7 +41,7 @@ TEST(SampleConversationsTest, MakesAsManyChatsAsThereMayBeWithoutRepeatingOne) {
     EXPECT_LT(groups, count / 3U);
 }
 
-TEST(SampleConversationsTest, NoTwoPeopleShareAnAddress) {
+TEST(SampleConversationsTest, AddressesAreUnique) {
     const SampleConversations conversations(1, SampleConversations::maximumChatCount);
     std::set<std::string> addresses;
     std::size_t count = 0;
@@ -56,7 +56,7 @@ TEST(SampleConversationsTest, NoTwoPeopleShareAnAddress) {
     EXPECT_EQ(addresses.size(), count);
 }
 
-TEST(SampleConversationsTest, KnowsAboutHalfOfThePeopleByTheHintsThatTheAgentCompares) {
+TEST(SampleConversationsTest, TheServiceKnowsAboutHalfOfThePeople) {
     const SampleConversations conversations(1, 500);
     std::set<std::string> expected;
     std::size_t known = 0;
@@ -77,7 +77,7 @@ TEST(SampleConversationsTest, KnowsAboutHalfOfThePeopleByTheHintsThatTheAgentCom
     EXPECT_LT(known, conversations.people().size() * 3 / 5);
 }
 
-TEST(SampleConversationsTest, KnowsAtLeastOnePhoneAndOneEmailInTheSmallestSample) {
+TEST(SampleConversationsTest, TheSmallestSampleHasAKnownPhoneAndAKnownEmail) {
     const auto hints = SampleConversations(1, 1).knownHandleHints();
     const auto isEmail = [](const std::string& hint) {
         return hint.find('@') != std::string::npos;
@@ -86,7 +86,7 @@ TEST(SampleConversationsTest, KnowsAtLeastOnePhoneAndOneEmailInTheSmallestSample
     EXPECT_FALSE(std::all_of(hints.begin(), hints.end(), isEmail));
 }
 
-TEST(SampleConversationsTest, WritesTheAddressBookWithNumbersAsAPersonTypesThem) {
+TEST(SampleConversationsTest, WritesTheAddressBookWithFormattedNumbers) {
     const std::string cards = SampleConversations(1, 12).addressBook();
     EXPECT_TRUE(cards.starts_with("BEGIN:VCARD\r\nVERSION:3.0\r\n"));
     EXPECT_TRUE(cards.ends_with("END:VCARD\r\n"));

@@ -46,7 +46,7 @@ std::vector<std::string> texts(const fs::path& path, const std::string& sql) {
     return result;
 }
 
-/// All tables, row by row.
+/// All rows of all tables.
 std::vector<std::string> contentOf(const fs::path& path) {
     std::vector<std::string> content;
     for (const std::string& table :
@@ -74,7 +74,7 @@ Options small() {
     return options;
 }
 
-/// A sample with all the defaults, made at the first call, for tests that only read.
+/// A default sample, created by the first call, for tests that only read.
 fs::path sample() {
     static const test::TemporaryDirectory directory;
     const fs::path path = directory / "chat.db";
@@ -89,7 +89,7 @@ protected:
     fs::path path_ = directory_ / "chat.db";
 };
 
-TEST_F(SampleMessagesDatabaseTest, HoldsAsManyMessagesAsAskedFor) {
+TEST_F(SampleMessagesDatabaseTest, HasTheRequestedNumberOfMessages) {
     EXPECT_EQ(number(sample(), "SELECT count(*) FROM message"), 2'000);
 }
 
@@ -106,7 +106,7 @@ TEST_F(SampleMessagesDatabaseTest, HasTheColumnsAndIndexesOfTheSchema) {
     EXPECT_EQ(indexesOf(sample()), expected);
 }
 
-TEST_F(SampleMessagesDatabaseTest, HoldsEveryRowAsItWasMade) {
+TEST_F(SampleMessagesDatabaseTest, ContainsEveryRowAsGenerated) {
     const SampleMessages messages({});
     SQLiteDatabase(sample().string())
         .query(
@@ -210,7 +210,7 @@ constexpr RowKind rowKinds[] = {
     RowKind{"OtherService", "service <> 'iMessage'", 10},
 };
 
-TEST_F(SampleMessagesDatabaseTest, HoldsEveryKindOfRowAsOftenAsItShould) {
+TEST_F(SampleMessagesDatabaseTest, ContainsEveryKindOfRowInTheRightShare) {
     for (const RowKind& kind : rowKinds) {
         const std::int64_t count =
             number(sample(), std::string("SELECT count(*) FROM message m WHERE ") + kind.condition);
@@ -219,7 +219,7 @@ TEST_F(SampleMessagesDatabaseTest, HoldsEveryKindOfRowAsOftenAsItShould) {
     }
 }
 
-TEST_F(SampleMessagesDatabaseTest, TheNewestMessageHasTheTimeAskedFor) {
+TEST_F(SampleMessagesDatabaseTest, TheNewestMessageHasTheRequestedTime) {
     const Options options;
     EXPECT_EQ(
         number(sample(), "SELECT max(date) FROM message"),
@@ -230,13 +230,13 @@ TEST_F(SampleMessagesDatabaseTest, TheNewestMessageHasTheTimeAskedFor) {
         std::chrono::nanoseconds(options.span).count());
 }
 
-TEST_F(SampleMessagesDatabaseTest, TheSameOptionsMakeTheSameContent) {
+TEST_F(SampleMessagesDatabaseTest, TheSameOptionsGiveTheSameContent) {
     SampleMessagesDatabase::create(path_, small());
     SampleMessagesDatabase::create(directory_ / "again.db", small());
     EXPECT_EQ(contentOf(path_), contentOf(directory_ / "again.db"));
 }
 
-TEST_F(SampleMessagesDatabaseTest, AnotherSeedMakesOtherContent) {
+TEST_F(SampleMessagesDatabaseTest, AnotherSeedGivesOtherContent) {
     Options other = small();
     other.content.seed = 2;
     SampleMessagesDatabase::create(path_, small());
@@ -252,7 +252,7 @@ TEST_F(SampleMessagesDatabaseTest, TheNewestRowsAreInTheLogOnly) {
     EXPECT_EQ(texts(path_, "PRAGMA integrity_check"), std::vector<std::string>{"ok"});
 }
 
-TEST_F(SampleMessagesDatabaseTest, LeavesNoLogWhenAskedNotTo) {
+TEST_F(SampleMessagesDatabaseTest, LeavesNoLogOnRequest) {
     Options options = small();
     options.keepsLog = false;
     SampleMessagesDatabase::create(path_, options);
@@ -261,7 +261,7 @@ TEST_F(SampleMessagesDatabaseTest, LeavesNoLogWhenAskedNotTo) {
     EXPECT_EQ(number(path_, "SELECT count(*) FROM message"), 300);
 }
 
-TEST_F(SampleMessagesDatabaseTest, PutsNoMessageInTwoChatsWhenAskedNotTo) {
+TEST_F(SampleMessagesDatabaseTest, PutsNoMessageInTwoChatsOnRequest) {
     Options options;
     options.content.twoChatShare = 0;
     SampleMessagesDatabase::create(path_, options);
@@ -270,7 +270,7 @@ TEST_F(SampleMessagesDatabaseTest, PutsNoMessageInTwoChatsWhenAskedNotTo) {
         1);
 }
 
-TEST_F(SampleMessagesDatabaseTest, LeavesOutTheColumnsAskedFor) {
+TEST_F(SampleMessagesDatabaseTest, OmitsTheRequestedColumns) {
     for (const std::string& column : SampleMessagesDatabase::optionalColumns) {
         Options options = small();
         options.withoutColumns = {column};
@@ -286,16 +286,16 @@ TEST_F(SampleMessagesDatabaseTest, LeavesOutTheColumnsAskedFor) {
     }
 }
 
-TEST_F(SampleMessagesDatabaseTest, LeavesOutAllOptionalColumnsAtOnce) {
+TEST_F(SampleMessagesDatabaseTest, CanOmitAllOptionalColumns) {
     Options options = small();
     options.withoutColumns = SampleMessagesDatabase::optionalColumns;
     SampleMessagesDatabase::create(path_, options);
     EXPECT_EQ(number(path_, "SELECT count(*) FROM pragma_table_info('message')"), 89);
-    // Only the indexes over a column that is gone are gone too.
+    // An index over a missing column is missing, too.
     EXPECT_EQ(indexesOf(path_).size(), MessagesSchema::indexes.size() - 3);
 }
 
-TEST_F(SampleMessagesDatabaseTest, MakesAnEmptyDatabase) {
+TEST_F(SampleMessagesDatabaseTest, CreatesAnEmptyDatabase) {
     Options options;
     options.messageCount = 0;
     SampleMessagesDatabase::create(path_, options);
@@ -303,7 +303,7 @@ TEST_F(SampleMessagesDatabaseTest, MakesAnEmptyDatabase) {
     EXPECT_EQ(number(path_, "SELECT count(*) FROM chat"), 12);
 }
 
-TEST_F(SampleMessagesDatabaseTest, MakesTheFoldersAbove) {
+TEST_F(SampleMessagesDatabaseTest, CreatesParentFolders) {
     const fs::path deep = directory_ / "Library/Messages/chat.db";
     SampleMessagesDatabase::create(deep, small());
     EXPECT_TRUE(fs::exists(deep));
@@ -321,7 +321,7 @@ TEST_F(SampleMessagesDatabaseTest, RefusesToOverwrite) {
     EXPECT_EQ(fs::file_size(path_), 8U);
 }
 
-TEST_F(SampleMessagesDatabaseTest, OverwritesWhenToldToAndForgetsTheOldLog) {
+TEST_F(SampleMessagesDatabaseTest, OverwritesOnRequestAndRemovesTheOldLog) {
     SampleMessagesDatabase::create(path_, {});
     Options options = small();
     options.overwrites = true;
@@ -329,7 +329,7 @@ TEST_F(SampleMessagesDatabaseTest, OverwritesWhenToldToAndForgetsTheOldLog) {
     EXPECT_EQ(number(path_, "SELECT count(*) FROM message"), 300);
 }
 
-TEST_F(SampleMessagesDatabaseTest, LeavesNothingBehindWhenItFails) {
+TEST_F(SampleMessagesDatabaseTest, LeavesNoFilesOnFailure) {
     Options options = small();
     options.withoutColumns = {"nonsense"};
     EXPECT_THROW(SampleMessagesDatabase::create(path_, options), Error);
@@ -356,7 +356,7 @@ TEST_F(SampleMessagesDatabaseTest, AppendsNewerMessagesWhileAnotherReads) {
     EXPECT_EQ(seen, 40);
 }
 
-TEST_F(SampleMessagesDatabaseTest, AppendedMessagesAreThoseOfALargerSample) {
+TEST_F(SampleMessagesDatabaseTest, AppendingGivesTheMessagesOfALargerSample) {
     Options larger = small();
     larger.messageCount = 340;
     larger.content.chatCount = 20;
@@ -370,7 +370,7 @@ TEST_F(SampleMessagesDatabaseTest, AppendedMessagesAreThoseOfALargerSample) {
     EXPECT_EQ(texts(path_, sql), texts(directory_ / "larger.db", sql));
 }
 
-TEST_F(SampleMessagesDatabaseTest, AppendsUpToTheTimeAskedFor) {
+TEST_F(SampleMessagesDatabaseTest, AppendsUpToTheRequestedTime) {
     SampleMessagesDatabase::create(path_, small());
     const auto end = Options().newest + std::chrono::hours(1);
     SampleMessagesDatabase::append(path_, {.messageCount = 4, .newest = end});
@@ -407,7 +407,7 @@ TEST_F(SampleMessagesDatabaseTest, DoesNotAppendBeforeTheNewestMessage) {
     expectNotAppended<Error::NotLater>(path_, {.newest = Options().newest});
 }
 
-TEST_F(SampleMessagesDatabaseTest, DoesNotAppendToWhatIsNoDatabase) {
+TEST_F(SampleMessagesDatabaseTest, DoesNotAppendToOtherFiles) {
     std::ofstream(path_) << "A letter, long enough not to pass for a header of any kind.\n";
     expectNotAppended<Error::Database>(path_, {});
     expectNotAppended<Error::Database>(directory_ / "missing.db", {});

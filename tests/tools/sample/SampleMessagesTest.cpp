@@ -41,7 +41,7 @@ TEST_F(SampleMessagesTest, SkipsSomeRowIDs) {
     EXPECT_GT(messages_.size(), lastRow - 100U);
 }
 
-TEST_F(SampleMessagesTest, AMessageFollowsFromItsRowIDAlone) {
+TEST_F(SampleMessagesTest, AMessageDependsOnItsRowIDOnly) {
     const SampleMessages again({});
     for (const Message& message : {messages_.back(), messages_.front()}) {
         const auto same = again.message(message.rowID);
@@ -52,12 +52,12 @@ TEST_F(SampleMessagesTest, AMessageFollowsFromItsRowIDAlone) {
     }
 }
 
-TEST_F(SampleMessagesTest, AnotherSeedMakesOtherMessages) {
+TEST_F(SampleMessagesTest, AnotherSeedGivesOtherMessages) {
     const SampleMessages other({.seed = 2});
     EXPECT_NE(other.message(1)->guid, sample_.message(1)->guid);
 }
 
-TEST_F(SampleMessagesTest, EveryTextHoldsItsOwnNumber) {
+TEST_F(SampleMessagesTest, EveryTextContainsItsNumber) {
     for (const Message& message : messages_) {
         if (message.body) {
             EXPECT_THAT(*message.body, HasSubstr("(#" + std::to_string(message.rowID) + ")"));
@@ -82,7 +82,7 @@ TEST_F(SampleMessagesTest, GUIDsAreUpperCaseUUIDsAndDiffer) {
     EXPECT_EQ(guids.size(), messages_.size());
 }
 
-TEST_F(SampleMessagesTest, AReactionNamesAMessageThatExistsAndIsOlder) {
+TEST_F(SampleMessagesTest, AReactionRefersToAnOlderMessage) {
     std::set<std::string> older;
     std::size_t reactions = 0;
     for (const Message& message : messages_) {
@@ -95,7 +95,7 @@ TEST_F(SampleMessagesTest, AReactionNamesAMessageThatExistsAndIsOlder) {
     EXPECT_GT(reactions, messages_.size() / 30);
 }
 
-TEST_F(SampleMessagesTest, TheAgentReadsTheBodiesThatItSays) {
+TEST_F(SampleMessagesTest, TheAgentReadsTheExpectedBodies) {
     for (const Message& message : messages_) {
         const std::string text = tavrin::repairedUTF8(message.text.value_or(""));
         const auto archived =
@@ -104,7 +104,7 @@ TEST_F(SampleMessagesTest, TheAgentReadsTheBodiesThatItSays) {
     }
 }
 
-TEST_F(SampleMessagesTest, NothingIsNastyWhenAskedNotToBe) {
+TEST_F(SampleMessagesTest, ContainsNoMalformedRowsOnRequest) {
     for (const Message& message : messagesOf(SampleMessages({.nastyShare = 0}), lastRow)) {
         EXPECT_TRUE(tavrin::isValidUTF8(message.text.value_or("")));
         EXPECT_EQ(message.text.value_or("").find('\0'), std::string::npos);
@@ -115,7 +115,7 @@ TEST_F(SampleMessagesTest, NothingIsNastyWhenAskedNotToBe) {
     }
 }
 
-TEST_F(SampleMessagesTest, BringsTextInManyScripts) {
+TEST_F(SampleMessagesTest, ContainsTextInManyScripts) {
     std::string all;
     for (const Message& message : messages_) {
         all += message.body.value_or("");

@@ -10,7 +10,7 @@ namespace {
 
 using testing::ElementsAre;
 
-/// What a writer adds to the header.
+/// The bytes that a writer adds to the header.
 std::vector<std::uint8_t> written(const std::function<void(TypedStreamWriter&)>& write) {
     const std::size_t header = TypedStreamWriter().take().size();
     TypedStreamWriter writer;
@@ -20,7 +20,7 @@ std::vector<std::uint8_t> written(const std::function<void(TypedStreamWriter&)>&
     return bytes;
 }
 
-TEST(TypedStreamWriterTest, BeginsWithItsVersionItsNameAndTheSystemVersion) {
+TEST(TypedStreamWriterTest, BeginsWithTheHeader) {
     EXPECT_THAT(
         TypedStreamWriter().take(),
         ElementsAre(
@@ -38,7 +38,7 @@ TEST(TypedStreamWriterTest, WritesLengthsInOneTwoOrFourBytes) {
     EXPECT_THAT(length(0x10000), ElementsAre(0x82, 0x00, 0x00, 0x01, 0x00));
 }
 
-TEST(TypedStreamWriterTest, KeepsIntegersClearOfTheMarks) {
+TEST(TypedStreamWriterTest, WritesIntegersThatLookLikeMarksInFull) {
     const auto integer = [](std::int32_t value) {
         return written([=](TypedStreamWriter& writer) { writer.writeInteger(value); });
     };
@@ -49,7 +49,7 @@ TEST(TypedStreamWriterTest, KeepsIntegersClearOfTheMarks) {
     EXPECT_THAT(integer(32'768), ElementsAre(0x82, 0x00, 0x80, 0x00, 0x00));
 }
 
-TEST(TypedStreamWriterTest, WritesATypeOnceAndThenItsNumber) {
+TEST(TypedStreamWriterTest, WritesATypeOnceAndThenByNumber) {
     const auto types = written([](TypedStreamWriter& writer) {
         writer.writeType("@");
         writer.writeType("iI");
@@ -59,7 +59,7 @@ TEST(TypedStreamWriterTest, WritesATypeOnceAndThenItsNumber) {
     EXPECT_THAT(types, ElementsAre(0x84, 1, '@', 0x84, 2, 'i', 'I', 0x93, 0x92));
 }
 
-TEST(TypedStreamWriterTest, WritesAClassOnceWithItsAncestorsAndThenItsNumber) {
+TEST(TypedStreamWriterTest, WritesAClassOnceAndThenByNumber) {
     const auto objects = written([](TypedStreamWriter& writer) {
         writer.beginObject({{"Leaf", 1}, {"Root", 0}});
         writer.endObject();
@@ -68,7 +68,7 @@ TEST(TypedStreamWriterTest, WritesAClassOnceWithItsAncestorsAndThenItsNumber) {
         writer.beginObject({{"Twig", 2}, {"Root", 0}});
         writer.endObject();
     });
-    // The object has number 0, its class 1 and the root class 2.
+    // Number 0 is the object, 1 its class and 2 the root class.
     EXPECT_THAT(
         objects,
         ElementsAre(

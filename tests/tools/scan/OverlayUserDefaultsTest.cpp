@@ -39,7 +39,7 @@ TEST(OverlayUserDefaultsTest, NeverWritesThrough) {
     EXPECT_EQ(base.integer("i"), 1);
 }
 
-TEST(OverlayUserDefaultsTest, WhatIsRemovedHereIsGoneHere) {
+TEST(OverlayUserDefaultsTest, RemovalsHideTheValueBelow) {
     test::InMemoryUserDefaults base;
     base.setInteger("i", 1);
     OverlayUserDefaults overlay(base);
@@ -47,7 +47,7 @@ TEST(OverlayUserDefaultsTest, WhatIsRemovedHereIsGoneHere) {
     EXPECT_FALSE(overlay.integer("i"));
 }
 
-TEST(OverlayUserDefaultsTest, AnotherTypeHidesWhatLiesBelow) {
+TEST(OverlayUserDefaultsTest, AnotherTypeHidesTheValueBelow) {
     test::InMemoryUserDefaults base;
     base.setInteger("i", 1);
     OverlayUserDefaults overlay(base);

@@ -42,7 +42,7 @@ protected:
 
 } // namespace
 
-TEST_F(PreviewSessionTest, WritesEachRecordAsItWouldHaveBeenSent) {
+TEST_F(PreviewSessionTest, WritesRecordsAsTheyWouldBeSent) {
     PreviewSession session(path_, {});
     const URLResult result = send(
         session,
@@ -60,7 +60,7 @@ TEST_F(PreviewSessionTest, AnswersWithTheKnownHandles) {
     EXPECT_EQ(std::get<URLResponse>(result).body, R"({"ok":true,"data":{"hints":["4155550134"]}})");
 }
 
-TEST_F(PreviewSessionTest, AFileThatCannotBeMadeIsAnError) {
+TEST_F(PreviewSessionTest, AFileThatCannotBeCreatedIsAnError) {
     EXPECT_THROW(PreviewSession(directory_ / "no" / "such", {}), tavrin::PlatformError);
 }
 

@@ -67,7 +67,7 @@ protected:
 
 } // namespace
 
-TEST_F(ScanArgumentsTest, NothingIsNeeded) {
+TEST_F(ScanArgumentsTest, EveryOptionHasADefault) {
     const ScanArguments arguments = accepted({});
     EXPECT_EQ(arguments.action, ScanArguments::Action::Scan);
     EXPECT_EQ(arguments.token, std::nullopt);
@@ -112,7 +112,7 @@ TEST_F(ScanArgumentsTest, EveryOptionIsRead) {
     EXPECT_TRUE(arguments.isVerbose);
 }
 
-TEST_F(ScanArgumentsTest, TheTokenMayComeFromAFileOrTheEnvironment) {
+TEST_F(ScanArgumentsTest, TheTokenCanBeReadFromAFileOrTheEnvironment) {
     EXPECT_EQ(tokenOf({"--token-file", file(" secret\n")}), "secret");
     qputenv("ORVEL_TOKEN", "from-variable");
     EXPECT_EQ(tokenOf({}), "from-variable");
@@ -120,7 +120,7 @@ TEST_F(ScanArgumentsTest, TheTokenMayComeFromAFileOrTheEnvironment) {
     EXPECT_EQ(tokenOf({"--token", "given"}), "given");
 }
 
-TEST_F(ScanArgumentsTest, TheTokenLeavesTheEnvironmentInEveryCase) {
+TEST_F(ScanArgumentsTest, TheTokenIsAlwaysRemovedFromTheEnvironment) {
     for (const std::vector<std::string>& words :
          {std::vector<std::string>{},
           {"--token", "given"},
@@ -136,7 +136,7 @@ TEST_F(ScanArgumentsTest, TheTokenLeavesTheEnvironmentInEveryCase) {
     }
 }
 
-TEST_F(ScanArgumentsTest, ATokenThatCannotBeOneIsAUsageError) {
+TEST_F(ScanArgumentsTest, AnInvalidTokenIsAUsageError) {
     EXPECT_EQ(refused({"--token", ""}).status, 2);
     EXPECT_EQ(refused({"--token-file", file("\n")}).status, 2);
     EXPECT_EQ(refused({"--token-file", "/nonexistent"}).status, 2);
@@ -146,20 +146,20 @@ TEST_F(ScanArgumentsTest, ATokenThatCannotBeOneIsAUsageError) {
     EXPECT_EQ(refused({}).status, 2);
 }
 
-TEST_F(ScanArgumentsTest, TheStoredSessionIsNotForAnotherService) {
+TEST_F(ScanArgumentsTest, TheStoredSessionIsNotSentToAnotherService) {
     const EarlyExit exit = refused({"--api-url", "https://127.0.0.1:8443"});
     EXPECT_EQ(exit.status, 2);
     EXPECT_NE(exit.message.find("--token-file"), std::string::npos);
 }
 
-TEST_F(ScanArgumentsTest, AnAccountActionTakesThePlaceOfTheScan) {
+TEST_F(ScanArgumentsTest, AnAccountActionReplacesTheScan) {
     using Action = ScanArguments::Action;
     EXPECT_EQ(accepted({"--sign-in"}).action, Action::SignIn);
     EXPECT_EQ(accepted({"--sign-out"}).action, Action::SignOut);
     EXPECT_EQ(accepted({"--account", "--json"}).action, Action::ShowAccount);
 }
 
-TEST_F(ScanArgumentsTest, AnAccountActionStandsAlone) {
+TEST_F(ScanArgumentsTest, AnAccountActionExcludesOtherOptions) {
     for (const char* action : {"--sign-in", "--sign-out", "--account"}) {
         EXPECT_EQ(refused({action, "--token", "t"}).status, 2) << action;
         EXPECT_EQ(refused({action, "--token-file", file("t")}).status, 2) << action;
@@ -170,7 +170,7 @@ TEST_F(ScanArgumentsTest, AnAccountActionStandsAlone) {
     EXPECT_EQ(refused({"--sign-out", "--account"}).status, 2);
 }
 
-TEST_F(ScanArgumentsTest, AMisspeltOptionDoesNotRepeatTheSecretThatFollows) {
+TEST_F(ScanArgumentsTest, AMisspeltOptionDoesNotPrintTheSecretAfterIt) {
     for (const std::vector<std::string>& words :
          {std::vector<std::string>{"--tokn", "secret"},
           {"secret"},
@@ -181,13 +181,13 @@ TEST_F(ScanArgumentsTest, AMisspeltOptionDoesNotRepeatTheSecretThatFollows) {
     }
 }
 
-TEST_F(ScanArgumentsTest, ATokenThatCouldBreakOutOfItsHeaderIsRefusedAndNotRepeated) {
+TEST_F(ScanArgumentsTest, ATokenWithLineBreaksIsRefusedAndNotPrinted) {
     const EarlyExit exit = refused({"--token", "sec\r\nret: x"});
     EXPECT_EQ(exit.status, 2);
     EXPECT_EQ(exit.message.find("sec"), std::string::npos) << exit.message;
 }
 
-TEST_F(ScanArgumentsTest, OnlyAPlainHTTPSAddressIsTaken) {
+TEST_F(ScanArgumentsTest, OnlyAPlainHTTPSAddressIsAccepted) {
     for (const char* url :
          {"http://127.0.0.1",
           "127.0.0.1",
@@ -202,7 +202,7 @@ TEST_F(ScanArgumentsTest, OnlyAPlainHTTPSAddressIsTaken) {
     }
 }
 
-TEST_F(ScanArgumentsTest, ValuesThatMakeNoSenseAreRefused) {
+TEST_F(ScanArgumentsTest, InvalidValuesAreRefused) {
     const std::vector<std::vector<std::string>> cases = {
         {"--since", "yesterday"},
         {"--since", "9999-01-01T00:00:00Z"},
@@ -232,7 +232,7 @@ TEST_F(ScanArgumentsTest, AnEmptyListOfDelaysMeansOneAttempt) {
     EXPECT_TRUE(accepted({"--token", "t", "--retry-delays", ""}).retryDelays.empty());
 }
 
-TEST_F(ScanArgumentsTest, APreviewNeedsNoTokenAndMayHaveAFile) {
+TEST_F(ScanArgumentsTest, APreviewNeedsNoTokenAndAcceptsAFile) {
     const ScanArguments toOutput = accepted({"--preview"});
     EXPECT_TRUE(toOutput.isPreview);
     EXPECT_FALSE(toOutput.previewFile);
@@ -241,11 +241,11 @@ TEST_F(ScanArgumentsTest, APreviewNeedsNoTokenAndMayHaveAFile) {
     EXPECT_EQ(toFile.previewFile, "out.jsonl");
 }
 
-TEST_F(ScanArgumentsTest, APreviewAndTheSummaryDoNotShareStandardOutput) {
+TEST_F(ScanArgumentsTest, PreviewAndSummaryDoNotShareStandardOutput) {
     EXPECT_EQ(refused({"--preview", "--json"}).status, 2);
 }
 
-TEST_F(ScanArgumentsTest, KnownHandlesBelongToAPreview) {
+TEST_F(ScanArgumentsTest, KnownHandlesRequireAPreview) {
     const std::string handles = file("[]");
     EXPECT_EQ(accepted({"--preview", "--known-handles", handles}).knownHandlesFile, handles);
     EXPECT_EQ(refused({"--token", "t", "--known-handles", handles}).status, 2);

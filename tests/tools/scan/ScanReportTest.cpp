@@ -34,13 +34,13 @@ TEST(ScanReportTest, TheJSONHasTheFieldsOfTheSummaryInOrder) {
         R"("watermark":1,"mode":"withBodies"})");
 }
 
-TEST(ScanReportTest, TheJSONOfAFailedScanHoldsTheError) {
+TEST(ScanReportTest, TheJSONOfAFailedScanContainsTheError) {
     auto summary = sampleSummary();
     summary.error = "no \"list\"";
     EXPECT_TRUE(json(summary).ends_with(R"(,"error":"no \"list\""})"));
 }
 
-TEST(ScanReportTest, TheWordsNameEveryCount) {
+TEST(ScanReportTest, TheTextContainsEveryCount) {
     const std::string text = describe(sampleSummary(), true);
     EXPECT_TRUE(text.starts_with("Scan done.\n"));
     for (const char* part : {"1,234,567", "withBodies", "complete", "1 min 15 s"}) {
@@ -48,13 +48,13 @@ TEST(ScanReportTest, TheWordsNameEveryCount) {
     }
 }
 
-TEST(ScanReportTest, TheWordsOfAFailedScanBeginWithTheError) {
+TEST(ScanReportTest, TheTextOfAFailedScanBeginsWithTheError) {
     auto summary = sampleSummary();
     summary.error = "HTTP 500";
     EXPECT_TRUE(describe(summary, false).starts_with("Scan ended with an error: HTTP 500\n"));
 }
 
-TEST(ScanReportTest, TheWordsGiveTheTerminalNoOrders) {
+TEST(ScanReportTest, TheTextContainsNoTerminalControls) {
     auto summary = sampleSummary();
     summary.error = "no\x1b[2J\nway";
     EXPECT_TRUE(describe(summary, false).starts_with("Scan ended with an error: no [2J way\n"));
@@ -69,7 +69,7 @@ TEST(ScanReportTest, NumbersAreGroupedByThousands) {
     EXPECT_EQ(grouped(-999), "-999");
 }
 
-TEST(ScanReportTest, ProgressThroughHistoryTellsPartRateAndTimeLeft) {
+TEST(ScanReportTest, ProgressThroughHistoryShowsShareRateAndTimeLeft) {
     CollectorService::Progress progress;
     progress.scanned = 2500;
     progress.uploaded = 2400;
@@ -79,7 +79,7 @@ TEST(ScanReportTest, ProgressThroughHistoryTellsPartRateAndTimeLeft) {
         "[#####...............]  25 %  2,500 examined, 2,400 sent, 250 a second, 30 s left");
 }
 
-TEST(ScanReportTest, ProgressOfNewMessagesTellsNoPart) {
+TEST(ScanReportTest, ProgressOfNewMessagesShowsNoShare) {
     CollectorService::Progress progress;
     progress.scanned = 10;
     progress.uploaded = 9;

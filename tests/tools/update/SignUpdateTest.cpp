@@ -95,7 +95,7 @@ protected:
 
 } // namespace
 
-TEST_F(SignUpdateTest, TheAgentTakesItsSignatures) {
+TEST_F(SignUpdateTest, TheAgentAcceptsItsSignatures) {
     const auto key = UpdateKey::fromBase64(publicKey_);
     const auto its = updateSignatureFromBase64(signature());
     ASSERT_TRUE(key && its);
@@ -111,7 +111,7 @@ TEST_F(SignUpdateTest, PrintsTheAttributesOfAnEnclosure) {
     EXPECT_THAT(signing.errors, IsEmpty());
 }
 
-TEST_F(SignUpdateTest, ThePrivateKeyIsForItsOwnerOnly) {
+TEST_F(SignUpdateTest, OnlyTheOwnerCanReadThePrivateKey) {
     struct stat status {};
     ASSERT_EQ(stat(keyFile_.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777U, 0600U);
@@ -126,11 +126,11 @@ TEST_F(SignUpdateTest, AKeyIsNeverOverwritten) {
     EXPECT_EQ(read(keyFile_), former);
 }
 
-TEST_F(SignUpdateTest, EveryKeyIsAnother) {
+TEST_F(SignUpdateTest, KeysAreUnique) {
     EXPECT_NE(run({"--generate-keys", folder_ / "other.pem"}).output, publicKey_ + "\n");
 }
 
-TEST_F(SignUpdateTest, TellsThePublicKeyAgain) {
+TEST_F(SignUpdateTest, PrintsThePublicKeyOfAKeyFile) {
     EXPECT_EQ(run({"--key", keyFile_}).output, publicKey_ + "\n");
 }
 
@@ -142,7 +142,7 @@ TEST_F(SignUpdateTest, AKeyThatOthersCanReadIsRefused) {
     EXPECT_THAT(signing.errors, HasSubstr("make it mode 600"));
 }
 
-TEST_F(SignUpdateTest, AFileThatIsNoKeyIsRefused) {
+TEST_F(SignUpdateTest, AFileThatIsNotAKeyIsRefused) {
     for (const char* content :
          {"",
           "no key",
@@ -156,7 +156,7 @@ TEST_F(SignUpdateTest, AFileThatIsNoKeyIsRefused) {
     EXPECT_EQ(run({"--key", folder_ / "missing", update_}).status, 1);
 }
 
-TEST_F(SignUpdateTest, VerifiesWhatItSigned) {
+TEST_F(SignUpdateTest, VerifiesItsOwnSignatures) {
     const std::string its = signature();
     EXPECT_EQ(run({"--verify", its, "--public-key", publicKey_, update_}).status, 0);
     EXPECT_EQ(run({"--verify", its, "--key", keyFile_, update_}).status, 0);
@@ -206,7 +206,7 @@ TEST_F(SignUpdateTest, TheAgentReadsItsItems) {
     EXPECT_EQ(items.front().minimumSystemVersion, "2.36");
 }
 
-TEST_F(SignUpdateTest, AnItemOfAPackageSaysSo) {
+TEST_F(SignUpdateTest, AnItemOfAPackageHasThePackageType) {
     const std::string package = folder_ / "agent.deb";
     write(package, content_);
     auto arguments = itemArguments({"--channel", "beta"});
@@ -216,7 +216,7 @@ TEST_F(SignUpdateTest, AnItemOfAPackageSaysSo) {
     EXPECT_THAT(signing.output, HasSubstr("<sparkle:channel>beta</sparkle:channel>"));
 }
 
-TEST_F(SignUpdateTest, WrongUsageIsSaid) {
+TEST_F(SignUpdateTest, WrongUsageIsReported) {
     const std::string other = folder_ / "other";
     write(other, content_);
     auto unnamed = itemArguments();
@@ -248,7 +248,7 @@ TEST_F(SignUpdateTest, AnEmptyUpdateIsRefused) {
     EXPECT_EQ(run({"--key", keyFile_, update_}).status, 1);
 }
 
-TEST_F(SignUpdateTest, NotesThatAreNoTextAreRefused) {
+TEST_F(SignUpdateTest, NotesThatAreNotTextAreRefused) {
     const std::string notes = folder_ / "notes.txt";
     write(notes, "\xFF");
     EXPECT_EQ(run(itemArguments({"--notes", notes})).status, 1);
