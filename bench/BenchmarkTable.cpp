@@ -104,7 +104,7 @@ void writeFigures(
     const auto begin = text.find(beginMarker);
     const auto end = text.find(endMarker);
     if (begin == std::string::npos || end == std::string::npos || end < begin) {
-        throw std::runtime_error(document.string() + " has no place for the figures.");
+        throw std::runtime_error(document.string() + " has no markers for the figures.");
     }
     const auto first = begin + beginMarker.size();
     text.replace(first, end - first, figures);

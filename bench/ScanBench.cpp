@@ -47,9 +47,9 @@ constexpr int rounds = 5;
 constexpr std::int64_t batchLimit = 500;
 constexpr std::int64_t newest = std::numeric_limits<std::int64_t>::max();
 
-double secondsOf(const std::function<void()>& work) {
+double secondsOf(const std::function<void()>& operation) {
     const auto start = Stopwatch::now();
-    work();
+    operation();
     return std::chrono::duration<double>(Stopwatch::now() - start).count();
 }
 

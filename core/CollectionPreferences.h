@@ -18,7 +18,7 @@ enum class CollectionMode {
 
 /// Which conversations are read and sent.
 enum class ThreadScope {
-    KnownContactsOnly, ///< threads with at least one participant whom the assistant knows
+    KnownContactsOnly, ///< threads with at least one participant known to the assistant
     AllThreads,
 };
 

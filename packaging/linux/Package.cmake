@@ -7,7 +7,7 @@ set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
     "Reads the Messages history of this computer from a private copy and sends it
 to your own account, where your assistant uses it as context. You decide how
 much is sent: timing and participants only, or also the text; every
-conversation, or only those with people whom your assistant already knows.
+conversation, or only those with people your assistant already knows.
 .
 The agent works in the background and has an icon in the notification area.
 The package also contains orvel-scan, which runs a single scan from the command

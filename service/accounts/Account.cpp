@@ -53,7 +53,7 @@ std::vector<Account> readAccounts(const std::filesystem::path& file) {
         for (const auto& value : parsed.get_array()) {
             auto account = accountOf(tavrin::asObject(value));
             if (account.uid.empty() || findAccount(accounts, account.uid) != nullptr) {
-                throw fail("every account needs a \"uid\" of its own");
+                throw fail("every account needs a unique \"uid\"");
             }
             accounts.push_back(std::move(account));
         }

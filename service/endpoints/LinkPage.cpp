@@ -18,13 +18,13 @@ constexpr std::string_view path = "/link";
 constexpr std::string_view callback = "orvelagent://callback";
 
 /// A choice on the page other than an account.
-struct Outcome {
+struct NonAccountChoice {
     std::string_view error;
     std::string_view description;
 };
-constexpr Outcome noAccount{"no_account", "You chose an identity without an account."};
-constexpr Outcome cancelled{"access_denied", "You cancelled the sign-in."};
-constexpr std::array outcomes{noAccount, cancelled};
+constexpr NonAccountChoice noAccount{"no_account", "You chose an identity without an account."};
+constexpr NonAccountChoice cancelled{"access_denied", "You cancelled the sign-in."};
+constexpr std::array nonAccountChoices{noAccount, cancelled};
 
 std::string paragraph(std::string_view text) {
     return "<p>" + escaped(text) + "</p>\n";
@@ -141,10 +141,10 @@ Reply handOver(
     if (!AuthorizationCodes::isChallenge(challenge)) {
         return refusedPage(400, "The choice is incomplete or damaged.");
     }
-    const auto outcome =
-        std::ranges::find(outcomes, request.formValue("error").value_or(""), &Outcome::error);
-    if (outcome != outcomes.end()) {
-        return handOverPage(outcome->description, "error", outcome->error);
+    const auto choice = std::ranges::find(
+        nonAccountChoices, request.formValue("error").value_or(""), &NonAccountChoice::error);
+    if (choice != nonAccountChoices.end()) {
+        return handOverPage(choice->description, "error", choice->error);
     }
     const auto* account = findAccount(accounts, request.formValue("account").value_or(""));
     if (account == nullptr) {

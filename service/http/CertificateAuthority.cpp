@@ -77,8 +77,8 @@ void addExtension(X509* certificate, X509* issuer, int kind, const char* value) 
 
 /// Without the extensions and the signature.
 Identity unsignedIdentity(const char* name, Time now, std::chrono::days lifetime) {
-    Identity made{Certificate(checked(X509_new())), Key(checked(EVP_EC_gen("P-256")))};
-    X509* certificate = made.certificate.get();
+    Identity created{Certificate(checked(X509_new())), Key(checked(EVP_EC_gen("P-256")))};
+    X509* certificate = created.certificate.get();
     checked(X509_set_version(certificate, X509_VERSION_3));
     const BigNumber serial(checked(BN_new()));
     checked(BN_rand(serial.get(), 127, BN_RAND_TOP_ONE, BN_RAND_BOTTOM_ANY));
@@ -94,13 +94,13 @@ Identity unsignedIdentity(const char* name, Time now, std::chrono::days lifetime
         static_cast<int>(text.size()),
         -1,
         0));
-    checked(X509_set_pubkey(certificate, made.key.get()));
-    return made;
+    checked(X509_set_pubkey(certificate, created.key.get()));
+    return created;
 }
 
 Identity makeAuthority(Time now) {
-    auto made = unsignedIdentity("Orvel local service authority", now, authorityLifetime);
-    X509* certificate = made.certificate.get();
+    auto created = unsignedIdentity("Orvel local service authority", now, authorityLifetime);
+    X509* certificate = created.certificate.get();
     checked(X509_set_issuer_name(certificate, X509_get_subject_name(certificate)));
     addExtension(certificate, certificate, NID_basic_constraints, "critical,CA:TRUE,pathlen:0");
     addExtension(certificate, certificate, NID_key_usage, "critical,keyCertSign");
@@ -110,13 +110,13 @@ Identity makeAuthority(Time now) {
         NID_name_constraints,
         "critical,permitted;DNS:localhost,permitted;IP:127.0.0.1/255.255.255.255");
     addExtension(certificate, certificate, NID_subject_key_identifier, "hash");
-    checked(X509_sign(certificate, made.key.get(), EVP_sha256()));
-    return made;
+    checked(X509_sign(certificate, created.key.get(), EVP_sha256()));
+    return created;
 }
 
 Identity makeServer(const Identity& authority, Time now) {
-    auto made = unsignedIdentity("localhost", now, serverLifetime);
-    X509* certificate = made.certificate.get();
+    auto created = unsignedIdentity("localhost", now, serverLifetime);
+    X509* certificate = created.certificate.get();
     X509* issuer = authority.certificate.get();
     checked(X509_set_issuer_name(certificate, X509_get_subject_name(issuer)));
     addExtension(certificate, issuer, NID_basic_constraints, "critical,CA:FALSE");
@@ -126,7 +126,7 @@ Identity makeServer(const Identity& authority, Time now) {
     addExtension(certificate, issuer, NID_subject_key_identifier, "hash");
     addExtension(certificate, issuer, NID_authority_key_identifier, "keyid:always");
     checked(X509_sign(certificate, authority.key.get(), EVP_sha256()));
-    return made;
+    return created;
 }
 
 std::string text(BIO* bio) {

@@ -44,8 +44,8 @@ std::string now() {
 }
 
 std::int64_t rowLimit(std::size_t limit) {
-    constexpr auto most = std::numeric_limits<std::int64_t>::max();
-    return std::in_range<std::int64_t>(limit) ? static_cast<std::int64_t>(limit) : most;
+    constexpr auto maximum = std::numeric_limits<std::int64_t>::max();
+    return std::in_range<std::int64_t>(limit) ? static_cast<std::int64_t>(limit) : maximum;
 }
 
 } // namespace
@@ -58,7 +58,8 @@ RecordStore::RecordStore(const std::filesystem::path& file) : database_(file) {
         database_.execute(schema);
         database_.execute("PRAGMA user_version = " + std::to_string(formatVersion));
     } else if (version.integer(0) != formatVersion) {
-        throw ServiceError(ServiceError::Store{database_.path(), "it was made by another version"});
+        throw ServiceError(
+            ServiceError::Store{database_.path(), "it was created by another version"});
     }
     version.bind();
     transaction.commit();

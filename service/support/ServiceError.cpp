@@ -16,7 +16,7 @@ struct Description {
         return "The store " + error.path + " failed: " + error.reason + ".";
     }
     std::string operator()(const ServiceError::Certificate& error) const {
-        return "The certificate could not be made: " + error.reason + ".";
+        return "Could not create the certificate: " + error.reason + ".";
     }
     std::string operator()(const ServiceError::File& error) const {
         return "The file " + error.path + " cannot be used: " + error.reason + ".";

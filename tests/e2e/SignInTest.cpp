@@ -57,7 +57,7 @@ protected:
         restart();
     }
 
-    /// Starts anew with the same keychain.
+    /// Simulates a restart of the agent: only the keychain stays.
     void restart() {
         auth_.reset();
         const AuthService::Dependencies dependencies{

@@ -87,7 +87,7 @@ TEST_F(LocalServiceTest, AcceptsEachOfItsTokens) {
 TEST_F(LocalServiceTest, AcceptsEveryTokenWhenItHasNone) {
     start();
     auto client = this->client();
-    client.token = "whatever";
+    client.token = "any-token";
     EXPECT_EQ(200, client.post(digestPath, "{}").status);
 
     client.token.clear();

@@ -51,8 +51,8 @@ TEST_F(AccountTest, ReportsWhyAFileCannotBeUsed) {
         {R"(["a"])", "account 1 is not an object of texts with a \"uid\"."},
         {R"([{"uid":"a"},{}])", "account 2 is not an object of texts with a \"uid\"."},
         {R"([{"uid":"a","handle":1}])", "account 1 is not an object of texts with a \"uid\"."},
-        {R"([{"uid":""}])", "every account needs a \"uid\" of its own."},
-        {R"([{"uid":"a"},{"uid":"a"}])", "every account needs a \"uid\" of its own."},
+        {R"([{"uid":""}])", "every account needs a unique \"uid\"."},
+        {R"([{"uid":"a"},{"uid":"a"}])", "every account needs a unique \"uid\"."},
     };
     for (const auto& [json, reason] : cases) {
         SCOPED_TRACE(json);

@@ -75,9 +75,9 @@ protected:
 };
 
 TEST_F(CertificateAuthorityTest, VouchesForTheLoopbackNamesOnly) {
-    const auto made = authority();
-    const auto root = certificate(contentOf(made.certificateFile()));
-    const auto server = certificate(made.serverCertificate());
+    const auto issuer = authority();
+    const auto root = certificate(contentOf(issuer.certificateFile()));
+    const auto server = certificate(issuer.serverCertificate());
 
     EXPECT_EQ(X509_V_OK, verdict(root.get(), server.get(), "127.0.0.1"));
     EXPECT_EQ(X509_V_OK, verdict(root.get(), server.get(), "localhost"));
@@ -86,10 +86,10 @@ TEST_F(CertificateAuthorityTest, VouchesForTheLoopbackNamesOnly) {
 }
 
 TEST_F(CertificateAuthorityTest, CannotSignForOtherNamesEvenWithItsKey) {
-    const auto made = authority();
-    const auto root = certificate(contentOf(made.certificateFile()));
+    const auto issuer = authority();
+    const auto root = certificate(contentOf(issuer.certificateFile()));
     const auto stolen = key(contentOf(file("authority-key.pem")));
-    const auto forged = certificate(made.serverCertificate());
+    const auto forged = certificate(issuer.serverCertificate());
     auto* names = GENERAL_NAMES_new();
     auto* name = GENERAL_NAME_new();
     auto* host = ASN1_IA5STRING_new();
@@ -199,12 +199,12 @@ TEST_F(CertificateAuthorityTest, ReplacesMissingDamagedAndMismatchedFiles) {
                     std::filesystem::copy_options::overwrite_existing);
             }
 
-            const auto made = authority();
+            const auto issuer = authority();
 
-            const auto root = certificate(contentOf(made.certificateFile()));
-            const auto server = certificate(made.serverCertificate());
+            const auto root = certificate(contentOf(issuer.certificateFile()));
+            const auto server = certificate(issuer.serverCertificate());
             EXPECT_EQ(X509_V_OK, verdict(root.get(), server.get(), "127.0.0.1"));
-            EXPECT_EQ(1, X509_check_private_key(server.get(), key(made.serverKey()).get()));
+            EXPECT_EQ(1, X509_check_private_key(server.get(), key(issuer.serverKey()).get()));
         }
     }
 }

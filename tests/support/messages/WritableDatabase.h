@@ -9,8 +9,8 @@ struct sqlite3;
 
 namespace orvel::test {
 
-/// A writable connection in write-ahead-log mode. Creates a missing database. Never checkpoints the
-/// log by itself. Every failure throws `std::runtime_error`.
+/// A writable connection in write-ahead-log mode. Creates a missing database. Disables automatic
+/// checkpoints. Every failure throws `std::runtime_error`.
 class WritableDatabase final {
 public:
     explicit WritableDatabase(const std::filesystem::path& path);
