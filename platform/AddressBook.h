@@ -32,20 +32,22 @@ public:
 
     using Cards = std::variant<std::vector<ContactCard>, tavrin::PlatformError>;
 
-    /// The authorization status in the platform's own numbers. A system may come up with further
-    /// ones.
-    static constexpr int notDetermined = 0;
-    static constexpr int restricted = 1;
-    static constexpr int denied = 2;
-    static constexpr int authorized = 3;
-    static constexpr int limited = 4;
+    /// In the platform's own numbers. A system may have further ones; they are passed on, without
+    /// a name.
+    enum class AuthorizationStatus : int {
+        NotDetermined = 0,
+        Restricted = 1,
+        Denied = 2,
+        Authorized = 3,
+        Limited = 4,
+    };
 
     AddressBook() = default;
     AddressBook(const AddressBook&) = delete;
     AddressBook& operator=(const AddressBook&) = delete;
     virtual ~AddressBook() = default;
 
-    [[nodiscard]] virtual int authorizationStatus() const = 0;
+    [[nodiscard]] virtual AuthorizationStatus authorizationStatus() const = 0;
 
     /// Asks the user when nothing is decided yet, one question at a time: a request meanwhile
     /// brings the open one to the front and shares its answer. Answers whether access is granted

@@ -15,6 +15,7 @@ namespace orvel {
 namespace {
 
 using tavrin::Handle;
+using AuthorizationStatus = AddressBook::AuthorizationStatus;
 
 std::vector<std::string> matchHints(Handle::Kind kind, const std::vector<std::string>& values) {
     std::vector<std::string> hints;
@@ -152,33 +153,33 @@ ContactBridge::identity(std::string_view handle, const IdentityIndex& index) {
 
 ContactBridge::Availability ContactBridge::availability() const {
     switch (addressBook_.authorizationStatus()) {
-    case AddressBook::authorized:
-    case AddressBook::limited:
+    case AuthorizationStatus::Authorized:
+    case AuthorizationStatus::Limited:
         return Availability::Granted;
-    case AddressBook::restricted:
-    case AddressBook::denied:
+    case AuthorizationStatus::Restricted:
+    case AuthorizationStatus::Denied:
         return Availability::Denied;
-    default:
-        return Availability::NotDetermined;
+    case AuthorizationStatus::NotDetermined:
+        break;
     }
+    return Availability::NotDetermined;
 }
 
 std::string ContactBridge::rawStatusName() const {
-    const int status = addressBook_.authorizationStatus();
+    const AuthorizationStatus status = addressBook_.authorizationStatus();
     switch (status) {
-    case AddressBook::notDetermined:
+    case AuthorizationStatus::NotDetermined:
         return "notDetermined";
-    case AddressBook::restricted:
+    case AuthorizationStatus::Restricted:
         return "restricted";
-    case AddressBook::denied:
+    case AuthorizationStatus::Denied:
         return "denied";
-    case AddressBook::authorized:
+    case AuthorizationStatus::Authorized:
         return "authorized";
-    case AddressBook::limited:
+    case AuthorizationStatus::Limited:
         return "limited";
-    default:
-        return fmt::format("unknown({})", status);
     }
+    return fmt::format("unknown({})", static_cast<int>(status));
 }
 
 QCoro::Task<AddressBook::Cards>

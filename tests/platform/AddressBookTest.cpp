@@ -28,7 +28,7 @@ using Fields = AddressBook::Fields;
 
 class FakeSubject final : public test::AddressBookSubject {
 public:
-    FakeSubject() { addressBook_.status = AddressBook::notDetermined; }
+    FakeSubject() { addressBook_.status = AddressBook::AuthorizationStatus::NotDetermined; }
 
     AddressBook& addressBook() override { return addressBook_; }
     void add(const std::vector<ContactCard>& cards) override { addressBook_.cards = cards; }
@@ -77,19 +77,19 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& kind) { return kind.param.name; });
 
 TEST_P(AddressBookTest, NothingIsDecidedAtFirst) {
-    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::notDetermined);
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::AuthorizationStatus::NotDetermined);
 }
 
 TEST_P(AddressBookTest, ConsentGrantsAccess) {
     EXPECT_TRUE(requestAccess(addressBook()));
-    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::authorized);
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::AuthorizationStatus::Authorized);
 }
 
 TEST_P(AddressBookTest, RefusalGrantsNothing) {
     subject_->add({ContactCard{"Jane", "Doe", "", {}, {}}});
     subject_->setUserAllows(false);
     EXPECT_FALSE(requestAccess(addressBook()));
-    EXPECT_NE(addressBook().authorizationStatus(), AddressBook::authorized);
+    EXPECT_NE(addressBook().authorizationStatus(), AddressBook::AuthorizationStatus::Authorized);
     EXPECT_NE(errorOf(addressBook(), Fields::Identifiers), "");
 }
 
@@ -103,7 +103,8 @@ TEST_P(AddressBookTest, ConsentIsAskedOnce) {
 TEST_P(AddressBookTest, WhoeverHasRefusedIsAskedAgainUnlessThatDecidedIt) {
     subject_->setUserAllows(false);
     EXPECT_FALSE(requestAccess(addressBook()));
-    const bool isDecided = addressBook().authorizationStatus() == AddressBook::denied;
+    const bool isDecided =
+        addressBook().authorizationStatus() == AddressBook::AuthorizationStatus::Denied;
     subject_->setUserAllows(true);
     EXPECT_EQ(requestAccess(addressBook()), !isDecided);
     EXPECT_EQ(subject_->questions(), isDecided ? 1 : 2);

@@ -115,12 +115,12 @@ void SampleAgent::prepare(AgentState state) {
         break;
     case AgentState::UnderDebugger:
         with.processControl.hasDebugger = true;
-        with.addressBook.status = AddressBook::notDetermined;
+        with.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
         break;
     case AgentState::ContactsMissing:
     case AgentState::EverythingMissing:
     case AgentState::LongTexts:
-        with.addressBook.status = AddressBook::notDetermined;
+        with.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
         break;
     default:
         break;

@@ -31,26 +31,25 @@ EvolutionAddressBook::EvolutionAddressBook(
 
 EvolutionAddressBook::~EvolutionAddressBook() = default;
 
-int EvolutionAddressBook::authorizationStatus() const {
+AddressBook::AuthorizationStatus EvolutionAddressBook::authorizationStatus() const {
     if (isMissing_) {
         checkService();
-        return restricted;
+        return AuthorizationStatus::Restricted;
     }
     return consent();
 }
 
-int EvolutionAddressBook::consent() const {
+AddressBook::AuthorizationStatus EvolutionAddressBook::consent() const {
     if (defaults_.string(consentKey) == granted) {
-        return authorized;
+        return AuthorizationStatus::Authorized;
     }
-    return notDetermined;
+    return AuthorizationStatus::NotDetermined;
 }
 
 void EvolutionAddressBook::requestAccess(std::function<void(bool)> completion) {
-    if (!isMissing_ && consent() != notDetermined) {
-        post([completion = std::move(completion), isGranted = consent() == authorized] {
-            completion(isGranted);
-        });
+    if (!isMissing_ && consent() != AuthorizationStatus::NotDetermined) {
+        post([completion = std::move(completion),
+              isGranted = consent() == AuthorizationStatus::Authorized] { completion(isGranted); });
         return;
     }
     requests_.push_back(std::move(completion));
@@ -68,8 +67,8 @@ void EvolutionAddressBook::requestAccess(std::function<void(bool)> completion) {
     }
     // The user is asked only when the service is there.
     afterCheck_ = [this] {
-        if (isMissing_ || consent() != notDetermined || !askUser_) {
-            answerRequests(!isMissing_ && consent() == authorized);
+        if (isMissing_ || consent() != AuthorizationStatus::NotDetermined || !askUser_) {
+            answerRequests(!isMissing_ && consent() == AuthorizationStatus::Authorized);
         } else {
             askUser();
         }
@@ -78,7 +77,7 @@ void EvolutionAddressBook::requestAccess(std::function<void(bool)> completion) {
 }
 
 void EvolutionAddressBook::enumerateCards(Fields fields, std::function<void(Cards)> completion) {
-    if (consent() != authorized) {
+    if (consent() != AuthorizationStatus::Authorized) {
         post([completion = std::move(completion)] {
             completion(tavrin::PlatformError::fromErrno(
                 EACCES, "Could not read the desktop's address book"));

@@ -24,7 +24,7 @@ struct EvolutionCards;
 /// The desktop has no consent of its own, so the agent asks for it. A grant is kept in the user
 /// defaults. A refusal decides nothing: there are no settings of the desktop's where the user could
 /// take it back, so whoever requests access again is asked again. Without a session bus or without
-/// the service the status is `restricted`, which is found out, and logged, at the first request or
+/// the service the status is `Restricted`, which is found out, and logged, at the first request or
 /// enumeration. A service may also have been too slow to start: every further request or
 /// enumeration looks again, and so does asking for the status, in the background. An address book
 /// that cannot be read while others can is left out, and logged. The same reason is logged once.
@@ -42,13 +42,13 @@ public:
     EvolutionAddressBook(tavrin::UserDefaults& defaults, LogStore& logStore, AskUser askUser);
     ~EvolutionAddressBook() override;
 
-    [[nodiscard]] int authorizationStatus() const override;
+    [[nodiscard]] AuthorizationStatus authorizationStatus() const override;
     void requestAccess(std::function<void(bool)> completion) override;
     void enumerateCards(Fields fields, std::function<void(Cards)> completion) override;
 
 private:
     /// What the user has decided, whether the service is there or not.
-    [[nodiscard]] int consent() const;
+    [[nodiscard]] AuthorizationStatus consent() const;
     /// Finds out on a thread whether the service is there; one check at a time.
     void checkService() const;
     void noteIfMissing(const EvolutionCards& read) const;

@@ -22,7 +22,7 @@ public:
     explicit ContactsAddressBook(CNContactStore* store);
     ~ContactsAddressBook() override;
 
-    [[nodiscard]] int authorizationStatus() const override;
+    [[nodiscard]] AuthorizationStatus authorizationStatus() const override;
     void requestAccess(std::function<void(bool)> completion) override;
     void enumerateCards(Fields fields, std::function<void(Cards)> completion) override;
 

@@ -68,9 +68,10 @@ ContactsAddressBook::ContactsAddressBook(CNContactStore* store) : store_(store) 
 
 ContactsAddressBook::~ContactsAddressBook() = default;
 
-int ContactsAddressBook::authorizationStatus() const {
+AddressBook::AuthorizationStatus ContactsAddressBook::authorizationStatus() const {
     // The numbers are the port's own, also those that this version of the system has no name for.
-    return static_cast<int>([[store_ class] authorizationStatusForEntityType:CNEntityTypeContacts]);
+    return static_cast<AuthorizationStatus>(
+        [[store_ class] authorizationStatusForEntityType:CNEntityTypeContacts]);
 }
 
 void ContactsAddressBook::requestAccess(std::function<void(bool)> completion) {
@@ -87,8 +88,8 @@ void ContactsAddressBook::requestAccess(std::function<void(bool)> completion) {
 
 void ContactsAddressBook::enumerateCards(Fields fields, std::function<void(Cards)> completion) {
     const auto enumeration = enumerations_.add(std::move(completion));
-    const int status = authorizationStatus();
-    if (status != authorized && status != limited) {
+    const AuthorizationStatus status = authorizationStatus();
+    if (status != AuthorizationStatus::Authorized && status != AuthorizationStatus::Limited) {
         // Reading would ask the user, who is asked at the proper place only.
         enumeration.finish(tavrin::PlatformError(
             utf8(CNErrorDomain),

@@ -82,11 +82,11 @@ class ThrowingAddressBook final : public AddressBook {
 public:
     bool throws = false;
 
-    [[nodiscard]] int authorizationStatus() const override {
+    [[nodiscard]] AuthorizationStatus authorizationStatus() const override {
         if (throws) {
             throw std::runtime_error("The address book is out of order.");
         }
-        return denied;
+        return AuthorizationStatus::Denied;
     }
 
     void requestAccess(std::function<void(bool)>) override {}
@@ -479,7 +479,7 @@ TEST_F(AppModelTest, AnAddressBookThatAddsNothingIsNoted) {
 
 TEST_F(AppModelTest, WithoutTheAddressBookAScanGoesOn) {
     addMessages(1);
-    with_.addressBook.status = AddressBook::denied;
+    with_.addressBook.status = AddressBook::AuthorizationStatus::Denied;
     startSignedIn();
     EXPECT_EQ(with_.service.guids().size(), 1U);
     EXPECT_THAT(logged(LogLevel::Error), ElementsAre(HasSubstr("Contacts access not granted")));
@@ -680,10 +680,10 @@ TEST_F(AppModelTest, ARecheckFindsFullDiskAccessGrantedAndTakenAway) {
 }
 
 TEST_F(AppModelTest, ARecheckFindsTheAddressBookToo) {
-    with_.addressBook.status = AddressBook::notDetermined;
+    with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
     startSignedOut();
     EXPECT_EQ(model_->contactsAvailability(), Availability::NotDetermined);
-    with_.addressBook.status = AddressBook::denied;
+    with_.addressBook.status = AddressBook::AuthorizationStatus::Denied;
     const int changes = changes_;
     runTask(model_->refreshPermissions());
     EXPECT_EQ(model_->contactsAvailability(), Availability::Denied);
@@ -691,7 +691,7 @@ TEST_F(AppModelTest, ARecheckFindsTheAddressBookToo) {
 }
 
 TEST_F(AppModelTest, UnderADebuggerContactsAreNotAskedFor) {
-    with_.addressBook.status = AddressBook::notDetermined;
+    with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
     with_.processControl.hasDebugger = true;
     startSignedOut();
     runTask(model_->requestContactsAccess());
@@ -703,7 +703,7 @@ TEST_F(AppModelTest, UnderADebuggerContactsAreNotAskedFor) {
 }
 
 TEST_F(AppModelTest, TheQuestionForContactsComesToTheFront) {
-    with_.addressBook.status = AddressBook::notDetermined;
+    with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
     with_.addressBook.userAllows = false;
     startSignedOut();
     const auto asking = model_->requestContactsAccess();
@@ -716,7 +716,7 @@ TEST_F(AppModelTest, TheQuestionForContactsComesToTheFront) {
 }
 
 TEST_F(AppModelTest, AskingForContactsWhileTheQuestionIsOpenBringsItToTheFront) {
-    with_.addressBook.status = AddressBook::notDetermined;
+    with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
     with_.addressBook.userAllows = false;
     startSignedOut();
     const auto first = model_->requestContactsAccess();
@@ -732,7 +732,7 @@ TEST_F(AppModelTest, AskingForContactsWhileTheQuestionIsOpenBringsItToTheFront) 
 }
 
 TEST_F(AppModelTest, AQuestionForContactsAskedTwiceAndAllowedIsOneMoreScan) {
-    with_.addressBook.status = AddressBook::notDetermined;
+    with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
     startSignedIn();
     const auto first = model_->requestContactsAccess();
     runTask(model_->requestContactsAccess());
@@ -741,7 +741,7 @@ TEST_F(AppModelTest, AQuestionForContactsAskedTwiceAndAllowedIsOneMoreScan) {
 }
 
 TEST_F(AppModelTest, WhoeverHasRefusedTheContactsCanBeAskedAgain) {
-    with_.addressBook.status = AddressBook::notDetermined;
+    with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
     with_.addressBook.userAllows = false;
     startSignedOut();
     runTask(model_->requestContactsAccess());
@@ -769,7 +769,7 @@ TEST_F(AppModelTest, AQuestionForContactsThatGoesWrongCanBeAskedAgain) {
 }
 
 TEST_F(AppModelTest, GrantedContactsLookAtAllConversationsAgainAtOnce) {
-    with_.addressBook.status = AddressBook::notDetermined;
+    with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
     addMessages(3);
     startSignedIn();
     EXPECT_EQ(scans(), 1U);
@@ -782,7 +782,7 @@ TEST_F(AppModelTest, GrantedContactsLookAtAllConversationsAgainAtOnce) {
 }
 
 TEST_F(AppModelTest, ContactsGrantedDuringAScanCountForAllConversations) {
-    with_.addressBook.status = AddressBook::notDetermined;
+    with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
     const auto handle = database_->addHandle("ada@example.com");
     const auto chat = database_->addChat({.guid = "ada", .participants = {handle}});
     addMessages(600);
@@ -1156,7 +1156,7 @@ TEST_F(AppModelTest, ItMayGoWhileASignInIsExchanged) {
 }
 
 TEST_F(AppModelTest, ItMayGoWhileTheUserIsAskedForContacts) {
-    with_.addressBook.status = AddressBook::notDetermined;
+    with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
     with_.addressBook.hold();
     startSignedOut();
     const auto asking = model_->requestContactsAccess();

@@ -70,7 +70,7 @@ protected:
 
 TEST_F(ContactBridgeTest, NamesEveryAuthorizationStatus) {
     const auto nameOfStatus = [this](int status) {
-        addressBook_.status = status;
+        addressBook_.status = AddressBook::AuthorizationStatus{status};
         return bridge_.rawStatusName();
     };
     EXPECT_EQ(nameOfStatus(0), "notDetermined");
@@ -84,20 +84,26 @@ TEST_F(ContactBridgeTest, NamesEveryAuthorizationStatus) {
 
 TEST_F(ContactBridgeTest, DerivesTheAvailabilityFromTheStatus) {
     using Availability = ContactBridge::Availability;
-    const auto availabilityOfStatus = [this](int status) {
+    const auto availabilityOfStatus = [this](AddressBook::AuthorizationStatus status) {
         addressBook_.status = status;
         return bridge_.availability();
     };
-    EXPECT_EQ(availabilityOfStatus(AddressBook::authorized), Availability::Granted);
-    EXPECT_EQ(availabilityOfStatus(AddressBook::limited), Availability::Granted);
-    EXPECT_EQ(availabilityOfStatus(AddressBook::restricted), Availability::Denied);
-    EXPECT_EQ(availabilityOfStatus(AddressBook::denied), Availability::Denied);
-    EXPECT_EQ(availabilityOfStatus(AddressBook::notDetermined), Availability::NotDetermined);
-    EXPECT_EQ(availabilityOfStatus(7), Availability::NotDetermined);
+    EXPECT_EQ(
+        availabilityOfStatus(AddressBook::AuthorizationStatus::Authorized), Availability::Granted);
+    EXPECT_EQ(
+        availabilityOfStatus(AddressBook::AuthorizationStatus::Limited), Availability::Granted);
+    EXPECT_EQ(
+        availabilityOfStatus(AddressBook::AuthorizationStatus::Restricted), Availability::Denied);
+    EXPECT_EQ(availabilityOfStatus(AddressBook::AuthorizationStatus::Denied), Availability::Denied);
+    EXPECT_EQ(
+        availabilityOfStatus(AddressBook::AuthorizationStatus::NotDetermined),
+        Availability::NotDetermined);
+    EXPECT_EQ(
+        availabilityOfStatus(AddressBook::AuthorizationStatus{7}), Availability::NotDetermined);
 }
 
 TEST_F(ContactBridgeTest, AsksWhenNothingIsDecidedAndReportsConsent) {
-    addressBook_.status = AddressBook::notDetermined;
+    addressBook_.status = AddressBook::AuthorizationStatus::NotDetermined;
     EXPECT_TRUE(runTask(bridge_.requestAccess()));
     EXPECT_EQ(addressBook_.questions, 1);
     EXPECT_THAT(
@@ -109,7 +115,7 @@ TEST_F(ContactBridgeTest, AsksWhenNothingIsDecidedAndReportsConsent) {
 }
 
 TEST_F(ContactBridgeTest, AsksWhenNothingIsDecidedAndReportsRefusal) {
-    addressBook_.status = AddressBook::notDetermined;
+    addressBook_.status = AddressBook::AuthorizationStatus::NotDetermined;
     addressBook_.userAllows = false;
     EXPECT_FALSE(runTask(bridge_.requestAccess()));
     EXPECT_THAT(
@@ -122,20 +128,20 @@ TEST_F(ContactBridgeTest, AsksWhenNothingIsDecidedAndReportsRefusal) {
 }
 
 TEST_F(ContactBridgeTest, AsksUnderAStatusThatIsNotKnown) {
-    addressBook_.status = 7;
+    addressBook_.status = AddressBook::AuthorizationStatus{7};
     EXPECT_TRUE(runTask(bridge_.requestAccess()));
     EXPECT_EQ(addressBook_.questions, 1);
 }
 
 TEST_F(ContactBridgeTest, NeverAsksAgainWhatIsDecided) {
-    const auto requestUnder = [this](int status) {
+    const auto requestUnder = [this](AddressBook::AuthorizationStatus status) {
         addressBook_.status = status;
         return runTask(bridge_.requestAccess());
     };
-    EXPECT_TRUE(requestUnder(AddressBook::authorized));
-    EXPECT_TRUE(requestUnder(AddressBook::limited));
-    EXPECT_FALSE(requestUnder(AddressBook::restricted));
-    EXPECT_FALSE(requestUnder(AddressBook::denied));
+    EXPECT_TRUE(requestUnder(AddressBook::AuthorizationStatus::Authorized));
+    EXPECT_TRUE(requestUnder(AddressBook::AuthorizationStatus::Limited));
+    EXPECT_FALSE(requestUnder(AddressBook::AuthorizationStatus::Restricted));
+    EXPECT_FALSE(requestUnder(AddressBook::AuthorizationStatus::Denied));
     EXPECT_EQ(addressBook_.questions, 0);
     EXPECT_THAT(
         log_.lines(),
@@ -160,7 +166,7 @@ TEST_F(ContactBridgeTest, NoHintsLeaveTheAddressBookAlone) {
 }
 
 TEST_F(ContactBridgeTest, WithoutAccessTheHintsStayAsTheyAre) {
-    addressBook_.status = AddressBook::denied;
+    addressBook_.status = AddressBook::AuthorizationStatus::Denied;
     addressBook_.cards = {withEmails({}, {"a@example.com", "b@example.com"})};
     const auto expansion = expand({"a@example.com", "4155550134"});
     EXPECT_THAT(expansion.hints, UnorderedElementsAre("a@example.com", "4155550134"));
@@ -244,7 +250,7 @@ TEST_F(ContactBridgeTest, AReadingErrorLeavesTheHintsAsTheyAre) {
 }
 
 TEST_F(ContactBridgeTest, LimitedAccessCountsAsAccess) {
-    addressBook_.status = AddressBook::limited;
+    addressBook_.status = AddressBook::AuthorizationStatus::Limited;
     addressBook_.cards = {withPhones(withEmails({}, {"a@example.com"}), {"4155550134"})};
     EXPECT_EQ(expand({"a@example.com"}).added, 1);
     EXPECT_EQ(buildIndex().size(), 2U);
@@ -303,7 +309,7 @@ TEST_F(ContactBridgeTest, ANamelessCardStillGivesItsEmails) {
 }
 
 TEST_F(ContactBridgeTest, WithoutAccessTheIndexIsEmptyAndNothingIsRead) {
-    addressBook_.status = AddressBook::notDetermined;
+    addressBook_.status = AddressBook::AuthorizationStatus::NotDetermined;
     addressBook_.cards = {withEmails({}, {"a@example.com"})};
     EXPECT_THAT(buildIndex(), IsEmpty());
     EXPECT_THAT(addressBook_.enumerations, IsEmpty());
@@ -348,7 +354,7 @@ TEST_F(ContactBridgeTest, CancellingEndsEveryWaitForTheUserAndTheAddressBookAtOn
     };
     expectEnds([this](auto token) { return bridge_.expand({"a@example.com"}, token); });
     expectEnds([this](auto token) { return bridge_.buildIdentityIndex(token); });
-    addressBook_.status = AddressBook::notDetermined;
+    addressBook_.status = AddressBook::AuthorizationStatus::NotDetermined;
     expectEnds([this](auto token) { return bridge_.requestAccess(token); });
     test::processEvents();
 }

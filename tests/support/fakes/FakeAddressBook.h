@@ -15,7 +15,7 @@ namespace orvel::test {
 /// undecided.
 class FakeAddressBook final : public AddressBook {
 public:
-    int status = authorized;
+    AuthorizationStatus status = AuthorizationStatus::Authorized;
     /// The user's answer.
     bool userAllows = true;
     std::vector<ContactCard> cards;
@@ -31,10 +31,11 @@ public:
     /// From now on neither the user nor the address book answers.
     void hold() { isHolding_ = true; }
 
-    [[nodiscard]] int authorizationStatus() const override { return status; }
+    [[nodiscard]] AuthorizationStatus authorizationStatus() const override { return status; }
 
     void requestAccess(std::function<void(bool)> completion) override {
-        const bool isDecided = status == restricted || status == denied || hasAccess();
+        const bool isDecided = status == AuthorizationStatus::Restricted ||
+                               status == AuthorizationStatus::Denied || hasAccess();
         if (isDecided) {
             later([completion = std::move(completion), granted = hasAccess()] {
                 completion(granted);
@@ -55,11 +56,14 @@ public:
     }
 
 private:
-    [[nodiscard]] bool hasAccess() const { return status == authorized || status == limited; }
+    [[nodiscard]] bool hasAccess() const {
+        return status == AuthorizationStatus::Authorized || status == AuthorizationStatus::Limited;
+    }
 
     [[nodiscard]] Cards read(Fields fields) const {
         if (!hasAccess()) {
-            return tavrin::PlatformError("FakeAddressBook", status, "There is no access.");
+            return tavrin::PlatformError(
+                "FakeAddressBook", static_cast<int>(status), "There is no access.");
         }
         if (readError) {
             return *readError;
@@ -77,7 +81,7 @@ private:
 
     void answer() {
         if (userAllows) {
-            status = authorized;
+            status = AuthorizationStatus::Authorized;
         }
         const bool isGranted = hasAccess();
         for (const auto& completion : std::exchange(requests_, {})) {

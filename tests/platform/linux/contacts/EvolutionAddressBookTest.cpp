@@ -107,7 +107,7 @@ TEST_F(EvolutionAddressBookTest, TheGrantIsKept) {
     ASSERT_TRUE(requestAccess(addressBook()));
     EXPECT_EQ(defaults_.string("contacts.access"), "granted");
     addressBook_.reset();
-    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::authorized);
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::AuthorizationStatus::Authorized);
 }
 
 TEST_F(EvolutionAddressBookTest, TheRefusalDecidesNothingAndIsNotKept) {
@@ -115,7 +115,7 @@ TEST_F(EvolutionAddressBookTest, TheRefusalDecidesNothingAndIsNotKept) {
         answer_(false);
     };
     ASSERT_FALSE(requestAccess(addressBook()));
-    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::notDetermined);
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::AuthorizationStatus::NotDetermined);
     EXPECT_FALSE(defaults_.contains("contacts.access"));
 }
 
@@ -134,7 +134,7 @@ TEST_F(EvolutionAddressBookTest, ARequestWhileTheQuestionIsOpenBringsItToTheFron
     // The question has gone: what was to answer the second time means nothing.
     answer_(true);
     test::processEvents();
-    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::notDetermined);
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::AuthorizationStatus::NotDetermined);
     EXPECT_EQ(answers.size(), 2U);
 }
 
@@ -170,12 +170,12 @@ TEST_F(EvolutionAddressBookTest, AQuestionAnsweredBeforeItComesToTheFrontIsNotAs
 
 TEST_F(EvolutionAddressBookTest, ARefusalThatAnEarlierVersionKeptDecidesNothing) {
     defaults_.setString("contacts.access", "denied");
-    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::notDetermined);
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::AuthorizationStatus::NotDetermined);
 }
 
 TEST_F(EvolutionAddressBookTest, AnUnknownKeptAnswerDecidesNothing) {
     defaults_.setString("contacts.access", "perhaps");
-    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::notDetermined);
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::AuthorizationStatus::NotDetermined);
 }
 
 TEST_F(EvolutionAddressBookTest, ConsentThatCannotBeKeptGrantsNothing) {
@@ -184,7 +184,7 @@ TEST_F(EvolutionAddressBookTest, ConsentThatCannotBeKeptGrantsNothing) {
         answer_(true);
     };
     EXPECT_FALSE(requestAccess(addressBook()));
-    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::notDetermined);
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::AuthorizationStatus::NotDetermined);
     EXPECT_THAT(logged(), ElementsAre(HasSubstr("Could not write the settings")));
 }
 
@@ -196,7 +196,7 @@ TEST_F(EvolutionAddressBookTest, OnlyTheFirstAnswerCounts) {
     EXPECT_FALSE(requestAccess(addressBook()));
     answer_(true);
     test::processEvents();
-    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::notDetermined);
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::AuthorizationStatus::NotDetermined);
 }
 
 TEST_F(EvolutionAddressBookTest, AnAnswerAfterItsEndIsIgnored) {
@@ -217,7 +217,7 @@ TEST_F(EvolutionAddressBookTest, AnAnswerAfterItsEndIsIgnored) {
 TEST_F(EvolutionAddressBookTest, WithoutAWayToAskNothingIsDecided) {
     addressBook_ = std::make_unique<EvolutionAddressBook>(defaults_, log_, nullptr);
     EXPECT_FALSE(requestAccess(addressBook()));
-    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::notDetermined);
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::AuthorizationStatus::NotDetermined);
 }
 
 TEST_F(EvolutionAddressBookTest, GivesACardWithNothingButAFormattedNameThatName) {
@@ -278,7 +278,7 @@ TEST_F(EvolutionAddressBookTest, FailsWhenNoBookCanBeRead) {
     EXPECT_THAT(
         errorOf(addressBook(), Fields::Identifiers), HasSubstr("Could not read an address book"));
     desktop_.setEnabled(EvolutionDesktop::personalBook, true);
-    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::authorized);
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::AuthorizationStatus::Authorized);
 }
 
 TEST_F(EvolutionAddressBookTest, ItsEndDropsWhatIsInFlight) {
@@ -324,7 +324,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_P(EvolutionAddressBookOnOtherBusTest, NothingIsGrantedAndTheReasonLoggedOnce) {
     EXPECT_FALSE(requestAccess(addressBook()));
-    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::restricted);
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::AuthorizationStatus::Restricted);
     // The end of the look that this began: the next test is on another bus.
     EXPECT_FALSE(requestAccess(addressBook()));
     EXPECT_THAT(logged(), ElementsAre(HasSubstr("Could not reach the desktop's address book: ")));
@@ -341,7 +341,7 @@ TEST_P(EvolutionAddressBookOnOtherBusTest, EarlierConsentIsWithoutEffect) {
     EXPECT_THAT(
         errorOf(addressBook(), Fields::Identifiers),
         HasSubstr("Could not reach the desktop's address book: "));
-    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::restricted);
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::AuthorizationStatus::Restricted);
     EXPECT_FALSE(requestAccess(addressBook()));
     EXPECT_EQ(logged().size(), 1U);
 }
@@ -350,8 +350,9 @@ TEST_P(EvolutionAddressBookOnOtherBusTest, TheStatusSoonTellsThatTheServiceIsThe
     grantAccess();
     EXPECT_NE(errorOf(addressBook(), Fields::Identifiers), "");
     returnToTheDesktop();
-    EXPECT_TRUE(test::waitUntil(
-        [this] { return addressBook().authorizationStatus() == AddressBook::authorized; }));
+    EXPECT_TRUE(test::waitUntil([this] {
+        return addressBook().authorizationStatus() == AddressBook::AuthorizationStatus::Authorized;
+    }));
 }
 
 TEST_P(EvolutionAddressBookOnOtherBusTest, AnEnumerationLooksAgain) {
@@ -359,7 +360,7 @@ TEST_P(EvolutionAddressBookOnOtherBusTest, AnEnumerationLooksAgain) {
     EXPECT_NE(errorOf(addressBook(), Fields::Identifiers), "");
     returnToTheDesktop();
     EXPECT_EQ(errorOf(addressBook(), Fields::Identifiers), "");
-    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::authorized);
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::AuthorizationStatus::Authorized);
 }
 
 TEST_P(EvolutionAddressBookOnOtherBusTest, ARequestLooksAgain) {
