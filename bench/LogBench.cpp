@@ -74,7 +74,7 @@ std::vector<LogEntry> entries(int count, int& number) {
         ++number;
         LogEntry entry;
         entry.date = tavrin::Date(tavrin::Seconds(number * 0.002));
-        entry.level = number % 20 == 0 ? LogEntry::error : LogEntry::info;
+        entry.level = number % 20 == 0 ? LogLevel::Error : LogLevel::Info;
         entry.subsystem = "app";
         entry.category = "collector";
         entry.message = fmt::format(

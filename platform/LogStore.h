@@ -12,18 +12,21 @@
 
 namespace orvel {
 
+/// How much a line matters, in the platform's own numbers. The agent writes neither `Undefined` nor
+/// `Fault`; both may be read back, and so may further numbers, without a name.
+enum class LogLevel : int {
+    Undefined = 0,
+    Debug = 1,
+    Info = 2,
+    Default = 3,
+    Error = 4,
+    Fault = 5,
+};
+
 /// A line read back. Its texts are well-formed UTF-8.
 struct LogEntry {
-    /// How much an entry matters, in the platform's own numbers.
-    static constexpr int undefined = 0;
-    static constexpr int debug = 1;
-    static constexpr int info = 2;
-    static constexpr int notice = 3;
-    static constexpr int error = 4;
-    static constexpr int fault = 5;
-
     tavrin::Date date;
-    int level = undefined;
+    LogLevel level = LogLevel::Undefined;
     /// Who wrote it: the application's bundle identifier, or that of a framework which logs by
     /// itself.
     std::string subsystem;
@@ -31,14 +34,6 @@ struct LogEntry {
     std::string message;
 
     bool operator==(const LogEntry&) const = default;
-};
-
-/// The levels that we write; each is the number of its entries.
-enum class LogLevel : int {
-    Debug = LogEntry::debug,
-    Info = LogEntry::info,
-    Default = LogEntry::notice,
-    Error = LogEntry::error,
 };
 
 /// What a line on standard error calls it.
@@ -51,7 +46,9 @@ enum class LogLevel : int {
     case LogLevel::Default:
         return "default";
     case LogLevel::Error:
-        return "error";
+    case LogLevel::Undefined:
+    case LogLevel::Fault:
+        break;
     }
     return "error";
 }

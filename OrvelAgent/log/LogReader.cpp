@@ -30,13 +30,13 @@ std::string localTime(tavrin::Date date) {
         .toStdString();
 }
 
-std::string_view word(int level) {
+std::string_view word(LogLevel level) {
     switch (level) {
-    case LogEntry::debug:
+    case LogLevel::Debug:
         return "debug";
-    case LogEntry::error:
+    case LogLevel::Error:
         return "ERROR";
-    case LogEntry::fault:
+    case LogLevel::Fault:
         return "FAULT";
     default:
         return "info";

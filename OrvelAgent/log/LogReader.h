@@ -32,8 +32,7 @@ public:
     struct Entry {
         QUuid id;
         tavrin::Date date;
-        /// One of the numbers in `LogEntry`.
-        int level = LogEntry::undefined;
+        LogLevel level = LogLevel::Undefined;
         std::string category;
         std::string message;
     };

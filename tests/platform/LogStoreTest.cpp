@@ -72,7 +72,9 @@ TYPED_TEST(LogStoreTest, GivesBackLevelCategoryAndMessageInTheOrderOfWriting) {
     this->store().write(LogLevel::Error, "lifecycle", "\xC3\xA9t\xC3\xA9 \xF0\x9F\x8F\x96");
     Strings lines;
     for (const LogEntry& entry : this->entries()) {
-        lines.push_back(std::to_string(entry.level) + " " + entry.category + ": " + entry.message);
+        lines.push_back(
+            std::to_string(static_cast<int>(entry.level)) + " " + entry.category + ": " +
+            entry.message);
     }
     EXPECT_EQ(
         lines,

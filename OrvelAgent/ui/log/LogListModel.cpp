@@ -44,7 +44,7 @@ QString singleLine(std::string_view text) {
 }
 
 bool isProblem(const LogReader::Entry& entry) {
-    return entry.level == LogEntry::error || entry.level == LogEntry::fault;
+    return entry.level == LogLevel::Error || entry.level == LogLevel::Fault;
 }
 
 } // namespace

@@ -34,8 +34,7 @@ std::vector<LogEntry> RecentLines::entriesFrom(tavrin::Date start) const {
     std::vector<LogEntry> entries;
     entries.reserve(static_cast<std::size_t>(std::distance(first, lines_.end())));
     std::transform(first, lines_.end(), std::back_inserter(entries), [this](const Line& line) {
-        return LogEntry{
-            line.date, static_cast<int>(line.level), subsystem_, line.category, line.message};
+        return LogEntry{line.date, line.level, subsystem_, line.category, line.message};
     });
     return entries;
 }

@@ -30,7 +30,9 @@ spdlog::level::level_enum spdlogLevel(LogLevel level) {
     case LogLevel::Default:
         return spdlog::level::warn;
     case LogLevel::Error:
-        return spdlog::level::err;
+    case LogLevel::Undefined:
+    case LogLevel::Fault:
+        break;
     }
     return spdlog::level::err;
 }
@@ -45,7 +47,9 @@ std::string_view priority(LogLevel level) {
     case LogLevel::Default:
         return "5";
     case LogLevel::Error:
-        return "3";
+    case LogLevel::Undefined:
+    case LogLevel::Fault:
+        break;
     }
     return "3";
 }

@@ -25,27 +25,29 @@ os_log_type_t typeOf(LogLevel level) {
     case LogLevel::Default:
         return OS_LOG_TYPE_DEFAULT;
     case LogLevel::Error:
-        return OS_LOG_TYPE_ERROR;
+    case LogLevel::Undefined:
+    case LogLevel::Fault:
+        break;
     }
     return OS_LOG_TYPE_ERROR;
 }
 
-int numberOf(OSLogEntryLogLevel level) {
+LogLevel levelOf(OSLogEntryLogLevel level) {
     switch (level) {
     case OSLogEntryLogLevelDebug:
-        return LogEntry::debug;
+        return LogLevel::Debug;
     case OSLogEntryLogLevelInfo:
-        return LogEntry::info;
+        return LogLevel::Info;
     case OSLogEntryLogLevelNotice:
-        return LogEntry::notice;
+        return LogLevel::Default;
     case OSLogEntryLogLevelError:
-        return LogEntry::error;
+        return LogLevel::Error;
     case OSLogEntryLogLevelFault:
-        return LogEntry::fault;
+        return LogLevel::Fault;
     case OSLogEntryLogLevelUndefined:
         break;
     }
-    return LogEntry::undefined;
+    return LogLevel::Undefined;
 }
 
 /// With the picture of a character of value zero in its place: nothing tells what the system's log
@@ -104,7 +106,7 @@ LogStore::Entries entriesFrom(tavrin::Date start) {
         }
         entries.push_back(
             {written,
-             numberOf(line.level),
+             levelOf(line.level),
              utf8(line.subsystem),
              utf8(line.category),
              utf8(line.composedMessage)});

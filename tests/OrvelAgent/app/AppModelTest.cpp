@@ -500,7 +500,7 @@ TEST_F(AppModelTest, TheLogOfTheLastTwentyMinutesIsSentAfterEachScan) {
     startSignedIn();
     EXPECT_THAT(with_.service.diagnostics(), Contains(HasSubstr("[collector] scan done")));
     with_.logStore.append(
-        {with_.clock.now(), LogEntry::error, "another.subsystem", "net", "not ours"});
+        {with_.clock.now(), LogLevel::Error, "another.subsystem", "net", "not ours"});
     for (int turn = 0; turn < 2; ++turn) {
         passWait();
         nextWait();

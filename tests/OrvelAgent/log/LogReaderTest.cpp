@@ -85,7 +85,7 @@ protected:
     void append(std::string_view subsystem, std::string_view category, std::string_view message) {
         LogEntry entry;
         entry.date = clock_.now();
-        entry.level = LogEntry::info;
+        entry.level = LogLevel::Info;
         entry.subsystem = subsystem;
         entry.category = category;
         entry.message = message;
@@ -132,7 +132,7 @@ TEST_F(LogReaderTest, TakesDateLevelCategoryAndMessage) {
     const LogReader::Entry& entry = reader_->entries().front();
     EXPECT_FALSE(entry.id.isNull());
     EXPECT_EQ(entry.date, clock_.now());
-    EXPECT_EQ(entry.level, LogEntry::error);
+    EXPECT_EQ(entry.level, LogLevel::Error);
     EXPECT_EQ(entry.category, "collector");
     EXPECT_EQ(entry.message, "scan failed");
 }
@@ -473,7 +473,7 @@ TEST_F(LogReaderTest, PlainTextHasAWordForEveryLevel) {
     for (const int level : {0, 1, 2, 3, 4, 5, 6}) {
         LogEntry entry;
         entry.date = clock_.now();
-        entry.level = level;
+        entry.level = LogLevel{level};
         entry.subsystem = RecordingLogStore::subsystem;
         entry.message = std::to_string(level);
         store_.append(std::move(entry));

@@ -69,7 +69,7 @@ public:
         lines_.push_back({level, std::string(category), std::string(message)});
         entries_.push_back(
             {clock_ != nullptr ? clock_->now() : tavrin::Date(std::chrono::system_clock::now()),
-             static_cast<int>(level),
+             level,
              std::string(subsystem),
              tavrin::repairedUTF8(category),
              tavrin::repairedUTF8(message)});

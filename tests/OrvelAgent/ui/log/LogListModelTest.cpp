@@ -80,10 +80,10 @@ TEST_F(LogListModelTest, AnEntryIsOneLineWhateverIsInIt) {
 }
 
 TEST_F(LogListModelTest, ErrorsAndFaultsAreProblems) {
-    for (int level = LogEntry::undefined; level <= LogEntry::fault; ++level) {
+    for (const int level : {0, 1, 2, 3, 4, 5}) {
         LogEntry entry;
         entry.date = clock_.now();
-        entry.level = level;
+        entry.level = LogLevel{level};
         entry.subsystem = RecordingLogStore::subsystem;
         entry.message = std::to_string(level);
         store_.append(entry);
