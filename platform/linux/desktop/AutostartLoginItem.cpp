@@ -118,7 +118,7 @@ std::filesystem::path AutostartLoginItem::defaultFolder() {
 AutostartLoginItem::AutostartLoginItem(Options options)
     : options_(std::move(options)),
       file_(options_.folder / fmt::format("{}.desktop", options_.identifier)),
-      mainThread_(std::make_unique<QObject>()),
+      callbackContext_(std::make_unique<QObject>()),
       disk_(std::make_unique<QThreadPool>()) {
     disk_->setMaxThreadCount(1);
 }
@@ -131,7 +131,7 @@ void AutostartLoginItem::registerItem(Completion completion) {
         writeEntry(file_, options_);
         return std::nullopt;
     };
-    run<Result>(*disk_, mainThread_.get(), work, std::move(completion));
+    run<Result>(*disk_, callbackContext_.get(), work, std::move(completion));
 }
 
 void AutostartLoginItem::unregisterItem(Completion completion) {
@@ -140,7 +140,7 @@ void AutostartLoginItem::unregisterItem(Completion completion) {
         removeEntry(file_);
         return std::nullopt;
     };
-    run<Result>(*disk_, mainThread_.get(), work, std::move(completion));
+    run<Result>(*disk_, callbackContext_.get(), work, std::move(completion));
 }
 
 void AutostartLoginItem::status(StatusCompletion completion) {
@@ -148,7 +148,7 @@ void AutostartLoginItem::status(StatusCompletion completion) {
     const auto work = [this]() -> Result {
         return statusOf(file_);
     };
-    run<Result>(*disk_, mainThread_.get(), work, std::move(completion));
+    run<Result>(*disk_, callbackContext_.get(), work, std::move(completion));
 }
 
 } // namespace orvel

@@ -41,7 +41,7 @@ private:
     const Options options_;
     const std::filesystem::path file_;
     /// Results come to it; with it they are dropped.
-    std::unique_ptr<QObject> mainThread_;
+    std::unique_ptr<QObject> callbackContext_;
     /// One thread, because the disk may take longer than a frame. Ends first, with all its work.
     std::unique_ptr<QThreadPool> disk_;
 };

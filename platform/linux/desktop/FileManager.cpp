@@ -57,7 +57,7 @@ struct FileManager::Showing {
 };
 
 FileManager::FileManager(Clock& clock, ProgramLauncher& launcher)
-    : clock_(clock), launcher_(launcher), context_(std::make_unique<QObject>()) {}
+    : clock_(clock), launcher_(launcher), callbackContext_(std::make_unique<QObject>()) {}
 
 FileManager::~FileManager() = default;
 
@@ -81,7 +81,7 @@ void FileManager::showProperties(const std::filesystem::path& folder, Completion
 
 void FileManager::show(std::shared_ptr<Showing> showing) {
     SessionBus::connect(
-        context_.get(),
+        callbackContext_.get(),
         clock_,
         [this, showing = std::move(showing)](std::unique_ptr<SessionBus> bus) {
             showing->bus = std::move(bus);
@@ -105,11 +105,11 @@ void FileManager::callNext(std::shared_ptr<Showing> showing) {
     call << QStringList(uriOf(next.path)) << QString();
     auto* const watcher = new QDBusPendingCallWatcher(
         showing->bus->connection().asyncCall(call, static_cast<int>(longestAnswer.count())),
-        context_.get());
+        callbackContext_.get());
     QObject::connect(
         watcher,
         &QDBusPendingCallWatcher::finished,
-        context_.get(),
+        callbackContext_.get(),
         [this, watcher, showing = std::move(showing)] {
             watcher->deleteLater();
             if (watcher->isError()) {

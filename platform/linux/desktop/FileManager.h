@@ -41,7 +41,7 @@ private:
     Clock& clock_;
     ProgramLauncher& launcher_;
     /// Destroyed first: what comes back is dropped with it.
-    std::unique_ptr<QObject> context_;
+    std::unique_ptr<QObject> callbackContext_;
 };
 
 } // namespace orvel

@@ -86,7 +86,7 @@ private:
 InstanceName::InstanceName(std::string name, std::function<void()> activated)
     : name_(std::move(name)),
       application_(std::make_unique<Application>(std::move(activated))),
-      context_(std::make_unique<QObject>()) {}
+      callbackContext_(std::make_unique<QObject>()) {}
 
 InstanceName::~InstanceName() {
     if (bus_) {
@@ -100,7 +100,7 @@ InstanceName::~InstanceName() {
 
 InstanceName::Outcome InstanceName::take() {
     if (!bus_) {
-        bus_ = SessionBus::await(longestWait, context_.get(), [this](auto bus) {
+        bus_ = SessionBus::await(longestWait, callbackContext_.get(), [this](auto bus) {
             bus_ = std::move(bus);
             takeLate();
         });
@@ -148,7 +148,7 @@ std::unique_ptr<SessionBus> InstanceName::shareBus() const {
 
 void InstanceName::activateOwner() {
     if (!bus_) {
-        bus_ = SessionBus::await(longestWait, context_.get(), [](auto) {});
+        bus_ = SessionBus::await(longestWait, callbackContext_.get(), [](auto) {});
     }
     if (!bus_) {
         return;

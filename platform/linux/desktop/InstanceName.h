@@ -63,7 +63,7 @@ private:
     std::unique_ptr<Application> application_;
     std::unique_ptr<SessionBus> bus_;
     /// Destroyed first: what comes back is dropped with it.
-    std::unique_ptr<QObject> context_;
+    std::unique_ptr<QObject> callbackContext_;
 };
 
 } // namespace orvel

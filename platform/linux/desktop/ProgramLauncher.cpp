@@ -19,7 +19,7 @@ constexpr tavrin::Seconds longestStart(5);
 } // namespace
 
 ProgramLauncher::ProgramLauncher(Clock& clock)
-    : clock_(clock), context_(std::make_unique<QObject>()) {}
+    : clock_(clock), callbackContext_(std::make_unique<QObject>()) {}
 
 ProgramLauncher::~ProgramLauncher() = default;
 
@@ -32,7 +32,7 @@ void ProgramLauncher::launch(std::vector<std::string> commandLine, Completion co
     runDesktopProgram(
         std::move(commandLine),
         ProgramOutput::Dropped,
-        context_.get(),
+        callbackContext_.get(),
         [this, launch, program = std::move(program)](const auto& result) {
             if (const auto* error = std::get_if<tavrin::PlatformError>(&result)) {
                 finish(launch, *error);

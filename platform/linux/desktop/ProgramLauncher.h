@@ -47,7 +47,7 @@ private:
     std::map<std::uint64_t, Launch> launches_;
     std::uint64_t last_ = 0;
     /// Destroyed first: what comes back is dropped with it.
-    std::unique_ptr<QObject> context_;
+    std::unique_ptr<QObject> callbackContext_;
 };
 
 } // namespace orvel
