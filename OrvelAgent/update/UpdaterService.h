@@ -51,7 +51,7 @@ Q_SIGNALS:
 private:
     void standardUserDriverWillHandleShowingUpdate(bool isUserInitiated);
     void standardUserDriverDidReceiveUserAttention();
-
+    // The observer's calls, answered under the names that Sparkle gives them.
     [[nodiscard]] bool wantsGentleOffers() const override {
         return supportsGentleScheduledUpdateReminders();
     }

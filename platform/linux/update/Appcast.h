@@ -9,7 +9,7 @@
 
 namespace orvel {
 
-/// One item of an update feed, as it says it. What is absent is empty.
+/// One item of an update feed, unchecked. An absent value is empty.
 struct AppcastItem {
     struct Enclosure {
         std::string url;
@@ -36,9 +36,9 @@ inline constexpr std::string_view appcastNamespace =
 
 inline constexpr std::size_t maximumAppcastBytes = std::size_t{1} << 20U;
 
-/// The items in the feed's order. Throws `UpdateError` for what is too long, is not UTF-8, is not
-/// well-formed or nested too deep, is no RSS 2.0, or declares a document type: without one there
-/// are no entities that could grow or reach out.
+/// The items in the feed's order. Throws `UpdateError` for a feed that is too long, not UTF-8, not
+/// well-formed, nested too deep, not RSS 2.0, or that declares a document type, because its
+/// entities could expand without limit or load other files.
 [[nodiscard]] std::vector<AppcastItem> parseAppcast(std::string_view text);
 
 } // namespace orvel

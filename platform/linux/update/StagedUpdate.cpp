@@ -59,12 +59,12 @@ bool isWithoutRoom(int error) {
 
 } // namespace
 
-StagedUpdate::StagedUpdate(std::filesystem::path place, std::uint64_t length, Way way)
+StagedUpdate::StagedUpdate(std::filesystem::path place, std::uint64_t length, Naming naming)
     : place_(std::move(place)),
       length_(length),
       name_(fmt::format(".{}.update", place_.filename().string())),
       folder_(::open(place_.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-    open(way);
+    open(naming);
     if (fallocate(file_.get(), FALLOC_FL_KEEP_SIZE, 0, static_cast<off_t>(length_)) != 0 &&
         isWithoutRoom(errno)) {
         const int error = errno;
@@ -91,12 +91,13 @@ PlatformError StagedUpdate::couldNotReplace(int error) const {
     return PlatformError::fromErrno(error, "Could not replace " + place_.string());
 }
 
-void StagedUpdate::open(Way way) {
-    if (folder_.isOpen() && way == Way::WithoutName) {
+void StagedUpdate::open(Naming naming) {
+    if (folder_.isOpen() && naming == Naming::WithoutName) {
         file_ = FileDescriptor(openat(folder_.get(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
     }
-    if (folder_.isOpen() && (way == Way::Named || (!file_.isOpen() && lacksUnnamedFiles(errno)))) {
-        // One that a crash left behind.
+    if (folder_.isOpen() &&
+        (naming == Naming::Named || (!file_.isOpen() && lacksUnnamedFiles(errno)))) {
+        // A file that a crash left behind.
         unlinkat(folder_.get(), name_.c_str(), 0);
         file_ = FileDescriptor(
             openat(folder_.get(), name_.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0600));

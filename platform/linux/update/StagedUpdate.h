@@ -12,52 +12,52 @@
 
 namespace orvel {
 
-/// A file that is being downloaded, and is seen by nobody before it has been verified: where the
-/// file system can, it has no name until then. It lies in the folder of the file whose place it
-/// will take, so that taking it is one step. Destroying it removes it, unless it was put in place.
+/// The file of a download, hidden until it has been verified: if the file system supports it, the
+/// file has no name until then. It is in the folder of the file that it will replace, so that
+/// replacing is one atomic step. The destructor removes it, unless it was put in place.
 ///
 /// Any thread, one at a time. Failures of the system are thrown as `tavrin::PlatformError`.
 class StagedUpdate final {
 public:
-    enum class Way {
-        /// `O_TMPFILE`; where the file system cannot do that, the other way.
+    enum class Naming {
+        /// `O_TMPFILE`; falls back to `Named` where the file system does not support it.
         WithoutName,
-        /// Hidden beside its place.
+        /// Under a hidden name beside the file that it will replace.
         Named,
     };
 
-    /// Decides who may do what with the file once it is in its place.
+    /// Decides the file's mode once it is in place.
     enum class Use {
-        /// Started. The mode of the program it replaces, so that the user's choice is kept, but
-        /// nothing is taken over from what is not a file of this user's own, nor may others write.
+        /// A program: keeps the mode of the program it replaces if that is a regular file owned by
+        /// this user, but never lets others write.
         Program,
-        /// Opened by the system's installer, which may be another user. Nothing in it is secret.
+        /// A package, which the system's installer may open as another user. It holds no secret.
         Document,
     };
 
-    /// To be put in that file's place, with room for that many bytes, so that a disk without it is
-    /// noticed before anything is downloaded. The folder must exist.
-    StagedUpdate(std::filesystem::path place, std::uint64_t length, Way way = Way::WithoutName);
+    /// Will replace the file at `place`. Reserves space for `length` bytes, so that a full disk is
+    /// noticed before the download. The folder must exist.
+    StagedUpdate(
+        std::filesystem::path place, std::uint64_t length, Naming naming = Naming::WithoutName);
     ~StagedUpdate();
     StagedUpdate(const StagedUpdate&) = delete;
     StagedUpdate& operator=(const StagedUpdate&) = delete;
 
-    /// Throws `UpdateError` when that would be more than the announced length, and then writes
-    /// nothing.
+    /// Throws `UpdateError` and writes nothing when that would exceed the announced length.
     void append(std::string_view bytes);
 
     [[nodiscard]] std::uint64_t received() const { return received_; }
 
-    /// Throws `UpdateError` unless the file has exactly the announced length and the key's owner
-    /// signed all of it. Makes sure that it is on the disk.
+    /// Throws `UpdateError` unless the file has exactly the announced length and a valid signature.
+    /// Flushes it to the disk.
     void verify(const UpdateKey& key, const UpdateSignature& signature);
 
-    /// Puts the verified file in its place, in one step. The very file that was verified, by its
-    /// descriptor: whatever else has got its name throws `UpdateError`. Once.
+    /// Puts the verified file in place atomically. Works on the descriptor that was verified, and
+    /// throws `UpdateError` when another file has taken its name. Once.
     void putInPlace(Use use);
 
 private:
-    void open(Way way);
+    void open(Naming naming);
     [[nodiscard]] unsigned modeFor(Use use) const;
     void giveName();
     void removeName() const;
@@ -69,7 +69,7 @@ private:
     std::filesystem::path place_;
     std::uint64_t length_;
     std::uint64_t received_ = 0;
-    /// In the folder, while the file has one.
+    /// The hidden name in the folder, in use while `isNamed_`.
     std::string name_;
     bool isNamed_ = false;
     bool isVerified_ = false;

@@ -10,12 +10,12 @@
 
 namespace orvel {
 
-/// Why there is no update to be had. `what()` is a sentence for the user.
+/// Why an update failed. `what()` is a sentence for the user.
 class UpdateError final : public std::exception {
 public:
     enum class Resource { Feed, Update };
 
-    /// No reply came, for that reason.
+    /// There was no reply.
     struct NotLoaded {
         Resource resource;
         std::string reason;
@@ -30,14 +30,14 @@ public:
     };
     struct FeedTooLong {};
     struct FeedNotUTF8 {};
-    /// It may declare entities.
+    /// A document type may declare entities.
     struct FeedWithDocumentType {};
     struct FeedNotXML {
         std::uint64_t line;
     };
     struct FeedNotRSS {};
-    /// An item lacks that, or has it in a form that cannot be used. The version is empty when that
-    /// is what is wrong.
+    /// An item lacks `what`, or, for `Unusable`, has it in a form that cannot be used. The version
+    /// is empty when the version itself is wrong.
     struct Missing {
         std::string version;
         std::string what;
@@ -49,7 +49,7 @@ public:
     struct NotHTTPS {
         std::string version;
     };
-    /// Of this build.
+    /// The key of this build is not valid.
     struct BadKey {};
     struct TooShort {
         std::uint64_t expected;
@@ -59,9 +59,9 @@ public:
         std::uint64_t expected;
     };
     struct BadSignature {};
-    /// What was verified is not what lies in its place.
+    /// The installed file is not the one that was verified.
     struct Swapped {};
-    /// The system refused, as that sentence says.
+    /// The system refused; the reason is a sentence.
     struct NotStored {
         std::string reason;
     };

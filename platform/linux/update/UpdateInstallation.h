@@ -9,23 +9,23 @@
 
 namespace orvel {
 
-/// How this copy of the application came onto the system, and so in which form its updates come.
+/// How this copy of the application was installed, which decides the form of its updates.
 class UpdateInstallation final {
 public:
     enum class Kind {
-        /// One file, which an update replaces.
+        /// A single file, which an update replaces.
         AppImage,
-        /// A package of the system. An update is another one, for the system's installer to open.
+        /// A Debian package. An update is a package too, which the system's installer opens.
         Package,
     };
 
-    /// Packages go to that folder.
+    /// Packages are stored in `packageFolder`.
     UpdateInstallation(const ProgramTraces& traces, std::filesystem::path packageFolder);
 
     [[nodiscard]] Kind kind() const { return kind_; }
     /// The MIME type of updates.
     [[nodiscard]] std::string_view type() const;
-    /// The file to replace, or to make, for an update of that version, which must be one.
+    /// The file to replace or create for an update to that version, which must be a parsed one.
     [[nodiscard]] std::filesystem::path place(std::string_view version) const;
 
 private:

@@ -13,16 +13,16 @@ namespace orvel {
 /// An Ed25519 signature.
 using UpdateSignature = std::array<std::uint8_t, 64>;
 
-/// No value unless it is Base64 of that many bytes, with nothing around it.
+/// No value unless the text is exactly the Base64 of 64 bytes.
 [[nodiscard]] std::optional<UpdateSignature> updateSignatureFromBase64(std::string_view text);
 
-/// The public key whose signature an update must bear.
+/// The public key that verifies updates.
 class UpdateKey final {
 public:
-    /// No value unless it is Base64 of 32 bytes, with nothing around it.
+    /// No value unless the text is exactly the Base64 of 32 bytes.
     [[nodiscard]] static std::optional<UpdateKey> fromBase64(std::string_view text);
 
-    /// Whether the key's owner signed exactly that. Throws `tavrin::PlatformError` when OpenSSL
+    /// Whether the signature is valid for the content. Throws `tavrin::PlatformError` when OpenSSL
     /// cannot be loaded.
     [[nodiscard]] bool
     verifies(const UpdateSignature& signature, std::span<const std::uint8_t> content) const;

@@ -22,27 +22,27 @@ struct UpdateOffer {
     UpdateSignature signature;
 };
 
-/// What decides which items are for this copy of the application.
+/// Decides which items of the feed suit this copy of the application.
 struct UpdateCriteria {
-    /// Only what is newer counts.
+    /// Only newer versions are offered.
     UpdateVersion current;
-    /// Neither this version nor an older one counts.
+    /// This version and older ones are not offered.
     std::optional<UpdateVersion> skipped;
-    /// As "uname -m" says it.
+    /// As "uname -m" prints it.
     std::string architecture;
     /// The enclosure's MIME type.
     std::string type;
-    /// Of the C library, which decides whether a program made for another system version runs.
+    /// The version of the C library; an item may require a newer one.
     UpdateVersion systemVersion;
 };
 
-/// Larger updates are refused: all of one is in memory while its signature is verified.
+/// Larger updates are refused: verifying the signature needs the whole update in memory.
 inline constexpr std::uint64_t maximumUpdateBytes = std::uint64_t{256} << 20U;
 
-/// The newest item for this copy, if there is one. Items of a channel are for those who asked to be
-/// in it, so they are left out, and so is an enclosure that does not name the system "linux", this
-/// architecture and this type. Throws `UpdateError` when the newest item lacks something that is
-/// needed to download and verify it, and when a version cannot be compared.
+/// The newest suitable item, if any. Skips items of a channel, which a user would have to join, and
+/// enclosures that do not name the system "linux", this architecture and this type. Throws
+/// `UpdateError` when a version cannot be compared, or when the newest item lacks what is needed to
+/// download and verify it.
 [[nodiscard]] std::optional<UpdateOffer>
 newestUpdate(const std::vector<AppcastItem>& items, const UpdateCriteria& criteria);
 

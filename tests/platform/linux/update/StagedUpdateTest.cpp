@@ -61,7 +61,7 @@ void withBrokenReads(const std::function<void()>& work) {
 }
 
 /// Both ways to stage a file have to keep the same promises.
-class StagedUpdateTest : public testing::TestWithParam<StagedUpdate::Way> {
+class StagedUpdateTest : public testing::TestWithParam<StagedUpdate::Naming> {
 protected:
     StagedUpdate staged(std::uint64_t length) { return {place_, length, GetParam()}; }
 
@@ -109,7 +109,8 @@ protected:
     void SetUp() override { test::skipUnlessRoot(); }
 };
 
-const auto bothWays = testing::Values(StagedUpdate::Way::WithoutName, StagedUpdate::Way::Named);
+const auto bothWays =
+    testing::Values(StagedUpdate::Naming::WithoutName, StagedUpdate::Naming::Named);
 
 INSTANTIATE_TEST_SUITE_P(BothWays, StagedUpdateTest, bothWays);
 INSTANTIATE_TEST_SUITE_P(BothWays, StagedUpdateAsRootTest, bothWays);
@@ -296,7 +297,7 @@ TEST(StagedUpdateNameTest, AFileExchangedByAnotherIsNotInstalled) {
     const test::UpdateSigner signer;
     const std::filesystem::path place = folder / "Agent.AppImage";
     std::ofstream(place) << "old";
-    StagedUpdate update(place, 3, StagedUpdate::Way::Named);
+    StagedUpdate update(place, 3, StagedUpdate::Naming::Named);
     update.append("new");
     update.verify(
         *UpdateKey::fromBase64(signer.publicKey()),
