@@ -49,8 +49,7 @@ public:
     /// Throws `APIError` for every reply that is not a success, after awaiting the session-expired
     /// handler if the reply says so; the session's `tavrin::URLError` when there is no reply;
     /// `tavrin::TaskCancelled` when cancelled; what the body's encoding throws, before anything is
-    /// sent. A base URL and path that make no URL end the
-    /// process: that is a mistake in the program.
+    /// sent. A base URL and path that make no URL end the process: a mistake in the program.
     template <typename Reply, typename Body = Empty>
     QCoro::Task<Reply> send(
         std::string path,

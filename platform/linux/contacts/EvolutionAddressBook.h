@@ -23,11 +23,11 @@ struct EvolutionCards;
 ///
 /// The desktop has no consent of its own, so the agent asks for it. A grant is kept in the user
 /// defaults. A refusal decides nothing: there are no settings of the desktop's where the user could
-/// take it back, so whoever requests access again is asked again. Without a session bus or without
-/// the service the status is `Restricted`, which is found out, and logged, at the first request or
-/// enumeration. A service may also have been too slow to start: every further request or
-/// enumeration looks again, and so does asking for the status, in the background. An address book
-/// that cannot be read while others can is left out, and logged. The same reason is logged once.
+/// take it back, so a further request asks again. Without a session bus or without the service the
+/// status is `Restricted`, which is found out, and logged, at the first request or enumeration. A
+/// service may also have been too slow to start: every further request or enumeration checks again,
+/// and so does asking for the status, in the background. An address book that cannot be read while
+/// others can is left out, and logged. The same reason is logged once.
 ///
 /// Borrows the defaults and the log store. The service is awaited on threads of their own, which
 /// may outlive the object.
@@ -38,7 +38,7 @@ public:
     /// counts.
     using AskUser = std::function<void(std::function<void(bool)> answer)>;
 
-    /// Without `askUser` nobody can be asked: a request is refused and nothing gets decided.
+    /// Without `askUser` a request is refused and nothing is decided.
     EvolutionAddressBook(tavrin::UserDefaults& defaults, LogStore& logStore, AskUser askUser);
     ~EvolutionAddressBook() override;
 
@@ -73,7 +73,7 @@ private:
     std::vector<std::function<void(bool)>> requests_;
     /// Callbacks that it has queued are dropped with it.
     std::unique_ptr<QObject> callbackContext_;
-    /// Ends first: what it writes must be on disk, and its result has nobody left to go to.
+    /// Ends first: what it writes must be on disk, and its result is dropped.
     std::jthread consentWriter_;
 };
 

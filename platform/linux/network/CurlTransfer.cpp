@@ -58,7 +58,7 @@ CurlTransfer::CurlTransfer(
     set(CURLOPT_WRITEFUNCTION, onBody);
     set(CURLOPT_WRITEDATA, this);
 
-    // One request on the wire: see the class.
+    // One request on the wire: see `CurlURLSession`.
     set(CURLOPT_FRESH_CONNECT, 1L);
     set(CURLOPT_FORBID_REUSE, 1L);
     set(CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_1_1});
@@ -96,7 +96,7 @@ void CurlTransfer::setRequest() {
     }
     set(CURLOPT_CUSTOMREQUEST, request_.method.c_str());
 
-    // The headers that libcurl would add by itself.
+    // Suppress the headers that libcurl would add by itself.
     appendHeader("Expect:");
     appendHeader("Content-Type:");
     for (const auto& [name, value] : request_.headers) {

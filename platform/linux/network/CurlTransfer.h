@@ -66,7 +66,7 @@ private:
     URLResponse response_;
     std::size_t headerBytes_ = 0;
     bool hasAllHeaders_ = false;
-    /// Whether TLS has said that nothing more comes.
+    /// Whether the server has announced the end of the data over TLS.
     bool hasFarewell_ = false;
     /// Destroyed first: it refers to the others.
     std::unique_ptr<CURL, CurlRelease<&Curl::easyCleanup>> easy_;
