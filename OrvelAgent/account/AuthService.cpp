@@ -2,19 +2,9 @@
 #include "OrvelAgent/account/AuthService.h"
 
 #include "OrvelAgent/account/AuthError.h"
-#include "OrvelAgent/account/IdentityError.h"
-#include "OrvelAgent/network/SecretJSON.h"
 #include "core/Errors.h"
-#include "core/JSON.h"
 #include "core/SignInFailure.h"
 
-#include <QPointer>
-
-#include <boost/json/object.hpp>
-#include <boost/json/value_from.hpp>
-#include <boost/json/value_to.hpp>
-
-#include <array>
 #include <utility>
 
 namespace orvel {
@@ -23,30 +13,11 @@ namespace {
 
 constexpr tavrin::Seconds requestTimeout(60);
 
-/// A token that ends sooner is refreshed first.
-constexpr tavrin::Seconds leastRemainingLife(60);
-
-constexpr const char* sessionKey = "session";
-
-/// The layout before the session was one item.
-constexpr std::array<const char*, 4> earlierKeys{
-    "refreshToken", "uid", "accountEmail", "accountHandle"};
-
 QCoro::Task<std::optional<tavrin::Secret>> noToken() {
     co_return std::nullopt;
 }
 
-QCoro::Task<std::optional<tavrin::Secret>> currentTokenOf(QPointer<AuthService> service) {
-    if (!service) {
-        co_return std::nullopt;
-    }
-    co_return co_await service->currentToken();
-}
-
-QCoro::Task<> signOutOf(QPointer<AuthService> service) {
-    if (service) {
-        service->signOut();
-    }
+QCoro::Task<> nothing() {
     co_return;
 }
 
@@ -56,23 +27,20 @@ AuthService::AuthService(const Dependencies& dependencies, Configuration configu
     : urlSession_(dependencies.urlSession),
       worker_(dependencies.worker),
       workspace_(dependencies.workspace),
-      clock_(dependencies.clock),
       configuration_(std::move(configuration)),
-      identity_(urlSession_, worker_, clock_, configuration_),
-      keychain_(dependencies.keychain, configuration_.bundleIdentifier() + ".session"),
+      identity_(urlSession_, worker_, dependencies.clock, configuration_),
       deviceAuth_(dependencies.webAuthenticationSession, configuration_),
       log_(dependencies.logStore, "auth"),
+      sessions_(
+          std::make_shared<SessionStore>(dependencies.keychain, configuration_.bundleIdentifier())),
+      tokens_(identity_, *sessions_, dependencies.clock, log_, [this] { signOut(); }),
       restoring_(restore(restoreCancellation_.token())) {}
 
 AuthService::~AuthService() {
     lifetime_.cancel();
     restoreCancellation_.cancel();
     signInCancellation_.cancel();
-    const std::shared_ptr<Refresh> refresh = cancelRefresh();
     restoration_.reject(std::make_exception_ptr(tavrin::TaskCancelled()));
-    if (refresh) {
-        refresh->token.resolve(std::nullopt);
-    }
 }
 
 QCoro::Task<> AuthService::restored(tavrin::CancellationToken cancellation) {
@@ -82,88 +50,88 @@ QCoro::Task<> AuthService::restored(tavrin::CancellationToken cancellation) {
 QCoro::Task<> AuthService::restore(tavrin::CancellationToken cancellation) {
     std::optional<Session> session;
     try {
-        session = co_await loadSession(cancellation);
+        session = co_await sessions_->load(cancellation);
     } catch (const std::exception&) {
-        // Cancelled, or not to be read: then it is no session.
+        // An unreadable session counts as none.
     }
-    // A newer session has taken its place, or this object is gone.
+    // Cancelled: the user has signed in or out since, or this object is gone.
     if (cancellation.isCancelled()) {
         co_return;
     }
-    if (session) {
-        isSignedIn_ = !session->refreshToken.isEmpty();
-        accountEmail_ = std::move(session->email);
-        accountHandle_ = std::move(session->handle);
-        Q_EMIT changed();
-    }
-    if (!cancellation.isCancelled()) {
+    if (!session) {
         restoration_.resolve();
+        co_return;
     }
+    isSignedIn_ = !session->refreshToken.isEmpty();
+    accountEmail_ = std::move(session->email);
+    accountHandle_ = std::move(session->handle);
+    publish({restoration_, std::nullopt, std::nullopt});
 }
 
 QCoro::Task<> AuthService::signIn() {
     if (isSigningIn_) {
-        co_return;
+        return nothing();
     }
     signInCancellation_ = tavrin::CancellationSource();
-    const tavrin::CancellationToken cancellation = signInCancellation_.token();
-    const tavrin::CancellationToken lifetime = lifetime_.token();
     isSigningIn_ = true;
     lastError_.reset();
     needsAccount_ = false;
     log_.log("sign-in: opening browser");
-    Q_EMIT changed();
 
+    Reference self = reference();
+    SignInAttempt attempt(deviceAuth_, identity_, client(noToken), log_);
+    APIClient profileClient = client(tokenProvider(), sessionExpiredHandler());
+    tavrin::CancellationToken cancellation = signInCancellation_.token();
+    publish();
+    return runSignIn(
+        std::move(self), std::move(attempt), std::move(profileClient), std::move(cancellation));
+}
+
+QCoro::Task<> AuthService::runSignIn(
+    Reference self,
+    SignInAttempt attempt,
+    APIClient profileClient,
+    tavrin::CancellationToken cancellation) {
     std::exception_ptr failure;
     try {
-        // Whoever was told of the change may have destroyed this object.
-        lifetime.throwIfCancelled();
-        APIClient api = client(noToken);
-        tavrin::Secret customToken = co_await deviceAuth_.authorize(std::move(api), cancellation);
-        lifetime.throwIfCancelled();
-        cancellation.throwIfCancelled();
-        log_.log("sign-in: got custom token, exchanging for an ID token");
         const FirebaseIdentity::Tokens tokens =
-            co_await identity_.signInWithCustomToken(std::move(customToken), cancellation);
-        lifetime.throwIfCancelled();
-        cancellation.throwIfCancelled();
-        // A refresh of the session before this one must not come after it.
-        const std::shared_ptr<Refresh> refresh = cancelRefresh();
-        Session session;
-        session.refreshToken = tokens.refreshToken;
-        saveSession(session);
-        isSignedIn_ = true;
-        adopt(tokens);
-        log_.log("sign-in: succeeded");
-        restoreCancellation_.cancel();
-        Q_EMIT changed();
-        if (refresh) {
-            refresh->token.resolve(tokens.idToken);
+            co_await SignInAttempt::run(std::move(attempt), cancellation);
+        if (AuthService* const service = self.get()) {
+            service->acceptTokens(tokens);
         }
-        lifetime.throwIfCancelled();
-        restoration_.resolve();
-        lifetime.throwIfCancelled();
-        co_await loadProfile(cancellation);
+        co_await loadProfile(self, std::move(profileClient), cancellation);
     } catch (...) {
         failure = std::current_exception();
     }
-    if (!lifetime.isCancelled()) {
-        finishSignIn(failure);
+    if (AuthService* const service = self.get()) {
+        service->finishSignIn(failure);
     }
+}
+
+void AuthService::acceptTokens(const FirebaseIdentity::Tokens& tokens) {
+    // The refresh of the session before must not end after this.
+    Waiters waiters{restoration_, tokens_.replace(tokens), tokens.idToken};
+    Session session;
+    session.refreshToken = tokens.refreshToken;
+    sessions_->save(session);
+    isSignedIn_ = true;
+    log_.log("sign-in: succeeded");
+    restoreCancellation_.cancel();
+    publish(std::move(waiters));
 }
 
 void AuthService::finishSignIn(const std::exception_ptr& failure) {
-    // A failure that was on its way already stays one.
+    // Any other failure came before the cancellation and stays one.
     if (failure && signInCancellation_.token().isCancelled() && tavrin::isCancellation(failure)) {
         log_.log("sign-in: taken back");
     } else if (failure) {
-        noteFailedSignIn(failure);
+        recordFailedSignIn(failure);
     }
     isSigningIn_ = false;
-    Q_EMIT changed();
+    publish();
 }
 
-void AuthService::noteFailedSignIn(const std::exception_ptr& failure) {
+void AuthService::recordFailedSignIn(const std::exception_ptr& failure) {
     try {
         std::rethrow_exception(failure);
     } catch (const AuthError& error) {
@@ -186,114 +154,44 @@ void AuthService::cancelSignIn() {
 }
 
 void AuthService::signOut() {
-    const tavrin::CancellationToken lifetime = lifetime_.token();
-    ++signOuts_;
-    keychain_.remove(sessionKey);
-    for (const char* key : earlierKeys) {
-        keychain_.remove(key);
-    }
-    idToken_.reset();
-    idTokenExpiry_.reset();
-    const std::shared_ptr<Refresh> refresh = cancelRefresh();
+    ++signOutCount_;
+    sessions_->remove();
+    Waiters waiters{restoration_, tokens_.replace(std::nullopt), std::nullopt};
     isSignedIn_ = false;
     accountEmail_.reset();
     accountHandle_.reset();
     needsAccount_ = false;
     lastError_.reset();
     restoreCancellation_.cancel();
-    Q_EMIT changed();
-    // Last: those who hear of it and those who wait go on here and now, and may destroy this
-    // object.
-    if (refresh) {
-        refresh->token.resolve(std::nullopt);
-    }
-    if (!lifetime.isCancelled()) {
-        restoration_.resolve();
-    }
+    publish(std::move(waiters));
 }
 
 QCoro::Task<std::optional<tavrin::Secret>> AuthService::currentToken() {
-    if (idToken_ && idTokenExpiry_ && *idTokenExpiry_ - clock_.now() > leastRemainingLife) {
-        const tavrin::Secret token = *idToken_;
-        co_return token;
-    }
-    // Nothing suspends between the look and the start, so there is never more than one.
-    std::shared_ptr<Refresh> refresh = refreshInFlight_;
-    if (!refresh) {
-        refresh = std::make_shared<Refresh>();
-        refreshInFlight_ = refresh;
-        refreshing_ = refreshTokens(refresh);
-    }
-    co_await refresh->token.settled();
-    co_return refresh->token.value();
-}
-
-QCoro::Task<> AuthService::refreshTokens(std::shared_ptr<Refresh> refresh) {
-    const tavrin::CancellationToken cancellation = refresh->cancellation.token();
-    std::exception_ptr failure;
-    std::optional<tavrin::Secret> token;
-    try {
-        std::optional<Session> session = co_await loadSession(cancellation);
-        cancellation.throwIfCancelled();
-        if (session && !session->refreshToken.isEmpty()) {
-            const FirebaseIdentity::Tokens tokens =
-                co_await identity_.refresh(session->refreshToken, cancellation);
-            cancellation.throwIfCancelled();
-            session->refreshToken = tokens.refreshToken;
-            saveSession(*session);
-            adopt(tokens);
-            token = tokens.idToken;
-        }
-    } catch (...) {
-        failure = std::current_exception();
-    }
-    // Whoever cancelled it has answered those who wait, and this object may be gone.
-    if (cancellation.isCancelled()) {
-        co_return;
-    }
-    refreshInFlight_.reset();
-    if (failure) {
-        failRefresh(failure);
-    }
-    // Nothing here may touch this object any more: whoever was told of a sign-out may have
-    // destroyed it.
-    refresh->token.resolve(std::move(token));
-}
-
-void AuthService::failRefresh(const std::exception_ptr& failure) {
-    try {
-        std::rethrow_exception(failure);
-    } catch (const IdentityError& error) {
-        if (FirebaseIdentity::isRevocation(error.message())) {
-            log_.info("session revoked by server; signing out");
-            signOut();
-            return;
-        }
-    } catch (...) {
-        // Judged below like every other failure that may pass.
-    }
-    log_.info(
-        "token refresh failed transiently; staying signed in: {}", tavrin::description(failure));
-}
-
-std::shared_ptr<AuthService::Refresh> AuthService::cancelRefresh() {
-    std::shared_ptr<Refresh> refresh = std::exchange(refreshInFlight_, nullptr);
-    if (refresh) {
-        refresh->cancellation.cancel();
-    }
-    return refresh;
+    return tokens_.currentToken();
 }
 
 APIClient::TokenProvider AuthService::tokenProvider() {
-    return [service = QPointer<AuthService>(this)] {
-        return currentTokenOf(service);
+    return [self = reference()] {
+        return currentTokenOf(self);
     };
 }
 
 APIClient::SessionExpiredHandler AuthService::sessionExpiredHandler() {
-    return [service = QPointer<AuthService>(this)] {
-        return signOutOf(service);
+    return [self = reference()] {
+        return signOutOf(self);
     };
+}
+
+QCoro::Task<std::optional<tavrin::Secret>> AuthService::currentTokenOf(Reference self) {
+    AuthService* const service = self.get();
+    return service != nullptr ? service->currentToken() : noToken();
+}
+
+QCoro::Task<> AuthService::signOutOf(Reference self) {
+    if (AuthService* const service = self.get()) {
+        service->signOut();
+    }
+    return nothing();
 }
 
 void AuthService::openAccountPage() {
@@ -314,54 +212,34 @@ AuthService::stored(tavrin::CancellationToken cancellation) {
     };
     const auto byCaller = cancellation.onCancel(cancel);
     const auto byEnd = lifetime_.token().onCancel(cancel);
-    co_return co_await keychain_.settled(either.token());
+    co_return co_await sessions_->settled(either.token());
 }
 
-QCoro::Task<std::optional<AuthService::Session>>
-AuthService::loadSession(tavrin::CancellationToken cancellation) const {
-    const std::optional<tavrin::Secret> text = co_await keychain_.read(sessionKey, cancellation);
-    if (!text) {
-        co_return std::nullopt;
+QCoro::Task<>
+AuthService::loadProfile(Reference self, APIClient api, tavrin::CancellationToken cancellation) {
+    AuthService* service = self.get();
+    if (service == nullptr) {
+        co_return;
     }
-    try {
-        co_return boost::json::value_to<Session>(parseSecretJSON(text->text()));
-    } catch (const std::exception&) {
-        // What cannot be read is no session.
-        co_return std::nullopt;
-    }
-}
-
-void AuthService::saveSession(const Session& session) {
-    ++saves_;
-    const boost::json::value json = boost::json::value_from(session, wipingStorage());
-    keychain_.write(sessionKey, tavrin::Secret(serializeSecretJSON(json)));
-}
-
-QCoro::Task<> AuthService::loadProfile(tavrin::CancellationToken cancellation) {
-    const tavrin::CancellationToken lifetime = lifetime_.token();
-    const std::uint64_t signOuts = signOuts_;
-    std::optional<Session> session;
+    const std::shared_ptr<const SessionStore> sessions = service->sessions_;
+    const std::uint64_t signOutCount = service->signOutCount_;
     Profile profile;
+    std::optional<Session> session;
     try {
-        const APIClient api = client(tokenProvider(), sessionExpiredHandler());
-        profile =
-            co_await api.send<Profile, Empty>("/api/v1/profile", "GET", nullptr, cancellation);
-        lifetime.throwIfCancelled();
-        // The session that is merged must be the one that is replaced.
-        std::uint64_t saves = 0;
-        do {
-            saves = saves_;
-            session = co_await loadSession(lifetime);
-            lifetime.throwIfCancelled();
-        } while (saves != saves_);
+        profile = co_await api.send<Profile, Empty>(
+            "/api/v1/profile", "GET", nullptr, std::move(cancellation));
+        session = co_await SessionStore::loadLatest(sessions, self.lifetime);
     } catch (const std::exception&) {
-        // The session is as good without it.
+        // A session is complete without a profile.
         co_return;
     }
-    if (signOuts != signOuts_) {
-        // It was the profile of a session that is over.
-        co_return;
+    service = self.get();
+    if (service != nullptr && service->signOutCount_ == signOutCount) {
+        service->mergeProfile(std::move(profile), std::move(session));
     }
+}
+
+void AuthService::mergeProfile(Profile profile, std::optional<Session> session) {
     if (!session) {
         session.emplace();
     }
@@ -380,13 +258,24 @@ QCoro::Task<> AuthService::loadProfile(tavrin::CancellationToken cancellation) {
         session->uid = profile.uid;
     }
     // Also when the keychain had none: without a refresh token it counts as signed out.
-    saveSession(*session);
-    Q_EMIT changed();
+    sessions_->save(*session);
+    publish();
 }
 
-void AuthService::adopt(const FirebaseIdentity::Tokens& tokens) {
-    idToken_ = tokens.idToken;
-    idTokenExpiry_ = tokens.expiresAt;
+/// The only place that emits. Receivers and waiters run inside and may destroy this object, so
+/// nothing after the signal uses it.
+void AuthService::publish(Waiters waiters) {
+    Q_EMIT changed();
+    if (waiters.refresh) {
+        waiters.refresh->resolve(std::move(waiters.token));
+    }
+    if (waiters.restoration) {
+        waiters.restoration->resolve();
+    }
+}
+
+AuthService::Reference AuthService::reference() {
+    return {this, lifetime_.token()};
 }
 
 APIClient AuthService::client(
@@ -399,41 +288,6 @@ APIClient AuthService::client(
         std::move(tokenProvider),
         requestTimeout,
         std::move(onExpired)};
-}
-
-void tag_invoke(
-    const boost::json::value_from_tag&,
-    boost::json::value& json,
-    const AuthService::Session& session) {
-    boost::json::object& object = json.emplace_object();
-    object["refreshToken"] = session.refreshToken.text();
-    const auto add = [&object](const char* key, const std::optional<std::string>& value) {
-        if (value) {
-            object[key] = *value;
-        }
-    };
-    add("uid", session.uid);
-    add("email", session.email);
-    add("handle", session.handle);
-}
-
-AuthService::Session
-tag_invoke(const boost::json::value_to_tag<AuthService::Session>&, const boost::json::value& json) {
-    const boost::json::object& object = tavrin::asObject(json);
-    return {
-        tavrin::Secret(tavrin::stringAt(object, "refreshToken")),
-        tavrin::optionalStringAt(object, "uid"),
-        tavrin::optionalStringAt(object, "email"),
-        tavrin::optionalStringAt(object, "handle")};
-}
-
-AuthService::Profile
-tag_invoke(const boost::json::value_to_tag<AuthService::Profile>&, const boost::json::value& json) {
-    const boost::json::object& object = tavrin::asObject(json);
-    return {
-        tavrin::optionalStringAt(object, "uid"),
-        tavrin::optionalStringAt(object, "email"),
-        tavrin::optionalStringAt(object, "handle")};
 }
 
 } // namespace orvel

@@ -3,13 +3,14 @@
 
 #include "OrvelAgent/account/DeviceAuth.h"
 #include "OrvelAgent/account/FirebaseIdentity.h"
-#include "OrvelAgent/account/KeychainStore.h"
+#include "OrvelAgent/account/SessionStore.h"
+#include "OrvelAgent/account/SignInAttempt.h"
+#include "OrvelAgent/account/TokenRefresher.h"
 #include "OrvelAgent/base/Configuration.h"
 #include "OrvelAgent/base/Deferred.h"
 #include "OrvelAgent/base/Logger.h"
 #include "OrvelAgent/network/APIClient.h"
 #include "core/CancellationToken.h"
-#include "core/Date.h"
 #include "core/Secret.h"
 #include "platform/Clock.h"
 #include "platform/Keychain.h"
@@ -30,31 +31,17 @@
 namespace orvel {
 
 /// The user's session with the service: signs in through the browser, keeps the session in the
-/// keychain, hands out fresh ID tokens, and signs out when the server says that it is over.
+/// keychain, hands out fresh ID tokens, and signs out when the server ends the session.
 ///
-/// The ID token lives in memory only. Main thread; what it is given besides the configuration is
-/// borrowed and must outlive every coroutine of it. It may be destroyed at any time: whatever runs
-/// then ends at once, without a sign-in and without a token.
+/// Main thread. Everything in `Dependencies` is borrowed and must outlive every coroutine of this
+/// object. The object may be destroyed at any time, also by a receiver of `changed` and by a waiter
+/// of a result: its coroutines then end at once, without a sign-in and without a token. Therefore
+/// each step completes its state and then calls `publish` last, and a coroutine that runs several
+/// steps is static and holds a `Reference`.
 class AuthService final : public QObject {
     Q_OBJECT
 
 public:
-    /// What the keychain keeps, as one JSON text under the account "session".
-    struct Session {
-        tavrin::Secret refreshToken;
-        std::optional<std::string> uid;
-        std::optional<std::string> email;
-        std::optional<std::string> handle;
-    };
-
-    /// What the service knows about the account.
-    struct Profile {
-        std::optional<std::string> uid;
-        std::optional<std::string> email;
-        std::optional<std::string> handle;
-    };
-
-    /// What it borrows.
     struct Dependencies {
         URLSession& urlSession;
         Worker& worker;
@@ -74,31 +61,31 @@ public:
     /// `tavrin::TaskCancelled` at once when cancelled, and when this object is destroyed.
     QCoro::Task<> restored(tavrin::CancellationToken cancellation = {});
 
-    /// Signs in through the browser. Never throws: how it went is in the properties. Does nothing
+    /// Signs in through the browser. Never throws: the outcome is in the properties. Does nothing
     /// while a sign-in runs.
     QCoro::Task<> signIn();
 
-    /// Ends a sign-in that runs. Whoever takes it back has not failed: that leaves no error. One
-    /// that has failed already, and only has not said so yet, has failed all the same.
+    /// Ends the running sign-in without an error. If it has failed already and only the report is
+    /// pending, the error stays.
     void cancelSignIn();
 
     /// Forgets the session, here and in the keychain.
     void signOut();
 
-    /// A token that is good for another minute at least, refreshed if needed; nothing when there is
-    /// no session or no new token could be had.
+    /// A token that is good for another minute at least, refreshed if needed; no value without a
+    /// session or when the refresh fails.
     QCoro::Task<std::optional<tavrin::Secret>> currentToken();
 
-    /// For clients of the service, which may outlive this object: then there is no token, and
-    /// nothing is left to be signed out.
+    /// For clients of the service. Both may outlive this object; then they give no token and do
+    /// nothing.
     [[nodiscard]] APIClient::TokenProvider tokenProvider();
     [[nodiscard]] APIClient::SessionExpiredHandler sessionExpiredHandler();
 
     /// Opens the web site in the default browser.
     void openAccountPage();
 
-    /// Waits until the keychain has every change, and gives the reason when it cannot keep them
-    /// beyond the life of this process. Throws as `restored` does.
+    /// Waits until the keychain has stored every change; the reason when it could not. Throws as
+    /// `restored` does.
     QCoro::Task<std::optional<tavrin::PlatformError>>
     stored(tavrin::CancellationToken cancellation = {});
 
@@ -117,35 +104,55 @@ Q_SIGNALS:
     void changed();
 
 private:
-    /// One refresh and everybody who waits for its token.
-    struct Refresh {
-        tavrin::CancellationSource cancellation;
-        Deferred<std::optional<tavrin::Secret>> token;
+    /// What a coroutine holds in place of `this`. (A `QPointer` is cleared only at the end of the
+    /// destructor, which resumes coroutines before.)
+    struct Reference {
+        AuthService* service;
+        tavrin::CancellationToken lifetime;
+
+        /// Null once the destructor has begun.
+        [[nodiscard]] AuthService* get() const {
+            return lifetime.isCancelled() ? nullptr : service;
+        }
+    };
+
+    /// Those who wait for the end of a step.
+    struct Waiters {
+        std::optional<Deferred<void>> restoration;
+        std::optional<Deferred<std::optional<tavrin::Secret>>> refresh;
+        std::optional<tavrin::Secret> token;
     };
 
     QCoro::Task<> restore(tavrin::CancellationToken cancellation);
-    void finishSignIn(const std::exception_ptr& failure);
-    void noteFailedSignIn(const std::exception_ptr& failure);
-    QCoro::Task<> refreshTokens(std::shared_ptr<Refresh> refresh);
-    void failRefresh(const std::exception_ptr& failure);
-    [[nodiscard]] std::shared_ptr<Refresh> cancelRefresh();
+    static QCoro::Task<> runSignIn(
+        Reference self,
+        SignInAttempt attempt,
+        APIClient profileClient,
+        tavrin::CancellationToken cancellation);
+    static QCoro::Task<>
+    loadProfile(Reference self, APIClient api, tavrin::CancellationToken cancellation);
+    static QCoro::Task<std::optional<tavrin::Secret>> currentTokenOf(Reference self);
+    static QCoro::Task<> signOutOf(Reference self);
 
-    QCoro::Task<std::optional<Session>> loadSession(tavrin::CancellationToken cancellation) const;
-    void saveSession(const Session& session);
-    QCoro::Task<> loadProfile(tavrin::CancellationToken cancellation);
-    void adopt(const FirebaseIdentity::Tokens& tokens);
+    void acceptTokens(const FirebaseIdentity::Tokens& tokens);
+    void mergeProfile(Profile profile, std::optional<Session> session);
+    void finishSignIn(const std::exception_ptr& failure);
+    void recordFailedSignIn(const std::exception_ptr& failure);
+    void publish(Waiters waiters = {});
+
+    [[nodiscard]] Reference reference();
     [[nodiscard]] APIClient
     client(APIClient::TokenProvider tokenProvider, APIClient::SessionExpiredHandler onExpired = {});
 
     URLSession& urlSession_;
     Worker& worker_;
     Workspace& workspace_;
-    Clock& clock_;
     const Configuration configuration_;
     const FirebaseIdentity identity_;
-    const KeychainStore keychain_;
-    DeviceAuth deviceAuth_;
+    const DeviceAuth deviceAuth_;
     const Logger log_;
+    const std::shared_ptr<SessionStore> sessions_;
+    TokenRefresher tokens_;
 
     bool isSignedIn_ = false;
     std::optional<std::string> accountEmail_;
@@ -154,30 +161,14 @@ private:
     std::optional<std::string> lastError_;
     bool needsAccount_ = false;
 
-    std::optional<tavrin::Secret> idToken_;
-    std::optional<tavrin::Date> idTokenExpiry_;
-    std::shared_ptr<Refresh> refreshInFlight_;
     tavrin::CancellationSource signInCancellation_;
-    /// How often the stored session was changed, and how often the user was signed out.
-    std::uint64_t saves_ = 0;
-    std::uint64_t signOuts_ = 0;
+    std::uint64_t signOutCount_ = 0;
 
-    Deferred<void> restoration_;
+    const Deferred<void> restoration_;
     tavrin::CancellationSource restoreCancellation_;
-    /// Cancelled by the destructor: who finds it so must not touch this object.
+    /// Cancelled by the destructor.
     tavrin::CancellationSource lifetime_;
     QCoro::Task<> restoring_;
-    QCoro::Task<> refreshing_;
 };
-
-void tag_invoke(
-    const boost::json::value_from_tag&,
-    boost::json::value& json,
-    const AuthService::Session& session);
-// Each throws `tavrin::JSONDecodingError` when a required key is missing or a type is wrong.
-AuthService::Session
-tag_invoke(const boost::json::value_to_tag<AuthService::Session>&, const boost::json::value& json);
-AuthService::Profile
-tag_invoke(const boost::json::value_to_tag<AuthService::Profile>&, const boost::json::value& json);
 
 } // namespace orvel

@@ -2,6 +2,7 @@
 #include "OrvelAgent/account/DeviceAuth.h"
 
 #include "OrvelAgent/account/AuthError.h"
+#include "OrvelAgent/account/SignInVerifier.h"
 #include "OrvelAgent/base/Completion.h"
 #include "OrvelAgent/base/Configuration.h"
 #include "OrvelAgent/network/QueryItems.h"
@@ -9,17 +10,11 @@
 #include "core/SignInFailure.h"
 #include "platform/WebAuthenticationSession.h"
 
-#include <QByteArray>
-#include <QCryptographicHash>
-#include <QRandomGenerator>
 #include <QString>
 #include <QUrl>
 
-#include <array>
-#include <cstddef>
 #include <memory>
 #include <optional>
-#include <string_view>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -55,16 +50,6 @@ tag_invoke(const boost::json::value_to_tag<TokenResponse>&, const boost::json::v
     // Nobody needs the account's id, but a reply without it is not a whole one.
     static_cast<void>(tavrin::stringAt(object, "uid"));
     return {tavrin::Secret(tavrin::stringAt(object, "customToken"))};
-}
-
-/// Base64url without padding. Overwrites the bytes.
-std::string base64URL(QByteArray bytes) {
-    QByteArray encoded =
-        bytes.toBase64(QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals);
-    std::string text(encoded.constData(), static_cast<std::size_t>(encoded.size()));
-    tavrin::wipe(encoded.data(), static_cast<std::size_t>(encoded.size()));
-    tavrin::wipe(bytes.data(), static_cast<std::size_t>(bytes.size()));
-    return text;
 }
 
 /// The code that a callback carries.
@@ -119,20 +104,6 @@ DeviceAuth::DeviceAuth(WebAuthenticationSession& session, const Configuration& c
       webBaseURL_(configuration.webBaseURL()),
       version_(configuration.shortVersion()) {}
 
-std::string DeviceAuth::makeVerifier() {
-    constexpr qsizetype size = 32;
-    std::array<quint32, size / sizeof(quint32)> words{};
-    QRandomGenerator::system()->fillRange(words.data(), words.size());
-    std::string verifier = base64URL(QByteArray(reinterpret_cast<const char*>(words.data()), size));
-    tavrin::wipe(words.data(), size);
-    return verifier;
-}
-
-std::string DeviceAuth::challenge(const std::string& verifier) {
-    const QByteArrayView bytes(verifier.data(), static_cast<qsizetype>(verifier.size()));
-    return base64URL(QCryptographicHash::hash(bytes, QCryptographicHash::Sha256));
-}
-
 QCoro::Task<tavrin::Secret>
 DeviceAuth::authorize(APIClient api, tavrin::CancellationToken cancellation) const {
     return authorizeFrom(*this, std::move(api), std::move(cancellation));
@@ -145,7 +116,7 @@ DeviceAuth::present(std::string url, tavrin::CancellationToken cancellation) con
 
 std::string DeviceAuth::signInURL(const std::string& verifier) const {
     const std::vector<QueryItem> items = {
-        {"challenge", challenge(verifier)}, {"client", "mac"}, {"v", version_}};
+        {"challenge", SignInVerifier::challenge(verifier)}, {"client", "mac"}, {"v", version_}};
     std::string url = webBaseURL_ + "/link?" + percentEncodedQuery(items);
     if (!QUrl(QString::fromStdString(url), QUrl::StrictMode).isValid()) {
         throw AuthError("Could not build the sign-in URL.");
@@ -155,7 +126,7 @@ std::string DeviceAuth::signInURL(const std::string& verifier) const {
 
 QCoro::Task<tavrin::Secret>
 DeviceAuth::authorizeFrom(DeviceAuth auth, APIClient api, tavrin::CancellationToken cancellation) {
-    tavrin::Secret verifier(makeVerifier());
+    tavrin::Secret verifier(SignInVerifier::makeVerifier());
     std::string url = auth.signInURL(verifier.text());
     std::string callbackURL = co_await presentFrom(auth.session_, std::move(url), cancellation);
     const tavrin::Secret callback(std::move(callbackURL));

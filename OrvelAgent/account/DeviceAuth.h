@@ -30,14 +30,10 @@ public:
     [[nodiscard]] QCoro::Task<tavrin::Secret>
     authorize(APIClient api, tavrin::CancellationToken cancellation = {}) const;
 
-    /// Shows the page and gives the URL of its callback, an outsider's text. Throws `AuthError`
-    /// when there is none, and `tavrin::TaskCancelled` when cancelled.
+    /// Shows the page and gives the URL of its callback, which is not to be trusted. Throws
+    /// `AuthError` when there is none, and `tavrin::TaskCancelled` when cancelled.
     [[nodiscard]] QCoro::Task<std::string>
     present(std::string url, tavrin::CancellationToken cancellation = {}) const;
-
-    /// 256 bits of the system's secure random source, as 43 characters of Base64url.
-    [[nodiscard]] static std::string makeVerifier();
-    [[nodiscard]] static std::string challenge(const std::string& verifier);
 
 private:
     static QCoro::Task<tavrin::Secret>

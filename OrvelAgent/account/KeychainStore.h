@@ -19,8 +19,6 @@ class KeychainStore final {
 public:
     KeychainStore(Keychain& keychain, std::string service);
 
-    [[nodiscard]] const std::string& service() const { return service_; }
-
     /// The item's value; nothing when there is none or it cannot be read. Waits as long as the user
     /// takes to unlock the keychain; throws `tavrin::TaskCancelled` at once when cancelled.
     QCoro::Task<std::optional<tavrin::Secret>>

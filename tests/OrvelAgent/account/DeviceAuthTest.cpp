@@ -2,6 +2,7 @@
 #include "OrvelAgent/account/DeviceAuth.h"
 
 #include "OrvelAgent/account/AuthError.h"
+#include "OrvelAgent/account/SignInVerifier.h"
 #include "OrvelAgent/base/Configuration.h"
 #include "OrvelAgent/network/QueryItems.h"
 #include "tests/support/RunTask.h"
@@ -134,21 +135,22 @@ protected:
 
 TEST(DeviceAuthProofTest, TheChallengeIsThatOfTheStandardsExample) {
     EXPECT_EQ(
-        DeviceAuth::challenge("dBjftJeZ4CVP-mB92K27uhbUJU1p1r_wW1gFWFOEjXk"),
+        SignInVerifier::challenge("dBjftJeZ4CVP-mB92K27uhbUJU1p1r_wW1gFWFOEjXk"),
         "E9Melhoa2OwvFrEMTJguCHaoeK1t8URWbuGJSstw-cM");
 }
 
 TEST(DeviceAuthProofTest, AVerifierIs43CharactersOfBase64URL) {
     std::set<std::string> verifiers;
     for (int i = 0; i < 100; ++i) {
-        const std::string verifier = DeviceAuth::makeVerifier();
+        const std::string verifier = SignInVerifier::makeVerifier();
         EXPECT_EQ(verifier.size(), 43U);
+        EXPECT_EQ(verifier.size(), SignInVerifier::length);
         EXPECT_EQ(
             verifier.find_first_not_of(
                 "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_"),
             std::string::npos)
             << verifier;
-        EXPECT_EQ(DeviceAuth::challenge(verifier), DeviceAuth::challenge(verifier));
+        EXPECT_EQ(SignInVerifier::challenge(verifier), SignInVerifier::challenge(verifier));
         verifiers.insert(verifier);
     }
     EXPECT_EQ(verifiers.size(), 100U);
@@ -177,7 +179,7 @@ TEST_F(DeviceAuthTest, ThePageGetsTheChallengeOfTheVerifierThatIsExchanged) {
     static_cast<void>(runTask(authorize()));
     const boost::json::value body = boost::json::parse(network_.requests().front().body.value());
     const auto verifier = boost::json::value_to<std::string>(body.at("codeVerifier"));
-    const std::string challenge = DeviceAuth::challenge(verifier);
+    const std::string challenge = SignInVerifier::challenge(verifier);
     ASSERT_EQ(browser_.pages().size(), 1U);
     EXPECT_EQ(
         browser_.pages().front().url,

@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/account/Session.h"
+
+#include "core/JSON.h"
+
+#include <boost/json/object.hpp>
+
+namespace orvel {
+
+void tag_invoke(
+    const boost::json::value_from_tag&, boost::json::value& json, const Session& session) {
+    boost::json::object& object = json.emplace_object();
+    object["refreshToken"] = session.refreshToken.text();
+    const auto add = [&object](const char* key, const std::optional<std::string>& value) {
+        if (value) {
+            object[key] = *value;
+        }
+    };
+    add("uid", session.uid);
+    add("email", session.email);
+    add("handle", session.handle);
+}
+
+Session tag_invoke(const boost::json::value_to_tag<Session>&, const boost::json::value& json) {
+    const boost::json::object& object = tavrin::asObject(json);
+    return {
+        tavrin::Secret(tavrin::stringAt(object, "refreshToken")),
+        tavrin::optionalStringAt(object, "uid"),
+        tavrin::optionalStringAt(object, "email"),
+        tavrin::optionalStringAt(object, "handle")};
+}
+
+Profile tag_invoke(const boost::json::value_to_tag<Profile>&, const boost::json::value& json) {
+    const boost::json::object& object = tavrin::asObject(json);
+    return {
+        tavrin::optionalStringAt(object, "uid"),
+        tavrin::optionalStringAt(object, "email"),
+        tavrin::optionalStringAt(object, "handle")};
+}
+
+} // namespace orvel

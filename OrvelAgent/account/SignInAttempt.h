@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "OrvelAgent/account/DeviceAuth.h"
+#include "OrvelAgent/account/FirebaseIdentity.h"
+#include "OrvelAgent/base/Logger.h"
+
+namespace orvel {
+
+/// One sign-in: through the browser, then at the identity provider. A value; what its parts borrow
+/// must outlive it. Main thread.
+class SignInAttempt final {
+public:
+    /// `api` needs no bearer token.
+    SignInAttempt(DeviceAuth deviceAuth, FirebaseIdentity identity, APIClient api, Logger log);
+
+    /// Throws what `DeviceAuth::authorize` and `FirebaseIdentity::signInWithCustomToken` throw. A
+    /// cancelled attempt gives no tokens.
+    static QCoro::Task<FirebaseIdentity::Tokens>
+    run(SignInAttempt attempt, tavrin::CancellationToken cancellation);
+
+private:
+    DeviceAuth deviceAuth_;
+    FirebaseIdentity identity_;
+    APIClient api_;
+    Logger log_;
+};
+
+} // namespace orvel

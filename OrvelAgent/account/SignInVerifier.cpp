@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/account/SignInVerifier.h"
+
+#include "core/Secret.h"
+
+#include <QByteArray>
+#include <QCryptographicHash>
+#include <QRandomGenerator>
+
+#include <array>
+
+namespace orvel {
+
+namespace {
+
+/// Base64url without padding. Overwrites the bytes.
+std::string base64URL(QByteArray bytes) {
+    QByteArray encoded =
+        bytes.toBase64(QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals);
+    std::string text(encoded.constData(), static_cast<std::size_t>(encoded.size()));
+    tavrin::wipe(encoded.data(), static_cast<std::size_t>(encoded.size()));
+    tavrin::wipe(bytes.data(), static_cast<std::size_t>(bytes.size()));
+    return text;
+}
+
+} // namespace
+
+std::string SignInVerifier::makeVerifier() {
+    std::array<quint32, randomBytes / sizeof(quint32)> words{};
+    QRandomGenerator::system()->fillRange(words.data(), words.size());
+    std::string verifier =
+        base64URL(QByteArray(reinterpret_cast<const char*>(words.data()), randomBytes));
+    tavrin::wipe(words.data(), randomBytes);
+    return verifier;
+}
+
+std::string SignInVerifier::challenge(const std::string& verifier) {
+    const QByteArrayView bytes(verifier.data(), static_cast<qsizetype>(verifier.size()));
+    return base64URL(QCryptographicHash::hash(bytes, QCryptographicHash::Sha256));
+}
+
+} // namespace orvel

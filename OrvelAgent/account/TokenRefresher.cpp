@@ -1,0 +1,123 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/account/TokenRefresher.h"
+
+#include "OrvelAgent/account/IdentityError.h"
+#include "core/Errors.h"
+#include "platform/Clock.h"
+
+#include <exception>
+#include <utility>
+
+namespace orvel {
+
+namespace {
+
+/// A token that ends sooner is refreshed first.
+constexpr tavrin::Seconds leastRemainingLife(60);
+
+bool isRevocation(const std::exception_ptr& failure) {
+    try {
+        std::rethrow_exception(failure);
+    } catch (const IdentityError& error) {
+        return FirebaseIdentity::isRevocation(error.message());
+    } catch (...) {
+        return false;
+    }
+}
+
+} // namespace
+
+TokenRefresher::TokenRefresher(
+    FirebaseIdentity identity,
+    SessionStore& sessions,
+    Clock& clock,
+    Logger log,
+    std::function<void()> onRevoked)
+    : identity_(std::move(identity)),
+      sessions_(sessions),
+      clock_(clock),
+      log_(std::move(log)),
+      onRevoked_(std::move(onRevoked)) {}
+
+TokenRefresher::~TokenRefresher() {
+    if (const auto waiting = replace(std::nullopt)) {
+        waiting->resolve(std::nullopt);
+    }
+}
+
+QCoro::Task<TokenRefresher::Token> TokenRefresher::currentToken() {
+    if (idToken_ && idTokenExpiry_ && *idTokenExpiry_ - clock_.now() > leastRemainingLife) {
+        const tavrin::Secret token = *idToken_;
+        co_return token;
+    }
+    // Nothing suspends between the check and the start, so there is never more than one.
+    Refresh refresh;
+    if (refreshInFlight_) {
+        refresh = *refreshInFlight_;
+    } else {
+        refreshInFlight_ = refresh;
+        refreshing_ = run(refresh);
+    }
+    co_await refresh.token.settled();
+    co_return refresh.token.value();
+}
+
+std::optional<Deferred<TokenRefresher::Token>>
+TokenRefresher::replace(const std::optional<FirebaseIdentity::Tokens>& tokens) {
+    idToken_.reset();
+    idTokenExpiry_.reset();
+    if (tokens) {
+        setToken(*tokens);
+    }
+    std::optional<Refresh> ended = std::exchange(refreshInFlight_, std::nullopt);
+    if (!ended) {
+        return std::nullopt;
+    }
+    ended->cancellation.cancel();
+    return ended->token;
+}
+
+QCoro::Task<> TokenRefresher::run(Refresh refresh) {
+    const tavrin::CancellationToken cancellation = refresh.cancellation.token();
+    std::optional<tavrin::Secret> token;
+    std::exception_ptr failure;
+    try {
+        std::optional<Session> session = co_await sessions_.load(cancellation);
+        cancellation.throwIfCancelled();
+        if (session && !session->refreshToken.isEmpty()) {
+            const FirebaseIdentity::Tokens tokens =
+                co_await identity_.refresh(session->refreshToken, cancellation);
+            cancellation.throwIfCancelled();
+            session->refreshToken = tokens.refreshToken;
+            sessions_.save(*session);
+            setToken(tokens);
+            token = tokens.idToken;
+        }
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    // Cancelled by `replace`: its caller has the result, and this object may be gone.
+    if (cancellation.isCancelled()) {
+        co_return;
+    }
+    if (failure && isRevocation(failure)) {
+        log_.info("session revoked by server; signing out");
+        const std::function<void()> onRevoked = onRevoked_;
+        onRevoked();
+        co_return;
+    }
+    if (failure) {
+        log_.info(
+            "token refresh failed transiently; staying signed in: {}",
+            tavrin::description(failure));
+    }
+    refreshInFlight_.reset();
+    refresh.token.resolve(std::move(token));
+}
+
+void TokenRefresher::setToken(const FirebaseIdentity::Tokens& tokens) {
+    idToken_ = tokens.idToken;
+    idTokenExpiry_ = tokens.expiresAt;
+}
+
+} // namespace orvel

@@ -1,0 +1,124 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tests/OrvelAgent/account/AuthServiceFixture.h"
+
+namespace orvel {
+
+namespace {
+
+using test::processEvents;
+using test::runTask;
+
+} // namespace
+
+TEST_F(AuthServiceTest, AFailedProfileCallChangesNothing) {
+    for (const int status : {404, 500}) {
+        answerWith(profilePath, status, "");
+        start();
+        runTask(auth_->signIn());
+        EXPECT_TRUE(auth_->isSignedIn());
+        EXPECT_EQ(auth_->lastError(), std::nullopt);
+        EXPECT_EQ(auth_->accountEmail(), std::nullopt);
+        EXPECT_EQ(keychain_.items[sessionItem], R"({"refreshToken":"refresh-secret-1"})");
+    }
+}
+
+TEST_F(AuthServiceTest, WhatTheProfileLacksStaysAsItWas) {
+    start();
+    runTask(auth_->signIn());
+    // Signed in again, and the service knows less than before.
+    answerWith(profilePath, 200, R"({"ok":true,"data":{"handle":""}})");
+    runTask(auth_->signIn());
+    EXPECT_EQ(auth_->accountEmail(), "one@orvel.example");
+    EXPECT_EQ(auth_->accountHandle(), "one");
+    EXPECT_EQ(keychain_.items[sessionItem], R"({"refreshToken":"refresh-secret-1"})");
+}
+
+TEST_F(AuthServiceTest, AnExpiredSessionInTheProfileCallSignsOut) {
+    answerWith(
+        profilePath, 401, R"({"ok":false,"error":"Session expired.","code":"session_expired"})");
+    start();
+    runTask(auth_->signIn());
+    expectSignedOut();
+    EXPECT_FALSE(auth_->isSigningIn());
+}
+
+TEST_F(AuthServiceTest, A401WithoutTheCodeInTheProfileCallKeepsTheSession) {
+    answerWith(profilePath, 401, R"({"ok":false,"error":"No."})");
+    start();
+    runTask(auth_->signIn());
+    EXPECT_TRUE(auth_->isSignedIn());
+}
+
+TEST_F(AuthServiceTest, SigningOutWhileTheProfileIsMergedStaysSignedOut) {
+    start();
+    urlSession_.setHandler([this](const URLRequest& request) -> FakeURLSession::Answer {
+        if (request.url.find(profilePath) != std::string::npos) {
+            // The stored session is read, and the answer waits.
+            keychain_.lock();
+            return URLResponse{200, profileReply};
+        }
+        const bool isExchange = request.url.find(exchangePath) != std::string::npos;
+        return URLResponse{200, isExchange ? exchangeReply : signInReply};
+    });
+    auto signIn = auth_->signIn();
+    while (!keychain_.isReadWaiting()) {
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    }
+    auth_->signOut();
+    keychain_.unlock();
+    runTask(std::move(signIn));
+    expectSignedOut();
+}
+
+TEST_F(AuthServiceTest, ASessionStoredWhileTheProfileIsMergedIsNotReplacedByTheOlder) {
+    answerWith(profilePath, 200, profileReply);
+    start();
+    urlSession_.setHandler([this](const URLRequest& request) -> FakeURLSession::Answer {
+        if (request.url.find(profilePath) != std::string::npos) {
+            keychain_.lock();
+            return URLResponse{200, profileReply};
+        }
+        if (request.url.find(refreshPath) != std::string::npos) {
+            return URLResponse{200, refreshReply};
+        }
+        const bool isExchange = request.url.find(exchangePath) != std::string::npos;
+        return URLResponse{200, isExchange ? exchangeReply : signInReply};
+    });
+    auto signIn = auth_->signIn();
+    while (!keychain_.isReadWaiting()) {
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    }
+    clock_.advance(tavrin::Seconds(3600));
+    auto token = auth_->currentToken();
+    // The refresh reads what is stored, too; it comes to its end first.
+    keychain_.unlockLast();
+    EXPECT_EQ(textOf(runTask(std::move(token))), "id-secret-2");
+    keychain_.unlock();
+    runTask(std::move(signIn));
+    EXPECT_EQ(
+        keychain_.items[sessionItem],
+        R"({"refreshToken":"refresh-secret-2","uid":"uid-1","email":"one@orvel.example",)"
+        R"("handle":"one"})");
+}
+
+TEST_F(AuthServiceTest, AProfileWithoutAStoredSessionIsStoredWithAnEmptyRefreshToken) {
+    keychain_.losesWrites = true;
+    urlSession_.setHandler([this](const URLRequest& request) -> FakeURLSession::Answer {
+        if (request.url.find(profilePath) != std::string::npos) {
+            keychain_.losesWrites = false;
+            return URLResponse{200, profileReply};
+        }
+        const bool isExchange = request.url.find(exchangePath) != std::string::npos;
+        return URLResponse{200, isExchange ? exchangeReply : signInReply};
+    });
+    start();
+    runTask(auth_->signIn());
+    EXPECT_TRUE(auth_->isSignedIn());
+    EXPECT_EQ(
+        keychain_.items[sessionItem],
+        R"({"refreshToken":"","uid":"uid-1","email":"one@orvel.example","handle":"one"})");
+    start();
+    EXPECT_FALSE(auth_->isSignedIn());
+}
+
+} // namespace orvel

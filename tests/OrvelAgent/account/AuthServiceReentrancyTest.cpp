@@ -1,0 +1,242 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tests/OrvelAgent/account/AuthServiceFixture.h"
+
+namespace orvel {
+
+namespace {
+
+using test::processEvents;
+using test::runTask;
+
+using Token = std::optional<tavrin::Secret>;
+
+QCoro::Task<> destroyWhenAnswered(std::unique_ptr<AuthService>* auth) {
+    co_await (*auth)->currentToken();
+    auth->reset();
+}
+
+/// Asks for a token from within the destructor, which is where `restored` throws.
+QCoro::Task<Token> tokenAfterTheEnd(AuthService* auth) {
+    const APIClient::TokenProvider provider = auth->tokenProvider();
+    bool isAlive = true;
+    try {
+        co_await auth->restored();
+    } catch (const tavrin::TaskCancelled&) {
+        isAlive = false;
+    }
+    EXPECT_FALSE(isAlive);
+    co_return co_await provider();
+}
+
+/// A receiver of `changed` does the worst it can, at every emission of every step in turn. What it
+/// breaks, the address sanitizer reports.
+class AuthServiceReentrancyTest : public AuthServiceTest {
+protected:
+    using Reaction = std::function<void()>;
+
+    /// `act` starts the tasks that emit. Runs it once for every emission and every reaction.
+    void reactToEveryEmission(
+        int emissions, const std::function<void()>& prepare, const std::function<void()>& act) {
+        const std::map<std::string, Reaction> reactions{
+            {"destroy",
+             [this] {
+                 auth_.reset();
+             }},
+            {"replace",
+             [this] {
+                 begin();
+             }},
+            {"sign out",
+             [this] {
+                 auth_->signOut();
+             }},
+            {"cancel the sign-in",
+             [this] {
+                 auth_->cancelSignIn();
+             }},
+            {"sign in",
+             [this] {
+                 tasks_.push_back(auth_->signIn());
+             }},
+            {"ask for a token", [this] {
+                 tokens_.push_back(auth_->currentToken());
+             }}};
+        for (const auto& [name, reaction] : reactions) {
+            for (int emission = 1; emission <= emissions; ++emission) {
+                SCOPED_TRACE(name + " at emission " + std::to_string(emission));
+                auth_.reset();
+                keychain_.items.clear();
+                prepare();
+                EXPECT_TRUE(reactsAt(emission, reaction, act));
+            }
+            auth_.reset();
+            keychain_.items.clear();
+            prepare();
+            EXPECT_FALSE(reactsAt(emissions + 1, {}, act)) << "more emissions than expected";
+        }
+    }
+
+    void startWithARefreshInFlight() {
+        hang(refreshPath);
+        startSignedIn();
+        const auto before = requestCount(refreshPath);
+        tokens_.push_back(auth_->currentToken());
+        tokens_.push_back(auth_->currentToken());
+        while (requestCount(refreshPath) == before) {
+            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+        }
+    }
+
+    std::vector<QCoro::Task<>> tasks_;
+    std::vector<QCoro::Task<Token>> tokens_;
+
+private:
+    bool reactsAt(int emission, const Reaction& reaction, const std::function<void()>& act) {
+        int count = 0;
+        bool hasReacted = false;
+        auto context = std::make_unique<QObject>();
+        QObject::connect(auth_.get(), &AuthService::changed, context.get(), [&] {
+            if (++count == emission) {
+                hasReacted = true;
+                if (reaction) {
+                    reaction();
+                }
+            }
+        });
+        act();
+        finishTasks();
+        context.reset();
+        finishTokens();
+        return hasReacted;
+    }
+
+    void finishTasks() {
+        // By index: a task that ends may start another.
+        for (std::size_t i = 0; i < tasks_.size(); ++i) {
+            QCoro::Task<> task = std::move(tasks_[i]);
+            try {
+                runTask(std::move(task));
+            } catch (const tavrin::TaskCancelled&) {
+                EXPECT_EQ(auth_ && auth_->isSigningIn(), false);
+            }
+        }
+        tasks_.clear();
+    }
+
+    /// Every waiter gets an answer, and every request ends.
+    void finishTokens() {
+        if (auth_) {
+            // Ends a refresh whose request gets no reply.
+            auth_->signOut();
+        }
+        for (std::size_t i = 0; i < tokens_.size(); ++i) {
+            QCoro::Task<Token> task = std::move(tokens_[i]);
+            static_cast<void>(runTask(std::move(task)));
+        }
+        tokens_.clear();
+        processEvents();
+        EXPECT_EQ(urlSession_.inFlight(), 0U);
+        EXPECT_EQ(auth_ && auth_->isSigningIn(), false);
+    }
+};
+
+} // namespace
+
+TEST_F(AuthServiceReentrancyTest, WhileTheSessionIsRestored) {
+    const auto prepare = [this] {
+        keychain_.items[sessionItem] = storedSession;
+        keychain_.lock();
+        begin();
+    };
+    const auto act = [this] {
+        tasks_.push_back(auth_->restored());
+        keychain_.unlock();
+        processEvents();
+    };
+    reactToEveryEmission(1, prepare, act);
+}
+
+TEST_F(AuthServiceReentrancyTest, InASignInThatEndsARefresh) {
+    reactToEveryEmission(
+        4, [this] { startWithARefreshInFlight(); }, [this] { tasks_.push_back(auth_->signIn()); });
+}
+
+TEST_F(AuthServiceReentrancyTest, InASignInThatFails) {
+    browser_.user = [](const Browser::Page&) {
+        return Browser::Outcome("orvelagent://callback?error=no_account");
+    };
+    reactToEveryEmission(
+        2, [this] { startSignedIn(); }, [this] { tasks_.push_back(auth_->signIn()); });
+}
+
+TEST_F(AuthServiceReentrancyTest, InASignInWhoseSessionExpiresAtOnce) {
+    answerWith(
+        profilePath, 401, R"({"ok":false,"error":"Session expired.","code":"session_expired"})");
+    reactToEveryEmission(
+        4, [this] { start(); }, [this] { tasks_.push_back(auth_->signIn()); });
+}
+
+TEST_F(AuthServiceReentrancyTest, InASignOutThatEndsARefresh) {
+    reactToEveryEmission(
+        1, [this] { startWithARefreshInFlight(); }, [this] { auth_->signOut(); });
+}
+
+TEST_F(AuthServiceReentrancyTest, InARefreshThatFindsTheSessionRevoked) {
+    const auto prepare = [this] {
+        startSignedIn();
+        answerWith(refreshPath, 400, rejection("INVALID_GRANT"));
+    };
+    const auto act = [this] {
+        tokens_.push_back(auth_->currentToken());
+        static_cast<void>(runTask(auth_->currentToken()));
+    };
+    reactToEveryEmission(1, prepare, act);
+}
+
+TEST_F(AuthServiceReentrancyTest, AWaiterForATokenMayDestroyIt) {
+    const std::vector<std::function<void()>> endings{
+        [this] { auth_->signOut(); },
+        [this] { tasks_.push_back(auth_->signIn()); },
+        [this] {
+            auth_.reset();
+        }};
+    for (const auto& end : endings) {
+        startWithARefreshInFlight();
+        auto waiting = destroyWhenAnswered(&auth_);
+        end();
+        runTask(std::move(waiting));
+        EXPECT_EQ(auth_, nullptr);
+        for (QCoro::Task<>& task : tasks_) {
+            runTask(std::move(task));
+        }
+        for (QCoro::Task<Token>& token : tokens_) {
+            static_cast<void>(runTask(std::move(token)));
+        }
+        tasks_.clear();
+        tokens_.clear();
+    }
+}
+
+TEST_F(AuthServiceReentrancyTest, AWaiterForARefreshedTokenMayDestroyIt) {
+    for (const int status : {200, 400}) {
+        answerWith(refreshPath, status, status == 200 ? refreshReply : rejection("INVALID_GRANT"));
+        startSignedIn();
+        auto waiting = destroyWhenAnswered(&auth_);
+        runTask(std::move(waiting));
+        EXPECT_EQ(auth_, nullptr);
+    }
+}
+
+TEST_F(AuthServiceReentrancyTest, ATokenProviderGivesNoTokenFromWithinTheDestructor) {
+    keychain_.items[sessionItem] = storedSession;
+    keychain_.lock();
+    begin();
+    auto token = tokenAfterTheEnd(auth_.get());
+    auth_.reset();
+    keychain_.unlock();
+    EXPECT_EQ(runTask(std::move(token)), std::nullopt);
+    processEvents();
+    EXPECT_TRUE(urlSession_.requests().empty());
+}
+
+} // namespace orvel
