@@ -9,6 +9,7 @@
 #include "OrvelAgent/scan/CollectorService.h"
 #include "OrvelAgent/scan/IdentityEnricher.h"
 #include "OrvelAgent/scan/IngestClient.h"
+#include "OrvelAgent/scan/ScanDefaults.h"
 #include "bench/BenchmarkTable.h"
 #include "bench/ChildProcess.h"
 #include "core/messages/ChatDatabaseSnapshot.h"
@@ -44,7 +45,6 @@ using tavrin::MessagesCollector;
 using Stopwatch = std::chrono::steady_clock;
 
 constexpr int rounds = 5;
-constexpr std::int64_t batchLimit = 500;
 constexpr std::int64_t newest = std::numeric_limits<std::int64_t>::max();
 
 double secondsOf(const std::function<void()>& operation) {
@@ -60,7 +60,7 @@ MessagesCollector::Options optionsWithBodies() {
     MessagesCollector::Options options;
     options.mode = tavrin::CollectionMode::WithBodies;
     options.scope = tavrin::ThreadScope::AllThreads;
-    options.batchLimit = batchLimit;
+    options.batchLimit = ScanDefaults::batchSize;
     return options;
 }
 
@@ -110,11 +110,11 @@ std::int64_t bareLoop(const fs::path& databasePath) {
     bool hasMore = true;
     while (hasMore) {
         sqlite3_bind_int64(statement, 1, bound);
-        sqlite3_bind_int64(statement, 2, batchLimit + 1);
+        sqlite3_bind_int64(statement, 2, ScanDefaults::batchSize + 1);
         std::int64_t inBatch = 0;
         hasMore = false;
         while (sqlite3_step(statement) == SQLITE_ROW) {
-            if (inBatch == batchLimit) {
+            if (inBatch == ScanDefaults::batchSize) {
                 hasMore = true;
                 break;
             }

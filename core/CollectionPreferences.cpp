@@ -2,6 +2,7 @@
 #include "core/CollectionPreferences.h"
 
 #include "core/JSON.h"
+#include "core/UserDefaultsKeys.h"
 
 #include <boost/json/value.hpp>
 
@@ -63,21 +64,21 @@ tag_invoke(const boost::json::value_to_tag<ThreadScope>&, const boost::json::val
 }
 
 CollectionMode CollectionPreferences::mode() const {
-    const std::optional<std::string> stored = defaults_.string(modeKey);
+    const std::optional<std::string> stored = defaults_.string(UserDefaultsKeys::modeKey);
     return collectionModeFromRawValue(stored.value_or("")).value_or(defaultMode);
 }
 
 void CollectionPreferences::setMode(CollectionMode mode) {
-    defaults_.setString(modeKey, rawValue(mode));
+    defaults_.setString(UserDefaultsKeys::modeKey, rawValue(mode));
 }
 
 ThreadScope CollectionPreferences::scope() const {
-    const std::optional<std::string> stored = defaults_.string(scopeKey);
+    const std::optional<std::string> stored = defaults_.string(UserDefaultsKeys::scopeKey);
     return threadScopeFromRawValue(stored.value_or("")).value_or(defaultScope);
 }
 
 void CollectionPreferences::setScope(ThreadScope scope) {
-    defaults_.setString(scopeKey, rawValue(scope));
+    defaults_.setString(UserDefaultsKeys::scopeKey, rawValue(scope));
 }
 
 } // namespace tavrin

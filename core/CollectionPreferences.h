@@ -44,8 +44,6 @@ tag_invoke(const boost::json::value_to_tag<ThreadScope>&, const boost::json::val
 /// nothing is cached. The store must outlive the object.
 class CollectionPreferences final {
 public:
-    static constexpr std::string_view modeKey = "collection.mode";
-    static constexpr std::string_view scopeKey = "collection.scope";
     static constexpr CollectionMode defaultMode = CollectionMode::WithBodies;
     static constexpr ThreadScope defaultScope = ThreadScope::KnownContactsOnly;
 

@@ -4,6 +4,7 @@
 #include "OrvelAgent/app/Permissions.h"
 #include "OrvelAgent/base/Sleep.h"
 #include "core/Errors.h"
+#include "core/UserDefaultsKeys.h"
 #include "core/messages/ChatDatabaseSnapshot.h"
 
 #include <QScopedValueRollback>
@@ -20,8 +21,6 @@
 namespace orvel {
 
 namespace {
-
-constexpr std::string_view startAtLoginKey = "startAtLogin";
 
 /// Under whose name the updater framework logs, where it does.
 constexpr const char* updaterSubsystem = "org.sparkle-project.Sparkle";
@@ -79,7 +78,8 @@ AppModel::AppModel(
     const tavrin::CollectionPreferences preferences(*platform_.userDefaults);
     mode_ = preferences.mode();
     scope_ = preferences.scope();
-    startAtLogin_ = platform_.userDefaults->boolean(startAtLoginKey).value_or(false);
+    startAtLogin_ =
+        platform_.userDefaults->boolean(tavrin::UserDefaultsKeys::startAtLoginKey).value_or(false);
 
     watermarkStore_ = std::make_unique<WatermarkStore>(*platform_.userDefaults);
     ingest_.emplace(
@@ -405,7 +405,7 @@ void AppModel::setScope(tavrin::ThreadScope scope) {
 void AppModel::setStartAtLogin(bool startsAtLogin) {
     startAtLogin_ = startsAtLogin;
     save([startsAtLogin](tavrin::UserDefaults& defaults) {
-        defaults.setBoolean(startAtLoginKey, startsAtLogin);
+        defaults.setBoolean(tavrin::UserDefaultsKeys::startAtLoginKey, startsAtLogin);
     });
     // The switch is the user's wish; the system may have its reasons.
     const auto report = [log = log_](const std::optional<tavrin::PlatformError>& failure) {

@@ -49,7 +49,7 @@ public:
     }
 
 private:
-    // Room for a usual batch of 500 records; a larger one takes more from the heap while it lasts.
+    // Room for a usual batch; a larger one takes more from the heap while it lasts.
     static constexpr std::size_t bufferSize = std::size_t{2} << 20U;
 
     static constexpr std::size_t minimumRoom = 256;

@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/scan/WatermarkStore.h"
 
+#include "core/UserDefaultsKeys.h"
+
 namespace orvel {
+
+using namespace tavrin::UserDefaultsKeys;
 
 std::int64_t WatermarkStore::watermark() const {
     return defaults_.integer(highKey).value_or(0);

@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <limits>
 #include <optional>
-#include <string_view>
 
 namespace orvel {
 
@@ -18,12 +17,6 @@ namespace orvel {
 /// value is on disk and throws `tavrin::PlatformError` when it is not.
 class WatermarkStore final {
 public:
-    static constexpr std::string_view highKey = "messages.rowid.watermark";
-    static constexpr std::string_view backfillKey = "messages.backfill.cursor";
-    static constexpr std::string_view backfillDoneKey = "messages.backfill.done";
-    static constexpr std::string_view last24hKey = "messages.last24h.count";
-    static constexpr std::string_view last24hAtKey = "messages.last24h.at";
-
     /// The cursor of a walk that has not begun: the newest message is below it.
     static constexpr std::int64_t cursorAtStart = std::numeric_limits<std::int64_t>::max();
 

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <exception>
+#include <limits>
 #include <map>
 #include <memory>
 #include <optional>
@@ -33,8 +34,8 @@ public:
     struct Options {
         CollectionMode mode = CollectionPreferences::defaultMode;
         ThreadScope scope = CollectionPreferences::defaultScope;
-        /// Most rows examined in one batch.
-        std::int64_t batchLimit = 500;
+        /// Most rows examined in one batch; by default all.
+        std::int64_t batchLimit = std::numeric_limits<std::int64_t>::max();
         /// The handles that the assistant knows, as match hints; none is the same as an empty set.
         /// What was found out with a set is kept while the same one is passed: it must not change.
         std::shared_ptr<const HintSet> knownHandleHints;

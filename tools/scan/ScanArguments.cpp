@@ -7,6 +7,7 @@
 #include <QUrl>
 
 #include <CLI/CLI.hpp>
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <cmath>
@@ -85,6 +86,10 @@ tavrin::Date checkedSince(const std::string& text) {
     return *date;
 }
 
+std::string defaultRetryDelays() {
+    return fmt::format("{}", fmt::join(ScanDefaults::retryDelays(), ","));
+}
+
 std::vector<double> checkedDelays(const std::string& text) {
     std::vector<double> delays;
     std::size_t begin = 0;
@@ -93,7 +98,9 @@ std::vector<double> checkedDelays(const std::string& text) {
         const std::string part = withoutSurroundingSpace(text.substr(begin, end - begin));
         double delay = 0;
         if (!CLI::detail::lexical_cast(part, delay) || !std::isfinite(delay) || delay < 0) {
-            throw UsageError("--retry-delays takes seconds such as 5,15,45, not " + text + ".");
+            throw UsageError(
+                "--retry-delays takes seconds such as " + defaultRetryDelays() + ", not " + text +
+                ".");
         }
         delays.push_back(delay);
         begin = end + 1;
@@ -112,7 +119,7 @@ struct RawArguments {
     std::string mode;
     std::string scope;
     std::string since;
-    std::string retryDelays = "5,15,45";
+    std::string retryDelays = defaultRetryDelays();
     std::string previewFile;
     std::string knownHandles;
 };
@@ -207,13 +214,14 @@ std::variant<ScanArguments, EarlyExit> parseScanArguments(int argc, const char* 
     app.add_option(
            "--backfill-pause",
            arguments.backfillPause,
-           "Pause between two batches of history (default 10)")
+           fmt::format(
+               "Pause between two batches of history (default {})", arguments.backfillPause))
         ->type_name("SECONDS")
         ->check(CLI::Range(0.0, 86400.0).description(""));
     app.add_option(
            "--retry-delays",
            raw.retryDelays,
-           "Pauses before a batch is sent again (default 5,15,45)")
+           "Pauses before a batch is sent again (default " + raw.retryDelays + ")")
         ->type_name("SECONDS,...");
     CLI::Option* preview = app.add_option(
                                   "--preview",

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "OrvelAgent/scan/ScanDefaults.h"
 #include "core/CollectionPreferences.h"
 #include "core/Date.h"
 #include "core/Secret.h"
@@ -32,8 +33,8 @@ struct ScanArguments {
     std::optional<tavrin::ThreadScope> scope;
     std::optional<tavrin::Date> since;
     bool usesAddressBook = true;
-    double backfillPause = 10;
-    std::vector<double> retryDelays{5, 15, 45};
+    double backfillPause = ScanDefaults::backfillPause.count();
+    std::vector<double> retryDelays = ScanDefaults::retryDelays();
     bool isPreview = false;
     /// Standard output when absent.
     std::optional<std::filesystem::path> previewFile;

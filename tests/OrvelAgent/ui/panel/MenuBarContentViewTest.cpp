@@ -5,6 +5,7 @@
 #include "OrvelAgent/ui/controls/TextButton.h"
 #include "OrvelAgent/ui/controls/TextLabel.h"
 #include "OrvelAgent/ui/controls/Theme.h"
+#include "core/UserDefaultsKeys.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/SampleAgent.h"
 #include "tests/support/WaitUntil.h"
@@ -246,7 +247,7 @@ TEST_F(MenuBarContentViewTest, ADayWithoutMessagesIsSaidInWords) {
 
 TEST_F(MenuBarContentViewTest, OneMessageIsCountedInThePlural) {
     show(AgentState::NothingWrong);
-    agent_->with.userDefaults.setInteger(WatermarkStore::last24hKey, 1);
+    agent_->with.userDefaults.setInteger(tavrin::UserDefaultsKeys::last24hKey, 1);
     Q_EMIT agent_->model().changed();
     EXPECT_EQ(text({"messageCount"}), "1 messages scanned in the last 24 hours");
 }

@@ -3,6 +3,7 @@
 
 #include "OrvelAgent/app/AppModel.h"
 #include "OrvelAgent/base/SourceRevision.h"
+#include "core/UserDefaultsKeys.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/WaitUntil.h"
 #include "tests/support/fakes/TestPlatform.h"
@@ -206,8 +207,8 @@ TEST_F(SettingsViewTest, APickedChoiceHoldsAtOnceAndIsSaved) {
 }
 
 TEST_F(SettingsViewTest, OnlyTheReScanTouchesTheProgress) {
-    with_.userDefaults.setInteger(WatermarkStore::highKey, 7);
-    with_.userDefaults.setBoolean(WatermarkStore::backfillDoneKey, true);
+    with_.userDefaults.setInteger(tavrin::UserDefaultsKeys::highKey, 7);
+    with_.userDefaults.setBoolean(tavrin::UserDefaultsKeys::backfillDoneKey, true);
     open();
     showTab(1);
     pick("mode", 0);

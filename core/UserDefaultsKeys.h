@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string_view>
+
+/// The keys of the user defaults that mean the same on every system.
+namespace tavrin::UserDefaultsKeys {
+
+// The user's choices.
+inline constexpr std::string_view modeKey = "collection.mode";
+inline constexpr std::string_view scopeKey = "collection.scope";
+inline constexpr std::string_view startAtLoginKey = "startAtLogin";
+
+// The progress of the collection.
+inline constexpr std::string_view highKey = "messages.rowid.watermark";
+inline constexpr std::string_view backfillKey = "messages.backfill.cursor";
+inline constexpr std::string_view backfillDoneKey = "messages.backfill.done";
+inline constexpr std::string_view last24hKey = "messages.last24h.count";
+inline constexpr std::string_view last24hAtKey = "messages.last24h.at";
+
+} // namespace tavrin::UserDefaultsKeys
