@@ -4,72 +4,23 @@
 #include "core/messages/AppleEpoch.h"
 #include "core/messages/AttributedBodyDecoder.h"
 #include "core/messages/HandleNormalizer.h"
+#include "core/messages/MessageQuery.h"
 #include "core/messages/SQLiteDatabase.h"
 
 #include <algorithm>
 #include <cassert>
-#include <limits>
 #include <utility>
 
 namespace tavrin {
 
 namespace {
 
+namespace column = MessageQuery::column;
 using Binding = SQLiteDatabase::Binding;
 using Row = SQLiteDatabase::Row;
 
-/// The style of a chat that is a group; any other but 0 is none.
+/// The style of a group; 0 means that the database has no style.
 constexpr std::int64_t groupStyle = 43;
-
-/// Positions in the scan's select list.
-namespace column {
-constexpr int rowID = 0;
-constexpr int guid = 1;
-constexpr int date = 2;
-constexpr int isFromMe = 3;
-constexpr int service = 4;
-constexpr int hasAttachments = 5;
-constexpr int text = 6;
-constexpr int attributedBody = 7;
-constexpr int handle = 8;
-constexpr int chat = 9;
-constexpr int associatedMessageType = 10;
-constexpr int itemType = 11;
-} // namespace column
-
-/// What a date at or after the instant is compared with: it is stored in nanoseconds or, when it is
-/// small, in seconds.
-void appendSinceBindings(std::vector<Binding>& bindings, Date since) {
-    bindings.push_back(Binding::integer(AppleEpoch::rawNanoseconds(since)));
-    bindings.push_back(Binding::integer(AppleEpoch::nanosecondDivide));
-    bindings.push_back(Binding::integer(AppleEpoch::rawSeconds(since)));
-}
-
-/// A missing column is replaced by a constant, so that the positions never change.
-std::string selectList(SQLiteDatabase& database) {
-    const auto columnOr = [&database](const std::string& name, const std::string& constant) {
-        return database.columnExists(name, "message") ? "m." + name : constant;
-    };
-    const std::string attributedBody = columnOr("attributedBody", "NULL");
-    const std::string associatedMessageType = columnOr("associated_message_type", "0");
-    const std::string itemType = columnOr("item_type", "0");
-    const std::string service = columnOr("service", "NULL");
-    const std::string hasAttachments = columnOr("cache_has_attachments", "0");
-    return "m.ROWID, m.guid, m.date, m.is_from_me, " + service + ", " + hasAttachments +
-           ", m.text, " + attributedBody + ", h.id, cmj.chat_id, " + associatedMessageType + ", " +
-           itemType;
-}
-
-std::string scanStatement(const std::string& selectList, bool ascending, bool hasSince) {
-    return "SELECT " + selectList +
-           "\nFROM message m"
-           "\nLEFT JOIN handle h ON h.ROWID = m.handle_id"
-           "\nLEFT JOIN chat_message_join cmj ON cmj.message_id = m.ROWID"
-           "\nWHERE m.ROWID " +
-           (ascending ? "> ?" : "< ?") +
-           (hasSince ? " AND (m.date >= ? OR (m.date < ? AND m.date >= ?))" : "") +
-           "\nORDER BY m.ROWID " + (ascending ? "ASC" : "DESC") + "\nLIMIT ?";
-}
 
 std::int64_t firstInteger(
     SQLiteDatabase& database, const std::string& sql, std::span<const Binding> bindings = {}) {
@@ -306,9 +257,7 @@ std::int64_t MessagesCollector::countMessages(Date since) {
     if (database_->columnExists("item_type", "message")) {
         sql += "AND item_type = 0";
     }
-    std::vector<Binding> bindings;
-    appendSinceBindings(bindings, since);
-    return firstInteger(*database_, sql, bindings);
+    return firstInteger(*database_, sql, MessageQuery::sinceBindings(since));
 }
 
 std::map<std::int64_t, MessagesCollector::ChatInfo> MessagesCollector::loadChats() {
@@ -357,7 +306,7 @@ void MessagesCollector::refreshCache() {
     for (auto& [rowID, info] : loadChats()) {
         cache_->chats.emplace(rowID, Cache::Chat{std::move(info)});
     }
-    cache_->selectList = selectList(*database_);
+    cache_->selectList = MessageQuery::selectList(*database_);
     cache_->version = version;
 }
 
@@ -367,18 +316,10 @@ MessagesCollector::scan(std::int64_t bound, bool ascending, const Options& optio
     refreshCache();
     cache_->setKnownHandleHints(options.knownHandleHints);
 
-    std::vector<Binding> bindings = {Binding::integer(bound)};
-    if (options.since) {
-        appendSinceBindings(bindings, *options.since);
-    }
-    // One row more tells whether there is more.
-    constexpr std::int64_t greatest = std::numeric_limits<std::int64_t>::max();
-    bindings.push_back(Binding::integer(std::min(options.batchLimit, greatest - 1) + 1));
-
     BatchReader reader(*cache_, options, bound, ascending);
     database_->query(
-        scanStatement(cache_->selectList, ascending, options.since.has_value()),
-        bindings,
+        MessageQuery::statement(cache_->selectList, ascending, options.since.has_value()),
+        MessageQuery::bindings(bound, options.since, options.batchLimit),
         [&reader](const Row& row) { reader.read(row); });
     return std::move(reader).take();
 }
