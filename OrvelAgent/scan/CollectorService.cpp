@@ -10,6 +10,7 @@
 #include "core/TransientFailure.h"
 #include "core/messages/ChatDatabaseSnapshot.h"
 #include "core/messages/SQLiteDatabase.h"
+#include "core/messages/SnapshotDirectory.h"
 
 #include <cassert>
 #include <utility>
@@ -136,7 +137,7 @@ QCoro::Task<std::optional<CollectorService::ScanSummary>> CollectorService::runS
 QCoro::Task<> CollectorService::walk(std::shared_ptr<Scan> scan) {
     auto takeSnapshot =
         [&copier = fileCopier_, path = options_.sourcePath, cancellation = scan->cancellation] {
-            tavrin::ChatDatabaseSnapshot::removeAbandoned();
+            tavrin::SnapshotDirectory::removeAbandoned();
             return std::make_shared<Source>(copier, path, cancellation);
         };
     scan->source = co_await worker_.run(std::move(takeSnapshot));

@@ -5,19 +5,15 @@
 #include "core/FileDescriptor.h"
 #include "core/messages/FileCopier.h"
 #include "core/messages/SQLiteDatabase.h"
+#include "core/messages/SnapshotDirectory.h"
 
-#include <boost/uuid/random_generator.hpp>
-#include <boost/uuid/uuid_io.hpp>
 #include <fcntl.h>
 #include <pwd.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cctype>
-#include <cerrno>
 #include <cstdlib>
 #include <future>
 #include <optional>
@@ -207,87 +203,7 @@ bool copyOnce(
            (!lacksLog || isWholeWithoutLog(destination));
 }
 
-std::string makeDirectoryName() {
-    std::string name = boost::uuids::to_string(boost::uuids::random_generator()());
-    std::transform(name.begin(), name.end(), name.begin(), [](unsigned char character) {
-        return static_cast<char>(std::toupper(character));
-    });
-    return std::string(ChatDatabaseSnapshot::directoryPrefix) + name;
-}
-
-bool isDirectoryName(std::string_view name) {
-    constexpr std::string_view form = "XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX";
-    if (!name.starts_with(ChatDatabaseSnapshot::directoryPrefix)) {
-        return false;
-    }
-    name.remove_prefix(ChatDatabaseSnapshot::directoryPrefix.size());
-    return std::equal(name.begin(), name.end(), form.begin(), form.end(), [](char is, char should) {
-        constexpr std::string_view digits = "0123456789ABCDEF";
-        return should == 'X' ? digits.find(is) != std::string_view::npos : is == should;
-    });
-}
-
-/// The descriptor that holds the lock on this directory; none when somebody else holds it, when it
-/// is not ours, or when the path no longer leads to it.
-FileDescriptor lock(const fs::path& directory) {
-    FileDescriptor descriptor(
-        open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    struct stat locked {};
-    struct stat named {};
-    if (!descriptor.isOpen() || fstat(descriptor.get(), &locked) != 0 ||
-        locked.st_uid != geteuid() || flock(descriptor.get(), LOCK_EX | LOCK_NB) != 0 ||
-        lstat(directory.c_str(), &named) != 0 || locked.st_dev != named.st_dev ||
-        locked.st_ino != named.st_ino) {
-        return {};
-    }
-    return descriptor;
-}
-
 } // namespace
-
-/// A fresh locked directory, removed with all it holds.
-class ChatDatabaseSnapshot::Directory final {
-public:
-    Directory() {
-        const fs::path parent = temporaryDirectory();
-        fs::create_directories(parent);
-        // A sweep between making and locking takes the directory for abandoned: make another. The
-        // bound is for file systems that know no locks.
-        for (int attempt = 0; attempt < maximumAttempts; ++attempt) {
-            path_ = parent / makeDirectoryName();
-            if (mkdir(path_.c_str(), S_IRWXU) != 0) {
-                throw fs::filesystem_error(
-                    "Could not make a directory",
-                    path_,
-                    std::error_code(errno, std::generic_category()));
-            }
-            lock_ = lock(path_);
-            if (lock_.isOpen()) {
-                return;
-            }
-            std::error_code ignored;
-            fs::remove(path_, ignored);
-        }
-        throw fs::filesystem_error(
-            "Could not lock a directory",
-            path_,
-            std::make_error_code(std::errc::no_lock_available));
-    }
-
-    ~Directory() {
-        std::error_code ignored;
-        fs::remove_all(path_, ignored);
-    }
-
-    Directory(const Directory&) = delete;
-    Directory& operator=(const Directory&) = delete;
-
-    [[nodiscard]] const fs::path& path() const { return path_; }
-
-private:
-    fs::path path_;
-    FileDescriptor lock_;
-};
 
 ChatDatabaseSnapshot::Error::Error(Case error)
     : error_(std::move(error)), description_(describe(error_)) {}
@@ -308,35 +224,13 @@ std::string ChatDatabaseSnapshot::defaultSourcePath() {
     return fs::path(home) / "Library/Messages/chat.db";
 }
 
-fs::path ChatDatabaseSnapshot::temporaryDirectory() {
-    const char* directory = std::getenv("TMPDIR");
-    return directory != nullptr && *directory != '\0' ? directory : "/tmp";
-}
-
-std::size_t ChatDatabaseSnapshot::removeAbandoned() {
-    std::vector<fs::path> candidates;
-    std::error_code error;
-    for (fs::directory_iterator entry(temporaryDirectory(), error), end; !error && entry != end;
-         entry.increment(error)) {
-        if (isDirectoryName(entry->path().filename().native())) {
-            candidates.push_back(entry->path());
-        }
-    }
-    return static_cast<std::size_t>(
-        std::count_if(candidates.begin(), candidates.end(), [](const fs::path& candidate) {
-            const FileDescriptor held = lock(candidate);
-            std::error_code failure;
-            return held.isOpen() && fs::remove_all(candidate, failure) > 0 && !failure;
-        }));
-}
-
 ChatDatabaseSnapshot::ChatDatabaseSnapshot(
     FileCopier& copier,
     const std::string& sourcePath,
     const CancellationToken& cancellation,
     const Pause& pause) {
     requireReadable(sourcePath);
-    directory_ = std::make_unique<Directory>();
+    directory_ = std::make_unique<SnapshotDirectory>();
     databasePath_ = directory() / fs::path(sourcePath).filename();
     // The log lies beside the file itself, not beside a link to it.
     std::error_code ignored;

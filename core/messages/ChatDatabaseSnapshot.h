@@ -4,26 +4,24 @@
 #include "core/CancellationToken.h"
 
 #include <chrono>
-#include <cstddef>
 #include <exception>
 #include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
-#include <string_view>
 #include <variant>
 
 namespace tavrin {
 
 class FileCopier;
 class SQLiteDatabase;
+class SnapshotDirectory;
 
-/// A private copy of the Messages database, gone when the object is.
+/// A private copy of the Messages database, removed with the object.
 ///
 /// The copy holds the database file and its write-ahead-log companions in a directory of its own,
-/// readable by the owner only. It is a consistent one, with all that was committed before: if the
-/// writer restarts its log while we copy, we copy again. An advisory lock on the directory tells
-/// living snapshots from those that a crash left behind. Making one blocks; any thread.
+/// readable by the owner only. The copy is consistent and has everything committed before: if the
+/// writer restarts its log during the copy, the copy is made again. Making one blocks; any thread.
 ///
 /// Reading the files closes descriptors of them, which drops this process's POSIX locks on them: a
 /// process must not make a snapshot of a database that it has open itself.
@@ -57,8 +55,6 @@ public:
     /// Lets the given time pass, or less once the token is cancelled.
     using Pause = std::function<void(std::chrono::milliseconds, const CancellationToken&)>;
 
-    /// Name of every snapshot's directory, before its UUID.
-    static constexpr std::string_view directoryPrefix = "tavrin-chatdb-";
     /// Copies made before a source that never holds still is given up.
     static constexpr int maximumAttempts = 10;
 
@@ -67,13 +63,6 @@ public:
 
     /// `Library/Messages/chat.db` in the user's home directory.
     [[nodiscard]] static std::string defaultSourcePath();
-
-    /// `$TMPDIR` when set and not empty, else the system's temporary directory.
-    [[nodiscard]] static std::filesystem::path temporaryDirectory();
-
-    /// Removes snapshot directories of this user in `temporaryDirectory()` that no living process
-    /// holds, and returns how many. What cannot be removed is left alone.
-    static std::size_t removeAbandoned();
 
     /// Throws `Error`, `std::filesystem::filesystem_error` when the directory cannot be made, and
     /// `TaskCancelled`; nothing stays behind then.
@@ -93,9 +82,7 @@ public:
     [[nodiscard]] const std::filesystem::path& directory() const;
 
 private:
-    class Directory;
-
-    std::unique_ptr<Directory> directory_;
+    std::unique_ptr<SnapshotDirectory> directory_;
     std::string databasePath_;
 };
 

@@ -4,6 +4,7 @@
 #include "core/Errors.h"
 #include "core/messages/FileCopier.h"
 #include "core/messages/SQLiteDatabase.h"
+#include "core/messages/SnapshotDirectory.h"
 #include "tests/platform/RealFileCopier.h"
 #include "tests/support/NeedsRoot.h"
 #include "tests/support/SmallDisk.h"
@@ -286,7 +287,7 @@ TEST_F(ChatDatabaseSnapshotTest, ReportsThatItsDirectoryCannotBeCreated) {
 TEST_F(ChatDatabaseSnapshotTest, UsesTheSystemsTemporaryDirectoryIfTheUserHasNone) {
     setenv("TMPDIR", "", 1);
 
-    EXPECT_EQ(ChatDatabaseSnapshot::temporaryDirectory(), "/tmp");
+    EXPECT_EQ(SnapshotDirectory::parent(), "/tmp");
 }
 
 TEST_F(ChatDatabaseSnapshotTest, ReadsTheUsersMessagesByDefault) {
@@ -682,12 +683,12 @@ TEST_F(ChatDatabaseSnapshotSweepTest, RemovesWhatAKilledProcessLeavesBehind) {
     ASSERT_EQ(read(ready[0], &none, 1), 0) << "the end of the pipe says that the snapshot is made";
     close(ready[0]);
     ASSERT_EQ(namesIn(temporary_.path()).size(), 1U);
-    EXPECT_EQ(ChatDatabaseSnapshot::removeAbandoned(), 0U) << "it is alive";
+    EXPECT_EQ(SnapshotDirectory::removeAbandoned(), 0U) << "it is alive";
 
     kill(process, SIGKILL);
     waitpid(process, nullptr, 0);
 
-    EXPECT_EQ(ChatDatabaseSnapshot::removeAbandoned(), 1U);
+    EXPECT_EQ(SnapshotDirectory::removeAbandoned(), 1U);
     EXPECT_THAT(namesIn(temporary_.path()), IsEmpty());
 }
 
@@ -695,7 +696,7 @@ TEST_F(ChatDatabaseSnapshotSweepTest, KeepsSnapshotsInUse) {
     makeQuietDatabase(10);
     const ChatDatabaseSnapshot snapshot(copier_, source_);
 
-    EXPECT_EQ(ChatDatabaseSnapshot::removeAbandoned(), 0U);
+    EXPECT_EQ(SnapshotDirectory::removeAbandoned(), 0U);
     EXPECT_TRUE(holdsMessages(snapshot, 10));
 }
 
@@ -703,7 +704,7 @@ TEST_F(ChatDatabaseSnapshotSweepTest, RemovesAllOfSeveral) {
     leaveBehind(name_);
     leaveBehind("tavrin-chatdb-00000000-0000-0000-0000-000000000000");
 
-    EXPECT_EQ(ChatDatabaseSnapshot::removeAbandoned(), 2U);
+    EXPECT_EQ(SnapshotDirectory::removeAbandoned(), 2U);
     EXPECT_THAT(namesIn(temporary_.path()), IsEmpty());
 }
 
@@ -721,7 +722,7 @@ TEST_F(ChatDatabaseSnapshotSweepTest, KeepsForeignNames) {
         leaveBehind(name);
     }
 
-    EXPECT_EQ(ChatDatabaseSnapshot::removeAbandoned(), 0U);
+    EXPECT_EQ(SnapshotDirectory::removeAbandoned(), 0U);
     EXPECT_EQ(namesIn(temporary_.path()), names);
 }
 
@@ -734,7 +735,7 @@ TEST_F(ChatDatabaseSnapshotSweepAsRootTest, KeepsDirectoriesOfOtherUsers) {
     const fs::path directory = leaveBehind(name_);
     ASSERT_EQ(chown(directory.c_str(), 65534, 65534), 0);
 
-    EXPECT_EQ(ChatDatabaseSnapshot::removeAbandoned(), 0U);
+    EXPECT_EQ(SnapshotDirectory::removeAbandoned(), 0U);
     EXPECT_TRUE(fs::exists(directory / "chat.db"));
 }
 
@@ -743,14 +744,14 @@ TEST_F(ChatDatabaseSnapshotSweepAsRootTest, KeepsWritableDirectoriesOfOtherUsers
     fs::permissions(temporary_.path(), fs::perms::all);
     const UnprivilegedUser unprivileged;
 
-    EXPECT_EQ(ChatDatabaseSnapshot::removeAbandoned(), 0U);
+    EXPECT_EQ(SnapshotDirectory::removeAbandoned(), 0U);
 }
 
 TEST_F(ChatDatabaseSnapshotSweepTest, FollowsNoLinks) {
     const fs::path target = leaveBehind("target");
     fs::create_directory_symlink(target, temporary_ / name_);
 
-    EXPECT_EQ(ChatDatabaseSnapshot::removeAbandoned(), 0U);
+    EXPECT_EQ(SnapshotDirectory::removeAbandoned(), 0U);
     EXPECT_TRUE(fs::is_symlink(temporary_ / name_));
     EXPECT_THAT(namesIn(target), testing::ElementsAre("chat.db"));
 }
@@ -759,21 +760,21 @@ TEST_F(ChatDatabaseSnapshotSweepTest, FollowsNoLinksInsideADirectory) {
     const fs::path target = leaveBehind("target");
     fs::create_directory_symlink(target, leaveBehind(name_) / "link");
 
-    EXPECT_EQ(ChatDatabaseSnapshot::removeAbandoned(), 1U);
+    EXPECT_EQ(SnapshotDirectory::removeAbandoned(), 1U);
     EXPECT_THAT(namesIn(target), testing::ElementsAre("chat.db"));
 }
 
 TEST_F(ChatDatabaseSnapshotSweepTest, KeepsFilesWithMatchingNames) {
     std::ofstream(temporary_ / name_) << "a file";
 
-    EXPECT_EQ(ChatDatabaseSnapshot::removeAbandoned(), 0U);
+    EXPECT_EQ(SnapshotDirectory::removeAbandoned(), 0U);
     EXPECT_TRUE(fs::exists(temporary_ / name_));
 }
 
 TEST_F(ChatDatabaseSnapshotSweepTest, FindsNothingWithoutATemporaryDirectory) {
     setenv("TMPDIR", (temporary_ / "missing").c_str(), 1);
 
-    EXPECT_EQ(ChatDatabaseSnapshot::removeAbandoned(), 0U);
+    EXPECT_EQ(SnapshotDirectory::removeAbandoned(), 0U);
 }
 
 /// Compares snapshots with plain copies, while another process writes to the database.

@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "core/messages/SnapshotDirectory.h"
+
+#include <boost/uuid/random_generator.hpp>
+#include <boost/uuid/uuid_io.hpp>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstdlib>
+#include <string>
+#include <system_error>
+#include <vector>
+
+namespace tavrin {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int maximumAttempts = 10;
+
+std::string makeName() {
+    std::string name = boost::uuids::to_string(boost::uuids::random_generator()());
+    std::transform(name.begin(), name.end(), name.begin(), [](unsigned char character) {
+        return static_cast<char>(std::toupper(character));
+    });
+    return std::string(SnapshotDirectory::prefix) + name;
+}
+
+bool isName(std::string_view name) {
+    constexpr std::string_view form = "XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX";
+    if (!name.starts_with(SnapshotDirectory::prefix)) {
+        return false;
+    }
+    name.remove_prefix(SnapshotDirectory::prefix.size());
+    return std::equal(name.begin(), name.end(), form.begin(), form.end(), [](char is, char should) {
+        constexpr std::string_view digits = "0123456789ABCDEF";
+        return should == 'X' ? digits.find(is) != std::string_view::npos : is == should;
+    });
+}
+
+/// The descriptor that holds the lock on this directory; none when another process holds it, when
+/// the directory belongs to another user, or when the path no longer leads to it.
+FileDescriptor lock(const fs::path& directory) {
+    FileDescriptor descriptor(
+        open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    struct stat locked {};
+    struct stat named {};
+    if (!descriptor.isOpen() || fstat(descriptor.get(), &locked) != 0 ||
+        locked.st_uid != geteuid() || flock(descriptor.get(), LOCK_EX | LOCK_NB) != 0 ||
+        lstat(directory.c_str(), &named) != 0 || locked.st_dev != named.st_dev ||
+        locked.st_ino != named.st_ino) {
+        return {};
+    }
+    return descriptor;
+}
+
+} // namespace
+
+SnapshotDirectory::SnapshotDirectory() {
+    const fs::path folder = parent();
+    fs::create_directories(folder);
+    // `removeAbandoned` of another process may remove the directory before it is locked: make
+    // another. The bound is for file systems without locks.
+    for (int attempt = 0; attempt < maximumAttempts; ++attempt) {
+        path_ = folder / makeName();
+        if (mkdir(path_.c_str(), S_IRWXU) != 0) {
+            throw fs::filesystem_error(
+                "Could not make a directory",
+                path_,
+                std::error_code(errno, std::generic_category()));
+        }
+        lock_ = lock(path_);
+        if (lock_.isOpen()) {
+            return;
+        }
+        std::error_code ignored;
+        fs::remove(path_, ignored);
+    }
+    throw fs::filesystem_error(
+        "Could not lock a directory", path_, std::make_error_code(std::errc::no_lock_available));
+}
+
+SnapshotDirectory::~SnapshotDirectory() {
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
+}
+
+fs::path SnapshotDirectory::parent() {
+    const char* directory = std::getenv("TMPDIR");
+    return directory != nullptr && *directory != '\0' ? directory : "/tmp";
+}
+
+std::size_t SnapshotDirectory::removeAbandoned() {
+    std::vector<fs::path> candidates;
+    std::error_code error;
+    for (fs::directory_iterator entry(parent(), error), end; !error && entry != end;
+         entry.increment(error)) {
+        if (isName(entry->path().filename().native())) {
+            candidates.push_back(entry->path());
+        }
+    }
+    return static_cast<std::size_t>(
+        std::count_if(candidates.begin(), candidates.end(), [](const fs::path& candidate) {
+            const FileDescriptor held = lock(candidate);
+            std::error_code failure;
+            return held.isOpen() && fs::remove_all(candidate, failure) > 0 && !failure;
+        }));
+}
+
+} // namespace tavrin
