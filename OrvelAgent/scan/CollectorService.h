@@ -1,86 +1,42 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "OrvelAgent/base/Logger.h"
 #include "OrvelAgent/scan/ContactBridge.h"
-#include "OrvelAgent/scan/IngestClient.h"
-#include "OrvelAgent/scan/WatermarkStore.h"
+#include "OrvelAgent/scan/ScanSummary.h"
+#include "OrvelAgent/scan/ScanWalk.h"
 #include "core/CancellationToken.h"
 #include "core/CollectionPreferences.h"
 #include "core/Date.h"
-#include "core/messages/FileCopier.h"
 #include "core/messages/MessagesCollector.h"
-#include "platform/Clock.h"
 
 #include <QCoroTask>
 #include <QObject>
-#include <QUuid>
 
-#include <atomic>
+#include <cstddef>
 #include <cstdint>
-#include <exception>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace orvel {
 
-/// The main loop of the agent: one call of `runScan` takes a private snapshot of the Messages
-/// database, sends every message that was not sent yet in batches, first backwards through history
-/// and then forwards past the watermark, and records a summary.
+/// Runs scans, one at a time, and keeps their summaries: one call of `runScan` takes a private
+/// snapshot of the Messages database and sends every message that was not sent yet (see
+/// `ScanWalk`).
 ///
-/// Progress lives in the watermark store and moves only after the service accepted a batch, so a
-/// scan that fails or is killed anywhere is taken up by the next one. Main thread; copying,
-/// reading, enriching, encoding and saving happen on the worker. Everything it is given is
+/// Progress lives in the watermark store and moves only after the service accepted a batch, so the
+/// next scan continues after one that failed or was killed. Main thread. Everything it is given is
 /// borrowed. It must not be destroyed while it scans.
 class CollectorService final : public QObject {
     Q_OBJECT
 
 public:
-    /// What one scan did.
-    struct ScanSummary {
-        QUuid id;
-        tavrin::Date startedAt;
-        tavrin::Date finishedAt;
-        /// Rows examined.
-        std::int64_t scanned = 0;
-        /// Records produced.
-        std::int64_t collected = 0;
-        std::int64_t skippedOutOfScope = 0;
-        /// Rows kept without text because none could be extracted.
-        std::int64_t skippedUndecodable = 0;
-        std::int64_t skippedNotUserContent = 0;
-        /// Records sent and accepted.
-        std::int64_t uploaded = 0;
-        /// As stored at the end.
-        std::int64_t watermark = 0;
-        tavrin::CollectionMode mode = tavrin::CollectionMode::MetadataOnly;
-        /// Why the scan failed or was skipped; absent on success.
-        std::optional<std::string> error;
-    };
-
-    /// How far a running scan has come.
-    struct Progress {
-        std::int64_t scanned = 0;
-        std::int64_t uploaded = 0;
-        /// Done part of the walk through the row ids, 0 to 1, while history is walked; absent while
-        /// new messages are read, whose number is not known.
-        std::optional<double> backfillFraction;
-    };
-
-    struct Options {
-        std::string sourcePath;
-        /// Between two batches of history that were sent, so that a first scan stays unnoticed.
-        tavrin::Seconds backfillPause{10};
-        /// In seconds, before each further attempt to send the same batch.
-        std::vector<double> retryDelays{5, 15, 45};
-    };
-
+    using ScanSummary = orvel::ScanSummary;
+    using Progress = ScanProgress;
+    using Options = ScanWalk::Options;
     using HintSet = tavrin::MessagesCollector::HintSet;
 
     static constexpr std::size_t maximumHistory = 50;
-    static constexpr std::int64_t batchLimit = 500;
 
     CollectorService(
         WatermarkStore& watermarkStore,
@@ -137,38 +93,13 @@ Q_SIGNALS:
     void progressed();
 
 private:
-    struct Source;
-    struct Scan;
-
-    QCoro::Task<> walk(std::shared_ptr<Scan> scan);
-    QCoro::Task<> walkBackfill(std::shared_ptr<Scan> scan);
-    QCoro::Task<> walkForward(std::shared_ptr<Scan> scan);
-    QCoro::Task<tavrin::MessagesCollector::Batch>
-    collect(std::shared_ptr<Scan> scan, std::int64_t bound, bool isBackfill);
-    /// Takes the records out of the batch.
-    QCoro::Task<>
-    upload(std::shared_ptr<Scan> scan, IngestClient::Records records, std::int64_t watermark);
-    QCoro::Task<> countLastDay(std::shared_ptr<Scan> scan);
-
-    [[nodiscard]] bool shouldStop(const Scan& scan) const;
-    ScanSummary finish(const Scan& scan);
+    ScanSummary finish(ScanSummary summary);
     void insert(ScanSummary summary);
-    void reportProgress(const Scan& scan, std::optional<std::int64_t> backfillCursor);
 
-    WatermarkStore& watermarkStore_;
-    IngestClient ingest_;
-    tavrin::FileCopier& fileCopier_;
-    Clock& clock_;
-    Worker& worker_;
-    Logger log_;
-    Options options_;
+    const ScanWalk::Dependencies dependencies_;
 
     bool isScanning_ = false;
     bool isPaused_ = false;
-    /// How often progress was forgotten. Shared with the worker, which may have work left when this
-    /// object is gone.
-    std::shared_ptr<std::atomic<std::uint64_t>> resets_ =
-        std::make_shared<std::atomic<std::uint64_t>>(0);
     std::vector<ScanSummary> history_;
     std::optional<std::string> lastError_;
     Progress progress_;

@@ -1,0 +1,251 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/scan/ScanWalk.h"
+
+#include "OrvelAgent/base/Sleep.h"
+#include "OrvelAgent/network/APIError.h"
+#include "core/Errors.h"
+#include "core/Retrying.h"
+#include "core/TransientFailure.h"
+#include "core/messages/ChatDatabaseSnapshot.h"
+#include "core/messages/SQLiteDatabase.h"
+#include "core/messages/SnapshotDirectory.h"
+
+#include <utility>
+
+namespace orvel {
+
+using tavrin::MessagesCollector;
+
+/// Made, used and destroyed on the worker only.
+struct ScanWalk::Source {
+    Source(tavrin::FileCopier& copier, std::string path, tavrin::CancellationToken cancellation)
+        : snapshot(copier, std::move(path), std::move(cancellation)), collector(snapshot.open()) {}
+
+    // In this order: the connection ends before its files go.
+    tavrin::ChatDatabaseSnapshot snapshot;
+    MessagesCollector collector;
+};
+
+namespace {
+
+/// A refusal by the service counts by its status, anything else by its kind.
+bool isWorthRetrying(const std::exception_ptr& error) {
+    try {
+        std::rethrow_exception(error);
+    } catch (const APIError& refusal) {
+        return tavrin::TransientFailure::isTransient(refusal.status());
+    } catch (...) {
+        return tavrin::TransientFailure::isTransient(error);
+    }
+}
+
+} // namespace
+
+ScanWalk::ScanWalk(
+    const Dependencies& dependencies,
+    MessagesCollector::Options options,
+    std::shared_ptr<IdentityEnricher> enricher,
+    tavrin::CancellationToken cancellation,
+    ScanSummary& summary)
+    : dependencies_(dependencies),
+      options_(std::move(options)),
+      enricher_(std::move(enricher)),
+      cancellation_(std::move(cancellation)),
+      resetsAtStart_(*dependencies.resets),
+      summary_(summary) {}
+
+QCoro::Task<> ScanWalk::run() {
+    auto takeSnapshot = [&copier = dependencies_.fileCopier,
+                         path = dependencies_.options.sourcePath,
+                         cancellation = cancellation_] {
+        tavrin::SnapshotDirectory::removeAbandoned();
+        return std::make_shared<Source>(copier, path, cancellation);
+    };
+    source_ = co_await dependencies_.worker.run(std::move(takeSnapshot));
+    co_await countLastDay();
+    if (!dependencies_.watermarkStore.isBackfillDone()) {
+        co_await walkBackfill();
+    }
+    if (dependencies_.watermarkStore.isBackfillDone()) {
+        co_await walkForward();
+    }
+}
+
+QCoro::Task<> ScanWalk::close() {
+    // Not on this thread: the copy may be large.
+    auto release = [source = std::move(source_)]() mutable {
+        source.reset();
+    };
+    co_await dependencies_.worker.run(std::move(release));
+}
+
+QCoro::Task<> ScanWalk::countLastDay() {
+    const tavrin::Date now = dependencies_.clock.now();
+    auto count = [source = source_, since = now - tavrin::Seconds(86400)] {
+        std::optional<std::int64_t> result;
+        try {
+            result = source->collector.countMessages(since);
+        } catch (const std::exception&) {
+            // A figure for the menu is no reason not to collect.
+        }
+        return result;
+    };
+    const std::optional<std::int64_t> messages =
+        co_await dependencies_.worker.run(std::move(count));
+    if (messages) {
+        auto save = [&store = dependencies_.watermarkStore, count = *messages, now] {
+            store.setMessagesLast24h(count, now);
+        };
+        co_await dependencies_.worker.run(std::move(save));
+    }
+}
+
+QCoro::Task<> ScanWalk::walkBackfill() {
+    std::int64_t cursor = dependencies_.watermarkStore.backfillCursor();
+    bool isFirstBatch = true;
+    while (!shouldStop()) {
+        MessagesCollector::Batch batch = co_await collect(cursor, true);
+        const bool hasRecords = !batch.records.empty();
+        const bool hasMore = batch.hasMore;
+        const std::int64_t high = batch.highWatermark;
+        const std::int64_t low = batch.lowWatermark;
+        co_await upload(std::move(batch.records), high);
+        if (wasReset()) {
+            co_return;
+        }
+
+        // The newest message of all marks where the forward pass will begin.
+        const bool raisesWatermark = isFirstBatch && batch.scanned > 0;
+        if (batch.scanned > 0) {
+            if (isFirstBatch) {
+                top_ = high;
+            }
+            isFirstBatch = false;
+        }
+        cursor = low;
+        auto save = [&store = dependencies_.watermarkStore,
+                     resets = dependencies_.resets,
+                     ours = resetsAtStart_,
+                     raisesWatermark,
+                     high,
+                     low,
+                     hasMore] {
+            if (*resets != ours) {
+                return;
+            }
+            if (raisesWatermark && store.watermark() < high) {
+                store.setWatermark(high);
+            }
+            store.setBackfillCursor(low);
+            if (!hasMore) {
+                store.setBackfillDone(true);
+            }
+        };
+        co_await dependencies_.worker.run(std::move(save));
+        reportProgress(cursor);
+        if (!hasMore) {
+            co_return;
+        }
+        if (hasRecords) {
+            try {
+                co_await sleepFor(
+                    &dependencies_.clock, dependencies_.options.backfillPause, cancellation_);
+            } catch (const tavrin::TaskCancelled&) {
+                co_return;
+            }
+        }
+    }
+}
+
+QCoro::Task<> ScanWalk::walkForward() {
+    while (!shouldStop()) {
+        MessagesCollector::Batch batch =
+            co_await collect(dependencies_.watermarkStore.watermark(), false);
+        const std::int64_t high = batch.highWatermark;
+        co_await upload(std::move(batch.records), high);
+        if (wasReset()) {
+            co_return;
+        }
+        auto save = [&store = dependencies_.watermarkStore,
+                     resets = dependencies_.resets,
+                     ours = resetsAtStart_,
+                     high] {
+            if (*resets == ours) {
+                store.setWatermark(high);
+            }
+        };
+        co_await dependencies_.worker.run(std::move(save));
+        reportProgress(std::nullopt);
+        if (!batch.hasMore || !dependencies_.watermarkStore.isBackfillDone()) {
+            co_return;
+        }
+    }
+}
+
+QCoro::Task<MessagesCollector::Batch> ScanWalk::collect(std::int64_t bound, bool isBackfill) {
+    auto read = [source = source_, enricher = enricher_, options = options_, bound, isBackfill] {
+        MessagesCollector::Batch batch = isBackfill
+                                             ? source->collector.collectBackfill(bound, options)
+                                             : source->collector.collect(bound, options);
+        enricher->enrich(batch.records);
+        return batch;
+    };
+    MessagesCollector::Batch batch = co_await dependencies_.worker.run(std::move(read));
+    summary_.scanned += batch.scanned;
+    summary_.collected += static_cast<std::int64_t>(batch.records.size());
+    summary_.skippedOutOfScope += batch.skippedOutOfScope;
+    summary_.skippedUndecodable += batch.skippedUndecodable;
+    summary_.skippedNotUserContent += batch.skippedNotUserContent;
+    co_return batch;
+}
+
+QCoro::Task<> ScanWalk::upload(IngestClient::Records records, std::int64_t watermark) {
+    if (records.empty()) {
+        co_return;
+    }
+    const auto count = static_cast<std::int64_t>(records.size());
+    const auto shared = std::make_shared<const IngestClient::Records>(std::move(records));
+    // Plain functions that return tasks, no coroutines: what they capture lives in `retrying`.
+    auto sleep = [this](double seconds) {
+        return sleepFor(&dependencies_.clock, tavrin::Seconds(seconds), cancellation_);
+    };
+    auto report = [this](const std::exception_ptr& error, std::size_t retry, double seconds) {
+        dependencies_.log.log(
+            "batch upload failed ({}); resending the same batch in {:.1f}s (retry {})",
+            tavrin::description(error),
+            seconds,
+            retry);
+    };
+    auto send = [this, shared, watermark] {
+        return dependencies_.ingest.upload(shared, watermark, cancellation_);
+    };
+    const IngestClient::Ack ack = co_await tavrin::retrying<QCoro::Task, IngestClient::Ack>(
+        dependencies_.options.retryDelays,
+        isWorthRetrying,
+        std::move(sleep),
+        std::move(report),
+        std::move(send));
+    dependencies_.log.info(
+        "batch accepted: {} messages, {} contacts touched, {} with unknown counterparties",
+        ack.accepted,
+        ack.contactsTouched.value_or(0),
+        ack.unknownCounterparty.value_or(0));
+    summary_.uploaded += count;
+}
+
+bool ScanWalk::shouldStop() const {
+    return dependencies_.isPaused() || cancellation_.isCancelled() || wasReset();
+}
+
+void ScanWalk::reportProgress(std::optional<std::int64_t> backfillCursor) {
+    ScanProgress progress;
+    progress.scanned = summary_.scanned;
+    progress.uploaded = summary_.uploaded;
+    if (backfillCursor && top_ > 0) {
+        progress.backfillFraction =
+            1.0 - static_cast<double>(*backfillCursor) / static_cast<double>(top_);
+    }
+    dependencies_.onProgress(progress);
+}
+
+} // namespace orvel
