@@ -7,8 +7,6 @@
 #include "tools/scan/PreviewSession.h"
 #include "tools/scan/TerminalQuestion.h"
 
-#include <QCoreApplication>
-
 #include <fmt/format.h>
 #include <unistd.h>
 
@@ -32,8 +30,8 @@ PlatformOptions scanPlatformOptions(const ScanArguments& arguments, bool isInter
     return options;
 }
 
-/// For the keychain, after a signal.
-constexpr tavrin::Seconds lastChance(2);
+/// How long the keychain may take to store the session after a signal.
+constexpr tavrin::Seconds shutdownTimeout(2);
 
 QCoro::Task<std::optional<tavrin::Secret>> provide(std::optional<tavrin::Secret> token) {
     co_return token;
@@ -48,10 +46,10 @@ ScanCommand::ScanCommand(ScanArguments arguments)
       worker_(std::make_unique<Worker>()) {
     // The user's choices and consent are the agent's, wherever progress is kept.
     const tavrin::CollectionPreferences preferences(*platform_.userDefaults);
-    arguments_.mode = arguments_.mode.value_or(preferences.mode());
-    arguments_.scope = arguments_.scope.value_or(preferences.scope());
+    choices_.mode = arguments_.mode.value_or(preferences.mode());
+    choices_.scope = arguments_.scope.value_or(preferences.scope());
     if (arguments_.isPreview && !arguments_.knownHandlesFile &&
-        *arguments_.scope == tavrin::ThreadScope::KnownContactsOnly) {
+        choices_.scope == tavrin::ThreadScope::KnownContactsOnly) {
         throw UsageError(
             "A preview of known contacts needs --known-handles FILE, or --scope allThreads.");
     }
@@ -75,7 +73,7 @@ ScanCommand::ScanCommand(ScanArguments arguments)
     }
 
     watermarkStore_ = std::make_unique<WatermarkStore>(*defaults);
-    ingest_ = std::make_unique<IngestClient>(
+    const IngestClient ingest(
         makeClient(*session), Configuration(*platform_.bundle).shortVersion());
 
     CollectorService::Options options;
@@ -85,12 +83,16 @@ ScanCommand::ScanCommand(ScanArguments arguments)
     options.retryDelays = arguments_.retryDelays;
     collector_ = std::make_unique<CollectorService>(
         *watermarkStore_,
-        *ingest_,
+        ingest,
         *platform_.fileCopier,
         *platform_.clock,
         *worker_,
         *platform_.logStore,
         std::move(options));
+    contacts_ =
+        std::make_unique<ContactBridge>(*platform_.addressBook, *worker_, *platform_.logStore);
+    scanRun_ = std::make_unique<ScanRun>(
+        ingest, *contacts_, *collector_, choices_, Logger(*platform_.logStore, "collector"));
     progressLine_ = std::make_unique<ScanProgressLine>(
         stderr, isatty(STDERR_FILENO) != 0 && !arguments_.isVerbose, *platform_.clock);
     QObject::connect(collector_.get(), &CollectorService::progressed, collector_.get(), [this] {
@@ -133,20 +135,18 @@ QCoro::Task<int> ScanCommand::run() {
         if (auth_) {
             co_await awaitSession();
         }
-        People people;
-        people.hints = co_await fetchHints();
+        auto addressBookUse = ScanRun::AddressBookUse::None;
         if (arguments_.usesAddressBook) {
-            isConsultingAddressBook_ = true;
-            people = co_await consultAddressBook(std::move(people.hints));
+            addressBookUse = isInteractive_ ? ScanRun::AddressBookUse::AskAndRead
+                                            : ScanRun::AddressBookUse::Read;
         }
-        isConsultingAddressBook_ = false;
-        summary = co_await collector_->runScan(
-            *arguments_.mode,
-            *arguments_.scope,
-            std::move(people.hints),
-            arguments_.since,
-            std::move(people.identities),
-            cancellation_.token());
+        summary = co_await scanRun_->run(addressBookUse, arguments_.since, cancellation_.token());
+    } catch (const tavrin::TaskCancelled& cancelled) {
+        if (scanRun_->isConsultingAddressBook()) {
+            // No scan has begun, so there is no summary to print.
+            throw;
+        }
+        failure = cancelled.what();
     } catch (const std::exception& error) {
         failure = error.what();
     }
@@ -173,12 +173,12 @@ QCoro::Task<> ScanCommand::awaitSession() {
 }
 
 QCoro::Task<> ScanCommand::awaitStorage() {
-    // A refreshed session must not be lost: its predecessor may be good no more. But whoever wants
-    // to leave need not wait for a keychain that asks to be unlocked.
+    // A refreshed session must not be lost, since the one before it may be invalid. But after a
+    // signal this does not wait for a keychain that asks to be unlocked.
     tavrin::CancellationSource end;
     std::unique_ptr<Clock::Timer> timer;
     const auto registration = cancellation_.token().onCancel(
-        [&] { timer = platform_.clock->schedule(lastChance, [&end] { end.cancel(); }); });
+        [&] { timer = platform_.clock->schedule(shutdownTimeout, [&end] { end.cancel(); }); });
     try {
         co_await auth_->stored(end.token());
     } catch (const tavrin::TaskCancelled&) {
@@ -188,46 +188,6 @@ QCoro::Task<> ScanCommand::awaitStorage() {
 
 void ScanCommand::cancel() {
     cancellation_.cancel();
-    if (isConsultingAddressBook_) {
-        // A question to the user or a hanging service would hold us up for nothing.
-        QCoreApplication::exit(failed);
-    }
-}
-
-QCoro::Task<CollectorService::HintSet> ScanCommand::fetchHints() {
-    std::string failure;
-    try {
-        co_return co_await ingest_->fetchKnownHandleHints(cancellation_.token());
-    } catch (const std::exception& error) {
-        failure = error.what();
-    }
-    cancellation_.token().throwIfCancelled();
-    if (*arguments_.scope == tavrin::ThreadScope::KnownContactsOnly) {
-        throw std::runtime_error(
-            "Could not fetch the known-contact list, so this scan was skipped rather than "
-            "reporting a false empty result: " +
-            failure);
-    }
-    Logger(*platform_.logStore, "collector")
-        .error("going on without the known-contact list: {}", failure);
-    co_return CollectorService::HintSet();
-}
-
-QCoro::Task<ScanCommand::People> ScanCommand::consultAddressBook(CollectorService::HintSet hints) {
-    ContactBridge bridge(*platform_.addressBook, *worker_, *platform_.logStore);
-    if (isInteractive_ && bridge.availability() == ContactBridge::Availability::NotDetermined) {
-        co_await bridge.requestAccess();
-    }
-    ContactBridge::Expansion expansion = co_await bridge.expand(std::move(hints));
-    if (bridge.availability() != ContactBridge::Availability::Granted) {
-        collector_->noteContactsUnavailable();
-    } else if (expansion.added == 0 && expansion.scanned > 0) {
-        collector_->noteContactsAddedNothing(expansion.scanned);
-    }
-    People people;
-    people.hints = std::move(expansion.hints);
-    people.identities = co_await bridge.buildIdentityIndex();
-    co_return people;
 }
 
 bool ScanCommand::print(const CollectorService::ScanSummary& summary) {

@@ -3,6 +3,7 @@
 
 #include "OrvelAgent/base/Worker.h"
 #include "OrvelAgent/scan/CollectorService.h"
+#include "OrvelAgent/scan/ScanRun.h"
 #include "core/CancellationToken.h"
 #include "platform/Platform.h"
 #include "tools/scan/Command.h"
@@ -33,24 +34,16 @@ public:
     void cancel() override;
 
 private:
-    struct People {
-        CollectorService::HintSet hints;
-        ContactBridge::IdentityIndex identities;
-    };
-
     [[nodiscard]] APIClient makeClient(URLSession& session);
     QCoro::Task<> awaitSession();
     QCoro::Task<> awaitStorage();
-    QCoro::Task<CollectorService::HintSet> fetchHints();
-    QCoro::Task<People> consultAddressBook(CollectorService::HintSet hints);
     /// Whether all of it could be written.
     [[nodiscard]] bool print(const CollectorService::ScanSummary& summary);
 
     ScanArguments arguments_;
     tavrin::CancellationSource cancellation_;
     bool isInteractive_;
-    /// Nothing is open yet that would have to be closed.
-    bool isConsultingAddressBook_ = false;
+    ScanRun::Choices choices_;
     Platform platform_;
     /// Where progress is kept when not in the agent's own user defaults.
     std::unique_ptr<tavrin::UserDefaults> stateDefaults_;
@@ -60,8 +53,9 @@ private:
     /// When no token was given.
     std::unique_ptr<AuthService> auth_;
     std::unique_ptr<WatermarkStore> watermarkStore_;
-    std::unique_ptr<IngestClient> ingest_;
+    std::unique_ptr<ContactBridge> contacts_;
     std::unique_ptr<CollectorService> collector_;
+    std::unique_ptr<ScanRun> scanRun_;
     std::unique_ptr<ScanProgressLine> progressLine_;
 };
 

@@ -1,0 +1,189 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/scan/ScanRun.h"
+
+#include "OrvelAgent/base/Configuration.h"
+#include "OrvelAgent/base/Worker.h"
+#include "tests/support/RunTask.h"
+#include "tests/support/TemporaryDirectory.h"
+#include "tests/support/WaitUntil.h"
+#include "tests/support/fakes/TestPlatform.h"
+#include "tests/support/messages/MessagesDatabaseBuilder.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace orvel::test {
+
+namespace {
+
+using tavrin::CollectionMode;
+using tavrin::ThreadScope;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using AddressBookUse = ScanRun::AddressBookUse;
+using Summary = CollectorService::ScanSummary;
+
+QCoro::Task<std::optional<tavrin::Secret>> noToken() {
+    co_return std::nullopt;
+}
+
+class ScanRunTest : public testing::Test {
+protected:
+    ScanRunTest() {
+        qputenv("TMPDIR", temporary_.path().c_str());
+        const auto chat =
+            database_.addChat({.participants = {database_.addHandle("+14155550134")}});
+        database_.addMessage({.guid = "message-1", .text = "text", .chats = {chat}});
+    }
+
+    ~ScanRunTest() override {
+        worker_.stop();
+        qunsetenv("TMPDIR");
+    }
+
+    CollectorService::Options options() {
+        CollectorService::Options options;
+        options.sourcePath = (directory_ / "chat.db").string();
+        return options;
+    }
+
+    std::optional<Summary> run(AddressBookUse addressBookUse) {
+        return runTask(scanRun_.run(addressBookUse, std::nullopt, cancellation_.token()));
+    }
+
+    [[nodiscard]] std::vector<std::string> errors() const {
+        std::vector<std::string> messages;
+        for (const auto& line : with_.logStore.lines()) {
+            if (line.level == LogLevel::Error) {
+                messages.push_back(line.message);
+            }
+        }
+        return messages;
+    }
+
+    TemporaryDirectory directory_;
+    TemporaryDirectory temporary_;
+    MessagesDatabaseBuilder database_{directory_ / "chat.db"};
+    TestPlatform with_;
+    Configuration configuration_{with_.bundle};
+    Worker worker_;
+    IngestClient ingest_{
+        APIClient(
+            with_.urlSession,
+            worker_,
+            configuration_,
+            configuration_.apiBaseURL(),
+            noToken,
+            IngestClient::requestTimeout),
+        "1.2.3"};
+    ContactBridge contacts_{with_.addressBook, worker_, with_.logStore};
+    WatermarkStore watermarkStore_{with_.userDefaults};
+    CollectorService collector_{
+        watermarkStore_,
+        ingest_,
+        with_.fileCopier,
+        with_.clock,
+        worker_,
+        with_.logStore,
+        options()};
+    ScanRun::Choices choices_;
+    tavrin::CancellationSource cancellation_;
+    ScanRun scanRun_{ingest_, contacts_, collector_, choices_, Logger(with_.logStore, "test")};
+};
+
+} // namespace
+
+TEST_F(ScanRunTest, ItSendsTheMessagesOfKnownHandlesAndGivesTheSummary) {
+    const auto summary = run(AddressBookUse::Read);
+    ASSERT_TRUE(summary);
+    EXPECT_EQ(summary->error, std::nullopt);
+    EXPECT_EQ(summary->uploaded, 1);
+    EXPECT_THAT(with_.service.guids(), ElementsAre("message-1"));
+}
+
+TEST_F(ScanRunTest, WithoutTheListOfKnownHandlesAScanOfThemThrowsAndReadsNothing) {
+    with_.service.setAnswer(FakeService::digestPath, 503, "Busy.");
+    try {
+        run(AddressBookUse::Read);
+        FAIL();
+    } catch (const std::runtime_error& error) {
+        EXPECT_STREQ(
+            error.what(),
+            "Could not fetch the known-contact list, so this scan was skipped rather than "
+            "reporting a false empty result: Busy.");
+    }
+    EXPECT_THAT(with_.addressBook.enumerations, IsEmpty());
+    EXPECT_THAT(collector_.history(), IsEmpty());
+}
+
+TEST_F(ScanRunTest, WithoutTheListOfKnownHandlesAScanOfAllThreadsGoesOn) {
+    choices_.scope = ThreadScope::AllThreads;
+    with_.service.setAnswer(FakeService::digestPath, 503, "Busy.");
+    EXPECT_TRUE(run(AddressBookUse::None));
+    EXPECT_THAT(errors(), ElementsAre("going on without the known-contact list: Busy."));
+    EXPECT_THAT(with_.service.guids(), ElementsAre("message-1"));
+}
+
+TEST_F(ScanRunTest, AChoiceMadeDuringThePreparationApplies) {
+    auto running = scanRun_.run(AddressBookUse::Read, std::nullopt, cancellation_.token());
+    choices_.mode = CollectionMode::MetadataOnly;
+    EXPECT_EQ(runTask(std::move(running)).value().mode, CollectionMode::MetadataOnly);
+}
+
+TEST_F(ScanRunTest, WithoutUseOfTheAddressBookItIsNeitherReadNorMentioned) {
+    with_.addressBook.status = AddressBook::denied;
+    EXPECT_TRUE(run(AddressBookUse::None));
+    EXPECT_THAT(with_.addressBook.enumerations, IsEmpty());
+    EXPECT_THAT(errors(), IsEmpty());
+}
+
+TEST_F(ScanRunTest, OnlyCardsThatAddNothingAreNoted) {
+    run(AddressBookUse::Read);
+    EXPECT_THAT(errors(), IsEmpty()) << "there are no cards";
+    with_.addressBook.cards.emplace_back();
+    run(AddressBookUse::Read);
+    EXPECT_THAT(
+        errors(), ElementsAre(HasSubstr("address book gave no new identifiers (1 contacts)")));
+}
+
+TEST_F(ScanRunTest, ItAsksForTheAddressBookOnlyWhenToldTo) {
+    with_.addressBook.status = AddressBook::notDetermined;
+    run(AddressBookUse::Read);
+    EXPECT_EQ(with_.addressBook.questions, 0);
+    EXPECT_THAT(errors(), ElementsAre(HasSubstr("Contacts access not granted")));
+    run(AddressBookUse::AskAndRead);
+    EXPECT_EQ(with_.addressBook.questions, 1);
+    EXPECT_FALSE(with_.addressBook.enumerations.empty());
+    run(AddressBookUse::AskAndRead);
+    EXPECT_EQ(with_.addressBook.questions, 1);
+}
+
+TEST_F(ScanRunTest, CancelledAtTheAddressBookItEndsAtOnceAndTellsWhere) {
+    with_.addressBook.hold();
+    auto running = scanRun_.run(AddressBookUse::Read, std::nullopt, cancellation_.token());
+    ASSERT_TRUE(waitUntil([this] { return !with_.addressBook.enumerations.empty(); }));
+    EXPECT_FALSE(running.isReady());
+    cancellation_.cancel();
+    EXPECT_TRUE(running.isReady());
+    EXPECT_THROW(runTask(std::move(running)), tavrin::TaskCancelled);
+    EXPECT_TRUE(scanRun_.isConsultingAddressBook());
+}
+
+TEST_F(ScanRunTest, CancelledBeforeTheAddressBookItDoesNotConsultIt) {
+    with_.service.setAnswer(FakeService::digestPath, std::nullopt);
+    auto running = scanRun_.run(AddressBookUse::Read, std::nullopt, cancellation_.token());
+    ASSERT_TRUE(
+        waitUntil([this] { return with_.service.requestCount(FakeService::digestPath) == 1; }));
+    cancellation_.cancel();
+    EXPECT_THROW(runTask(std::move(running)), tavrin::TaskCancelled);
+    EXPECT_FALSE(scanRun_.isConsultingAddressBook());
+}
+
+} // namespace orvel::test
