@@ -1,27 +1,111 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/app/Permissions.h"
 
+#include "OrvelAgent/base/Worker.h"
+#include "OrvelAgent/scan/CollectorService.h"
 #include "core/FileDescriptor.h"
+#include "platform/ApplicationFocus.h"
+#include "platform/ProcessControl.h"
+
+#include <QScopedValueRollback>
 
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <exception>
 #include <utility>
 
-namespace orvel::Permissions {
+namespace orvel {
 
-bool hasFullDiskAccess(const std::filesystem::path& database) {
+namespace {
+
+/// While it lives, the application is a regular one, whose questions come to the front.
+class RegularApplication final {
+public:
+    explicit RegularApplication(ApplicationFocus& focus)
+        : focus_(focus), former_(focus.activationPolicy()) {
+        focus_.setActivationPolicy(ApplicationFocus::ActivationPolicy::Regular);
+        focus_.activate();
+    }
+    ~RegularApplication() { focus_.setActivationPolicy(former_); }
+    RegularApplication(const RegularApplication&) = delete;
+    RegularApplication& operator=(const RegularApplication&) = delete;
+
+private:
+    ApplicationFocus& focus_;
+    ApplicationFocus::ActivationPolicy former_;
+};
+
+} // namespace
+
+Permissions::Permissions(
+    const Services& services,
+    std::filesystem::path database,
+    Logger log,
+    tavrin::CancellationToken lifetime)
+    : services_(services),
+      database_(std::move(database)),
+      log_(std::move(log)),
+      lifetime_(std::move(lifetime)),
+      hasFullDiskAccess_(hasFullDiskAccess(database_)),
+      contactsAvailability_(services_.contacts.availability()) {}
+
+bool Permissions::hasFullDiskAccess(const std::filesystem::path& database) {
     // By its bytes: a name that is no UTF-8 does not survive Qt's strings.
     const tavrin::FileDescriptor file(::open(database.c_str(), O_RDONLY | O_CLOEXEC));
     char byte = 0;
     return file.isOpen() && ::read(file.get(), &byte, 1) >= 0;
 }
 
-QCoro::Task<bool> probeFullDiskAccess(Worker* worker, std::filesystem::path database) {
+QCoro::Task<bool> Permissions::probeFullDiskAccess(Worker* worker, std::filesystem::path database) {
     auto probe = [database = std::move(database)] {
         return hasFullDiskAccess(database);
     };
     co_return co_await worker->run(std::move(probe));
 }
 
-} // namespace orvel::Permissions
+QCoro::Task<> Permissions::refresh() {
+    try {
+        const bool hasAccess = co_await probeFullDiskAccess(&services_.worker, database_);
+        if (lifetime_.isCancelled()) {
+            co_return;
+        }
+        if (std::exchange(hasFullDiskAccess_, hasAccess) != hasAccess) {
+            Q_EMIT changed();
+        }
+        updateContactsAvailability();
+    } catch (const std::exception& error) {
+        log_.error("could not look at the permissions: {}", error.what());
+    }
+}
+
+QCoro::Task<bool> Permissions::requestContactsAccess() {
+    if (services_.process.isDebuggerAttached()) {
+        services_.collector.noteDebuggerBlocksPrompt();
+        co_return false;
+    }
+    if (isRequestingContacts_) {
+        services_.focus.activate();
+        co_await services_.contacts.requestAccess(lifetime_);
+        co_return false;
+    }
+    {
+        const QScopedValueRollback<bool> requesting(isRequestingContacts_, true);
+        const RegularApplication regular(services_.focus);
+        const bool isGranted = co_await services_.contacts.requestAccess(lifetime_);
+        if (!isGranted) {
+            services_.collector.noteContactsRequestIgnored();
+        }
+    }
+    updateContactsAvailability();
+    co_return contactsAvailability_ == ContactBridge::Availability::Granted;
+}
+
+void Permissions::updateContactsAvailability() {
+    const ContactBridge::Availability now = services_.contacts.availability();
+    if (std::exchange(contactsAvailability_, now) != now) {
+        Q_EMIT changed();
+    }
+}
+
+} // namespace orvel

@@ -21,7 +21,10 @@ TavrinMacApp::TavrinMacApp(
       model_(platform, updatePresenter, std::move(options)),
       geometry_(*platform.userDefaults),
       scenes_(makeScenes()),
-      menuBarExtra_(std::make_unique<MenuBarExtra>(model_)) {
+      menuBarExtra_(std::make_unique<MenuBarExtra>(
+          model_,
+          MenuBarExtra::Ports{
+              *platform.tray, *platform.instanceRegistry, *platform.clock, *platform.logStore})) {
     // An installed bundle says so itself, but not a program from a build tree.
     platform_.applicationFocus->setActivationPolicy(ApplicationFocus::ActivationPolicy::Accessory);
     connect(menuBarExtra_.get(), &MenuBarExtra::versionHistoryRequested, this, [this] {
@@ -51,7 +54,7 @@ std::map<QString, TavrinMacApp::Scene> TavrinMacApp::makeScenes() {
         }};
     scenes[QString::fromLatin1(settings)] = {
         tr("Orvel Agent Settings"), std::nullopt, [this]() -> QWidget* {
-            auto* const view = new SettingsView(model_);
+            auto* const view = new SettingsView(model_, *platform_.bundle);
             connect(view, &SettingsView::activityLogRequested, this, [this] {
                 openWindow(QString::fromLatin1(activityLog));
             });

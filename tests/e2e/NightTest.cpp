@@ -97,8 +97,9 @@ protected:
         const auto timers = with_.clock.untilTimers();
         const auto longest = std::ranges::max_element(timers);
         // The timer of the flashing icon does not count.
-        return longest != timers.end() && *longest > AppModel::brandBeat ? std::optional(*longest)
-                                                                         : std::nullopt;
+        return longest != timers.end() && *longest > AttentionFlash::brandBeat
+                   ? std::optional(*longest)
+                   : std::nullopt;
     }
 
     /// Waits until the loop sleeps, then advances the clock to its next turn.
@@ -114,7 +115,7 @@ protected:
                 ++turnsSignedOut_;
             }
             with_.clock.advance(wait);
-        } while (wait < AppModel::blockedRecheck || wait == lastRetryDelay);
+        } while (wait < CollectionLoop::blockedRecheck || wait == lastRetryDelay);
     }
 
     /// Adds messages. Returns how many records a scan will send for them.
@@ -250,7 +251,7 @@ TEST_F(NightTest, EveryMessageOfANightOfTroubleArrivesOnce) {
             event->second();
         }
     }
-    ASSERT_TRUE(waitUntil([this] { return pendingWait() == AppModel::scanInterval; }));
+    ASSERT_TRUE(waitUntil([this] { return pendingWait() == CollectionLoop::scanInterval; }));
 
     const std::multiset<std::string> sendable = home_.sendableGuids();
     const std::set<std::string> expected(sendable.begin(), sendable.end());

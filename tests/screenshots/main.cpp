@@ -115,7 +115,7 @@ private:
         SampleAgent agent(AgentState::NothingWrong);
         agent.with.bundle.setResource("CHANGELOG.md", sampleChangelog);
 
-        SettingsView settings(agent.model());
+        SettingsView settings(agent.model(), agent.with.bundle);
         auto* tabs = settings.findChild<QTabWidget*>();
         tabs->setCurrentIndex(0);
         save(settings, "settings-general");
@@ -124,7 +124,7 @@ private:
 
         agent.with.service.setAnswer(
             test::FakeService::ingestPath, 503, "The service is being updated.");
-        agent.with.clock.advance(AppModel::scanInterval);
+        agent.with.clock.advance(CollectionLoop::scanInterval);
         agent.finishScan();
         LogWindow log(agent.with.logStore, agent.with.clock, agent.model().logSubsystems());
         log.resize(720, 460);

@@ -20,13 +20,15 @@ constexpr std::chrono::milliseconds beat(100);
 
 } // namespace
 
-Spinner::Spinner(MotionPreference& motion, QWidget* parent)
-    : QWidget(parent),
-      motion_(motion),
-      motionSubscription_(motion.onChange([this] { updateTurning(); })) {
+Spinner::Spinner(QWidget* parent) : QWidget(parent) {
     setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
     setAccessibleName(tr("Scanning"));
     setToolTip(tr("Scanning"));
+}
+
+void Spinner::setStill(bool isStill) {
+    isStill_ = isStill;
+    updateTurning();
 }
 
 QSize Spinner::sizeHint() const {
@@ -46,7 +48,7 @@ void Spinner::hideEvent(QHideEvent* event) {
 }
 
 void Spinner::updateTurning() {
-    if (!isVisible() || window()->isMinimized() || motion_.shouldReduceMotion()) {
+    if (!isVisible() || window()->isMinimized() || isStill_) {
         timer_.stop();
     } else if (!timer_.isActive()) {
         timer_.start(int(beat.count()), this);

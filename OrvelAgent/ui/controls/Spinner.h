@@ -1,23 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "platform/MotionPreference.h"
-
 #include <QBasicTimer>
 #include <QWidget>
-
-#include <memory>
 
 namespace orvel {
 
 /// Shows that something is under way. It turns while it can be seen, and costs nothing while it is
-/// hidden or its window minimised; where nothing may move, it stands still.
+/// hidden or its window minimised.
 class Spinner final : public QWidget {
     Q_OBJECT
 
 public:
-    /// The preference is borrowed.
-    explicit Spinner(MotionPreference& motion, QWidget* parent = nullptr);
+    explicit Spinner(QWidget* parent = nullptr);
+
+    /// Shows a steady image instead.
+    void setStill(bool isStill);
 
     [[nodiscard]] bool isTurning() const { return timer_.isActive(); }
 
@@ -34,8 +32,7 @@ protected:
 private:
     void updateTurning();
 
-    MotionPreference& motion_;
-    std::unique_ptr<Subscription> motionSubscription_;
+    bool isStill_ = false;
     QBasicTimer timer_;
     int step_ = 0;
 };

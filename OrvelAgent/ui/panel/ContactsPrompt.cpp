@@ -25,7 +25,7 @@ ContactsPrompt::ContactsPrompt(AppModel& model, QWidget* parent)
     connect(allow_, &QPushButton::clicked, &model_, [&model] {
         static_cast<void>(model.requestContactsAccess());
     });
-    addSettingsButton(*model_.platform().workspace, Workspace::SettingsPane::Contacts);
+    addSettingsButton(model_, Workspace::SettingsPane::Contacts);
     addText(tr("Already granted it in System Settings? Orvel Agent only sees the change after a "
                "restart."))
         ->setObjectName(QStringLiteral("restartNote"));
@@ -37,7 +37,7 @@ ContactsPrompt::ContactsPrompt(AppModel& model, QWidget* parent)
 }
 
 void ContactsPrompt::updateOffer() {
-    const bool isDebugged = model_.platform().processControl->isDebuggerAttached();
+    const bool isDebugged = model_.isDebuggerAttached();
     debuggerHint_->setVisible(isDebugged);
     allow_->setVisible(!isDebugged);
 }

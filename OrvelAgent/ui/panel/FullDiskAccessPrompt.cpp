@@ -14,7 +14,7 @@ FullDiskAccessPrompt::FullDiskAccessPrompt(AppModel& model, QWidget* parent)
              "relaunch."),
           parent) {
     setObjectName(QStringLiteral("fullDiskAccessPrompt"));
-    addSettingsButton(*model.platform().workspace, Workspace::SettingsPane::FullDiskAccess);
+    addSettingsButton(model, Workspace::SettingsPane::FullDiskAccess);
     QPushButton* recheck = addButton(tr("Re-check"));
     recheck->setObjectName(QStringLiteral("recheck"));
     connect(recheck, &QPushButton::clicked, &model, [&model] {

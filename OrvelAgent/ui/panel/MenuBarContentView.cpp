@@ -95,7 +95,7 @@ QWidget* MenuBarContentView::makeHeader() {
     auto* title = new TextLabel(Theme::TextStyle::Headline);
     title->setObjectName(QStringLiteral("displayName"));
     title->setText(QString::fromStdString(model_.configuration().displayName()));
-    spinner_ = new Spinner(*model_.platform().motionPreference);
+    spinner_ = new Spinner;
     spinner_->setObjectName(QStringLiteral("spinner"));
     layout->addWidget(title, 1);
     layout->addWidget(spinner_, 0, Qt::AlignTop);
@@ -170,13 +170,13 @@ QWidget* MenuBarContentView::makeBottomRow() {
     version->setObjectName(QStringLiteral("version"));
     version->setToolTip(tr("What changed in this and earlier versions"));
     connect(version, &TextButton::clicked, this, [this] {
-        model_.platform().applicationFocus->activate();
+        model_.activate();
         Q_EMIT versionHistoryRequested();
     });
     auto* settings = new PushButton(tr("Settings…"));
     settings->setObjectName(QStringLiteral("settings"));
     connect(settings, &QPushButton::clicked, this, [this] {
-        model_.platform().applicationFocus->activate();
+        model_.activate();
         Q_EMIT settingsRequested();
     });
     auto* quit = new PushButton(tr("Quit"));
@@ -191,6 +191,7 @@ QWidget* MenuBarContentView::makeBottomRow() {
 
 void MenuBarContentView::updateContent() {
     const std::optional<std::string> reason = model_.blockedReason();
+    spinner_->setStill(model_.shouldReduceMotion());
     spinner_->setVisible(model_.collector().isScanning());
     banner_->setReason(QString::fromStdString(reason.value_or("")));
     banner_->setVisible(reason.has_value());

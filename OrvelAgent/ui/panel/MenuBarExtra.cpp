@@ -6,6 +6,8 @@
 #include "OrvelAgent/ui/panel/MenuBarContentView.h"
 #include "OrvelAgent/ui/panel/PanelPlacement.h"
 #include "OrvelAgent/ui/panel/StatusIconLabel.h"
+#include "platform/InstanceRegistry.h"
+#include "platform/Tray.h"
 
 #include <QCursor>
 #include <QEvent>
@@ -25,12 +27,12 @@ constexpr tavrin::Seconds clickAfterFocusLoss{0.5};
 
 } // namespace
 
-MenuBarExtra::MenuBarExtra(AppModel& model) : model_(model) {
-    Platform& platform = model_.platform();
+MenuBarExtra::MenuBarExtra(AppModel& model, const Ports& ports) : model_(model), ports_(ports) {
     connect(&model_, &AppModel::changed, this, &MenuBarExtra::updateIcon);
+    connect(&model_, &AppModel::attentionFlashChanged, this, &MenuBarExtra::updateIcon);
     connect(qGuiApp, &QCoreApplication::aboutToQuit, this, [this] { isLeaving_ = true; });
-    activations_ = platform.instanceRegistry->onActivation([this] { showPanel(); });
-    trayChanges_ = platform.tray->onChange([this] { trayChanged(); });
+    activations_ = ports_.instanceRegistry.onActivation([this] { showPanel(); });
+    trayChanges_ = ports_.tray.onChange([this] { trayChanged(); });
     trayChanged();
     if (!icon_) {
         // While the system is being asked for a tray.
@@ -45,7 +47,7 @@ MenuBarExtra::~MenuBarExtra() {
 }
 
 void MenuBarExtra::trayChanged() {
-    const bool hasTray = model_.platform().tray->isAvailable();
+    const bool hasTray = ports_.tray.isAvailable();
     if (hasTray == (icon_ != nullptr)) {
         return;
     }
@@ -65,12 +67,12 @@ void MenuBarExtra::trayChanged() {
 }
 
 void MenuBarExtra::waitForTray() {
-    grace_ = model_.platform().clock->schedule(trayGrace, [this] { noTrayInTime(); });
+    grace_ = ports_.clock.schedule(trayGrace, [this] { noTrayInTime(); });
 }
 
 void MenuBarExtra::noTrayInTime() {
     grace_.reset();
-    Logger(*model_.platform().logStore, "lifecycle")
+    Logger(ports_.logStore, "lifecycle")
         .error("this desktop has no tray for the icon, so the panel opens as a window");
     closePanel();
     const bool isNew = !panel_;
@@ -105,7 +107,7 @@ void MenuBarExtra::prepareMenu() {
 void MenuBarExtra::makeIcon() {
     prepareMenu();
     icon_ = std::make_unique<QSystemTrayIcon>();
-    if (!model_.platform().tray->isMenuBar()) {
+    if (!ports_.tray.isMenuBar()) {
         icon_->setContextMenu(menu_.get());
     }
     connect(icon_.get(), &QSystemTrayIcon::activated, this, &MenuBarExtra::activated);
@@ -117,8 +119,8 @@ void MenuBarExtra::makeIcon() {
 const QIcon& MenuBarExtra::drawnIcon(StatusIcon status) {
     QIcon& drawn = drawnIcons_[status];
     if (drawn.isNull()) {
-        drawn = model_.platform().tray->isMenuBar() ? StatusIconLabel::templateIcon(status)
-                                                    : StatusIconLabel::icon(status);
+        drawn = ports_.tray.isMenuBar() ? StatusIconLabel::templateIcon(status)
+                                        : StatusIconLabel::icon(status);
     }
     return drawn;
 }
@@ -140,7 +142,7 @@ void MenuBarExtra::updateIcon() {
 }
 
 void MenuBarExtra::nameIcon() {
-    model_.platform().tray->setTitle(icon_->toolTip().toStdString());
+    ports_.tray.setTitle(icon_->toolTip().toStdString());
 }
 
 void MenuBarExtra::activated(QSystemTrayIcon::ActivationReason reason) {
@@ -151,7 +153,7 @@ void MenuBarExtra::activated(QSystemTrayIcon::ActivationReason reason) {
     if (reason != QSystemTrayIcon::Trigger) {
         return;
     }
-    const tavrin::Seconds now = model_.platform().clock->uptime();
+    const tavrin::Seconds now = ports_.clock.uptime();
     const bool wasOpen = panel_ || (closedByFocus_ && now - *closedByFocus_ < clickAfterFocusLoss);
     closedByFocus_.reset();
     if (wasOpen) {
@@ -170,7 +172,7 @@ void MenuBarExtra::showPanel(std::optional<QPoint> click) {
     isWanted_ = true;
     panel_->setWindowState(panel_->windowState() & ~Qt::WindowMinimized);
     panel_->show();
-    model_.platform().applicationFocus->activate();
+    model_.activate();
     panel_->raise();
     panel_->activateWindow();
 }
@@ -261,7 +263,7 @@ bool MenuBarExtra::eventFilter(QObject* watched, QEvent* event) {
         break;
     case QEvent::WindowDeactivate:
         if (!isOrdinaryWindow_) {
-            closedByFocus_ = model_.platform().clock->uptime();
+            closedByFocus_ = ports_.clock.uptime();
             closePanel();
         }
         break;

@@ -24,13 +24,16 @@ class QWidget;
 namespace orvel {
 
 class AppModel;
+class InstanceRegistry;
+class LogStore;
+class Tray;
 
 /// The agent's one permanent surface: its icon in the tray, and the panel that the icon opens.
 ///
 /// The icon comes as soon as there is a tray, and goes with it. Without one, the panel is an
 /// ordinary window, which opens after the grace and is only minimised when the user closes it. It
 /// gives way to the icon of a later tray, unless the user has turned to it. The panel exists only
-/// while it is open, so a closed one costs nothing. Borrows the model.
+/// while it is open, so a closed one costs nothing. Borrows the model and the ports.
 class MenuBarExtra final : public QObject {
     Q_OBJECT
 
@@ -38,7 +41,14 @@ public:
     /// How long a tray may take to appear after the start, or after the end of another.
     static constexpr tavrin::Seconds trayGrace{20};
 
-    explicit MenuBarExtra(AppModel& model);
+    struct Ports {
+        Tray& tray;
+        InstanceRegistry& instanceRegistry;
+        Clock& clock;
+        LogStore& logStore;
+    };
+
+    MenuBarExtra(AppModel& model, const Ports& ports);
     ~MenuBarExtra() override;
 
     /// Beside the icon that was clicked there; in the middle of the screen without a click.
@@ -77,6 +87,7 @@ private:
     void keepReachable();
 
     AppModel& model_;
+    const Ports ports_;
     std::unique_ptr<QSystemTrayIcon> icon_;
     std::unique_ptr<QMenu> menu_;
     /// Drawn once, because the attention flash changes between two of them all the time.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/ui/panel/Prompt.h"
 
+#include "OrvelAgent/app/AppModel.h"
 #include "OrvelAgent/ui/controls/PushButton.h"
 #include "OrvelAgent/ui/controls/TextLabel.h"
 #include "OrvelAgent/ui/controls/WrappingRow.h"
@@ -53,12 +54,12 @@ QPushButton* Prompt::addButton(const QString& text) {
     return button;
 }
 
-void Prompt::addSettingsButton(Workspace& workspace, Workspace::SettingsPane pane) {
+void Prompt::addSettingsButton(AppModel& model, Workspace::SettingsPane pane) {
     QPushButton* button = addButton(tr("Open System Settings"));
     button->setObjectName(QStringLiteral("openSystemSettings"));
-    connect(button, &QPushButton::clicked, this, [this, &workspace, pane] {
+    connect(button, &QPushButton::clicked, this, [this, &model, pane] {
         failure_->hide();
-        workspace.openSettings(
+        model.openSettings(
             pane, [prompt = QPointer(this)](const std::optional<tavrin::PlatformError>& error) {
                 if (prompt && error) {
                     prompt->failure_->setText(QString::fromUtf8(error->what()));

@@ -9,6 +9,7 @@ class QVBoxLayout;
 
 namespace orvel {
 
+class AppModel;
 class TextLabel;
 class WrappingRow;
 
@@ -24,7 +25,7 @@ protected:
     /// Beside the button before, or below the text before. `text` has its ampersands doubled.
     QPushButton* addButton(const QString& text);
     /// A button that opens the desktop's settings.
-    void addSettingsButton(Workspace& workspace, Workspace::SettingsPane pane);
+    void addSettingsButton(AppModel& model, Workspace::SettingsPane pane);
 
 private:
     /// Before the failure, which stays last.

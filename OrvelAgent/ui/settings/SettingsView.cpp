@@ -74,7 +74,7 @@ QVBoxLayout* makePageLayout(QWidget* page) {
 
 } // namespace
 
-SettingsView::SettingsView(AppModel& model, QWidget* parent)
+SettingsView::SettingsView(AppModel& model, const Bundle& bundle, QWidget* parent)
     : QWidget(parent),
       model_(model),
       tabs_(new QTabWidget),
@@ -89,7 +89,7 @@ SettingsView::SettingsView(AppModel& model, QWidget* parent)
     setObjectName(QStringLiteral("settings"));
     tabs_->setObjectName(QStringLiteral("tabs"));
     tabs_->setDocumentMode(true);
-    tabs_->addTab(makeGeneralTab(), tr("General"));
+    tabs_->addTab(makeGeneralTab(bundle), tr("General"));
     tabs_->addTab(makePrivacyTab(), tr("Privacy"));
     error_->setContentsMargins(Theme::windowPadding, 0, Theme::windowPadding, Theme::blockSpacing);
 
@@ -105,11 +105,10 @@ SettingsView::SettingsView(AppModel& model, QWidget* parent)
     updateSize();
 }
 
-QWidget* SettingsView::makeGeneralTab() {
+QWidget* SettingsView::makeGeneralTab(const Bundle& bundle) {
     startAtLogin_->setObjectName(QStringLiteral("startAtLogin"));
     connect(startAtLogin_, &QCheckBox::clicked, &model_, &AppModel::setStartAtLogin);
 
-    const Bundle& bundle = *model_.platform().bundle;
     const auto value = [](const QString& text, const char* name) {
         auto* label = new SelectableLabel(Theme::TextStyle::Body, Theme::Role::Primary, text);
         label->setObjectName(QLatin1String(name));
@@ -296,7 +295,7 @@ void SettingsView::setChecksAutomatically(bool isAutomatic) {
 }
 
 void SettingsView::checkForUpdates() {
-    model_.platform().applicationFocus->activate();
+    model_.activate();
     model_.updater().controller()->checkForUpdates();
 }
 

@@ -11,16 +11,18 @@ class QTabWidget;
 namespace orvel {
 
 class AppModel;
+class Bundle;
 class SelectableLabel;
 
 /// The user's choices, in two tabs: how the agent runs, and what it collects.
 ///
-/// Of a fixed size; larger only where larger text would be cut. Borrows the model.
+/// Of a fixed size; larger only where larger text would be cut. Borrows the model. The version and
+/// the build come from the bundle, which is read at once.
 class SettingsView final : public QWidget {
     Q_OBJECT
 
 public:
-    explicit SettingsView(AppModel& model, QWidget* parent = nullptr);
+    SettingsView(AppModel& model, const Bundle& bundle, QWidget* parent = nullptr);
 
 Q_SIGNALS:
     void activityLogRequested();
@@ -31,7 +33,7 @@ protected:
     void hideEvent(QHideEvent* event) override;
 
 private:
-    [[nodiscard]] QWidget* makeGeneralTab();
+    [[nodiscard]] QWidget* makeGeneralTab(const Bundle& bundle);
     [[nodiscard]] QWidget* makePrivacyTab();
     void updateContent();
     void updateIcons();

@@ -138,7 +138,7 @@ TEST_F(ScanRunTest, AChoiceMadeDuringThePreparationApplies) {
 }
 
 TEST_F(ScanRunTest, WithoutUseOfTheAddressBookItIsNeitherReadNorMentioned) {
-    with_.addressBook.status = AddressBook::denied;
+    with_.addressBook.status = AddressBook::AuthorizationStatus::Denied;
     EXPECT_TRUE(run(AddressBookUse::None));
     EXPECT_THAT(with_.addressBook.enumerations, IsEmpty());
     EXPECT_THAT(errors(), IsEmpty());
@@ -154,7 +154,7 @@ TEST_F(ScanRunTest, OnlyCardsThatAddNothingAreNoted) {
 }
 
 TEST_F(ScanRunTest, ItAsksForTheAddressBookOnlyWhenToldTo) {
-    with_.addressBook.status = AddressBook::notDetermined;
+    with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
     run(AddressBookUse::Read);
     EXPECT_EQ(with_.addressBook.questions, 0);
     EXPECT_THAT(errors(), ElementsAre(HasSubstr("Contacts access not granted")));

@@ -91,7 +91,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(AccessibilityTest, EverythingInTheSettingsHasARoleAndAName) {
     SampleAgent agent(AgentState::NothingWrong);
-    SettingsView view(agent.model());
+    SettingsView view(agent.model(), agent.with.bundle);
     view.setWindowTitle(QStringLiteral("Orvel Agent Settings"));
     auto* tabs = view.findChild<QTabWidget*>();
     for (int tab = 0; tab < tabs->count(); ++tab) {

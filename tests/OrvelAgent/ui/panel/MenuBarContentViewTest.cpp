@@ -297,6 +297,20 @@ TEST_F(MenuBarContentViewTest, TheSpinnerDoesNotTurnInAMinimisedWindow) {
     EXPECT_TRUE(spinner->isTurning());
 }
 
+TEST_F(MenuBarContentViewTest, TheAttentionFlashDoesNotRefreshIt) {
+    show(AgentState::SignedOut);
+    const std::string before = text({"messageCount"});
+    // A value without a signal: the panel shows it at its next refresh.
+    agent_->with.userDefaults.setInteger(WatermarkStore::last24hKey, 7);
+    agent_->with.clock.advance(AttentionFlash::brandBeat);
+    ASSERT_TRUE(agent_->model().attentionFlashOn());
+    agent_->with.clock.advance(AttentionFlash::alertBeat);
+    ASSERT_FALSE(agent_->model().attentionFlashOn());
+    EXPECT_EQ(text({"messageCount"}), before);
+    agent_->model().collector().setPaused(true);
+    EXPECT_EQ(text({"messageCount"}), "7 messages scanned in the last 24 hours");
+}
+
 TEST_F(MenuBarContentViewTest, TheSpinnerStandsStillWhereNothingMayMove) {
     show(AgentState::Scanning);
     auto* spinner = find<Spinner>({"spinner"});

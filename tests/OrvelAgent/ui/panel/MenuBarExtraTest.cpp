@@ -35,7 +35,9 @@ protected:
 
     void begin() {
         model_ = std::make_unique<AppModel>(with_.platform, with_.updatePresenter, options_);
-        extra_ = std::make_unique<MenuBarExtra>(*model_);
+        extra_ = std::make_unique<MenuBarExtra>(
+            *model_,
+            MenuBarExtra::Ports{with_.tray, with_.instanceRegistry, with_.clock, with_.logStore});
         processEvents();
     }
 
@@ -100,17 +102,17 @@ TEST_F(MenuBarExtraTest, TheIconBearsTheStatusInWords) {
     ASSERT_NE(extra_->trayIcon(), nullptr);
     EXPECT_TRUE(extra_->trayIcon()->isVisible());
     EXPECT_FALSE(extra_->trayIcon()->icon().isNull());
-    with_.clock.advance(AppModel::brandBeat);
+    with_.clock.advance(AttentionFlash::brandBeat);
     EXPECT_EQ(
         extra_->trayIcon()->toolTip(), QStringLiteral("Orvel Agent: Sign in to start collecting."));
-    with_.clock.advance(AppModel::alertBeat);
+    with_.clock.advance(AttentionFlash::alertBeat);
     EXPECT_EQ(extra_->trayIcon()->toolTip(), QStringLiteral("Orvel Agent"));
 }
 
 TEST_F(MenuBarExtraTest, TheTrayTellsScreenReadersTheStatus) {
     begin();
     EXPECT_EQ(with_.tray.title, "Orvel Agent");
-    with_.clock.advance(AppModel::brandBeat);
+    with_.clock.advance(AttentionFlash::brandBeat);
     EXPECT_EQ(with_.tray.title, "Orvel Agent: Sign in to start collecting.");
     // Each tray has an icon of its own.
     with_.tray.setAvailable(false);
@@ -125,7 +127,7 @@ TEST_F(MenuBarExtraTest, TheTrayTellsScreenReadersTheStatus) {
 TEST_F(MenuBarExtraTest, TheIconFollowsTheStatus) {
     begin();
     const qint64 brand = extra_->trayIcon()->icon().cacheKey();
-    with_.clock.advance(AppModel::brandBeat);
+    with_.clock.advance(AttentionFlash::brandBeat);
     const qint64 attention = extra_->trayIcon()->icon().cacheKey();
     EXPECT_NE(attention, brand);
     Q_EMIT model_->changed();

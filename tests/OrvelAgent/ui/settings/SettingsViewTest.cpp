@@ -47,7 +47,7 @@ protected:
         CollectorService::Options options;
         options.sourcePath = "/nonexistent/chat.db";
         model_ = std::make_unique<AppModel>(with_.platform, with_.updatePresenter, options);
-        view_ = std::make_unique<SettingsView>(*model_);
+        view_ = std::make_unique<SettingsView>(*model_, with_.bundle);
         view_->show();
         processEvents();
     }

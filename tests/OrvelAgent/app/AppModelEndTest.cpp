@@ -1,0 +1,328 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tests/OrvelAgent/app/AppModelFixture.h"
+#include "tests/support/RunTask.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <future>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace orvel::test {
+
+namespace {
+
+using testing::Each;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using namespace std::chrono_literals;
+
+/// A copy takes until it is released or, if it listens, cancelled.
+class SlowFileCopier final : public tavrin::FileCopier {
+public:
+    explicit SlowFileCopier(bool listens) : listens_(listens) {}
+
+    void awaitBeginning() { begun_.get_future().wait(); }
+    void release() { end_.set_value(); }
+
+    void copy(
+        const std::filesystem::path&,
+        const std::filesystem::path&,
+        const tavrin::CancellationToken& cancellation) override {
+        begun_.set_value();
+        const auto registration = cancellation.onCancel([this] {
+            if (listens_) {
+                release();
+            }
+        });
+        end_.get_future().wait();
+        throw tavrin::TaskCancelled();
+    }
+
+private:
+    bool listens_;
+    std::promise<void> begun_;
+    std::promise<void> end_;
+};
+
+QCoro::Task<> stopAndDestroy(std::unique_ptr<AppModel>* model) {
+    co_await (*model)->stop();
+    model->reset();
+}
+
+class AppModelEndTest : public AppModelFixture {
+protected:
+    std::vector<std::string> leftovers() {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(temporary_.path())) {
+            names.push_back(entry.path().filename());
+        }
+        return names;
+    }
+
+    /// Destroys the model as it is now.
+    void expectToEndWithoutATrace() {
+        model_.reset();
+        EXPECT_THAT(leftovers(), IsEmpty());
+        EXPECT_EQ(with_.clock.untilNextTimer(), std::nullopt);
+        const int changes = changes_ + flashChanges_;
+        const auto lines = with_.logStore.lines().size();
+        processEvents();
+        EXPECT_EQ(with_.service.inFlight(), 0U);
+        EXPECT_EQ(changes_ + flashChanges_, changes);
+        EXPECT_EQ(with_.logStore.lines().size(), lines);
+    }
+};
+
+} // namespace
+
+TEST_F(AppModelEndTest, OnceStoppedItScansNoMore) {
+    startSignedIn();
+    runTask(model_->stop());
+    EXPECT_EQ(with_.clock.untilNextTimer(), std::nullopt);
+    model_->startCollecting();
+    runTask(model_->requestContactsAccess());
+    EXPECT_EQ(scans(), 1U);
+    EXPECT_EQ(with_.clock.untilNextTimer(), std::nullopt);
+    // Its services are still there.
+    EXPECT_TRUE(model_->auth().isSignedIn());
+}
+
+TEST_F(AppModelEndTest, StoppingEndsAScan) {
+    addMessages(1);
+    with_.service.setAnswer(FakeService::ingestPath, std::nullopt);
+    beginSignedIn();
+    EXPECT_TRUE(waitForRequest(FakeService::ingestPath));
+    runTask(model_->stop());
+    EXPECT_FALSE(model_->collector().isScanning());
+    EXPECT_EQ(model_->collector().lastError(), std::nullopt);
+    EXPECT_EQ(model_->collector().history().front().error, std::nullopt);
+    EXPECT_THAT(logged(LogLevel::Error), Each(Not(HasSubstr("scan"))));
+    EXPECT_THAT(leftovers(), IsEmpty());
+    EXPECT_EQ(with_.service.inFlight(), 0U);
+}
+
+TEST_F(AppModelEndTest, StoppingWaitsUntilTheKeychainHasTheSession) {
+    startSignedIn();
+    model_->auth().signOut();
+    auto stopping = model_->stop();
+    EXPECT_FALSE(stopping.isReady());
+    runTask(std::move(stopping));
+    EXPECT_THAT(logged(LogLevel::Error), Each(Not(HasSubstr("quitting before"))));
+}
+
+TEST_F(AppModelEndTest, ASessionThatIsNotKeptIsLogged) {
+    startSignedIn();
+    with_.keychain.writeError = tavrin::PlatformError("test", 1, "The keychain is locked.");
+    model_->auth().signOut();
+    runTask(model_->stop());
+    EXPECT_EQ(
+        logged(LogLevel::Error).back(),
+        "the session will not outlive this process: The keychain is locked.");
+}
+
+TEST_F(AppModelEndTest, StoppingTakesNoLongerThanTwoSeconds) {
+    auto copier = std::make_unique<SlowFileCopier>(false);
+    SlowFileCopier& slow = *copier;
+    with_.platform.fileCopier = std::move(copier);
+    beginSignedIn();
+    EXPECT_TRUE(waitUntil([this] { return model_->collector().isScanning(); }));
+    slow.awaitBeginning();
+    auto stopping = model_->stop();
+    with_.clock.advance(1s);
+    processEvents();
+    EXPECT_FALSE(stopping.isReady());
+    with_.clock.advance(1s);
+    EXPECT_TRUE(stopping.isReady());
+    EXPECT_EQ(logged(LogLevel::Error).back(), "quitting before everything had come to its end");
+    slow.release();
+    expectToEndWithoutATrace();
+}
+
+TEST_F(AppModelEndTest, ItMayBeDestroyedAtTheVeryStart) {
+    begin();
+    expectToEndWithoutATrace();
+}
+
+TEST_F(AppModelEndTest, ItMayBeDestroyedWhileTheKeychainIsLocked) {
+    with_.keychain.lock();
+    begin();
+    processEvents();
+    expectToEndWithoutATrace();
+}
+
+TEST_F(AppModelEndTest, ItMayBeDestroyedWhileItSleeps) {
+    startSignedIn();
+    expectToEndWithoutATrace();
+}
+
+TEST_F(AppModelEndTest, ItMayBeDestroyedWhileItFlashes) {
+    startSignedOut();
+    with_.clock.advance(AttentionFlash::brandBeat);
+    expectToEndWithoutATrace();
+}
+
+TEST_F(AppModelEndTest, ItMayBeDestroyedWhileATokenIsRefreshed) {
+    with_.service.setAnswer(FakeService::refreshPath, std::nullopt);
+    beginSignedIn();
+    EXPECT_TRUE(waitForRequest(FakeService::refreshPath));
+    expectToEndWithoutATrace();
+}
+
+TEST_F(AppModelEndTest, ItMayBeDestroyedWhileItFetchesTheKnownContacts) {
+    with_.service.setAnswer(FakeService::digestPath, std::nullopt);
+    beginSignedIn();
+    EXPECT_TRUE(waitForRequest(FakeService::digestPath));
+    expectToEndWithoutATrace();
+}
+
+TEST_F(AppModelEndTest, ItMayBeDestroyedWhileItReadsTheContacts) {
+    with_.addressBook.hold();
+    beginSignedIn();
+    EXPECT_TRUE(waitUntil([this] { return !with_.addressBook.enumerations.empty(); }));
+    expectToEndWithoutATrace();
+}
+
+TEST_F(AppModelEndTest, ItMayBeDestroyedWhileItCopiesTheDatabase) {
+    auto copier = std::make_unique<SlowFileCopier>(true);
+    SlowFileCopier& slow = *copier;
+    with_.platform.fileCopier = std::move(copier);
+    beginSignedIn();
+    EXPECT_TRUE(waitUntil([this] { return model_->collector().isScanning(); }));
+    slow.awaitBeginning();
+    expectToEndWithoutATrace();
+}
+
+TEST_F(AppModelEndTest, ItMayBeDestroyedWhileABatchIsOnItsWay) {
+    addMessages(1);
+    with_.service.setAnswer(FakeService::ingestPath, std::nullopt);
+    beginSignedIn();
+    EXPECT_TRUE(waitForRequest(FakeService::ingestPath));
+    EXPECT_THAT(leftovers(), Not(IsEmpty()));
+    expectToEndWithoutATrace();
+}
+
+TEST_F(AppModelEndTest, ItMayBeDestroyedBetweenTwoBatches) {
+    addMessages(600);
+    beginSignedIn();
+    EXPECT_EQ(nextWait(), 10);
+    expectToEndWithoutATrace();
+}
+
+TEST_F(AppModelEndTest, ItMayBeDestroyedBetweenTwoAttempts) {
+    addMessages(1);
+    options_.retryDelays = {5};
+    with_.service.setAnswer(FakeService::ingestPath, 503);
+    beginSignedIn();
+    EXPECT_EQ(nextWait(), 5);
+    expectToEndWithoutATrace();
+}
+
+TEST_F(AppModelEndTest, ItMayBeDestroyedWhileItReadsTheLog) {
+    with_.logStore.hold();
+    beginSignedIn();
+    EXPECT_TRUE(waitUntil([this] { return !with_.logStore.reads().empty(); }));
+    expectToEndWithoutATrace();
+}
+
+TEST_F(AppModelEndTest, ItMayBeDestroyedWhileItSendsDiagnostics) {
+    with_.service.setAnswer(FakeService::diagnosticsPath, std::nullopt);
+    beginSignedIn();
+    EXPECT_TRUE(waitForRequest(FakeService::diagnosticsPath));
+    expectToEndWithoutATrace();
+}
+
+TEST_F(AppModelEndTest, ItMayBeDestroyedAtEveryStepOfAScan) {
+    addMessages(3);
+    with_.storeSession();
+    // A few events later each time; where the worker is then is another matter.
+    std::size_t finished = 0;
+    for (int events = 0; finished < 3; events += 1 + events / 20) {
+        begin();
+        for (int event = 0; event < events; ++event) {
+            QCoreApplication::processEvents(QEventLoop::AllEvents);
+        }
+        finished += scans();
+        expectToEndWithoutATrace();
+    }
+    EXPECT_EQ(finished, 3U);
+}
+
+TEST_F(AppModelEndTest, ItMayBeDestroyedWhileItChecksThePermissions) {
+    startSignedOut();
+    const auto looking = model_->refreshPermissions();
+    expectToEndWithoutATrace();
+    EXPECT_TRUE(looking.isReady());
+}
+
+TEST_F(AppModelEndTest, ItMayBeDestroyedWhileTheUserSignsIn) {
+    startSignedOut();
+    const auto signingIn = model_->auth().signIn();
+    EXPECT_TRUE(waitUntil([this] { return with_.browser.isWaiting(); }));
+    expectToEndWithoutATrace();
+    EXPECT_TRUE(signingIn.isReady());
+}
+
+TEST_F(AppModelEndTest, ItMayBeDestroyedWhileASignInIsExchanged) {
+    with_.service.setAnswer(FakeService::customTokenPath, std::nullopt);
+    with_.letTheUserSignIn();
+    startSignedOut();
+    const auto signingIn = model_->auth().signIn();
+    EXPECT_TRUE(waitForRequest(FakeService::customTokenPath));
+    expectToEndWithoutATrace();
+    EXPECT_TRUE(signingIn.isReady());
+}
+
+TEST_F(AppModelEndTest, ItMayBeDestroyedWhileTheUserIsAskedForContacts) {
+    with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
+    with_.addressBook.hold();
+    startSignedOut();
+    const auto asking = model_->requestContactsAccess();
+    const auto askingAgain = model_->requestContactsAccess();
+    expectToEndWithoutATrace();
+    EXPECT_TRUE(asking.isReady());
+    EXPECT_TRUE(askingAgain.isReady());
+    EXPECT_EQ(with_.applicationFocus.policy, ApplicationFocus::ActivationPolicy::Accessory);
+}
+
+TEST_F(AppModelEndTest, ItMayBeDestroyedWhileOneScanWaitsForAnother) {
+    addMessages(1);
+    with_.service.setAnswer(FakeService::ingestPath, std::nullopt);
+    beginSignedIn();
+    EXPECT_TRUE(waitForRequest(FakeService::ingestPath));
+    const auto asking = model_->requestContactsAccess();
+    processEvents();
+    EXPECT_FALSE(asking.isReady());
+    expectToEndWithoutATrace();
+    EXPECT_TRUE(asking.isReady());
+}
+
+TEST_F(AppModelEndTest, ItMayBeDestroyedWhileItStops) {
+    startSignedIn();
+    model_->auth().signOut();
+    const auto stopping = model_->stop();
+    EXPECT_FALSE(stopping.isReady());
+    model_.reset();
+    EXPECT_TRUE(stopping.isReady());
+    EXPECT_EQ(with_.clock.untilNextTimer(), std::nullopt);
+}
+
+TEST_F(AppModelEndTest, ItMayBeDestroyedByTheCoroutineThatStoppedIt) {
+    addMessages(1);
+    with_.service.setAnswer(FakeService::ingestPath, std::nullopt);
+    beginSignedIn();
+    EXPECT_TRUE(waitForRequest(FakeService::ingestPath));
+    runTask(stopAndDestroy(&model_));
+    EXPECT_FALSE(model_);
+    EXPECT_THAT(leftovers(), IsEmpty());
+    processEvents();
+}
+
+} // namespace orvel::test

@@ -1,0 +1,195 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tests/OrvelAgent/app/AppModelFixture.h"
+#include "tests/support/RunTask.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+
+namespace orvel::test {
+
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using Availability = ContactBridge::Availability;
+using namespace std::chrono_literals;
+
+class AppModelPermissionsTest : public AppModelFixture {
+protected:
+    [[nodiscard]] std::set<std::string> sentGuids() const {
+        const auto& guids = with_.service.guids();
+        return {guids.begin(), guids.end()};
+    }
+};
+
+} // namespace
+
+TEST_F(AppModelPermissionsTest, ARecheckFindsFullDiskAccessGrantedAndTakenAway) {
+    options_.sourcePath = (directory_ / "later.db").string();
+    startSignedOut();
+    runTask(model_->refreshPermissions());
+    EXPECT_FALSE(model_->hasFullDiskAccess());
+    const int changes = changes_;
+    const MessagesDatabaseBuilder later(directory_ / "later.db");
+    runTask(model_->refreshPermissions());
+    EXPECT_TRUE(model_->hasFullDiskAccess());
+    EXPECT_EQ(changes_, changes + 1);
+    runTask(model_->refreshPermissions());
+    EXPECT_EQ(changes_, changes + 1);
+    std::filesystem::remove(directory_ / "later.db");
+    runTask(model_->refreshPermissions());
+    EXPECT_FALSE(model_->hasFullDiskAccess());
+}
+
+TEST_F(AppModelPermissionsTest, ARecheckFindsTheAddressBookToo) {
+    with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
+    startSignedOut();
+    EXPECT_EQ(model_->contactsAvailability(), Availability::NotDetermined);
+    with_.addressBook.status = AddressBook::AuthorizationStatus::Denied;
+    const int changes = changes_;
+    runTask(model_->refreshPermissions());
+    EXPECT_EQ(model_->contactsAvailability(), Availability::Denied);
+    EXPECT_EQ(changes_, changes + 1);
+}
+
+TEST_F(AppModelPermissionsTest, UnderADebuggerContactsAreNotAskedFor) {
+    with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
+    with_.processControl.hasDebugger = true;
+    startSignedOut();
+    runTask(model_->requestContactsAccess());
+    EXPECT_EQ(with_.addressBook.questions, 0);
+    EXPECT_THAT(with_.applicationFocus.policies, IsEmpty());
+    EXPECT_THAT(
+        logged(LogLevel::Error),
+        ElementsAre(HasSubstr("not requesting Contacts: a debugger is attached")));
+}
+
+TEST_F(AppModelPermissionsTest, TheQuestionForContactsComesToTheFront) {
+    with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
+    with_.addressBook.userAllows = false;
+    startSignedOut();
+    const auto asking = model_->requestContactsAccess();
+    EXPECT_EQ(with_.applicationFocus.policy, ApplicationFocus::ActivationPolicy::Regular);
+    EXPECT_EQ(with_.applicationFocus.activations, 1);
+    processEvents();
+    EXPECT_EQ(with_.applicationFocus.policy, ApplicationFocus::ActivationPolicy::Accessory);
+    EXPECT_THAT(
+        logged(LogLevel::Error), ElementsAre(HasSubstr("Contacts request did not grant access")));
+}
+
+TEST_F(AppModelPermissionsTest, AskingForContactsWhileTheQuestionIsOpenBringsItToTheFront) {
+    with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
+    with_.addressBook.userAllows = false;
+    startSignedOut();
+    const auto first = model_->requestContactsAccess();
+    runTask(model_->requestContactsAccess());
+    processEvents();
+    EXPECT_TRUE(first.isReady());
+    EXPECT_EQ(with_.addressBook.questions, 1);
+    EXPECT_EQ(with_.addressBook.reminders, 1);
+    EXPECT_EQ(with_.applicationFocus.activations, 2);
+    EXPECT_EQ(with_.applicationFocus.policy, ApplicationFocus::ActivationPolicy::Accessory);
+    EXPECT_EQ(with_.applicationFocus.policies.size(), 2U);
+    EXPECT_EQ(logged(LogLevel::Error).size(), 1U);
+}
+
+TEST_F(AppModelPermissionsTest, AQuestionForContactsAskedTwiceAndAllowedIsOneMoreScan) {
+    with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
+    startSignedIn();
+    const auto first = model_->requestContactsAccess();
+    runTask(model_->requestContactsAccess());
+    EXPECT_TRUE(waitUntil([&] { return first.isReady(); }));
+    EXPECT_EQ(scans(), 2U);
+}
+
+TEST_F(AppModelPermissionsTest, AUserWhoRefusedTheContactsCanBeAskedAgain) {
+    with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
+    with_.addressBook.userAllows = false;
+    startSignedOut();
+    runTask(model_->requestContactsAccess());
+    EXPECT_EQ(model_->contactsAvailability(), Availability::NotDetermined);
+    with_.addressBook.userAllows = true;
+    runTask(model_->requestContactsAccess());
+    EXPECT_EQ(with_.addressBook.questions, 2);
+    EXPECT_EQ(model_->contactsAvailability(), Availability::Granted);
+}
+
+TEST_F(AppModelPermissionsTest, AQuestionForContactsThatGoesWrongCanBeAskedAgain) {
+    auto broken = std::make_unique<ThrowingAddressBook>();
+    ThrowingAddressBook& addressBook = *broken;
+    with_.platform.addressBook = std::move(broken);
+    startSignedOut();
+    addressBook.throws = true;
+    for (std::size_t question = 1; question <= 2; ++question) {
+        runTask(model_->requestContactsAccess());
+        EXPECT_EQ(with_.applicationFocus.policies.size(), 2 * question);
+        EXPECT_EQ(with_.applicationFocus.policy, ApplicationFocus::ActivationPolicy::Accessory);
+    }
+    EXPECT_THAT(
+        logged(LogLevel::Error),
+        Contains("could not ask for the contacts: The address book is out of order.").Times(2));
+}
+
+TEST_F(AppModelPermissionsTest, GrantedContactsLookAtAllConversationsAgainAtOnce) {
+    with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
+    addMessages(3);
+    startSignedIn();
+    EXPECT_EQ(scans(), 1U);
+    runTask(model_->requestContactsAccess());
+    EXPECT_EQ(model_->contactsAvailability(), Availability::Granted);
+    EXPECT_EQ(with_.applicationFocus.policy, ApplicationFocus::ActivationPolicy::Accessory);
+    EXPECT_EQ(scans(), 2U);
+    EXPECT_EQ(with_.service.guids().size(), 6U);
+    EXPECT_EQ(nextWait(), 900);
+}
+
+TEST_F(AppModelPermissionsTest, ContactsGrantedDuringAScanCountForAllConversations) {
+    with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
+    const auto handle = database_->addHandle("ada@example.com");
+    const auto chat = database_->addChat({.guid = "ada", .participants = {handle}});
+    addMessages(600);
+    database_->addMessage({.guid = "from-ada", .chats = {chat}});
+    ContactCard card;
+    card.phoneNumbers = {"+1 415 555 0134"};
+    card.emailAddresses = {"ada@example.com"};
+    with_.addressBook.cards = {card};
+    beginSignedIn();
+    // The message of somebody who is not known by that address has been passed over.
+    EXPECT_EQ(nextWait(), 10);
+    EXPECT_FALSE(sentGuids().contains("from-ada"));
+
+    auto request = model_->requestContactsAccess();
+    EXPECT_TRUE(
+        waitUntil([this] { return model_->contactsAvailability() == Availability::Granted; }));
+    with_.clock.advance(10s);
+    EXPECT_TRUE(waitUntil([this] { return scans() == 1U && isWaiting(10); }));
+    with_.clock.advance(10s);
+    runTask(std::move(request));
+    EXPECT_EQ(sentGuids().size(), 601U);
+    EXPECT_EQ(scans(), 2U);
+    // The loop has slept since the first one ended.
+    EXPECT_EQ(nextWait(), 890);
+}
+
+TEST_F(AppModelPermissionsTest, ProgressThatCannotBeForgottenIsLoggedAndTheScanGoesOn) {
+    startSignedIn();
+    with_.userDefaults.setFailsWrites(true);
+    runTask(model_->requestContactsAccess());
+    EXPECT_THAT(
+        logged(LogLevel::Error),
+        Contains(HasSubstr("could not forget the progress of earlier scans: ")));
+    EXPECT_EQ(scans(), 2U);
+    EXPECT_EQ(model_->settingsError(), std::nullopt);
+}
+
+} // namespace orvel::test

@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/app/AttentionFlash.h"
+
+#include "tests/OrvelAgent/app/AppModelFixture.h"
+#include "tests/support/RunTask.h"
+
+#include <gtest/gtest.h>
+
+namespace orvel::test {
+
+namespace {
+
+class AttentionFlashTest : public AppModelFixture {};
+
+} // namespace
+
+TEST_F(AttentionFlashTest, WhileAttentionFlashesItWakesUpLessThanOnceASecond) {
+    startSignedOut();
+    EXPECT_LT(wakeUpsInAnHour(), 3600);
+}
+
+TEST_F(AttentionFlashTest, WithReducedMotionItWakesUpLessThanOnceInTenSeconds) {
+    with_.motionPreference.setReducesMotion(true);
+    startSignedOut();
+    EXPECT_LT(wakeUpsInAnHour(), 360);
+}
+
+TEST_F(AttentionFlashTest, AttentionFlashesForLessThanASecondEveryThree) {
+    startSignedOut();
+    for (int beat = 0; beat < 3; ++beat) {
+        EXPECT_EQ(model_->statusIcon(), StatusIcon::Brand);
+        EXPECT_EQ(model_->statusAccessibilityLabel(), "Orvel Agent");
+        const int flashChanges = flashChanges_;
+        const int changes = changes_;
+        with_.clock.advance(AttentionFlash::brandBeat);
+        EXPECT_EQ(model_->statusIcon(), StatusIcon::Attention);
+        EXPECT_EQ(model_->statusAccessibilityLabel(), "Orvel Agent: Sign in to start collecting.");
+        EXPECT_EQ(flashChanges_, flashChanges + 1);
+        with_.clock.advance(AttentionFlash::alertBeat);
+        EXPECT_EQ(flashChanges_, flashChanges + 2);
+        EXPECT_EQ(changes_, changes) << "nothing else follows the flash";
+    }
+}
+
+TEST_F(AttentionFlashTest, TheFlashIsNeverStuckOnTheAttentionSymbol) {
+    startSignedOut();
+    with_.clock.advance(AttentionFlash::brandBeat);
+    ASSERT_TRUE(model_->attentionFlashOn());
+    model_->collector().setPaused(true);
+    EXPECT_FALSE(model_->attentionFlashOn());
+    with_.clock.advance(AttentionFlash::brandBeat);
+    EXPECT_FALSE(model_->attentionFlashOn());
+
+    // And begins anew with the brand image.
+    model_->collector().setPaused(false);
+    EXPECT_EQ(model_->statusIcon(), StatusIcon::Brand);
+    with_.clock.advance(AttentionFlash::brandBeat);
+    EXPECT_EQ(model_->statusIcon(), StatusIcon::Attention);
+    model_->syncAttentionFlash();
+    EXPECT_EQ(model_->statusIcon(), StatusIcon::Attention);
+    with_.letTheUserSignIn();
+    runTask(model_->auth().signIn());
+    EXPECT_FALSE(model_->attentionFlashOn());
+    EXPECT_EQ(model_->statusIcon(), StatusIcon::Brand);
+}
+
+TEST_F(AttentionFlashTest, WithReducedMotionAttentionIsASteadyImage) {
+    startSignedOut();
+    with_.clock.advance(AttentionFlash::brandBeat);
+    EXPECT_EQ(model_->statusIcon(), StatusIcon::Attention);
+    with_.motionPreference.setReducesMotion(true);
+    EXPECT_FALSE(model_->attentionFlashOn());
+    const int changes = changes_;
+    const int flashChanges = flashChanges_;
+    for (const tavrin::Seconds beat : {AttentionFlash::brandBeat, AttentionFlash::alertBeat}) {
+        EXPECT_EQ(model_->statusIcon(), StatusIcon::BrandAlert);
+        EXPECT_EQ(model_->statusAccessibilityLabel(), "Orvel Agent: Sign in to start collecting.");
+        with_.clock.advance(beat);
+    }
+    EXPECT_EQ(changes_, changes);
+    EXPECT_EQ(flashChanges_, flashChanges);
+
+    with_.motionPreference.setReducesMotion(false);
+    EXPECT_EQ(changes_, changes + 1);
+    EXPECT_EQ(model_->statusIcon(), StatusIcon::Brand);
+    with_.clock.advance(AttentionFlash::brandBeat);
+    EXPECT_EQ(model_->statusIcon(), StatusIcon::Attention);
+}
+
+} // namespace orvel::test
