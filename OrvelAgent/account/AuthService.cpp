@@ -172,26 +172,18 @@ QCoro::Task<std::optional<tavrin::Secret>> AuthService::currentToken() {
 
 APIClient::TokenProvider AuthService::tokenProvider() {
     return [self = reference()] {
-        return currentTokenOf(self);
+        AuthService* const service = self.get();
+        return service != nullptr ? service->currentToken() : noToken();
     };
 }
 
 APIClient::SessionExpiredHandler AuthService::sessionExpiredHandler() {
     return [self = reference()] {
-        return signOutOf(self);
+        if (AuthService* const service = self.get()) {
+            service->signOut();
+        }
+        return nothing();
     };
-}
-
-QCoro::Task<std::optional<tavrin::Secret>> AuthService::currentTokenOf(Reference self) {
-    AuthService* const service = self.get();
-    return service != nullptr ? service->currentToken() : noToken();
-}
-
-QCoro::Task<> AuthService::signOutOf(Reference self) {
-    if (AuthService* const service = self.get()) {
-        service->signOut();
-    }
-    return nothing();
 }
 
 void AuthService::openAccountPage() {
@@ -235,30 +227,20 @@ AuthService::loadProfile(Reference self, APIClient api, tavrin::CancellationToke
     }
     service = self.get();
     if (service != nullptr && service->signOutCount_ == signOutCount) {
-        service->mergeProfile(std::move(profile), std::move(session));
+        // Also without a stored session: an empty refresh token counts as signed out.
+        service->mergeProfile(profile, std::move(session).value_or(Session()));
     }
 }
 
-void AuthService::mergeProfile(Profile profile, std::optional<Session> session) {
-    if (!session) {
-        session.emplace();
-    }
-    if (profile.handle && profile.handle->empty()) {
-        profile.handle.reset();
-    }
+void AuthService::mergeProfile(const Profile& profile, Session session) {
+    session.merge(profile);
     if (profile.email) {
-        session->email = profile.email;
         accountEmail_ = profile.email;
     }
     if (profile.handle) {
-        session->handle = profile.handle;
         accountHandle_ = profile.handle;
     }
-    if (profile.uid) {
-        session->uid = profile.uid;
-    }
-    // Also when the keychain had none: without a refresh token it counts as signed out.
-    sessions_->save(*session);
+    sessions_->save(session);
     publish();
 }
 

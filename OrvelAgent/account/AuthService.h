@@ -131,11 +131,9 @@ private:
         tavrin::CancellationToken cancellation);
     static QCoro::Task<>
     loadProfile(Reference self, APIClient api, tavrin::CancellationToken cancellation);
-    static QCoro::Task<std::optional<tavrin::Secret>> currentTokenOf(Reference self);
-    static QCoro::Task<> signOutOf(Reference self);
 
     void acceptTokens(const FirebaseIdentity::Tokens& tokens);
-    void mergeProfile(Profile profile, std::optional<Session> session);
+    void mergeProfile(const Profile& profile, Session session);
     void finishSignIn(const std::exception_ptr& failure);
     void recordFailedSignIn(const std::exception_ptr& failure);
     void publish(Waiters waiters = {});

@@ -7,6 +7,18 @@
 
 namespace orvel {
 
+void Session::merge(const Profile& profile) {
+    const auto replace = [](std::optional<std::string>& old,
+                            const std::optional<std::string>& now) {
+        if (now) {
+            old = now;
+        }
+    };
+    replace(uid, profile.uid);
+    replace(email, profile.email);
+    replace(handle, profile.handle);
+}
+
 void tag_invoke(
     const boost::json::value_from_tag&, boost::json::value& json, const Session& session) {
     boost::json::object& object = json.emplace_object();
@@ -32,10 +44,14 @@ Session tag_invoke(const boost::json::value_to_tag<Session>&, const boost::json:
 
 Profile tag_invoke(const boost::json::value_to_tag<Profile>&, const boost::json::value& json) {
     const boost::json::object& object = tavrin::asObject(json);
-    return {
+    Profile profile{
         tavrin::optionalStringAt(object, "uid"),
         tavrin::optionalStringAt(object, "email"),
         tavrin::optionalStringAt(object, "handle")};
+    if (profile.handle && profile.handle->empty()) {
+        profile.handle.reset();
+    }
+    return profile;
 }
 
 } // namespace orvel

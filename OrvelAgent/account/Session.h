@@ -10,19 +10,23 @@
 
 namespace orvel {
 
+/// What the service knows about the account.
+struct Profile {
+    std::optional<std::string> uid;
+    std::optional<std::string> email;
+    /// Never empty.
+    std::optional<std::string> handle;
+};
+
 /// What the keychain keeps, as one JSON text.
 struct Session {
     tavrin::Secret refreshToken;
     std::optional<std::string> uid;
     std::optional<std::string> email;
     std::optional<std::string> handle;
-};
 
-/// What the service knows about the account.
-struct Profile {
-    std::optional<std::string> uid;
-    std::optional<std::string> email;
-    std::optional<std::string> handle;
+    /// What the profile lacks stays as it is.
+    void merge(const Profile& profile);
 };
 
 void tag_invoke(
