@@ -28,7 +28,7 @@ class KillTest : public testing::TestWithParam<unsigned> {};
 // SIGKILL cannot be handled, so the files on disk must be sufficient at any moment. After any
 // number of kills, the service must have every message once, and no copy of the database may be
 // left.
-TEST_P(KillTest, KillsLoseAndDuplicateNoMessage) {
+TEST_P(KillTest, KillsNeitherLoseNorDuplicateMessages) {
     ScanHome home;
     home.makeSample({"--messages", "900", "--no-two-chat"});
     const auto expected = home.sendableGuids();
