@@ -5,8 +5,8 @@
 #include "tests/support/RunTask.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/WaitUntil.h"
+#include "tests/support/fakes/IgnoredTrayWarning.h"
 #include "tests/support/fakes/TestPlatform.h"
-#include "tests/support/fakes/TrayOfNoPlatform.h"
 #include "tests/support/messages/MessagesDatabaseBuilder.h"
 
 #include <QApplication>
@@ -58,7 +58,7 @@ protected:
         return *window;
     }
 
-    TrayOfNoPlatform tray_;
+    IgnoredTrayWarning ignoredTrayWarning_;
     TemporaryDirectory directory_;
     TestPlatform with_;
     CollectorService::Options options_;

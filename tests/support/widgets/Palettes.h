@@ -19,7 +19,7 @@ enum class Palette {
     Light,
     Dark,
     /// Qt's default, for desktops that set no colours.
-    OfQt,
+    QtDefault,
     HighContrastLight,
     HighContrastDark,
 };
@@ -27,7 +27,7 @@ enum class Palette {
 inline constexpr std::array allPalettes{
     Palette::Light,
     Palette::Dark,
-    Palette::OfQt,
+    Palette::QtDefault,
     Palette::HighContrastLight,
     Palette::HighContrastDark};
 
@@ -37,8 +37,8 @@ inline const char* name(Palette palette) {
         return "Light";
     case Palette::Dark:
         return "Dark";
-    case Palette::OfQt:
-        return "OfQt";
+    case Palette::QtDefault:
+        return "QtDefault";
     case Palette::HighContrastLight:
         return "HighContrastLight";
     case Palette::HighContrastDark:
@@ -84,7 +84,7 @@ inline QPalette palette(Palette palette) {
             QColor(0x2a, 0x2a, 0x2d),
             QColor(0x1f, 0x1f, 0x22),
             QColor(0x3c, 0x3c, 0x40));
-    case Palette::OfQt: {
+    case Palette::QtDefault: {
         const std::unique_ptr<QStyle> fusion(QStyleFactory::create(QStringLiteral("Fusion")));
         return fusion->standardPalette();
     }

@@ -94,7 +94,7 @@ INSTANTIATE_TEST_SUITE_P(
     Palettes, ThemePaletteTest, testing::ValuesIn(test::allPalettes), test::nameOfPalette);
 
 TEST(ThemeTest, BlackOnWhiteInTheListsOfAnOrdinaryPaletteIsNoHighContrast) {
-    const QPalette palette = test::palette(test::Palette::OfQt);
+    const QPalette palette = test::palette(test::Palette::QtDefault);
     const QColor base = palette.color(QPalette::Base);
     ASSERT_NEAR(Theme::contrast(palette.color(QPalette::Text), base), 21, 1e-9);
     for (const Theme::Role role :

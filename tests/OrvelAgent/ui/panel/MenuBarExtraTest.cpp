@@ -6,8 +6,8 @@
 #include "tests/support/RunTask.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/WaitUntil.h"
+#include "tests/support/fakes/IgnoredTrayWarning.h"
 #include "tests/support/fakes/TestPlatform.h"
-#include "tests/support/fakes/TrayOfNoPlatform.h"
 #include "tests/support/messages/MessagesDatabaseBuilder.h"
 
 #include <QAccessible>
@@ -87,7 +87,7 @@ protected:
         return messages;
     }
 
-    TrayOfNoPlatform tray_;
+    IgnoredTrayWarning ignoredTrayWarning_;
     TemporaryDirectory directory_;
     TestPlatform with_;
     CollectorService::Options options_;
