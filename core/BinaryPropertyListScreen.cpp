@@ -16,7 +16,7 @@ public:
         : bytes_(bytes), limits_(limits) {}
 
     [[nodiscard]] bool passes() {
-        // What the walk accepts must not change any more, so the adjustments come first.
+        // Adjust first: the bytes must not change after the walk has accepted them.
         return readTrailer() && adjustTexts() && walk(root_, 1);
     }
 
@@ -38,7 +38,7 @@ private:
     struct Object {
         Type type;
         std::size_t marker;
-        /// All of it within the bytes before the offset table.
+        /// The content ends before the offset table.
         std::size_t content;
         std::size_t contentSize;
         std::size_t count;
@@ -159,7 +159,7 @@ private:
             if (!object) {
                 return false;
             }
-            // Objects that do not overlap cannot hold more than there is.
+            // A larger total means that objects overlap.
             total += object->contentSize;
             if (total > bytes_.size()) {
                 return false;
@@ -198,8 +198,8 @@ private:
         }
     }
 
-    /// Goes the way libplist will go, so that what is counted here is what it will allocate. A
-    /// circle ends at the greatest depth.
+    /// Visits objects in the same order as libplist, so the counts equal its allocations. The depth
+    /// limit ends circular references.
     [[nodiscard]] bool walk(std::uint64_t index, std::size_t depth) {
         const auto object = objectAt(index);
         if (!object || depth > limits_.depth || ++walkedObjects_ > limits_.objectCount) {

@@ -26,7 +26,7 @@ struct CancellationToken::State {
     bool isCancelled = false;
     std::uint64_t nextId = 1;
     std::map<std::uint64_t, std::function<void()>> callbacks;
-    /// The callback that `cancel()` is running without the lock, and on which thread.
+    /// The callback that `cancel()` is running without the lock, and its thread.
     std::uint64_t runningId = 0;
     std::thread::id runningThread;
 };
@@ -45,7 +45,7 @@ CancellationToken::Registration::Registration(Registration&& other) noexcept = d
 
 CancellationToken::Registration&
 CancellationToken::Registration::operator=(Registration&& other) noexcept {
-    // The old registration ends here, and with it this temporary.
+    // Unregisters the old callback at the end of this function.
     Registration old(std::move(*this));
     state_ = std::move(other.state_);
     return *this;
@@ -58,7 +58,7 @@ CancellationToken::Registration::~Registration() {
     CancellationToken::State& token = *state_->token;
     std::unique_lock lock(token.mutex);
     token.callbacks.erase(state_->id);
-    // A callback that unregisters itself must not wait for its own end.
+    // A callback that unregisters itself must not wait for itself to finish.
     if (token.runningThread != std::this_thread::get_id()) {
         token.callbackDone.wait(lock, [&] { return token.runningId != state_->id; });
     }
@@ -105,7 +105,7 @@ CancellationToken CancellationSource::token() const {
 }
 
 void CancellationSource::cancel() {
-    // The callbacks may destroy this source: keep the state alive on our own.
+    // Keep the state alive: the callbacks may destroy this source.
     const std::shared_ptr<CancellationToken::State> state = state_;
     std::unique_lock lock(state->mutex);
     if (state->isCancelled) {

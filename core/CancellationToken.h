@@ -7,22 +7,21 @@
 
 namespace tavrin {
 
-/// Thrown where work ends because its token was cancelled. Not a failure to show to the user.
-/// The agent has no other error for this: what a port reports as cancelled is its own.
+/// Thrown when work ends because its token was cancelled. Not shown to the user. Ports may have
+/// further errors for their own cancellations.
 class TaskCancelled final : public std::exception {
 public:
     [[nodiscard]] const char* what() const noexcept override { return "The task was cancelled."; }
 };
 
-/// Whether the exception is a `TaskCancelled`.
 [[nodiscard]] bool isCancellation(const std::exception_ptr& error);
 
-/// Tells work that it should stop. Copies share one state; a default-made token is never cancelled.
-/// Thread-safe. (`std::stop_token` is missing from some toolchains this has to build with.)
+/// Tells work to stop. Copies share one state. A default-constructed token is never cancelled.
+/// Thread-safe. (Some supported toolchains lack `std::stop_token`.)
 class CancellationToken final {
 public:
-    /// Unregisters its callback when destroyed. If the callback is just running on another thread,
-    /// the destructor waits for it.
+    /// Unregisters its callback when destroyed. If the callback is running on another thread, the
+    /// destructor waits for it.
     class Registration final {
     public:
         Registration();
@@ -42,8 +41,8 @@ public:
     [[nodiscard]] bool isCancelled() const;
     void throwIfCancelled() const;
 
-    /// Calls back once when cancelled, on the cancelling thread; at once, before returning, when
-    /// that has already happened. The callback must not throw.
+    /// Calls back once when cancelled, on the cancelling thread. If already cancelled, calls back
+    /// before it returns. The callback must not throw.
     [[nodiscard]] Registration onCancel(std::function<void()> callback) const;
 
 private:

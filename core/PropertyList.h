@@ -9,12 +9,12 @@
 namespace tavrin {
 
 struct PropertyListLimits {
-    /// Of the list in bytes, and of all texts and data in it once every reference to them is
-    /// replaced by a copy.
+    /// Most bytes of the list, and of its texts and data after every reference is replaced by a
+    /// copy.
     std::size_t size;
-    /// Counted after every reference is replaced by a copy.
+    /// Most objects, counted after every reference is replaced by a copy.
     std::size_t objectCount;
-    /// The root's depth is 1.
+    /// Deepest nesting. The root's depth is 1.
     std::size_t depth;
 };
 
@@ -22,14 +22,15 @@ struct PropertyListDeleter {
     void operator()(void* node) const noexcept;
 };
 
-/// A libplist node (`plist_t`) with all it holds.
+/// Owns a libplist node (`plist_t`) and its children.
 using PropertyList = std::unique_ptr<void, PropertyListDeleter>;
 
-/// Reads a binary or XML property list from bytes that are not to be trusted; null when it is
-/// neither, malformed or beyond the limits. Of XML only what property list writers produce is
-/// read: no attributes, comments or CDATA sections inside `<plist>`.
+/// Parses an untrusted binary or XML property list. Returns null if it is neither, malformed or
+/// beyond the limits. XML with attributes, comments or CDATA sections inside `<plist>` is refused:
+/// property list writers produce none.
 ///
-/// A text with NUL in it comes out of a binary list as a data node, because libplist would cut it.
+/// A text of a binary list that contains NUL becomes a data node, because libplist would truncate
+/// it.
 [[nodiscard]] PropertyList
 parsePropertyList(std::span<const std::uint8_t> bytes, const PropertyListLimits& limits);
 

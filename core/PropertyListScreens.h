@@ -9,17 +9,17 @@
 
 /// Checks of an untrusted property list before libplist reads it.
 ///
-/// libplist replaces references by copies without counting, recurses as deep as the list says, cuts
-/// texts at NUL, drops unpaired surrogates and is slow on purpose-made XML. So it reads only copies
-/// that these screens have walked through and adjusted.
+/// libplist copies referenced objects without a limit, recurses without a limit, truncates texts at
+/// NUL, drops unpaired surrogates, and is slow on specially crafted XML. These functions refuse or
+/// adjust such lists.
 namespace tavrin::PropertyListScreens {
 
 inline constexpr std::string_view binaryMagic = "bplist00";
 
-/// Adjusts the list's texts; whether libplist may read it then.
+/// Adjusts the list's texts. Returns whether libplist may then read it.
 [[nodiscard]] bool passesBinary(std::string& bytes, const PropertyListLimits& limits);
 
-/// The part of the list that libplist may read, or no value.
+/// The part of the list that libplist may read, or no value if it is refused.
 [[nodiscard]] std::optional<std::string>
 screenedXML(std::string_view xml, const PropertyListLimits& limits);
 

@@ -3,7 +3,7 @@
 
 #include <string_view>
 
-/// The keys of the user defaults that mean the same on every system.
+/// The user defaults keys that all systems share.
 namespace tavrin::UserDefaultsKeys {
 
 // The user's choices.

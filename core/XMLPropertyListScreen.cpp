@@ -10,15 +10,14 @@ namespace tavrin {
 
 namespace {
 
-/// Copies the `<plist>` element, checking it on the way.
+/// Checks and copies the `<plist>` element.
 class XMLScreen final {
 public:
     XMLScreen(std::string_view xml, const PropertyListLimits& limits)
         : xml_(xml), limits_(limits) {}
 
-    /// What libplist may read, or nothing.
     [[nodiscard]] std::optional<std::string> passed() {
-        // Nothing before the element matters, and without it there are no entities to expand.
+        // Leave out the prolog, which may define entities.
         position_ = xml_.find("<plist");
         if (position_ == std::string_view::npos || xml_.find('\0') != std::string_view::npos) {
             return std::nullopt;
@@ -45,12 +44,12 @@ private:
         std::size_t childCount;
     };
 
-    /// Keys that collide in libplist's hash table take time that grows with the square of their
-    /// number. A keyed archive has long arrays, but no dictionary that comes near this.
+    /// Colliding keys in libplist's hash table take quadratic time. Keyed archives have long
+    /// arrays, but only much smaller dictionaries.
     static constexpr std::size_t maximumDictionarySize = 256;
 
-    /// For every entity libplist moves the rest of the text. In bytes moved for all texts together;
-    /// a single one of up to 64 KiB never gets there.
+    /// libplist moves the rest of a text for every entity in it. This limits the bytes moved for
+    /// all texts together. A single text of up to 64 KiB cannot reach it.
     static constexpr std::size_t maximumMoveCost = std::size_t{1} << 30U;
 
     [[nodiscard]] bool copyNextTag() {
@@ -69,7 +68,7 @@ private:
             open_.pop_back();
             return matches;
         }
-        // The list element itself is no object.
+        // The `<plist>` element itself does not count as an object.
         if (open_.size() > limits_.depth || ++elementCount_ > limits_.objectCount ||
             (open_.back().name == "dict" &&
              ++open_.back().childCount > 2 * maximumDictionarySize)) {
@@ -94,7 +93,7 @@ private:
         return std::find(names.begin(), names.end(), name) != names.end();
     }
 
-    /// The rest of a leaf element, which must hold text only.
+    /// Copies the rest of a leaf element, which must contain only text.
     [[nodiscard]] bool copyLeaf(std::string_view name) {
         const std::size_t end = xml_.find('<', position_);
         if (end == std::string_view::npos) {
@@ -129,7 +128,7 @@ private:
     const PropertyListLimits& limits_;
     std::size_t position_ = 0;
     std::string copy_;
-    /// The elements around the position, outermost first.
+    /// The open elements, outermost first.
     std::vector<Element> open_;
     std::size_t elementCount_ = 0;
     std::size_t moveCost_ = 0;

@@ -32,8 +32,7 @@ constexpr std::string_view logSuffix = "-wal";
 constexpr std::string_view logIndexSuffix = "-shm";
 constexpr std::chrono::milliseconds firstPause = 10ms;
 constexpr std::chrono::milliseconds longestPause = 500ms;
-/// File systems stamp changes by a coarse clock: a second change this soon after the first can
-/// leave the time as it is.
+/// File times come from a coarse clock: two changes within this time can have the same time stamp.
 constexpr auto timeStampGranularity = 50ms;
 
 std::string describe(const ChatDatabaseSnapshot::Error::Case& error) {
@@ -61,27 +60,24 @@ bool isReadable(const fs::path& path) {
 }
 
 void requireReadable(const std::string& sourcePath) {
-    if (!exists(sourcePath)) {
-        // Where we may not look, nothing can be said to be missing.
-        if (isReadable(fs::path(sourcePath).parent_path())) {
-            throw ChatDatabaseSnapshot::Error(
-                ChatDatabaseSnapshot::Error::SourceMissing{sourcePath});
-        }
-        throw ChatDatabaseSnapshot::Error(
-            ChatDatabaseSnapshot::Error::PermissionDenied{sourcePath});
+    using Error = ChatDatabaseSnapshot::Error;
+    if (isReadable(sourcePath)) {
+        return;
     }
-    if (!isReadable(sourcePath)) {
-        throw ChatDatabaseSnapshot::Error(
-            ChatDatabaseSnapshot::Error::PermissionDenied{sourcePath});
+    // Without access to the directory, we cannot tell whether the file exists.
+    if (!exists(sourcePath) && isReadable(fs::path(sourcePath).parent_path())) {
+        throw Error(Error::SourceMissing{sourcePath});
     }
+    throw Error(Error::PermissionDenied{sourcePath});
 }
 
-/// What the copies of the source's files must have had in common to fit each other.
+/// The state of the source files at one moment. Comparing the states before and after a copy shows
+/// whether the copy is consistent.
 ///
-/// While the log is not restarted, it only grows: its copy, made after that of the main file, holds
-/// every page that a checkpoint may have been writing into the main file meanwhile, and a half-made
-/// transaction at its end does not count. A restart begins with a new header, before the first old
-/// frame is overwritten.
+/// The log only grows until it is restarted. It is copied after the main file, so its copy contains
+/// every page that a checkpoint may have written to the main file meanwhile. SQLite ignores an
+/// incomplete transaction at its end. A restart writes a new header before it overwrites the first
+/// old frame.
 class SourceState final {
 public:
     explicit SourceState(const std::string& sourcePath) {
@@ -106,10 +102,10 @@ public:
             std::chrono::abs(fs::file_time_type::clock::now() - modified_) > timeStampGranularity;
     }
 
-    /// Whether copies made from now on can be judged by this state.
+    /// Whether this state can be compared with a later one.
     [[nodiscard]] bool canVouch() const { return logGeneration_.has_value() || isSettled_; }
 
-    /// Whether what was copied between this state and the later one belongs together.
+    /// Whether a copy made between this state and the later one is consistent.
     [[nodiscard]] bool vouchesFor(bool copiedLog, const SourceState& later) const {
         if (logGeneration_ != later.logGeneration_ || device_ != later.device_ ||
             inode_ != later.inode_) {
@@ -118,7 +114,7 @@ public:
         if (copiedLog && logGeneration_.has_value()) {
             return true;
         }
-        // The copied main file stands alone: it must not have changed at all.
+        // Without a log, the main file must not have changed at all.
         return isSettled_ && size_ == later.size_ && modified_ == later.modified_;
     }
 
@@ -128,7 +124,7 @@ private:
     static constexpr int generationOffset = 12;
     using LogGeneration = std::array<char, 12>;
 
-    /// Absent without a log that has content.
+    /// No value if there is no log or it is empty.
     std::optional<LogGeneration> logGeneration_;
     dev_t device_ = 0;
     ino_t inode_ = 0;
@@ -137,7 +133,7 @@ private:
     bool isSettled_ = false;
 };
 
-/// Whether there is a copy now.
+/// Whether the file was copied.
 bool copyCompanion(
     FileCopier& copier,
     const std::string& source,
@@ -150,14 +146,13 @@ bool copyCompanion(
         copier.copy(source, destination, cancellation);
         return true;
     } catch (const PlatformError&) {
-        // The main file alone may be a snapshot too, if an older one.
+        // The main file alone may still be a consistent, older state. The caller checks that.
         return false;
     }
 }
 
-/// Whether the copy of a main file whose log is missing can be read by itself. A checkpoint may
-/// have carried over some pages of a change and not others; then rows are missing and no read says
-/// so.
+/// Whether the copy of the main file is intact without its log. A checkpoint may have written only
+/// some pages of a change. Then rows are missing, and reading reports no error.
 bool isWholeWithoutLog(const std::string& path) {
     bool isWhole = false;
     try {
@@ -168,7 +163,7 @@ bool isWholeWithoutLog(const std::string& path) {
     } catch (const SQLiteError&) {
         isWhole = false;
     }
-    // Files of the log's names that the look at it left.
+    // Remove the log files that the check created.
     for (const std::string_view suffix : {logSuffix, logIndexSuffix}) {
         std::error_code ignored;
         fs::remove(path + std::string(suffix), ignored);
@@ -176,8 +171,8 @@ bool isWholeWithoutLog(const std::string& path) {
     return isWhole;
 }
 
-/// One try at a copy of all files; whether they fit each other. Throws when there is none of the
-/// main file.
+/// Copies all files once. Returns whether the copy is consistent. Throws if the main file cannot be
+/// copied.
 bool copyOnce(
     FileCopier& copier,
     const std::string& source,
@@ -187,7 +182,8 @@ bool copyOnce(
     if (!before.canVouch()) {
         return false;
     }
-    std::array<std::string, 3> suffixes{"", std::string(logSuffix), std::string(logIndexSuffix)};
+    const std::array<std::string, 3> suffixes{
+        "", std::string(logSuffix), std::string(logIndexSuffix)};
     for (const std::string& suffix : suffixes) {
         std::error_code ignored;
         fs::remove(destination + suffix, ignored);
@@ -195,8 +191,8 @@ bool copyOnce(
     copier.copy(source, destination, cancellation);
     const bool copiedLog =
         copyCompanion(copier, source + suffixes[1], destination + suffixes[1], cancellation);
-    // It may be newer than the log's copy, yet cannot mislead: the first connection to a database
-    // that no other process has open empties this file and builds it anew from the log.
+    // It may be newer than the log's copy. That does no harm: the first connection to a database
+    // that no other process has open rebuilds this file from the log.
     copyCompanion(copier, source + suffixes[2], destination + suffixes[2], cancellation);
     const bool lacksLog = !copiedLog && exists(source + suffixes[1]);
     return before.vouchesFor(copiedLog, SourceState(source)) &&
@@ -232,7 +228,7 @@ ChatDatabaseSnapshot::ChatDatabaseSnapshot(
     requireReadable(sourcePath);
     directory_ = std::make_unique<SnapshotDirectory>();
     databasePath_ = directory() / fs::path(sourcePath).filename();
-    // The log lies beside the file itself, not beside a link to it.
+    // SQLite keeps the log next to the file itself, not next to a symbolic link to it.
     std::error_code ignored;
     const fs::path resolved = fs::canonical(sourcePath, ignored);
     const std::string source = resolved.empty() ? sourcePath : resolved.string();

@@ -17,14 +17,15 @@ class FileCopier;
 class SQLiteDatabase;
 class SnapshotDirectory;
 
-/// A private copy of the Messages database, removed with the object.
+/// A private copy of the Messages database. The destructor removes it.
 ///
-/// The copy holds the database file and its write-ahead-log companions in a directory of its own,
-/// readable by the owner only. The copy is consistent and has everything committed before: if the
-/// writer restarts its log during the copy, the copy is made again. Making one blocks; any thread.
+/// The database file and its write-ahead-log files are copied into a new directory that only the
+/// owner can read. The copy is consistent and contains everything committed before. If the writer
+/// restarts its log meanwhile, the files are copied again. The constructor blocks and may run on
+/// any thread.
 ///
-/// Reading the files closes descriptors of them, which drops this process's POSIX locks on them: a
-/// process must not make a snapshot of a database that it has open itself.
+/// A process must not make a snapshot of a database that it has open: closing the copied files
+/// drops all POSIX locks of the process on them.
 class ChatDatabaseSnapshot final {
 public:
     class Error final : public std::exception {
@@ -37,7 +38,7 @@ public:
         };
         struct CopyFailed {
             std::string path;
-            /// Why, in words for the user.
+            /// Shown to the user.
             std::string reason;
         };
         using Case = std::variant<SourceMissing, PermissionDenied, CopyFailed>;
@@ -52,20 +53,20 @@ public:
         std::string description_;
     };
 
-    /// Lets the given time pass, or less once the token is cancelled.
+    /// Waits for the given time, or until the token is cancelled.
     using Pause = std::function<void(std::chrono::milliseconds, const CancellationToken&)>;
 
-    /// Copies made before a source that never holds still is given up.
+    /// How often a changing source is copied before giving up.
     static constexpr int maximumAttempts = 10;
 
-    /// The `Pause` that blocks this thread.
+    /// The default `Pause`. Blocks this thread.
     static void wait(std::chrono::milliseconds duration, const CancellationToken& cancellation);
 
     /// `Library/Messages/chat.db` in the user's home directory.
     [[nodiscard]] static std::string defaultSourcePath();
 
-    /// Throws `Error`, `std::filesystem::filesystem_error` when the directory cannot be made, and
-    /// `TaskCancelled`; nothing stays behind then.
+    /// Throws `Error`, `TaskCancelled`, or `std::filesystem::filesystem_error` if the directory
+    /// cannot be created. On failure nothing is left on disk.
     explicit ChatDatabaseSnapshot(
         FileCopier& copier,
         const std::string& sourcePath = defaultSourcePath(),
@@ -75,7 +76,7 @@ public:
     ChatDatabaseSnapshot(const ChatDatabaseSnapshot&) = delete;
     ChatDatabaseSnapshot& operator=(const ChatDatabaseSnapshot&) = delete;
 
-    /// A new connection at every call; the snapshot must outlive it. Throws `SQLiteError`.
+    /// A new connection on every call. The snapshot must outlive it. Throws `SQLiteError`.
     [[nodiscard]] std::shared_ptr<SQLiteDatabase> open() const;
 
     [[nodiscard]] const std::string& databasePath() const { return databasePath_; }

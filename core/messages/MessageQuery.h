@@ -28,17 +28,18 @@ inline constexpr int associatedMessageType = 10;
 inline constexpr int itemType = 11;
 } // namespace column
 
-/// A constant stands for a column that the database lacks, so the positions never change.
+/// Selects a constant in place of a missing column, so the positions never change.
 [[nodiscard]] std::string selectList(SQLiteDatabase& database);
 
 [[nodiscard]] std::string statement(const std::string& selectList, bool ascending, bool hasSince);
 
-/// Of the statement. The limit has one row added, which shows whether there is more.
+/// The parameters of `statement`. Its limit is one row more than `batchLimit`, to show whether
+/// there are more rows.
 [[nodiscard]] std::vector<SQLiteDatabase::Binding>
 bindings(std::int64_t bound, const std::optional<Date>& since, std::int64_t batchLimit);
 
-/// Of the three parameters that compare a date with the instant: dates are stored in nanoseconds
-/// or, when small, in seconds.
+/// The three parameters that compare a date with the instant. Small stored values are in seconds,
+/// all others in nanoseconds.
 [[nodiscard]] std::vector<SQLiteDatabase::Binding> sinceBindings(Date since);
 
 } // namespace tavrin::MessageQuery

@@ -47,11 +47,12 @@ void requireTable(SQLiteDatabase& database, const std::string& name) {
 
 } // namespace
 
-/// What stays the same from batch to batch while the database and the known handles do.
+/// Valid for all batches until the database or the set of known handles changes.
 struct MessagesCollector::Cache {
     struct Chat {
         ChatInfo info;
-        /// Whether a participant is among the known handles; found out when a row asks.
+        /// Whether a participant is among the known handles. Computed for the first row that needs
+        /// it.
         std::optional<bool> hasKnownParticipant = std::nullopt;
 
         [[nodiscard]] bool isGroup() const {
@@ -102,7 +103,7 @@ struct MessagesCollector::Cache {
     std::shared_ptr<const HintSet> knownHandleHints;
 };
 
-/// Makes a batch of the rows it is shown.
+/// Builds a batch from query rows.
 class MessagesCollector::BatchReader final {
 public:
     BatchReader(Cache& cache, const Options& options, std::int64_t bound, bool ascending)
@@ -161,14 +162,15 @@ public:
 
 private:
     void requireOrder(std::int64_t rowID) {
-        // A message comes once for each of its chats, so an id may repeat, but not the bound.
+        // The query returns a message once for each of its chats, so an id may repeat, but not the
+        // bound.
         const bool isFirstRow = batch_.scanned == 0;
         const bool isInOrder = ascending_
                                    ? rowID > previous_ || (!isFirstRow && rowID == previous_)
                                    : rowID < previous_ || (!isFirstRow && rowID == previous_);
         if (!isInOrder) {
-            // Only a corrupt file gives such a row. It would move the caller's cursor back, so that
-            // the walk never ends, or so far on that the rows in between are never read.
+            // Only a corrupt file gives such a row. The caller's cursor could move back, so that
+            // the walk never ends, or skip rows that were not read.
             throw SQLiteError(SQLiteError::Step{"database disk image is malformed"});
         }
         previous_ = rowID;
@@ -218,7 +220,7 @@ private:
 
     Cache& cache_;
     const Options& options_;
-    /// The id of the row before, at first the bound.
+    /// The id of the previous row. The bound before the first row.
     std::int64_t previous_;
     bool ascending_;
     Batch batch_;
@@ -285,7 +287,7 @@ std::map<std::int64_t, MessagesCollector::ChatInfo> MessagesCollector::loadChats
             }
         });
     for (auto& [rowID, chat] : chats) {
-        // Not the forms with a range, which libc++ 14 lacks and clang 14 does not compile.
+        // libc++ 14 lacks the `std::ranges` algorithms, and clang 14 does not compile them.
         std::sort(chat.participants.begin(), chat.participants.end());
         const auto last = std::unique(chat.participants.begin(), chat.participants.end());
         chat.participants.erase(last, chat.participants.end());
@@ -294,7 +296,7 @@ std::map<std::int64_t, MessagesCollector::ChatInfo> MessagesCollector::loadChats
 }
 
 void MessagesCollector::refreshCache() {
-    // Asked before anything is read: a change in between shows the next time.
+    // Read the version first: a change during the reads below then causes another refresh.
     const Cache::Version version{
         firstInteger(*database_, "PRAGMA data_version"),
         firstInteger(*database_, "PRAGMA schema_version")};

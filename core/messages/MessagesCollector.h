@@ -20,13 +20,13 @@ namespace tavrin {
 
 class SQLiteDatabase;
 
-/// Turns rows of a Messages database into records, one bounded batch at a time, walking the
-/// `message` table by row id. Every batch that examined a row moves the walk on, so that it ends
-/// even in a corrupt file.
+/// Turns rows of a Messages database into records, one bounded batch at a time, in the order of the
+/// row ids. Every batch that examines a row advances the cursor, so a walk ends even in a corrupt
+/// file.
 ///
-/// Lives for one scan over one snapshot and is used by one thread at a time. SQLite's failures pass
-/// through as `SQLiteError`; a failing scan returns no partial batch. Schema and chats are read
-/// again only when SQLite says that the data or the schema changed.
+/// Use one object for one scan of one snapshot, on one thread at a time. Throws `SQLiteError` if a
+/// query fails; there are no partial batches. Schema and chats are read again only after SQLite
+/// reports a change of the data or the schema.
 class MessagesCollector final {
 public:
     using HintSet = std::unordered_set<std::string>;
@@ -34,30 +34,30 @@ public:
     struct Options {
         CollectionMode mode = CollectionPreferences::defaultMode;
         ThreadScope scope = CollectionPreferences::defaultScope;
-        /// Most rows examined in one batch; by default all.
+        /// Most rows examined in one batch. At least 1.
         std::int64_t batchLimit = std::numeric_limits<std::int64_t>::max();
-        /// The handles that the assistant knows, as match hints; none is the same as an empty set.
-        /// What was found out with a set is kept while the same one is passed: it must not change.
+        /// The handles that the service knows, as match hints. Null means an empty set. Results are
+        /// cached by pointer, so the set must not change.
         std::shared_ptr<const HintSet> knownHandleHints;
-        /// Only messages sent at or after this instant; it must be one that
-        /// `AppleEpoch::rawNanoseconds` takes.
+        /// Only messages sent at or after this instant, which must be valid for
+        /// `AppleEpoch::rawNanoseconds`.
         std::optional<Date> since;
     };
 
     struct Batch {
-        /// In the order of the walk.
+        /// In the order of the query.
         std::vector<MessageRecord> records;
-        /// The largest row id examined; the bound itself when no row was.
+        /// The largest row id examined, or the bound if no row was examined.
         std::int64_t highWatermark = 0;
-        /// The smallest row id examined; the bound itself when no row was.
+        /// The smallest row id examined, or the bound if no row was examined.
         std::int64_t lowWatermark = 0;
-        /// Rows examined; a row beyond the limit is not.
+        /// Rows examined. The row that only sets `hasMore` does not count.
         std::int64_t scanned = 0;
         std::int64_t skippedOutOfScope = 0;
-        /// Rows kept without text because none came out of their blob.
+        /// Rows kept without text because their blob could not be decoded.
         std::int64_t skippedUndecodable = 0;
         std::int64_t skippedNotUserContent = 0;
-        /// There is at least one further row in the direction of the walk.
+        /// Whether there is at least one further row in the same direction.
         bool hasMore = false;
     };
 
@@ -65,13 +65,13 @@ public:
         std::optional<std::string> guid;
         /// Distinct, in ascending byte order.
         std::vector<std::string> participants;
-        /// 0 when the database has none.
+        /// 0 if the database has no style column.
         std::int64_t style = 0;
 
         bool operator==(const ChatInfo&) const = default;
     };
 
-    /// What the database lacks.
+    /// A table or column is missing.
     class Error final : public std::exception {
     public:
         struct SchemaMissing {
@@ -89,22 +89,22 @@ public:
         std::string description_;
     };
 
-    /// Checks the schema; throws `Error` for the first piece that is missing.
+    /// Checks the schema. Throws `Error` for the first missing table or column.
     explicit MessagesCollector(std::shared_ptr<SQLiteDatabase> database);
     ~MessagesCollector();
     MessagesCollector(const MessagesCollector&) = delete;
     MessagesCollector& operator=(const MessagesCollector&) = delete;
 
-    /// Forwards: rows with an id greater than `after`, ascending.
+    /// Rows with an id greater than `after`, ascending.
     [[nodiscard]] Batch collect(std::int64_t after, const Options& options);
 
-    /// Backwards: rows with an id less than `before`, descending.
+    /// Rows with an id less than `before`, descending.
     [[nodiscard]] Batch collectBackfill(std::int64_t before, const Options& options);
 
-    /// User messages sent at or after the instant, whatever the thread.
+    /// User messages of all threads, sent at or after the instant.
     [[nodiscard]] std::int64_t countMessages(Date since);
 
-    /// By chat row id; empty when the database keeps no chats.
+    /// By chat row id. Empty if the database has no chat tables.
     [[nodiscard]] std::map<std::int64_t, ChatInfo> loadChats();
 
 private:

@@ -44,8 +44,8 @@ bool isName(std::string_view name) {
     });
 }
 
-/// The descriptor that holds the lock on this directory; none when another process holds it, when
-/// the directory belongs to another user, or when the path no longer leads to it.
+/// Locks the directory. Returns no descriptor if another process holds the lock, the directory
+/// belongs to another user, or the path no longer names it.
 FileDescriptor lock(const fs::path& directory) {
     FileDescriptor descriptor(
         open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
@@ -65,8 +65,8 @@ FileDescriptor lock(const fs::path& directory) {
 SnapshotDirectory::SnapshotDirectory() {
     const fs::path folder = parent();
     fs::create_directories(folder);
-    // `removeAbandoned` of another process may remove the directory before it is locked: make
-    // another. The bound is for file systems without locks.
+    // `removeAbandoned` of another process may remove the directory before it is locked. Then try a
+    // new one. The loop has a limit because some file systems have no locks.
     for (int attempt = 0; attempt < maximumAttempts; ++attempt) {
         path_ = folder / makeName();
         if (mkdir(path_.c_str(), S_IRWXU) != 0) {

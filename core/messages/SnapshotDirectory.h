@@ -9,15 +9,16 @@
 
 namespace tavrin {
 
-/// A new directory for one snapshot, readable by the owner only and removed with all it holds.
+/// A new directory for one snapshot, readable by the owner only. The destructor removes it with its
+/// contents.
 ///
-/// An advisory lock tells the directories in use from those that a crash left behind.
+/// An advisory lock marks a directory as in use. After a crash the lock is gone.
 class SnapshotDirectory final {
 public:
     /// Every name begins with this and ends with a UUID.
     static constexpr std::string_view prefix = "tavrin-chatdb-";
 
-    /// Throws `std::filesystem::filesystem_error` when the directory cannot be made.
+    /// Throws `std::filesystem::filesystem_error` if the directory cannot be created.
     SnapshotDirectory();
     ~SnapshotDirectory();
     SnapshotDirectory(const SnapshotDirectory&) = delete;
@@ -25,11 +26,11 @@ public:
 
     [[nodiscard]] const std::filesystem::path& path() const { return path_; }
 
-    /// `$TMPDIR` when set and not empty, else "/tmp".
+    /// `$TMPDIR` if set and not empty, else "/tmp".
     [[nodiscard]] static std::filesystem::path parent();
 
-    /// Removes this user's directories in `parent()` that no running process holds, and returns how
-    /// many. Those that cannot be removed stay.
+    /// Removes this user's directories in `parent()` that no running process has locked. Returns
+    /// their number. Ignores directories that cannot be removed.
     static std::size_t removeAbandoned();
 
 private:
