@@ -11,11 +11,11 @@
 
 namespace orvel {
 
-/// Awaits the completion callback of a port: the one adapter from callbacks to coroutines.
+/// Awaits the completion callback of a port.
 ///
-/// `start(completion)` makes the call. What it returns (a task, an attempt, a timer, or nothing)
-/// lives until the wait is over. Throws `TaskCancelled` at once when the token is cancelled, before
-/// or meanwhile, after calling `cancel()` on that object if it has one.
+/// `start(completion)` makes the call. The object that it returns (a task, an attempt or a timer),
+/// if any, is kept until the wait ends. If the token is or becomes cancelled, throws
+/// `TaskCancelled` at once, after calling `cancel()` on that object if it has one.
 template <typename T, typename Start>
 QCoro::Task<T> awaitCompletion(Start start, tavrin::CancellationToken cancellation) {
     cancellation.throwIfCancelled();
@@ -31,7 +31,7 @@ QCoro::Task<T> awaitCompletion(Start start, tavrin::CancellationToken cancellati
             return start(std::move(completion));
         }
     }();
-    // Not left to the port's own report of the end, which comes later, when all may be gone.
+    // Do not wait for the port to report the cancellation: this object's users may be gone by then.
     const auto registration = cancellation.onCancel([&running] {
         if constexpr (requires { running->cancel(); }) {
             running->cancel();

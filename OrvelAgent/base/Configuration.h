@@ -13,8 +13,8 @@ class Configuration final {
 public:
     explicit Configuration(const Bundle& bundle);
 
-    /// The key's value without white space at its ends; the fallback when there is no such string,
-    /// or an empty one, or one with a build variable that was never filled in.
+    /// The trimmed value of the key. Returns the fallback if the value is missing, is empty or
+    /// contains a build variable that was not replaced.
     [[nodiscard]] static std::string
     infoValue(const Bundle& bundle, std::string_view key, std::string_view fallback);
 
@@ -22,11 +22,11 @@ public:
     [[nodiscard]] const std::string& apiBaseURL() const { return apiBaseURL_; }
     /// Scheme and host, without a trailing slash.
     [[nodiscard]] const std::string& webBaseURL() const { return webBaseURL_; }
-    /// The identity provider's base URL for sign-in, with a slash at its end.
+    /// The identity provider's base URL for sign-in, with a trailing slash.
     [[nodiscard]] const std::string& identityToolkitURL() const { return identityToolkitURL_; }
-    /// The identity provider's whole URL for refreshing tokens.
+    /// The identity provider's full URL for refreshing tokens.
     [[nodiscard]] const std::string& secureTokenURL() const { return secureTokenURL_; }
-    /// The identity provider's key of this application; it is no secret. Empty when there is none.
+    /// The identity provider's key for this application. Not a secret. Empty if not configured.
     [[nodiscard]] const std::string& firebaseAPIKey() const { return firebaseAPIKey_; }
     [[nodiscard]] const std::string& bundleIdentifier() const { return bundleIdentifier_; }
     [[nodiscard]] const std::string& displayName() const { return displayName_; }

@@ -17,13 +17,14 @@
 
 namespace orvel {
 
-/// A result that arrives later, for one coroutine that awaits it or for several.
+/// A result that one or more coroutines await.
 ///
-/// Use it when one coroutine waits for what another one brings about. To await a port's completion
+/// Use it when coroutines wait for the result of another one. To await a port's completion
 /// callback, use `awaitCompletion`.
 ///
-/// Copies share one result. Only the first `resolve` or `reject` counts, on any thread; the
-/// coroutines that await it resume inside that call. Await and cancel on the main thread.
+/// Copies share one result. Only the first `resolve` or `reject` has an effect. It may happen on
+/// any thread, and the waiting coroutines resume inside that call. Await and cancel on the main
+/// thread.
 template <typename T>
 class Deferred final {
 public:
@@ -39,23 +40,23 @@ public:
 
     [[nodiscard]] bool isSettled() const { return state_->isSettled(); }
 
-    /// Waits for the result. Throws the error of `reject`, or `TaskCancelled` at once when the
-    /// token is cancelled before the result is there.
+    /// Waits for the result. Throws the error of `reject`, or `TaskCancelled` at once if the token
+    /// is cancelled first.
     [[nodiscard]] QCoro::Task<> settled(tavrin::CancellationToken cancellation = {}) const {
         return wait(state_, std::move(cancellation));
     }
 
-    /// The value of `resolve`, once that is `settled`.
+    /// The value of `resolve`. Call it only after `settled`.
     [[nodiscard]] const Value& value() const { return std::get<0>(*state_->outcome); }
 
-    /// The same, moved out, so that no copy stays behind: for a result that is awaited once.
+    /// Moves the value out, so that no copy remains. Only for a result with one waiter.
     [[nodiscard]] Value take() const { return std::move(std::get<0>(*state_->outcome)); }
 
 private:
     using Outcome = std::variant<Value, std::exception_ptr>;
 
     struct Waiter {
-        /// Null when it does not wait yet, or no longer.
+        /// Null unless it is suspended.
         std::coroutine_handle<> coroutine;
         bool isCancelled = false;
     };
@@ -90,11 +91,11 @@ private:
         State* state;
         const std::shared_ptr<Waiter>* waiter;
 
-        // The names are the language's.
+        // The language defines the names.
         // NOLINTBEGIN(readability-identifier-naming)
         [[nodiscard]] bool await_ready() const noexcept { return false; }
 
-        /// Gives false when the result is there already.
+        /// Returns false if there is a result already.
         [[nodiscard]] bool await_suspend(std::coroutine_handle<> coroutine) const {
             const std::lock_guard guard(state->mutex);
             if (state->outcome) {
@@ -128,7 +129,7 @@ private:
     }
 
     void settle(Outcome outcome) const {
-        // Those who resume may destroy this object.
+        // A resumed coroutine may destroy this object.
         const std::shared_ptr<State> state = state_;
         std::vector<std::shared_ptr<Waiter>> waiters;
         {

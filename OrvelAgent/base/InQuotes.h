@@ -6,8 +6,8 @@
 
 namespace orvel {
 
-/// The text in quotation marks, as the generic rendering of an error shows it: quotation marks,
-/// backslashes and control characters are escaped, so that it stays one line.
+/// Puts the text in quotation marks. Escapes quotation marks, backslashes and control characters,
+/// so the result is one line.
 [[nodiscard]] std::string inQuotes(std::string_view text);
 
 } // namespace orvel

@@ -21,12 +21,12 @@ namespace {
 
 constexpr std::array endingSignals = {SIGHUP, SIGINT, SIGTERM};
 
-// A handler can reach nothing but globals.
+// A signal handler can use only globals.
 
-/// Both ends of the pipe that carries a signal's number out of its handler.
+/// The pipe through which the handler sends the signal's number to the main thread.
 std::array<int, 2> signalPipe = {-1, -1};
-/// On the monotonic clock, in seconds: how long further signals are ignored, and until when. Zero
-/// before the first.
+/// In seconds of the monotonic clock: how long further signals are ignored, and until when.
+/// `ignoredUntil` is zero before the first signal.
 time_t ignoredFor = 0;
 std::atomic<time_t> ignoredUntil = 0;
 static_assert(std::atomic<time_t>::is_always_lock_free);
@@ -38,7 +38,7 @@ extern "C" void handleSignal(int number) {
     time_t until = 0;
     if (ignoredUntil.compare_exchange_strong(until, now.tv_sec + ignoredFor)) {
         const auto byte = static_cast<unsigned char>(number);
-        // The pipe is empty: this is the only one that is written.
+        // The pipe is empty, because only the first signal is written to it.
         [[maybe_unused]] const ssize_t written = write(signalPipe[1], &byte, 1);
     } else if (now.tv_sec >= until) {
         struct sigaction usual {};
@@ -50,7 +50,7 @@ extern "C" void handleSignal(int number) {
     errno = savedError;
 }
 
-/// Neither end is for the programs that this one starts, and neither makes anybody wait.
+/// Child processes do not inherit the pipe, and it never blocks.
 void openSignalPipe() {
     if (pipe(signalPipe.data()) != 0) {
         throw tavrin::PlatformError::fromErrno(errno, "Could not watch for signals");
@@ -80,7 +80,7 @@ SignalWatch::SignalWatch(std::function<void()> onSignal, std::chrono::seconds pa
     action.sa_handler = handleSignal;
     action.sa_flags = SA_RESTART;
     for (const int number : endingSignals) {
-        // Whoever started us may have chosen that we ignore it, as nohup does.
+        // Do not handle a signal that the parent process set to be ignored, as nohup does.
         struct sigaction inherited {};
         sigaction(number, nullptr, &inherited);
         if (inherited.sa_handler != SIG_IGN) {

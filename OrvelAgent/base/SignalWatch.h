@@ -10,22 +10,21 @@ class QSocketNotifier;
 
 namespace orvel {
 
-/// Turns the first of the signals that ask a program to end (hang-up, interrupt, terminate) into a
-/// call on the main thread.
+/// Calls back on the main thread when the first hang-up, interrupt or terminate signal arrives.
 ///
-/// Further ones change nothing, so that what is being put away gets put away: the end of a session
-/// sends several. Should the program hang, one that comes after `patience` ends it at once. One
-/// object per process.
+/// Further signals are ignored for `patience`, so they do not interrupt the shutdown: a desktop
+/// session sends several when it ends. After that, a further signal ends the process at once, in
+/// case it hangs. One object per process.
 class SignalWatch final {
 public:
-    /// Throws `tavrin::PlatformError` when the system has no room for it.
+    /// Throws `tavrin::PlatformError` if no pipe can be created.
     explicit SignalWatch(
         std::function<void()> onSignal, std::chrono::seconds patience = std::chrono::seconds(10));
     ~SignalWatch();
     SignalWatch(const SignalWatch&) = delete;
     SignalWatch& operator=(const SignalWatch&) = delete;
 
-    /// The signal that came, if any.
+    /// The number of the received signal, if any.
     [[nodiscard]] std::optional<int> received() const { return received_; }
 
 private:

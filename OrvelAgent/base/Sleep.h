@@ -8,8 +8,8 @@
 
 namespace orvel {
 
-/// Use it for every pause in a coroutine. Waits that long on the clock, which must outlive the
-/// wait. Throws `TaskCancelled` at once when the token is cancelled, before or meanwhile.
+/// Use it for every pause in a coroutine. The clock must outlive the wait. Throws `TaskCancelled`
+/// at once if the token is or becomes cancelled.
 QCoro::Task<>
 sleepFor(Clock* clock, tavrin::Seconds duration, tavrin::CancellationToken cancellation);
 

@@ -5,8 +5,8 @@
 
 namespace orvel {
 
-/// The short name of the source revision that this program was built of; "unknown" when it was
-/// built outside its repository.
+/// The short revision that this program was built from, or "unknown" if it was built outside its
+/// repository.
 [[nodiscard]] std::string_view sourceRevision();
 
 } // namespace orvel

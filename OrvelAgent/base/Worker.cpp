@@ -19,7 +19,7 @@ void Worker::stop() {
     }
     wake_.notify_one();
     thread_.join();
-    // In the order in which the jobs came; the coroutines that resume may add further ones.
+    // Keep the order of the jobs. The resumed coroutines may add more.
     while (true) {
         if (const auto executed = take(executed_)) {
             executed->executed.resolve();
@@ -79,7 +79,7 @@ std::optional<Worker::Job> Worker::take(std::deque<Job>& jobs) {
 
 void Worker::settleNext() {
     if (const auto job = take(executed_)) {
-        // The coroutine that awaits it resumes in here, and may destroy this object.
+        // The waiting coroutine resumes inside this call and may destroy this object.
         job->executed.resolve();
     }
 }

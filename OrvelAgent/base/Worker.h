@@ -19,10 +19,9 @@
 
 namespace orvel {
 
-/// A thread for work that blocks: files, SQLite, encoding. Jobs run one after another.
+/// A thread for blocking work, such as files, SQLite and encoding. Jobs run one after another.
 ///
-/// Use it for every piece of work of the agent that could hold up the main thread. Made and used on
-/// the main thread. Its destructor stops it.
+/// Create and use it on the main thread. The destructor calls `stop`.
 class Worker final {
 public:
     Worker();
@@ -30,14 +29,13 @@ public:
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
 
-    /// Ends the thread once the job that runs is done, and runs the remaining jobs here and now:
-    /// none is lost. All coroutines that await a job resume within this call, so what they use must
-    /// still be there. From then on `run` does its work at once, on the main thread.
+    /// Waits for the running job, ends the thread and runs the remaining jobs on this thread. All
+    /// coroutines that await a job resume within this call, so the objects they use must still
+    /// exist. Afterwards, `run` does its work at once on the main thread.
     void stop();
 
-    /// Runs `work()` on the thread and gives its result, or throws what it threw, on the main
-    /// thread. The callable is destroyed on the worker before the result arrives, so what it owned
-    /// alone is gone by then.
+    /// Runs `work()` on the worker thread. Returns its result, or rethrows its exception, on the
+    /// main thread. The callable and the objects it owns are destroyed on the worker before that.
     template <typename Work>
     QCoro::Task<std::invoke_result_t<Work>> run(Work work) {
         using Result = std::invoke_result_t<Work>;
@@ -54,14 +52,13 @@ public:
 private:
     struct Job {
         std::function<void()> execute;
-        /// On the main thread.
+        /// Resolved on the main thread.
         Deferred<void> executed;
     };
 
-    /// Gives what is settled when the job was executed.
+    /// The result is resolved after the job was executed.
     Deferred<void> post(std::function<void()> execute);
     void loop();
-    /// Removes the first job, if there is one.
     [[nodiscard]] std::optional<Job> take(std::deque<Job>& jobs);
     void settleNext();
 
@@ -69,10 +66,10 @@ private:
     std::mutex mutex_;
     std::condition_variable wake_;
     std::deque<Job> jobs_;
-    /// Still to be settled, each once: by the event that was posted for it, or by `stop`.
+    /// Executed jobs to be resolved by the event that was posted for each, or by `stop`.
     std::deque<Job> executed_;
     bool isStopping_ = false;
-    /// Of the main thread: nothing is queued any more.
+    /// Main thread only. After this, no job is queued.
     bool isStopped_ = false;
     std::thread thread_;
 };
