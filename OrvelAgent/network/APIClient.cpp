@@ -3,7 +3,6 @@
 
 #include "OrvelAgent/base/Configuration.h"
 #include "OrvelAgent/base/Deferred.h"
-#include "OrvelAgent/network/URLLoading.h"
 #include "core/SessionPolicy.h"
 #include "core/Text.h"
 
@@ -15,13 +14,12 @@ namespace orvel {
 
 namespace {
 
-/// How many characters of a reply that is no envelope are shown to the user.
+/// The user sees this many characters of a reply that is not an envelope.
 constexpr int shownCharacters = 500;
 
 constexpr std::string_view bearer = "Bearer ";
 
-/// The first characters as a reader counts them: a letter with its marks is one, and so is a line
-/// break of two.
+/// Counts grapheme clusters: a letter with its combining marks is one, and so is CR LF.
 std::string firstCharacters(const std::string& bytes) {
     if (!tavrin::isValidUTF8(bytes)) {
         return {};
@@ -41,7 +39,7 @@ std::string firstCharacters(const std::string& bytes) {
 
 using Token = std::optional<tavrin::Secret>;
 
-/// Catches everything: the request may have been cancelled meanwhile.
+/// Catches all exceptions: after a cancelled request, no coroutine awaits this one.
 QCoro::Task<> deliver(APIClient::TokenProvider provider, Deferred<Token> token) {
     Token value;
     std::exception_ptr failure;
@@ -57,7 +55,7 @@ QCoro::Task<> deliver(APIClient::TokenProvider provider, Deferred<Token> token) 
     }
 }
 
-/// The provider may have to wait for a keychain or a network; a request that is cancelled meanwhile
+/// The provider may wait for the keychain or the network. If the request is cancelled meanwhile, it
 /// ends at once.
 QCoro::Task<Token>
 tokenOf(APIClient::TokenProvider provider, tavrin::CancellationToken cancellation) {
@@ -102,7 +100,7 @@ QCoro::Task<URLRequest> APIClient::makeRequest(
         tavrin::SessionPolicy::headerName, tavrin::SessionPolicy::headerValue);
     const std::optional<tavrin::Secret> token = co_await tokenOf(tokenProvider_, cancellation);
     if (token) {
-        // Of its final size from the start, so that growing leaves no copies.
+        // Reserve the final size: growing would leave copies of the token in memory.
         std::string authorization;
         authorization.reserve(bearer.size() + token->text().size());
         authorization += bearer;
@@ -110,11 +108,6 @@ QCoro::Task<URLRequest> APIClient::makeRequest(
         request.headers.emplace_back("Authorization", std::move(authorization));
     }
     co_return request;
-}
-
-QCoro::Task<URLResponse>
-APIClient::exchange(URLRequest request, tavrin::CancellationToken cancellation) const {
-    return load(session_, std::move(request), std::move(cancellation));
 }
 
 APIClient::Failure APIClient::failureOf(

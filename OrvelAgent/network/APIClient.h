@@ -5,6 +5,7 @@
 #include "OrvelAgent/network/APIError.h"
 #include "OrvelAgent/network/Envelope.h"
 #include "OrvelAgent/network/JSONCoding.h"
+#include "OrvelAgent/network/URLLoading.h"
 #include "core/CancellationToken.h"
 #include "core/Date.h"
 #include "core/Secret.h"
@@ -23,18 +24,18 @@ namespace orvel {
 
 class Configuration;
 
-/// The JSON client of our own service: fixed headers, a bearer token, one envelope, one error type.
-/// It knows no endpoint.
+/// The JSON client of our own service. Adds the headers and the bearer token, and unwraps the reply
+/// envelope.
 ///
-/// A value, copied freely; several sends may be in flight at once. Encoding and decoding happen on
-/// the worker. The session and the worker are borrowed and must outlive every send. Main thread.
+/// Copyable. Several requests may run at once. Encodes and decodes on the worker. Borrows the
+/// session and the worker, which must outlive every request. Main thread.
 class APIClient final {
 public:
-    /// Yields the bearer token of one request, or nothing for a request without one.
+    /// Returns the bearer token of one request, or no value for a request without a token.
     using TokenProvider = std::function<QCoro::Task<std::optional<tavrin::Secret>>()>;
     using SessionExpiredHandler = std::function<QCoro::Task<>()>;
 
-    /// `baseURL` is scheme and host, with no trailing slash; the token goes nowhere else.
+    /// `baseURL` is scheme and host, without a trailing slash. The token is sent to no other host.
     APIClient(
         URLSession& session,
         Worker& worker,
@@ -44,12 +45,12 @@ public:
         tavrin::Seconds requestTimeout,
         SessionExpiredHandler onSessionExpired = {});
 
-    /// Sends one request, once, and gives the payload of its reply.
+    /// Sends one request, once, and returns the payload of the reply.
     ///
-    /// Throws `APIError` for every reply that is not a success, after awaiting the session-expired
-    /// handler if the reply says so; the session's `tavrin::URLError` when there is no reply;
-    /// `tavrin::TaskCancelled` when cancelled; what the body's encoding throws, before anything is
-    /// sent. A base URL and path that make no URL end the process: a mistake in the program.
+    /// Throws `APIError` for every reply that is not a success, `tavrin::URLError` if there is no
+    /// reply, `tavrin::TaskCancelled` if cancelled, and the errors of the body's encoding. If the
+    /// session has expired, awaits the handler first. An invalid URL is a programming error and
+    /// ends the process.
     template <typename Reply, typename Body = Empty>
     QCoro::Task<Reply> send(
         std::string path,
@@ -66,7 +67,7 @@ private:
         bool sessionExpired;
     };
 
-    /// On a copy of the client, which lives as long as the request.
+    /// Takes a copy of the client, which lives as long as the request.
     template <typename Reply, typename Body>
     static QCoro::Task<Reply> sendFrom(
         APIClient client,
@@ -83,8 +84,8 @@ private:
             request.body = co_await client.worker_->run(std::move(encode));
         }
         URLResponse response =
-            co_await client.exchange(std::move(request), std::move(cancellation));
-        // A secret: some replies carry tokens.
+            co_await load(client.session_, std::move(request), std::move(cancellation));
+        // A secret, because some replies contain tokens.
         auto decode = [status = response.status, body = tavrin::Secret(std::move(response.body))] {
             return outcomeOf<Reply>(status, body.text());
         };
@@ -109,7 +110,7 @@ private:
             return Failure{APIError(status, "Response had no data."), false};
         }
         if (!envelope && isSuccess && HoldsSecrets<Reply>) {
-            // Not understood, and what would be shown of it may be the secret.
+            // Do not show the reply: it may contain a secret.
             return Failure{APIError(status, "Response had no data."), false};
         }
         if (!envelope) {
@@ -126,8 +127,6 @@ private:
 
     QCoro::Task<URLRequest>
     makeRequest(std::string path, std::string method, tavrin::CancellationToken cancellation) const;
-    QCoro::Task<URLResponse>
-    exchange(URLRequest request, tavrin::CancellationToken cancellation) const;
 
     URLSession* session_;
     Worker* worker_;
@@ -136,7 +135,7 @@ private:
     TokenProvider tokenProvider_;
     tavrin::Seconds requestTimeout_;
     SessionExpiredHandler onSessionExpired_;
-    /// Used on the worker only; shared by the copies of one client.
+    /// Used on the worker only. Copies of a client share it.
     std::shared_ptr<JSONEncoder> encoder_;
 };
 

@@ -6,7 +6,7 @@
 
 namespace orvel {
 
-/// A reply of the service that is not a success. `what()` is what the user is shown.
+/// A reply of the service that is not a success. The user sees `what()`.
 class APIError final : public std::exception {
 public:
     APIError(int status, std::string body)
@@ -14,9 +14,9 @@ public:
           body_(std::move(body)),
           description_(body_.empty() ? "HTTP " + std::to_string(status_) : body_) {}
 
-    /// The HTTP status; 0 when the reply was not HTTP.
+    /// The HTTP status, or 0 if the reply was not HTTP.
     [[nodiscard]] int status() const { return status_; }
-    /// The service's own words, or the beginning of what it sent.
+    /// The error text of the service, or the beginning of its reply.
     [[nodiscard]] const std::string& body() const { return body_; }
     [[nodiscard]] const char* what() const noexcept override { return description_.c_str(); }
 

@@ -15,20 +15,19 @@
 
 namespace orvel {
 
-/// What every reply of the service is wrapped in, whatever its status.
+/// The wrapper of every reply of the service, for every HTTP status.
 template <typename T>
 struct Envelope {
     bool ok = false;
     std::optional<T> data;
-    /// For people.
+    /// An error text for the user.
     std::optional<std::string> error;
-    /// For programs, for example "session_expired".
+    /// An error code, for example "session_expired".
     std::optional<std::string> code;
 };
 
-/// No value when the bytes are no JSON, lack "ok", or hold a member of the wrong shape: what is not
-/// wholly an envelope is none. Deeply nested or huge input fails like any other. The
-/// tree leaves nothing behind: some replies carry tokens.
+/// Returns no value if the bytes are not JSON, "ok" is missing, or a member has the wrong type.
+/// Also for too deeply nested input. Wipes its memory, because some replies contain tokens.
 template <typename T>
 [[nodiscard]] std::optional<Envelope<T>> decodeEnvelope(std::string_view bytes) {
     try {
@@ -44,7 +43,7 @@ template <typename T>
         }
         return envelope;
     } catch (const std::exception&) {
-        // Whatever is wrong with it, the caller then judges by status and bytes.
+        // The caller then uses the status and the raw bytes.
         return std::nullopt;
     }
 }

@@ -15,15 +15,16 @@
 
 namespace orvel {
 
-/// A body or a reply that holds secrets says so with `static constexpr bool isSecret = true`.
+/// True for a type with `static constexpr bool isSecret = true`: a body or reply that contains
+/// secrets.
 template <typename Value>
 concept HoldsSecrets = requires {
     requires Value::isSecret;
 };
 
-/// Encodes values as JSON text, keys in the order in which each type writes them. The tree of one
-/// value is built in a buffer that the next value uses again; one with secrets is built apart and
-/// leaves nothing behind. One thread at a time.
+/// Encodes values as JSON text. Keeps the order in which each type writes its keys. Reuses one
+/// buffer for the JSON trees, except for values with secrets: their memory is wiped. Use it on one
+/// thread at a time.
 class JSONEncoder final {
 public:
     template <typename Value>
@@ -34,7 +35,7 @@ public:
         boost::json::monotonic_resource resource(buffer_.get(), bufferSize);
         const boost::json::value tree = boost::json::value_from(value, &resource);
         serializer_.reset(&tree);
-        // Batches resemble each other: with the room of the last one, the text grows but rarely.
+        // Batches have similar sizes, so start with a little more than the last size.
         std::string text(lastSize_ + lastSize_ / 4 + minimumRoom, '\0');
         std::size_t size = 0;
         while (!serializer_.done()) {
@@ -49,7 +50,7 @@ public:
     }
 
 private:
-    // Room for a usual batch; a larger one takes more from the heap while it lasts.
+    // Enough for a usual batch. A larger one uses additional heap memory.
     static constexpr std::size_t bufferSize = std::size_t{2} << 20U;
 
     static constexpr std::size_t minimumRoom = 256;
@@ -61,7 +62,7 @@ private:
     std::size_t lastSize_ = 0;
 };
 
-/// The body of requests that carry nothing.
+/// An empty JSON object as the body.
 struct Empty {};
 
 inline void tag_invoke(const boost::json::value_from_tag&, boost::json::value& json, const Empty&) {

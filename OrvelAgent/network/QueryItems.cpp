@@ -15,7 +15,7 @@ namespace orvel {
 
 namespace {
 
-/// What may stand in a query as it is and neither ends an item nor a name.
+/// Whether the character needs no percent-encoding in a name or a value.
 bool isPlain(char character) {
     return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') ||
            (character >= '0' && character <= '9') ||

@@ -8,7 +8,7 @@
 
 namespace orvel {
 
-/// One part of a URL's query, decoded. Without a "=" it has no value, not even an empty one.
+/// One decoded item of a URL's query. An item without "=" has no value.
 struct QueryItem {
     std::string name;
     std::optional<std::string> value;
@@ -16,13 +16,13 @@ struct QueryItem {
     bool operator==(const QueryItem&) const = default;
 };
 
-/// The items as the text of a query, also of a form's body. What would end an item, a name or the
-/// query is percent-encoded, and so is what no query may hold; a space is "%20", and a "+" stays.
-/// The text is built in one piece, so that overwriting it leaves no other copy.
+/// Encodes the items as a query or as the body of a form. Percent-encodes separators and characters
+/// that are invalid in a query. A space becomes "%20", and "+" is unchanged. The text is allocated
+/// once, so wiping it leaves no other copy.
 [[nodiscard]] std::string percentEncodedQuery(const std::vector<QueryItem>& items);
 
-/// The items of a URL's query, in their order; a "+" is a "+". No value when the text is no URL.
-/// Names and values are well-formed UTF-8; what is not is repaired.
+/// The items of a URL's query, in order. Does not decode "+" as a space. Repairs ill-formed UTF-8.
+/// Returns no value if the text is not a URL.
 [[nodiscard]] std::optional<std::vector<QueryItem>> queryItems(std::string_view url);
 
 } // namespace orvel

@@ -27,14 +27,14 @@ bool WipingMemory::do_is_equal(const boost::json::memory_resource& other) const 
 }
 
 boost::json::storage_ptr wipingStorage() {
-    // It has no state of its own.
+    // Stateless, so it can be shared.
     static WipingMemory memory;
     return &memory;
 }
 
 boost::json::value parseSecretJSON(std::string_view text) {
     const boost::json::storage_ptr storage = wipingStorage();
-    // Also for what it keeps between two pieces of a string.
+    // Also use this storage for the parser's temporary buffers.
     boost::json::parser parser(storage);
     parser.reset(storage);
     boost::json::error_code error;

@@ -11,13 +11,13 @@
 
 namespace orvel {
 
-/// Memory whose bytes are overwritten when they are given back.
+/// A memory resource that overwrites bytes when they are deallocated.
 class WipingMemory final : public boost::json::memory_resource {
 public:
     explicit WipingMemory(boost::json::storage_ptr upstream = {});
 
 private:
-    // The names are the library's.
+    // The library defines the names.
     // NOLINTBEGIN(readability-identifier-naming)
     void* do_allocate(std::size_t size, std::size_t alignment) override;
     void do_deallocate(void* bytes, std::size_t size, std::size_t alignment) override;
@@ -28,14 +28,14 @@ private:
     boost::json::storage_ptr upstream_;
 };
 
-/// For JSON trees that hold tokens: such a tree leaves nothing behind. Shared by its users.
+/// A shared storage that wipes its memory, for JSON trees that contain tokens.
 [[nodiscard]] boost::json::storage_ptr wipingStorage();
 
-/// A tree that leaves nothing behind. Throws `tavrin::JSONDecodingError` when the text is no JSON;
-/// nothing of the text is in it.
+/// Parses into `wipingStorage()`. Throws `tavrin::JSONDecodingError`, without any part of the text,
+/// if the text is not JSON.
 [[nodiscard]] boost::json::value parseSecretJSON(std::string_view text);
 
-/// The tree as text, with no copies of parts of it left in memory given back.
+/// Serializes the tree and wipes all temporary copies of the text.
 [[nodiscard]] std::string serializeSecretJSON(const boost::json::value& tree);
 
 } // namespace orvel

@@ -8,8 +8,8 @@
 
 namespace orvel {
 
-/// One exchange over the session, which must outlive it. Throws the session's `tavrin::URLError`
-/// when no complete reply comes, and `tavrin::TaskCancelled` at once when the token is cancelled.
+/// Sends one request. The session must outlive it. Throws `tavrin::URLError` if no complete reply
+/// arrives, and `tavrin::TaskCancelled` at once if the token is cancelled.
 QCoro::Task<URLResponse>
 load(URLSession* session, URLRequest request, tavrin::CancellationToken cancellation);
 
