@@ -9,16 +9,16 @@
 
 namespace orvel {
 
-/// A sign-in that came to nothing. `what()` is the generic rendering, which is logged and shown as
-/// it is; `message()` is the sentence for the user.
+/// A failed sign-in. `what()` is the rendering for the log and the window. `message()` is the
+/// sentence for the user.
 class AuthError final : public std::exception {
 public:
     explicit AuthError(std::string message);
-    /// The web site itself reported an error.
+    /// For an error that the web site reported.
     explicit AuthError(tavrin::SignInFailure failure);
 
     [[nodiscard]] const std::string& message() const { return message_; }
-    /// Only when the web site itself reported an error.
+    /// No value unless the web site reported an error.
     [[nodiscard]] const std::optional<tavrin::SignInFailure>& failure() const { return failure_; }
     [[nodiscard]] const char* what() const noexcept override { return rendering_.c_str(); }
 

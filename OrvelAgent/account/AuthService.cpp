@@ -52,9 +52,9 @@ QCoro::Task<> AuthService::restore(tavrin::CancellationToken cancellation) {
     try {
         session = co_await sessions_->load(cancellation);
     } catch (const std::exception&) {
-        // An unreadable session counts as none.
+        // Treat an unreadable session as missing.
     }
-    // Cancelled: the user has signed in or out since, or this object is gone.
+    // Cancelled: the user has signed in or out meanwhile, or this object was destroyed.
     if (cancellation.isCancelled()) {
         co_return;
     }
@@ -109,7 +109,7 @@ QCoro::Task<> AuthService::runSignIn(
 }
 
 void AuthService::acceptTokens(const FirebaseIdentity::Tokens& tokens) {
-    // The refresh of the session before must not end after this.
+    // Also cancels a refresh of the previous session.
     Waiters waiters{restoration_, tokens_.replace(tokens), tokens.idToken};
     Session session;
     session.refreshToken = tokens.refreshToken;
@@ -121,7 +121,7 @@ void AuthService::acceptTokens(const FirebaseIdentity::Tokens& tokens) {
 }
 
 void AuthService::finishSignIn(const std::exception_ptr& failure) {
-    // Any other failure came before the cancellation and stays one.
+    // Report any other failure: it happened before the cancellation.
     if (failure && signInCancellation_.token().isCancelled() && tavrin::isCancellation(failure)) {
         log_.log("sign-in: taken back");
     } else if (failure) {
@@ -222,12 +222,12 @@ AuthService::loadProfile(Reference self, APIClient api, tavrin::CancellationToke
             "/api/v1/profile", "GET", nullptr, std::move(cancellation));
         session = co_await SessionStore::loadLatest(sessions, self.lifetime);
     } catch (const std::exception&) {
-        // A session is complete without a profile.
+        // The sign-in is complete without a profile.
         co_return;
     }
     service = self.get();
     if (service != nullptr && service->signOutCount_ == signOutCount) {
-        // Also without a stored session: an empty refresh token counts as signed out.
+        // Save the profile even without a stored session. An empty refresh token means signed out.
         service->mergeProfile(profile, std::move(session).value_or(Session()));
     }
 }
@@ -244,8 +244,8 @@ void AuthService::mergeProfile(const Profile& profile, Session session) {
     publish();
 }
 
-/// The only place that emits. Receivers and waiters run inside and may destroy this object, so
-/// nothing after the signal uses it.
+/// Only this function emits `changed`. Receivers and waiters run inside it and may destroy this
+/// object, so do not use it after the signal.
 void AuthService::publish(Waiters waiters) {
     Q_EMIT changed();
     if (waiters.refresh) {

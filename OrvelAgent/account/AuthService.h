@@ -30,14 +30,14 @@
 
 namespace orvel {
 
-/// The user's session with the service: signs in through the browser, keeps the session in the
-/// keychain, hands out fresh ID tokens, and signs out when the server ends the session.
+/// The user's session with the service. Signs in through the browser, stores the session in the
+/// keychain, provides valid ID tokens, and signs out when the server ends the session.
 ///
-/// Main thread. Everything in `Dependencies` is borrowed and must outlive every coroutine of this
-/// object. The object may be destroyed at any time, also by a receiver of `changed` and by a waiter
-/// of a result: its coroutines then end at once, without a sign-in and without a token. Therefore
-/// each step completes its state and then calls `publish` last, and a coroutine that runs several
-/// steps is static and holds a `Reference`.
+/// Main thread. Borrows everything in `Dependencies`, which must outlive all coroutines of this
+/// object. The object may be destroyed at any time, also by a receiver of `changed` or a waiting
+/// coroutine. Its coroutines then end at once, without a sign-in or a token. Therefore each step
+/// changes all state before it calls `publish`, and a coroutine with several steps is static and
+/// holds a `Reference`.
 class AuthService final : public QObject {
     Q_OBJECT
 
@@ -52,31 +52,31 @@ public:
         LogStore& logStore;
     };
 
-    /// Begins to restore the session; the user counts as signed out until it is read.
+    /// Starts to restore the session. Until that is done, the user is signed out.
     AuthService(const Dependencies& dependencies, Configuration configuration);
     ~AuthService() override;
 
-    /// Waits until the stored session is read, or no longer matters because the user has signed in
-    /// or out. That may take as long as the user takes to unlock the keychain. Throws
-    /// `tavrin::TaskCancelled` at once when cancelled, and when this object is destroyed.
+    /// Waits until the stored session has been read, or the user has signed in or out. The user may
+    /// first have to unlock the keychain. Throws `tavrin::TaskCancelled` at once if cancelled or
+    /// when this object is destroyed.
     QCoro::Task<> restored(tavrin::CancellationToken cancellation = {});
 
-    /// Signs in through the browser. Never throws: the outcome is in the properties. Does nothing
-    /// while a sign-in runs.
+    /// Signs in through the browser and sets the properties below. Never throws. Does nothing if a
+    /// sign-in is running.
     QCoro::Task<> signIn();
 
-    /// Ends the running sign-in without an error. If it has failed already and only the report is
-    /// pending, the error stays.
+    /// Ends the running sign-in without an error. If it has already failed, `lastError` is still
+    /// set.
     void cancelSignIn();
 
-    /// Forgets the session, here and in the keychain.
+    /// Deletes the session from memory and from the keychain.
     void signOut();
 
-    /// A token that is good for another minute at least, refreshed if needed; no value without a
-    /// session or when the refresh fails.
+    /// A token that is valid for at least another minute, refreshed if needed. No value without a
+    /// session or if the refresh fails.
     QCoro::Task<std::optional<tavrin::Secret>> currentToken();
 
-    /// For clients of the service. Both may outlive this object; then they give no token and do
+    /// For clients of the service. Both may outlive this object. They then provide no token and do
     /// nothing.
     [[nodiscard]] APIClient::TokenProvider tokenProvider();
     [[nodiscard]] APIClient::SessionExpiredHandler sessionExpiredHandler();
@@ -84,39 +84,39 @@ public:
     /// Opens the web site in the default browser.
     void openAccountPage();
 
-    /// Waits until the keychain has stored every change; the reason when it could not. Throws as
-    /// `restored` does.
+    /// Waits until the keychain has stored every change. Returns the error if it could not. Throws
+    /// as `restored` does.
     QCoro::Task<std::optional<tavrin::PlatformError>>
     stored(tavrin::CancellationToken cancellation = {});
 
-    /// A session with a refresh token exists.
+    /// Whether a session with a refresh token exists.
     [[nodiscard]] bool isSignedIn() const { return isSignedIn_; }
     [[nodiscard]] const std::optional<std::string>& accountEmail() const { return accountEmail_; }
     [[nodiscard]] const std::optional<std::string>& accountHandle() const { return accountHandle_; }
     [[nodiscard]] bool isSigningIn() const { return isSigningIn_; }
-    /// Text of the last sign-in's failure.
+    /// Why the last sign-in failed.
     [[nodiscard]] const std::optional<std::string>& lastError() const { return lastError_; }
-    /// The last sign-in found no account for that identity.
+    /// Whether the last sign-in failed because the identity has no account.
     [[nodiscard]] bool needsAccount() const { return needsAccount_; }
 
 Q_SIGNALS:
-    /// One or more of the properties have changed.
+    /// One or more properties have changed.
     void changed();
 
 private:
-    /// What a coroutine holds in place of `this`. (A `QPointer` is cleared only at the end of the
-    /// destructor, which resumes coroutines before.)
+    /// Coroutines use it instead of `this`. A `QPointer` would be cleared too late, because the
+    /// destructor resumes coroutines before that.
     struct Reference {
         AuthService* service;
         tavrin::CancellationToken lifetime;
 
-        /// Null once the destructor has begun.
+        /// Null after the destructor has started.
         [[nodiscard]] AuthService* get() const {
             return lifetime.isCancelled() ? nullptr : service;
         }
     };
 
-    /// Those who wait for the end of a step.
+    /// The results to resolve after a step.
     struct Waiters {
         std::optional<Deferred<void>> restoration;
         std::optional<Deferred<std::optional<tavrin::Secret>>> refresh;

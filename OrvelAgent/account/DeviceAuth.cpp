@@ -23,7 +23,7 @@ namespace orvel {
 
 namespace {
 
-/// The exchange of a code for a custom token.
+/// The request that exchanges a code for a custom token.
 struct TokenRequest {
     static constexpr bool isSecret = true;
 
@@ -47,12 +47,12 @@ struct TokenResponse {
 TokenResponse
 tag_invoke(const boost::json::value_to_tag<TokenResponse>&, const boost::json::value& json) {
     const boost::json::object& object = tavrin::asObject(json);
-    // Nobody needs the account's id, but a reply without it is not a whole one.
+    // The account's id is not used, but a reply without it is invalid.
     static_cast<void>(tavrin::stringAt(object, "uid"));
     return {tavrin::Secret(tavrin::stringAt(object, "customToken"))};
 }
 
-/// The code that a callback carries.
+/// Returns the code in the callback URL.
 tavrin::Secret codeFrom(const std::string& callback) {
     std::optional<std::vector<QueryItem>> items = queryItems(callback);
     if (!items) {
@@ -64,7 +64,7 @@ tavrin::Secret codeFrom(const std::string& callback) {
         if (item.name == "error" && item.value && !failure) {
             failure = tavrin::SignInFailure::fromCallbackError(*item.value);
         } else if (item.name == "code" && !code) {
-            // Only the first counts, even one without a value.
+            // Use only the first code, even if it has no value.
             code.emplace(std::move(item.value).value_or(""));
         }
         if (item.value) {
@@ -80,7 +80,7 @@ tavrin::Secret codeFrom(const std::string& callback) {
     return *std::move(code);
 }
 
-/// The callback URL, or the `AuthError` that stands for its absence.
+/// Returns the callback URL, or throws the `AuthError` for the outcome.
 struct CallbackOf {
     std::string operator()(std::string url) const { return url; }
     std::string operator()(const WebAuthenticationSession::NotStarted&) const {

@@ -14,24 +14,24 @@ namespace orvel {
 class Configuration;
 class WebAuthenticationSession;
 
-/// Signs in on the product's web site: opens it with a challenge (PKCE, S256), waits for its
-/// redirect to our own scheme, and exchanges the code it carries for a custom token.
+/// Signs in on the product's web site. Opens it with a challenge (PKCE, S256), waits for the
+/// redirect to our URL scheme, and exchanges the code in it for a custom token.
 ///
-/// A value, copied freely. The browser session is borrowed and must outlive every sign-in; the
-/// value itself need not. Main thread.
+/// Copyable. Borrows the browser session, which must outlive every sign-in. The copy itself need
+/// not. Main thread.
 class DeviceAuth final {
 public:
     DeviceAuth(WebAuthenticationSession& session, const Configuration& configuration);
 
-    /// The custom token of the account that the user chose. `api` needs no bearer token.
+    /// Returns the custom token of the user's account. `api` needs no bearer token.
     ///
-    /// Throws `AuthError` when there is no code, also after the user closed the browser's page;
-    /// what the client throws when the exchange fails; `tavrin::TaskCancelled` when cancelled.
+    /// Throws `AuthError` if there is no code, for example because the user closed the page, the
+    /// errors of `APIClient::send`, and `tavrin::TaskCancelled` if cancelled.
     [[nodiscard]] QCoro::Task<tavrin::Secret>
     authorize(APIClient api, tavrin::CancellationToken cancellation = {}) const;
 
-    /// Shows the page and gives the URL of its callback, which is not to be trusted. Throws
-    /// `AuthError` when there is none, and `tavrin::TaskCancelled` when cancelled.
+    /// Opens the page and returns its callback URL, which is untrusted. Throws `AuthError` if there
+    /// is none, and `tavrin::TaskCancelled` if cancelled.
     [[nodiscard]] QCoro::Task<std::string>
     present(std::string url, tavrin::CancellationToken cancellation = {}) const;
 
@@ -41,7 +41,7 @@ private:
     static QCoro::Task<std::string> presentFrom(
         WebAuthenticationSession* session, std::string url, tavrin::CancellationToken cancellation);
 
-    /// Where the user signs in. Throws `AuthError` when that is no URL.
+    /// Throws `AuthError` if the result is not a URL.
     [[nodiscard]] std::string signInURL(const std::string& verifier) const;
 
     WebAuthenticationSession* session_;

@@ -39,18 +39,18 @@ constexpr std::array<std::string_view, 8> revocationReasons = {
     "CREDENTIAL_TOO_OLD_LOGIN_AGAIN",
     "TOKEN_REVOKED"};
 
-/// The provider writes seconds as text.
+/// The provider sends the seconds as text.
 tavrin::Seconds lifetimeFrom(std::string_view text) {
     bool isNumber = false;
     const double seconds =
         QByteArrayView(text.data(), static_cast<qsizetype>(text.size())).toDouble(&isNumber);
-    // Qt overlooks blanks around a number.
+    // Qt accepts white space around a number, but we do not.
     const bool isBare = text.find_first_of(" \t\n\v\f\r") == std::string_view::npos;
     return isNumber && isBare && std::isfinite(seconds) ? tavrin::Seconds(seconds)
                                                         : defaultLifetime;
 }
 
-/// The provider's own word for what is wrong; no value when the body has none.
+/// The provider's error message, or no value if the body has none.
 std::optional<std::string> errorMessage(std::string_view body) {
     try {
         const boost::json::value json = parseSecretJSON(body);
@@ -60,9 +60,20 @@ std::optional<std::string> errorMessage(std::string_view body) {
         }
         return tavrin::optionalStringAt(tavrin::asObject(*error), "message");
     } catch (const std::exception&) {
-        // The status says it then.
+        // The caller then uses the HTTP status.
         return std::nullopt;
     }
+}
+
+URLRequest
+makeRequest(const std::string& url, std::string key, std::string contentType, std::string body) {
+    URLRequest request;
+    request.url = url + "?key=" + key;
+    request.method = "POST";
+    request.headers.emplace_back("Content-Type", std::move(contentType));
+    request.body = std::move(body);
+    request.timeout = requestTimeout;
+    return request;
 }
 
 } // namespace
@@ -114,17 +125,6 @@ bool FirebaseIdentity::isRevocation(std::string_view message) {
     return std::ranges::find(revocationReasons, message) != revocationReasons.end();
 }
 
-URLRequest FirebaseIdentity::makeRequest(
-    const std::string& url, std::string key, std::string contentType, std::string body) {
-    URLRequest request;
-    request.url = url + "?key=" + key;
-    request.method = "POST";
-    request.headers.emplace_back("Content-Type", std::move(contentType));
-    request.body = std::move(body);
-    request.timeout = requestTimeout;
-    return request;
-}
-
 FirebaseIdentity::Reply
 FirebaseIdentity::decode(int status, std::string_view body, const ReplyKeys& keys) {
     if (status < 200 || status > 299) {
@@ -146,7 +146,7 @@ QCoro::Task<FirebaseIdentity::Tokens> FirebaseIdentity::exchange(
     tavrin::CancellationToken cancellation) {
     URLResponse response =
         co_await load(identity.session_, std::move(request), std::move(cancellation));
-    // A secret is overwritten wherever the callable is destroyed.
+    // Keep the body in a secret, which is wiped with the callable.
     auto decodeReply =
         [status = response.status, body = tavrin::Secret(std::move(response.body)), keys] {
             return decode(status, body.text(), keys);

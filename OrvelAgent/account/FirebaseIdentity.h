@@ -17,38 +17,38 @@ class Clock;
 class Configuration;
 class Worker;
 
-/// The identity provider: turns the custom token of a sign-in into an ID token and a refresh token,
-/// and a refresh token into a fresh pair.
+/// The client of the identity provider. Exchanges a custom token or a refresh token for an ID token
+/// and a new refresh token.
 ///
-/// A value, copied freely, without state. The session, the worker and the clock are borrowed and
-/// must outlive every exchange; the value itself need not. Main thread.
+/// Copyable and stateless. Borrows the session, the worker and the clock, which must outlive every
+/// request. The copy itself need not. Main thread.
 class FirebaseIdentity final {
 public:
     struct Tokens {
-        /// The bearer token of our own service.
+        /// The bearer token for our service.
         tavrin::Secret idToken;
         tavrin::Secret refreshToken;
-        /// When the ID token stops being valid, counted from the arrival of the reply.
+        /// When the ID token expires, counted from the arrival of the reply.
         tavrin::Date expiresAt;
     };
 
     FirebaseIdentity(
         URLSession& session, Worker& worker, Clock& clock, const Configuration& configuration);
 
-    /// Both throw `IdentityError` when the provider refuses, `tavrin::URLError` when there is no
-    /// reply, `tavrin::JSONDecodingError` when a success has not the expected shape, and
-    /// `tavrin::TaskCancelled` when cancelled. One call is one request. No error holds a token.
+    /// Both send one request. They throw `IdentityError` if the provider refuses,
+    /// `tavrin::URLError` if there is no reply, `tavrin::JSONDecodingError` if the reply has an
+    /// unexpected form, and `tavrin::TaskCancelled` if cancelled. No error contains a token.
     [[nodiscard]] QCoro::Task<Tokens> signInWithCustomToken(
         tavrin::Secret customToken, tavrin::CancellationToken cancellation = {}) const;
     [[nodiscard]] QCoro::Task<Tokens>
     refresh(tavrin::Secret refreshToken, tavrin::CancellationToken cancellation = {}) const;
 
-    /// Whether an `IdentityError` with this message says that the session is gone for good; with
-    /// any other it may work later.
+    /// Whether an `IdentityError` with this message means that the session has ended. After any
+    /// other message, a retry may succeed.
     [[nodiscard]] static bool isRevocation(std::string_view message);
 
 private:
-    /// What the endpoint calls the parts of its reply.
+    /// The JSON keys of an endpoint's reply.
     struct ReplyKeys {
         std::string_view idToken;
         std::string_view refreshToken;
@@ -60,11 +60,8 @@ private:
         tavrin::Seconds lifetime{};
     };
 
-    [[nodiscard]] static URLRequest
-    makeRequest(const std::string& url, std::string key, std::string contentType, std::string body);
-    /// Throws what the operations throw.
     [[nodiscard]] static Reply decode(int status, std::string_view body, const ReplyKeys& keys);
-    /// On a copy of the value, which lives as long as the request.
+    /// Takes a copy of the client, which lives as long as the request.
     static QCoro::Task<Tokens> exchange(
         FirebaseIdentity identity,
         URLRequest request,

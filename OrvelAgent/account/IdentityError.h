@@ -10,8 +10,8 @@
 
 namespace orvel {
 
-/// A refusal of the identity provider. `what()` is the generic rendering, which is logged and shown
-/// as it is; `message()` is the provider's own word.
+/// The identity provider refused a request. `what()` is the rendering for the log and the window.
+/// `message()` is the provider's error message.
 class IdentityError final : public std::exception {
 public:
     explicit IdentityError(std::string message, std::optional<int> status = std::nullopt)
@@ -23,7 +23,7 @@ public:
 
     /// For example "INVALID_REFRESH_TOKEN".
     [[nodiscard]] const std::string& message() const { return message_; }
-    /// The HTTP status; 0 when the reply was not HTTP.
+    /// The HTTP status, or 0 if the reply was not HTTP.
     [[nodiscard]] std::optional<int> status() const { return status_; }
     [[nodiscard]] const char* what() const noexcept override { return rendering_.c_str(); }
 

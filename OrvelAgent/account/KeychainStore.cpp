@@ -10,10 +10,10 @@
 
 namespace orvel {
 
-/// Shared with the completions, which may come when the store is gone.
+/// Shared with the completions, which may run after the store is destroyed.
 struct KeychainStore::Changes {
     std::size_t pending = 0;
-    /// By key, until a later change of the same item succeeds.
+    /// By key. Removed when a later change of the same item succeeds.
     std::map<std::string, tavrin::PlatformError> failures;
     std::optional<Deferred<void>> end;
 };

@@ -14,24 +14,23 @@
 
 namespace orvel {
 
-/// The keychain items of one service, by their account name. Borrows the keychain. Main thread.
+/// The keychain items of one service, by account name. Borrows the keychain. Main thread.
 class KeychainStore final {
 public:
     KeychainStore(Keychain& keychain, std::string service);
 
-    /// The item's value; nothing when there is none or it cannot be read. Waits as long as the user
-    /// takes to unlock the keychain; throws `tavrin::TaskCancelled` at once when cancelled.
+    /// Returns no value if the item is missing or unreadable. The user may first have to unlock the
+    /// keychain. Throws `tavrin::TaskCancelled` at once if cancelled.
     QCoro::Task<std::optional<tavrin::Secret>>
     read(std::string key, tavrin::CancellationToken cancellation) const;
 
-    /// Replaces the item. Later reads see it at once, while it is still being stored.
+    /// Replaces the item. Later reads return the new value, even before it is stored.
     void write(std::string key, tavrin::Secret value) const;
 
     void remove(std::string key) const;
 
-    /// Waits until all changes so far are stored, or have failed to be. Gives the reason why an
-    /// item's last change will not outlive this process, if there is such an item. Throws
-    /// `tavrin::TaskCancelled` at once when cancelled.
+    /// Waits until all changes so far are stored or have failed. Returns the error of an item whose
+    /// last change failed, if any. Throws `tavrin::TaskCancelled` at once if cancelled.
     QCoro::Task<std::optional<tavrin::PlatformError>>
     settled(tavrin::CancellationToken cancellation) const;
 

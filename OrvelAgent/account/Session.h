@@ -10,7 +10,7 @@
 
 namespace orvel {
 
-/// What the service knows about the account.
+/// The service's data about the account.
 struct Profile {
     std::optional<std::string> uid;
     std::optional<std::string> email;
@@ -18,20 +18,20 @@ struct Profile {
     std::optional<std::string> handle;
 };
 
-/// What the keychain keeps, as one JSON text.
+/// Stored in the keychain as one JSON text.
 struct Session {
     tavrin::Secret refreshToken;
     std::optional<std::string> uid;
     std::optional<std::string> email;
     std::optional<std::string> handle;
 
-    /// What the profile lacks stays as it is.
+    /// Keeps the fields that the profile does not have.
     void merge(const Profile& profile);
 };
 
 void tag_invoke(
     const boost::json::value_from_tag&, boost::json::value& json, const Session& session);
-// Each throws `tavrin::JSONDecodingError` when a required key is missing or a type is wrong.
+// Both throw `tavrin::JSONDecodingError` if a required key is missing or a type is wrong.
 Session tag_invoke(const boost::json::value_to_tag<Session>&, const boost::json::value& json);
 Profile tag_invoke(const boost::json::value_to_tag<Profile>&, const boost::json::value& json);
 

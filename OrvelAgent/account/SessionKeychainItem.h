@@ -3,15 +3,15 @@
 
 #include <array>
 
-/// Where the keychain keeps the session.
+/// The keychain item of the session.
 namespace orvel::SessionKeychainItem {
 
-/// The service is the bundle identifier followed by this.
+/// Appended to the bundle identifier to form the service.
 inline constexpr const char* serviceSuffix = ".session";
 
 inline constexpr const char* account = "session";
 
-/// The accounts of earlier versions, which kept an item for each field.
+/// Earlier versions had one item for each field.
 inline constexpr std::array<const char*, 4> earlierAccounts{
     "refreshToken", "uid", "accountEmail", "accountHandle"};
 

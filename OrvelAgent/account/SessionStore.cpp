@@ -25,7 +25,7 @@ SessionStore::load(tavrin::CancellationToken cancellation) const {
     try {
         co_return boost::json::value_to<Session>(parseSecretJSON(text->text()));
     } catch (const std::exception&) {
-        // What cannot be read is no session.
+        // Treat an unreadable session as missing.
         co_return std::nullopt;
     }
 }

@@ -9,25 +9,25 @@
 
 namespace orvel {
 
-/// The session in the keychain. Borrows the keychain. Main thread.
+/// Stores the session in the keychain. Borrows the keychain. Main thread.
 class SessionStore final {
 public:
     SessionStore(Keychain& keychain, const std::string& bundleIdentifier);
 
-    /// No value when there is no session or it cannot be decoded. Waits as long as the user takes
-    /// to unlock the keychain; throws `tavrin::TaskCancelled` at once when cancelled.
+    /// Returns no value if there is no session or it cannot be decoded. The user may first have to
+    /// unlock the keychain. Throws `tavrin::TaskCancelled` at once if cancelled.
     QCoro::Task<std::optional<Session>> load(tavrin::CancellationToken cancellation) const;
 
-    /// As `load`, but reads again when a session was saved during the read.
+    /// Like `load`, but reads again if a session was saved during the read.
     static QCoro::Task<std::optional<Session>>
     loadLatest(std::shared_ptr<const SessionStore> store, tavrin::CancellationToken cancellation);
 
     void save(const Session& session);
 
-    /// Also removes what earlier versions kept.
+    /// Also removes the items of earlier versions.
     void remove() const;
 
-    /// As `KeychainStore::settled`.
+    /// Like `KeychainStore::settled`.
     QCoro::Task<std::optional<tavrin::PlatformError>>
     settled(tavrin::CancellationToken cancellation) const;
 

@@ -7,15 +7,15 @@
 
 namespace orvel {
 
-/// One sign-in: through the browser, then at the identity provider. A value; what its parts borrow
+/// One sign-in through the browser and the identity provider. The objects that its parts borrow
 /// must outlive it. Main thread.
 class SignInAttempt final {
 public:
     /// `api` needs no bearer token.
     SignInAttempt(DeviceAuth deviceAuth, FirebaseIdentity identity, APIClient api, Logger log);
 
-    /// Throws what `DeviceAuth::authorize` and `FirebaseIdentity::signInWithCustomToken` throw. A
-    /// cancelled attempt gives no tokens.
+    /// Throws the errors of `DeviceAuth::authorize` and `FirebaseIdentity::signInWithCustomToken`,
+    /// and `tavrin::TaskCancelled` if cancelled.
     static QCoro::Task<FirebaseIdentity::Tokens>
     run(SignInAttempt attempt, tavrin::CancellationToken cancellation);
 

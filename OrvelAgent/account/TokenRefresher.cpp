@@ -12,7 +12,7 @@ namespace orvel {
 
 namespace {
 
-/// A token that ends sooner is refreshed first.
+/// A token that expires sooner is refreshed.
 constexpr tavrin::Seconds leastRemainingLife(60);
 
 bool isRevocation(const std::exception_ptr& failure) {
@@ -50,7 +50,7 @@ QCoro::Task<TokenRefresher::Token> TokenRefresher::currentToken() {
         const tavrin::Secret token = *idToken_;
         co_return token;
     }
-    // Nothing suspends between the check and the start, so there is never more than one.
+    // There is no `co_await` between the check and the start, so at most one refresh runs.
     Refresh refresh;
     if (refreshInFlight_) {
         refresh = *refreshInFlight_;
@@ -96,7 +96,7 @@ QCoro::Task<> TokenRefresher::run(Refresh refresh) {
     } catch (...) {
         failure = std::current_exception();
     }
-    // Cancelled by `replace`: its caller has the result, and this object may be gone.
+    // Cancelled by `replace`: its caller resolves the result, and this object may be destroyed.
     if (cancellation.isCancelled()) {
         co_return;
     }

@@ -10,16 +10,16 @@
 
 namespace orvel {
 
-/// The ID token, kept in memory only, and its refresh, of which at most one is in flight.
+/// Holds the ID token in memory and refreshes it. At most one refresh runs at a time.
 ///
-/// Borrows the session store and the clock. Main thread. May be destroyed at any time: a running
-/// refresh then ends at once, and its waiters get no token.
+/// Borrows the session store and the clock. Main thread. May be destroyed at any time. A running
+/// refresh then ends at once without a token.
 class TokenRefresher final {
 public:
     using Token = std::optional<tavrin::Secret>;
 
-    /// `onRevoked` is called when the identity provider has ended the session. It must call
-    /// `replace` and resolve the result; it may destroy this object.
+    /// Calls `onRevoked` after the identity provider has ended the session. `onRevoked` must call
+    /// `replace` and resolve the result. It may destroy this object.
     TokenRefresher(
         FirebaseIdentity identity,
         SessionStore& sessions,
@@ -30,12 +30,12 @@ public:
     TokenRefresher(const TokenRefresher&) = delete;
     TokenRefresher& operator=(const TokenRefresher&) = delete;
 
-    /// A token that is good for another minute at least, refreshed if needed.
+    /// A token that is valid for at least another minute, refreshed if needed.
     QCoro::Task<Token> currentToken();
 
-    /// Replaces the token, or forgets it, and cancels the refresh in flight. Returns that refresh's
-    /// result, if there is one; the caller resolves it as its last step, because the waiters resume
-    /// inside.
+    /// Replaces or deletes the token and cancels the running refresh. Returns the result of that
+    /// refresh, if any. The caller must resolve it as its last step, because the waiting coroutines
+    /// resume inside `resolve`.
     [[nodiscard]] std::optional<Deferred<Token>>
     replace(const std::optional<FirebaseIdentity::Tokens>& tokens);
 
