@@ -91,7 +91,7 @@ CollectorService::ScanSummary CollectorService::finish(ScanSummary summary) {
     summary.id = QUuid::createUuid();
     summary.finishedAt = dependencies_.clock.now();
     summary.watermark = dependencies_.watermarkStore.watermark();
-    insert(summary);
+    history_.insert(history_.begin(), summary);
     if (history_.size() > maximumHistory) {
         history_.resize(maximumHistory);
     }
@@ -107,10 +107,6 @@ CollectorService::ScanSummary CollectorService::finish(ScanSummary summary) {
     return summary;
 }
 
-void CollectorService::insert(ScanSummary summary) {
-    history_.insert(history_.begin(), std::move(summary));
-}
-
 void CollectorService::recordAbort(std::string reason) {
     dependencies_.log.error("scan skipped: {}", reason);
     ScanSummary summary;
@@ -121,14 +117,13 @@ void CollectorService::recordAbort(std::string reason) {
     summary.mode = tavrin::CollectionMode::MetadataOnly;
     summary.error = reason;
     lastError_ = std::move(reason);
-    // The next finished scan cuts the history back.
-    insert(std::move(summary));
+    // The next finished scan trims the history.
+    history_.insert(history_.begin(), std::move(summary));
     Q_EMIT changed();
 }
 
 QCoro::Task<> CollectorService::resetWatermark() {
-    // Counted on the worker, between what is saved before it and after it, and only when it is
-    // done.
+    // Count the reset on the worker, in order with the saves, and only after it has succeeded.
     auto reset = [&store = dependencies_.watermarkStore, resets = dependencies_.resets] {
         store.reset();
         ++*resets;

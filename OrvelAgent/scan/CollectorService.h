@@ -20,13 +20,12 @@
 
 namespace orvel {
 
-/// Runs scans, one at a time, and keeps their summaries: one call of `runScan` takes a private
-/// snapshot of the Messages database and sends every message that was not sent yet (see
-/// `ScanWalk`).
+/// Runs scans, one at a time, and keeps their summaries. A scan takes a snapshot of the Messages
+/// database and sends every message that was not sent yet (see `ScanWalk`).
 ///
-/// Progress lives in the watermark store and moves only after the service accepted a batch, so the
-/// next scan continues after one that failed or was killed. Main thread. Everything it is given is
-/// borrowed. It must not be destroyed while it scans.
+/// Progress is saved in the watermark store after the service has accepted a batch, so the next
+/// scan continues where a failed or killed one stopped. Main thread. Borrows all references. Must
+/// not be destroyed during a scan.
 class CollectorService final : public QObject {
     Q_OBJECT
 
@@ -48,10 +47,10 @@ public:
         Options options);
     ~CollectorService() override;
 
-    /// One scan. Nothing when paused or already scanning; else the summary, which is also in the
-    /// history. Never throws for a scan that fails: the summary says so. `since` must be an instant
-    /// that `AppleEpoch::rawNanoseconds` takes. A cancelled token ends the scan between batches,
-    /// and at once while it copies, sends or waits; that is no failure.
+    /// Runs one scan. Returns no value if paused or already scanning, else the summary, which is
+    /// also added to the history. The summary contains the error of a failed scan. `since` must be
+    /// valid for `AppleEpoch::rawNanoseconds`. Cancelling ends the scan between batches, or at once
+    /// while it copies, sends or waits. A cancelled scan has no error.
     QCoro::Task<std::optional<ScanSummary>> runScan(
         tavrin::CollectionMode mode,
         tavrin::ThreadScope scope,
@@ -63,12 +62,12 @@ public:
     /// Records a scan that was skipped before it started.
     void recordAbort(std::string reason);
 
-    /// Makes the next scan start from the newest message again, and ends the one that runs before
-    /// its next batch. The service recognizes messages that were already sent. Throws
-    /// `tavrin::PlatformError` when that cannot be saved; the scan that runs then goes on.
+    /// Deletes the saved progress, so the next scan starts from the newest message. Ends a running
+    /// scan before its next batch. The service recognizes messages that were already sent. Throws
+    /// `tavrin::PlatformError` if saving fails. A running scan then continues.
     QCoro::Task<> resetWatermark();
 
-    /// A paused service starts no scan and stops a running one before its next batch.
+    /// A paused service starts no scan and ends a running one before its next batch.
     void setPaused(bool isPaused);
 
     void noteContactsUnavailable() const;
@@ -78,23 +77,22 @@ public:
 
     [[nodiscard]] bool isScanning() const { return isScanning_; }
     [[nodiscard]] bool isPaused() const { return isPaused_; }
-    /// Whether any scan ever counted the messages of its last 24 hours.
+    /// Whether a scan has ever counted the messages of the last 24 hours.
     [[nodiscard]] bool hasScanned() const;
     /// Newest first.
     [[nodiscard]] const std::vector<ScanSummary>& history() const { return history_; }
-    /// The last failure or skip; cleared when a scan starts.
+    /// The error of the last failed or skipped scan. Cleared when a scan starts.
     [[nodiscard]] const std::optional<std::string>& lastError() const { return lastError_; }
     /// Of the running scan, or of the last one.
     [[nodiscard]] const Progress& progress() const { return progress_; }
 
 Q_SIGNALS:
-    /// Scanning, paused, the history or the last error changed.
+    /// `isScanning`, `isPaused`, `history` or `lastError` has changed.
     void changed();
     void progressed();
 
 private:
     ScanSummary finish(ScanSummary summary);
-    void insert(ScanSummary summary);
 
     const ScanWalk::Dependencies dependencies_;
 

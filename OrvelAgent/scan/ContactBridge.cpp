@@ -36,7 +36,7 @@ widened(const ContactBridge::HintSet& hints, const std::vector<ContactCard>& car
         std::vector<std::string> own = matchHints(Handle::Kind::Email, card.emailAddresses);
         std::ranges::move(
             matchHints(Handle::Kind::Phone, card.phoneNumbers), std::back_inserter(own));
-        // Against the given hints: what one card contributes must not pull in the next.
+        // Compare with the given hints only: hints added by one card must not add further cards.
         if (std::ranges::any_of(own, [&](const auto& hint) { return hints.contains(hint); })) {
             std::ranges::move(own, std::inserter(expansion.hints, expansion.hints.end()));
         }

@@ -19,13 +19,13 @@ namespace orvel {
 
 class Worker;
 
-/// The agent's only reader of the user's address book.
+/// Reads the user's address book.
 ///
-/// Widens the set of known handles with the other identifiers of the same cards, builds the index
-/// from which records get names and e-mail addresses, and asks for access. Missing access and
-/// reading errors are logged and never fail a scan. Main thread, with the matching itself on the
-/// worker; must outlive the tasks it returns. Those throw `tavrin::TaskCancelled` when cancelled,
-/// and at once where they wait for the user or for the address book.
+/// Asks for access, extends the known handles by the other identifiers of the same cards, and
+/// builds the index of names and e-mail addresses. Missing access and read errors are logged and do
+/// not fail a scan. Main thread; the matching runs on the worker. Must outlive its tasks, which
+/// throw `tavrin::TaskCancelled` if cancelled: at once while they wait for the user or the address
+/// book.
 class ContactBridge final {
 public:
     enum class Availability { Granted, Denied, NotDetermined };
@@ -44,21 +44,21 @@ public:
 
     struct Expansion {
         HintSet hints;
-        /// How many hints are new.
+        /// The number of new hints.
         std::int64_t added = 0;
-        /// How many cards were read.
+        /// The number of cards read.
         std::int64_t scanned = 0;
     };
 
     ContactBridge(AddressBook& addressBook, Worker& worker, LogStore& logStore);
 
-    /// Whether access is granted, after asking the user when nothing is decided yet.
+    /// Whether access is granted. Asks the user if there is no decision yet.
     QCoro::Task<bool> requestAccess(tavrin::CancellationToken cancellation = {});
 
-    /// The hints and the identifiers of every card that shares one with the given set.
+    /// The given hints and those of every card that has at least one of them.
     QCoro::Task<Expansion> expand(HintSet hints, tavrin::CancellationToken cancellation = {});
 
-    /// Empty when access is missing or reading fails.
+    /// Empty without access or if reading fails.
     QCoro::Task<IdentityIndex> buildIdentityIndex(tavrin::CancellationToken cancellation = {});
 
     [[nodiscard]] static std::optional<Identity>

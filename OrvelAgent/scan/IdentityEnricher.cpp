@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/scan/IdentityEnricher.h"
 
-#include "core/messages/Handle.h"
-#include "core/messages/HandleNormalizer.h"
-
 #include <utility>
 
 namespace orvel {
@@ -19,8 +16,8 @@ void IdentityEnricher::enrich(std::vector<tavrin::MessageRecord>& records) {
         tavrin::ParticipantNames names;
         tavrin::ParticipantEmails emails;
         for (const std::string& handle : record.participants) {
-            const ContactBridge::Identity* identity = identityOf(handle);
-            if (identity == nullptr) {
+            const std::optional<ContactBridge::Identity>& identity = identityOf(handle);
+            if (!identity) {
                 continue;
             }
             if (identity->name) {
@@ -34,14 +31,11 @@ void IdentityEnricher::enrich(std::vector<tavrin::MessageRecord>& records) {
     }
 }
 
-const ContactBridge::Identity* IdentityEnricher::identityOf(const std::string& handle) {
-    const auto [entry, isNew] = known_.try_emplace(handle, nullptr);
+const std::optional<ContactBridge::Identity>&
+IdentityEnricher::identityOf(const std::string& handle) {
+    const auto [entry, isNew] = known_.try_emplace(handle);
     if (isNew) {
-        const auto hint = tavrin::HandleNormalizer::matchHint(tavrin::Handle::classify(handle));
-        const auto found = hint ? index_->find(*hint) : index_->end();
-        if (found != index_->end()) {
-            entry->second = &found->second;
-        }
+        entry->second = ContactBridge::identity(handle, *index_);
     }
     return entry->second;
 }

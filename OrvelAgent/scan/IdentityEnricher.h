@@ -5,26 +5,27 @@
 #include "core/messages/MessageRecord.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 namespace orvel {
 
-/// Gives records the names and e-mail addresses of their participants. Remembers each handle's
-/// identity, since threads repeat the same few. One thread at a time.
+/// Adds the names and e-mail addresses of the participants to records. Caches the identity of each
+/// handle. Use it on one thread at a time.
 class IdentityEnricher final {
 public:
     explicit IdentityEnricher(std::shared_ptr<const ContactBridge::IdentityIndex> index);
 
-    /// Replaces both maps of every record; with an empty index the records stay as they are.
+    /// Replaces both maps of every record. Does nothing if the index is empty.
     void enrich(std::vector<tavrin::MessageRecord>& records);
 
 private:
-    const ContactBridge::Identity* identityOf(const std::string& handle);
+    const std::optional<ContactBridge::Identity>& identityOf(const std::string& handle);
 
     std::shared_ptr<const ContactBridge::IdentityIndex> index_;
-    std::unordered_map<std::string, const ContactBridge::Identity*> known_;
+    std::unordered_map<std::string, std::optional<ContactBridge::Identity>> known_;
 };
 
 } // namespace orvel

@@ -47,7 +47,7 @@ QCoro::Task<> IngestClient::sendDiagnostics(
         co_await client_.send<DiagnosticsReceipt, Diagnostics>(
             "/api/v1/context/diagnostics", "POST", std::move(body), std::move(cancellation));
     } catch (const std::exception&) {
-        // Diagnostics that do not arrive must not disturb anything.
+        // Diagnostics are best effort.
     }
 }
 

@@ -16,8 +16,8 @@
 
 namespace orvel {
 
-/// The collection's view of the service: uploads batches, fetches the known handles, sends
-/// diagnostics. A value around an `APIClient`.
+/// Uploads batches, fetches the known handles and sends diagnostics. Copyable, like its
+/// `APIClient`.
 class IngestClient final {
 public:
     static constexpr tavrin::Seconds requestTimeout{300};
@@ -33,7 +33,7 @@ public:
         std::int64_t watermark = 0;
     };
 
-    /// The service's answer to one upload.
+    /// The reply to one upload.
     struct Ack {
         std::int64_t acceptedWatermark = 0;
         std::int64_t accepted = 0;
@@ -43,7 +43,7 @@ public:
         std::optional<std::int64_t> bodiesIgnored;
     };
 
-    /// The answer that holds the known handles, as match hints.
+    /// The reply with the known handles, as match hints.
     struct Digest {
         std::vector<std::string> hints;
     };
@@ -54,7 +54,7 @@ public:
         std::vector<std::string> lines;
     };
 
-    /// The answer to the diagnostics call.
+    /// The reply to the diagnostics call.
     struct DiagnosticsReceipt {
         std::int64_t received = 0;
     };
@@ -62,17 +62,17 @@ public:
     /// `version` is the application's short version string.
     IngestClient(APIClient client, const std::string& version);
 
-    /// Uploads one batch, in one attempt. Throws what `APIClient::send` throws.
+    /// Uploads one batch, in one attempt. Throws the errors of `APIClient::send`.
     QCoro::Task<Ack> upload(
         std::shared_ptr<const Records> records,
         std::int64_t watermark,
         tavrin::CancellationToken cancellation = {}) const;
 
-    /// The handles that the assistant knows, each once. Throws what `APIClient::send` throws.
+    /// The handles that the service knows. Throws the errors of `APIClient::send`.
     QCoro::Task<std::unordered_set<std::string>>
     fetchKnownHandleHints(tavrin::CancellationToken cancellation = {}) const;
 
-    /// Best effort: never throws.
+    /// Ignores all errors.
     QCoro::Task<> sendDiagnostics(
         std::vector<std::string> lines, tavrin::CancellationToken cancellation = {}) const;
 
@@ -85,7 +85,7 @@ void tag_invoke(
     const boost::json::value_from_tag&, boost::json::value& json, const IngestClient::Payload&);
 void tag_invoke(
     const boost::json::value_from_tag&, boost::json::value& json, const IngestClient::Diagnostics&);
-// Each throws `tavrin::JSONDecodingError` when a required key is missing or a type is wrong.
+// These throw `tavrin::JSONDecodingError` if a required key is missing or a type is wrong.
 IngestClient::Ack
 tag_invoke(const boost::json::value_to_tag<IngestClient::Ack>&, const boost::json::value& json);
 IngestClient::Digest

@@ -6,17 +6,17 @@
 #include <cstdint>
 #include <vector>
 
-/// The pace of a scan. The agent uses these values as they are; `orvel-scan` has options for the
-/// pauses, and its help and its manual page show these values as the defaults.
+/// The pace of a scan. The agent always uses these values. In `orvel-scan`, the pauses are the
+/// defaults of two options, documented in its manual page.
 namespace orvel::ScanDefaults {
 
-/// Most rows examined for one batch.
+/// Most rows examined per batch.
 inline constexpr std::int64_t batchSize = 500;
 
-/// Between two batches of history that were sent, so that a first scan stays unnoticed.
+/// Pause after each uploaded batch of history, so that a first scan uses little of the machine.
 inline constexpr tavrin::Seconds backfillPause(10);
 
-/// In seconds, before each further attempt to send the same batch.
+/// In seconds: the pauses before each retry of an upload.
 [[nodiscard]] inline std::vector<double> retryDelays() {
     return {5, 15, 45};
 }

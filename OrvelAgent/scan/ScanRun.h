@@ -18,10 +18,10 @@ namespace orvel {
 /// One scan from start to end: fetches the known handles, extends them from the address book, reads
 /// the names, and runs the collector.
 ///
-/// Main thread. Borrows everything but the client, and must outlive the tasks it returns.
+/// Main thread. Borrows all references. Must outlive the tasks it returns.
 class ScanRun final {
 public:
-    /// What the user wants to be collected.
+    /// The user's choices.
     struct Choices {
         tavrin::CollectionMode mode = tavrin::CollectionPreferences::defaultMode;
         tavrin::ThreadScope scope = tavrin::CollectionPreferences::defaultScope;
@@ -42,15 +42,15 @@ public:
         const Choices& choices,
         Logger log);
 
-    /// The result is that of `CollectorService::runScan`. Throws `std::runtime_error` when only
-    /// known contacts may be sent and the list of them cannot be fetched, and `TaskCancelled` when
-    /// cancelled before the collector runs.
+    /// Returns the result of `CollectorService::runScan`. Throws `std::runtime_error` if the scope
+    /// is known contacts only and their list cannot be fetched, and `TaskCancelled` if cancelled
+    /// before the collector runs.
     QCoro::Task<std::optional<CollectorService::ScanSummary>>
     run(AddressBookUse addressBookUse,
         std::optional<tavrin::Date> since,
         tavrin::CancellationToken cancellation);
 
-    /// Stays true when the run ended there.
+    /// Still true if an error ended the run in that step.
     [[nodiscard]] bool isConsultingAddressBook() const { return isConsultingAddressBook_; }
 
 private:

@@ -12,7 +12,7 @@
 
 namespace orvel {
 
-/// What one scan did.
+/// The result of one scan.
 struct ScanSummary {
     QUuid id;
     tavrin::Date startedAt;
@@ -22,24 +22,23 @@ struct ScanSummary {
     /// Records produced.
     std::int64_t collected = 0;
     std::int64_t skippedOutOfScope = 0;
-    /// Rows kept without text because none could be extracted.
+    /// Rows kept without text because it could not be decoded.
     std::int64_t skippedUndecodable = 0;
     std::int64_t skippedNotUserContent = 0;
     /// Records sent and accepted.
     std::int64_t uploaded = 0;
-    /// As stored at the end.
+    /// The stored watermark at the end of the scan.
     std::int64_t watermark = 0;
     tavrin::CollectionMode mode = tavrin::CollectionMode::MetadataOnly;
-    /// Why the scan failed or was skipped; absent on success.
+    /// Why the scan failed or was skipped. No value on success.
     std::optional<std::string> error;
 };
 
-/// How far a running scan has come.
+/// The progress of a running scan.
 struct ScanProgress {
     std::int64_t scanned = 0;
     std::int64_t uploaded = 0;
-    /// Done part of the walk through the row ids, 0 to 1, while history is walked; absent while
-    /// new messages are read, whose number is not known.
+    /// The completed part of the history, 0 to 1. No value while new messages are read.
     std::optional<double> backfillFraction;
 };
 

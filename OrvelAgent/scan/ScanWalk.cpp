@@ -16,19 +16,19 @@ namespace orvel {
 
 using tavrin::MessagesCollector;
 
-/// Made, used and destroyed on the worker only.
+/// Created, used and destroyed on the worker only.
 struct ScanWalk::Source {
     Source(tavrin::FileCopier& copier, std::string path, tavrin::CancellationToken cancellation)
         : snapshot(copier, std::move(path), std::move(cancellation)), collector(snapshot.open()) {}
 
-    // In this order: the connection ends before its files go.
+    // The collector is destroyed first, which closes the connection before the files are removed.
     tavrin::ChatDatabaseSnapshot snapshot;
     MessagesCollector collector;
 };
 
 namespace {
 
-/// A refusal by the service counts by its status, anything else by its kind.
+/// Judges an error reply by its HTTP status and any other error by its type.
 bool isWorthRetrying(const std::exception_ptr& error) {
     try {
         std::rethrow_exception(error);
@@ -72,7 +72,7 @@ QCoro::Task<> ScanWalk::run() {
 }
 
 QCoro::Task<> ScanWalk::close() {
-    // Not on this thread: the copy may be large.
+    // Remove the copy on the worker, because it may be large.
     auto release = [source = std::move(source_)]() mutable {
         source.reset();
     };
@@ -86,7 +86,7 @@ QCoro::Task<> ScanWalk::countLastDay() {
         try {
             result = source->collector.countMessages(since);
         } catch (const std::exception&) {
-            // A figure for the menu is no reason not to collect.
+            // The menu shows this count. A failure must not end the scan.
         }
         return result;
     };
@@ -114,7 +114,7 @@ QCoro::Task<> ScanWalk::walkBackfill() {
             co_return;
         }
 
-        // The newest message of all marks where the forward pass will begin.
+        // The forward pass starts after the newest message.
         const bool raisesWatermark = isFirstBatch && batch.scanned > 0;
         if (batch.scanned > 0) {
             if (isFirstBatch) {
@@ -205,7 +205,7 @@ QCoro::Task<> ScanWalk::upload(IngestClient::Records records, std::int64_t water
     }
     const auto count = static_cast<std::int64_t>(records.size());
     const auto shared = std::make_shared<const IngestClient::Records>(std::move(records));
-    // Plain functions that return tasks, no coroutines: what they capture lives in `retrying`.
+    // These lambdas are not coroutines, and `retrying` keeps their captures alive.
     auto sleep = [this](double seconds) {
         return sleepFor(&dependencies_.clock, tavrin::Seconds(seconds), cancellation_);
     };

@@ -25,12 +25,12 @@
 
 namespace orvel {
 
-/// One scan's walk through a private copy of the Messages database: backwards through the history
-/// that was not sent yet, then forwards past the watermark. Each batch is uploaded, and then the
-/// progress is saved.
+/// Reads a private copy of the Messages database for one scan: first backwards through the history
+/// that was not sent yet, then forwards from the watermark. Uploads each batch, then saves the
+/// progress.
 ///
-/// Lives for one scan. Main thread; copying, reading, enriching, encoding and saving happen on the
-/// worker. It must not be destroyed while `run` or `close` runs.
+/// Main thread. Copying, reading, enriching, encoding and saving run on the worker. Must not be
+/// destroyed while `run` or `close` runs.
 class ScanWalk final {
 public:
     struct Options {
@@ -39,7 +39,7 @@ public:
         std::vector<double> retryDelays = ScanDefaults::retryDelays();
     };
 
-    /// Borrows every reference.
+    /// Borrows all references.
     struct Dependencies {
         WatermarkStore& watermarkStore;
         IngestClient ingest;
@@ -48,15 +48,15 @@ public:
         Worker& worker;
         Logger log;
         Options options;
-        /// Asked before each batch.
+        /// Called before each batch.
         std::function<bool()> isPaused;
         std::function<void(const ScanProgress&)> onProgress;
-        /// Counts how often progress was forgotten; what was read before the last time is not
-        /// saved. Shared with the worker, which may still save when the service is gone.
+        /// The number of resets. Progress from before the last reset is not saved. Shared with the
+        /// worker, which may still save after the service is destroyed.
         std::shared_ptr<std::atomic<std::uint64_t>> resets;
     };
 
-    /// Counts in `summary`. Borrows it and the dependencies.
+    /// Updates the counts in `summary`. Borrows it and the dependencies.
     ScanWalk(
         const Dependencies& dependencies,
         tavrin::MessagesCollector::Options options,
@@ -66,11 +66,11 @@ public:
     ScanWalk(const ScanWalk&) = delete;
     ScanWalk& operator=(const ScanWalk&) = delete;
 
-    /// Ends between two batches when paused, cancelled or after a reset. Throws what fails, and
-    /// `tavrin::TaskCancelled` when cancelled during a copy, an upload or a retry's pause.
+    /// Ends between two batches if paused, cancelled or reset. Throws the error of a failed step,
+    /// and `tavrin::TaskCancelled` if cancelled during a copy, an upload or a pause before a retry.
     QCoro::Task<> run();
 
-    /// Removes the copy of the database. To be awaited after `run`, however it ended.
+    /// Removes the copy of the database. Await it after `run`, even if that threw.
     QCoro::Task<> close();
 
 private:
@@ -93,7 +93,7 @@ private:
     const std::uint64_t resetsAtStart_;
     ScanSummary& summary_;
     std::shared_ptr<Source> source_;
-    /// The highest row id that the walk through history started from.
+    /// The highest row id of the first history batch.
     std::int64_t top_ = 0;
 };
 

@@ -10,27 +10,27 @@
 
 namespace orvel {
 
-/// Where collection stands, kept in the user defaults across launches. Its only writer is the
-/// collector service.
+/// Stores the progress of the collection in the user defaults. Only the collector service writes
+/// it.
 ///
-/// Borrows the defaults. Reads never fail and may be made on any thread; a write returns when the
-/// value is on disk and throws `tavrin::PlatformError` when it is not.
+/// Borrows the defaults. Reads never fail and are thread-safe. A write returns after the value is
+/// on disk, and throws `tavrin::PlatformError` if it cannot be written.
 class WatermarkStore final {
 public:
-    /// The cursor of a walk that has not begun: the newest message is below it.
+    /// Greater than every row id: no history has been read yet.
     static constexpr std::int64_t cursorAtStart = std::numeric_limits<std::int64_t>::max();
 
     explicit WatermarkStore(tavrin::UserDefaults& defaults) : defaults_(defaults) {}
 
-    /// Messages with a larger row id are still to be sent by the forward pass.
+    /// The forward pass sends messages with a larger row id.
     [[nodiscard]] std::int64_t watermark() const;
     void setWatermark(std::int64_t rowID);
 
-    /// The next backfill batch reads row ids below this one.
+    /// The next history batch reads smaller row ids.
     [[nodiscard]] std::int64_t backfillCursor() const;
     void setBackfillCursor(std::int64_t rowID);
 
-    /// The walk through older history has reached the oldest message.
+    /// Whether the oldest message has been read.
     [[nodiscard]] bool isBackfillDone() const;
     void setBackfillDone(bool isDone);
 
@@ -39,7 +39,7 @@ public:
     [[nodiscard]] std::optional<tavrin::Date> messagesLast24hAt() const;
     void setMessagesLast24h(std::int64_t count, tavrin::Date at);
 
-    /// Forgets all progress; the count of the last 24 hours stays.
+    /// Deletes all progress. Keeps the count of the last 24 hours.
     void reset();
 
 private:
