@@ -32,7 +32,7 @@ QCoro::Task<int> AccountCommand::run() {
 }
 
 void AccountCommand::cancel() {
-    // Also while it waits for the keychain, perhaps for the user to unlock it.
+    // Also ends a wait for the user to unlock the keychain.
     cancellation_.cancel();
     auth_->cancelSignIn();
 }

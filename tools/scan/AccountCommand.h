@@ -9,10 +9,10 @@
 
 namespace orvel {
 
-/// Signs in, signs out, or tells who is signed in.
+/// Signs in, signs out, or prints the account.
 class AccountCommand final : public Command {
 public:
-    /// Throws `tavrin::PlatformError` for files that cannot be read.
+    /// Throws `tavrin::PlatformError` if a file cannot be read.
     explicit AccountCommand(ScanArguments arguments);
     ~AccountCommand() override;
 

@@ -12,7 +12,7 @@
 
 namespace orvel {
 
-/// What one run of `orvel-scan` does. Main thread.
+/// One action of `orvel-scan`. Main thread.
 class Command {
 public:
     static constexpr int succeeded = 0;
@@ -23,18 +23,17 @@ public:
     Command& operator=(const Command&) = delete;
     virtual ~Command() = default;
 
-    /// Gives the exit status, after everything is printed.
+    /// Returns the exit status after all output is printed.
     virtual QCoro::Task<int> run() = 0;
 
-    /// Ends it: `run` then comes to its end soon, with nothing left behind, or the event loop is
-    /// left at once where there is nothing to leave behind.
+    /// Ends `run` soon. It still cleans up.
     virtual void cancel() = 0;
 };
 
-/// What every command wants of the platform.
+/// The platform options that all commands share.
 [[nodiscard]] PlatformOptions platformOptions(const ScanArguments& arguments);
 
-/// The session that the platform's keychain holds. Borrows the platform and the worker.
+/// Restores the session in the platform's keychain. Borrows the platform and the worker.
 [[nodiscard]] std::unique_ptr<AuthService>
 makeAuthService(const Platform& platform, Worker& worker);
 

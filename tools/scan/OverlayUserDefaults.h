@@ -11,7 +11,7 @@
 
 namespace orvel {
 
-/// Reads through to other user defaults and keeps every write to itself, in memory. Borrows them.
+/// Reads from other user defaults, which it borrows, and keeps writes in memory.
 class OverlayUserDefaults final : public tavrin::UserDefaults {
 public:
     explicit OverlayUserDefaults(const tavrin::UserDefaults& base) : base_(base) {}

@@ -22,8 +22,7 @@ namespace orvel {
 
 namespace {
 
-/// A preview that is under way cannot be stopped by the network: it ends within the event loop's
-/// next turn anyway.
+/// The reply arrives in the next turn of the event loop, so there is no need to cancel.
 class PreviewTask final : public URLSession::Task {
 public:
     void cancel() override {}
@@ -39,7 +38,7 @@ URLResponse success(boost::json::object data) {
     return response;
 }
 
-/// What is written there is message text: the file is for its owner only.
+/// The file contains message text, so only its owner may read it.
 std::FILE* openPrivately(const std::filesystem::path& path) {
     const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
     if (descriptor < 0) {

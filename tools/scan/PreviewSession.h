@@ -14,12 +14,12 @@
 
 namespace orvel {
 
-/// Stands in for the network: accepts every upload and writes its records, exactly as they would
-/// have been sent, as JSON Lines. It also answers the call for the known handles.
+/// Replaces the network in a preview. Accepts every upload and writes its records, unchanged, as
+/// JSON Lines. Also replies with the known handles.
 class PreviewSession final : public URLSession {
 public:
-    /// Writes to the file, or to standard output. Throws `tavrin::PlatformError` when the file
-    /// cannot be made.
+    /// Writes to the file, or to standard output. Throws `tavrin::PlatformError` if the file cannot
+    /// be created.
     PreviewSession(
         const std::optional<std::filesystem::path>& file, std::vector<std::string> knownHandles);
 
@@ -36,12 +36,12 @@ private:
 
     std::unique_ptr<std::FILE, FileCloser> file_;
     std::vector<std::string> knownHandles_;
-    /// The completions still to come end with the session.
+    /// Its destruction drops the pending completions.
     QObject callbackContext_;
 };
 
-/// The JSON array of strings in the file. Throws `tavrin::PlatformError` when it cannot be read and
-/// `tavrin::JSONDecodingError` when it is something else.
+/// Reads a JSON array of strings. Throws `tavrin::PlatformError` if the file cannot be read, and
+/// `tavrin::JSONDecodingError` if it contains anything else.
 [[nodiscard]] std::vector<std::string> readKnownHandles(const std::filesystem::path& file);
 
 } // namespace orvel

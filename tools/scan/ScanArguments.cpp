@@ -65,7 +65,7 @@ std::string checkedURL(const std::string& text) {
                          (url.path().isEmpty() || url.path() == QStringLiteral("/"));
     if (!url.isValid() || url.scheme() != QStringLiteral("https") || url.host().isEmpty() ||
         !isPlain) {
-        // Not repeated here: it may hold a password.
+        // Do not repeat the URL: it may contain a password.
         throw UsageError("--api-url takes https://HOST or https://HOST:PORT and nothing more.");
     }
     return text.back() == '/' ? text.substr(0, text.size() - 1) : text;
@@ -77,7 +77,7 @@ tavrin::Date checkedSince(const std::string& text) {
         throw UsageError(
             "--since takes a date and time such as 2024-03-09T17:05:42Z, not " + text + ".");
     }
-    // What the Messages database can express, with a margin.
+    // In seconds. Slightly less than the range of the Messages database.
     constexpr double farthest = 9.2e9;
     if (std::abs(date->time_since_epoch().count() - tavrin::AppleEpoch::offsetFromUnix) >
         farthest) {
@@ -108,7 +108,7 @@ std::vector<double> checkedDelays(const std::string& text) {
     return delays;
 }
 
-/// The arguments as the parser sees them.
+/// The unchecked arguments.
 struct RawArguments {
     std::string apiURL;
     std::string certificateFile;
@@ -124,8 +124,8 @@ struct RawArguments {
     std::string knownHandles;
 };
 
-/// Takes the token out, so that neither the programs that this one starts nor whoever looks at its
-/// environment sees it.
+/// Removes the token from the environment, so that child processes do not inherit it and other
+/// processes cannot read it there.
 std::optional<tavrin::Secret> takeFromEnvironment() {
     char* variable = std::getenv("ORVEL_TOKEN");
     if (variable == nullptr) {
@@ -161,7 +161,7 @@ std::variant<ScanArguments, EarlyExit> parseScanArguments(int argc, const char* 
         "yet to the service, with the session of --sign-in or the bearer token given.",
         "orvel-scan");
     const std::string account = "Account";
-    // Not left to the parser's own reading of variables: the value must not stay where it was.
+    // The parser could read the variable, but would leave the value in the environment.
     const std::optional<tavrin::Secret> fromEnvironment = takeFromEnvironment();
     CLI::Option* signIn = app.add_flag("--sign-in")
                               ->description("Instead of a scan, sign in through the browser")
@@ -282,7 +282,7 @@ std::variant<ScanArguments, EarlyExit> parseScanArguments(int argc, const char* 
         } else if (!arguments.isPreview) {
             arguments.token = tokenFrom(raw, *token, fromEnvironment);
             if (arguments.apiURL && !arguments.token) {
-                // A stored session's token goes to the service that it is from, and nowhere else.
+                // Send the token of a stored session only to the service that issued it.
                 throw UsageError("--api-url needs a bearer token of its own: --token-file FILE, "
                                  "the variable ORVEL_TOKEN, or --token.");
             }
@@ -296,7 +296,7 @@ std::variant<ScanArguments, EarlyExit> parseScanArguments(int argc, const char* 
         const bool wantsVersion = app.get_option("--version")->count() > 0;
         return EarlyExit{0, wantsVersion ? app.version() + "\n" : app.help()};
     } catch (const CLI::ExtrasError&) {
-        // The words are not repeated: one of them may be a token.
+        // Do not repeat the argument: it may be a token.
         return EarlyExit{
             usageStatus,
             "There is an argument that orvel-scan does not know.\n"

@@ -15,52 +15,52 @@
 
 namespace orvel {
 
-/// What the command line of `orvel-scan` asks for.
+/// The checked command line of `orvel-scan`.
 struct ScanArguments {
     enum class Action { Scan, SignIn, SignOut, ShowAccount };
 
     Action action = Action::Scan;
-    /// Scheme, host and port, without a trailing slash; the built-in service when absent.
+    /// Scheme, host and port, without a trailing slash. The default is the built-in service.
     std::optional<std::string> apiURL;
     std::optional<std::filesystem::path> certificateFile;
-    /// The stored session's when absent.
+    /// The default is the token of the stored session.
     std::optional<tavrin::Secret> token;
     std::optional<std::string> sourcePath;
     std::optional<std::filesystem::path> stateFile;
-    /// The user's own choice when absent.
+    /// The default is the user's choice.
     std::optional<tavrin::CollectionMode> mode;
-    /// The user's own choice when absent.
+    /// The default is the user's choice.
     std::optional<tavrin::ThreadScope> scope;
     std::optional<tavrin::Date> since;
     bool usesAddressBook = true;
     double backfillPause = ScanDefaults::backfillPause.count();
     std::vector<double> retryDelays = ScanDefaults::retryDelays();
     bool isPreview = false;
-    /// Standard output when absent.
+    /// The default is standard output.
     std::optional<std::filesystem::path> previewFile;
     std::optional<std::filesystem::path> knownHandlesFile;
     bool printsJSON = false;
     bool isVerbose = false;
 };
 
-/// Arguments that make no sense; `what()` says which and why.
+/// Invalid arguments. `what()` names the argument and the reason.
 class UsageError final : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/// The exit status for it.
+/// The exit status after a `UsageError`.
 inline constexpr int usageStatus = 2;
 
-/// The command line ends the program before it does anything: with help (status 0), or because it
-/// makes no sense (status 2).
+/// The program ends at once, to print help or the version (status 0), or because the arguments are
+/// invalid (status 2).
 struct EarlyExit {
     int status;
     std::string message;
 };
 
-/// Reads the command line, the token file and the environment's token, which it takes out of the
-/// environment. No message ever holds a token.
+/// Parses the command line, reads the token file, and removes the token from the environment. No
+/// message contains a token.
 [[nodiscard]] std::variant<ScanArguments, EarlyExit>
 parseScanArguments(int argc, const char* const* argv);
 

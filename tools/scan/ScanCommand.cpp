@@ -44,7 +44,7 @@ ScanCommand::ScanCommand(ScanArguments arguments)
       isInteractive_(isatty(STDIN_FILENO) != 0 && isatty(STDERR_FILENO) != 0),
       platform_(makePlatform(scanPlatformOptions(arguments_, isInteractive_))),
       worker_(std::make_unique<Worker>()) {
-    // The user's choices and consent are the agent's, wherever progress is kept.
+    // The user's choices come from the agent's user defaults, even with --state.
     const tavrin::CollectionPreferences preferences(*platform_.userDefaults);
     choices_.mode = arguments_.mode.value_or(preferences.mode());
     choices_.scope = arguments_.scope.value_or(preferences.scope());
@@ -101,7 +101,7 @@ ScanCommand::ScanCommand(ScanArguments arguments)
 }
 
 ScanCommand::~ScanCommand() {
-    // While all that a run uses is there.
+    // End the run before the members are destroyed.
     cancellation_.cancel();
     worker_->stop();
 }
@@ -143,7 +143,7 @@ QCoro::Task<int> ScanCommand::run() {
         summary = co_await scanRun_->run(addressBookUse, arguments_.since, cancellation_.token());
     } catch (const tavrin::TaskCancelled& cancelled) {
         if (scanRun_->isConsultingAddressBook()) {
-            // No scan has begun, so there is no summary to print.
+            // No scan has started, so there is no summary to print.
             throw;
         }
         failure = cancelled.what();
@@ -173,8 +173,8 @@ QCoro::Task<> ScanCommand::awaitSession() {
 }
 
 QCoro::Task<> ScanCommand::awaitStorage() {
-    // A refreshed session must not be lost, since the one before it may be invalid. But after a
-    // signal this does not wait for a keychain that asks to be unlocked.
+    // A refreshed session must be stored, because the old one may be invalid. After a signal, wait
+    // only a short time, because the keychain may be locked.
     tavrin::CancellationSource end;
     std::unique_ptr<Clock::Timer> timer;
     const auto registration = cancellation_.token().onCancel(
@@ -192,7 +192,7 @@ void ScanCommand::cancel() {
 
 bool ScanCommand::print(const CollectorService::ScanSummary& summary) {
     progressLine_->clear();
-    // A preview on standard output is data: the words must not mix with it.
+    // If standard output contains the preview, print the summary to standard error.
     const bool isApart = !arguments_.printsJSON && arguments_.isPreview && !arguments_.previewFile;
     std::FILE* stream = isApart ? stderr : stdout;
     const std::string text = arguments_.printsJSON

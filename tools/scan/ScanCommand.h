@@ -21,12 +21,12 @@ namespace orvel {
 class PreviewSession;
 class OverlayUserDefaults;
 
-/// One scan from a terminal, on the agent's own services. Main thread.
+/// Runs one scan with the agent's services. Main thread.
 class ScanCommand final : public Command {
 public:
-    /// Throws what cannot begin: `UsageError` for a preview that lacks the known handles,
-    /// `tavrin::PlatformError` for files that cannot be read or written,
-    /// `tavrin::JSONDecodingError` for a list of known handles that is none.
+    /// Throws `UsageError` for a preview without the known handles it needs,
+    /// `tavrin::PlatformError` if a file cannot be read or written, and `tavrin::JSONDecodingError`
+    /// if the list of known handles is invalid.
     explicit ScanCommand(ScanArguments arguments);
     ~ScanCommand() override;
 
@@ -37,7 +37,7 @@ private:
     [[nodiscard]] APIClient makeClient(URLSession& session);
     QCoro::Task<> awaitSession();
     QCoro::Task<> awaitStorage();
-    /// Whether all of it could be written.
+    /// Returns whether everything was written.
     [[nodiscard]] bool print(const CollectorService::ScanSummary& summary);
 
     ScanArguments arguments_;
@@ -45,12 +45,12 @@ private:
     bool isInteractive_;
     ScanRun::Choices choices_;
     Platform platform_;
-    /// Where progress is kept when not in the agent's own user defaults.
+    /// Only with --state.
     std::unique_ptr<tavrin::UserDefaults> stateDefaults_;
     std::unique_ptr<OverlayUserDefaults> previewDefaults_;
     std::unique_ptr<PreviewSession> previewSession_;
     std::unique_ptr<Worker> worker_;
-    /// When no token was given.
+    /// Only without a given token.
     std::unique_ptr<AuthService> auth_;
     std::unique_ptr<WatermarkStore> watermarkStore_;
     std::unique_ptr<ContactBridge> contacts_;

@@ -32,8 +32,7 @@ std::string bar(double fraction) {
     return fmt::format("[{:#>{}}{:.>{}}]", "", filled, "", barWidth - filled);
 }
 
-/// The text on one line, without what a terminal would take for orders: the words may be a
-/// service's.
+/// Replaces control characters by spaces, because the text may come from a service.
 std::string plain(std::string text) {
     std::ranges::replace_if(
         text,

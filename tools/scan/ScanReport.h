@@ -9,18 +9,18 @@
 
 namespace orvel {
 
-/// The summary in words, several lines.
+/// The summary as several lines of text.
 [[nodiscard]] std::string
 describe(const CollectorService::ScanSummary& summary, bool isBackfillDone);
 
-/// The summary as one JSON object, keys named as its fields.
+/// The summary as one JSON object. The keys are the field names.
 [[nodiscard]] std::string json(const CollectorService::ScanSummary& summary);
 
-/// A number with its thousands apart: 1,000,000.
+/// A number with thousands separators: 1,000,000.
 [[nodiscard]] std::string grouped(std::int64_t number);
 
-/// Shows how far a scan is: a line that rewrites itself on a terminal, else a plain line now and
-/// then.
+/// Prints the progress of a scan: one line that is overwritten on a terminal, else a new line every
+/// few seconds.
 class ScanProgressLine final {
 public:
     /// Borrows the stream and the clock.
@@ -28,10 +28,10 @@ public:
 
     void show(const CollectorService::Progress& progress);
 
-    /// Takes the line away again, so that what follows starts on a clean one.
+    /// Clears the line on a terminal.
     void clear();
 
-    /// What is shown after that many seconds.
+    /// The line after that many seconds.
     [[nodiscard]] static std::string
     text(const CollectorService::Progress& progress, double seconds);
 

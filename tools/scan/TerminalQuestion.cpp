@@ -21,13 +21,13 @@ void TerminalQuestion::ask(const std::string& question, std::function<void(bool)
         QCoreApplication::instance());
     QObject::connect(
         notifier, &QSocketNotifier::activated, notifier, [notifier, answer = std::move(answer)] {
-            // A terminal hands over whole lines.
+            // A terminal delivers whole lines.
             std::array<char, 256> line{};
             const ssize_t length = read(STDIN_FILENO, line.data(), line.size());
             notifier->setEnabled(false);
             notifier->deleteLater();
             if (length <= 0) {
-                // The terminal is gone: nobody has said no.
+                // The terminal is closed. That is not a "no", so end like after a hang-up.
                 std::raise(SIGHUP);
                 return;
             }

@@ -4,12 +4,11 @@
 #include <functional>
 #include <string>
 
-/// Questions on the terminal that the process was started from.
 namespace orvel::TerminalQuestion {
 
-/// Prints the question to standard error and answers with whether a line that begins with "y"
-/// comes in. Needs the event loop, which goes on meanwhile. When the terminal goes away instead,
-/// there is no answer, but the signal for that.
+/// Prints the question to standard error and returns at once. Later calls `answer` with whether the
+/// user's line begins with "y". If the terminal closes, raises SIGHUP instead. Needs the event
+/// loop.
 void ask(const std::string& question, std::function<void(bool)> answer);
 
 } // namespace orvel::TerminalQuestion

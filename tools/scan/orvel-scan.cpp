@@ -32,14 +32,14 @@ QCoro::Task<> runAndQuit(orvel::Command* command) {
     try {
         status = co_await command->run();
     } catch (const tavrin::TaskCancelled&) {
-        // By a signal, which decides the status.
+        // Cancelled by a signal, which determines the exit status.
     } catch (const std::exception& error) {
         std::fprintf(stderr, "orvel-scan: %s\n", error.what());
     }
     QCoreApplication::exit(status);
 }
 
-/// Starts the command inside the event loop, so that the loop is there to be ended.
+/// Starts the command inside the event loop, because `exit` has no effect before `exec`.
 int execute(orvel::ScanArguments arguments) {
     const std::unique_ptr<orvel::Command> command = makeCommand(std::move(arguments));
     orvel::SignalWatch signalWatch([&command] { command->cancel(); });
@@ -58,7 +58,7 @@ int execute(orvel::ScanArguments arguments) {
 } // namespace
 
 int main(int argc, char** argv) {
-    // A reader that goes away is a failed write, not the end of this process and its cleaning up.
+    // When the reader of a pipe closes it, let the write fail instead of ending without cleanup.
     std::signal(SIGPIPE, SIG_IGN);
     orvel::prepareEventLoop();
     const QCoreApplication application(argc, argv);
