@@ -32,8 +32,7 @@ std::unique_ptr<tavrin::UserDefaults> makeUserDefaults(const std::filesystem::pa
 }
 
 void prepareEventLoop() {
-    // Of Qt's event loops for a program without windows, only this one runs what the system puts
-    // into the main queue.
+    // In a program without windows, only this event loop of Qt runs the main dispatch queue.
     setenv("QT_EVENT_DISPATCHER_CORE_FOUNDATION", "1", 1);
 }
 
@@ -54,12 +53,12 @@ Platform makePlatform(PlatformOptions options) {
     std::vector<std::filesystem::path> certificates = std::move(options.extraCertificates);
     const std::string ofTheBundle = platform.bundle->infoString("TLS_EXTRA_CA").value_or("");
     if (!ofTheBundle.empty()) {
-        // A relative path starts from the resources.
+        // A relative path is relative to the resources.
         certificates.push_back(resources / ofTheBundle);
     }
     platform.urlSession = std::make_unique<FoundationURLSession>(certificates);
 
-    // The system itself asks whether the contacts may be read, with the bundle's words.
+    // The system asks for access to the contacts, with the bundle's text.
     platform.addressBook = std::make_unique<ContactsAddressBook>();
     platform.workspace = std::make_unique<AppKitWorkspace>();
     platform.instanceRegistry = std::make_unique<AppKitInstanceRegistry>();

@@ -11,14 +11,14 @@
 
 namespace orvel {
 
-/// The user's contacts, all accounts, with the cards of one person linked to one. The system asks
-/// for consent and keeps the answer; asking while a debugger is attached makes it record a refusal.
+/// The user's contacts of all accounts. Linked cards of one person are unified. The system asks for
+/// consent and stores the answer. If a debugger is attached, it stores a refusal.
 ///
-/// Cards are read on a thread of the system's, which may outlive the object.
+/// Reads cards on a system thread, which may outlive the object.
 class ContactsAddressBook final : public AddressBook {
 public:
     ContactsAddressBook();
-    /// With another store than the user's.
+    /// For tests.
     explicit ContactsAddressBook(CNContactStore* store);
     ~ContactsAddressBook() override;
 
@@ -30,7 +30,7 @@ private:
     void answerRequests(bool isGranted);
 
     CNContactStore* store_;
-    /// Those who wait for the user's answer.
+    /// Completions that wait for the user's answer.
     std::vector<std::function<void(bool)>> requests_;
     PendingCalls<bool> questions_;
     PendingCalls<Cards> enumerations_;

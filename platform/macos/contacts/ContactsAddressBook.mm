@@ -27,7 +27,7 @@ NSArray<id<CNKeyDescriptor>>* keysOf(AddressBook::Fields fields) {
     return @[ CNContactPhoneNumbersKey, CNContactEmailAddressesKey ];
 }
 
-/// Whatever was not fetched must not be touched: the framework throws.
+/// Reads only the fetched properties: the framework throws for others.
 ContactCard cardOf(CNContact* contact, AddressBook::Fields fields) {
     ContactCard card;
     if (fields == AddressBook::Fields::IdentifiersAndNames) {
@@ -69,7 +69,7 @@ ContactsAddressBook::ContactsAddressBook(CNContactStore* store) : store_(store) 
 ContactsAddressBook::~ContactsAddressBook() = default;
 
 AddressBook::AuthorizationStatus ContactsAddressBook::authorizationStatus() const {
-    // The numbers are the port's own, also those that this version of the system has no name for.
+    // The port has the same numbers, even for a status that this SDK does not define.
     return static_cast<AuthorizationStatus>(
         [[store_ class] authorizationStatusForEntityType:CNEntityTypeContacts]);
 }
@@ -90,7 +90,7 @@ void ContactsAddressBook::enumerateCards(Fields fields, std::function<void(Cards
     const auto enumeration = enumerations_.add(std::move(completion));
     const AuthorizationStatus status = authorizationStatus();
     if (status != AuthorizationStatus::Authorized && status != AuthorizationStatus::Limited) {
-        // Reading would ask the user, who is asked at the proper place only.
+        // Reading would ask the user for access. Only `requestAccess` may do that.
         enumeration.finish(tavrin::PlatformError(
             utf8(CNErrorDomain),
             CNErrorCodeAuthorizationDenied,

@@ -5,7 +5,7 @@
 
 namespace orvel {
 
-/// By the shared `NSApplication`.
+/// Uses the shared `NSApplication`.
 class AppKitApplicationFocus final : public ApplicationFocus {
 public:
     [[nodiscard]] ActivationPolicy activationPolicy() const override;

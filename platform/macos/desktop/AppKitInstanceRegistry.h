@@ -15,9 +15,9 @@
 
 namespace orvel {
 
-/// A copy is one that runs from a bundle of the same identifier; of those that are started at the
-/// same time the first one stays. Opening the application's icon while it runs counts as another
-/// copy that has brought it to the front, because the system then starts none.
+/// Copies are processes with the same bundle identifier. Of copies started at the same time, the
+/// first one continues. If the user opens the application's icon while it runs, the system starts
+/// no copy. That is reported as an activation, too.
 class AppKitInstanceRegistry final : public InstanceRegistry {
 public:
     AppKitInstanceRegistry();

@@ -9,7 +9,7 @@
 
 #include <utility>
 
-/// Takes the event that an application gets when its icon is opened while it runs.
+/// Handles the event that is sent when the user opens the icon of the running application.
 @interface OrvelReopenHandler : NSObject
 - (instancetype)initWithCallback:(std::function<void()>)callback;
 - (void)handleReopen:(NSAppleEventDescriptor*)event
@@ -38,14 +38,14 @@ namespace orvel {
 
 namespace {
 
-/// Whether that copy was the first of the two: of copies that are started at once, each of which
-/// sees the others, all but one have to end.
+/// Whether `copy` started before `own`. Copies started at the same time see each other, and all but
+/// one must end.
 bool isEarlier(NSRunningApplication* copy, NSRunningApplication* own) {
-    // It has looked for others already.
+    // It has already checked for copies.
     if (copy.finishedLaunching) {
         return true;
     }
-    // The system dates only what it has launched itself.
+    // Only applications launched by the system have a date.
     NSDate* const date = copy.launchDate;
     NSDate* const ownDate = own.launchDate;
     if (date != nil && ownDate != nil) {
@@ -57,10 +57,10 @@ bool isEarlier(NSRunningApplication* copy, NSRunningApplication* own) {
     return copy.processIdentifier < own.processIdentifier;
 }
 
-/// Longest wait for a notification to be on its way.
+/// Longest wait until a notification is sent.
 constexpr NSTimeInterval longestSending = 2;
 
-/// To the one copy of that process.
+/// The address is the process identifier of the receiver.
 NSString* activationNotification(const std::string& identifier) {
     return nsString(identifier + ".activation");
 }
@@ -72,7 +72,7 @@ NSString* addressOf(std::int64_t processIdentifier) {
 } // namespace
 
 AppKitInstanceRegistry::AppKitInstanceRegistry() {
-    // Not before, because AppKit then puts its own handlers in place.
+    // Wait until the launch has finished, because AppKit installs its own handlers then.
     launchObserver_ = [NSNotificationCenter.defaultCenter
         addObserverForName:NSApplicationDidFinishLaunchingNotification
                     object:nil
@@ -114,19 +114,19 @@ void AppKitInstanceRegistry::activateCopy(const RunningApplication& application)
         [NSRunningApplication runningApplicationWithProcessIdentifier:processIdentifier];
     if (copy != nil) {
         if (@available(macOS 14.0, *)) {
-            // Since then an application gets the focus only from the one that has it: this one, if
-            // the user has just started it.
+            // From this version on, only the active application can pass on the focus. That is this
+            // one if the user has just started it.
             [NSApplication.sharedApplication yieldActivationToApplication:copy];
         }
         [copy activateWithOptions:0];
     }
-    // An application without a window in front has nothing to show for its activation, and cannot
-    // tell this one from the user's.
+    // The copy must be told. Without an open window, its activation shows nothing, and it cannot
+    // tell this one from an activation by the user.
     NSDistributedNotificationCenter* const center = [NSDistributedNotificationCenter defaultCenter];
     NSString* const name = activationNotification(identifier_);
     NSString* const address = addressOf(application.processIdentifier);
-    // Whoever calls this may end the process right away, and with it what is still to be sent. Only
-    // its coming back to us tells that it has gone out.
+    // The caller may end the process at once, which would drop an unsent notification. Receiving it
+    // here shows that it was sent.
     __block bool isSent = false;
     const id<NSObject> observer = [center addObserverForName:name
                                                       object:address

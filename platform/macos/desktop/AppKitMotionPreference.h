@@ -17,7 +17,7 @@ namespace orvel {
 class AppKitMotionPreference final : public MotionPreference {
 public:
     AppKitMotionPreference();
-    /// With another workspace than the user's.
+    /// For tests.
     explicit AppKitMotionPreference(NSWorkspace* workspace);
     ~AppKitMotionPreference() override;
 

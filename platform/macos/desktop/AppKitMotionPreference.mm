@@ -35,7 +35,7 @@ std::unique_ptr<Subscription> AppKitMotionPreference::onChange(std::function<voi
 }
 
 void AppKitMotionPreference::accessibilityChanged() {
-    // Told of all the settings of that kind.
+    // The notification is sent for every accessibility display option.
     const bool reducesMotion = shouldReduceMotion();
     if (std::exchange(reducesMotion_, reducesMotion) != reducesMotion) {
         changed_.call();

@@ -9,7 +9,7 @@ namespace orvel {
 /// debuggers.
 class AppKitProcessControl final : public ProcessControl {
 public:
-    /// The bundle that this program is in is opened.
+    /// Opens the main bundle.
     void scheduleRelaunch() override;
     void terminate() override;
     [[nodiscard]] bool isDebuggerAttached() const override;

@@ -24,7 +24,7 @@ void AppKitProcessControl::scheduleRelaunch() {
         nsString(std::to_string(getpid())),
         @"/usr/bin/open"
     ];
-    // Ignored when it fails, as the port has it.
+    // The port ignores failures.
     [shell launchAndReturnError:nil];
 }
 

@@ -13,11 +13,11 @@
 
 namespace orvel {
 
-/// Opens things by an `NSWorkspace`.
+/// Uses an `NSWorkspace`.
 class AppKitWorkspace final : public Workspace {
 public:
     AppKitWorkspace();
-    /// With another workspace than the user's.
+    /// For tests.
     explicit AppKitWorkspace(NSWorkspace* workspace);
 
     void openURL(std::string url, Completion completion) override;

@@ -37,7 +37,7 @@ AppKitWorkspace::AppKitWorkspace(NSWorkspace* workspace) : workspace_(workspace)
 void AppKitWorkspace::openURL(std::string url, Completion completion) {
     constexpr auto doing = "Could not open the browser";
     NSURL* const address = [NSURL URLWithString:nsString(url)];
-    // Anything else could start whatever program.
+    // Other schemes could start arbitrary programs.
     if (address == nil || ![address.scheme.lowercaseString isEqualToString:@"https"]) {
         openings_.add(std::move(completion))
             .finish(tavrin::PlatformError(

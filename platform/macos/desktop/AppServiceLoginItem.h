@@ -10,14 +10,14 @@
 
 namespace orvel {
 
-/// The application itself as a login item of the system's.
+/// Registers the application as a login item.
 ///
-/// In the system's own settings the user can switch it off, and only there can it be switched on
-/// again: until then registering it fails.
+/// If the user switches it off in System Settings, registering fails until the user switches it on
+/// there.
 class AppServiceLoginItem final : public LoginItem {
 public:
     AppServiceLoginItem();
-    /// With another service than this application's.
+    /// For tests.
     explicit AppServiceLoginItem(SMAppService* service);
     ~AppServiceLoginItem() override;
 
@@ -27,8 +27,8 @@ public:
 
 private:
     SMAppService* service_;
-    /// One after the other, because the service is another process, which may take longer than a
-    /// frame. It lives until all its work is done.
+    /// Runs the calls one after another, off the main thread: they wait for another process. It
+    /// lives until its last call has finished.
     dispatch_queue_t calls_;
     PendingCalls<std::optional<tavrin::PlatformError>> changes_;
     PendingCalls<std::variant<Status, tavrin::PlatformError>> questions_;

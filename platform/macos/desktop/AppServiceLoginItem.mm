@@ -18,15 +18,15 @@ LoginItem::Status statusOf(SMAppService* service) {
     case SMAppServiceStatusRequiresApproval:
         return LoginItem::Status::Disabled;
     case SMAppServiceStatusNotRegistered:
-    // What the system says of an application that has never been registered.
+    // The status of an application that has never been registered.
     case SMAppServiceStatusNotFound:
         break;
     }
     return LoginItem::Status::NotRegistered;
 }
 
-/// Why it did not work; nothing when the service is in the wanted state all the same, which the
-/// system calls an error too.
+/// The error, if any. The system also reports an error if the service already has the wanted
+/// status, which is ignored.
 std::optional<tavrin::PlatformError>
 failure(BOOL isDone, NSError* error, SMAppService* service, LoginItem::Status wanted) {
     if (isDone || statusOf(service) == wanted) {

@@ -5,7 +5,7 @@
 
 namespace orvel {
 
-/// The menu bar, which is always there.
+/// The menu bar, which is always available.
 class MenuBarTray final : public Tray {
 public:
     [[nodiscard]] bool isAvailable() override { return true; }
@@ -15,7 +15,7 @@ public:
         return std::make_unique<Subscription>();
     }
     [[nodiscard]] bool isMenuBar() const override { return true; }
-    /// Does nothing: the menu bar has what the toolkit gives it.
+    /// Does nothing: the toolkit sets the title in the menu bar.
     void setTitle(const std::string& /*title*/) override {}
 };
 

@@ -17,11 +17,11 @@
 
 namespace orvel {
 
-/// The user's keychain. The system's functions may wait for the user, so they run one after the
-/// other on a queue of their own, where what was started is done even when this object is gone.
+/// The user's keychain. The system's functions may wait for the user, so they run on a serial
+/// queue. Calls in the queue still run after this object is destroyed.
 ///
-/// What the keychain does not take is held in memory until this object is destroyed, and the log
-/// says so. Borrows the log store.
+/// A change that fails is kept in memory until this object is destroyed, and is logged. Borrows the
+/// log store.
 class SecurityKeychain final : public Keychain {
 public:
     explicit SecurityKeychain(LogStore& logStore);
@@ -39,13 +39,13 @@ private:
     using Name = std::pair<std::string, std::string>;
     using Failure = std::optional<tavrin::PlatformError>;
 
-    /// A change that the keychain does not have, or not yet; no value is a removal.
+    /// A change that is pending or has failed. A null value is a removal.
     struct Change {
         std::uint64_t number = 0;
         std::shared_ptr<const tavrin::Secret> value;
     };
 
-    /// Reads see the change from now on. What gives its failure runs on the queue.
+    /// Later reads return the new value. `work` runs on the queue.
     void change(
         Name name,
         std::shared_ptr<const tavrin::Secret> value,

@@ -55,7 +55,7 @@ Value readItem(const std::string& service, const std::string& account) {
 
 std::optional<tavrin::PlatformError>
 writeItem(const std::string& service, const std::string& account, const tavrin::Secret& value) {
-    // Whatever came of that, adding tells.
+    // Ignore the result: adding fails if the old item still exists.
     SecItemDelete((__bridge CFDictionaryRef)baseQuery(service, account));
     NSMutableDictionary* const attributes = baseQuery(service, account);
     attributes[(__bridge id)kSecValueData] = [NSData dataWithBytes:value.text().data()
@@ -83,7 +83,7 @@ void SecurityKeychain::read(std::string service, std::string account, ReadComple
         completion(value ? std::optional(*value) : std::nullopt);
     });
     if (const auto change = changes_.find({service, account}); change != changes_.end()) {
-        // At once: what the keychain has is older, and it may be waiting for the user.
+        // The value in the keychain is older, and the queue may be waiting for the user.
         call.finish(change->second.value);
         return;
     }
@@ -123,7 +123,7 @@ void SecurityKeychain::change(
     ChangeCompletion completion) {
     const std::uint64_t number = ++lastChange_;
     changes_[name] = Change{number, std::move(value)};
-    // Runs only while this object lives.
+    // This runs only while the object exists.
     const auto call = writes_.add([this,
                                    name,
                                    number,

@@ -14,14 +14,15 @@
 
 namespace orvel {
 
-/// The system's unified log. It decides by itself how long it keeps which level, and cuts long
+/// The system's unified log. The system decides how long it keeps each level, and truncates long
 /// lines.
 class UnifiedLogStore final : public LogStore {
 public:
     struct Options {
         /// The application's identifier.
         std::string subsystem;
-        /// Lines of this level and above also go to standard error; none when absent.
+        /// Lines of this level and above are also written to standard error. No lines without a
+        /// value.
         std::optional<LogLevel> standardErrorLevel;
     };
 
@@ -36,7 +37,7 @@ private:
     Options options_;
     std::mutex mutex_;
     std::map<std::string, os_log_t> logs_;
-    /// Answers come in the order of the questions.
+    /// Serial, so results arrive in the order of the calls.
     dispatch_queue_t reading_;
     PendingCalls<Entries> reads_;
 };

@@ -50,8 +50,7 @@ LogLevel levelOf(OSLogEntryLogLevel level) {
     return LogLevel::Undefined;
 }
 
-/// With the picture of a character of value zero in its place: nothing tells what the system's log
-/// makes of the character itself.
+/// Replaces NUL by its symbol (U+2400): how the system's log treats NUL is not documented.
 std::string withoutZeros(std::string text) {
     for (auto place = text.find('\0'); place != std::string::npos; place = text.find('\0', place)) {
         text.replace(place, 1, "\u2400");
@@ -59,7 +58,7 @@ std::string withoutZeros(std::string text) {
     return text;
 }
 
-/// One line, and nothing that steers a terminal.
+/// Replaces control characters by spaces.
 std::string escaped(std::string text) {
     for (char& character : text) {
         if (static_cast<unsigned char>(character) < 0x20 || character == 0x7F) {
@@ -71,7 +70,7 @@ std::string escaped(std::string text) {
 
 constexpr tavrin::Date latest{tavrin::Seconds(253'402'300'799.0)};
 
-/// More than what a date can lose on its way through the system's own kinds of time.
+/// More than the rounding error of a date converted by the system.
 constexpr tavrin::Seconds greatestRounding(0.001);
 
 LogStore::Entries entriesFrom(tavrin::Date start) {
@@ -81,8 +80,7 @@ LogStore::Entries entriesFrom(tavrin::Date start) {
     if (store == nil) {
         return platformError(error);
     }
-    // There is nothing before 1970 and after the year 9999, and no telling what the system makes of
-    // such dates.
+    // How the system treats dates before 1970 or after the year 9999 is not documented.
     const tavrin::Date date =
         std::clamp(start, tavrin::Date() + greatestRounding, latest) - greatestRounding;
     OSLogPosition* const position = [store positionWithDate:nsDate(date)];
@@ -100,7 +98,8 @@ LogStore::Entries entriesFrom(tavrin::Date start) {
         }
         auto* const line = static_cast<OSLogEntryLog*>(entry);
         const tavrin::Date written = dateOf(line.date);
-        // The position lies before the date: one at the date could lie behind an entry of it.
+        // The position is slightly too early, because one at the date could skip an entry of that
+        // date.
         if (entries.empty() && written < start) {
             continue;
         }
@@ -134,7 +133,7 @@ void UnifiedLogStore::write(LogLevel level, std::string_view category, std::stri
             }
         }
     } catch (...) {
-        // Out of memory: the line is dropped, writing never throws.
+        // Out of memory: drop the line, because writing never throws.
     }
 }
 

@@ -14,15 +14,15 @@ namespace orvel {
 
 NS_ASSUME_NONNULL_BEGIN
 
-/// The system's URL loading. Each exchange has a session of the system's to itself, without a
-/// store for anything: a connection that is used again may make the system send a request twice.
+/// Uses the system's URL loading. Each request has its own `NSURLSession` without storage, because
+/// the system may send a request twice on a reused connection.
 ///
-/// Headers arrive in an order of the system's choosing. A reply that states no length and ends with
-/// its connection is whole, for the system does not tell how it ended.
+/// The system chooses the order of the headers. A reply without a length that ends with its
+/// connection counts as complete, because the system does not report how it ended.
 class FoundationURLSession final : public URLSession {
 public:
-    /// PEM files of certificates to trust besides the system's. Throws `tavrin::PlatformError` when
-    /// one cannot be read, or has none.
+    /// PEM files of additional trusted certificates. Throws `tavrin::PlatformError` if a file
+    /// cannot be read or has no certificate.
     explicit FoundationURLSession(const std::vector<std::filesystem::path>& extraCertificates);
     ~FoundationURLSession() override;
 
@@ -32,10 +32,10 @@ public:
 private:
     class FoundationTask;
 
-    /// Certificates, each of which may be the root of a server's chain.
+    /// Additional root certificates.
     NSArray* anchors_;
     PendingCalls<URLResult> exchanges_;
-    /// Those in flight, and perhaps some that have just ended.
+    /// The running sessions, and perhaps some that have just ended.
     NSHashTable<NSURLSession*>* sessions_;
 };
 

@@ -84,7 +84,7 @@ void wipe(URLRequest& request) {
     }
 }
 
-/// Nothing when there is no such address, whatever the system would make of it.
+/// Nil for an invalid address, even if the system would repair it.
 NSURL* urlOf(const std::string& text) {
     const bool isPlain = std::all_of(text.begin(), text.end(), [](char character) {
         return character > ' ' && character < 0x7F;
@@ -94,7 +94,7 @@ NSURL* urlOf(const std::string& text) {
     return hasHost && url.port.integerValue <= 0xFFFF ? url : nil;
 }
 
-/// Why the request cannot be sent at all.
+/// Why the request cannot be sent.
 std::optional<tavrin::URLError> refusal(const URLRequest& request) {
     if (request.url.rfind("https://", 0) != 0) {
         return tavrin::urlError(URLErrorCode::UnsupportedURL);
@@ -108,14 +108,14 @@ std::optional<tavrin::URLError> refusal(const URLRequest& request) {
             return isToken(header.first) && !hasControlCharacter(header.second);
         });
     if (!isWellFormed) {
-        // A line break in a token must not become a header of its own.
+        // A line break in a token must not start another header.
         return tavrin::URLError(
             URLErrorCode::Unknown, "The request has a header that cannot be sent.");
     }
     return std::nullopt;
 }
 
-/// More than a day is no limit; less than the system's shortest is ours to keep.
+/// At most one day. A limit below the system's minimum is enforced by our timers.
 NSTimeInterval secondsOf(const URLRequest& request) {
     return std::clamp(request.timeout.count(), 0.001, 86400.0);
 }
@@ -126,7 +126,7 @@ NSURLRequest* systemRequest(const URLRequest& request) {
     result.HTTPMethod = nsString(request.method);
     result.cachePolicy = NSURLRequestReloadIgnoringLocalCacheData;
     result.HTTPShouldHandleCookies = NO;
-    // The time without any data. The exchange's own limit comes first, but for rounding.
+    // This limits the time without data. One second more, so that our own limit takes effect first.
     result.timeoutInterval = secondsOf(request) + 1;
     for (const auto& [name, value] : request.headers) {
         [result setValue:nsString(value) forHTTPHeaderField:nsString(name)];
@@ -151,7 +151,7 @@ NSURLSessionConfiguration* configuration() {
     return result;
 }
 
-/// What an exchange needs of its request, and what has come of it. On the exchange's queue.
+/// The state of one request. Used on the queue of the request.
 struct Progress {
     Progress(Call ofExchange, URLRequest request)
         : call(std::move(ofExchange)), receiver(std::move(request.receiver)) {}
@@ -159,7 +159,7 @@ struct Progress {
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
-    /// False when it is too much.
+    /// Returns false if the reply is too large.
     bool take(std::string_view piece) {
         if (response.status == 200 && receiver) {
             return receiver(piece);
@@ -174,7 +174,7 @@ struct Progress {
     Call call;
     std::function<bool(std::string_view)> receiver;
     URLResponse response;
-    /// Why we ended it ourselves.
+    /// Why we cancelled the request.
     std::optional<URLErrorCode> reason;
 };
 
@@ -182,7 +182,7 @@ struct Progress {
 
 } // namespace orvel
 
-/// Follows one exchange, on the queue that it is made with.
+/// The delegate of one request.
 @interface OrvelExchange : NSObject <NSURLSessionDataDelegate>
 - (instancetype)initWithProgress:(std::shared_ptr<orvel::Progress>)progress
                          anchors:(NSArray*)anchors;
@@ -211,7 +211,8 @@ struct Progress {
     const SecTrustRef trust = space.serverTrust;
     if (anchors_.count > 0 && trust != nullptr &&
         [space.authenticationMethod isEqualToString:NSURLAuthenticationMethodServerTrust]) {
-        // Besides the system's own. The rules for the server's name and the dates stay.
+        // Trust these in addition to the system's certificates. The checks of the server's name and
+        // the dates still apply.
         SecTrustSetAnchorCertificates(trust, (__bridge CFArrayRef)anchors_);
         SecTrustSetAnchorCertificatesOnly(trust, 0);
         if (SecTrustEvaluateWithError(trust, nullptr)) {
@@ -220,7 +221,7 @@ struct Progress {
             return;
         }
     }
-    // Which refuses what the system does not trust, and gives the reason.
+    // The default handling refuses untrusted servers and reports the reason.
     completionHandler(NSURLSessionAuthChallengePerformDefaultHandling, nil);
 }
 
@@ -230,7 +231,7 @@ struct Progress {
                     newRequest:(NSURLRequest*)request
              completionHandler:(void (^)(NSURLRequest*))completionHandler {
     progress_->response.redirect = orvel::utf8(request.URL.absoluteString);
-    // Then the redirect itself is the reply.
+    // The redirect itself is then the reply.
     completionHandler(nil);
 }
 
@@ -250,7 +251,7 @@ struct Progress {
     didReceiveData:(NSData*)data {
     orvel::Progress* const progress = progress_.get();
     [data enumerateByteRangesUsingBlock:^(const void* bytes, NSRange range, BOOL* stop) {
-      // Cancelling does not call back what is already here.
+      // Data that has already arrived is still delivered after cancelling.
       if (progress->reason || !progress->take({static_cast<const char*>(bytes), range.length})) {
           progress->reason =
               progress->reason.value_or(tavrin::URLErrorCode::DataLengthExceedsMaximum);
@@ -271,7 +272,7 @@ struct Progress {
     } else {
         progress.call.finish(std::move(progress.response));
     }
-    // Nothing more comes, and nothing of it is kept for as long as the system keeps this.
+    // The system may keep this object, so release the receiver now.
     progress.receiver = nullptr;
 }
 
@@ -331,14 +332,14 @@ FoundationURLSession::start(URLRequest request, std::function<void(URLResult)> c
         [sessions_ addObject:session];
         NSURLSessionDataTask* const task = [session dataTaskWithRequest:sent];
         [task resume];
-        // It ends with its one task.
+        // The session ends with its only task.
         [session finishTasksAndInvalidate];
 
-        // The system's own limits are for the time without data, and coarse.
+        // The system's limit only covers the time without data, and it is inexact.
         const std::weak_ptr<Progress> watched = progress;
         __weak NSURLSessionTask* const watchedTask = task;
         const auto nanoseconds = static_cast<std::int64_t>(limit * 1e9);
-        // One clock stands still while the machine sleeps, the other follows whoever sets it.
+        // One clock stops while the machine sleeps. The other one changes when the clock is set.
         for (const dispatch_time_t end :
              {dispatch_time(DISPATCH_TIME_NOW, nanoseconds),
               dispatch_walltime(nullptr, nanoseconds)}) {

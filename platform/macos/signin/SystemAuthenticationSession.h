@@ -16,11 +16,10 @@
 
 namespace orvel {
 
-/// Signs in with the system's own sheet, which shares the browser's cookies and catches the
-/// callback itself: only the process that opened the page is told.
+/// Signs in with the system's sheet. It shares the browser's cookies and passes the callback only
+/// to the process that opened the page.
 ///
-/// The sheet belongs to a window that cannot be seen, because an agent in the menu bar may have no
-/// other.
+/// The sheet is attached to an invisible window, because a menu bar agent may have no other window.
 class SystemAuthenticationSession final : public WebAuthenticationSession {
 public:
     using CompletionHandler = void (^)(NSURL* callbackURL, NSError* error);
@@ -28,7 +27,7 @@ public:
         NSURL* url, NSString* callbackScheme, CompletionHandler completion)>;
 
     SystemAuthenticationSession();
-    /// With other sessions than the system's.
+    /// For tests.
     explicit SystemAuthenticationSession(MakeSession makeSession);
     ~SystemAuthenticationSession() override;
 
@@ -45,12 +44,12 @@ private:
     open(const std::string& url, const std::string& callbackScheme, const Attempts::Call& attempt);
 
     MakeSession makeSession_;
-    /// Made with the first sheet: most programs never show one.
+    /// Created for the first sheet.
     OrvelPresentationAnchor* anchor_;
-    /// The framework does not keep it alive while it runs.
+    /// Must be retained while it runs.
     ASWebAuthenticationSession* session_;
     std::optional<Attempts::Call> latest_;
-    /// How many have not been told their end.
+    /// The number of attempts whose completion has not been called.
     int unended_ = 0;
     Attempts attempts_;
 };

@@ -16,7 +16,7 @@
 
 - (instancetype)init {
     if ((self = [super init])) {
-        // Windows need it, and a program without views has none yet.
+        // Create the application object, which windows need.
         static_cast<void>(NSApplication.sharedApplication);
         _window = [[NSWindow alloc] initWithContentRect:NSMakeRect(0, 0, 1, 1)
                                               styleMask:NSWindowStyleMaskBorderless
@@ -69,7 +69,7 @@ public:
         : session_(session), call_(std::move(call)) {}
 
     void cancel() override {
-        // First, because the session may tell of an end of its own within its cancelling.
+        // Finish the call first, because `cancel` may report another outcome before it returns.
         if (call_.finishInstead(Cancelled())) {
             [session_ cancel];
         }
@@ -100,7 +100,7 @@ std::unique_ptr<WebAuthenticationSession::Attempt> SystemAuthenticationSession::
     }
     ++unended_;
     latest_ = attempts_.add([this, completion = std::move(completion)](Outcome outcome) {
-        // The window belongs to a later attempt as well.
+        // A later attempt may still use the window.
         if (--unended_ == 0) {
             [anchor_.window orderOut:nil];
         }
@@ -116,7 +116,7 @@ bool SystemAuthenticationSession::open(
     const std::string& url, const std::string& callbackScheme, const Attempts::Call& attempt) {
     session_ = nil;
     NSURL* const address = [NSURL URLWithString:nsString(url)];
-    // The framework throws at other schemes than those of the web.
+    // The framework throws for schemes other than http and https.
     if (address == nil || ![address.scheme.lowercaseString isEqualToString:@"https"]) {
         return false;
     }
@@ -124,7 +124,7 @@ bool SystemAuthenticationSession::open(
         anchor_ = [[OrvelPresentationAnchor alloc] init];
     }
     [anchor_.window orderFrontRegardless];
-    // Called on whatever thread, even besides a start that fails; only the first end counts.
+    // Called on any thread, perhaps even if the start fails. Only the first result has an effect.
     const Attempts::Call call = attempt;
     session_ =
         makeSession_(address, nsString(callbackScheme), ^(NSURL* callbackURL, NSError* error) {

@@ -5,7 +5,8 @@
 
 namespace orvel {
 
-/// Clones, which takes no time and no room, where the file system can; copies the bytes otherwise.
+/// Clones the file if the file system supports it, which is fast and needs no space. Otherwise
+/// copies the bytes.
 class CloningFileCopier final : public tavrin::FileCopier {
 public:
     void copy(

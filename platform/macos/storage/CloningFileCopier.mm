@@ -37,7 +37,7 @@ int goOnUnlessCancelled(
                : COPYFILE_CONTINUE;
 }
 
-/// Removes a destination of our making that is not whole.
+/// Removes an incomplete destination that we created.
 class Destination final {
 public:
     explicit Destination(const std::filesystem::path& path) : path_(path) {}
@@ -56,14 +56,14 @@ private:
     bool isWhole_ = false;
 };
 
-/// Whether the file system can do it. The clone has the source's mode until it gets its own: the
-/// folder has to keep others out.
+/// Returns false if the file system cannot clone. The clone first has the source's mode, so the
+/// caller's directory must be private.
 bool clone(const FileDescriptor& from, const std::filesystem::path& destination) {
     if (fclonefileat(from.get(), AT_FDCWD, destination.c_str(), CLONE_NOOWNERCOPY) != 0) {
         if (errno == EEXIST) {
             throw PlatformError::fromErrno(errno, "Could not create " + destination.string());
         }
-        // What is a true failure, and no lack of this way, happens to the other one again.
+        // Any other failure will also occur when copying the bytes.
         return false;
     }
     Destination made(destination);
@@ -94,7 +94,7 @@ void copyBytes(
     if (!isCopied) {
         throw PlatformError::fromErrno(error, "Could not write " + destination.string());
     }
-    // Where the file system is a remote one, closing tells of failed writes.
+    // A remote file system may report failed writes only when closing.
     if (close(to.release()) != 0 && errno != EINTR) {
         throw PlatformError::fromErrno(errno, "Could not write " + destination.string());
     }

@@ -12,16 +12,16 @@ namespace orvel {
 
 NS_ASSUME_NONNULL_BEGIN
 
-/// The information dictionary and the resources that belong to a program.
+/// The information dictionary and the resources of a program.
 class FoundationBundle final : public Bundle {
 public:
-    /// The folder that the environment variable ORVEL_AGENT_BUNDLE names, with an "Info.plist" and
-    /// the resources side by side; or else the application bundle that the program is in; or else,
-    /// for a program of the build folder that is in none, the build folder's "resources". Throws
-    /// `tavrin::PlatformError` when there is no property list that can be read.
+    /// The folder named by the environment variable ORVEL_AGENT_BUNDLE, which contains "Info.plist"
+    /// and the resources. Without the variable, the application bundle of the program, or else the
+    /// folder "resources" of the build folder. Throws `tavrin::PlatformError` if the property list
+    /// cannot be read.
     [[nodiscard]] static std::unique_ptr<FoundationBundle> ofThisProgram();
 
-    /// A folder as above.
+    /// A folder like that of ORVEL_AGENT_BUNDLE.
     explicit FoundationBundle(const std::filesystem::path& folder);
     explicit FoundationBundle(NSBundle* bundle);
 

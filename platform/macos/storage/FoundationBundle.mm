@@ -41,7 +41,7 @@ std::unique_ptr<FoundationBundle> FoundationBundle::ofThisProgram() {
     if (main.bundleIdentifier != nil) {
         return std::make_unique<FoundationBundle>(main);
     }
-    // Then the bundle is the folder that the program is in.
+    // Without a bundle, the main bundle is the program's folder.
     return std::make_unique<FoundationBundle>(pathOf(main.bundleURL).parent_path() / "resources");
 }
 
@@ -70,7 +70,7 @@ FoundationBundle::resource(std::string_view name, std::string_view extension) co
     @autoreleasepool {
         const std::filesystem::path file =
             resourceFolder() / (std::string(name) + "." + std::string(extension));
-        // Missing or unreadable: the callers treat both alike.
+        // Callers treat missing and unreadable resources alike.
         NSData* const content = [NSData dataWithContentsOfURL:fileURL(file) options:0 error:nil];
         if (content == nil) {
             return std::nullopt;

@@ -12,13 +12,12 @@ namespace orvel {
 
 NS_ASSUME_NONNULL_BEGIN
 
-/// The user defaults that the system keeps for an application. A setter returns once the system's
-/// own process for preferences has taken the value over: it survives this process, and that one
-/// writes the file.
+/// The system's user defaults of an application. A setter returns after the system's preferences
+/// process has received the value. That process writes the file, even if this one ends.
 class FoundationUserDefaults final : public tavrin::UserDefaults {
 public:
-    /// Those of the application of that identifier, whichever program this one is; this program's
-    /// own for none. Throws `tavrin::PlatformError` when there can be none of that name.
+    /// The defaults of the application with that identifier, or of this program if it is empty.
+    /// Throws `tavrin::PlatformError` if the identifier is invalid.
     explicit FoundationUserDefaults(const std::string& identifier);
 
     [[nodiscard]] std::optional<std::string> string(std::string_view key) const override;
@@ -35,9 +34,9 @@ public:
 private:
     void write(std::string_view key, id _Nullable object);
 
-    /// Thread-safe by itself; reads wait for no lock of ours.
+    /// Thread-safe, so reads need no lock.
     NSUserDefaults* defaults_;
-    /// Held for a write with what takes it back.
+    /// Held during a write and its rollback.
     std::mutex writeMutex_;
 };
 

@@ -16,7 +16,7 @@ namespace {
 NSUserDefaults* defaultsOf(const std::string& identifier) {
     NSString* const name = nsString(identifier);
     if (identifier.empty() || [name isEqual:NSBundle.mainBundle.bundleIdentifier]) {
-        // Which may not be asked for by its name.
+        // The program's own defaults cannot be opened by name.
         return NSUserDefaults.standardUserDefaults;
     }
     NSUserDefaults* const defaults = [[NSUserDefaults alloc] initWithSuiteName:name];

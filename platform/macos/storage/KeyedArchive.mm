@@ -14,7 +14,7 @@ namespace {
 std::optional<std::string> unarchived(std::span<const std::uint8_t> archive) {
     @autoreleasepool {
         @try {
-            // Only looked at within this function.
+            // Used only within this function.
             NSData* const data =
                 [NSData dataWithBytesNoCopy:const_cast<std::uint8_t*>(archive.data())
                                      length:archive.size()
@@ -28,7 +28,7 @@ std::optional<std::string> unarchived(std::span<const std::uint8_t> archive) {
             }
             return orvel::utf8(text.string);
         } @catch (NSException*) {
-            // Some malformed archives raise in place of giving an error.
+            // Some malformed archives raise an exception instead of returning an error.
             return std::nullopt;
         }
     }
@@ -38,13 +38,13 @@ std::optional<std::string> unarchived(std::span<const std::uint8_t> archive) {
 
 std::optional<std::string> KeyedArchive::attributedString(std::span<const std::uint8_t> archive) {
     try {
-        // The unarchiver says nothing of limits. What is within ours goes to it as it is.
+        // The unarchiver has no documented limits, so check ours first.
         if (!parsePropertyList(archive, limits)) {
             return std::nullopt;
         }
         return unarchived(archive);
     } catch (const std::bad_alloc&) {
-        // A text that there is no room for cannot be read either.
+        // Out of memory: the text is too large.
         return std::nullopt;
     }
 }

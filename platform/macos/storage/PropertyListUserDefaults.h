@@ -12,14 +12,14 @@ namespace orvel {
 
 NS_ASSUME_NONNULL_BEGIN
 
-/// User defaults in a property list of their own, which the system's have no public way for.
-/// Binary, because a date in text has whole seconds only.
+/// User defaults in a property list file. The system's user defaults cannot use a given file.
+/// Binary, because a date in XML has only whole seconds.
 ///
-/// Processes that share the file change only the keys they set. What another process wrote is seen
-/// from this one's next write on.
+/// Several processes may share the file. Each changes only the keys it sets. Changes by another
+/// process become visible after this one's next write.
 class PropertyListUserDefaults final : public tavrin::UserDefaults {
 public:
-    /// A missing file is an empty one. Throws `tavrin::PlatformError` when it cannot be read.
+    /// Treats a missing file as empty. Throws `tavrin::PlatformError` if the file cannot be read.
     explicit PropertyListUserDefaults(const std::filesystem::path& file);
 
     [[nodiscard]] std::optional<std::string> string(std::string_view key) const override;
@@ -40,10 +40,10 @@ private:
     void write(std::string_view key, id _Nullable object);
 
     std::filesystem::path file_;
-    /// Held while a write reaches the disk; taken before the other.
+    /// Held until a write is on disk. Locked before `valuesMutex_`.
     std::mutex writeMutex_;
     mutable std::mutex valuesMutex_;
-    /// What is on disk, as far as this process knows.
+    /// The values on disk after the last read or write.
     Values* values_;
 };
 

@@ -36,7 +36,7 @@ using tavrin::RegularFile;
     throw PlatformError::fromErrno(code, "Could not save the agent's settings");
 }
 
-/// Nothing when there is no such file.
+/// No value if the file does not exist.
 std::optional<RegularFile> opened(const std::filesystem::path& file) {
     try {
         return tavrin::openRegularFile(file);
@@ -53,7 +53,7 @@ NSDictionary<NSString*, id>* valuesIn(const std::filesystem::path& file) {
     if (!from) {
         return @{};
     }
-    // The file is replaced when it changes, so it has its size for good.
+    // Changes replace the file, so the size of the open one never changes.
     std::string content(static_cast<std::size_t>(from->size), '\0');
     for (std::size_t length = 0; length < content.size();) {
         const ssize_t count =
@@ -72,30 +72,30 @@ NSDictionary<NSString*, id>* valuesIn(const std::filesystem::path& file) {
                       format:nil
                        error:nil];
     if (![list isKindOfClass:[NSDictionary class]]) {
-        // To go on as if it were empty would forget the user's choices.
+        // Treating it as empty would lose the user's choices.
         failToRead(file, EBADMSG);
     }
     return list;
 }
 
-/// Makes the folders above the file with nobody else's access.
+/// Creates the parent folders, accessible by the owner only.
 void makeFolders(const std::filesystem::path& file) {
     std::filesystem::path folder;
     for (const std::filesystem::path& part : file.parent_path()) {
         folder /= part;
-        // If one cannot be made, then neither can the file in it.
+        // Ignore errors: creating the file then fails.
         mkdir(folder.c_str(), S_IRWXU);
     }
 }
 
 void flush(int descriptor) {
-    // What fsync leaves in the drive's own memory; not every file system can.
+    // Unlike fsync, this also flushes the drive's cache. Not every file system supports it.
     if (fcntl(descriptor, F_FULLFSYNC) != 0 && fsync(descriptor) != 0) {
         failToSave(errno);
     }
 }
 
-/// A file that is there only whole, or not at all.
+/// A temporary file that replaces the target once it is complete.
 class NewFile final {
 public:
     explicit NewFile(const std::filesystem::path& place)
@@ -209,7 +209,8 @@ void PropertyListUserDefaults::write(std::string_view key, id object) {
     makeFolders(file_);
     const FileDescriptor folder(
         open(file_.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    // Until it is closed: two processes must not both read before either has written.
+    // Lock until the folder is closed: otherwise two processes could both read before either
+    // writes.
     if (!folder.isOpen() || flock(folder.get(), LOCK_EX) != 0) {
         failToSave(errno);
     }
@@ -230,7 +231,7 @@ void PropertyListUserDefaults::write(std::string_view key, id object) {
         const std::lock_guard lock(valuesMutex_);
         values_ = [changed copy];
     }
-    // The new name, too, must outlast a power failure.
+    // The renaming must also survive a power failure.
     if (fsync(folder.get()) != 0) {
         failToSave(errno);
     }

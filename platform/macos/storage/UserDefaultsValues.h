@@ -10,8 +10,8 @@
 #include <string>
 #include <string_view>
 
-/// The property-list objects that stand for the values of user defaults. Each reader gives nothing
-/// for an object of another type, and for none.
+/// Converts between values of user defaults and property-list objects. A reader returns no value
+/// for nil or an object of another type.
 namespace orvel::user_defaults_values {
 
 NS_ASSUME_NONNULL_BEGIN

@@ -11,7 +11,7 @@ namespace orvel::user_defaults_values {
 
 namespace {
 
-/// Booleans are numbers as well, which only their type tells.
+/// Booleans are also numbers. Only their type differs.
 bool isBoolean(NSNumber* number) {
     return CFGetTypeID((__bridge CFTypeRef)number) == CFBooleanGetTypeID();
 }
@@ -67,7 +67,7 @@ std::optional<tavrin::Date> date(id object) {
     if (stored == nil) {
         return std::nullopt;
     }
-    // The system counts from another year, which costs the last bits of a fraction.
+    // The system uses another reference date, so the conversion loses the last bits of a fraction.
     return std::chrono::round<std::chrono::milliseconds>(dateOf(stored));
 }
 

@@ -5,9 +5,8 @@
 
 namespace orvel {
 
-/// The system's clocks. Timers run on the main queue, and on the continuous clock as far as the
-/// system lets them: only when somebody sets the clock back while the machine sleeps may they be
-/// late.
+/// The system's clocks. Timers run on the main queue and follow the continuous clock. They can be
+/// late only if the clock is set back while the machine sleeps.
 class ContinuousClock final : public Clock {
 public:
     [[nodiscard]] tavrin::Date now() const override;

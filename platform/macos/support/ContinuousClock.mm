@@ -15,7 +15,7 @@ namespace orvel {
 
 namespace {
 
-/// Longest wait, in seconds, whose nanoseconds fit into 64 bits; a century.
+/// In seconds: a century, whose nanoseconds fit into 64 bits.
 constexpr double maximumDelay = 100.0 * 366 * 86400;
 
 double secondsPerTick() {
@@ -29,8 +29,8 @@ tavrin::Seconds continuousTime() {
     return tavrin::Seconds(static_cast<double>(mach_continuous_time()) * tick);
 }
 
-/// Waits by two timers, because neither counts as the continuous clock does: one stands still while
-/// the machine sleeps, the other follows whoever sets the clock. Whichever ends first has a look.
+/// Uses two timers, because no timer follows the continuous clock. One stops while the machine
+/// sleeps. The other one changes when the clock is set. The first to fire checks the time.
 class ContinuousTimer final : public Clock::Timer {
 public:
     ContinuousTimer(tavrin::Seconds delay, std::function<void()> callback)
@@ -39,7 +39,7 @@ public:
         for (const dispatch_source_t& source : {awake_, wall_}) {
             dispatch_source_set_event_handler(source, ^{
               if (const auto timer = self.lock()) {
-                  (*timer)->look();
+                  (*timer)->callBackIfDue();
               }
             });
         }
@@ -61,7 +61,7 @@ private:
 
     void wait(tavrin::Seconds left) {
         const double seconds = std::clamp(left.count(), 0.0, maximumDelay);
-        // Rounded up, so that the look at the end is rarely one too early.
+        // Round up, so that the timer rarely fires too early.
         const auto nanoseconds = static_cast<std::int64_t>(std::ceil(seconds * 1e9));
         dispatch_source_set_timer(
             awake_, dispatch_time(DISPATCH_TIME_NOW, nanoseconds), DISPATCH_TIME_FOREVER, 0);
@@ -69,7 +69,7 @@ private:
             wall_, dispatch_walltime(nullptr, nanoseconds), DISPATCH_TIME_FOREVER, 0);
     }
 
-    void look() {
+    void callBackIfDue() {
         if (!callback_) {
             return;
         }
@@ -77,14 +77,14 @@ private:
             wait(left);
             return;
         }
-        // The callback may destroy this object, and with it a callback that were still inside it.
+        // The callback may destroy this object, so move it out first.
         const std::function<void()> callback = std::exchange(callback_, nullptr);
         callback();
     }
 
     tavrin::Seconds end_;
     std::function<void()> callback_;
-    /// For the handlers, which the system may keep for longer than this lives.
+    /// For the handlers, which may outlive this object.
     std::shared_ptr<ContinuousTimer*> self_ = std::make_shared<ContinuousTimer*>(this);
     dispatch_source_t awake_ = makeSource();
     dispatch_source_t wall_ = makeSource();

@@ -3,8 +3,7 @@
 
 namespace orvel {
 
-/// Keeps the memory of this process, which may hold tokens, out of core dumps. The programs it
-/// starts inherit that.
+/// Disables core dumps, which could contain tokens, for this process and the programs it starts.
 void forbidCoreDumps();
 
 } // namespace orvel

@@ -6,8 +6,8 @@
 namespace orvel {
 
 void forbidCoreDumps() {
-    // Cannot fail: anybody may lower a limit. That the user's other processes cannot read this one
-    // is the hardened runtime's part.
+    // Lowering a limit cannot fail. The hardened runtime keeps the user's other processes from
+    // reading this one's memory.
     constexpr rlimit none{};
     setrlimit(RLIMIT_CORE, &none);
 }

@@ -10,14 +10,14 @@
 #include <string>
 #include <string_view>
 
-/// Between the types of our own interfaces and those of the system's.
+/// Converts between our types and the system's.
 namespace orvel {
 
 NS_ASSUME_NONNULL_BEGIN
 
-/// Ill-formed sequences are replaced.
+/// Replaces ill-formed sequences.
 [[nodiscard]] NSString* nsString(std::string_view text);
-/// Well-formed UTF-8; empty for no text.
+/// Well-formed UTF-8. Empty for nil.
 [[nodiscard]] std::string utf8(NSString* _Nullable text);
 
 [[nodiscard]] NSDate* nsDate(tavrin::Date date);
@@ -26,10 +26,10 @@ NS_ASSUME_NONNULL_BEGIN
 [[nodiscard]] NSURL* fileURL(const std::filesystem::path& path);
 [[nodiscard]] std::filesystem::path pathOf(NSURL* _Nullable file);
 
-/// With the system's own words; an error without any still has a domain and a code.
+/// Keeps the system's description. An error without one keeps its domain and code.
 [[nodiscard]] tavrin::PlatformError platformError(NSError* _Nullable error);
 
-/// As above; of any other domain than that of URL loading it is an unknown one.
+/// Like `platformError`. `Unknown` if the error is not from URL loading.
 [[nodiscard]] tavrin::URLError urlError(NSError* _Nullable error);
 
 NS_ASSUME_NONNULL_END

@@ -24,13 +24,13 @@ NSString* nsString(std::string_view text) {
 }
 
 std::string utf8(NSString* text) {
-    // Not UTF8String, which ends at a character of value zero.
+    // `UTF8String` would end at a NUL character.
     NSData* bytes = [text dataUsingEncoding:NSUTF8StringEncoding];
     if (bytes == nil) {
-        // Half of a surrogate pair has no UTF-8.
+        // An unpaired surrogate has no UTF-8.
         bytes = [text dataUsingEncoding:NSUTF8StringEncoding allowLossyConversion:YES];
     }
-    // Either may be nil, which has the length 0.
+    // `bytes` may still be nil, which has length 0.
     return bytes.length == 0 ? std::string()
                              : std::string(static_cast<const char*>(bytes.bytes), bytes.length);
 }
@@ -62,7 +62,7 @@ tavrin::URLError urlError(NSError* error) {
     if (![error.domain isEqualToString:NSURLErrorDomain]) {
         return tavrin::urlError(tavrin::URLErrorCode::Unknown);
     }
-    // Also one that has no name with us: it stays the number that the system gives.
+    // Keep the system's number even if `URLErrorCode` has no name for it.
     return {static_cast<tavrin::URLErrorCode>(error.code), utf8(error.localizedDescription)};
 }
 

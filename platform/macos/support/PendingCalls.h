@@ -12,10 +12,9 @@
 
 namespace orvel {
 
-/// The completions of calls whose results come from other threads or later. Each is called at most
-/// once, from the main queue, and none once this object is destroyed. They stay on the main thread:
-/// other threads know the number of a call only, so that nothing the caller bound to a completion
-/// is ever destroyed elsewhere.
+/// Holds the completions of asynchronous calls. Each is called at most once, from the main queue,
+/// and never after this object is destroyed. Other threads only have the number of a call, so
+/// completions are destroyed on the main thread.
 template <typename... Results>
 class PendingCalls final {
 public:
@@ -29,13 +28,13 @@ private:
     };
 
 public:
-    /// One call that has not ended, for whoever ends it. May outlive the completions.
+    /// A pending call. May outlive the `PendingCalls` object.
     class Call final {
     public:
         Call(std::weak_ptr<Table> table, Number number)
             : table_(std::move(table)), number_(number) {}
 
-        /// Any thread. Nothing when the call has already ended, or is going to with another result.
+        /// Any thread. Does nothing if the call already has a result.
         void finish(Results... results) const {
             const auto shared = std::make_shared<std::tuple<Results...>>(std::move(results)...);
             const std::weak_ptr<Table> table = table_;
@@ -48,8 +47,8 @@ public:
             });
         }
 
-        /// Main thread. Ends the call with this result even if another one is already on its way;
-        /// false, and nothing, when the completion has been called.
+        /// Main thread. Replaces a result that has not been delivered yet. Returns false and does
+        /// nothing if the completion has been called.
         bool finishInstead(Results... results) {
             const auto table = table_.lock();
             Completion completion = take(table.get(), number_);
@@ -63,7 +62,7 @@ public:
         }
 
     private:
-        /// The completion may destroy the table: it is not in there any more while it runs.
+        /// Removes the completion from the table, because it may destroy the table.
         static Completion take(Table* table, Number number) {
             if (table == nullptr) {
                 return nullptr;

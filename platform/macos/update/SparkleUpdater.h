@@ -34,7 +34,7 @@ public:
     [[nodiscard]] std::optional<tavrin::Date> lastUpdateCheckDate() const override;
 
 private:
-    /// Sparkle holds it weakly.
+    /// Sparkle has only a weak reference to it.
     OrvelSparkleDelegate* sparkleDelegate_;
     SPUStandardUpdaterController* controller_;
     UpdateObserver* observer_ = nullptr;

@@ -27,7 +27,7 @@
 @interface OrvelSparkleDelegate : NSObject <OrvelSparkleCallbacks>
 - (nonnull instancetype)initWithObserver:(orvel::UpdateObserver&)observer
                                  feedURL:(nonnull NSString*)feedURL;
-/// Sparkle may call once more while it is released.
+/// Sparkle may still call while it is released.
 - (void)forgetObserver;
 @end
 
@@ -37,7 +37,7 @@ orvel::SoftwareUpdate updateOf(SUAppcastItem* item) {
     orvel::SoftwareUpdate update;
     update.version = orvel::utf8(item.versionString);
     update.displayVersion = orvel::utf8(item.displayVersionString);
-    // Without the notes, which may be HTML: Sparkle's window shows them.
+    // Leave out the notes, which may be HTML. Sparkle's window shows them.
     update.length = item.contentLength;
     return update;
 }
@@ -116,7 +116,7 @@ void SparkleUpdater::start(Feed feed, UpdateObserver& observer, UpdatePresenter&
 }
 
 void SparkleUpdater::stop() {
-    // The next observer must not be told of this one's choices.
+    // Drop pending saves, so that the next observer does not get this one's choices.
     saves_ = {};
     [sparkleDelegate_ forgetObserver];
     controller_ = nil;
