@@ -40,8 +40,8 @@ Collects the user's Messages history in the background, from an icon in the tray
 )";
 constexpr int usageStatus = 2;
 
-/// Needs no display.
-bool hasAnswered(int argc, char** argv) {
+/// Handles the options that need no display.
+bool handleOption(int argc, char** argv) {
     const std::string_view argument = argc == 2 ? argv[1] : "";
     if (argument == "--help" || argument == "-h") {
         std::fputs(usage, stdout);
@@ -53,7 +53,8 @@ bool hasAnswered(int argc, char** argv) {
     return true;
 }
 
-/// Ends its first event loop when asked to, by whomever; another request finds it ending.
+/// The first quit request ends the event loop. Later requests do nothing, so they cannot interrupt
+/// the shutdown.
 class Application final : public QApplication {
 public:
     using QApplication::QApplication;
@@ -67,7 +68,7 @@ public:
 protected:
     bool event(QEvent* event) override {
         if (event->type() == QEvent::Quit) {
-            // Not by closing every window, of which one could object.
+            // Qt would close every window first, and a window could refuse.
             end();
             return true;
         }
@@ -78,10 +79,8 @@ private:
     bool isEnding_ = false;
 };
 
-/// What the platform's question about the contacts needs.
 struct ContactsQuestions {
     QString displayName;
-    /// The one that is open.
     QPointer<ContactsQuestion> current;
 };
 
@@ -105,14 +104,14 @@ QCoro::Task<> stopAndQuit(TavrinMacApp* app) {
 }
 
 int run(Application& application) {
-    // Heard until everything is put away.
+    // First, so that signals are handled until everything else has been destroyed.
     const SignalWatch signalWatch([&] { application.end(); });
     ContactsQuestions questions;
     Platform platform = makePlatform(platformOptions(&questions));
     questions.displayName = QString::fromStdString(Configuration(*platform.bundle).displayName());
     SingleInstance::terminateIfAlreadyRunning(
         *platform.bundle, *platform.instanceRegistry, *platform.logStore);
-    // Which has the answer ready when the icon is to be shown.
+    // Starts the query now, so that the answer has arrived when the icon is shown.
     static_cast<void>(platform.tray->isAvailable());
 
     const UpdateWindowPresenter::Desktop desktop{
@@ -127,14 +126,15 @@ int run(Application& application) {
         &QGuiApplication::saveStateRequest,
         &app,
         [](QSessionManager& session) {
-            // The session starts the agent by its autostart entry, if the user wants that.
+            // The autostart entry restarts the agent, if the user has chosen that.
             session.setRestartHint(QSessionManager::RestartNever);
         },
         Qt::DirectConnection);
     QApplication::exec();
 
-    // Whoever asked for the end, it is the same from here on. The question stays unanswered.
+    // From here on, further quit requests do nothing.
     application.end();
+    // Destroying the open question leaves it unanswered.
     delete questions.current;
     if (updatePresenter.window() != nullptr) {
         updatePresenter.window()->hide();
@@ -162,9 +162,9 @@ int showFailure(const std::exception& error) {
 } // namespace
 
 int main(int argc, char** argv) {
-    // A reader that goes away is a failed write, not the end of this process and its cleaning up.
+    // Writing to a closed pipe must fail, not kill the process before it cleans up.
     std::signal(SIGPIPE, SIG_IGN);
-    if (hasAnswered(argc, argv)) {
+    if (handleOption(argc, argv)) {
         return 0;
     }
     prepareEventLoop();

@@ -12,7 +12,7 @@ namespace orvel {
 
 namespace {
 
-/// The updater framework's own subsystem, where it logs to the system's log.
+/// Under this subsystem the updater framework writes to the system log.
 constexpr const char* updaterSubsystem = "org.sparkle-project.Sparkle";
 
 CollectorService::Options withSource(CollectorService::Options options) {
@@ -99,21 +99,21 @@ AppModel::~AppModel() {
     lifetime_.cancel();
     loop_.cancel();
     syncAttentionFlash();
-    // What waits for the worker resumes in here, finds itself cancelled, and ends.
+    // Coroutines that wait for the worker resume in this call, see the cancellation and end.
     worker_.stop();
     assert(!collector_.isScanning());
 }
 
 QCoro::Task<> AppModel::stop() {
     tavrin::CancellationSource timeLimit;
-    const auto giveUp = [timeLimit]() mutable {
+    const auto stopWaiting = [timeLimit]() mutable {
         timeLimit.cancel();
     };
-    const auto registration = lifetime_.token().onCancel(giveUp);
+    const auto registration = lifetime_.token().onCancel(stopWaiting);
     loop_.cancel();
     std::optional<tavrin::PlatformError> failure;
     try {
-        const auto timer = platform_.clock->schedule(shutdownTimeout, giveUp);
+        const auto timer = platform_.clock->schedule(shutdownTimeout, stopWaiting);
         co_await loop_.ended(timeLimit.token());
         failure = co_await auth_.stored(timeLimit.token());
     } catch (const tavrin::TaskCancelled&) {
@@ -132,11 +132,11 @@ QCoro::Task<> AppModel::requestContactsAccess() {
     try {
         const bool isGranted = co_await permissions_.requestContactsAccess();
         if (isGranted) {
-            // Conversations that were passed over may match now.
+            // Conversations that matched no known handle before may match now.
             co_await loop_.rescan();
         }
     } catch (const tavrin::TaskCancelled&) {
-        // A normal end.
+        // Cancellation is a normal end.
     } catch (const std::exception& error) {
         log_.error("could not ask for the contacts: {}", error.what());
     }

@@ -30,21 +30,19 @@
 
 namespace orvel {
 
-/// The one object behind every window: owns the services and the parts of the model, and is what
-/// the views read and call.
+/// Owns the services. The views read it and call it.
 ///
-/// Main thread. Borrows the platform and the presenter of updates. It may be destroyed at any time,
-/// except from a slot of its own signals or of its services'. The destructor waits for the running
-/// job of the worker, carries out the remaining ones, and leaves no task and no copy of the
-/// database.
+/// Main thread. Borrows the platform and the update presenter. It must not be destroyed from a slot
+/// connected to its own signals or its services' signals. The destructor finishes the worker's
+/// queued jobs, ends all tasks and removes the copy of the database.
 class AppModel final : public QObject {
     Q_OBJECT
 
 public:
-    /// How long `stop` may take.
+    /// The longest time that `stop` takes.
     static constexpr tavrin::Seconds shutdownTimeout{2};
 
-    /// Begins to collect. Without a source path, from the user's own Messages database.
+    /// Starts collecting. Without a source path it reads the user's own Messages database.
     AppModel(
         Platform& platform, UpdatePresenter& updatePresenter, CollectorService::Options options);
     ~AppModel() override;
@@ -52,24 +50,24 @@ public:
     /// Starts the collection loop; does nothing while it runs.
     void startCollecting() { loop_.start(); }
 
-    /// Ends the collection loop and the running scan for good, and waits until the keychain has the
-    /// session, at most for `shutdownTimeout`. Never throws.
+    /// Ends the collection loop and the running scan, then waits until the keychain has stored the
+    /// session. Takes at most `shutdownTimeout`. The loop cannot be started again. Never throws.
     QCoro::Task<> stop();
 
-    /// Looks again whether the Messages database can be read. Never throws.
+    /// Checks the permissions again. Never throws.
     QCoro::Task<> refreshPermissions() { return permissions_.refresh(); }
 
-    /// Asks the user for the address book, and scans all conversations again when it is granted.
-    /// While the question is open, another call only brings it to the front. Never throws.
+    /// Asks the user for access to the address book. If access is granted, scans all conversations
+    /// again. While the question is open, another call only brings it to the front. Never throws.
     QCoro::Task<> requestContactsAccess();
 
-    /// Lets the next scan begin with the newest message again. Never throws.
+    /// Deletes the saved progress, so that the next scan reads every message. Never throws.
     QCoro::Task<> rescanFromBeginning();
 
-    /// Starts or ends the attention flash, as the status demands.
+    /// Starts or stops the attention flash according to the status.
     void syncAttentionFlash();
 
-    /// Quits and starts this program again: some permissions apply only to a new process.
+    /// Quits and starts the program again, because some permissions apply only to a new process.
     void relaunch();
 
     // The user's choices. Each applies at once and is saved on the worker.
@@ -78,9 +76,8 @@ public:
     /// Also changes the login item, even when the value is the same as before.
     void setStartAtLogin(bool startsAtLogin) { choices_.setStartAtLogin(startsAtLogin); }
 
-    /// Lets the application's windows come to the front.
     void activate() { platform_.applicationFocus->activate(); }
-    /// Calls back as `Workspace::openSettings` does.
+    /// Calls `completion` as `Workspace::openSettings` does.
     void openSettings(Workspace::SettingsPane pane, Workspace::Completion completion) {
         platform_.workspace->openSettings(pane, std::move(completion));
     }
@@ -90,7 +87,6 @@ public:
     [[nodiscard]] CollectorService& collector() { return collector_; }
     [[nodiscard]] const WatermarkStore& watermarkStore() const { return watermarkStore_; }
     [[nodiscard]] const Configuration& configuration() const { return configuration_; }
-    /// The subsystems whose lines belong to the application's log.
     [[nodiscard]] LogReader::Subsystems logSubsystems() const;
 
     [[nodiscard]] bool hasFullDiskAccess() const { return permissions_.hasFullDiskAccess(); }
@@ -101,21 +97,20 @@ public:
     [[nodiscard]] tavrin::ThreadScope scope() const { return choices_.collection().scope; }
     [[nodiscard]] bool startAtLogin() const { return choices_.startAtLogin(); }
     [[nodiscard]] bool attentionFlashOn() const { return flash_.isOn(); }
-    /// Why the user's last choice could not be saved; absent again after one that was.
+    /// Why the user's last choice could not be saved. Empty if it was saved.
     [[nodiscard]] const std::optional<std::string>& settingsError() const {
         return choices_.error();
     }
-    /// Why the last requested re-scan will not begin with the newest message.
+    /// Why the saved progress could not be deleted for the last requested re-scan.
     [[nodiscard]] const std::optional<std::string>& rescanError() const { return rescanError_; }
 
-    /// Only the user can remove what prevents collection.
+    /// Collection is blocked until the user signs in or grants Full Disk Access.
     [[nodiscard]] bool needsAttention() const { return status_.needsAttention(); }
-    /// Why nothing is collected.
+    /// A sentence for the user. Empty while collection is not blocked.
     [[nodiscard]] std::optional<std::string> blockedReason() const {
         return status_.blockedReason();
     }
     [[nodiscard]] StatusIcon statusIcon() const { return status_.statusIcon(); }
-    /// The status icon in words.
     [[nodiscard]] std::string statusAccessibilityLabel() const {
         return status_.statusAccessibilityLabel();
     }
@@ -127,9 +122,8 @@ public:
     }
 
 Q_SIGNALS:
-    /// One or more of the above have changed, here or in a service, except for the flash.
+    /// Anything above has changed except the flash.
     void changed();
-    /// Only the status icon and its label follow the flash.
     void attentionFlashChanged();
 
 private:

@@ -29,13 +29,13 @@ void AttentionFlash::setRunning(bool isRunning) {
 QCoro::Task<> AttentionFlash::flash(tavrin::CancellationToken cancellation) {
     try {
         while (true) {
-            co_await sleepFor(&clock_, brandBeat, cancellation);
+            co_await sleepFor(&clock_, brandDuration, cancellation);
             setOn(true);
-            co_await sleepFor(&clock_, alertBeat, cancellation);
+            co_await sleepFor(&clock_, alertDuration, cancellation);
             setOn(false);
         }
     } catch (const tavrin::TaskCancelled&) {
-        // `setRunning` shows the brand image again.
+        // `setRunning` has already shown the brand image again.
     } catch (const std::exception& error) {
         log_.error("the attention flash has ended: {}", error.what());
         setOn(false);

@@ -17,20 +17,19 @@ class AttentionFlash final : public QObject {
     Q_OBJECT
 
 public:
-    static constexpr tavrin::Seconds brandBeat{2.4};
-    static constexpr tavrin::Seconds alertBeat{0.8};
+    static constexpr tavrin::Seconds brandDuration{2.4};
+    static constexpr tavrin::Seconds alertDuration{0.8};
 
     AttentionFlash(Clock& clock, Logger log);
     ~AttentionFlash() override;
 
-    /// Begins with the brand image, and shows it again at the end.
+    /// Starts with the brand image and ends with it.
     void setRunning(bool isRunning);
 
     /// Whether the attention symbol is shown.
     [[nodiscard]] bool isOn() const { return isOn_; }
 
 Q_SIGNALS:
-    /// `isOn` has changed.
     void changed();
 
 private:
@@ -40,7 +39,7 @@ private:
     Clock& clock_;
     const Logger log_;
     bool isOn_ = false;
-    /// Ends the running flash.
+    /// Cancels `flash_`. Empty while the flash is stopped.
     std::optional<tavrin::CancellationSource> running_;
     QCoro::Task<> flash_;
 };

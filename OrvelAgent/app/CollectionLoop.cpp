@@ -53,7 +53,7 @@ QCoro::Task<> CollectionLoop::collect(tavrin::CancellationToken cancellation) {
             co_await sleepFor(&services_.clock, wait, cancellation);
         }
     } catch (const tavrin::TaskCancelled&) {
-        // A normal end.
+        // Cancellation is a normal end.
     } catch (const std::exception& error) {
         log_.error("collection has ended: {}", error.what());
     }

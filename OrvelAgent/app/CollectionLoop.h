@@ -24,19 +24,19 @@ class CollectorService;
 class Permissions;
 class ScanRun;
 
-/// Scans at the start and then regularly, one scan at a time, and sends diagnostics after each.
+/// Scans at the start and then at intervals, one scan at a time. Sends diagnostics after each scan.
 ///
-/// Main thread. Borrows the services, and must outlive its tasks: `cancel` ends them.
+/// Main thread. Borrows the services. Must outlive its tasks; `cancel` ends them.
 class CollectionLoop final {
 public:
-    /// After a clean scan.
+    /// The wait after a successful scan.
     static constexpr tavrin::Seconds scanInterval{900};
-    /// After one failed scan. Each further failure doubles it, up to the cap.
+    /// The wait after one failed scan. Each further failure doubles it, up to `backoffCap`.
     static constexpr tavrin::Seconds backoffUnit{60};
     static constexpr tavrin::Seconds backoffCap{300};
-    /// While something blocks collection.
+    /// The wait while collection is blocked.
     static constexpr tavrin::Seconds blockedRecheck{30};
-    /// How much of the log is sent after each scan.
+    /// The part of the log that is sent after each scan.
     static constexpr std::chrono::minutes diagnosticsWindow{20};
 
     struct Services {
@@ -52,10 +52,10 @@ public:
 
     CollectionLoop(const Services& services, LogReader::Subsystems subsystems, Logger log);
 
-    /// Does nothing when it was started before.
+    /// A second call does nothing.
     void start();
 
-    /// Ends the loop and the running scan. No scan starts afterwards.
+    /// Ends the loop and the running scan. No further scan can start.
     void cancel() { cancellation_.cancel(); }
 
     /// Waits for the end of the loop. Throws `TaskCancelled` when the token is cancelled.
@@ -63,13 +63,13 @@ public:
         return loopEnd_.settled(std::move(cancellation));
     }
 
-    /// Forgets the progress and scans all conversations, after the running scan. Throws
+    /// Deletes the saved progress, waits for the running scan and scans all conversations. Throws
     /// `TaskCancelled` after `cancel`.
     QCoro::Task<> rescan();
 
 private:
     QCoro::Task<> collect(tavrin::CancellationToken cancellation);
-    /// One scan, after the running one. Counts it as a failure or a success.
+    /// Waits for the running scan, then scans once and counts the failure or success.
     QCoro::Task<> performScan(tavrin::CancellationToken cancellation);
     QCoro::Task<> scanOnce(tavrin::CancellationToken cancellation);
     [[nodiscard]] tavrin::Seconds waitAfterScan() const;
@@ -78,9 +78,8 @@ private:
     const Services services_;
     const LogReader::Subsystems subsystems_;
     const Logger log_;
-    /// How many scans in a row ended with an error.
     std::int64_t consecutiveFailures_ = 0;
-    /// Settled at the end of the running scan.
+    /// Resolved when the running scan ends. Empty while no scan runs.
     std::optional<Deferred<void>> scanEnd_;
     Deferred<void> loopEnd_;
     tavrin::CancellationSource cancellation_;

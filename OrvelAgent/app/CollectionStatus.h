@@ -15,8 +15,8 @@ class MotionPreference;
 class Permissions;
 class UpdaterService;
 
-/// The status that the tray icon and its label show, derived from the services at every call. Main
-/// thread. Borrows everything.
+/// Derives the status for the tray icon and the panel from the services at every call. Main thread.
+/// Borrows everything.
 class CollectionStatus final {
 public:
     struct Sources {
@@ -30,14 +30,13 @@ public:
 
     CollectionStatus(const Sources& sources, std::string displayName);
 
-    /// Only the user can remove what prevents collection.
+    /// Collection is blocked until the user signs in or grants Full Disk Access.
     [[nodiscard]] bool needsAttention() const;
-    /// Whether the icon is to flash. With reduced motion it shows a steady image.
+    /// Always false with reduced motion: the icon is steady then.
     [[nodiscard]] bool shouldFlash() const;
-    /// Why nothing is collected.
+    /// A sentence for the user. Empty while collection is not blocked.
     [[nodiscard]] std::optional<std::string> blockedReason() const;
     [[nodiscard]] StatusIcon statusIcon() const;
-    /// The status icon in words.
     [[nodiscard]] std::string statusAccessibilityLabel() const;
 
 private:

@@ -19,7 +19,7 @@ namespace orvel {
 
 namespace {
 
-/// While it lives, the application is a regular one, whose questions come to the front.
+/// Makes the application a regular one during its lifetime, so that a question opens in front.
 class RegularApplication final {
 public:
     explicit RegularApplication(ApplicationFocus& focus)
@@ -51,7 +51,7 @@ Permissions::Permissions(
       contactsAvailability_(services_.contacts.availability()) {}
 
 bool Permissions::hasFullDiskAccess(const std::filesystem::path& database) {
-    // By its bytes: a name that is no UTF-8 does not survive Qt's strings.
+    // Not QFile: a path that is not valid UTF-8 cannot be converted to QString and back.
     const tavrin::FileDescriptor file(::open(database.c_str(), O_RDONLY | O_CLOEXEC));
     char byte = 0;
     return file.isOpen() && ::read(file.get(), &byte, 1) >= 0;

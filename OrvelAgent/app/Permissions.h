@@ -17,41 +17,41 @@ class CollectorService;
 class ProcessControl;
 class Worker;
 
-/// What only the user can grant: Full Disk Access and the address book. Main thread. Borrows the
-/// services, and must outlive the tasks it returns.
+/// Checks and requests what only the user can grant: Full Disk Access and the address book.
+///
+/// Main thread. Borrows the services. Must outlive the tasks that it returns.
 class Permissions final : public QObject {
     Q_OBJECT
 
 public:
     struct Services {
         ContactBridge& contacts;
-        /// Logs why the question for the contacts had no effect.
+        /// Logs why a request for the contacts had no effect.
         const CollectorService& collector;
         ApplicationFocus& focus;
         const ProcessControl& process;
         Worker& worker;
     };
 
-    /// Looks at both once. The token ends what waits later.
+    /// Checks both permissions once. Cancelling `lifetime` ends the pending tasks.
     Permissions(
         const Services& services,
         std::filesystem::path database,
         Logger log,
         tavrin::CancellationToken lifetime);
 
-    /// Whether a byte of the Messages database can be read. A missing file and a forbidden one give
-    /// the same answer. Waits for the disk.
+    /// Whether the Messages database can be read. False for a missing file too. Blocks on the disk.
     [[nodiscard]] static bool hasFullDiskAccess(const std::filesystem::path& database);
 
-    /// The same on the worker, which must outlive the probe.
+    /// Runs `hasFullDiskAccess` on the worker, which must outlive the task.
     static QCoro::Task<bool> probeFullDiskAccess(Worker* worker, std::filesystem::path database);
 
-    /// Looks at both again. Never throws.
+    /// Checks both permissions again. Never throws.
     QCoro::Task<> refresh();
 
-    /// Asks the user for the address book, and says whether it can be read now. While the question
-    /// is open, another call only brings it to the front, and its result is false. Throws
-    /// `TaskCancelled` at the end of the lifetime.
+    /// Asks the user for access to the address book and returns whether it can be read now. While
+    /// the question is open, another call brings it to the front and returns false. Throws
+    /// `TaskCancelled` when `lifetime` is cancelled.
     QCoro::Task<bool> requestContactsAccess();
 
     [[nodiscard]] bool hasFullDiskAccess() const { return hasFullDiskAccess_; }

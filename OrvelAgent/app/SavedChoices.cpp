@@ -50,7 +50,7 @@ void SavedChoices::setStartAtLogin(bool startsAtLogin) {
     save([startsAtLogin](tavrin::UserDefaults& defaults) {
         defaults.setBoolean(tavrin::UserDefaultsKeys::startAtLoginKey, startsAtLogin);
     });
-    // The choice stays as the user made it even when the system refuses the login item.
+    // The user's choice is kept even if the system refuses the login item.
     const auto report = [log = log_](const std::optional<tavrin::PlatformError>& failure) {
         if (failure) {
             log.info("could not change the login item: {}", failure->what());

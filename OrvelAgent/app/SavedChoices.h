@@ -17,8 +17,8 @@ namespace orvel {
 class LoginItem;
 class Worker;
 
-/// The user's choices. A new one applies at once and is saved on the worker. Main thread. Borrows
-/// everything but the log.
+/// The user's choices. A change applies at once and is saved on the worker. Main thread. Borrows
+/// the defaults, the login item and the worker.
 class SavedChoices final : public QObject {
     Q_OBJECT
 
@@ -37,7 +37,7 @@ public:
 
     [[nodiscard]] const ScanRun::Choices& collection() const { return collection_; }
     [[nodiscard]] bool startAtLogin() const { return startAtLogin_; }
-    /// Why the last choice could not be saved; absent again after one that was.
+    /// Why the last choice could not be saved. Empty if it was saved.
     [[nodiscard]] const std::optional<std::string>& error() const { return error_; }
 
 Q_SIGNALS:

@@ -25,11 +25,11 @@ void SingleInstance::terminateIfAlreadyRunning(
     const std::string text = fmt::format(
         "Another instance is already running (pid {}); this copy is exiting.",
         other->processIdentifier);
-    // First here: whoever started it from a terminal sees it even when the log is filtered.
+    // On standard error too: the log may be filtered, and a user may have started it in a terminal.
     fmt::print(stderr, "{}\n", text);
     logStore.write(LogLevel::Error, "lifecycle", text);
     registry.activateCopy(*other);
-    // Not by way of destructors: one of them may wait for a bus that does not answer.
+    // Skip the destructors: one of them could wait for a bus that does not answer.
     std::_Exit(EXIT_SUCCESS);
 }
 

@@ -7,12 +7,12 @@ class InstanceRegistry;
 class LogStore;
 } // namespace orvel
 
-/// One copy of the application per session.
 namespace orvel::SingleInstance {
 
-/// When another copy runs already, says so on standard error and in the log, brings that copy to
-/// the front, and ends this process at once with exit status 0. Otherwise this is the one copy for
-/// as long as the registry lives. For the start of the program, before there is anything to lose.
+/// If another copy runs, reports that on standard error and in the log, brings the other copy to
+/// the front and ends this process with exit status 0, without running destructors. Otherwise
+/// registers this process as the only copy for the lifetime of the registry. Call it before any
+/// work starts.
 void terminateIfAlreadyRunning(
     const Bundle& bundle, InstanceRegistry& registry, LogStore& logStore);
 

@@ -3,7 +3,6 @@
 
 namespace orvel {
 
-/// What the tray shows of the agent's status.
 enum class StatusIcon { Brand, BrandAlert, Attention, Scanning, Paused };
 
 } // namespace orvel

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/log/LogReader.h"
 
+#include "OrvelAgent/base/Completion.h"
 #include "OrvelAgent/base/Sleep.h"
-#include "OrvelAgent/log/LogReading.h"
 #include "core/Errors.h"
 
 #include <QDateTime>
@@ -17,12 +17,13 @@
 #include <iterator>
 #include <string_view>
 #include <utility>
+#include <variant>
 
 namespace orvel {
 
 namespace {
 
-/// In local time. Qt also notices when the system's time zone changes.
+/// Formats the date in local time. QDateTime follows changes of the system's time zone.
 std::string localTime(tavrin::Date date) {
     const auto seconds = static_cast<qint64>(std::floor(date.time_since_epoch().count()));
     return QDateTime::fromSecsSinceEpoch(seconds)
@@ -48,7 +49,7 @@ bool isOwn(const LogEntry& entry, const LogReader::Subsystems& subsystems) {
 }
 
 std::string keyOf(const LogReader::Entry& entry) {
-    // The shortest form is far shorter for any date of a log.
+    // Large enough for every double in fixed notation.
     std::array<char, 400> seconds;
     const auto written = std::to_chars(
         seconds.data(),
@@ -58,6 +59,21 @@ std::string keyOf(const LogReader::Entry& entry) {
     std::string key(seconds.data(), written.ptr);
     key.append(1, '|').append(entry.category).append(1, '|').append(entry.message);
     return key;
+}
+
+/// The entries since `start`. Throws `tavrin::PlatformError` if they cannot be read, and
+/// `TaskCancelled` as soon as the token is cancelled.
+QCoro::Task<std::vector<LogEntry>>
+readEntries(LogStore* store, tavrin::Date start, tavrin::CancellationToken cancellation) {
+    auto read = [store, start](auto completion) {
+        store->readEntries(start, std::move(completion));
+    };
+    LogStore::Entries entries =
+        co_await awaitCompletion<LogStore::Entries>(std::move(read), cancellation);
+    if (const auto* error = std::get_if<tavrin::PlatformError>(&entries)) {
+        throw tavrin::PlatformError(*error);
+    }
+    co_return std::get<std::vector<LogEntry>>(std::move(entries));
 }
 
 } // namespace
@@ -81,7 +97,7 @@ void LogReader::startStreaming() {
 
 void LogReader::stopStreaming() {
     if (streaming_) {
-        // The coroutine ends within the call.
+        // The coroutine ends during this call.
         std::exchange(streaming_, std::nullopt)->cancel();
         Q_EMIT changed(0, 0);
     }
@@ -114,7 +130,7 @@ QCoro::Task<std::vector<std::string>> LogReader::recentLines(
             }
         }
     } catch (const tavrin::PlatformError&) {
-        // The lines are an extra to what they are sent with.
+        // Diagnostics without log lines are still useful.
     }
     co_return lines;
 }
@@ -127,7 +143,7 @@ QCoro::Task<> LogReader::stream(tavrin::CancellationToken cancellation) {
             co_await sleepFor(&clock_, refreshInterval, cancellation);
         }
     } catch (const tavrin::TaskCancelled&) {
-        // Stopped or destroyed: this object may be gone.
+        // Do not touch members here: the reader may have been destroyed.
     } catch (const std::exception& error) {
         streaming_.reset();
         failure_ = error.what();
@@ -149,16 +165,16 @@ void LogReader::merge(std::vector<LogEntry> fetched) {
     const bool hadFailed = std::exchange(failure_, std::nullopt).has_value();
     const std::size_t before = entries_.size();
     std::optional<tavrin::Date> newest;
-    for (LogEntry& given : fetched) {
-        if (!isOwn(given, subsystems_)) {
+    for (LogEntry& source : fetched) {
+        if (!isOwn(source, subsystems_)) {
             continue;
         }
         Entry entry;
-        entry.date = given.date;
-        entry.level = given.level;
+        entry.date = source.date;
+        entry.level = source.level;
         entry.category =
-            given.subsystem == subsystems_.application ? std::move(given.category) : "update";
-        entry.message = std::move(given.message);
+            source.subsystem == subsystems_.application ? std::move(source.category) : "update";
+        entry.message = std::move(source.message);
         if (seen_.insert(keyOf(entry)).second) {
             entry.id = QUuid::createUuid();
             newest = std::max(newest.value_or(entry.date), entry.date);
@@ -173,7 +189,8 @@ void LogReader::merge(std::vector<LogEntry> fetched) {
         seen_.erase(keyOf(entries_.back()));
         entries_.pop_back();
     }
-    // More may have come than there is room for: nobody has seen those that went at once.
+    // A batch can exceed the maximum. Its dropped entries were never announced, so do not count
+    // them.
     const std::size_t kept = std::min(inserted, maximumEntries);
     const std::size_t dropped = before + kept - entries_.size();
     if (inserted > 0 || hadFailed) {

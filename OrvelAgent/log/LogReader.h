@@ -20,11 +20,10 @@
 
 namespace orvel {
 
-/// Follows the application's own log while somebody watches: the newest entries, refreshed every
-/// second.
+/// Follows the application's own log: keeps the newest entries and refreshes them every second.
 ///
-/// Main thread; reading happens elsewhere. Borrows store and clock. It may be destroyed at any
-/// moment, also by those whom its signal calls.
+/// Main thread; the log store reads on its own thread. Borrows store and clock. It may be destroyed
+/// at any time, even from a slot connected to its signal.
 class LogReader final : public QObject {
     Q_OBJECT
 
@@ -37,40 +36,39 @@ public:
         std::string message;
     };
 
-    /// Whose entries are the application's own.
+    /// The entries of these subsystems form the application's own log.
     struct Subsystems {
         /// The bundle identifier.
         std::string application;
-        /// The updater framework, where that logs by itself.
+        /// The updater framework, where it writes log entries under its own subsystem.
         std::string updater;
     };
 
     static constexpr std::size_t maximumEntries = 2'000;
     static constexpr tavrin::Seconds refreshInterval{1};
-    /// How far back the first reading goes.
+    /// How far back the first read goes.
     static constexpr tavrin::Seconds window{14'400};
 
     LogReader(LogStore& store, Clock& clock, Subsystems subsystems, QObject* parent = nullptr);
     ~LogReader() override;
 
-    /// Reads at once and then every second, also after a failure. Does nothing when it does so
-    /// already.
+    /// Reads at once and then every second, even after a failure. Does nothing while streaming.
     void startStreaming();
-    /// Keeps what was read.
+    /// Keeps the entries.
     void stopStreaming();
 
     /// Newest first.
     [[nodiscard]] const std::deque<Entry>& entries() const { return entries_; }
-    /// Why the last reading failed.
+    /// Why the last read failed.
     [[nodiscard]] const std::optional<std::string>& failure() const { return failure_; }
     [[nodiscard]] bool isStreaming() const { return streaming_.has_value(); }
 
-    /// One line for each entry, the oldest first, in local time.
+    /// One line per entry, oldest first, in local time.
     [[nodiscard]] std::string plainText() const;
 
-    /// The last minutes of the application's log, the oldest line first, in local time; nothing
-    /// when they cannot be read. Store and clock must outlive the reading. Throws `TaskCancelled`
-    /// when the token is cancelled.
+    /// One line per entry of the last `minutes`, oldest first, in local time. Empty if the log
+    /// cannot be read. Store and clock must outlive the task. Throws `TaskCancelled` when the token
+    /// is cancelled.
     static QCoro::Task<std::vector<std::string>> recentLines(
         LogStore* store,
         Clock* clock,
@@ -79,8 +77,8 @@ public:
         tavrin::CancellationToken cancellation = {});
 
 Q_SIGNALS:
-    /// First, that many of the old entries went at the end; then that many came at the front. When
-    /// both are 0, `failure` or `isStreaming` is another.
+    /// First the oldest `dropped` entries were removed from the end, then `inserted` entries were
+    /// added at the front. If both are 0, only `failure` or `isStreaming` has changed.
     void changed(int inserted, int dropped);
 
 private:
@@ -94,11 +92,11 @@ private:
     const Subsystems subsystems_;
     std::deque<Entry> entries_;
     std::optional<std::string> failure_;
-    /// What tells the entries apart that were taken already.
+    /// The keys of `entries_`.
     std::unordered_set<std::string> seen_;
-    /// The date of the newest entry taken last.
+    /// The newest date in the last batch that contained new entries.
     std::optional<tavrin::Date> cursor_;
-    /// Ends the streaming that runs.
+    /// Cancels `pump_`. Empty while streaming is stopped.
     std::optional<tavrin::CancellationSource> streaming_;
     QCoro::Task<> pump_;
 };

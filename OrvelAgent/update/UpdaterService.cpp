@@ -14,8 +14,7 @@ namespace orvel {
 
 namespace {
 
-/// Whether the text is a URL and its scheme is exactly "https", which QUrl would say of "HTTPS"
-/// too.
+/// Compares the scheme itself, because QUrl also accepts "HTTPS".
 bool isHTTPS(std::string_view text) {
     return text.starts_with("https:") && QUrl(QString::fromUtf8(text), QUrl::StrictMode).isValid();
 }

@@ -34,15 +34,14 @@ public:
     [[nodiscard]] const std::optional<std::string>& configurationError() const {
         return configurationError_;
     }
-    /// Empty until this process has checked.
+    /// Empty until the first check of this process has finished.
     [[nodiscard]] std::optional<tavrin::Date> lastCheck() const { return lastCheck_; }
-    /// A scheduled check found an update that the user has not seen yet.
+    /// A scheduled check has found an update that the user has not seen.
     [[nodiscard]] bool updateAwaitingAttention() const { return updateAwaitingAttention_; }
-    /// Why the user's last choice about updates holds for this launch only; a sentence for the
-    /// user.
+    /// Why the user's last choice about updates was not saved. A sentence for the user.
     [[nodiscard]] const std::optional<std::string>& settingsError() const { return settingsError_; }
 
-    /// Scheduled finds are announced by the status icon, not by a window that takes the focus.
+    /// An update found by a scheduled check is shown on the status icon, not in a window.
     [[nodiscard]] bool supportsGentleScheduledUpdateReminders() const { return true; }
 
 Q_SIGNALS:
@@ -51,7 +50,7 @@ Q_SIGNALS:
 private:
     void standardUserDriverWillHandleShowingUpdate(bool isUserInitiated);
     void standardUserDriverDidReceiveUserAttention();
-    // The observer's calls, answered under the names that Sparkle gives them.
+    // These forward the observer's calls to functions with Sparkle's names.
     [[nodiscard]] bool wantsGentleOffers() const override {
         return supportsGentleScheduledUpdateReminders();
     }

@@ -7,8 +7,7 @@ namespace orvel {
 
 class Bundle;
 
-/// The history in the bundle's change log; without releases when that is missing, cannot be read
-/// or is not UTF-8.
+/// Without releases if the change log is missing, unreadable or not UTF-8.
 [[nodiscard]] tavrin::VersionHistory loadVersionHistory(const Bundle& bundle);
 
 } // namespace orvel

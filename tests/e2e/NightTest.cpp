@@ -97,7 +97,7 @@ protected:
         const auto timers = with_.clock.untilTimers();
         const auto longest = std::ranges::max_element(timers);
         // The timer of the flashing icon does not count.
-        return longest != timers.end() && *longest > AttentionFlash::brandBeat
+        return longest != timers.end() && *longest > AttentionFlash::brandDuration
                    ? std::optional(*longest)
                    : std::nullopt;
     }

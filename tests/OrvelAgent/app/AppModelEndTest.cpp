@@ -165,7 +165,7 @@ TEST_F(AppModelEndTest, ItMayBeDestroyedWhileItSleeps) {
 
 TEST_F(AppModelEndTest, ItMayBeDestroyedWhileItFlashes) {
     startSignedOut();
-    with_.clock.advance(AttentionFlash::brandBeat);
+    with_.clock.advance(AttentionFlash::brandDuration);
     expectToEndWithoutATrace();
 }
 

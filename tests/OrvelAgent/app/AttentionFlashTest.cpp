@@ -32,11 +32,11 @@ TEST_F(AttentionFlashTest, AttentionFlashesForLessThanASecondEveryThree) {
         EXPECT_EQ(model_->statusAccessibilityLabel(), "Orvel Agent");
         const int flashChanges = flashChanges_;
         const int changes = changes_;
-        with_.clock.advance(AttentionFlash::brandBeat);
+        with_.clock.advance(AttentionFlash::brandDuration);
         EXPECT_EQ(model_->statusIcon(), StatusIcon::Attention);
         EXPECT_EQ(model_->statusAccessibilityLabel(), "Orvel Agent: Sign in to start collecting.");
         EXPECT_EQ(flashChanges_, flashChanges + 1);
-        with_.clock.advance(AttentionFlash::alertBeat);
+        with_.clock.advance(AttentionFlash::alertDuration);
         EXPECT_EQ(flashChanges_, flashChanges + 2);
         EXPECT_EQ(changes_, changes) << "nothing else follows the flash";
     }
@@ -44,17 +44,17 @@ TEST_F(AttentionFlashTest, AttentionFlashesForLessThanASecondEveryThree) {
 
 TEST_F(AttentionFlashTest, TheFlashIsNeverStuckOnTheAttentionSymbol) {
     startSignedOut();
-    with_.clock.advance(AttentionFlash::brandBeat);
+    with_.clock.advance(AttentionFlash::brandDuration);
     ASSERT_TRUE(model_->attentionFlashOn());
     model_->collector().setPaused(true);
     EXPECT_FALSE(model_->attentionFlashOn());
-    with_.clock.advance(AttentionFlash::brandBeat);
+    with_.clock.advance(AttentionFlash::brandDuration);
     EXPECT_FALSE(model_->attentionFlashOn());
 
     // And begins anew with the brand image.
     model_->collector().setPaused(false);
     EXPECT_EQ(model_->statusIcon(), StatusIcon::Brand);
-    with_.clock.advance(AttentionFlash::brandBeat);
+    with_.clock.advance(AttentionFlash::brandDuration);
     EXPECT_EQ(model_->statusIcon(), StatusIcon::Attention);
     model_->syncAttentionFlash();
     EXPECT_EQ(model_->statusIcon(), StatusIcon::Attention);
@@ -66,13 +66,14 @@ TEST_F(AttentionFlashTest, TheFlashIsNeverStuckOnTheAttentionSymbol) {
 
 TEST_F(AttentionFlashTest, WithReducedMotionAttentionIsASteadyImage) {
     startSignedOut();
-    with_.clock.advance(AttentionFlash::brandBeat);
+    with_.clock.advance(AttentionFlash::brandDuration);
     EXPECT_EQ(model_->statusIcon(), StatusIcon::Attention);
     with_.motionPreference.setReducesMotion(true);
     EXPECT_FALSE(model_->attentionFlashOn());
     const int changes = changes_;
     const int flashChanges = flashChanges_;
-    for (const tavrin::Seconds beat : {AttentionFlash::brandBeat, AttentionFlash::alertBeat}) {
+    for (const tavrin::Seconds beat :
+         {AttentionFlash::brandDuration, AttentionFlash::alertDuration}) {
         EXPECT_EQ(model_->statusIcon(), StatusIcon::BrandAlert);
         EXPECT_EQ(model_->statusAccessibilityLabel(), "Orvel Agent: Sign in to start collecting.");
         with_.clock.advance(beat);
@@ -83,7 +84,7 @@ TEST_F(AttentionFlashTest, WithReducedMotionAttentionIsASteadyImage) {
     with_.motionPreference.setReducesMotion(false);
     EXPECT_EQ(changes_, changes + 1);
     EXPECT_EQ(model_->statusIcon(), StatusIcon::Brand);
-    with_.clock.advance(AttentionFlash::brandBeat);
+    with_.clock.advance(AttentionFlash::brandDuration);
     EXPECT_EQ(model_->statusIcon(), StatusIcon::Attention);
 }
 

@@ -302,9 +302,9 @@ TEST_F(MenuBarContentViewTest, TheAttentionFlashDoesNotRefreshIt) {
     const std::string before = text({"messageCount"});
     // A value without a signal: the panel shows it at its next refresh.
     agent_->with.userDefaults.setInteger(WatermarkStore::last24hKey, 7);
-    agent_->with.clock.advance(AttentionFlash::brandBeat);
+    agent_->with.clock.advance(AttentionFlash::brandDuration);
     ASSERT_TRUE(agent_->model().attentionFlashOn());
-    agent_->with.clock.advance(AttentionFlash::alertBeat);
+    agent_->with.clock.advance(AttentionFlash::alertDuration);
     ASSERT_FALSE(agent_->model().attentionFlashOn());
     EXPECT_EQ(text({"messageCount"}), before);
     agent_->model().collector().setPaused(true);

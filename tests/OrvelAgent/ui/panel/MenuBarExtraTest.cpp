@@ -102,17 +102,17 @@ TEST_F(MenuBarExtraTest, TheIconBearsTheStatusInWords) {
     ASSERT_NE(extra_->trayIcon(), nullptr);
     EXPECT_TRUE(extra_->trayIcon()->isVisible());
     EXPECT_FALSE(extra_->trayIcon()->icon().isNull());
-    with_.clock.advance(AttentionFlash::brandBeat);
+    with_.clock.advance(AttentionFlash::brandDuration);
     EXPECT_EQ(
         extra_->trayIcon()->toolTip(), QStringLiteral("Orvel Agent: Sign in to start collecting."));
-    with_.clock.advance(AttentionFlash::alertBeat);
+    with_.clock.advance(AttentionFlash::alertDuration);
     EXPECT_EQ(extra_->trayIcon()->toolTip(), QStringLiteral("Orvel Agent"));
 }
 
 TEST_F(MenuBarExtraTest, TheTrayTellsScreenReadersTheStatus) {
     begin();
     EXPECT_EQ(with_.tray.title, "Orvel Agent");
-    with_.clock.advance(AttentionFlash::brandBeat);
+    with_.clock.advance(AttentionFlash::brandDuration);
     EXPECT_EQ(with_.tray.title, "Orvel Agent: Sign in to start collecting.");
     // Each tray has an icon of its own.
     with_.tray.setAvailable(false);
@@ -127,7 +127,7 @@ TEST_F(MenuBarExtraTest, TheTrayTellsScreenReadersTheStatus) {
 TEST_F(MenuBarExtraTest, TheIconFollowsTheStatus) {
     begin();
     const qint64 brand = extra_->trayIcon()->icon().cacheKey();
-    with_.clock.advance(AttentionFlash::brandBeat);
+    with_.clock.advance(AttentionFlash::brandDuration);
     const qint64 attention = extra_->trayIcon()->icon().cacheKey();
     EXPECT_NE(attention, brand);
     Q_EMIT model_->changed();
