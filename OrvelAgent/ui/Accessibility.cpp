@@ -32,21 +32,19 @@ QHash<QString, QAccessible::Role> makeRoles() {
     add(SettingsView::staticMetaObject, QAccessible::Window);
     add(VersionHistoryWindow::staticMetaObject, QAccessible::Window);
     add(Badge::staticMetaObject, QAccessible::StaticText);
-    // What it is; nothing announces it while the panel is closed.
     add(BlockedBanner::staticMetaObject, QAccessible::Notification);
     add(ChangeRow::staticMetaObject, QAccessible::Grouping);
     add(Divider::staticMetaObject, QAccessible::Separator);
     add(Prompt::staticMetaObject, QAccessible::Grouping);
     add(QScrollArea::staticMetaObject, QAccessible::Pane);
     add(ReleaseSection::staticMetaObject, QAccessible::Grouping);
-    // A progress bar would promise a value.
+    // Not a progress bar: screen readers would expect a value.
     add(Spinner::staticMetaObject, QAccessible::Animation);
     add(SymbolLabel::staticMetaObject, QAccessible::Graphic);
     return roles;
 }
 
-/// Asked for the class of the object first, then for the one it derives from, and so on. A widget
-/// in its last destructor is of no class of these, so nothing is kept for it.
+/// Qt calls this with the name of the object's class, then with the names of its base classes.
 QAccessibleInterface* makeInterface(const QString& type, QObject* object) {
     static const QHash<QString, QAccessible::Role> roles = makeRoles();
     auto* const widget = qobject_cast<QWidget*>(object);

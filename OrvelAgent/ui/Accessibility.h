@@ -3,8 +3,8 @@
 
 namespace orvel {
 
-/// Tells screen readers what the windows and the widgets of ours are, where Qt would only know that
-/// they are widgets. For all that are made from then on; once, after the application is made.
+/// Gives our own windows and widgets their accessible roles. Call it once, after the application
+/// object exists and before the first widget.
 void installAccessibility();
 
 } // namespace orvel

@@ -26,7 +26,7 @@ bool isTitled(const QWidget& window) {
 AppDelegate::AppDelegate(ApplicationFocus& focus) : focus_(focus) {
     connect(qGuiApp, &QGuiApplication::focusWindowChanged, this, &AppDelegate::windowBecameKey);
     connect(qGuiApp, &QGuiApplication::screenAdded, this, &AppDelegate::watch);
-    // Qt moves the windows of a screen that goes only after it has told us.
+    // Queued, because Qt moves the windows of a removed screen only after this signal.
     connect(
         qGuiApp,
         &QGuiApplication::screenRemoved,

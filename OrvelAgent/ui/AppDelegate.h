@@ -11,18 +11,17 @@ namespace orvel {
 
 class ApplicationFocus;
 
-/// Keeps every window with a title bar where the user can see and reach it: on a connected screen,
-/// and in front when it gets the focus. Borrows the application focus.
+/// Keeps every window with a title bar on a connected screen, and raises it when it gets the focus.
+/// Borrows the application focus.
 class AppDelegate final : public QObject {
     Q_OBJECT
 
 public:
     explicit AppDelegate(ApplicationFocus& focus);
 
-    /// Of all windows with a title bar.
     void rescueAllWindows();
 
-    /// Centres a window of which no screen shows any part.
+    /// Centres the window on the primary screen if no part of it is on any screen.
     static void rescueOffscreen(QWidget& window);
 
 private:

@@ -25,7 +25,7 @@ TavrinMacApp::TavrinMacApp(
           model_,
           MenuBarExtra::Ports{
               *platform.tray, *platform.instanceRegistry, *platform.clock, *platform.logStore})) {
-    // An installed bundle says so itself, but not a program from a build tree.
+    // An installed bundle declares this itself. A program run from the build tree does not.
     platform_.applicationFocus->setActivationPolicy(ApplicationFocus::ActivationPolicy::Accessory);
     connect(menuBarExtra_.get(), &MenuBarExtra::versionHistoryRequested, this, [this] {
         openWindow(QString::fromLatin1(versionHistory));
@@ -117,7 +117,7 @@ bool TavrinMacApp::eventFilter(QObject* watched, QEvent* event) {
     if (event->type() == QEvent::Close) {
         auto* const window = qobject_cast<QWidget*>(watched);
         geometry_.save(*window);
-        // It lives a little longer, but is not to be opened again.
+        // The closed window is deleted later. `openWindow` must not show it again.
         windows_.erase(window->objectName());
     }
     return QObject::eventFilter(watched, event);

@@ -19,30 +19,30 @@ class QWidget;
 
 namespace orvel {
 
-/// The application: the one model, the icon in the tray, and the windows that open on request. A
-/// window exists while it is open, and remembers where it was.
+/// Owns the model, the tray icon and the windows.
 ///
-/// Borrows the platform and the presenter of updates.
+/// A window exists only while it is open. Its geometry is saved when it closes. Borrows the
+/// platform and the update presenter.
 class TavrinMacApp final : public QObject {
     Q_OBJECT
 
 public:
-    // The windows, which are also their object names.
+    // Names of the windows, also used as their object names.
     static constexpr auto activityLog = "activity-log";
     static constexpr auto versionHistory = "version-history";
     static constexpr auto settings = "settings";
 
-    /// Begins to collect, and shows the icon.
+    /// Starts collecting and shows the icon.
     TavrinMacApp(
         Platform& platform,
         UpdatePresenter& updatePresenter,
         CollectorService::Options options = {});
     ~TavrinMacApp() override;
 
-    /// Opens the window of that name, or brings it to the front when it is open.
+    /// If the window is already open, brings it to the front.
     void openWindow(const QString& name);
 
-    /// The windows and the icon go at once; then ends what the model does. Never throws.
+    /// Closes the windows and removes the icon at once, then stops the model. Never throws.
     QCoro::Task<> stop();
 
     [[nodiscard]] AppModel& model() { return model_; }
@@ -54,7 +54,7 @@ protected:
 private:
     struct Scene {
         QString title;
-        /// Fitted to its content when absent.
+        /// Without it, the window fits its content.
         std::optional<QSize> defaultSize;
         std::function<QWidget*()> makeContent;
     };

@@ -21,8 +21,8 @@ std::string keyOf(const QWidget& window) {
     return "window." + window.objectName().toStdString();
 }
 
-/// Whether it is that of a window of which no screen would show any part.
-bool isLost(const QByteArray& geometry) {
+/// Reads the frame from the format that `QWidget::saveGeometry` writes.
+bool isOffscreen(const QByteArray& geometry) {
     QDataStream stream(geometry);
     stream.setVersion(QDataStream::Qt_4_0);
     quint32 magic = 0;
@@ -41,7 +41,7 @@ write(Worker* worker, tavrin::UserDefaults* defaults, std::string key, std::stri
         try {
             defaults->setString(key, geometry);
         } catch (const std::exception&) {
-            // The window opens at its usual place next time.
+            // Not worth an error message: the window just opens at its default position.
         }
     };
     co_await worker->run(std::move(job));
@@ -63,8 +63,9 @@ bool WindowGeometry::restore(QWidget& window) const {
     if (!window.restoreGeometry(geometry)) {
         return false;
     }
-    if (const QScreen* primary = QGuiApplication::primaryScreen(); primary && isLost(geometry)) {
-        // Qt would put it into a corner.
+    if (const QScreen* primary = QGuiApplication::primaryScreen();
+        primary && isOffscreen(geometry)) {
+        // `restoreGeometry` would leave the window in a corner.
         window.move(primary->availableGeometry().center() - window.rect().center());
     }
     return true;

@@ -19,8 +19,8 @@ namespace orvel {
 
 class Worker;
 
-/// Where the user left the windows, by their object names, in the user defaults. A place that
-/// cannot be saved is no loss worth telling of. Borrows the defaults.
+/// Saves and restores the windows' geometry in the user defaults, keyed by object name. Failures to
+/// save are ignored. Borrows the defaults.
 class WindowGeometry final {
 public:
     explicit WindowGeometry(tavrin::UserDefaults& defaults);
@@ -28,18 +28,17 @@ public:
     WindowGeometry(const WindowGeometry&) = delete;
     WindowGeometry& operator=(const WindowGeometry&) = delete;
 
-    /// Puts the window where it was left, or in the middle of the screen when the one where it was
-    /// left is gone. Gives false when that is not known.
+    /// Centres the window on the primary screen if its saved position is on no connected screen.
+    /// Returns false if no geometry was saved.
     bool restore(QWidget& window) const;
 
-    /// In the background; what is still to be written then is written by the destructor.
+    /// Writes on a worker thread. The destructor waits for pending writes.
     void save(const QWidget& window);
 
 private:
     tavrin::UserDefaults& defaults_;
-    /// Made when first needed: most launches move no window.
+    /// Created on first use, because most runs never save a geometry.
     std::unique_ptr<Worker> worker_;
-    /// Those that may still be under way.
     std::vector<QCoro::Task<>> writes_;
 };
 

@@ -38,17 +38,17 @@ void Notice::set(std::optional<Symbol> symbol, const QString& text) {
     symbol_ = symbol;
     picture_->setVisible(symbol.has_value());
     text_->setText(text);
-    updateLook();
+    updateStyle();
 }
 
 void Notice::changeEvent(QEvent* event) {
     QWidget::changeEvent(event);
     if (event->type() == QEvent::PaletteChange) {
-        updateLook();
+        updateStyle();
     }
 }
 
-void Notice::updateLook() {
+void Notice::updateStyle() {
     if (symbol_) {
         picture_->setPixmap(symbolPixmap(
             *symbol_,

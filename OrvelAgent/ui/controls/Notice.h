@@ -27,7 +27,7 @@ protected:
     void changeEvent(QEvent* event) override;
 
 private:
-    void updateLook();
+    void updateStyle();
 
     std::optional<Symbol> symbol_;
     QLabel* picture_;

@@ -11,7 +11,7 @@ SelectableLabel::SelectableLabel(
     : QLabel(text, parent), style_(style), role_(role) {
     setTextFormat(Qt::PlainText);
     setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
-    updateLook();
+    updateStyle();
 }
 
 void SelectableLabel::changeEvent(QEvent* event) {
@@ -19,11 +19,11 @@ void SelectableLabel::changeEvent(QEvent* event) {
     // What this sets itself is no change, so that it ends.
     if (event->type() == QEvent::ApplicationFontChange || event->type() == QEvent::PaletteChange ||
         event->type() == QEvent::LayoutDirectionChange) {
-        updateLook();
+        updateStyle();
     }
 }
 
-void SelectableLabel::updateLook() {
+void SelectableLabel::updateStyle() {
     setFont(Theme::font(style_));
     // Where the window's text begins, in whatever direction this one runs.
     if (!alignment().testFlag(Qt::AlignHCenter)) {

@@ -23,7 +23,7 @@ protected:
     void changeEvent(QEvent* event) override;
 
 private:
-    void updateLook();
+    void updateStyle();
 
     const Theme::TextStyle style_;
     const Theme::Role role_;

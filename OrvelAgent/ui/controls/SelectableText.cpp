@@ -34,7 +34,7 @@ SelectableText::SelectableText(Theme::TextStyle style, Theme::Role role, QWidget
     QSizePolicy policy(QSizePolicy::Preferred, QSizePolicy::Minimum);
     policy.setHeightForWidth(true);
     setSizePolicy(policy);
-    updateLook();
+    updateStyle();
 }
 
 void SelectableText::setText(const QString& text) {
@@ -66,7 +66,7 @@ void SelectableText::changeEvent(QEvent* event) {
     // What this sets itself is no change, so that it ends.
     if (event->type() == QEvent::ApplicationFontChange || event->type() == QEvent::PaletteChange ||
         event->type() == QEvent::LayoutDirectionChange) {
-        updateLook();
+        updateStyle();
     }
 }
 
@@ -75,7 +75,7 @@ void SelectableText::wheelEvent(QWheelEvent* event) {
     event->ignore();
 }
 
-void SelectableText::updateLook() {
+void SelectableText::updateStyle() {
     setFont(Theme::font(style_));
     // On the window's side, in the text's own direction.
     QTextOption option = document()->defaultTextOption();

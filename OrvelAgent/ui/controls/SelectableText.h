@@ -28,7 +28,7 @@ protected:
     void wheelEvent(QWheelEvent* event) override;
 
 private:
-    void updateLook();
+    void updateStyle();
 
     const Theme::TextStyle style_;
     const Theme::Role role_;

@@ -13,8 +13,8 @@ namespace orvel {
 
 namespace {
 
-/// Tells the local time; of many entries of one second only once.
-class TimeText final {
+/// Formats local times. Reuses the last text, because many entries share one second.
+class TimeFormatter final {
 public:
     const QString& operator()(tavrin::Date date) {
         const auto second = static_cast<qint64>(std::floor(date.time_since_epoch().count()));
@@ -30,7 +30,7 @@ private:
     QString text_;
 };
 
-/// Without what would begin another line or another column.
+/// Replaces control characters and line separators by spaces, to keep one line per entry.
 QString singleLine(std::string_view text) {
     QString line = QString::fromUtf8(text);
     for (QChar& character : line) {
@@ -117,7 +117,7 @@ void LogListModel::update(int inserted, int dropped) {
 
 std::deque<LogListModel::Row> LogListModel::rowsOf(std::size_t entryCount) const {
     std::deque<Row> rows;
-    TimeText timeText;
+    TimeFormatter timeText;
     for (std::size_t index = 0; index < entryCount; ++index) {
         const LogReader::Entry& entry = reader_.entries()[index];
         if (!isProblemsOnly_ || isProblem(entry)) {

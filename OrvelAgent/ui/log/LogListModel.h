@@ -11,8 +11,7 @@
 
 namespace orvel {
 
-/// What the activity window lists: the reader's entries as single lines, the newest first, or only
-/// the problems among them.
+/// Lists the reader's entries as single lines, newest first, optionally only the problems.
 ///
 /// Main thread. Borrows the reader, which must outlive it.
 class LogListModel final : public QAbstractListModel {
@@ -20,27 +19,27 @@ class LogListModel final : public QAbstractListModel {
 
 public:
     enum Role {
-        /// A quint64 that only ever grows: the later entry has the larger number, whatever is
-        /// filtered out between two of them.
+        /// A quint64 that identifies the entry. Later entries have larger numbers. The filter does
+        /// not change them.
         NumberRole = Qt::UserRole,
         TimeRole,
         CategoryRole,
         MessageRole,
-        /// Of the level of an error or a fault.
+        /// Whether the entry's level is error or fault.
         ProblemRole,
     };
 
     explicit LogListModel(const LogReader& reader, QObject* parent = nullptr);
 
-    /// Resets the model when that is new.
+    /// Resets the model if the value changes.
     void setProblemsOnly(bool isProblemsOnly);
 
     [[nodiscard]] int rowCount(const QModelIndex& parent = {}) const override;
-    /// The whole line for `Qt::DisplayRole`, for other programs to read.
+    /// `Qt::DisplayRole` gives the whole line, for screen readers.
     [[nodiscard]] QVariant data(const QModelIndex& index, int role) const override;
 
-    /// The row of that entry or, when it is not listed, of the newest one before it; the number of
-    /// rows when there is none.
+    /// The row of the entry with that number. If it is not listed, the row of the next older entry,
+    /// or `rowCount()` if there is none.
     [[nodiscard]] int rowAt(std::uint64_t number) const;
 
 private:
@@ -53,12 +52,12 @@ private:
     };
 
     void update(int inserted, int dropped);
-    /// The rows for the newest entries of the reader.
+    /// Rows for the newest `entryCount` entries.
     [[nodiscard]] std::deque<Row> rowsOf(std::size_t entryCount) const;
 
     const LogReader& reader_;
     bool isProblemsOnly_ = false;
-    /// Of the reader's newest entry; 0 before the first.
+    /// The number of the reader's newest entry. 0 before the first.
     std::uint64_t newest_ = 0;
     std::deque<Row> rows_;
 };

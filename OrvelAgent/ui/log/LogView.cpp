@@ -20,7 +20,7 @@ namespace orvel {
 
 namespace {
 
-/// Sets the lines apart.
+/// Adds space between the lines.
 class SpacedLayout final : public QPlainTextDocumentLayout {
 public:
     using QPlainTextDocumentLayout::QPlainTextDocumentLayout;
@@ -49,7 +49,7 @@ LogView::LogView(const LogListModel& model, QWidget* parent)
     setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
     setLineWrapMode(NoWrap);
     setFrameShape(NoFrame);
-    // Times and categories stand on the left, also among texts that run from right to left.
+    // The columns start on the left even if the desktop or a text runs from right to left.
     setLayoutDirection(Qt::LeftToRight);
 
     connect(
@@ -63,15 +63,15 @@ LogView::LogView(const LogListModel& model, QWidget* parent)
         this,
         [this](const QModelIndex&, int first, int last) { removeRows(first, last); });
     connect(&model_, &QAbstractItemModel::modelReset, this, &LogView::reload);
-    connect(verticalScrollBar(), &QScrollBar::valueChanged, this, &LogView::notePlace);
-    updateLook();
+    connect(verticalScrollBar(), &QScrollBar::valueChanged, this, &LogView::rememberTopEntry);
+    updateStyle();
     reload();
 }
 
 void LogView::changeEvent(QEvent* event) {
     QPlainTextEdit::changeEvent(event);
     if (event->type() == QEvent::ApplicationFontChange) {
-        updateLook();
+        updateStyle();
     } else if (event->type() == QEvent::PaletteChange) {
         reload();
     }
@@ -79,9 +79,9 @@ void LogView::changeEvent(QEvent* event) {
 
 void LogView::insertRows(int first, int last) {
     const QScopedValueRollback updating(isUpdating_, true);
-    if (!place_ && textCursor().hasSelection()) {
-        // The row at the top has moved down.
-        place_ = model_.index(last + 1).data(LogListModel::NumberRole).toULongLong();
+    if (!topEntry_ && textCursor().hasSelection()) {
+        // Keep the entry that was at the top before the insertion.
+        topEntry_ = model_.index(last + 1).data(LogListModel::NumberRole).toULongLong();
     }
     const QTextCharFormat secondary = formatOf(Theme::Role::Secondary, palette());
     const QTextCharFormat primary = formatOf(Theme::Role::Primary, palette());
@@ -109,7 +109,7 @@ void LogView::insertRows(int first, int last) {
         }
     }
     cursor.endEditBlock();
-    keepPlace();
+    restoreTopEntry();
 }
 
 void LogView::removeRows(int first, int last) {
@@ -119,12 +119,12 @@ void LogView::removeRows(int first, int last) {
     if (end.isValid()) {
         cursor.setPosition(end.position(), QTextCursor::KeepAnchor);
     } else {
-        // The line break before them goes instead of the one after.
+        // The last rows have no line break after them, so remove the one before.
         cursor.movePosition(QTextCursor::PreviousCharacter);
         cursor.movePosition(QTextCursor::End, QTextCursor::KeepAnchor);
     }
     cursor.removeSelectedText();
-    keepPlace();
+    restoreTopEntry();
 }
 
 void LogView::reload() {
@@ -135,7 +135,7 @@ void LogView::reload() {
     }
 }
 
-void LogView::updateLook() {
+void LogView::updateStyle() {
     const QFont font = Theme::font(Theme::TextStyle::Monospaced);
     setFont(font);
     const QFontMetrics metrics(font);
@@ -152,18 +152,18 @@ void LogView::updateLook() {
     document()->setDefaultTextOption(option);
 }
 
-void LogView::notePlace() {
+void LogView::rememberTopEntry() {
     if (!isUpdating_) {
         const int row = verticalScrollBar()->value();
-        place_.reset();
+        topEntry_.reset();
         if (row > 0) {
-            place_ = model_.index(row).data(LogListModel::NumberRole).toULongLong();
+            topEntry_ = model_.index(row).data(LogListModel::NumberRole).toULongLong();
         }
     }
 }
 
-void LogView::keepPlace() {
-    verticalScrollBar()->setValue(place_ ? model_.rowAt(*place_) : 0);
+void LogView::restoreTopEntry() {
+    verticalScrollBar()->setValue(topEntry_ ? model_.rowAt(*topEntry_) : 0);
 }
 
 } // namespace orvel

@@ -10,16 +10,16 @@ namespace orvel {
 
 class LogListModel;
 
-/// A log as text in columns, one line for each entry, to be selected and copied.
+/// Shows the log as selectable text in columns, one line per entry.
 ///
-/// At the very top it shows what arrives. Further down, or while some of it is selected, what the
-/// user looks at stays in its place, whatever comes, goes or is filtered out. Borrows the model,
+/// Scrolled to the top, it follows new entries. Scrolled down, or while text is selected, the
+/// visible lines stay in place when entries are added, removed or filtered. Borrows the model,
 /// which must outlive it.
 class LogView final : public QPlainTextEdit {
     Q_OBJECT
 
 public:
-    /// At the usual text size; wider where the text is larger.
+    /// In pixels. The column is wider if larger text needs it.
     static constexpr int categoryWidth = 66;
 
     explicit LogView(const LogListModel& model, QWidget* parent = nullptr);
@@ -31,15 +31,15 @@ private:
     void insertRows(int first, int last);
     void removeRows(int first, int last);
     void reload();
-    /// In the font, in columns.
-    void updateLook();
-    void notePlace();
-    void keepPlace();
+    /// Sets the font and the column stops.
+    void updateStyle();
+    void rememberTopEntry();
+    void restoreTopEntry();
 
     const LogListModel& model_;
-    /// The entry at the top of the view; none while the view follows the newest one.
-    std::optional<std::uint64_t> place_;
-    /// Scrolling is this object's doing, not the user's.
+    /// The number of the entry at the top. Empty while the view follows new entries.
+    std::optional<std::uint64_t> topEntry_;
+    /// True while the code, not the user, moves the scroll bar.
     bool isUpdating_ = false;
 };
 

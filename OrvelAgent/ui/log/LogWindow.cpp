@@ -24,12 +24,6 @@
 
 namespace orvel {
 
-namespace {
-
-constexpr QSize minimumWindowSize(620, 380);
-
-} // namespace
-
 LogWindow::LogWindow(
     LogStore& store, Clock& clock, LogReader::Subsystems subsystems, QWidget* parent)
     : QWidget(parent),
@@ -44,7 +38,7 @@ LogWindow::LogWindow(
       notice_(new Notice) {
     setObjectName(QStringLiteral("activity-log"));
     setWindowTitle(tr("Orvel Agent Activity"));
-    setMinimumSize(minimumWindowSize);
+    setMinimumSize(620, 380);
 
     problemsOnly_->setObjectName(QStringLiteral("problemsOnly"));
     copyAll_->setObjectName(QStringLiteral("copyAll"));
@@ -74,12 +68,12 @@ LogWindow::LogWindow(
         updateContent();
     });
     connect(copyAll_, &QPushButton::clicked, this, &LogWindow::copyAll);
-    updateLook();
+    updateStyle();
     updateContent();
 }
 
 LogWindow::~LogWindow() {
-    // Before the model, which goes before the reader.
+    // The list uses the model, which is destroyed before the base class deletes the children.
     delete list_;
 }
 
@@ -96,7 +90,7 @@ void LogWindow::hideEvent(QHideEvent* event) {
 void LogWindow::changeEvent(QEvent* event) {
     QWidget::changeEvent(event);
     if (event->type() == QEvent::ApplicationFontChange || event->type() == QEvent::PaletteChange) {
-        updateLook();
+        updateStyle();
     }
 }
 
@@ -130,12 +124,13 @@ void LogWindow::showCopied(bool isCopied) {
         isCopied ? Symbol::CheckMark : Symbol::DocOnDoc, palette().color(QPalette::ButtonText)));
 }
 
-void LogWindow::updateLook() {
+void LogWindow::updateStyle() {
     problemsOnly_->setFont(Theme::font(Theme::TextStyle::Caption));
     const bool isCopied = confirming_ != nullptr;
     int width = 0;
-    for (const bool other : {!isCopied, isCopied}) {
-        showCopied(other);
+    // Wide enough for both texts. The current one comes last and stays.
+    for (const bool shown : {!isCopied, isCopied}) {
+        showCopied(shown);
         width = std::max(width, copyAll_->sizeHint().width());
     }
     copyAll_->setMinimumWidth(width);

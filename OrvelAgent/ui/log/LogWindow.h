@@ -20,14 +20,13 @@ class LogView;
 class Notice;
 class StreamingIndicator;
 
-/// Lets the user watch what the agent does: its own log, read while the window is open.
-///
-/// Borrows store and clock.
+/// Shows the agent's own log, which is read only while the window is visible. Borrows store and
+/// clock.
 class LogWindow final : public QWidget {
     Q_OBJECT
 
 public:
-    /// How long the button says that it has copied.
+    /// How long the button shows "Copied".
     static constexpr tavrin::Seconds confirmation{2};
 
     LogWindow(
@@ -43,7 +42,7 @@ private:
     void updateContent();
     void copyAll();
     void showCopied(bool isCopied);
-    void updateLook();
+    void updateStyle();
 
     Clock& clock_;
     LogReader reader_;

@@ -8,7 +8,7 @@ namespace orvel {
 class Dot;
 class SelectableLabel;
 
-/// Whether the log is being followed: a dot, and the word for it.
+/// A dot and a word that show whether the log is being followed.
 class StreamingIndicator final : public QWidget {
     Q_OBJECT
 

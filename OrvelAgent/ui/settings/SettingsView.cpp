@@ -51,7 +51,7 @@ void choose(QComboBox* picker, Choice choice) {
     picker->setCurrentIndex(picker->findData(static_cast<int>(choice)));
 }
 
-/// A picker with its name above and the explanation below.
+/// A picker with its label above it and the explanation below.
 QLayout* makeChoice(const QString& name, QComboBox* picker, const QString& explanation) {
     auto* label = new QLabel(name);
     label->setBuddy(picker);
@@ -191,7 +191,7 @@ QWidget* SettingsView::makePrivacyTab() {
         static_cast<void>(model_.rescanFromBeginning());
         updateContent();
     });
-    // Its place is kept, so that nothing moves under the pointer.
+    // Reserve its space, so that showing it does not move other controls under the pointer.
     QSizePolicy policy = rescanNote_->sizePolicy();
     policy.setRetainSizeWhenHidden(true);
     rescanNote_->setSizePolicy(policy);
@@ -276,7 +276,7 @@ void SettingsView::updateSize() {
     const int width = std::max(contentSize.width(), minimumSizeHint().width());
     int height = 0;
     for (int index = 0; index < tabs_->count(); ++index) {
-        // A tab that is not shown would not be asked.
+        // Hidden pages count too, so that switching tabs does not resize the window.
         const QWidget* page = tabs_->widget(index);
         height = std::max(
             height,

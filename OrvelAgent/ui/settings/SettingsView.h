@@ -14,10 +14,10 @@ class AppModel;
 class Bundle;
 class SelectableLabel;
 
-/// The user's choices, in two tabs: how the agent runs, and what it collects.
+/// The settings window, with two tabs: how the agent runs, and what it collects.
 ///
-/// Of a fixed size; larger only where larger text would be cut. Borrows the model. The version and
-/// the build come from the bundle, which is read at once.
+/// Its size is fixed, and larger only if larger text needs it. Borrows the model. The bundle is
+/// read only by the constructor.
 class SettingsView final : public QWidget {
     Q_OBJECT
 
@@ -37,7 +37,6 @@ private:
     [[nodiscard]] QWidget* makePrivacyTab();
     void updateContent();
     void updateIcons();
-    /// To what the texts need.
     void updateSize();
     void setChecksAutomatically(bool isAutomatic);
     void checkForUpdates();

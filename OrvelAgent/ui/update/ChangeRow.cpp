@@ -28,7 +28,7 @@ ChangeRow::ChangeRow(const tavrin::VersionHistory::Change& change, QWidget* pare
     : QWidget(parent),
       badge_(new Badge(
           QString::fromStdString(change.label), roleOf(change.label), Badge::Shape::Filled)) {
-    // Whoever reads the text is told the label first.
+    // A screen reader announces the label before the text.
     setAccessibleName(badge_->text());
     badge_->setObjectName(QStringLiteral("label"));
     auto* text = new SelectableLabel(
@@ -40,20 +40,20 @@ ChangeRow::ChangeRow(const tavrin::VersionHistory::Change& change, QWidget* pare
     layout->setSpacing(Theme::controlSpacing);
     layout->addWidget(badge_, 0, Qt::AlignTop);
     layout->addWidget(text, 1);
-    updateLook();
+    updateStyle();
 }
 
 void ChangeRow::changeEvent(QEvent* event) {
     QWidget::changeEvent(event);
     if (event->type() == QEvent::ApplicationFontChange) {
-        updateLook();
+        updateStyle();
     }
 }
 
-void ChangeRow::updateLook() {
-    // The texts of the usual labels begin below each other, also where larger text needs more room.
-    const int usual = Badge::widthOf(QStringLiteral("Better"));
-    badge_->setFixedWidth(std::max({badgeWidth, usual, badge_->sizeHint().width()}));
+void ChangeRow::updateStyle() {
+    // At least as wide as the widest common label, so that the texts align at every text size.
+    const int widestCommon = Badge::widthOf(QStringLiteral("Better"));
+    badge_->setFixedWidth(std::max({badgeWidth, widestCommon, badge_->sizeHint().width()}));
 }
 
 } // namespace orvel

@@ -9,12 +9,12 @@ namespace orvel {
 
 class Badge;
 
-/// One change of a release: its label as a badge, and its text.
+/// One change of a release: the label as a badge, then the text.
 class ChangeRow final : public QWidget {
     Q_OBJECT
 
 public:
-    /// Wider only where the label would not fit.
+    /// In pixels. The badge is wider if its label needs it.
     static constexpr int badgeWidth = 46;
 
     explicit ChangeRow(const tavrin::VersionHistory::Change& change, QWidget* parent = nullptr);
@@ -23,7 +23,7 @@ protected:
     void changeEvent(QEvent* event) override;
 
 private:
-    void updateLook();
+    void updateStyle();
 
     Badge* badge_;
 };

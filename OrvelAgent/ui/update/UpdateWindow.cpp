@@ -16,11 +16,7 @@
 
 namespace orvel {
 
-namespace {
-
-constexpr int preferredWidth = 420;
-
-} // namespace
+static constexpr int preferredWidth = 420;
 
 UpdateWindow::UpdateWindow(QWidget* parent)
     : QDialog(parent),
@@ -50,7 +46,7 @@ UpdateWindow::UpdateWindow(QWidget* parent)
         buttons->addWidget(button);
         return button;
     };
-    // The usual answer is last, away from "Skip", which is hard to undo.
+    // The usual answer comes last, away from "Skip", which is hard to undo.
     auto* skip = addButton(tr("&Skip this version"), "skip");
     buttons->addStretch();
     auto* later = addButton(tr("&Later"), "later");
@@ -117,7 +113,7 @@ void UpdateWindow::focusUsualAnswer() {
 
 void UpdateWindow::present() {
     if (!isVisible()) {
-        // A height set by the user was for an earlier page.
+        // Discard a height that the user set for an earlier page.
         neededHeight_ = height();
         updateSize();
     }
@@ -143,11 +139,11 @@ bool UpdateWindow::event(QEvent* event) {
 }
 
 void UpdateWindow::updateSize() {
-    const int least = std::max(preferredWidth, minimumSizeHint().width());
-    const int width = std::max(least, this->width());
+    const int minimumWidth = std::max(preferredWidth, minimumSizeHint().width());
+    const int width = std::max(minimumWidth, this->width());
     const bool isFitted = height() <= neededHeight_;
     neededHeight_ = layout()->totalHeightForWidth(width);
-    setMinimumSize(least, neededHeight_);
+    setMinimumSize(minimumWidth, neededHeight_);
     resize(width, isFitted ? neededHeight_ : std::max(neededHeight_, height()));
 }
 

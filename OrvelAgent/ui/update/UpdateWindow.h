@@ -15,7 +15,7 @@ namespace orvel {
 
 class SelectableLabel;
 
-/// Shows one stage of an update with its buttons. It decides nothing.
+/// Shows one stage of an update with its buttons.
 ///
 /// Closing the window in any way, and every button that declines, emits `dismissed`.
 class UpdateWindow final : public QDialog {
@@ -32,7 +32,7 @@ public:
         QString notes;
         /// In percent; below 0 while the duration is unknown.
         std::optional<int> progress;
-        /// The usual answer first.
+        /// Starts with the usual answer.
         QList<Button> buttons;
     };
 
@@ -41,9 +41,8 @@ public:
     /// With reduced motion, a bar of unknown duration is hidden. When the usual answer is to
     /// install, it is not the default button: the page may appear while the user types.
     void setPage(const Page& page, bool reducesMotion);
-    /// Shows the window in front of all others.
     void present();
-    /// For a page that the user has just asked for.
+    /// Call it only for a page that the user has just requested: the Return key then confirms it.
     void focusUsualAnswer();
 
     void reject() override;

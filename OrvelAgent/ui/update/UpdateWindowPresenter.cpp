@@ -73,7 +73,7 @@ void UpdateWindowPresenter::showStage(const Offer& offer) {
 }
 
 void UpdateWindowPresenter::showInFocus() {
-    // Asking again takes back that the window was closed.
+    // A new request overrides an earlier closing of the window.
     isDeclined_ = false;
     present();
     window_->focusUsualAnswer();
@@ -81,14 +81,14 @@ void UpdateWindowPresenter::showInFocus() {
 
 void UpdateWindowPresenter::showStage(const Download& download) {
     const auto [received, expected] = download;
-    const double part =
+    const double fraction =
         expected == 0 ? 0 : static_cast<double>(received) / static_cast<double>(expected);
     setPage(
         State::Downloading,
         tr("Downloading version %1…").arg(updateVersion_),
         tr("%1 of %2").arg(sizeText(received), sizeText(expected)),
         {},
-        static_cast<int>(std::clamp(part, 0.0, 1.0) * 100));
+        static_cast<int>(std::clamp(fraction, 0.0, 1.0) * 100));
 }
 
 void UpdateWindowPresenter::showStage(const Verification&) {
@@ -108,7 +108,7 @@ void UpdateWindowPresenter::showStage(const ReadyToInstall&) {
 
 void UpdateWindowPresenter::showStage(const Refusal& refusal) {
     if (isDeclined_) {
-        // The log names the reason.
+        // The updater logs the reason.
         state_ = State::Idle;
         return;
     }
@@ -120,26 +120,26 @@ void UpdateWindowPresenter::showStage(const Refusal& refusal) {
 }
 
 void UpdateWindowPresenter::revealPackage(const std::string& path) {
-    const QString place = QString::fromStdString(path);
+    const QString packagePath = QString::fromStdString(path);
     setPage(
         State::Idle,
         tr("Version %1 is ready to be installed.").arg(updateVersion_),
         tr("The package has been verified and is shown in the file manager. Open it to install "
            "it, then start %1 again.\n%2")
-            .arg(name_, place));
+            .arg(name_, packagePath));
     present();
     desktop_.workspace.revealFile(
         path,
-        [this, place, window = QPointer<UpdateWindow>(window_.get())](
+        [this, packagePath, window = QPointer<UpdateWindow>(window_.get())](
             const std::optional<tavrin::PlatformError>& error) {
-            // The window is gone with this object.
+            // If the window is gone, so is `this`, which owns it.
             if (error && window && state_ == State::Idle) {
                 setPage(
                     State::Idle,
                     tr("Version %1 is ready to be installed.").arg(updateVersion_),
                     tr("The package has been verified, but could not be shown in the file "
                        "manager. Open it to install it, then start %1 again.\n%2")
-                        .arg(name_, place));
+                        .arg(name_, packagePath));
             }
         });
 }
@@ -159,7 +159,9 @@ void UpdateWindowPresenter::setPage(
     if (!window_) {
         window_ = std::make_unique<UpdateWindow>();
         UpdateWindow* window = window_.get();
-        QObject::connect(window, &UpdateWindow::installRequested, window, [this] { install(); });
+        QObject::connect(window, &UpdateWindow::installRequested, window, [this] {
+            updater_.choose(SoftwareUpdater::Choice::Install);
+        });
         QObject::connect(window, &UpdateWindow::skipRequested, window, [this] { skip(); });
         QObject::connect(window, &UpdateWindow::dismissed, window, [this] { dismiss(); });
         QObject::connect(
@@ -185,10 +187,6 @@ void UpdateWindowPresenter::setPage(
         break;
     }
     window_->setPage(page, desktop_.motionPreference.shouldReduceMotion());
-}
-
-void UpdateWindowPresenter::install() {
-    updater_.choose(SoftwareUpdater::Choice::Install);
 }
 
 void UpdateWindowPresenter::skip() {

@@ -18,7 +18,7 @@ class SoftwareUpdater;
 class UpdateWindow;
 class Workspace;
 
-/// Shows the stages of an update in a window, and passes the user's answers to the updater.
+/// Shows the stages of an update in a window and passes the user's answers to the updater.
 ///
 /// A gentle offer opens no window until the user asks for updates. After "Install", the verified
 /// update is installed without a second question. Closing the window means `Later`, or `Cancel`
@@ -55,7 +55,6 @@ private:
     void showStage(const Verification&);
     void showStage(const ReadyToInstall&);
     void showStage(const Refusal& refusal);
-    /// Brings the window to the front.
     void present();
     void setPage(
         State state,
@@ -63,7 +62,6 @@ private:
         const QString& text = {},
         const QString& notes = {},
         int progress = -1);
-    void install();
     void skip();
     void dismiss();
 

@@ -21,8 +21,6 @@ namespace orvel {
 
 namespace {
 
-constexpr QSize preferredSize(460, 420);
-
 QWidget* makeHeader(const std::string& version, const std::string& build) {
     auto* title = new SelectableLabel(
         Theme::TextStyle::Title, Theme::Role::Primary, VersionHistoryWindow::tr("Orvel Agent"));
@@ -80,7 +78,7 @@ VersionHistoryWindow::VersionHistoryWindow(const Bundle& bundle, QWidget* parent
     : QWidget(parent) {
     setObjectName(QStringLiteral("version-history"));
     setWindowTitle(tr("Orvel Agent Version History"));
-    resize(preferredSize);
+    resize(460, 420);
 
     const std::string version = bundle.infoString("CFBundleShortVersionString").value_or("0.0.0");
     const std::string build = bundle.infoString("CFBundleVersion").value_or("0");

@@ -7,8 +7,7 @@ namespace orvel {
 
 class Bundle;
 
-/// What changed in this version and in earlier ones, as the bundle's change log tells it. Reads the
-/// bundle once.
+/// Shows the releases in the bundle's change log. The bundle is read only by the constructor.
 class VersionHistoryWindow final : public QWidget {
     Q_OBJECT
 
