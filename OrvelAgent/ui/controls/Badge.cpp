@@ -45,16 +45,16 @@ void Badge::paintEvent(QPaintEvent*) {
     const QColor color = Theme::color(role_, palette());
     QPainter painter(this);
     painter.setRenderHint(QPainter::Antialiasing);
-    QRectF field = rect();
+    QRectF frame = rect();
     if (shape_ == Shape::Filled) {
         painter.setPen(Qt::NoPen);
         painter.setBrush(color);
     } else {
-        field.adjust(outline / 2, outline / 2, -outline / 2, -outline / 2);
+        frame.adjust(outline / 2, outline / 2, -outline / 2, -outline / 2);
         painter.setPen(QPen(color, outline));
     }
-    painter.drawRoundedRect(field, Theme::cornerRadius / 2.0, Theme::cornerRadius / 2.0);
-    // The colour can be read on a window's, so a window's can be read on it.
+    painter.drawRoundedRect(frame, Theme::cornerRadius / 2.0, Theme::cornerRadius / 2.0);
+    // The role's colour contrasts with the window colour, so this text is readable on the badge.
     painter.setPen(shape_ == Shape::Filled ? palette().color(QPalette::Window) : color);
     painter.setFont(Theme::font(Theme::TextStyle::Caption));
     painter.drawText(rect(), Qt::AlignCenter, text_);

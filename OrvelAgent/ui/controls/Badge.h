@@ -7,17 +7,16 @@
 
 namespace orvel {
 
-/// A word in a small coloured field.
+/// A word in a small rounded box.
 class Badge final : public QWidget {
     Q_OBJECT
 
 public:
-    /// In that colour with the word left open, or as an outline.
     enum class Shape { Filled, Outlined };
 
     Badge(QString text, Theme::Role role, Shape shape, QWidget* parent = nullptr);
 
-    /// What a badge with that word needs at the present text size.
+    /// The width of a badge with that text at the current font size.
     [[nodiscard]] static int widthOf(const QString& text);
 
     [[nodiscard]] const QString& text() const { return text_; }

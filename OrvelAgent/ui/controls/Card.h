@@ -7,7 +7,7 @@
 
 namespace orvel {
 
-/// A block that stands out from the window it is in. Its layout keeps the card's padding.
+/// A block with its own background and border. Its layout needs no margins.
 class Card : public QWidget {
     Q_OBJECT
 

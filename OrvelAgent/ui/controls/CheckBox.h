@@ -8,7 +8,7 @@
 
 namespace orvel {
 
-/// The style's check box, with a box that can be seen on any window.
+/// A check box whose outline is visible on dark windows too.
 class CheckBox final : public QCheckBox {
     Q_OBJECT
 
@@ -18,8 +18,7 @@ public:
 protected:
     void initStyleOption(QStyleOptionButton* option) const override {
         QCheckBox::initStyleOption(option);
-        // Styles take a shade of the window's colour for the line of the box, which nobody sees on
-        // a dark window.
+        // Styles derive the outline from the window colour, which is invisible on a dark window.
         option->palette.setColor(
             QPalette::Window, Theme::color(Theme::Role::Secondary, option->palette));
     }

@@ -5,7 +5,7 @@
 
 namespace orvel {
 
-/// A thin horizontal line between two parts of a window.
+/// A thin horizontal line.
 class Divider final : public QWidget {
     Q_OBJECT
 

@@ -7,7 +7,7 @@
 
 namespace orvel {
 
-/// A small filled circle; what it says is said in words beside it.
+/// A small filled circle. Show its meaning as text next to it.
 class Dot final : public QWidget {
     Q_OBJECT
 

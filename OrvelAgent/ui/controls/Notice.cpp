@@ -9,11 +9,7 @@
 
 namespace orvel {
 
-namespace {
-
-constexpr int pictureSize = 32;
-
-} // namespace
+static constexpr int pictureSize = 32;
 
 Notice::Notice(QWidget* parent)
     : QWidget(parent),

@@ -13,14 +13,13 @@ namespace orvel {
 
 class SelectableLabel;
 
-/// What stands in the middle of a window that has nothing else to show.
+/// A centred text, with an optional symbol, for a window without content.
 class Notice final : public QWidget {
     Q_OBJECT
 
 public:
     explicit Notice(QWidget* parent = nullptr);
 
-    /// The symbol is an ornament of the text.
     void set(std::optional<Symbol> symbol, const QString& text);
 
 protected:

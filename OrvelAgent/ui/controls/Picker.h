@@ -2,10 +2,11 @@
 #pragma once
 
 #include <QComboBox>
+#include <QWheelEvent>
 
 namespace orvel {
 
-/// A list to choose from that scrolling past does not change: a choice is made on purpose.
+/// Ignores the mouse wheel, so that scrolling past it does not change the choice.
 class Picker final : public QComboBox {
     Q_OBJECT
 
@@ -13,7 +14,7 @@ public:
     using QComboBox::QComboBox;
 
 protected:
-    void wheelEvent(QWheelEvent* event) override;
+    void wheelEvent(QWheelEvent* event) override { event->ignore(); }
 };
 
 } // namespace orvel

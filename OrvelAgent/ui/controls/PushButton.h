@@ -8,13 +8,13 @@
 
 namespace orvel {
 
-/// The style's button, with room beside its text, which runs in its own direction. The Return key
-/// presses it only when it has the focus.
+/// A button with extra padding. Its text keeps its own direction. The Return key presses it only
+/// while it has the focus.
 class PushButton final : public QPushButton {
     Q_OBJECT
 
 public:
-    /// `text` has its ampersands doubled.
+    /// Double every literal ampersand in `text`.
     explicit PushButton(const QString& text = {}, QWidget* parent = nullptr)
         : QPushButton(text, parent) {
         setAutoDefault(false);
@@ -29,7 +29,7 @@ protected:
     void initStyleOption(QStyleOptionButton* option) const override {
         QPushButton::initStyleOption(option);
         if (isRightToLeft() || text().isRightToLeft()) {
-            // Isolated, so that what ends the text stays at its end.
+            // Isolate the text, so that its final punctuation stays at its end.
             option->text = QChar(0x2068) + option->text + QChar(0x2069);
         }
     }

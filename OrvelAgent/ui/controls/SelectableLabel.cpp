@@ -16,7 +16,7 @@ SelectableLabel::SelectableLabel(
 
 void SelectableLabel::changeEvent(QEvent* event) {
     QLabel::changeEvent(event);
-    // What this sets itself is no change, so that it ends.
+    // This does not recurse: Qt sends no event for an unchanged font or palette.
     if (event->type() == QEvent::ApplicationFontChange || event->type() == QEvent::PaletteChange ||
         event->type() == QEvent::LayoutDirectionChange) {
         updateStyle();
@@ -25,7 +25,7 @@ void SelectableLabel::changeEvent(QEvent* event) {
 
 void SelectableLabel::updateStyle() {
     setFont(Theme::font(style_));
-    // Where the window's text begins, in whatever direction this one runs.
+    // Align with the window's direction, not with the direction of this text.
     if (!alignment().testFlag(Qt::AlignHCenter)) {
         const auto side = isRightToLeft() ? Qt::AlignRight : Qt::AlignLeft;
         setAlignment(side | Qt::AlignAbsolute | Qt::AlignVCenter);

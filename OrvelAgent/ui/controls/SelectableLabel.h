@@ -7,8 +7,8 @@
 
 namespace orvel {
 
-/// Plain text that can be selected and copied, by mouse and by keyboard. It follows the theme's
-/// type and colours when the desktop changes them.
+/// Plain text that can be selected with mouse and keyboard. Follows changes of the desktop's font
+/// and colours.
 class SelectableLabel final : public QLabel {
     Q_OBJECT
 

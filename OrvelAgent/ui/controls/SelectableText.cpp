@@ -14,12 +14,8 @@
 
 namespace orvel {
 
-namespace {
-
-/// Nothing is laid out in less.
-constexpr int shortestLine = 8;
-
-} // namespace
+/// In average characters.
+static constexpr int minimumLineLength = 8;
 
 SelectableText::SelectableText(Theme::TextStyle style, Theme::Role role, QWidget* parent)
     : QTextEdit(parent), style_(style), role_(role) {
@@ -38,7 +34,7 @@ SelectableText::SelectableText(Theme::TextStyle style, Theme::Role role, QWidget
 }
 
 void SelectableText::setText(const QString& text) {
-    // Not with what the document makes of it, which differs in its spaces and ends of lines.
+    // Do not compare with the document: it converts spaces and line ends.
     if (text_ != text) {
         text_ = text;
         setPlainText(text);
@@ -52,7 +48,7 @@ QSize SelectableText::sizeHint() const {
 }
 
 QSize SelectableText::minimumSizeHint() const {
-    return {fontMetrics().averageCharWidth() * shortestLine, fontMetrics().height()};
+    return {fontMetrics().averageCharWidth() * minimumLineLength, fontMetrics().height()};
 }
 
 int SelectableText::heightForWidth(int width) const {
@@ -63,7 +59,7 @@ int SelectableText::heightForWidth(int width) const {
 
 void SelectableText::changeEvent(QEvent* event) {
     QTextEdit::changeEvent(event);
-    // What this sets itself is no change, so that it ends.
+    // This does not recurse: Qt sends no event for an unchanged font or palette.
     if (event->type() == QEvent::ApplicationFontChange || event->type() == QEvent::PaletteChange ||
         event->type() == QEvent::LayoutDirectionChange) {
         updateStyle();
@@ -71,13 +67,13 @@ void SelectableText::changeEvent(QEvent* event) {
 }
 
 void SelectableText::wheelEvent(QWheelEvent* event) {
-    // For what this lies in.
+    // The surrounding scroll area handles it.
     event->ignore();
 }
 
 void SelectableText::updateStyle() {
     setFont(Theme::font(style_));
-    // On the window's side, in the text's own direction.
+    // Align with the window's direction. The text keeps its own direction.
     QTextOption option = document()->defaultTextOption();
     option.setAlignment(QStyle::visualAlignment(layoutDirection(), Qt::AlignLeft));
     option.setTextDirection(Qt::LayoutDirectionAuto);

@@ -8,15 +8,15 @@
 
 namespace orvel {
 
-/// Like a label, but its text can be selected and copied, by mouse and by keyboard, and breaks also
-/// inside a word that is longer than the line.
+/// Plain text that can be selected with mouse and keyboard. Wraps inside a word that is longer than
+/// the line.
 class SelectableText final : public QTextEdit {
     Q_OBJECT
 
 public:
     SelectableText(Theme::TextStyle style, Theme::Role role, QWidget* parent = nullptr);
 
-    /// Plain. What is selected stays so while the text is the same.
+    /// Setting the same text again keeps the selection.
     void setText(const QString& text);
 
     [[nodiscard]] QSize sizeHint() const override;

@@ -14,9 +14,8 @@ namespace orvel {
 
 namespace {
 
-/// Of a turn, which takes 1.2 seconds.
 constexpr int spokes = 12;
-constexpr std::chrono::milliseconds beat(100);
+constexpr std::chrono::milliseconds stepDuration(100);
 
 } // namespace
 
@@ -51,7 +50,7 @@ void Spinner::updateTurning() {
     if (!isVisible() || window()->isMinimized() || isStill_) {
         timer_.stop();
     } else if (!timer_.isActive()) {
-        timer_.start(int(beat.count()), this);
+        timer_.start(int(stepDuration.count()), this);
     }
     update();
 }
@@ -86,7 +85,7 @@ void Spinner::paintEvent(QPaintEvent* /*event*/) {
     painter.translate(QRectF(rect()).center());
     const double radius = width() / 2.0;
     for (int spoke = 0; spoke < spokes; ++spoke) {
-        // The brightest one goes round, with a fading tail behind it.
+        // The brightest spoke rotates, followed by a fading tail.
         const int age = (step_ - spoke + spokes) % spokes;
         QColor faded = color;
         faded.setAlphaF(1 - 0.8F * float(age) / (spokes - 1));

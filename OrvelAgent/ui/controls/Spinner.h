@@ -6,15 +6,14 @@
 
 namespace orvel {
 
-/// Shows that something is under way. It turns while it can be seen, and costs nothing while it is
-/// hidden or its window minimised.
+/// Animates only while it is visible and its window is not minimised.
 class Spinner final : public QWidget {
     Q_OBJECT
 
 public:
     explicit Spinner(QWidget* parent = nullptr);
 
-    /// Shows a steady image instead.
+    /// Shows a static symbol instead.
     void setStill(bool isStill);
 
     [[nodiscard]] bool isTurning() const { return timer_.isActive(); }

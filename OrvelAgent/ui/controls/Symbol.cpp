@@ -18,8 +18,8 @@
 #include <memory>
 #include <utility>
 
-// The drawings are compiled in, and a library's are found only after this call, which must not
-// stand in a namespace.
+// Registers the drawings: the linker drops a static library's resources without this call. The
+// macro does not work inside a namespace.
 static void loadDrawings() {
     Q_INIT_RESOURCE(icons);
 }
@@ -28,10 +28,10 @@ namespace orvel {
 
 namespace {
 
-/// In pixels: what panels, buttons and tabs ask for, and the same on screens of double density.
+/// In pixels: the sizes used by panels, buttons and tabs, at single and double density.
 constexpr std::array iconSizes{16, 22, 24, 32, 44, 48, 64, 96};
 
-QString drawing(Symbol symbol) {
+QString fileName(Symbol symbol) {
     switch (symbol) {
     case Symbol::StatusIcon:
         return QStringLiteral("StatusIcon");
@@ -59,7 +59,7 @@ QString drawing(Symbol symbol) {
     return {};
 }
 
-/// One of our drawings, read once for all sizes.
+/// Parses a drawing once and renders it in any size.
 class Drawing final {
 public:
     explicit Drawing(const QString& name)
@@ -77,11 +77,10 @@ private:
     QSvgRenderer renderer_;
 };
 
-/// Square, the same in every mode, and drawn in the sizes that something shows, when it first does:
-/// most are never asked for, and what is drawn at the start holds up the icon in the tray.
+/// Renders each size on first use: most sizes are never requested, and rendering them at start-up
+/// would delay the tray icon.
 class DrawnIcon final : public QIconEngine {
 public:
-    /// A square image of that many pixels a side.
     using Draw = std::function<QImage(int pixels)>;
 
     explicit DrawnIcon(Draw draw) : draw_(std::move(draw)) {}
@@ -133,7 +132,7 @@ QImage tinted(QImage shape, const QColor& color) {
     return shape;
 }
 
-/// The image drawn over itself at every pixel between these distances to either side.
+/// Widens the shape by `distance` to both sides.
 QImage spread(const QImage& image, QPoint distance) {
     QImage result(image.size(), QImage::Format_ARGB32_Premultiplied);
     result.fill(Qt::transparent);
@@ -146,7 +145,7 @@ QImage spread(const QImage& image, QPoint distance) {
 }
 
 QImage withRim(const QImage& shape, const QColor& color) {
-    // A pixel on ordinary screens.
+    // One pixel at usual tray sizes.
     const int width = qMax(1, shape.width() / 24);
     const QColor opposite = color.lightnessF() < 0.5 ? Qt::white : Qt::black;
     const QImage rim = tinted(shape, opposite);
@@ -161,13 +160,13 @@ QImage withRim(const QImage& shape, const QColor& color) {
 QPixmap symbolPixmap(Symbol symbol, int size, const QColor& color, double ratio) {
     const int pixels = qRound(size * ratio);
     const QString key = QStringLiteral("orvel/%1/%2/%3/%4")
-                            .arg(drawing(symbol))
+                            .arg(fileName(symbol))
                             .arg(pixels)
                             .arg(ratio)
                             .arg(color.rgba(), 8, 16);
     QPixmap pixmap;
     if (!QPixmapCache::find(key, &pixmap)) {
-        pixmap = QPixmap::fromImage(tinted(Drawing(drawing(symbol)).image(pixels), color));
+        pixmap = QPixmap::fromImage(tinted(Drawing(fileName(symbol)).image(pixels), color));
         pixmap.setDevicePixelRatio(ratio);
         QPixmapCache::insert(key, pixmap);
     }
@@ -183,7 +182,7 @@ QIcon symbolIcon(Symbol symbol, const QColor& color) {
 }
 
 QIcon symbolTrayIcon(Symbol symbol, const QColor& color) {
-    const auto drawn = std::make_shared<Drawing>(drawing(symbol));
+    const auto drawn = std::make_shared<Drawing>(fileName(symbol));
     return QIcon(
         new DrawnIcon([drawn, color](int pixels) { return withRim(drawn->image(pixels), color); }));
 }

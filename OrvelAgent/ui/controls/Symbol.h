@@ -7,7 +7,7 @@ class QPixmap;
 
 namespace orvel {
 
-/// The drawings of ours: of one colour, and recognisable at 16 pixels.
+/// Our own monochrome drawings, legible at 16 pixels.
 enum class Symbol {
     StatusIcon,
     StatusIconAlert,
@@ -22,20 +22,19 @@ enum class Symbol {
     ClockArrowCirclePath,
 };
 
-/// The drawing in that colour, `size` by `size` device-independent pixels. Kept for the next call.
+/// `size` is the side in device-independent pixels. The result is cached.
 [[nodiscard]] QPixmap symbolPixmap(Symbol symbol, int size, const QColor& color, double ratio);
 
-/// For a button or a tab: sharp at 16 to 48 pixels, on screens of single and double density.
+/// For buttons and tabs: sharp at 16 to 48 pixels, at single and double density.
 [[nodiscard]] QIcon symbolIcon(Symbol symbol, const QColor& color);
 
-/// For a panel whose colour is not known: in that colour, with a rim of its opposite, so that it
-/// stands out from whatever is below.
+/// For a panel of unknown colour: has a rim in black or white, so that it is visible on any
+/// background.
 [[nodiscard]] QIcon symbolTrayIcon(Symbol symbol, const QColor& color);
 
-/// For a menu bar that gives its icons their colour: only the shape counts.
+/// For a menu bar that colours its icons itself.
 [[nodiscard]] QIcon symbolTemplateIcon(Symbol symbol);
 
-/// In its own colours, for windows.
 [[nodiscard]] QIcon applicationIcon();
 
 } // namespace orvel

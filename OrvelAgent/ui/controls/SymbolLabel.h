@@ -8,7 +8,7 @@
 
 namespace orvel {
 
-/// A symbol in the theme's colours, as high as a line of that text.
+/// A symbol in a theme colour, as high as a line of text in that style.
 class SymbolLabel final : public QLabel {
     Q_OBJECT
 

@@ -11,8 +11,8 @@ namespace orvel {
 
 namespace {
 
-/// No pointer target is smaller.
-constexpr int smallestTarget = 24;
+/// The smallest accessible pointer target, in pixels.
+constexpr int minimumTargetSize = 24;
 
 } // namespace
 
@@ -28,7 +28,8 @@ TextButton::TextButton(
 
 QSize TextButton::sizeHint() const {
     const QSize needed = fontMetrics().size(Qt::TextShowMnemonic, text());
-    return {std::max(smallestTarget, needed.width()), std::max(smallestTarget, needed.height())};
+    return {
+        std::max(minimumTargetSize, needed.width()), std::max(minimumTargetSize, needed.height())};
 }
 
 void TextButton::enterEvent(QEnterEvent* event) {
@@ -42,7 +43,7 @@ void TextButton::leaveEvent(QEvent* event) {
 }
 
 void TextButton::hideEvent(QHideEvent* event) {
-    // A panel that closes under the pointer is not told that the pointer has left.
+    // Qt sends no leave event when the window closes under the pointer.
     setHovered(false);
     QPushButton::hideEvent(event);
 }

@@ -7,7 +7,7 @@
 
 namespace orvel {
 
-/// A button without a border: its text in the theme's colours, underlined under the pointer.
+/// A button without a border. Its text is underlined while the pointer is over it.
 class TextButton final : public QPushButton {
     Q_OBJECT
 

@@ -15,12 +15,11 @@ namespace orvel {
 
 namespace {
 
-/// A label wants no longer lines than can be read well.
-constexpr int comfortableLine = 60;
-/// Nor can it do with less.
-constexpr int shortestLine = 8;
+// In average characters.
+constexpr int preferredLineLength = 60;
+constexpr int minimumLineLength = 8;
 
-/// Lays the text out in lines of that width and gives their height.
+/// Breaks the text into lines of that width and returns their total height.
 int layOut(QTextLayout& layout, int width) {
     layout.beginLayout();
     double height = 0;
@@ -34,15 +33,15 @@ int layOut(QTextLayout& layout, int width) {
 }
 
 QTextOption wrapping(Qt::LayoutDirection direction) {
-    // On the window's side, in the text's own direction.
+    // Align with the window's direction. The text keeps its own direction.
     QTextOption option(QStyle::visualAlignment(direction, Qt::AlignLeft));
     option.setTextDirection(Qt::LayoutDirectionAuto);
     option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
     return option;
 }
 
-/// In the text layout's own line breaks.
-QString inLines(QString text) {
+/// QTextLayout does not break lines at '\n'.
+QString withLineSeparators(QString text) {
     return text.replace(u'\n', QChar::LineSeparator);
 }
 
@@ -54,7 +53,7 @@ TextLabel::TextLabel(Theme::TextStyle style, Theme::Role role, Overflow overflow
     setFont(Theme::font(style_));
     const bool wraps = overflow == Overflow::Wrap;
     setSizePolicy(QSizePolicy::Preferred, wraps ? QSizePolicy::Minimum : QSizePolicy::Fixed);
-    // The drawing is our own, but layouts learn from this that the height follows the width.
+    // `paintEvent` ignores this, but layouts need it to use `heightForWidth`.
     setWordWrap(wraps);
 }
 
@@ -70,12 +69,12 @@ QSize TextLabel::sizeHint() const {
     if (overflow_ == Overflow::Elide) {
         return {textWidth(), fontMetrics().height()};
     }
-    const int width = std::min(textWidth(), fontMetrics().averageCharWidth() * comfortableLine);
+    const int width = std::min(textWidth(), fontMetrics().averageCharWidth() * preferredLineLength);
     return {width, heightForWidth(width)};
 }
 
 QSize TextLabel::minimumSizeHint() const {
-    const int width = std::min(textWidth(), fontMetrics().averageCharWidth() * shortestLine);
+    const int width = std::min(textWidth(), fontMetrics().averageCharWidth() * minimumLineLength);
     return {width, fontMetrics().height()};
 }
 
@@ -83,7 +82,7 @@ int TextLabel::heightForWidth(int width) const {
     if (overflow_ == Overflow::Elide) {
         return -1;
     }
-    QTextLayout layout(inLines(text()), font());
+    QTextLayout layout(withLineSeparators(text()), font());
     layout.setTextOption(wrapping(layoutDirection()));
     return layOut(layout, width);
 }
@@ -106,7 +105,7 @@ void TextLabel::paintEvent(QPaintEvent* /*event*/) {
         painter.drawText(rect(), int(alignment | Qt::AlignAbsolute | Qt::AlignVCenter), shown);
         return;
     }
-    QTextLayout layout(inLines(text()), font());
+    QTextLayout layout(withLineSeparators(text()), font());
     layout.setTextOption(wrapping(layoutDirection()));
     layOut(layout, width());
     layout.draw(&painter, QPointF());

@@ -7,10 +7,10 @@
 
 namespace orvel {
 
-/// Plain text in the theme's type and colours, which it follows when the desktop changes them.
+/// Plain text in the theme's font and colours. Follows changes of the desktop.
 ///
-/// Breaks where it must, also inside a word that is longer than the line; or stays on one line,
-/// with an ellipsis at its end and the whole text as the tool tip when there is more.
+/// `Wrap` breaks lines, even inside a word that is longer than the line. `Elide` keeps one line:
+/// text that does not fit ends in an ellipsis, and the tool tip shows it in full.
 class TextLabel final : public QLabel {
     Q_OBJECT
 

@@ -19,7 +19,7 @@ constexpr double captionScale = 0.85;
 
 constexpr double readableContrast = 4.5;
 constexpr double highContrast = 7;
-/// Text and window of an ordinary palette differ less; those of Qt's own by 18.3.
+/// Ordinary palettes have less contrast between text and window. Qt's default palette has 18.3.
 constexpr double contrastOfHighContrastPalettes = 20;
 
 constexpr QColor bannerTint(0xff, 0x9f, 0x0a);
@@ -33,7 +33,7 @@ QFont scaled(QFont font, double scale) {
     return font;
 }
 
-/// `share` of the second colour in the first.
+/// `share` is the part of the second colour, 0 to 1.
 QColor mixed(const QColor& first, const QColor& second, double share) {
     const auto mix = [share](int from, int to) {
         return qRound(from + (to - from) * share);
@@ -60,31 +60,30 @@ double neededContrast(const QPalette& palette) {
     return isHighContrast(palette) ? highContrast : readableContrast;
 }
 
-/// Text, and what it lies on.
-struct Setting {
+struct TextContext {
     QColor text;
-    /// The first is the one that it stands out from.
-    std::vector<QColor> grounds;
+    /// The first one decides between dark and light colours.
+    std::vector<QColor> backgrounds;
     double neededContrast;
 };
 
-/// The colour, taken towards the text's as far as reading it asks for.
-QColor readable(const QColor& wanted, const Setting& setting) {
+/// Mixes the colour with the text colour until the contrast is sufficient on every background.
+QColor readable(const QColor& wanted, const TextContext& context) {
     constexpr int steps = 20;
     for (int step = 0; step < steps; ++step) {
-        const QColor candidate = mixed(wanted, setting.text, double(step) / steps);
-        const bool isReadable =
-            std::ranges::all_of(setting.grounds, [&candidate, &setting](const QColor& ground) {
-                return contrast(candidate, ground) >= setting.neededContrast;
+        const QColor candidate = mixed(wanted, context.text, double(step) / steps);
+        const bool isReadable = std::ranges::all_of(
+            context.backgrounds, [&candidate, &context](const QColor& background) {
+                return contrast(candidate, background) >= context.neededContrast;
             });
         if (isReadable) {
             return candidate;
         }
     }
-    return setting.text;
+    return context.text;
 }
 
-/// Of the colour's light, as the eye weighs it; 0 to 1.
+/// Relative luminance as WCAG defines it, 0 to 1.
 double luminance(const QColor& color) {
     const auto linear = [](double value) {
         return value <= 0.04045 ? value / 12.92 : std::pow((value + 0.055) / 1.055, 2.4);
@@ -93,24 +92,24 @@ double luminance(const QColor& color) {
            0.0722 * linear(color.blueF());
 }
 
-QColor colorIn(const Setting& setting, Role role) {
-    const QColor& ground = setting.grounds.front();
-    const bool dark = luminance(ground) < luminance(setting.text);
+QColor colorFor(const TextContext& context, Role role) {
+    const QColor& background = context.backgrounds.front();
+    const bool dark = luminance(background) < luminance(context.text);
     switch (role) {
     case Role::Primary:
         break;
     case Role::Secondary:
-        return readable(mixed(setting.text, ground, 0.4), setting);
+        return readable(mixed(context.text, background, 0.4), context);
     case Role::Red:
-        return readable(dark ? QColor(0xff, 0x7b, 0x72) : QColor(0xb4, 0x23, 0x18), setting);
+        return readable(dark ? QColor(0xff, 0x7b, 0x72) : QColor(0xb4, 0x23, 0x18), context);
     case Role::Orange:
-        return readable(dark ? QColor(0xff, 0xb4, 0x54) : QColor(0xa0, 0x50, 0x00), setting);
+        return readable(dark ? QColor(0xff, 0xb4, 0x54) : QColor(0xa0, 0x50, 0x00), context);
     case Role::Green:
-        return readable(dark ? QColor(0x6c, 0xd0, 0x8a) : QColor(0x1a, 0x7f, 0x37), setting);
+        return readable(dark ? QColor(0x6c, 0xd0, 0x8a) : QColor(0x1a, 0x7f, 0x37), context);
     case Role::Blue:
-        return readable(dark ? QColor(0x79, 0xb8, 0xff) : QColor(0x0b, 0x5c, 0xc4), setting);
+        return readable(dark ? QColor(0x79, 0xb8, 0xff) : QColor(0x0b, 0x5c, 0xc4), context);
     }
-    return setting.text;
+    return context.text;
 }
 
 } // namespace
@@ -151,20 +150,20 @@ int symbolSize(TextStyle style) {
 }
 
 QColor color(Role role, const QPalette& palette) {
-    const Setting setting{
+    const TextContext context{
         text(palette),
         {window(palette), color(Surface::Card, palette), color(Surface::Banner, palette)},
         neededContrast(palette)};
-    return colorIn(setting, role);
+    return colorFor(context, role);
 }
 
 QColor colorOnBase(Role role, const QPalette& palette) {
-    // The windows tell a palette of high contrast: black on white is usual in a list.
-    const Setting setting{
+    // `neededContrast` uses the window colours: black on white in a list is usual in any palette.
+    const TextContext context{
         palette.color(QPalette::Active, QPalette::Text),
         {palette.color(QPalette::Active, QPalette::Base)},
         neededContrast(palette)};
-    return colorIn(setting, role);
+    return colorFor(context, role);
 }
 
 QColor color(Surface surface, const QPalette& palette) {
@@ -174,7 +173,7 @@ QColor color(Surface surface, const QPalette& palette) {
     if (surface == Surface::Banner) {
         return mixed(window(palette), bannerTint, 0.14);
     }
-    // Raised towards the light in both.
+    // Cards are lighter than the window in light and dark palettes.
     return mixed(window(palette), Qt::white, isDark(palette) ? 0.06 : 0.6);
 }
 

@@ -76,7 +76,7 @@ void WrappingRow::setGeometry(const QRect& rect) {
     QLayout::setGeometry(rect);
     int y = rect.y();
     for (const Line& line : lines(rect.width())) {
-        place(line, QRect(rect.x(), y, rect.width(), line.height));
+        arrange(line, QRect(rect.x(), y, rect.width(), line.height));
         y += line.height + spacing();
     }
 }
@@ -101,7 +101,7 @@ std::vector<WrappingRow::Line> WrappingRow::lines(int width) const {
     return result;
 }
 
-void WrappingRow::place(const Line& line, const QRect& rect) const {
+void WrappingRow::arrange(const Line& line, const QRect& rect) const {
     const Qt::LayoutDirection direction =
         parentWidget() != nullptr ? parentWidget()->layoutDirection() : Qt::LeftToRight;
     int x = rect.x();

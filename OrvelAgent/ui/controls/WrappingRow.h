@@ -9,7 +9,7 @@
 
 namespace orvel {
 
-/// Controls side by side, in as many lines as that takes, so that large text cuts none of them.
+/// Lays out controls in a row and wraps to further lines if they do not fit.
 class WrappingRow final : public QLayout {
     Q_OBJECT
 
@@ -17,7 +17,7 @@ public:
     explicit WrappingRow(QWidget* parent = nullptr);
     ~WrappingRow() override;
 
-    /// From here on, controls stand at the line's far end.
+    /// Controls added after this call are aligned with the end of the line.
     void beginTrailing();
 
     void addItem(QLayoutItem* item) override;
@@ -43,7 +43,7 @@ private:
     };
 
     [[nodiscard]] std::vector<Line> lines(int width) const;
-    void place(const Line& line, const QRect& rect) const;
+    void arrange(const Line& line, const QRect& rect) const;
 
     std::vector<Item> items_;
     bool isTrailing_ = false;
