@@ -7,7 +7,6 @@ namespace orvel {
 
 class TextLabel;
 
-/// Says why nothing is collected.
 class BlockedBanner final : public Card {
     Q_OBJECT
 

@@ -7,7 +7,6 @@ namespace orvel {
 
 class AppModel;
 
-/// Shown while the address book may not be read.
 class ContactsPrompt final : public Prompt {
     Q_OBJECT
 

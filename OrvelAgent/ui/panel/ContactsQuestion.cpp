@@ -66,7 +66,7 @@ ContactsQuestion::ContactsQuestion(const QString& displayName, Answer answer, QW
     layout->setSpacing(Theme::windowPadding);
     layout->addWidget(image, 0, Qt::AlignTop);
     layout->addLayout(column, 1);
-    // Whoever types on while the window opens allows nothing.
+    // The window may open while the user types: Space or Return must not allow access.
     refuse->setFocus();
     layout->setSizeConstraint(QLayout::SetFixedSize);
 }
@@ -79,7 +79,7 @@ void ContactsQuestion::ask() {
 }
 
 void ContactsQuestion::done(int result) {
-    // Whoever is told may close it once more.
+    // Clear the member first: the callback may close the window again.
     const Answer answer = std::exchange(answer_, {});
     QDialog::done(result);
     if (answer) {

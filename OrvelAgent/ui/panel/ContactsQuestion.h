@@ -7,10 +7,10 @@
 
 namespace orvel {
 
-/// The window that asks whether the address book may be read, where the system has none of its own.
+/// Asks whether the address book may be read, on systems that do not ask themselves.
 ///
-/// Answers once: closing it is a no, destroying it unanswered is no answer. Deletes itself when
-/// closed.
+/// Calls the answer once. Closing the window answers no. Destroying it while it is open calls
+/// nothing. Deletes itself when closed.
 class ContactsQuestion final : public QDialog {
     Q_OBJECT
 
@@ -19,10 +19,10 @@ public:
 
     ContactsQuestion(const QString& displayName, Answer answer, QWidget* parent = nullptr);
 
-    /// In front of the other windows, also when it is open already. They stay usable.
+    /// Shows the window, or raises it if it is open. It is not modal.
     void ask();
 
-    /// It has closed, or is just about to.
+    /// True once the window starts to close.
     [[nodiscard]] bool isAnswered() const { return !answer_; }
 
     void done(int result) override;

@@ -7,7 +7,6 @@ namespace orvel {
 
 class AppModel;
 
-/// Shown while the Messages database cannot be read.
 class FullDiskAccessPrompt final : public Prompt {
     Q_OBJECT
 

@@ -44,10 +44,10 @@ QHBoxLayout* makeRow(QWidget* widget) {
     return layout;
 }
 
-/// Lets the layouts take in what has changed while they were hidden, the innermost first.
-void settle(QWidget* widget) {
+/// Hidden layouts ignore changes. Updates them, innermost first, so that the size hint is right.
+void activateLayouts(QWidget* widget) {
     for (QWidget* child : widget->findChildren<QWidget*>(Qt::FindDirectChildrenOnly)) {
-        settle(child);
+        activateLayouts(child);
     }
     if (widget->layout() != nullptr) {
         widget->layout()->activate();
@@ -211,7 +211,7 @@ void MenuBarContentView::updateActivity() {
         count < 1 ? tr("No messages scanned in the last 24 hours")
                   : tr("%1 messages scanned in the last 24 hours").arg(count));
 
-    // One explanation at a time.
+    // The banner explains a blocked collection, so do not show an old error with it.
     const auto& history = model_.collector().history();
     const bool showsError =
         !history.empty() && history.front().error && !model_.blockedReason().has_value();
@@ -232,14 +232,14 @@ void MenuBarContentView::updateAccount() {
     account_->setText(account.isEmpty() ? tr("Signed in") : account);
     signedInRow_->setVisible(auth.isSignedIn());
 
-    // The prompt says the same, and what to do about it.
+    // The prompt shows the same error, together with the remedy.
     const bool showsError = auth.lastError() && !auth.needsAccount();
     signInError_->setText(showsError ? QString::fromStdString(*auth.lastError()) : QString());
     signInError_->setVisible(showsError);
 }
 
 QSize MenuBarContentView::sizeHint() const {
-    settle(content_);
+    activateLayouts(content_);
     const int edges = 2 * frameWidth();
     const int width = std::max(Theme::panelWidth, content_->minimumSizeHint().width() + edges);
     return {width, content_->heightForWidth(width - edges) + edges};
@@ -254,8 +254,8 @@ void MenuBarContentView::fitToContent() {
     if (scrolls) {
         size = QSize(size.width() + verticalScrollBar()->sizeHint().width(), available);
     }
-    // Left to itself, a scroll bar stays when it is no longer needed: it takes the room that the
-    // content then lacks.
+    // With ScrollBarAsNeeded, the scroll bar would stay: it narrows the content, which then is too
+    // high to do without it.
     setVerticalScrollBarPolicy(scrolls ? Qt::ScrollBarAlwaysOn : Qt::ScrollBarAlwaysOff);
     setFixedSize(size);
 }
@@ -283,7 +283,7 @@ void MenuBarContentView::showEvent(QShowEvent* event) {
     fitToContent();
     QScrollArea::showEvent(event);
     if (focusWidget() == nullptr) {
-        // No key that is pressed while it opens is meant for one of its buttons.
+        // Otherwise a key pressed while the panel opens could press a button.
         setFocus();
     }
     if (!event->spontaneous()) {

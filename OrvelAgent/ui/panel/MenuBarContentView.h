@@ -19,8 +19,8 @@ class TextLabel;
 
 /// The panel of the tray icon: whether collection works, what blocks it, and the account.
 ///
-/// As wide as the theme says and as high as its content; it scrolls only where the screen is not
-/// high enough. As a window without a frame it has an edge of its own. Borrows the model.
+/// As high as its content, and scrolls only if the screen is not high enough. Draws its own border
+/// as a frameless window. Borrows the model.
 class MenuBarContentView final : public QScrollArea {
     Q_OBJECT
 

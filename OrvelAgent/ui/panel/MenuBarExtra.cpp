@@ -22,7 +22,8 @@ namespace orvel {
 
 namespace {
 
-/// A click on the icon comes that long, at most, after the panel has lost the focus to it.
+/// A click on the icon takes the focus from the panel first. A click that arrives later than this
+/// is a new one.
 constexpr tavrin::Seconds clickAfterFocusLoss{0.5};
 
 } // namespace
@@ -30,19 +31,19 @@ constexpr tavrin::Seconds clickAfterFocusLoss{0.5};
 MenuBarExtra::MenuBarExtra(AppModel& model, const Ports& ports) : model_(model), ports_(ports) {
     connect(&model_, &AppModel::changed, this, &MenuBarExtra::updateIcon);
     connect(&model_, &AppModel::attentionFlashChanged, this, &MenuBarExtra::updateIcon);
-    connect(qGuiApp, &QCoreApplication::aboutToQuit, this, [this] { isLeaving_ = true; });
+    connect(qGuiApp, &QCoreApplication::aboutToQuit, this, [this] { isQuitting_ = true; });
     activations_ = ports_.instanceRegistry.onActivation([this] { showPanel(); });
     trayChanges_ = ports_.tray.onChange([this] { trayChanged(); });
     trayChanged();
     if (!icon_) {
-        // While the system is being asked for a tray.
+        // Use the time until the desktop reports whether it has a tray.
         QMetaObject::invokeMethod(this, &MenuBarExtra::prepareMenu, Qt::QueuedConnection);
         waitForTray();
     }
 }
 
 MenuBarExtra::~MenuBarExtra() {
-    isLeaving_ = true;
+    isQuitting_ = true;
     delete panel_;
 }
 
@@ -52,14 +53,14 @@ void MenuBarExtra::trayChanged() {
         return;
     }
     if (hasTray) {
-        grace_.reset();
+        trayTimer_.reset();
         makeIcon();
-        if (panel_ && !isWanted_) {
+        if (panel_ && !isUsed_) {
             panel_->close();
         }
         return;
     }
-    // Each tray gets an icon of its own, because Qt decides when it makes one how to show it.
+    // A later tray needs a new icon: Qt chooses the tray protocol when the icon is created.
     icon_.reset();
     menu_.reset();
     shownStatus_.reset();
@@ -67,17 +68,17 @@ void MenuBarExtra::trayChanged() {
 }
 
 void MenuBarExtra::waitForTray() {
-    grace_ = ports_.clock.schedule(trayGrace, [this] { noTrayInTime(); });
+    trayTimer_ = ports_.clock.schedule(trayTimeout, [this] { trayTimedOut(); });
 }
 
-void MenuBarExtra::noTrayInTime() {
-    grace_.reset();
+void MenuBarExtra::trayTimedOut() {
+    trayTimer_.reset();
     Logger(ports_.logStore, "lifecycle")
         .error("this desktop has no tray for the icon, so the panel opens as a window");
     closePanel();
     const bool isNew = !panel_;
     showPanel();
-    isWanted_ = isWanted_ && !isNew;
+    isUsed_ = isUsed_ && !isNew;
 }
 
 void MenuBarExtra::prepareMenu() {
@@ -87,7 +88,7 @@ void MenuBarExtra::prepareMenu() {
     menu_ = std::make_unique<QMenu>();
     menu_->setObjectName(QStringLiteral("tray-menu"));
     menu_->setAccessibleName(QString::fromStdString(model_.configuration().displayName()));
-    // For its changes of palette, which are the application's.
+    // The menu exists at all times, so its palette events report changes of the desktop's palette.
     menu_->installEventFilter(this);
     connect(
         menu_->addAction(
@@ -113,7 +114,7 @@ void MenuBarExtra::makeIcon() {
     connect(icon_.get(), &QSystemTrayIcon::activated, this, &MenuBarExtra::activated);
     updateIcon();
     icon_->show();
-    nameIcon();
+    updateIconTitle();
 }
 
 const QIcon& MenuBarExtra::drawnIcon(StatusIcon status) {
@@ -137,11 +138,11 @@ void MenuBarExtra::updateIcon() {
     const QString label = QString::fromStdString(model_.statusAccessibilityLabel());
     if (icon_->toolTip() != label) {
         icon_->setToolTip(label);
-        nameIcon();
+        updateIconTitle();
     }
 }
 
-void MenuBarExtra::nameIcon() {
+void MenuBarExtra::updateIconTitle() {
     ports_.tray.setTitle(icon_->toolTip().toStdString());
 }
 
@@ -154,8 +155,8 @@ void MenuBarExtra::activated(QSystemTrayIcon::ActivationReason reason) {
         return;
     }
     const tavrin::Seconds now = ports_.clock.uptime();
-    const bool wasOpen = panel_ || (closedByFocus_ && now - *closedByFocus_ < clickAfterFocusLoss);
-    closedByFocus_.reset();
+    const bool wasOpen = panel_ || (focusLostAt_ && now - *focusLostAt_ < clickAfterFocusLoss);
+    focusLostAt_.reset();
     if (wasOpen) {
         if (panel_) {
             panel_->close();
@@ -169,7 +170,7 @@ void MenuBarExtra::showPanel(std::optional<QPoint> click) {
     if (!panel_) {
         openPanel(click);
     }
-    isWanted_ = true;
+    isUsed_ = true;
     panel_->setWindowState(panel_->windowState() & ~Qt::WindowMinimized);
     panel_->show();
     model_.activate();
@@ -182,7 +183,7 @@ void MenuBarExtra::openPanel(std::optional<QPoint> click) {
     auto* const content = new MenuBarContentView(model_);
     panel_ = content;
     panel_->setAttribute(Qt::WA_DeleteOnClose);
-    // It is opened before the application is in front.
+    // The panel opens before the application becomes active.
     panel_->setAttribute(Qt::WA_MacAlwaysShowToolWindow);
     panel_->setObjectName(QStringLiteral("menu-bar-panel"));
     panel_->setWindowTitle(QString::fromStdString(model_.configuration().displayName()));
@@ -190,9 +191,9 @@ void MenuBarExtra::openPanel(std::optional<QPoint> click) {
     if (!isOrdinaryWindow_) {
         panel_->setWindowFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
     }
-    // Whose height is the limit of the panel's.
-    const auto iconNow = iconPlace(icon_ ? icon_->geometry() : QRect(), click);
-    if (QScreen* screen = iconNow ? QGuiApplication::screenAt(iconNow->center()) : nullptr) {
+    // The height of the icon's screen limits the panel's height.
+    const auto icon = iconRect(icon_ ? icon_->geometry() : QRect(), click);
+    if (QScreen* screen = icon ? QGuiApplication::screenAt(icon->center()) : nullptr) {
         panel_->setScreen(screen);
     }
     panel_->installEventFilter(this);
@@ -219,22 +220,22 @@ void MenuBarExtra::closePanel() {
     }
 }
 
-void MenuBarExtra::placePanel() {
-    panel_->move(panelPlace(
-        iconPlace(icon_ ? icon_->geometry() : QRect(), click_),
+void MenuBarExtra::positionPanel() {
+    panel_->move(panelPosition(
+        iconRect(icon_ ? icon_->geometry() : QRect(), click_),
         panel_->screen()->availableGeometry(),
         panel_->frameSize()));
 }
 
 bool MenuBarExtra::mustStayReachable() const {
-    // Without an icon there would be nothing left to open the panel with.
-    return !icon_ && !isLeaving_;
+    // Without an icon, the user could not open a closed panel again.
+    return !icon_ && !isQuitting_;
 }
 
 void MenuBarExtra::keepReachable() {
-    if (mustStayReachable() && !grace_ && !panel_) {
+    if (mustStayReachable() && !trayTimer_ && !panel_) {
         openPanel(std::nullopt);
-        isWanted_ = false;
+        isUsed_ = false;
         panel_->showMinimized();
     }
 }
@@ -249,7 +250,7 @@ bool MenuBarExtra::eventFilter(QObject* watched, QEvent* event) {
         return false;
     }
     if (event->type() == QEvent::MouseButtonPress || event->type() == QEvent::KeyPress) {
-        isWanted_ = true;
+        isUsed_ = true;
     }
     if (watched != panel_) {
         return false;
@@ -258,12 +259,12 @@ bool MenuBarExtra::eventFilter(QObject* watched, QEvent* event) {
     case QEvent::Show:
     case QEvent::Resize:
         if (!isOrdinaryWindow_) {
-            placePanel();
+            positionPanel();
         }
         break;
     case QEvent::WindowDeactivate:
         if (!isOrdinaryWindow_) {
-            closedByFocus_ = ports_.clock.uptime();
+            focusLostAt_ = ports_.clock.uptime();
             closePanel();
         }
         break;
@@ -276,7 +277,7 @@ bool MenuBarExtra::eventFilter(QObject* watched, QEvent* event) {
     case QEvent::Close:
         if (isOrdinaryWindow_ && mustStayReachable()) {
             event->ignore();
-            isWanted_ = false;
+            isUsed_ = false;
             panel_->showMinimized();
             return true;
         }

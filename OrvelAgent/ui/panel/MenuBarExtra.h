@@ -28,18 +28,18 @@ class InstanceRegistry;
 class LogStore;
 class Tray;
 
-/// The agent's one permanent surface: its icon in the tray, and the panel that the icon opens.
+/// The tray icon and the panel that it opens.
 ///
-/// The icon comes as soon as there is a tray, and goes with it. Without one, the panel is an
-/// ordinary window, which opens after the grace and is only minimised when the user closes it. It
-/// gives way to the icon of a later tray, unless the user has turned to it. The panel exists only
-/// while it is open, so a closed one costs nothing. Borrows the model and the ports.
+/// The icon exists while the desktop has a tray. Without a tray, the panel opens as an ordinary
+/// window after `trayTimeout`. Closing that window only minimises it. If a tray appears later, the
+/// window closes unless the user has used it. A closed panel does not exist. Borrows the model and
+/// the ports.
 class MenuBarExtra final : public QObject {
     Q_OBJECT
 
 public:
-    /// How long a tray may take to appear after the start, or after the end of another.
-    static constexpr tavrin::Seconds trayGrace{20};
+    /// How long to wait for a tray after the start, or after the previous tray has gone.
+    static constexpr tavrin::Seconds trayTimeout{20};
 
     struct Ports {
         Tray& tray;
@@ -51,13 +51,14 @@ public:
     MenuBarExtra(AppModel& model, const Ports& ports);
     ~MenuBarExtra() override;
 
-    /// Beside the icon that was clicked there; in the middle of the screen without a click.
+    /// Opens the panel beside the icon that was clicked at `click`. Without a click it uses the
+    /// icon's reported position, or the middle of the screen.
     void showPanel(std::optional<QPoint> click = std::nullopt);
-    /// Not the ordinary window.
+    /// Does nothing while the panel is an ordinary window.
     void closePanel();
     [[nodiscard]] bool isPanelOpen() const { return !panel_.isNull(); }
 
-    /// Nothing while there is no tray.
+    /// Null while there is no tray.
     [[nodiscard]] QSystemTrayIcon* trayIcon() { return icon_.get(); }
 
 Q_SIGNALS:
@@ -71,18 +72,16 @@ protected:
 private:
     void trayChanged();
     void waitForTray();
-    void noTrayInTime();
-    /// Which takes time.
+    void trayTimedOut();
     void prepareMenu();
     void makeIcon();
-    /// Drawn once for each status, until the palette changes.
     const QIcon& drawnIcon(StatusIcon status);
     void activated(QSystemTrayIcon::ActivationReason reason);
     void updateIcon();
     /// For screen readers.
-    void nameIcon();
+    void updateIconTitle();
     void openPanel(std::optional<QPoint> click);
-    void placePanel();
+    void positionPanel();
     [[nodiscard]] bool mustStayReachable() const;
     void keepReachable();
 
@@ -90,20 +89,20 @@ private:
     const Ports ports_;
     std::unique_ptr<QSystemTrayIcon> icon_;
     std::unique_ptr<QMenu> menu_;
-    /// Drawn once, because the attention flash changes between two of them all the time.
+    /// A cache, because the attention flash switches icons continually. A new palette clears it.
     std::map<StatusIcon, QIcon> drawnIcons_;
     std::optional<StatusIcon> shownStatus_;
-    /// Of the base's type: it is still compared while it is being destroyed.
+    /// Not a pointer to the derived type: it is still compared while the panel is being destroyed.
     QPointer<QWidget> panel_;
-    /// Of the panel that is open, and where the click was that opened it.
     bool isOrdinaryWindow_ = false;
+    /// Where the click was that opened the panel.
     std::optional<QPoint> click_;
-    /// The user has asked for it, or has done something in it.
-    bool isWanted_ = false;
-    bool isLeaving_ = false;
-    /// When the panel lost the focus, which a click on the icon takes from it first.
-    std::optional<tavrin::Seconds> closedByFocus_;
-    std::unique_ptr<Clock::Timer> grace_;
+    /// The user has requested the panel or has clicked or typed in it.
+    bool isUsed_ = false;
+    bool isQuitting_ = false;
+    /// When the panel closed because it lost the focus.
+    std::optional<tavrin::Seconds> focusLostAt_;
+    std::unique_ptr<Clock::Timer> trayTimer_;
     std::unique_ptr<Subscription> trayChanges_;
     std::unique_ptr<Subscription> activations_;
 };

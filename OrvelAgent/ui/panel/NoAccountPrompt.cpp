@@ -9,8 +9,7 @@ namespace orvel {
 
 namespace {
 
-/// The address without its scheme.
-QString hostOf(const std::string& webBaseURL) {
+QString withoutScheme(const std::string& webBaseURL) {
     QString host = QString::fromStdString(webBaseURL);
     for (const QString& scheme : {QStringLiteral("https://"), QStringLiteral("http://")}) {
         if (host.startsWith(scheme)) {
@@ -30,7 +29,7 @@ NoAccountPrompt::NoAccountPrompt(AppModel& model, QWidget* parent)
               u' ' + tr("Create one on the website, then sign in here."),
           parent) {
     setObjectName(QStringLiteral("noAccountPrompt"));
-    const QString host = hostOf(model.configuration().webBaseURL());
+    const QString host = withoutScheme(model.configuration().webBaseURL());
     QPushButton* open =
         addButton(tr("Open %1").arg(QString(host).replace(u'&', QStringLiteral("&&"))));
     open->setObjectName(QStringLiteral("openWebsite"));

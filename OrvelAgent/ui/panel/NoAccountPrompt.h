@@ -7,7 +7,7 @@ namespace orvel {
 
 class AppModel;
 
-/// Shown while the last sign-in was one without an account.
+/// Shown after a sign-in without an account.
 class NoAccountPrompt final : public Prompt {
     Q_OBJECT
 

@@ -7,12 +7,12 @@ namespace orvel {
 
 namespace {
 
-/// Of an icon from its middle, to be kept free, so that no row of the panel lies under the pointer.
+/// The assumed distance from an icon's centre to its edge. The panel must not cover the pointer.
 constexpr int halfIcon = 16;
 
 } // namespace
 
-std::optional<QRect> iconPlace(const QRect& geometry, std::optional<QPoint> click) {
+std::optional<QRect> iconRect(const QRect& geometry, std::optional<QPoint> click) {
     if (!geometry.isEmpty() && (!click || geometry.contains(*click))) {
         return geometry;
     }
@@ -22,15 +22,15 @@ std::optional<QRect> iconPlace(const QRect& geometry, std::optional<QPoint> clic
     return QRect(click->x() - halfIcon, click->y() - halfIcon, 2 * halfIcon, 2 * halfIcon);
 }
 
-QPoint panelPlace(const std::optional<QRect>& icon, const QRect& available, QSize panel) {
-    // Of a panel larger than the screen, the beginning is seen.
-    const QPoint last(
+QPoint panelPosition(const std::optional<QRect>& icon, const QRect& available, QSize panel) {
+    // If the panel is larger than the screen, show its top left corner.
+    const QPoint bottomRight(
         std::max(available.left(), available.right() + 1 - panel.width()),
         std::max(available.top(), available.bottom() + 1 - panel.height()));
-    const auto inside = [&](QPoint place) {
+    const auto inside = [&](QPoint position) {
         return QPoint(
-            std::clamp(place.x(), available.left(), last.x()),
-            std::clamp(place.y(), available.top(), last.y()));
+            std::clamp(position.x(), available.left(), bottomRight.x()),
+            std::clamp(position.y(), available.top(), bottomRight.y()));
     };
     if (!icon) {
         return inside(available.center() - QPoint(panel.width() / 2, panel.height() / 2));

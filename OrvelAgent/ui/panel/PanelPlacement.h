@@ -9,14 +9,13 @@
 
 namespace orvel {
 
-/// Where the tray's icon is: where the tray says, unless that is nowhere, or not where it was
-/// clicked. Nothing when nobody knows.
-[[nodiscard]] std::optional<QRect> iconPlace(const QRect& geometry, std::optional<QPoint> click);
+/// The rectangle of the tray icon. Uses `geometry`, as the tray reports it, unless it is empty or
+/// does not contain the click. Then it assumes an icon around the click. Empty without either.
+[[nodiscard]] std::optional<QRect> iconRect(const QRect& geometry, std::optional<QPoint> click);
 
-/// Where the top left corner of the tray icon's panel goes, inside of the available part of the
-/// screen: beside the icon, on the side where there is more room, or in the middle of the screen
-/// when it is not known where the icon is.
+/// The top left corner of the panel within `available`: above or below the icon, where there is
+/// more room. Without an icon, the panel is centred.
 [[nodiscard]] QPoint
-panelPlace(const std::optional<QRect>& icon, const QRect& available, QSize panel);
+panelPosition(const std::optional<QRect>& icon, const QRect& available, QSize panel);
 
 } // namespace orvel

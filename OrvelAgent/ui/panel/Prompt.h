@@ -13,8 +13,8 @@ class AppModel;
 class TextLabel;
 class WrappingRow;
 
-/// A block that asks the user for something the agent cannot take by itself: a title, a sentence or
-/// two, and buttons. Why a button could not do its work is said below them.
+/// A card that asks the user to act: a title, texts and buttons. An error of the settings button is
+/// shown at the bottom.
 class Prompt : public Card {
     Q_OBJECT
 
@@ -22,17 +22,17 @@ protected:
     Prompt(const QString& title, const QString& text, QWidget* parent);
 
     TextLabel* addText(const QString& text);
-    /// Beside the button before, or below the text before. `text` has its ampersands doubled.
+    /// Adds the button to the current row, or starts a row after a text. Double every literal
+    /// ampersand in `text`.
     QPushButton* addButton(const QString& text);
-    /// A button that opens the desktop's settings.
     void addSettingsButton(AppModel& model, Workspace::SettingsPane pane);
 
 private:
-    /// Before the failure, which stays last.
+    /// The index at which to insert. The error text stays last.
     [[nodiscard]] int end() const;
 
     QVBoxLayout* layout_;
-    /// The last row of buttons, while nothing follows it.
+    /// The current row of buttons. Null after a text.
     WrappingRow* buttons_ = nullptr;
     TextLabel* failure_;
 };

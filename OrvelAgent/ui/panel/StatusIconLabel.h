@@ -6,15 +6,15 @@
 
 class QIcon;
 
-/// What the tray shows for a status. Its words are the model's.
+/// The tray images for each status.
 namespace orvel::StatusIconLabel {
 
 [[nodiscard]] Symbol symbol(StatusIcon status);
 
-/// In the text colour of the desktop as it is now, and to be seen on whatever panel.
+/// In the desktop's current text colour, visible on any background.
 [[nodiscard]] QIcon icon(StatusIcon status);
 
-/// For a menu bar that gives its icons their colour.
+/// For a menu bar that colours its icons itself.
 [[nodiscard]] QIcon templateIcon(StatusIcon status);
 
 } // namespace orvel::StatusIconLabel

@@ -242,7 +242,7 @@ TEST_F(MenuBarExtraTest, WithoutATrayThePanelIsAWindow) {
     with_.tray.setAvailable(false);
     begin();
     EXPECT_THAT(panels(), IsEmpty());
-    with_.clock.advance(MenuBarExtra::trayGrace);
+    with_.clock.advance(MenuBarExtra::trayTimeout);
     ASSERT_TRUE(panel().isVisible());
     EXPECT_EQ(panel().windowType(), Qt::Window);
     EXPECT_FALSE(panel().windowFlags().testFlag(Qt::FramelessWindowHint));
@@ -257,7 +257,7 @@ TEST_F(MenuBarExtraTest, WithoutATrayThePanelIsAWindow) {
 TEST_F(MenuBarExtraTest, WithoutATrayTheClosedWindowStaysWithinReach) {
     with_.tray.setAvailable(false);
     begin();
-    with_.clock.advance(MenuBarExtra::trayGrace);
+    with_.clock.advance(MenuBarExtra::trayTimeout);
     panel().close();
     processEvents();
     EXPECT_TRUE(panel().isMinimized());
@@ -268,17 +268,17 @@ TEST_F(MenuBarExtraTest, WithoutATrayTheClosedWindowStaysWithinReach) {
 TEST_F(MenuBarExtraTest, ATrayWithinTheGraceMakesNoWindow) {
     with_.tray.setAvailable(false);
     begin();
-    with_.clock.advance(MenuBarExtra::trayGrace / 2);
+    with_.clock.advance(MenuBarExtra::trayTimeout / 2);
     with_.tray.setAvailable(true);
     ASSERT_NE(extra_->trayIcon(), nullptr);
-    with_.clock.advance(MenuBarExtra::trayGrace);
+    with_.clock.advance(MenuBarExtra::trayTimeout);
     EXPECT_THAT(panels(), IsEmpty());
 }
 
 TEST_F(MenuBarExtraTest, ATrayThatComesLateGetsTheIcon) {
     with_.tray.setAvailable(false);
     begin();
-    with_.clock.advance(MenuBarExtra::trayGrace);
+    with_.clock.advance(MenuBarExtra::trayTimeout);
     with_.tray.setAvailable(true);
     ASSERT_NE(extra_->trayIcon(), nullptr);
     EXPECT_TRUE(extra_->trayIcon()->isVisible());
@@ -290,7 +290,7 @@ TEST_F(MenuBarExtraTest, ATrayThatComesLateGetsTheIcon) {
 TEST_F(MenuBarExtraTest, ATrayThatComesLateLeavesTheWindowThatIsInUse) {
     with_.tray.setAvailable(false);
     begin();
-    with_.clock.advance(MenuBarExtra::trayGrace);
+    with_.clock.advance(MenuBarExtra::trayTimeout);
     QTest::keyClick(&panel(), Qt::Key_Tab);
     with_.tray.setAvailable(true);
     processEvents();
@@ -303,7 +303,7 @@ TEST_F(MenuBarExtraTest, ATrayThatComesLateLeavesTheWindowThatIsInUse) {
 TEST_F(MenuBarExtraTest, ATrayThatComesLateLeavesTheWindowThatWasAskedFor) {
     with_.tray.setAvailable(false);
     begin();
-    with_.clock.advance(MenuBarExtra::trayGrace);
+    with_.clock.advance(MenuBarExtra::trayTimeout);
     with_.instanceRegistry.beActivated();
     with_.tray.setAvailable(true);
     EXPECT_TRUE(panel().isVisible());
@@ -314,7 +314,7 @@ TEST_F(MenuBarExtraTest, ATrayThatGoesForGoodLeavesAWindow) {
     with_.tray.setAvailable(false);
     EXPECT_EQ(extra_->trayIcon(), nullptr);
     EXPECT_THAT(panels(), IsEmpty()) << "it may be about to start again";
-    with_.clock.advance(MenuBarExtra::trayGrace);
+    with_.clock.advance(MenuBarExtra::trayTimeout);
     ASSERT_TRUE(panel().isVisible());
     EXPECT_FALSE(panel().windowFlags().testFlag(Qt::FramelessWindowHint));
     EXPECT_THAT(
@@ -329,7 +329,7 @@ TEST_F(MenuBarExtraTest, ATrayThatStartsAgainGetsAnIconOfItsOwn) {
     ASSERT_NE(extra_->trayIcon(), nullptr);
     EXPECT_TRUE(extra_->trayIcon()->isVisible());
     EXPECT_FALSE(extra_->trayIcon()->icon().isNull());
-    with_.clock.advance(MenuBarExtra::trayGrace);
+    with_.clock.advance(MenuBarExtra::trayTimeout);
     EXPECT_THAT(panels(), IsEmpty());
     click();
     EXPECT_TRUE(panel().windowFlags().testFlag(Qt::FramelessWindowHint));
@@ -339,7 +339,7 @@ TEST_F(MenuBarExtraTest, ThePanelOfATrayThatGoesBecomesAWindow) {
     begin();
     click();
     with_.tray.setAvailable(false);
-    with_.clock.advance(MenuBarExtra::trayGrace);
+    with_.clock.advance(MenuBarExtra::trayTimeout);
     processEvents();
     EXPECT_FALSE(panel().windowFlags().testFlag(Qt::FramelessWindowHint));
     EXPECT_TRUE(panel().isVisible());
@@ -348,7 +348,7 @@ TEST_F(MenuBarExtraTest, ThePanelOfATrayThatGoesBecomesAWindow) {
 TEST_F(MenuBarExtraTest, WithoutATrayTheWindowStaysBesideTheOthers) {
     with_.tray.setAvailable(false);
     begin();
-    with_.clock.advance(MenuBarExtra::trayGrace);
+    with_.clock.advance(MenuBarExtra::trayTimeout);
     extra_->closePanel();
     processEvents();
     EXPECT_TRUE(panel().isVisible());
@@ -358,7 +358,7 @@ TEST_F(MenuBarExtraTest, WithoutATrayTheWindowStaysBesideTheOthers) {
 TEST_F(MenuBarExtraTest, ComingBackItLooksAtThePermissionsAgain) {
     with_.tray.setAvailable(false);
     begin();
-    with_.clock.advance(MenuBarExtra::trayGrace);
+    with_.clock.advance(MenuBarExtra::trayTimeout);
     panel().close();
     processEvents();
     ASSERT_FALSE(model_->hasFullDiskAccess());
@@ -370,7 +370,7 @@ TEST_F(MenuBarExtraTest, ComingBackItLooksAtThePermissionsAgain) {
 TEST_F(MenuBarExtraTest, ComingBackItIsAsLargeAsBefore) {
     with_.tray.setAvailable(false);
     begin();
-    with_.clock.advance(MenuBarExtra::trayGrace);
+    with_.clock.advance(MenuBarExtra::trayTimeout);
     panel().setWindowState(Qt::WindowMaximized | Qt::WindowMinimized);
     with_.instanceRegistry.beActivated();
     EXPECT_TRUE(panel().isMaximized());

@@ -16,7 +16,7 @@ const QRect aboveBar(0, 0, 1280, 770);
 const QRect rightOfBar(30, 0, 1250, 800);
 
 QPoint placeFor(QPoint click, const QRect& available) {
-    return panelPlace(iconPlace({}, click), available, panel);
+    return panelPosition(iconRect({}, click), available, panel);
 }
 
 } // namespace
@@ -24,17 +24,18 @@ QPoint placeFor(QPoint click, const QRect& available) {
 TEST(PanelPlacementTest, HangsBelowAnIconWhosePlaceIsKnown) {
     const QRect icon(700, 0, 30, 24);
     EXPECT_EQ(
-        panelPlace(iconPlace(icon, QPoint(703, 20)), QRect(0, 24, 1280, 776), panel),
+        panelPosition(iconRect(icon, QPoint(703, 20)), QRect(0, 24, 1280, 776), panel),
         QPoint(545, 24));
     EXPECT_EQ(
-        panelPlace(iconPlace(icon, std::nullopt), QRect(0, 24, 1280, 776), panel), QPoint(545, 24));
+        panelPosition(iconRect(icon, std::nullopt), QRect(0, 24, 1280, 776), panel),
+        QPoint(545, 24));
 }
 
 TEST(PanelPlacementTest, AClickElsewhereTellsBetterWhereTheIconIs) {
     // Every screen has a menu bar of its own, and the icon is said to be in one of them.
     const QRect icon(700, 0, 30, 24);
     EXPECT_EQ(
-        panelPlace(iconPlace(icon, QPoint(2000, 12)), QRect(1280, 28, 1000, 672), panel),
+        panelPosition(iconRect(icon, QPoint(2000, 12)), QRect(1280, 28, 1000, 672), panel),
         QPoint(1830, 28));
 }
 
@@ -69,7 +70,7 @@ TEST(PanelPlacementTest, ShowsTheBeginningOfAPanelLargerThanTheScreen) {
 }
 
 TEST(PanelPlacementTest, StandsInTheMiddleWithoutAClick) {
-    EXPECT_EQ(panelPlace(std::nullopt, QRect(0, 0, 1000, 800), panel), QPoint(329, 199));
+    EXPECT_EQ(panelPosition(std::nullopt, QRect(0, 0, 1000, 800), panel), QPoint(329, 199));
 }
 
 } // namespace orvel
