@@ -83,7 +83,7 @@ protected:
 
 } // namespace
 
-TEST_F(AppModelEndTest, OnceStoppedItScansNoMore) {
+TEST_F(AppModelEndTest, DoesNotScanAfterStop) {
     startSignedIn();
     runTask(model_->stop());
     EXPECT_EQ(with_.clock.untilNextTimer(), std::nullopt);
@@ -95,7 +95,7 @@ TEST_F(AppModelEndTest, OnceStoppedItScansNoMore) {
     EXPECT_TRUE(model_->auth().isSignedIn());
 }
 
-TEST_F(AppModelEndTest, StoppingEndsAScan) {
+TEST_F(AppModelEndTest, StopEndsTheRunningScan) {
     addMessages(1);
     with_.service.setAnswer(FakeService::ingestPath, std::nullopt);
     beginSignedIn();
@@ -109,7 +109,7 @@ TEST_F(AppModelEndTest, StoppingEndsAScan) {
     EXPECT_EQ(with_.service.inFlight(), 0U);
 }
 
-TEST_F(AppModelEndTest, StoppingWaitsUntilTheKeychainHasTheSession) {
+TEST_F(AppModelEndTest, StopWaitsUntilTheKeychainHasTheSession) {
     startSignedIn();
     model_->auth().signOut();
     auto stopping = model_->stop();
@@ -118,7 +118,7 @@ TEST_F(AppModelEndTest, StoppingWaitsUntilTheKeychainHasTheSession) {
     EXPECT_THAT(logged(LogLevel::Error), Each(Not(HasSubstr("quitting before"))));
 }
 
-TEST_F(AppModelEndTest, ASessionThatIsNotKeptIsLogged) {
+TEST_F(AppModelEndTest, LogsThatTheSessionWasNotStored) {
     startSignedIn();
     with_.keychain.writeError = tavrin::PlatformError("test", 1, "The keychain is locked.");
     model_->auth().signOut();
@@ -128,7 +128,7 @@ TEST_F(AppModelEndTest, ASessionThatIsNotKeptIsLogged) {
         "the session will not outlive this process: The keychain is locked.");
 }
 
-TEST_F(AppModelEndTest, StoppingTakesNoLongerThanTwoSeconds) {
+TEST_F(AppModelEndTest, StopTakesAtMostTwoSeconds) {
     auto copier = std::make_unique<SlowFileCopier>(false);
     SlowFileCopier& slow = *copier;
     with_.platform.fileCopier = std::move(copier);
@@ -146,51 +146,51 @@ TEST_F(AppModelEndTest, StoppingTakesNoLongerThanTwoSeconds) {
     expectToEndWithoutATrace();
 }
 
-TEST_F(AppModelEndTest, ItMayBeDestroyedAtTheVeryStart) {
+TEST_F(AppModelEndTest, MayBeDestroyedRightAfterConstruction) {
     begin();
     expectToEndWithoutATrace();
 }
 
-TEST_F(AppModelEndTest, ItMayBeDestroyedWhileTheKeychainIsLocked) {
+TEST_F(AppModelEndTest, MayBeDestroyedWhileTheKeychainIsLocked) {
     with_.keychain.lock();
     begin();
     processEvents();
     expectToEndWithoutATrace();
 }
 
-TEST_F(AppModelEndTest, ItMayBeDestroyedWhileItSleeps) {
+TEST_F(AppModelEndTest, MayBeDestroyedWhileItSleeps) {
     startSignedIn();
     expectToEndWithoutATrace();
 }
 
-TEST_F(AppModelEndTest, ItMayBeDestroyedWhileItFlashes) {
+TEST_F(AppModelEndTest, MayBeDestroyedWhileTheIconFlashes) {
     startSignedOut();
     with_.clock.advance(AttentionFlash::brandDuration);
     expectToEndWithoutATrace();
 }
 
-TEST_F(AppModelEndTest, ItMayBeDestroyedWhileATokenIsRefreshed) {
+TEST_F(AppModelEndTest, MayBeDestroyedDuringATokenRefresh) {
     with_.service.setAnswer(FakeService::refreshPath, std::nullopt);
     beginSignedIn();
     EXPECT_TRUE(waitForRequest(FakeService::refreshPath));
     expectToEndWithoutATrace();
 }
 
-TEST_F(AppModelEndTest, ItMayBeDestroyedWhileItFetchesTheKnownContacts) {
+TEST_F(AppModelEndTest, MayBeDestroyedWhileItFetchesTheKnownContacts) {
     with_.service.setAnswer(FakeService::digestPath, std::nullopt);
     beginSignedIn();
     EXPECT_TRUE(waitForRequest(FakeService::digestPath));
     expectToEndWithoutATrace();
 }
 
-TEST_F(AppModelEndTest, ItMayBeDestroyedWhileItReadsTheContacts) {
+TEST_F(AppModelEndTest, MayBeDestroyedWhileItReadsTheContacts) {
     with_.addressBook.hold();
     beginSignedIn();
     EXPECT_TRUE(waitUntil([this] { return !with_.addressBook.enumerations.empty(); }));
     expectToEndWithoutATrace();
 }
 
-TEST_F(AppModelEndTest, ItMayBeDestroyedWhileItCopiesTheDatabase) {
+TEST_F(AppModelEndTest, MayBeDestroyedWhileItCopiesTheDatabase) {
     auto copier = std::make_unique<SlowFileCopier>(true);
     SlowFileCopier& slow = *copier;
     with_.platform.fileCopier = std::move(copier);
@@ -200,7 +200,7 @@ TEST_F(AppModelEndTest, ItMayBeDestroyedWhileItCopiesTheDatabase) {
     expectToEndWithoutATrace();
 }
 
-TEST_F(AppModelEndTest, ItMayBeDestroyedWhileABatchIsOnItsWay) {
+TEST_F(AppModelEndTest, MayBeDestroyedDuringAnUpload) {
     addMessages(1);
     with_.service.setAnswer(FakeService::ingestPath, std::nullopt);
     beginSignedIn();
@@ -209,14 +209,14 @@ TEST_F(AppModelEndTest, ItMayBeDestroyedWhileABatchIsOnItsWay) {
     expectToEndWithoutATrace();
 }
 
-TEST_F(AppModelEndTest, ItMayBeDestroyedBetweenTwoBatches) {
+TEST_F(AppModelEndTest, MayBeDestroyedBetweenTwoBatches) {
     addMessages(600);
     beginSignedIn();
     EXPECT_EQ(nextWait(), 10);
     expectToEndWithoutATrace();
 }
 
-TEST_F(AppModelEndTest, ItMayBeDestroyedBetweenTwoAttempts) {
+TEST_F(AppModelEndTest, MayBeDestroyedBetweenTwoAttempts) {
     addMessages(1);
     options_.retryDelays = {5};
     with_.service.setAnswer(FakeService::ingestPath, 503);
@@ -225,21 +225,21 @@ TEST_F(AppModelEndTest, ItMayBeDestroyedBetweenTwoAttempts) {
     expectToEndWithoutATrace();
 }
 
-TEST_F(AppModelEndTest, ItMayBeDestroyedWhileItReadsTheLog) {
+TEST_F(AppModelEndTest, MayBeDestroyedWhileItReadsTheLog) {
     with_.logStore.hold();
     beginSignedIn();
     EXPECT_TRUE(waitUntil([this] { return !with_.logStore.reads().empty(); }));
     expectToEndWithoutATrace();
 }
 
-TEST_F(AppModelEndTest, ItMayBeDestroyedWhileItSendsDiagnostics) {
+TEST_F(AppModelEndTest, MayBeDestroyedWhileItSendsDiagnostics) {
     with_.service.setAnswer(FakeService::diagnosticsPath, std::nullopt);
     beginSignedIn();
     EXPECT_TRUE(waitForRequest(FakeService::diagnosticsPath));
     expectToEndWithoutATrace();
 }
 
-TEST_F(AppModelEndTest, ItMayBeDestroyedAtEveryStepOfAScan) {
+TEST_F(AppModelEndTest, MayBeDestroyedAtEveryStepOfAScan) {
     addMessages(3);
     with_.storeSession();
     // A few events later each time; where the worker is then is another matter.
@@ -255,14 +255,14 @@ TEST_F(AppModelEndTest, ItMayBeDestroyedAtEveryStepOfAScan) {
     EXPECT_EQ(finished, 3U);
 }
 
-TEST_F(AppModelEndTest, ItMayBeDestroyedWhileItChecksThePermissions) {
+TEST_F(AppModelEndTest, MayBeDestroyedWhileItChecksThePermissions) {
     startSignedOut();
     const auto looking = model_->refreshPermissions();
     expectToEndWithoutATrace();
     EXPECT_TRUE(looking.isReady());
 }
 
-TEST_F(AppModelEndTest, ItMayBeDestroyedWhileTheUserSignsIn) {
+TEST_F(AppModelEndTest, MayBeDestroyedWhileTheUserSignsIn) {
     startSignedOut();
     const auto signingIn = model_->auth().signIn();
     EXPECT_TRUE(waitUntil([this] { return with_.browser.isWaiting(); }));
@@ -270,7 +270,7 @@ TEST_F(AppModelEndTest, ItMayBeDestroyedWhileTheUserSignsIn) {
     EXPECT_TRUE(signingIn.isReady());
 }
 
-TEST_F(AppModelEndTest, ItMayBeDestroyedWhileASignInIsExchanged) {
+TEST_F(AppModelEndTest, MayBeDestroyedDuringATokenExchange) {
     with_.service.setAnswer(FakeService::customTokenPath, std::nullopt);
     with_.letTheUserSignIn();
     startSignedOut();
@@ -280,7 +280,7 @@ TEST_F(AppModelEndTest, ItMayBeDestroyedWhileASignInIsExchanged) {
     EXPECT_TRUE(signingIn.isReady());
 }
 
-TEST_F(AppModelEndTest, ItMayBeDestroyedWhileTheUserIsAskedForContacts) {
+TEST_F(AppModelEndTest, MayBeDestroyedWhileTheContactsQuestionIsOpen) {
     with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
     with_.addressBook.hold();
     startSignedOut();
@@ -292,7 +292,7 @@ TEST_F(AppModelEndTest, ItMayBeDestroyedWhileTheUserIsAskedForContacts) {
     EXPECT_EQ(with_.applicationFocus.policy, ApplicationFocus::ActivationPolicy::Accessory);
 }
 
-TEST_F(AppModelEndTest, ItMayBeDestroyedWhileOneScanWaitsForAnother) {
+TEST_F(AppModelEndTest, MayBeDestroyedWhileOneScanWaitsForAnother) {
     addMessages(1);
     with_.service.setAnswer(FakeService::ingestPath, std::nullopt);
     beginSignedIn();
@@ -304,7 +304,7 @@ TEST_F(AppModelEndTest, ItMayBeDestroyedWhileOneScanWaitsForAnother) {
     EXPECT_TRUE(asking.isReady());
 }
 
-TEST_F(AppModelEndTest, ItMayBeDestroyedWhileItStops) {
+TEST_F(AppModelEndTest, MayBeDestroyedDuringStop) {
     startSignedIn();
     model_->auth().signOut();
     const auto stopping = model_->stop();
@@ -314,7 +314,7 @@ TEST_F(AppModelEndTest, ItMayBeDestroyedWhileItStops) {
     EXPECT_EQ(with_.clock.untilNextTimer(), std::nullopt);
 }
 
-TEST_F(AppModelEndTest, ItMayBeDestroyedByTheCoroutineThatStoppedIt) {
+TEST_F(AppModelEndTest, TheCoroutineThatAwaitsStopMayDestroyIt) {
     addMessages(1);
     with_.service.setAnswer(FakeService::ingestPath, std::nullopt);
     beginSignedIn();

@@ -34,7 +34,7 @@ protected:
 
 } // namespace
 
-TEST_F(AppModelPermissionsTest, ARecheckFindsFullDiskAccessGrantedAndTakenAway) {
+TEST_F(AppModelPermissionsTest, ARecheckDetectsGrantedAndRevokedFullDiskAccess) {
     options_.sourcePath = (directory_ / "later.db").string();
     startSignedOut();
     runTask(model_->refreshPermissions());
@@ -51,7 +51,7 @@ TEST_F(AppModelPermissionsTest, ARecheckFindsFullDiskAccessGrantedAndTakenAway) 
     EXPECT_FALSE(model_->hasFullDiskAccess());
 }
 
-TEST_F(AppModelPermissionsTest, ARecheckFindsTheAddressBookToo) {
+TEST_F(AppModelPermissionsTest, ARecheckDetectsContactsAccess) {
     with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
     startSignedOut();
     EXPECT_EQ(model_->contactsAvailability(), Availability::NotDetermined);
@@ -62,7 +62,7 @@ TEST_F(AppModelPermissionsTest, ARecheckFindsTheAddressBookToo) {
     EXPECT_EQ(changes_, changes + 1);
 }
 
-TEST_F(AppModelPermissionsTest, UnderADebuggerContactsAreNotAskedFor) {
+TEST_F(AppModelPermissionsTest, UnderADebuggerItDoesNotRequestContacts) {
     with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
     with_.processControl.hasDebugger = true;
     startSignedOut();
@@ -74,7 +74,7 @@ TEST_F(AppModelPermissionsTest, UnderADebuggerContactsAreNotAskedFor) {
         ElementsAre(HasSubstr("not requesting Contacts: a debugger is attached")));
 }
 
-TEST_F(AppModelPermissionsTest, TheQuestionForContactsComesToTheFront) {
+TEST_F(AppModelPermissionsTest, TheContactsQuestionOpensInFront) {
     with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
     with_.addressBook.userAllows = false;
     startSignedOut();
@@ -87,7 +87,7 @@ TEST_F(AppModelPermissionsTest, TheQuestionForContactsComesToTheFront) {
         logged(LogLevel::Error), ElementsAre(HasSubstr("Contacts request did not grant access")));
 }
 
-TEST_F(AppModelPermissionsTest, AskingForContactsWhileTheQuestionIsOpenBringsItToTheFront) {
+TEST_F(AppModelPermissionsTest, ASecondContactsRequestRaisesTheOpenQuestion) {
     with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
     with_.addressBook.userAllows = false;
     startSignedOut();
@@ -103,7 +103,7 @@ TEST_F(AppModelPermissionsTest, AskingForContactsWhileTheQuestionIsOpenBringsItT
     EXPECT_EQ(logged(LogLevel::Error).size(), 1U);
 }
 
-TEST_F(AppModelPermissionsTest, AQuestionForContactsAskedTwiceAndAllowedIsOneMoreScan) {
+TEST_F(AppModelPermissionsTest, TwoContactsRequestsWithOneAnswerStartOneScan) {
     with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
     startSignedIn();
     const auto first = model_->requestContactsAccess();
@@ -112,7 +112,7 @@ TEST_F(AppModelPermissionsTest, AQuestionForContactsAskedTwiceAndAllowedIsOneMor
     EXPECT_EQ(scans(), 2U);
 }
 
-TEST_F(AppModelPermissionsTest, AUserWhoRefusedTheContactsCanBeAskedAgain) {
+TEST_F(AppModelPermissionsTest, CanRequestContactsAgainAfterARefusal) {
     with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
     with_.addressBook.userAllows = false;
     startSignedOut();
@@ -124,7 +124,7 @@ TEST_F(AppModelPermissionsTest, AUserWhoRefusedTheContactsCanBeAskedAgain) {
     EXPECT_EQ(model_->contactsAvailability(), Availability::Granted);
 }
 
-TEST_F(AppModelPermissionsTest, AQuestionForContactsThatGoesWrongCanBeAskedAgain) {
+TEST_F(AppModelPermissionsTest, CanRequestContactsAgainAfterAnError) {
     auto broken = std::make_unique<ThrowingAddressBook>();
     ThrowingAddressBook& addressBook = *broken;
     with_.platform.addressBook = std::move(broken);
@@ -140,7 +140,7 @@ TEST_F(AppModelPermissionsTest, AQuestionForContactsThatGoesWrongCanBeAskedAgain
         Contains("could not ask for the contacts: The address book is out of order.").Times(2));
 }
 
-TEST_F(AppModelPermissionsTest, GrantedContactsLookAtAllConversationsAgainAtOnce) {
+TEST_F(AppModelPermissionsTest, GrantedContactsRescanAllConversationsAtOnce) {
     with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
     addMessages(3);
     startSignedIn();
@@ -153,7 +153,7 @@ TEST_F(AppModelPermissionsTest, GrantedContactsLookAtAllConversationsAgainAtOnce
     EXPECT_EQ(nextWait(), 900);
 }
 
-TEST_F(AppModelPermissionsTest, ContactsGrantedDuringAScanCountForAllConversations) {
+TEST_F(AppModelPermissionsTest, ContactsGrantedDuringAScanRescanAllConversations) {
     with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
     const auto handle = database_->addHandle("ada@example.com");
     const auto chat = database_->addChat({.guid = "ada", .participants = {handle}});
@@ -181,7 +181,7 @@ TEST_F(AppModelPermissionsTest, ContactsGrantedDuringAScanCountForAllConversatio
     EXPECT_EQ(nextWait(), 890);
 }
 
-TEST_F(AppModelPermissionsTest, ProgressThatCannotBeForgottenIsLoggedAndTheScanGoesOn) {
+TEST_F(AppModelPermissionsTest, LogsThatProgressCannotBeDeletedAndStillScans) {
     startSignedIn();
     with_.userDefaults.setFailsWrites(true);
     runTask(model_->requestContactsAccess());

@@ -30,7 +30,7 @@ class AppModelScanTest : public AppModelFixture {};
 
 } // namespace
 
-TEST_F(AppModelScanTest, WithoutTheKnownContactsAScanOfThemIsSkippedAndCountsAsFailed) {
+TEST_F(AppModelScanTest, WithoutKnownContactsAKnownContactsScanFails) {
     addMessages(1);
     with_.service.setAnswer(FakeService::digestPath, 503, "Busy.");
     beginSignedIn();
@@ -44,7 +44,7 @@ TEST_F(AppModelScanTest, WithoutTheKnownContactsAScanOfThemIsSkippedAndCountsAsF
     EXPECT_EQ(with_.service.requestCount(FakeService::diagnosticsPath), 0U);
 }
 
-TEST_F(AppModelScanTest, WithoutTheKnownContactsAScanOfEverythingGoesOn) {
+TEST_F(AppModelScanTest, WithoutKnownContactsAScanOfAllThreadsStillRuns) {
     addMessages(1);
     with_.userDefaults.setString("collection.scope", "allThreads");
     with_.service.setAnswer(FakeService::digestPath, 503, "Busy.");
@@ -55,7 +55,7 @@ TEST_F(AppModelScanTest, WithoutTheKnownContactsAScanOfEverythingGoesOn) {
         logged(LogLevel::Error), Contains("going on without the known-contact list: Busy."));
 }
 
-TEST_F(AppModelScanTest, TheKnownContactsAreWidenedAndNamedByTheAddressBook) {
+TEST_F(AppModelScanTest, TheAddressBookExpandsAndNamesKnownContacts) {
     const auto handle = database_->addHandle("ada@example.com");
     const auto chat = database_->addChat({.guid = "ada", .participants = {handle}});
     database_->addMessage({.guid = "from-ada", .chats = {chat}});
@@ -72,7 +72,7 @@ TEST_F(AppModelScanTest, TheKnownContactsAreWidenedAndNamedByTheAddressBook) {
     }));
 }
 
-TEST_F(AppModelScanTest, AnAddressBookThatAddsNothingIsNoted) {
+TEST_F(AppModelScanTest, LogsThatTheAddressBookAddsNothing) {
     with_.addressBook.cards.emplace_back();
     startSignedIn();
     EXPECT_THAT(
@@ -80,7 +80,7 @@ TEST_F(AppModelScanTest, AnAddressBookThatAddsNothingIsNoted) {
         ElementsAre(HasSubstr("address book gave no new identifiers (1 contacts)")));
 }
 
-TEST_F(AppModelScanTest, WithoutTheAddressBookAScanGoesOn) {
+TEST_F(AppModelScanTest, ScansWithoutTheAddressBook) {
     addMessages(1);
     with_.addressBook.status = AddressBook::AuthorizationStatus::Denied;
     startSignedIn();
@@ -89,7 +89,7 @@ TEST_F(AppModelScanTest, WithoutTheAddressBookAScanGoesOn) {
     EXPECT_THAT(with_.addressBook.enumerations, IsEmpty());
 }
 
-TEST_F(AppModelScanTest, TheUsersChoicesAreThoseOfTheNextScan) {
+TEST_F(AppModelScanTest, TheNextScanUsesTheUsersChoices) {
     addMessages(1);
     startSignedIn();
     model_->setMode(CollectionMode::MetadataOnly);
@@ -119,13 +119,13 @@ TEST_F(AppModelScanTest, TheLogOfTheLastTwentyMinutesIsSentAfterEachScan) {
     EXPECT_THAT(lines, Each(Not(HasSubstr("not ours"))));
 }
 
-TEST_F(AppModelScanTest, DiagnosticsThatCannotBeSentDisturbNothing) {
+TEST_F(AppModelScanTest, IgnoresDiagnosticsThatCannotBeSent) {
     with_.service.setAnswer(FakeService::diagnosticsPath, 500);
     startSignedIn();
     EXPECT_EQ(model_->collector().lastError(), std::nullopt);
 }
 
-TEST_F(AppModelScanTest, ASessionThatTheServiceCallsExpiredStopsCollectionUntilTheNextSignIn) {
+TEST_F(AppModelScanTest, AnExpiredSessionStopsCollectionUntilTheNextSignIn) {
     startSignedIn();
     with_.service.setAnswer(FakeService::digestPath, 401, expired);
     passWait();

@@ -18,7 +18,7 @@ class AppModelTest : public AppModelFixture {};
 
 } // namespace
 
-TEST_F(AppModelTest, ItTellsOfEveryChangeInItsServices) {
+TEST_F(AppModelTest, EmitsChangedWhenAServiceChanges) {
     startSignedIn();
     const auto expectChange = [this](const auto& act) {
         const int changes = changes_;
@@ -30,7 +30,7 @@ TEST_F(AppModelTest, ItTellsOfEveryChangeInItsServices) {
     expectChange([this] { model_->auth().signOut(); });
 }
 
-TEST_F(AppModelTest, ARescanSendsEverythingAgainAtTheNextTurn) {
+TEST_F(AppModelTest, ARescanSendsAllMessagesInTheNextScan) {
     addMessages(2);
     startSignedIn();
     runTask(model_->rescanFromBeginning());
@@ -40,7 +40,7 @@ TEST_F(AppModelTest, ARescanSendsEverythingAgainAtTheNextTurn) {
     EXPECT_EQ(with_.service.guids().size(), 4U);
 }
 
-TEST_F(AppModelTest, ARescanThatCannotBePreparedIsTold) {
+TEST_F(AppModelTest, ReportsThatARescanCannotBePrepared) {
     startSignedIn();
     with_.userDefaults.setFailsWrites(true);
     runTask(model_->rescanFromBeginning());
@@ -54,7 +54,7 @@ TEST_F(AppModelTest, ARescanThatCannotBePreparedIsTold) {
     EXPECT_EQ(model_->rescanError(), std::nullopt);
 }
 
-TEST_F(AppModelTest, AChoiceAndARescanDoNotHideEachOthersFailure) {
+TEST_F(AppModelTest, AChoiceAndARescanReportSeparateErrors) {
     startSignedIn();
     with_.userDefaults.setFailsWrites(true);
     model_->setMode(CollectionMode::MetadataOnly);
@@ -75,14 +75,14 @@ TEST_F(AppModelTest, AChoiceAndARescanDoNotHideEachOthersFailure) {
     EXPECT_TRUE(model_->rescanError());
 }
 
-TEST_F(AppModelTest, ARelaunchIsScheduledBeforeItQuits) {
+TEST_F(AppModelTest, SchedulesTheRelaunchBeforeItTerminates) {
     startSignedOut();
     model_->relaunch();
     EXPECT_EQ(with_.processControl.relaunches, 1);
     EXPECT_EQ(with_.processControl.terminations, 1);
 }
 
-TEST_F(AppModelTest, ItsLogIsItsOwnAndTheUpdaters) {
+TEST_F(AppModelTest, TheLogCoversTheApplicationAndTheUpdater) {
     begin();
     EXPECT_EQ(model_->logSubsystems().application, "app.test");
     EXPECT_EQ(model_->logSubsystems().updater, "org.sparkle-project.Sparkle");

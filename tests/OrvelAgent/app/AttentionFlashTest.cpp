@@ -14,7 +14,7 @@ class AttentionFlashTest : public AppModelFixture {};
 
 } // namespace
 
-TEST_F(AttentionFlashTest, WhileAttentionFlashesItWakesUpLessThanOnceASecond) {
+TEST_F(AttentionFlashTest, FlashingWakesUpLessThanOnceASecond) {
     startSignedOut();
     EXPECT_LT(wakeUpsInAnHour(), 3600);
 }
@@ -42,7 +42,7 @@ TEST_F(AttentionFlashTest, AttentionFlashesForLessThanASecondEveryThree) {
     }
 }
 
-TEST_F(AttentionFlashTest, TheFlashIsNeverStuckOnTheAttentionSymbol) {
+TEST_F(AttentionFlashTest, StoppingTheFlashShowsTheBrandImage) {
     startSignedOut();
     with_.clock.advance(AttentionFlash::brandDuration);
     ASSERT_TRUE(model_->attentionFlashOn());
@@ -64,7 +64,7 @@ TEST_F(AttentionFlashTest, TheFlashIsNeverStuckOnTheAttentionSymbol) {
     EXPECT_EQ(model_->statusIcon(), StatusIcon::Brand);
 }
 
-TEST_F(AttentionFlashTest, WithReducedMotionAttentionIsASteadyImage) {
+TEST_F(AttentionFlashTest, WithReducedMotionTheIconIsSteady) {
     startSignedOut();
     with_.clock.advance(AttentionFlash::brandDuration);
     EXPECT_EQ(model_->statusIcon(), StatusIcon::Attention);

@@ -36,7 +36,7 @@ class CollectionLoopTest : public AppModelFixture {};
 
 } // namespace
 
-TEST_F(CollectionLoopTest, ItScansAtTheStartAndEveryFifteenMinutes) {
+TEST_F(CollectionLoopTest, ScansAtTheStartAndEveryFifteenMinutes) {
     addMessages(3);
     startSignedIn();
     EXPECT_EQ(scans(), 1U);
@@ -50,7 +50,7 @@ TEST_F(CollectionLoopTest, ItScansAtTheStartAndEveryFifteenMinutes) {
     EXPECT_EQ(with_.service.guids().back(), "message-4");
 }
 
-TEST_F(CollectionLoopTest, AfterFailuresItWaitsTwiceAsLongEachTimeUpToFiveMinutes) {
+TEST_F(CollectionLoopTest, EachFailureDoublesTheWaitUpToFiveMinutes) {
     with_.fileCopier.setFails(true);
     beginSignedIn();
     std::vector<double> waits;
@@ -70,7 +70,7 @@ TEST_F(CollectionLoopTest, AfterFailuresItWaitsTwiceAsLongEachTimeUpToFiveMinute
     EXPECT_EQ(nextWait(), 60);
 }
 
-TEST_F(CollectionLoopTest, AScanThatIsSkippedLeavesTheNumberOfFailuresAsItWas) {
+TEST_F(CollectionLoopTest, ASkippedScanKeepsTheFailureCount) {
     with_.fileCopier.setFails(true);
     beginSignedIn();
     EXPECT_EQ(nextWait(), 60);
@@ -83,7 +83,7 @@ TEST_F(CollectionLoopTest, AScanThatIsSkippedLeavesTheNumberOfFailuresAsItWas) {
     EXPECT_EQ(scans(), 2U);
 }
 
-TEST_F(CollectionLoopTest, AfterAnUnexpectedErrorItScansAgain) {
+TEST_F(CollectionLoopTest, ScansAgainAfterAnUnexpectedError) {
     auto broken = std::make_unique<ThrowingAddressBook>();
     ThrowingAddressBook& addressBook = *broken;
     with_.platform.addressBook = std::move(broken);
@@ -97,7 +97,7 @@ TEST_F(CollectionLoopTest, AfterAnUnexpectedErrorItScansAgain) {
     EXPECT_EQ(nextWait(), 900);
 }
 
-TEST_F(CollectionLoopTest, AfterAnUnexpectedErrorItChecksFullDiskAccessAgain) {
+TEST_F(CollectionLoopTest, ChecksFullDiskAccessAgainAfterAnUnexpectedError) {
     options_.sourcePath = (directory_ / "later.db").string();
     auto broken = std::make_unique<ThrowingAddressBook>();
     ThrowingAddressBook& addressBook = *broken;
@@ -115,7 +115,7 @@ TEST_F(CollectionLoopTest, AfterAnUnexpectedErrorItChecksFullDiskAccessAgain) {
     EXPECT_EQ(scans(), 1U);
 }
 
-TEST_F(CollectionLoopTest, AClockThatThrowsIsLoggedAndDelaysNothing) {
+TEST_F(CollectionLoopTest, LogsAThrowingClockAndStopsWithoutDelay) {
     const auto former = std::exchange(with_.platform.clock, std::make_unique<ThrowingClock>());
     begin();
     EXPECT_TRUE(waitUntil([this] { return logged(LogLevel::Error).size() == 2; }));
@@ -131,7 +131,7 @@ TEST_F(CollectionLoopTest, AClockThatThrowsIsLoggedAndDelaysNothing) {
     model_.reset();
 }
 
-TEST_F(CollectionLoopTest, WhileSomethingBlocksItChecksEveryHalfMinute) {
+TEST_F(CollectionLoopTest, WhileBlockedItChecksEveryThirtySeconds) {
     startSignedOut();
     EXPECT_TRUE(with_.urlSession.requests().empty());
     for (int look = 0; look < 5; ++look) {
@@ -142,13 +142,13 @@ TEST_F(CollectionLoopTest, WhileSomethingBlocksItChecksEveryHalfMinute) {
     EXPECT_TRUE(with_.urlSession.requests().empty());
 }
 
-TEST_F(CollectionLoopTest, WithNothingWrongItWakesUpLessThanOnceInTenSeconds) {
+TEST_F(CollectionLoopTest, WakesUpLessThanOnceInTenSecondsWhenIdle) {
     startSignedIn();
     EXPECT_LT(wakeUpsInAnHour(), 360);
     EXPECT_EQ(scans(), 5U);
 }
 
-TEST_F(CollectionLoopTest, ASignInIsFoundWithoutARestart) {
+TEST_F(CollectionLoopTest, DetectsASignInWithoutARestart) {
     addMessages(2);
     startSignedOut();
     with_.letTheUserSignIn();
@@ -158,7 +158,7 @@ TEST_F(CollectionLoopTest, ASignInIsFoundWithoutARestart) {
     EXPECT_EQ(with_.service.guids().size(), 2U);
 }
 
-TEST_F(CollectionLoopTest, FullDiskAccessIsFoundWithoutARestart) {
+TEST_F(CollectionLoopTest, DetectsFullDiskAccessWithoutARestart) {
     options_.sourcePath = (directory_ / "later.db").string();
     with_.storeSession();
     begin();
@@ -175,7 +175,7 @@ TEST_F(CollectionLoopTest, FullDiskAccessIsFoundWithoutARestart) {
     EXPECT_EQ(scans(), 1U);
 }
 
-TEST_F(CollectionLoopTest, APauseBlocksUntilItIsOver) {
+TEST_F(CollectionLoopTest, APauseBlocksScansUntilItEnds) {
     startSignedIn();
     model_->collector().setPaused(true);
     passWait();
@@ -187,14 +187,14 @@ TEST_F(CollectionLoopTest, APauseBlocksUntilItIsOver) {
     EXPECT_EQ(scans(), 2U);
 }
 
-TEST_F(CollectionLoopTest, AfterEightHoursOfSleepThereIsOneScan) {
+TEST_F(CollectionLoopTest, ScansOnceAfterEightHoursOfSleep) {
     startSignedIn();
     with_.clock.advance(8h);
     EXPECT_EQ(nextWait(), 900);
     EXPECT_EQ(scans(), 2U);
 }
 
-TEST_F(CollectionLoopTest, StartingToCollectAgainStartsNoSecondLoop) {
+TEST_F(CollectionLoopTest, ASecondStartStartsNoSecondLoop) {
     beginSignedIn();
     model_->startCollecting();
     EXPECT_EQ(nextWait(), 900);

@@ -18,14 +18,14 @@ class CollectionStatusTest : public AppModelFixture {};
 
 } // namespace
 
-TEST_F(CollectionStatusTest, SignedOutComesBeforeFullDiskAccess) {
+TEST_F(CollectionStatusTest, ReportsSignedOutBeforeMissingFullDiskAccess) {
     options_.sourcePath = (directory_ / "missing.db").string();
     startSignedOut();
     EXPECT_TRUE(model_->needsAttention());
     EXPECT_EQ(model_->blockedReason(), "Sign in to start collecting.");
 }
 
-TEST_F(CollectionStatusTest, AllIsWellWithTheBrandImage) {
+TEST_F(CollectionStatusTest, ShowsTheBrandImageWhenNothingIsWrong) {
     startSignedIn();
     EXPECT_FALSE(model_->needsAttention());
     EXPECT_EQ(model_->blockedReason(), std::nullopt);
@@ -33,7 +33,7 @@ TEST_F(CollectionStatusTest, AllIsWellWithTheBrandImage) {
     EXPECT_EQ(model_->statusAccessibilityLabel(), "Orvel Agent");
 }
 
-TEST_F(CollectionStatusTest, AScanShowsEvenWhenAttentionIsNeeded) {
+TEST_F(CollectionStatusTest, ShowsAScanEvenIfAttentionIsNeeded) {
     addMessages(1);
     with_.service.setAnswer(FakeService::ingestPath, std::nullopt);
     beginSignedIn();
@@ -47,14 +47,14 @@ TEST_F(CollectionStatusTest, AScanShowsEvenWhenAttentionIsNeeded) {
     EXPECT_FALSE(model_->attentionFlashOn());
 }
 
-TEST_F(CollectionStatusTest, APauseShowsEvenWhenAttentionIsNeeded) {
+TEST_F(CollectionStatusTest, ShowsAPauseEvenIfAttentionIsNeeded) {
     startSignedOut();
     model_->collector().setPaused(true);
     EXPECT_EQ(model_->statusIcon(), StatusIcon::Paused);
     EXPECT_EQ(model_->statusAccessibilityLabel(), "Orvel Agent: collection paused");
 }
 
-TEST_F(CollectionStatusTest, AnUpdateThatWaitsShowsWhenNothingElseIsWrong) {
+TEST_F(CollectionStatusTest, ShowsAWaitingUpdateWhenNothingElseIsWrong) {
     startSignedIn();
     SoftwareUpdate update;
     update.version = "2.0";

@@ -38,7 +38,7 @@ protected:
 
 } // namespace
 
-TEST_F(PermissionsTest, ADatabaseThatCanBeReadIsAccess) {
+TEST_F(PermissionsTest, AReadableDatabaseIsAccess) {
     write("SQLite format 3");
     const UnprivilegedUser user;
     EXPECT_TRUE(hasAccess());
@@ -49,7 +49,7 @@ TEST_F(PermissionsTest, AnEmptyDatabaseIsAccess) {
     EXPECT_TRUE(hasAccess());
 }
 
-TEST_F(PermissionsTest, ANameThatIsNoUTF8IsAccess) {
+TEST_F(PermissionsTest, APathThatIsNotUTF8IsAccess) {
     const fs::path folder = home_ / "Caf\xe9";
     fs::create_directory(folder);
     std::ofstream(folder / "chat.db") << "SQLite format 3";
@@ -63,26 +63,26 @@ TEST_F(PermissionsTest, AMissingDatabaseIsNoAccess) {
     EXPECT_FALSE(fs::exists(home_ / "Library")) << "the probe makes nothing";
 }
 
-TEST_F(PermissionsTest, ADatabaseThatMayNotBeReadIsNoAccess) {
+TEST_F(PermissionsTest, AnUnreadableDatabaseIsNoAccess) {
     write("SQLite format 3");
     fs::permissions(database(), fs::perms::owner_write);
     const UnprivilegedUser user;
     EXPECT_FALSE(hasAccess());
 }
 
-TEST_F(PermissionsTest, AFolderThatMayNotBeEnteredIsNoAccess) {
+TEST_F(PermissionsTest, AnInaccessibleFolderIsNoAccess) {
     write("SQLite format 3");
     fs::permissions(messages(), fs::perms::none);
     const UnprivilegedUser user;
     EXPECT_FALSE(hasAccess());
 }
 
-TEST_F(PermissionsTest, AFolderInItsPlaceIsNoAccess) {
+TEST_F(PermissionsTest, AFolderInsteadOfAFileIsNoAccess) {
     fs::create_directory(database());
     EXPECT_FALSE(hasAccess());
 }
 
-TEST_F(PermissionsTest, AccessThatIsGrantedLaterIsFound) {
+TEST_F(PermissionsTest, DetectsAccessThatIsGrantedLater) {
     write("SQLite format 3");
     fs::permissions(database(), fs::perms::none);
     const auto hasAccessAsUser = [this] {
@@ -94,7 +94,7 @@ TEST_F(PermissionsTest, AccessThatIsGrantedLaterIsFound) {
     EXPECT_TRUE(hasAccessAsUser());
 }
 
-TEST_F(PermissionsTest, TheProbeOnTheWorkerFindsTheSame) {
+TEST_F(PermissionsTest, TheProbeOnTheWorkerGivesTheSameResult) {
     Worker worker;
     EXPECT_FALSE(runTask(Permissions::probeFullDiskAccess(&worker, database())));
     write("SQLite format 3");

@@ -22,7 +22,7 @@ class SavedChoicesTest : public AppModelFixture {};
 
 } // namespace
 
-TEST_F(SavedChoicesTest, TheUsersChoicesAreRead) {
+TEST_F(SavedChoicesTest, ReadsTheUsersChoices) {
     with_.userDefaults.setString("collection.mode", "metadataOnly");
     with_.userDefaults.setString("collection.scope", "allThreads");
     with_.userDefaults.setBoolean("startAtLogin", true);
@@ -32,7 +32,7 @@ TEST_F(SavedChoicesTest, TheUsersChoicesAreRead) {
     EXPECT_TRUE(model_->startAtLogin());
 }
 
-TEST_F(SavedChoicesTest, TheUsersChoicesAreInForceAtOnceAndThenSaved) {
+TEST_F(SavedChoicesTest, ChoicesApplyAtOnceAndAreSaved) {
     startSignedOut();
     EXPECT_FALSE(model_->startAtLogin());
     const int changes = changes_;
@@ -49,7 +49,7 @@ TEST_F(SavedChoicesTest, TheUsersChoicesAreInForceAtOnceAndThenSaved) {
     EXPECT_EQ(with_.userDefaults.boolean("startAtLogin"), true);
 }
 
-TEST_F(SavedChoicesTest, TheLastOfManyChoicesIsTheOneThatIsSaved) {
+TEST_F(SavedChoicesTest, SavesTheLastOfManyChoices) {
     startSignedOut();
     for (int i = 0; i < 50; ++i) {
         model_->setScope(ThreadScope::AllThreads);
@@ -59,7 +59,7 @@ TEST_F(SavedChoicesTest, TheLastOfManyChoicesIsTheOneThatIsSaved) {
     EXPECT_EQ(with_.userDefaults.string("collection.scope"), "knownContactsOnly");
 }
 
-TEST_F(SavedChoicesTest, AChoiceThatCannotBeSavedIsInForceAndTheUserIsTold) {
+TEST_F(SavedChoicesTest, AChoiceThatCannotBeSavedAppliesAndIsReported) {
     startSignedOut();
     with_.userDefaults.setFailsWrites(true);
     model_->setMode(CollectionMode::MetadataOnly);
@@ -76,7 +76,7 @@ TEST_F(SavedChoicesTest, AChoiceThatCannotBeSavedIsInForceAndTheUserIsTold) {
     EXPECT_TRUE(waitUntil([this] { return !model_->settingsError(); }));
 }
 
-TEST_F(SavedChoicesTest, TheSystemIsToldOfEveryChoiceToStartAtLogin) {
+TEST_F(SavedChoicesTest, EveryStartAtLoginChoiceUpdatesTheLoginItem) {
     startSignedOut();
     model_->setStartAtLogin(true);
     model_->setStartAtLogin(true);
@@ -96,7 +96,7 @@ TEST_F(SavedChoicesTest, ALoginItemThatCannotBeChangedIsNoError) {
         logged(LogLevel::Info), Contains("could not change the login item: No such folder."));
 }
 
-TEST_F(SavedChoicesTest, WhatWasChosenLastIsSavedWhenItGoes) {
+TEST_F(SavedChoicesTest, SavesTheLastChoiceBeforeDestruction) {
     startSignedOut();
     model_->setMode(CollectionMode::MetadataOnly);
     model_->setStartAtLogin(true);

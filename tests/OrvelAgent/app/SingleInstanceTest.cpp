@@ -40,14 +40,14 @@ protected:
 
 } // namespace
 
-TEST_F(SingleInstanceTest, TheFirstCopyGoesOn) {
+TEST_F(SingleInstanceTest, TheFirstCopyKeepsRunning) {
     testing::internal::CaptureStderr();
     SingleInstance::terminateIfAlreadyRunning(bundle_, registry_, log_);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     EXPECT_TRUE(registry_.activatedCopies.empty());
 }
 
-TEST_F(SingleInstanceTest, ALaterCopySaysSoAndEnds) {
+TEST_F(SingleInstanceTest, ALaterCopyReportsTheOtherAndExits) {
     registry_.otherCopy = {4711};
     EXPECT_EXIT(
         SingleInstance::terminateIfAlreadyRunning(bundle_, registry_, log_),
@@ -57,7 +57,7 @@ TEST_F(SingleInstanceTest, ALaterCopySaysSoAndEnds) {
         "exiting\\.\n$");
 }
 
-TEST_F(SingleInstanceTest, WithoutAnIdentifierThereIsNothingToGuard) {
+TEST_F(SingleInstanceTest, WithoutAnIdentifierItKeepsRunning) {
     bundle_.setInfo("CFBundleIdentifier", "");
     registry_.otherCopy = {4711};
     SingleInstance::terminateIfAlreadyRunning(bundle_, registry_, log_);

@@ -116,7 +116,7 @@ protected:
 
 } // namespace
 
-TEST_F(LogReaderTest, BeginsEmptyAndReadsNothing) {
+TEST_F(LogReaderTest, ReadsNothingBeforeItIsStarted) {
     refresh();
     EXPECT_TRUE(store_.reads().empty());
     EXPECT_TRUE(reader_->entries().empty());
@@ -125,7 +125,7 @@ TEST_F(LogReaderTest, BeginsEmptyAndReadsNothing) {
     EXPECT_EQ(reader_->plainText(), "");
 }
 
-TEST_F(LogReaderTest, TakesDateLevelCategoryAndMessage) {
+TEST_F(LogReaderTest, ReadsDateLevelCategoryAndMessage) {
     store_.write(LogLevel::Error, "collector", "scan failed");
     start();
     ASSERT_EQ(reader_->entries().size(), 1U);
@@ -137,7 +137,7 @@ TEST_F(LogReaderTest, TakesDateLevelCategoryAndMessage) {
     EXPECT_EQ(entry.message, "scan failed");
 }
 
-TEST_F(LogReaderTest, BeginsFourHoursBack) {
+TEST_F(LogReaderTest, StartsFourHoursBack) {
     log("too old");
     clock_.advance(Seconds(0.5));
     log("just within");
@@ -159,7 +159,7 @@ TEST_F(LogReaderTest, ListsTheNewestFirst) {
     EXPECT_EQ(messages(), (Strings{"four", "three", "two", "one"}));
 }
 
-TEST_F(LogReaderTest, ReadsEverySecondFromTheNewestEntryOn) {
+TEST_F(LogReaderTest, ReadsEverySecondFromTheNewestEntry) {
     const Date begin = clock_.now();
     start();
     refresh();
@@ -179,7 +179,7 @@ TEST_F(LogReaderTest, ReadsEverySecondFromTheNewestEntryOn) {
     EXPECT_EQ(store_.reads().size(), 4U);
 }
 
-TEST_F(LogReaderTest, TheNextSecondBeginsWhenTheReadingHasEnded) {
+TEST_F(LogReaderTest, TheIntervalStartsWhenTheReadHasFinished) {
     store_.hold();
     reader_->startStreaming();
     clock_.advance(Seconds(10));
@@ -193,7 +193,7 @@ TEST_F(LogReaderTest, TheNextSecondBeginsWhenTheReadingHasEnded) {
     EXPECT_EQ(store_.reads().size(), 2U);
 }
 
-TEST_F(LogReaderTest, ShowsAnEntryThatIsReadAgainOnce) {
+TEST_F(LogReaderTest, ListsAnEntryOnceIfItIsReadTwice) {
     log("one");
     start();
     log("two");
@@ -202,7 +202,7 @@ TEST_F(LogReaderTest, ShowsAnEntryThatIsReadAgainOnce) {
     EXPECT_EQ(messages(), (Strings{"two", "one"}));
 }
 
-TEST_F(LogReaderTest, DateCategoryAndMessageTellEntriesApart) {
+TEST_F(LogReaderTest, DateCategoryAndMessageIdentifyAnEntry) {
     store_.write(LogLevel::Info, "a", "x");
     store_.write(LogLevel::Info, "a", "y");
     store_.write(LogLevel::Info, "b", "x");
@@ -213,7 +213,7 @@ TEST_F(LogReaderTest, DateCategoryAndMessageTellEntriesApart) {
     EXPECT_EQ(messages(), (Strings{"x", "x", "y", "x"}));
 }
 
-TEST_F(LogReaderTest, EveryEntryHasAnIdOfItsOwn) {
+TEST_F(LogReaderTest, EveryEntryHasAUniqueId) {
     log("one");
     log("two");
     start();
@@ -224,7 +224,7 @@ TEST_F(LogReaderTest, EveryEntryHasAnIdOfItsOwn) {
     EXPECT_EQ(reader_->entries()[2].id, one);
 }
 
-TEST_F(LogReaderTest, TakesTheEntriesOfTheApplicationAndItsUpdaterOnly) {
+TEST_F(LogReaderTest, KeepsOnlyEntriesOfTheApplicationAndItsUpdater) {
     append("com.example.framework", "c", "another's");
     append("", "c", "nobody's");
     append(updater, "Sessions", "the updater's");
@@ -235,7 +235,7 @@ TEST_F(LogReaderTest, TakesTheEntriesOfTheApplicationAndItsUpdaterOnly) {
     EXPECT_EQ(reader_->entries()[1].category, "update");
 }
 
-TEST_F(LogReaderTest, WithoutAnIdentifierOfItsOwnTheApplicationsCategoriesStay) {
+TEST_F(LogReaderTest, KeepsCategoriesIfTheApplicationHasNoIdentifier) {
     append("", "collector", "ours");
     LogReader reader(store_, clock_, {});
     reader.startStreaming();
@@ -261,7 +261,7 @@ TEST_F(LogReaderTest, KeepsTheNewestTwoThousand) {
     EXPECT_EQ(reader_->entries().back().message, "5");
 }
 
-TEST_F(LogReaderTest, ForgetsTheKeysOfWhatFellOut) {
+TEST_F(LogReaderTest, ForgetsTheKeysOfDroppedEntries) {
     LogEntry again;
     again.date = clock_.now();
     again.subsystem = RecordingLogStore::subsystem;
@@ -297,7 +297,7 @@ TEST_F(LogReaderTest, FollowsAClockThatIsSetBack) {
     EXPECT_EQ(messages(), (Strings{"later", "after", "before"}));
 }
 
-TEST_F(LogReaderTest, TellsWhatCameAtTheFrontAndWhatWentAtTheEnd) {
+TEST_F(LogReaderTest, ReportsInsertedAndDroppedCounts) {
     start();
     log("one");
     log("two");
@@ -318,7 +318,7 @@ TEST_F(LogReaderTest, TellsWhatCameAtTheFrontAndWhatWentAtTheEnd) {
     EXPECT_EQ(changes_, (Changes{{2'000, 2'000}})) << "nobody hears of those that never were there";
 }
 
-TEST_F(LogReaderTest, SaysNothingWhenNothingIsNew) {
+TEST_F(LogReaderTest, EmitsNothingWithoutNewEntries) {
     log("one");
     start();
     refresh();
@@ -326,7 +326,7 @@ TEST_F(LogReaderTest, SaysNothingWhenNothingIsNew) {
     EXPECT_TRUE(changes_.empty());
 }
 
-TEST_F(LogReaderTest, AFailedReadingLeavesEverythingAndIsTriedAgain) {
+TEST_F(LogReaderTest, AFailedReadKeepsTheEntriesAndIsRetried) {
     log("one");
     start();
     store_.readError = tavrin::PlatformError::fromErrno(EIO, "Could not read the log");
@@ -345,7 +345,7 @@ TEST_F(LogReaderTest, AFailedReadingLeavesEverythingAndIsTriedAgain) {
     EXPECT_EQ(changes_, (Changes{{1, 0}}));
 }
 
-TEST_F(LogReaderTest, TellsThatAFailureHasPassedWithNothingNew) {
+TEST_F(LogReaderTest, EmitsChangedWhenAFailureClears) {
     store_.readError = tavrin::PlatformError::fromErrno(EIO, "Could not read the log");
     start();
     store_.readError.reset();
@@ -364,7 +364,7 @@ TEST_F(LogReaderTest, StartingTwiceReadsOnce) {
     EXPECT_EQ(store_.reads().size(), 2U);
 }
 
-TEST_F(LogReaderTest, StoppingKeepsWhatWasRead) {
+TEST_F(LogReaderTest, StoppingKeepsTheEntries) {
     log("one");
     start();
     reader_->stopStreaming();
@@ -380,7 +380,7 @@ TEST_F(LogReaderTest, StoppingKeepsWhatWasRead) {
     EXPECT_EQ(messages(), (Strings{"two", "one"}));
 }
 
-TEST_F(LogReaderTest, StoppingDropsTheReadingThatRuns) {
+TEST_F(LogReaderTest, StoppingDropsTheRunningRead) {
     log("one");
     store_.hold();
     reader_->startStreaming();
@@ -441,7 +441,7 @@ TEST_F(LogReaderTest, ASlotMayStopAndStartAgain) {
     EXPECT_EQ(store_.reads().size(), 3U) << "only one goes on";
 }
 
-TEST_F(LogReaderTest, WithoutATimerItStopsAndSaysWhy) {
+TEST_F(LogReaderTest, StopsAndReportsWhyIfNoTimerCanBeSet) {
     class BrokenClock final : public Clock {
     public:
         [[nodiscard]] Date now() const override { return {}; }
@@ -458,7 +458,7 @@ TEST_F(LogReaderTest, WithoutATimerItStopsAndSaysWhy) {
     EXPECT_EQ(reader.failure(), "Could not make a timer: Too many open files");
 }
 
-TEST_F(LogReaderTest, PlainTextListsTheOldestFirst) {
+TEST_F(LogReaderTest, PlainTextListsOldestFirst) {
     store_.write(LogLevel::Info, "collector", "one");
     clock_.advance(Seconds(1));
     store_.write(LogLevel::Error, "auth", "two\nlines");
@@ -490,7 +490,7 @@ TEST_F(LogReaderTest, PlainTextHasAWordForEveryLevel) {
         "2024-03-09 17:05:42  [] info  6");
 }
 
-TEST_F(LogReaderTest, PlainTextIsInLocalTimeAlsoAfterAMoveToAnotherZone) {
+TEST_F(LogReaderTest, PlainTextFollowsTheLocalTimeZone) {
     clock_.advance(Seconds(0.999));
     log("x");
     start();
@@ -500,7 +500,7 @@ TEST_F(LogReaderTest, PlainTextIsInLocalTimeAlsoAfterAMoveToAnotherZone) {
     EXPECT_EQ(reader_->plainText(), "2024-03-08 23:05:42  [c] info  x");
 }
 
-TEST_F(LogReaderTest, RecentLinesAreThoseOfTheLastMinutes) {
+TEST_F(LogReaderTest, RecentLinesCoverTheLastMinutes) {
     log("too old");
     clock_.advance(Seconds(0.5));
     store_.write(LogLevel::Error, "collector", "one");
@@ -515,7 +515,7 @@ TEST_F(LogReaderTest, RecentLinesAreThoseOfTheLastMinutes) {
     EXPECT_EQ(recentLines(std::chrono::minutes(1)), Strings{"2024-03-09 22:55:42  [Sessions] two"});
 }
 
-TEST_F(LogReaderTest, RecentLinesAreNoneWhenTheyCannotBeRead) {
+TEST_F(LogReaderTest, RecentLinesAreEmptyIfTheLogCannotBeRead) {
     log("one");
     store_.readError = tavrin::PlatformError::fromErrno(EIO, "Could not read the log");
     EXPECT_TRUE(recentLines(std::chrono::minutes(20)).empty());

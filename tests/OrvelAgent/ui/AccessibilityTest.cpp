@@ -131,7 +131,7 @@ TEST(AccessibilityTest, EverythingInADialogHasARoleAndAName) {
     expectAccessible(update, QAccessible::Dialog, "Software Update");
 }
 
-TEST(AccessibilityTest, WhatStandsInThePanelIsWhatItIs) {
+TEST(AccessibilityTest, WidgetsInThePanelHaveTheRightRoles) {
     SampleAgent agent(AgentState::EverythingMissing);
     MenuBarContentView panel(agent.model());
     auto& banner = *panel.findChild<BlockedBanner*>();
@@ -148,7 +148,7 @@ TEST(AccessibilityTest, WhatStandsInThePanelIsWhatItIs) {
     EXPECT_EQ(roleOf(*panel.findChild<Divider*>()), QAccessible::Separator);
 }
 
-TEST(AccessibilityTest, WhatStandsInTheVersionHistoryIsWhatItIs) {
+TEST(AccessibilityTest, WidgetsInTheVersionHistoryHaveTheRightRoles) {
     FakeBundle bundle;
     addHistory(bundle);
     VersionHistoryWindow window(bundle);
@@ -165,7 +165,7 @@ TEST(AccessibilityTest, WhatStandsInTheVersionHistoryIsWhatItIs) {
 
 // The tests above would find nothing if these did not.
 
-TEST(AccessibleTreeTest, FindsWhatIsNothingInParticular) {
+TEST(AccessibleTreeTest, FindsAWidgetWithoutARole) {
     QWidget window;
     window.setWindowTitle(QStringLiteral("A window"));
     window.show();

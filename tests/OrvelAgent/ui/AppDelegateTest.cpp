@@ -39,20 +39,20 @@ protected:
 
 } // namespace
 
-TEST_F(AppDelegateTest, CentresAWindowThatNoScreenShows) {
+TEST_F(AppDelegateTest, CentresAWindowOutsideAllScreens) {
     show(available().bottomRight() + QPoint(500, 500));
     delegate_.rescueAllWindows();
     EXPECT_LE((middle(window_) - available().center()).manhattanLength(), 2);
 }
 
-TEST_F(AppDelegateTest, LeavesAWindowOfWhichAPartIsSeen) {
+TEST_F(AppDelegateTest, DoesNotMoveAPartlyVisibleWindow) {
     const QPoint place = available().bottomRight() - QPoint(5, 5);
     show(place);
     delegate_.rescueAllWindows();
     EXPECT_EQ(window_.pos(), place);
 }
 
-TEST_F(AppDelegateTest, LeavesWhatHasNoTitleBar) {
+TEST_F(AppDelegateTest, DoesNotMoveAWindowWithoutATitleBar) {
     const QPoint place = available().bottomRight() + QPoint(500, 500);
     window_.setWindowFlags(Qt::Tool | Qt::FramelessWindowHint);
     show(place);
@@ -60,7 +60,7 @@ TEST_F(AppDelegateTest, LeavesWhatHasNoTitleBar) {
     EXPECT_EQ(window_.pos(), place);
 }
 
-TEST_F(AppDelegateTest, RescuesTheWindowThatGetsTheFocus) {
+TEST_F(AppDelegateTest, MovesAFocusedWindowOntoAScreen) {
     show(available().bottomRight() + QPoint(500, 500));
     window_.activateWindow();
     ASSERT_TRUE(waitUntil([this] { return window_.isActiveWindow(); }));
@@ -68,7 +68,7 @@ TEST_F(AppDelegateTest, RescuesTheWindowThatGetsTheFocus) {
     EXPECT_GE(focus_.activations, 1);
 }
 
-TEST_F(AppDelegateTest, RescuesWhenAScreenChanges) {
+TEST_F(AppDelegateTest, MovesWindowsOntoAScreenWhenAScreenChanges) {
     show(available().center());
     window_.move(available().bottomRight() + QPoint(500, 500));
     Q_EMIT QGuiApplication::primaryScreen()->availableGeometryChanged(available());

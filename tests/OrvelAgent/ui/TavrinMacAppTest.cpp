@@ -77,7 +77,7 @@ class TavrinMacAppWindowTest : public TavrinMacAppTest,
 
 } // namespace
 
-TEST_F(TavrinMacAppTest, IsAnAccessoryApplicationFromTheStart) {
+TEST_F(TavrinMacAppTest, IsAnAccessoryApplicationAtTheStart) {
     app_.reset();
     with_.applicationFocus.policy = ApplicationFocus::ActivationPolicy::Regular;
     begin();
@@ -95,14 +95,14 @@ TEST_P(TavrinMacAppWindowTest, OpensWithItsTitleAndSize) {
     EXPECT_GE(with_.applicationFocus.activations, 1);
 }
 
-TEST_P(TavrinMacAppWindowTest, IsOpenOnce) {
+TEST_P(TavrinMacAppWindowTest, OpensOnlyOneWindowPerName) {
     QWidget& window = open(GetParam().name);
     window.showMinimized();
     EXPECT_EQ(&open(GetParam().name), &window);
     EXPECT_FALSE(window.isMinimized());
 }
 
-TEST_P(TavrinMacAppWindowTest, ClosesByKeyboardAndIsGone) {
+TEST_P(TavrinMacAppWindowTest, ClosesByKeyboardAndIsDestroyed) {
     for (const QKeySequence& keys :
          {QKeySequence(Qt::Key_Escape), QKeySequence(Qt::CTRL | Qt::Key_W)}) {
         QWidget& window = open(GetParam().name);
@@ -118,7 +118,7 @@ TEST_P(TavrinMacAppWindowTest, ClosesByKeyboardAndIsGone) {
     }
 }
 
-TEST_P(TavrinMacAppWindowTest, IsOpenedAnewWhileItCloses) {
+TEST_P(TavrinMacAppWindowTest, OpensANewWindowWhileTheOldOneCloses) {
     const QPointer<QWidget> closing = &open(GetParam().name);
     closing->close();
     app_->openWindow(QString::fromLatin1(GetParam().name));
@@ -129,7 +129,7 @@ TEST_P(TavrinMacAppWindowTest, IsOpenedAnewWhileItCloses) {
     EXPECT_EQ(closing, nullptr);
 }
 
-TEST_P(TavrinMacAppWindowTest, ComesBackAsLargeAsItWas) {
+TEST_P(TavrinMacAppWindowTest, RestoresItsSize) {
     QWidget& window = open(GetParam().name);
     window.setWindowState(Qt::WindowMaximized | Qt::WindowMinimized);
     open(GetParam().name);
@@ -137,7 +137,7 @@ TEST_P(TavrinMacAppWindowTest, ComesBackAsLargeAsItWas) {
     EXPECT_FALSE(window.isMinimized());
 }
 
-TEST_P(TavrinMacAppWindowTest, OpensWhereItWasClosed) {
+TEST_P(TavrinMacAppWindowTest, RestoresItsPositionAfterClosing) {
     QWidget& window = open(GetParam().name);
     window.move(37, 41);
     const QRect place = window.geometry();
@@ -146,7 +146,7 @@ TEST_P(TavrinMacAppWindowTest, OpensWhereItWasClosed) {
     EXPECT_EQ(open(GetParam().name).geometry(), place);
 }
 
-TEST_P(TavrinMacAppWindowTest, OpensWhereItWasWhenTheAgentQuit) {
+TEST_P(TavrinMacAppWindowTest, RestoresItsPositionAfterQuitting) {
     QWidget& window = open(GetParam().name);
     window.move(37, 41);
     const QRect place = window.geometry();
@@ -174,7 +174,7 @@ TEST_F(TavrinMacAppTest, OpeningAWindowClosesThePanel) {
     EXPECT_FALSE(app_->menuBarExtra().isPanelOpen());
 }
 
-TEST_F(TavrinMacAppTest, OpeningAWindowLeavesThePanelThatIsOneToo) {
+TEST_F(TavrinMacAppTest, OpeningAWindowKeepsAPanelThatIsAWindow) {
     with_.tray.setAvailable(false);
     begin();
     app_->menuBarExtra().showPanel();
@@ -185,7 +185,7 @@ TEST_F(TavrinMacAppTest, OpeningAWindowLeavesThePanelThatIsOneToo) {
     EXPECT_FALSE(panel->isMinimized());
 }
 
-TEST_F(TavrinMacAppTest, ThePanelLeadsToTheWindowsAndOut) {
+TEST_F(TavrinMacAppTest, ThePanelOpensTheWindowsAndQuits) {
     Q_EMIT app_->menuBarExtra().versionHistoryRequested();
     EXPECT_NE(find(TavrinMacApp::versionHistory), nullptr);
     Q_EMIT app_->menuBarExtra().settingsRequested();
@@ -194,7 +194,7 @@ TEST_F(TavrinMacAppTest, ThePanelLeadsToTheWindowsAndOut) {
     EXPECT_EQ(with_.processControl.terminations, 1);
 }
 
-TEST_F(TavrinMacAppTest, StoppingTakesEverythingFromTheScreen) {
+TEST_F(TavrinMacAppTest, StopClosesTheWindowsAndRemovesTheIcon) {
     open(TavrinMacApp::activityLog);
     app_->menuBarExtra().showPanel();
     runTask(app_->stop());
@@ -225,12 +225,12 @@ protected:
     }
 };
 
-TEST_F(TavrinMacAppIdleTest, FlashingWakesItAtMostOnceASecond) {
+TEST_F(TavrinMacAppIdleTest, FlashingWakesUpAtMostOnceASecond) {
     ASSERT_TRUE(app_->model().needsAttention());
     EXPECT_LE(timersOfAnHour(), 3'600);
 }
 
-TEST_F(TavrinMacAppIdleTest, NothingWrongWakesItAtMostOnceInTenSeconds) {
+TEST_F(TavrinMacAppIdleTest, WakesUpAtMostOnceInTenSecondsWhenIdle) {
     const MessagesDatabaseBuilder database(directory_ / "chat.db");
     with_.storeSession();
     begin();

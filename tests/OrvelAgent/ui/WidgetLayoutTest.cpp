@@ -38,7 +38,7 @@ protected:
     QWidget window_;
 };
 
-TEST_F(WidgetLayoutTest, FindsNothingWhereNothingIsWrong) {
+TEST_F(WidgetLayoutTest, FindsNothingInACorrectLayout) {
     addButton(QRect(0, 0, 200, 60));
     addButton(QRect(0, 60, 200, 60));
     EXPECT_THAT(faults(), IsEmpty());
@@ -49,7 +49,7 @@ TEST_F(WidgetLayoutTest, FindsAButtonThatIsCut) {
     EXPECT_THAT(faults(), ElementsAre(HasSubstr("is cut")));
 }
 
-TEST_F(WidgetLayoutTest, FindsAButtonWithoutRoomBesideItsText) {
+TEST_F(WidgetLayoutTest, FindsAButtonWithoutPadding) {
     auto* button = addButton(QRect(0, 0, 200, 60));
     button->setText(QStringLiteral("A text of more than the least width"));
     button->resize(button->sizeHint());
@@ -79,12 +79,12 @@ TEST_F(WidgetLayoutTest, FindsControlsThatOverlap) {
     EXPECT_THAT(faults(), ElementsAre(HasSubstr("lies over")));
 }
 
-TEST_F(WidgetLayoutTest, FindsAControlThatReachesOut) {
+TEST_F(WidgetLayoutTest, FindsAControlOutsideItsParent) {
     addButton(QRect(300, 0, 200, 60));
     EXPECT_THAT(faults(), ElementsAre(HasSubstr("stands out of its parent")));
 }
 
-TEST_F(WidgetLayoutTest, OverlooksWhatIsHidden) {
+TEST_F(WidgetLayoutTest, IgnoresHiddenWidgets) {
     addButton(QRect(300, 0, 20, 6))->hide();
     EXPECT_THAT(faults(), IsEmpty());
 }

@@ -30,20 +30,20 @@ protected:
 
 } // namespace
 
-TEST_F(WindowGeometryTest, TheNextLaunchFindsTheWindowWhereItWas) {
+TEST_F(WindowGeometryTest, RestoresTheGeometryAtTheNextLaunch) {
     save();
     next_.setObjectName(QStringLiteral("a-window"));
     EXPECT_TRUE(WindowGeometry(defaults_).restore(next_));
     EXPECT_EQ(next_.geometry(), window_.geometry());
 }
 
-TEST_F(WindowGeometryTest, EveryWindowHasItsOwnPlace) {
+TEST_F(WindowGeometryTest, SavesEachWindowSeparately) {
     save();
     next_.setObjectName(QStringLiteral("another-window"));
     EXPECT_FALSE(WindowGeometry(defaults_).restore(next_));
 }
 
-TEST_F(WindowGeometryTest, AWindowOfAScreenThatIsGoneIsCentred) {
+TEST_F(WindowGeometryTest, CentresAWindowWhoseScreenIsGone) {
     window_.setGeometry(20'000, 20'000, 300, 200);
     save();
     next_.setObjectName(QStringLiteral("a-window"));
@@ -53,12 +53,12 @@ TEST_F(WindowGeometryTest, AWindowOfAScreenThatIsGoneIsCentred) {
     EXPECT_LE((next_.frameGeometry().center() - middle).manhattanLength(), 2);
 }
 
-TEST_F(WindowGeometryTest, NonsenseIsNoPlace) {
+TEST_F(WindowGeometryTest, IgnoresAnInvalidSavedGeometry) {
     defaults_.setString("window.a-window", "nonsense");
     EXPECT_FALSE(WindowGeometry(defaults_).restore(window_));
 }
 
-TEST_F(WindowGeometryTest, APlaceThatCannotBeSavedIsNoLoss) {
+TEST_F(WindowGeometryTest, IgnoresAFailureToSave) {
     defaults_.setFailsWrites(true);
     save();
     EXPECT_FALSE(defaults_.contains("window.a-window"));

@@ -56,7 +56,7 @@ protected:
 
 } // namespace
 
-TEST_F(UpdaterServiceTest, StartsTheUpdaterWithTheFeedAndTheKeyOfTheBuild) {
+TEST_F(UpdaterServiceTest, StartsTheUpdaterWithTheBuildsFeedAndKey) {
     EXPECT_EQ(service().controller(), &updater_);
     EXPECT_EQ(service().configurationError(), std::nullopt);
     EXPECT_EQ(service().lastCheck(), std::nullopt);
@@ -66,7 +66,7 @@ TEST_F(UpdaterServiceTest, StartsTheUpdaterWithTheFeedAndTheKeyOfTheBuild) {
     EXPECT_EQ(updater_.feed()->publicKey, "key");
 }
 
-TEST_F(UpdaterServiceTest, WithoutAKeyNothingIsStarted) {
+TEST_F(UpdaterServiceTest, DoesNotStartTheUpdaterWithoutAKey) {
     FakeBundle bare;
     bare.setInfo("SUFeedURL", "https://updates.test.example/feed.xml");
     FakeBundle blank;
@@ -87,7 +87,7 @@ TEST_F(UpdaterServiceTest, TheKeyIsCheckedBeforeTheFeed) {
     EXPECT_EQ(UpdaterService(FakeBundle(), updater_, presenter_).configurationError(), keyError);
 }
 
-TEST_F(UpdaterServiceTest, AFeedThatIsNotHTTPSStartsNothing) {
+TEST_F(UpdaterServiceTest, DoesNotStartTheUpdaterWithoutAnHTTPSFeed) {
     for (const char* url :
          {"",
           "http://updates.test.example/feed.xml",
@@ -112,7 +112,7 @@ TEST_F(UpdaterServiceTest, AFeedThatIsNotHTTPSStartsNothing) {
     EXPECT_EQ(UpdaterService(without, updater_, presenter_).configurationError(), feedError);
 }
 
-TEST_F(UpdaterServiceTest, AScheduledFindAwaitsAttentionUntilTheUserHasLooked) {
+TEST_F(UpdaterServiceTest, AScheduledUpdateAwaitsAttentionUntilItIsSeen) {
     service();
     updater_.setOffer(newer);
     updater_.passADay();
@@ -126,7 +126,7 @@ TEST_F(UpdaterServiceTest, AScheduledFindAwaitsAttentionUntilTheUserHasLooked) {
     EXPECT_THAT(presenter_.shown(), ElementsAre("update 2.0 gently", "in focus"));
 }
 
-TEST_F(UpdaterServiceTest, AFindTheUserAskedForLeavesAttentionAsItWas) {
+TEST_F(UpdaterServiceTest, ARequestedUpdateDoesNotChangeAttention) {
     service();
     updater_.setOffer(newer);
     updater_.checkForUpdates();
@@ -134,7 +134,7 @@ TEST_F(UpdaterServiceTest, AFindTheUserAskedForLeavesAttentionAsItWas) {
     EXPECT_THAT(presenter_.shown(), ElementsAre("checking", "update 2.0 in focus"));
 }
 
-TEST_F(UpdaterServiceTest, ADecisionIsAttention) {
+TEST_F(UpdaterServiceTest, ADecisionClearsAttention) {
     for (const auto choice :
          {SoftwareUpdater::Choice::Install,
           SoftwareUpdater::Choice::Later,
@@ -148,7 +148,7 @@ TEST_F(UpdaterServiceTest, ADecisionIsAttention) {
     }
 }
 
-TEST_F(UpdaterServiceTest, PublishesWhenItLastChecked) {
+TEST_F(UpdaterServiceTest, PublishesTheTimeOfTheLastCheck) {
     const tavrin::Date time(tavrin::Seconds(1'710'003'942));
     service();
     updater_.setTime(time);
@@ -170,7 +170,7 @@ TEST_F(UpdaterServiceTest, PublishesThatAChoiceCouldNotBeSaved) {
     EXPECT_EQ(changes_, 2);
 }
 
-TEST_F(UpdaterServiceTest, AChangeIsToldOnce) {
+TEST_F(UpdaterServiceTest, EmitsOneSignalPerChange) {
     service();
     updater_.setOffer(newer);
     updater_.passADay();
@@ -180,7 +180,7 @@ TEST_F(UpdaterServiceTest, AChangeIsToldOnce) {
     EXPECT_EQ(changes_, 1);
 }
 
-TEST_F(UpdaterServiceTest, TheUpdaterStopsWithTheService) {
+TEST_F(UpdaterServiceTest, DestroyingTheServiceStopsTheUpdater) {
     service();
     service_.reset();
     EXPECT_FALSE(updater_.feed());

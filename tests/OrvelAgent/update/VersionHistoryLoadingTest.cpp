@@ -31,11 +31,11 @@ TEST(VersionHistoryLoadingTest, ReadsTheBundlesChangeLog) {
     EXPECT_EQ(history.releases.front().changes.front().text, "\xC3\xA9t\xC3\xA9");
 }
 
-TEST(VersionHistoryLoadingTest, AMissingChangeLogIsAnEmptyHistory) {
+TEST(VersionHistoryLoadingTest, AMissingChangeLogGivesAnEmptyHistory) {
     EXPECT_TRUE(loadVersionHistory(FakeBundle()).releases.empty());
 }
 
-TEST(VersionHistoryLoadingTest, AChangeLogThatIsNotUTF8IsAnEmptyHistory) {
+TEST(VersionHistoryLoadingTest, AChangeLogThatIsNotUTF8GivesAnEmptyHistory) {
     EXPECT_FALSE(loaded("## [1.4.0]\n").releases.empty());
     EXPECT_TRUE(loaded("## [1.4.0]\n\xFF").releases.empty());
 }

@@ -16,7 +16,7 @@ namespace {
 
 class CheckBoxPaletteTest : public testing::TestWithParam<test::Palette> {};
 
-TEST_P(CheckBoxPaletteTest, TheBoxCanBeSeenOnTheWindow) {
+TEST_P(CheckBoxPaletteTest, TheBoxIsVisibleOnTheWindow) {
     CheckBox checkBox(QStringLiteral("Problems only"));
     checkBox.setPalette(test::palette(GetParam()));
     checkBox.resize(checkBox.sizeHint());

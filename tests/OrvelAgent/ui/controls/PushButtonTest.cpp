@@ -15,7 +15,7 @@ QImage picture(const QString& text, Qt::LayoutDirection direction) {
     return button.grab().toImage();
 }
 
-TEST(PushButtonTest, ItsTextRunsInItsOwnDirectionOnWhateverDesktop) {
+TEST(PushButtonTest, TextKeepsItsDirectionOnEveryDesktop) {
     for (const QString& text : {QStringLiteral("Settings…"), QStringLiteral("הגדרות…")}) {
         const QImage leftToRight = picture(text, Qt::LeftToRight);
         EXPECT_EQ(leftToRight, picture(text, Qt::RightToLeft)) << text.toStdString();

@@ -16,7 +16,7 @@ protected:
     SelectableText text_{Theme::TextStyle::Caption, Theme::Role::Red};
 };
 
-TEST_F(SelectableTextTest, IsAsHighAsItsLines) {
+TEST_F(SelectableTextTest, HeightFitsItsLines) {
     text_.setText(QStringLiteral("one"));
     text_.resize(200, 100);
     text_.show();
@@ -28,18 +28,18 @@ TEST_F(SelectableTextTest, IsAsHighAsItsLines) {
     EXPECT_EQ(lineHeight(), 2 * one);
 }
 
-TEST_F(SelectableTextTest, AWordLongerThanTheLineIsBroken) {
+TEST_F(SelectableTextTest, BreaksAWordLongerThanTheLine) {
     text_.setText(QString(100, u'x'));
     EXPECT_LT(text_.minimumSizeHint().width(), 100);
     EXPECT_GE(text_.heightForWidth(200), 3 * lineHeight());
 }
 
-TEST_F(SelectableTextTest, WhatLooksLikeMarkupIsShownAsItStands) {
+TEST_F(SelectableTextTest, ShowsMarkupAsPlainText) {
     text_.setText(QStringLiteral("<b>one</b>"));
     EXPECT_EQ(text_.toPlainText(), QStringLiteral("<b>one</b>"));
 }
 
-TEST_F(SelectableTextTest, WhatIsSelectedStaysWhileTheTextIsTheSame) {
+TEST_F(SelectableTextTest, SettingTheSameTextKeepsTheSelection) {
     text_.setText(QStringLiteral("one"));
     text_.selectAll();
     text_.setText(QStringLiteral("one"));
@@ -48,7 +48,7 @@ TEST_F(SelectableTextTest, WhatIsSelectedStaysWhileTheTextIsTheSame) {
     EXPECT_EQ(text_.toPlainText(), QStringLiteral("two"));
 }
 
-TEST_F(SelectableTextTest, WhatTheDocumentWritesInItsOwnWayIsTheSameText) {
+TEST_F(SelectableTextTest, ComparesWithTheTextBeforeTheDocumentConvertsIt) {
     for (const QString& text :
          {QStringLiteral("50\u00a0%"),
           QStringLiteral("one\r\ntwo"),

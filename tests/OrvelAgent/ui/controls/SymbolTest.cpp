@@ -45,7 +45,7 @@ double coverage(const QImage& image) {
     return sum / (image.width() * image.height());
 }
 
-TEST(SymbolTest, EveryOneIsDrawnAtEverySize) {
+TEST(SymbolTest, EverySymbolIsDrawnAtEverySize) {
     for (const Symbol symbol : allSymbols) {
         for (const int size : {16, 22, 24, 32, 48}) {
             const double share = coverage(drawn(symbol, size));
@@ -55,7 +55,7 @@ TEST(SymbolTest, EveryOneIsDrawnAtEverySize) {
     }
 }
 
-TEST(SymbolTest, NoTwoLookAlikeAtSixteenPixels) {
+TEST(SymbolTest, SymbolsDifferAtSixteenPixels) {
     for (const Symbol first : allSymbols) {
         for (const Symbol second : allSymbols) {
             if (first == second) {
@@ -75,7 +75,7 @@ TEST(SymbolTest, NoTwoLookAlikeAtSixteenPixels) {
     }
 }
 
-TEST(SymbolTest, HasNoColourButTheOneAskedFor) {
+TEST(SymbolTest, UsesOnlyTheRequestedColour) {
     const QImage image = symbolPixmap(Symbol::Gear, 32, QColor(200, 30, 40), 1).toImage();
     for (int y = 0; y < image.height(); ++y) {
         for (int x = 0; x < image.width(); ++x) {
@@ -93,7 +93,7 @@ TEST(SymbolTest, HasTwiceThePixelsOnAScreenOfDoubleDensity) {
     EXPECT_EQ(pixmap.deviceIndependentSize(), QSizeF(16, 16));
 }
 
-TEST(SymbolTest, AnIconHasASharpPixmapForEverySizeThatIsAskedFor) {
+TEST(SymbolTest, AnIconHasASharpPixmapForEveryRequestedSize) {
     const QIcon icon = symbolIcon(Symbol::Gear, Qt::black);
     for (const int size : {16, 22, 24, 32, 48}) {
         EXPECT_EQ(icon.pixmap(QSize(size, size), 1).size(), QSize(size, size));
@@ -117,7 +117,7 @@ int pixelsThatStandOut(const QIcon& icon, const QColor& ground) {
     return count;
 }
 
-TEST(SymbolTest, ATrayIconStandsOutFromWhateverPanel) {
+TEST(SymbolTest, ATrayIconIsVisibleOnEveryPanel) {
     for (const Symbol symbol :
          {Symbol::StatusIcon,
           Symbol::StatusIconAlert,
@@ -134,7 +134,7 @@ TEST(SymbolTest, ATrayIconStandsOutFromWhateverPanel) {
     }
 }
 
-TEST(SymbolTest, ADrawnIconKeepsItsShapeInAPlaceThatIsNotSquare) {
+TEST(SymbolTest, ADrawnIconStaysSquareInANonSquareRectangle) {
     for (const QIcon& icon : {symbolTrayIcon(Symbol::StatusIcon, Qt::black), applicationIcon()}) {
         EXPECT_EQ(icon.actualSize(QSize(40, 24)), QSize(24, 24));
         QImage expected(40, 24, QImage::Format_ARGB32_Premultiplied);
@@ -148,11 +148,11 @@ TEST(SymbolTest, ADrawnIconKeepsItsShapeInAPlaceThatIsNotSquare) {
     }
 }
 
-TEST(SymbolTest, ADrawnIconOfNoSizeIsNothing) {
+TEST(SymbolTest, ADrawnIconOfEmptySizeIsNull) {
     EXPECT_TRUE(applicationIcon().pixmap(QSize(0, 0), 1).isNull());
 }
 
-TEST(SymbolTest, ATemplateIsTheShapeAloneForMenuBarsThatTint) {
+TEST(SymbolTest, ATemplateIconIsAMaskForMenuBars) {
     const QIcon icon = symbolTemplateIcon(Symbol::StatusIcon);
     EXPECT_TRUE(icon.isMask());
     EXPECT_EQ(

@@ -12,14 +12,14 @@ int lineHeight(const TextLabel& label) {
     return label.heightForWidth(10'000);
 }
 
-TEST(TextLabelTest, AWordLongerThanTheLineIsBroken) {
+TEST(TextLabelTest, BreaksAWordLongerThanTheLine) {
     TextLabel label(Theme::TextStyle::Body);
     label.setText(QString(100, u'x'));
     EXPECT_LT(label.minimumSizeHint().width(), 100);
     EXPECT_GE(label.heightForWidth(200), 4 * lineHeight(label));
 }
 
-TEST(TextLabelTest, ItKeepsTheTextsOwnLines) {
+TEST(TextLabelTest, KeepsLineBreaksInTheText) {
     TextLabel label(Theme::TextStyle::Body);
     label.setText(QStringLiteral("one"));
     const int one = lineHeight(label);
@@ -27,12 +27,12 @@ TEST(TextLabelTest, ItKeepsTheTextsOwnLines) {
     EXPECT_EQ(lineHeight(label), 4 * one);
 }
 
-TEST(TextLabelTest, WhatLooksLikeMarkupIsShownAsItStands) {
+TEST(TextLabelTest, ShowsMarkupAsPlainText) {
     const TextLabel label(Theme::TextStyle::Body);
     EXPECT_EQ(label.textFormat(), Qt::PlainText);
 }
 
-TEST(TextLabelTest, OnOneLineItIsElidedOnlyWhenItHasTo) {
+TEST(TextLabelTest, ElidesOnlyTextThatDoesNotFit) {
     TextLabel label(Theme::TextStyle::Caption, Theme::Role::Secondary, TextLabel::Overflow::Elide);
     label.setText(QStringLiteral("sample-1@orvel.example"));
     label.resize(label.sizeHint());

@@ -41,7 +41,7 @@ TEST(ThemeTest, MeasuresContrastFromOneToTwentyOne) {
 
 class ThemePaletteTest : public testing::TestWithParam<test::Palette> {};
 
-TEST_P(ThemePaletteTest, EveryTextCanBeReadOnEverySurface) {
+TEST_P(ThemePaletteTest, EveryTextIsReadableOnEverySurface) {
     const QPalette palette = test::palette(GetParam());
     for (const Theme::Role role : roles) {
         EXPECT_GE(leastContrast(role, palette), isHighContrast(GetParam()) ? 7 : 4.5)
@@ -49,7 +49,7 @@ TEST_P(ThemePaletteTest, EveryTextCanBeReadOnEverySurface) {
     }
 }
 
-TEST_P(ThemePaletteTest, OnlyHighContrastDrawsItsLinesLikeText) {
+TEST_P(ThemePaletteTest, OnlyHighContrastUsesTheTextColourForBorders) {
     const QPalette palette = test::palette(GetParam());
     for (const auto surface : {Theme::Surface::Card, Theme::Surface::Banner}) {
         EXPECT_EQ(
@@ -61,7 +61,7 @@ TEST_P(ThemePaletteTest, OnlyHighContrastDrawsItsLinesLikeText) {
     }
 }
 
-TEST_P(ThemePaletteTest, EveryTextCanBeReadInAList) {
+TEST_P(ThemePaletteTest, EveryTextIsReadableInAList) {
     const QPalette palette = test::palette(GetParam());
     for (const Theme::Role role : roles) {
         const QColor color = Theme::colorOnBase(role, palette);
@@ -79,7 +79,7 @@ TEST_P(ThemePaletteTest, SecondaryTextIsFainterThanPrimary) {
         leastContrast(Theme::Role::Primary, palette));
 }
 
-TEST_P(ThemePaletteTest, ColoursStayTellableFromEachOther) {
+TEST_P(ThemePaletteTest, ColoursStayDistinguishable) {
     const QPalette palette = test::palette(GetParam());
     for (const Theme::Role first : roles) {
         for (const Theme::Role second : roles) {
@@ -93,7 +93,7 @@ TEST_P(ThemePaletteTest, ColoursStayTellableFromEachOther) {
 INSTANTIATE_TEST_SUITE_P(
     Palettes, ThemePaletteTest, testing::ValuesIn(test::allPalettes), test::nameOfPalette);
 
-TEST(ThemeTest, BlackOnWhiteInTheListsOfAnOrdinaryPaletteIsNoHighContrast) {
+TEST(ThemeTest, BlackOnWhiteListsDoNotMakeAPaletteHighContrast) {
     const QPalette palette = test::palette(test::Palette::QtDefault);
     const QColor base = palette.color(QPalette::Base);
     ASSERT_NEAR(Theme::contrast(palette.color(QPalette::Text), base), 21, 1e-9);
@@ -105,7 +105,7 @@ TEST(ThemeTest, BlackOnWhiteInTheListsOfAnOrdinaryPaletteIsNoHighContrast) {
     }
 }
 
-TEST(ThemeTest, HighContrastHoldsAlsoInListsThatAreNotQuiteWhite) {
+TEST(ThemeTest, HighContrastAppliesToListsThatAreNotPureWhite) {
     QPalette palette = test::palette(test::Palette::HighContrastLight);
     const QColor base(0xf4, 0xf4, 0xe8);
     palette.setColor(QPalette::Base, base);
@@ -115,14 +115,14 @@ TEST(ThemeTest, HighContrastHoldsAlsoInListsThatAreNotQuiteWhite) {
     }
 }
 
-TEST(ThemeTest, TextColourThatNothingCanImproveIsKept) {
+TEST(ThemeTest, KeepsATextColourThatCannotBeImproved) {
     QPalette palette;
     palette.setColor(QPalette::Window, QColor(0x80, 0x80, 0x80));
     palette.setColor(QPalette::WindowText, QColor(0x90, 0x90, 0x90));
     EXPECT_EQ(Theme::color(Theme::Role::Red, palette), QColor(0x90, 0x90, 0x90));
 }
 
-TEST(ThemeTest, TypeFollowsTheApplicationsFont) {
+TEST(ThemeTest, FontsFollowTheApplicationFont) {
     const QFont before = QApplication::font();
     QFont larger = before;
     larger.setPointSizeF(before.pointSizeF() * 1.5);
@@ -140,7 +140,7 @@ TEST(ThemeTest, TypeFollowsTheApplicationsFont) {
     }
 }
 
-TEST(ThemeTest, TypeFollowsAFontMeasuredInPixels) {
+TEST(ThemeTest, FontsFollowAFontWithAPixelSize) {
     const QFont before = QApplication::font();
     QFont inPixels = before;
     inPixels.setPixelSize(20);

@@ -45,7 +45,7 @@ protected:
 
 } // namespace
 
-TEST_F(LogListModelTest, ListsTheNewestFirst) {
+TEST_F(LogListModelTest, ListsNewestFirst) {
     logLines(3);
     refresh();
     log("4");
@@ -53,13 +53,13 @@ TEST_F(LogListModelTest, ListsTheNewestFirst) {
     EXPECT_EQ(messages(), (Strings{"4", "3", "2", "1"}));
 }
 
-TEST_F(LogListModelTest, TakesWhatTheReaderHasAlready) {
+TEST_F(LogListModelTest, ListsExistingEntries) {
     logLines(3);
     refresh();
     EXPECT_EQ(LogListModel(reader_).rowCount(), 3);
 }
 
-TEST_F(LogListModelTest, GivesTimeCategoryAndMessage) {
+TEST_F(LogListModelTest, ReturnsTimeCategoryAndMessage) {
     log("scanned 5");
     const QString time =
         QDateTime::fromSecsSinceEpoch(static_cast<qint64>(clock_.now().time_since_epoch().count()))
@@ -71,7 +71,7 @@ TEST_F(LogListModelTest, GivesTimeCategoryAndMessage) {
     EXPECT_EQ(text(0, Qt::DisplayRole), time.toStdString() + "  [collector]  scanned 5");
 }
 
-TEST_F(LogListModelTest, AnEntryIsOneLineWhateverIsInIt) {
+TEST_F(LogListModelTest, AnEntryIsAlwaysOneLine) {
     log("a\nb\r\nc\td\xe2\x80\xa8"
         "e\xe2\x80\xa9"
         "f");
@@ -116,7 +116,7 @@ TEST_F(LogListModelTest, KeepsTheNewest2000) {
     EXPECT_EQ(text(1'999, LogListModel::MessageRole), "2");
 }
 
-TEST_F(LogListModelTest, AllMayBeReplacedAtOnce) {
+TEST_F(LogListModelTest, AllEntriesCanBeReplacedAtOnce) {
     logLines(10);
     refresh();
     logLines(3'000);
@@ -126,7 +126,7 @@ TEST_F(LogListModelTest, AllMayBeReplacedAtOnce) {
     EXPECT_EQ(text(1'999, LogListModel::MessageRole), "1001");
 }
 
-TEST_F(LogListModelTest, AProblemThatFallsOutOfTheReaderFallsOutOfTheFilteredList) {
+TEST_F(LogListModelTest, ADroppedEntryLeavesTheFilteredList) {
     model_.setProblemsOnly(true);
     log("old", LogLevel::Error);
     logLines(1'999);
@@ -142,7 +142,7 @@ TEST_F(LogListModelTest, AProblemThatFallsOutOfTheReaderFallsOutOfTheFilteredLis
     EXPECT_EQ(messages(), Strings{"new"});
 }
 
-TEST_F(LogListModelTest, NumbersGrowAndStayWithTheirEntries) {
+TEST_F(LogListModelTest, NumbersIncreaseAndStayWithTheirEntries) {
     logLines(3);
     refresh();
     const std::uint64_t third = number(0);
@@ -154,7 +154,7 @@ TEST_F(LogListModelTest, NumbersGrowAndStayWithTheirEntries) {
     EXPECT_GT(number(0), third);
 }
 
-TEST_F(LogListModelTest, FindsTheRowOfAnEntryOrOfTheNewestBeforeIt) {
+TEST_F(LogListModelTest, FindsTheRowOfAnEntryOrOfTheNextOlderOne) {
     log("a", LogLevel::Error);
     log("b");
     log("c", LogLevel::Error);

@@ -67,7 +67,7 @@ protected:
 
 } // namespace
 
-TEST_F(LogViewTest, ShowsOneLineForEachEntryTheNewestFirst) {
+TEST_F(LogViewTest, ShowsOneLinePerEntryNewestFirst) {
     log("one");
     log("two\nlines");
     refresh();
@@ -76,13 +76,13 @@ TEST_F(LogViewTest, ShowsOneLineForEachEntryTheNewestFirst) {
     EXPECT_TRUE(lines()[1].endsWith(QStringLiteral("\tcollector\tone")));
 }
 
-TEST_F(LogViewTest, ShowsWhatTheModelHasAlready) {
+TEST_F(LogViewTest, ShowsExistingEntries) {
     logLines(3);
     refresh();
     EXPECT_EQ(LogView(model_).toPlainText(), view_.toPlainText());
 }
 
-TEST_F(LogViewTest, FollowsTheModelWhateverComesAndGoes) {
+TEST_F(LogViewTest, FollowsInsertionsAndRemovalsInTheModel) {
     for (const int count : {1, 1'200, 900, 3, 2'500}) {
         logLines(count);
         refresh();
@@ -95,7 +95,7 @@ TEST_F(LogViewTest, FollowsTheModelWhateverComesAndGoes) {
     }
 }
 
-TEST_F(LogViewTest, TheLastProblemMayFallOut) {
+TEST_F(LogViewTest, CanRemoveTheLastRow) {
     model_.setProblemsOnly(true);
     log("bad", LogLevel::Error);
     refresh();
@@ -120,7 +120,7 @@ TEST_F(LogViewTest, ProblemsAreRedAndTimesAreSecondary) {
     EXPECT_EQ(colorOf(1, 2), Theme::colorOnBase(Theme::Role::Red, palette));
 }
 
-TEST_F(LogViewTest, CanBeReadOnItsOwnGround) {
+TEST_F(LogViewTest, IsReadableOnItsBackground) {
     log("bad", LogLevel::Error);
     refresh();
     // A light list in a dark window.
@@ -151,7 +151,7 @@ TEST_F(LogViewTest, IsMonospacedInColumns) {
         columnStart(2) - columnStart(1), metrics.horizontalAdvance(QStringLiteral("collector")));
 }
 
-TEST_F(LogViewTest, LinesAreFourApart) {
+TEST_F(LogViewTest, LinesAreFourPixelsApart) {
     logLines(2);
     refresh();
     view_.grab();
@@ -160,7 +160,7 @@ TEST_F(LogViewTest, LinesAreFourApart) {
     EXPECT_NEAR(layout->blockBoundingRect(line(0)).height(), metrics.height() + 4, 1);
 }
 
-TEST_F(LogViewTest, AtTheTopItShowsWhatArrives) {
+TEST_F(LogViewTest, AtTheTopItFollowsNewEntries) {
     logLines(100);
     refresh();
     EXPECT_EQ(top(), "100");
@@ -169,7 +169,7 @@ TEST_F(LogViewTest, AtTheTopItShowsWhatArrives) {
     EXPECT_EQ(top(), "new");
 }
 
-TEST_F(LogViewTest, FurtherDownWhatTheUserLooksAtStays) {
+TEST_F(LogViewTest, ScrolledDownItKeepsItsPosition) {
     logLines(1'990);
     refresh();
     scrollTo(500);
@@ -179,7 +179,7 @@ TEST_F(LogViewTest, FurtherDownWhatTheUserLooksAtStays) {
     EXPECT_EQ(top(), "1490");
 }
 
-TEST_F(LogViewTest, ItFollowsAgainAtTheTop) {
+TEST_F(LogViewTest, FollowsNewEntriesAgainAfterScrollingToTheTop) {
     logLines(100);
     refresh();
     scrollTo(50);
@@ -189,7 +189,7 @@ TEST_F(LogViewTest, ItFollowsAgainAtTheTop) {
     EXPECT_EQ(top(), "new");
 }
 
-TEST_F(LogViewTest, WhatIsSelectedStaysUnderThePointerAndSelected) {
+TEST_F(LogViewTest, KeepsTheSelectionInPlace) {
     logLines(100);
     refresh();
     QTextCursor cursor(line(2));
@@ -202,7 +202,7 @@ TEST_F(LogViewTest, WhatIsSelectedStaysUnderThePointerAndSelected) {
     EXPECT_EQ(view_.textCursor().selectedText(), selected);
 }
 
-TEST_F(LogViewTest, FilteringKeepsThePlaceAndGivesItBack) {
+TEST_F(LogViewTest, FilteringKeepsThePositionAndRestoresIt) {
     for (int number = 1; number <= 1'000; ++number) {
         log(std::to_string(number), number % 10 == 0 ? LogLevel::Error : LogLevel::Info);
     }
@@ -218,7 +218,7 @@ TEST_F(LogViewTest, FilteringKeepsThePlaceAndGivesItBack) {
     EXPECT_EQ(top(), "506");
 }
 
-TEST_F(LogViewTest, FilteringAtTheTopStaysThere) {
+TEST_F(LogViewTest, FilteringAtTheTopStaysAtTheTop) {
     for (int number = 1; number <= 1'000; ++number) {
         log(std::to_string(number), number % 10 == 0 ? LogLevel::Error : LogLevel::Info);
     }
@@ -242,7 +242,7 @@ TEST_F(LogViewTest, TheKeyboardSelectsAndCopies) {
     EXPECT_EQ(copied.count(u'\n'), 1);
 }
 
-TEST_F(LogViewTest, ALongLineIsCopiedWhole) {
+TEST_F(LogViewTest, CopiesALongLineCompletely) {
     const std::string longText(5'000, 'x');
     log(longText);
     refresh();
@@ -289,7 +289,7 @@ TEST_F(LogViewTest, FollowsThePalette) {
     processEvents();
 }
 
-TEST_F(LogViewTest, FollowsTheTextSizeAndKeepsItsColumns) {
+TEST_F(LogViewTest, FollowsTheTextSizeAndKeepsTheColumns) {
     log("message");
     refresh();
     const QFont before = QApplication::font();

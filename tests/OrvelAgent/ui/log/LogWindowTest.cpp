@@ -57,13 +57,13 @@ protected:
 
 } // namespace
 
-TEST_F(LogWindowTest, HasItsTitleItsNameAndItsMinimumSize) {
+TEST_F(LogWindowTest, HasTitleNameAndMinimumSize) {
     EXPECT_EQ(window_->windowTitle(), QStringLiteral("Orvel Agent Activity"));
     EXPECT_EQ(window_->objectName(), QStringLiteral("activity-log"));
     EXPECT_EQ(window_->minimumSize(), QSize(620, 380));
 }
 
-TEST_F(LogWindowTest, ReadsOnlyWhileItIsShown) {
+TEST_F(LogWindowTest, ReadsOnlyWhileVisible) {
     refresh();
     EXPECT_TRUE(store_.reads().empty());
     EXPECT_EQ(streaming(), "Paused");
@@ -79,7 +79,7 @@ TEST_F(LogWindowTest, ReadsOnlyWhileItIsShown) {
     EXPECT_EQ(streaming(), "Live");
 }
 
-TEST_F(LogWindowTest, KeepsItsEntriesWhileItIsHidden) {
+TEST_F(LogWindowTest, KeepsItsEntriesWhileHidden) {
     log("one");
     show();
     window_->hide();
@@ -107,7 +107,7 @@ TEST_F(LogWindowTest, SaysThatThereAreNoErrors) {
     EXPECT_TRUE(list()->isVisible());
 }
 
-TEST_F(LogWindowTest, ShowsTheListAsSoonAsThereIsAnEntry) {
+TEST_F(LogWindowTest, ShowsTheListAfterTheFirstEntry) {
     show();
     log("one");
     refresh();
@@ -115,12 +115,12 @@ TEST_F(LogWindowTest, ShowsTheListAsSoonAsThereIsAnEntry) {
     EXPECT_TRUE(list()->isVisible());
 }
 
-TEST_F(LogWindowTest, BeginsWithAllEntries) {
+TEST_F(LogWindowTest, StartsWithAllEntries) {
     EXPECT_FALSE(problemsOnly()->isChecked());
     EXPECT_EQ(problemsOnly()->text().remove(u'&'), QStringLiteral("Problems only"));
 }
 
-TEST_F(LogWindowTest, SaysWhyTheLogCannotBeReadUntilItCan) {
+TEST_F(LogWindowTest, ShowsAReadFailureUntilAReadSucceeds) {
     log("one");
     show();
     store_.readError = tavrin::PlatformError("log", 1, "The journal is gone.");
@@ -134,7 +134,7 @@ TEST_F(LogWindowTest, SaysWhyTheLogCannotBeReadUntilItCan) {
     EXPECT_TRUE(list()->isVisible());
 }
 
-TEST_F(LogWindowTest, CopiesAllEntriesTheOldestFirstAlsoThoseFilteredOut) {
+TEST_F(LogWindowTest, CopiesAllEntriesOldestFirstIncludingFilteredOnes) {
     log("one");
     log("two", LogLevel::Error);
     show();
@@ -148,7 +148,7 @@ TEST_F(LogWindowTest, CopiesAllEntriesTheOldestFirstAlsoThoseFilteredOut) {
     EXPECT_LT(copied.find("] info  one"), copied.find("] ERROR  two"));
 }
 
-TEST_F(LogWindowTest, SaysForTwoSecondsThatItHasCopied) {
+TEST_F(LogWindowTest, ShowsCopiedForTwoSeconds) {
     show();
     EXPECT_EQ(copyText(), "Copy all");
     const qint64 icon = copyAll()->icon().cacheKey();
@@ -161,7 +161,7 @@ TEST_F(LogWindowTest, SaysForTwoSecondsThatItHasCopied) {
     EXPECT_EQ(copyText(), "Copy all");
 }
 
-TEST_F(LogWindowTest, CopyingAgainBeginsTheTwoSecondsAgain) {
+TEST_F(LogWindowTest, CopyingAgainRestartsTheTwoSeconds) {
     show();
     copyAll()->click();
     clock_.advance(tavrin::Seconds(1.5));
@@ -180,7 +180,7 @@ TEST_F(LogWindowTest, TheCopyButtonKeepsItsWidth) {
     EXPECT_EQ(copyAll()->width(), before);
 }
 
-TEST_F(LogWindowTest, MayBeDestroyedAtAnyMoment) {
+TEST_F(LogWindowTest, MayBeDestroyedAtAnyTime) {
     store_.hold();
     show();
     copyAll()->click();
@@ -190,7 +190,7 @@ TEST_F(LogWindowTest, MayBeDestroyedAtAnyMoment) {
     clock_.advance(tavrin::Seconds(10));
 }
 
-TEST_F(LogWindowTest, ItsListGoesBeforeWhatItLists) {
+TEST_F(LogWindowTest, DestroysTheViewBeforeTheModel) {
     log("one");
     show();
     bool isWindowWhole = false;
@@ -201,7 +201,7 @@ TEST_F(LogWindowTest, ItsListGoesBeforeWhatItLists) {
     EXPECT_TRUE(isWindowWhole);
 }
 
-TEST_F(LogWindowTest, TheKeyboardGoesThroughItInOrder) {
+TEST_F(LogWindowTest, TabKeyVisitsTheControlsInOrder) {
     log("one");
     show();
     window_->activateWindow();
@@ -214,7 +214,7 @@ TEST_F(LogWindowTest, TheKeyboardGoesThroughItInOrder) {
     EXPECT_EQ(window_->focusWidget(), problemsOnly());
 }
 
-TEST_F(LogWindowTest, AScreenReaderHearsEveryControl) {
+TEST_F(LogWindowTest, EveryControlHasAnAccessibleName) {
     log("one");
     show();
     for (QWidget* control :
@@ -229,7 +229,7 @@ TEST_F(LogWindowTest, AScreenReaderHearsEveryControl) {
 
 class LogWindowLookTest : public LogWindowTest, public testing::WithParamInterface<Look> {};
 
-TEST_P(LogWindowLookTest, NothingIsCutInAnyState) {
+TEST_P(LogWindowLookTest, NoTextIsCutInAnyState) {
     const DesktopLook look(GetParam());
     window_ = std::make_unique<LogWindow>(store_, clock_, subsystems());
     show();
@@ -248,7 +248,7 @@ TEST_P(LogWindowLookTest, NothingIsCutInAnyState) {
     EXPECT_THAT(layoutFaults(*window_), testing::IsEmpty());
 }
 
-TEST_P(LogWindowLookTest, ADesktopThatChangesChangesTheWindow) {
+TEST_P(LogWindowLookTest, FollowsChangesOfTheDesktop) {
     show();
     log("one");
     refresh();

@@ -38,7 +38,7 @@ protected:
         QStringLiteral("Orvel Agent"), [this](bool isAllowed) { answers_.push_back(isAllowed); });
 };
 
-TEST_F(ContactsQuestionTest, SaysWhatIsReadAndWhatIsSent) {
+TEST_F(ContactsQuestionTest, ExplainsWhatIsReadAndWhatIsSent) {
     EXPECT_EQ(
         question_->findChild<QLabel*>(QStringLiteral("title"))->text(),
         QStringLiteral("Allow Orvel Agent to read your contacts?"));
@@ -63,19 +63,19 @@ TEST_F(ContactsQuestionTest, RefusingAnswersNoOnceAndClosesIt) {
     EXPECT_EQ(question_, nullptr);
 }
 
-TEST_F(ContactsQuestionTest, ClosingItIsANo) {
+TEST_F(ContactsQuestionTest, ClosingItAnswersNo) {
     question_->close();
     processEvents();
     EXPECT_THAT(answers_, ElementsAre(false));
 }
 
-TEST_F(ContactsQuestionTest, TheEscapeKeyIsANo) {
+TEST_F(ContactsQuestionTest, TheEscapeKeyAnswersNo) {
     QTest::keyClick(question_.data(), Qt::Key_Escape);
     processEvents();
     EXPECT_THAT(answers_, ElementsAre(false));
 }
 
-TEST_F(ContactsQuestionTest, TheKeysThatCloseAWindowAreANo) {
+TEST_F(ContactsQuestionTest, TheCloseShortcutAnswersNo) {
     ASSERT_TRUE(test::waitUntil([this] { return question_->isActiveWindow(); }));
     QTest::keySequence(question_.data(), QKeySequence::Close);
     processEvents();
@@ -90,12 +90,12 @@ TEST_F(ContactsQuestionTest, AKeyPressedWhileItOpensAllowsNothing) {
     EXPECT_THAT(answers_, ElementsAre(false));
 }
 
-TEST_F(ContactsQuestionTest, UnansweredItLeavesTheQuestionOpenWhenTheProgramEnds) {
+TEST_F(ContactsQuestionTest, DestroyingItUnansweredCallsNothing) {
     delete question_;
     EXPECT_THAT(answers_, IsEmpty());
 }
 
-TEST_F(ContactsQuestionTest, AskedAgainItComesBackFromWhereItWasPutAway) {
+TEST_F(ContactsQuestionTest, AskingAgainRestoresAMinimisedWindow) {
     question_->showMinimized();
     question_->ask();
     EXPECT_FALSE(question_->isMinimized());
@@ -103,7 +103,7 @@ TEST_F(ContactsQuestionTest, AskedAgainItComesBackFromWhereItWasPutAway) {
     EXPECT_THAT(answers_, IsEmpty());
 }
 
-TEST_F(ContactsQuestionTest, ItIsAnsweredBeforeItHasGone) {
+TEST_F(ContactsQuestionTest, IsAnsweredBeforeItIsDestroyed) {
     EXPECT_FALSE(question_->isAnswered());
     question_->close();
     ASSERT_NE(question_, nullptr);

@@ -53,7 +53,7 @@ std::string nameOfState(const testing::TestParamInfo<AgentState>& info) {
 
 class PanelLayoutTest : public testing::TestWithParam<AgentState> {};
 
-TEST_P(PanelLayoutTest, NothingIsCutAndNothingOverlapsOnWhateverDesktop) {
+TEST_P(PanelLayoutTest, NothingIsCutOrOverlapsOnAnyDesktop) {
     SampleAgent agent(GetParam());
     for (const test::Look& look : test::allLooks()) {
         const test::DesktopLook desktop(look);
@@ -132,7 +132,7 @@ protected:
     std::optional<MenuBarContentView> panel_;
 };
 
-TEST_F(MenuBarContentViewTest, WithNothingWrongItShowsCountsAccountAndNothingElse) {
+TEST_F(MenuBarContentViewTest, WithNothingWrongItShowsOnlyCountsAndAccount) {
     show(AgentState::NothingWrong);
     EXPECT_EQ(text({"displayName"}), "Orvel Agent");
     EXPECT_EQ(text({"messageCount"}), "128 messages scanned in the last 24 hours");
@@ -156,7 +156,7 @@ TEST_F(MenuBarContentViewTest, WithNothingWrongItShowsCountsAccountAndNothingEls
     }
 }
 
-TEST_F(MenuBarContentViewTest, ItIs340WideAndAsHighAsItsContent) {
+TEST_F(MenuBarContentViewTest, Is340PixelsWideAndAsHighAsItsContent) {
     show(AgentState::NothingWrong);
     EXPECT_EQ(panel_->width(), 340);
     const int height = panel_->height();
@@ -170,7 +170,7 @@ TEST_F(MenuBarContentViewTest, ItIs340WideAndAsHighAsItsContent) {
     EXPECT_EQ(panel_->height(), height);
 }
 
-TEST_F(MenuBarContentViewTest, ItsSizeIsRightAlreadyBeforeItIsShown) {
+TEST_F(MenuBarContentViewTest, ItsSizeIsRightBeforeItIsShown) {
     show(AgentState::NothingWrong);
     const QSize before = panel_->size();
     panel_->hide();
@@ -183,7 +183,7 @@ TEST_F(MenuBarContentViewTest, ItsSizeIsRightAlreadyBeforeItIsShown) {
     EXPECT_EQ(panel_->size(), wanted);
 }
 
-TEST_F(MenuBarContentViewTest, WithoutAFrameItHasAnEdgeWithinItsWidth) {
+TEST_F(MenuBarContentViewTest, AFramelessWindowHasABorder) {
     show(AgentState::NothingWrong);
     panel_->setWindowFlags(Qt::Tool | Qt::FramelessWindowHint);
     panel_->show();
@@ -208,7 +208,7 @@ TEST_F(MenuBarContentViewTest, WithoutAFrameItHasAnEdgeWithinItsWidth) {
     }
 }
 
-TEST_F(MenuBarContentViewTest, AKeyThatIsPressedWhileItOpensDoesNothing) {
+TEST_F(MenuBarContentViewTest, AKeyPressedWhileItOpensDoesNothing) {
     show(AgentState::NothingWrong);
     panel_->activateWindow();
     ASSERT_TRUE(waitUntil([this] { return panel_->isActiveWindow(); }));
@@ -218,7 +218,7 @@ TEST_F(MenuBarContentViewTest, AKeyThatIsPressedWhileItOpensDoesNothing) {
     EXPECT_EQ(panel_->focusWidget(), find({"signOut"}));
 }
 
-TEST_F(MenuBarContentViewTest, ContentHigherThanTheScreenIsScrolled) {
+TEST_F(MenuBarContentViewTest, ContentHigherThanTheScreenScrolls) {
     const QFont font = QApplication::font();
     QFont huge = font;
     huge.setPointSizeF(font.pointSizeF() * 3);
@@ -232,33 +232,33 @@ TEST_F(MenuBarContentViewTest, ContentHigherThanTheScreenIsScrolled) {
 
 // --- Activity ---
 
-TEST_F(MenuBarContentViewTest, BeforeTheFirstScanItSaysSoAndShowsNoCount) {
+TEST_F(MenuBarContentViewTest, BeforeTheFirstScanItShowsNoCount) {
     show(AgentState::NoScansYet);
     EXPECT_EQ(text({"noScans"}), "No scans yet.");
     EXPECT_TRUE(isShown({"noScans"}));
     EXPECT_FALSE(isShown({"messageCount"}));
 }
 
-TEST_F(MenuBarContentViewTest, ADayWithoutMessagesIsSaidInWords) {
+TEST_F(MenuBarContentViewTest, ADayWithoutMessagesShowsASentence) {
     show(AgentState::NothingScanned);
     EXPECT_EQ(text({"messageCount"}), "No messages scanned in the last 24 hours");
     EXPECT_TRUE(isShown({"messageCount"}));
 }
 
-TEST_F(MenuBarContentViewTest, OneMessageIsCountedInThePlural) {
+TEST_F(MenuBarContentViewTest, OneMessageUsesThePluralForm) {
     show(AgentState::NothingWrong);
     agent_->with.userDefaults.setInteger(tavrin::UserDefaultsKeys::last24hKey, 1);
     Q_EMIT agent_->model().changed();
     EXPECT_EQ(text({"messageCount"}), "1 messages scanned in the last 24 hours");
 }
 
-TEST_F(MenuBarContentViewTest, TheErrorOfTheLastScanIsShown) {
+TEST_F(MenuBarContentViewTest, ShowsTheErrorOfTheLastScan) {
     show(AgentState::ScanFailed);
     EXPECT_TRUE(isShown({"scanError"}));
     EXPECT_EQ(text({"scanError"}), "The service is being updated.");
 }
 
-TEST_F(MenuBarContentViewTest, TheErrorOfTheLastScanCanBeCopiedWhileThePanelIsUpdated) {
+TEST_F(MenuBarContentViewTest, UpdatesKeepTheSelectionInTheScanError) {
     show(AgentState::ScanFailed);
     auto* error = find<QTextEdit>({"scanError"});
     EXPECT_THAT(test::tabOrder(*panel_), testing::Contains("scanError"));
@@ -270,14 +270,14 @@ TEST_F(MenuBarContentViewTest, TheErrorOfTheLastScanCanBeCopiedWhileThePanelIsUp
     EXPECT_EQ(text({"scanError"}), "The service is being updated.");
 }
 
-TEST_F(MenuBarContentViewTest, TheErrorOfTheLastScanIsHiddenWhileAReasonIsShown) {
+TEST_F(MenuBarContentViewTest, HidesTheScanErrorWhileCollectionIsBlocked) {
     show(AgentState::ScanFailed);
     agent_->model().collector().setPaused(true);
     EXPECT_EQ(text({"blockedReason"}), "Collection is paused.");
     EXPECT_FALSE(isShown({"scanError"}));
 }
 
-TEST_F(MenuBarContentViewTest, TheSpinnerTurnsOnlyWhileItScansAndIsSeen) {
+TEST_F(MenuBarContentViewTest, TheSpinnerTurnsOnlyDuringAVisibleScan) {
     show(AgentState::Scanning);
     auto* spinner = find<Spinner>({"spinner"});
     EXPECT_TRUE(spinner->isVisible());
@@ -297,7 +297,7 @@ TEST_F(MenuBarContentViewTest, TheSpinnerDoesNotTurnInAMinimisedWindow) {
     EXPECT_TRUE(spinner->isTurning());
 }
 
-TEST_F(MenuBarContentViewTest, TheAttentionFlashDoesNotRefreshIt) {
+TEST_F(MenuBarContentViewTest, TheAttentionFlashDoesNotUpdateThePanel) {
     show(AgentState::SignedOut);
     const std::string before = text({"messageCount"});
     // A value without a signal: the panel shows it at its next refresh.
@@ -311,7 +311,7 @@ TEST_F(MenuBarContentViewTest, TheAttentionFlashDoesNotRefreshIt) {
     EXPECT_EQ(text({"messageCount"}), "7 messages scanned in the last 24 hours");
 }
 
-TEST_F(MenuBarContentViewTest, TheSpinnerStandsStillWhereNothingMayMove) {
+TEST_F(MenuBarContentViewTest, WithReducedMotionTheSpinnerDoesNotTurn) {
     show(AgentState::Scanning);
     auto* spinner = find<Spinner>({"spinner"});
     agent_->with.motionPreference.setReducesMotion(true);
@@ -323,7 +323,7 @@ TEST_F(MenuBarContentViewTest, TheSpinnerStandsStillWhereNothingMayMove) {
 
 // --- Account ---
 
-TEST_F(MenuBarContentViewTest, SignedOutItOffersToSignIn) {
+TEST_F(MenuBarContentViewTest, SignedOutItShowsTheSignInButton) {
     show(AgentState::SignedOut);
     EXPECT_EQ(text({"blockedReason"}), "Sign in to start collecting.");
     EXPECT_EQ(text({"signIn"}), "Sign in…");
@@ -339,7 +339,7 @@ TEST_F(MenuBarContentViewTest, WhileSigningInTheButtonIsDisabled) {
     EXPECT_TRUE(isShown({"cancelSignIn"}));
 }
 
-TEST_F(MenuBarContentViewTest, ASignInCanBeTakenBackAndIsNotCalledAFailureThen) {
+TEST_F(MenuBarContentViewTest, ACancelledSignInShowsNoError) {
     show(AgentState::SigningIn);
     click({"cancelSignIn"});
     EXPECT_TRUE(waitUntil([this] { return find({"signIn"})->isEnabled(); }));
@@ -352,14 +352,14 @@ TEST_F(MenuBarContentViewTest, ASignInCanBeTakenBackAndIsNotCalledAFailureThen) 
     EXPECT_FALSE(isShown({"signInError"}));
 }
 
-TEST_F(MenuBarContentViewTest, AFailedSignInSaysWhy) {
+TEST_F(MenuBarContentViewTest, ShowsWhyASignInFailed) {
     show(AgentState::SignInFailed);
     EXPECT_TRUE(isShown({"signInError"}));
     EXPECT_EQ(text({"signInError"}), agent_->model().auth().lastError());
     EXPECT_TRUE(isShown({"signIn"}));
 }
 
-TEST_F(MenuBarContentViewTest, TheErrorStandsAboveTheAccount) {
+TEST_F(MenuBarContentViewTest, TheSignInErrorIsAboveTheAccount) {
     show(AgentState::NothingWrong);
     agent_->with.browser.user = [](const auto&) {
         return test::FakeWebAuthenticationSession::Outcome("orvelagent://callback?error=closed");
@@ -372,7 +372,7 @@ TEST_F(MenuBarContentViewTest, TheErrorStandsAboveTheAccount) {
         find({"account"})->mapTo(&*panel_, QPoint()).y());
 }
 
-TEST_F(MenuBarContentViewTest, AnAccountWithoutAnAddressIsSignedInAllTheSame) {
+TEST_F(MenuBarContentViewTest, AnAccountWithoutAnAddressShowsSignedIn) {
     show(AgentState::SignedOut);
     agent_->with.service.setAnswer(
         test::FakeService::profilePath, 200, R"({"ok":true,"data":{"uid":"uid-1"}})");
@@ -382,7 +382,7 @@ TEST_F(MenuBarContentViewTest, AnAccountWithoutAnAddressIsSignedInAllTheSame) {
     EXPECT_EQ(text({"account"}), "Signed in");
 }
 
-TEST_F(MenuBarContentViewTest, SigningOutForgetsTheAccount) {
+TEST_F(MenuBarContentViewTest, SigningOutHidesTheAccount) {
     show(AgentState::NothingWrong);
     click({"signOut"});
     processEvents();
@@ -391,13 +391,13 @@ TEST_F(MenuBarContentViewTest, SigningOutForgetsTheAccount) {
     EXPECT_FALSE(isShown({"account"}));
 }
 
-TEST_F(MenuBarContentViewTest, ALongAddressIsElidedWithTheWholeOfItAtHand) {
+TEST_F(MenuBarContentViewTest, ALongAddressIsElidedWithAToolTip) {
     show(AgentState::LongTexts);
     EXPECT_TRUE(find<TextLabel>({"account"})->isElided());
     EXPECT_EQ(text({"account"}), agent_->model().auth().accountEmail());
 }
 
-TEST_F(MenuBarContentViewTest, WithoutAnAccountItLeadsToTheWebsite) {
+TEST_F(MenuBarContentViewTest, WithoutAnAccountItOffersTheWebsite) {
     show(AgentState::NoAccount);
     EXPECT_EQ(text({"noAccountPrompt", "title"}), "No account yet");
     EXPECT_EQ(
@@ -413,7 +413,7 @@ TEST_F(MenuBarContentViewTest, WithoutAnAccountItLeadsToTheWebsite) {
 
 // --- Permissions ---
 
-TEST_F(MenuBarContentViewTest, WithoutFullDiskAccessItAsksForIt) {
+TEST_F(MenuBarContentViewTest, WithoutFullDiskAccessItShowsThePrompt) {
     show(AgentState::FullDiskAccessMissing);
     EXPECT_EQ(text({"blockedReason"}), "Full Disk Access is required to read Messages.");
     EXPECT_EQ(text({"fullDiskAccessPrompt", "title"}), "Full Disk Access needed");
@@ -429,7 +429,7 @@ TEST_F(MenuBarContentViewTest, WithoutFullDiskAccessItAsksForIt) {
         std::vector{Workspace::SettingsPane::FullDiskAccess});
 }
 
-TEST_F(MenuBarContentViewTest, LookingAgainFindsFullDiskAccessWithoutARestart) {
+TEST_F(MenuBarContentViewTest, ARecheckDetectsFullDiskAccessWithoutARestart) {
     show(AgentState::FullDiskAccessMissing);
     agent_->grantFullDiskAccess();
     click({"recheck"});
@@ -437,7 +437,7 @@ TEST_F(MenuBarContentViewTest, LookingAgainFindsFullDiskAccessWithoutARestart) {
     EXPECT_FALSE(isShown({"blockedBanner"}));
 }
 
-TEST_F(MenuBarContentViewTest, OpeningItFindsFullDiskAccessToo) {
+TEST_F(MenuBarContentViewTest, OpeningItDetectsFullDiskAccess) {
     show(AgentState::FullDiskAccessMissing);
     panel_->hide();
     agent_->grantFullDiskAccess();
@@ -445,7 +445,7 @@ TEST_F(MenuBarContentViewTest, OpeningItFindsFullDiskAccessToo) {
     EXPECT_TRUE(waitUntil([this] { return !isShown({"fullDiskAccessPrompt"}); }));
 }
 
-TEST_F(MenuBarContentViewTest, SettingsThatCannotBeOpenedAreExplainedUntilTheNextAttempt) {
+TEST_F(MenuBarContentViewTest, ShowsASettingsErrorUntilTheNextAttempt) {
     show(AgentState::FullDiskAccessMissing);
     agent_->with.workspace.openError =
         tavrin::PlatformError("desktop", 1, "This desktop has no such settings.");
@@ -460,7 +460,7 @@ TEST_F(MenuBarContentViewTest, SettingsThatCannotBeOpenedAreExplainedUntilTheNex
     EXPECT_FALSE(isShown({"fullDiskAccessPrompt", "failure"}));
 }
 
-TEST_F(MenuBarContentViewTest, AnAnswerOfTheDesktopMayComeAfterThePanelHasGone) {
+TEST_F(MenuBarContentViewTest, ALateSettingsCallbackAfterDestructionIsIgnored) {
     show(AgentState::FullDiskAccessMissing);
     agent_->with.workspace.openError = tavrin::PlatformError("desktop", 1, "No.");
     click({"fullDiskAccessPrompt", "openSystemSettings"});
@@ -468,7 +468,7 @@ TEST_F(MenuBarContentViewTest, AnAnswerOfTheDesktopMayComeAfterThePanelHasGone) 
     processEvents();
 }
 
-TEST_F(MenuBarContentViewTest, WithoutContactsItAsksForThem) {
+TEST_F(MenuBarContentViewTest, WithoutContactsAccessItShowsThePrompt) {
     show(AgentState::ContactsMissing);
     EXPECT_EQ(text({"contactsPrompt", "title"}), "Contacts access needed");
     EXPECT_EQ(
@@ -499,7 +499,7 @@ TEST_F(MenuBarContentViewTest, QuitAndReopenRelaunches) {
     EXPECT_EQ(agent_->with.processControl.relaunches, 1);
 }
 
-TEST_F(MenuBarContentViewTest, UnderADebuggerItNeverOffersToAskForContacts) {
+TEST_F(MenuBarContentViewTest, UnderADebuggerItDoesNotOfferContactsAccess) {
     show(AgentState::UnderDebugger);
     EXPECT_TRUE(isShown({"contactsPrompt"}));
     EXPECT_FALSE(isShown({"allowAccess"}));
@@ -512,7 +512,7 @@ TEST_F(MenuBarContentViewTest, UnderADebuggerItNeverOffersToAskForContacts) {
 
 // --- The bottom row ---
 
-TEST_F(MenuBarContentViewTest, TheVersionLeadsToItsHistory) {
+TEST_F(MenuBarContentViewTest, TheVersionOpensTheVersionHistory) {
     show(AgentState::NothingWrong);
     QSignalSpy spy(&*panel_, &MenuBarContentView::versionHistoryRequested);
     EXPECT_EQ(
@@ -537,7 +537,7 @@ TEST_F(MenuBarContentViewTest, TheVersionIsUnderlinedUnderThePointer) {
     EXPECT_FALSE(version->isUnderlined());
 }
 
-TEST_F(MenuBarContentViewTest, SettingsAndQuitAreAskedFor) {
+TEST_F(MenuBarContentViewTest, RequestsSettingsAndQuit) {
     show(AgentState::NothingWrong);
     QSignalSpy settings(&*panel_, &MenuBarContentView::settingsRequested);
     QSignalSpy quit(&*panel_, &MenuBarContentView::quitRequested);
@@ -547,7 +547,7 @@ TEST_F(MenuBarContentViewTest, SettingsAndQuitAreAskedFor) {
     EXPECT_EQ(quit.count(), 1);
 }
 
-TEST_F(MenuBarContentViewTest, TheKeyboardGoesFromTopToBottom) {
+TEST_F(MenuBarContentViewTest, TabKeyVisitsTheControlsFromTopToBottom) {
     show(AgentState::EverythingMissing);
     EXPECT_THAT(
         test::tabOrder(*panel_),

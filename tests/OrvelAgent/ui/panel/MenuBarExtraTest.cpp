@@ -97,7 +97,7 @@ protected:
 
 } // namespace
 
-TEST_F(MenuBarExtraTest, TheIconBearsTheStatusInWords) {
+TEST_F(MenuBarExtraTest, TheToolTipDescribesTheStatus) {
     begin();
     ASSERT_NE(extra_->trayIcon(), nullptr);
     EXPECT_TRUE(extra_->trayIcon()->isVisible());
@@ -109,7 +109,7 @@ TEST_F(MenuBarExtraTest, TheIconBearsTheStatusInWords) {
     EXPECT_EQ(extra_->trayIcon()->toolTip(), QStringLiteral("Orvel Agent"));
 }
 
-TEST_F(MenuBarExtraTest, TheTrayTellsScreenReadersTheStatus) {
+TEST_F(MenuBarExtraTest, GivesTheStatusToScreenReaders) {
     begin();
     EXPECT_EQ(with_.tray.title, "Orvel Agent");
     with_.clock.advance(AttentionFlash::brandDuration);
@@ -134,7 +134,7 @@ TEST_F(MenuBarExtraTest, TheIconFollowsTheStatus) {
     EXPECT_EQ(extra_->trayIcon()->icon().cacheKey(), attention) << "drawn again for nothing";
 }
 
-TEST_F(MenuBarExtraTest, AMenuBarGivesTheIconItsColour) {
+TEST_F(MenuBarExtraTest, AMenuBarGetsATemplateIcon) {
     begin();
     EXPECT_FALSE(extra_->trayIcon()->icon().isMask());
     extra_.reset();
@@ -143,7 +143,7 @@ TEST_F(MenuBarExtraTest, AMenuBarGivesTheIconItsColour) {
     EXPECT_TRUE(extra_->trayIcon()->icon().isMask());
 }
 
-TEST_F(MenuBarExtraTest, InAMenuBarOnlyTheOtherButtonOpensTheMenu) {
+TEST_F(MenuBarExtraTest, InAMenuBarOnlyTheSecondaryButtonOpensTheMenu) {
     with_.tray.isInMenuBar = true;
     begin();
     EXPECT_EQ(extra_->trayIcon()->contextMenu(), nullptr) << "would open at every click";
@@ -169,14 +169,14 @@ TEST_F(MenuBarExtraTest, AClickOpensThePanelAndAnotherClosesIt) {
     EXPECT_TRUE(panel().isVisible());
 }
 
-TEST_F(MenuBarExtraTest, ThePanelClosesWithTheFocus) {
+TEST_F(MenuBarExtraTest, ThePanelClosesWhenItLosesTheFocus) {
     begin();
     click();
     takeFocus();
     EXPECT_THAT(panels(), IsEmpty());
 }
 
-TEST_F(MenuBarExtraTest, TheClickThatTookTheFocusDoesNotOpenItAgain) {
+TEST_F(MenuBarExtraTest, TheClickThatClosedThePanelDoesNotReopenIt) {
     begin();
     click();
     takeFocus();
@@ -186,7 +186,7 @@ TEST_F(MenuBarExtraTest, TheClickThatTookTheFocusDoesNotOpenItAgain) {
     EXPECT_TRUE(panel().isVisible());
 }
 
-TEST_F(MenuBarExtraTest, ALaterClickOpensItAgain) {
+TEST_F(MenuBarExtraTest, ALaterClickReopensThePanel) {
     begin();
     click();
     takeFocus();
@@ -205,7 +205,7 @@ TEST_F(MenuBarExtraTest, ThePanelClosesByKeyboard) {
     EXPECT_THAT(panels(), IsEmpty());
 }
 
-TEST_F(MenuBarExtraTest, AnotherCopysStartOpensThePanel) {
+TEST_F(MenuBarExtraTest, StartingAnotherCopyOpensThePanel) {
     begin();
     with_.instanceRegistry.beActivated();
     EXPECT_TRUE(panel().isVisible());
@@ -213,7 +213,7 @@ TEST_F(MenuBarExtraTest, AnotherCopysStartOpensThePanel) {
     EXPECT_TRUE(panel().isVisible());
 }
 
-TEST_F(MenuBarExtraTest, TheMenuOffersTheSame) {
+TEST_F(MenuBarExtraTest, TheMenuOpensThePanelAndSettingsAndQuits) {
     begin();
     QStringList asked;
     QObject::connect(extra_.get(), &MenuBarExtra::settingsRequested, extra_.get(), [&] {
@@ -254,7 +254,7 @@ TEST_F(MenuBarExtraTest, WithoutATrayThePanelIsAWindow) {
     EXPECT_TRUE(panel().isVisible());
 }
 
-TEST_F(MenuBarExtraTest, WithoutATrayTheClosedWindowStaysWithinReach) {
+TEST_F(MenuBarExtraTest, WithoutATrayClosingTheWindowMinimisesIt) {
     with_.tray.setAvailable(false);
     begin();
     with_.clock.advance(MenuBarExtra::trayTimeout);
@@ -265,7 +265,7 @@ TEST_F(MenuBarExtraTest, WithoutATrayTheClosedWindowStaysWithinReach) {
     EXPECT_FALSE(panel().isMinimized());
 }
 
-TEST_F(MenuBarExtraTest, ATrayWithinTheGraceMakesNoWindow) {
+TEST_F(MenuBarExtraTest, ATrayBeforeTheTimeoutOpensNoWindow) {
     with_.tray.setAvailable(false);
     begin();
     with_.clock.advance(MenuBarExtra::trayTimeout / 2);
@@ -275,7 +275,7 @@ TEST_F(MenuBarExtraTest, ATrayWithinTheGraceMakesNoWindow) {
     EXPECT_THAT(panels(), IsEmpty());
 }
 
-TEST_F(MenuBarExtraTest, ATrayThatComesLateGetsTheIcon) {
+TEST_F(MenuBarExtraTest, ALateTrayGetsTheIcon) {
     with_.tray.setAvailable(false);
     begin();
     with_.clock.advance(MenuBarExtra::trayTimeout);
@@ -287,7 +287,7 @@ TEST_F(MenuBarExtraTest, ATrayThatComesLateGetsTheIcon) {
     EXPECT_TRUE(panel().windowFlags().testFlag(Qt::FramelessWindowHint));
 }
 
-TEST_F(MenuBarExtraTest, ATrayThatComesLateLeavesTheWindowThatIsInUse) {
+TEST_F(MenuBarExtraTest, ALateTrayKeepsAWindowThatIsInUse) {
     with_.tray.setAvailable(false);
     begin();
     with_.clock.advance(MenuBarExtra::trayTimeout);
@@ -300,7 +300,7 @@ TEST_F(MenuBarExtraTest, ATrayThatComesLateLeavesTheWindowThatIsInUse) {
     EXPECT_THAT(panels(), IsEmpty()) << "with an icon it need not stay";
 }
 
-TEST_F(MenuBarExtraTest, ATrayThatComesLateLeavesTheWindowThatWasAskedFor) {
+TEST_F(MenuBarExtraTest, ALateTrayKeepsAWindowThatWasRequested) {
     with_.tray.setAvailable(false);
     begin();
     with_.clock.advance(MenuBarExtra::trayTimeout);
@@ -309,7 +309,7 @@ TEST_F(MenuBarExtraTest, ATrayThatComesLateLeavesTheWindowThatWasAskedFor) {
     EXPECT_TRUE(panel().isVisible());
 }
 
-TEST_F(MenuBarExtraTest, ATrayThatGoesForGoodLeavesAWindow) {
+TEST_F(MenuBarExtraTest, LosingTheTrayOpensTheWindow) {
     begin();
     with_.tray.setAvailable(false);
     EXPECT_EQ(extra_->trayIcon(), nullptr);
@@ -322,7 +322,7 @@ TEST_F(MenuBarExtraTest, ATrayThatGoesForGoodLeavesAWindow) {
         ElementsAre("this desktop has no tray for the icon, so the panel opens as a window"));
 }
 
-TEST_F(MenuBarExtraTest, ATrayThatStartsAgainGetsAnIconOfItsOwn) {
+TEST_F(MenuBarExtraTest, ARestartedTrayGetsANewIcon) {
     begin();
     with_.tray.setAvailable(false);
     with_.tray.setAvailable(true);
@@ -335,7 +335,7 @@ TEST_F(MenuBarExtraTest, ATrayThatStartsAgainGetsAnIconOfItsOwn) {
     EXPECT_TRUE(panel().windowFlags().testFlag(Qt::FramelessWindowHint));
 }
 
-TEST_F(MenuBarExtraTest, ThePanelOfATrayThatGoesBecomesAWindow) {
+TEST_F(MenuBarExtraTest, LosingTheTrayTurnsThePanelIntoAWindow) {
     begin();
     click();
     with_.tray.setAvailable(false);
@@ -345,7 +345,7 @@ TEST_F(MenuBarExtraTest, ThePanelOfATrayThatGoesBecomesAWindow) {
     EXPECT_TRUE(panel().isVisible());
 }
 
-TEST_F(MenuBarExtraTest, WithoutATrayTheWindowStaysBesideTheOthers) {
+TEST_F(MenuBarExtraTest, ClosePanelKeepsTheOrdinaryWindow) {
     with_.tray.setAvailable(false);
     begin();
     with_.clock.advance(MenuBarExtra::trayTimeout);
@@ -355,7 +355,7 @@ TEST_F(MenuBarExtraTest, WithoutATrayTheWindowStaysBesideTheOthers) {
     EXPECT_FALSE(panel().isMinimized());
 }
 
-TEST_F(MenuBarExtraTest, ComingBackItLooksAtThePermissionsAgain) {
+TEST_F(MenuBarExtraTest, RestoringTheWindowChecksThePermissions) {
     with_.tray.setAvailable(false);
     begin();
     with_.clock.advance(MenuBarExtra::trayTimeout);
@@ -367,7 +367,7 @@ TEST_F(MenuBarExtraTest, ComingBackItLooksAtThePermissionsAgain) {
     EXPECT_TRUE(waitUntil([this] { return model_->hasFullDiskAccess(); }));
 }
 
-TEST_F(MenuBarExtraTest, ComingBackItIsAsLargeAsBefore) {
+TEST_F(MenuBarExtraTest, RestoringTheWindowKeepsItMaximised) {
     with_.tray.setAvailable(false);
     begin();
     with_.clock.advance(MenuBarExtra::trayTimeout);
@@ -377,7 +377,7 @@ TEST_F(MenuBarExtraTest, ComingBackItIsAsLargeAsBefore) {
     EXPECT_FALSE(panel().isMinimized());
 }
 
-TEST_F(MenuBarExtraTest, ItsEndTakesThePanelAlong) {
+TEST_F(MenuBarExtraTest, DestroyingItDestroysThePanel) {
     begin();
     click();
     extra_.reset();

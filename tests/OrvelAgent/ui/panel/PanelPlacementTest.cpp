@@ -21,7 +21,7 @@ QPoint placeFor(QPoint click, const QRect& available) {
 
 } // namespace
 
-TEST(PanelPlacementTest, HangsBelowAnIconWhosePlaceIsKnown) {
+TEST(PanelPlacementTest, OpensBelowAnIconOfKnownPosition) {
     const QRect icon(700, 0, 30, 24);
     EXPECT_EQ(
         panelPosition(iconRect(icon, QPoint(703, 20)), QRect(0, 24, 1280, 776), panel),
@@ -31,7 +31,7 @@ TEST(PanelPlacementTest, HangsBelowAnIconWhosePlaceIsKnown) {
         QPoint(545, 24));
 }
 
-TEST(PanelPlacementTest, AClickElsewhereTellsBetterWhereTheIconIs) {
+TEST(PanelPlacementTest, AClickOutsideTheReportedIconOverridesIt) {
     // Every screen has a menu bar of its own, and the icon is said to be in one of them.
     const QRect icon(700, 0, 30, 24);
     EXPECT_EQ(
@@ -39,20 +39,20 @@ TEST(PanelPlacementTest, AClickElsewhereTellsBetterWhereTheIconIs) {
         QPoint(1830, 28));
 }
 
-TEST(PanelPlacementTest, HangsBelowABarAtTheTop) {
+TEST(PanelPlacementTest, OpensBelowABarAtTheTop) {
     EXPECT_EQ(placeFor(QPoint(600, 12), belowBar), QPoint(430, 30));
 }
 
-TEST(PanelPlacementTest, LeavesAnIconFreeOnABarThatReservesNoRoom) {
+TEST(PanelPlacementTest, DoesNotCoverTheIconOnABarWithoutReservedSpace) {
     EXPECT_EQ(placeFor(QPoint(600, 12), QRect(0, 0, 1280, 800)), QPoint(430, 28));
     EXPECT_EQ(placeFor(QPoint(600, 788), QRect(0, 0, 1280, 800)), QPoint(430, 372));
 }
 
-TEST(PanelPlacementTest, StandsOnABarAtTheBottom) {
+TEST(PanelPlacementTest, OpensAboveABarAtTheBottom) {
     EXPECT_EQ(placeFor(QPoint(600, 790), aboveBar), QPoint(430, 370));
 }
 
-TEST(PanelPlacementTest, StaysInsideBesideTheEdges) {
+TEST(PanelPlacementTest, StaysInsideTheScreenEdges) {
     EXPECT_EQ(placeFor(QPoint(1279, 0), belowBar), QPoint(940, 30));
     EXPECT_EQ(placeFor(QPoint(0, 799), aboveBar), QPoint(0, 370));
     EXPECT_EQ(placeFor(QPoint(10, 700), rightOfBar), QPoint(30, 284));
@@ -63,13 +63,13 @@ TEST(PanelPlacementTest, StaysOnASecondScreen) {
     EXPECT_EQ(placeFor(QPoint(2279, 699), second), QPoint(1940, 283));
 }
 
-TEST(PanelPlacementTest, ShowsTheBeginningOfAPanelLargerThanTheScreen) {
+TEST(PanelPlacementTest, ShowsTheTopLeftOfAPanelLargerThanTheScreen) {
     const QRect small(0, 30, 300, 200);
     EXPECT_EQ(placeFor(QPoint(290, 10), small), small.topLeft());
     EXPECT_EQ(placeFor(QPoint(290, 229), small), small.topLeft());
 }
 
-TEST(PanelPlacementTest, StandsInTheMiddleWithoutAClick) {
+TEST(PanelPlacementTest, IsCentredWithoutAClick) {
     EXPECT_EQ(panelPosition(std::nullopt, QRect(0, 0, 1000, 800), panel), QPoint(329, 199));
 }
 

@@ -16,7 +16,7 @@ TEST(StatusIconLabelTest, EveryStatusHasItsSymbol) {
     EXPECT_EQ(StatusIconLabel::symbol(StatusIcon::Paused), Symbol::PauseCircle);
 }
 
-TEST(StatusIconLabelTest, TheTraysIconHasTheSizesOfPanels) {
+TEST(StatusIconLabelTest, TheTrayIconHasTheSizesOfPanels) {
     const QIcon icon = StatusIconLabel::icon(StatusIcon::Brand);
     for (const int size : {16, 22, 24, 32, 48}) {
         EXPECT_TRUE(icon.availableSizes().contains(QSize(size, size))) << size;

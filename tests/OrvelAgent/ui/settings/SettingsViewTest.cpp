@@ -99,7 +99,7 @@ protected:
 
 } // namespace
 
-TEST_F(SettingsViewTest, HasTwoTabsWithImagesAndAFixedFrame) {
+TEST_F(SettingsViewTest, HasTwoTabsWithIconsAndAFixedSize) {
     open();
     const auto* tabs = find<QTabWidget>("tabs");
     ASSERT_EQ(tabs->count(), 2);
@@ -147,14 +147,14 @@ TEST_F(SettingsViewTest, ExplainsWhatTheChoicesMean) {
             "safe: messages already sent are recognized and never duplicated."));
 }
 
-TEST_F(SettingsViewTest, TellsTheVersionAndTheBuild) {
+TEST_F(SettingsViewTest, ShowsTheVersionAndTheBuild) {
     with_.bundle.setInfo("CFBundleVersion", "17");
     open();
     EXPECT_EQ(text("version"), "1.2.3");
     EXPECT_EQ(text("build"), "17 (" + std::string(sourceRevision()) + ")");
 }
 
-TEST_F(SettingsViewTest, ShowsTheChoicesThatHold) {
+TEST_F(SettingsViewTest, ShowsTheCurrentChoices) {
     with_.userDefaults.setString("collection.mode", "metadataOnly");
     with_.userDefaults.setString("collection.scope", "allThreads");
     with_.userDefaults.setBoolean("startAtLogin", true);
@@ -167,7 +167,7 @@ TEST_F(SettingsViewTest, ShowsTheChoicesThatHold) {
     EXPECT_TRUE(with_.loginItem.changes.empty());
 }
 
-TEST_F(SettingsViewTest, BeginsWithTheDefaults) {
+TEST_F(SettingsViewTest, StartsWithTheDefaults) {
     open();
     EXPECT_EQ(picker("mode")->currentIndex(), 1);
     EXPECT_EQ(picker("scope")->currentIndex(), 0);
@@ -175,7 +175,7 @@ TEST_F(SettingsViewTest, BeginsWithTheDefaults) {
     EXPECT_TRUE(box("checksAutomatically")->isChecked());
 }
 
-TEST_F(SettingsViewTest, TheSwitchTellsTheSystemOnEveryChange) {
+TEST_F(SettingsViewTest, EverySwitchChangeUpdatesTheLoginItem) {
     open();
     box("startAtLogin")->click();
     EXPECT_TRUE(model_->startAtLogin());
@@ -184,7 +184,7 @@ TEST_F(SettingsViewTest, TheSwitchTellsTheSystemOnEveryChange) {
     EXPECT_THAT(with_.loginItem.changes, ElementsAre(true, false, true));
 }
 
-TEST_F(SettingsViewTest, ARefusalOfTheSystemLeavesTheSwitchAsTheUserSetIt) {
+TEST_F(SettingsViewTest, KeepsTheSwitchIfTheSystemRefuses) {
     with_.loginItem.error = tavrin::PlatformError("login", 1, "Not allowed.");
     open();
     box("startAtLogin")->click();
@@ -193,7 +193,7 @@ TEST_F(SettingsViewTest, ARefusalOfTheSystemLeavesTheSwitchAsTheUserSetIt) {
     EXPECT_EQ(text("settingsError"), "");
 }
 
-TEST_F(SettingsViewTest, APickedChoiceHoldsAtOnceAndIsSaved) {
+TEST_F(SettingsViewTest, APickedChoiceAppliesAtOnceAndIsSaved) {
     open();
     showTab(1);
     pick("mode", 0);
@@ -206,7 +206,7 @@ TEST_F(SettingsViewTest, APickedChoiceHoldsAtOnceAndIsSaved) {
     }));
 }
 
-TEST_F(SettingsViewTest, OnlyTheReScanTouchesTheProgress) {
+TEST_F(SettingsViewTest, OnlyTheReScanChangesTheProgress) {
     with_.userDefaults.setInteger(tavrin::UserDefaultsKeys::highKey, 7);
     with_.userDefaults.setBoolean(tavrin::UserDefaultsKeys::backfillDoneKey, true);
     open();
@@ -221,7 +221,7 @@ TEST_F(SettingsViewTest, OnlyTheReScanTouchesTheProgress) {
     EXPECT_TRUE(waitUntil([this] { return !model_->watermarkStore().isBackfillDone(); }));
 }
 
-TEST_F(SettingsViewTest, SaysThatTheReScanIsNotedUntilItIsClosed) {
+TEST_F(SettingsViewTest, ShowsTheReScanNoteUntilItIsClosed) {
     open();
     showTab(1);
     EXPECT_EQ(text("rescanNote"), "");
@@ -232,7 +232,7 @@ TEST_F(SettingsViewTest, SaysThatTheReScanIsNotedUntilItIsClosed) {
     EXPECT_EQ(text("rescanNote"), "");
 }
 
-TEST_F(SettingsViewTest, SaysWhyTheReScanIsNotNoted) {
+TEST_F(SettingsViewTest, ShowsWhyTheReScanFailed) {
     open();
     showTab(1);
     with_.userDefaults.setFailsWrites(true);
@@ -242,7 +242,7 @@ TEST_F(SettingsViewTest, SaysWhyTheReScanIsNotNoted) {
     EXPECT_EQ(text("rescanNote"), "");
 }
 
-TEST_F(SettingsViewTest, SaysThatNeitherAChoiceNorTheReScanWasSaved) {
+TEST_F(SettingsViewTest, ShowsBothTheChoiceAndTheReScanError) {
     open();
     showTab(1);
     with_.userDefaults.setFailsWrites(true);
@@ -259,7 +259,7 @@ TEST_F(SettingsViewTest, SaysThatNeitherAChoiceNorTheReScanWasSaved) {
     EXPECT_EQ(text("rescanNote"), "The next scan starts from the beginning.");
 }
 
-TEST_F(SettingsViewTest, SaysThatAChoiceCouldNotBeSavedUntilOneIs) {
+TEST_F(SettingsViewTest, ShowsASaveErrorUntilASaveSucceeds) {
     open();
     showTab(1);
     with_.userDefaults.setFailsWrites(true);
@@ -293,7 +293,7 @@ TEST_F(SettingsViewTest, ScrollingPastAPickerChangesNothing) {
     }
 }
 
-TEST_F(SettingsViewTest, AsksForItsWindows) {
+TEST_F(SettingsViewTest, RequestsTheOtherWindows) {
     open();
     const QSignalSpy log(view_.get(), &SettingsView::activityLogRequested);
     const QSignalSpy history(view_.get(), &SettingsView::versionHistoryRequested);
@@ -312,7 +312,7 @@ TEST_F(SettingsViewTest, SwitchesAutomaticChecks) {
     EXPECT_TRUE(with_.softwareUpdater.automaticallyChecksForUpdates());
 }
 
-TEST_F(SettingsViewTest, SaysWhenTheSwitchOfAutomaticChecksCannotBeSaved) {
+TEST_F(SettingsViewTest, ShowsThatTheAutomaticChecksSwitchCannotBeSaved) {
     open();
     with_.softwareUpdater.setSaveFailure("Could not save the agent's settings: full.");
     box("checksAutomatically")->click();
@@ -323,14 +323,14 @@ TEST_F(SettingsViewTest, SaysWhenTheSwitchOfAutomaticChecksCannotBeSaved) {
     EXPECT_EQ(text("settingsError"), "");
 }
 
-TEST_F(SettingsViewTest, ChecksForUpdatesInFront) {
+TEST_F(SettingsViewTest, AnUpdateCheckActivatesTheApplication) {
     open();
     button("checkForUpdates")->click();
     EXPECT_EQ(with_.softwareUpdater.requestedCheckCount(), 1);
     EXPECT_EQ(with_.applicationFocus.activations, 1);
 }
 
-TEST_F(SettingsViewTest, AnUpdateThatWaitsIsInstalledByTheSameCall) {
+TEST_F(SettingsViewTest, TheSameButtonInstallsAWaitingUpdate) {
     open();
     with_.softwareUpdater.setOffer(SoftwareUpdate{"2.0", "2.0", "Better.", 1000});
     with_.softwareUpdater.passADay();
@@ -340,7 +340,7 @@ TEST_F(SettingsViewTest, AnUpdateThatWaitsIsInstalledByTheSameCall) {
     EXPECT_EQ(textOf(button("checkForUpdates")), "Check for updates…");
 }
 
-TEST_F(SettingsViewTest, ABuildThatCannotUpdateItselfSaysWhy) {
+TEST_F(SettingsViewTest, ShowsWhyThisBuildCannotUpdateItself) {
     const auto keyError =
         "No update signing key is configured in this build, so updates cannot be verified. This "
         "build will not self-update.";
@@ -352,7 +352,7 @@ TEST_F(SettingsViewTest, ABuildThatCannotUpdateItselfSaysWhy) {
     EXPECT_FALSE(box("checksAutomatically")->isChecked());
 }
 
-TEST_F(SettingsViewTest, AFeedThatIsNotEncryptedIsNamed) {
+TEST_F(SettingsViewTest, ShowsThatTheFeedIsNotHTTPS) {
     with_.bundle.setInfo("SUFeedURL", "http://updates.test.example/appcast.xml");
     open();
     EXPECT_EQ(
@@ -361,13 +361,13 @@ TEST_F(SettingsViewTest, AFeedThatIsNotEncryptedIsNamed) {
     EXPECT_FALSE(button("checkForUpdates")->isEnabled());
 }
 
-TEST_F(SettingsViewTest, ABuildThatCanUpdateItselfSaysNothing) {
+TEST_F(SettingsViewTest, ShowsNoErrorIfThisBuildCanUpdateItself) {
     open();
     EXPECT_EQ(find<QLabel>("configurationError"), nullptr);
     EXPECT_TRUE(button("checkForUpdates")->isEnabled());
 }
 
-TEST_F(SettingsViewTest, TheKeyboardGoesThroughEachTabInOrder) {
+TEST_F(SettingsViewTest, TabKeyVisitsTheControlsOfEachTabInOrder) {
     open();
     view_->activateWindow();
     box("startAtLogin")->setFocus();
@@ -398,7 +398,7 @@ TEST_F(SettingsViewTest, TheKeyboardSelectsAndCopiesTheBuild) {
     EXPECT_EQ(QApplication::clipboard()->text().toStdString(), text("build"));
 }
 
-TEST_F(SettingsViewTest, AScreenReaderHearsEveryControlByItsName) {
+TEST_F(SettingsViewTest, EveryControlHasAnAccessibleName) {
     open();
     const auto nameOf = [](QWidget* widget) {
         return QAccessible::queryAccessibleInterface(widget)->text(QAccessible::Name).toStdString();
@@ -419,7 +419,7 @@ TEST_F(SettingsViewTest, AScreenReaderHearsEveryControlByItsName) {
                      .isEmpty());
 }
 
-TEST_F(SettingsViewTest, NoTwoControlsOfATabShareAKey) {
+TEST_F(SettingsViewTest, ShortcutsAreUniqueWithinATab) {
     open();
     QStringList keys;
     for (const QAbstractButton* each : view_->findChildren<QAbstractButton*>()) {
@@ -438,7 +438,7 @@ TEST_F(SettingsViewTest, NoTwoControlsOfATabShareAKey) {
 
 class SettingsViewLookTest : public SettingsViewTest, public testing::WithParamInterface<Look> {};
 
-TEST_P(SettingsViewLookTest, NothingIsCutInAnyState) {
+TEST_P(SettingsViewLookTest, NoTextIsCutInAnyState) {
     const DesktopLook look(GetParam());
     with_.bundle.setInfo("SUPublicEDKey", "");
     open();
@@ -460,7 +460,7 @@ TEST_P(SettingsViewLookTest, NothingIsCutInAnyState) {
     EXPECT_THAT(layoutFaults(*view_), IsEmpty());
 }
 
-TEST_P(SettingsViewLookTest, AllTabsAreOfOneSize) {
+TEST_P(SettingsViewLookTest, AllTabsHaveTheSameSize) {
     const DesktopLook look(GetParam());
     open();
     const QSize before = view_->size();

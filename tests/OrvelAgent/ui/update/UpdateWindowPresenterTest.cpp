@@ -146,11 +146,11 @@ protected:
 
 } // namespace
 
-TEST_F(UpdateWindowTest, MakesNoWindowBeforeThereIsSomethingToShow) {
+TEST_F(UpdateWindowTest, CreatesNoWindowBeforeTheFirstStage) {
     EXPECT_EQ(presenter_.window(), nullptr);
 }
 
-TEST_F(UpdateWindowTest, ShowsThatItChecksAndLetsTheUserCancel) {
+TEST_F(UpdateWindowTest, ShowsARunningCheckThatCanBeCancelled) {
     presenter_.show(Presenter::Checking());
     EXPECT_TRUE(isShown());
     EXPECT_EQ(focus_.activations, 1);
@@ -163,7 +163,7 @@ TEST_F(UpdateWindowTest, ShowsThatItChecksAndLetsTheUserCancel) {
     EXPECT_FALSE(isShown());
 }
 
-TEST_F(UpdateWindowTest, WithReducedMotionNothingMovesWhileItWaits) {
+TEST_F(UpdateWindowTest, WithReducedMotionTheBusyBarIsHidden) {
     motion_.setReducesMotion(true);
     presenter_.show(Presenter::Checking());
     EXPECT_EQ(progress(), -2);
@@ -174,7 +174,7 @@ TEST_F(UpdateWindowTest, WithReducedMotionNothingMovesWhileItWaits) {
     EXPECT_EQ(progress(), -2);
 }
 
-TEST_F(UpdateWindowTest, SaysThatThereIsNothingNewer) {
+TEST_F(UpdateWindowTest, ShowsThatTheVersionIsCurrent) {
     presenter_.show(Presenter::Checking());
     presenter_.show(Presenter::NoUpdate());
     EXPECT_TRUE(isShown());
@@ -188,7 +188,7 @@ TEST_F(UpdateWindowTest, SaysThatThereIsNothingNewer) {
     EXPECT_THAT(updater_.choices, IsEmpty());
 }
 
-TEST_F(UpdateWindowTest, AsksAboutAnUpdateWithItsVersionsItsSizeAndItsNotes) {
+TEST_F(UpdateWindowTest, AnOfferShowsVersionsSizeAndNotes) {
     presenter_.show(Presenter::Offer{newer});
     EXPECT_TRUE(isShown());
     EXPECT_EQ(text("title"), "A new version of Orvel Agent is available.");
@@ -200,7 +200,7 @@ TEST_F(UpdateWindowTest, AsksAboutAnUpdateWithItsVersionsItsSizeAndItsNotes) {
     EXPECT_EQ(progress(), -2);
 }
 
-TEST_F(UpdateWindowTest, WhatTheFeedSaysIsNeverReadAsMarkup) {
+TEST_F(UpdateWindowTest, ShowsTextsOfTheFeedAsPlainText) {
     SoftwareUpdate hostile = newer;
     hostile.displayVersion = "<img src=x>%1";
     presenter_.show(Presenter::Offer{hostile});
@@ -213,14 +213,14 @@ TEST_F(UpdateWindowTest, WhatTheFeedSaysIsNeverReadAsMarkup) {
     }
 }
 
-TEST_F(UpdateWindowTest, WithoutNotesThereIsNoPlaceForThem) {
+TEST_F(UpdateWindowTest, HidesTheNotesIfThereAreNone) {
     SoftwareUpdate quiet = newer;
     quiet.releaseNotes.clear();
     presenter_.show(Presenter::Offer{quiet});
     EXPECT_TRUE(find<QPlainTextEdit>("notes")->isHidden());
 }
 
-TEST_F(UpdateWindowTest, AGentleFindWaitsWithoutAWindowUntilTheUserAsks) {
+TEST_F(UpdateWindowTest, AGentleOfferOpensNoWindowUntilRequested) {
     presenter_.show(Presenter::Offer{newer, true});
     processEvents();
     EXPECT_FALSE(isShown());
@@ -234,7 +234,7 @@ TEST_F(UpdateWindowTest, AGentleFindWaitsWithoutAWindowUntilTheUserAsks) {
     EXPECT_GE(updater_.attentions, 1);
 }
 
-TEST_F(UpdateWindowTest, TheAnswersGoToTheUpdater) {
+TEST_F(UpdateWindowTest, PassesTheAnswersToTheUpdater) {
     presenter_.show(Presenter::Offer{newer});
     button("install")->click();
     EXPECT_THAT(updater_.choices, ElementsAre(Choice::Install));
@@ -248,7 +248,7 @@ TEST_F(UpdateWindowTest, TheAnswersGoToTheUpdater) {
     EXPECT_FALSE(isShown());
 }
 
-TEST_F(UpdateWindowTest, ClosingTheQuestionMeansLater) {
+TEST_F(UpdateWindowTest, ClosingTheOfferMeansLater) {
     presenter_.show(Presenter::Offer{newer});
     presenter_.window()->close();
     EXPECT_THAT(updater_.choices, ElementsAre(Choice::Later));
@@ -263,7 +263,7 @@ TEST_F(UpdateWindowTest, ClosingTheQuestionMeansLater) {
     }
 }
 
-TEST_F(UpdateWindowTest, ShowsTheDownloadAndLetsTheUserCancel) {
+TEST_F(UpdateWindowTest, ShowsADownloadThatCanBeCancelled) {
     install();
     presenter_.show(Presenter::Download{0, 12'300'000});
     EXPECT_EQ(text("title"), "Downloading version 2.0 Spring…");
@@ -285,7 +285,7 @@ TEST_F(UpdateWindowTest, ClosingTheDownloadCancelsIt) {
     EXPECT_EQ(updater_.cancellations, 1);
 }
 
-TEST_F(UpdateWindowTest, AnUpdateWithoutALengthDoesNoHarm) {
+TEST_F(UpdateWindowTest, AcceptsAnUpdateWithoutALength) {
     install();
     presenter_.show(Presenter::Download{0, 0});
     EXPECT_EQ(progress(), 0);
@@ -293,7 +293,7 @@ TEST_F(UpdateWindowTest, AnUpdateWithoutALengthDoesNoHarm) {
     EXPECT_EQ(progress(), 100);
 }
 
-TEST_F(UpdateWindowTest, AfterInstallTheUserIsNotAskedAgain) {
+TEST_F(UpdateWindowTest, InstallsWithoutASecondQuestion) {
     install();
     presenter_.show(Presenter::Download{1'000, 1'000});
     presenter_.show(Presenter::Verification());
@@ -306,7 +306,7 @@ TEST_F(UpdateWindowTest, AfterInstallTheUserIsNotAskedAgain) {
     EXPECT_THAT(updater_.choices, ElementsAre(Choice::Install, Choice::Install));
 }
 
-TEST_F(UpdateWindowTest, ClosingWhileItVerifiesPutsTheUpdateOff) {
+TEST_F(UpdateWindowTest, ClosingDuringVerificationMeansLater) {
     install();
     presenter_.show(Presenter::Download{1'000, 1'000});
     presenter_.show(Presenter::Verification());
@@ -321,7 +321,7 @@ TEST_F(UpdateWindowTest, ClosingWhileItVerifiesPutsTheUpdateOff) {
     EXPECT_EQ(updater_.choices.back(), Choice::Install);
 }
 
-TEST_F(UpdateWindowTest, ARefusalIsShownAsItStands) {
+TEST_F(UpdateWindowTest, ShowsARefusalUnchanged) {
     install();
     presenter_.show(Presenter::Verification());
     presenter_.show(
@@ -334,7 +334,7 @@ TEST_F(UpdateWindowTest, ARefusalIsShownAsItStands) {
     EXPECT_FALSE(isShown());
 }
 
-TEST_F(UpdateWindowTest, ARefusalBringsNoWindowBackThatTheUserHasClosed) {
+TEST_F(UpdateWindowTest, ARefusalDoesNotReopenAClosedWindow) {
     install();
     presenter_.show(Presenter::Verification());
     presenter_.window()->close();
@@ -380,7 +380,7 @@ TEST_F(UpdateWindowTest, AClosedUpdateThatIsRequestedAgainIsInstalledWhenReady) 
     EXPECT_THAT(updater_.choices, ElementsAre(Choice::Install, Choice::Install));
 }
 
-TEST_F(UpdateWindowTest, APackageIsShownInTheFileManagerWithWhatIsToBeDone) {
+TEST_F(UpdateWindowTest, ShowsThePackageInTheFileManagerWithInstructions) {
     install();
     presenter_.revealPackage("/home/one/Downloads/agent.deb");
     processEvents();
@@ -394,7 +394,7 @@ TEST_F(UpdateWindowTest, APackageIsShownInTheFileManagerWithWhatIsToBeDone) {
     EXPECT_EQ(process_.terminations, 0);
 }
 
-TEST_F(UpdateWindowTest, APackageThatCannotBeShownIsNamed) {
+TEST_F(UpdateWindowTest, ShowsThePathOfAPackageThatCannotBeRevealed) {
     workspace_.openError = tavrin::PlatformError("desktop", 1, "No file manager.");
     install();
     presenter_.revealPackage("/home/one/Downloads/agent.deb");
@@ -405,14 +405,14 @@ TEST_F(UpdateWindowTest, APackageThatCannotBeShownIsNamed) {
         "install it, then start Orvel Agent again.\n/home/one/Downloads/agent.deb");
 }
 
-TEST_F(UpdateWindowTest, StartsTheNewVersionAndQuits) {
+TEST_F(UpdateWindowTest, RelaunchSchedulesARestartAndQuits) {
     install();
     presenter_.relaunch();
     EXPECT_EQ(process_.relaunches, 1);
     EXPECT_EQ(process_.terminations, 1);
 }
 
-TEST_F(UpdateWindowTest, AKeyThatIsPressedWhileTheQuestionComesInstallsNothing) {
+TEST_F(UpdateWindowTest, AKeyPressedWhileTheOfferOpensInstallsNothing) {
     SoftwareUpdate quiet = newer;
     quiet.releaseNotes.clear();
     for (const SoftwareUpdate& update : {newer, quiet}) {
@@ -442,14 +442,14 @@ TEST_F(UpdateWindowTest, ARequestedOfferFocusesTheUsualAnswer) {
     EXPECT_THAT(updater_.choices, ElementsAre(Choice::Install));
 }
 
-TEST_F(UpdateWindowTest, AMinimisedWindowComesBack) {
+TEST_F(UpdateWindowTest, RestoresAMinimisedWindow) {
     presenter_.show(Presenter::Offer{newer});
     presenter_.window()->showMinimized();
     presenter_.showInFocus();
     EXPECT_FALSE(presenter_.window()->isMinimized());
 }
 
-TEST_F(UpdateWindowTest, ItsHeightIsTheUsersWhileItIsOpen) {
+TEST_F(UpdateWindowTest, KeepsTheUsersHeightWhileOpen) {
     presenter_.show(Presenter::Offer{newer});
     processEvents();
     UpdateWindow* window = presenter_.window();
@@ -480,7 +480,7 @@ TEST_F(UpdateWindowTest, ItsHeightIsTheUsersWhileItIsOpen) {
     EXPECT_LT(window->height(), fitted);
 }
 
-TEST_F(UpdateWindowTest, TheKeyboardReachesTheNotesAndThenTheAnswers) {
+TEST_F(UpdateWindowTest, TabKeyVisitsTheNotesThenTheButtons) {
     presenter_.show(Presenter::Offer{newer});
     processEvents();
     UpdateWindow* window = presenter_.window();
@@ -494,7 +494,7 @@ TEST_F(UpdateWindowTest, TheKeyboardReachesTheNotesAndThenTheAnswers) {
     EXPECT_EQ(window->focusWidget(), button("cancel"));
 }
 
-TEST_F(UpdateWindowTest, AScreenReaderHearsEveryPart) {
+TEST_F(UpdateWindowTest, EveryPartHasAnAccessibleName) {
     presenter_.show(Presenter::Offer{newer});
     const auto nameOf = [this](const char* name) {
         return QAccessible::queryAccessibleInterface(find<QWidget>(name))
@@ -516,7 +516,7 @@ protected:
     }
 };
 
-TEST_P(UpdateWindowLookTest, NothingIsCutInAnyState) {
+TEST_P(UpdateWindowLookTest, NoTextIsCutInAnyState) {
     const DesktopLook look(GetParam());
     presenter_.show(Presenter::Checking());
     expectNothingCut();
@@ -551,7 +551,7 @@ protected:
     UpdateWindowPresenter presenter_{updater_, desktop_, bundle_};
 };
 
-TEST_F(UpdateWindowPresenterServiceTest, AnUpdateWaitsForAttentionUntilTheUserHasSeenIt) {
+TEST_F(UpdateWindowPresenterServiceTest, AnUpdateAwaitsAttentionUntilItIsSeen) {
     UpdaterService service(bundle_, updater_, presenter_);
     updater_.setOffer(newer);
     updater_.passADay();
@@ -629,7 +629,7 @@ TEST_F(UpdateWindowPresenterAppcastTest, OneClickInstallsAndStartsTheNewVersion)
     EXPECT_EQ(process_.relaunches, 1);
 }
 
-TEST_F(UpdateWindowPresenterAppcastTest, AForgedUpdateIsRefusedInTheWindow) {
+TEST_F(UpdateWindowPresenterAppcastTest, ShowsThatAForgedUpdateIsRefused) {
     offer(UpdateSigner().signature("new"));
     checkAndInstall();
     ASSERT_TRUE(waitUntil([this] { return text("title") == "Orvel Agent could not be updated."; }));

@@ -97,14 +97,14 @@ constexpr const char* changeLog = R"(# Changelog
 
 } // namespace
 
-TEST_F(VersionHistoryWindowTest, HasItsTitleItsNameAndItsPreferredSize) {
+TEST_F(VersionHistoryWindowTest, HasTitleNameAndPreferredSize) {
     VersionHistoryWindow& window = open();
     EXPECT_EQ(window.windowTitle(), QStringLiteral("Orvel Agent Version History"));
     EXPECT_EQ(window.objectName(), QStringLiteral("version-history"));
     EXPECT_EQ(window.size(), QSize(460, 420));
 }
 
-TEST_F(VersionHistoryWindowTest, TellsTheInstalledVersionItsBuildAndItsRevision) {
+TEST_F(VersionHistoryWindowTest, ShowsInstalledVersionBuildAndRevision) {
     bundle_.setInfo("CFBundleShortVersionString", "1.4.0");
     bundle_.setInfo("CFBundleVersion", "17");
     open();
@@ -114,24 +114,24 @@ TEST_F(VersionHistoryWindowTest, TellsTheInstalledVersionItsBuildAndItsRevision)
     EXPECT_FALSE(sourceRevision().empty());
 }
 
-TEST_F(VersionHistoryWindowTest, WithoutVersionInformationItIsTheZeroth) {
+TEST_F(VersionHistoryWindowTest, WithoutVersionInformationItShowsZeroes) {
     open();
     EXPECT_EQ(texts("installedVersion"), Strings{"Version 0.0.0 (0)"});
 }
 
-TEST_F(VersionHistoryWindowTest, WithoutAChangeLogItSaysSo) {
+TEST_F(VersionHistoryWindowTest, WithoutAChangeLogItShowsANotice) {
     open();
     EXPECT_EQ(texts("notice"), Strings{"No version history in this build."});
     EXPECT_TRUE(window_->findChildren<ReleaseSection*>().empty());
 }
 
-TEST_F(VersionHistoryWindowTest, AChangeLogWithoutReleasesIsNone) {
+TEST_F(VersionHistoryWindowTest, AChangeLogWithoutReleasesShowsTheSameNotice) {
     bundle_.setResource("CHANGELOG.md", "# Changelog\n");
     open();
     EXPECT_EQ(texts("notice"), Strings{"No version history in this build."});
 }
 
-TEST_F(VersionHistoryWindowTest, ListsTheReleasesInTheOrderOfTheChangeLog) {
+TEST_F(VersionHistoryWindowTest, ListsReleasesInChangeLogOrder) {
     bundle_.setResource("CHANGELOG.md", changeLog);
     open();
     EXPECT_EQ(texts("version"), (Strings{"2.0.0", "1.0.0", "0.0.0"}));
@@ -149,20 +149,20 @@ TEST_F(VersionHistoryWindowTest, AReleaseWithoutChangesIsAMaintenanceRelease) {
     EXPECT_EQ(texts("maintenance"), Strings{"Maintenance release."});
 }
 
-TEST_F(VersionHistoryWindowTest, OnlyTheInstalledReleaseBearsTheBadge) {
+TEST_F(VersionHistoryWindowTest, OnlyTheInstalledReleaseHasTheBadge) {
     bundle_.setResource("CHANGELOG.md", changeLog);
     bundle_.setInfo("CFBundleShortVersionString", "1.0.0");
     open();
     EXPECT_EQ(installed(), Strings{"1.0.0"});
 }
 
-TEST_F(VersionHistoryWindowTest, WithoutVersionInformationTheZerothReleaseIsInstalled) {
+TEST_F(VersionHistoryWindowTest, WithoutVersionInformationReleaseZeroIsInstalled) {
     bundle_.setResource("CHANGELOG.md", changeLog);
     open();
     EXPECT_EQ(installed(), Strings{"0.0.0"});
 }
 
-TEST_F(VersionHistoryWindowTest, ABadgeIsColouredByItsLabel) {
+TEST_F(VersionHistoryWindowTest, TheLabelDecidesTheColourOfTheBadge) {
     bundle_.setResource("CHANGELOG.md", changeLog);
     open();
     const QPalette palette = window_->palette();
@@ -172,7 +172,7 @@ TEST_F(VersionHistoryWindowTest, ABadgeIsColouredByItsLabel) {
     EXPECT_EQ(badgeColor("Security"), Theme::color(Theme::Role::Orange, palette));
 }
 
-TEST_F(VersionHistoryWindowTest, ABadgeIs46WideUnlessItsLabelNeedsMore) {
+TEST_F(VersionHistoryWindowTest, ABadgeIs46PixelsWideUnlessItsLabelNeedsMore) {
     bundle_.setResource("CHANGELOG.md", changeLog);
     open();
     for (const Badge* badge : window_->findChildren<Badge*>(QStringLiteral("label"))) {
@@ -196,7 +196,7 @@ TEST_F(VersionHistoryWindowTest, LongTextsWrapAndCanBeCopied) {
     }
 }
 
-TEST_F(VersionHistoryWindowTest, TextOfAChangeIsNeverReadAsMarkup) {
+TEST_F(VersionHistoryWindowTest, ShowsTheTextOfAChangeAsPlainText) {
     bundle_.setResource(
         "CHANGELOG.md", "## [<b>1.0</b>]\n### Added\n- <img src=x> & <i>more</i>\n");
     open();
@@ -209,7 +209,7 @@ TEST_F(VersionHistoryWindowTest, TextOfAChangeIsNeverReadAsMarkup) {
 class VersionHistoryWindowLookTest : public VersionHistoryWindowTest,
                                      public testing::WithParamInterface<Look> {};
 
-TEST_P(VersionHistoryWindowLookTest, NothingIsCut) {
+TEST_P(VersionHistoryWindowLookTest, NoTextIsCut) {
     const DesktopLook look(GetParam());
     bundle_.setInfo("CFBundleShortVersionString", "2.0.0");
     bundle_.setResource(
@@ -222,13 +222,13 @@ TEST_P(VersionHistoryWindowLookTest, NothingIsCut) {
     }
 }
 
-TEST_P(VersionHistoryWindowLookTest, NothingIsCutWithoutReleases) {
+TEST_P(VersionHistoryWindowLookTest, NoTextIsCutWithoutReleases) {
     const DesktopLook look(GetParam());
     open();
     EXPECT_THAT(layoutFaults(*window_), testing::IsEmpty());
 }
 
-TEST_P(VersionHistoryWindowLookTest, AWordCanBeReadOnItsBadge) {
+TEST_P(VersionHistoryWindowLookTest, TextOnABadgeIsReadable) {
     const DesktopLook look(GetParam());
     bundle_.setResource("CHANGELOG.md", changeLog);
     open();
