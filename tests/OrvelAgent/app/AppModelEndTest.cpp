@@ -24,7 +24,7 @@ using testing::IsEmpty;
 using testing::Not;
 using namespace std::chrono_literals;
 
-/// A copy takes until it is released or, if it listens, cancelled.
+/// A copy lasts until it is released or, if it observes cancellation, cancelled.
 class SlowFileCopier final : public tavrin::FileCopier {
 public:
     explicit SlowFileCopier(bool listens) : listens_(listens) {}
@@ -67,8 +67,8 @@ protected:
         return names;
     }
 
-    /// Destroys the model as it is now.
-    void expectToEndWithoutATrace() {
+    /// Destroys the model in its current state.
+    void destroyAndExpectNoRemains() {
         model_.reset();
         EXPECT_THAT(leftovers(), IsEmpty());
         EXPECT_EQ(with_.clock.untilNextTimer(), std::nullopt);
@@ -91,7 +91,7 @@ TEST_F(AppModelEndTest, DoesNotScanAfterStop) {
     runTask(model_->requestContactsAccess());
     EXPECT_EQ(scans(), 1U);
     EXPECT_EQ(with_.clock.untilNextTimer(), std::nullopt);
-    // Its services are still there.
+    // The services still exist.
     EXPECT_TRUE(model_->auth().isSignedIn());
 }
 
@@ -143,51 +143,51 @@ TEST_F(AppModelEndTest, StopTakesAtMostTwoSeconds) {
     EXPECT_TRUE(stopping.isReady());
     EXPECT_EQ(logged(LogLevel::Error).back(), "quitting before everything had come to its end");
     slow.release();
-    expectToEndWithoutATrace();
+    destroyAndExpectNoRemains();
 }
 
 TEST_F(AppModelEndTest, MayBeDestroyedRightAfterConstruction) {
     begin();
-    expectToEndWithoutATrace();
+    destroyAndExpectNoRemains();
 }
 
 TEST_F(AppModelEndTest, MayBeDestroyedWhileTheKeychainIsLocked) {
     with_.keychain.lock();
     begin();
     processEvents();
-    expectToEndWithoutATrace();
+    destroyAndExpectNoRemains();
 }
 
 TEST_F(AppModelEndTest, MayBeDestroyedWhileItSleeps) {
     startSignedIn();
-    expectToEndWithoutATrace();
+    destroyAndExpectNoRemains();
 }
 
 TEST_F(AppModelEndTest, MayBeDestroyedWhileTheIconFlashes) {
     startSignedOut();
     with_.clock.advance(AttentionFlash::brandDuration);
-    expectToEndWithoutATrace();
+    destroyAndExpectNoRemains();
 }
 
 TEST_F(AppModelEndTest, MayBeDestroyedDuringATokenRefresh) {
     with_.service.setAnswer(FakeService::refreshPath, std::nullopt);
     beginSignedIn();
     EXPECT_TRUE(waitForRequest(FakeService::refreshPath));
-    expectToEndWithoutATrace();
+    destroyAndExpectNoRemains();
 }
 
 TEST_F(AppModelEndTest, MayBeDestroyedWhileItFetchesTheKnownContacts) {
     with_.service.setAnswer(FakeService::digestPath, std::nullopt);
     beginSignedIn();
     EXPECT_TRUE(waitForRequest(FakeService::digestPath));
-    expectToEndWithoutATrace();
+    destroyAndExpectNoRemains();
 }
 
 TEST_F(AppModelEndTest, MayBeDestroyedWhileItReadsTheContacts) {
     with_.addressBook.hold();
     beginSignedIn();
     EXPECT_TRUE(waitUntil([this] { return !with_.addressBook.enumerations.empty(); }));
-    expectToEndWithoutATrace();
+    destroyAndExpectNoRemains();
 }
 
 TEST_F(AppModelEndTest, MayBeDestroyedWhileItCopiesTheDatabase) {
@@ -197,7 +197,7 @@ TEST_F(AppModelEndTest, MayBeDestroyedWhileItCopiesTheDatabase) {
     beginSignedIn();
     EXPECT_TRUE(waitUntil([this] { return model_->collector().isScanning(); }));
     slow.awaitBeginning();
-    expectToEndWithoutATrace();
+    destroyAndExpectNoRemains();
 }
 
 TEST_F(AppModelEndTest, MayBeDestroyedDuringAnUpload) {
@@ -206,14 +206,14 @@ TEST_F(AppModelEndTest, MayBeDestroyedDuringAnUpload) {
     beginSignedIn();
     EXPECT_TRUE(waitForRequest(FakeService::ingestPath));
     EXPECT_THAT(leftovers(), Not(IsEmpty()));
-    expectToEndWithoutATrace();
+    destroyAndExpectNoRemains();
 }
 
 TEST_F(AppModelEndTest, MayBeDestroyedBetweenTwoBatches) {
     addMessages(600);
     beginSignedIn();
     EXPECT_EQ(nextWait(), 10);
-    expectToEndWithoutATrace();
+    destroyAndExpectNoRemains();
 }
 
 TEST_F(AppModelEndTest, MayBeDestroyedBetweenTwoAttempts) {
@@ -222,27 +222,28 @@ TEST_F(AppModelEndTest, MayBeDestroyedBetweenTwoAttempts) {
     with_.service.setAnswer(FakeService::ingestPath, 503);
     beginSignedIn();
     EXPECT_EQ(nextWait(), 5);
-    expectToEndWithoutATrace();
+    destroyAndExpectNoRemains();
 }
 
 TEST_F(AppModelEndTest, MayBeDestroyedWhileItReadsTheLog) {
     with_.logStore.hold();
     beginSignedIn();
     EXPECT_TRUE(waitUntil([this] { return !with_.logStore.reads().empty(); }));
-    expectToEndWithoutATrace();
+    destroyAndExpectNoRemains();
 }
 
 TEST_F(AppModelEndTest, MayBeDestroyedWhileItSendsDiagnostics) {
     with_.service.setAnswer(FakeService::diagnosticsPath, std::nullopt);
     beginSignedIn();
     EXPECT_TRUE(waitForRequest(FakeService::diagnosticsPath));
-    expectToEndWithoutATrace();
+    destroyAndExpectNoRemains();
 }
 
 TEST_F(AppModelEndTest, MayBeDestroyedAtEveryStepOfAScan) {
     addMessages(3);
     with_.storeSession();
-    // A few events later each time; where the worker is then is another matter.
+    // Each run processes more events before the destruction. The worker's progress is not
+    // controlled.
     std::size_t finished = 0;
     for (int events = 0; finished < 3; events += 1 + events / 20) {
         begin();
@@ -250,7 +251,7 @@ TEST_F(AppModelEndTest, MayBeDestroyedAtEveryStepOfAScan) {
             QCoreApplication::processEvents(QEventLoop::AllEvents);
         }
         finished += scans();
-        expectToEndWithoutATrace();
+        destroyAndExpectNoRemains();
     }
     EXPECT_EQ(finished, 3U);
 }
@@ -258,7 +259,7 @@ TEST_F(AppModelEndTest, MayBeDestroyedAtEveryStepOfAScan) {
 TEST_F(AppModelEndTest, MayBeDestroyedWhileItChecksThePermissions) {
     startSignedOut();
     const auto looking = model_->refreshPermissions();
-    expectToEndWithoutATrace();
+    destroyAndExpectNoRemains();
     EXPECT_TRUE(looking.isReady());
 }
 
@@ -266,7 +267,7 @@ TEST_F(AppModelEndTest, MayBeDestroyedWhileTheUserSignsIn) {
     startSignedOut();
     const auto signingIn = model_->auth().signIn();
     EXPECT_TRUE(waitUntil([this] { return with_.browser.isWaiting(); }));
-    expectToEndWithoutATrace();
+    destroyAndExpectNoRemains();
     EXPECT_TRUE(signingIn.isReady());
 }
 
@@ -276,7 +277,7 @@ TEST_F(AppModelEndTest, MayBeDestroyedDuringATokenExchange) {
     startSignedOut();
     const auto signingIn = model_->auth().signIn();
     EXPECT_TRUE(waitForRequest(FakeService::customTokenPath));
-    expectToEndWithoutATrace();
+    destroyAndExpectNoRemains();
     EXPECT_TRUE(signingIn.isReady());
 }
 
@@ -286,7 +287,7 @@ TEST_F(AppModelEndTest, MayBeDestroyedWhileTheContactsQuestionIsOpen) {
     startSignedOut();
     const auto asking = model_->requestContactsAccess();
     const auto askingAgain = model_->requestContactsAccess();
-    expectToEndWithoutATrace();
+    destroyAndExpectNoRemains();
     EXPECT_TRUE(asking.isReady());
     EXPECT_TRUE(askingAgain.isReady());
     EXPECT_EQ(with_.applicationFocus.policy, ApplicationFocus::ActivationPolicy::Accessory);
@@ -300,7 +301,7 @@ TEST_F(AppModelEndTest, MayBeDestroyedWhileOneScanWaitsForAnother) {
     const auto asking = model_->requestContactsAccess();
     processEvents();
     EXPECT_FALSE(asking.isReady());
-    expectToEndWithoutATrace();
+    destroyAndExpectNoRemains();
     EXPECT_TRUE(asking.isReady());
 }
 

@@ -66,7 +66,7 @@ protected:
         });
     }
 
-    /// Makes a new model in place of the old one. Only its constructor has run.
+    /// Replaces the model. Only the new model's constructor has run.
     void begin() {
         model_.reset();
         model_ = std::make_unique<AppModel>(with_.platform, with_.updatePresenter, options_);
@@ -75,13 +75,13 @@ protected:
             model_.get(), &AppModel::attentionFlashChanged, &context_, [this] { ++flashChanges_; });
     }
 
-    /// The same with a stored session.
+    /// Like `begin`, with a stored session.
     void beginSignedIn() {
         with_.storeSession();
         begin();
     }
 
-    /// The same, until the first scan is over.
+    /// Like `beginSignedIn`, and waits for the end of the first scan.
     void startSignedIn() {
         beginSignedIn();
         EXPECT_EQ(nextWait(), 900);
@@ -92,7 +92,7 @@ protected:
         EXPECT_TRUE(waitUntil([this] { return isWaiting(30); }));
     }
 
-    /// How long the loop sleeps, as soon as it does. No other timer may be running.
+    /// Waits until the loop sleeps and returns the seconds. No other timer may be running.
     double nextWait() {
         EXPECT_TRUE(waitUntil([this] {
             return !model_->needsAttention() && with_.clock.untilNextTimer().has_value();
@@ -101,15 +101,15 @@ protected:
         return with_.clock.untilNextTimer()->count();
     }
 
-    /// Advances to the end of the loop's sleep.
+    /// Advances the clock to the next timer.
     void passWait() { with_.clock.advance(with_.clock.untilNextTimer().value()); }
 
-    /// How often any timer of the clock fires.
+    /// Counts all timers of the clock that fire.
     int wakeUpsInAnHour() {
         const tavrin::Seconds end = with_.clock.uptime() + std::chrono::hours(1);
         int wakeUps = 0;
         while (with_.clock.uptime() < end) {
-            // The work of the last wake-up ends with a new timer.
+            // The previous wake-up has been handled once it sets a new timer.
             EXPECT_TRUE(waitUntil([this] { return with_.clock.untilNextTimer().has_value(); }));
             passWait();
             ++wakeUps;
@@ -139,7 +139,7 @@ protected:
     }
 
     TemporaryDirectory directory_;
-    /// Where the model puts its copies of the database.
+    /// For the model's copies of the database.
     TemporaryDirectory temporary_;
     std::optional<MessagesDatabaseBuilder> database_;
     std::int64_t chat_ = 0;

@@ -164,7 +164,7 @@ TEST_F(AppModelPermissionsTest, ContactsGrantedDuringAScanRescanAllConversations
     card.emailAddresses = {"ada@example.com"};
     with_.addressBook.cards = {card};
     beginSignedIn();
-    // The message of somebody who is not known by that address has been passed over.
+    // The service does not know this address, so the message was skipped.
     EXPECT_EQ(nextWait(), 10);
     EXPECT_FALSE(sentGuids().contains("from-ada"));
 
@@ -177,7 +177,7 @@ TEST_F(AppModelPermissionsTest, ContactsGrantedDuringAScanRescanAllConversations
     runTask(std::move(request));
     EXPECT_EQ(sentGuids().size(), 601U);
     EXPECT_EQ(scans(), 2U);
-    // The loop has slept since the first one ended.
+    // The wait after the first scan is still running.
     EXPECT_EQ(nextWait(), 890);
 }
 

@@ -27,7 +27,7 @@ TEST_F(AttentionFlashTest, WithReducedMotionItWakesUpLessThanOnceInTenSeconds) {
 
 TEST_F(AttentionFlashTest, AttentionFlashesForLessThanASecondEveryThree) {
     startSignedOut();
-    for (int beat = 0; beat < 3; ++beat) {
+    for (int cycle = 0; cycle < 3; ++cycle) {
         EXPECT_EQ(model_->statusIcon(), StatusIcon::Brand);
         EXPECT_EQ(model_->statusAccessibilityLabel(), "Orvel Agent");
         const int flashChanges = flashChanges_;
@@ -38,7 +38,7 @@ TEST_F(AttentionFlashTest, AttentionFlashesForLessThanASecondEveryThree) {
         EXPECT_EQ(flashChanges_, flashChanges + 1);
         with_.clock.advance(AttentionFlash::alertDuration);
         EXPECT_EQ(flashChanges_, flashChanges + 2);
-        EXPECT_EQ(changes_, changes) << "nothing else follows the flash";
+        EXPECT_EQ(changes_, changes) << "the flash emits only its own signal";
     }
 }
 
@@ -51,7 +51,7 @@ TEST_F(AttentionFlashTest, StoppingTheFlashShowsTheBrandImage) {
     with_.clock.advance(AttentionFlash::brandDuration);
     EXPECT_FALSE(model_->attentionFlashOn());
 
-    // And begins anew with the brand image.
+    // The next flash starts with the brand image.
     model_->collector().setPaused(false);
     EXPECT_EQ(model_->statusIcon(), StatusIcon::Brand);
     with_.clock.advance(AttentionFlash::brandDuration);
@@ -72,11 +72,11 @@ TEST_F(AttentionFlashTest, WithReducedMotionTheIconIsSteady) {
     EXPECT_FALSE(model_->attentionFlashOn());
     const int changes = changes_;
     const int flashChanges = flashChanges_;
-    for (const tavrin::Seconds beat :
+    for (const tavrin::Seconds duration :
          {AttentionFlash::brandDuration, AttentionFlash::alertDuration}) {
         EXPECT_EQ(model_->statusIcon(), StatusIcon::BrandAlert);
         EXPECT_EQ(model_->statusAccessibilityLabel(), "Orvel Agent: Sign in to start collecting.");
-        with_.clock.advance(beat);
+        with_.clock.advance(duration);
     }
     EXPECT_EQ(changes_, changes);
     EXPECT_EQ(flashChanges_, flashChanges);

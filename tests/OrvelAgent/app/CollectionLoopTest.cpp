@@ -77,7 +77,7 @@ TEST_F(CollectionLoopTest, ASkippedScanKeepsTheFailureCount) {
     passWait();
     EXPECT_EQ(nextWait(), 120);
     passWait();
-    // Just after it has begun with a scan.
+    // The loop has just started a scan.
     model_->collector().setPaused(true);
     EXPECT_EQ(nextWait(), 120);
     EXPECT_EQ(scans(), 2U);

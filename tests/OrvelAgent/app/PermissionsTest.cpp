@@ -22,7 +22,7 @@ class PermissionsTest : public testing::Test {
 protected:
     PermissionsTest() {
         fs::create_directories(messages());
-        // For everybody, so that only what a test forbids is forbidden.
+        // Allow all users, so that only what a test forbids is forbidden.
         fs::permissions(home_.path(), fs::perms::all);
     }
 
@@ -60,7 +60,7 @@ TEST_F(PermissionsTest, AMissingDatabaseIsNoAccess) {
     EXPECT_FALSE(hasAccess());
     fs::remove_all(home_ / "Library");
     EXPECT_FALSE(hasAccess());
-    EXPECT_FALSE(fs::exists(home_ / "Library")) << "the probe makes nothing";
+    EXPECT_FALSE(fs::exists(home_ / "Library")) << "the probe creates no file";
 }
 
 TEST_F(PermissionsTest, AnUnreadableDatabaseIsNoAccess) {

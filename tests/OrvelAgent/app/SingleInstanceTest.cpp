@@ -15,7 +15,7 @@ namespace orvel::test {
 
 namespace {
 
-/// Prints, so that it is seen of a process that ends what comes in which order.
+/// Prints each entry, because only the output of the exiting process can be checked.
 class PrintingLogStore final : public LogStore {
 public:
     void write(LogLevel level, std::string_view category, std::string_view message) override {

@@ -34,7 +34,7 @@ LogReader::Subsystems subsystems() {
     return {std::string(RecordingLogStore::subsystem), updater};
 }
 
-/// The local time zone while it lives, as POSIX spells it.
+/// Sets the local time zone during its lifetime, in POSIX notation.
 class TimeZone final {
 public:
     explicit TimeZone(const char* zone)
@@ -67,14 +67,14 @@ protected:
             });
     }
 
-    /// Starts, and lets the first reading end.
+    /// Starts streaming and completes the first read.
     void start() {
         reader_->startStreaming();
         processEvents();
         changes_.clear();
     }
 
-    /// Lets the next reading come and end.
+    /// Completes the next read.
     void refresh() {
         clock_.advance(LogReader::refreshInterval);
         processEvents();
@@ -92,7 +92,7 @@ protected:
         store_.append(std::move(entry));
     }
 
-    /// As the window lists them: newest first.
+    /// Newest first.
     [[nodiscard]] Strings messages() const {
         Strings messages;
         for (const LogReader::Entry& entry : reader_->entries()) {
@@ -184,7 +184,7 @@ TEST_F(LogReaderTest, TheIntervalStartsWhenTheReadHasFinished) {
     reader_->startStreaming();
     clock_.advance(Seconds(10));
     processEvents();
-    EXPECT_EQ(store_.reads().size(), 1U) << "one at a time";
+    EXPECT_EQ(store_.reads().size(), 1U) << "only one read at a time";
     store_.answer();
     processEvents();
     clock_.advance(Seconds(0.9));
@@ -315,7 +315,8 @@ TEST_F(LogReaderTest, ReportsInsertedAndDroppedCounts) {
         log(std::to_string(line));
     }
     refresh();
-    EXPECT_EQ(changes_, (Changes{{2'000, 2'000}})) << "nobody hears of those that never were there";
+    EXPECT_EQ(changes_, (Changes{{2'000, 2'000}}))
+        << "entries dropped in the same batch are not counted";
 }
 
 TEST_F(LogReaderTest, EmitsNothingWithoutNewEntries) {
@@ -336,7 +337,7 @@ TEST_F(LogReaderTest, AFailedReadKeepsTheEntriesAndIsRetried) {
     EXPECT_EQ(messages(), Strings{"one"});
     EXPECT_TRUE(reader_->isStreaming());
     refresh();
-    EXPECT_EQ(changes_, (Changes{{0, 0}})) << "the same failure is no news";
+    EXPECT_EQ(changes_, (Changes{{0, 0}})) << "an unchanged failure emits nothing";
     changes_.clear();
     store_.readError.reset();
     refresh();
@@ -438,7 +439,7 @@ TEST_F(LogReaderTest, ASlotMayStopAndStartAgain) {
     EXPECT_TRUE(reader_->isStreaming());
     EXPECT_EQ(store_.reads().size(), 2U);
     refresh();
-    EXPECT_EQ(store_.reads().size(), 3U) << "only one goes on";
+    EXPECT_EQ(store_.reads().size(), 3U) << "only one stream continues";
 }
 
 TEST_F(LogReaderTest, StopsAndReportsWhyIfNoTimerCanBeSet) {

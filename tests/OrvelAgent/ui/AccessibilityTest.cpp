@@ -46,7 +46,7 @@ std::string nameOf(QWidget& widget) {
     return QAccessible::queryAccessibleInterface(&widget)->text(QAccessible::Name).toStdString();
 }
 
-/// Shows it, and expects a screen reader to find that role and that name, and all of its content.
+/// Shows the window and checks its role, its name and the accessibility of its content.
 void expectAccessible(QWidget& window, QAccessible::Role role, const std::string& name) {
     window.show();
     processEvents();
@@ -163,7 +163,7 @@ TEST(AccessibilityTest, WidgetsInTheVersionHistoryHaveTheRightRoles) {
     EXPECT_EQ(nameOf(badge), "New");
 }
 
-// The tests above would find nothing if these did not.
+// The tests above rely on `accessibilityFaults`; these check that it finds faults.
 
 TEST(AccessibleTreeTest, FindsAWidgetWithoutARole) {
     QWidget window;

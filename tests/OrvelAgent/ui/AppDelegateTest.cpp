@@ -25,9 +25,9 @@ QPoint middle(const QWidget& window) {
 
 class AppDelegateTest : public testing::Test {
 protected:
-    void show(QPoint place) {
+    void show(QPoint position) {
         window_.resize(200, 100);
-        window_.move(place);
+        window_.move(position);
         window_.show();
         processEvents();
     }
@@ -46,18 +46,18 @@ TEST_F(AppDelegateTest, CentresAWindowOutsideAllScreens) {
 }
 
 TEST_F(AppDelegateTest, DoesNotMoveAPartlyVisibleWindow) {
-    const QPoint place = available().bottomRight() - QPoint(5, 5);
-    show(place);
+    const QPoint position = available().bottomRight() - QPoint(5, 5);
+    show(position);
     delegate_.rescueAllWindows();
-    EXPECT_EQ(window_.pos(), place);
+    EXPECT_EQ(window_.pos(), position);
 }
 
 TEST_F(AppDelegateTest, DoesNotMoveAWindowWithoutATitleBar) {
-    const QPoint place = available().bottomRight() + QPoint(500, 500);
+    const QPoint position = available().bottomRight() + QPoint(500, 500);
     window_.setWindowFlags(Qt::Tool | Qt::FramelessWindowHint);
-    show(place);
+    show(position);
     delegate_.rescueAllWindows();
-    EXPECT_EQ(window_.pos(), place);
+    EXPECT_EQ(window_.pos(), position);
 }
 
 TEST_F(AppDelegateTest, MovesAFocusedWindowOntoAScreen) {

@@ -31,7 +31,7 @@ protected:
         begin();
     }
 
-    /// A new launch.
+    /// Starts the application again.
     void begin() {
         app_.reset();
         app_ = std::make_unique<TavrinMacApp>(with_.platform, with_.updatePresenter, options_);
@@ -68,7 +68,7 @@ protected:
 struct Window {
     const char* name;
     const char* title;
-    /// Empty when fitted to the content.
+    /// Empty if the window fits its content.
     QSize size;
 };
 
@@ -107,7 +107,7 @@ TEST_P(TavrinMacAppWindowTest, ClosesByKeyboardAndIsDestroyed) {
          {QKeySequence(Qt::Key_Escape), QKeySequence(Qt::CTRL | Qt::Key_W)}) {
         QWidget& window = open(GetParam().name);
         ASSERT_TRUE(waitUntil([&] { return window.isActiveWindow(); }));
-        // Wherever the focus is, also in text.
+        // The keys work even if the focus is in a text.
         if (auto* const text = window.findChild<QPlainTextEdit*>()) {
             text->setFocus();
         }
@@ -140,18 +140,18 @@ TEST_P(TavrinMacAppWindowTest, RestoresItsSize) {
 TEST_P(TavrinMacAppWindowTest, RestoresItsPositionAfterClosing) {
     QWidget& window = open(GetParam().name);
     window.move(37, 41);
-    const QRect place = window.geometry();
+    const QRect saved = window.geometry();
     window.close();
     begin();
-    EXPECT_EQ(open(GetParam().name).geometry(), place);
+    EXPECT_EQ(open(GetParam().name).geometry(), saved);
 }
 
 TEST_P(TavrinMacAppWindowTest, RestoresItsPositionAfterQuitting) {
     QWidget& window = open(GetParam().name);
     window.move(37, 41);
-    const QRect place = window.geometry();
+    const QRect saved = window.geometry();
     begin();
-    EXPECT_EQ(open(GetParam().name).geometry(), place);
+    EXPECT_EQ(open(GetParam().name).geometry(), saved);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -202,11 +202,11 @@ TEST_F(TavrinMacAppTest, StopClosesTheWindowsAndRemovesTheIcon) {
     EXPECT_EQ(find("menu-bar-panel"), nullptr);
 }
 
-/// An hour of the collection loop, the flash, and whatever else counts on the clock.
+/// Counts the timers of the whole application.
 class TavrinMacAppIdleTest : public TavrinMacAppTest {
 protected:
-    int timersOfAnHour() {
-        // A panel that was open leaves nothing behind.
+    int timersInAnHour() {
+        // A closed panel must not leave a timer.
         app_->menuBarExtra().showPanel();
         processEvents();
         app_->menuBarExtra().closePanel();
@@ -227,7 +227,7 @@ protected:
 
 TEST_F(TavrinMacAppIdleTest, FlashingWakesUpAtMostOnceASecond) {
     ASSERT_TRUE(app_->model().needsAttention());
-    EXPECT_LE(timersOfAnHour(), 3'600);
+    EXPECT_LE(timersInAnHour(), 3'600);
 }
 
 TEST_F(TavrinMacAppIdleTest, WakesUpAtMostOnceInTenSecondsWhenIdle) {
@@ -236,7 +236,7 @@ TEST_F(TavrinMacAppIdleTest, WakesUpAtMostOnceInTenSecondsWhenIdle) {
     begin();
     ASSERT_TRUE(waitUntil([this] { return app_->model().collector().hasScanned(); }));
     ASSERT_FALSE(app_->model().needsAttention());
-    EXPECT_LE(timersOfAnHour(), 360);
+    EXPECT_LE(timersInAnHour(), 360);
 }
 
 } // namespace orvel::test

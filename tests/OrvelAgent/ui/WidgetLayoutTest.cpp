@@ -23,9 +23,9 @@ using testing::IsEmpty;
 
 class WidgetLayoutTest : public testing::Test {
 protected:
-    QPushButton* addButton(const QRect& place) {
+    QPushButton* addButton(const QRect& geometry) {
         auto* button = new QPushButton(QStringLiteral("A button"), &window_);
-        button->setGeometry(place);
+        button->setGeometry(geometry);
         return button;
     }
 

@@ -20,7 +20,7 @@ protected:
         window_.setGeometry(20, 30, 300, 200);
     }
 
-    /// In one launch; the next finds what was saved.
+    /// Saves as one launch does: the destructor waits for the write.
     void save() { WindowGeometry(defaults_).save(window_); }
 
     InMemoryUserDefaults defaults_;

@@ -26,7 +26,7 @@ TEST_P(CheckBoxPaletteTest, TheBoxIsVisibleOnTheWindow) {
     const QRect box =
         checkBox.style()->subElementRect(QStyle::SE_CheckBoxIndicator, &option, &checkBox);
     const QColor window = checkBox.palette().color(QPalette::Window);
-    // Along a line that crosses the left edge of the box.
+    // Scan a row that crosses the left edge of the box.
     double best = 0;
     for (int x = box.left(); x < box.center().x(); ++x) {
         best = std::max(best, Theme::contrast(image.pixelColor(x, box.center().y()), window));

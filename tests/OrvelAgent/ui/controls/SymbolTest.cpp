@@ -34,7 +34,7 @@ QImage drawn(Symbol symbol, int size, double ratio = 1) {
     return symbolPixmap(symbol, size, Qt::black, ratio).toImage();
 }
 
-/// The share of the square that the drawing covers.
+/// The part of the square that the drawing covers, 0 to 1.
 double coverage(const QImage& image) {
     double sum = 0;
     for (int y = 0; y < image.height(); ++y) {
@@ -101,17 +101,17 @@ TEST(SymbolTest, AnIconHasASharpPixmapForEveryRequestedSize) {
     }
 }
 
-/// The pixels of the icon over that ground which stand out from it.
-int pixelsThatStandOut(const QIcon& icon, const QColor& ground) {
+/// Counts the pixels of the icon that contrast with the background.
+int contrastingPixels(const QIcon& icon, const QColor& background) {
     QImage image(22, 22, QImage::Format_RGB32);
-    image.fill(ground);
+    image.fill(background);
     QPainter painter(&image);
     icon.paint(&painter, image.rect());
     painter.end();
     int count = 0;
     for (int y = 0; y < image.height(); ++y) {
         for (int x = 0; x < image.width(); ++x) {
-            count += Theme::contrast(image.pixelColor(x, y), ground) >= 3;
+            count += Theme::contrast(image.pixelColor(x, y), background) >= 3;
         }
     }
     return count;
@@ -127,7 +127,7 @@ TEST(SymbolTest, ATrayIconIsVisibleOnEveryPanel) {
         for (const QColor tint : {QColor(Qt::black), QColor(Qt::white), QColor(0x40, 0x40, 0x40)}) {
             const QIcon icon = symbolTrayIcon(symbol, tint);
             for (const int gray : {0x00, 0x30, 0x60, 0x80, 0xa0, 0xd0, 0xff}) {
-                EXPECT_GE(pixelsThatStandOut(icon, QColor(gray, gray, gray)), 40)
+                EXPECT_GE(contrastingPixels(icon, QColor(gray, gray, gray)), 40)
                     << int(symbol) << " in " << tint.name().toStdString() << " on " << gray;
             }
         }

@@ -13,7 +13,7 @@
 
 namespace orvel::test {
 
-/// A log to be read on a clock that stands still; each line is a second after the one before.
+/// A log and a manual clock. Each line is one second later than the previous one.
 class LogFixture : public testing::Test {
 protected:
     void log(std::string_view message, LogLevel level = LogLevel::Info) {
@@ -21,14 +21,14 @@ protected:
         store_.write(level, "collector", message);
     }
 
-    /// Lines "1" up to that number.
+    /// Logs the lines "1" to `count`.
     void logLines(int count, LogLevel level = LogLevel::Info) {
         for (int number = 1; number <= count; ++number) {
             log(std::to_string(number), level);
         }
     }
 
-    /// Lets the reading under way end, and the next one come and end.
+    /// Completes the running read and the next one.
     void refresh() {
         processEvents();
         clock_.advance(LogReader::refreshInterval);

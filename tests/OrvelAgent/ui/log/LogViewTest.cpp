@@ -49,7 +49,7 @@ protected:
         return view_.document()->findBlockByNumber(row);
     }
 
-    /// The colour of the column that begins after so many tabs.
+    /// The colour of the text after that many tabs.
     [[nodiscard]] QColor colorOf(int row, int column) const {
         int position = 0;
         for (int passed = 0; passed < column; ++passed) {

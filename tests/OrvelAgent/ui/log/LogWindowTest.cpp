@@ -39,7 +39,7 @@ protected:
     [[nodiscard]] QCheckBox* problemsOnly() const { return find<QCheckBox>("problemsOnly"); }
     [[nodiscard]] QPushButton* copyAll() const { return find<QPushButton>("copyAll"); }
     [[nodiscard]] LogView* list() const { return find<LogView>("log"); }
-    /// What is shown instead of the list; empty when the list is.
+    /// The text shown instead of the list. Empty while the list is shown.
     [[nodiscard]] std::string notice() const {
         const auto* label = find<QLabel>("notice");
         return label->isVisible() ? label->text().toStdString() : "";
@@ -47,7 +47,7 @@ protected:
     [[nodiscard]] std::string streaming() const {
         return find<QLabel>("streaming")->text().toStdString();
     }
-    /// As the user reads it.
+    /// Without the mnemonic.
     [[nodiscard]] std::string copyText() const {
         return copyAll()->text().remove(u'&').toStdString();
     }

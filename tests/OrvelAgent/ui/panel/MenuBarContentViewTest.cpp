@@ -101,7 +101,7 @@ protected:
 
     ~MenuBarContentViewTest() override { panel_.reset(); }
 
-    /// By its path of object names.
+    /// Finds a widget by its path of object names.
     template <typename Widget = QWidget>
     Widget* find(std::initializer_list<const char*> path) {
         QWidget* widget = &*panel_;
@@ -300,7 +300,7 @@ TEST_F(MenuBarContentViewTest, TheSpinnerDoesNotTurnInAMinimisedWindow) {
 TEST_F(MenuBarContentViewTest, TheAttentionFlashDoesNotUpdateThePanel) {
     show(AgentState::SignedOut);
     const std::string before = text({"messageCount"});
-    // A value without a signal: the panel shows it at its next refresh.
+    // This value emits no signal, so only an update of the panel would show it.
     agent_->with.userDefaults.setInteger(WatermarkStore::last24hKey, 7);
     agent_->with.clock.advance(AttentionFlash::brandDuration);
     ASSERT_TRUE(agent_->model().attentionFlashOn());
@@ -346,7 +346,7 @@ TEST_F(MenuBarContentViewTest, ACancelledSignInShowsNoError) {
     EXPECT_EQ(text({"signIn"}), "Sign in…");
     EXPECT_FALSE(isShown({"cancelSignIn"}));
     EXPECT_FALSE(isShown({"signInError"}));
-    // Nor in the panel when it is opened the next time.
+    // A newly opened panel shows no error either.
     panel_.emplace(agent_->model());
     panel_->show();
     EXPECT_FALSE(isShown({"signInError"}));

@@ -41,9 +41,8 @@ protected:
         processEvents();
     }
 
-    /// What of the panel exists.
     static QList<MenuBarContentView*> panels() {
-        // Closed ones have only been told to go.
+        // A closed panel is deleted later.
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         QList<MenuBarContentView*> found;
         for (QWidget* widget : QApplication::topLevelWidgets()) {
@@ -70,7 +69,7 @@ protected:
         processEvents();
     }
 
-    /// Another window is clicked.
+    /// As if the user clicked another window.
     static void takeFocus() {
         QEvent event(QEvent::WindowDeactivate);
         QCoreApplication::sendEvent(&panel(), &event);
@@ -114,7 +113,7 @@ TEST_F(MenuBarExtraTest, GivesTheStatusToScreenReaders) {
     EXPECT_EQ(with_.tray.title, "Orvel Agent");
     with_.clock.advance(AttentionFlash::brandDuration);
     EXPECT_EQ(with_.tray.title, "Orvel Agent: Sign in to start collecting.");
-    // Each tray has an icon of its own.
+    // A new tray gets a new icon, which needs the title too.
     with_.tray.setAvailable(false);
     with_.tray.title.clear();
     with_.tray.setAvailable(true);
@@ -131,7 +130,7 @@ TEST_F(MenuBarExtraTest, TheIconFollowsTheStatus) {
     const qint64 attention = extra_->trayIcon()->icon().cacheKey();
     EXPECT_NE(attention, brand);
     Q_EMIT model_->changed();
-    EXPECT_EQ(extra_->trayIcon()->icon().cacheKey(), attention) << "drawn again for nothing";
+    EXPECT_EQ(extra_->trayIcon()->icon().cacheKey(), attention) << "the icon was drawn again";
 }
 
 TEST_F(MenuBarExtraTest, AMenuBarGetsATemplateIcon) {
@@ -146,7 +145,8 @@ TEST_F(MenuBarExtraTest, AMenuBarGetsATemplateIcon) {
 TEST_F(MenuBarExtraTest, InAMenuBarOnlyTheSecondaryButtonOpensTheMenu) {
     with_.tray.isInMenuBar = true;
     begin();
-    EXPECT_EQ(extra_->trayIcon()->contextMenu(), nullptr) << "would open at every click";
+    EXPECT_EQ(extra_->trayIcon()->contextMenu(), nullptr)
+        << "a context menu would open at every click";
     click();
     EXPECT_TRUE(panel().isVisible());
     Q_EMIT extra_->trayIcon()->activated(QSystemTrayIcon::Context);
@@ -282,7 +282,7 @@ TEST_F(MenuBarExtraTest, ALateTrayGetsTheIcon) {
     with_.tray.setAvailable(true);
     ASSERT_NE(extra_->trayIcon(), nullptr);
     EXPECT_TRUE(extra_->trayIcon()->isVisible());
-    EXPECT_THAT(panels(), IsEmpty()) << "nobody has touched it";
+    EXPECT_THAT(panels(), IsEmpty()) << "the user has not used the window";
     click();
     EXPECT_TRUE(panel().windowFlags().testFlag(Qt::FramelessWindowHint));
 }
@@ -297,7 +297,7 @@ TEST_F(MenuBarExtraTest, ALateTrayKeepsAWindowThatIsInUse) {
     ASSERT_TRUE(panel().isVisible());
     panel().close();
     processEvents();
-    EXPECT_THAT(panels(), IsEmpty()) << "with an icon it need not stay";
+    EXPECT_THAT(panels(), IsEmpty()) << "with an icon the window may close";
 }
 
 TEST_F(MenuBarExtraTest, ALateTrayKeepsAWindowThatWasRequested) {
@@ -313,7 +313,7 @@ TEST_F(MenuBarExtraTest, LosingTheTrayOpensTheWindow) {
     begin();
     with_.tray.setAvailable(false);
     EXPECT_EQ(extra_->trayIcon(), nullptr);
-    EXPECT_THAT(panels(), IsEmpty()) << "it may be about to start again";
+    EXPECT_THAT(panels(), IsEmpty()) << "the tray may restart";
     with_.clock.advance(MenuBarExtra::trayTimeout);
     ASSERT_TRUE(panel().isVisible());
     EXPECT_FALSE(panel().windowFlags().testFlag(Qt::FramelessWindowHint));

@@ -61,7 +61,7 @@ protected:
     [[nodiscard]] QPushButton* button(const char* name) const { return find<QPushButton>(name); }
     [[nodiscard]] QComboBox* picker(const char* name) const { return find<QComboBox>(name); }
 
-    /// As the user reads it; empty when it is not shown.
+    /// The displayed text. Empty if the widget is hidden.
     [[nodiscard]] std::string text(const char* name) const {
         const auto* label = find<QLabel>(name);
         return label == nullptr || label->isHidden() ? "" : label->text().toStdString();
@@ -76,7 +76,7 @@ protected:
         processEvents();
     }
 
-    /// The user takes that entry of the list.
+    /// Chooses the first entry for index 0, otherwise the last one.
     void pick(const char* name, int index) {
         picker(name)->setFocus();
         picker(name)->showPopup();
@@ -406,7 +406,8 @@ TEST_F(SettingsViewTest, EveryControlHasAnAccessibleName) {
     EXPECT_EQ(nameOf(box("startAtLogin")), "Start at login");
     EXPECT_EQ(nameOf(find<QLabel>("build")), text("build"));
     showTab(1);
-    // The name of a list is what is chosen; what it is for is its label.
+    // The accessible name of a combo box is the current choice. Its label relation gives the
+    // purpose.
     for (const auto& [picked, label] :
          {std::pair("mode", "Collect"), std::pair("scope", "Conversations")}) {
         const auto relations =

@@ -94,7 +94,7 @@ protected:
         return presenter().window()->findChild<Widget*>(QLatin1String(name));
     }
 
-    /// Empty when it is not shown.
+    /// Empty if the widget is hidden.
     [[nodiscard]] std::string text(const char* name) const {
         const auto* label = find<QLabel>(name);
         return label->isHidden() ? "" : label->text().toStdString();
@@ -102,7 +102,7 @@ protected:
 
     [[nodiscard]] QPushButton* button(const char* name) const { return find<QPushButton>(name); }
 
-    /// Those that are shown, in the order of their places.
+    /// The visible buttons, in layout order.
     [[nodiscard]] std::vector<std::string> buttons() const {
         std::vector<std::string> texts;
         for (const char* name : {"skip", "later", "cancel", "install", "ok"}) {
@@ -113,7 +113,7 @@ protected:
         return texts;
     }
 
-    /// In percent; -1 while the duration is unknown, -2 when the bar is hidden.
+    /// In percent. -1 if the duration is unknown, -2 if the bar is hidden.
     [[nodiscard]] int progress() const {
         const auto* bar = find<QProgressBar>("progress");
         if (bar->isHidden()) {
@@ -134,7 +134,7 @@ class UpdateWindowTest : public UpdateWindowPresenterTest {
 protected:
     [[nodiscard]] const UpdateWindowPresenter& presenter() const override { return presenter_; }
 
-    /// The user has said "Install".
+    /// Shows an offer and chooses "Install".
     void install() {
         presenter_.show(Presenter::Offer{newer});
         button("install")->click();
@@ -540,7 +540,7 @@ TEST_P(UpdateWindowLookTest, NoTextIsCutInAnyState) {
 
 INSTANTIATE_TEST_SUITE_P(Looks, UpdateWindowLookTest, testing::ValuesIn(allLooks()), nameOfLook);
 
-/// With the updater service and an updater of fakes.
+/// With the updater service and a fake updater.
 class UpdateWindowPresenterServiceTest : public UpdateWindowPresenterTest {
 protected:
     UpdateWindowPresenterServiceTest() { bundle_.setInfo("SUPublicEDKey", "key"); }
@@ -566,19 +566,19 @@ TEST_F(UpdateWindowPresenterServiceTest, AnUpdateAwaitsAttentionUntilItIsSeen) {
     EXPECT_EQ(updater_.lastChoice(), Choice::Later);
 }
 
-/// With the real updater, of an AppImage of version 1.2.3.
+/// With the real updater, running from an AppImage of version 1.2.3.
 class UpdateWindowPresenterAppcastTest : public UpdateWindowPresenterTest {
 protected:
     UpdateWindowPresenterAppcastTest() {
         std::filesystem::create_directories(folder_ / "mounted");
-        std::ofstream(place_) << "old";
-        chmod(place_.c_str(), 0755);
+        std::ofstream(appImage_) << "old";
+        chmod(appImage_.c_str(), 0755);
         bundle_.setInfo("SUPublicEDKey", signer_.publicKey());
         offer(signer_.signature("new"));
         session_.setHandler([this](const URLRequest& request) -> FakeURLSession::Answer {
             return URLResponse{200, request.url == "https://h/update" ? "new" : feed_};
         });
-        const ProgramTraces traces{folder_ / "mounted" / "agent", place_, folder_ / "mounted"};
+        const ProgramTraces traces{folder_ / "mounted" / "agent", appImage_, folder_ / "mounted"};
         const AppcastUpdater::Agent agent{
             *UpdateVersion::parse("1.2.3"),
             UpdateInstallation(traces, folder_ / "Downloads"),
@@ -605,12 +605,12 @@ protected:
     }
 
     [[nodiscard]] std::string installed() const {
-        std::ifstream stream(place_);
+        std::ifstream stream(appImage_);
         return {std::istreambuf_iterator<char>(stream), {}};
     }
 
     TemporaryDirectory folder_;
-    std::filesystem::path place_ = folder_ / "Agent.AppImage";
+    std::filesystem::path appImage_ = folder_ / "Agent.AppImage";
     UpdateSigner signer_;
     std::string feed_;
     FakeURLSession session_;

@@ -42,7 +42,7 @@ protected:
         return texts;
     }
 
-    /// The versions that bear the badge.
+    /// The versions with the badge.
     [[nodiscard]] Strings installed() const {
         Strings versions;
         for (const ReleaseSection* release : window_->findChildren<ReleaseSection*>()) {
@@ -54,7 +54,7 @@ protected:
         return versions;
     }
 
-    /// The colour in the badge's field, beside the word.
+    /// The badge's background colour.
     [[nodiscard]] QColor badgeColor(const std::string& label) const {
         for (Badge* badge : window_->findChildren<Badge*>(QStringLiteral("label"))) {
             if (badge->text().toStdString() == label) {
