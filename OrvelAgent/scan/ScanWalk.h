@@ -7,6 +7,7 @@
 #include "OrvelAgent/scan/IngestClient.h"
 #include "OrvelAgent/scan/ScanDefaults.h"
 #include "OrvelAgent/scan/ScanSummary.h"
+#include "OrvelAgent/scan/UploadRetryDelays.h"
 #include "OrvelAgent/scan/WatermarkStore.h"
 #include "core/CancellationToken.h"
 #include "core/messages/FileCopier.h"
@@ -36,7 +37,7 @@ public:
     struct Options {
         std::string sourcePath;
         tavrin::Seconds backfillPause = ScanDefaults::backfillPause;
-        std::vector<double> retryDelays = ScanDefaults::retryDelays();
+        std::vector<double> retryDelays = uploadRetryDelays();
     };
 
     /// Borrows all references.

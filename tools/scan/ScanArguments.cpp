@@ -87,7 +87,7 @@ tavrin::Date checkedSince(const std::string& text) {
 }
 
 std::string defaultRetryDelays() {
-    return fmt::format("{}", fmt::join(ScanDefaults::retryDelays(), ","));
+    return fmt::format("{}", fmt::join(uploadRetryDelays(), ","));
 }
 
 std::vector<double> checkedDelays(const std::string& text) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "OrvelAgent/scan/ScanDefaults.h"
+#include "OrvelAgent/scan/UploadRetryDelays.h"
 #include "core/CollectionPreferences.h"
 #include "core/Date.h"
 #include "core/Secret.h"
@@ -34,7 +35,7 @@ struct ScanArguments {
     std::optional<tavrin::Date> since;
     bool usesAddressBook = true;
     double backfillPause = ScanDefaults::backfillPause.count();
-    std::vector<double> retryDelays = ScanDefaults::retryDelays();
+    std::vector<double> retryDelays = uploadRetryDelays();
     bool isPreview = false;
     /// The default is standard output.
     std::optional<std::filesystem::path> previewFile;
