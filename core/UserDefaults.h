@@ -2,6 +2,7 @@
 #pragma once
 
 #include "core/Date.h"
+#include "core/Interface.h"
 
 #include <cstdint>
 #include <optional>
@@ -17,13 +18,8 @@ namespace tavrin {
 /// in effect, on disk and for every getter.
 ///
 /// Thread-safe: a read never waits for another thread's write to reach the disk.
-class UserDefaults {
+class UserDefaults : public Interface {
 public:
-    UserDefaults() = default;
-    UserDefaults(const UserDefaults&) = delete;
-    UserDefaults& operator=(const UserDefaults&) = delete;
-    virtual ~UserDefaults() = default;
-
     [[nodiscard]] virtual std::optional<std::string> string(std::string_view key) const = 0;
     [[nodiscard]] virtual std::optional<std::int64_t> integer(std::string_view key) const = 0;
     [[nodiscard]] virtual std::optional<bool> boolean(std::string_view key) const = 0;

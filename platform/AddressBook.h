@@ -2,6 +2,7 @@
 #pragma once
 
 #include "core/Errors.h"
+#include "core/Interface.h"
 
 #include <functional>
 #include <string>
@@ -25,7 +26,7 @@ struct ContactCard {
 /// The user's address book, behind the user's consent. Main thread; completions run there exactly
 /// once, never before the call returns. Destroying the address book drops what is in flight without
 /// calling back.
-class AddressBook {
+class AddressBook : public tavrin::Interface {
 public:
     /// Which parts of the cards to read; the others stay empty.
     enum class Fields { Identifiers, IdentifiersAndNames };
@@ -41,11 +42,6 @@ public:
         Authorized = 3,
         Limited = 4,
     };
-
-    AddressBook() = default;
-    AddressBook(const AddressBook&) = delete;
-    AddressBook& operator=(const AddressBook&) = delete;
-    virtual ~AddressBook() = default;
 
     [[nodiscard]] virtual AuthorizationStatus authorizationStatus() const = 0;
 

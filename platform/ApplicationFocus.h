@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "core/Interface.h"
+
 namespace orvel {
 
 /// How the application's windows come to the front. Main thread.
-class ApplicationFocus {
+class ApplicationFocus : public tavrin::Interface {
 public:
     /// How the desktop treats the application.
     enum class ActivationPolicy {
@@ -13,11 +15,6 @@ public:
         /// As one that lives in the tray.
         Accessory,
     };
-
-    ApplicationFocus() = default;
-    ApplicationFocus(const ApplicationFocus&) = delete;
-    ApplicationFocus& operator=(const ApplicationFocus&) = delete;
-    virtual ~ApplicationFocus() = default;
 
     [[nodiscard]] virtual ActivationPolicy activationPolicy() const = 0;
     virtual void setActivationPolicy(ActivationPolicy policy) = 0;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "core/Interface.h"
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -8,13 +10,8 @@
 namespace orvel {
 
 /// The application's own resources. The property list is read once, when made. Thread-safe.
-class Bundle {
+class Bundle : public tavrin::Interface {
 public:
-    Bundle() = default;
-    Bundle(const Bundle&) = delete;
-    Bundle& operator=(const Bundle&) = delete;
-    virtual ~Bundle() = default;
-
     /// The value of the information property list's key when it is a string.
     [[nodiscard]] virtual std::optional<std::string> infoString(std::string_view key) const = 0;
 

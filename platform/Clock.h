@@ -2,6 +2,7 @@
 #pragma once
 
 #include "core/Date.h"
+#include "core/Interface.h"
 
 #include <functional>
 #include <memory>
@@ -10,21 +11,10 @@ namespace orvel {
 
 /// The time of day, and timers on the continuous clock, which also counts while the machine sleeps.
 /// Main thread.
-class Clock {
+class Clock : public tavrin::Interface {
 public:
     /// A running timer; destroying it stops it, and its callback then never runs.
-    class Timer {
-    public:
-        Timer() = default;
-        Timer(const Timer&) = delete;
-        Timer& operator=(const Timer&) = delete;
-        virtual ~Timer() = default;
-    };
-
-    Clock() = default;
-    Clock(const Clock&) = delete;
-    Clock& operator=(const Clock&) = delete;
-    virtual ~Clock() = default;
+    class Timer : public tavrin::Interface {};
 
     [[nodiscard]] virtual tavrin::Date now() const = 0;
 

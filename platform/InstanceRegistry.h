@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "core/Interface.h"
 #include "platform/Subscription.h"
 
 #include <cstdint>
@@ -12,17 +13,12 @@
 namespace orvel {
 
 /// The copies of the application that run in the user's session. Main thread.
-class InstanceRegistry {
+class InstanceRegistry : public tavrin::Interface {
 public:
     /// Another copy of the application that runs in the same session.
     struct RunningApplication {
         std::int64_t processIdentifier = 0;
     };
-
-    InstanceRegistry() = default;
-    InstanceRegistry(const InstanceRegistry&) = delete;
-    InstanceRegistry& operator=(const InstanceRegistry&) = delete;
-    virtual ~InstanceRegistry() = default;
 
     /// Makes this process the one copy of that identifier in this session, for as long as the
     /// registry lives, unless another process is it already: then that one. Waits for the system,

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "core/Errors.h"
+#include "core/Interface.h"
 #include "core/Secret.h"
 
 #include <functional>
@@ -17,18 +18,13 @@ namespace orvel {
 /// exactly once, never before the call returns, but maybe much later: the system may first ask the
 /// user to unlock the keychain. Nothing here blocks meanwhile. Destroying the keychain drops the
 /// completions that are left without calling back.
-class Keychain {
+class Keychain : public tavrin::Interface {
 public:
     /// The item's value; nothing when there is no such item, or it cannot be read.
     using ReadCompletion = std::function<void(std::optional<tavrin::Secret>)>;
     /// Why the change will not outlive this process, in which it nevertheless holds; nothing when
     /// the keychain has it.
     using ChangeCompletion = std::function<void(std::optional<tavrin::PlatformError>)>;
-
-    Keychain() = default;
-    Keychain(const Keychain&) = delete;
-    Keychain& operator=(const Keychain&) = delete;
-    virtual ~Keychain() = default;
 
     virtual void read(std::string service, std::string account, ReadCompletion completion) = 0;
 

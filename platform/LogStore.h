@@ -3,6 +3,7 @@
 
 #include "core/Date.h"
 #include "core/Errors.h"
+#include "core/Interface.h"
 
 #include <functional>
 #include <string>
@@ -54,14 +55,9 @@ struct LogEntry {
 }
 
 /// Where log lines go, and where those of this process are read back from.
-class LogStore {
+class LogStore : public tavrin::Interface {
 public:
     using Entries = std::variant<std::vector<LogEntry>, tavrin::PlatformError>;
-
-    LogStore() = default;
-    LogStore(const LogStore&) = delete;
-    LogStore& operator=(const LogStore&) = delete;
-    virtual ~LogStore() = default;
 
     /// One line of one category of the application, such as "collector", dated by the time of day.
     /// Never give it message text, a token or a whole handle. A character of value zero may be read

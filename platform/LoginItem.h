@@ -2,6 +2,7 @@
 #pragma once
 
 #include "core/Errors.h"
+#include "core/Interface.h"
 
 #include <functional>
 #include <optional>
@@ -14,7 +15,7 @@ namespace orvel {
 /// Operations take effect in the order in which they were started. Main thread; completions run
 /// there exactly once, never before the call returns. Destroying the item drops them without
 /// calling back; what was started still takes effect.
-class LoginItem {
+class LoginItem : public tavrin::Interface {
 public:
     enum class Status {
         NotRegistered,
@@ -26,11 +27,6 @@ public:
     /// Why nothing changed; nothing on success.
     using Completion = std::function<void(std::optional<tavrin::PlatformError>)>;
     using StatusCompletion = std::function<void(std::variant<Status, tavrin::PlatformError>)>;
-
-    LoginItem() = default;
-    LoginItem(const LoginItem&) = delete;
-    LoginItem& operator=(const LoginItem&) = delete;
-    virtual ~LoginItem() = default;
 
     /// Also enables an item that was there already.
     virtual void registerItem(Completion completion) = 0;

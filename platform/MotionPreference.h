@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "core/Interface.h"
 #include "platform/Subscription.h"
 
 #include <functional>
@@ -9,13 +10,8 @@
 namespace orvel {
 
 /// Whether the user wants nothing on the screen to move or to flash. Main thread.
-class MotionPreference {
+class MotionPreference : public tavrin::Interface {
 public:
-    MotionPreference() = default;
-    MotionPreference(const MotionPreference&) = delete;
-    MotionPreference& operator=(const MotionPreference&) = delete;
-    virtual ~MotionPreference() = default;
-
     /// False until that is known. The first call of either function starts the search for it.
     [[nodiscard]] virtual bool shouldReduceMotion() = 0;
 

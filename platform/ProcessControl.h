@@ -1,16 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "core/Interface.h"
+
 namespace orvel {
 
 /// Ends and restarts this process, and says whether it is being debugged. Main thread.
-class ProcessControl {
+class ProcessControl : public tavrin::Interface {
 public:
-    ProcessControl() = default;
-    ProcessControl(const ProcessControl&) = delete;
-    ProcessControl& operator=(const ProcessControl&) = delete;
-    virtual ~ProcessControl() = default;
-
     /// Starts this program anew once it has ended, in a second or later. A failure is ignored.
     virtual void scheduleRelaunch() = 0;
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "core/Date.h"
+#include "core/Interface.h"
 
 #include <optional>
 #include <string>
@@ -16,7 +17,7 @@ class UpdatePresenter;
 ///
 /// Main thread. One update is under way at a time. The observer and the presenter are called on the
 /// main thread too, also from within the functions here, and may call these in turn.
-class SoftwareUpdater {
+class SoftwareUpdater : public tavrin::Interface {
 public:
     struct Feed {
         std::string url;
@@ -34,11 +35,6 @@ public:
         /// Ends a running check or download.
         Cancel,
     };
-
-    SoftwareUpdater() = default;
-    SoftwareUpdater(const SoftwareUpdater&) = delete;
-    SoftwareUpdater& operator=(const SoftwareUpdater&) = delete;
-    virtual ~SoftwareUpdater() = default;
 
     /// Begins with scheduled checks. Borrows both until `stop`. Only while stopped.
     virtual void start(Feed feed, UpdateObserver& observer, UpdatePresenter& presenter) = 0;

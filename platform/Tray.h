@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "core/Interface.h"
 #include "platform/Subscription.h"
 
 #include <functional>
@@ -10,13 +11,8 @@
 namespace orvel {
 
 /// The part of the desktop that shows the icons of running programs. Main thread.
-class Tray {
+class Tray : public tavrin::Interface {
 public:
-    Tray() = default;
-    Tray(const Tray&) = delete;
-    Tray& operator=(const Tray&) = delete;
-    virtual ~Tray() = default;
-
     /// Whether the desktop has one; false until that is known. The first call of this or of
     /// `onChange` starts the search for it.
     [[nodiscard]] virtual bool isAvailable() = 0;

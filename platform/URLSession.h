@@ -3,6 +3,7 @@
 
 #include "core/Date.h"
 #include "core/Errors.h"
+#include "core/Interface.h"
 
 #include <cstddef>
 #include <functional>
@@ -47,27 +48,17 @@ using URLResult = std::variant<URLResponse, tavrin::URLError>;
 /// any URL but an https one ends as `UnsupportedURL`. Several requests may be in flight.
 ///
 /// Main thread. Destroying the session cancels what is in flight without calling back.
-class URLSession {
+class URLSession : public tavrin::Interface {
 public:
     /// A longer reply body ends as `DataLengthExceedsMaximum`.
     static constexpr std::size_t maximumReplyBytes = std::size_t{16} << 20U;
 
     /// A request in flight. Destroying it changes nothing; it may outlive the exchange.
-    class Task {
+    class Task : public tavrin::Interface {
     public:
-        Task() = default;
-        Task(const Task&) = delete;
-        Task& operator=(const Task&) = delete;
-        virtual ~Task() = default;
-
         /// Ends the exchange at once with `Cancelled`; nothing when it has already ended.
         virtual void cancel() = 0;
     };
-
-    URLSession() = default;
-    URLSession(const URLSession&) = delete;
-    URLSession& operator=(const URLSession&) = delete;
-    virtual ~URLSession() = default;
 
     /// Calls back exactly once, on the caller's thread, never before this returns: with the whole
     /// reply, whatever its status, or with the reason why there is none.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "core/Interface.h"
 #include "platform/SoftwareUpdate.h"
 
 #include <optional>
@@ -9,13 +10,8 @@
 namespace orvel {
 
 /// Told by a `SoftwareUpdater` of what concerns the rest of the agent.
-class UpdateObserver {
+class UpdateObserver : public tavrin::Interface {
 public:
-    UpdateObserver() = default;
-    UpdateObserver(const UpdateObserver&) = delete;
-    UpdateObserver& operator=(const UpdateObserver&) = delete;
-    virtual ~UpdateObserver() = default;
-
     /// Whether an update that a scheduled check finds is offered gently, without taking the focus.
     [[nodiscard]] virtual bool wantsGentleOffers() const = 0;
     /// Called just before the user is offered the update.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "core/Interface.h"
 #include "platform/SoftwareUpdate.h"
 
 #include <cstdint>
@@ -11,7 +12,7 @@ namespace orvel {
 
 /// Shows the user the stages of an update. The answers go to `SoftwareUpdater::choose`. An updater
 /// that has windows itself never calls it.
-class UpdatePresenter {
+class UpdatePresenter : public tavrin::Interface {
 public:
     /// A check that the user asked for has begun. `Choice::Cancel` ends it.
     struct Checking {};
@@ -44,11 +45,6 @@ public:
     };
     using Stage =
         std::variant<Checking, NoUpdate, Offer, Download, Verification, ReadyToInstall, Refusal>;
-
-    UpdatePresenter() = default;
-    UpdatePresenter(const UpdatePresenter&) = delete;
-    UpdatePresenter& operator=(const UpdatePresenter&) = delete;
-    virtual ~UpdatePresenter() = default;
 
     virtual void show(const Stage& stage) = 0;
     /// The user asked for updates while a stage is shown: brings it to the front.

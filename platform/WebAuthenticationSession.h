@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "core/Interface.h"
+
 #include <functional>
 #include <memory>
 #include <string>
@@ -12,7 +14,7 @@ namespace orvel {
 /// redirect to a URL of the agent's own scheme.
 ///
 /// Main thread. Destroying the session ends the attempt that waits without calling back.
-class WebAuthenticationSession {
+class WebAuthenticationSession : public tavrin::Interface {
 public:
     /// The page could not be opened.
     struct NotStarted {};
@@ -29,21 +31,11 @@ public:
     using Outcome = std::variant<std::string, NotStarted, Cancelled, NoResponse, Failed>;
 
     /// A started attempt. Destroying it changes nothing; it may outlive the attempt's end.
-    class Attempt {
+    class Attempt : public tavrin::Interface {
     public:
-        Attempt() = default;
-        Attempt(const Attempt&) = delete;
-        Attempt& operator=(const Attempt&) = delete;
-        virtual ~Attempt() = default;
-
         /// Ends the attempt with `Cancelled`; nothing when it has already ended.
         virtual void cancel() = 0;
     };
-
-    WebAuthenticationSession() = default;
-    WebAuthenticationSession(const WebAuthenticationSession&) = delete;
-    WebAuthenticationSession& operator=(const WebAuthenticationSession&) = delete;
-    virtual ~WebAuthenticationSession() = default;
 
     /// Opens the page, an https URL, and calls back exactly once, on the caller's thread, never
     /// before this returns. A later attempt ends an earlier one that still waits. Callbacks count

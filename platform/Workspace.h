@@ -2,6 +2,7 @@
 #pragma once
 
 #include "core/Errors.h"
+#include "core/Interface.h"
 
 #include <functional>
 #include <optional>
@@ -10,18 +11,13 @@
 namespace orvel {
 
 /// Opens pages, settings and files in the desktop's other programs. Main thread.
-class Workspace {
+class Workspace : public tavrin::Interface {
 public:
     /// Why it failed; nothing when the desktop took it over.
     using Completion = std::function<void(std::optional<tavrin::PlatformError>)>;
 
     /// Where the user grants a permission.
     enum class SettingsPane { FullDiskAccess, Contacts };
-
-    Workspace() = default;
-    Workspace(const Workspace&) = delete;
-    Workspace& operator=(const Workspace&) = delete;
-    virtual ~Workspace() = default;
 
     /// Opens an https URL in the default browser. Calls back exactly once, never before this
     /// returns; not at all when the workspace is destroyed first.

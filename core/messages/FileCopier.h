@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "core/Interface.h"
+
 #include <filesystem>
 
 namespace tavrin {
@@ -8,13 +10,8 @@ namespace tavrin {
 class CancellationToken;
 
 /// Copies one file in the cheapest way that the file system supports.
-class FileCopier {
+class FileCopier : public Interface {
 public:
-    FileCopier() = default;
-    FileCopier(const FileCopier&) = delete;
-    FileCopier& operator=(const FileCopier&) = delete;
-    virtual ~FileCopier() = default;
-
     /// Creates `destination`, which must not exist, as a copy of `source` that only the owner can
     /// read. Throws `PlatformError` on failure and `TaskCancelled` if the token is cancelled
     /// meanwhile. In both cases the incomplete destination is removed. Blocks. Callable from any

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "core/Interface.h"
 #include "platform/AddressBook.h"
 
 #include <memory>
@@ -9,13 +10,8 @@
 namespace orvel::test {
 
 /// An address book, and the user it belongs to.
-class AddressBookSubject {
+class AddressBookSubject : public tavrin::Interface {
 public:
-    AddressBookSubject() = default;
-    AddressBookSubject(const AddressBookSubject&) = delete;
-    AddressBookSubject& operator=(const AddressBookSubject&) = delete;
-    virtual ~AddressBookSubject() = default;
-
     [[nodiscard]] virtual AddressBook& addressBook() = 0;
     virtual void add(const std::vector<ContactCard>& cards) = 0;
     /// What the user says when asked; yes unless told.

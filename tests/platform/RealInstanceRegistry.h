@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "core/Interface.h"
 #include "platform/InstanceRegistry.h"
 
 #include <memory>
@@ -11,13 +12,8 @@ namespace orvel::test {
 constexpr auto testIdentifier = "app.test.Registry";
 
 /// A registry, and the copies around it.
-class InstanceRegistrySubject {
+class InstanceRegistrySubject : public tavrin::Interface {
 public:
-    InstanceRegistrySubject() = default;
-    InstanceRegistrySubject(const InstanceRegistrySubject&) = delete;
-    InstanceRegistrySubject& operator=(const InstanceRegistrySubject&) = delete;
-    virtual ~InstanceRegistrySubject() = default;
-
     [[nodiscard]] virtual InstanceRegistry& registry() = 0;
     virtual void destroyRegistry() = 0;
     /// Another copy runs from now on; under the identifier that it gives.

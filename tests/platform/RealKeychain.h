@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "core/Interface.h"
 #include "platform/Keychain.h"
 
 #include <memory>
@@ -13,13 +14,8 @@ inline constexpr auto keychainService = "app.test.session";
 inline constexpr auto keychainAccount = "session";
 
 /// A keychain, and a new process's view of it.
-class KeychainSubject {
+class KeychainSubject : public tavrin::Interface {
 public:
-    KeychainSubject() = default;
-    KeychainSubject(const KeychainSubject&) = delete;
-    KeychainSubject& operator=(const KeychainSubject&) = delete;
-    virtual ~KeychainSubject() = default;
-
     [[nodiscard]] virtual Keychain& keychain() = 0;
     /// The values that are kept under the service and the account above.
     [[nodiscard]] virtual std::vector<std::string> kept() = 0;

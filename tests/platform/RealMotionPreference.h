@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "core/Interface.h"
 #include "platform/MotionPreference.h"
 
 #include <memory>
@@ -8,13 +9,8 @@
 namespace orvel::test {
 
 /// A preference, and where the user sets it.
-class MotionPreferenceSubject {
+class MotionPreferenceSubject : public tavrin::Interface {
 public:
-    MotionPreferenceSubject() = default;
-    MotionPreferenceSubject(const MotionPreferenceSubject&) = delete;
-    MotionPreferenceSubject& operator=(const MotionPreferenceSubject&) = delete;
-    virtual ~MotionPreferenceSubject() = default;
-
     [[nodiscard]] virtual MotionPreference& preference() = 0;
     virtual void destroyPreference() = 0;
     virtual void setReducesMotion(bool reduces) = 0;

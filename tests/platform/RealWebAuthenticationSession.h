@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "core/Interface.h"
 #include "platform/WebAuthenticationSession.h"
 
 #include <memory>
@@ -10,13 +11,8 @@
 namespace orvel::test {
 
 /// A session, the browser, and its user.
-class WebAuthenticationSubject {
+class WebAuthenticationSubject : public tavrin::Interface {
 public:
-    WebAuthenticationSubject() = default;
-    WebAuthenticationSubject(const WebAuthenticationSubject&) = delete;
-    WebAuthenticationSubject& operator=(const WebAuthenticationSubject&) = delete;
-    virtual ~WebAuthenticationSubject() = default;
-
     [[nodiscard]] virtual WebAuthenticationSession& session() = 0;
     virtual void destroySession() = 0;
     /// The pages that the browser has opened.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "core/Interface.h"
 #include "platform/Workspace.h"
 
 #include <memory>
@@ -8,13 +9,8 @@
 namespace orvel::test {
 
 /// A workspace, and the desktop around it.
-class WorkspaceSubject {
+class WorkspaceSubject : public tavrin::Interface {
 public:
-    WorkspaceSubject() = default;
-    WorkspaceSubject(const WorkspaceSubject&) = delete;
-    WorkspaceSubject& operator=(const WorkspaceSubject&) = delete;
-    virtual ~WorkspaceSubject() = default;
-
     [[nodiscard]] virtual Workspace& workspace() = 0;
     virtual void destroyWorkspace() = 0;
     virtual void removeBrowser() = 0;

@@ -3,6 +3,7 @@
 
 #include "OrvelAgent/account/AuthService.h"
 #include "OrvelAgent/base/Worker.h"
+#include "core/Interface.h"
 #include "platform/Platform.h"
 #include "tools/scan/ScanArguments.h"
 
@@ -13,15 +14,10 @@
 namespace orvel {
 
 /// One action of `orvel-scan`. Main thread.
-class Command {
+class Command : public tavrin::Interface {
 public:
     static constexpr int succeeded = 0;
     static constexpr int failed = 1;
-
-    Command() = default;
-    Command(const Command&) = delete;
-    Command& operator=(const Command&) = delete;
-    virtual ~Command() = default;
 
     /// Returns the exit status after all output is printed.
     virtual QCoro::Task<int> run() = 0;
