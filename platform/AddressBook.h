@@ -11,8 +11,8 @@
 
 namespace orvel {
 
-/// One person or organization as the address book has it: nothing is trimmed or normalized. Always
-/// well-formed UTF-8.
+/// One person or organization. The values are neither trimmed nor normalized. Always well-formed
+/// UTF-8.
 struct ContactCard {
     std::string givenName;
     std::string familyName;
@@ -23,9 +23,9 @@ struct ContactCard {
     bool operator==(const ContactCard&) const = default;
 };
 
-/// The user's address book, behind the user's consent. Main thread; completions run there exactly
-/// once, never before the call returns. Destroying the address book drops what is in flight without
-/// calling back.
+/// The user's address book; reading it needs the user's consent. Main thread; completions run there
+/// exactly once, never before the call returns. Destroying the address book drops pending
+/// completions without calling them.
 class AddressBook : public tavrin::Interface {
 public:
     /// Which parts of the cards to read; the others stay empty.
@@ -33,8 +33,7 @@ public:
 
     using Cards = std::variant<std::vector<ContactCard>, tavrin::PlatformError>;
 
-    /// In the platform's own numbers. A system may have further ones; they are passed on, without
-    /// a name.
+    /// Uses the platform's numbers. Values without a name here are passed on unchanged.
     enum class AuthorizationStatus : int {
         NotDetermined = 0,
         Restricted = 1,
@@ -45,14 +44,13 @@ public:
 
     [[nodiscard]] virtual AuthorizationStatus authorizationStatus() const = 0;
 
-    /// Asks the user when nothing is decided yet, one question at a time: a request meanwhile
-    /// brings the open one to the front and shares its answer. Answers whether access is granted
-    /// now. It is the platform's affair whether a refusal decides anything: where it does not, the
-    /// next request asks again.
+    /// Asks the user unless access is already decided, then passes whether access is granted. While
+    /// a question is open, another request brings it to the front and gets the same answer. On some
+    /// platforms a refusal is not stored, so the next request asks again.
     virtual void requestAccess(std::function<void(bool)> completion) = 0;
 
-    /// The cards of all people and organizations, in the address book's order; lists of people are
-    /// left out. Without access it fails.
+    /// The cards of all people and organizations, in the address book's order, without contact
+    /// lists. Fails without access.
     virtual void enumerateCards(Fields fields, std::function<void(Cards)> completion) = 0;
 };
 

@@ -5,21 +5,22 @@
 
 namespace orvel {
 
-/// How the application's windows come to the front. Main thread.
+/// Brings the application's windows to the front. Main thread.
 class ApplicationFocus : public tavrin::Interface {
 public:
     /// How the desktop treats the application.
     enum class ActivationPolicy {
-        /// As one with windows, which may come to the front by itself.
+        /// An application with windows, which may come to the front by itself.
         Regular,
-        /// As one that lives in the tray.
+        /// An application that only has a tray icon.
         Accessory,
     };
 
     [[nodiscard]] virtual ActivationPolicy activationPolicy() const = 0;
     virtual void setActivationPolicy(ActivationPolicy policy) = 0;
 
-    /// Lets this application's windows come to the front, whichever application has the focus.
+    /// Lets this application's windows come to the front even when another application has the
+    /// focus.
     virtual void activate() = 0;
 };
 

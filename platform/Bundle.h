@@ -9,17 +9,17 @@
 
 namespace orvel {
 
-/// The application's own resources. The property list is read once, when made. Thread-safe.
+/// The application's resources. The constructor reads the property list. Thread-safe.
 class Bundle : public tavrin::Interface {
 public:
-    /// The value of the information property list's key when it is a string.
+    /// The key's value in the information property list; no value unless it is a string.
     [[nodiscard]] virtual std::optional<std::string> infoString(std::string_view key) const = 0;
 
     /// "CFBundleIdentifier"; empty when the list has none.
     [[nodiscard]] virtual std::string identifier() const = 0;
 
-    /// The content of a resource file, for example of name "CHANGELOG" and extension "md"; no value
-    /// when it is missing or cannot be read.
+    /// The content of a resource file, such as name "CHANGELOG" and extension "md"; no value when
+    /// it is missing or unreadable.
     [[nodiscard]] virtual std::optional<std::string>
     resource(std::string_view name, std::string_view extension) const = 0;
 };

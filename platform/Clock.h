@@ -13,16 +13,17 @@ namespace orvel {
 /// Main thread.
 class Clock : public tavrin::Interface {
 public:
-    /// A running timer; destroying it stops it, and its callback then never runs.
+    /// A running timer. Destroying it stops it; its callback then never runs.
     class Timer : public tavrin::Interface {};
 
     [[nodiscard]] virtual tavrin::Date now() const = 0;
 
-    /// The continuous clock's reading, from an arbitrary start; it never goes back.
+    /// Time on the continuous clock since an arbitrary start. Never decreases.
     [[nodiscard]] virtual tavrin::Seconds uptime() const = 0;
 
-    /// Calls back once, that long from now; never before this returns, even for zero or less. The
-    /// callback may destroy the timer. Never throws: what waits for it would else wait for good.
+    /// Calls back once after the delay; never before this returns, even for a delay of zero or
+    /// less. The callback may destroy the timer. Never throws: callers would otherwise wait
+    /// forever.
     [[nodiscard]] virtual std::unique_ptr<Timer>
     schedule(tavrin::Seconds delay, std::function<void()> callback) = 0;
 };

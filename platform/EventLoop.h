@@ -3,8 +3,8 @@
 
 namespace orvel {
 
-/// Call before the event loop's application object is made: the ports call back from its loop,
-/// which not every kind of loop does for them on every system.
+/// Call before constructing the application object. Selects an event loop that can run the ports'
+/// callbacks.
 void prepareEventLoop();
 
 } // namespace orvel

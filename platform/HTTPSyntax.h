@@ -13,7 +13,7 @@ namespace orvel {
     });
 }
 
-/// The visible characters that the names of methods and headers may have.
+/// Whether the text is a valid method or header name.
 [[nodiscard]] inline bool isToken(std::string_view text) {
     return !text.empty() && std::all_of(text.begin(), text.end(), [](char character) {
         return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') ||

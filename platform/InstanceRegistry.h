@@ -12,21 +12,21 @@
 
 namespace orvel {
 
-/// The copies of the application that run in the user's session. Main thread.
+/// The running copies of the application in the user's session. Main thread.
 class InstanceRegistry : public tavrin::Interface {
 public:
-    /// Another copy of the application that runs in the same session.
+    /// Another running copy in the same session.
     struct RunningApplication {
         std::int64_t processIdentifier = 0;
     };
 
-    /// Makes this process the one copy of that identifier in this session, for as long as the
-    /// registry lives, unless another process is it already: then that one. Waits for the system,
-    /// so for the start of the program only.
+    /// Registers this process as the session's only copy with that identifier, until the registry
+    /// is destroyed. Returns the other process if one is already registered. Blocks, so call it
+    /// only at start-up.
     [[nodiscard]] virtual std::optional<RunningApplication>
     runningCopy(const std::string& identifier) = 0;
 
-    /// Brings the other copy to the front. Waits for the system as well.
+    /// Brings the other copy to the front. Blocks.
     virtual void activateCopy(const RunningApplication& application) = 0;
 
     /// Calls back whenever another copy has brought this one to the front.

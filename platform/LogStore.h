@@ -13,8 +13,8 @@
 
 namespace orvel {
 
-/// How much a line matters, in the platform's own numbers. The agent writes neither `Undefined` nor
-/// `Fault`; both may be read back, and so may further numbers, without a name.
+/// A line's severity, in the platform's numbers. The agent never writes `Undefined` or `Fault`, but
+/// may read them back, as well as values without a name here.
 enum class LogLevel : int {
     Undefined = 0,
     Debug = 1,
@@ -24,12 +24,11 @@ enum class LogLevel : int {
     Fault = 5,
 };
 
-/// A line read back. Its texts are well-formed UTF-8.
+/// A log line that was read back. All texts are well-formed UTF-8.
 struct LogEntry {
     tavrin::Date date;
     LogLevel level = LogLevel::Undefined;
-    /// Who wrote it: the application's bundle identifier, or that of a framework which logs by
-    /// itself.
+    /// The bundle identifier of the application, or of the framework that wrote the line.
     std::string subsystem;
     std::string category;
     std::string message;
@@ -37,7 +36,7 @@ struct LogEntry {
     bool operator==(const LogEntry&) const = default;
 };
 
-/// What a line on standard error calls it.
+/// The level's name in lines on standard error.
 [[nodiscard]] constexpr std::string_view name(LogLevel level) {
     switch (level) {
     case LogLevel::Debug:
@@ -54,19 +53,19 @@ struct LogEntry {
     return "error";
 }
 
-/// Where log lines go, and where those of this process are read back from.
+/// Writes log lines, and reads back those of this process.
 class LogStore : public tavrin::Interface {
 public:
     using Entries = std::variant<std::vector<LogEntry>, tavrin::PlatformError>;
 
-    /// One line of one category of the application, such as "collector", dated by the time of day.
-    /// Never give it message text, a token or a whole handle. A character of value zero may be read
-    /// back as its picture, U+2400. Thread-safe; never throws and never waits for long.
+    /// Writes one line with the current time. The category is a component, such as "collector".
+    /// Never pass message text, a token or a whole handle. A NUL character may be read back as
+    /// U+2400. Thread-safe; never throws and never blocks for long.
     virtual void write(LogLevel level, std::string_view category, std::string_view message) = 0;
 
-    /// This process's entries of all subsystems, in the order of writing, from the first one on
-    /// that is dated `start` or later. Old ones may be gone. Main thread; calls back there exactly
-    /// once, never before this returns; not at all when the store is destroyed first.
+    /// This process's entries of all subsystems in writing order, starting at the first one dated
+    /// `start` or later. Old entries may be missing. Main thread; calls back there exactly once,
+    /// never before this returns; not at all when the store is destroyed first.
     virtual void readEntries(tavrin::Date start, std::function<void(Entries)> completion) = 0;
 };
 

@@ -10,28 +10,28 @@
 
 namespace orvel {
 
-/// Whether the system starts the agent when its user logs in.
+/// Controls whether the system starts the agent when the user logs in.
 ///
-/// Operations take effect in the order in which they were started. Main thread; completions run
-/// there exactly once, never before the call returns. Destroying the item drops them without
-/// calling back; what was started still takes effect.
+/// Operations take effect in call order. Main thread; completions run there exactly once, never
+/// before the call returns. Destroying the item drops pending completions without calling them;
+/// operations that were started still take effect.
 class LoginItem : public tavrin::Interface {
 public:
     enum class Status {
         NotRegistered,
         Enabled,
-        /// Registered, but switched off in the system's own settings.
+        /// Registered, but switched off in the system settings.
         Disabled,
     };
 
-    /// Why nothing changed; nothing on success.
+    /// The failure; nothing on success.
     using Completion = std::function<void(std::optional<tavrin::PlatformError>)>;
     using StatusCompletion = std::function<void(std::variant<Status, tavrin::PlatformError>)>;
 
-    /// Also enables an item that was there already.
+    /// Also enables an item that is registered already.
     virtual void registerItem(Completion completion) = 0;
 
-    /// Also a success when there was none.
+    /// Succeeds also when the item was not registered.
     virtual void unregisterItem(Completion completion) = 0;
 
     virtual void status(StatusCompletion completion) = 0;

@@ -9,13 +9,13 @@
 
 namespace orvel {
 
-/// Whether the user wants nothing on the screen to move or to flash. Main thread.
+/// Whether the user wants no animations. Main thread.
 class MotionPreference : public tavrin::Interface {
 public:
-    /// False until that is known. The first call of either function starts the search for it.
+    /// False until the setting has been read. The first call of either function starts reading it.
     [[nodiscard]] virtual bool shouldReduceMotion() = 0;
 
-    /// Calls back whenever that changes.
+    /// Calls back after every change.
     [[nodiscard]] virtual std::unique_ptr<Subscription> onChange(std::function<void()> changed) = 0;
 };
 

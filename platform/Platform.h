@@ -29,16 +29,17 @@
 namespace orvel {
 
 struct PlatformOptions {
-    /// PEM files of certificates to trust besides the system's and the bundle's "TLS_EXTRA_CA".
+    /// PEM files of certificates to trust in addition to the system's and the bundle's
+    /// "TLS_EXTRA_CA".
     std::vector<std::filesystem::path> extraCertificates;
     /// Log lines of this level and above also go to standard error; none when absent.
     std::optional<LogLevel> standardErrorLevel;
-    /// Asks the user whether the address book may be read, and answers through its argument, once,
-    /// on the main thread. Called again before that, it brings the open question to the front, and
-    /// either argument may be answered. When absent, the user cannot be asked.
+    /// Asks the user whether the agent may read the address book, and passes the answer to its
+    /// argument once, on the main thread. If called while the question is open, brings it to the
+    /// front; the answer may then go to either argument. When absent, the user cannot be asked.
     std::function<void(std::function<void(bool)> answer)> askForContacts;
-    /// Keeps the memory of this process, which is going to hold tokens, out of core dumps. Where
-    /// there are assertions, there is somebody with a debugger.
+    /// Prevents core dumps, which could contain tokens. Off in debug builds, where developers need
+    /// them.
 #ifdef NDEBUG
     bool forbidsCoreDumps = true;
 #else
@@ -46,8 +47,7 @@ struct PlatformOptions {
 #endif
 };
 
-/// What the operating system supplies. Declared in the order of dependence: what stands further
-/// down borrows from what stands above.
+/// The operating system's services. Members borrow from members declared above them.
 struct Platform {
     std::unique_ptr<LogStore> logStore;
     std::unique_ptr<Bundle> bundle;
@@ -68,14 +68,13 @@ struct Platform {
     std::unique_ptr<SoftwareUpdater> softwareUpdater;
 };
 
-/// User defaults of their own in that file; it need not exist. Throws `tavrin::PlatformError` when
-/// it cannot be read.
+/// User defaults stored in that file, which need not exist. Throws `tavrin::PlatformError` when it
+/// cannot be read.
 [[nodiscard]] std::unique_ptr<tavrin::UserDefaults>
 makeUserDefaults(const std::filesystem::path& file);
 
-/// This system's implementations. Main thread, with its event loop's application object made.
-/// Throws `tavrin::PlatformError` when the bundle, the user defaults or a certificate file cannot
-/// be read.
+/// This system's implementations. Main thread, after the application object was constructed. Throws
+/// `tavrin::PlatformError` when the bundle, the user defaults or a certificate file cannot be read.
 [[nodiscard]] Platform makePlatform(PlatformOptions options);
 
 } // namespace orvel

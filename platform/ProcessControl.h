@@ -5,17 +5,17 @@
 
 namespace orvel {
 
-/// Ends and restarts this process, and says whether it is being debugged. Main thread.
+/// Ends and restarts this process, and detects debuggers. Main thread.
 class ProcessControl : public tavrin::Interface {
 public:
-    /// Starts this program anew once it has ended, in a second or later. A failure is ignored.
+    /// Restarts this program after this process has ended, at least one second from now. Failures
+    /// are ignored.
     virtual void scheduleRelaunch() = 0;
 
-    /// Ends the application as the user would, by way of its event loop.
+    /// Quits the application through its event loop, as if the user had quit it.
     virtual void terminate() = 0;
 
-    /// Whether another process traces this one just now. No protection of any kind: a debugger may
-    /// come later.
+    /// Whether another process traces this one now. A debugger may still attach later.
     [[nodiscard]] virtual bool isDebuggerAttached() const = 0;
 };
 

@@ -6,8 +6,7 @@
 
 namespace orvel {
 
-/// A newer version that the update feed offers. The texts come from outside and are well-formed
-/// UTF-8.
+/// A newer version that the update feed offers. The texts are untrusted, but well-formed UTF-8.
 struct SoftwareUpdate {
     /// The version that comparisons use.
     std::string version;

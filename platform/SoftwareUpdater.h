@@ -12,11 +12,11 @@ namespace orvel {
 class UpdateObserver;
 class UpdatePresenter;
 
-/// Checks for newer versions of this application, once a day and on request, and installs them when
-/// the user agrees. An update that is not signed with the feed's key is never installed.
+/// Checks for newer versions once a day and on request, and installs them when the user agrees.
+/// Never installs an update that is not signed with the feed's key.
 ///
-/// Main thread. One update is under way at a time. The observer and the presenter are called on the
-/// main thread too, also from within the functions here, and may call these in turn.
+/// Main thread. Handles one update at a time. Calls the observer and the presenter on the main
+/// thread, possibly from within these functions; they may call these functions in turn.
 class SoftwareUpdater : public tavrin::Interface {
 public:
     struct Feed {
@@ -26,7 +26,7 @@ public:
     };
 
     enum class Choice {
-        /// Downloads the update that is offered; installs the update that is ready.
+        /// Downloads the offered update, or installs the downloaded one.
         Install,
         /// Drops the update until the next check.
         Later,
@@ -36,23 +36,24 @@ public:
         Cancel,
     };
 
-    /// Begins with scheduled checks. Borrows both until `stop`. Only while stopped.
+    /// Starts scheduled checks. Borrows observer and presenter until `stop`. Call only while
+    /// stopped.
     virtual void start(Feed feed, UpdateObserver& observer, UpdatePresenter& presenter) = 0;
-    /// Drops what is under way; observer and presenter are not called any more.
+    /// Cancels any check or download. The observer and the presenter are no longer called.
     virtual void stop() = 0;
 
-    /// Checks for the user, who is shown every outcome. While an update is offered or downloaded,
-    /// brings that one to the front instead. Only while started.
+    /// Checks at the user's request and shows every outcome. If an update is already offered or
+    /// being downloaded, brings it to the front instead. Call only while started.
     virtual void checkForUpdates() = 0;
 
-    /// The user's answer to what the presenter shows. Does nothing when it does not fit the stage.
+    /// The user's answer to the presenter's stage. Ignored when the stage does not expect it.
     virtual void choose(Choice choice) = 0;
-    /// The user has seen the update that is shown.
+    /// The user has seen the displayed update.
     virtual void noteUserAttention() = 0;
 
-    /// True until it is switched off; kept across launches.
+    /// True until switched off; persists across launches.
     [[nodiscard]] virtual bool automaticallyChecksForUpdates() const = 0;
-    /// Takes effect at once; the observer is told when it has been saved.
+    /// Takes effect at once; `UpdateObserver::choiceSaved` follows.
     virtual void setAutomaticallyChecksForUpdates(bool isAutomatic) = 0;
 
     /// When the feed was last read, in this launch or an earlier one.

@@ -11,7 +11,7 @@
 
 namespace orvel {
 
-/// Those who want to hear of one kind of event. A subscription may outlive it.
+/// The callbacks subscribed to one event. A subscription may outlive this object.
 class Subscribers final {
 public:
     [[nodiscard]] std::unique_ptr<Subscription> add(std::function<void()> callback) {
@@ -19,7 +19,7 @@ public:
         return std::make_unique<Entry>(callbacks_, last_);
     }
 
-    /// Calls those who have subscribed by now. Any of them may end subscriptions, or destroy this.
+    /// Calls all current subscribers. A callback may end subscriptions or destroy this object.
     void call() const {
         const std::shared_ptr<Callbacks> callbacks = callbacks_;
         const Callbacks all = *callbacks;

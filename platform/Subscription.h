@@ -5,8 +5,7 @@
 
 namespace orvel {
 
-/// Stands for a callback that has been subscribed; unsubscribes it when destroyed. May outlive what
-/// it was subscribed to.
+/// Unsubscribes a callback when destroyed. May outlive the object it was subscribed to.
 class Subscription : public tavrin::Interface {};
 
 } // namespace orvel

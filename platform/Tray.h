@@ -10,22 +10,21 @@
 
 namespace orvel {
 
-/// The part of the desktop that shows the icons of running programs. Main thread.
+/// The part of the desktop that shows running programs' icons. Main thread.
 class Tray : public tavrin::Interface {
 public:
-    /// Whether the desktop has one; false until that is known. The first call of this or of
-    /// `onChange` starts the search for it.
+    /// Whether the desktop has a tray; false until that is known. The first call of this or of
+    /// `onChange` starts the detection.
     [[nodiscard]] virtual bool isAvailable() = 0;
 
-    /// Calls back whenever that changes.
+    /// Calls back after every change of `isAvailable`.
     [[nodiscard]] virtual std::unique_ptr<Subscription> onChange(std::function<void()> changed) = 0;
 
-    /// Whether the tray is part of a menu bar: it gives its icons their colour, and an icon that
-    /// has a menu opens it at every click.
+    /// Whether the tray is part of a menu bar. A menu bar colours the icons itself, and every click
+    /// on an icon with a menu opens the menu.
     [[nodiscard]] virtual bool isMenuBar() const = 0;
 
-    /// What the tray tells screen readers of the icon that is in it, where the toolkit that shows
-    /// the icon does not care for that.
+    /// Sets the icon's title for screen readers, on systems where the UI toolkit does not set it.
     virtual void setTitle(const std::string& title) = 0;
 };
 

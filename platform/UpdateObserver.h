@@ -9,10 +9,10 @@
 
 namespace orvel {
 
-/// Told by a `SoftwareUpdater` of what concerns the rest of the agent.
+/// Receives a `SoftwareUpdater`'s events for the rest of the agent.
 class UpdateObserver : public tavrin::Interface {
 public:
-    /// Whether an update that a scheduled check finds is offered gently, without taking the focus.
+    /// Whether updates found by scheduled checks are offered without taking the focus.
     [[nodiscard]] virtual bool wantsGentleOffers() const = 0;
     /// Called just before the user is offered the update.
     virtual void updateWillBeOffered(const SoftwareUpdate& update, bool isUserInitiated) = 0;
@@ -20,8 +20,8 @@ public:
     virtual void updateWasSeen(const SoftwareUpdate& update) = 0;
     /// `SoftwareUpdater::lastUpdateCheckDate` has changed.
     virtual void checkFinished() = 0;
-    /// Whether checks are automatic, or which version is skipped, has been saved. With a failure, a
-    /// sentence for the user, the choice holds for this launch only.
+    /// The automatic-check setting or the skipped version was saved. On failure, a sentence for the
+    /// user, the choice applies to this launch only.
     virtual void choiceSaved(const std::optional<std::string>& failure) = 0;
 };
 

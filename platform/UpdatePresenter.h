@@ -11,22 +11,22 @@
 namespace orvel {
 
 /// Shows the user the stages of an update. The answers go to `SoftwareUpdater::choose`. An updater
-/// that has windows itself never calls it.
+/// with its own windows never calls it.
 class UpdatePresenter : public tavrin::Interface {
 public:
     /// A check that the user asked for has begun. `Choice::Cancel` ends it.
     struct Checking {};
     /// That check found nothing newer.
     struct NoUpdate {};
-    /// Expects `Install`, `Later` or `Skip`. An offer that is gentle and that the user has not seen
-    /// may be replaced by a newer one.
+    /// Expects `Install`, `Later` or `Skip`. A newer offer may replace a gentle offer that the user
+    /// has not seen.
     struct Offer {
         SoftwareUpdate update;
         /// The user did not ask for it, so it must not take the focus. The presenter decides
         /// whether to show it at once or to wait for `showInFocus`.
         bool isGentle = false;
     };
-    /// Shown often while the download runs. `Choice::Cancel` ends it.
+    /// Shown repeatedly during the download. `Choice::Cancel` ends it.
     struct Download {
         std::uint64_t receivedBytes = 0;
         std::uint64_t expectedBytes = 0;
@@ -37,8 +37,7 @@ public:
     struct ReadyToInstall {
         SoftwareUpdate update;
     };
-    /// The user's request ended without an update: nothing was installed, and the download is
-    /// removed.
+    /// The user's request failed: nothing was installed, and the download was removed.
     struct Refusal {
         /// The reason, a sentence for the user.
         std::string sentence;
@@ -47,12 +46,11 @@ public:
         std::variant<Checking, NoUpdate, Offer, Download, Verification, ReadyToInstall, Refusal>;
 
     virtual void show(const Stage& stage) = 0;
-    /// The user asked for updates while a stage is shown: brings it to the front.
+    /// The user asked for updates while a stage is shown. Brings it to the front.
     virtual void showInFocus() = 0;
-    /// The update is a package for the system's installer: shows the user the verified file at that
-    /// path.
+    /// Shows the user the verified package at that path, to open with the system's installer.
     virtual void revealPackage(const std::string& path) = 0;
-    /// The new version has replaced this one on the disk: starts it.
+    /// Starts the new version, which has replaced this one on disk.
     virtual void relaunch() = 0;
 };
 

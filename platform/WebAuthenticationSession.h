@@ -10,36 +10,36 @@
 
 namespace orvel {
 
-/// Signs in on a web page in the user's browser, which keeps its cookies, and catches the page's
-/// redirect to a URL of the agent's own scheme.
+/// Signs in on a web page in the user's browser, with the browser's cookies, and receives the
+/// page's redirect to a URL of the agent's scheme.
 ///
-/// Main thread. Destroying the session ends the attempt that waits without calling back.
+/// Main thread. Destroying the session ends a pending attempt without calling back.
 class WebAuthenticationSession : public tavrin::Interface {
 public:
     /// The page could not be opened.
     struct NotStarted {};
-    /// The user gave up, `cancel` was called, or another attempt took this one's place.
+    /// The user gave up, `cancel` was called, or another attempt replaced this one.
     struct Cancelled {};
-    /// It ended with neither a callback nor a reason, for example by taking too long.
+    /// It ended without a callback or a reason, for example by a timeout.
     struct NoResponse {};
-    /// Any other end, in the system's words.
+    /// Any other failure, with the system's description.
     struct Failed {
         std::string description;
     };
-    /// The callback URL as it came, or why there is none. The URL is an outsider's text; only its
-    /// scheme is certain.
+    /// The unchanged callback URL, or why there is none. Only the URL's scheme is verified; treat
+    /// the rest as hostile.
     using Outcome = std::variant<std::string, NotStarted, Cancelled, NoResponse, Failed>;
 
-    /// A started attempt. Destroying it changes nothing; it may outlive the attempt's end.
+    /// A started attempt. Destroying it does not end the attempt; it may outlive it.
     class Attempt : public tavrin::Interface {
     public:
-        /// Ends the attempt with `Cancelled`; nothing when it has already ended.
+        /// Ends the attempt with `Cancelled`, unless it has already ended.
         virtual void cancel() = 0;
     };
 
     /// Opens the page, an https URL, and calls back exactly once, on the caller's thread, never
-    /// before this returns. A later attempt ends an earlier one that still waits. Callbacks count
-    /// only while an attempt waits, and only the first does.
+    /// before this returns. Ends a pending earlier attempt. Only the first callback counts, and
+    /// only while an attempt is pending.
     [[nodiscard]] virtual std::unique_ptr<Attempt>
     start(std::string url, std::string callbackScheme, std::function<void(Outcome)> completion) = 0;
 };

@@ -10,20 +10,20 @@
 
 namespace orvel {
 
-/// Opens pages, settings and files in the desktop's other programs. Main thread.
+/// Opens pages, settings and files in other programs. Main thread.
 class Workspace : public tavrin::Interface {
 public:
-    /// Why it failed; nothing when the desktop took it over.
+    /// The failure; nothing on success.
     using Completion = std::function<void(std::optional<tavrin::PlatformError>)>;
 
-    /// Where the user grants a permission.
+    /// The settings in which the user grants a permission.
     enum class SettingsPane { FullDiskAccess, Contacts };
 
     /// Opens an https URL in the default browser. Calls back exactly once, never before this
     /// returns; not at all when the workspace is destroyed first.
     virtual void openURL(std::string url, Completion completion) = 0;
 
-    /// Opens what the desktop has for that permission. Calls back as `openURL` does.
+    /// Opens the desktop's settings for that permission. Calls back as `openURL` does.
     virtual void openSettings(SettingsPane pane, Completion completion) = 0;
 
     /// Shows the file in the file manager. Calls back as `openURL` does.

@@ -36,7 +36,6 @@ namespace orvel {
 
 namespace {
 
-/// Where the user looks for what was downloaded.
 std::filesystem::path downloadsFolder() {
     return QStandardPaths::writableLocation(QStandardPaths::DownloadLocation).toStdString();
 }
@@ -48,7 +47,7 @@ std::unique_ptr<tavrin::UserDefaults> makeUserDefaults(const std::filesystem::pa
 }
 
 void prepareEventLoop() {
-    // Every one of Qt's will do.
+    // All of Qt's event loops can run the ports' callbacks.
 }
 
 Platform makePlatform(PlatformOptions options) {
@@ -66,10 +65,10 @@ Platform makePlatform(PlatformOptions options) {
 
     CurlURLSession::Trust trust;
     trust.extraCertificates = std::move(options.extraCertificates);
-    const std::string ofTheBundle = platform.bundle->infoString("TLS_EXTRA_CA").value_or("");
-    if (!ofTheBundle.empty()) {
-        // A relative path starts from the bundle.
-        trust.extraCertificates.push_back(bundleFolder / ofTheBundle);
+    const std::string bundledCertificate = platform.bundle->infoString("TLS_EXTRA_CA").value_or("");
+    if (!bundledCertificate.empty()) {
+        // A relative path is relative to the bundle.
+        trust.extraCertificates.push_back(bundleFolder / bundledCertificate);
     }
     platform.urlSession = std::make_unique<CurlURLSession>(std::move(trust));
 

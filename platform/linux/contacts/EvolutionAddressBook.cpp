@@ -54,7 +54,7 @@ void EvolutionAddressBook::requestAccess(std::function<void(bool)> completion) {
     }
     requests_.push_back(std::move(completion));
     if (isAsking_) {
-        // An answer that comes at once must not complete the request before this returns.
+        // Posted, so that an immediate answer does not run the completion before this returns.
         post([this] {
             if (isAsking_) {
                 askUser();
@@ -65,7 +65,7 @@ void EvolutionAddressBook::requestAccess(std::function<void(bool)> completion) {
     if (requests_.size() > 1) {
         return;
     }
-    // The user is asked only when the service is there.
+    // Ask the user only if the service is available.
     afterCheck_ = [this] {
         if (isMissing_ || consent() != AuthorizationStatus::NotDetermined || !askUser_) {
             answerRequests(!isMissing_ && consent() == AuthorizationStatus::Authorized);
@@ -85,7 +85,7 @@ void EvolutionAddressBook::enumerateCards(Fields fields, std::function<void(Card
         return;
     }
     auto finish = [this, completion = std::move(completion)](EvolutionCards read) {
-        noteIfMissing(read);
+        recordServiceState(read);
         for (const auto& failure : read.failures) {
             logOnce(failure);
         }
@@ -107,14 +107,14 @@ void EvolutionAddressBook::checkService() const {
     if (std::exchange(isChecking_, true)) {
         return;
     }
-    // Detached, with nothing of ours: waking the service cannot be cancelled, and libebook leaks
-    // what is cancelled.
+    // Detached and without access to this object: starting the service cannot be cancelled, and
+    // libebook leaks memory on cancellation.
     startThread(
         callbackContext_.get(),
         [] { return EvolutionCards::read(std::nullopt); },
         [this](const EvolutionCards& read) {
             isChecking_ = false;
-            noteIfMissing(read);
+            recordServiceState(read);
             if (const auto afterCheck = std::exchange(afterCheck_, nullptr)) {
                 afterCheck();
             }
@@ -122,7 +122,7 @@ void EvolutionAddressBook::checkService() const {
         .detach();
 }
 
-void EvolutionAddressBook::noteIfMissing(const EvolutionCards& read) const {
+void EvolutionAddressBook::recordServiceState(const EvolutionCards& read) const {
     isMissing_ = read.isMissing;
     if (isMissing_) {
         logOnce(*read.error);
@@ -141,21 +141,21 @@ void EvolutionAddressBook::logOnce(const tavrin::PlatformError& failure) const {
 
 void EvolutionAddressBook::askUser() {
     isAsking_ = true;
-    // The answer may come after the object has gone, or twice.
+    // The answer may arrive twice, or after this object was destroyed.
     askUser_([this, context = QPointer(callbackContext_.get())](bool isGranted) {
         if (!context || !std::exchange(isAsking_, false)) {
             return;
         }
         if (isGranted) {
-            keepGrant();
+            storeGrant();
         } else {
             answerRequests(false);
         }
     });
 }
 
-void EvolutionAddressBook::keepGrant() {
-    // On a thread, because the disk may take longer than a frame.
+void EvolutionAddressBook::storeGrant() {
+    // On a thread, because writing to disk may take longer than a frame.
     consentWriter_ = startThread(
         callbackContext_.get(),
         [&defaults = defaults_]() -> std::exception_ptr {

@@ -21,24 +21,22 @@ struct EvolutionCards;
 
 /// The desktop's enabled address books, through Evolution Data Server on the session bus.
 ///
-/// The desktop has no consent of its own, so the agent asks for it. A grant is kept in the user
-/// defaults. A refusal decides nothing: there are no settings of the desktop's where the user could
-/// take it back, so a further request asks again. Without a session bus or without the service the
-/// status is `Restricted`, which is found out, and logged, at the first request or enumeration. A
-/// service may also have been too slow to start: every further request or enumeration checks again,
-/// and so does asking for the status, in the background. An address book that cannot be read while
-/// others can is left out, and logged. The same reason is logged once.
+/// The desktop does not ask for consent, so the agent does. A grant is stored in the user defaults.
+/// A refusal is not stored, because the desktop has no settings in which the user could revoke it;
+/// the next request asks again. Without a session bus or without the service the status is
+/// `Restricted`. The first request or enumeration detects and logs that. Every later request,
+/// enumeration or status query checks again, because the service may have been slow to start. An
+/// unreadable address book is logged and skipped. Each failure is logged once.
 ///
-/// Borrows the defaults and the log store. The service is awaited on threads of their own, which
-/// may outlive the object.
+/// Borrows the defaults and the log store. Its threads, which wait for the service, may outlive the
+/// object.
 class EvolutionAddressBook final : public AddressBook {
 public:
-    /// Asks the user and answers through its argument, on the main thread. While it has not
-    /// answered it may be called again, to bring the question to the front. Only the first answer
-    /// counts.
+    /// Asks the user and passes the answer to its argument, on the main thread. If called while the
+    /// question is open, brings it to the front. Only the first answer counts.
     using AskUser = std::function<void(std::function<void(bool)> answer)>;
 
-    /// Without `askUser` a request is refused and nothing is decided.
+    /// Without `askUser` every request is refused.
     EvolutionAddressBook(tavrin::UserDefaults& defaults, LogStore& logStore, AskUser askUser);
     ~EvolutionAddressBook() override;
 
@@ -47,33 +45,33 @@ public:
     void enumerateCards(Fields fields, std::function<void(Cards)> completion) override;
 
 private:
-    /// What the user has decided, whether the service is there or not.
+    /// The user's decision, independent of the service's state.
     [[nodiscard]] AuthorizationStatus consent() const;
-    /// Finds out on a thread whether the service is there; one check at a time.
+    /// Checks on a thread whether the service is available; one check at a time.
     void checkService() const;
-    void noteIfMissing(const EvolutionCards& read) const;
+    void recordServiceState(const EvolutionCards& read) const;
     void post(std::function<void()> callback);
     void logOnce(const tavrin::PlatformError& failure) const;
     void askUser();
-    void keepGrant();
+    void storeGrant();
     void answerRequests(bool isGranted);
 
     tavrin::UserDefaults& defaults_;
     LogStore& logStore_;
     AskUser askUser_;
-    /// As far as is known: asking for the status checks again.
+    /// The result of the last check.
     mutable bool isMissing_ = false;
     mutable bool isChecking_ = false;
-    /// What waits for the end of the check.
+    /// Runs after the check.
     mutable std::function<void()> afterCheck_;
     bool isAsking_ = false;
-    /// Every enumeration may fail in the same way.
+    /// The failures already logged.
     mutable std::set<std::string> logged_;
-    /// Those who wait for the user's answer.
+    /// Pending requests for access.
     std::vector<std::function<void(bool)>> requests_;
-    /// Callbacks that it has queued are dropped with it.
+    /// Destroying it drops queued callbacks.
     std::unique_ptr<QObject> callbackContext_;
-    /// Ends first: what it writes must be on disk, and its result is dropped.
+    /// Destroyed first: waits until the grant is on disk. Its result is dropped.
     std::jthread consentWriter_;
 };
 

@@ -15,16 +15,16 @@ namespace orvel {
 
 namespace {
 
-/// The service refuses "#t", its sign for everything.
+/// A query for all cards; the service rejects "#t", which should mean the same.
 constexpr auto everyCard = R"((contains "x-evolution-any-field" ""))";
 
 /// Open an address book without waiting until its server can be reached.
 constexpr auto withoutWaiting = static_cast<guint32>(-1);
 
-/// What is used of libebook, and of GIO, which it brings along: they are loaded with the first look
-/// into the address book. Named as there.
+/// The functions used of libebook and GIO, which are loaded at the first access to the address
+/// book.
 struct Evolution {
-    /// Throws `tavrin::PlatformError` when it cannot be loaded. Thread-safe.
+    /// Throws `tavrin::PlatformError` when libebook cannot be loaded. Thread-safe.
     static const Evolution& get() {
         static const Evolution evolution{LazyLibrary(ORVEL_EBOOK_LIBRARY)};
         return evolution;
@@ -77,15 +77,15 @@ struct FreeTexts {
     void operator()(GList* list) const { g_list_free_full(list, g_free); }
 };
 
-/// What libebook wants delivered to a thread goes to the thread's own context, not to the one that
-/// Qt's event loop runs on the main thread.
+/// Makes libebook deliver a thread's events to the thread's own context, not to the one that Qt's
+/// event loop runs on the main thread.
 class OwnMainContext final {
 public:
     OwnMainContext() : context_(g_main_context_new()) {
         g_main_context_push_thread_default(context_);
     }
     ~OwnMainContext() {
-        // What still waits in it holds clients, and a client holds its context: both would leak.
+        // Pending events reference clients, and clients reference the context: both would leak.
         while (g_main_context_iteration(context_, FALSE) != FALSE) {
         }
         g_main_context_pop_thread_default(context_);
@@ -98,7 +98,7 @@ private:
     GMainContext* context_;
 };
 
-/// Takes over the error.
+/// Takes ownership of the error.
 tavrin::PlatformError platformError(std::string_view doing, GError* error) {
     Evolution::get().dbusErrorStripRemoteError(error);
     tavrin::PlatformError result(
@@ -132,7 +132,8 @@ ContactCard cardOf(EContact* contact, AddressBook::Fields fields) {
         card.givenName = text(contact, E_CONTACT_GIVEN_NAME);
         card.familyName = text(contact, E_CONTACT_FAMILY_NAME);
         card.organizationName = text(contact, E_CONTACT_ORG);
-        // Some programs write only the name as shown; an organization's is its own name again.
+        // Some programs write only the full name. For an organization it equals the organization's
+        // name.
         std::string fullName = text(contact, E_CONTACT_FULL_NAME);
         if (card.givenName.empty() && card.familyName.empty() &&
             fullName != card.organizationName) {
@@ -160,7 +161,7 @@ void readBook(ESource* source, AddressBook::Fields fields, std::vector<ContactCa
         }
         return;
     }
-    // This is going to be logged, and many a book is named after its owner's e-mail address.
+    // Address books are often named after their owner's e-mail address, which must not be logged.
     if (const char* name = Evolution::get().sourceGetDisplayName(source);
         name != nullptr && *name != '\0') {
         GString* message = g_string_new(error->message);
@@ -208,17 +209,18 @@ EvolutionCards EvolutionCards::read(std::optional<AddressBook::Fields> fields) {
         result.isMissing = true;
         return result;
     }
-    // Or GLib would end the process with the bus.
+    // Otherwise GLib would end the process when the bus ends.
     Evolution::get().dbusConnectionSetExitOnClose(bus.get(), FALSE);
     const Object<ESourceRegistry> registry(Evolution::get().sourceRegistryNew(nullptr, &error));
     if (!registry) {
         result.error = platformError(doing, error);
         return result;
     }
-    // A missing service is no error to the registry, but a running one has sources of its own.
-    const std::unique_ptr<GList, FreeObjects> anything(
+    // The registry reports no error for a missing service, but a running service always has
+    // sources.
+    const std::unique_ptr<GList, FreeObjects> sources(
         Evolution::get().sourceRegistryListSources(registry.get(), nullptr));
-    if (!anything) {
+    if (!sources) {
         result.error = tavrin::PlatformError(
             g_quark_to_string(Evolution::get().dbusErrorQuark()),
             G_DBUS_ERROR_SERVICE_UNKNOWN,

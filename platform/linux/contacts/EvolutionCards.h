@@ -9,17 +9,17 @@
 
 namespace orvel {
 
-/// What the enabled address books of Evolution Data Server hold.
+/// The content of the enabled address books of Evolution Data Server.
 struct EvolutionCards {
-    /// Blocks; any thread. Without fields it only finds out whether the service is there.
+    /// Blocks; any thread. Without fields it only checks whether the service is available.
     [[nodiscard]] static EvolutionCards read(std::optional<AddressBook::Fields> fields);
 
     std::vector<ContactCard> cards;
-    /// Of single address books.
+    /// One for each unreadable address book.
     std::vector<tavrin::PlatformError> failures;
-    /// Why there is nothing at all.
+    /// Set when nothing could be read.
     std::optional<tavrin::PlatformError> error;
-    /// No session bus, no such service on it, or no way to speak to it.
+    /// There is no session bus, no such service on it, or no library to use it.
     bool isMissing = false;
 };
 

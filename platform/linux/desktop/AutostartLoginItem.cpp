@@ -74,7 +74,7 @@ LoginItem::Status statusOf(const std::filesystem::path& file) {
     const std::unique_ptr<GKeyFile, FreeKeyFile> keys(g_key_file_new());
     if (g_key_file_load_from_data(
             keys.get(), entry.data(), entry.size(), G_KEY_FILE_NONE, nullptr) == FALSE) {
-        // The desktop makes nothing of it either.
+        // The desktop ignores an invalid entry.
         return LoginItem::Status::Disabled;
     }
     constexpr auto group = G_KEY_FILE_DESKTOP_GROUP;
@@ -87,8 +87,8 @@ LoginItem::Status statusOf(const std::filesystem::path& file) {
     return isHidden || isSwitchedOff ? LoginItem::Status::Disabled : LoginItem::Status::Enabled;
 }
 
-/// Runs `work()`, which gives a result or throws an error, and then hands that to the completion on
-/// the context's thread, unless the context has gone by then.
+/// Runs `work()` on the pool, then passes its result or the error it threw to the completion on the
+/// context's thread, unless the context was destroyed before.
 template <typename Result, typename Work>
 void run(QThreadPool& pool, QObject* context, Work work, std::function<void(Result)> completion) {
     pool.start([context, work = std::move(work), completion = std::move(completion)]() mutable {

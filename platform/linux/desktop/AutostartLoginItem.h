@@ -12,19 +12,19 @@ class QThreadPool;
 
 namespace orvel {
 
-/// An entry in the user's autostart folder, as the desktops read it.
+/// A desktop entry in the user's autostart folder.
 ///
-/// It is there whole or not at all. A desktop's own settings may have switched it off; registering
-/// it again switches it on.
+/// Written atomically. The desktop's settings may switch it off; registering it again switches it
+/// on.
 class AutostartLoginItem final : public LoginItem {
 public:
     struct Options {
         /// "autostart" in the user's configuration folder.
         std::filesystem::path folder;
-        /// Names the entry and its icon.
+        /// The name of the entry's file and of its icon.
         std::string identifier;
         std::string displayName;
-        /// What the desktop starts.
+        /// The program to start.
         std::filesystem::path program;
     };
 
@@ -40,9 +40,10 @@ public:
 private:
     const Options options_;
     const std::filesystem::path file_;
-    /// Results come to it; with it they are dropped.
+    /// Destroying it drops pending results.
     std::unique_ptr<QObject> callbackContext_;
-    /// One thread, because the disk may take longer than a frame. Ends first, with all its work.
+    /// A thread, because the disk may take longer than a frame; one, to keep the order of calls.
+    /// Destroyed first: waits for all operations.
     std::unique_ptr<QThreadPool> disk_;
 };
 

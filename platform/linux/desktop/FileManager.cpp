@@ -19,8 +19,8 @@ namespace orvel {
 
 namespace {
 
-/// For a file manager that is only now started.
-constexpr std::chrono::milliseconds longestAnswer{10'000};
+/// Long enough for the file manager to start.
+constexpr std::chrono::milliseconds callTimeout{10'000};
 
 std::filesystem::path nearestExisting(std::filesystem::path path) {
     std::error_code error;
@@ -42,17 +42,17 @@ QString uriOf(const std::filesystem::path& path) {
 
 } // namespace
 
-struct FileManager::Showing {
+struct FileManager::Request {
     struct Call {
         const char* method;
         std::filesystem::path path;
     };
 
-    /// What is still to be tried.
+    /// The calls still to try.
     std::deque<Call> calls;
     std::filesystem::path folder;
     Completion completion;
-    /// Of its own: such calls are rare.
+    /// Not shared: these calls are rare.
     std::unique_ptr<SessionBus> bus;
 };
 
@@ -62,61 +62,61 @@ FileManager::FileManager(Clock& clock, ProgramLauncher& launcher)
 FileManager::~FileManager() = default;
 
 void FileManager::reveal(const std::filesystem::path& file, Completion completion) {
-    auto showing = std::make_shared<Showing>();
+    auto request = std::make_shared<Request>();
     const std::filesystem::path path = nearestExisting(file);
-    showing->folder = folderOf(path);
-    showing->calls = {
-        {path == file ? "ShowItems" : "ShowFolders", path == file ? path : showing->folder}};
-    showing->completion = std::move(completion);
-    show(std::move(showing));
+    request->folder = folderOf(path);
+    request->calls = {
+        {path == file ? "ShowItems" : "ShowFolders", path == file ? path : request->folder}};
+    request->completion = std::move(completion);
+    show(std::move(request));
 }
 
 void FileManager::showProperties(const std::filesystem::path& folder, Completion completion) {
-    auto showing = std::make_shared<Showing>();
-    showing->folder = folderOf(nearestExisting(folder));
-    showing->calls = {{"ShowItemProperties", showing->folder}, {"ShowFolders", showing->folder}};
-    showing->completion = std::move(completion);
-    show(std::move(showing));
+    auto request = std::make_shared<Request>();
+    request->folder = folderOf(nearestExisting(folder));
+    request->calls = {{"ShowItemProperties", request->folder}, {"ShowFolders", request->folder}};
+    request->completion = std::move(completion);
+    show(std::move(request));
 }
 
-void FileManager::show(std::shared_ptr<Showing> showing) {
+void FileManager::show(std::shared_ptr<Request> request) {
     SessionBus::connect(
         callbackContext_.get(),
         clock_,
-        [this, showing = std::move(showing)](std::unique_ptr<SessionBus> bus) {
-            showing->bus = std::move(bus);
-            callNext(showing);
+        [this, request = std::move(request)](std::unique_ptr<SessionBus> bus) {
+            request->bus = std::move(bus);
+            callNext(request);
         });
 }
 
-void FileManager::callNext(std::shared_ptr<Showing> showing) {
-    if (!showing->bus || showing->calls.empty()) {
-        launcher_.launch({"xdg-open", showing->folder.string()}, std::move(showing->completion));
+void FileManager::callNext(std::shared_ptr<Request> request) {
+    if (!request->bus || request->calls.empty()) {
+        launcher_.launch({"xdg-open", request->folder.string()}, std::move(request->completion));
         return;
     }
-    const Showing::Call next = showing->calls.front();
-    showing->calls.pop_front();
+    const Request::Call next = request->calls.front();
+    request->calls.pop_front();
     QDBusMessage call = QDBusMessage::createMethodCall(
         QStringLiteral("org.freedesktop.FileManager1"),
         QStringLiteral("/org/freedesktop/FileManager1"),
         QStringLiteral("org.freedesktop.FileManager1"),
         QString::fromLatin1(next.method));
-    // The second argument is for a start-up notification, of which we have none.
+    // The second argument is a start-up notification id; there is none.
     call << QStringList(uriOf(next.path)) << QString();
     auto* const watcher = new QDBusPendingCallWatcher(
-        showing->bus->connection().asyncCall(call, static_cast<int>(longestAnswer.count())),
+        request->bus->connection().asyncCall(call, static_cast<int>(callTimeout.count())),
         callbackContext_.get());
     QObject::connect(
         watcher,
         &QDBusPendingCallWatcher::finished,
         callbackContext_.get(),
-        [this, watcher, showing = std::move(showing)] {
+        [this, watcher, request = std::move(request)] {
             watcher->deleteLater();
             if (watcher->isError()) {
-                callNext(showing);
+                callNext(request);
             } else {
-                // May destroy this object.
-                std::exchange(showing->completion, nullptr)(std::nullopt);
+                // The completion may destroy this object.
+                std::exchange(request->completion, nullptr)(std::nullopt);
             }
         });
 }

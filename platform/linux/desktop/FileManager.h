@@ -13,8 +13,8 @@ class QObject;
 
 namespace orvel {
 
-/// The desktop's file manager (org.freedesktop.FileManager1), or whatever xdg-open makes of a
-/// folder where there is none. Main thread; borrows the clock and the launcher.
+/// The desktop's file manager (org.freedesktop.FileManager1). Without one, opens folders with
+/// xdg-open. Main thread; borrows the clock and the launcher.
 class FileManager final {
 public:
     using Completion = ProgramLauncher::Completion;
@@ -24,23 +24,23 @@ public:
     FileManager(const FileManager&) = delete;
     FileManager& operator=(const FileManager&) = delete;
 
-    /// Shows the file, selected in its folder. Of a file that is not there, the nearest folder that
-    /// is. Calls back exactly once, never before this returns; not at all when this is destroyed
-    /// first, which the callback may do.
+    /// Shows the file, selected in its folder; for a missing file, the nearest existing folder.
+    /// Calls back exactly once, never before this returns; not at all when this object is destroyed
+    /// first. The callback may destroy it.
     void reveal(const std::filesystem::path& file, Completion completion);
 
-    /// Shows the properties of the folder, among them who may read it; as `reveal`.
+    /// Shows the folder's properties, including its permissions. Calls back as `reveal` does.
     void showProperties(const std::filesystem::path& folder, Completion completion);
 
 private:
-    struct Showing;
+    struct Request;
 
-    void show(std::shared_ptr<Showing> showing);
-    void callNext(std::shared_ptr<Showing> showing);
+    void show(std::shared_ptr<Request> request);
+    void callNext(std::shared_ptr<Request> request);
 
     Clock& clock_;
     ProgramLauncher& launcher_;
-    /// Destroyed first: what comes back is dropped with it.
+    /// Destroyed first: drops pending callbacks.
     std::unique_ptr<QObject> callbackContext_;
 };
 

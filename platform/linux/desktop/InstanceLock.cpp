@@ -15,7 +15,8 @@ namespace {
 
 constexpr mode_t othersMayWrite = S_IWGRP | S_IWOTH;
 
-/// Somebody else could put a file of his in the place of ours, or hold our lock for ever.
+/// Whether only this user can write to the folder. Otherwise another user could replace the lock
+/// file or hold the lock forever.
 bool isOwn(const std::filesystem::path& folder) {
     struct stat status {};
     return folder.is_absolute() && lstat(folder.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
@@ -37,7 +38,7 @@ std::optional<std::filesystem::path> InstanceLock::defaultFolder(const std::stri
             return runtime;
         }
     }
-    // Where it would be: a program that was started outside the session has no variable.
+    // The variable's usual value: a program started outside the session does not have the variable.
     std::filesystem::path folder = fmt::format("/run/user/{}", geteuid());
     if (isOwn(folder)) {
         return folder;
@@ -61,8 +62,8 @@ InstanceLock::take(const std::filesystem::path& folder, const std::string& ident
     if (!file.isOpen()) {
         return Unavailable();
     }
-    // A record lock, because the kernel tells its holder: a number in the file could be that of an
-    // earlier one. Asking twice: the holder may have ended in between.
+    // A record lock, because the kernel knows its holder; a process number stored in the file could
+    // be outdated. Retry, because the holder may end between the two calls.
     for (int attempt = 0; attempt < 100; ++attempt) {
         struct flock lock = wholeFile();
         if (fcntl(file.get(), F_SETLK, &lock) == 0) {

@@ -11,26 +11,26 @@
 
 namespace orvel {
 
-/// A lock that one process of the user's can hold, on a file of its name. The kernel lets go of it
-/// with the process, however that ends, so the file that remains means nothing. One object per
-/// process and name: the lock is the process's.
+/// A file lock that one of the user's processes can hold. The kernel releases it when the process
+/// ends, even after a crash, so a left-over file does not matter. Locks belong to the process, so
+/// create only one object per identifier.
 class InstanceLock final {
 public:
     struct Held {};
-    /// Another process has it.
+    /// Another process holds the lock.
     struct HeldBy {
         std::int64_t processIdentifier = 0;
     };
-    /// There is no place for the file, or no way to lock it.
+    /// The file cannot be created or locked.
     struct Unavailable {};
     using Outcome = std::variant<Held, HeldBy, Unavailable>;
 
-    /// The user's own folder for such files, which nobody else can write to: that of the session,
-    /// or else one of its own for temporary files; nothing when there is neither.
+    /// A folder for lock files that only this user can write to: the session's runtime folder, or
+    /// else one below /tmp. Nothing when neither is available.
     [[nodiscard]] static std::optional<std::filesystem::path>
     defaultFolder(const std::string& identifier);
 
-    /// Takes the lock "{identifier}.lock" in that folder, for as long as this object lives.
+    /// Locks "{identifier}.lock" in that folder until this object is destroyed.
     [[nodiscard]] Outcome take(const std::filesystem::path& folder, const std::string& identifier);
 
 private:

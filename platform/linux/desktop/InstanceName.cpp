@@ -29,7 +29,7 @@ QDBusMessage busMethod(const char* method) {
         QString::fromLatin1(method));
 }
 
-/// Who has the name; nothing when nobody has it any more, and a silent bus when that is unknown.
+/// The name's owner; no value when it has none, and `NoBus` when the bus does not answer.
 std::optional<InstanceName::Outcome>
 ownerOf(const QString& name, const QDBusConnection& connection) {
     QDBusMessage question = busMethod("GetConnectionUnixProcessID");
@@ -46,12 +46,12 @@ ownerOf(const QString& name, const QDBusConnection& connection) {
 
 } // namespace
 
-/// Not to be replaced, and not to replace.
+/// The flags of RequestName: wait in the queue, or do not queue. The owner is never replaced.
 enum class InstanceName::Otherwise : std::uint32_t { Wait = 0, GiveUp = 4 };
 
-/// What others on the bus can reach. There are no documents and no actions: whatever is asked for,
-/// the user wants to see the application. A token with which a window could come to the front is
-/// dropped: Qt's windows take one only from the environment, which other threads read at any time.
+/// The object on the bus. There are no documents and no actions, so every call activates the
+/// application. Ignores the caller's activation token: Qt reads tokens only from the environment,
+/// which cannot be changed safely while other threads read it.
 class InstanceName::Application final : public QDBusVirtualObject {
 public:
     explicit Application(std::function<void()> activated) : activated_(std::move(activated)) {}
@@ -90,7 +90,7 @@ InstanceName::InstanceName(std::string name, std::function<void()> activated)
 
 InstanceName::~InstanceName() {
     if (bus_) {
-        // The connection may be in use by others.
+        // Others may still use the connection.
         bus_->connection().unregisterObject(path());
         QDBusMessage release = busMethod("ReleaseName");
         release << QString::fromStdString(name_);
@@ -108,10 +108,11 @@ InstanceName::Outcome InstanceName::take() {
     if (!bus_) {
         return NoBus();
     }
-    // Before the name: whoever finds that finds the object, too.
+    // Register the object before requesting the name, so that the name's owner always has the
+    // object.
     bus_->connection().registerVirtualObject(path(), application_.get());
     const QDBusMessage request = requestName(Otherwise::GiveUp);
-    // The other copy may end between the two questions; but not time and again.
+    // Retry, because the other copy may end between the two calls.
     for (int attempt = 0; attempt < 10; ++attempt) {
         constexpr quint32 exists = 3;
         const QDBusReply<quint32> reply =
@@ -138,7 +139,7 @@ QDBusMessage InstanceName::requestName(Otherwise otherwise) const {
 
 void InstanceName::takeLate() {
     bus_->connection().registerVirtualObject(path(), application_.get());
-    // By now this is the one copy, or one of those that cannot see each other.
+    // The agent is already running, so wait for the name if another process has it.
     bus_->connection().send(requestName(Otherwise::Wait));
 }
 
@@ -164,7 +165,7 @@ void InstanceName::activateOwner() {
 }
 
 QString InstanceName::path() const {
-    // As the names of applications become paths.
+    // The path that org.freedesktop.Application requires for an application's name.
     QString path = u'/' + QString::fromStdString(name_);
     return path.replace(u'.', u'/').replace(u'-', u'_');
 }

@@ -16,43 +16,41 @@ namespace orvel {
 
 class SessionBus;
 
-/// A program's name on the session bus, which one process can have, and the object under it that
-/// other copies ask to come to the front (org.freedesktop.Application). A bus that is lost later
-/// only takes the asking along, and one that is late brings it. Main thread.
+/// A name on the session bus, which one process can own, with an object that other copies call to
+/// bring the application to the front (org.freedesktop.Application). Without a bus, other copies
+/// cannot do that; a slow bus is used as soon as it answers. Main thread.
 class InstanceName final {
 public:
     struct Own {};
-    /// Another process has it.
+    /// Another process owns the name.
     struct OwnedBy {
         std::int64_t processIdentifier = 0;
     };
     struct NoBus {};
     using Outcome = std::variant<Own, OwnedBy, NoBus>;
 
-    /// How long the bus may take for one answer before it counts as none, and the other copy to
-    /// hear that it is asked.
+    /// The timeout of each call to the bus and to the other copy.
     static constexpr std::chrono::milliseconds longestWait{2'000};
 
-    /// Calls back, from the event loop, whenever another program asks this one to show itself.
+    /// Calls back from the event loop whenever another program activates this one.
     InstanceName(std::string name, std::function<void()> activated);
     ~InstanceName();
     InstanceName(const InstanceName&) = delete;
     InstanceName& operator=(const InstanceName&) = delete;
 
-    /// Takes the name for as long as this object lives, unless another process has it. Waits. When
-    /// the bus does not answer in time, the name is taken as soon as it does and nobody else has
-    /// it.
+    /// Takes the name until this object is destroyed, unless another process owns it. Blocks. If
+    /// the bus does not answer in time, takes the name once the bus answers and the name is free.
     [[nodiscard]] Outcome take();
 
-    /// Its connection to the bus, for others who ask something there, or nothing when it has none.
+    /// Shares its connection to the bus; null when it has none.
     [[nodiscard]] std::unique_ptr<SessionBus> shareBus() const;
 
-    /// Asks whoever has the name to come to the front. Waits.
+    /// Asks the name's owner to come to the front. Blocks.
     void activateOwner();
 
 private:
     class Application;
-    /// What to do when somebody else has the name.
+    /// What to do when another process owns the name.
     enum class Otherwise : std::uint32_t;
 
     [[nodiscard]] QDBusMessage requestName(Otherwise otherwise) const;
@@ -62,7 +60,7 @@ private:
     std::string name_;
     std::unique_ptr<Application> application_;
     std::unique_ptr<SessionBus> bus_;
-    /// Destroyed first: what comes back is dropped with it.
+    /// Destroyed first: drops pending callbacks.
     std::unique_ptr<QObject> callbackContext_;
 };
 

@@ -19,8 +19,8 @@ namespace orvel {
 
 namespace {
 
-/// Waits for that long, and on for the process of that number, should that take longer to end; but
-/// not for ever.
+/// Arguments: program, process, pause. Sleeps for the pause, then up to sixty more pauses while the
+/// process is still running, then starts the program.
 constexpr auto relaunchScript =
     R"(i=0; while sleep "$2"; [ $i -lt 60 ] && kill -0 "$1" 2>/dev/null; do i=$((i + 1)); done; exec "$0")";
 
@@ -31,7 +31,7 @@ LinuxProcessControl::LinuxProcessControl(
     : ownProgram_(std::move(ownProgram)), relaunchPause_(relaunchPause) {}
 
 void LinuxProcessControl::scheduleRelaunch() {
-    // Ignored when it fails, as the port has it.
+    // The port ignores failures.
     static_cast<void>(startSuccessor(
         {"/bin/sh",
          "-c",
@@ -46,7 +46,7 @@ void LinuxProcessControl::terminate() {
 }
 
 bool LinuxProcessControl::isDebuggerAttached() const {
-    // "TracerPid:", a tab, and 0 when there is none.
+    // The value is 0 without a debugger.
     constexpr std::string_view key = "\nTracerPid:\t";
     constexpr std::size_t maximumBytes = std::size_t{64} << 10U;
     try {
@@ -54,7 +54,7 @@ bool LinuxProcessControl::isDebuggerAttached() const {
         const std::size_t found = status.find(key);
         return found != std::string::npos && status.at(found + key.size()) != '0';
     } catch (const tavrin::PlatformError&) {
-        // Without an answer of the kernel there is none.
+        // Unknown counts as no debugger.
         return false;
     }
 }

@@ -11,8 +11,8 @@ namespace orvel {
 /// Relaunches through the shell, ends Qt's event loop, and asks the kernel about debuggers.
 class LinuxProcessControl final : public ProcessControl {
 public:
-    /// The program is what a relaunch starts: after that pause at the earliest, and when this
-    /// process still runs then, after up to sixty more of them.
+    /// A relaunch starts `ownProgram` after the pause. If this process is still running then, it
+    /// waits up to sixty more pauses.
     explicit LinuxProcessControl(
         std::filesystem::path ownProgram, tavrin::Seconds relaunchPause = tavrin::Seconds(1));
 

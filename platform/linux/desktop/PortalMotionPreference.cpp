@@ -29,7 +29,7 @@ constexpr auto portalSettings = "org.freedesktop.portal.Settings";
 
 using Settings = QMap<QString, QVariantMap>;
 
-bool asksForLess(const Settings& settings) {
+bool shouldReduce(const Settings& settings) {
     const QVariant reduced =
         settings.value(QString::fromLatin1(appearance)).value(QString::fromLatin1(reducedMotion));
     if (reduced.isValid()) {
@@ -45,10 +45,11 @@ bool asksForLess(const Settings& settings) {
 PortalMotionPreference::PortalMotionPreference(Clock& clock, ShareBus shareBus)
     : clock_(clock),
       shareBus_(std::move(shareBus)),
-      reading_(std::make_unique<QTimer>()),
+      readTimer_(std::make_unique<QTimer>()),
       callbackContext_(std::make_unique<QObject>()) {
-    reading_->setSingleShot(true);
-    QObject::connect(reading_.get(), &QTimer::timeout, callbackContext_.get(), [this] { read(); });
+    readTimer_->setSingleShot(true);
+    QObject::connect(
+        readTimer_.get(), &QTimer::timeout, callbackContext_.get(), [this] { read(); });
 }
 
 PortalMotionPreference::~PortalMotionPreference() = default;
@@ -86,17 +87,17 @@ void PortalMotionPreference::setBus(std::unique_ptr<SessionBus> bus) {
 }
 
 void PortalMotionPreference::listen() {
-    for (const char* ofInterest : {appearance, interfaceSettings}) {
-        // From whomever: asking Qt to tell the portal's signals from others' would wait for the
-        // bus. What a signal says is not believed, but asked for.
+    for (const char* settingsGroup : {appearance, interfaceSettings}) {
+        // Accept the signal from any sender: filtering by sender would make Qt block on the bus.
+        // The signal's content is not trusted; it only triggers a read.
         bus_->connection().connect(
             QString(),
             QString::fromLatin1(portalPath),
             QString::fromLatin1(portalSettings),
             QStringLiteral("SettingChanged"),
-            {QString::fromLatin1(ofInterest)},
+            {QString::fromLatin1(settingsGroup)},
             QString(),
-            reading_.get(),
+            readTimer_.get(),
             SLOT(start()));
     }
 }
@@ -107,8 +108,8 @@ void PortalMotionPreference::read() {
         QString::fromLatin1(portalPath),
         QString::fromLatin1(portalSettings),
         QStringLiteral("ReadAll"));
-    // Not when the portal is leaving with the session.
-    call.setAutoStartService(std::exchange(mayWake_, false));
+    // Start the portal only once: later it may be ending with the session.
+    call.setAutoStartService(std::exchange(mayStartPortal_, false));
     call << QStringList{QString::fromLatin1(appearance), QString::fromLatin1(interfaceSettings)};
     auto* const watcher =
         new QDBusPendingCallWatcher(bus_->connection().asyncCall(call), callbackContext_.get());
@@ -124,7 +125,7 @@ void PortalMotionPreference::take(const QDBusMessage& reply) {
         reply.signature() != QLatin1String("a{sa{sv}}")) {
         return;
     }
-    const bool isReduced = asksForLess(qdbus_cast<Settings>(reply.arguments().constFirst()));
+    const bool isReduced = shouldReduce(qdbus_cast<Settings>(reply.arguments().constFirst()));
     if (isReduced != isReduced_) {
         isReduced_ = isReduced;
         changed_.call();

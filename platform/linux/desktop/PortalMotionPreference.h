@@ -16,15 +16,15 @@ namespace orvel {
 
 class SessionBus;
 
-/// Asks the desktop's portal of settings: "reduced-motion" of the appearance, or where the desktop
-/// has no such setting, the animations that are switched off.
+/// Reads the settings portal: the appearance's "reduced-motion", or on desktops without that
+/// setting, whether animations are switched off.
 ///
-/// It asks in the background from the first call on, because not every program wants to know, and
-/// follows what changes; the first answer may be such a change. Without a bus or a portal, nothing
-/// is to be reduced. Borrows the clock.
+/// The first call starts reading in the background, because not every program needs the setting.
+/// The first answer and later changes are reported to subscribers. Without a bus or a portal,
+/// motion is not reduced. Borrows the clock.
 class PortalMotionPreference final : public MotionPreference {
 public:
-    /// Gives a connection to share; nothing when this has to connect on its own.
+    /// Returns a shared connection; null if this object must connect itself.
     using ShareBus = std::function<std::unique_ptr<SessionBus>()>;
 
     PortalMotionPreference(Clock& clock, ShareBus shareBus);
@@ -45,12 +45,12 @@ private:
     Subscribers changed_;
     bool isStarted_ = false;
     bool isReduced_ = false;
-    /// Whether the portal may be woken for the answer; once is enough.
-    bool mayWake_ = true;
+    /// Whether the next read may start the portal.
+    bool mayStartPortal_ = true;
     std::unique_ptr<SessionBus> bus_;
-    /// Started by the bus: several changes at once are read once.
-    std::unique_ptr<QTimer> reading_;
-    /// Destroyed first: what comes back is dropped with it.
+    /// Started by signals, so that several changes at once cause one read.
+    std::unique_ptr<QTimer> readTimer_;
+    /// Destroyed first: drops pending callbacks.
     std::unique_ptr<QObject> callbackContext_;
 };
 

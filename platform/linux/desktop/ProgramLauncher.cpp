@@ -14,7 +14,7 @@ namespace orvel {
 
 namespace {
 
-constexpr tavrin::Seconds longestStart(5);
+constexpr tavrin::Seconds startTimeout(5);
 
 } // namespace
 
@@ -27,7 +27,7 @@ void ProgramLauncher::launch(std::vector<std::string> commandLine, Completion co
     const std::uint64_t launch = ++last_;
     launches_[launch].completion = std::move(completion);
     launches_[launch].timer =
-        clock_.schedule(longestStart, [this, launch] { finish(launch, std::nullopt); });
+        clock_.schedule(startTimeout, [this, launch] { finish(launch, std::nullopt); });
     std::string program = commandLine.front();
     runDesktopProgram(
         std::move(commandLine),
@@ -50,7 +50,7 @@ void ProgramLauncher::launch(std::vector<std::string> commandLine, Completion co
 void ProgramLauncher::finish(
     std::uint64_t launch, const std::optional<tavrin::PlatformError>& error) {
     if (const auto found = launches_.extract(launch); !found.empty()) {
-        // May destroy this object.
+        // The completion may destroy this object.
         found.mapped().completion(error);
     }
 }

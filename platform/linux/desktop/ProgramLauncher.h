@@ -16,14 +16,14 @@ class QObject;
 
 namespace orvel {
 
-/// Starts the desktop's programs for the user to see.
+/// Starts programs that the user will see.
 ///
-/// Some of them become what they show and live as long as it, so one that still runs after five
-/// seconds counts as a success. Destroying the launcher leaves the programs alone. Main thread;
-/// borrows the clock.
+/// Some programs exit at once, others when the user closes them, so a program that is still running
+/// after five seconds counts as a success. Programs outlive the launcher. Main thread; borrows the
+/// clock.
 class ProgramLauncher final {
 public:
-    /// Why it failed, as "xdg-open ended with status 3"; nothing when it did not.
+    /// The failure, such as "xdg-open ended with status 3"; nothing on success.
     using Completion = std::function<void(std::optional<tavrin::PlatformError>)>;
 
     explicit ProgramLauncher(Clock& clock);
@@ -31,8 +31,8 @@ public:
     ProgramLauncher(const ProgramLauncher&) = delete;
     ProgramLauncher& operator=(const ProgramLauncher&) = delete;
 
-    /// Of a program on the PATH. Calls back exactly once, never before this returns; not at all
-    /// when the launcher is destroyed first, which the callback may do.
+    /// Starts a program found on the PATH. Calls back exactly once, never before this returns; not
+    /// at all when the launcher is destroyed first. The callback may destroy it.
     void launch(std::vector<std::string> commandLine, Completion completion);
 
 private:
@@ -46,7 +46,7 @@ private:
     Clock& clock_;
     std::map<std::uint64_t, Launch> launches_;
     std::uint64_t last_ = 0;
-    /// Destroyed first: what comes back is dropped with it.
+    /// Destroyed first: drops pending callbacks.
     std::unique_ptr<QObject> callbackContext_;
 };
 

@@ -15,15 +15,15 @@ SessionInstanceRegistry::runningCopy(const std::string& identifier) {
     if (!name_) {
         name_ = std::make_unique<InstanceName>(identifier, [this] { activated_.call(); });
     }
-    // First: a copy that has the name, if only for a moment, has to be the one copy, since others
-    // ask it to come to the front.
+    // Take the lock before the name: other copies activate the name's owner, so it must be the copy
+    // that keeps running.
     if (const auto folder = InstanceLock::defaultFolder(identifier)) {
         const InstanceLock::Outcome held = lock_.take(*folder, identifier);
         if (const auto* other = std::get_if<InstanceLock::HeldBy>(&held)) {
             return RunningApplication{other->processIdentifier};
         }
     }
-    // Also with the lock: a copy may run that has another folder for it, or none.
+    // Check the name even with the lock: another copy may use another lock folder, or none.
     const InstanceName::Outcome outcome = name_->take();
     if (const auto* other = std::get_if<InstanceName::OwnedBy>(&outcome)) {
         if (other->processIdentifier != getpid()) {

@@ -15,8 +15,8 @@ namespace orvel {
 
 class SessionBus;
 
-/// Finds the copies by a name on the session bus, and by a lock file those that are on no bus or on
-/// another one.
+/// Detects other copies by a name on the session bus, and by a lock file those on another bus or
+/// without one.
 class SessionInstanceRegistry final : public InstanceRegistry {
 public:
     [[nodiscard]] std::optional<RunningApplication>
@@ -26,8 +26,8 @@ public:
     [[nodiscard]] std::unique_ptr<Subscription>
     onActivation(std::function<void()> activated) override;
 
-    /// The connection of the name, for others to use: connecting again would take time at the
-    /// start. Nothing before `runningCopy`, or without a bus.
+    /// Shares the name's connection, because another one would slow down start-up. Null before
+    /// `runningCopy` or without a bus.
     [[nodiscard]] std::unique_ptr<SessionBus> shareBus() const;
 
 private:

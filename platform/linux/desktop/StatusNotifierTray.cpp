@@ -25,10 +25,11 @@ constexpr auto watcherPath = "/StatusNotifierWatcher";
 StatusNotifierTray::StatusNotifierTray(Clock& clock, ShareBus shareBus)
     : clock_(clock),
       shareBus_(std::move(shareBus)),
-      asking_(std::make_unique<QTimer>()),
+      askTimer_(std::make_unique<QTimer>()),
       callbackContext_(std::make_unique<QObject>()) {
-    asking_->setSingleShot(true);
-    QObject::connect(asking_.get(), &QTimer::timeout, callbackContext_.get(), [this] { askBus(); });
+    askTimer_->setSingleShot(true);
+    QObject::connect(
+        askTimer_.get(), &QTimer::timeout, callbackContext_.get(), [this] { askBus(); });
 }
 
 StatusNotifierTray::~StatusNotifierTray() = default;
@@ -69,12 +70,12 @@ void StatusNotifierTray::setBus(std::unique_ptr<SessionBus> bus) {
         listen();
         askBus();
     }
-    // While the bus answers.
+    // The X server is queried while the bus call is pending.
     selection_ = std::make_unique<TraySelection>([this] { update(); });
 }
 
 void StatusNotifierTray::listen() {
-    // From whomever, because asking Qt for a certain sender would wait for the bus.
+    // Accept the signal from any sender: filtering by sender would make Qt block on the bus.
     bus_->connection().connect(
         QString(),
         QStringLiteral("/org/freedesktop/DBus"),
@@ -82,7 +83,7 @@ void StatusNotifierTray::listen() {
         QStringLiteral("NameOwnerChanged"),
         {QString::fromLatin1(watcherName)},
         QString(),
-        asking_.get(),
+        askTimer_.get(),
         SLOT(start()));
     for (const char* signal : {"StatusNotifierHostRegistered", "StatusNotifierHostUnregistered"}) {
         bus_->connection().connect(
@@ -90,7 +91,7 @@ void StatusNotifierTray::listen() {
             QString::fromLatin1(watcherPath),
             QString::fromLatin1(watcherName),
             QString::fromLatin1(signal),
-            asking_.get(),
+            askTimer_.get(),
             SLOT(start()));
     }
 }

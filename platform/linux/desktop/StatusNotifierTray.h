@@ -19,14 +19,13 @@ namespace orvel {
 class SessionBus;
 class TraySelection;
 
-/// A host of status notifier items on the session bus, or on an X display the window that other
-/// programs' icons are put into.
+/// Detects a host of status notifier items on the session bus, or an X11 system tray.
 ///
-/// It is looked for in the background from the first call on, because not every program wants to
-/// know, and changes are signalled, so waiting for a tray costs nothing. Borrows the clock.
+/// The first call starts the detection in the background, because not every program needs a tray.
+/// Changes arrive as signals, without polling. Borrows the clock.
 class StatusNotifierTray final : public Tray {
 public:
-    /// Gives a connection to share; nothing when this has to connect on its own.
+    /// Returns a shared connection; null if this object must connect itself.
     using ShareBus = std::function<std::unique_ptr<SessionBus>()>;
 
     StatusNotifierTray(Clock& clock, ShareBus shareBus);
@@ -51,12 +50,12 @@ private:
     bool isStarted_ = false;
     bool isAvailable_ = false;
     bool isOnBus_ = false;
-    /// As soon as there is a bus, or there is none.
+    /// Set once the bus is connected or known to be missing.
     std::unique_ptr<TraySelection> selection_;
     std::unique_ptr<SessionBus> bus_;
-    /// Started by the bus: several changes at once are one question.
-    std::unique_ptr<QTimer> asking_;
-    /// Destroyed first: what comes back is dropped with it.
+    /// Started by signals, so that several changes at once cause one call.
+    std::unique_ptr<QTimer> askTimer_;
+    /// Destroyed first: drops pending callbacks.
     std::unique_ptr<QObject> callbackContext_;
 };
 

@@ -19,10 +19,10 @@ namespace {
 
 constexpr auto itemInterface = "org.kde.StatusNotifierItem";
 constexpr auto itemPath = "/StatusNotifierItem";
-/// At most so many icons have come and gone since the last one that was given a title.
-constexpr int mostUntitled = 100;
+/// How many connection numbers to try; Qt uses a new one for each icon.
+constexpr int maximumAttempts = 100;
 
-/// Each icon is on a connection of its own, which Qt numbers.
+/// Qt gives each icon its own numbered connection.
 QDBusConnection connectionOfItem(int number) {
     return QDBusConnection(QStringLiteral("%1-%2-%3")
                                .arg(QLatin1String(itemInterface))
@@ -30,7 +30,7 @@ QDBusConnection connectionOfItem(int number) {
                                .arg(number));
 }
 
-/// By which Qt puts the icon on the bus.
+/// Qt's D-Bus adaptor of the icon.
 QObject* adaptorOf(const QObject& item) {
     for (QObject* adaptor : item.findChildren<QDBusAbstractAdaptor*>()) {
         const QMetaObject* type = adaptor->metaObject();
@@ -44,7 +44,7 @@ QObject* adaptorOf(const QObject& item) {
 
 } // namespace
 
-/// Answers in Qt's place when the icon is asked for its properties: with the same, but the title.
+/// Answers property calls instead of Qt, with the same values except the title.
 class TrayItemProperties final : public QDBusAbstractAdaptor {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.freedesktop.DBus.Properties")
@@ -90,9 +90,9 @@ public Q_SLOTS:
     }
 
 private:
-    /// Refuses the call when it is not.
+    /// Sends an error reply if it is not.
     [[nodiscard]] bool isOurs(const QString& interface, const QDBusMessage& call) const {
-        // The bus lets a caller leave it out.
+        // D-Bus callers may omit the interface.
         if (interface.isEmpty() || interface == QLatin1String(itemInterface)) {
             return true;
         }
@@ -128,7 +128,7 @@ void TrayItem::setTitle(const std::string& title) {
 }
 
 void TrayItem::findItem() {
-    for (int number = number_; number < number_ + mostUntitled; ++number) {
+    for (int number = number_; number < number_ + maximumAttempts; ++number) {
         const QDBusConnection connection = connectionOfItem(number);
         QObject* item = connection.objectRegisteredAt(QLatin1String(itemPath));
         QObject* adaptor = item != nullptr ? adaptorOf(*item) : nullptr;

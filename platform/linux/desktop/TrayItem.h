@@ -9,20 +9,20 @@ namespace orvel {
 
 class TrayItemProperties;
 
-/// The icon that Qt shows in a tray of the session bus. Its title there, which the tray tells
-/// screen readers, is the program's file name, and Qt has no way to change it.
+/// Sets the title of Qt's tray icon on the session bus, which screen readers read. Qt uses the
+/// program's file name and offers no way to change it.
 ///
 /// Main thread.
 class TrayItem final {
 public:
-    /// Of the icon that is shown now. Does nothing when none is, or when another Qt shows it in
-    /// another way.
+    /// Sets the current icon's title. Does nothing without an icon, or when a Qt version implements
+    /// icons differently.
     void setTitle(const std::string& title);
 
 private:
     void findItem();
 
-    /// Of the last icon that was found: Qt never counts back.
+    /// The connection number of the last icon found; Qt's numbers only increase.
     int number_ = 1;
     /// Destroyed with the icon.
     QPointer<TrayItemProperties> properties_;

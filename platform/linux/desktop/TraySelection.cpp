@@ -26,7 +26,7 @@ std::unique_ptr<Reply, Free<Reply>> owned(Reply* reply) {
     return std::unique_ptr<Reply, Free<Reply>>(reply);
 }
 
-/// Windows of the other kind cannot be put into an X tray, even where there is one for others.
+/// Wayland windows cannot be embedded in an X tray, even if the desktop has one.
 bool usesX() {
     const bool isOnWayland = !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") &&
                              !qgetenv("QT_QPA_PLATFORM").startsWith("xcb");
@@ -62,7 +62,7 @@ struct TraySelection::Display {
         return screens.data->root;
     }
 
-    /// Of the selection; none when there is no tray.
+    /// The selection's owner; none when there is no tray.
     [[nodiscard]] xcb_window_t owner() const {
         const auto reply = owned(xcb_get_selection_owner_reply(
             connection, xcb_get_selection_owner(connection, selection), nullptr));
@@ -85,18 +85,18 @@ TraySelection::TraySelection(std::function<void()> changed) : changed_(std::move
         return;
     }
     display_->selection = display_->atom(fmt::format("_NET_SYSTEM_TRAY_S{}", display_->screen));
-    // A new tray makes itself known to the root window.
+    // A new tray announces itself to the root window.
     const std::uint32_t events = XCB_EVENT_MASK_STRUCTURE_NOTIFY;
     xcb_change_window_attributes(
         display_->connection, display_->root(), XCB_CW_EVENT_MASK, &events);
     askForOwner();
-    look();
+    processEvents();
     display_->notifier = std::make_unique<QSocketNotifier>(
         xcb_get_file_descriptor(display_->connection), QSocketNotifier::Read);
     QObject::connect(
         display_->notifier.get(), &QSocketNotifier::activated, display_->notifier.get(), [this] {
-            look();
-            // A display that is gone is readable for ever; this program is about to follow it.
+            processEvents();
+            // A closed connection stays readable, so stop watching it.
             display_->notifier->setEnabled(display_->isUsable());
             changed_();
         });
@@ -105,17 +105,17 @@ TraySelection::TraySelection(std::function<void()> changed) : changed_(std::move
 TraySelection::~TraySelection() = default;
 
 bool TraySelection::takeEvents() {
-    bool isOfInterest = false;
+    bool mayHaveChanged = false;
     while (const auto event = owned(xcb_poll_for_event(display_->connection))) {
-        constexpr int wasSent = 0x80;
-        const int type = event->response_type & ~wasSent;
-        isOfInterest = isOfInterest || type == XCB_CLIENT_MESSAGE || type == XCB_DESTROY_NOTIFY;
+        constexpr int sentFlag = 0x80;
+        const int type = event->response_type & ~sentFlag;
+        mayHaveChanged = mayHaveChanged || type == XCB_CLIENT_MESSAGE || type == XCB_DESTROY_NOTIFY;
     }
-    return isOfInterest;
+    return mayHaveChanged;
 }
 
-void TraySelection::look() {
-    // Again after each answer, with which further events may have been read.
+void TraySelection::processEvents() {
+    // Repeat, because waiting for a reply may have read further events.
     while (takeEvents()) {
         askForOwner();
     }
@@ -125,7 +125,7 @@ void TraySelection::askForOwner() {
     xcb_window_t owner = display_->owner();
     xcb_window_t watched = XCB_WINDOW_NONE;
     while (owner != XCB_WINDOW_NONE && owner != watched) {
-        // To be told of its end; which may have come before this, so ask again.
+        // Watch for the owner's end. It may have ended before the watch began, so ask again.
         const std::uint32_t events = XCB_EVENT_MASK_STRUCTURE_NOTIFY;
         xcb_change_window_attributes(display_->connection, owner, XCB_CW_EVENT_MASK, &events);
         watched = std::exchange(owner, display_->owner());

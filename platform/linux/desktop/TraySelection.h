@@ -6,12 +6,12 @@
 
 namespace orvel {
 
-/// Who takes in other programs' icons on the X display that this program uses, if it uses one.
+/// Tracks whether the X display has a system tray, if this program uses X.
 ///
-/// On a connection of its own, so that it needs nothing of the user interface. Main thread.
+/// Uses its own connection, so that it does not depend on the UI. Main thread.
 class TraySelection final {
 public:
-    /// Calls back, from the event loop, when that may have changed.
+    /// Calls back from the event loop when `isOwned` may have changed.
     explicit TraySelection(std::function<void()> changed);
     ~TraySelection();
     TraySelection(const TraySelection&) = delete;
@@ -23,7 +23,7 @@ private:
     struct Display;
 
     bool takeEvents();
-    void look();
+    void processEvents();
     void askForOwner();
 
     std::function<void()> changed_;

@@ -5,8 +5,8 @@
 
 namespace orvel {
 
-/// These desktops have no prompt of the system's for which a program must come to the front, and
-/// show no icon of ours outside the tray: the activation policy is only kept.
+/// Only stores the activation policy: these desktops show no system prompts that need it, and no
+/// icon of the agent outside the tray.
 class XdgApplicationFocus final : public ApplicationFocus {
 public:
     [[nodiscard]] ActivationPolicy activationPolicy() const override { return policy_; }

@@ -18,7 +18,7 @@ namespace orvel {
 
 namespace {
 
-/// Only the characters that a URL may have: others are for a shell somewhere on the way.
+/// Rejects characters that a URL may not have, because a shell script may mishandle them.
 bool isHttpsURL(std::string_view url) {
     constexpr auto characters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"
                                 "-._~:/?#[]@!$&'()*+,;=%";
@@ -26,8 +26,8 @@ bool isHttpsURL(std::string_view url) {
            url.find_first_not_of(characters) == std::string_view::npos;
 }
 
-/// The completion, told what could not be done.
-Workspace::Completion telling(std::string doing, Workspace::Completion completion) {
+/// Adds what could not be done to the completion's error.
+Workspace::Completion withContext(std::string doing, Workspace::Completion completion) {
     return [doing = std::move(doing),
             completion = std::move(completion)](const std::optional<tavrin::PlatformError>& error) {
         if (!error) {
@@ -43,13 +43,13 @@ bool isInstalled(const std::string& program) {
     return !QStandardPaths::findExecutable(QString::fromStdString(program)).isEmpty();
 }
 
-/// Where the user sees which programs may read contacts, best first, and then the contacts
-/// themselves: most desktops ask nobody, and have only those.
+/// Candidates in order of preference: the desktop's privacy settings, then address books, because
+/// most desktops have no such settings.
 std::vector<std::vector<std::string>> contactsPanels() {
     const QStringList desktops =
         qEnvironmentVariable("XDG_CURRENT_DESKTOP").split(u':', Qt::SkipEmptyParts);
     std::vector<std::vector<std::string>> panels;
-    // Elsewhere it refuses to run.
+    // On other desktops gnome-control-center refuses to run.
     if (desktops.contains(QStringLiteral("GNOME")) || desktops.contains(QStringLiteral("Unity"))) {
         panels.push_back({"gnome-control-center", "applications"});
     }
@@ -74,13 +74,13 @@ XdgWorkspace::XdgWorkspace(Clock& clock)
 XdgWorkspace::~XdgWorkspace() = default;
 
 void XdgWorkspace::openURL(std::string url, Completion completion) {
-    auto told = telling("Could not open the browser", std::move(completion));
+    auto wrapped = withContext("Could not open the browser", std::move(completion));
     if (isHttpsURL(url)) {
-        launcher_.launch({"xdg-open", std::move(url)}, std::move(told));
+        launcher_.launch({"xdg-open", std::move(url)}, std::move(wrapped));
         return;
     }
-    later([told = std::move(told)] {
-        told(tavrin::PlatformError(
+    later([wrapped = std::move(wrapped)] {
+        wrapped(tavrin::PlatformError(
             std::string(tavrin::posixErrorDomain), EINVAL, "the address is not a valid https one"));
     });
 }
@@ -90,18 +90,19 @@ void XdgWorkspace::openSettings(SettingsPane pane, Completion completion) {
     case SettingsPane::FullDiskAccess:
         fileManager_.showProperties(
             std::filesystem::path(tavrin::ChatDatabaseSnapshot::defaultSourcePath()).parent_path(),
-            telling("Could not show the Messages folder", std::move(completion)));
+            withContext("Could not show the Messages folder", std::move(completion)));
         return;
     case SettingsPane::Contacts:
         launchFirst(
             contactsPanels(),
-            telling("Could not open the settings of contacts", std::move(completion)));
+            withContext("Could not open the settings of contacts", std::move(completion)));
         return;
     }
 }
 
 void XdgWorkspace::revealFile(std::string path, Completion completion) {
-    fileManager_.reveal(std::move(path), telling("Could not show the file", std::move(completion)));
+    fileManager_.reveal(
+        std::move(path), withContext("Could not show the file", std::move(completion)));
 }
 
 void XdgWorkspace::later(std::function<void()> job) {

@@ -22,8 +22,8 @@ public:
     ~XdgWorkspace() override;
 
     void openURL(std::string url, Completion completion) override;
-    /// The properties of the folder with the Messages database; the desktop's own settings of
-    /// privacy, or else its address book.
+    /// Full Disk Access: the properties of the folder with the Messages database. Contacts: the
+    /// desktop's privacy settings, or else its address book.
     void openSettings(SettingsPane pane, Completion completion) override;
     void revealFile(std::string path, Completion completion) override;
 
@@ -35,7 +35,7 @@ private:
 
     ProgramLauncher launcher_;
     FileManager fileManager_;
-    /// Destroyed first: what comes back is dropped with it.
+    /// Destroyed first: drops pending callbacks.
     std::unique_ptr<QObject> callbackContext_;
 };
 

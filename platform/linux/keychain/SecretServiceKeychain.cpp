@@ -31,7 +31,7 @@ namespace orvel {
 
 namespace {
 
-/// By which QtKeychain looks for it.
+/// The name under which QtKeychain loads it.
 constexpr auto secretLibrary = "libsecret-1.so.0";
 
 using Attributes = QMap<QString, QString>;
@@ -48,11 +48,11 @@ std::optional<tavrin::PlatformError> errorOf(const QKeychain::Job& job) {
     return changeError(job.error(), job.errorString().toStdString());
 }
 
-/// The job's value, after which the job has it no more: it would leave its copy in freed memory.
+/// Takes the job's value and wipes the job's copy, which would otherwise remain in freed memory.
 tavrin::Secret takeValue(const QKeychain::ReadPasswordJob& job) {
     const QByteArray shared = job.binaryData();
     tavrin::Secret value(std::string(shared.constData(), static_cast<std::size_t>(shared.size())));
-    // In place: writing to the array would make a copy of it first.
+    // Wiped through a const_cast, because a non-const access would copy the array first.
     tavrin::wipe(const_cast<char*>(shared.constData()), static_cast<std::size_t>(shared.size()));
     return value;
 }
@@ -68,7 +68,7 @@ void SecretServiceKeychain::read(
     std::string service, std::string account, ReadCompletion completion) {
     const Name name(std::move(service), std::move(account));
     if (const auto change = changes_.find(name); change != changes_.end()) {
-        // At once: what the service has is older, and it may be waiting for the user.
+        // Answer without the service: its value is older, and it may be waiting for the user.
         QMetaObject::invokeMethod(
             callbackContext_.get(),
             [value = change->second.value, completion = std::move(completion)] {
@@ -102,7 +102,7 @@ void SecretServiceKeychain::write(
     enqueue([this, name, number, value = std::move(value), completion = std::move(completion)] {
         auto* const job = new QKeychain::WritePasswordJob(QString::fromStdString(name.first));
         QString text = QString::fromStdString(value.text());
-        // The job makes UTF-8 of it again, which it keeps to itself.
+        // The job converts it to UTF-8 and keeps only that copy.
         job->setTextData(text);
         tavrin::wipe(text.data(), static_cast<std::size_t>(text.size()) * sizeof(QChar));
         startJob(job, name, [this, name, number, completion](const QKeychain::Job& ended) {
@@ -182,8 +182,8 @@ void SecretServiceKeychain::startJob(
             QMetaObject::invokeMethod(job, &QKeychain::Job::start, Qt::QueuedConnection);
             return;
         }
-        // The first job of a process loads libsecret, and until that is there, the main thread has
-        // better to do. When it cannot be loaded, the job says so.
+        // The first job of a process loads libsecret. Load it on a thread first, to keep the main
+        // thread free. If that fails, the job reports it.
         loading_ = startThread(
             job,
             [previous = std::move(loading_)] { return dlopen(secretLibrary, RTLD_LAZY); },
@@ -195,7 +195,7 @@ void SecretServiceKeychain::startJob(
             });
         return;
     }
-    // The service's answer would never arrive.
+    // Without GLib the service's answer would never arrive.
     QMetaObject::invokeMethod(
         job,
         [job] {
@@ -210,7 +210,7 @@ void SecretServiceKeychain::findLocked(const Name& name, std::function<void(cons
         search(name, std::move(end));
         return;
     }
-    // Made before the thread that reads the bus, Qt's registry of types outlives it at the end.
+    // Creates Qt's type registry before the bus thread, so that the registry is destroyed after it.
     qDBusRegisterMetaType<Attributes>();
     bus_.reset();
     SessionBus::connect(
@@ -221,7 +221,7 @@ void SecretServiceKeychain::findLocked(const Name& name, std::function<void(cons
             if (bus_) {
                 search(name, end);
             } else {
-                // Such a call would never end.
+                // A call without a bus would never finish.
                 end(changeError(QKeychain::NoBackendAvailable, "there is no session bus"));
             }
         });

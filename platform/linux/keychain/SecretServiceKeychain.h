@@ -30,13 +30,12 @@ class SessionBus;
 /// The desktop's Secret Service, such as GNOME Keyring or KWallet, through QtKeychain. Items go to
 /// the default collection, with the schema "org.qt.keychain".
 ///
-/// There is no plain-text fallback: what the service does not take is held in memory until this
-/// object is destroyed, and the log says so, once, as it does of what could not be removed. Needs
-/// Qt's GLib event loop, without which it is as if there were no service. Nothing is connected
-/// before the first operation.
+/// There is no plain-text fallback: a change that the service does not accept is kept in memory
+/// until this object is destroyed. The first failed write and the first failed removal are logged.
+/// Needs Qt's GLib event loop; without it every operation fails. The first operation connects.
 ///
-/// Borrows the clock and the log store. An operation that is on its way when the object is
-/// destroyed still reaches the service; those behind it do not.
+/// Borrows the clock and the log store. Destroying the object drops queued operations; a running
+/// one still reaches the service.
 class SecretServiceKeychain final : public Keychain {
 public:
     SecretServiceKeychain(Clock& clock, LogStore& logStore);
@@ -54,22 +53,22 @@ private:
     /// Service and account.
     using Name = std::pair<std::string, std::string>;
     using Failure = std::optional<tavrin::PlatformError>;
-    /// Whether the service has the item under lock, or why it cannot be asked.
+    /// Whether the item is locked, or the error of the search.
     using Found = std::variant<bool, tavrin::PlatformError>;
 
     enum class ChangeKind { Write, Removal };
 
-    /// A change that the service does not have, or not yet; no value is a removal.
+    /// A change that has not reached the service; no value means removal.
     struct Change {
         std::uint64_t number = 0;
         std::optional<tavrin::Secret> value;
     };
 
-    /// Reads see the change from now on. Gives its number.
+    /// Makes reads see the change. Returns its number.
     std::uint64_t hold(const Name& name, std::optional<tavrin::Secret> value);
-    /// Runs it when all before it have called `endOperation`.
+    /// Runs the operation when all earlier ones have called `endOperation`.
     void enqueue(std::function<void()> operation);
-    /// As the last thing an operation does, apart from its completion.
+    /// Call at the end of each operation, just before its completion.
     void endOperation();
     void endChange(
         const Name& name,
@@ -81,11 +80,11 @@ private:
     void
     startJob(QKeychain::Job* job, const Name& name, std::function<void(const QKeychain::Job&)> end);
     void findLocked(const Name& name, std::function<void(const Found&)> end);
-    /// Of `findLocked`, once there is a bus.
+    /// The part of `findLocked` that needs the bus.
     void search(const Name& name, std::function<void(const Found&)> end);
-    /// Asks the user, who may refuse.
+    /// Makes the service ask the user, who may refuse.
     void unlock(const Name& name, std::function<void()> end);
-    /// The service leaves a locked item alone without a word, so its being one is a failure.
+    /// Fails for a locked item, which the service would keep without reporting an error.
     void
     removeUnlocked(const Name& name, const Found& found, std::function<void(const Failure&)> end);
 
@@ -96,17 +95,16 @@ private:
     LogStore& logStore_;
     std::map<Name, Change> changes_;
     std::uint64_t lastChange_ = 0;
-    /// The first one runs. The service's own queue cannot be told to drop what has not begun.
+    /// The first one is running. QtKeychain's own queue cannot drop waiting jobs.
     std::deque<std::function<void()>> operations_;
     bool hasLoggedMemoryOnly_ = false;
     bool hasLoggedNotRemoved_ = false;
     bool hasLoggedReadFailure_ = false;
     std::unique_ptr<SessionBus> bus_;
-    /// The latest of the threads that load the library of the service; each waits for the one
-    /// before.
+    /// The latest of the threads that load libsecret. Each waits for the previous one.
     std::jthread loading_;
     bool isLoaded_ = false;
-    /// Destroyed first: what comes back from the service is dropped with it.
+    /// Destroyed first: drops pending replies.
     std::unique_ptr<QObject> callbackContext_;
 };
 

@@ -11,8 +11,7 @@ namespace orvel {
 
 namespace {
 
-/// The form for values that may hold a line break: the name, the length in eight bytes with the
-/// lowest first, the value.
+/// Uses the protocol's form for values with line breaks: name, 64-bit little-endian length, value.
 void append(std::string& entry, const JournalSocket::Field& field) {
     entry.append(field.name).append(1, '\n');
     std::uint64_t length = field.value.size();
@@ -31,7 +30,7 @@ std::filesystem::path JournalSocket::systemPath() {
 
 JournalSocket::JournalSocket(const std::filesystem::path& path) {
     const std::string& name = path.native();
-    // With its closing zero; a longer path cannot be anybody's address.
+    // The address includes the terminating zero; longer paths are invalid.
     if (name.size() < sizeof address_.sun_path) {
         address_.sun_family = AF_UNIX;
         name.copy(&address_.sun_path[0], name.size());
@@ -47,7 +46,7 @@ void JournalSocket::send(std::initializer_list<Field> fields) const {
     for (const Field& field : fields) {
         append(entry, field);
     }
-    // By address, not connected: the journal may start later, or again.
+    // Not connected, because the journal may start later or restart.
     std::ignore = sendto(
         socket_.get(),
         entry.data(),

@@ -11,23 +11,22 @@
 
 namespace orvel {
 
-/// The system journal, in its own protocol: one datagram is one entry.
+/// Writes to the system journal in its native protocol: one datagram is one entry.
 ///
-/// libsystemd speaks it too, but waits while the journal is busy. This never waits: an entry that
-/// the journal does not take at once is dropped, as is one for a journal that does not run.
+/// Never blocks, unlike libsystemd: drops the entry when the journal is busy or not running.
 /// Thread-safe.
 class JournalSocket final {
 public:
-    /// A name is of capital letters, digits and underscores; a value may be any bytes.
+    /// The name consists of capital letters, digits and underscores; the value may be any bytes.
     struct Field {
         std::string_view name;
         std::string_view value;
     };
 
-    /// Where the journal listens.
+    /// The journal's socket.
     [[nodiscard]] static std::filesystem::path systemPath();
 
-    /// Nothing needs to listen there yet.
+    /// The socket need not exist yet.
     explicit JournalSocket(const std::filesystem::path& path);
 
     void send(std::initializer_list<Field> fields) const;

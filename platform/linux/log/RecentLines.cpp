@@ -12,7 +12,7 @@ RecentLines::RecentLines(std::string subsystem) : subsystem_(std::move(subsystem
 std::chrono::system_clock::time_point
 RecentLines::append(LogLevel level, std::string category, std::string message) {
     const std::lock_guard lock(mutex_);
-    // Within the lock, so that later lines have later dates.
+    // Taken while locked, so that later lines have later dates.
     const auto now = std::chrono::system_clock::now();
     lines_.push_back(
         {std::chrono::time_point_cast<tavrin::Seconds>(now),

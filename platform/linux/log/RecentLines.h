@@ -16,19 +16,19 @@ namespace orvel {
 /// The newest log lines of this process, in memory. Thread-safe.
 class RecentLines final {
 public:
-    /// As many as the activity window shows. Were it more, a clock that is set back would bring
-    /// lines up again that the window has let go.
+    /// As many as the activity window shows. With more, setting the clock back would show lines
+    /// again that the window has dropped.
     static constexpr std::size_t maximumLines = 2'000;
-    /// Of category and message together.
+    /// The limit on all categories and messages together.
     static constexpr std::size_t maximumBytes = std::size_t{2} << 20U;
 
     explicit RecentLines(std::string subsystem);
 
-    /// Dates the line by the time of day, which it gives.
+    /// Stamps the line with the current time and returns that time.
     std::chrono::system_clock::time_point
     append(LogLevel level, std::string category, std::string message);
 
-    /// From the first one on that is dated `start` or later.
+    /// The entries starting at the first one dated `start` or later.
     [[nodiscard]] std::vector<LogEntry> entriesFrom(tavrin::Date start) const;
 
 private:

@@ -20,7 +20,7 @@ namespace orvel {
 
 namespace {
 
-/// spdlog has no default level. Only the order counts: the line's own text names the level.
+/// spdlog has no default level. Only the order matters: the line's text names the level.
 spdlog::level::level_enum spdlogLevel(LogLevel level) {
     switch (level) {
     case LogLevel::Debug:
@@ -54,22 +54,22 @@ std::string_view priority(LogLevel level) {
     return "3";
 }
 
-/// Well-formed, and no longer than allowed.
+/// The text as well-formed UTF-8, truncated to the limit.
 std::string bounded(std::string_view text) {
     if (text.size() <= SpdlogLogStore::maximumTextBytes) {
         return tavrin::repairedUTF8(text);
     }
     constexpr std::string_view ellipsis = "\u2026";
     std::size_t end = SpdlogLogStore::maximumTextBytes - ellipsis.size();
-    // Not within a character.
+    // Do not cut within a character.
     while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U) {
         --end;
     }
     return tavrin::repairedUTF8(text.substr(0, end)).append(ellipsis);
 }
 
-/// The length of the character at the front if it could break the line or steer a terminal: a
-/// control character, or a line or paragraph separator. 0 for any other.
+/// The length of the first character if it is a control character or a line or paragraph separator,
+/// which could break the line or control a terminal; 0 otherwise.
 std::size_t controlLength(std::string_view text) {
     const auto first = static_cast<unsigned char>(text.front());
     if (first < 0x20 || first == 0x7F) {
@@ -116,14 +116,14 @@ SpdlogLogStore::SpdlogLogStore(Options options)
       journal_(std::make_unique<JournalSocket>(options.journal)),
       callbackContext_(std::make_unique<QObject>()),
       reading_(std::make_unique<QThreadPool>()) {
-    // Answers come in the order of the questions.
+    // One thread, so that results arrive in call order.
     reading_->setMaxThreadCount(1);
     if (options.standardErrorLevel) {
         standardError_ =
             std::make_unique<spdlog::logger>("", std::make_shared<spdlog::sinks::stderr_sink_mt>());
         standardError_->set_level(spdlogLevel(*options.standardErrorLevel));
         standardError_->set_pattern("%Y-%m-%dT%H:%M:%S.%e%z %v");
-        // A line that cannot be written is dropped; there is nowhere left to say so.
+        // Drop lines that cannot be written: there is nowhere else to report the failure.
         standardError_->set_error_handler([](const std::string&) {});
     }
 }
@@ -152,7 +152,7 @@ void SpdlogLogStore::write(LogLevel level, std::string_view category, std::strin
                 fmt::format("{} {}: {}", name(level), categoryLine, messageLine));
         }
     } catch (...) {
-        // Out of memory: the line is dropped, writing never throws.
+        // Out of memory: drop the line, because `write` must not throw.
     }
 }
 

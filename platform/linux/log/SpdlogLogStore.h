@@ -23,12 +23,12 @@ namespace orvel {
 class JournalSocket;
 class RecentLines;
 
-/// Keeps the newest lines in memory to be read back, and hands each to the system journal, when
-/// that runs, and to standard error, when asked to.
+/// Keeps the newest lines in memory for reading back, and writes each to the system journal, and to
+/// standard error if requested.
 ///
-/// In both one call is one line, whatever the message holds: control characters and line separators
-/// are written as escapes. In memory the message stays as it is. A journal entry has the fields
-/// MESSAGE, PRIORITY, SUBSYSTEM, CATEGORY and SYSLOG_IDENTIFIER, the program's name.
+/// In both one call is one line: control characters and line separators are escaped. In memory the
+/// message is unchanged. A journal entry has the fields MESSAGE, PRIORITY, SUBSYSTEM, CATEGORY and
+/// SYSLOG_IDENTIFIER (the program's name).
 class SpdlogLogStore final : public LogStore {
 public:
     struct Options {
@@ -36,11 +36,11 @@ public:
         std::string subsystem;
         /// Lines of that level and above go to standard error; none when absent.
         std::optional<LogLevel> standardErrorLevel;
-        /// Where the journal listens.
+        /// The journal's socket.
         std::filesystem::path journal;
     };
 
-    /// A longer message or category is cut off, and ends with an ellipsis.
+    /// Longer messages and categories are truncated with an ellipsis.
     static constexpr std::size_t maximumTextBytes = std::size_t{16} << 10U;
 
     explicit SpdlogLogStore(Options options);
@@ -54,9 +54,9 @@ private:
     std::unique_ptr<RecentLines> recentLines_;
     std::unique_ptr<JournalSocket> journal_;
     std::unique_ptr<spdlog::logger> standardError_;
-    /// Callbacks that it has queued are dropped with it.
+    /// Destroying it drops queued callbacks.
     std::unique_ptr<QObject> callbackContext_;
-    /// Ends first, and with it the reading that runs.
+    /// Destroyed first: waits for a running read.
     std::unique_ptr<QThreadPool> reading_;
 };
 

@@ -22,10 +22,10 @@ namespace orvel {
 
 namespace {
 
-/// Of a callback that is ignored.
+/// The limit for ignored callbacks.
 constexpr std::size_t maximumLoggedBytes = 64;
 
-/// What of a URL may be logged: neither query nor fragment, and not everything that may come.
+/// The part of a URL that may be logged: without query and fragment, and truncated.
 std::string_view loggable(std::string_view url) {
     return url.substr(0, std::min(url.find_first_of("?#"), maximumLoggedBytes));
 }
@@ -45,14 +45,15 @@ struct BrowserAuthenticationSession::Waiting {
     std::string url;
     std::string scheme;
     std::function<void(Outcome)> completion;
-    /// Whether the name is this attempt's; until then, it is an earlier one's that is lost.
+    /// Whether this attempt has taken the name. Before that, a lost name concerns an earlier
+    /// attempt.
     bool hasName = false;
-    /// Whether the page was given to the browser; no callback can come before.
+    /// Whether the page was opened; earlier callbacks are ignored.
     bool isOpen = false;
     std::unique_ptr<Clock::Timer> timer;
 };
 
-/// What others on the bus can reach: the one method.
+/// The object on the bus, with its one method.
 class BrowserAuthenticationSession::Receiver final : public QDBusVirtualObject {
 public:
     explicit Receiver(BrowserAuthenticationSession& session) : session_(session) {}
@@ -129,7 +130,7 @@ void BrowserAuthenticationSession::connect() {
     if (std::exchange(isConnecting_, true)) {
         return;
     }
-    // Here and not in the middle of connecting, which Qt would wait for.
+    // Reset now: destroying the connection while connecting would block.
     bus_.reset();
     SessionBus::connect(callbackContext_.get(), clock_, [this](std::unique_ptr<SessionBus> bus) {
         isConnecting_ = false;
@@ -160,7 +161,7 @@ void BrowserAuthenticationSession::listen() {
             }
         });
     bus_->onLoss([this] {
-        // Whoever has no name yet is told by its request.
+        // Without the name, the failing request for it ends the attempt.
         if (waiting_ && waiting_->hasName) {
             logStore_.write(LogLevel::Error, "auth", "the session bus is gone");
             finish(NoResponse());
@@ -169,7 +170,7 @@ void BrowserAuthenticationSession::listen() {
 }
 
 void BrowserAuthenticationSession::requestName() {
-    // Replace whoever has it, let the next one replace this process, and do not queue up.
+    // Replace the owner, allow later replacement, and do not queue.
     constexpr quint32 flags = 0x2U | 0x1U | 0x4U;
     constexpr quint32 isOwner = 1;
     constexpr quint32 wasOwner = 4;

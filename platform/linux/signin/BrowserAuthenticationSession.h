@@ -20,18 +20,17 @@ namespace orvel {
 class SessionBus;
 
 /// Signs in with the default browser. The page's redirect to the agent's scheme makes the desktop
-/// start `orvel-agent-callback`, which hands the URL over on the session bus, under a name that
-/// only the process with the latest sign-in has: on this machine, too, a later attempt ends an
-/// earlier one.
+/// start `orvel-agent-callback`, which passes the URL over the session bus to a name that only one
+/// process can own. A new attempt takes the name and thus ends an earlier attempt of any process.
 ///
-/// An attempt waits ten minutes. The bus is connected at the first one, and anew at the next when
-/// it was lost, which also ends the one that waits. Without a bus, or while another program keeps
-/// the name, none starts. What counts as no callback is logged without query and fragment.
+/// An attempt times out after ten minutes. The first attempt connects to the bus. Losing the bus
+/// ends the pending attempt; the next one reconnects. An attempt fails to start without a bus, or
+/// while another program keeps the name. Ignored callbacks are logged without query and fragment.
 ///
 /// Borrows the workspace, the clock and the log store.
 class BrowserAuthenticationSession final : public WebAuthenticationSession {
 public:
-    /// Does what is to be done before the browser opens, and calls back.
+    /// Runs before the browser opens, then calls back.
     using Prepare = std::function<void(std::function<void()> ready)>;
 
     static constexpr tavrin::Seconds longestWait{600};
@@ -49,19 +48,19 @@ public:
 private:
     class Receiver;
     class BrowserAttempt;
-    /// Whoever has a pointer to it knows that it still waits: only the session owns it.
+    /// The pending attempt. Only the session owns it, so a weak pointer to it expires when it ends.
     struct Waiting;
 
     void connect();
     void listen();
     void requestName();
-    /// Ends the attempt that waits when the name is another's. What tells of its loss may come
-    /// late, when a later attempt has got it back.
+    /// Ends the pending attempt if another process owns the name. The signal about losing the name
+    /// may be late, after a later attempt took it back, so ask the bus.
     void checkName();
     void open();
-    /// Ends the attempt that waits; nothing when none does.
+    /// Ends the pending attempt, if any.
     void finish(Outcome outcome);
-    /// Gives whether it was taken.
+    /// Returns whether the callback was accepted.
     bool take(const std::string& callback);
 
     Workspace& workspace_;
@@ -72,7 +71,7 @@ private:
     std::unique_ptr<Receiver> receiver_;
     std::unique_ptr<SessionBus> bus_;
     bool isConnecting_ = false;
-    /// Destroyed first: what comes back from the bus is dropped with it.
+    /// Destroyed first: drops pending replies.
     std::unique_ptr<QObject> callbackContext_;
 };
 

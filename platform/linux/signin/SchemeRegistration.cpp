@@ -27,10 +27,10 @@ namespace {
 
 constexpr auto entryName = "app.orvel.OrvelAgent.SignIn.desktop";
 constexpr auto mimeType = "x-scheme-handler/orvelagent";
-constexpr tavrin::Seconds longestRun(10);
+constexpr tavrin::Seconds runTimeout(10);
 constexpr std::size_t maximumEntryBytes = std::size_t{64} << 10U;
 
-/// Whether the user's or the system's entry, whichever counts, is for a program that exists.
+/// Whether the entry in effect, the user's or the system's, names an existing program.
 bool entryHasProgram() {
     const QString file = QStandardPaths::locate(
         QStandardPaths::ApplicationsLocation, QString::fromLatin1(entryName));
@@ -45,13 +45,13 @@ bool entryHasProgram() {
     }
     const std::size_t end = std::min(entry.find('\n', start + key.size()), entry.size());
     const std::string value = entry.substr(start + key.size(), end - start - key.size());
-    // Ours holds no other escape.
+    // The agent's entries contain no other escapes.
     const QString program =
         QString::fromStdString(value).replace(QStringLiteral("\\\\"), QStringLiteral("\\"));
     return QFileInfo(program).isExecutable();
 }
 
-/// Writes the user's entry and gives its folder.
+/// Writes the user's entry and returns its folder.
 std::string write(const std::filesystem::path& program) {
     const std::string& path = program.native();
     if (!QFileInfo(QString::fromStdString(path)).isExecutable()) {
@@ -93,7 +93,7 @@ void SchemeRegistration::ensure(std::function<void()> completion) {
     if (completions_.size() > 1) {
         return;
     }
-    timer_ = clock_.schedule(longestRun, [this] {
+    timer_ = clock_.schedule(runTimeout, [this] {
         callbackContext_ = std::make_unique<QObject>();
         end("the desktop takes too long");
     });
@@ -109,7 +109,7 @@ void SchemeRegistration::ensure(std::function<void()> completion) {
 }
 
 void SchemeRegistration::writeEntry(bool isDefault) {
-    // Nothing when there is one to be kept, or the folder of the one written, or what went wrong.
+    // The folder of the entry written, nothing if the existing entry is fine, or the error.
     using Written = std::variant<std::monostate, std::string, tavrin::PlatformError>;
     // On a thread, because the disk may take longer than a frame.
     startThread(
@@ -137,7 +137,7 @@ void SchemeRegistration::writeEntry(bool isDefault) {
 }
 
 void SchemeRegistration::makeDefault(const std::string& folder) {
-    // Some desktops do without the database.
+    // Ignore failures: not every desktop has this database.
     runDesktopProgram(
         {"update-desktop-database", folder},
         ProgramOutput::Dropped,
@@ -159,7 +159,7 @@ void SchemeRegistration::end(const std::string& failure) {
             "auth",
             fmt::format("could not register the sign-in's way back: {}", failure));
     }
-    // Any of them may destroy this object.
+    // A completion may destroy this object.
     for (const auto& completion : std::exchange(completions_, {})) {
         completion();
     }

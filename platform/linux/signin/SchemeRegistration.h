@@ -16,15 +16,15 @@ namespace orvel {
 
 /// Makes the desktop start `orvel-agent-callback` for URLs of the scheme "orvelagent".
 ///
-/// An installed agent comes with a desktop entry for it. For one that runs from elsewhere, or when
-/// the entry's program is gone, this writes an entry of the user's own, for the program beside the
-/// running one, and makes it the scheme's default. What fails is logged under "auth": the browser
-/// may still ask its user.
+/// An installed agent has a desktop entry for the scheme. If the entry or its program is missing,
+/// writes an entry for the current user, for the program beside the running one, and makes it the
+/// scheme's default. Failures are logged under "auth"; sign-in continues, because the browser may
+/// still ask the user which program to start.
 ///
-/// Main thread; it waits for nothing there. Borrows the clock and the log store.
+/// Main thread; never blocks it. Borrows the clock and the log store.
 class SchemeRegistration final {
 public:
-    /// Beside the running program.
+    /// The program beside the running one.
     [[nodiscard]] static std::filesystem::path defaultProgram();
 
     SchemeRegistration(std::filesystem::path program, Clock& clock, LogStore& logStore);
@@ -32,14 +32,14 @@ public:
     SchemeRegistration(const SchemeRegistration&) = delete;
     SchemeRegistration& operator=(const SchemeRegistration&) = delete;
 
-    /// Calls back once, when it is done or has failed, after ten seconds at most; never before this
+    /// Calls back once, on success or failure, after at most ten seconds; never before this
     /// returns, and not at all when this object is destroyed first.
     void ensure(std::function<void()> completion);
 
 private:
     void writeEntry(bool isDefault);
     void makeDefault(const std::string& folder);
-    /// Of the run that is on its way.
+    /// Ends the current run.
     void end(const std::string& failure = {});
 
     std::filesystem::path program_;
@@ -47,7 +47,7 @@ private:
     LogStore& logStore_;
     std::vector<std::function<void()>> completions_;
     std::unique_ptr<Clock::Timer> timer_;
-    /// Destroyed first: what is on its way is dropped with it.
+    /// Destroyed first: drops pending callbacks.
     std::unique_ptr<QObject> callbackContext_;
 };
 

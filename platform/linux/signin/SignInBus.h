@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-/// Where on the session bus a callback from the browser is handed over: the method takes the URL
-/// and gives whether a sign-in was waiting for it.
+/// The D-Bus method that receives the browser's callback: takes the URL and returns whether a
+/// sign-in was waiting for it.
 namespace orvel::sign_in_bus {
 
 inline constexpr auto service = "app.orvel.OrvelAgent.SignIn";

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What the desktop starts for URLs of the agent's scheme: hands the URL over to the agent that
-// waits for it. The URL may hold a sign-in's code, so it is printed nowhere.
+// The desktop's handler for URLs of the agent's scheme: passes the URL to the waiting agent. Never
+// prints the URL, which may contain a sign-in code.
 #include "platform/linux/signin/SignInBus.h"
 
 #include <QByteArray>
@@ -28,7 +28,7 @@ int fail(const char* sentence) {
     return 1;
 }
 
-/// Bus daemons differ in how they put it.
+/// Bus daemons use different error names.
 bool hasNoReceiver(const QDBusMessage& reply) {
     const QString error = reply.errorName();
     return error == QLatin1String("org.freedesktop.DBus.Error.NameHasNoOwner") ||
@@ -36,7 +36,7 @@ bool hasNoReceiver(const QDBusMessage& reply) {
 }
 
 int handOver(const QString& url) {
-    // Made before the thread that reads the bus, Qt's registry of types outlives it at the end.
+    // Creates Qt's type registry before the bus thread, so that the registry is destroyed after it.
     qRegisterMetaType<QDBusObjectPath>();
     const QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected()) {
@@ -77,7 +77,7 @@ int main(int argc, char** argv) {
         std::cerr << "The URL is no UTF-8.\n" << usage;
         return 2;
     }
-    // Qt has options of its own, which are nothing to be taken from outside.
+    // Hide the arguments from Qt, which would interpret its own options.
     int programNameOnly = 1;
     const QCoreApplication application(programNameOnly, argv);
     return handOver(url);
