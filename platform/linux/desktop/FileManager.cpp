@@ -5,7 +5,7 @@
 
 #include <QByteArray>
 #include <QDBusMessage>
-#include <QDBusPendingCallWatcher>
+#include <QDBusPendingCall>
 #include <QObject>
 #include <QString>
 #include <QStringList>
@@ -103,16 +103,13 @@ void FileManager::callNext(std::shared_ptr<Request> request) {
         QString::fromLatin1(next.method));
     // The second argument is a start-up notification id; there is none.
     call << QStringList(uriOf(next.path)) << QString();
-    auto* const watcher = new QDBusPendingCallWatcher(
-        request->bus->connection().asyncCall(call, static_cast<int>(callTimeout.count())),
-        callbackContext_.get());
-    QObject::connect(
-        watcher,
-        &QDBusPendingCallWatcher::finished,
+    const QDBusPendingCall pending =
+        request->bus->connection().asyncCall(call, static_cast<int>(callTimeout.count()));
+    SessionBus::onReply(
+        pending,
         callbackContext_.get(),
-        [this, watcher, request = std::move(request)] {
-            watcher->deleteLater();
-            if (watcher->isError()) {
+        [this, request = std::move(request)](const QDBusPendingCall& finished) {
+            if (finished.isError()) {
                 callNext(request);
             } else {
                 // The completion may destroy this object.

@@ -5,7 +5,7 @@
 
 #include <QDBusArgument>
 #include <QDBusMessage>
-#include <QDBusPendingCallWatcher>
+#include <QDBusPendingCall>
 #include <QMap>
 #include <QObject>
 #include <QString>
@@ -111,13 +111,10 @@ void PortalMotionPreference::read() {
     // Start the portal only once: later it may be ending with the session.
     call.setAutoStartService(std::exchange(mayStartPortal_, false));
     call << QStringList{QString::fromLatin1(appearance), QString::fromLatin1(interfaceSettings)};
-    auto* const watcher =
-        new QDBusPendingCallWatcher(bus_->connection().asyncCall(call), callbackContext_.get());
-    QObject::connect(
-        watcher, &QDBusPendingCallWatcher::finished, callbackContext_.get(), [this, watcher] {
-            watcher->deleteLater();
-            take(watcher->reply());
-        });
+    SessionBus::onReply(
+        bus_->connection().asyncCall(call),
+        callbackContext_.get(),
+        [this](const QDBusPendingCall& finished) { take(finished.reply()); });
 }
 
 void PortalMotionPreference::take(const QDBusMessage& reply) {

@@ -5,7 +5,7 @@
 #include "platform/linux/support/SessionBus.h"
 
 #include <QDBusMessage>
-#include <QDBusPendingCallWatcher>
+#include <QDBusPendingCall>
 #include <QDBusVariant>
 #include <QObject>
 #include <QString>
@@ -104,13 +104,12 @@ void StatusNotifierTray::askBus() {
         QStringLiteral("Get"));
     call.setAutoStartService(false);
     call << QString::fromLatin1(watcherName) << QStringLiteral("IsStatusNotifierHostRegistered");
-    auto* const watcher =
-        new QDBusPendingCallWatcher(bus_->connection().asyncCall(call), callbackContext_.get());
-    QObject::connect(
-        watcher, &QDBusPendingCallWatcher::finished, callbackContext_.get(), [this, watcher] {
-            watcher->deleteLater();
-            const QVariant value = watcher->reply().arguments().value(0);
-            isOnBus_ = !watcher->isError() && value.value<QDBusVariant>().variant().toBool();
+    SessionBus::onReply(
+        bus_->connection().asyncCall(call),
+        callbackContext_.get(),
+        [this](const QDBusPendingCall& finished) {
+            const QVariant value = finished.reply().arguments().value(0);
+            isOnBus_ = !finished.isError() && value.value<QDBusVariant>().variant().toBool();
             update();
         });
 }

@@ -7,9 +7,9 @@ namespace orvel {
 
 class LazyLibrary;
 
-/// What is used of libcurl, which is loaded with the first request. Named as there.
+/// The functions used of libcurl, which is loaded at the first request.
 struct Curl {
-    /// Throws `tavrin::PlatformError` when it cannot be loaded. Thread-safe.
+    /// Throws `tavrin::PlatformError` when libcurl cannot be loaded. Thread-safe.
     static const Curl& get();
 
     decltype(&curl_global_init) globalInit;
@@ -38,7 +38,7 @@ private:
     explicit Curl(const LazyLibrary& library);
 };
 
-/// For a `std::unique_ptr` to what libcurl made, with the function that releases it.
+/// A deleter for `std::unique_ptr` that calls this libcurl function.
 template <auto function>
 struct CurlRelease {
     template <typename T>

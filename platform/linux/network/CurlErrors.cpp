@@ -35,7 +35,7 @@ URLErrorCode certificateErrorCode(long verifyResult) {
     case X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE:
         return URLErrorCode::ServerCertificateHasUnknownRoot;
     default:
-        // Such as a certificate for another host, which OpenSSL itself finds nothing wrong with.
+        // Also a certificate for another host, for which OpenSSL reports no error.
         return URLErrorCode::ServerCertificateUntrusted;
     }
 }
@@ -43,12 +43,12 @@ URLErrorCode certificateErrorCode(long verifyResult) {
 } // namespace
 
 URLErrorCode urlErrorCode(const CurlFailure& failure) {
-    // No default: the compiler asks for a decision about every code that a newer libcurl adds.
+    // No default case, so that the compiler reports codes that a newer libcurl adds.
     switch (static_cast<CURLcode>(failure.code)) {
     case CURLE_URL_MALFORMAT:
         return URLErrorCode::BadURL;
 
-    // A temporary failure of the lookup cannot be told from an unknown name.
+    // libcurl does not distinguish a temporary lookup failure from an unknown name.
     case CURLE_COULDNT_RESOLVE_PROXY:
     case CURLE_COULDNT_RESOLVE_HOST:
         return URLErrorCode::CannotFindHost;
@@ -73,7 +73,7 @@ URLErrorCode urlErrorCode(const CurlFailure& failure) {
     case CURLE_UNRECOVERABLE_POLL:
         return URLErrorCode::NetworkConnectionLost;
 
-    // Only https URLs get as far as libcurl: the reply, not the URL, is of no known protocol.
+    // libcurl gets only https URLs, so the reply, not the URL, has the unknown protocol.
     case CURLE_UNSUPPORTED_PROTOCOL:
         return URLErrorCode::CannotParseResponse;
     case CURLE_WEIRD_SERVER_REPLY:
@@ -82,7 +82,7 @@ URLErrorCode urlErrorCode(const CurlFailure& failure) {
     case CURLE_BAD_CONTENT_ENCODING:
         return URLErrorCode::CannotDecodeContentData;
 
-    // Our receiver refuses only what is too long.
+    // The receiver rejects only bodies that are too long.
     case CURLE_WRITE_ERROR:
     case CURLE_FILESIZE_EXCEEDED:
         return URLErrorCode::DataLengthExceedsMaximum;
@@ -96,7 +96,7 @@ URLErrorCode urlErrorCode(const CurlFailure& failure) {
         return URLErrorCode::ClientCertificateRejected;
     case CURLE_PEER_FAILED_VERIFICATION:
         return certificateErrorCode(failure.verifyResult);
-    // Without the system's certificates none can be trusted.
+    // No server can be trusted without the system's certificates.
     case CURLE_SSL_CACERT_BADFILE:
     case CURLE_SSL_CRL_BADFILE:
     case CURLE_SSL_ISSUER_ERROR:
@@ -104,7 +104,7 @@ URLErrorCode urlErrorCode(const CurlFailure& failure) {
     case CURLE_SSL_INVALIDCERTSTATUS:
         return URLErrorCode::ServerCertificateUntrusted;
 
-    // Trouble on this side of the wire, which has no code of its own.
+    // Local failures without a specific code.
     case CURLE_FAILED_INIT:
     case CURLE_NOT_BUILT_IN:
     case CURLE_READ_ERROR:
@@ -121,7 +121,7 @@ URLErrorCode urlErrorCode(const CurlFailure& failure) {
     case CURLE_AGAIN:
     case CURLE_RECURSIVE_API_CALL:
 
-    // Of protocols and options that this agent never uses.
+    // Errors of protocols and options that the agent does not use.
     case CURLE_REMOTE_ACCESS_DENIED:
     case CURLE_FTP_ACCEPT_FAILED:
     case CURLE_FTP_WEIRD_PASS_REPLY:
@@ -163,7 +163,7 @@ URLErrorCode urlErrorCode(const CurlFailure& failure) {
     case CURLE_HTTP3:
     case CURLE_QUIC_CONNECT_ERROR:
 
-    // No codes: libcurl gives them no more, or never did.
+    // Values that libcurl no longer or never returns.
     case CURLE_OK:
     case CURLE_OBSOLETE20:
     case CURLE_OBSOLETE24:

@@ -5,7 +5,7 @@
 
 namespace orvel {
 
-/// What libcurl tells about an exchange that failed.
+/// libcurl's error values of a failed exchange.
 struct CurlFailure {
     /// A `CURLcode`.
     int code = 0;

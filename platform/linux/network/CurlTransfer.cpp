@@ -19,10 +19,10 @@ namespace {
 
 using tavrin::URLErrorCode;
 
-/// Of all headers of a reply, interim replies included.
+/// The limit on all headers of a reply, including interim replies.
 constexpr std::size_t maximumHeaderBytes = std::size_t{256} << 10U;
 
-/// Where a TLS context keeps the transfer it belongs to.
+/// The index at which a TLS context stores its transfer.
 int transferIndex() {
     static const int index = OpenSSL::get().cryptoGetExNewIndex(
         CRYPTO_EX_INDEX_SSL_CTX, 0, nullptr, nullptr, nullptr, nullptr);
@@ -68,7 +68,7 @@ CurlTransfer::CurlTransfer(
     set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
 
     set(CURLOPT_NOSIGNAL, 1L);
-    // Otherwise giving up a lookup waits for it to end, and with it every other transfer.
+    // Otherwise cancelling a DNS lookup waits for its end and blocks all other transfers.
     set(CURLOPT_QUICK_EXIT, 1L);
 
     setRequest();
@@ -96,13 +96,13 @@ void CurlTransfer::setRequest() {
     }
     set(CURLOPT_CUSTOMREQUEST, request_.method.c_str());
 
-    // Suppress the headers that libcurl would add by itself.
+    // Suppress the headers that libcurl adds by default.
     appendHeader("Expect:");
     appendHeader("Content-Type:");
     for (const auto& [name, value] : request_.headers) {
-        // libcurl leaves a header without a value out, unless it ends like this.
+        // libcurl sends a header without a value only in this form.
         const std::string_view separator = value.empty() ? ";" : ": ";
-        // Without a buffer that would keep a part of it.
+        // Reserve the full size, so that no reallocation leaves a copy in freed memory.
         std::string line;
         line.reserve(name.size() + separator.size() + value.size());
         line.append(name).append(separator).append(value);
@@ -113,7 +113,7 @@ void CurlTransfer::setRequest() {
 }
 
 void CurlTransfer::setTimeout() {
-    // 0 would be no limit at all.
+    // libcurl treats 0 as no limit.
     const double milliseconds =
         std::clamp(request_.timeout.count() * 1000, 1.0, static_cast<double>(INT_MAX));
     set(CURLOPT_TIMEOUT_MS, static_cast<long>(milliseconds));
@@ -127,8 +127,8 @@ void CurlTransfer::setSecurity(const std::optional<std::filesystem::path>& syste
     if (systemCertificates) {
         set(CURLOPT_CAINFO, systemCertificates->c_str());
     }
-    // libcurl reads the system's certificates once, instead of for each connection where that takes
-    // most of the time, unless there is a folder to look into besides the file.
+    // Makes libcurl read the system's certificates once instead of for each connection, where that
+    // takes most of the time. libcurl can do so only without a certificate folder.
     const char* file = nullptr;
     Curl::get().easyGetinfo(easy_.get(), CURLINFO_CAINFO, &file);
     if (file != nullptr) {
@@ -143,7 +143,7 @@ void CurlTransfer::appendHeader(const std::string& line) {
     if (longer == nullptr) {
         throw std::bad_alloc();
     }
-    // The list's own start when it was empty; the same list otherwise.
+    // `longer` is a new list only if there was none before.
     static_cast<void>(headers_.release());
     headers_.reset(longer);
 }
@@ -161,13 +161,13 @@ URLResult CurlTransfer::takeResult(CURLcode code) {
     const char* redirect = nullptr;
     Curl::get().easyGetinfo(easy_.get(), CURLINFO_REDIRECT_URL, &redirect);
     response_.redirect = redirect == nullptr ? "" : redirect;
-    if (!isWhole()) {
+    if (!isComplete()) {
         return urlError(URLErrorCode::NetworkConnectionLost);
     }
     return std::move(response_);
 }
 
-bool CurlTransfer::isWhole() const {
+bool CurlTransfer::isComplete() const {
     if (!hasAllHeaders_ || response_.status < 200) {
         return false;
     }
@@ -177,8 +177,9 @@ bool CurlTransfer::isWhole() const {
     Curl::get().easyGetinfo(easy_.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
     curl_header* chunked = nullptr;
     Curl::get().easyHeader(easy_.get(), "Transfer-Encoding", 0, CURLH_HEADER, -1, &chunked);
-    // Otherwise the end of the connection is the end of the body, and may have come too early.
-    return !mayHaveBody || length >= 0 || chunked != nullptr || hasFarewell_;
+    // Without a length, the connection's end marks the end of the body, which is trustworthy only
+    // after close_notify.
+    return !mayHaveBody || length >= 0 || chunked != nullptr || hasCloseNotify_;
 }
 
 std::size_t
@@ -208,7 +209,7 @@ CurlTransfer::onBody(char* data, std::size_t, std::size_t size, void* transfer) 
         if (size <= URLSession::maximumReplyBytes - self.response_.body.size()) {
             std::string& body = self.response_.body;
             if (size > body.capacity() - body.size()) {
-                // What it has outgrown may hold a token.
+                // Grow by hand: the old buffer may contain a token and must be wiped.
                 std::string longer;
                 longer.reserve(std::max(2 * body.capacity(), body.size() + size));
                 longer += body;
@@ -219,7 +220,7 @@ CurlTransfer::onBody(char* data, std::size_t, std::size_t size, void* transfer) 
             return size;
         }
     } catch (const std::bad_alloc&) {
-        // Too long for this machine.
+        // Too long for this machine's memory.
     }
     return 0;
 }
@@ -242,7 +243,7 @@ void CurlTransfer::onTLSEvent(const SSL* session, int where, int value) noexcept
         const OpenSSL& openSSL = OpenSSL::get();
         void* const transfer =
             openSSL.sslCtxGetExData(openSSL.sslGetSSLCtx(session), transferIndex());
-        static_cast<CurlTransfer*>(transfer)->hasFarewell_ = true;
+        static_cast<CurlTransfer*>(transfer)->hasCloseNotify_ = true;
     }
 }
 

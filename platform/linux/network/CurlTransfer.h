@@ -15,19 +15,21 @@
 
 namespace orvel {
 
-/// Overwrites what may hold tokens.
+/// Overwrites the parts that may contain tokens.
 void wipe(URLRequest& request);
 
-/// One exchange: made on the main thread, then the worker's alone. libcurl keeps pointers to it.
+/// One exchange. Constructed on the main thread, then used by the worker only. libcurl keeps
+/// pointers to it.
 class CurlTransfer final {
 public:
-    /// Borrows the certificates. `systemCertificates` is a PEM file in place of the system's own.
+    /// Borrows the extra certificates. `systemCertificates` is a PEM file that replaces the
+    /// system's certificates.
     CurlTransfer(
         std::uint64_t exchange,
         URLRequest request,
         const std::optional<std::filesystem::path>& systemCertificates,
         const ExtraCertificates& extraCertificates);
-    /// Overwrites what was sent and received: tokens travel in all of it.
+    /// Overwrites everything sent and received, because it may contain tokens.
     ~CurlTransfer();
     CurlTransfer(const CurlTransfer&) = delete;
     CurlTransfer& operator=(const CurlTransfer&) = delete;
@@ -35,7 +37,7 @@ public:
     [[nodiscard]] std::uint64_t exchange() const { return exchange_; }
     [[nodiscard]] CURL* easy() const { return easy_.get(); }
 
-    /// Call once, when libcurl is done.
+    /// Call once, when libcurl has finished.
     [[nodiscard]] URLResult takeResult(CURLcode code);
 
 private:
@@ -51,8 +53,8 @@ private:
     void setTimeout();
     void setSecurity(const std::optional<std::filesystem::path>& systemCertificates);
     void appendHeader(const std::string& line);
-    /// libcurl takes some replies that were cut off for whole ones.
-    [[nodiscard]] bool isWhole() const;
+    /// Detects truncated replies that libcurl reports as complete.
+    [[nodiscard]] bool isComplete() const;
 
     static std::size_t onHeader(char* data, std::size_t, std::size_t size, void* transfer) noexcept;
     static std::size_t onBody(char* data, std::size_t, std::size_t size, void* transfer) noexcept;
@@ -66,9 +68,9 @@ private:
     URLResponse response_;
     std::size_t headerBytes_ = 0;
     bool hasAllHeaders_ = false;
-    /// Whether the server has announced the end of the data over TLS.
-    bool hasFarewell_ = false;
-    /// Destroyed first: it refers to the others.
+    /// Whether the server sent TLS's close_notify.
+    bool hasCloseNotify_ = false;
+    /// Destroyed first: refers to the other members.
     std::unique_ptr<CURL, CurlRelease<&Curl::easyCleanup>> easy_;
 };
 

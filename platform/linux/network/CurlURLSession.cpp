@@ -25,7 +25,7 @@ namespace {
 
 using tavrin::URLErrorCode;
 
-/// libcurl's own tables, for as long as a worker needs them.
+/// Holds libcurl's global state while a worker exists.
 class CurlLibrary final {
 public:
     CurlLibrary() {
@@ -38,7 +38,7 @@ public:
     CurlLibrary& operator=(const CurlLibrary&) = delete;
 };
 
-/// Why the request cannot be sent at all.
+/// The error of a request that cannot be sent.
 std::optional<tavrin::URLError> refusal(const URLRequest& request) {
     if (!request.url.starts_with("https://")) {
         return urlError(URLErrorCode::UnsupportedURL);
@@ -60,7 +60,7 @@ std::optional<tavrin::URLError> refusal(const URLRequest& request) {
             return isToken(header.first) && !hasControlCharacter(header.second);
         });
     if (!isWellFormed) {
-        // A line break in a token must not become a header of its own.
+        // A line break in a token must not inject another header.
         return tavrin::URLError(
             URLErrorCode::Unknown, "The request has a header that cannot be sent.");
     }
@@ -69,12 +69,12 @@ std::optional<tavrin::URLError> refusal(const URLRequest& request) {
 
 } // namespace
 
-/// The thread on which libcurl works.
+/// The thread that runs libcurl.
 class CurlURLSession::Worker final {
 public:
     /// Borrows the exchanges.
     explicit Worker(PendingExchanges& pending);
-    /// Ends what is in flight.
+    /// Ends all exchanges.
     ~Worker();
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
@@ -84,7 +84,7 @@ public:
 
 private:
     void run();
-    /// Gives false when it is time to stop.
+    /// Returns false when the worker must stop.
     bool takeOrders();
     void finish(CURL* easy, CURLcode code);
 
@@ -97,7 +97,7 @@ private:
     std::vector<std::uint64_t> cancelled_;
     bool isStopping_ = false;
 
-    /// The thread's own.
+    /// Used by the worker thread only.
     std::map<std::uint64_t, std::unique_ptr<CurlTransfer>> transfers_;
     std::thread thread_;
 };
@@ -110,7 +110,7 @@ struct CurlURLSession::State {
     const std::optional<std::filesystem::path> systemCertificates;
     const ExtraCertificates extraCertificates;
     PendingExchanges pending;
-    /// From the first request on.
+    /// Created by the first request.
     std::optional<Worker> worker;
 };
 
@@ -156,7 +156,7 @@ CurlURLSession::Worker::Worker(PendingExchanges& pending)
     if (!multi_) {
         throw std::bad_alloc();
     }
-    // The thread inherits the mask: signals are for the others.
+    // The thread inherits the mask, so that other threads handle signals.
     sigset_t all;
     sigset_t before;
     sigfillset(&all);
@@ -237,7 +237,7 @@ bool CurlURLSession::Worker::takeOrders() {
 void CurlURLSession::Worker::finish(CURL* easy, CURLcode code) {
     CurlTransfer* transfer = nullptr;
     Curl::get().easyGetinfo(easy, CURLINFO_PRIVATE, &transfer);
-    // The message does not outlive this call.
+    // This call invalidates the message.
     Curl::get().multiRemoveHandle(multi_.get(), easy);
     const auto own = transfers_.extract(transfer->exchange());
     pending_.finish(own.key(), own.mapped()->takeResult(code));

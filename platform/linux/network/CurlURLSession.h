@@ -10,22 +10,22 @@
 
 namespace orvel {
 
-/// Exchanges through libcurl, all on one thread of its own.
+/// HTTPS exchanges with libcurl, all on one worker thread.
 ///
-/// Each takes a fresh connection, because libcurl sends a request a second time when a connection
-/// that it used before turns out to be closed; for the same reason it speaks HTTP/1.1 only, as an
-/// HTTP/2 server may refuse a stream, which libcurl then opens again. The system's proxy settings
-/// ("https_proxy", "no_proxy") count; the request's headers go to the server alone.
+/// Each exchange uses a new connection, because libcurl sends a request again when a reused
+/// connection turns out to be closed. For the same reason it uses HTTP/1.1 only: libcurl repeats a
+/// request when an HTTP/2 server refuses the stream. The environment's proxy settings
+/// ("https_proxy", "no_proxy") apply; the request's headers are never sent to the proxy.
 class CurlURLSession final : public URLSession {
 public:
     struct Trust {
-        /// PEM files of certificates to trust besides the system's.
+        /// PEM files of certificates to trust in addition to the system's.
         std::vector<std::filesystem::path> extraCertificates;
-        /// A PEM file in place of the one with the system's certificates.
+        /// A PEM file that replaces the system's certificates.
         std::optional<std::filesystem::path> systemCertificates;
     };
 
-    /// Throws `tavrin::PlatformError` when a file of extra certificates cannot be read or holds
+    /// Throws `tavrin::PlatformError` when a file of extra certificates cannot be read or contains
     /// none.
     explicit CurlURLSession(Trust trust = {});
     ~CurlURLSession() override;

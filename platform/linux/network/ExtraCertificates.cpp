@@ -43,7 +43,7 @@ void ExtraCertificates::append(const std::filesystem::path& file) {
     }
     const unsigned long reason = openSSL.errPeekLastError();
     openSSL.errClearError();
-    // The end of the file shows as a missing start line.
+    // OpenSSL reports the end of the file as a missing start line.
     if (ERR_GET_REASON(reason) != PEM_R_NO_START_LINE || certificates_.size() == before) {
         throw tavrin::PlatformError(
             std::string(tavrin::posixErrorDomain),

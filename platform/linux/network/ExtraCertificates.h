@@ -9,14 +9,14 @@
 
 namespace orvel {
 
-/// Certificates that a session trusts besides the system's. Thread-safe once made.
+/// Certificates that a session trusts in addition to the system's. Thread-safe after construction.
 class ExtraCertificates final {
 public:
-    /// From PEM files. Throws `tavrin::PlatformError` when one of them cannot be read or holds
-    /// none.
+    /// Reads PEM files. Throws `tavrin::PlatformError` when one cannot be read or contains no
+    /// certificate.
     explicit ExtraCertificates(const std::vector<std::filesystem::path>& files);
 
-    /// Has the context trust them. Gives false when it cannot.
+    /// Makes the context trust them. Returns false on failure.
     [[nodiscard]] bool addTo(SSL_CTX* context) const;
 
 private:

@@ -24,10 +24,10 @@ void PendingExchanges::finish(std::uint64_t exchange, URLResult result) {
         callbackContext_.get(),
         [this, exchange, result = std::move(result)]() mutable {
             if (const auto found = completions_.extract(exchange); !found.empty()) {
-                // May destroy this object.
+                // The completion may destroy this object.
                 found.mapped()(std::move(result));
             } else if (auto* response = std::get_if<URLResponse>(&result)) {
-                // Cancelled on the way; it may hold a token.
+                // Cancelled meanwhile. The body may contain a token.
                 tavrin::wipe(response->body);
             }
         },

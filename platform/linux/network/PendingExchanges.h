@@ -14,7 +14,7 @@ class QObject;
 namespace orvel {
 
 /// The completions of a session's exchanges in flight. Each is called exactly once, from the event
-/// loop of the thread that made this object; none is called once it is destroyed.
+/// loop of the thread that created this object, and never after its destruction.
 class PendingExchanges final {
 public:
     using Completion = std::function<void(URLResult)>;
@@ -24,13 +24,13 @@ public:
     PendingExchanges(const PendingExchanges&) = delete;
     PendingExchanges& operator=(const PendingExchanges&) = delete;
 
-    /// Gives the number of the exchange.
+    /// Returns the exchange's number.
     [[nodiscard]] std::uint64_t add(Completion completion);
 
-    /// Any thread. Nothing when the exchange has been cancelled in the meantime.
+    /// Any thread. Ignored when the exchange has been cancelled.
     void finish(std::uint64_t exchange, URLResult result);
 
-    /// Gives false, and does nothing, when the completion has already been called.
+    /// Returns false when the completion has already been called.
     bool cancel(std::uint64_t exchange);
 
     [[nodiscard]] std::size_t count() const { return completions_.size(); }
@@ -38,7 +38,7 @@ public:
 private:
     std::uint64_t last_ = 0;
     std::map<std::uint64_t, Completion> completions_;
-    /// Destroyed first: the calls it has queued are dropped with it.
+    /// Destroyed first: drops queued calls.
     std::unique_ptr<QObject> callbackContext_;
 };
 

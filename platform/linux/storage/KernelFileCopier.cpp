@@ -24,7 +24,7 @@ namespace {
 using tavrin::FileDescriptor;
 using tavrin::PlatformError;
 
-/// A cancelled copy stops after at most this much.
+/// Cancellation is checked once per chunk.
 constexpr off_t kernelChunk = off_t{16} << 20;
 constexpr off_t bufferSize = off_t{256} << 10;
 
@@ -42,8 +42,8 @@ bool clone(const Transfer& transfer) {
     return ioctl(transfer.to, FICLONE, transfer.from) == 0;
 }
 
-/// Whether it came to the end. Why not is of no interest: what is a true failure, and no lack of
-/// this way, happens to the next way again.
+/// Returns whether the copy is complete. Ignores the error: a real failure occurs again with the
+/// next method.
 bool copyInKernel(Transfer& transfer) {
     while (transfer.offset < transfer.size) {
         transfer.cancellation.throwIfCancelled();
@@ -55,7 +55,7 @@ bool copyInKernel(Transfer& transfer) {
         if (copied < 0 && errno == EINTR) {
             continue;
         }
-        // Some file systems answer 0 before the end.
+        // Some file systems return 0 before the end.
         if (copied <= 0) {
             return false;
         }
@@ -80,7 +80,7 @@ void readAndWrite(Transfer& transfer) {
             }
             throw PlatformError::fromErrno(errno, "Could not read " + transfer.source.string());
         }
-        // What a short write leaves over is read again.
+        // After a short write, the rest is read again.
         const ssize_t written =
             pwrite(transfer.to, buffer.data(), static_cast<std::size_t>(read), transfer.offset);
         if (written < 0) {
@@ -94,20 +94,20 @@ void readAndWrite(Transfer& transfer) {
     }
 }
 
-void run(const std::vector<KernelFileCopier::Way>& ways, Transfer transfer) {
-    for (const KernelFileCopier::Way way : ways) {
-        switch (way) {
-        case KernelFileCopier::Way::Clone:
+void run(const std::vector<KernelFileCopier::Method>& methods, Transfer transfer) {
+    for (const KernelFileCopier::Method method : methods) {
+        switch (method) {
+        case KernelFileCopier::Method::Clone:
             if (clone(transfer)) {
                 return;
             }
             break;
-        case KernelFileCopier::Way::CopyInKernel:
+        case KernelFileCopier::Method::CopyInKernel:
             if (copyInKernel(transfer)) {
                 return;
             }
             break;
-        case KernelFileCopier::Way::ReadAndWrite:
+        case KernelFileCopier::Method::ReadAndWrite:
             readAndWrite(transfer);
             return;
         }
@@ -117,7 +117,7 @@ void run(const std::vector<KernelFileCopier::Way>& ways, Transfer transfer) {
 
 } // namespace
 
-KernelFileCopier::KernelFileCopier(std::vector<Way> ways) : ways_(std::move(ways)) {}
+KernelFileCopier::KernelFileCopier(std::vector<Method> methods) : methods_(std::move(methods)) {}
 
 void KernelFileCopier::copy(
     const std::filesystem::path& source,
@@ -130,8 +130,9 @@ void KernelFileCopier::copy(
         throw PlatformError::fromErrno(errno, "Could not create " + destination.string());
     }
     try {
-        run(ways_, {source, destination, cancellation, from.descriptor.get(), to.get(), from.size});
-        // Where the file system is a remote one, closing tells of failed writes.
+        run(methods_,
+            {source, destination, cancellation, from.descriptor.get(), to.get(), from.size});
+        // Remote file systems may report failed writes at close.
         if (close(to.release()) != 0 && errno != EINTR) {
             throw PlatformError::fromErrno(errno, "Could not write " + destination.string());
         }

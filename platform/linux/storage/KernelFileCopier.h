@@ -7,24 +7,24 @@
 
 namespace orvel {
 
-/// Lets the kernel copy: a copy-on-write file system shares the blocks, others copy from page cache
-/// to page cache, and only where neither works do the bytes pass through this process.
+/// Copies in the kernel if possible: by sharing blocks on a copy-on-write file system, or else from
+/// page cache to page cache. Falls back to reading and writing.
 ///
-/// Copies as many bytes as the source has at the start, fewer if it shrinks meanwhile; one that
-/// keeps growing is no endless copy. Nothing is flushed to the disk. Any thread.
+/// Copies as many bytes as the source has at the start, or fewer if it shrinks meanwhile, so a
+/// growing file does not cause an endless copy. Does not flush to disk. Any thread.
 class KernelFileCopier final : public tavrin::FileCopier {
 public:
-    enum class Way {
-        /// `FICLONE`: one step, whatever the size.
+    enum class Method {
+        /// `FICLONE`: one step for any size.
         Clone,
         /// `copy_file_range`.
         CopyInKernel,
         ReadAndWrite,
     };
 
-    /// The ways to try, in this order; each takes over where the one before it had to stop.
+    /// The methods to try, in this order. Each continues where the previous one stopped.
     explicit KernelFileCopier(
-        std::vector<Way> ways = {Way::Clone, Way::CopyInKernel, Way::ReadAndWrite});
+        std::vector<Method> methods = {Method::Clone, Method::CopyInKernel, Method::ReadAndWrite});
 
     void copy(
         const std::filesystem::path& source,
@@ -32,7 +32,7 @@ public:
         const tavrin::CancellationToken& cancellation) override;
 
 private:
-    std::vector<Way> ways_;
+    std::vector<Method> methods_;
 };
 
 } // namespace orvel

@@ -83,7 +83,7 @@ PlistBundle::resource(std::string_view name, std::string_view extension) const {
         return readFile(
             folder_ / (std::string(name) + "." + std::string(extension)), maximumFileBytes);
     } catch (const tavrin::PlatformError&) {
-        // Missing or unreadable: the callers treat both alike.
+        // The file is missing or unreadable.
         return std::nullopt;
     }
 }

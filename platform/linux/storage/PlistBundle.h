@@ -12,21 +12,20 @@
 
 namespace orvel {
 
-/// One folder with the information property list, "Info.plist", and the resources beside it.
+/// A folder with the information property list, "Info.plist", and the resources.
 class PlistBundle final : public Bundle {
 public:
-    /// A longer property list or resource is refused.
+    /// Longer property lists and resources are rejected.
     static constexpr std::size_t maximumFileBytes = std::size_t{1} << 20U;
 
     /// The strings of a property list's top-level dictionary.
     using Information = std::map<std::string, std::string, std::less<>>;
 
-    /// The folder that the environment variable "ORVEL_AGENT_BUNDLE" names; or else the one
-    /// installed with this executable, or, in a build tree, the one built beside it.
+    /// The folder in the environment variable "ORVEL_AGENT_BUNDLE", or else the one installed with
+    /// this executable, or in a build tree the one built beside it.
     [[nodiscard]] static std::filesystem::path defaultFolder();
 
-    /// Throws `tavrin::PlatformError` for anything but a property list with a dictionary. Comments
-    /// are not read.
+    /// Throws `tavrin::PlatformError` unless the text is a property list with a dictionary.
     [[nodiscard]] static Information parse(std::string_view propertyList);
 
     /// Throws `tavrin::PlatformError` when the folder has no readable property list.

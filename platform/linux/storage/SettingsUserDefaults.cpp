@@ -30,14 +30,14 @@ namespace {
         code, "Could not read the agent's settings in " + file.string());
 }
 
-/// The text with line breaks as escapes.
+/// The text with line breaks and backslashes escaped.
 QByteArray escaped(const QByteArray& text) {
     QByteArray result = text;
     result.replace('\\', "\\\\").replace('\n', "\\n");
     return result;
 }
 
-/// No value for an escape that `escaped` does not write.
+/// No value for escapes that `escaped` never writes.
 std::optional<QByteArray> unescaped(const QByteArray& text) {
     QByteArray result;
     for (auto at = text.begin(); at != text.end(); ++at) {
@@ -72,8 +72,8 @@ bool readLines(QIODevice& device, QSettings::SettingsMap& values) {
     return true;
 }
 
-/// Ends with a flush: QSettings puts a cut-off file in place of the old one when the disk is found
-/// to be full only as it closes the file.
+/// Flushes at the end: if a full disk is detected only on closing, QSettings replaces the file with
+/// a truncated one.
 bool writeLines(QIODevice& device, const QSettings::SettingsMap& values) {
     QByteArray lines;
     for (auto entry = values.begin(); entry != values.end(); ++entry) {
@@ -102,13 +102,13 @@ QDateTime qDateTime(tavrin::Date date) {
     throw tavrin::PlatformError::fromErrno(code, "Could not save the agent's settings");
 }
 
-/// Makes the file, and the folders above it, with nobody else's access. Qt keeps the mode of a file
-/// that is there.
+/// Creates the file and its parent folders, accessible only to the user. Qt keeps an existing
+/// file's mode.
 void makePrivate(const std::filesystem::path& file) {
     std::filesystem::path folder;
     for (const std::filesystem::path& part : file.parent_path()) {
         folder /= part;
-        // If one cannot be made, then neither can the file in it.
+        // Ignore failures: creating the file then fails, too.
         mkdir(folder.c_str(), S_IRWXU);
     }
     const int descriptor = open(file.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR);
@@ -118,7 +118,7 @@ void makePrivate(const std::filesystem::path& file) {
     close(descriptor);
 }
 
-/// QSettings says only that a write failed: tries the same to learn the reason.
+/// QSettings does not report why a write failed, so repeat the steps to find the reason.
 int reasonForFailedWrite(const std::filesystem::path& file, std::size_t added) {
     std::string probe = file.string() + ".XXXXXX";
     const int descriptor = mkostemp(probe.data(), O_CLOEXEC);
@@ -127,14 +127,14 @@ int reasonForFailedWrite(const std::filesystem::path& file, std::size_t added) {
     }
     struct stat status {};
     const off_t length = stat(file.c_str(), &status) == 0 ? status.st_size : 0;
-    // With room for the lock file.
+    // Includes space for the lock file.
     const int error = posix_fallocate(descriptor, 0, length + static_cast<off_t>(added) + 4096);
     close(descriptor);
     unlink(probe.c_str());
     return error == 0 ? EIO : error;
 }
 
-/// The new name, too, must outlast a power failure.
+/// Makes the renaming survive a power failure.
 void synchronizeDirectory(const std::filesystem::path& directory) {
     const int descriptor = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     const bool isDone = descriptor >= 0 && fsync(descriptor) == 0;
@@ -157,7 +157,7 @@ std::filesystem::path SettingsUserDefaults::defaultFile() {
 }
 
 SettingsUserDefaults::SettingsUserDefaults(std::filesystem::path file) : file_(std::move(file)) {
-    // To go on with an unreadable file as if it were empty would forget the user's choices.
+    // Treating an unreadable file as empty would lose the user's choices.
     try {
         static_cast<void>(tavrin::openRegularFile(file_));
     } catch (const tavrin::PlatformError& error) {
@@ -279,7 +279,7 @@ void SettingsUserDefaults::write(std::string_view key, const std::optional<Value
             settings.status() == QSettings::FormatError
                 ? EBADMSG
                 : reasonForFailedWrite(file_, 2 * static_cast<std::size_t>(text.size()));
-        // QSettings keeps what it could not write, for the next write to carry along.
+        // QSettings would write the failed change with the next one, so revert it.
         set(old);
         failToSave(reason);
     }

@@ -15,26 +15,26 @@ class QSettings;
 
 namespace orvel {
 
-/// User defaults in a file of Qt's settings with one key on each line, for example
+/// User defaults in a QSettings file with one key per line, for example
 ///
 ///     collection.mode=metadataOnly
 ///     messages.backfill.done=true
 ///     messages.last24h.at=2024-03-09T17:05:42.123Z
 ///     messages.rowid.watermark=4711
 ///
-/// The text alone tells the type: whole numbers in their shortest form, "true" and "false", and
-/// dates just as above are what they look like; anything else is a string. A string that would be
-/// taken for another type is written with an apostrophe before it, as is one that starts with one.
-/// A line break is written as "\n" and a backslash as two. Keys hold no "=" and no line break.
+/// The text determines the type: integers in their shortest form, "true" and "false", and dates
+/// exactly as above; anything else is a string. A string that looks like another type, or starts
+/// with an apostrophe, gets an apostrophe prefix. A line break is written as "\n" and a backslash
+/// as two. Keys must not contain "=" or a line break.
 ///
-/// Processes that share the file change only the keys they set. What another process wrote is seen
-/// from this one's next write on.
+/// A process changes only the keys it sets. Other processes' changes become visible with this
+/// process's next write.
 class SettingsUserDefaults final : public tavrin::UserDefaults {
 public:
     /// "orvel-agent/defaults.conf" in the user's configuration folder.
     [[nodiscard]] static std::filesystem::path defaultFile();
 
-    /// A missing file is an empty one. Throws `tavrin::PlatformError` when it cannot be read.
+    /// A missing file counts as empty. Throws `tavrin::PlatformError` when the file cannot be read.
     explicit SettingsUserDefaults(std::filesystem::path file);
 
     [[nodiscard]] std::optional<std::string> string(std::string_view key) const override;
@@ -62,10 +62,10 @@ private:
     void write(std::string_view key, const std::optional<Value>& value);
 
     std::filesystem::path file_;
-    /// Held while a write reaches the disk; taken before the other.
+    /// Held while a write reaches the disk. Locked before `valuesMutex_`.
     std::mutex writeMutex_;
     mutable std::mutex valuesMutex_;
-    /// What is on disk, as far as this process knows.
+    /// The last content read or written.
     Values values_;
 };
 

@@ -3,8 +3,8 @@
 
 namespace orvel {
 
-/// Keeps the memory of this process, which may hold tokens, out of core dumps and from the user's
-/// other processes. The programs it starts are not affected.
+/// Prevents core dumps of this process and access to its memory by the user's other processes,
+/// because it may contain tokens. Started programs are not affected.
 void forbidCoreDumps();
 
 } // namespace orvel

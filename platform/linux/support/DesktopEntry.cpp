@@ -28,7 +28,7 @@ std::string replaced(std::string_view text, char character, std::string_view by)
     return result;
 }
 
-/// One word of a command.
+/// Quotes one argument of a command.
 std::string inQuotes(std::string_view text) {
     std::string word = replaced(text, '\\', R"(\\)");
     word = replaced(word, '"', R"(\")");
@@ -48,12 +48,13 @@ std::string desktopEntryValue(std::string_view text) {
 
 std::string desktopEntryCommand(std::string_view program) {
     std::string command(program);
-    // Quotes only when they must be: some desktops take them for part of the name.
+    // Quote only when necessary: some desktops treat quotes as part of the name.
     if (program.find_first_of(" \t\n\r\"'\\><~|&;$*?#()`") != std::string_view::npos) {
         command = inQuotes(command);
     }
     if (program.find('%') != std::string_view::npos) {
-        // GLib looks for the program before it reads "%%" as one character.
+        // GLib checks that the program exists before it unescapes "%%", so run it through the
+        // shell.
         command = fmt::format(
             "/bin/sh -c {} {}", inQuotes(R"(exec "$0" "$@")"), replaced(command, '%', "%%"));
     }

@@ -5,17 +5,16 @@
 #include <string>
 #include <string_view>
 
-/// What the desktop reads about programs: files of keys and values.
+/// Desktop entries: key-value files that describe programs.
 namespace orvel {
 
-/// The text as the value of a key.
+/// Escapes the text as a value.
 [[nodiscard]] std::string desktopEntryValue(std::string_view text);
 
-/// The value of the key "Exec" that starts the program.
+/// The "Exec" value that starts the program.
 [[nodiscard]] std::string desktopEntryCommand(std::string_view program);
 
-/// Puts the entry in the place of what was there, or nothing when that fails. Makes the folder.
-/// Throws `tavrin::PlatformError`.
+/// Writes the file atomically and creates the folder. Throws `tavrin::PlatformError`.
 void writeDesktopEntry(const std::filesystem::path& file, std::string_view entry);
 
 } // namespace orvel

@@ -27,8 +27,7 @@ bool isVariable(std::string_view entry, std::string_view name) {
     return entry.starts_with(name) && entry.substr(name.size()).starts_with('=');
 }
 
-/// Without the right to come to the front that this process was started with: it was for this one,
-/// and for once.
+/// The environment without activation tokens, which were meant for this process and are valid once.
 std::vector<std::string> ownEnvironment() {
     std::vector<std::string> variables;
     for (char** variable = environ; *variable != nullptr; ++variable) {
@@ -56,10 +55,10 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
     return pointers;
 }
 
-/// How the program is started, apart from what it is.
+/// The settings for `posix_spawn`.
 class SpawnSettings final {
 public:
-    /// Standard output goes there, or nowhere when it is negative.
+    /// Redirects standard output to `output`, or discards it when negative.
     explicit SpawnSettings(int output) {
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
@@ -71,7 +70,7 @@ public:
         posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
         posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
 
-        // What this process ignores or blocks is no business of the program's.
+        // Do not inherit ignored or blocked signals.
         posix_spawnattr_init(&attributes);
         sigset_t signals;
         sigemptyset(&signals);
@@ -92,7 +91,7 @@ public:
     posix_spawnattr_t attributes{};
 };
 
-/// Up to the end, or the limit: what comes after it is lost on the program.
+/// Reads to the end or the limit. Output beyond the limit is discarded.
 std::string contentOf(int descriptor) {
     std::string content;
     std::array<char, 4096> part{};
@@ -107,7 +106,7 @@ std::string contentOf(int descriptor) {
     return content;
 }
 
-/// The number of its process, or why there is none.
+/// The process id, or the error.
 std::variant<pid_t, tavrin::PlatformError>
 spawn(std::vector<std::string> commandLine, std::vector<std::string> environment, int output) {
     const SpawnSettings settings(output);
@@ -158,8 +157,8 @@ void runDesktopProgram(
     ProgramOutput output,
     QObject* context,
     std::function<void(Result)> end) {
-    // A thread that outlives the context still waits for the program, so that no zombie remains;
-    // it has nothing of ours.
+    // Detached and without access to this object: the thread may outlive the context, and waits for
+    // the program so that no zombie remains.
     startThread(
         context,
         [commandLine = std::move(commandLine), environment = environmentOfOthers(), output] {

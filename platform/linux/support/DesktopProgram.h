@@ -13,32 +13,33 @@ class QObject;
 
 namespace orvel {
 
-/// A run of another program that came to its end.
+/// The result of a program that ran to its end.
 struct FinishedProgram {
-    /// The exit status, or 128 and the number of the signal that ended it.
+    /// The exit status, or 128 plus the number of the signal that ended the program.
     int status = 0;
     std::string output;
 };
 
 enum class ProgramOutput {
     Dropped,
-    /// Its beginning at least; for programs that leave nothing running that could print more.
+    /// Keeps the first part. Only for programs that leave no child process that keeps the output
+    /// open.
     Kept,
 };
 
-/// Runs one of the desktop's programs, found on the PATH, which gets nothing to read, no variable
-/// of ours ("ORVEL_…"), no token to come to the front that was given to us, and no terminal: it
-/// lives on as long as it likes, whatever becomes of this process. Then calls back on this thread
-/// with its end, or the reason why it did not start, unless the context has gone by then; never
-/// before this returns.
+/// Runs a program found on the PATH, without input, terminal, "ORVEL_…" variables, or this
+/// process's activation token. The program may outlive this process. Calls back on this thread with
+/// its result or the start error, unless the context was destroyed before; never before this
+/// returns.
 void runDesktopProgram(
     std::vector<std::string> commandLine,
     ProgramOutput output,
     QObject* context,
     std::function<void(std::variant<FinishedProgram, tavrin::PlatformError>)> end);
 
-/// Starts, before it returns, what lives on after this process: as above, but with the variables
-/// that are ours, and nobody waits for it. Gives the reason when it could not be started.
+/// Starts a program that outlives this process, before this returns. Like `runDesktopProgram`, but
+/// keeps the "ORVEL_…" variables and does not wait for its end. Returns the error if it could not
+/// be started.
 [[nodiscard]] std::optional<tavrin::PlatformError>
 startSuccessor(std::vector<std::string> commandLine);
 

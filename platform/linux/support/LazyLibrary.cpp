@@ -12,7 +12,7 @@ namespace orvel {
 
 namespace {
 
-/// Of what the dynamic linker refused last.
+/// The dynamic linker's last error.
 tavrin::PlatformError linkerError() {
     const char* const reason = dlerror();
     return {

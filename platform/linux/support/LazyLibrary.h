@@ -3,11 +3,11 @@
 
 namespace orvel {
 
-/// A shared library that is loaded when something of it is first needed, and then stays: with all
-/// that it brings along, loading it would be a noticeable part of every start of the program.
+/// A shared library that is loaded on first use and never unloaded. Loading it with its
+/// dependencies at start-up would noticeably delay every start.
 class LazyLibrary final {
 public:
-    /// The address of a function, to be assigned to a pointer of the function's type.
+    /// A function's address, convertible to a pointer of the function's type.
     class Symbol {
     public:
         explicit Symbol(void* address) : address_(address) {}
@@ -21,8 +21,8 @@ public:
         void* address_;
     };
 
-    /// By the name that the dynamic linker knows it by. Throws `tavrin::PlatformError` when it
-    /// cannot be loaded.
+    /// The dynamic linker's name of the library. Throws `tavrin::PlatformError` when it cannot be
+    /// loaded.
     explicit LazyLibrary(const char* name);
 
     /// Throws `tavrin::PlatformError` when the library has no such function.

@@ -27,7 +27,7 @@ OpenSSL::OpenSSL(const LazyLibrary& library)
       x509Free(library.symbol("X509_free")) {}
 
 const OpenSSL& OpenSSL::get() {
-    // Whose symbols include those of libcrypto, which it brings along.
+    // Looking up a symbol in libssl also finds those of libcrypto, its dependency.
     static const OpenSSL openSSL{LazyLibrary(ORVEL_OPENSSL_LIBRARY)};
     return openSSL;
 }

@@ -13,8 +13,8 @@ namespace orvel {
 
 class LazyLibrary;
 
-/// What is used of OpenSSL's two libraries, which are loaded with the first request or the first
-/// signature. Named as there.
+/// The functions used of OpenSSL's two libraries, which are loaded at the first request or
+/// signature check.
 struct OpenSSL {
     /// Throws `tavrin::PlatformError` when they cannot be loaded. Thread-safe.
     static const OpenSSL& get();

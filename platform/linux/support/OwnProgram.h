@@ -6,23 +6,23 @@
 
 namespace orvel {
 
-/// What tells where a program runs from, of this process or of one that a test makes up.
+/// Where a program was started from.
 struct ProgramTraces {
-    /// Of this process. To be asked early: an update may put another file in its place.
+    /// Those of this process. Call early: an update may replace the file.
     [[nodiscard]] static ProgramTraces ofThisProcess();
 
     std::filesystem::path executable;
-    /// "APPIMAGE": the file that was started.
+    /// "APPIMAGE": the started file.
     std::filesystem::path appImage;
-    /// "APPDIR": where its content is mounted.
+    /// "APPDIR": the mount point of its content.
     std::filesystem::path appDir;
 };
 
-/// The AppImage that the program runs from, behind all links; none unless the executable is its
-/// content: the variables are inherited, and may be those of the terminal that started us.
+/// The AppImage that the program runs from, with links resolved. Only if the executable is inside
+/// the mount point: the variables may be inherited from another AppImage, such as a terminal.
 [[nodiscard]] std::optional<std::filesystem::path> ownAppImage(const ProgramTraces& traces);
 
-/// The file that starts the program again: its AppImage, or else its executable.
+/// The file to start the program again: its AppImage, or else its executable.
 [[nodiscard]] std::filesystem::path ownProgram(const ProgramTraces& traces);
 
 } // namespace orvel

@@ -17,7 +17,7 @@ std::string readFile(const std::filesystem::path& path, std::size_t limit) {
     const tavrin::FileDescriptor file = tavrin::openRegularFile(path).descriptor;
     std::string content;
     std::size_t length = 0;
-    // One byte more than allowed tells a file that is too long from one that just fits.
+    // Read one byte beyond the limit to detect a file that is too long.
     content.resize(limit + 1);
     while (length < content.size()) {
         const ssize_t count = read(file.get(), content.data() + length, content.size() - length);

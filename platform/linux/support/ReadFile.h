@@ -7,8 +7,8 @@
 
 namespace orvel {
 
-/// The whole content of a regular file. Throws `tavrin::PlatformError` when it cannot be read or is
-/// longer than the limit.
+/// The content of a regular file. Throws `tavrin::PlatformError` when it cannot be read or exceeds
+/// the limit.
 [[nodiscard]] std::string readFile(const std::filesystem::path& path, std::size_t limit);
 
 } // namespace orvel

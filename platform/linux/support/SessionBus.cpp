@@ -31,8 +31,8 @@ QString nextConnectionName() {
 
 std::jthread& latestThread();
 
-/// A bus that says nothing keeps its thread, and Qt's own, for as long as the bus library waits.
-/// The process then ends without them, and without the rest of its statics.
+/// With a silent bus, the connecting thread and Qt's bus thread block until libdbus times out. The
+/// process then exits without joining them and without destroying the remaining statics.
 void awaitLatestThread(int status, void*) {
     constexpr std::chrono::seconds limit{1};
     const auto end = std::async(std::launch::async, [] { latestThread() = std::jthread(); });
@@ -42,18 +42,18 @@ void awaitLatestThread(int status, void*) {
     }
 }
 
-/// The latest of the threads that connect. The end of the process waits for it, because Qt's part
-/// of a connection must not go before: this is made after that, and so ends earlier.
+/// The latest connecting thread. Joined at exit before Qt's connection manager is destroyed,
+/// because it is created after the manager.
 std::jthread& latestThread() {
-    static const bool isQtsPartMade = !QDBusConnection(QStringLiteral("none")).isConnected();
+    static const bool isManagerCreated = !QDBusConnection(QStringLiteral("none")).isConnected();
     static std::jthread thread;
     static const int isAwaited = on_exit(awaitLatestThread, nullptr);
-    static_cast<void>(isQtsPartMade);
+    static_cast<void>(isManagerCreated);
     static_cast<void>(isAwaited);
     return thread;
 }
 
-/// What comes of the thread is dropped with it.
+/// Destroying it drops the thread's result.
 struct Connecting final : QObject {
     using QObject::QObject;
     std::unique_ptr<Clock::Timer> timer;
@@ -65,10 +65,10 @@ std::unique_ptr<SessionBus> connectNamed(const QString& name) {
     return bus->isConnected() ? std::move(bus) : nullptr;
 }
 
-/// Hands a connection over to a thread that waits for it for a while.
+/// Passes a connection to a thread that waits for a limited time.
 class Awaiting final {
 public:
-    /// Gives it back when nobody waits any more.
+    /// Returns the connection if the wait is over.
     std::unique_ptr<SessionBus> offer(std::unique_ptr<SessionBus> bus) {
         const std::lock_guard lock(mutex_);
         if (isOver_) {
@@ -97,7 +97,7 @@ private:
 } // namespace
 
 void SessionBus::connect(QObject* context, Clock& clock, Connected connected) {
-    // Made before the thread that reads the bus, Qt's registry of types outlives it at the end.
+    // Creates Qt's type registry before the bus thread, so that the registry is destroyed after it.
     qRegisterMetaType<QDBusObjectPath>();
     auto* const connecting = new Connecting(context);
     connecting->timer = clock.schedule(longestConnecting, [connecting, connected] {
@@ -106,7 +106,7 @@ void SessionBus::connect(QObject* context, Clock& clock, Connected connected) {
         end(nullptr);
     });
     std::jthread& latest = latestThread();
-    // Each thread waits for the one before, at its end.
+    // Each thread joins the previous one at its end.
     latest = startThread(
         connecting,
         [name = nextConnectionName(), previous = std::move(latest)] { return connectNamed(name); },
@@ -166,7 +166,7 @@ std::unique_ptr<SessionBus> SessionBus::share() const {
 }
 
 void SessionBus::onLoss(std::function<void()> lost) {
-    // Qt takes nothing but a slot by its name, and a timer has one.
+    // Qt D-Bus needs a slot by name; a timer's `start()` is one.
     loss_ = std::make_unique<QTimer>();
     loss_->setSingleShot(true);
     QObject::connect(loss_.get(), &QTimer::timeout, loss_.get(), std::move(lost));

@@ -15,44 +15,44 @@ class QObject;
 
 namespace orvel {
 
-/// A connection to the session bus of its owner's own, which ends with this object and those that
-/// share it.
+/// A separate connection to the session bus. Closed with the last object that shares it.
 class SessionBus final {
 public:
-    /// Longer, and the bus counts as none.
+    /// After this time the bus counts as missing.
     static constexpr tavrin::Seconds longestConnecting{10};
 
-    /// Nothing when there is no bus.
+    /// Null when there is no bus.
     using Connected = std::function<void(std::unique_ptr<SessionBus>)>;
 
-    /// Connects on a thread, because a bus that hangs would be waited for. Calls back once, on this
-    /// thread and never before it returns, unless the context has gone by then. Borrows the clock.
+    /// Connects on another thread, because a hanging bus would block. Calls back once on this
+    /// thread, never before this returns, unless the context was destroyed before. Borrows the
+    /// clock.
     static void connect(QObject* context, Clock& clock, Connected connected);
 
-    /// Waits for the connection, but not for longer than that: for the start of a program. Gives
-    /// nothing when there is no bus, or none that answers in time; one that does so later goes to
-    /// the callback, on this thread, unless the context has gone by then.
+    /// Blocks until connected, for the limit at most; for start-up only. Returns null when there is
+    /// no bus or it does not answer in time. A later connection is passed to the callback on this
+    /// thread, unless the context was destroyed before.
     [[nodiscard]] static std::unique_ptr<SessionBus>
     await(std::chrono::milliseconds limit, QObject* context, Connected late);
 
-    /// Calls back once, on this thread, when the call is finished, unless the context has gone by
-    /// then.
+    /// Calls back once on this thread when the call has finished, unless the context was destroyed
+    /// before. The callback may destroy the context.
     static void onReply(
         const QDBusPendingCall& call,
         QObject* context,
         std::function<void(const QDBusPendingCall&)> finished);
 
-    /// Of a connection with a name of its own.
+    /// Takes over a connection whose name is used only once.
     explicit SessionBus(QDBusConnection connection);
     ~SessionBus();
     SessionBus(const SessionBus&) = delete;
     SessionBus& operator=(const SessionBus&) = delete;
 
-    /// For another user of the same connection, who saves the time that one of its own would take.
+    /// Returns another handle to the same connection, because connecting again takes time.
     [[nodiscard]] std::unique_ptr<SessionBus> share() const;
 
-    /// Calls back, on this thread, when the bus is lost. Once; not for the callback to destroy
-    /// this.
+    /// Calls back once on this thread when the bus is lost. The callback must not destroy this
+    /// object.
     void onLoss(std::function<void()> lost);
 
     [[nodiscard]] bool isConnected() const { return connection_->isConnected(); }

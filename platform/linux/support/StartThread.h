@@ -11,12 +11,11 @@
 
 namespace orvel {
 
-/// Runs `work()`, which must not throw, on a new thread and then `finish` with its result on this
-/// one, unless the context has gone by then.
+/// Runs `work()`, which must not throw, on a new thread, then `finish` with its result on this
+/// thread, unless the context was destroyed before.
 ///
-/// Use it in a port of this system for work that blocks. The context is a `QObject` that the port
-/// owns, `callbackContext_`: it comes after the members that callbacks use, and what is still
-/// queued is dropped with it.
+/// Ports use it for blocking work. The context is the port's member `callbackContext_`, declared
+/// after all members that callbacks use; destroying it drops queued callbacks.
 template <typename Work, typename Finish>
 [[nodiscard]] std::jthread startThread(QObject* context, Work work, Finish finish) {
     using Result = std::invoke_result_t<Work>;

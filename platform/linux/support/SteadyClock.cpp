@@ -19,11 +19,11 @@ namespace orvel {
 
 namespace {
 
-/// Longest wait that still fits the kernel's seconds with room to spare; a century.
+/// A century, well within the range of the kernel's seconds.
 constexpr double maximumDelay = 100.0 * 366 * 86400;
 
-/// How long a timer without a descriptor relies on a clock that stops while the machine sleeps.
-constexpr tavrin::Seconds longestTrust(60);
+/// The polling interval of timers without a descriptor, whose clock stops while the machine sleeps.
+constexpr tavrin::Seconds pollInterval(60);
 
 tavrin::Seconds bootTime() {
     timespec reading{};
@@ -33,7 +33,7 @@ tavrin::Seconds bootTime() {
 }
 
 timespec timespecOf(tavrin::Seconds delay) {
-    // All zero would disarm the timer: wait at least a nanosecond.
+    // Zero would disarm the timer, so wait at least a nanosecond.
     const double seconds = std::clamp(delay.count(), 1e-9, maximumDelay);
     const double whole = std::floor(seconds);
     const auto nanoseconds = static_cast<long>((seconds - whole) * 1e9);
@@ -58,21 +58,21 @@ public:
 
 private:
     void fire() {
-        // We are inside its signal.
+        // Called from the notifier's signal, so delete it later.
         notifier_->setEnabled(false);
         notifier_.release()->deleteLater();
-        // The callback may destroy this object, and with it a callback that were still inside it.
+        // Move the callback out first, because it may destroy this object.
         const std::function<void()> callback = std::exchange(callback_, nullptr);
         callback();
     }
 
     tavrin::FileDescriptor descriptor_;
     std::function<void()> callback_;
-    /// Goes before the descriptor it watches.
+    /// Destroyed before the descriptor it watches.
     std::unique_ptr<QSocketNotifier> notifier_;
 };
 
-/// Needs no descriptor, but has to look at the clock itself.
+/// Needs no descriptor, but has to poll the clock.
 class PollingTimer final : public Clock::Timer {
 public:
     PollingTimer(tavrin::Seconds delay, std::function<void()> callback)
@@ -85,7 +85,7 @@ public:
 
 private:
     void wait() {
-        const auto left = std::clamp(end_ - bootTime(), tavrin::Seconds::zero(), longestTrust);
+        const auto left = std::clamp(end_ - bootTime(), tavrin::Seconds::zero(), pollInterval);
         timer_->start(std::chrono::ceil<std::chrono::milliseconds>(left));
     }
 
@@ -94,7 +94,7 @@ private:
             wait();
             return;
         }
-        // We are inside its signal, and the callback may destroy this object.
+        // Called from the timer's signal, and the callback may destroy this object.
         timer_.release()->deleteLater();
         const std::function<void()> callback = std::exchange(callback_, nullptr);
         callback();

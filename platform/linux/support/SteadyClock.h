@@ -5,9 +5,9 @@
 
 namespace orvel {
 
-/// The system's clocks. Timers run on the boot-time clock, so a sleeping machine does not stretch
-/// them, and on the calling thread's event loop. Those that find no file descriptor left may be up
-/// to a minute late after a sleep.
+/// The system's clocks. Timers use the boot-time clock, which also counts while the machine sleeps,
+/// and the calling thread's event loop. A timer that got no file descriptor may be up to a minute
+/// late after a sleep.
 class SteadyClock final : public Clock {
 public:
     [[nodiscard]] tavrin::Date now() const override;

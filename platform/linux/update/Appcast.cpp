@@ -21,7 +21,7 @@ constexpr std::size_t maximumDepth = 64;
 /// Stands between a namespace and a name.
 constexpr char separator = '\n';
 
-/// Where the items are.
+/// The elements that contain the items.
 constexpr std::array<std::string_view, 3> pathToItem = {"rss", "channel", "item"};
 
 struct FreeParser {
@@ -42,7 +42,7 @@ bool isUTF8(std::string_view encoding) {
            (encoding[2] | 0x20) == 'f' && encoding.substr(3) == "-8";
 }
 
-/// Gathers the items while the parser goes through the text.
+/// Collects the items during parsing.
 class Reader final {
 public:
     Reader() : parser_(XML_ParserCreateNS("UTF-8", separator)) {
@@ -69,7 +69,7 @@ public:
     }
 
 private:
-    // Called by the parser, through which nothing may be thrown.
+    // Called by the parser, which is C: must not throw.
     static void
     onDeclaration(void* reader, const XML_Char*, const XML_Char* encoding, int) noexcept {
         if (encoding != nullptr && !isUTF8(encoding)) {
@@ -92,7 +92,7 @@ private:
 
     static void onText(void* reader, const XML_Char* text, int length) noexcept {
         const auto& self = *static_cast<Reader*>(reader);
-        // Not what is nested in the field.
+        // Ignore text of nested elements.
         if (self.field_ != nullptr && self.depth_ == pathToItem.size() + 1) {
             self.field_->append(text, static_cast<std::size_t>(length));
         }
@@ -172,7 +172,7 @@ private:
                                        : own == "version"            ? &item.version
                                        : own == "shortVersionString" ? &item.shortVersion
                                                                      : nullptr;
-            // What the item itself says counts, wherever it stands.
+            // The item's own value takes precedence, in any order.
             if (field != nullptr && field->empty()) {
                 *field = attributes[1];
             }
@@ -183,9 +183,9 @@ private:
     std::vector<AppcastItem> items_;
     std::optional<UpdateError::Case> refusal_;
     std::size_t depth_ = 0;
-    /// How many of the elements that are open lead to the items.
+    /// How many of the open elements are on `pathToItem`.
     std::size_t depthOnPath_ = 0;
-    /// Where the text goes.
+    /// The field that receives the current text.
     std::string* field_ = nullptr;
 };
 

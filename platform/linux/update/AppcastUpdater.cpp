@@ -268,7 +268,7 @@ void AppcastUpdater::finishInstalling() {
             cycle->offer->update.version,
             isPackage ? "stored as a package" : "installed"));
     if (!isPackage) {
-        // No older version may replace the one on the disk, even before that is started.
+        // No older version may replace the installed one, even before it is started.
         agent_.version = cycle->offer->version;
     }
     endCycle();

@@ -52,8 +52,8 @@ bool lacksUnnamedFiles(int error) {
     return error == EOPNOTSUPP || error == EISDIR;
 }
 
-/// Whether reserving room failed for lack of it. Not every file system can reserve.
-bool isWithoutRoom(int error) {
+/// Whether reserving space failed because the disk is full. Not every file system can reserve.
+bool isDiskFull(int error) {
     return error == ENOSPC || error == EFBIG || error == EDQUOT;
 }
 
@@ -66,7 +66,7 @@ StagedUpdate::StagedUpdate(std::filesystem::path place, std::uint64_t length, Na
       folder_(::open(place_.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
     open(naming);
     if (fallocate(file_.get(), FALLOC_FL_KEEP_SIZE, 0, static_cast<off_t>(length_)) != 0 &&
-        isWithoutRoom(errno)) {
+        isDiskFull(errno)) {
         const int error = errno;
         removeName();
         throw couldNotStore(error);
@@ -127,7 +127,7 @@ void StagedUpdate::append(std::string_view bytes) {
 
 void StagedUpdate::verify(const UpdateKey& key, const UpdateSignature& signature) {
     struct stat status {};
-    // What counts is what the disk has, not what we remember.
+    // Verify the content on disk, not what was received.
     if (fstat(file_.get(), &status) != 0 || fsync(file_.get()) != 0) {
         throw couldNotStore(errno);
     }
@@ -183,12 +183,12 @@ void StagedUpdate::putInPlace(Use use) {
         throw couldNotReplace(errno);
     }
     isNamed_ = false;
-    // Where the system crashes before this, one of both files is there.
+    // After a crash before this point, either the old or the new file is present.
     static_cast<void>(fsync(folder_.get()));
     if (!isAt(target)) {
         throw UpdateError(UpdateError::Swapped());
     }
-    // A file that somebody may write to cannot be started.
+    // A file that is open for writing cannot be executed.
     file_ = FileDescriptor();
 }
 
@@ -196,7 +196,7 @@ void StagedUpdate::giveName() {
     if (isNamed_) {
         return;
     }
-    // One that a crash left behind.
+    // A file that a crash left behind.
     unlinkat(folder_.get(), name_.c_str(), 0);
     const std::string descriptor = "/proc/self/fd/" + std::to_string(file_.get());
     if (linkat(AT_FDCWD, descriptor.c_str(), folder_.get(), name_.c_str(), AT_SYMLINK_FOLLOW) !=

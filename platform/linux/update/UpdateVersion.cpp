@@ -7,7 +7,7 @@ namespace orvel {
 
 namespace {
 
-// The locale has no say in this.
+// Independent of the locale.
 bool isDigit(char character) {
     return character >= '0' && character <= '9';
 }

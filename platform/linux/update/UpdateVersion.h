@@ -13,7 +13,7 @@ namespace orvel {
 ///
 /// Points, hyphens, underscores, plus signs and each change between digits and letters separate
 /// components: "1.10-beta2" is 1, 10, beta, 2. They are compared from the left, numbers as numbers
-/// of any length, words byte by byte, and a word is below every number. The shorter version goes on
+/// of any length, words byte by byte, and a word is below every number. A shorter version is padded
 /// with zeros. Thus 1.9 < 1.10, 1.0 = 1.0.0, and 1.0-beta2 < 1.0-rc1 < 1.0 < 1.0.1.
 class UpdateVersion final {
 public:

@@ -32,7 +32,7 @@ using tavrin::FileDescriptor;
 using tavrin::PlatformError;
 using tavrin::TaskCancelled;
 using test::TemporaryDirectory;
-using Way = KernelFileCopier::Way;
+using Method = KernelFileCopier::Method;
 
 void write(const fs::path& path, const std::string& content) {
     std::ofstream(path, std::ios::binary) << content;
@@ -44,7 +44,7 @@ std::string contentOf(const fs::path& path) {
     return content.str();
 }
 
-/// More than one step of every way, and no multiple of anything; tells its parts apart.
+/// Longer than one chunk of each method, not a multiple of a chunk, and without repetition.
 std::string longContent() {
     std::string content(17'000'001, '.');
     for (std::size_t offset = 0; offset + 8 < content.size(); offset += 4093) {
@@ -54,7 +54,7 @@ std::string longContent() {
     return content;
 }
 
-/// The code of the copy's failure, or nothing when it succeeds.
+/// The error code; nothing on success.
 std::optional<int>
 failureOf(KernelFileCopier& copier, const fs::path& source, const fs::path& destination) {
     try {
@@ -74,19 +74,19 @@ protected:
     KernelFileCopier copier_;
 };
 
-/// Copies a file too large to come to an end, on another thread, and tells when the first bytes
+/// Copies a file that is too large to finish on another thread, and reports when the first bytes
 /// have arrived.
 class EndlessCopy final {
 public:
     static constexpr off_t size = off_t{1} << 40;
 
-    EndlessCopy(Way way, const fs::path& source, const fs::path& destination)
+    EndlessCopy(Method method, const fs::path& source, const fs::path& destination)
         : events_(inotify_init1(IN_CLOEXEC)) {
         write(source, "");
         fs::resize_file(source, static_cast<std::uintmax_t>(size));
         inotify_add_watch(events_.get(), source.parent_path().c_str(), IN_MODIFY);
         result_ = std::async(std::launch::async, [=, token = cancellation_.token()] {
-            KernelFileCopier({way}).copy(source, destination, token);
+            KernelFileCopier({method}).copy(source, destination, token);
         });
     }
 
@@ -105,21 +105,21 @@ private:
     std::future<void> result_;
 };
 
-class KernelFileCopierWayTest : public KernelFileCopierTest,
-                                public testing::WithParamInterface<Way> {
+class KernelFileCopierMethodTest : public KernelFileCopierTest,
+                                   public testing::WithParamInterface<Method> {
 protected:
     KernelFileCopier copierOfThisWay_ = KernelFileCopier({GetParam()});
 };
 
 INSTANTIATE_TEST_SUITE_P(
     ,
-    KernelFileCopierWayTest,
-    testing::Values(Way::CopyInKernel, Way::ReadAndWrite),
-    [](const auto& way) {
-        return way.param == Way::CopyInKernel ? "CopyInKernel" : "ReadAndWrite";
+    KernelFileCopierMethodTest,
+    testing::Values(Method::CopyInKernel, Method::ReadAndWrite),
+    [](const auto& method) {
+        return method.param == Method::CopyInKernel ? "CopyInKernel" : "ReadAndWrite";
     });
 
-TEST_P(KernelFileCopierWayTest, CopiesEveryByte) {
+TEST_P(KernelFileCopierMethodTest, CopiesEveryByte) {
     const std::string content = longContent();
     write(source_, content);
 
@@ -128,7 +128,7 @@ TEST_P(KernelFileCopierWayTest, CopiesEveryByte) {
     EXPECT_TRUE(contentOf(destination_) == content);
 }
 
-TEST_P(KernelFileCopierWayTest, CopiesAnEmptyFile) {
+TEST_P(KernelFileCopierMethodTest, CopiesAnEmptyFile) {
     write(source_, "");
 
     copierOfThisWay_.copy(source_, destination_, CancellationToken());
@@ -136,7 +136,7 @@ TEST_P(KernelFileCopierWayTest, CopiesAnEmptyFile) {
     EXPECT_EQ(fs::file_size(destination_), 0U);
 }
 
-TEST_P(KernelFileCopierWayTest, StopsAndRemovesTheCopyWhenCancelledInTheMiddle) {
+TEST_P(KernelFileCopierMethodTest, StopsAndRemovesTheCopyWhenCancelledInTheMiddle) {
     EndlessCopy copy(GetParam(), source_, destination_);
     copy.awaitFirstBytes();
 
@@ -148,7 +148,7 @@ TEST_P(KernelFileCopierWayTest, StopsAndRemovesTheCopyWhenCancelledInTheMiddle) 
 
 TEST_F(KernelFileCopierTest, ClonesOrSaysThatTheFileSystemCannot) {
     write(source_, "content");
-    KernelFileCopier copier({Way::Clone});
+    KernelFileCopier copier({Method::Clone});
 
     const std::optional<int> failure = failureOf(copier, source_, destination_);
 
@@ -162,11 +162,11 @@ TEST_F(KernelFileCopierTest, ClonesOrSaysThatTheFileSystemCannot) {
 
 TEST_F(KernelFileCopierTest, CopiesBetweenFileSystems) {
     const std::string content = longContent();
-    // A file of no directory lies on a file system of its own.
+    // A memory file is on another file system.
     const FileDescriptor memory(memfd_create("source", MFD_CLOEXEC));
     const fs::path source = "/proc/self/fd/" + std::to_string(memory.get());
     write(source, content);
-    KernelFileCopier inKernelOnly({Way::CopyInKernel});
+    KernelFileCopier inKernelOnly({Method::CopyInKernel});
     ASSERT_EQ(failureOf(inKernelOnly, source, destination_), EOPNOTSUPP);
 
     copier_.copy(source, destination_, CancellationToken());
@@ -175,7 +175,7 @@ TEST_F(KernelFileCopierTest, CopiesBetweenFileSystems) {
 }
 
 TEST_F(KernelFileCopierTest, EndsWithASourceThatShrinksMeanwhile) {
-    EndlessCopy copy(Way::ReadAndWrite, source_, destination_);
+    EndlessCopy copy(Method::ReadAndWrite, source_, destination_);
     copy.awaitFirstBytes();
 
     fs::resize_file(source_, 1);
@@ -191,7 +191,7 @@ TEST_F(KernelFileCopierTest, LeavesOutWhatASourceGrowsByMeanwhile) {
     const FileDescriptor events(inotify_init1(IN_CLOEXEC));
     inotify_add_watch(events.get(), directory_.path().c_str(), IN_MODIFY);
     auto copy = std::async(std::launch::async, [this] {
-        KernelFileCopier({Way::ReadAndWrite}).copy(source_, destination_, CancellationToken());
+        KernelFileCopier({Method::ReadAndWrite}).copy(source_, destination_, CancellationToken());
     });
     std::array<char, 4096> event{};
     ASSERT_GT(read(events.get(), event.data(), event.size()), 0);
