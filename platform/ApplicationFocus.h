@@ -12,7 +12,7 @@ public:
     enum class ActivationPolicy {
         /// An application with windows, which may come to the front by itself.
         Regular,
-        /// An application that only has a tray icon.
+        /// An application that is mainly a tray icon.
         Accessory,
     };
 

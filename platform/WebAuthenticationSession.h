@@ -30,7 +30,8 @@ public:
     /// the rest as hostile.
     using Outcome = std::variant<std::string, NotStarted, Cancelled, NoResponse, Failed>;
 
-    /// A started attempt. Destroying it does not end the attempt; it may outlive it.
+    /// A handle to a started attempt. Destroying the handle does not end the attempt; the handle
+    /// may outlive the attempt.
     class Attempt : public tavrin::Interface {
     public:
         /// Ends the attempt with `Cancelled`, unless it has already ended.

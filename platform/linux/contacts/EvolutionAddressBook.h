@@ -24,9 +24,9 @@ struct EvolutionCards;
 /// The desktop does not ask for consent, so the agent does. A grant is stored in the user defaults.
 /// A refusal is not stored, because the desktop has no settings in which the user could revoke it;
 /// the next request asks again. Without a session bus or without the service the status is
-/// `Restricted`. The first request or enumeration detects and logs that. Every later request,
-/// enumeration or status query checks again, because the service may have been slow to start. An
-/// unreadable address book is logged and skipped. Each failure is logged once.
+/// `Restricted`. The first request or enumeration detects and logs that. From then on every
+/// request, enumeration or status query checks again, because the service may only be slow to
+/// start. An unreadable address book is logged and skipped. Each failure is logged once.
 ///
 /// Borrows the defaults and the log store. Its threads, which wait for the service, may outlive the
 /// object.

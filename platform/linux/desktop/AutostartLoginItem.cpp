@@ -126,29 +126,24 @@ AutostartLoginItem::AutostartLoginItem(Options options)
 AutostartLoginItem::~AutostartLoginItem() = default;
 
 void AutostartLoginItem::registerItem(Completion completion) {
-    using Result = std::optional<tavrin::PlatformError>;
-    const auto work = [this]() -> Result {
+    const auto work = [this] {
         writeEntry(file_, options_);
         return std::nullopt;
     };
-    run<Result>(*disk_, callbackContext_.get(), work, std::move(completion));
+    run(*disk_, callbackContext_.get(), work, std::move(completion));
 }
 
 void AutostartLoginItem::unregisterItem(Completion completion) {
-    using Result = std::optional<tavrin::PlatformError>;
-    const auto work = [this]() -> Result {
+    const auto work = [this] {
         removeEntry(file_);
         return std::nullopt;
     };
-    run<Result>(*disk_, callbackContext_.get(), work, std::move(completion));
+    run(*disk_, callbackContext_.get(), work, std::move(completion));
 }
 
 void AutostartLoginItem::status(StatusCompletion completion) {
-    using Result = std::variant<Status, tavrin::PlatformError>;
-    const auto work = [this]() -> Result {
-        return statusOf(file_);
-    };
-    run<Result>(*disk_, callbackContext_.get(), work, std::move(completion));
+    run(
+        *disk_, callbackContext_.get(), [this] { return statusOf(file_); }, std::move(completion));
 }
 
 } // namespace orvel

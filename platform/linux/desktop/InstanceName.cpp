@@ -47,7 +47,7 @@ ownerOf(const QString& name, const QDBusConnection& connection) {
 } // namespace
 
 /// The flags of RequestName: wait in the queue, or do not queue. The owner is never replaced.
-enum class InstanceName::Otherwise : std::uint32_t { Wait = 0, GiveUp = 4 };
+enum class InstanceName::QueuePolicy : std::uint32_t { Wait = 0, DoNotQueue = 4 };
 
 /// The object on the bus. There are no documents and no actions, so every call activates the
 /// application. Ignores the caller's activation token: Qt reads tokens only from the environment,
@@ -102,7 +102,7 @@ InstanceName::Outcome InstanceName::take() {
     if (!bus_) {
         bus_ = SessionBus::await(longestWait, callbackContext_.get(), [this](auto bus) {
             bus_ = std::move(bus);
-            takeLate();
+            queueForName();
         });
     }
     if (!bus_) {
@@ -111,14 +111,14 @@ InstanceName::Outcome InstanceName::take() {
     // Register the object before requesting the name, so that the name's owner always has the
     // object.
     bus_->connection().registerVirtualObject(path(), application_.get());
-    const QDBusMessage request = requestName(Otherwise::GiveUp);
+    const QDBusMessage request = requestName(QueuePolicy::DoNotQueue);
     // Retry, because the other copy may end between the two calls.
     for (int attempt = 0; attempt < 10; ++attempt) {
         constexpr quint32 exists = 3;
         const QDBusReply<quint32> reply =
             bus_->connection().call(request, QDBus::Block, busTimeout);
         if (!reply.isValid()) {
-            takeLate();
+            queueForName();
             return NoBus();
         }
         if (reply.value() != exists) {
@@ -131,16 +131,16 @@ InstanceName::Outcome InstanceName::take() {
     return NoBus();
 }
 
-QDBusMessage InstanceName::requestName(Otherwise otherwise) const {
+QDBusMessage InstanceName::requestName(QueuePolicy policy) const {
     QDBusMessage request = busMethod("RequestName");
-    request << QString::fromStdString(name_) << static_cast<quint32>(otherwise);
+    request << QString::fromStdString(name_) << static_cast<quint32>(policy);
     return request;
 }
 
-void InstanceName::takeLate() {
+void InstanceName::queueForName() {
     bus_->connection().registerVirtualObject(path(), application_.get());
     // The agent is already running, so wait for the name if another process has it.
-    bus_->connection().send(requestName(Otherwise::Wait));
+    bus_->connection().send(requestName(QueuePolicy::Wait));
 }
 
 std::unique_ptr<SessionBus> InstanceName::shareBus() const {

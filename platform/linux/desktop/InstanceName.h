@@ -51,10 +51,10 @@ public:
 private:
     class Application;
     /// What to do when another process owns the name.
-    enum class Otherwise : std::uint32_t;
+    enum class QueuePolicy : std::uint32_t;
 
-    [[nodiscard]] QDBusMessage requestName(Otherwise otherwise) const;
-    void takeLate();
+    [[nodiscard]] QDBusMessage requestName(QueuePolicy policy) const;
+    void queueForName();
     [[nodiscard]] QString path() const;
 
     std::string name_;

@@ -143,7 +143,7 @@ void CurlTransfer::appendHeader(const std::string& line) {
     if (longer == nullptr) {
         throw std::bad_alloc();
     }
-    // `longer` is a new list only if there was none before.
+    // `longer` is the same list, or a new one if there was none.
     static_cast<void>(headers_.release());
     headers_.reset(longer);
 }

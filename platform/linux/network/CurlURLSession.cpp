@@ -85,7 +85,7 @@ public:
 private:
     void run();
     /// Returns false when the worker must stop.
-    bool takeOrders();
+    bool handleCommands();
     void finish(CURL* easy, CURLcode code);
 
     PendingExchanges& pending_;
@@ -191,7 +191,7 @@ void CurlURLSession::Worker::cancel(std::uint64_t exchange) {
 }
 
 void CurlURLSession::Worker::run() {
-    while (takeOrders()) {
+    while (handleCommands()) {
         int running = 0;
         Curl::get().multiPerform(multi_.get(), &running);
         int remaining = 0;
@@ -208,7 +208,7 @@ void CurlURLSession::Worker::run() {
     transfers_.clear();
 }
 
-bool CurlURLSession::Worker::takeOrders() {
+bool CurlURLSession::Worker::handleCommands() {
     std::vector<std::unique_ptr<CurlTransfer>> started;
     std::vector<std::uint64_t> cancelled;
     {

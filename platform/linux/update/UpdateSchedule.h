@@ -66,7 +66,7 @@ private:
 
     void schedule(tavrin::Seconds delay);
     void saveChoice(Change change);
-    /// Any thread. Gives the reason when it fails.
+    /// Any thread. Returns the reason on failure.
     std::optional<std::string> write(const Change& change) const;
 
     Clock& clock_;
