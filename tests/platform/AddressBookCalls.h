@@ -42,7 +42,7 @@ inline bool requestAccess(AddressBook& addressBook) {
     return runTask(detail::requested(&addressBook));
 }
 
-/// Throws when the address book does.
+/// Throws the address book's error.
 inline std::vector<ContactCard> cardsOf(AddressBook& addressBook, AddressBook::Fields fields) {
     AddressBook::Cards cards = runTask(detail::enumerated(&addressBook, fields));
     if (const auto* error = std::get_if<tavrin::PlatformError>(&cards)) {
@@ -51,7 +51,7 @@ inline std::vector<ContactCard> cardsOf(AddressBook& addressBook, AddressBook::F
     return std::get<std::vector<ContactCard>>(std::move(cards));
 }
 
-/// Empty when there is none.
+/// The error's text; empty on success.
 inline std::string errorOf(AddressBook& addressBook, AddressBook::Fields fields) {
     try {
         cardsOf(addressBook, fields);

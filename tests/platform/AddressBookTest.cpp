@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What every address book does: the fake of the other tests and this system's.
+// Contract tests for every address book: the fake and this system's.
 #include "platform/AddressBook.h"
 
 #include "tests/platform/AddressBookCalls.h"
@@ -53,7 +53,7 @@ protected:
         return cardsOf(addressBook(), fields);
     }
 
-    /// The cards come back as they were added, in whatever order.
+    /// Expects the added cards back unchanged, in any order.
     void expectKept(const std::vector<ContactCard>& cards) {
         subject_->add(cards);
         EXPECT_THAT(allCards(), UnorderedElementsAreArray(cards));
@@ -76,7 +76,7 @@ INSTANTIATE_TEST_SUITE_P(
         Kind{"Real", test::makeRealAddressBook}),
     [](const auto& kind) { return kind.param.name; });
 
-TEST_P(AddressBookTest, NothingIsDecidedAtFirst) {
+TEST_P(AddressBookTest, StartsUndecided) {
     EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::AuthorizationStatus::NotDetermined);
 }
 
@@ -85,7 +85,7 @@ TEST_P(AddressBookTest, ConsentGrantsAccess) {
     EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::AuthorizationStatus::Authorized);
 }
 
-TEST_P(AddressBookTest, RefusalGrantsNothing) {
+TEST_P(AddressBookTest, RefusalDeniesAccess) {
     subject_->add({ContactCard{"Jane", "Doe", "", {}, {}}});
     subject_->setUserAllows(false);
     EXPECT_FALSE(requestAccess(addressBook()));
@@ -93,14 +93,14 @@ TEST_P(AddressBookTest, RefusalGrantsNothing) {
     EXPECT_NE(errorOf(addressBook(), Fields::Identifiers), "");
 }
 
-TEST_P(AddressBookTest, ConsentIsAskedOnce) {
+TEST_P(AddressBookTest, AsksForConsentOnce) {
     EXPECT_TRUE(requestAccess(addressBook()));
     subject_->setUserAllows(false);
     EXPECT_TRUE(requestAccess(addressBook()));
     EXPECT_EQ(subject_->questions(), 1);
 }
 
-TEST_P(AddressBookTest, WhoeverHasRefusedIsAskedAgainUnlessThatDecidedIt) {
+TEST_P(AddressBookTest, AsksAgainAfterARefusalUnlessItIsStored) {
     subject_->setUserAllows(false);
     EXPECT_FALSE(requestAccess(addressBook()));
     const bool isDecided =
@@ -110,7 +110,7 @@ TEST_P(AddressBookTest, WhoeverHasRefusedIsAskedAgainUnlessThatDecidedIt) {
     EXPECT_EQ(subject_->questions(), isDecided ? 1 : 2);
 }
 
-TEST_P(AddressBookTest, WithoutAccessNothingIsRead) {
+TEST_P(AddressBookTest, ReadsNothingWithoutAccess) {
     subject_->add({ContactCard{"Jane", "Doe", "", {}, {}}});
     EXPECT_FALSE(errorOf(addressBook(), Fields::Identifiers).empty());
 }
@@ -152,7 +152,7 @@ TEST_P(AddressBookTest, GivesNamesInAnyScript) {
          ContactCard{"👩‍🚀", "", "", {}, {}}});
 }
 
-TEST_P(AddressBookTest, GivesACardWithoutAnything) {
+TEST_P(AddressBookTest, GivesAnEmptyCard) {
     expectKept({ContactCard{}, ContactCard{"Jane", "", "", {}, {}}});
 }
 
@@ -163,13 +163,13 @@ TEST_P(AddressBookTest, GivesOnlyTheFieldsAskedFor) {
         UnorderedElementsAreArray({ContactCard{"", "", "", {"12"}, {"a@example.com"}}}));
 }
 
-TEST_P(AddressBookTest, SeesWhatWasAddedSinceTheLastTime) {
+TEST_P(AddressBookTest, SeesCardsAddedSinceTheLastRead) {
     EXPECT_THAT(allCards(), IsEmpty());
     subject_->add({ContactCard{"Jane", "", "", {}, {}}});
     EXPECT_EQ(allCards().size(), 1U);
 }
 
-TEST_P(AddressBookTest, SeveralCallsAtOnceAreEachAnsweredOnce) {
+TEST_P(AddressBookTest, AnswersEachOfSeveralPendingCallsOnce) {
     subject_->add({ContactCard{"Jane", "", "", {}, {}}});
     ASSERT_TRUE(requestAccess(addressBook()));
     const auto sizes = std::make_shared<std::vector<std::size_t>>();
@@ -178,7 +178,7 @@ TEST_P(AddressBookTest, SeveralCallsAtOnceAreEachAnsweredOnce) {
             sizes->push_back(std::get<std::vector<ContactCard>>(cards).size());
         });
     }
-    // The fourth may overtake none of them for good.
+    // Later calls may finish first, so repeat until all three have finished.
     while (sizes->size() < 3) {
         EXPECT_EQ(cardsOf(addressBook(), Fields::Identifiers).size(), 1U);
     }
@@ -186,7 +186,7 @@ TEST_P(AddressBookTest, SeveralCallsAtOnceAreEachAnsweredOnce) {
     EXPECT_THAT(*sizes, testing::ElementsAre(1U, 1U, 1U));
 }
 
-TEST_P(AddressBookTest, TwoRequestsAtOnceAreOneQuestion) {
+TEST_P(AddressBookTest, TwoPendingRequestsAskOnce) {
     const auto answers = std::make_shared<std::vector<bool>>();
     addressBook().requestAccess([answers](bool isGranted) { answers->push_back(isGranted); });
     EXPECT_TRUE(requestAccess(addressBook()));
@@ -195,7 +195,7 @@ TEST_P(AddressBookTest, TwoRequestsAtOnceAreOneQuestion) {
     EXPECT_EQ(subject_->questions(), 1);
 }
 
-TEST_P(AddressBookTest, TwoRequestsAtOnceAreOneRefusal) {
+TEST_P(AddressBookTest, OneRefusalAnswersTwoPendingRequests) {
     subject_->setUserAllows(false);
     const auto answers = std::make_shared<std::vector<bool>>();
     addressBook().requestAccess([answers](bool isGranted) { answers->push_back(isGranted); });

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What every application focus does: the fake of the other tests and this system's.
+// Contract tests for every application focus: the fake and this system's.
 #include "platform/ApplicationFocus.h"
 
 #include "tests/platform/RealApplicationFocus.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What every bundle does: the fake of the other tests and this system's.
+// Contract tests for every bundle: the fake and this system's.
 #include "platform/Bundle.h"
 
 #include "tests/platform/RealBundle.h"

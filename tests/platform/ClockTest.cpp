@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What every clock does: the fake of the other tests and this system's.
+// Contract tests for every clock: the manual one and this system's.
 #include "platform/Clock.h"
 
 #include "tests/platform/RealClock.h"
@@ -23,7 +23,7 @@ namespace {
 
 using tavrin::Seconds;
 
-/// A clock and the way to let its time pass until something has happened.
+/// A clock, and a function that lets time pass until a condition holds.
 template <std::unique_ptr<Clock> (*make)()>
 struct SystemFixture {
     std::unique_ptr<Clock> owned = make();
@@ -51,7 +51,7 @@ class ClockTest : public testing::Test {
 protected:
     Clock& clock() { return fixture_.clock; }
 
-    /// Until a fresh timer, started after all others of the test, has called back.
+    /// Waits until a new timer, started after all others, has called back.
     void waitForLaterTimer(Seconds delay) {
         bool isDone = false;
         const auto timer = clock().schedule(delay, [&isDone] { isDone = true; });
@@ -133,11 +133,11 @@ TYPED_TEST(ClockTest, NeverCallsBackEarly) {
     const auto timer =
         this->clock().schedule(delay, [this, &end] { end = this->clock().uptime(); });
     this->waitFor([&end] { return end != Seconds(0); });
-    // Both readings are doubles: a nanosecond of rounding is no fault.
+    // Both readings are doubles: allow a nanosecond of rounding.
     EXPECT_GE(end - start, delay - Seconds(1e-9));
 }
 
-TYPED_TEST(ClockTest, ATimerFarAheadIsNoError) {
+TYPED_TEST(ClockTest, AcceptsATimerFarInTheFuture) {
     bool isCalled = false;
     const auto timer = this->clock().schedule(Seconds(1e18), [&isCalled] { isCalled = true; });
     auto sooner = this->clock().schedule(Seconds(0.001), [] {});
@@ -149,7 +149,7 @@ TEST(RealClockTest, TellsTheSystemsTimeOfDay) {
     const auto before = std::chrono::system_clock::now();
     const tavrin::Date now = makeRealClock()->now();
     const auto after = std::chrono::system_clock::now();
-    // A double keeps a fraction of a microsecond.
+    // A double is precise to a fraction of a microsecond.
     EXPECT_GE(now, before - std::chrono::microseconds(1));
     EXPECT_LE(now, after + std::chrono::microseconds(1));
 }

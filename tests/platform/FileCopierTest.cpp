@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What this system's way to copy a file does, as every one has to.
+// Contract tests for this system's file copier.
 #include "core/messages/FileCopier.h"
 
 #include "core/CancellationToken.h"
@@ -42,7 +42,7 @@ std::string contentOf(const fs::path& path) {
     return content.str();
 }
 
-/// The code of the copy's failure, or nothing when it succeeds.
+/// The error code; nothing on success.
 std::optional<int>
 failureOf(FileCopier& copier, const fs::path& source, const fs::path& destination) {
     try {
@@ -82,7 +82,7 @@ TEST_F(FileCopierTest, MakesACopyThatOnlyTheOwnerCanRead) {
         fs::status(destination_).permissions(), fs::perms::owner_read | fs::perms::owner_write);
 }
 
-TEST_F(FileCopierTest, TouchesNoFileThatIsThereAlready) {
+TEST_F(FileCopierTest, DoesNotOverwriteAnExistingFile) {
     write(source_, "new");
     write(destination_, "old");
 
@@ -90,7 +90,7 @@ TEST_F(FileCopierTest, TouchesNoFileThatIsThereAlready) {
     EXPECT_EQ(contentOf(destination_), "old");
 }
 
-TEST_F(FileCopierTest, FollowsNoLinkInTheDestinationsPlace) {
+TEST_F(FileCopierTest, DoesNotFollowALinkAtTheDestination) {
     write(source_, "new");
     const fs::path target = directory_ / "target";
     fs::create_symlink(target, destination_);
@@ -104,7 +104,7 @@ TEST_F(FileCopierTest, FailsWithoutASource) {
     EXPECT_FALSE(fs::exists(destination_));
 }
 
-TEST_F(FileCopierTest, FailsWithASourceThatMustNotBeRead) {
+TEST_F(FileCopierTest, FailsWithAnUnreadableSource) {
     write(source_, "content");
     fs::permissions(source_, fs::perms::none);
     fs::permissions(directory_.path(), fs::perms::all);
@@ -120,13 +120,13 @@ TEST_F(FileCopierTest, FailsWithADirectoryAsTheSource) {
     EXPECT_EQ(failureOf(*copier_, source_, destination_), EISDIR);
 }
 
-TEST_F(FileCopierTest, DoesNotWaitForAPipeInTheSourcesPlace) {
+TEST_F(FileCopierTest, DoesNotWaitForAPipeAsTheSource) {
     ASSERT_EQ(mkfifo(source_.c_str(), 0600), 0);
 
     EXPECT_EQ(failureOf(*copier_, source_, destination_), EINVAL);
 }
 
-TEST_F(FileCopierTest, RemovesWhatDoesNotFitOnTheDisk) {
+TEST_F(FileCopierTest, RemovesTheIncompleteCopyOnAFullDisk) {
     write(source_, std::string(std::size_t{4} << 20, 'x'));
     const fs::path disk = directory_ / "disk";
     fs::create_directory(disk);
@@ -136,7 +136,7 @@ TEST_F(FileCopierTest, RemovesWhatDoesNotFitOnTheDisk) {
     EXPECT_TRUE(fs::is_empty(disk));
 }
 
-TEST_F(FileCopierTest, DoesNothingWhenCancelledBefore) {
+TEST_F(FileCopierTest, DoesNothingWhenAlreadyCancelled) {
     write(source_, "content");
     CancellationSource cancellation;
     cancellation.cancel();

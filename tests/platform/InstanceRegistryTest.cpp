@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What every registry of copies does: the fake of the other tests and this system's.
+// Contract tests for every instance registry: the fake and this system's.
 #include "platform/InstanceRegistry.h"
 
 #include "tests/platform/RealInstanceRegistry.h"
@@ -62,7 +62,7 @@ TEST_P(InstanceRegistryTest, ALaterCopyFindsTheFirst) {
     EXPECT_TRUE(waitUntil([this] { return subject_->isOtherActivated(); }));
 }
 
-TEST_P(InstanceRegistryTest, TellsWhenAnotherCopyWasStarted) {
+TEST_P(InstanceRegistryTest, ReportsThatAnotherCopyWasStarted) {
     ASSERT_FALSE(registry().runningCopy(test::testIdentifier));
     int activations = 0;
     const auto subscription = registry().onActivation([&] { ++activations; });

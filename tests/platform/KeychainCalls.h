@@ -12,7 +12,7 @@
 
 namespace orvel::test {
 
-/// What an operation of a keychain came to, once it has.
+/// The result of a keychain operation.
 template <typename T>
 class Pending final {
 public:
@@ -27,7 +27,7 @@ public:
 
     [[nodiscard]] bool isDone() const { return result_->has_value(); }
 
-    /// Waits for it.
+    /// Waits for the result.
     [[nodiscard]] T value() const {
         if (!waitUntil([this] { return isDone(); })) {
             throw std::runtime_error("The keychain did not answer.");
@@ -68,7 +68,7 @@ inline std::optional<std::string> textOf(const PendingRead& read) {
     return value ? std::optional(value->text()) : std::nullopt;
 }
 
-/// Why a change does not outlive the process; empty when it does.
+/// The error of the change; empty on success.
 inline std::string failureOf(const PendingChange& change) {
     const std::optional<tavrin::PlatformError> failure = change.value();
     return failure ? failure->what() : std::string();

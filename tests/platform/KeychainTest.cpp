@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What every keychain does: the fake of the other tests and this system's.
+// Contract tests for every keychain: the fake and this system's.
 #include "platform/Keychain.h"
 
 #include "tests/platform/KeychainCalls.h"
@@ -79,11 +79,11 @@ INSTANTIATE_TEST_SUITE_P(
         Kind{"Real", test::makeRealKeychain}),
     [](const auto& kind) { return kind.param.name; });
 
-TEST_P(KeychainTest, AMissingItemIsNothing) {
+TEST_P(KeychainTest, AMissingItemHasNoValue) {
     EXPECT_EQ(read(), std::nullopt);
 }
 
-TEST_P(KeychainTest, KeepsWhatIsWritten) {
+TEST_P(KeychainTest, ReadsWhatWasWritten) {
     write("value");
     EXPECT_THAT(read(), Optional(std::string("value")));
     EXPECT_THAT(subject_->kept(), ElementsAre("value"));
@@ -101,7 +101,7 @@ TEST_P(KeychainTest, GivesValuesUnchanged) {
     }
 }
 
-TEST_P(KeychainTest, AWriteReplacesWhatWasThere) {
+TEST_P(KeychainTest, AWriteReplacesTheOldValue) {
     write("first");
     write("second");
     EXPECT_THAT(read(), Optional(std::string("second")));
@@ -115,11 +115,11 @@ TEST_P(KeychainTest, ARemovedItemIsGone) {
     EXPECT_THAT(subject_->kept(), IsEmpty());
 }
 
-TEST_P(KeychainTest, RemovingNothingIsASuccess) {
+TEST_P(KeychainTest, RemovingAMissingItemSucceeds) {
     remove();
 }
 
-TEST_P(KeychainTest, TellsServicesAndAccountsApart) {
+TEST_P(KeychainTest, DistinguishesServicesAndAccounts) {
     write("value");
     EXPECT_EQ(textOf(startRead(keychain(), service, "other")), std::nullopt);
     EXPECT_EQ(textOf(startRead(keychain(), "app.other", account)), std::nullopt);
@@ -127,7 +127,7 @@ TEST_P(KeychainTest, TellsServicesAndAccountsApart) {
     EXPECT_THAT(read(), Optional(std::string("value")));
 }
 
-TEST_P(KeychainTest, OperationsTakeEffectInTheOrderOfTheirStart) {
+TEST_P(KeychainTest, OperationsTakeEffectInCallOrder) {
     const auto before = startRead(keychain(), service, account);
     const auto write = startWrite(keychain(), service, account, "first");
     const auto between = startRead(keychain(), service, account);

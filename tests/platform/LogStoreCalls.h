@@ -17,14 +17,14 @@
 
 namespace orvel::test {
 
-/// Runs the event loop until it has happened.
+/// Runs the event loop until the condition holds.
 inline void waitFor(const std::function<bool()>& condition) {
     while (!condition()) {
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
     }
 }
 
-/// The log of a fixture: its `store`, and the `subsystem` that the store writes for.
+/// Tests a fixture's `store`, which writes entries of its `subsystem`.
 template <typename Fixture>
 class LogStoreTest : public testing::Test {
 protected:
@@ -38,7 +38,7 @@ protected:
             start, [&result](LogStore::Entries given) { result = std::move(given); });
         waitFor([&result] { return result.has_value(); });
         auto entries = std::get<std::vector<LogEntry>>(std::move(*result));
-        // Frameworks and other cases may write as well.
+        // Frameworks and other test cases may also write.
         std::erase_if(entries, [this](const LogEntry& entry) {
             return entry.subsystem != fixture_.subsystem;
         });

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What every log store does: the fake of the other tests and this system's.
+// Contract tests for every log store: the fake and this system's.
 #include "platform/LogStore.h"
 
 #include "tests/platform/LogStoreCalls.h"
@@ -34,11 +34,11 @@ using testing::AnyOf;
 using testing::ElementsAre;
 
 struct RealFixture {
-    /// Its own, because some systems have one log for the whole process.
+    /// A different one for each test, because some systems have one log for the whole process.
     std::string subsystem = "app.test" + std::to_string(++made);
     std::unique_ptr<LogStore> store = makeRealLogStore(subsystem);
 
-    /// Until the clock has another reading.
+    /// Waits until the clock's value has changed.
     static void letTimePass() {
         const auto reading = [] {
             return tavrin::Date(std::chrono::system_clock::now());
@@ -85,12 +85,12 @@ TYPED_TEST(LogStoreTest, GivesBackLevelCategoryAndMessageInTheOrderOfWriting) {
             "4 lifecycle: \xC3\xA9t\xC3\xA9 \xF0\x9F\x8F\x96"}));
 }
 
-TYPED_TEST(LogStoreTest, GivesBackAMessageOfSeveralLinesAsItIs) {
+TYPED_TEST(LogStoreTest, GivesBackAMessageOfSeveralLinesUnchanged) {
     this->store().write(LogLevel::Info, "auth", "one\ntwo\r\n\t\x1B[2J");
     EXPECT_EQ(this->messages(), Strings{"one\ntwo\r\n\t\x1B[2J"});
 }
 
-TYPED_TEST(LogStoreTest, ACharacterOfValueZeroIsNotTheEndOfAMessage) {
+TYPED_TEST(LogStoreTest, ANulCharacterDoesNotEndAMessage) {
     this->store().write(LogLevel::Info, "auth", "one\0two"sv);
     EXPECT_THAT(this->messages(), ElementsAre(AnyOf("one\0two"s, "one\u2400two")));
 }
@@ -103,7 +103,7 @@ TYPED_TEST(LogStoreTest, GivesBackWellFormedText) {
     EXPECT_EQ(entries.front().message, "b\xEF\xBF\xBD");
 }
 
-TYPED_TEST(LogStoreTest, ReadsFromADateOn) {
+TYPED_TEST(LogStoreTest, ReadsEntriesFromADateOn) {
     for (const std::string_view message : {"one", "two", "three"}) {
         this->store().write(LogLevel::Info, "c", message);
         this->fixture_.letTimePass();
@@ -129,12 +129,12 @@ TYPED_TEST(LogStoreTest, AnswersOnceOnTheMainThreadAndNeverBeforeReturning) {
     EXPECT_EQ(answers, 0);
     waitFor([&answers] { return answers > 0; });
     EXPECT_EQ(thread, QCoreApplication::instance()->thread());
-    // A later answer comes later.
+    // A second answer would arrive before this one.
     EXPECT_TRUE(this->entries().empty());
     EXPECT_EQ(answers, 1);
 }
 
-TYPED_TEST(LogStoreTest, ReadsAreAnsweredInTheirOrder) {
+TYPED_TEST(LogStoreTest, AnswersReadsInCallOrder) {
     std::vector<int> order;
     for (int read = 0; read < 20; ++read) {
         this->store().readEntries(
@@ -164,7 +164,7 @@ TYPED_TEST(LogStoreTest, ACompletionMayDestroyTheStore) {
     waitFor([&isAnswered] { return isAnswered; });
 }
 
-TYPED_TEST(LogStoreTest, LinesOfSeveralThreadsAreAllThere) {
+TYPED_TEST(LogStoreTest, KeepsTheLinesOfSeveralThreads) {
     constexpr int threadCount = 4;
     constexpr int lineCount = 200;
     std::vector<std::thread> threads;
@@ -172,7 +172,7 @@ TYPED_TEST(LogStoreTest, LinesOfSeveralThreadsAreAllThere) {
         threads.emplace_back([this, index] {
             const std::string message(100, static_cast<char>('a' + index));
             for (int line = 0; line < lineCount; ++line) {
-                // Of this level no system may forget any soon.
+                // No system may drop lines of this level soon.
                 this->store().write(LogLevel::Error, "t", message);
             }
         });

@@ -61,7 +61,7 @@ TYPED_TEST(LoginItemTest, IsRegisteredUntilItIsUnregistered) {
     EXPECT_EQ(this->status(), Status::NotRegistered);
 }
 
-TYPED_TEST(LoginItemTest, DoingItTwiceIsNoFailure) {
+TYPED_TEST(LoginItemTest, RegisteringOrUnregisteringTwiceSucceeds) {
     EXPECT_EQ(this->unregisterItem(), std::nullopt);
     EXPECT_EQ(this->registerItem(), std::nullopt);
     EXPECT_EQ(this->registerItem(), std::nullopt);
@@ -71,7 +71,7 @@ TYPED_TEST(LoginItemTest, DoingItTwiceIsNoFailure) {
     EXPECT_EQ(this->status(), Status::NotRegistered);
 }
 
-TYPED_TEST(LoginItemTest, TheLastOfSeveralChangesCounts) {
+TYPED_TEST(LoginItemTest, TheLastOfSeveralChangesTakesEffect) {
     std::vector<int> order;
     const auto note = [&order](int change) {
         return [&order, change](const auto&) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What every motion preference does: the fake of the other tests and this system's.
+// Contract tests for every motion preference: the fake and this system's.
 #include "platform/MotionPreference.h"
 
 #include "tests/platform/RealMotionPreference.h"
@@ -50,7 +50,7 @@ TEST_P(MotionPreferenceTest, ASubscriptionMayOutliveIt) {
     motion.reset();
 }
 
-TEST_P(MotionPreferenceTest, FollowsTheWishForLessMotion) {
+TEST_P(MotionPreferenceTest, FollowsTheSetting) {
     EXPECT_FALSE(preference().shouldReduceMotion());
     std::vector<bool> seen;
     const auto subscription =

@@ -9,17 +9,16 @@
 
 namespace orvel::test {
 
-/// An address book, and the user it belongs to.
+/// An address book and its simulated user.
 class AddressBookSubject : public tavrin::Interface {
 public:
     [[nodiscard]] virtual AddressBook& addressBook() = 0;
     virtual void add(const std::vector<ContactCard>& cards) = 0;
-    /// What the user says when asked; yes unless told.
+    /// The user's answer; initially yes.
     virtual void setUserAllows(bool userAllows) = 0;
     [[nodiscard]] virtual int questions() const = 0;
 };
 
-/// This system's.
 [[nodiscard]] std::unique_ptr<AddressBookSubject> makeRealAddressBook();
 
 } // namespace orvel::test

@@ -7,7 +7,6 @@
 
 namespace orvel::test {
 
-/// This system's.
 [[nodiscard]] std::unique_ptr<ApplicationFocus> makeRealApplicationFocus();
 
 } // namespace orvel::test

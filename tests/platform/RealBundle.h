@@ -8,10 +8,10 @@
 
 namespace orvel::test {
 
-/// This system's bundle in a folder with an "Info.plist" and the resources side by side.
+/// A bundle in a folder with an "Info.plist" and resources.
 [[nodiscard]] std::unique_ptr<Bundle> makeRealBundle(const std::filesystem::path& folder);
 
-/// That of a program in the build folder.
+/// The bundle of a program in the build folder.
 [[nodiscard]] std::unique_ptr<Bundle> makeRealBundleOfThisProgram();
 
 } // namespace orvel::test

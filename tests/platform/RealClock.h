@@ -7,10 +7,9 @@
 
 namespace orvel::test {
 
-/// This system's clock.
 [[nodiscard]] std::unique_ptr<Clock> makeRealClock();
 
-/// The same in a process that may open no more files while a timer starts.
+/// A clock whose timers get no file descriptor.
 [[nodiscard]] std::unique_ptr<Clock> makeStarvedClock();
 
 } // namespace orvel::test

@@ -7,7 +7,6 @@
 
 namespace orvel::test {
 
-/// This system's way to copy a file.
 [[nodiscard]] std::unique_ptr<tavrin::FileCopier> makeRealFileCopier();
 
 } // namespace orvel::test

@@ -11,20 +11,19 @@ namespace orvel::test {
 
 constexpr auto testIdentifier = "app.test.Registry";
 
-/// A registry, and the copies around it.
+/// A registry and other copies of the program.
 class InstanceRegistrySubject : public tavrin::Interface {
 public:
     [[nodiscard]] virtual InstanceRegistry& registry() = 0;
     virtual void destroyRegistry() = 0;
-    /// Another copy runs from now on; under the identifier that it gives.
+    /// Starts another copy before this one and returns its identifier.
     [[nodiscard]] virtual std::string startFirstCopy() = 0;
-    /// Another copy was started now.
+    /// Starts another copy after this one.
     virtual void startSecondCopy() = 0;
-    /// Whether that other copy was brought to the front.
+    /// Whether the first copy was brought to the front.
     [[nodiscard]] virtual bool isOtherActivated() = 0;
 };
 
-/// This system's.
 [[nodiscard]] std::unique_ptr<InstanceRegistrySubject> makeRealInstanceRegistry();
 
 } // namespace orvel::test

@@ -13,16 +13,16 @@ namespace orvel::test {
 inline constexpr auto keychainService = "app.test.session";
 inline constexpr auto keychainAccount = "session";
 
-/// A keychain, and a new process's view of it.
+/// A keychain, and the stored items that a new process would find.
 class KeychainSubject : public tavrin::Interface {
 public:
     [[nodiscard]] virtual Keychain& keychain() = 0;
-    /// The values that are kept under the service and the account above.
+    /// The stored values for the service and the account above.
     [[nodiscard]] virtual std::vector<std::string> kept() = 0;
     virtual void destroyKeychain() = 0;
 };
 
-/// This system's keychain, in which nothing is kept under that name.
+/// Initially without an item of that service and account.
 [[nodiscard]] std::unique_ptr<KeychainSubject> makeRealKeychain();
 
 } // namespace orvel::test

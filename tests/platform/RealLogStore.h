@@ -8,7 +8,7 @@
 
 namespace orvel::test {
 
-/// This system's log, written to for that subsystem. Nothing goes to standard error.
+/// Writes nothing to standard error.
 [[nodiscard]] std::unique_ptr<LogStore> makeRealLogStore(const std::string& subsystem);
 
 } // namespace orvel::test

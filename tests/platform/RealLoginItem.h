@@ -8,7 +8,7 @@
 
 namespace orvel::test {
 
-/// This system's, of an application that is none. What it writes goes into the folder.
+/// The login item of a made-up application. Writes to the folder only.
 [[nodiscard]] std::unique_ptr<LoginItem> makeRealLoginItem(const std::filesystem::path& folder);
 
 } // namespace orvel::test

@@ -8,7 +8,7 @@
 
 namespace orvel::test {
 
-/// A preference, and where the user sets it.
+/// A preference and the setting behind it.
 class MotionPreferenceSubject : public tavrin::Interface {
 public:
     [[nodiscard]] virtual MotionPreference& preference() = 0;
@@ -16,7 +16,6 @@ public:
     virtual void setReducesMotion(bool reduces) = 0;
 };
 
-/// This system's.
 [[nodiscard]] std::unique_ptr<MotionPreferenceSubject> makeRealMotionPreference();
 
 } // namespace orvel::test

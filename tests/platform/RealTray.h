@@ -7,7 +7,6 @@
 
 namespace orvel::test {
 
-/// This system's.
 [[nodiscard]] std::unique_ptr<Tray> makeRealTray();
 
 } // namespace orvel::test

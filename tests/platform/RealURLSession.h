@@ -9,7 +9,7 @@
 
 namespace orvel::test {
 
-/// This system's URL loading, which trusts the servers of those PEM files besides others.
+/// Also trusts the certificates in these PEM files.
 [[nodiscard]] std::unique_ptr<URLSession>
 makeRealURLSession(const std::vector<std::filesystem::path>& extraCertificates);
 

@@ -10,20 +10,19 @@
 
 namespace orvel::test {
 
-/// A session, the browser, and its user.
+/// A session and a simulated browser.
 class WebAuthenticationSubject : public tavrin::Interface {
 public:
     [[nodiscard]] virtual WebAuthenticationSession& session() = 0;
     virtual void destroySession() = 0;
-    /// The pages that the browser has opened.
+    /// All opened pages.
     [[nodiscard]] virtual std::vector<std::string> pages() = 0;
-    /// From now on there is no browser.
+    /// Makes later opening fail.
     virtual void removeBrowser() = 0;
-    /// The browser is redirected to the URL.
+    /// Redirects the browser to the URL.
     virtual void callBack(const std::string& url) = 0;
 };
 
-/// This system's.
 [[nodiscard]] std::unique_ptr<WebAuthenticationSubject> makeRealWebAuthenticationSession();
 
 } // namespace orvel::test

@@ -8,7 +8,7 @@
 
 namespace orvel::test {
 
-/// A workspace, and the desktop around it.
+/// A workspace and a simulated desktop.
 class WorkspaceSubject : public tavrin::Interface {
 public:
     [[nodiscard]] virtual Workspace& workspace() = 0;
@@ -16,7 +16,6 @@ public:
     virtual void removeBrowser() = 0;
 };
 
-/// This system's.
 [[nodiscard]] std::unique_ptr<WorkspaceSubject> makeRealWorkspace();
 
 } // namespace orvel::test

@@ -47,7 +47,7 @@ struct FakeFixture {
 struct AppcastFixture {
     AppcastFixture() {
         session.setHandler([this](const URLRequest&) { return URLResponse{200, text}; });
-        // So that the first scheduled check is a day away.
+        // Delays the first scheduled check by a day.
         defaults.setDate(UpdateSchedule::lastCheckKey, clock.now());
     }
 
@@ -120,7 +120,7 @@ TYPED_TEST(SoftwareUpdaterTest, AScheduledCheckThatFindsNothingIsSilent) {
     EXPECT_THAT(this->observer_.told, ElementsAre("checked"));
 }
 
-TYPED_TEST(SoftwareUpdaterTest, AScheduledFindIsGentleUntilTheUserAsks) {
+TYPED_TEST(SoftwareUpdaterTest, AScheduledOfferIsGentleUntilTheUserAsks) {
     this->fixture_.offer("2.0");
     this->passADay();
     this->checkForUpdates();
@@ -128,7 +128,7 @@ TYPED_TEST(SoftwareUpdaterTest, AScheduledFindIsGentleUntilTheUserAsks) {
     EXPECT_THAT(this->observer_.told, ElementsAre("checked", "2.0 on schedule", "2.0 seen"));
 }
 
-TYPED_TEST(SoftwareUpdaterTest, AFindThatWasAskedForIsInFocus) {
+TYPED_TEST(SoftwareUpdaterTest, ARequestedOfferTakesTheFocus) {
     this->fixture_.offer("2.0");
     this->checkForUpdates();
     EXPECT_THAT(this->presenter_.shown(), ElementsAre("checking", "update 2.0 in focus"));
@@ -156,7 +156,7 @@ TYPED_TEST(SoftwareUpdaterTest, ASkippedUpdateIsOfferedOnlyOnRequest) {
     EXPECT_THAT(this->presenter_.shown(), ElementsAre("checking", "update 2.0 in focus"));
 }
 
-TYPED_TEST(SoftwareUpdaterTest, AnUpdateThatWasSeenIsReported) {
+TYPED_TEST(SoftwareUpdaterTest, ReportsThatAnUpdateWasSeen) {
     this->fixture_.offer("2.0");
     this->passADay();
     this->updater().noteUserAttention();
@@ -173,7 +173,7 @@ TYPED_TEST(SoftwareUpdaterTest, WithoutAutomaticChecksOnlyARequestChecks) {
     EXPECT_THAT(this->observer_.told, ElementsAre("checked"));
 }
 
-TYPED_TEST(SoftwareUpdaterTest, TheObserverLearnsWhetherAChoiceWasSaved) {
+TYPED_TEST(SoftwareUpdaterTest, TellsTheObserverWhetherAChoiceWasSaved) {
     const auto saves = [this](std::size_t count) {
         return waitUntil([this, count] { return this->observer_.saved.size() == count; });
     };
@@ -209,7 +209,7 @@ TYPED_TEST(SoftwareUpdaterTest, AGentleOfferIsReplacedByANewerOne) {
     EXPECT_THAT(this->observer_.told, ElementsAre("2.1 seen"));
 }
 
-TYPED_TEST(SoftwareUpdaterTest, AnOfferThatWasSeenStays) {
+TYPED_TEST(SoftwareUpdaterTest, ASeenOfferIsNotReplaced) {
     this->fixture_.offer("2.0");
     this->passADay();
     this->updater().noteUserAttention();
@@ -218,7 +218,7 @@ TYPED_TEST(SoftwareUpdaterTest, AnOfferThatWasSeenStays) {
     EXPECT_THAT(this->presenter_.shown(), ElementsAre("update 2.0 gently"));
 }
 
-TYPED_TEST(SoftwareUpdaterTest, WhenStoppedItIsSilent) {
+TYPED_TEST(SoftwareUpdaterTest, DoesNothingWhileStopped) {
     this->fixture_.offer("2.0");
     this->updater().stop();
     this->passADay();

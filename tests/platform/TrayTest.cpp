@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What every tray does: the fake of the other tests and this system's.
+// Contract tests for every tray: the fake and this system's.
 #include "platform/Tray.h"
 
 #include "tests/platform/RealTray.h"

@@ -19,7 +19,7 @@
 
 namespace orvel::test {
 
-/// One request and what became of it.
+/// One request and its results.
 struct Exchange {
     std::unique_ptr<URLSession::Task> task;
     std::vector<URLResult> results;

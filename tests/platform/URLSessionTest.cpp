@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What all URL loading does: the fake of the other tests and this system's.
+// Contract tests for every URL session: the fake and this system's.
 #include "platform/URLSession.h"
 
 #include "core/Errors.h"
@@ -29,8 +29,8 @@ using Connection = LocalServer::Connection;
 using tavrin::URLError;
 using tavrin::URLErrorCode;
 
-/// Both answer "/hang" never, break "/lost" off, and answer any other path by the status and body
-/// of its name: "/404/body".
+/// Both servers never answer "/hang", cut off "/lost", and answer other paths with the status and
+/// body they contain: "/404/body".
 struct RealFixture {
     RealFixture()
         : server([](Connection& connection) {
@@ -80,7 +80,7 @@ protected:
     URLSession& session() { return *fixture_.session; }
     URLRequest request(const std::string& path) { return get(fixture_.url(path)); }
 
-    /// Lets everything come in that is still under way.
+    /// Waits until all pending results have arrived.
     void settle() {
         Exchange last;
         last.start(session(), request("/200/last"));
@@ -96,7 +96,7 @@ TYPED_TEST_SUITE(URLSessionTest, Fixtures);
 
 } // namespace
 
-TYPED_TEST(URLSessionTest, GivesTheReplyWhateverItsStatus) {
+TYPED_TEST(URLSessionTest, GivesTheReplyOfAnyStatus) {
     for (const int status : {200, 302, 404, 500}) {
         EXPECT_EQ(
             reply(resultOf(this->session(), this->request("/" + std::to_string(status) + "/body"))),
@@ -104,12 +104,12 @@ TYPED_TEST(URLSessionTest, GivesTheReplyWhateverItsStatus) {
     }
 }
 
-TYPED_TEST(URLSessionTest, GivesTheReasonWhenThereIsNoReply) {
+TYPED_TEST(URLSessionTest, GivesTheErrorWithoutAReply) {
     const URLResult result = resultOf(this->session(), this->request("/lost"));
     EXPECT_EQ(errorCode(result), URLErrorCode::NetworkConnectionLost);
 }
 
-TYPED_TEST(URLSessionTest, AReceiverGetsTheBodyOfASuccessAndNoOther) {
+TYPED_TEST(URLSessionTest, AReceiverGetsOnlyTheBodyOfASuccess) {
     for (const int status : {200, 404, 500}) {
         std::string received;
         URLRequest request = this->request("/" + std::to_string(status) + "/body");
@@ -123,7 +123,7 @@ TYPED_TEST(URLSessionTest, AReceiverGetsTheBodyOfASuccessAndNoOther) {
     }
 }
 
-TYPED_TEST(URLSessionTest, AReceiverMayHaveHadEnough) {
+TYPED_TEST(URLSessionTest, AReceiverMayEndTheExchange) {
     URLRequest request = this->request("/200/body");
     request.receiver = [](std::string_view) {
         return false;
@@ -169,7 +169,7 @@ TYPED_TEST(URLSessionTest, CancellingEndsTheExchange) {
     EXPECT_EQ(exchange.results.size(), 1U);
 }
 
-TYPED_TEST(URLSessionTest, WhoCancelsBeforeTheCompletionGetsNoReply) {
+TYPED_TEST(URLSessionTest, CancellingBeforeTheCompletionDropsTheReply) {
     Exchange exchange;
     exchange.start(this->session(), this->request("/200/x"));
     exchange.task->cancel();
@@ -178,7 +178,7 @@ TYPED_TEST(URLSessionTest, WhoCancelsBeforeTheCompletionGetsNoReply) {
     EXPECT_EQ(exchange.results.size(), 1U);
 }
 
-TYPED_TEST(URLSessionTest, DestroyingTheTaskChangesNothing) {
+TYPED_TEST(URLSessionTest, DestroyingTheTaskDoesNotCancel) {
     Exchange exchange;
     exchange.start(this->session(), this->request("/200/x"));
     exchange.task.reset();

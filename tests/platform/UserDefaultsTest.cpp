@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What all user defaults do: the fake of the other tests and this system's in a file.
+// Contract tests for all user defaults: the fake and this system's in a file.
 #include "core/UserDefaults.h"
 
 #include "core/Errors.h"
@@ -164,7 +164,7 @@ TYPED_TEST(UserDefaultsTest, ALaterValueReplacesAnEarlierOneOfAnyType) {
     EXPECT_EQ(this->defaults().integer("k"), 5);
 }
 
-TYPED_TEST(UserDefaultsTest, TellsKeysApartByEveryLetter) {
+TYPED_TEST(UserDefaultsTest, DistinguishesKeysByEveryLetter) {
     this->defaults().setInteger("messages.k", 1);
     this->defaults().setInteger("messages.K", 2);
     EXPECT_EQ(this->defaults().integer("messages.k"), 1);
@@ -179,11 +179,11 @@ TYPED_TEST(UserDefaultsTest, ForgetsARemovedValue) {
     EXPECT_EQ(this->defaults().integer("other"), 2);
 }
 
-TYPED_TEST(UserDefaultsTest, RemovingWhatIsNotThereIsNoError) {
+TYPED_TEST(UserDefaultsTest, RemovingAMissingKeyIsNoError) {
     EXPECT_NO_THROW(this->defaults().remove("k"));
 }
 
-TYPED_TEST(UserDefaultsTest, AFailedWriteThrowsAndTheOldValueStands) {
+TYPED_TEST(UserDefaultsTest, AFailedWriteThrowsAndKeepsTheOldValue) {
     UserDefaults& defaults = this->defaults();
     defaults.setInteger("k", 1);
     this->fixture_.withFailingWrites([&defaults] {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What every web authentication session does: the fake of the other tests and this system's.
+// Contract tests for every web authentication session: the fake and this system's.
 #include "platform/WebAuthenticationSession.h"
 
 #include "tests/platform/RealWebAuthenticationSession.h"
@@ -58,7 +58,7 @@ struct Kind {
 
 class WebAuthenticationSessionTest : public testing::TestWithParam<Kind> {
 protected:
-    /// An attempt, and all its ends so far.
+    /// An attempt and its outcomes so far.
     struct Started {
         std::unique_ptr<WebAuthenticationSession::Attempt> attempt;
         std::shared_ptr<std::vector<Outcome>> outcomes = std::make_shared<std::vector<Outcome>>();
@@ -81,7 +81,7 @@ protected:
         return started;
     }
 
-    /// An attempt whose page is open.
+    /// Starts an attempt and waits until its page is open.
     Started startAndOpen(const std::string& url = page) {
         Started started = start(url);
         EXPECT_TRUE(waitUntil([&] {
@@ -120,7 +120,7 @@ TEST_P(WebAuthenticationSessionTest, OpensThePageAndWaits) {
     EXPECT_THAT(*started.outcomes, IsEmpty());
 }
 
-TEST_P(WebAuthenticationSessionTest, GivesTheCallbackAsItCame) {
+TEST_P(WebAuthenticationSessionTest, GivesTheCallbackUnchanged) {
     const Started started = startAndOpen();
     const std::string url = "orvelagent://callback?code=a%20b+%C3%A9&state='$!#fragment";
     subject_->callBack(url);
@@ -134,7 +134,7 @@ TEST_P(WebAuthenticationSessionTest, OnlyTheFirstCallbackCounts) {
     EXPECT_EQ(std::get<std::string>(started.outcome()), "orvelagent://callback?code=1");
 }
 
-TEST_P(WebAuthenticationSessionTest, APageThatCannotBeOpenedIsNotStarted) {
+TEST_P(WebAuthenticationSessionTest, ReportsAPageThatCannotBeOpened) {
     subject_->removeBrowser();
     EXPECT_TRUE(is<WebAuthenticationSession::NotStarted>(start().outcome()));
 }
@@ -164,7 +164,7 @@ TEST_P(WebAuthenticationSessionTest, CancellingAfterTheEndDoesNothing) {
     EXPECT_EQ(std::get<std::string>(second.outcome()), "orvelagent://callback?code=2");
 }
 
-TEST_P(WebAuthenticationSessionTest, ALaterAttemptTakesTheEarlierOnesPlace) {
+TEST_P(WebAuthenticationSessionTest, ALaterAttemptEndsTheEarlierOne) {
     const Started first = startAndOpen();
     const Started second = startAndOpen("https://www.example.com/2");
     EXPECT_TRUE(is<WebAuthenticationSession::Cancelled>(first.outcome()));
@@ -172,14 +172,14 @@ TEST_P(WebAuthenticationSessionTest, ALaterAttemptTakesTheEarlierOnesPlace) {
     EXPECT_EQ(std::get<std::string>(second.outcome()), "orvelagent://callback?code=2");
 }
 
-TEST_P(WebAuthenticationSessionTest, DestroyingAnAttemptChangesNothing) {
+TEST_P(WebAuthenticationSessionTest, DestroyingAnAttemptDoesNotEndIt) {
     Started started = startAndOpen();
     started.attempt.reset();
     subject_->callBack("orvelagent://callback?code=1");
     EXPECT_TRUE(is<std::string>(started.outcome()));
 }
 
-TEST_P(WebAuthenticationSessionTest, DestroyingTheSessionEndsTheAttemptWithoutAWord) {
+TEST_P(WebAuthenticationSessionTest, DestroyingTheSessionEndsTheAttemptWithoutCallingBack) {
     const Started started = startAndOpen();
     subject_->destroySession();
     test::processEvents();

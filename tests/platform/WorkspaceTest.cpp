@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What every workspace does: the fake of the other tests and this system's.
+// Contract tests for every workspace: the fake and this system's.
 #include "platform/Workspace.h"
 
 #include "tests/platform/RealWorkspace.h"
@@ -43,7 +43,7 @@ class WorkspaceTest : public testing::TestWithParam<Kind> {
 protected:
     Workspace& workspace() { return subject_->workspace(); }
 
-    /// What an opening ends with, of all its ends.
+    /// The results of one `openURL` call.
     struct Opening {
         int ends = 0;
         std::string failure;
@@ -66,18 +66,18 @@ protected:
 
 } // namespace
 
-TEST_P(WorkspaceTest, TellsOnceThatThePageIsOpen) {
+TEST_P(WorkspaceTest, ReportsOnceThatThePageIsOpen) {
     const Opening opening = open();
     EXPECT_EQ(opening.ends, 1);
     EXPECT_EQ(opening.failure, "");
 }
 
-TEST_P(WorkspaceTest, TellsWhyThePageIsNotOpen) {
+TEST_P(WorkspaceTest, ReportsWhyThePageIsNotOpen) {
     subject_->removeBrowser();
     EXPECT_THAT(open().failure, StartsWith("Could not open the browser: "));
 }
 
-TEST_P(WorkspaceTest, TellsNothingAfterItsEnd) {
+TEST_P(WorkspaceTest, DoesNotCallBackAfterItsDestruction) {
     bool isTold = false;
     workspace().openURL("https://www.example.com/", [&](const auto&) { isTold = true; });
     subject_->destroyWorkspace();

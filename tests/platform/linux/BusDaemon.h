@@ -16,9 +16,10 @@
 
 namespace orvel::test {
 
-/// A bus on which there is nobody, and which wakes nobody either.
+/// A session bus without any services, also none that it could start.
 ///
-/// GLib's own daemon for tests is of no use: it forks a watcher, which then reports our memory.
+/// GLib's test daemon is unusable: it forks a watcher, in which the leak checker reports this
+/// process's memory.
 class BusDaemon final {
 public:
     BusDaemon() {
@@ -53,7 +54,7 @@ public:
 
     [[nodiscard]] const std::string& address() const { return address_; }
 
-    /// Whoever connects from now on hears nothing before it resumes.
+    /// New connections get no answer until `resume`.
     void suspend() const { signal(SIGSTOP); }
     void resume() const { signal(SIGCONT); }
 

@@ -13,11 +13,11 @@
 
 namespace orvel::test {
 
-/// A service of the desktop's, for as long as it lives, on the session bus or that of the address.
-/// Calls are answered from this thread's event loop.
+/// A service on the session bus, or on the bus with that address, until destroyed. Answers calls
+/// from this thread's event loop.
 class BusService final {
 public:
-    /// The answer to a call of the object's.
+    /// Answers a call of the object.
     using Answer = std::function<QDBusMessage(const QDBusMessage& call)>;
 
     BusService(QString name, QString path, Answer answer, const std::string& address = "")

@@ -25,7 +25,7 @@ namespace orvel::test {
 
 namespace {
 
-/// A bundle folder of the test's own, which the environment names.
+/// Uses a temporary bundle folder, set in the environment.
 class LinuxPlatformTest : public testing::Test {
 protected:
     LinuxPlatformTest() {
@@ -48,7 +48,7 @@ protected:
         return folder_ / name;
     }
 
-    /// Whether a platform of those options gets the server's reply.
+    /// Whether a platform with these options gets the server's reply.
     bool reaches(const LocalServer& server) {
         const Platform platform = makePlatform(options_);
         URLRequest request;
@@ -125,7 +125,7 @@ TEST_F(LinuxPlatformTest, KeepsTheUserDefaultsInTheConfigurationFolder) {
     EXPECT_EQ(makePlatform(options_).userDefaults->integer("k"), 1);
 }
 
-TEST_F(LinuxPlatformTest, KeepsUserDefaultsInAnotherFileWhenToldTo) {
+TEST_F(LinuxPlatformTest, KeepsUserDefaultsInAnotherFileOnRequest) {
     makeUserDefaults(folder_ / "other.conf")->setInteger("k", 1);
     EXPECT_EQ(makeUserDefaults(folder_ / "other.conf")->integer("k"), 1);
     EXPECT_FALSE(makePlatform(options_).userDefaults->integer("k"));
@@ -144,7 +144,7 @@ TEST_F(LinuxPlatformTest, TrustsTheExtraCertificatesOfTheBundleAndOfTheOptions) 
     EXPECT_TRUE(reaches(server));
 }
 
-TEST_F(LinuxPlatformTest, SaysWhatCannotBeRead) {
+TEST_F(LinuxPlatformTest, NamesTheFileThatCannotBeRead) {
     writeInformation("missing.pem");
     EXPECT_THROW(makePlatform(options_), tavrin::PlatformError);
     std::filesystem::remove(folder_ / "Info.plist");
@@ -155,8 +155,8 @@ TEST_F(LinuxPlatformTest, SaysWhatCannotBeRead) {
     EXPECT_THROW(makePlatform(options_), tavrin::PlatformError);
 }
 
-// In processes of their own: there is no way back for this one's other tests.
-TEST_F(LinuxPlatformDeathTest, KeepsItsMemoryOutOfCoreDumpsWhenToldTo) {
+// Runs in its own process, because the change cannot be undone for later tests.
+TEST_F(LinuxPlatformDeathTest, PreventsCoreDumpsOnRequest) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     for (const bool isForbidden : {true, false}) {
         EXPECT_EXIT(
@@ -170,7 +170,7 @@ TEST_F(LinuxPlatformDeathTest, KeepsItsMemoryOutOfCoreDumpsWhenToldTo) {
     }
 }
 
-TEST_F(LinuxPlatformTest, KeepsItsMemoryOutOfCoreDumpsInARelease) {
+TEST_F(LinuxPlatformTest, PreventsCoreDumpsInARelease) {
 #ifdef NDEBUG
     constexpr bool isRelease = true;
 #else

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The desktop session in which the other tests of this program run.
+// Tests the desktop session in which this program's other tests run.
 #include "tests/support/Program.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -14,10 +14,10 @@
 
 namespace orvel::test {
 
-TEST(PrivateSessionTest, RemovesTheHomeAlsoWhenSomethingWasStillWriting) {
+TEST(PrivateSessionTest, RemovesTheHomeEvenIfAProgramIsStillWriting) {
     const TemporaryDirectory folder;
     const std::filesystem::path remover = folder / "rm";
-    // Twice as if a file had come in between.
+    // Fails twice, as if a file had been added meanwhile.
     std::ofstream(remover) << "#!/bin/sh\n"
                               "echo >>\"${0%/*}/tries\"\n"
                               "[ \"$(wc -l <\"${0%/*}/tries\")\" -gt 2 ] || exit 1\n"

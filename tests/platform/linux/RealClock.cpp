@@ -12,12 +12,13 @@
 
 namespace {
 
-/// Whether a timer finds no descriptor left.
+/// Whether creating a timer descriptor fails.
 bool hasNoMoreFiles = false;
 
 } // namespace
 
-// In place of the system's. Lowering the limit of the process would also starve the sanitizers.
+// Replaces the system's function. Lowering the process's descriptor limit would also affect the
+// sanitizers.
 extern "C" int timerfd_create(int clock, int flags) noexcept {
     if (hasNoMoreFiles) {
         errno = EMFILE;
@@ -30,7 +31,7 @@ namespace orvel::test {
 
 namespace {
 
-/// The system's clock in a process that may open no more files.
+/// The system's clock, whose timers get no file descriptor.
 class StarvedClock final : public Clock {
 public:
     [[nodiscard]] tavrin::Date now() const override { return clock_.now(); }

@@ -16,7 +16,7 @@ namespace {
 class SecretServiceSubject final : public KeychainSubject {
 public:
     SecretServiceSubject() {
-        // What an earlier test left.
+        // Remove the item of an earlier test.
         const auto removal = startRemove(*keychain_, keychainService, keychainAccount);
         EXPECT_EQ(failureOf(removal), "");
     }

@@ -11,7 +11,7 @@
 
 namespace orvel::test {
 
-/// An address book in memory, with a user who answers at once. A refusal leaves the access
+/// An address book in memory, with a user who answers immediately. A refusal leaves the access
 /// undecided.
 class FakeAddressBook final : public AddressBook {
 public:

@@ -7,7 +7,7 @@
 
 namespace orvel::test {
 
-/// Only takes notes.
+/// Records all calls.
 class FakeApplicationFocus final : public ApplicationFocus {
 public:
     ActivationPolicy policy = ActivationPolicy::Accessory;

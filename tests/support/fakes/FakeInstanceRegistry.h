@@ -14,7 +14,7 @@
 
 namespace orvel::test {
 
-/// Knows of the copies that a test tells it of.
+/// The test sets the other copies.
 class FakeInstanceRegistry final : public InstanceRegistry {
 public:
     std::optional<RunningApplication> otherCopy;

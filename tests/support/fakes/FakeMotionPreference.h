@@ -10,7 +10,7 @@
 
 namespace orvel::test {
 
-/// What the test's user prefers; at first, everything may move.
+/// The test sets the preference. Initially motion is not reduced.
 class FakeMotionPreference final : public MotionPreference {
 public:
     [[nodiscard]] bool shouldReduceMotion() override { return reducesMotion_; }

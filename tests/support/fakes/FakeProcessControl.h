@@ -5,7 +5,7 @@
 
 namespace orvel::test {
 
-/// Only takes notes.
+/// Records all calls.
 class FakeProcessControl final : public ProcessControl {
 public:
     bool hasDebugger = false;

@@ -15,12 +15,12 @@ namespace orvel::test {
 /// real one, but installs nothing.
 class FakeSoftwareUpdater final : public SoftwareUpdater {
 public:
-    /// What the feed offers from now on.
+    /// The update in the feed.
     void setOffer(std::optional<SoftwareUpdate> offer) { offer_ = std::move(offer); }
-    /// The time of all checks from now on.
+    /// The time of later checks.
     void setTime(tavrin::Date time) { time_ = time; }
 
-    /// Why no choice can be saved from now on, or that it can.
+    /// The error of later saves; no value makes them succeed.
     void setSaveFailure(std::optional<std::string> failure) { saveFailure_ = std::move(failure); }
 
     /// A scheduled check becomes due.
@@ -30,7 +30,7 @@ public:
         }
     }
 
-    /// What the running updater was started with; none when it is stopped.
+    /// The feed of the running updater; no value while stopped.
     [[nodiscard]] const std::optional<Feed>& feed() const { return feed_; }
     /// The checks that users asked for.
     [[nodiscard]] int requestedCheckCount() const { return requestedCheckCount_; }
@@ -62,7 +62,7 @@ public:
     [[nodiscard]] bool automaticallyChecksForUpdates() const override { return isAutomatic_; }
     void setAutomaticallyChecksForUpdates(bool isAutomatic) override {
         isAutomatic_ = isAutomatic;
-        tellOfSaving();
+        notifyChoiceSaved();
     }
     [[nodiscard]] std::optional<tavrin::Date> lastUpdateCheckDate() const override {
         return lastCheck_;
@@ -74,7 +74,7 @@ public:
             const SoftwareUpdate update = *std::exchange(shown_, std::nullopt);
             if (choice == Choice::Skip) {
                 skipped_ = update.version;
-                tellOfSaving();
+                notifyChoiceSaved();
             }
             observer_->updateWasSeen(update);
         }
@@ -87,7 +87,7 @@ public:
     }
 
 private:
-    void tellOfSaving() {
+    void notifyChoiceSaved() {
         if (observer_ != nullptr) {
             observer_->choiceSaved(saveFailure_);
         }

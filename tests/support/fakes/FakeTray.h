@@ -11,11 +11,11 @@
 
 namespace orvel::test {
 
-/// A tray that is there at first, and takes notes.
+/// A tray that is available initially and records its calls.
 class FakeTray final : public Tray {
 public:
     bool isInMenuBar = false;
-    /// The last one that was set.
+    /// The last title that was set.
     std::string title;
 
     [[nodiscard]] bool isAvailable() override { return isAvailable_; }

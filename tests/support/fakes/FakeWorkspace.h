@@ -12,12 +12,12 @@
 
 namespace orvel::test {
 
-/// A desktop that only takes notes.
+/// A desktop that only records calls.
 class FakeWorkspace final : public Workspace {
 public:
-    /// Opening fails with this when set.
+    /// If set, opening fails with this error.
     std::optional<tavrin::PlatformError> openError;
-    /// Everything that was to be opened.
+    /// All requests, including failed ones.
     std::vector<std::string> openedURLs;
     std::vector<SettingsPane> openedSettings;
     std::vector<std::string> revealedFiles;

@@ -39,7 +39,7 @@ public:
                                 : std::optional(timers_->begin()->first.first - elapsed_);
     }
 
-    /// The same for all running timers.
+    /// The time until each running timer fires.
     [[nodiscard]] std::vector<tavrin::Seconds> untilTimers() const {
         std::vector<tavrin::Seconds> durations;
         for (const auto& [key, callback] : *timers_) {

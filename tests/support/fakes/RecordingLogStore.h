@@ -18,7 +18,8 @@
 
 namespace orvel::test {
 
-/// Stores log entries in memory. Writing is thread-safe; all else is for the main thread.
+/// Stores log entries in memory. Writing is thread-safe; all other functions are for the main
+/// thread.
 class RecordingLogStore final : public LogStore {
 public:
     struct Line {
@@ -41,7 +42,7 @@ public:
     std::optional<tavrin::PlatformError> readError;
 
     RecordingLogStore() = default;
-    /// Takes the dates of its lines from the clock.
+    /// Dates its lines by the clock.
     explicit RecordingLogStore(const Clock& clock) : clock_(&clock) {}
 
     /// Adds an unchanged entry, which `lines()` does not contain.

@@ -10,7 +10,7 @@
 
 namespace orvel::test {
 
-/// Records what it is told of updates, as text.
+/// Records all events as text.
 class RecordingUpdateObserver final : public UpdateObserver {
 public:
     bool isGentle = true;

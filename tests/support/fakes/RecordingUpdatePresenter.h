@@ -10,7 +10,7 @@
 
 namespace orvel::test {
 
-/// Records what the user is shown of updates, as text, and lets the test answer at once.
+/// Records all stages as text. The test can answer immediately.
 class RecordingUpdatePresenter final : public UpdatePresenter {
 public:
     /// Called when an update is offered.

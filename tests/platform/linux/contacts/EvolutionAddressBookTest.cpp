@@ -35,7 +35,7 @@ using Fields = AddressBook::Fields;
 
 class EvolutionAddressBookCase : public testing::Test {
 protected:
-    /// Before the address book is made.
+    /// Call before the address book is created.
     void grantAccess() { defaults_.setString("contacts.access", "granted"); }
 
     EvolutionAddressBook& addressBook() {
@@ -52,7 +52,7 @@ protected:
         return *addressBook_;
     }
 
-    /// What each card's name is, for cards told apart by it.
+    /// The given names of all cards.
     std::vector<std::string> givenNames() {
         std::vector<std::string> names;
         for (const ContactCard& card : cardsOf(addressBook(), Fields::IdentifiersAndNames)) {
@@ -88,7 +88,7 @@ protected:
 class EvolutionAddressBookOnOtherBusTest : public EvolutionAddressBookCase,
                                            public testing::WithParamInterface<OtherBus::Kind> {
 protected:
-    /// Until then everything was too slow to start.
+    /// Makes the service available, as if it had started late.
     void returnToTheDesktop() { bus_.reset(); }
 
     std::optional<OtherBus> bus_{GetParam()};
@@ -100,7 +100,7 @@ std::string vcard(const std::string& lines) {
 
 } // namespace
 
-TEST_F(EvolutionAddressBookTest, TheGrantIsKept) {
+TEST_F(EvolutionAddressBookTest, StoresTheGrant) {
     onQuestion_ = [this] {
         answer_(true);
     };
@@ -110,7 +110,7 @@ TEST_F(EvolutionAddressBookTest, TheGrantIsKept) {
     EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::AuthorizationStatus::Authorized);
 }
 
-TEST_F(EvolutionAddressBookTest, TheRefusalDecidesNothingAndIsNotKept) {
+TEST_F(EvolutionAddressBookTest, DoesNotStoreARefusal) {
     onQuestion_ = [this] {
         answer_(false);
     };
@@ -131,14 +131,14 @@ TEST_F(EvolutionAddressBookTest, ARequestWhileTheQuestionIsOpenBringsItToTheFron
     ASSERT_TRUE(test::waitUntil([this] { return questions_ == 2; }));
     first(false);
     EXPECT_THAT(answers, ElementsAre(false, false));
-    // The question has gone: what was to answer the second time means nothing.
+    // The question was answered: its second answer is ignored.
     answer_(true);
     test::processEvents();
     EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::AuthorizationStatus::NotDetermined);
     EXPECT_EQ(answers.size(), 2U);
 }
 
-TEST_F(EvolutionAddressBookTest, AnAnswerWithinTheSecondQuestionCompletesNoRequestWithinItself) {
+TEST_F(EvolutionAddressBookTest, AnImmediateAnswerDoesNotCompleteARequestBeforeItReturns) {
     std::vector<bool> answers;
     const auto request = [&] {
         addressBook().requestAccess([&](bool isGranted) { answers.push_back(isGranted); });
@@ -168,17 +168,17 @@ TEST_F(EvolutionAddressBookTest, AQuestionAnsweredBeforeItComesToTheFrontIsNotAs
     EXPECT_EQ(questions_, 1);
 }
 
-TEST_F(EvolutionAddressBookTest, ARefusalThatAnEarlierVersionKeptDecidesNothing) {
+TEST_F(EvolutionAddressBookTest, IgnoresARefusalStoredByAnEarlierVersion) {
     defaults_.setString("contacts.access", "denied");
     EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::AuthorizationStatus::NotDetermined);
 }
 
-TEST_F(EvolutionAddressBookTest, AnUnknownKeptAnswerDecidesNothing) {
+TEST_F(EvolutionAddressBookTest, IgnoresAnUnknownStoredAnswer) {
     defaults_.setString("contacts.access", "perhaps");
     EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::AuthorizationStatus::NotDetermined);
 }
 
-TEST_F(EvolutionAddressBookTest, ConsentThatCannotBeKeptGrantsNothing) {
+TEST_F(EvolutionAddressBookTest, ConsentThatCannotBeStoredGrantsNoAccess) {
     defaults_.setFailsWrites(true);
     onQuestion_ = [this] {
         answer_(true);
@@ -199,7 +199,7 @@ TEST_F(EvolutionAddressBookTest, OnlyTheFirstAnswerCounts) {
     EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::AuthorizationStatus::NotDetermined);
 }
 
-TEST_F(EvolutionAddressBookTest, AnAnswerAfterItsEndIsIgnored) {
+TEST_F(EvolutionAddressBookTest, IgnoresAnAnswerAfterItsDestruction) {
     onQuestion_ = [this] {
         addressBook_.reset();
     };
@@ -214,19 +214,19 @@ TEST_F(EvolutionAddressBookTest, AnAnswerAfterItsEndIsIgnored) {
     EXPECT_FALSE(defaults_.contains("contacts.access"));
 }
 
-TEST_F(EvolutionAddressBookTest, WithoutAWayToAskNothingIsDecided) {
+TEST_F(EvolutionAddressBookTest, StaysUndecidedIfTheUserCannotBeAsked) {
     addressBook_ = std::make_unique<EvolutionAddressBook>(defaults_, log_, nullptr);
     EXPECT_FALSE(requestAccess(addressBook()));
     EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::AuthorizationStatus::NotDetermined);
 }
 
-TEST_F(EvolutionAddressBookTest, GivesACardWithNothingButAFormattedNameThatName) {
+TEST_F(EvolutionAddressBookTest, UsesTheFormattedNameOfACardWithoutOtherNames) {
     grantAccess();
     desktop_.addVCard(vcard("FN:Grandma\r\nTEL:+1 415 555 0134\r\n"));
     EXPECT_THAT(givenNames(), ElementsAre("Grandma"));
 }
 
-TEST_F(EvolutionAddressBookTest, AnOrganizationsFormattedNameIsNoPersons) {
+TEST_F(EvolutionAddressBookTest, AnOrganizationsFormattedNameIsNotAGivenName) {
     grantAccess();
     desktop_.addVCard(vcard("FN:Example Ltd\r\nORG:Example Ltd;Sales\r\n"));
     EXPECT_THAT(
@@ -260,7 +260,7 @@ TEST_F(EvolutionAddressBookTest, ReadsEveryEnabledBook) {
     EXPECT_THAT(logged(), IsEmpty());
 }
 
-TEST_F(EvolutionAddressBookTest, LeavesOutABookThatCannotBeReadAndSaysSoOnce) {
+TEST_F(EvolutionAddressBookTest, SkipsAnUnreadableBookAndLogsItOnce) {
     grantAccess();
     desktop_.addVCard(vcard("FN:Jane\r\nN:;Jane;;;\r\n"));
     const std::string broken = desktop_.addBook("owner@example.com", "nonexistent");
@@ -281,7 +281,7 @@ TEST_F(EvolutionAddressBookTest, FailsWhenNoBookCanBeRead) {
     EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::AuthorizationStatus::Authorized);
 }
 
-TEST_F(EvolutionAddressBookTest, ItsEndDropsWhatIsInFlight) {
+TEST_F(EvolutionAddressBookTest, DestroyingItDropsTheCompletions) {
     grantAccess();
     bool isAnswered = false;
     for (int i = 0; i < 3; ++i) {
@@ -289,13 +289,13 @@ TEST_F(EvolutionAddressBookTest, ItsEndDropsWhatIsInFlight) {
             Fields::Identifiers, [&isAnswered](const AddressBook::Cards&) { isAnswered = true; });
     }
     addressBook_.reset();
-    // By the time another one has answered, they would have.
+    // If they were to complete, they would do so before this later call.
     givenNames();
     test::processEvents();
     EXPECT_FALSE(isAnswered);
 }
 
-TEST_F(EvolutionAddressBookTest, ACompletionMayEndIt) {
+TEST_F(EvolutionAddressBookTest, ACompletionMayDestroyIt) {
     grantAccess();
     int answers = 0;
     for (int i = 0; i < 2; ++i) {
@@ -308,7 +308,7 @@ TEST_F(EvolutionAddressBookTest, ACompletionMayEndIt) {
     while (addressBook_) {
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
     }
-    // By the time another one has answered, the second would have.
+    // If the second were to complete, it would do so before this later call.
     givenNames();
     test::processEvents();
     EXPECT_EQ(answers, 1);
@@ -322,21 +322,21 @@ INSTANTIATE_TEST_SUITE_P(
         return kind.param == OtherBus::Kind::Nowhere ? "WithoutBus" : "WithoutService";
     });
 
-TEST_P(EvolutionAddressBookOnOtherBusTest, NothingIsGrantedAndTheReasonLoggedOnce) {
+TEST_P(EvolutionAddressBookOnOtherBusTest, DeniesAccessAndLogsTheReasonOnce) {
     EXPECT_FALSE(requestAccess(addressBook()));
     EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::AuthorizationStatus::Restricted);
-    // The end of the look that this began: the next test is on another bus.
+    // Wait for the check that this started: the next test uses another bus.
     EXPECT_FALSE(requestAccess(addressBook()));
     EXPECT_THAT(logged(), ElementsAre(HasSubstr("Could not reach the desktop's address book: ")));
 }
 
-TEST_P(EvolutionAddressBookOnOtherBusTest, NobodyIsAsked) {
+TEST_P(EvolutionAddressBookOnOtherBusTest, DoesNotAskTheUser) {
     requestAccess(addressBook());
     EXPECT_EQ(questions_, 0);
     EXPECT_FALSE(defaults_.contains("contacts.access"));
 }
 
-TEST_P(EvolutionAddressBookOnOtherBusTest, EarlierConsentIsWithoutEffect) {
+TEST_P(EvolutionAddressBookOnOtherBusTest, EarlierConsentHasNoEffect) {
     grantAccess();
     EXPECT_THAT(
         errorOf(addressBook(), Fields::Identifiers),
@@ -346,7 +346,7 @@ TEST_P(EvolutionAddressBookOnOtherBusTest, EarlierConsentIsWithoutEffect) {
     EXPECT_EQ(logged().size(), 1U);
 }
 
-TEST_P(EvolutionAddressBookOnOtherBusTest, TheStatusSoonTellsThatTheServiceIsThereAfterAll) {
+TEST_P(EvolutionAddressBookOnOtherBusTest, TheStatusDetectsAServiceThatStartsLate) {
     grantAccess();
     EXPECT_NE(errorOf(addressBook(), Fields::Identifiers), "");
     returnToTheDesktop();
@@ -355,7 +355,7 @@ TEST_P(EvolutionAddressBookOnOtherBusTest, TheStatusSoonTellsThatTheServiceIsThe
     }));
 }
 
-TEST_P(EvolutionAddressBookOnOtherBusTest, AnEnumerationLooksAgain) {
+TEST_P(EvolutionAddressBookOnOtherBusTest, AnEnumerationChecksAgain) {
     grantAccess();
     EXPECT_NE(errorOf(addressBook(), Fields::Identifiers), "");
     returnToTheDesktop();
@@ -363,7 +363,7 @@ TEST_P(EvolutionAddressBookOnOtherBusTest, AnEnumerationLooksAgain) {
     EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::AuthorizationStatus::Authorized);
 }
 
-TEST_P(EvolutionAddressBookOnOtherBusTest, ARequestLooksAgain) {
+TEST_P(EvolutionAddressBookOnOtherBusTest, ARequestChecksAgain) {
     onQuestion_ = [this] {
         answer_(true);
     };

@@ -19,7 +19,7 @@ namespace {
 
 constexpr auto busVariable = "DBUS_SESSION_BUS_ADDRESS";
 
-/// Throws what a call has left in it.
+/// Converts a call's GError to an exception.
 class Errors final {
 public:
     ~Errors() { g_clear_error(&error_); }
@@ -119,7 +119,8 @@ Object<EContact> contactOf(const ContactCard& card) {
     return contact;
 }
 
-/// All that use GLib's shared connection must let go of it before it can lead elsewhere.
+/// Waits until all users have released GLib's shared connection, so that the next one uses another
+/// bus.
 void awaitEndOfSharedConnection() {
     GDBusConnection* connection = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr);
     if (connection == nullptr) {
@@ -136,7 +137,7 @@ void awaitEndOfSharedConnection() {
     while (isOver.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) {
         g_main_context_iteration(nullptr, FALSE);
         if (std::chrono::steady_clock::now() > deadline) {
-            // Whoever holds it may still let go of it, and then the promise must be there.
+            // A later release would use the destroyed promise.
             std::abort();
         }
     }
@@ -176,7 +177,7 @@ EvolutionDesktop::EvolutionDesktop() {
     if (std::getenv("PRIVATE_SESSION") == nullptr) {
         throw std::runtime_error("Run this under tests/support/private-session.");
     }
-    // A mistake in the use of libebook is a failure.
+    // Makes incorrect use of libebook fail the test.
     g_log_set_always_fatal(G_LOG_LEVEL_CRITICAL);
     session_ = std::make_unique<Session>();
     clear(session_->source(personalBook).get());

@@ -12,9 +12,9 @@ namespace orvel::test {
 
 class BusDaemon;
 
-/// The address books of the session, as the desktop's own programs write to them. Starts with an
-/// empty personal book and leaves no others behind. Throws `std::runtime_error` when the service
-/// refuses, and outside a private session, where the cards would be the user's own.
+/// Writes to the session's address books as a desktop program. Starts with an empty personal book
+/// and removes other books at the end. Throws `std::runtime_error` on errors, and outside a private
+/// session, to protect the user's cards.
 class EvolutionDesktop final {
 public:
     EvolutionDesktop();
@@ -22,11 +22,11 @@ public:
     EvolutionDesktop(const EvolutionDesktop&) = delete;
     EvolutionDesktop& operator=(const EvolutionDesktop&) = delete;
 
-    /// To the personal book.
+    /// Adds the cards to the personal book.
     void add(const std::vector<ContactCard>& cards);
     void addVCard(const std::string& vcard);
 
-    /// An enabled book of that backend; gives its identifier.
+    /// Adds an enabled book with that backend and returns its identifier.
     std::string addBook(const std::string& name, const std::string& backend = "local");
     void addVCardTo(const std::string& book, const std::string& vcard);
     void setEnabled(const std::string& book, bool isEnabled);
@@ -38,10 +38,10 @@ private:
     std::unique_ptr<Session> session_;
 };
 
-/// Stands in for the session's bus as long as it lives.
+/// Replaces the session bus until destroyed.
 class OtherBus final {
 public:
-    /// A bus without any service, or an address where no bus is.
+    /// A bus without any service, or an address without a bus.
     enum class Kind { WithoutServices, Nowhere };
 
     explicit OtherBus(Kind kind);

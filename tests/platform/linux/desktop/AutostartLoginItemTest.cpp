@@ -80,7 +80,7 @@ protected:
     std::unique_ptr<LoginItem> item_ = make("/usr/bin/true");
 };
 
-/// Runs to its end; gives everything it printed when it fails.
+/// Runs the command and returns its output if it fails.
 std::string complaints(const std::vector<std::string>& arguments) {
     Program program({arguments, {}});
     const int status = program.wait();
@@ -105,8 +105,8 @@ TEST_F(AutostartLoginItemTest, WritesAnEntryThatStartsTheAgent) {
     EXPECT_EQ(names(), std::vector<std::string>{entryName});
 }
 
-TEST_F(AutostartLoginItemTest, TheDesktopStartsTheProgramWhateverItsPath) {
-    // The program tells through a pipe that it was started, so that nobody waits for a time.
+TEST_F(AutostartLoginItemTest, TheDesktopStartsTheProgramFromAnyPath) {
+    // The program reports its start through a pipe, so that the test needs no sleep.
     const std::filesystem::path pipe = folder_ / "pipe";
     ASSERT_EQ(mkfifo(pipe.c_str(), S_IRUSR | S_IWUSR), 0);
     const tavrin::FileDescriptor reading(open(pipe.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
@@ -143,7 +143,7 @@ TEST_F(AutostartLoginItemTest, TheDesktopStartsTheProgramWhateverItsPath) {
     }
 }
 
-TEST_F(AutostartLoginItemTest, APathThatNoEntryCanHoldIsRefused) {
+TEST_F(AutostartLoginItemTest, RejectsAPathThatNoEntryCanContain) {
     item_ = make("/usr/bin/\xFF");
     const std::optional<tavrin::PlatformError> error = registerItem();
     ASSERT_TRUE(error);
@@ -151,7 +151,7 @@ TEST_F(AutostartLoginItemTest, APathThatNoEntryCanHoldIsRefused) {
     EXPECT_EQ(status(), Status::NotRegistered);
 }
 
-TEST_F(AutostartLoginItemTest, TellsWhenTheUserSwitchedItOff) {
+TEST_F(AutostartLoginItemTest, ReportsThatTheUserSwitchedItOff) {
     const std::vector<std::pair<std::string, Status>> cases = {
         {"[Desktop Entry]\nHidden=true\n", Status::Disabled},
         {"[Desktop Entry]\nHidden=false\n", Status::Enabled},
@@ -174,16 +174,16 @@ TEST_F(AutostartLoginItemTest, RegisteringSwitchesItOnAgain) {
     EXPECT_EQ(status(), Status::Enabled);
 }
 
-TEST_F(AutostartLoginItemTest, WhatWasStartedTakesEffectWithoutTheItem) {
+TEST_F(AutostartLoginItemTest, ACallTakesEffectAfterTheItemsDestruction) {
     item_->registerItem([](const auto&) {});
     item_.reset();
     EXPECT_TRUE(std::filesystem::exists(file()));
 }
 
-TEST_F(AutostartLoginItemTest, SaysThatTheFolderCannotBeWritten) {
+TEST_F(AutostartLoginItemTest, ReportsAFolderThatCannotBeWritten) {
     std::filesystem::create_directories(folder());
     write("[Desktop Entry]\nHidden=true\n");
-    // The folders above may be entered, so that it is this one that refuses.
+    // The parent folders must be accessible, so that only this folder fails.
     std::filesystem::permissions(folder_.path(), std::filesystem::perms::all);
     std::filesystem::permissions(folder(), std::filesystem::perms(0555));
     const std::string before = content();
@@ -203,14 +203,14 @@ TEST_F(AutostartLoginItemTest, SaysThatTheFolderCannotBeWritten) {
     EXPECT_EQ(names(), std::vector<std::string>{entryName});
 }
 
-TEST_F(AutostartLoginItemTest, SaysThatTheFolderCannotBeMade) {
+TEST_F(AutostartLoginItemTest, ReportsAFolderThatCannotBeCreated) {
     std::ofstream(folder_ / "config") << "no folder";
     const std::optional<tavrin::PlatformError> error = registerItem();
     ASSERT_TRUE(error);
     EXPECT_THAT(error->what(), testing::HasSubstr("Could not write "));
 }
 
-TEST_F(AutostartLoginItemTest, SaysThatTheEntryCannotBeRead) {
+TEST_F(AutostartLoginItemTest, ReportsAnEntryThatCannotBeRead) {
     std::filesystem::create_directories(file());
     EXPECT_EQ(std::get<tavrin::PlatformError>(statusResult()).code(), EISDIR);
 }
@@ -247,12 +247,12 @@ TEST(OwnProgramTest, IsTheExecutableUnlessThatIsInsideAnImage) {
         {folder / "missing", inside, executable},
         {std::filesystem::relative(image), inside, executable},
     };
-    for (const auto& [ofImage, mount, expected] : cases) {
-        qputenv("APPIMAGE", QByteArray::fromStdString(ofImage.string()));
+    for (const auto& [appImage, mount, expected] : cases) {
+        qputenv("APPIMAGE", QByteArray::fromStdString(appImage.string()));
         qputenv("APPDIR", QByteArray::fromStdString(mount.string()));
         const ProgramTraces traces = ProgramTraces::ofThisProcess();
-        EXPECT_EQ(ownProgram(traces), expected) << ofImage << " in " << mount;
-        EXPECT_EQ(ownAppImage(traces).value_or(executable), expected) << ofImage;
+        EXPECT_EQ(ownProgram(traces), expected) << appImage << " in " << mount;
+        EXPECT_EQ(ownAppImage(traces).value_or(executable), expected) << appImage;
     }
     qunsetenv("APPIMAGE");
     qunsetenv("APPDIR");

@@ -13,15 +13,15 @@
 
 namespace orvel::test {
 
-/// A folder that is the only one with programs from the first one on; each notes its arguments.
+/// A folder of scripts that record their arguments. The first `install` makes it the whole PATH.
 class InstalledPrograms final {
 public:
     InstalledPrograms() = default;
-    ~InstalledPrograms() { qputenv("PATH", ofPath_); }
+    ~InstalledPrograms() { qputenv("PATH", previousPath_); }
     InstalledPrograms(const InstalledPrograms&) = delete;
     InstalledPrograms& operator=(const InstalledPrograms&) = delete;
 
-    /// Gives the program's file.
+    /// Returns the program's file.
     std::filesystem::path install(const std::string& name, int status = 0) {
         const std::filesystem::path program = folder_ / "bin" / name;
         std::filesystem::create_directories(program.parent_path());
@@ -32,7 +32,7 @@ public:
         return program;
     }
 
-    /// A line for each that has run.
+    /// One line for each program run.
     [[nodiscard]] std::string ran() const {
         std::ifstream file(folder_ / "ran", std::ios::binary);
         return {std::istreambuf_iterator<char>(file), {}};
@@ -40,7 +40,7 @@ public:
 
 private:
     TemporaryDirectory folder_;
-    QByteArray ofPath_ = qgetenv("PATH");
+    QByteArray previousPath_ = qgetenv("PATH");
 };
 
 } // namespace orvel::test

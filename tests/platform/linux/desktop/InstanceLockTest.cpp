@@ -29,7 +29,7 @@ protected:
 
     std::filesystem::path file() const { return folder_ / "app.test.Lock.lock"; }
 
-    /// What another process finds: whether it gets the lock, or who has it.
+    /// Takes the lock in another process and returns its outcome.
     std::string otherProcess() {
         std::array<int, 2> ends{};
         if (pipe(ends.data()) != 0) {
@@ -65,7 +65,7 @@ TEST_F(InstanceLockTest, OneProcessHoldsIt) {
     EXPECT_EQ(otherProcess(), "held by us");
 }
 
-TEST_F(InstanceLockTest, ItEndsWithItsHolder) {
+TEST_F(InstanceLockTest, IsReleasedWhenItsHolderEnds) {
     {
         InstanceLock lock;
         static_cast<void>(lock.take(folder_.path(), identifier));
@@ -74,7 +74,7 @@ TEST_F(InstanceLockTest, ItEndsWithItsHolder) {
     EXPECT_EQ(otherProcess(), "held");
 }
 
-TEST_F(InstanceLockTest, WhatAnEarlierHolderLeftMeansNothing) {
+TEST_F(InstanceLockTest, IgnoresAFileLeftByAnEarlierHolder) {
     std::ofstream(file()) << getppid() << '\n';
     EXPECT_EQ(otherProcess(), "held");
 }
@@ -87,7 +87,7 @@ TEST_F(InstanceLockTest, OthersCannotOpenTheFile) {
     EXPECT_EQ(status.st_mode & 0777U, 0600U);
 }
 
-TEST_F(InstanceLockTest, FollowsNoLink) {
+TEST_F(InstanceLockTest, DoesNotFollowALink) {
     std::ofstream(folder_ / "precious") << "content";
     std::filesystem::create_symlink(folder_ / "precious", file());
     InstanceLock lock;
@@ -112,8 +112,8 @@ TEST_F(InstanceLockTest, AFolderThatOthersCanWriteToIsNotUsed) {
     EXPECT_NE(InstanceLock::defaultFolder(identifier), folder_.path());
 }
 
-TEST_F(InstanceLockTest, AFolderOfAnotherUsersIsNotUsed) {
-    // Root's.
+TEST_F(InstanceLockTest, DoesNotUseAnotherUsersFolder) {
+    // This folder belongs to root.
     qputenv("XDG_RUNTIME_DIR", "/");
     const UnprivilegedUser user;
     EXPECT_NE(InstanceLock::defaultFolder(identifier), "/");

@@ -25,7 +25,7 @@ bool isTaken() {
 
 } // namespace
 
-TEST(InstanceNameTest, GivesTheNameBackWhileItsBusIsStillInUse) {
+TEST(InstanceNameTest, ReleasesTheNameWhileItsBusIsStillInUse) {
     auto instance = std::make_unique<InstanceName>(name, [] {});
     EXPECT_EQ(instance->shareBus(), nullptr) << "before there was one";
     ASSERT_TRUE(std::holds_alternative<InstanceName::Own>(instance->take()));

@@ -26,13 +26,13 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-/// What a process finds while this one traces it, or does not.
+/// The result in a child process, which this process traces or not.
 bool answerOfAChild(bool isTraced) {
     const pid_t child = fork();
     if (child == 0) {
         if (isTraced) {
             ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
-            // The parent sees that the tracing has begun.
+            // Tells the parent that tracing has begun.
             raise(SIGSTOP);
         }
         _exit(LinuxProcessControl("/bin/false").isDebuggerAttached() ? 1 : 0);
@@ -50,7 +50,7 @@ bool answerOfAChild(bool isTraced) {
 
 } // namespace
 
-TEST(LinuxProcessControlTest, FindsOutWhetherTheProcessIsTraced) {
+TEST(LinuxProcessControlTest, DetectsATracer) {
     EXPECT_FALSE(answerOfAChild(false));
     EXPECT_TRUE(answerOfAChild(true));
 }
@@ -74,7 +74,7 @@ TEST(LinuxProcessControlTest, RelaunchesAfterItsEnd) {
     std::ifstream file(report);
     const std::string text{std::istreambuf_iterator<char>(file), {}};
     EXPECT_THAT(text, StartsWith("variable=bundle\n"));
-    // The three standard ones, and that of listing them.
+    // The three standard descriptors, and that of the listing itself.
     EXPECT_THAT(text, HasSubstr("\n4\n"));
     EXPECT_THAT(text, Not(HasSubstr("session=" + std::to_string(getsid(0)) + "\n")));
 }

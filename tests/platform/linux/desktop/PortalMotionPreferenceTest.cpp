@@ -27,8 +27,8 @@ protected:
         subscription_ = preference_->onChange([this] { ++changes_; });
     }
 
-    /// The portal has answered that often, and the answers have arrived.
-    [[nodiscard]] bool waitForReadings(int count) {
+    /// Waits until that many of the portal's answers have arrived.
+    [[nodiscard]] bool waitForReplies(int count) {
         return waitUntil([&] { return portal_.readings() >= count; }) &&
                waitUntil([this, rounds = 0]() mutable { return ++rounds > 5 || changes_ > 0; });
     }
@@ -54,7 +54,7 @@ TEST_F(PortalMotionPreferenceTest, NothingIsReducedUntilThePortalHasAnswered) {
 TEST_F(PortalMotionPreferenceTest, FollowsTheChanges) {
     portal_.setReducedMotion(0);
     make();
-    ASSERT_TRUE(waitForReadings(1));
+    ASSERT_TRUE(waitForReplies(1));
     EXPECT_FALSE(preference_->shouldReduceMotion());
     portal_.setReducedMotion(1);
     ASSERT_TRUE(waitUntil([this] { return changes_ == 1; }));
@@ -64,7 +64,7 @@ TEST_F(PortalMotionPreferenceTest, FollowsTheChanges) {
     EXPECT_FALSE(preference_->shouldReduceMotion());
 }
 
-TEST_F(PortalMotionPreferenceTest, SwitchedOffAnimationsCountWhereThereIsNoOtherSetting) {
+TEST_F(PortalMotionPreferenceTest, UsesTheAnimationsSettingIfThereIsNoOther) {
     portal_.setAnimations(false);
     make();
     ASSERT_TRUE(waitUntil([this] { return changes_ == 1; }));
@@ -74,47 +74,47 @@ TEST_F(PortalMotionPreferenceTest, SwitchedOffAnimationsCountWhereThereIsNoOther
     EXPECT_FALSE(preference_->shouldReduceMotion());
 }
 
-TEST_F(PortalMotionPreferenceTest, TheAppearanceGoesBeforeTheAnimations) {
+TEST_F(PortalMotionPreferenceTest, TheAppearanceTakesPrecedenceOverTheAnimations) {
     portal_.setReducedMotion(0);
     portal_.setAnimations(false);
     make();
-    ASSERT_TRUE(waitForReadings(1));
+    ASSERT_TRUE(waitForReplies(1));
     EXPECT_FALSE(preference_->shouldReduceMotion());
     EXPECT_EQ(changes_, 0);
 }
 
-TEST_F(PortalMotionPreferenceTest, AnAnswerOfAnotherShapeDecidesNothing) {
+TEST_F(PortalMotionPreferenceTest, IgnoresAnAnswerOfAnotherType) {
     portal_.set(
         QStringLiteral("org.freedesktop.appearance"),
         QStringLiteral("reduced-motion"),
         QStringLiteral("a great deal"));
     make();
-    ASSERT_TRUE(waitForReadings(1));
+    ASSERT_TRUE(waitForReplies(1));
     EXPECT_FALSE(preference_->shouldReduceMotion());
 }
 
 TEST_F(PortalMotionPreferenceTest, OtherSettingsAreNotReadAgain) {
     make();
-    ASSERT_TRUE(waitForReadings(1));
+    ASSERT_TRUE(waitForReplies(1));
     portal_.set(QStringLiteral("org.example"), QStringLiteral("key"), 1);
     portal_.setReducedMotion(1);
     ASSERT_TRUE(waitUntil([this] { return changes_ == 1; }));
     EXPECT_EQ(portal_.readings(), 2);
 }
 
-TEST_F(PortalMotionPreferenceTest, APortalThatComesLaterIsHeard) {
+TEST_F(PortalMotionPreferenceTest, FollowsAPortalThatStartsLater) {
     const BusDaemon daemon;
     const Program probe({{DESKTOP_PROBE, "motion"}, {{busVariable, daemon.address()}}});
     ASSERT_TRUE(waitUntil([&] { return probe.output() == "0\n"; }));
     SettingsPortal portal(daemon.address());
     EXPECT_TRUE(waitUntil([&] {
-        // Until the probe listens.
+        // Repeat until the probe listens.
         portal.setReducedMotion(1);
         return probe.output() == "0\n1\n";
     }));
 }
 
-TEST_F(PortalMotionPreferenceTest, ABusThatSaysNothingHoldsNobodyUp) {
+TEST_F(PortalMotionPreferenceTest, ASilentBusDoesNotBlock) {
     const SilentBus silent;
     const Program probe({{DESKTOP_PROBE, "motion"}, {{busVariable, silent.address()}}});
     EXPECT_TRUE(waitUntil([&] { return probe.output() == "0\n"; }));

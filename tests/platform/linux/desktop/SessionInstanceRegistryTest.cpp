@@ -28,7 +28,7 @@ namespace {
 
 using testing::StartsWith;
 
-/// Copies of a program that start in the same session, or outside of any.
+/// Copies of a program that start in the same session, or outside any session.
 class SessionInstanceRegistryTest : public testing::Test {
 protected:
     std::unique_ptr<Program> start(std::map<std::string, std::string> environment = {}) {
@@ -42,7 +42,7 @@ protected:
         return program.output().substr(0, program.output().find('\n'));
     }
 
-    /// Starts several in the same instant: one stays, and the others name it.
+    /// Starts several copies at the same time: one keeps running, and the others report it.
     void expectOneOf(const std::map<std::string, std::string>& environment) {
         constexpr int count = 6;
         std::vector<std::unique_ptr<Program>> copies;
@@ -66,11 +66,11 @@ protected:
 
 } // namespace
 
-TEST_F(SessionInstanceRegistryTest, OneIsLeftOfThoseThatStartInTheSameInstant) {
+TEST_F(SessionInstanceRegistryTest, OneOfSeveralSimultaneousCopiesKeepsRunning) {
     expectOneOf({});
 }
 
-TEST_F(SessionInstanceRegistryTest, OneIsLeftOfThoseThatStartInTheSameInstantWithoutABus) {
+TEST_F(SessionInstanceRegistryTest, OneOfSeveralSimultaneousCopiesKeepsRunningWithoutABus) {
     expectOneOf(noBus_);
 }
 
@@ -90,7 +90,7 @@ TEST_F(SessionInstanceRegistryTest, ACopyWithTheBusFindsTheOneWithoutIt) {
     EXPECT_EQ(second->wait(), 0);
 }
 
-TEST_F(SessionInstanceRegistryTest, ABusThatSaysNothingCountsAsNone) {
+TEST_F(SessionInstanceRegistryTest, ASilentBusCountsAsMissing) {
     const SilentBus silent;
     const std::map<std::string, std::string> environment = {
         {"DBUS_SESSION_BUS_ADDRESS", silent.address()}};
@@ -98,11 +98,11 @@ TEST_F(SessionInstanceRegistryTest, ABusThatSaysNothingCountsAsNone) {
     EXPECT_EQ(firstLine(*first), "first");
     const auto second = start(environment);
     EXPECT_THAT(firstLine(*second), StartsWith("other "));
-    // Not only when the bus library has given up, after 25 s.
+    // Earlier than libdbus's timeout of 25 s.
     EXPECT_EQ(second->waitFor(std::chrono::seconds(15)), 0);
 }
 
-TEST_F(SessionInstanceRegistryTest, ABusThatWasTooSlowAtFirstReachesTheCopyLater) {
+TEST_F(SessionInstanceRegistryTest, ASlowBusIsUsedOnceItAnswers) {
     BusDaemon bus;
     bus.suspend();
     const std::map<std::string, std::string> environment = {
@@ -122,7 +122,7 @@ TEST_F(SessionInstanceRegistryTest, ABusThatWasTooSlowAtFirstReachesTheCopyLater
     EXPECT_TRUE(waitUntil([&] { return first->output() == "first\nactivated\n"; }));
 }
 
-TEST_F(SessionInstanceRegistryTest, ACopyThatWasKilledIsNoneAnyMore) {
+TEST_F(SessionInstanceRegistryTest, AKilledCopyNoLongerCounts) {
     auto first = start();
     ASSERT_EQ(firstLine(*first), "first");
     first->signal(SIGKILL);
@@ -131,7 +131,7 @@ TEST_F(SessionInstanceRegistryTest, ACopyThatWasKilledIsNoneAnyMore) {
     EXPECT_EQ(firstLine(*next), "first");
 }
 
-TEST_F(SessionInstanceRegistryTest, EveryWayOfAskingForTheApplicationActivatesIt) {
+TEST_F(SessionInstanceRegistryTest, EveryMethodOfTheApplicationActivatesIt) {
     const auto first = start();
     ASSERT_EQ(firstLine(*first), "first");
     const auto call = [](const char* method, const QVariantList& arguments) {
@@ -161,7 +161,7 @@ TEST_F(SessionInstanceRegistryTest, EveryWayOfAskingForTheApplicationActivatesIt
     QDBusConnection::disconnectFromBus(QStringLiteral("a launcher"));
 }
 
-TEST_F(SessionInstanceRegistryTest, NobodyOnTheBusChangesItsVariables) {
+TEST_F(SessionInstanceRegistryTest, CallsOnTheBusDoNotChangeTheEnvironment) {
     SessionInstanceRegistry registry;
     ASSERT_FALSE(registry.runningCopy("app.test.Registry"));
     bool isActivated = false;

@@ -12,7 +12,7 @@
 
 namespace orvel::test {
 
-/// The desktop's portal of settings.
+/// A fake settings portal.
 class SettingsPortal final {
 public:
     using Settings = QMap<QString, QVariantMap>;
@@ -26,7 +26,7 @@ public:
         qDBusRegisterMetaType<Settings>();
     }
 
-    /// Changes a setting, and says so.
+    /// Changes a setting and sends the signal.
     void set(const QString& space, const QString& key, const QVariant& value) {
         settings_[space][key] = value;
         service_.signal(

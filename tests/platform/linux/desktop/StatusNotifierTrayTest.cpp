@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The trays of the session bus; those of an X display need one.
+// Tests trays on the session bus only; X trays would need an X server.
 #include "platform/linux/desktop/StatusNotifierTray.h"
 
 #include "platform/linux/support/SessionBus.h"
@@ -19,7 +19,7 @@ namespace orvel::test {
 
 namespace {
 
-/// Where hosts and items of the tray find each other.
+/// A fake status notifier watcher.
 class Watcher {
 public:
     explicit Watcher(bool hasHost) : hasHost_(hasHost) {}
@@ -75,7 +75,7 @@ protected:
 
 } // namespace
 
-TEST_F(StatusNotifierTrayTest, FindsTheTrayThatIsThere) {
+TEST_F(StatusNotifierTrayTest, FindsARunningTray) {
     const Watcher watcher(true);
     make();
     EXPECT_FALSE(tray_->isAvailable());
@@ -83,7 +83,7 @@ TEST_F(StatusNotifierTrayTest, FindsTheTrayThatIsThere) {
     EXPECT_TRUE(tray_->isAvailable());
 }
 
-TEST_F(StatusNotifierTrayTest, FindsTheTrayOnABusThatItShares) {
+TEST_F(StatusNotifierTrayTest, FindsTheTrayOnASharedBus) {
     const Watcher watcher(true);
     const SessionBus bus(QDBusConnection::connectToBus(
         QDBusConnection::SessionBus, QStringLiteral("shared with the tray")));
@@ -107,7 +107,7 @@ TEST_F(StatusNotifierTrayTest, AWatcherWithoutAHostIsNoTray) {
     EXPECT_FALSE(tray_->isAvailable());
 }
 
-TEST_F(StatusNotifierTrayTest, FindsATrayThatComesLate) {
+TEST_F(StatusNotifierTrayTest, FindsATrayThatStartsLate) {
     make();
     ASSERT_TRUE(waitUntil([rounds = 0]() mutable { return ++rounds > 50; }));
     EXPECT_FALSE(tray_->isAvailable());

@@ -42,7 +42,7 @@ protected:
         EXPECT_EQ(ends_, 0) << "answered before the call returned";
     }
 
-    /// Why what was started last failed; empty when it did not.
+    /// The last call's error; empty on success.
     std::string failure() {
         EXPECT_TRUE(waitUntil([this] { return ends_ > 0; }));
         return failure_;
@@ -60,10 +60,10 @@ protected:
     std::string failure_;
 };
 
-/// A file manager that notes what it is asked for, as "ShowItems file:///…".
+/// A file manager that records calls, such as "ShowItems file:///…".
 class FileManagerService {
 public:
-    /// Methods that it does not have.
+    /// Unsupported methods.
     std::vector<std::string> missing;
     std::vector<std::string> calls;
 
@@ -86,7 +86,7 @@ private:
         }};
 };
 
-/// A folder that is the home, and another that is the only one with programs.
+/// Replaces the home folder, and the PATH by a folder of test programs.
 class XdgWorkspaceHomeTest : public XdgWorkspaceTest {
 protected:
     XdgWorkspaceHomeTest() {
@@ -94,14 +94,14 @@ protected:
         qunsetenv("XDG_CURRENT_DESKTOP");
     }
     ~XdgWorkspaceHomeTest() override {
-        qputenv("HOME", ofHome_);
+        qputenv("HOME", previousHome_);
         qunsetenv("XDG_CURRENT_DESKTOP");
     }
 
     std::string uri(const std::string& path) const { return "file://" + (home_ / path).string(); }
 
     TemporaryDirectory home_;
-    QByteArray ofHome_ = qgetenv("HOME");
+    QByteArray previousHome_ = qgetenv("HOME");
     InstalledPrograms programs_;
 };
 
@@ -113,14 +113,14 @@ TEST_F(XdgWorkspaceTest, OpensThePageInTheBrowser) {
     EXPECT_EQ(browser_.url(), url);
 }
 
-TEST_F(XdgWorkspaceTest, SaysThatTheBrowserFailed) {
+TEST_F(XdgWorkspaceTest, ReportsAFailedBrowser) {
     browser_.fail();
     EXPECT_THAT(
         failureOf("https://www.example.com/"),
         StartsWith("Could not open the browser: xdg-open ended with status "));
 }
 
-TEST_F(XdgWorkspaceTest, SaysThatTheDesktopHasNoSuchProgram) {
+TEST_F(XdgWorkspaceTest, ReportsAMissingProgram) {
     const QByteArray path = qgetenv("PATH");
     const TemporaryDirectory empty;
     qputenv("PATH", QByteArray::fromStdString(empty.path().string()));
@@ -148,7 +148,7 @@ TEST_F(XdgWorkspaceTest, AnswersOnce) {
     EXPECT_EQ(ends_, 1);
 }
 
-TEST_F(XdgWorkspaceTest, RefusesEverythingButHttpsAddresses) {
+TEST_F(XdgWorkspaceTest, RejectsAllButHttpsAddresses) {
     for (const char* url :
          {"",
           "http://www.example.com/",
@@ -169,7 +169,7 @@ TEST_F(XdgWorkspaceTest, RefusesEverythingButHttpsAddresses) {
     EXPECT_EQ(browser_.url(), "");
 }
 
-TEST_F(XdgWorkspaceTest, KeepsOurVariablesFromTheBrowser) {
+TEST_F(XdgWorkspaceTest, TheBrowserDoesNotInheritTheAgentsVariables) {
     qputenv("ORVEL_AGENT_TOKEN", "secret");
     EXPECT_EQ(failureOf("https://www.example.com/"), "");
     qunsetenv("ORVEL_AGENT_TOKEN");
@@ -177,7 +177,7 @@ TEST_F(XdgWorkspaceTest, KeepsOurVariablesFromTheBrowser) {
     EXPECT_THAT(browser_.environment(), HasSubstr("PATH="));
 }
 
-TEST_F(XdgWorkspaceTest, KeepsTheRightToComeToTheFrontFromTheBrowser) {
+TEST_F(XdgWorkspaceTest, TheBrowserDoesNotInheritTheActivationToken) {
     qputenv("XDG_ACTIVATION_TOKEN", "ours");
     qputenv("DESKTOP_STARTUP_ID", "ours");
     EXPECT_EQ(failureOf("https://www.example.com/"), "");
@@ -187,7 +187,7 @@ TEST_F(XdgWorkspaceTest, KeepsTheRightToComeToTheFrontFromTheBrowser) {
     EXPECT_THAT(browser_.environment(), Not(HasSubstr("DESKTOP_STARTUP_ID=")));
 }
 
-TEST_F(XdgWorkspaceTest, DestroyingItLeavesTheBrowserAlone) {
+TEST_F(XdgWorkspaceTest, DestroyingItDoesNotEndTheBrowser) {
     browser_.stayOpen();
     open("https://www.example.com/");
     ASSERT_TRUE(waitUntil([this] { return !browser_.url().empty(); }));
@@ -195,7 +195,7 @@ TEST_F(XdgWorkspaceTest, DestroyingItLeavesTheBrowserAlone) {
     const std::filesystem::path process = "/proc/" + browser_.pid();
     EXPECT_TRUE(std::filesystem::exists(process));
     browser_.close();
-    // Not even as a zombie.
+    // It must not remain as a zombie either.
     EXPECT_TRUE(waitUntil([&] { return !std::filesystem::exists(process); }));
     processEvents();
     EXPECT_EQ(ends_, 0);
@@ -218,7 +218,7 @@ TEST_F(XdgWorkspaceHomeTest, ShowsThePropertiesOfTheMessagesFolder) {
     EXPECT_THAT(files.calls, ElementsAre("ShowItemProperties " + uri("Library/Messages")));
 }
 
-TEST_F(XdgWorkspaceHomeTest, ShowsTheFolderWhereThereAreNoProperties) {
+TEST_F(XdgWorkspaceHomeTest, ShowsTheFolderIfPropertiesAreUnsupported) {
     FileManagerService files;
     files.missing = {"ShowItemProperties"};
     std::filesystem::create_directories(home_ / "Library/Messages");
@@ -235,7 +235,7 @@ TEST_F(XdgWorkspaceHomeTest, OpensTheNearestFolderWithoutAFileManager) {
     EXPECT_EQ(programs_.ran(), "xdg-open " + (home_ / "Library").string() + '\n');
 }
 
-TEST_F(XdgWorkspaceHomeTest, SaysThatNothingShowsTheFolder) {
+TEST_F(XdgWorkspaceHomeTest, ReportsThatTheFolderCannotBeShown) {
     programs_.install("xdg-open", 3);
     workspace_->openSettings(Workspace::SettingsPane::FullDiskAccess, completion());
     EXPECT_EQ(failure(), "Could not show the Messages folder: xdg-open ended with status 3");
@@ -266,7 +266,7 @@ TEST_F(XdgWorkspaceHomeTest, OpensTheDesktopsOwnPanelForContacts) {
     EXPECT_EQ(programs_.ran(), "gnome-control-center applications\n");
 }
 
-TEST_F(XdgWorkspaceHomeTest, GoesOnToTheAddressBookWhenThePanelFails) {
+TEST_F(XdgWorkspaceHomeTest, OpensTheAddressBookWhenThePanelFails) {
     programs_.install("gnome-control-center", 1);
     programs_.install("evolution");
     qputenv("XDG_CURRENT_DESKTOP", "GNOME");
@@ -276,7 +276,7 @@ TEST_F(XdgWorkspaceHomeTest, GoesOnToTheAddressBookWhenThePanelFails) {
         programs_.ran(), "gnome-control-center applications\nevolution --component=contacts\n");
 }
 
-TEST_F(XdgWorkspaceHomeTest, LeavesThePanelsOfOtherDesktopsAlone) {
+TEST_F(XdgWorkspaceHomeTest, DoesNotOpenPanelsOfOtherDesktops) {
     programs_.install("gnome-control-center");
     programs_.install("systemsettings");
     programs_.install("kaddressbook");
@@ -285,7 +285,7 @@ TEST_F(XdgWorkspaceHomeTest, LeavesThePanelsOfOtherDesktopsAlone) {
     EXPECT_EQ(programs_.ran(), "kaddressbook \n");
 }
 
-TEST_F(XdgWorkspaceHomeTest, SaysThatTheDesktopHasNothingForContacts) {
+TEST_F(XdgWorkspaceHomeTest, ReportsADesktopWithoutContactsPrograms) {
     programs_.install("xdg-open");
     workspace_->openSettings(Workspace::SettingsPane::Contacts, completion());
     EXPECT_EQ(ends_, 0);

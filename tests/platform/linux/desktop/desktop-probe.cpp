@@ -5,10 +5,10 @@
 //        desktop-probe linger PROGRAM
 //        desktop-probe motion
 //
-// Uses the desktop as a process of its own. "claim" prints "first", stays until it is ended and
-// prints "activated" whenever it was; or prints "other PID", activates that copy, and ends.
-// "relaunch" has the program started after that pause, and ends; "linger" does not end by itself.
-// "motion" prints whether motion is to be reduced, at first and whenever that changes.
+// Uses the desktop ports in a separate process. "claim" prints "first", runs until terminated and
+// prints "activated" at each activation; or prints "other PID", activates that copy and exits.
+// "relaunch" schedules a relaunch of the program after that pause and exits; "linger" schedules one
+// and keeps running. "motion" prints whether motion is reduced, initially and after each change.
 #include "platform/linux/desktop/LinuxProcessControl.h"
 #include "platform/linux/desktop/PortalMotionPreference.h"
 #include "platform/linux/desktop/SessionInstanceRegistry.h"

@@ -19,7 +19,7 @@ namespace orvel::test {
 
 namespace {
 
-/// A secret as it goes over the bus, here without encryption.
+/// A secret in its D-Bus form, without encryption.
 struct PlainSecret {
     QDBusObjectPath session;
     QByteArray parameters;

@@ -12,10 +12,10 @@
 
 namespace orvel::test {
 
-/// The GNOME keyring of a private session, and its user, who is asked for the password in a dialog
-/// while the keyring is locked. Unlocked and without the dialog at its start and its end.
+/// The GNOME keyring of a private session and its simulated user, who gets a password dialog while
+/// the keyring is locked. Unlocks the keyring and closes dialogs on construction and destruction.
 ///
-/// Throws `std::runtime_error` outside of a private session, or when the keyring does.
+/// Throws `std::runtime_error` on errors and outside a private session.
 class KeyringDesktop final {
 public:
     KeyringDesktop();
@@ -26,20 +26,20 @@ public:
     void lock();
     void unlock();
 
-    /// How many dialogs wait for the user.
+    /// The number of open dialogs.
     [[nodiscard]] std::size_t dialogs() const { return dialogs_.size(); }
-    /// The user closes the dialogs that wait, without a password.
+    /// Closes all dialogs without a password.
     void dismissDialogs();
 
-    /// What any program finds: the values of items of that service and account.
+    /// The values of all items of that service and account.
     [[nodiscard]] std::vector<std::string>
     values(const std::string& service, const std::string& account);
 
-    /// Another program keeps something under that name.
+    /// Stores an item as another program.
     void add(const std::string& service, const std::string& account, const std::string& value);
 
 private:
-    /// The program that shows the dialogs.
+    /// The fake program that shows the dialogs.
     class Prompter final : public QDBusVirtualObject {
     public:
         explicit Prompter(KeyringDesktop& desktop) : desktop_(desktop) {}
@@ -55,7 +55,7 @@ private:
         const QString& method,
         const QVariantList& arguments,
         const QString& path = QStringLiteral("/org/freedesktop/secrets"));
-    /// Secrets are handed over in a session.
+    /// Opens the session that transfers secrets.
     QDBusObjectPath openSession();
 
     QDBusConnection bus_;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What is the Secret Service's own: other processes, locked keyrings, and desktops without one.
+// Tests behaviour specific to the Secret Service: other processes, locked keyrings, and desktops
+// without one.
 #include "platform/linux/keychain/SecretServiceKeychain.h"
 
 #include "platform/linux/support/SessionBus.h"
@@ -41,7 +42,7 @@ protected:
         EXPECT_EQ(failureOf(startRemove(keychain_, service, account)), "");
     }
 
-    /// What another process prints that does this.
+    /// Runs the probe with these commands and returns its output.
     static std::string
     probe(std::vector<std::string> commands, std::map<std::string, std::string> environment = {}) {
         commands.insert(commands.begin(), KEYCHAIN_PROBE);
@@ -70,7 +71,7 @@ TEST_F(SecretServiceKeychainTest, AnotherProcessReadsWhatOneWrote) {
     EXPECT_EQ(probe({"read"}), "value: none\n");
 }
 
-TEST_F(SecretServiceKeychainTest, IsTheOneUsedOnEveryDesktop) {
+TEST_F(SecretServiceKeychainTest, IsUsedOnEveryDesktop) {
     for (const char* desktop : {"", "GNOME", "KDE", "sway"}) {
         const std::map<std::string, std::string> environment = {
             {"XDG_CURRENT_DESKTOP", desktop}, {"KDE_SESSION_VERSION", "5"}};
@@ -79,12 +80,12 @@ TEST_F(SecretServiceKeychainTest, IsTheOneUsedOnEveryDesktop) {
     }
 }
 
-TEST_F(SecretServiceKeychainTest, AnItemThatIsNoTextIsNothing) {
+TEST_F(SecretServiceKeychainTest, AnItemThatIsNotTextHasNoValue) {
     desktop_.add(service, account, "\xFF\xFE");
     EXPECT_EQ(textOf(startRead(keychain_, service, account)), std::nullopt);
 }
 
-TEST_F(SecretServiceKeychainTest, WithoutABusChangesHoldInTheProcessAndTheLogSaysSoOnce) {
+TEST_F(SecretServiceKeychainTest, WithoutABusChangesStayInMemoryAndAreLoggedOnce) {
     const std::string printed =
         probe({"read", "value", "read", "remove", "read", "again", "read"}, withoutBus);
     EXPECT_THAT(
@@ -99,7 +100,7 @@ TEST_F(SecretServiceKeychainTest, WithoutABusChangesHoldInTheProcessAndTheLogSay
     EXPECT_THAT(desktop_.values(service, account), IsEmpty());
 }
 
-TEST_F(SecretServiceKeychainTest, WithoutAnEventLoopOfGLibChangesHoldInTheProcess) {
+TEST_F(SecretServiceKeychainTest, WithoutAGLibEventLoopChangesStayInMemory) {
     EXPECT_THAT(
         probe({"read", "value", "read"}, {{"QT_NO_GLIB", "1"}}),
         StartsWith("value: none\n"
@@ -107,11 +108,11 @@ TEST_F(SecretServiceKeychainTest, WithoutAnEventLoopOfGLibChangesHoldInTheProces
                    "value: value\n"));
 }
 
-TEST_F(SecretServiceKeychainTest, ALockedKeyringHoldsUpOnlyWhatNeedsIt) {
+TEST_F(SecretServiceKeychainTest, ALockedKeyringBlocksOnlyOperationsThatNeedIt) {
     EXPECT_EQ(failureOf(startWrite(keychain_, service, account, "kept")), "");
     desktop_.lock();
     const auto waiting = startRead(keychain_, service, account);
-    // The event loop turns meanwhile.
+    // The event loop keeps running meanwhile.
     ASSERT_TRUE(waitUntil([this] { return desktop_.dialogs() == 1; }));
     const auto write = startWrite(keychain_, service, account, "new");
     EXPECT_THAT(textOf(startRead(keychain_, service, account)), Optional(std::string("new")));
@@ -120,13 +121,13 @@ TEST_F(SecretServiceKeychainTest, ALockedKeyringHoldsUpOnlyWhatNeedsIt) {
 
     desktop_.dismissDialogs();
     EXPECT_EQ(textOf(waiting), std::nullopt);
-    // Its dialog must not come when the next test's desktop is not there yet.
+    // Otherwise its dialog could appear before the next test's desktop exists.
     ASSERT_TRUE(waitUntil([this] { return desktop_.dialogs() == 1; }));
     desktop_.dismissDialogs();
     EXPECT_THAT(failureOf(write), StartsWith("Could not change the keychain: "));
 }
 
-TEST_F(SecretServiceKeychainTest, AWriteThatTheUserDoesNotUnlockForHoldsInTheProcess) {
+TEST_F(SecretServiceKeychainTest, AWriteToAKeyringThatStaysLockedStaysInMemory) {
     EXPECT_EQ(failureOf(startWrite(keychain_, service, account, "kept")), "");
     desktop_.lock();
     const auto write = startWrite(keychain_, service, account, "new");
@@ -154,7 +155,7 @@ TEST_F(SecretServiceKeychainTest, ALockedItemIsRemovedOnceItIsUnlocked) {
     EXPECT_THAT(desktop_.values(service, account), IsEmpty());
 }
 
-TEST_F(SecretServiceKeychainTest, RemovingWhatStaysLockedIsAFailure) {
+TEST_F(SecretServiceKeychainTest, RemovingAnItemThatStaysLockedFails) {
     EXPECT_EQ(failureOf(startWrite(keychain_, service, account, "kept")), "");
     desktop_.lock();
     const auto removal = startRemove(keychain_, service, account);
@@ -164,7 +165,7 @@ TEST_F(SecretServiceKeychainTest, RemovingWhatStaysLockedIsAFailure) {
     EXPECT_EQ(textOf(startRead(keychain_, service, account)), std::nullopt);
 }
 
-TEST_F(SecretServiceKeychainTest, WithoutABusTheLogSaysOnceThatAnItemWasNotRemoved) {
+TEST_F(SecretServiceKeychainTest, WithoutABusAFailedRemovalIsLoggedOnce) {
     const std::string printed = probe({"remove", "remove", "value"}, withoutBus);
     constexpr auto notRemoved =
         "\nlog: keychain: an item could not be removed from the keychain: Could not change the "
@@ -179,7 +180,7 @@ TEST_F(SecretServiceKeychainTest, WithoutABusTheLogSaysOnceThatAnItemWasNotRemov
 
 namespace {
 
-/// Whether the event loop keeps turning, and a removal ends in time.
+/// Whether the event loop keeps running and a removal times out.
 bool isNotHeldUpByASilentBus() {
     const SilentBus bus;
     qputenv("DBUS_SESSION_BUS_ADDRESS", QByteArray::fromStdString(bus.address()));
@@ -199,12 +200,12 @@ bool isNotHeldUpByASilentBus() {
 
 } // namespace
 
-TEST(SecretServiceKeychainDeathTest, ABusThatNeverAnswersHoldsUpNoEventLoop) {
+TEST(SecretServiceKeychainDeathTest, ASilentBusDoesNotBlockTheEventLoop) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(std::_Exit(isNotHeldUpByASilentBus() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
-TEST_F(SecretServiceKeychainTest, RemovingWhatALockedKeyringDoesNotHaveAsksNobody) {
+TEST_F(SecretServiceKeychainTest, RemovingAMissingItemFromALockedKeyringAsksNoUser) {
     desktop_.lock();
     EXPECT_EQ(failureOf(startRemove(keychain_, service, account)), "");
     EXPECT_EQ(desktop_.dialogs(), 0U);
@@ -218,7 +219,7 @@ TEST_F(SecretServiceKeychainTest, MayBeDestroyedWhileTheUserIsAsked) {
     ASSERT_TRUE(waitUntil([this] { return desktop_.dialogs() == 1; }));
     keychain.reset();
     desktop_.dismissDialogs();
-    // Behind it in the library's own queue.
+    // Queued behind it in QtKeychain.
     EXPECT_EQ(textOf(startRead(keychain_, service, "other")), std::nullopt);
     EXPECT_FALSE(read.isDone());
 }

@@ -15,7 +15,7 @@
 
 namespace orvel::test {
 
-/// A session bus that can be connected to and never says a word.
+/// A session bus that accepts connections and never answers.
 class SilentBus final {
 public:
     SilentBus() {

@@ -2,8 +2,8 @@
 //
 // usage: keychain-probe COMMAND…
 //
-// Uses the desktop's keychain as a process of its own: "read", "remove", and anything else to be
-// written, all of one item, one after the other. Prints a line for each, and the log at the end.
+// Uses the keychain in a separate process. The commands apply to one item, in order: "read",
+// "remove", or a value to write. Prints a line for each, and the log at the end.
 #include "platform/linux/keychain/SecretServiceKeychain.h"
 #include "tests/platform/KeychainCalls.h"
 #include "tests/support/fakes/ManualClock.h"

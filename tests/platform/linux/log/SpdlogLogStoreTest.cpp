@@ -41,7 +41,7 @@ namespace orvel::test {
 
 namespace {
 
-/// Sends the process's standard error to a file while it lives.
+/// Redirects the process's standard error to a file until destroyed.
 class StandardErrorToFile final {
 public:
     explicit StandardErrorToFile(const std::filesystem::path& file) : before_(dup(STDERR_FILENO)) {
@@ -60,7 +60,7 @@ private:
     int before_;
 };
 
-/// The process's standard error is a file, and no journal runs.
+/// A store without a journal, with standard error redirected to a file.
 struct SpdlogFixture {
     std::string subsystem = "app.test";
     TemporaryDirectory folder;
@@ -72,7 +72,7 @@ struct SpdlogFixture {
             SpdlogLogStore::Options{"app.test", level, folder / "journal"});
     }
 
-    /// Until the clock has another reading.
+    /// Waits until the clock's value has changed.
     static void letTimePass() {
         const auto reading = [] {
             return tavrin::Date(std::chrono::system_clock::now());
@@ -104,7 +104,7 @@ using Strings = std::vector<std::string>;
 
 using SpdlogLogStoreTest = LogStoreTest<SpdlogFixture>;
 
-/// A journal that the test reads.
+/// A fake journal.
 class Journal final {
 public:
     using Fields = std::map<std::string, std::string>;
@@ -166,7 +166,7 @@ TEST_F(SpdlogLogStoreTest, KeepsTheNewestLinesOnly) {
     EXPECT_EQ(kept.back(), std::to_string(last));
 }
 
-TEST_F(SpdlogLogStoreTest, KeepsACharacterOfValueZeroAsItIs) {
+TEST_F(SpdlogLogStoreTest, KeepsANulCharacter) {
     const std::string message("one\0two", 7);
     store().write(LogLevel::Info, "c", message);
     EXPECT_EQ(messages(), Strings{message});
@@ -184,7 +184,7 @@ TEST_F(SpdlogLogStoreTest, KeepsABoundedNumberOfBytes) {
         << "the category counts, too";
 }
 
-TEST_F(SpdlogLogStoreTest, CutsALongMessageBetweenTwoCharacters) {
+TEST_F(SpdlogLogStoreTest, TruncatesALongMessageBetweenTwoCharacters) {
     constexpr std::size_t limit = SpdlogLogStore::maximumTextBytes;
     for (std::size_t before = 0; before < 4; ++before) {
         std::string message(before, 'x');
@@ -258,7 +258,7 @@ TEST_F(SpdlogLogStoreTest, StartsEachLineOnStandardErrorWithItsTime) {
             "info auth: x")));
 }
 
-TEST_F(SpdlogLogStoreTest, EscapesWhatCouldBreakTheLineOrSteerATerminal) {
+TEST_F(SpdlogLogStoreTest, EscapesLineBreaksAndTerminalControls) {
     store().write(
         LogLevel::Info,
         "a\nb",
@@ -270,7 +270,7 @@ TEST_F(SpdlogLogStoreTest, EscapesWhatCouldBreakTheLineOrSteerATerminal) {
                  "\\xe2\\x80\\xa8\\xe2\\x80\\xa9\xEF\xBF\xBD"}));
 }
 
-TEST_F(SpdlogLogStoreTest, LeavesLowerLevelsOutOfStandardErrorButNotOutOfMemory) {
+TEST_F(SpdlogLogStoreTest, KeepsLowerLevelsInMemoryOnly) {
     fixture_.store = fixture_.makeStore(LogLevel::Default);
     for (const LogLevel level :
          {LogLevel::Debug, LogLevel::Info, LogLevel::Default, LogLevel::Error}) {
@@ -286,7 +286,7 @@ TEST_F(SpdlogLogStoreTest, WritesNothingToStandardErrorUnlessAsked) {
     EXPECT_TRUE(fixture_.lines().empty());
 }
 
-TEST_F(SpdlogLogStoreTest, GivesTheJournalItsFields) {
+TEST_F(SpdlogLogStoreTest, SendsTheJournalItsFields) {
     Journal journal(fixture_.folder / "journal");
     const std::vector<std::pair<LogLevel, std::string>> priorities = {
         {LogLevel::Debug, "7"},
@@ -318,7 +318,7 @@ TEST_F(SpdlogLogStoreTest, NoMessageBreaksTheJournalsFields) {
     EXPECT_EQ(journal.receive().value()["MESSAGE"].size(), 2 * SpdlogLogStore::maximumTextBytes);
 }
 
-TEST_F(SpdlogLogStoreTest, AFullJournalNeitherBlocksNorHoldsBackTheOthers) {
+TEST_F(SpdlogLogStoreTest, AFullJournalDoesNotBlockOrDelayOtherOutputs) {
     Journal journal(fixture_.folder / "journal");
     constexpr std::size_t count = RecentLines::maximumLines;
     for (std::size_t line = 0; line < count; ++line) {
@@ -336,7 +336,7 @@ TEST_F(SpdlogLogStoreTest, AFullJournalNeitherBlocksNorHoldsBackTheOthers) {
     EXPECT_EQ(journal.receive().value()["MESSAGE"], "again");
 }
 
-TEST_F(SpdlogLogStoreTest, FindsAJournalThatStartsLaterOrAgain) {
+TEST_F(SpdlogLogStoreTest, FindsAJournalThatStartsLateOrRestarts) {
     store().write(LogLevel::Info, "c", "one");
     for (const std::string_view message : {"two", "three"}) {
         {
@@ -350,7 +350,7 @@ TEST_F(SpdlogLogStoreTest, FindsAJournalThatStartsLaterOrAgain) {
     EXPECT_EQ(entries().size(), 5U);
 }
 
-TEST_F(SpdlogLogStoreTest, APathTooLongForASocketIsNoJournal) {
+TEST_F(SpdlogLogStoreTest, IgnoresAJournalPathTooLongForASocket) {
     SpdlogLogStore store({"app.test", std::nullopt, std::string(200, 'x')});
     store.write(LogLevel::Info, "c", "m");
     SpdlogLogStore withoutPath({"app.test", std::nullopt, {}});

@@ -19,7 +19,7 @@ namespace {
 
 using tavrin::URLErrorCode;
 
-/// Everything that may happen to an HTTPS exchange of ours.
+/// All failures that the agent's HTTPS exchanges can have.
 const std::map<int, URLErrorCode> transportFailures = {
     {CURLE_UNSUPPORTED_PROTOCOL, URLErrorCode::CannotParseResponse},
     {CURLE_URL_MALFORMAT, URLErrorCode::BadURL},
@@ -54,7 +54,7 @@ const std::map<int, URLErrorCode> transportFailures = {
     {CURLE_UNRECOVERABLE_POLL, URLErrorCode::NetworkConnectionLost},
 };
 
-/// What only other protocols, options that are not used, or mistakes of ours bring about.
+/// Failures of other protocols, unused options, or programming mistakes.
 const std::set<int> otherFailures = {
     2,  4,  9,  10, 11, 12, 13, 14, 15, 16, 17, 19, 20, 21, 24, 25, 26, 27, 29, 30, 31, 32, 33,
     34, 36, 37, 38, 39, 40, 41, 43, 44, 45, 46, 48, 49, 50, 51, 53, 54, 57, 62, 64, 65, 66, 67,
@@ -62,7 +62,7 @@ const std::set<int> otherFailures = {
 
 } // namespace
 
-TEST(CurlErrorsTest, EveryCodeIsMappedOnPurpose) {
+TEST(CurlErrorsTest, EveryCodeIsMappedExplicitly) {
     for (int code = 1; code < CURL_LAST; ++code) {
         const auto expected = transportFailures.find(code);
         EXPECT_NE(expected != transportFailures.end(), otherFailures.contains(code)) << code;
@@ -73,11 +73,11 @@ TEST(CurlErrorsTest, EveryCodeIsMappedOnPurpose) {
     }
 }
 
-TEST(CurlErrorsTest, ACodeOfALaterLibraryIsUnknown) {
+TEST(CurlErrorsTest, ACodeOfANewerLibraryIsUnknown) {
     EXPECT_EQ(urlErrorCode({10'000, 0, 0}), URLErrorCode::Unknown);
 }
 
-TEST(CurlErrorsTest, AFailedConnectionTellsWhetherThereIsANetwork) {
+TEST(CurlErrorsTest, AFailedConnectionShowsWhetherThereIsANetwork) {
     for (const long error : {ENETUNREACH, ENETDOWN}) {
         EXPECT_EQ(
             urlErrorCode({CURLE_COULDNT_CONNECT, error, 0}), URLErrorCode::NotConnectedToInternet);
@@ -88,7 +88,7 @@ TEST(CurlErrorsTest, AFailedConnectionTellsWhetherThereIsANetwork) {
     }
 }
 
-TEST(CurlErrorsTest, ARefusedCertificateTellsWhy) {
+TEST(CurlErrorsTest, ARejectedCertificateHasItsReason) {
     const std::map<long, URLErrorCode> expected = {
         {X509_V_OK, URLErrorCode::ServerCertificateUntrusted},
         {X509_V_ERR_CERT_HAS_EXPIRED, URLErrorCode::ServerCertificateHasBadDate},
@@ -108,7 +108,7 @@ TEST(CurlErrorsTest, ARefusedCertificateTellsWhy) {
     }
 }
 
-TEST(CurlErrorsTest, EveryErrorHasASentenceOfItsOwn) {
+TEST(CurlErrorsTest, EveryErrorHasItsSentence) {
     std::set<std::string> sentences;
     constexpr std::array codes = {
         URLErrorCode::Unknown,

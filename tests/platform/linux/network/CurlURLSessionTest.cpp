@@ -37,8 +37,8 @@ using tavrin::Seconds;
 using tavrin::URLError;
 using tavrin::URLErrorCode;
 
-/// A session that trusts the server, and the server alone: reading the system's certificates takes
-/// longer than the rest of a test.
+/// A session that trusts only the server: reading the system's certificates would take longer than
+/// the rest of a test.
 struct TrustingSession {
     explicit TrustingSession(const LocalServer& server)
         : session({{}, written(folder / "authority.pem", server.authority())}) {}
@@ -47,7 +47,7 @@ struct TrustingSession {
     CurlURLSession session;
 };
 
-/// The result of one request to a server that does that, with what arrived there.
+/// The result of one request, and what the server received.
 struct Outcome {
     URLResult result;
     std::size_t connections;
@@ -65,7 +65,7 @@ Outcome outcomeOf(
     return {std::move(result), server.connectionCount(), server.requests()};
 }
 
-/// A server that reads the request, sends those bytes and ends the connection that way.
+/// A server that reads the request, sends these bytes and ends the connection with `end`.
 LocalServer::Handler sending(std::string bytes, void (Connection::*end)()) {
     return [bytes = std::move(bytes), end](Connection& connection) {
         connection.readRequest();
@@ -110,7 +110,7 @@ TEST(CurlURLSessionTest, SendsTheRequestAsGiven) {
     EXPECT_EQ(arrived.header("x-session-policy"), "7d");
 }
 
-TEST(CurlURLSessionTest, AddsNothingThatNobodyAskedFor) {
+TEST(CurlURLSessionTest, AddsNoFurtherHeaders) {
     const Outcome outcome = outcomeOf(answerOK);
     ASSERT_EQ(outcome.requests.size(), 1U);
     EXPECT_EQ(outcome.requests.front().line, "GET /path?query=1 HTTP/1.1");
@@ -119,7 +119,7 @@ TEST(CurlURLSessionTest, AddsNothingThatNobodyAskedFor) {
     EXPECT_TRUE(outcome.requests.front().hasHeader("Accept"));
 }
 
-TEST(CurlURLSessionTest, APostWithoutABodySaysSo) {
+TEST(CurlURLSessionTest, APostWithoutABodyHasLengthZero) {
     URLRequest request;
     request.method = "POST";
     const Outcome outcome = outcomeOf(answerOK, request);
@@ -169,7 +169,7 @@ TEST(CurlURLSessionTest, ALineBreakInAHeaderIsNeverSent) {
     }
 }
 
-TEST(CurlURLSessionTest, RefusesAddressesThatAreNone) {
+TEST(CurlURLSessionTest, RejectsInvalidAddresses) {
     CurlURLSession session;
     for (const std::string& url :
          {std::string("https://"),
@@ -182,7 +182,7 @@ TEST(CurlURLSessionTest, RefusesAddressesThatAreNone) {
     }
 }
 
-TEST(CurlURLSessionTest, OneAttemptIsOneRequestWhateverBecomesOfIt) {
+TEST(CurlURLSessionTest, OneAttemptIsOneRequestForEveryOutcome) {
     struct Case {
         const char* name;
         LocalServer::Handler handler;
@@ -211,7 +211,7 @@ TEST(CurlURLSessionTest, OneAttemptIsOneRequestWhateverBecomesOfIt) {
     }
 }
 
-TEST(CurlURLSessionTest, AnAttemptAfterAGoodOneIsStillOneRequest) {
+TEST(CurlURLSessionTest, AnAttemptAfterASuccessIsStillOneRequest) {
     std::atomic<int> served = 0;
     LocalServer server([&served](Connection& connection) {
         while (true) {
@@ -220,7 +220,7 @@ TEST(CurlURLSessionTest, AnAttemptAfterAGoodOneIsStillOneRequest) {
                 connection.reset();
                 return;
             }
-            // The connection could be used again.
+            // The connection could be reused.
             connection.reply(200, "ok");
         }
     });
@@ -232,7 +232,7 @@ TEST(CurlURLSessionTest, AnAttemptAfterAGoodOneIsStillOneRequest) {
     EXPECT_EQ(server.requests().size(), 2U);
 }
 
-TEST(CurlURLSessionTest, ACutOffReplyIsNoneWhateverItsStatus) {
+TEST(CurlURLSessionTest, ATruncatedReplyOfAnyStatusIsAnError) {
     const std::string length = "HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n{\"ok\"";
     const std::string chunked = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
     const std::string untilClosed = "HTTP/1.1 200 OK\r\n\r\n{\"ok\":true}";
@@ -255,7 +255,7 @@ TEST(CurlURLSessionTest, ACutOffReplyIsNoneWhateverItsStatus) {
         {chunked + "5\r\n{\"ok\"", any},
         {chunked + "5\r\n{\"ok\"\r\n", any},
         {chunked + "5\r\n{\"ok\"\r\n0", any},
-        // Only TLS's farewell tells that such a body is whole.
+        // Only close_notify marks such a body as complete.
         {untilClosed, {&Connection::cutOff, &Connection::reset}},
         {"HTTP/1.1 200 OK\r\n\r\n", {&Connection::cutOff, &Connection::reset}}};
     for (const Case& each : cases) {
@@ -271,7 +271,7 @@ TEST(CurlURLSessionTest, ACutOffReplyIsNoneWhateverItsStatus) {
     }
 }
 
-TEST(CurlURLSessionTest, AWholeReplyIsOneHoweverItsEndIsTold) {
+TEST(CurlURLSessionTest, AcceptsACompleteReplyWithAnyEndMarker) {
     for (const char* bytes :
          {"HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok",
           "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n1\r\no\r\n1\r\nk\r\n0\r\n\r\n",
@@ -285,7 +285,7 @@ TEST(CurlURLSessionTest, AWholeReplyIsOneHoweverItsEndIsTold) {
     }
 }
 
-TEST(CurlURLSessionTest, AWholeReplyMayLackTheFarewell) {
+TEST(CurlURLSessionTest, ACompleteReplyMayLackCloseNotify) {
     for (const char* bytes :
          {"HTTP/1.1 200 OK\r\ncontent-length: 2\r\n\r\nok",
           "HTTP/1.1 200 OK\r\ntransfer-encoding: chunked\r\n\r\n2\r\nok\r\n0\r\n\r\n",
@@ -295,7 +295,7 @@ TEST(CurlURLSessionTest, AWholeReplyMayLackTheFarewell) {
     }
 }
 
-TEST(CurlURLSessionTest, AReplyThatIsNoHTTPIsAnError) {
+TEST(CurlURLSessionTest, AReplyThatIsNotHTTPIsAnError) {
     const std::vector<std::pair<std::string, URLErrorCode>> cases = {
         {"garbage\r\n\r\n", URLErrorCode::CannotParseResponse},
         {"SSH-2.0-OpenSSH_9.2\r\n", URLErrorCode::CannotParseResponse},
@@ -331,7 +331,7 @@ TEST(CurlURLSessionTest, AReceiverTakesMoreThanTheLimit) {
     EXPECT_EQ(received, body.size());
 }
 
-TEST(CurlURLSessionTest, TellsWhereARedirectLeads) {
+TEST(CurlURLSessionTest, GivesTheTargetOfARedirect) {
     const std::vector<std::pair<std::string, std::string>> cases = {
         {"Location: http://127.0.0.1/x\r\n", "http://127.0.0.1/x"},
         {"Location: https://127.0.0.1/x\r\n", "https://127.0.0.1/x"},
@@ -346,7 +346,7 @@ TEST(CurlURLSessionTest, TellsWhereARedirectLeads) {
     }
 }
 
-TEST(CurlURLSessionTest, EndlessRepliesEnd) {
+TEST(CurlURLSessionTest, EndsEndlessReplies) {
     for (const char* start :
          {"HTTP/1.1 200 OK\r\n\r\n",
           "HTTP/1.1 200 OK\r\n",
@@ -369,7 +369,7 @@ TEST(CurlURLSessionTest, EndlessRepliesEnd) {
     }
 }
 
-TEST(CurlURLSessionTest, AStalledExchangeTimesOutWhereverItStalls) {
+TEST(CurlURLSessionTest, AStalledExchangeTimesOutAtEveryStage) {
     const auto stalling = [](std::string bytes) -> LocalServer::Handler {
         return [bytes = std::move(bytes)](Connection& connection) {
             connection.readRequest();
@@ -400,7 +400,7 @@ TEST(CurlURLSessionTest, AStalledHandshakeTimesOut) {
     EXPECT_EQ(errorCode(outcome.result), URLErrorCode::TimedOut);
 }
 
-TEST(CurlURLSessionTest, AReplyThatTricklesInTimesOutAllTheSame) {
+TEST(CurlURLSessionTest, ASlowReplyTimesOut) {
     URLRequest request;
     request.timeout = Seconds(0.15);
     const Outcome outcome = outcomeOf(
@@ -415,7 +415,7 @@ TEST(CurlURLSessionTest, AReplyThatTricklesInTimesOutAllTheSame) {
     EXPECT_EQ(errorCode(outcome.result), URLErrorCode::TimedOut);
 }
 
-TEST(CurlURLSessionTest, NoTimeoutIsTakenForNoLimit) {
+TEST(CurlURLSessionTest, ATimeoutOfZeroIsNotUnlimited) {
     for (const double timeout : {0.0, -1.0, 1e-9}) {
         URLRequest request;
         request.timeout = Seconds(timeout);
@@ -425,7 +425,7 @@ TEST(CurlURLSessionTest, NoTimeoutIsTakenForNoLimit) {
     }
 }
 
-TEST(CurlURLSessionTest, AnEndlessTimeoutIsNone) {
+TEST(CurlURLSessionTest, AcceptsAnInfiniteTimeout) {
     URLRequest request;
     request.timeout = Seconds(std::numeric_limits<double>::infinity());
     EXPECT_TRUE(reply(outcomeOf(answerOK, request).result));
@@ -479,7 +479,7 @@ TEST(CurlURLSessionTest, AServerThatResetsALargeUploadDoesNotEndTheProcess) {
     }
 }
 
-TEST(CurlURLSessionTest, TellsWhyItCouldNotConnect) {
+TEST(CurlURLSessionTest, ReportsWhyItCouldNotConnect) {
     std::string closed;
     {
         const LocalServer server(answerOK);
@@ -487,7 +487,7 @@ TEST(CurlURLSessionTest, TellsWhyItCouldNotConnect) {
     }
     CurlURLSession session;
     EXPECT_EQ(errorCode(resultOf(session, get(closed))), URLErrorCode::CannotConnectToHost);
-    // Too long to be a name, so that nobody is asked for it.
+    // Too long for a host name, so that no DNS server is asked.
     EXPECT_EQ(
         errorCode(resultOf(session, get("https://" + std::string(64, 'a') + ".invalid/"))),
         URLErrorCode::CannotFindHost);
@@ -528,7 +528,7 @@ TEST(CurlURLSessionTest, KeepsNeitherCookiesNorConnectionsNorReplies) {
     EXPECT_EQ(server.requests().back().headers, server.requests().front().headers);
 }
 
-TEST(CurlURLSessionTest, AProxySeesNothingOfTheRequestButItsHost) {
+TEST(CurlURLSessionTest, AProxySeesOnlyTheHostOfTheRequest) {
     LocalServer server(answerOK);
     LocalServer::Options plain;
     plain.hasTLS = false;
@@ -609,7 +609,7 @@ TEST(CurlURLSessionTest, AServerWithoutTLSIsRefused) {
 }
 
 TEST(CurlURLSessionTest, TrustsTheSystemsCertificatesAndTheExtraOnes) {
-    const CertificateAuthority ofSystem;
+    const CertificateAuthority systemAuthority;
     const CertificateAuthority firstExtra;
     const CertificateAuthority secondExtra;
     const CertificateAuthority thirdExtra;
@@ -617,9 +617,9 @@ TEST(CurlURLSessionTest, TrustsTheSystemsCertificatesAndTheExtraOnes) {
     CurlURLSession session(
         {{written(folder / "extra", firstExtra.certificate() + "\n" + secondExtra.certificate()),
           written(folder / "more", "comment\n" + thirdExtra.certificate())},
-         written(folder / "system", ofSystem.certificate())});
-    for (const auto* authority : {&ofSystem, &firstExtra, &secondExtra, &thirdExtra}) {
-        // Twice: what is added must not pile up or be lost.
+         written(folder / "system", systemAuthority.certificate())});
+    for (const auto* authority : {&systemAuthority, &firstExtra, &secondExtra, &thirdExtra}) {
+        // Twice: added certificates must neither accumulate nor get lost.
         for (int attempt = 0; attempt < 2; ++attempt) {
             LocalServer server(answerOK, {authority->issue("IP:127.0.0.1")});
             EXPECT_TRUE(reply(resultOf(session, get(server.url()))));
@@ -631,7 +631,7 @@ TEST(CurlURLSessionTest, TrustsTheSystemsCertificatesAndTheExtraOnes) {
         URLErrorCode::ServerCertificateHasUnknownRoot);
 }
 
-TEST(CurlURLSessionTest, AnExtraCertificateOfOneSessionIsNoneOfAnother) {
+TEST(CurlURLSessionTest, AnExtraCertificateAppliesToItsSessionOnly) {
     LocalServer server(answerOK);
     const TrustingSession trusting(server);
     CurlURLSession other;

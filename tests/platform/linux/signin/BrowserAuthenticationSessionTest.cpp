@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What is the desktop's own: the bus, the time, the callback program, and what others may send.
+// Tests behaviour specific to the desktop: the bus, the timeout, the callback program, and calls by
+// other programs.
 #include "platform/linux/signin/BrowserAuthenticationSession.h"
 
 #include "platform/linux/desktop/XdgWorkspace.h"
@@ -44,7 +45,7 @@ using Session = BrowserAuthenticationSession;
 constexpr auto page = "https://www.example.com/link";
 constexpr auto callback = "orvelagent://callback?code=secret";
 
-/// A session of one process, with a browser of the test's making.
+/// One process's session with a fake browser.
 struct Agent {
     FakeWorkspace workspace;
     ManualClock clock;
@@ -60,7 +61,7 @@ struct Agent {
             outcomes.push_back(std::move(outcome));
         });
     }
-    /// Until the page is open.
+    /// Starts an attempt and waits until its page is open.
     void startAndOpen() {
         const std::size_t before = workspace.openedURLs.size();
         start();
@@ -110,7 +111,7 @@ protected:
 
 } // namespace
 
-TEST_F(BrowserAuthenticationSessionTest, ACallbackWhileNoneWaitsIsIgnoredAndLoggedWithoutItsQuery) {
+TEST_F(BrowserAuthenticationSessionTest, IgnoresACallbackWithoutASignInAndLogsItWithoutItsQuery) {
     agent_.startAndOpen();
     agent_.attempt->cancel();
     EXPECT_FALSE(callBack(callback));
@@ -130,7 +131,7 @@ TEST_F(BrowserAuthenticationSessionTest, AReplayedCallbackIsIgnored) {
     EXPECT_EQ(agent_.messages().size(), 1U);
 }
 
-TEST_F(BrowserAuthenticationSessionTest, OnlyCallbacksOfTheSchemeCount) {
+TEST_F(BrowserAuthenticationSessionTest, AcceptsOnlyCallbacksWithTheScheme) {
     agent_.startAndOpen();
     for (const char* url :
          {"",
@@ -154,7 +155,7 @@ TEST_F(BrowserAuthenticationSessionTest, OnlyCallbacksOfTheSchemeCount) {
     EXPECT_TRUE(agent_.endsWith<std::string>());
 }
 
-TEST_F(BrowserAuthenticationSessionTest, ACallbackMayHaveEightKibibytes) {
+TEST_F(BrowserAuthenticationSessionTest, AcceptsCallbacksOfUpToEightKibibytes) {
     agent_.startAndOpen();
     std::string url = "orvelagent://callback?code=";
     url.resize(Session::maximumCallbackBytes, 'x');
@@ -173,7 +174,7 @@ TEST_F(BrowserAuthenticationSessionTest, ACallbackMayHaveEightKibibytes) {
     EXPECT_TRUE(agent_.endsWith<std::string>());
 }
 
-TEST_F(BrowserAuthenticationSessionTest, NothingElseCanBeCalled) {
+TEST_F(BrowserAuthenticationSessionTest, OffersNoOtherCall) {
     agent_.startAndOpen();
     const QString url = QString::fromLatin1(callback);
     const auto isRefused = [](const QDBusMessage& reply) {
@@ -194,7 +195,7 @@ TEST_F(BrowserAuthenticationSessionTest, NothingElseCanBeCalled) {
     EXPECT_THAT(agent_.messages(), IsEmpty());
 }
 
-TEST_F(BrowserAuthenticationSessionTest, TheBrowserOpensOnlyOnceEverythingIsReady) {
+TEST_F(BrowserAuthenticationSessionTest, OpensTheBrowserAfterThePreparation) {
     std::function<void()> ready;
     Session session(
         agent_.workspace, agent_.clock, agent_.log, [&](std::function<void()> whenReady) {
@@ -213,7 +214,7 @@ TEST_F(BrowserAuthenticationSessionTest, TheBrowserOpensOnlyOnceEverythingIsRead
     EXPECT_TRUE(waitUntil([&] { return !outcomes.empty(); }));
 }
 
-TEST_F(BrowserAuthenticationSessionTest, WhatIsReadyAfterTheEndOpensNothing) {
+TEST_F(BrowserAuthenticationSessionTest, OpensNothingIfTheAttemptEndedDuringThePreparation) {
     std::function<void()> ready;
     auto session = std::make_unique<Session>(
         agent_.workspace, agent_.clock, agent_.log, [&](std::function<void()> whenReady) {
@@ -238,7 +239,7 @@ TEST_F(BrowserAuthenticationSessionTest, WaitsForTenMinutes) {
     EXPECT_FALSE(callBack(callback));
 }
 
-TEST_F(BrowserAuthenticationSessionTest, AnotherProcesssSignInReplacesOneThatWaits) {
+TEST_F(BrowserAuthenticationSessionTest, AnotherProcesssSignInEndsAPendingOne) {
     Agent other;
     agent_.startAndOpen();
     other.startAndOpen();
@@ -247,7 +248,7 @@ TEST_F(BrowserAuthenticationSessionTest, AnotherProcesssSignInReplacesOneThatWai
     EXPECT_TRUE(callBack(callback));
     EXPECT_TRUE(other.endsWith<std::string>());
 
-    // And back again.
+    // And in the other direction.
     agent_.outcomes.clear();
     agent_.startAndOpen();
     EXPECT_TRUE(callBack(callback));
@@ -255,7 +256,7 @@ TEST_F(BrowserAuthenticationSessionTest, AnotherProcesssSignInReplacesOneThatWai
     EXPECT_EQ(other.outcomes.size(), 1U);
 }
 
-TEST_F(BrowserAuthenticationSessionTest, AnEarlierAttemptsLossOfTheNameEndsNoLaterOne) {
+TEST_F(BrowserAuthenticationSessionTest, LosingTheNameOfAnEarlierAttemptDoesNotEndALaterOne) {
     agent_.startAndOpen();
     QDBusConnection bus = QDBusConnection::connectToBus(
         QDBusConnection::SessionBus, QStringLiteral("takes the name"));
@@ -264,7 +265,7 @@ TEST_F(BrowserAuthenticationSessionTest, AnEarlierAttemptsLossOfTheNameEndsNoLat
         QDBusConnectionInterface::ReplaceExistingService,
         QDBusConnectionInterface::AllowReplacement);
     ASSERT_EQ(taken.value(), QDBusConnectionInterface::ServiceRegistered);
-    // No event of the loss has been handled yet.
+    // The signals about the lost name are still pending.
     agent_.startAndOpen();
     ASSERT_EQ(agent_.outcomes.size(), 1U);
     EXPECT_TRUE(callBack(callback));
@@ -286,7 +287,7 @@ TEST_F(BrowserAuthenticationSessionTest, DoesNotStartWhileAnotherProgramKeepsThe
     QDBusConnection::disconnectFromBus(bus.name());
 }
 
-TEST_F(BrowserAuthenticationSessionTest, NothingIsConnectedBeforeTheFirstSignInNorAfterTheSession) {
+TEST_F(BrowserAuthenticationSessionTest, ConnectsOnlyBetweenTheFirstSignInAndTheSessionsEnd) {
     const auto isReachable = [] {
         return callSignIn({QString::fromLatin1(callback)}).type() == QDBusMessage::ReplyMessage;
     };
@@ -306,7 +307,7 @@ TEST_F(BrowserAuthenticationSessionTest, ABrowserThatCannotBeOpenedIsLogged) {
     EXPECT_THAT(agent_.messages(), ElementsAre("There is no browser."));
 }
 
-// In a process of its own: the bus's address is looked up once.
+// Runs in its own process, because the bus's address is looked up once.
 TEST(BrowserAuthenticationSessionDeathTest, WithoutABusNoSignInStarts) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const QByteArray address = qgetenv("DBUS_SESSION_BUS_ADDRESS");
@@ -329,7 +330,7 @@ TEST(BrowserAuthenticationSessionDeathTest, WithoutABusNoSignInStarts) {
 
 namespace {
 
-/// Whether a sign-in ends with its bus, and the next one finds the bus that follows.
+/// Whether losing the bus ends a sign-in, and the next one uses the new bus.
 bool endsWithItsBus() {
     const TemporaryDirectory folder;
     const std::string address = "unix:path=" + (folder / "bus").string();
@@ -343,7 +344,7 @@ bool endsWithItsBus() {
              "--print-address",
              "--address=" + address},
             {}});
-        // Printed when it listens.
+        // The daemon prints its address once it listens.
         EXPECT_TRUE(waitUntil([&] { return !bus->output().empty(); }));
         return bus;
     };
@@ -361,7 +362,7 @@ bool endsWithItsBus() {
            agent.messages() == std::vector<std::string>{"the session bus is gone"};
 }
 
-/// Whether the event loop keeps turning, and what waits can be cancelled and ends in time.
+/// Whether the event loop keeps running, and a pending attempt can be cancelled or times out.
 bool isNotHeldUpByASilentBus() {
     const SilentBus bus;
     qputenv("DBUS_SESSION_BUS_ADDRESS", QByteArray::fromStdString(bus.address()));
@@ -380,7 +381,7 @@ bool isNotHeldUpByASilentBus() {
 
 } // namespace
 
-TEST(BrowserAuthenticationSessionDeathTest, LosingTheBusEndsASignInAndTheNextConnectsAnew) {
+TEST(BrowserAuthenticationSessionDeathTest, LosingTheBusEndsASignInAndTheNextOneReconnects) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(std::_Exit(endsWithItsBus() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
@@ -396,12 +397,12 @@ TEST(BrowserAuthenticationSessionDeathTest, TheProcessMayEndWhileTheBusIsConnect
         "");
 }
 
-TEST(BrowserAuthenticationSessionDeathTest, ABusThatNeverAnswersHoldsUpNothing) {
+TEST(BrowserAuthenticationSessionDeathTest, ASilentBusDoesNotBlock) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(std::_Exit(isNotHeldUpByASilentBus() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
-TEST_F(BrowserAuthenticationSessionTest, TheCallbackProgramHandsTheURLOver) {
+TEST_F(BrowserAuthenticationSessionTest, TheCallbackProgramPassesTheURL) {
     agent_.startAndOpen();
     const std::string url = "orvelagent://callback?code=a%20b+%C3%A9&state=é\"'$#fragment";
     const Run handOver = run({url});
@@ -411,7 +412,7 @@ TEST_F(BrowserAuthenticationSessionTest, TheCallbackProgramHandsTheURLOver) {
     EXPECT_EQ(std::get<std::string>(agent_.outcomes.front()), url);
 }
 
-TEST_F(BrowserAuthenticationSessionTest, TheCallbackProgramSaysThatNoneWaits) {
+TEST_F(BrowserAuthenticationSessionTest, TheCallbackProgramReportsThatNoSignInWaits) {
     const Run withoutAgent = run({callback});
     EXPECT_EQ(withoutAgent.status, 1);
     EXPECT_EQ(withoutAgent.errors, "No Orvel Agent is waiting for a sign-in.\n");
@@ -422,7 +423,7 @@ TEST_F(BrowserAuthenticationSessionTest, TheCallbackProgramSaysThatNoneWaits) {
     EXPECT_EQ(withoutAgent.output + otherScheme.output, "");
 }
 
-TEST_F(BrowserAuthenticationSessionTest, TheCallbackProgramSaysThatThereIsNoBus) {
+TEST_F(BrowserAuthenticationSessionTest, TheCallbackProgramReportsAMissingBus) {
     const Run withoutBus =
         run({callback}, {{"DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/bus"}});
     EXPECT_EQ(withoutBus.status, 1);
@@ -430,7 +431,7 @@ TEST_F(BrowserAuthenticationSessionTest, TheCallbackProgramSaysThatThereIsNoBus)
         withoutBus.errors, "There is no session bus on which Orvel Agent could be reached.\n");
 }
 
-TEST_F(BrowserAuthenticationSessionTest, TheCallbackProgramExplainsItself) {
+TEST_F(BrowserAuthenticationSessionTest, TheCallbackProgramPrintsItsUsage) {
     const Run help = run({"--help"});
     EXPECT_EQ(help.status, 0);
     EXPECT_THAT(help.output, HasSubstr("usage: orvel-agent-callback URL\n"));

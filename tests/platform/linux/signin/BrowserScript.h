@@ -15,13 +15,14 @@
 
 namespace orvel::test {
 
-/// Makes a script the default browser. It notes its URL and its environment, and stays open if told
-/// to, until it is closed or destroyed.
+/// Makes a script the default browser, which records its URL and environment. After `stayOpen` it
+/// runs until closed or destroyed.
 class BrowserScript final {
 public:
     BrowserScript() {
         mkfifo(door().c_str(), 0600);
-        // Both ways, so that nothing waits for the other end or gets lost without it.
+        // Open the pipe for reading and writing, so that opening does not block and no data is lost
+        // without a reader.
         door_.open(door(), std::ios::in | std::ios::out);
         write("exit 0");
         qputenv("BROWSER", QByteArray::fromStdString(script().string()));
@@ -33,19 +34,19 @@ public:
     BrowserScript(const BrowserScript&) = delete;
     BrowserScript& operator=(const BrowserScript&) = delete;
 
-    /// From now on opening a page fails.
+    /// Makes opening a page fail.
     void fail() { write("exit 1"); }
 
-    /// From now on the browser stays open.
+    /// Makes the browser stay open.
     void stayOpen() { write("read closed <" + door().string()); }
 
-    /// The user closes the browser.
+    /// Closes the browser as the user would.
     void close() { door_ << std::endl; }
 
-    /// The page that was opened last; empty when none was.
+    /// The last opened page; empty if none.
     [[nodiscard]] std::string url() const { return contentOf(folder_ / "url"); }
     [[nodiscard]] std::string environment() const { return contentOf(folder_ / "environment"); }
-    /// Of the browser opened last.
+    /// The process id of the last opened browser.
     [[nodiscard]] std::string pid() const { return contentOf(folder_ / "pid"); }
 
 private:

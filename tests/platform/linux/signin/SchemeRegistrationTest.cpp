@@ -46,7 +46,7 @@ void writeFile(const fs::path& path, const std::string& content) {
     std::ofstream(path) << content;
 }
 
-/// A program that notes its argument in a file beside it, named "url".
+/// Writes a script that stores its argument in a file "url" beside it.
 void writeProgram(const fs::path& path, const std::string& commands = "") {
     writeFile(
         path,
@@ -55,7 +55,7 @@ void writeProgram(const fs::path& path, const std::string& commands = "") {
     fs::permissions(path, fs::perms::owner_all);
 }
 
-/// Replaces a variable of the environment until it is destroyed.
+/// Replaces an environment variable until destroyed.
 class Variable final {
 public:
     Variable(const char* name, const fs::path& value) : name_(name), before_(qgetenv(name)) {
@@ -70,7 +70,7 @@ private:
     QByteArray before_;
 };
 
-/// A desktop without any entry, of a user without any choice.
+/// A desktop without entries and defaults.
 class SchemeRegistrationTest : public testing::Test {
 protected:
     SchemeRegistrationTest() {
@@ -110,16 +110,16 @@ protected:
     static std::string handler() {
         return run({"/usr/bin/xdg-mime", "query", "default", "x-scheme-handler/orvelagent"});
     }
-    /// What the program gets when the browser is redirected to the URL.
+    /// The argument that the program gets when the browser is redirected to the URL.
     static std::string handedOver(const fs::path& program) {
-        // xdg-open looks at handlers of schemes only where there is a screen.
+        // xdg-open uses scheme handlers only with a display.
         Program opening({{"/usr/bin/xdg-open", url}, {{"DISPLAY", ":0"}, {"BROWSER", "false"}}});
         EXPECT_EQ(opening.wait(), 0);
         const fs::path noted = program.parent_path() / "url";
         EXPECT_TRUE(waitUntil([&] { return fs::exists(noted); }));
         return contentOf(noted);
     }
-    /// What is in an entry for the program with such a command.
+    /// An entry for the program with this command.
     static std::string entry(const std::string& program, const std::string& command) {
         return "[Desktop Entry]\n"
                "Type=Application\n"
@@ -169,7 +169,7 @@ TEST_F(SchemeRegistrationTest, TheEntriesAreValid) {
     EXPECT_EQ(run({"/usr/bin/desktop-file-validate", INSTALLED_DESKTOP_ENTRY}), "");
 }
 
-TEST(InstalledDesktopEntryTest, StartsItsProgramAsTheAgentsDoes) {
+TEST(InstalledDesktopEntryTest, HasTheSameCommandAsTheAgentsEntry) {
     std::ifstream commands(INSTALLED_COMMANDS);
     int count = 0;
     for (std::string program, command;
@@ -190,7 +190,7 @@ TEST_F(SchemeRegistrationTest, AnInstalledEntryIsEnough) {
     EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
-TEST_F(SchemeRegistrationTest, AnEntryForAProgramThatIsGoneIsReplaced) {
+TEST_F(SchemeRegistrationTest, ReplacesAnEntryWhoseProgramIsMissing) {
     ensure();
     const fs::path moved = folder_ / "moved" / "orvel-agent-callback";
     fs::create_directories(moved.parent_path());
@@ -201,7 +201,7 @@ TEST_F(SchemeRegistrationTest, AnEntryForAProgramThatIsGoneIsReplaced) {
     EXPECT_EQ(handedOver(moved), url);
 }
 
-TEST_F(SchemeRegistrationTest, AnEntryThatStillWorksIsKept) {
+TEST_F(SchemeRegistrationTest, KeepsAWorkingEntry) {
     ensure();
     const fs::path other = folder_ / "other" / "orvel-agent-callback";
     writeProgram(other);
@@ -210,7 +210,7 @@ TEST_F(SchemeRegistrationTest, AnEntryThatStillWorksIsKept) {
     EXPECT_EQ(contentOf(usersEntry()), entry(program().string(), program().string()));
 }
 
-TEST_F(SchemeRegistrationTest, TakesTheSchemeFromAnotherProgram) {
+TEST_F(SchemeRegistrationTest, ReplacesAnotherDefaultProgram) {
     writeFile(
         folder_ / "system" / "applications" / "other.desktop",
         "[Desktop Entry]\nType=Application\nName=Other\nExec=true %u\n"
@@ -224,7 +224,7 @@ TEST_F(SchemeRegistrationTest, TakesTheSchemeFromAnotherProgram) {
     EXPECT_THAT(contentOf(configuration() / "mimeapps.list"), HasSubstr("text/html=x.desktop\n"));
 }
 
-TEST_F(SchemeRegistrationTest, AFolderMayHaveAStrangeName) {
+TEST_F(SchemeRegistrationTest, AFolderMayHaveSpecialCharacters) {
     const fs::path odd = folder_ / R"(a b "c" $d `e` \f 'g' \\h)" / "orvel-agent-callback";
     writeProgram(odd);
     use(odd);
@@ -233,13 +233,13 @@ TEST_F(SchemeRegistrationTest, AFolderMayHaveAStrangeName) {
     run({"/usr/bin/gio", "launch", usersEntry().string(), url});
     EXPECT_TRUE(waitUntil([&] { return fs::exists(odd.parent_path() / "url"); }));
     EXPECT_EQ(contentOf(odd.parent_path() / "url"), url);
-    // It is found again.
+    // The entry is found again.
     use("/nonexistent/orvel-agent-callback");
     ensure();
     EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
-TEST_F(SchemeRegistrationTest, CallsMadeMeanwhileEndWithTheFirst) {
+TEST_F(SchemeRegistrationTest, LaterCallsEndWithThePendingOne) {
     start();
     start();
     EXPECT_TRUE(waitUntil([this] { return ends_ == 2; }));
@@ -267,7 +267,7 @@ TEST_F(SchemeRegistrationTest, ADesktopWithoutItsProgramsIsLogged) {
 TEST_F(SchemeRegistrationTest, ADesktopThatTakesTooLongIsLogged) {
     const fs::path door = folder_ / "door";
     ASSERT_EQ(mkfifo(door.c_str(), 0600), 0);
-    // Waits for the other end to be opened, and closed.
+    // Blocks until the pipe's other end is opened and closed.
     writeProgram(folder_ / "programs" / "xdg-mime", "/bin/cat '" + door.string() + "'");
     const Variable path("PATH", folder_ / "programs");
     start();

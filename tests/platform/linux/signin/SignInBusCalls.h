@@ -15,7 +15,7 @@
 
 namespace orvel::test {
 
-/// Another program's call of the process that waits for a sign-in, on the session bus.
+/// Calls the process with the pending sign-in over the session bus, as another program would.
 inline QDBusMessage callSignIn(
     const QVariantList& arguments,
     const char* method = sign_in_bus::method,
@@ -35,7 +35,7 @@ inline QDBusMessage callSignIn(
     return pending.reply();
 }
 
-/// Hands the URL over as the callback program does, and gives whether it was taken.
+/// Passes the URL like the callback program does; returns whether it was accepted.
 inline bool callBack(const std::string& url) {
     return callSignIn({QString::fromStdString(url)}).arguments().value(0).toBool();
 }

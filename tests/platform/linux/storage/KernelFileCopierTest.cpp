@@ -146,7 +146,7 @@ TEST_P(KernelFileCopierMethodTest, StopsAndRemovesTheCopyWhenCancelledInTheMiddl
     EXPECT_FALSE(fs::exists(destination_));
 }
 
-TEST_F(KernelFileCopierTest, ClonesOrSaysThatTheFileSystemCannot) {
+TEST_F(KernelFileCopierTest, ClonesOrReportsThatTheFileSystemCannot) {
     write(source_, "content");
     KernelFileCopier copier({Method::Clone});
 
@@ -174,7 +174,7 @@ TEST_F(KernelFileCopierTest, CopiesBetweenFileSystems) {
     EXPECT_TRUE(contentOf(destination_) == content);
 }
 
-TEST_F(KernelFileCopierTest, EndsWithASourceThatShrinksMeanwhile) {
+TEST_F(KernelFileCopierTest, EndsWhenTheSourceShrinks) {
     EndlessCopy copy(Method::ReadAndWrite, source_, destination_);
     copy.awaitFirstBytes();
 
@@ -184,7 +184,7 @@ TEST_F(KernelFileCopierTest, EndsWithASourceThatShrinksMeanwhile) {
     EXPECT_LT(fs::file_size(destination_), static_cast<std::uintmax_t>(EndlessCopy::size));
 }
 
-TEST_F(KernelFileCopierTest, LeavesOutWhatASourceGrowsByMeanwhile) {
+TEST_F(KernelFileCopierTest, IgnoresWhatIsAppendedToTheSource) {
     write(source_, "");
     constexpr std::uintmax_t size = std::uintmax_t{64} << 20;
     fs::resize_file(source_, size);

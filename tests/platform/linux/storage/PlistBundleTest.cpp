@@ -26,7 +26,7 @@ protected:
         writeFile(folder_ / name, content);
     }
 
-    /// The error of reading the folder.
+    /// The error when constructing a bundle of the folder.
     [[nodiscard]] tavrin::PlatformError error() const {
         try {
             const PlistBundle bundle(folder_.path());
@@ -48,7 +48,7 @@ TEST_F(PlistBundleTest, ReadsEscapedAndUnicodeText) {
         (PlistBundle::Information{{"a", "<&> \xC3\xA9 \xC3\xA9"}}));
 }
 
-TEST_F(PlistBundleTest, SkipsWhatIsNoString) {
+TEST_F(PlistBundleTest, SkipsValuesThatAreNotStrings) {
     EXPECT_EQ(
         PlistBundle::parse(propertyList(
             "<dict><key>i</key><integer>1</integer><key>b</key><true/><key>d</key><dict>"
@@ -56,7 +56,7 @@ TEST_F(PlistBundleTest, SkipsWhatIsNoString) {
         (PlistBundle::Information{{"s", "x"}}));
 }
 
-TEST_F(PlistBundleTest, RefusesWhatIsNoDictionary) {
+TEST_F(PlistBundleTest, RejectsWhatIsNotADictionary) {
     for (const std::string& content :
          {std::string(),
           std::string("garbage"),
@@ -75,7 +75,7 @@ TEST_F(PlistBundleTest, RefusesWhatIsNoDictionary) {
     }
 }
 
-TEST_F(PlistBundleTest, SaysWhichFileIsMissing) {
+TEST_F(PlistBundleTest, NamesTheMissingFile) {
     const tavrin::PlatformError failure = error();
     EXPECT_EQ(failure.code(), ENOENT);
     EXPECT_THAT(failure.what(), testing::HasSubstr("Info.plist: No such file or directory"));
@@ -91,7 +91,7 @@ TEST_F(PlistBundleTest, RefusesAFolderInPlaceOfTheFile) {
     EXPECT_EQ(error().code(), EISDIR);
 }
 
-TEST_F(PlistBundleTest, SaysThatTheFileMayNotBeRead) {
+TEST_F(PlistBundleTest, ReportsAnUnreadableFile) {
     write("Info.plist", dictionary({}));
     std::filesystem::permissions(folder_ / "Info.plist", std::filesystem::perms::none);
     const UnprivilegedUser user;

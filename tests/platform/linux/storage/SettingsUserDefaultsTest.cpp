@@ -49,7 +49,7 @@ Date dateOf(double seconds) {
     return Date(tavrin::Seconds(seconds));
 }
 
-/// Whether the check holds in a process of its own, which shares nothing but the files.
+/// Whether the check holds in another process, which shares only the files.
 bool holdsInAnotherProcess(const std::function<bool()>& check) {
     const pid_t child = fork();
     if (child == 0) {
@@ -57,7 +57,7 @@ bool holdsInAnotherProcess(const std::function<bool()>& check) {
         try {
             holds = check();
         } catch (const std::exception&) {
-            // Reported as a check that does not hold.
+            // An exception counts as a failed check.
         }
         _exit(holds ? 0 : 1);
     }
@@ -152,7 +152,7 @@ TEST_F(SettingsUserDefaultsTest, ReadsWhatAPersonWrote) {
     EXPECT_EQ(defaults.integer("long"), std::nullopt);
 }
 
-TEST_F(SettingsUserDefaultsTest, AWriteIsThereForAnotherProcessWhenItReturns) {
+TEST_F(SettingsUserDefaultsTest, AnotherProcessSeesAWriteOnceItReturns) {
     SettingsUserDefaults defaults(file_);
     defaults.setInteger("integer", largest);
     defaults.setString("string", " \xC3\xA9\n,");
@@ -179,7 +179,7 @@ TEST_F(SettingsUserDefaultsTest, OnlyTheOwnerMayReadTheFile) {
 TEST_F(SettingsUserDefaultsTest, ReplacesTheFileAndLeavesNoneBehind) {
     SettingsUserDefaults defaults(file_);
     defaults.setInteger("k", 1);
-    // A second name keeps hold of the first file, whose content must not change any more.
+    // A hard link keeps the first file, whose content must not change.
     std::filesystem::create_hard_link(file_, folder_ / "first");
     defaults.setInteger("k", 2);
     std::ifstream first(folder_ / "first");
@@ -208,7 +208,7 @@ TEST_F(SettingsUserDefaultsTest, AFolderThatMayNotBeWrittenFailsTheWrite) {
     SettingsUserDefaults defaults(file_);
     defaults.setInteger("k", 1);
     const std::string before = text();
-    // For others to enter, but not to change.
+    // Other users may enter the folder, but not change it.
     std::filesystem::permissions(folder_.path(), std::filesystem::perms(0755));
     std::filesystem::permissions(file_.parent_path().parent_path(), std::filesystem::perms(0755));
     std::filesystem::permissions(file_.parent_path(), std::filesystem::perms(0555));
@@ -224,7 +224,7 @@ TEST_F(SettingsUserDefaultsTest, AFolderThatMayNotBeWrittenFailsTheWrite) {
     std::filesystem::permissions(file_.parent_path(), std::filesystem::perms(0755));
 }
 
-TEST_F(SettingsUserDefaultsTest, AFailedWriteIsNotCarriedAlongByTheNextOne) {
+TEST_F(SettingsUserDefaultsTest, TheNextWriteDoesNotRepeatAFailedOne) {
     SettingsUserDefaults defaults(file_);
     defaults.setInteger("k", 1);
     {
@@ -239,7 +239,7 @@ TEST_F(SettingsUserDefaultsTest, AFailedWriteIsNotCarriedAlongByTheNextOne) {
     EXPECT_EQ(fileNames(), (std::vector<std::string>{"defaults.conf"}));
 }
 
-TEST_F(SettingsUserDefaultsTest, AFullDiskFailsTheWriteAndSaysSo) {
+TEST_F(SettingsUserDefaultsTest, AFullDiskFailsTheWriteWithItsReason) {
     constexpr std::size_t size = std::size_t{1} << 20;
     const SmallDisk disk(folder_.path(), size);
     SettingsUserDefaults defaults(file_);
@@ -257,7 +257,7 @@ TEST_F(SettingsUserDefaultsTest, AFullDiskFailsTheWriteAndSaysSo) {
     EXPECT_EQ(text(), "k=2\n");
 }
 
-TEST_F(SettingsUserDefaultsTest, AFileThatMayNotBeReadIsNotTakenForAnEmptyOne) {
+TEST_F(SettingsUserDefaultsTest, AnUnreadableFileIsNotTreatedAsEmpty) {
     writeText("k=1\n");
     std::filesystem::permissions(file_, std::filesystem::perms::none);
     const UnprivilegedUser user;
@@ -266,7 +266,7 @@ TEST_F(SettingsUserDefaultsTest, AFileThatMayNotBeReadIsNotTakenForAnEmptyOne) {
     EXPECT_THAT(failure.what(), testing::HasSubstr("Could not read the agent's settings"));
 }
 
-TEST_F(SettingsUserDefaultsTest, ADamagedFileIsNotTakenForAnEmptyOne) {
+TEST_F(SettingsUserDefaultsTest, ADamagedFileIsNotTreatedAsEmpty) {
     int count = 0;
     for (const std::string_view damaged :
          {std::string_view("k=1\nother"),
@@ -288,7 +288,7 @@ TEST_F(SettingsUserDefaultsTest, AFolderInPlaceOfTheFileIsAnError) {
     EXPECT_THROW(const SettingsUserDefaults defaults(file_), PlatformError);
 }
 
-TEST_F(SettingsUserDefaultsTest, APipeInPlaceOfTheFileIsAnErrorAndNotWaitedFor) {
+TEST_F(SettingsUserDefaultsTest, APipeInPlaceOfTheFileFailsWithoutBlocking) {
     std::filesystem::create_directories(file_.parent_path());
     ASSERT_EQ(mkfifo(file_.c_str(), S_IRUSR | S_IWUSR), 0);
     EXPECT_THROW(SettingsUserDefaults{file_}, tavrin::PlatformError);
@@ -297,7 +297,7 @@ TEST_F(SettingsUserDefaultsTest, APipeInPlaceOfTheFileIsAnErrorAndNotWaitedFor) 
 TEST_F(SettingsUserDefaultsTest, AReadDoesNotWaitForAWrite) {
     SettingsUserDefaults defaults(file_);
     defaults.setInteger("k", 1);
-    // As another process does while it writes: our write waits for it.
+    // Held like by another writing process, so that this process's write waits.
     QLockFile lock(QString::fromStdString(file_.string() + ".lock"));
     ASSERT_TRUE(lock.lock());
     auto writer = std::async(std::launch::async, [&defaults] { defaults.setInteger("k", 2); });

@@ -12,7 +12,7 @@
 
 namespace orvel {
 
-// In processes of their own: there is no way back for this one's other tests.
+// Runs in its own process, because the change cannot be undone for later tests.
 TEST(CoreDumpsDeathTest, TheProcessCannotBeDumped) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
@@ -25,7 +25,7 @@ TEST(CoreDumpsDeathTest, TheProcessCannotBeDumped) {
         "");
 }
 
-TEST(CoreDumpsDeathTest, TheProcessStillFindsItself) {
+TEST(CoreDumpsDeathTest, TheProcessCanStillFindItsExecutable) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {

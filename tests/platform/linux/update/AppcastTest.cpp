@@ -24,7 +24,7 @@ std::string feed(const std::string& channel) {
            channel + "</channel></rss>";
 }
 
-/// What is wrong with the feed; empty when nothing is.
+/// The feed's error; empty if valid.
 std::string refusal(const std::string& text) {
     try {
         static_cast<void>(parseAppcast(text));
@@ -40,7 +40,7 @@ constexpr const char* notUTF8 = "The update feed is not UTF-8 text.";
 
 } // namespace
 
-TEST(AppcastTest, ReadsWhatAnItemSays) {
+TEST(AppcastTest, ReadsEveryFieldOfAnItem) {
     const auto items = parseAppcast(feed(R"(
 <item>
   <title>Version 2.0</title>
@@ -68,7 +68,7 @@ TEST(AppcastTest, ReadsWhatAnItemSays) {
     EXPECT_EQ(item.enclosure->architecture, "x86_64");
 }
 
-TEST(AppcastTest, TheVersionMayStandInTheEnclosure) {
+TEST(AppcastTest, TheVersionMayBeInTheEnclosure) {
     for (const char* item :
          {R"(<item><enclosure sparkle:version="2.0" sparkle:shortVersionString="Two"/></item>)",
           R"(<item><sparkle:version>2.0</sparkle:version>
@@ -84,7 +84,7 @@ TEST(AppcastTest, TheVersionMayStandInTheEnclosure) {
     }
 }
 
-TEST(AppcastTest, WhatAnItemDoesNotSayIsEmpty) {
+TEST(AppcastTest, MissingFieldsAreEmpty) {
     const auto items = parseAppcast(feed("<item/><item><enclosure/></item>"));
     ASSERT_THAT(items, SizeIs(2));
     EXPECT_EQ(items[0].version, "");
@@ -93,7 +93,7 @@ TEST(AppcastTest, WhatAnItemDoesNotSayIsEmpty) {
     EXPECT_EQ(items[1].enclosure->url, "");
 }
 
-TEST(AppcastTest, OnlyWhatStandsWhereItBelongsCounts) {
+TEST(AppcastTest, IgnoresMisplacedElements) {
     const auto items = parseAppcast(feed(R"(
 <enclosure url="https://outside"/>
 <group><item><sparkle:version>1</sparkle:version></item></group>
@@ -114,7 +114,7 @@ TEST(AppcastTest, OnlyWhatStandsWhereItBelongsCounts) {
     EXPECT_EQ(items.front().enclosure->length, "");
 }
 
-TEST(AppcastTest, TheNamespaceCountsNotItsPrefix) {
+TEST(AppcastTest, UsesTheNamespaceInsteadOfItsPrefix) {
     const auto items = parseAppcast(
         R"(<rss version="2.0"><channel><item>
            <s:version xmlns:s="http://www.andymatuschak.org/xml-namespaces/sparkle">2</s:version>
@@ -148,7 +148,7 @@ TEST(AppcastTest, RefusesEveryDocumentType) {
     }
 }
 
-TEST(AppcastTest, AnUnknownEntityIsAMistake) {
+TEST(AppcastTest, RejectsAnUnknownEntity) {
     EXPECT_EQ(refusal(feed("&x;")), "The update feed is not well-formed in line 3.");
     EXPECT_EQ(
         refusal(feed("<item><description>&nbsp;</description></item>")).find("line 3") !=
@@ -228,7 +228,7 @@ TEST(AppcastTest, RefusesWhatIsTooLong) {
     EXPECT_EQ(refusal(longest + "\n"), "The update feed is too long to be one.");
 }
 
-TEST(AppcastTest, AHundredThousandAttributesAreNoTrouble) {
+TEST(AppcastTest, AcceptsAHundredThousandAttributes) {
     std::string enclosure = "<item><enclosure";
     for (int index = 0; index < 100'000; ++index) {
         enclosure += " a" + std::to_string(index) + "=''";

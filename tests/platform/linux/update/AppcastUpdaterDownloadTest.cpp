@@ -52,7 +52,7 @@ protected:
     [[nodiscard]] std::string feedURL() const override { return server_.url("/feed.xml"); }
     [[nodiscard]] std::string updateURL() const override { return server_.url("/update"); }
 
-    /// Serves that, signed, as version 2.0.
+    /// Serves the signed update as version 2.0.
     void update(const std::string& update) {
         feed(AppcastBuilder().add(item("2.0", update)).text());
         serveUpdate = [update](Connection& connection) {
@@ -69,7 +69,7 @@ protected:
         };
     }
 
-    /// What the user is shown, from asking for an update to its end.
+    /// Requests an update and returns all stages shown.
     std::vector<std::string> outcome() {
         presenter_.clear();
         updater().checkForUpdates();
@@ -100,7 +100,7 @@ LocalServer::Handler answering(int status) {
     };
 }
 
-/// A reply that announces that many bytes and is cut off after these.
+/// A reply that announces that many bytes and is cut off after `bytes`.
 LocalServer::Handler cutOff(std::size_t announced, const std::string& bytes) {
     return [announced, bytes](Connection& connection) {
         connection.write(
@@ -141,7 +141,7 @@ TEST_F(AppcastUpdaterDownloadTest, APackageIsStoredAndRevealed) {
     EXPECT_EQ(outcome().back(), "reveal " + package.string());
     EXPECT_EQ(content(package), "new content");
     EXPECT_EQ(content(place_), "old");
-    // Once more, as the package may never have been opened.
+    // Offered again, because the user may not have installed the package.
     EXPECT_EQ(outcome().back(), "reveal " + package.string());
     EXPECT_EQ(content(package), "new content");
 }
@@ -259,7 +259,7 @@ TEST_F(AppcastUpdaterDownloadTest, AFeedThatCannotBeTrustedIsRefused) {
     EXPECT_EQ(content(place_), "old");
 }
 
-TEST_F(AppcastUpdaterDownloadTest, WhatIsNotForThisCopyIsNoUpdate) {
+TEST_F(AppcastUpdaterDownloadTest, DoesNotOfferItemsForOtherCopies) {
     const std::vector<AppcastBuilder::Item> items = {
         item("0.9"),
         item("1.0"),
@@ -401,7 +401,7 @@ TEST_F(AppcastUpdaterDownloadTest, AnUpdateCanBeInstalledAfterARefusal) {
     EXPECT_EQ(outcome().back(), "relaunch");
 }
 
-TEST_F(AppcastUpdaterDownloadTest, ARequestSaysNothingOfTheUser) {
+TEST_F(AppcastUpdaterDownloadTest, ARequestContainsNothingAboutTheUser) {
     outcome();
     ASSERT_THAT(server_.requests(), SizeIs(2));
     for (const auto& request : server_.requests()) {

@@ -41,7 +41,7 @@ inline std::string content(const std::filesystem::path& file) {
     return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-/// Runs the event loop until the condition holds; gives false after a minute.
+/// Runs the event loop until the condition holds; returns false after a minute.
 inline bool runUntil(const std::function<bool()>& holds) {
     bool isLate = false;
     QTimer limit;

@@ -138,7 +138,7 @@ TEST_F(AppcastUpdaterInterruptionTest, ItCanBeDestroyedAtAnyStep) {
             }
         };
         updater().checkForUpdates();
-        // It may be a step further by the time that is seen.
+        // The updater may already be one step further.
         ASSERT_TRUE(runUntil([&] {
             return testing::Value(presenter_.shown(), testing::Contains(std::string(last)));
         }));

@@ -21,7 +21,7 @@ class AppcastUpdaterOfferTest : public AppcastUpdaterFakeNetwork {};
 
 } // namespace
 
-TEST_F(AppcastUpdaterOfferTest, AScheduledFindIsShownGently) {
+TEST_F(AppcastUpdaterOfferTest, AScheduledOfferIsGentle) {
     offer({item("2.0")});
     updater();
     pass(Seconds(0));
@@ -84,7 +84,7 @@ TEST_F(AppcastUpdaterOfferTest, ChecksCanBeSwitchedOffDuringAGentleOffer) {
     EXPECT_EQ(clock_.untilNextTimer(), day);
 }
 
-TEST_F(AppcastUpdaterOfferTest, WithoutGentleRemindersAScheduledFindIsInFocus) {
+TEST_F(AppcastUpdaterOfferTest, WithoutGentleOffersAScheduledOfferTakesTheFocus) {
     observer_.isGentle = false;
     offer({item("2.0")});
     updater();
@@ -92,7 +92,7 @@ TEST_F(AppcastUpdaterOfferTest, WithoutGentleRemindersAScheduledFindIsInFocus) {
     EXPECT_THAT(presenter_.shown(), ElementsAre("update 2.0 in focus"));
 }
 
-TEST_F(AppcastUpdaterOfferTest, AFindThatWasAskedForIsInFocus) {
+TEST_F(AppcastUpdaterOfferTest, ARequestedOfferTakesTheFocus) {
     offer({item("2.0").withElement("description", "Better.")});
     updater().checkForUpdates();
     ASSERT_TRUE(shows("update 2.0 in focus"));
@@ -111,7 +111,7 @@ TEST_F(AppcastUpdaterOfferTest, ARequestDuringAScheduledCheckShowsItsOutcome) {
     EXPECT_EQ(requests(), 1U);
 }
 
-TEST_F(AppcastUpdaterOfferTest, LaterMeansTheNextDay) {
+TEST_F(AppcastUpdaterOfferTest, ADeferredUpdateIsOfferedTheNextDay) {
     offer({item("2.0")});
     updater();
     pass(Seconds(0));
@@ -145,7 +145,7 @@ TEST_F(AppcastUpdaterOfferTest, ASkippedVersionIsOfferedOnlyOnRequest) {
     EXPECT_EQ(presenter_.shown().back(), "update 2.0.1 gently");
 }
 
-TEST_F(AppcastUpdaterOfferTest, AReplayedOlderFeedIsNotFollowed) {
+TEST_F(AppcastUpdaterOfferTest, IgnoresAReplayedOlderFeed) {
     for (const char* version : {"0.9", "1.0", "1.0.0", "1.0-rc1"}) {
         offer({item(version)});
         updater().checkForUpdates();

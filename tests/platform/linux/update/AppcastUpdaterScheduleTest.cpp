@@ -17,7 +17,7 @@ using tavrin::Seconds;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-/// When checks run, and the choices about them that are kept.
+/// When checks run, and the stored choices about checks.
 class AppcastUpdaterScheduleTest : public AppcastUpdaterFakeNetwork {};
 
 } // namespace
@@ -39,7 +39,7 @@ TEST_F(AppcastUpdaterScheduleTest, ChecksAtTheFirstStartAndThenDaily) {
     EXPECT_THAT(logged(), IsEmpty());
 }
 
-TEST_F(AppcastUpdaterScheduleTest, TheDayGoesOnAcrossLaunches) {
+TEST_F(AppcastUpdaterScheduleTest, TheIntervalContinuesAcrossLaunches) {
     updater();
     pass(Seconds(0));
     EXPECT_EQ(updater().lastUpdateCheckDate(), clock_.now());
@@ -102,7 +102,7 @@ TEST_F(AppcastUpdaterScheduleTest, ARequestedCheckRunsWithoutAutomaticChecks) {
     EXPECT_EQ(clock_.untilNextTimer(), std::nullopt);
 }
 
-TEST_F(AppcastUpdaterScheduleTest, ASwitchThatCannotBeSavedHoldsForThisLaunch) {
+TEST_F(AppcastUpdaterScheduleTest, AChoiceThatCannotBeSavedAppliesToThisLaunch) {
     defaults_.setFailsWrites(true);
     updater().setAutomaticallyChecksForUpdates(false);
     EXPECT_FALSE(updater().automaticallyChecksForUpdates());
@@ -110,7 +110,7 @@ TEST_F(AppcastUpdaterScheduleTest, ASwitchThatCannotBeSavedHoldsForThisLaunch) {
     EXPECT_THAT(logged(), ElementsAre(testing::StartsWith("Could not write the settings")));
 }
 
-TEST_F(AppcastUpdaterScheduleTest, ChoicesAreSavedInTheirOrderWithoutWaitingForTheDisk) {
+TEST_F(AppcastUpdaterScheduleTest, SavesChoicesInOrderWithoutWaitingForTheDisk) {
     std::counting_semaphore<> disk(0);
     defaults_.setOnWrite([&disk] { disk.acquire(); });
     updater().setAutomaticallyChecksForUpdates(false);

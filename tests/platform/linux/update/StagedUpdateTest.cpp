@@ -45,7 +45,7 @@ std::string content(const std::filesystem::path& file) {
     return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-/// Runs that on a thread whose every positioned read fails as on a broken disk.
+/// Runs `work` on a thread on which every positioned read fails, as on a broken disk.
 void withBrokenReads(const std::function<void()>& work) {
     std::thread([&work] {
         std::array filter{
@@ -60,7 +60,7 @@ void withBrokenReads(const std::function<void()>& work) {
     }).join();
 }
 
-/// Both ways to stage a file have to keep the same promises.
+/// Runs with both kinds of naming.
 class StagedUpdateTest : public testing::TestWithParam<StagedUpdate::Naming> {
 protected:
     StagedUpdate staged(std::uint64_t length) { return {place_, length, GetParam()}; }
@@ -89,7 +89,7 @@ protected:
         return *updateSignatureFromBase64(signer_.signature(text));
     }
 
-    /// Why it was refused; empty when it was not.
+    /// The verification error; empty on success.
     std::string refusal(StagedUpdate& update, const UpdateSignature& signature) {
         try {
             update.verify(key(), signature);
@@ -117,7 +117,7 @@ INSTANTIATE_TEST_SUITE_P(BothWays, StagedUpdateAsRootTest, bothWays);
 
 } // namespace
 
-TEST_P(StagedUpdateTest, TakesThePlaceOfAFile) {
+TEST_P(StagedUpdateTest, ReplacesAFile) {
     write(place_, "old");
     StagedUpdate update = staged(3);
     update.append("n");
@@ -129,7 +129,7 @@ TEST_P(StagedUpdateTest, TakesThePlaceOfAFile) {
     EXPECT_THAT(files(), ElementsAre("Agent.AppImage"));
 }
 
-TEST_P(StagedUpdateTest, KeepsTheModeOfAnOwnProgramOnlyAndLetsNobodyElseWrite) {
+TEST_P(StagedUpdateTest, KeepsOnlyTheModeOfTheUsersProgramWithoutWriteAccessForOthers) {
     const auto file = [this](mode_t mode) {
         return [this, mode] {
             write(place_, "old");
@@ -182,7 +182,7 @@ TEST_P(StagedUpdateAsRootTest, DoesNotKeepTheModeOfAnotherUsersProgram) {
     EXPECT_EQ(status.st_mode & 07777U, 0755U);
 }
 
-TEST_P(StagedUpdateTest, ARunningFileGoesOnWithItsContent) {
+TEST_P(StagedUpdateTest, ARunningProgramKeepsItsContent) {
     write(place_, "old");
     std::ifstream running(place_);
     StagedUpdate update = staged(3);
@@ -192,14 +192,14 @@ TEST_P(StagedUpdateTest, ARunningFileGoesOnWithItsContent) {
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(running), {}), "old");
 }
 
-TEST_P(StagedUpdateTest, IsForItsOwnerOnlyWhileItArrives) {
+TEST_P(StagedUpdateTest, OnlyTheOwnerCanReadItDuringTheDownload) {
     const StagedUpdate update = staged(3);
     for (const auto& entry : std::filesystem::directory_iterator(folder_.path())) {
         EXPECT_EQ(entry.status().permissions(), std::filesystem::perms(0600));
     }
 }
 
-TEST_P(StagedUpdateTest, NothingIsLeftOfWhatWasNotPutInPlace) {
+TEST_P(StagedUpdateTest, RemovesAFileThatWasNotPutInPlace) {
     {
         StagedUpdate update = staged(3);
         update.append("new");
@@ -208,7 +208,7 @@ TEST_P(StagedUpdateTest, NothingIsLeftOfWhatWasNotPutInPlace) {
     EXPECT_THAT(files(), IsEmpty());
 }
 
-TEST_P(StagedUpdateTest, OnlyTheWholeSignedContentIsVerified) {
+TEST_P(StagedUpdateTest, VerifiesOnlyTheCompleteSignedContent) {
     {
         StagedUpdate update = staged(4);
         update.append("new");
@@ -231,7 +231,7 @@ TEST_P(StagedUpdateTest, OnlyTheWholeSignedContentIsVerified) {
     EXPECT_THAT(files(), IsEmpty());
 }
 
-TEST_P(StagedUpdateTest, ABrokenDiskIsSaid) {
+TEST_P(StagedUpdateTest, ReportsABrokenDisk) {
     StagedUpdate update = staged(3);
     update.append("new");
     withBrokenReads([&] {
@@ -257,7 +257,7 @@ TEST_P(StagedUpdateTest, TakesNoMoreThanAnnounced) {
     EXPECT_EQ(update.received(), 2U);
 }
 
-TEST_P(StagedUpdateTest, WhatACrashLeftBehindIsNotInTheWay) {
+TEST_P(StagedUpdateTest, ReplacesAFileLeftByACrash) {
     write(folder_ / ".Agent.AppImage.update", "left");
     StagedUpdate update = staged(3);
     update.append("new");
@@ -267,7 +267,7 @@ TEST_P(StagedUpdateTest, WhatACrashLeftBehindIsNotInTheWay) {
     EXPECT_EQ(content(place_), "new");
 }
 
-TEST_P(StagedUpdateTest, AFullDiskIsNoticedBeforeAnythingIsWritten) {
+TEST_P(StagedUpdateTest, DetectsAFullDiskBeforeWriting) {
     const test::SmallDisk disk(folder_.path(), 64 * 1024);
     write(place_, "old");
     try {
@@ -282,13 +282,13 @@ TEST_P(StagedUpdateTest, AFullDiskIsNoticedBeforeAnythingIsWritten) {
     EXPECT_EQ(content(place_), "old");
 }
 
-TEST_P(StagedUpdateTest, AFolderThatCannotBeWrittenToIsSaid) {
+TEST_P(StagedUpdateTest, ReportsAFolderThatCannotBeWritten) {
     ASSERT_EQ(chmod(folder_.path().c_str(), 0555), 0);
     const test::UnprivilegedUser user;
     EXPECT_THROW(staged(3), tavrin::PlatformError);
 }
 
-TEST_P(StagedUpdateTest, AFolderThatIsMissingIsSaid) {
+TEST_P(StagedUpdateTest, ReportsAMissingFolder) {
     EXPECT_THROW(StagedUpdate(folder_ / "missing" / "file", 3, GetParam()), tavrin::PlatformError);
 }
 

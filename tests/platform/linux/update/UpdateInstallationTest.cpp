@@ -55,7 +55,7 @@ TEST_F(UpdateInstallationTest, AnythingElseIsAPackage) {
     EXPECT_EQ(installation.place("2.0"), "/packages/orvel-agent-2.0.deb");
 }
 
-TEST_F(UpdateInstallationTest, AnotherProgramsAppImageIsNotOurs) {
+TEST_F(UpdateInstallationTest, IgnoresAnotherProgramsAppImage) {
     auto started = traces();
     started.executable = "/usr/bin/orvel-agent";
     EXPECT_EQ(of(started).kind(), UpdateInstallation::Kind::Package);
@@ -63,7 +63,7 @@ TEST_F(UpdateInstallationTest, AnotherProgramsAppImageIsNotOurs) {
     EXPECT_EQ(of(started).kind(), UpdateInstallation::Kind::Package);
 }
 
-TEST_F(UpdateInstallationTest, AnAppImageThatIsNoFileIsNone) {
+TEST_F(UpdateInstallationTest, IgnoresAnAppImageThatIsNotAFile) {
     for (const std::filesystem::path& path :
          {std::filesystem::path(),
           folder_ / "missing",
@@ -78,7 +78,7 @@ TEST_F(UpdateInstallationTest, AnAppImageThatIsNoFileIsNone) {
     EXPECT_EQ(of(unmounted).kind(), UpdateInstallation::Kind::Package);
 }
 
-TEST_F(UpdateInstallationTest, ThisTestIsNoAppImage) {
+TEST_F(UpdateInstallationTest, ThisTestIsNotAnAppImage) {
     const ProgramTraces own = ProgramTraces::ofThisProcess();
     EXPECT_EQ(own.executable.filename(), "platform_tests");
     EXPECT_EQ(of(own).kind(), UpdateInstallation::Kind::Package);

@@ -21,7 +21,7 @@ std::span<const std::uint8_t> bytes(std::string_view text) {
 
 } // namespace
 
-TEST(UpdateKeyTest, VerifiesTheVectorOfTheStandard) {
+TEST(UpdateKeyTest, VerifiesTheTestVectorOfTheStandard) {
     // RFC 8032, 7.1, test 2: the message is the byte 0x72.
     const auto key = UpdateKey::fromBase64("PUAXw+hDiVqStwqnTRt+vJyYLM8uxJaMwM1V8Sr0Zgw=");
     const auto signature = updateSignatureFromBase64(
@@ -69,7 +69,7 @@ TEST(UpdateKeyTest, RefusesAnotherKeysSignature) {
     EXPECT_FALSE(key->verifies(*signature, bytes("content")));
 }
 
-TEST(UpdateKeyTest, TakesExactlyTheBase64OfAKeyOrASignature) {
+TEST(UpdateKeyTest, AcceptsExactlyTheBase64OfAKeyOrASignature) {
     const std::string key = test::UpdateSigner().publicKey();
     const std::string signature = test::UpdateSigner().signature("content");
     for (const std::string& text :

@@ -47,7 +47,7 @@ using Change = std::function<void(AppcastItem&)>;
 
 } // namespace
 
-TEST(UpdateOfferTest, OffersTheNewestWhateverTheOrder) {
+TEST(UpdateOfferTest, OffersTheNewestInAnyOrder) {
     EXPECT_EQ(offered({item("1.9"), item("1.10"), item("1.2")}), "1.10");
     EXPECT_EQ(offered({item("1.10"), item("1.9")}), "1.10");
 }
@@ -57,7 +57,7 @@ TEST(UpdateOfferTest, NothingOlderOrEqualIsOffered) {
     EXPECT_EQ(offered({item("1.4"), item("1.5"), item("1.5.0"), item("1.5-rc9"), item("0.9")}), "");
 }
 
-TEST(UpdateOfferTest, SaysWhatTheItemSays) {
+TEST(UpdateOfferTest, ContainsTheItemsFields) {
     AppcastItem full = item("2.0");
     full.shortVersion = std::string(100, 'x');
     full.description = "Notes.";
@@ -68,7 +68,7 @@ TEST(UpdateOfferTest, SaysWhatTheItemSays) {
     EXPECT_EQ(newestUpdate({item("2.0")}, criteria())->update.displayVersion, "2.0");
 }
 
-TEST(UpdateOfferTest, LeavesOutWhatIsNotForThisCopy) {
+TEST(UpdateOfferTest, SkipsItemsForOtherCopies) {
     const std::vector<std::pair<const char*, Change>> others = {
         {"another system",
          [](AppcastItem& each) {
@@ -116,14 +116,14 @@ TEST(UpdateOfferTest, LeavesOutWhatIsNotForThisCopy) {
     EXPECT_EQ(offered({justRight, item("2.0")}), "3.0");
 }
 
-TEST(UpdateOfferTest, WhatWasSkippedAndWhatIsOlderIsLeftOut) {
+TEST(UpdateOfferTest, LeavesOutSkippedAndOlderVersions) {
     UpdateCriteria skipping = criteria();
     skipping.skipped = version("2.0");
     EXPECT_EQ(offered({item("1.9"), item("2.0")}, skipping), "");
     EXPECT_EQ(offered({item("2.0"), item("2.0.1")}, skipping), "2.0.1");
 }
 
-TEST(UpdateOfferTest, WhatCannotBeDownloadedAndVerifiedIsRefused) {
+TEST(UpdateOfferTest, RejectsItemsThatCannotBeDownloadedAndVerified) {
     struct Case {
         Change change;
         const char* sentence;
@@ -171,7 +171,7 @@ TEST(UpdateOfferTest, WhatCannotBeDownloadedAndVerifiedIsRefused) {
     EXPECT_EQ(offered({largest}), "2.0");
 }
 
-TEST(UpdateOfferTest, WhatAnOldItemLacksDoesNotMatter) {
+TEST(UpdateOfferTest, IgnoresMissingFieldsOfAnOldItem) {
     AppcastItem old = item("1.0");
     old.enclosure->signature = "";
     EXPECT_EQ(offered({old, item("2.0")}), "2.0");

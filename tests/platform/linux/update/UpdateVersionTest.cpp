@@ -11,7 +11,7 @@
 namespace orvel {
 
 TEST(UpdateVersionTest, VersionsAreOrderedByTheirComponents) {
-    // Every one is below all that follow.
+    // In ascending order.
     const std::vector<std::string> ascending = {
         "0",
         "0.0.1",
@@ -66,7 +66,7 @@ TEST(UpdateVersionTest, KeepsItsText) {
     EXPECT_EQ(UpdateVersion::parse("01.0-RC1")->text(), "01.0-RC1");
 }
 
-TEST(UpdateVersionTest, WhatIsNoVersionIsRefused) {
+TEST(UpdateVersionTest, RejectsTextThatIsNotAVersion) {
     const std::vector<std::string> refused = {
         "",
         " ",
