@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "OrvelAgent/ui/controls/Theme.h"
+
+#include <QPainter>
 #include <QWidget>
 
 namespace orvel {
@@ -10,10 +13,14 @@ class Divider final : public QWidget {
     Q_OBJECT
 
 public:
-    explicit Divider(QWidget* parent = nullptr);
+    explicit Divider(QWidget* parent = nullptr) : QWidget(parent) {
+        setFixedHeight(Theme::hairline);
+    }
 
 protected:
-    void paintEvent(QPaintEvent* event) override;
+    void paintEvent(QPaintEvent*) override {
+        QPainter(this).fillRect(rect(), Theme::borderColor(Theme::Surface::Card, palette()));
+    }
 };
 
 } // namespace orvel

@@ -17,8 +17,6 @@ WrappingRow::WrappingRow(QWidget* parent) : QLayout(parent) {
     setSpacing(Theme::controlSpacing);
 }
 
-WrappingRow::~WrappingRow() = default;
-
 void WrappingRow::beginTrailing() {
     isTrailing_ = true;
 }

@@ -15,7 +15,6 @@ class WrappingRow final : public QLayout {
 
 public:
     explicit WrappingRow(QWidget* parent = nullptr);
-    ~WrappingRow() override;
 
     /// Controls added after this call are aligned with the end of the line.
     void beginTrailing();

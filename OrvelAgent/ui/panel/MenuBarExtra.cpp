@@ -88,7 +88,7 @@ void MenuBarExtra::prepareMenu() {
     menu_ = std::make_unique<QMenu>();
     menu_->setObjectName(QStringLiteral("tray-menu"));
     menu_->setAccessibleName(QString::fromStdString(model_.configuration().displayName()));
-    // The menu exists at all times, so its palette events report changes of the desktop's palette.
+    // The menu exists as long as the icon, so it receives every change of the desktop's palette.
     menu_->installEventFilter(this);
     connect(
         menu_->addAction(
