@@ -43,7 +43,7 @@ using namespace std::chrono_literals;
 
 constexpr int turns = 96;
 
-/// The only retry delay that is longer than `AppModel::blockedRecheck`.
+/// The only retry delay that is longer than `CollectionLoop::blockedRecheck`.
 constexpr tavrin::Seconds lastRetryDelay(45);
 
 Fault atIngest(Fault fault) {

@@ -301,7 +301,7 @@ TEST_F(MenuBarContentViewTest, TheAttentionFlashDoesNotUpdateThePanel) {
     show(AgentState::SignedOut);
     const std::string before = text({"messageCount"});
     // This value emits no signal, so only an update of the panel would show it.
-    agent_->with.userDefaults.setInteger(WatermarkStore::last24hKey, 7);
+    agent_->with.userDefaults.setInteger(tavrin::UserDefaultsKeys::last24hKey, 7);
     agent_->with.clock.advance(AttentionFlash::brandDuration);
     ASSERT_TRUE(agent_->model().attentionFlashOn());
     agent_->with.clock.advance(AttentionFlash::alertDuration);
