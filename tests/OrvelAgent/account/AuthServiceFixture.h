@@ -28,7 +28,8 @@
 
 namespace orvel {
 
-/// An `AuthService` on fakes: a bundle, a keychain, a browser, and a network that answers by path.
+/// An `AuthService` with a fake bundle, keychain, browser and network, whose replies depend on the
+/// path.
 class AuthServiceTest : public testing::Test {
 protected:
     using Browser = test::FakeWebAuthenticationSession;
@@ -101,8 +102,7 @@ protected:
     void cancelWithReplyOnItsWay(std::string_view path) {
         urlSession_.setHandler([this, path](const URLRequest& request) {
             if (request.url.find(path) != std::string::npos) {
-                // The second turn of the loop comes after the reply, and before what the worker
-                // decodes.
+                // The second turn of the loop comes after the reply and before the decoded result.
                 const auto later = [this](const std::function<void()>& job) {
                     QMetaObject::invokeMethod(auth_.get(), job, Qt::QueuedConnection);
                 };
@@ -133,7 +133,7 @@ protected:
         EXPECT_THAT(keychain_.items, testing::IsEmpty());
     }
 
-    /// As if the sign-in had never begun.
+    /// Expects the state before the sign-in.
     void expectTakenBack() {
         expectSignedOut();
         EXPECT_FALSE(auth_->isSigningIn());

@@ -10,7 +10,7 @@ using testing::IsEmpty;
 
 } // namespace
 
-TEST_F(AuthServiceTest, WithoutAKeychainTheSessionLivesInMemory) {
+TEST_F(AuthServiceTest, WithoutAKeychainTheSessionIsKeptInMemory) {
     keychain_.writeError = tavrin::PlatformError("Keychain", 1, "There is no keychain.");
     start();
     runTask(auth_->signIn());
@@ -23,7 +23,7 @@ TEST_F(AuthServiceTest, WithoutAKeychainTheSessionLivesInMemory) {
     EXPECT_THAT(keychain_.items, IsEmpty());
 }
 
-TEST_F(AuthServiceTest, ASessionThatCannotBeRemovedIsSaidWhateverElseCanBe) {
+TEST_F(AuthServiceTest, ASessionThatCannotBeRemovedIsReportedEvenIfOtherItemsCan) {
     startSignedIn();
     keychain_.errorsByAccount.emplace(
         "session", tavrin::PlatformError("Keychain", 2, "The keychain is locked."));
@@ -52,7 +52,7 @@ TEST_F(AuthServiceTest, WaitingForTheKeychainCanBeCancelled) {
     EXPECT_THROW(static_cast<void>(runTask(auth_->stored(source.token()))), tavrin::TaskCancelled);
 }
 
-TEST_F(AuthServiceTest, ItIsStoredWhenTheKeychainHasEveryChange) {
+TEST_F(AuthServiceTest, StoredWaitsForEveryChange) {
     start();
     EXPECT_EQ(runTask(auth_->stored()), std::nullopt);
     runTask(auth_->signIn());

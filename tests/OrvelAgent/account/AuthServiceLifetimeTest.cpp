@@ -63,7 +63,7 @@ TEST_F(AuthServiceTest, ItMayBeDestroyedInEveryRequest) {
     }
 }
 
-TEST_F(AuthServiceTest, ItMayBeDestroyedByWhoeverHearsOfAChange) {
+TEST_F(AuthServiceTest, AReceiverOfChangedMayDestroyIt) {
     for (int ending = 1; ending <= 4; ++ending) {
         keychain_.items.clear();
         start();
@@ -79,7 +79,7 @@ TEST_F(AuthServiceTest, ItMayBeDestroyedByWhoeverHearsOfAChange) {
     }
 }
 
-TEST_F(AuthServiceTest, ItMayBeDestroyedByWhoeverWaitedForTheSession) {
+TEST_F(AuthServiceTest, AWaiterForTheSessionMayDestroyIt) {
     for (const bool isSigningIn : {false, true}) {
         keychain_.lock();
         begin();

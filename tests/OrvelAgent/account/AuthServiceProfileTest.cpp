@@ -22,10 +22,10 @@ TEST_F(AuthServiceTest, AFailedProfileCallChangesNothing) {
     }
 }
 
-TEST_F(AuthServiceTest, WhatTheProfileLacksStaysAsItWas) {
+TEST_F(AuthServiceTest, FieldsMissingInTheProfileAreKept) {
     start();
     runTask(auth_->signIn());
-    // Signed in again, and the service knows less than before.
+    // Sign in again. The profile now has fewer fields.
     answerWith(profilePath, 200, R"({"ok":true,"data":{"handle":""}})");
     runTask(auth_->signIn());
     EXPECT_EQ(auth_->accountEmail(), "one@orvel.example");
@@ -53,7 +53,7 @@ TEST_F(AuthServiceTest, SigningOutWhileTheProfileIsMergedStaysSignedOut) {
     start();
     urlSession_.setHandler([this](const URLRequest& request) -> FakeURLSession::Answer {
         if (request.url.find(profilePath) != std::string::npos) {
-            // The stored session is read, and the answer waits.
+            // The stored session has been read, but not delivered.
             keychain_.lock();
             return URLResponse{200, profileReply};
         }
@@ -70,7 +70,7 @@ TEST_F(AuthServiceTest, SigningOutWhileTheProfileIsMergedStaysSignedOut) {
     expectSignedOut();
 }
 
-TEST_F(AuthServiceTest, ASessionStoredWhileTheProfileIsMergedIsNotReplacedByTheOlder) {
+TEST_F(AuthServiceTest, ASessionStoredWhileTheProfileIsMergedIsNotOverwritten) {
     answerWith(profilePath, 200, profileReply);
     start();
     urlSession_.setHandler([this](const URLRequest& request) -> FakeURLSession::Answer {
@@ -90,7 +90,7 @@ TEST_F(AuthServiceTest, ASessionStoredWhileTheProfileIsMergedIsNotReplacedByTheO
     }
     clock_.advance(tavrin::Seconds(3600));
     auto token = auth_->currentToken();
-    // The refresh reads what is stored, too; it comes to its end first.
+    // The refresh also reads the stored session, and ends first.
     keychain_.unlockLast();
     EXPECT_EQ(textOf(runTask(std::move(token))), "id-secret-2");
     keychain_.unlock();

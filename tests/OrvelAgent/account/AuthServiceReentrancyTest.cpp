@@ -15,7 +15,7 @@ QCoro::Task<> destroyWhenAnswered(std::unique_ptr<AuthService>* auth) {
     auth->reset();
 }
 
-/// Asks for a token from within the destructor, which is where `restored` throws.
+/// Asks for a token during the destructor, in which `restored` throws.
 QCoro::Task<Token> tokenAfterTheEnd(AuthService* auth) {
     const APIClient::TokenProvider provider = auth->tokenProvider();
     bool isAlive = true;
@@ -28,8 +28,8 @@ QCoro::Task<Token> tokenAfterTheEnd(AuthService* auth) {
     co_return co_await provider();
 }
 
-/// A receiver of `changed` does the worst it can, at every emission of every step in turn. What it
-/// breaks, the address sanitizer reports.
+/// A receiver of `changed` destroys or changes the service, at every emission of every step in
+/// turn. The address sanitizer reports invalid accesses.
 class AuthServiceReentrancyTest : public AuthServiceTest {
 protected:
     using Reaction = std::function<void()>;
@@ -111,7 +111,7 @@ private:
     }
 
     void finishTasks() {
-        // By index: a task that ends may start another.
+        // Use an index, because a task may start another one when it ends.
         for (std::size_t i = 0; i < tasks_.size(); ++i) {
             QCoro::Task<> task = std::move(tasks_[i]);
             try {
@@ -123,7 +123,7 @@ private:
         tasks_.clear();
     }
 
-    /// Every waiter gets an answer, and every request ends.
+    /// Expects that every waiter gets a result and every request ends.
     void finishTokens() {
         if (auth_) {
             // Ends a refresh whose request gets no reply.
@@ -227,7 +227,7 @@ TEST_F(AuthServiceReentrancyTest, AWaiterForARefreshedTokenMayDestroyIt) {
     }
 }
 
-TEST_F(AuthServiceReentrancyTest, ATokenProviderGivesNoTokenFromWithinTheDestructor) {
+TEST_F(AuthServiceReentrancyTest, ATokenProviderReturnsNoTokenDuringDestruction) {
     keychain_.items[sessionItem] = storedSession;
     keychain_.lock();
     begin();

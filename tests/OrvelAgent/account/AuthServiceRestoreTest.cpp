@@ -26,7 +26,7 @@ TEST_F(AuthServiceTest, AStoredSessionIsRestored) {
     EXPECT_THAT(urlSession_.requests(), IsEmpty());
 }
 
-TEST_F(AuthServiceTest, AStoredSessionNeedsNothingButTheRefreshToken) {
+TEST_F(AuthServiceTest, AStoredSessionNeedsOnlyTheRefreshToken) {
     keychain_.items[sessionItem] = R"({"refreshToken":"r"})";
     start();
     EXPECT_TRUE(auth_->isSignedIn());
@@ -34,7 +34,7 @@ TEST_F(AuthServiceTest, AStoredSessionNeedsNothingButTheRefreshToken) {
     EXPECT_EQ(auth_->accountHandle(), std::nullopt);
 }
 
-TEST_F(AuthServiceTest, AStoredSessionWithAnEmptyRefreshTokenIsSignedOutAndAsksNobody) {
+TEST_F(AuthServiceTest, AStoredSessionWithAnEmptyRefreshTokenIsSignedOutAndSendsNothing) {
     keychain_.items[sessionItem] = R"({"refreshToken":"","email":"one@orvel.example"})";
     start();
     EXPECT_FALSE(auth_->isSignedIn());
@@ -43,7 +43,7 @@ TEST_F(AuthServiceTest, AStoredSessionWithAnEmptyRefreshTokenIsSignedOutAndAsksN
     EXPECT_THAT(urlSession_.requests(), IsEmpty());
 }
 
-TEST_F(AuthServiceTest, AStoredSessionThatCannotBeDecodedIsNone) {
+TEST_F(AuthServiceTest, AStoredSessionThatCannotBeDecodedIsIgnored) {
     for (const char* text : {"", "{", "[]", "{}", R"({"refreshToken":7})", R"({"uid":"u"})"}) {
         keychain_.items[sessionItem] = text;
         start();
@@ -52,7 +52,7 @@ TEST_F(AuthServiceTest, AStoredSessionThatCannotBeDecodedIsNone) {
     }
 }
 
-TEST_F(AuthServiceTest, ALockedKeychainHoldsNothingUp) {
+TEST_F(AuthServiceTest, ALockedKeychainDoesNotBlockTheStart) {
     keychain_.items[sessionItem] = storedSession;
     keychain_.lock();
     begin();

@@ -35,7 +35,7 @@ TEST_F(AuthServiceTest, SigningInStoresTheSessionAndLoadsTheProfile) {
             Line{LogLevel::Default, "auth", "sign-in: succeeded"}));
 }
 
-TEST_F(AuthServiceTest, OnlyTheProfileIsAskedForWithAToken) {
+TEST_F(AuthServiceTest, OnlyTheProfileRequestCarriesAToken) {
     start();
     runTask(auth_->signIn());
     ASSERT_EQ(urlSession_.requests().size(), 3U);
@@ -49,7 +49,7 @@ TEST_F(AuthServiceTest, OnlyTheProfileIsAskedForWithAToken) {
     EXPECT_EQ(profile.timeout, tavrin::Seconds(60));
 }
 
-TEST_F(AuthServiceTest, TheNextStartFindsTheSession) {
+TEST_F(AuthServiceTest, TheNextStartRestoresTheSession) {
     start();
     runTask(auth_->signIn());
     start();
@@ -88,7 +88,7 @@ TEST_F(AuthServiceTest, AnIdentityWithoutAnAccountOpensTheWebsite) {
     EXPECT_EQ(lastLine(), expected);
 }
 
-TEST_F(AuthServiceTest, EveryOtherFailureIsShownAndLoggedInItsGenericForm) {
+TEST_F(AuthServiceTest, OtherFailuresAreShownAndLoggedAsRendered) {
     struct Case {
         Browser::Outcome outcome;
         std::string text;
@@ -122,7 +122,7 @@ TEST_F(AuthServiceTest, EveryOtherFailureIsShownAndLoggedInItsGenericForm) {
     EXPECT_THAT(urlSession_.requests(), IsEmpty());
 }
 
-TEST_F(AuthServiceTest, ARefusedExchangeIsShownInTheServicesWords) {
+TEST_F(AuthServiceTest, ARefusedExchangeShowsTheServicesErrorText) {
     answerWith(
         exchangePath, 400, R"({"ok":false,"error":"That code was used.","code":"invalid_code"})");
     start();
@@ -131,7 +131,7 @@ TEST_F(AuthServiceTest, ARefusedExchangeIsShownInTheServicesWords) {
     EXPECT_FALSE(auth_->isSignedIn());
 }
 
-TEST_F(AuthServiceTest, ARejectionOfTheIdentityProviderIsShownInItsGenericForm) {
+TEST_F(AuthServiceTest, ARefusalByTheIdentityProviderIsShownAsRendered) {
     answerWith(signInPath, 400, rejection("INVALID_CUSTOM_TOKEN"));
     start();
     runTask(auth_->signIn());
@@ -150,7 +150,7 @@ TEST_F(AuthServiceTest, ALostConnectionIsShownAsThePlatformDescribesIt) {
     EXPECT_EQ(auth_->lastError(), "The request timed out.");
 }
 
-TEST_F(AuthServiceTest, ANewSignInForgetsTheFailureOfTheLast) {
+TEST_F(AuthServiceTest, ANewSignInClearsTheLastError) {
     browser_.user = [](const Browser::Page&) {
         return Browser::Outcome("orvelagent://callback?error=no_account");
     };
@@ -186,14 +186,14 @@ TEST_F(AuthServiceTest, ASignInCanBeCancelledWhileItWaitsForTheServer) {
     expectTakenBack();
 }
 
-TEST_F(AuthServiceTest, ASignInCancelledWithTheLastReplyOnItsWayIsNone) {
+TEST_F(AuthServiceTest, ASignInCancelledAfterTheLastReplyDoesNotSignIn) {
     start();
     cancelWithReplyOnItsWay(signInPath);
     runTask(auth_->signIn());
     expectTakenBack();
 }
 
-TEST_F(AuthServiceTest, ARefusalThatWasOnItsWayWhenTheSignInWasCancelledIsShown) {
+TEST_F(AuthServiceTest, ARefusalReceivedBeforeTheCancellationIsShown) {
     answerWith(
         exchangePath, 400, R"({"ok":false,"error":"That code was used.","code":"invalid_code"})");
     start();
@@ -211,7 +211,7 @@ TEST_F(AuthServiceTest, ARefusalThatWasOnItsWayWhenTheSignInWasCancelledIsShown)
     EXPECT_EQ(errorLines().size(), 2U);
 }
 
-TEST_F(AuthServiceTest, AfterOneThatWasTakenBackASignInFailsAsEver) {
+TEST_F(AuthServiceTest, ASignInAfterACancelledOneReportsItsFailure) {
     browser_.user = nullptr;
     start();
     auto signIn = auth_->signIn();
@@ -225,7 +225,7 @@ TEST_F(AuthServiceTest, AfterOneThatWasTakenBackASignInFailsAsEver) {
     EXPECT_THAT(errorLines(), ElementsAre(HasSubstr("sign-in FAILED: ")));
 }
 
-TEST_F(AuthServiceTest, ASignInEndsTheRefreshOfTheSessionBefore) {
+TEST_F(AuthServiceTest, ASignInEndsTheRefreshOfThePreviousSession) {
     hang(refreshPath);
     startSignedIn();
     auto waiting = auth_->currentToken();

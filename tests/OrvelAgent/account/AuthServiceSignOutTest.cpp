@@ -12,7 +12,7 @@ using testing::IsEmpty;
 
 } // namespace
 
-TEST_F(AuthServiceTest, SigningOutRemovesTheSessionAndWhatEarlierVersionsKept) {
+TEST_F(AuthServiceTest, SigningOutRemovesTheSessionAndTheItemsOfEarlierVersions) {
     startSignedIn();
     for (const char* key : {"refreshToken", "uid", "accountEmail", "accountHandle"}) {
         keychain_.items[{service, key}] = "old";
@@ -51,14 +51,14 @@ TEST_F(AuthServiceTest, SigningOutCancelsARunningRefresh) {
     expectSignedOut();
 }
 
-TEST_F(AuthServiceTest, SigningOutForgetsTheTokenInMemory) {
+TEST_F(AuthServiceTest, SigningOutDeletesTheTokenInMemory) {
     start();
     runTask(auth_->signIn());
     auth_->signOut();
     EXPECT_EQ(currentToken(), std::nullopt);
 }
 
-TEST_F(AuthServiceTest, ANewSessionAfterASignOutIsRefreshedOnItsOwn) {
+TEST_F(AuthServiceTest, ANewSessionAfterASignOutStartsItsOwnRefresh) {
     hang(refreshPath);
     startSignedIn();
     auto cancelled = auth_->currentToken();

@@ -12,7 +12,7 @@ using testing::Not;
 
 } // namespace
 
-TEST_F(AuthServiceTest, AFreshTokenIsGivenWithoutARequest) {
+TEST_F(AuthServiceTest, AValidTokenNeedsNoRequest) {
     start();
     runTask(auth_->signIn());
     EXPECT_EQ(currentToken(), "id-secret-1");
@@ -21,7 +21,7 @@ TEST_F(AuthServiceTest, AFreshTokenIsGivenWithoutARequest) {
     EXPECT_EQ(requestCount(refreshPath), 0U);
 }
 
-TEST_F(AuthServiceTest, ATokenIsRefreshedSixtySecondsBeforeItEnds) {
+TEST_F(AuthServiceTest, ATokenIsRefreshedSixtySecondsBeforeItExpires) {
     start();
     runTask(auth_->signIn());
     clock_.advance(tavrin::Seconds(3600 - 60));
@@ -31,7 +31,7 @@ TEST_F(AuthServiceTest, ATokenIsRefreshedSixtySecondsBeforeItEnds) {
     EXPECT_EQ(requestCount(refreshPath), 1U);
 }
 
-TEST_F(AuthServiceTest, TwoCallsThirtySecondsBeforeTheEndCauseOneRefresh) {
+TEST_F(AuthServiceTest, TwoCallsThirtySecondsBeforeExpiryCauseOneRefresh) {
     start();
     runTask(auth_->signIn());
     clock_.advance(tavrin::Seconds(3600 - 30));
@@ -48,7 +48,7 @@ TEST_F(AuthServiceTest, AfterARestartTheFirstCallRefreshes) {
     EXPECT_THAT(lastRequest(refreshPath).body.value(), HasSubstr("refresh-secret-0"));
 }
 
-TEST_F(AuthServiceTest, ARefreshKeepsWhoTheAccountIs) {
+TEST_F(AuthServiceTest, ARefreshKeepsTheAccountFields) {
     startSignedIn();
     EXPECT_EQ(currentToken(), "id-secret-2");
     EXPECT_EQ(
@@ -76,7 +76,7 @@ TEST_F(AuthServiceTest, EveryRevocationSignsOut) {
     }
 }
 
-TEST_F(AuthServiceTest, AFailureThatMayPassKeepsTheSession) {
+TEST_F(AuthServiceTest, ATransientFailureKeepsTheSession) {
     struct Case {
         FakeURLSession::Answer answer;
         std::string text;
@@ -104,7 +104,7 @@ TEST_F(AuthServiceTest, AFailureThatMayPassKeepsTheSession) {
     }
 }
 
-TEST_F(AuthServiceTest, ASessionThatIsGoneFromTheKeychainGivesNoTokenAndAsksNobody) {
+TEST_F(AuthServiceTest, WithoutAKeychainItemThereIsNoTokenAndNoRequest) {
     startSignedIn();
     keychain_.items.clear();
     EXPECT_EQ(currentToken(), std::nullopt);
@@ -123,7 +123,7 @@ TEST_F(AuthServiceTest, ATokenProviderOutlivesTheService) {
     EXPECT_FALSE(keychain_.items.empty());
 }
 
-TEST_F(AuthServiceTest, NoLogLineAndNoErrorHoldsASecret) {
+TEST_F(AuthServiceTest, NoLogLineAndNoErrorContainsASecret) {
     start();
     runTask(auth_->signIn());
     for (const int status : {200, 400, 503}) {

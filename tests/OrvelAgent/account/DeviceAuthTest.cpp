@@ -35,7 +35,7 @@ QCoro::Task<std::optional<tavrin::Secret>> noToken() {
     co_return std::nullopt;
 }
 
-/// A browser that reports a failed start and then, late, a callback all the same.
+/// A browser that reports a failed start, and later a callback.
 class TwoEndedSession final : public Session {
 public:
     std::unique_ptr<Attempt>
@@ -81,7 +81,7 @@ protected:
         return auth().authorize(api(), std::move(cancellation));
     }
 
-    /// The page redirects there at once.
+    /// The page redirects to this URL at once.
     void redirectTo(std::string url) {
         browser_.user = [url = std::move(url)](const Page&) {
             return std::optional<Session::Outcome>(url);
@@ -105,14 +105,14 @@ protected:
         return errorOf(authorize());
     }
 
-    /// For callbacks that do not reach the exchange.
+    /// The error for a callback that is refused before the exchange.
     AuthError errorAfterCallback(std::string url) {
         const AuthError error = errorAfter(std::move(url));
         EXPECT_TRUE(network_.requests().empty());
         return error;
     }
 
-    /// The code of the exchange that this callback leads to.
+    /// The code that is sent after this callback.
     std::string codeAfterCallback(std::string url) {
         redirectTo(std::move(url));
         network_.enqueue(200, goodReply);
@@ -133,7 +133,7 @@ protected:
 
 } // namespace
 
-TEST(DeviceAuthProofTest, TheChallengeIsThatOfTheStandardsExample) {
+TEST(DeviceAuthProofTest, TheChallengeMatchesTheExampleOfTheStandard) {
     EXPECT_EQ(
         SignInVerifier::challenge("dBjftJeZ4CVP-mB92K27uhbUJU1p1r_wW1gFWFOEjXk"),
         "E9Melhoa2OwvFrEMTJguCHaoeK1t8URWbuGJSstw-cM");
@@ -173,7 +173,7 @@ TEST_F(DeviceAuthTest, ACodeIsExchangedForACustomToken) {
     EXPECT_TRUE(body.at("codeVerifier").is_string());
 }
 
-TEST_F(DeviceAuthTest, ThePageGetsTheChallengeOfTheVerifierThatIsExchanged) {
+TEST_F(DeviceAuthTest, ThePageGetsTheChallengeOfTheExchangedVerifier) {
     redirectTo("orvelagent://callback?code=abc");
     network_.enqueue(200, goodReply);
     static_cast<void>(runTask(authorize()));
@@ -201,7 +201,7 @@ TEST_F(DeviceAuthTest, TheVersionInThePageIsPercentEncoded) {
     EXPECT_EQ(items.at(2), (QueryItem{"v", "1.0 beta&x=1"}));
 }
 
-TEST_F(DeviceAuthTest, AHostThatMakesNoURLOpensNothing) {
+TEST_F(DeviceAuthTest, AnInvalidHostOpensNoPage) {
     for (const char* host : {"web host", "[::1", "web.test.example:port", "%zz"}) {
         bundle_.setInfo("WEB_HOST", host);
         EXPECT_EQ(errorOf(authorize()).message(), "Could not build the sign-in URL.") << host;
@@ -209,7 +209,7 @@ TEST_F(DeviceAuthTest, AHostThatMakesNoURLOpensNothing) {
     EXPECT_TRUE(browser_.pages().empty());
 }
 
-TEST_F(DeviceAuthTest, EveryOtherEndOfTheBrowserHasItsText) {
+TEST_F(DeviceAuthTest, EveryOtherOutcomeHasItsText) {
     const std::vector<std::pair<Session::Outcome, std::string>> table = {
         {Session::NotStarted(), "Could not open the sign-in window."},
         {Session::Cancelled(), "Sign-in was cancelled."},
@@ -240,7 +240,7 @@ TEST_F(DeviceAuthTest, ACallbackWithoutACodeIsRefused) {
     }
 }
 
-TEST_F(DeviceAuthTest, TheSitesErrorIsShownAsItCame) {
+TEST_F(DeviceAuthTest, TheSitesErrorIsShownUnchanged) {
     for (const auto& [value, text] : std::vector<std::pair<std::string, std::string>>{
              {"access_denied", "access_denied"},
              {"Try%20again+later%21", "Try again+later!"},
@@ -252,7 +252,7 @@ TEST_F(DeviceAuthTest, TheSitesErrorIsShownAsItCame) {
     }
 }
 
-TEST_F(DeviceAuthTest, AMissingAccountIsToldApart) {
+TEST_F(DeviceAuthTest, AMissingAccountHasItsOwnError) {
     for (const char* value : {"no_account", "%20no_account%0A"}) {
         const AuthError error =
             errorAfterCallback(std::string("orvelagent://callback?error=") + value);
@@ -261,7 +261,7 @@ TEST_F(DeviceAuthTest, AMissingAccountIsToldApart) {
     }
 }
 
-TEST_F(DeviceAuthTest, AnErrorBeatsACodeWhereverItStands) {
+TEST_F(DeviceAuthTest, AnErrorTakesPrecedenceOverACode) {
     EXPECT_EQ(
         errorAfterCallback("orvelagent://callback?code=abc&error=denied").message(), "denied");
     EXPECT_EQ(
@@ -269,7 +269,7 @@ TEST_F(DeviceAuthTest, AnErrorBeatsACodeWhereverItStands) {
     EXPECT_EQ(errorAfterCallback("orvelagent://callback?error&error=b&error=c").message(), "b");
 }
 
-TEST_F(DeviceAuthTest, AnErrorWithoutAValueIsNone) {
+TEST_F(DeviceAuthTest, AnErrorWithoutAValueIsIgnored) {
     EXPECT_EQ(codeAfterCallback("orvelagent://callback?error&code=abc"), "abc");
     EXPECT_EQ(codeAfterCallback("orvelagent://callback?Error=x&code=abc"), "abc");
 }
@@ -279,14 +279,14 @@ TEST_F(DeviceAuthTest, TheCodeIsPercentDecodedAndKeepsItsPlus) {
     EXPECT_EQ(codeAfterCallback("orvelagent:callback?x=1&code=a=b&y=2"), "a=b");
 }
 
-TEST_F(DeviceAuthTest, TheFirstOfTwoCodesCounts) {
+TEST_F(DeviceAuthTest, OnlyTheFirstCodeIsUsed) {
     EXPECT_EQ(codeAfterCallback("orvelagent://callback?code=first&code=second"), "first");
     EXPECT_EQ(
         errorAfter("orvelagent://callback?code=&code=second").message(),
         "Sign-in did not return an authorization code.");
 }
 
-TEST_F(DeviceAuthTest, AHugeCallbackIsReadLikeAnyOther) {
+TEST_F(DeviceAuthTest, AHugeCallbackIsRead) {
     const std::string code(1 << 20, 'c');
     EXPECT_EQ(codeAfterCallback("orvelagent://callback?code=" + code), code);
 }
@@ -311,7 +311,7 @@ TEST_F(DeviceAuthTest, AnExchangeNeedsBothKeys) {
     }
 }
 
-TEST_F(DeviceAuthTest, ASuccessThatIsNotUnderstoodIsNotShown) {
+TEST_F(DeviceAuthTest, AMalformedSuccessIsNotShown) {
     redirectTo("orvelagent://callback?code=abc");
     network_.enqueue(200, R"({"ok":true,"data":{"customToken":"custom-secret"}})");
     try {
@@ -323,7 +323,7 @@ TEST_F(DeviceAuthTest, ASuccessThatIsNotUnderstoodIsNotShown) {
     }
 }
 
-TEST_F(DeviceAuthTest, ARefusalWithTheStatusOfASuccessIsTheServicesError) {
+TEST_F(DeviceAuthTest, ARefusalWithASuccessStatusIsTheServicesError) {
     redirectTo("orvelagent://callback?code=abc");
     network_.enqueue(200, R"({"ok":false,"error":"nope"})");
     try {
@@ -334,7 +334,7 @@ TEST_F(DeviceAuthTest, ARefusalWithTheStatusOfASuccessIsTheServicesError) {
     }
 }
 
-TEST_F(DeviceAuthTest, AFailureOfTheTransportPassesUnchanged) {
+TEST_F(DeviceAuthTest, ATransportErrorIsRethrownUnchanged) {
     redirectTo("orvelagent://callback?code=abc");
     network_.enqueue(tavrin::URLErrorCode::TimedOut);
     EXPECT_THROW(static_cast<void>(runTask(authorize())), tavrin::URLError);
@@ -349,14 +349,14 @@ TEST_F(DeviceAuthTest, CancellingEndsTheAttempt) {
     EXPECT_THROW(static_cast<void>(runTask(std::move(task))), tavrin::TaskCancelled);
 }
 
-TEST_F(DeviceAuthTest, WhatIsCancelledBeforeItStartsOpensNothing) {
+TEST_F(DeviceAuthTest, ASignInCancelledBeforeItStartsOpensNoPage) {
     tavrin::CancellationSource source;
     source.cancel();
     EXPECT_THROW(static_cast<void>(runTask(authorize(source.token()))), tavrin::TaskCancelled);
     EXPECT_TRUE(browser_.pages().empty());
 }
 
-TEST_F(DeviceAuthTest, ASignInCancelledWithItsCallbackOnTheWayIsNotExchanged) {
+TEST_F(DeviceAuthTest, ASignInCancelledBeforeItsCallbackArrivesIsNotExchanged) {
     tavrin::CancellationSource source;
     auto task = authorize(source.token());
     browser_.finish("orvelagent://callback?code=abc");
@@ -377,7 +377,7 @@ TEST_F(DeviceAuthTest, CancellingDuringTheExchangeEndsIt) {
     EXPECT_THROW(static_cast<void>(runTask(std::move(task))), tavrin::TaskCancelled);
 }
 
-TEST_F(DeviceAuthTest, ASecondSignInTakesTheFirstOnesPlace) {
+TEST_F(DeviceAuthTest, ASecondSignInReplacesTheFirst) {
     auto first = authorize();
     auto second = authorize();
     EXPECT_EQ(errorOf(std::move(first)).message(), "Sign-in was cancelled.");
@@ -394,7 +394,7 @@ TEST_F(DeviceAuthTest, AStartFailureFollowedByALateCallbackIsOneFailure) {
     EXPECT_TRUE(network_.requests().empty());
 }
 
-TEST_F(DeviceAuthTest, TheValueMayGoWhileTheBrowserIsOpen) {
+TEST_F(DeviceAuthTest, ItMayBeDestroyedWhileTheBrowserIsOpen) {
     auto task = [this] {
         const DeviceAuth shortLived = auth();
         return shortLived.authorize(api());
@@ -404,7 +404,7 @@ TEST_F(DeviceAuthTest, TheValueMayGoWhileTheBrowserIsOpen) {
     EXPECT_EQ(runTask(std::move(task)).text(), "custom-1");
 }
 
-TEST_F(DeviceAuthTest, PresentingGivesTheCallbackAsItCame) {
+TEST_F(DeviceAuthTest, PresentReturnsTheCallbackUnchanged) {
     redirectTo("orvelagent://callback?code=a%2Fb#x");
     EXPECT_EQ(
         runTask(auth().present("https://web.test.example/link")),

@@ -9,7 +9,7 @@
 
 namespace orvel {
 
-TEST(InQuotesTest, EscapesWhatWouldEndTheTextOrTheLine) {
+TEST(InQuotesTest, EscapesQuotesAndControlCharacters) {
     EXPECT_EQ(inQuotes(""), R"("")");
     EXPECT_EQ(inQuotes("it's für 😀"), R"("it's für 😀")");
     EXPECT_EQ(inQuotes(R"(say "a\b")"), R"("say \"a\\b\"")");
@@ -38,7 +38,7 @@ TEST(AuthErrorTest, WithoutAFailureOfTheSiteItIsNil) {
     EXPECT_STREQ(error.what(), R"(AuthError(message: "Sign-in was cancelled.", failure: nil))");
 }
 
-TEST(AuthErrorTest, ShowsTheSitesOwnWordsTwice) {
+TEST(AuthErrorTest, ShowsTheSitesTextTwice) {
     const auto failure = tavrin::SignInFailure::fromCallbackError("access\"denied");
     const AuthError error(failure);
     EXPECT_EQ(error.message(), "access\"denied");

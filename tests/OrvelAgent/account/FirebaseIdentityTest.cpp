@@ -61,7 +61,7 @@ protected:
                expiresIn + R"(","token_type":"Bearer"})";
     }
 
-    /// Of both operations, which must agree.
+    /// The result of both operations, which must be the same.
     IdentityError errorOf(int status, const std::string& body) {
         session_.enqueue(status, body);
         session_.enqueue(status, body);
@@ -137,7 +137,7 @@ TEST_F(FirebaseIdentityTest, TheRefreshTokenIsPercentEncoded) {
         "grant_type=refresh_token&refresh_token=a%2Fb%3Dc%20d%25e%26f%3Bg+h-%C3%BC");
 }
 
-TEST_F(FirebaseIdentityTest, WithoutAKeyTheRequestsCarryAnEmptyOne) {
+TEST_F(FirebaseIdentityTest, WithoutAKeyTheRequestsHaveAnEmptyOne) {
     bundle_.setInfo("FIREBASE_API_KEY", "");
     session_.enqueue(200, signInReply());
     session_.enqueue(200, refreshReply());
@@ -149,7 +149,7 @@ TEST_F(FirebaseIdentityTest, WithoutAKeyTheRequestsCarryAnEmptyOne) {
     EXPECT_EQ(session_.requests().at(1).url, "https://secure.test.example/v1/token?key=");
 }
 
-TEST_F(FirebaseIdentityTest, SigningInGivesTheTokens) {
+TEST_F(FirebaseIdentityTest, SigningInReturnsTheTokens) {
     session_.enqueue(200, signInReply());
     const Tokens tokens = signIn();
     EXPECT_EQ(tokens.idToken.text(), "id-1");
@@ -157,7 +157,7 @@ TEST_F(FirebaseIdentityTest, SigningInGivesTheTokens) {
     EXPECT_EQ(lifetime(tokens), tavrin::Seconds(3600));
 }
 
-TEST_F(FirebaseIdentityTest, RefreshingGivesTheTokens) {
+TEST_F(FirebaseIdentityTest, RefreshingReturnsTheTokens) {
     session_.enqueue(299, refreshReply("1800"));
     const Tokens tokens = refresh();
     EXPECT_EQ(tokens.idToken.text(), "id-2");
@@ -165,7 +165,7 @@ TEST_F(FirebaseIdentityTest, RefreshingGivesTheTokens) {
     EXPECT_EQ(lifetime(tokens), tavrin::Seconds(1800));
 }
 
-TEST_F(FirebaseIdentityTest, ALifetimeThatIsNoNumberIsAnHour) {
+TEST_F(FirebaseIdentityTest, AnInvalidLifetimeMeansOneHour) {
     const std::vector<std::pair<std::string, double>> table = {
         {"3600", 3600},
         {"120.5", 120.5},
@@ -199,7 +199,7 @@ TEST_F(FirebaseIdentityTest, TheLifetimeCountsFromTheReply) {
     EXPECT_EQ(refresh().expiresAt - start, tavrin::Seconds(150));
 }
 
-TEST_F(FirebaseIdentityTest, ARefusalCarriesTheProvidersOwnWord) {
+TEST_F(FirebaseIdentityTest, ARefusalHasTheProvidersMessage) {
     const IdentityError error =
         errorOf(400, R"({"error":{"code":400,"message":"INVALID_REFRESH_TOKEN","status":"X"}})");
     EXPECT_EQ(error.message(), "INVALID_REFRESH_TOKEN");
@@ -240,7 +240,7 @@ TEST_F(FirebaseIdentityTest, AReplyThatWasNotHTTPHasStatusZero) {
     EXPECT_EQ(error.status(), 0);
 }
 
-TEST_F(FirebaseIdentityTest, TokensInARefusalDoNotCount) {
+TEST_F(FirebaseIdentityTest, TokensInARefusalAreIgnored) {
     EXPECT_EQ(errorOf(302, signInReply()).message(), "HTTP 302");
 }
 
@@ -272,7 +272,7 @@ TEST_F(FirebaseIdentityTest, ASuccessWithoutOneOfTheKeysIsADecodingError) {
     }
 }
 
-TEST_F(FirebaseIdentityTest, ASuccessThatIsNoJSONIsADecodingErrorThatQuotesNothing) {
+TEST_F(FirebaseIdentityTest, ASuccessThatIsNotJSONIsADecodingErrorWithoutItsText) {
     for (const std::string& body :
          {std::string("sesame"),
           std::string(),
@@ -291,7 +291,7 @@ TEST_F(FirebaseIdentityTest, EachOperationReadsItsOwnKeysOnly) {
     EXPECT_THROW(refresh(), tavrin::JSONDecodingError);
 }
 
-TEST_F(FirebaseIdentityTest, AFailureOfTheTransportPassesUnchanged) {
+TEST_F(FirebaseIdentityTest, ATransportErrorIsRethrownUnchanged) {
     session_.enqueue(tavrin::URLErrorCode::NotConnectedToInternet);
     try {
         refresh();
@@ -301,7 +301,7 @@ TEST_F(FirebaseIdentityTest, AFailureOfTheTransportPassesUnchanged) {
     }
 }
 
-TEST_F(FirebaseIdentityTest, ARefusalIsNotTriedAgain) {
+TEST_F(FirebaseIdentityTest, ARefusalIsNotRetried) {
     session_.enqueue(503, "");
     EXPECT_THROW(refresh(), IdentityError);
     EXPECT_EQ(session_.requests().size(), 1U);
@@ -316,7 +316,7 @@ TEST_F(FirebaseIdentityTest, CancellingEndsAnExchangeInFlight) {
     EXPECT_THROW(runTask(std::move(task)), tavrin::TaskCancelled);
 }
 
-TEST_F(FirebaseIdentityTest, WhatIsCancelledBeforeItStartsIsNotSent) {
+TEST_F(FirebaseIdentityTest, ARequestCancelledBeforeItStartsIsNotSent) {
     tavrin::CancellationSource source;
     source.cancel();
     EXPECT_THROW(
@@ -325,7 +325,7 @@ TEST_F(FirebaseIdentityTest, WhatIsCancelledBeforeItStartsIsNotSent) {
     EXPECT_TRUE(session_.requests().empty());
 }
 
-TEST_F(FirebaseIdentityTest, TheValueMayGoWhileItsRequestIsInFlight) {
+TEST_F(FirebaseIdentityTest, ItMayBeDestroyedWhileItsRequestIsInFlight) {
     session_.enqueue(200, refreshReply());
     auto task = [this] {
         const FirebaseIdentity shortLived = identity();
@@ -348,7 +348,7 @@ TEST(FirebaseIdentityReasonsTest, EightMessagesEndASession) {
     }
 }
 
-TEST(FirebaseIdentityReasonsTest, OnlyTheWholeMessageInItsOwnCaseCounts) {
+TEST(FirebaseIdentityReasonsTest, TheMessageMustMatchExactly) {
     for (const char* message :
          {"token_expired",
           "TOKEN_EXPIRED ",

@@ -30,8 +30,8 @@
 #include <string_view>
 #include <utility>
 
-/// Against the identity provider's own emulator, whose URL the environment names. Not among the
-/// ordinary tests: the emulator has to be downloaded.
+/// Tests with the identity provider's emulator, whose URL is in the environment. Not part of the
+/// normal test run, because the emulator must be downloaded.
 namespace orvel {
 
 namespace {
@@ -44,7 +44,7 @@ std::string emulatorURL() {
     return url == nullptr ? "" : url;
 }
 
-/// The emulator speaks plain HTTP and our session does not: this hands each request on as it is.
+/// Forwards each request unchanged. The emulator supports only HTTP, and our session only HTTPS.
 void forward(test::LocalServer::Connection& connection) {
     const test::LocalServer::Request received = connection.readRequest();
     httplib::Request request;
@@ -69,7 +69,7 @@ std::string base64URL(const boost::json::value& json) {
         .toStdString();
 }
 
-/// Unsigned, as only the emulator takes it.
+/// Unsigned, which only the emulator accepts.
 tavrin::Secret customToken(std::string_view user) {
     const boost::json::value header = {{"alg", "none"}, {"typ", "JWT"}};
     const boost::json::value claims = {
@@ -80,7 +80,7 @@ tavrin::Secret customToken(std::string_view user) {
     return tavrin::Secret(base64URL(header) + "." + base64URL(claims) + ".");
 }
 
-/// Whose token it is.
+/// The user id in the token.
 std::string userOf(const tavrin::Secret& idToken) {
     const QByteArray payload = QByteArray::fromStdString(idToken.text()).split('.').value(1);
     const boost::json::value claims = boost::json::parse(
@@ -115,7 +115,7 @@ protected:
         try {
             static_cast<void>(action());
         } catch (const IdentityError& error) {
-            // What the provider really says belongs into the record of a run.
+            // Keep the provider's real message in the test output.
             std::cout << error.what() << '\n';
             return error;
         }
@@ -139,7 +139,7 @@ TEST_F(IdentityConformanceTest, ACustomTokenSignsIn) {
     EXPECT_EQ(tokens.expiresAt - clock_.now(), tavrin::Seconds(3600));
 }
 
-TEST_F(IdentityConformanceTest, ARefreshTokenGivesFreshTokensAgainAndAgain) {
+TEST_F(IdentityConformanceTest, ARefreshTokenCanBeUsedRepeatedly) {
     const Tokens first = signIn(customToken("grace"));
     const Tokens second = refresh(first.refreshToken);
     EXPECT_EQ(userOf(second.idToken), "grace");
@@ -163,7 +163,7 @@ TEST_F(IdentityConformanceTest, AnEmptyRefreshTokenIsARevocation) {
     EXPECT_TRUE(FirebaseIdentity::isRevocation(error->message())) << error->message();
 }
 
-TEST_F(IdentityConformanceTest, AnAccountThatIsGoneIsARevocation) {
+TEST_F(IdentityConformanceTest, ADeletedAccountIsARevocation) {
     const Tokens tokens = signIn(customToken("linus"));
     httplib::Client emulator(emulatorURL());
     const httplib::Result deleted = emulator.Delete("/emulator/v1/projects/demo-orvel/accounts");
@@ -175,7 +175,7 @@ TEST_F(IdentityConformanceTest, AnAccountThatIsGoneIsARevocation) {
     EXPECT_TRUE(FirebaseIdentity::isRevocation(error->message())) << error->message();
 }
 
-TEST_F(IdentityConformanceTest, AGarbageCustomTokenIsRefusedButNoRevocation) {
+TEST_F(IdentityConformanceTest, AnInvalidCustomTokenIsRefusedButIsNoRevocation) {
     const auto error = refusalOf([&] { return signIn(tavrin::Secret(std::string("garbage"))); });
     ASSERT_TRUE(error);
     EXPECT_EQ(error->status(), 400);

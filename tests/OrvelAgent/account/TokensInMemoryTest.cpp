@@ -28,11 +28,11 @@ namespace {
 using test::HiddenToken;
 using test::runTask;
 
-/// A network that keeps nothing: it overwrites every request and replies what the test builds.
+/// A network that wipes every request and sends the test's reply.
 class ForgetfulSession final : public URLSession {
 public:
     std::function<std::string()> reply;
-    /// Looks at every request.
+    /// Called for every request.
     std::function<void()> onRequest;
 
     std::unique_ptr<Task>
@@ -77,7 +77,7 @@ std::string filled(std::string_view text, const HiddenToken& first, const Hidden
     return result;
 }
 
-/// A browser that keeps nothing either: every page redirects to what the test builds.
+/// A browser that redirects every page to the test's callback.
 class ForgetfulBrowser final : public WebAuthenticationSession {
 public:
     std::function<std::string()> callback;
@@ -126,7 +126,7 @@ protected:
     }
 
     void expectNoneLeft() const {
-        // Otherwise the search would look for the wrong thing.
+        // Check that the search finds the token during the request.
         EXPECT_GE(copiesDuringRequest_, 1U);
         EXPECT_EQ(sent_.copiesInMemory(), 0U);
         EXPECT_EQ(received_.copiesInMemory(), 0U);
@@ -145,7 +145,7 @@ protected:
 
 } // namespace
 
-TEST(HiddenTokenTest, ACopyIsFoundAlsoAfterItWasGivenBack) {
+TEST(HiddenTokenTest, ACopyIsFoundAfterItsMemoryWasFreed) {
     const HiddenToken token;
     EXPECT_EQ(token.copiesInMemory(), 0U);
     auto copy = std::make_unique<std::string>(token.text());
@@ -154,7 +154,7 @@ TEST(HiddenTokenTest, ACopyIsFoundAlsoAfterItWasGivenBack) {
     EXPECT_EQ(token.copiesInMemory(), 1U);
 }
 
-TEST(HiddenTokenTest, AnOverwrittenCopyIsGone) {
+TEST(HiddenTokenTest, AnOverwrittenCopyIsNotFound) {
     const HiddenToken token;
     const auto secret = std::make_unique<tavrin::Secret>(token.text());
     EXPECT_EQ(token.copiesInMemory(), 1U);
@@ -162,7 +162,7 @@ TEST(HiddenTokenTest, AnOverwrittenCopyIsGone) {
     EXPECT_EQ(token.copiesInMemory(), 0U);
 }
 
-TEST_F(TokensInMemoryTest, ARefreshLeavesNone) {
+TEST_F(TokensInMemoryTest, ARefreshLeavesNoTokenInMemory) {
     replyWith(R"({"id_token":"$1","refresh_token":"$2","expires_in":"3600"})");
     {
         const auto tokens = runTask(identity().refresh(tavrin::Secret(sent_.text())));
@@ -172,13 +172,13 @@ TEST_F(TokensInMemoryTest, ARefreshLeavesNone) {
     expectNoneLeft();
 }
 
-TEST_F(TokensInMemoryTest, ASignInAtTheProviderLeavesNone) {
+TEST_F(TokensInMemoryTest, ASignInAtTheProviderLeavesNoTokenInMemory) {
     replyWith(R"({"idToken":"$1","refreshToken":"$2","expiresIn":"3600"})");
     static_cast<void>(runTask(identity().signInWithCustomToken(tavrin::Secret(sent_.text()))));
     expectNoneLeft();
 }
 
-TEST_F(TokensInMemoryTest, ARequestWithABearerTokenLeavesNone) {
+TEST_F(TokensInMemoryTest, ARequestWithABearerTokenLeavesNoTokenInMemory) {
     replyWith(R"({"ok":true,"data":{"hints":[],"other":"$1"},"more":"$2"})");
     {
         const APIClient client(
@@ -194,7 +194,7 @@ TEST_F(TokensInMemoryTest, ARequestWithABearerTokenLeavesNone) {
     expectNoneLeft();
 }
 
-TEST_F(TokensInMemoryTest, ABrowserSignInLeavesNeitherCodeNorToken) {
+TEST_F(TokensInMemoryTest, ABrowserSignInLeavesNoCodeAndNoTokenInMemory) {
     replyWith(R"({"ok":true,"data":{"customToken":"$1","uid":"u"}})");
     ForgetfulBrowser browser;
     browser.callback = [this] {

@@ -39,7 +39,7 @@ TEST(ConfigurationTest, HostsBecomeHTTPSURLsWithoutATrailingSlash) {
     EXPECT_EQ(configuration.webBaseURL(), "https://www.test.example");
 }
 
-TEST(ConfigurationTest, AnEmptyBundleHasNameAndVersionAllTheSame) {
+TEST(ConfigurationTest, AnEmptyBundleHasADefaultNameAndVersion) {
     const FakeBundle bundle;
     const Configuration configuration(bundle);
     EXPECT_EQ(configuration.displayName(), "Orvel Agent");
@@ -50,7 +50,7 @@ TEST(ConfigurationTest, AnEmptyBundleHasNameAndVersionAllTheSame) {
     EXPECT_TRUE(configuration.secureTokenURL().ends_with("/v1/token"));
 }
 
-TEST(ConfigurationTest, TheIdentityProviderIsTheBundles) {
+TEST(ConfigurationTest, TheIdentityProviderIsReadFromTheBundle) {
     FakeBundle bundle;
     bundle.setInfo("IDENTITY_TOOLKIT_URL", "https://identity.test.example/v1/");
     bundle.setInfo("SECURE_TOKEN_URL", "https://token.test.example/v1/token");

@@ -58,7 +58,7 @@ protected:
 
 } // namespace
 
-TEST_F(DeferredTest, AValueResumesWhatWaits) {
+TEST_F(DeferredTest, AValueResumesTheWaiter) {
     const auto waiting = reporting();
     result_.resolve(url);
     EXPECT_EQ(outcomes_, Outcomes{url});
@@ -103,7 +103,7 @@ TEST_F(DeferredTest, SettlingOnManyThreadsResumesOnce) {
     }
 }
 
-TEST_F(DeferredTest, WhatResumesMaySettleAgain) {
+TEST_F(DeferredTest, AResumedWaiterMaySettleAgain) {
     int resumed = 0;
     const auto waiting = report(result_, [this, &resumed](const std::string&) {
         ++resumed;
@@ -113,7 +113,7 @@ TEST_F(DeferredTest, WhatResumesMaySettleAgain) {
     EXPECT_EQ(resumed, 1);
 }
 
-TEST_F(DeferredTest, SeveralAwaitOneResult) {
+TEST_F(DeferredTest, SeveralWaitersGetOneResult) {
     const auto first = reporting();
     const auto second = reporting();
     EXPECT_FALSE(result_.isSettled());
@@ -123,7 +123,7 @@ TEST_F(DeferredTest, SeveralAwaitOneResult) {
     EXPECT_EQ(outcomes_, (Outcomes{url, url, url}));
 }
 
-TEST_F(DeferredTest, CancellingEndsOneWaitAtOnceAndNoOther) {
+TEST_F(DeferredTest, CancellingEndsOnlyItsOwnWait) {
     const auto cancelled = reporting(cancellation_.token());
     const auto waiting = reporting();
     cancellation_.cancel();
@@ -132,18 +132,18 @@ TEST_F(DeferredTest, CancellingEndsOneWaitAtOnceAndNoOther) {
     EXPECT_EQ(outcomes_, (Outcomes{tavrin::TaskCancelled().what(), url}));
 }
 
-TEST_F(DeferredTest, ACancelledTokenEndsTheWaitBeforeItBegins) {
+TEST_F(DeferredTest, ACancelledTokenPreventsTheWait) {
     cancellation_.cancel();
     EXPECT_THROW(runTask(result_.settled(cancellation_.token())), tavrin::TaskCancelled);
 }
 
-TEST_F(DeferredTest, AResultThatIsThereCountsInSpiteOfACancellation) {
+TEST_F(DeferredTest, AnExistingResultIsReturnedDespiteACancellation) {
     result_.resolve(url);
     cancellation_.cancel();
     EXPECT_NO_THROW(runTask(result_.settled(cancellation_.token())));
 }
 
-TEST_F(DeferredTest, WhatResumesFirstMayCancelTheNextWait) {
+TEST_F(DeferredTest, TheFirstResumedWaiterMayCancelTheNext) {
     const auto first = report(result_, [this](const std::string&) { cancellation_.cancel(); });
     const auto second = reporting(cancellation_.token());
     result_.resolve(url);

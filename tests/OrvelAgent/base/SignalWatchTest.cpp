@@ -27,7 +27,7 @@ INSTANTIATE_TEST_SUITE_P(
         return std::string(sigabbrev_np(number.param));
     });
 
-TEST_P(SignalWatchTest, ASignalIsACallFromTheEventLoop) {
+TEST_P(SignalWatchTest, ASignalCausesACallFromTheEventLoop) {
     int calls = 0;
     const SignalWatch watch([&calls] { ++calls; });
     EXPECT_EQ(watch.received(), std::nullopt);
@@ -38,7 +38,7 @@ TEST_P(SignalWatchTest, ASignalIsACallFromTheEventLoop) {
     EXPECT_EQ(watch.received(), GetParam());
 }
 
-TEST_P(SignalWatchTest, FurtherOnesAtTheSameTimeAndLaterChangeNothing) {
+TEST_P(SignalWatchTest, FurtherSignalsAreIgnored) {
     int calls = 0;
     const SignalWatch watch([&calls] { ++calls; });
     raise(GetParam());
@@ -51,7 +51,7 @@ TEST_P(SignalWatchTest, FurtherOnesAtTheSameTimeAndLaterChangeNothing) {
     EXPECT_EQ(watch.received(), GetParam());
 }
 
-TEST_P(SignalWatchTest, OneThatWasIgnoredWhenTheProgramStartedIsIgnored) {
+TEST_P(SignalWatchTest, ASignalIgnoredAtTheStartStaysIgnored) {
     const auto former = std::signal(GetParam(), SIG_IGN);
     int calls = 0;
     {
@@ -63,7 +63,7 @@ TEST_P(SignalWatchTest, OneThatWasIgnoredWhenTheProgramStartedIsIgnored) {
     std::signal(GetParam(), former);
 }
 
-TEST_P(SignalWatchTest, AProgramThatHangsIsEndedByTheNextOneAfterAWhile) {
+TEST_P(SignalWatchTest, AFurtherSignalAfterTheTimeoutEndsAHangingProgram) {
     EXPECT_EXIT(
         {
             const SignalWatch watch([] {}, 0s);

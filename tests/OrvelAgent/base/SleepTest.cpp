@@ -38,7 +38,7 @@ TEST(SleepTest, ACancelledTokenStartsNoTimer) {
     EXPECT_FALSE(clock.untilNextTimer());
 }
 
-TEST(SleepTest, CancellingAfterwardsChangesNothing) {
+TEST(SleepTest, CancellingAfterTheEndDoesNothing) {
     ManualClock clock;
     tavrin::CancellationSource source;
     auto sleep = sleepFor(&clock, tavrin::Seconds(1), source.token());

@@ -39,14 +39,14 @@ QCoro::Task<> destroyAfterAJob(std::unique_ptr<Worker>* worker) {
 
 } // namespace
 
-TEST(WorkerTest, RunsElsewhereAndResumesOnTheMainThread) {
+TEST(WorkerTest, RunsOnTheWorkerThreadAndResumesOnTheMainThread) {
     Worker worker;
     EXPECT_NE(
         runTask(worker.run([] { return std::this_thread::get_id(); })), std::this_thread::get_id());
     EXPECT_EQ(runTask(threadAfterwards(&worker)), std::this_thread::get_id());
 }
 
-TEST(WorkerTest, PassesTheErrorOn) {
+TEST(WorkerTest, RethrowsTheException) {
     Worker worker;
     const auto fail = []() -> int {
         throw std::runtime_error("no disk");
@@ -59,7 +59,7 @@ TEST(WorkerTest, PassesTheErrorOn) {
     }
 }
 
-TEST(WorkerTest, GivesUpWhatTheJobOwnedBeforeTheResultArrives) {
+TEST(WorkerTest, DestroysTheJobBeforeTheResultArrives) {
     Worker worker;
     auto owned = std::make_shared<int>(1);
     const std::weak_ptr<int> watched = owned;
@@ -76,7 +76,7 @@ TEST(WorkerTest, RunsJobsInOrder) {
     EXPECT_EQ(runTask(std::move(third)), "123");
 }
 
-TEST(WorkerTest, StoppingCarriesOutEveryJobInOrderAndSettlesEachOnce) {
+TEST(WorkerTest, StoppingRunsEveryJobInOrderAndSettlesEachOnce) {
     constexpr int jobs = 200;
     Worker worker;
     const auto order = std::make_shared<std::vector<int>>();
@@ -95,12 +95,12 @@ TEST(WorkerTest, StoppingCarriesOutEveryJobInOrderAndSettlesEachOnce) {
     EXPECT_EQ(settled, jobs);
 }
 
-TEST(WorkerTest, StoppingSettlesAJobWhoseResultIsOnItsWay) {
+TEST(WorkerTest, StoppingSettlesAnExecutedJob) {
     Worker worker;
     std::promise<void> second;
     int settled = 0;
     const auto counting = countJobs(&worker, 1, &settled);
-    // When it has begun with the second job, the first is executed, but nobody has looked.
+    // When the second job starts, the first one is executed but not yet settled.
     const auto next = worker.run([&second] { second.set_value(); });
     second.get_future().wait();
     EXPECT_EQ(settled, 0);
@@ -110,7 +110,7 @@ TEST(WorkerTest, StoppingSettlesAJobWhoseResultIsOnItsWay) {
     EXPECT_EQ(settled, 1);
 }
 
-TEST(WorkerTest, WhoGoesOnWhileItStopsGetsTheNextJobsDone) {
+TEST(WorkerTest, JobsAddedWhileStoppingAreRun) {
     Worker worker;
     int settled = 0;
     const auto counting = countJobs(&worker, 3, &settled);
@@ -118,7 +118,7 @@ TEST(WorkerTest, WhoGoesOnWhileItStopsGetsTheNextJobsDone) {
     EXPECT_EQ(settled, 3);
 }
 
-TEST(WorkerTest, StoppingPassesErrorsOn) {
+TEST(WorkerTest, StoppingRethrowsExceptions) {
     Worker worker;
     const auto fail = []() -> int {
         throw std::runtime_error("no disk");
@@ -128,7 +128,7 @@ TEST(WorkerTest, StoppingPassesErrorsOn) {
     EXPECT_THROW(runTask(std::move(failing)), std::runtime_error);
 }
 
-TEST(WorkerTest, OnceStoppedItWorksAtOnceOnTheMainThread) {
+TEST(WorkerTest, AfterStoppingItRunsJobsOnTheMainThread) {
     Worker worker;
     worker.stop();
     int settled = 0;
@@ -139,7 +139,7 @@ TEST(WorkerTest, OnceStoppedItWorksAtOnceOnTheMainThread) {
     worker.stop();
 }
 
-TEST(WorkerTest, ItsDestructionLeavesNobodyWaiting) {
+TEST(WorkerTest, DestroyingItSettlesEveryJob) {
     int settled = 0;
     auto worker = std::make_unique<Worker>();
     const auto counting = countJobs(worker.get(), 1, &settled);
@@ -147,7 +147,7 @@ TEST(WorkerTest, ItsDestructionLeavesNobodyWaiting) {
     EXPECT_EQ(settled, 1);
 }
 
-TEST(WorkerTest, ItMayBeDestroyedByThoseWhomItServes) {
+TEST(WorkerTest, AWaiterMayDestroyIt) {
     auto worker = std::make_unique<Worker>();
     runTask(destroyAfterAJob(&worker));
     EXPECT_FALSE(worker);

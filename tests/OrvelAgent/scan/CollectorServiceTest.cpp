@@ -85,7 +85,7 @@ protected:
         return summary;
     }
 
-    /// The service of this test: keeps what it gets.
+    /// Accepts and stores uploads.
     FakeURLSession::Answer accept(const URLRequest& request) {
         const boost::json::value payload = boost::json::parse(request.body.value());
         const boost::json::array& records = payload.at("records").as_array();
@@ -105,7 +105,7 @@ protected:
         return response;
     }
 
-    /// Nothing in a test waits for real: whenever the service waits, time jumps.
+    /// Advances the clock whenever the service waits.
     void passTime() {
         if (const auto wait = clock_.untilNextTimer()) {
             waits_.push_back(wait->count());
@@ -117,7 +117,7 @@ protected:
         }
     }
 
-    /// Not failed.
+    /// Stopped scans have no error.
     void expectStopped(const std::optional<ScanSummary>& summary) {
         EXPECT_EQ(summary.value().error, std::nullopt);
         EXPECT_EQ(service_.lastError(), std::nullopt);
@@ -199,7 +199,7 @@ TEST_F(CollectorServiceTest, AFreshScanWalksBackThroughHistoryAndThenForward) {
     EXPECT_EQ(store_.watermark(), 1200);
 }
 
-TEST_F(CollectorServiceTest, ItPausesTenSecondsBetweenBatchesOfHistoryThatWereSent) {
+TEST_F(CollectorServiceTest, ItPausesTenSecondsAfterEachSentBatchOfHistory) {
     addMessages(1200);
     scan();
     EXPECT_EQ(waits_, (std::vector<double>{10, 10}));
@@ -229,7 +229,7 @@ TEST_F(CollectorServiceTest, NewMessagesAreSentForwardWithoutAPause) {
     EXPECT_EQ(lastPayload_.at("watermark").as_int64(), 1110);
 }
 
-TEST_F(CollectorServiceTest, WithNothingNewNothingIsSentAndNothingMoves) {
+TEST_F(CollectorServiceTest, WithoutNewMessagesNothingIsSentAndProgressIsUnchanged) {
     addMessages(10);
     scan();
     const auto requests = session_.requests().size();
@@ -242,7 +242,7 @@ TEST_F(CollectorServiceTest, WithNothingNewNothingIsSentAndNothingMoves) {
     EXPECT_EQ(session_.requests().size(), requests);
 }
 
-TEST_F(CollectorServiceTest, AnEmptyDatabaseIsAGoodScan) {
+TEST_F(CollectorServiceTest, AScanOfAnEmptyDatabaseSucceeds) {
     const auto summary = scan();
     EXPECT_FALSE(summary->error);
     EXPECT_EQ(summary->scanned, 0);
@@ -289,7 +289,7 @@ TEST_F(CollectorServiceTest, RecordsCarryTheNamesOfTheIndex) {
         record.at("participantEmails").at("+14155550134").at(0).as_string(), "known@example.com");
 }
 
-TEST_F(CollectorServiceTest, ATransientFailureIsFollowedByTheSameBatchAgain) {
+TEST_F(CollectorServiceTest, TheSameBatchIsSentAgainAfterATransientFailure) {
     addMessages(2);
     session_.enqueue(429, "");
     session_.enqueue(503, R"({"ok":false,"error":"busy"})");
@@ -308,7 +308,7 @@ TEST_F(CollectorServiceTest, ATransientFailureIsFollowedByTheSameBatchAgain) {
     EXPECT_TRUE(lines[2].ends_with("resending the same batch in 45.0s (retry 3)")) << lines[2];
 }
 
-TEST_F(CollectorServiceTest, FourFailuresEndTheScanAndMoveNothing) {
+TEST_F(CollectorServiceTest, FourFailuresEndTheScanAndSaveNoProgress) {
     addMessages(600);
     session_.enqueue(200, R"({"ok":true,"data":{"acceptedWatermark":600,"accepted":500}})");
     for (int i = 0; i < 4; ++i) {
@@ -332,7 +332,7 @@ TEST_F(CollectorServiceTest, FourFailuresEndTheScanAndMoveNothing) {
     EXPECT_FALSE(service_.lastError());
 }
 
-TEST_F(CollectorServiceTest, AFailedFirstBatchLeavesTheStoreAsItWas) {
+TEST_F(CollectorServiceTest, AFailedFirstBatchSavesNoProgress) {
     addMessages(3);
     session_.enqueue(400, R"({"ok":false,"error":"bad"})");
     scan();
@@ -341,7 +341,7 @@ TEST_F(CollectorServiceTest, AFailedFirstBatchLeavesTheStoreAsItWas) {
     EXPECT_FALSE(store_.isBackfillDone());
 }
 
-TEST_F(CollectorServiceTest, ARefusalIsNotRepeated) {
+TEST_F(CollectorServiceTest, ARefusalIsNotRetried) {
     addMessages(3);
     for (const int status : {400, 401, 408, 413}) {
         session_.enqueue(status, "");
@@ -352,7 +352,7 @@ TEST_F(CollectorServiceTest, ARefusalIsNotRepeated) {
     EXPECT_TRUE(waits_.empty());
 }
 
-TEST_F(CollectorServiceTest, AnUntrustedCertificateIsNotRepeated) {
+TEST_F(CollectorServiceTest, AnUntrustedCertificateIsNotRetried) {
     addMessages(3);
     session_.enqueue(tavrin::URLErrorCode::ServerCertificateUntrusted);
     EXPECT_TRUE(scan()->error);
@@ -418,7 +418,7 @@ TEST_F(CollectorServiceTest, CancellingDuringTheCopyEndsTheScan) {
     EXPECT_TRUE(session_.requests().empty());
 }
 
-TEST_F(CollectorServiceTest, CancellingDuringAnUploadEndsItAtOnceAndMovesNothing) {
+TEST_F(CollectorServiceTest, CancellingDuringAnUploadEndsItAtOnceAndSavesNoProgress) {
     addMessages(3);
     session_.setHandler([this](const URLRequest&) -> FakeURLSession::Answer {
         QMetaObject::invokeMethod(
@@ -431,7 +431,7 @@ TEST_F(CollectorServiceTest, CancellingDuringAnUploadEndsItAtOnceAndMovesNothing
     EXPECT_EQ(store_.backfillCursor(), cursorAtStart);
 }
 
-TEST_F(CollectorServiceTest, CancellingBetweenAttemptsEndsThem) {
+TEST_F(CollectorServiceTest, CancellingBetweenAttemptsEndsTheScan) {
     addMessages(3);
     session_.enqueue(503, "");
     onWait_ = [&] {
@@ -455,7 +455,7 @@ TEST_F(CollectorServiceTest, ANewerMessageDuringTheWalkIsLeftToTheForwardPass) {
     EXPECT_EQ(store_.watermark(), 605);
 }
 
-TEST_F(CollectorServiceTest, AResumedWalkDoesNotTouchTheWatermark) {
+TEST_F(CollectorServiceTest, AResumedWalkDoesNotChangeTheWatermark) {
     addMessages(1000);
     store_.setWatermark(1000);
     store_.setBackfillCursor(501);
@@ -478,7 +478,7 @@ TEST_F(CollectorServiceTest, ResettingWalksBackFromTheNewestMessageAgain) {
     EXPECT_EQ(store_.messagesLast24h(), 3);
 }
 
-TEST_F(CollectorServiceTest, ResettingEndsAScanThatRunsBeforeItMovesAnythingOn) {
+TEST_F(CollectorServiceTest, ResettingEndsARunningScanBeforeItSavesProgress) {
     addMessages(1200);
     for (const bool isBackfillDone : {false, true}) {
         store_.setBackfillDone(isBackfillDone);
@@ -499,7 +499,7 @@ TEST_F(CollectorServiceTest, ResettingEndsAScanThatRunsBeforeItMovesAnythingOn) 
     EXPECT_EQ(received_.front(), "message-1200");
 }
 
-TEST_F(CollectorServiceTest, AResetThatFailsDisturbsNoScanThatRuns) {
+TEST_F(CollectorServiceTest, AFailedResetDoesNotEndARunningScan) {
     addMessages(1200);
     bool hasFailed = false;
     onBatch_ = [&] {
@@ -562,7 +562,7 @@ TEST_F(CollectorServiceTest, ProgressThatCannotBeSavedEndsTheScan) {
     EXPECT_EQ(store_.backfillCursor(), cursorAtStart);
 }
 
-TEST_F(CollectorServiceTest, TheCopyIsGoneWhenTheScanIsOver) {
+TEST_F(CollectorServiceTest, TheCopyIsRemovedAfterTheScan) {
     addMessages(3);
     bool existed = false;
     onBatch_ = [&] {
@@ -595,7 +595,7 @@ TEST_F(CollectorServiceTest, ItLogsTheBeginningEachBatchAndTheEnd) {
     EXPECT_EQ(logLines(LogLevel::Info), expected);
 }
 
-TEST_F(CollectorServiceTest, NoLogLineHoldsTextOrAHandle) {
+TEST_F(CollectorServiceTest, NoLogLineContainsTextOrAHandle) {
     addMessages(3);
     session_.enqueue(503, "");
     scan();
@@ -659,7 +659,7 @@ TEST_F(CollectorServiceTest, NoticesAreLoggedAsErrors) {
     EXPECT_EQ(logLines(LogLevel::Error), expected);
 }
 
-TEST_F(CollectorServiceTest, ItTellsHowFarItHasCome) {
+TEST_F(CollectorServiceTest, ItReportsItsProgress) {
     addMessages(1000);
     std::vector<double> fractions;
     QObject::connect(&service_, &CollectorService::progressed, &service_, [&] {

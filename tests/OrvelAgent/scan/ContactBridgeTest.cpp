@@ -54,7 +54,7 @@ protected:
 
     IdentityIndex buildIndex() { return runTask(bridge_.buildIdentityIndex()); }
 
-    /// The name that the only card gets in the index.
+    /// The name of the only card in the index.
     std::optional<std::string> nameOf(ContactCard card) {
         addressBook_.cards = {withEmails(std::move(card), {"key@example.com"})};
         return buildIndex().at("key@example.com").name;
@@ -102,7 +102,7 @@ TEST_F(ContactBridgeTest, DerivesTheAvailabilityFromTheStatus) {
         availabilityOfStatus(AddressBook::AuthorizationStatus{7}), Availability::NotDetermined);
 }
 
-TEST_F(ContactBridgeTest, AsksWhenNothingIsDecidedAndReportsConsent) {
+TEST_F(ContactBridgeTest, AsksWithoutADecisionAndReportsConsent) {
     addressBook_.status = AddressBook::AuthorizationStatus::NotDetermined;
     EXPECT_TRUE(runTask(bridge_.requestAccess()));
     EXPECT_EQ(addressBook_.questions, 1);
@@ -114,7 +114,7 @@ TEST_F(ContactBridgeTest, AsksWhenNothingIsDecidedAndReportsConsent) {
                 LogLevel::Default, "contacts request returned true; status is now authorized")));
 }
 
-TEST_F(ContactBridgeTest, AsksWhenNothingIsDecidedAndReportsRefusal) {
+TEST_F(ContactBridgeTest, AsksWithoutADecisionAndReportsRefusal) {
     addressBook_.status = AddressBook::AuthorizationStatus::NotDetermined;
     addressBook_.userAllows = false;
     EXPECT_FALSE(runTask(bridge_.requestAccess()));
@@ -127,13 +127,13 @@ TEST_F(ContactBridgeTest, AsksWhenNothingIsDecidedAndReportsRefusal) {
                 "contacts request returned false; status is now notDetermined")));
 }
 
-TEST_F(ContactBridgeTest, AsksUnderAStatusThatIsNotKnown) {
+TEST_F(ContactBridgeTest, AsksForAnUnknownStatus) {
     addressBook_.status = AddressBook::AuthorizationStatus{7};
     EXPECT_TRUE(runTask(bridge_.requestAccess()));
     EXPECT_EQ(addressBook_.questions, 1);
 }
 
-TEST_F(ContactBridgeTest, NeverAsksAgainWhatIsDecided) {
+TEST_F(ContactBridgeTest, NeverAsksAfterADecision) {
     const auto requestUnder = [this](AddressBook::AuthorizationStatus status) {
         addressBook_.status = status;
         return runTask(bridge_.requestAccess());
@@ -152,7 +152,7 @@ TEST_F(ContactBridgeTest, NeverAsksAgainWhatIsDecided) {
             contactsLine(LogLevel::Info, "contacts access requested; status is denied")));
 }
 
-TEST_F(ContactBridgeTest, NoHintsLeaveTheAddressBookAlone) {
+TEST_F(ContactBridgeTest, WithoutHintsTheAddressBookIsNotRead) {
     addressBook_.cards = {withEmails({}, {"a@example.com"})};
     const auto expansion = expand({});
     EXPECT_THAT(expansion.hints, IsEmpty());
@@ -165,7 +165,7 @@ TEST_F(ContactBridgeTest, NoHintsLeaveTheAddressBookAlone) {
             LogLevel::Default, "address book not consulted; status authorized, 0 hints")));
 }
 
-TEST_F(ContactBridgeTest, WithoutAccessTheHintsStayAsTheyAre) {
+TEST_F(ContactBridgeTest, WithoutAccessTheHintsAreUnchanged) {
     addressBook_.status = AddressBook::AuthorizationStatus::Denied;
     addressBook_.cards = {withEmails({}, {"a@example.com", "b@example.com"})};
     const auto expansion = expand({"a@example.com", "4155550134"});
@@ -179,7 +179,7 @@ TEST_F(ContactBridgeTest, WithoutAccessTheHintsStayAsTheyAre) {
             contactsLine(LogLevel::Default, "address book not consulted; status denied, 2 hints")));
 }
 
-TEST_F(ContactBridgeTest, AKnownEmailBringsInTheOtherIdentifiersOfItsCard) {
+TEST_F(ContactBridgeTest, AKnownEmailAddsTheOtherIdentifiersOfItsCard) {
     addressBook_.cards = {
         withPhones(
             withEmails({}, {"a@example.com", "work@example.com"}),
@@ -198,7 +198,7 @@ TEST_F(ContactBridgeTest, AKnownEmailBringsInTheOtherIdentifiersOfItsCard) {
             "address book: 2 contacts scanned, 3 identifiers added to 1 from the graph")));
 }
 
-TEST_F(ContactBridgeTest, AKnownPhoneBringsInTheOtherIdentifiersOfItsCard) {
+TEST_F(ContactBridgeTest, AKnownPhoneAddsTheOtherIdentifiersOfItsCard) {
     addressBook_.cards = {
         withPhones(withEmails({}, {"a@example.com"}), {"+1 (415) 555-0134", "+1 415 555 0199"})};
     EXPECT_THAT(
@@ -206,7 +206,7 @@ TEST_F(ContactBridgeTest, AKnownPhoneBringsInTheOtherIdentifiersOfItsCard) {
         UnorderedElementsAre("4155550134", "a@example.com", "4155550199"));
 }
 
-TEST_F(ContactBridgeTest, ACardCountsByTheGivenHintsAndNotByWhatOtherCardsAdded) {
+TEST_F(ContactBridgeTest, ACardIsComparedWithTheGivenHintsOnly) {
     addressBook_.cards = {
         withEmails({}, {"a@example.com", "shared@example.com"}),
         withEmails({}, {"shared@example.com", "stranger@example.com"})};
@@ -215,7 +215,7 @@ TEST_F(ContactBridgeTest, ACardCountsByTheGivenHintsAndNotByWhatOtherCardsAdded)
         UnorderedElementsAre("a@example.com", "shared@example.com"));
 }
 
-TEST_F(ContactBridgeTest, IdentifiersThatReduceToNothingAreDropped) {
+TEST_F(ContactBridgeTest, IdentifiersWithoutAHintAreDropped) {
     addressBook_.cards = {
         withPhones(withEmails({}, {"a@example.com", " \n", ""}), {"55-0134", "front desk", ""})};
     const auto expansion = expand({"a@example.com"});
@@ -224,7 +224,7 @@ TEST_F(ContactBridgeTest, IdentifiersThatReduceToNothingAreDropped) {
     EXPECT_EQ(expansion.scanned, 1);
 }
 
-TEST_F(ContactBridgeTest, EmailsAreTrimmedAndLowerCasedBeforeTheyCount) {
+TEST_F(ContactBridgeTest, EmailsAreTrimmedAndLowerCased) {
     addressBook_.cards = {withEmails({}, {" \tJane.DOE@Example.COM\n", "ÄRGER@example.com"})};
     EXPECT_THAT(
         expand({"jane.doe@example.com"}).hints,
@@ -237,7 +237,7 @@ TEST_F(ContactBridgeTest, APhoneNumberStaysAPhoneNumberEvenWithAnAtSign) {
     EXPECT_EQ(expand({"4155550134@example.com"}).added, 0);
 }
 
-TEST_F(ContactBridgeTest, AReadingErrorLeavesTheHintsAsTheyAre) {
+TEST_F(ContactBridgeTest, AReadErrorLeavesTheHintsUnchanged) {
     addressBook_.readError = tavrin::PlatformError("test", 5, "The disk is gone.");
     const auto expansion = expand({"a@example.com"});
     EXPECT_THAT(expansion.hints, UnorderedElementsAre("a@example.com"));
@@ -295,7 +295,7 @@ TEST_F(ContactBridgeTest, JoinsTheNamesThatAreThere) {
     EXPECT_EQ(nameOf(person("", "Doe")), "Doe");
 }
 
-TEST_F(ContactBridgeTest, AnOrganizationGivesItsNameOnlyToANamelessCard) {
+TEST_F(ContactBridgeTest, AnOrganizationNamesOnlyACardWithoutAName) {
     ContactCard card = person("Jane", "");
     card.organizationName = "Example Ltd";
     EXPECT_EQ(nameOf(card), "Jane");
@@ -303,7 +303,7 @@ TEST_F(ContactBridgeTest, AnOrganizationGivesItsNameOnlyToANamelessCard) {
     EXPECT_EQ(nameOf(card), "Example Ltd");
 }
 
-TEST_F(ContactBridgeTest, ANamelessCardStillGivesItsEmails) {
+TEST_F(ContactBridgeTest, ACardWithoutANameStillHasItsEmails) {
     addressBook_.cards = {withPhones(withEmails({}, {"a@example.com"}), {"4155550134"})};
     EXPECT_EQ(buildIndex().at("4155550134"), (Identity{std::nullopt, {"a@example.com"}}));
 }
@@ -316,7 +316,7 @@ TEST_F(ContactBridgeTest, WithoutAccessTheIndexIsEmptyAndNothingIsRead) {
     EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
-TEST_F(ContactBridgeTest, AReadingErrorGivesAnEmptyIndex) {
+TEST_F(ContactBridgeTest, AReadErrorResultsInAnEmptyIndex) {
     addressBook_.cards = {withEmails({}, {"a@example.com"})};
     addressBook_.readError = tavrin::PlatformError("test", 5, "The disk is gone.");
     EXPECT_THAT(buildIndex(), IsEmpty());
@@ -326,7 +326,7 @@ TEST_F(ContactBridgeTest, AReadingErrorGivesAnEmptyIndex) {
             contactsLine(LogLevel::Error, "could not build identity index: The disk is gone.")));
 }
 
-TEST_F(ContactBridgeTest, FindsTheIdentityOfAHandleInAnyWriting) {
+TEST_F(ContactBridgeTest, FindsTheIdentityOfAHandleInAnyNotation) {
     const Identity jane{"Jane", {"jane@example.com"}};
     const IdentityIndex index{{"4155550134", jane}, {"jane@example.com", jane}};
     EXPECT_EQ(ContactBridge::identity("+1 (415) 555-0134", index), jane);
@@ -349,7 +349,7 @@ TEST_F(ContactBridgeTest, CancellingEndsEveryWaitForTheUserAndTheAddressBookAtOn
         cancellation.cancel();
         EXPECT_TRUE(task.isReady());
         EXPECT_THROW(runTask(std::move(task)), tavrin::TaskCancelled);
-        // And what is not even begun.
+        // A call with a cancelled token also throws at once.
         EXPECT_THROW(runTask(start(cancellation.token())), tavrin::TaskCancelled);
     };
     expectEnds([this](auto token) { return bridge_.expand({"a@example.com"}, token); });

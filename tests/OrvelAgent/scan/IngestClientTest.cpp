@@ -60,7 +60,7 @@ TEST_F(IngestClientTest, AnUploadCarriesSourceClientRecordsAndWatermarkInOrder) 
         R"("associatedMessageType":0,"bodyUnavailable":false}],"watermark":42})");
 }
 
-TEST_F(IngestClientTest, TheClientNamesTheBundlesVersion) {
+TEST_F(IngestClientTest, TheClientNameContainsTheBundlesVersion) {
     test::FakeBundle bundle;
     bundle.setInfo("CFBundleShortVersionString", "2.5");
     session_.enqueue(200, R"({"ok":true,"data":{"received":0}})");
@@ -68,7 +68,7 @@ TEST_F(IngestClientTest, TheClientNamesTheBundlesVersion) {
     EXPECT_EQ(session_.requests().at(0).body, R"({"client":"mac/2.5","lines":[]})");
 }
 
-TEST_F(IngestClientTest, AnAnswerMayLackTheOptionalCounts) {
+TEST_F(IngestClientTest, AReplyMayLackTheOptionalCounts) {
     session_.enqueue(200, R"({"ok":true,"data":{"acceptedWatermark":42,"accepted":1}})");
     const IngestClient::Ack ack = runTask(upload());
     EXPECT_EQ(ack.acceptedWatermark, 42);
@@ -79,7 +79,7 @@ TEST_F(IngestClientTest, AnAnswerMayLackTheOptionalCounts) {
     EXPECT_FALSE(ack.bodiesIgnored);
 }
 
-TEST_F(IngestClientTest, AnAnswersOptionalCountsAreRead) {
+TEST_F(IngestClientTest, TheOptionalCountsOfAReplyAreRead) {
     session_.enqueue(
         200,
         R"({"ok":true,"data":{"acceptedWatermark":9223372036854775807,"accepted":1,)"
@@ -92,7 +92,7 @@ TEST_F(IngestClientTest, AnAnswersOptionalCountsAreRead) {
     EXPECT_EQ(ack.bodiesIgnored, 5);
 }
 
-TEST_F(IngestClientTest, AnAnswerWithoutARequiredCountIsNoSuccess) {
+TEST_F(IngestClientTest, AReplyWithoutARequiredCountIsAnError) {
     session_.enqueue(200, R"({"ok":true,"data":{"acceptedWatermark":42}})");
     EXPECT_THROW(runTask(upload()), APIError);
     session_.enqueue(200, R"({"ok":true,"data":{"accepted":1}})");
@@ -108,7 +108,7 @@ TEST_F(IngestClientTest, RepeatedHintsCountOnce) {
         session_.requests().at(0).url, "https://api.test.example/api/v1/context/handle-digest");
 }
 
-TEST_F(IngestClientTest, AFailedDigestPassesItsErrorOn) {
+TEST_F(IngestClientTest, AFailedDigestThrowsItsError) {
     session_.enqueue(503, "");
     EXPECT_THROW(runTask(client().fetchKnownHandleHints()), APIError);
 }

@@ -100,7 +100,7 @@ protected:
 
 } // namespace
 
-TEST_F(ScanRunTest, ItSendsTheMessagesOfKnownHandlesAndGivesTheSummary) {
+TEST_F(ScanRunTest, ItSendsTheMessagesOfKnownHandlesAndReturnsTheSummary) {
     const auto summary = run(AddressBookUse::Read);
     ASSERT_TRUE(summary);
     EXPECT_EQ(summary->error, std::nullopt);
@@ -123,7 +123,7 @@ TEST_F(ScanRunTest, WithoutTheListOfKnownHandlesAScanOfThemThrowsAndReadsNothing
     EXPECT_THAT(collector_.history(), IsEmpty());
 }
 
-TEST_F(ScanRunTest, WithoutTheListOfKnownHandlesAScanOfAllThreadsGoesOn) {
+TEST_F(ScanRunTest, WithoutTheListOfKnownHandlesAScanOfAllThreadsContinues) {
     choices_.scope = ThreadScope::AllThreads;
     with_.service.setAnswer(FakeService::digestPath, 503, "Busy.");
     EXPECT_TRUE(run(AddressBookUse::None));
@@ -137,7 +137,7 @@ TEST_F(ScanRunTest, AChoiceMadeDuringThePreparationApplies) {
     EXPECT_EQ(runTask(std::move(running)).value().mode, CollectionMode::MetadataOnly);
 }
 
-TEST_F(ScanRunTest, WithoutUseOfTheAddressBookItIsNeitherReadNorMentioned) {
+TEST_F(ScanRunTest, AnUnusedAddressBookIsNeitherReadNorMentioned) {
     with_.addressBook.status = AddressBook::AuthorizationStatus::Denied;
     EXPECT_TRUE(run(AddressBookUse::None));
     EXPECT_THAT(with_.addressBook.enumerations, IsEmpty());
@@ -153,7 +153,7 @@ TEST_F(ScanRunTest, OnlyCardsThatAddNothingAreNoted) {
         errors(), ElementsAre(HasSubstr("address book gave no new identifiers (1 contacts)")));
 }
 
-TEST_F(ScanRunTest, ItAsksForTheAddressBookOnlyWhenToldTo) {
+TEST_F(ScanRunTest, ItAsksForAccessOnlyWithAskAndRead) {
     with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
     run(AddressBookUse::Read);
     EXPECT_EQ(with_.addressBook.questions, 0);
@@ -165,7 +165,7 @@ TEST_F(ScanRunTest, ItAsksForTheAddressBookOnlyWhenToldTo) {
     EXPECT_EQ(with_.addressBook.questions, 1);
 }
 
-TEST_F(ScanRunTest, CancelledAtTheAddressBookItEndsAtOnceAndTellsWhere) {
+TEST_F(ScanRunTest, CancellingAtTheAddressBookEndsItAtOnceAndIsReported) {
     with_.addressBook.hold();
     auto running = scanRun_.run(AddressBookUse::Read, std::nullopt, cancellation_.token());
     ASSERT_TRUE(waitUntil([this] { return !with_.addressBook.enumerations.empty(); }));

@@ -20,13 +20,13 @@ TEST(WatermarkStoreTest, WithNothingStoredTheWalkBeginsAtTheNewestMessage) {
     EXPECT_FALSE(store.messagesLast24hAt());
 }
 
-TEST(WatermarkStoreTest, ACursorThatIsNoIntegerReadsAsTheStart) {
+TEST(WatermarkStoreTest, ACursorThatIsNotAnIntegerReadsAsTheStart) {
     InMemoryUserDefaults defaults;
     defaults.setString("messages.backfill.cursor", "12");
     EXPECT_EQ(WatermarkStore(defaults).backfillCursor(), 9223372036854775807);
 }
 
-TEST(WatermarkStoreTest, ValuesLieUnderTheirKeys) {
+TEST(WatermarkStoreTest, ValuesAreStoredUnderTheirKeys) {
     InMemoryUserDefaults defaults;
     WatermarkStore store(defaults);
     const tavrin::Date now{tavrin::Seconds(1'710'003'942)};
@@ -46,7 +46,7 @@ TEST(WatermarkStoreTest, ValuesLieUnderTheirKeys) {
     EXPECT_EQ(store.messagesLast24hAt(), now);
 }
 
-TEST(WatermarkStoreTest, AResetForgetsProgressAndKeepsTheDaysCount) {
+TEST(WatermarkStoreTest, AResetDeletesProgressAndKeepsTheDailyCount) {
     InMemoryUserDefaults defaults;
     WatermarkStore store(defaults);
     const tavrin::Date now{tavrin::Seconds(1'710'003'942)};
@@ -62,7 +62,7 @@ TEST(WatermarkStoreTest, AResetForgetsProgressAndKeepsTheDaysCount) {
     EXPECT_EQ(store.messagesLast24hAt(), now);
 }
 
-TEST(WatermarkStoreTest, AWriteThatFailsIsNotClaimed) {
+TEST(WatermarkStoreTest, AFailedWriteLeavesTheOldValue) {
     InMemoryUserDefaults defaults;
     WatermarkStore store(defaults);
     store.setWatermark(12);
