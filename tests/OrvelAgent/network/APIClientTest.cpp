@@ -85,7 +85,7 @@ protected:
 
 } // namespace
 
-TEST_F(APIClientTest, ASuccessGivesItsPayload) {
+TEST_F(APIClientTest, ASuccessReturnsItsPayload) {
     session_.enqueue(200, R"({"ok":true,"data":{"hints":["a","b"]}})");
     EXPECT_EQ(runTask(send()).hints, (std::vector<std::string>{"a", "b"}));
 }
@@ -129,13 +129,13 @@ TEST_F(APIClientTest, ASuccessWithoutDataIsAnError) {
     EXPECT_STREQ(error.what(), "Response had no data.");
 }
 
-TEST_F(APIClientTest, AReplyThatIsNotOKGivesTheServicesWords) {
+TEST_F(APIClientTest, AReplyThatIsNotOKHasTheServicesErrorText) {
     const APIError error = errorOf(200, R"({"ok":false,"error":"nope"})");
     EXPECT_EQ(error.status(), 200);
     EXPECT_STREQ(error.what(), "nope");
 }
 
-TEST_F(APIClientTest, AnEnvelopeWithoutErrorTextGivesTheBytes) {
+TEST_F(APIClientTest, AnEnvelopeWithoutErrorTextShowsTheBytes) {
     EXPECT_EQ(errorOf(409, R"({"ok":false})").body(), R"({"ok":false})");
 }
 
@@ -146,7 +146,7 @@ TEST_F(APIClientTest, APageInsteadOfAnEnvelopeIsCutToFiveHundredCharacters) {
     EXPECT_EQ(error.body(), page.substr(0, 500));
 }
 
-TEST_F(APIClientTest, CharactersAreCountedAsAReaderCountsThem) {
+TEST_F(APIClientTest, GraphemeClustersAreCounted) {
     std::string family;
     std::string expected;
     for (int i = 0; i < 501; ++i) {
@@ -159,13 +159,13 @@ TEST_F(APIClientTest, CharactersAreCountedAsAReaderCountsThem) {
     EXPECT_EQ(errorOf(502, family).body(), expected);
 }
 
-TEST_F(APIClientTest, AReplyThatIsNoTextHasAnEmptyBody) {
+TEST_F(APIClientTest, AReplyThatIsNotTextHasAnEmptyBody) {
     const APIError error = errorOf(502, "\xff\xfe");
     EXPECT_EQ(error.body(), "");
     EXPECT_STREQ(error.what(), "HTTP 502");
 }
 
-TEST_F(APIClientTest, DataOfTheWrongShapeIsTheRawReply) {
+TEST_F(APIClientTest, DataOfTheWrongTypeShowsTheRawReply) {
     const std::string reply = R"({"ok":true,"data":{"hints":7}})";
     const APIError error = errorOf(200, reply);
     EXPECT_EQ(error.status(), 200);
@@ -196,7 +196,7 @@ TEST_F(APIClientTest, OtherRefusalsDoNotRunTheHandler) {
     EXPECT_EQ(expirations_, 0);
 }
 
-TEST_F(APIClientTest, AFailureOfTheTransportPassesUnchanged) {
+TEST_F(APIClientTest, ATransportErrorIsRethrownUnchanged) {
     session_.enqueue(tavrin::URLErrorCode::NotConnectedToInternet);
     try {
         runTask(send());
@@ -236,7 +236,7 @@ TEST_F(APIClientTest, ARequestCancelledBeforeItStartsIsNotSent) {
     EXPECT_TRUE(session_.requests().empty());
 }
 
-TEST_F(APIClientTest, TheClientMayGoWhileItsRequestIsInFlight) {
+TEST_F(APIClientTest, ItMayBeDestroyedWhileItsRequestIsInFlight) {
     session_.enqueue(200, R"({"ok":true,"data":{"hints":["a"]}})");
     auto task = [this] {
         const APIClient shortLived = client();

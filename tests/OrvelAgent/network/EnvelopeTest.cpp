@@ -40,14 +40,14 @@ TEST(EnvelopeTest, AbsentAndNullMembersAreTheSame) {
     }
 }
 
-TEST(EnvelopeTest, WithoutOKItIsNone) {
+TEST(EnvelopeTest, WithoutOKThereIsNoEnvelope) {
     EXPECT_FALSE(decoded(R"({"data":{"hints":[]}})"));
     EXPECT_FALSE(decoded(R"({"ok":"true"})"));
     EXPECT_FALSE(decoded(R"({"ok":1})"));
     EXPECT_FALSE(decoded(R"({"OK":true})"));
 }
 
-TEST(EnvelopeTest, AMemberOfTheWrongShapeSpoilsItWhole) {
+TEST(EnvelopeTest, AMemberOfTheWrongTypeIsRefused) {
     EXPECT_FALSE(decoded(R"({"ok":true,"data":{"hints":"a"}})"));
     EXPECT_FALSE(decoded(R"({"ok":true,"data":{}})"));
     EXPECT_FALSE(decoded(R"({"ok":true,"data":[]})"));
@@ -55,7 +55,7 @@ TEST(EnvelopeTest, AMemberOfTheWrongShapeSpoilsItWhole) {
     EXPECT_FALSE(decoded(R"({"ok":false,"code":{}})"));
 }
 
-TEST(EnvelopeTest, WhatIsNoJSONIsNone) {
+TEST(EnvelopeTest, TextThatIsNotJSONIsRefused) {
     EXPECT_FALSE(decoded(""));
     EXPECT_FALSE(decoded("<html>502</html>"));
     EXPECT_FALSE(decoded(R"({"ok":true)"));

@@ -20,7 +20,7 @@ std::string encoded(std::string value) {
 
 } // namespace
 
-TEST(QueryItemsTest, WhatAQueryMayHoldStaysAsItIs) {
+TEST(QueryItemsTest, ValidCharactersAreUnchanged) {
     const std::string letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
     EXPECT_EQ(encoded(letters), letters);
     EXPECT_EQ(encoded("0123456789-._~"), "0123456789-._~");
@@ -59,7 +59,7 @@ TEST(QueryItemsTest, ItemsKeepTheirOrderAndNamesAreEncodedToo) {
     EXPECT_EQ(percentEncodedQuery({}), "");
 }
 
-TEST(QueryItemsTest, WhatIsEncodedIsReadAgain) {
+TEST(QueryItemsTest, EncodedItemsAreDecoded) {
     std::string everything;
     for (char character = 1; character < 127; ++character) {
         everything += character;
@@ -74,7 +74,7 @@ TEST(QueryItemsTest, ItemsOfACallbackAreDecoded) {
         queryItems("orvelagent://callback?code=a%20b%2Fc%3Dd%26e&state=x#fragment"), expected);
 }
 
-TEST(QueryItemsTest, APlusIsAPlus) {
+TEST(QueryItemsTest, APlusIsNotASpace) {
     const Items expected = {{"code", "a+b+c"}};
     EXPECT_EQ(queryItems("orvelagent://callback?code=a+b%2Bc"), expected);
 }
@@ -90,7 +90,7 @@ TEST(QueryItemsTest, AURLWithoutAQueryHasNoItems) {
     EXPECT_EQ(queryItems("orvelagent:"), Items());
 }
 
-TEST(QueryItemsTest, WhatIsNoURLHasNoItemsAtAll) {
+TEST(QueryItemsTest, AnInvalidURLHasNoResult) {
     for (const char* text :
          {"",
           "not a url?code=abc",
@@ -111,7 +111,7 @@ TEST(QueryItemsTest, IllFormedTextIsRepaired) {
     EXPECT_EQ(queryItems("orvelagent://callback?code=a%FF&x=y"), expected);
 }
 
-TEST(QueryItemsTest, ALongQueryIsReadWhole) {
+TEST(QueryItemsTest, ALongQueryIsReadCompletely) {
     const std::string code(1 << 20, 'c');
     const Items expected = {{"code", code}};
     EXPECT_EQ(queryItems("orvelagent://callback?code=" + code), expected);

@@ -19,7 +19,7 @@ namespace {
 
 const std::string token = "a-token-that-is-too-long-to-be-kept-inside-a-value";
 
-/// Memory that can be looked at after it was given back.
+/// Memory that can be read after it was freed.
 struct Ground {
     std::array<unsigned char, 65536> bytes{};
     boost::json::static_resource resource{bytes.data(), bytes.size()};
@@ -43,7 +43,7 @@ void tag_invoke(
 
 } // namespace
 
-TEST(SecretJSONTest, ATreeLeavesNothingBehind) {
+TEST(SecretJSONTest, ADestroyedTreeIsWiped) {
     Ground ground;
     {
         WipingMemory memory(&ground.resource);
@@ -56,7 +56,7 @@ TEST(SecretJSONTest, ATreeLeavesNothingBehind) {
     EXPECT_FALSE(ground.holds("too-long"));
 }
 
-TEST(SecretJSONTest, OrdinaryMemoryWouldKeepIt) {
+TEST(SecretJSONTest, OrdinaryMemoryIsNotWiped) {
     Ground ground;
     {
         boost::json::value json(boost::json::object_kind, &ground.resource);
@@ -65,7 +65,7 @@ TEST(SecretJSONTest, OrdinaryMemoryWouldKeepIt) {
     EXPECT_TRUE(ground.holds(token));
 }
 
-TEST(SecretJSONTest, WhatIsParsedIsInSuchMemory) {
+TEST(SecretJSONTest, AParsedTreeIsInWipingMemory) {
     const boost::json::value json = parseSecretJSON(R"({"token":"a\/b","list":[{"x":1.5}]})");
     EXPECT_NE(dynamic_cast<WipingMemory*>(json.storage().get()), nullptr);
     EXPECT_EQ(json, boost::json::parse(R"({"token":"a/b","list":[{"x":1.5}]})"));
@@ -73,7 +73,7 @@ TEST(SecretJSONTest, WhatIsParsedIsInSuchMemory) {
     EXPECT_EQ(inner.storage().get(), json.storage().get());
 }
 
-TEST(SecretJSONTest, WhatIsNoJSONIsNotQuoted) {
+TEST(SecretJSONTest, TheErrorDoesNotQuoteInvalidJSON) {
     for (const std::string& text :
          {token,
           "{\"token\":\"" + token,
@@ -93,7 +93,7 @@ TEST(SecretJSONTest, WhatIsNoJSONIsNotQuoted) {
     }
 }
 
-TEST(SecretJSONTest, TreesOfAnySizeBecomeText) {
+TEST(SecretJSONTest, TreesOfAnySizeAreSerialized) {
     for (const std::size_t size : {0U, 500U, 510U, 511U, 512U, 5000U}) {
         const boost::json::value json = {{"token", std::string(size, 'x')}, {"yes", true}};
         EXPECT_EQ(
@@ -102,7 +102,7 @@ TEST(SecretJSONTest, TreesOfAnySizeBecomeText) {
     }
 }
 
-TEST(SecretJSONTest, ABodyWithSecretsIsEncodedInSuchMemory) {
+TEST(SecretJSONTest, ABodyWithSecretsIsEncodedInWipingMemory) {
     bool isBuiltInWipingMemory = false;
     EXPECT_EQ(
         JSONEncoder().encode(Confidential{&isBuiltInWipingMemory}),
