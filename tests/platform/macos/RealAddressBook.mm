@@ -12,7 +12,7 @@ namespace orvel::test {
 
 namespace {
 
-/// What the store of the test knows. A class method asks too, so there is one at a time.
+/// The state of the test's store. A global, because a class method also reads it.
 struct Contacts {
     std::atomic<CNAuthorizationStatus> status = CNAuthorizationStatusNotDetermined;
     std::atomic<bool> userAllows = true;
@@ -22,7 +22,7 @@ struct Contacts {
 
 Contacts* contacts = nullptr;
 
-/// With the values of these keys alone, as the framework gives it.
+/// Has only the values of these keys, like a contact from the framework.
 CNContact* fetched(CNContact* whole, NSArray<id<CNKeyDescriptor>>* keys) {
     CNMutableContact* const contact = [[CNMutableContact alloc] init];
     if ([keys containsObject:CNContactGivenNameKey]) {
@@ -69,7 +69,7 @@ CNContact* contactOf(const ContactCard& card) {
 
 } // namespace orvel::test
 
-/// Stands in for the user's contacts, which a test must not touch, and for the system's question.
+/// Replaces the user's contacts and the system's question.
 @interface OrvelTestContactStore : CNContactStore
 @end
 

@@ -12,7 +12,7 @@ namespace orvel::test {
 
 namespace {
 
-/// Every descriptor is taken while a timer starts.
+/// Starts timers while all descriptors are in use.
 class StarvedClock final : public Clock {
 public:
     [[nodiscard]] tavrin::Date now() const override { return clock_.now(); }

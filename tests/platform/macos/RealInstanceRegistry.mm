@@ -10,7 +10,7 @@ namespace orvel::test {
 
 namespace {
 
-/// Runs on every Mac that has a user.
+/// An application that runs on every Mac with a logged-in user.
 constexpr auto finder = "com.apple.finder";
 
 class AppKitSubject final : public InstanceRegistrySubject {
@@ -25,7 +25,7 @@ public:
     void destroyRegistry() override { registry_.reset(); }
 
     std::string startFirstCopy() override {
-        // Hears what its copies would.
+        // Receives the notifications for copies of that application.
         observer_ = [[NSDistributedNotificationCenter defaultCenter]
             addObserverForName:nsString(std::string(finder) + ".activation")
                         object:nil
@@ -37,7 +37,7 @@ public:
     }
 
     void startSecondCopy() override {
-        // Another process would find this one in the same way, had this one a bundle.
+        // A second process would find this one in the same way, but this one has no bundle.
         AppKitInstanceRegistry second;
         static_cast<void>(second.runningCopy(testIdentifier));
         second.activateCopy({getpid()});

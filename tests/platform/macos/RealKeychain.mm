@@ -16,8 +16,8 @@ namespace orvel::test {
 
 namespace {
 
-/// The user's own home while it lives: the system finds the keychain below it, and the tests have
-/// none.
+/// Sets HOME to the user's real home directory during its lifetime. The system looks for the
+/// keychain there, and the tests use another one.
 class RealHome final {
 public:
     RealHome() { setenv("HOME", getpwuid(getuid())->pw_dir, 1); }
@@ -29,7 +29,7 @@ private:
     std::string former_ = getenv("HOME");
 };
 
-/// The items are in the keychain of the user who runs the tests, under a service of their own.
+/// The items are in the user's keychain, under a service used only by the tests.
 class SecuritySubject final : public KeychainSubject {
 public:
     SecuritySubject() { removeItem(); }

@@ -5,8 +5,7 @@
 
 #import <ServiceManagement/ServiceManagement.h>
 
-/// The system's service of an application that nobody has heard of, with the errors that the
-/// documentation tells of.
+/// Behaves like the system's service of an unregistered application, with the documented errors.
 @interface OrvelTestAppService : NSObject
 @property(readonly) SMAppServiceStatus status;
 @end

@@ -5,7 +5,7 @@
 
 #import <AppKit/AppKit.h>
 
-/// What the preference asks of the user's workspace.
+/// Implements the methods of the workspace that the preference uses.
 @interface OrvelTestAccessibility : NSObject
 @property(nonatomic, readonly) NSNotificationCenter* notificationCenter;
 @property(nonatomic) BOOL accessibilityDisplayShouldReduceMotion;
@@ -40,7 +40,7 @@ public:
 
 private:
     OrvelTestAccessibility* desktop_ = [[OrvelTestAccessibility alloc] init];
-    // It answers to all that the preference asks of it.
+    // It implements all methods that the preference uses.
     std::unique_ptr<MotionPreference> preference_ = std::make_unique<AppKitMotionPreference>(
         static_cast<NSWorkspace*>(static_cast<id>(desktop_)));
 };

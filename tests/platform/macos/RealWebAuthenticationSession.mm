@@ -8,7 +8,7 @@
 
 #include <functional>
 
-/// Opens nothing, and ends like the system's when it is told to.
+/// Opens nothing. Ends like the system's session when the test says so.
 @interface OrvelTestSession : ASWebAuthenticationSession
 @property(nonatomic, copy) BOOL (^isStarted)(void);
 @property(nonatomic, copy) void (^end)(NSURL*, NSError*);
@@ -21,7 +21,7 @@
 }
 
 - (void)cancel {
-    // Not the end that counts.
+    // This result must be ignored.
     self.end(
         nil,
         [NSError errorWithDomain:ASWebAuthenticationSessionErrorDomain
@@ -44,7 +44,7 @@ public:
     void callBack(const std::string& url) override {
         void (^const end)(NSURL*, NSError*) = latest_.end;
         NSURL* const address = [NSURL URLWithString:nsString(url)];
-        // The system may be on any thread.
+        // The system may call on any thread.
         dispatch_async(dispatch_get_global_queue(QOS_CLASS_UTILITY, 0), ^{
           end(address, nil);
         });

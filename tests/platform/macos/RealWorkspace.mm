@@ -5,7 +5,7 @@
 
 #import <AppKit/AppKit.h>
 
-/// What the workspace asks of the user's, without any of its effects.
+/// Implements the methods of `NSWorkspace` that the workspace uses, without their effects.
 @interface OrvelTestWorkspace : NSObject
 @property(nonatomic) BOOL hasBrowser;
 @end
@@ -38,7 +38,7 @@ public:
 
 private:
     OrvelTestWorkspace* desktop_ = [[OrvelTestWorkspace alloc] init];
-    // It answers to all that the workspace asks of it.
+    // It implements all methods that the workspace uses.
     std::unique_ptr<Workspace> workspace_ =
         std::make_unique<AppKitWorkspace>(static_cast<NSWorkspace*>(static_cast<id>(desktop_)));
 };

@@ -13,13 +13,13 @@ namespace orvel::test {
 
 namespace {
 
-/// What a process finds while this one traces it, or does not.
-bool answerOfAChild(bool isTraced) {
+/// Whether a child process reports a debugger, with or without tracing by this one.
+bool childReportsDebugger(bool isTraced) {
     const pid_t child = fork();
     if (child == 0) {
         if (isTraced) {
             ptrace(PT_TRACE_ME, 0, nullptr, 0);
-            // The parent sees that the tracing has begun.
+            // Tell the parent that tracing has started.
             raise(SIGSTOP);
         }
         _exit(AppKitProcessControl().isDebuggerAttached() ? 1 : 0);
@@ -28,7 +28,7 @@ bool answerOfAChild(bool isTraced) {
     waitpid(child, &status, 0);
     if (isTraced) {
         EXPECT_TRUE(WIFSTOPPED(status));
-        // From where it stopped.
+        // Continue where it stopped.
         ptrace(PT_CONTINUE, child, reinterpret_cast<caddr_t>(1), 0);
         waitpid(child, &status, 0);
     }
@@ -38,9 +38,9 @@ bool answerOfAChild(bool isTraced) {
 
 } // namespace
 
-TEST(AppKitProcessControlTest, FindsOutWhetherTheProcessIsTraced) {
-    EXPECT_FALSE(answerOfAChild(false));
-    EXPECT_TRUE(answerOfAChild(true));
+TEST(AppKitProcessControlTest, ReportsWhetherTheProcessIsTraced) {
+    EXPECT_FALSE(childReportsDebugger(false));
+    EXPECT_TRUE(childReportsDebugger(true));
 }
 
 } // namespace orvel::test

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Any system's shell can run it.
+// Runs on every system, because the script needs only a POSIX shell.
 #include "platform/macos/desktop/RelaunchScript.h"
 
 #include "tests/support/TemporaryDirectory.h"
@@ -23,10 +23,10 @@ namespace orvel::test {
 
 namespace {
 
-/// Not all the characters that a shell knows, but one of each kind.
+/// One character of each kind that is special in a shell.
 constexpr auto bundle = "/Applications/A \"B\" $HOME `id` \\ 'C' ; *.app";
 
-/// The script with another `open`, and with a `sleep` that lasts until the test says so.
+/// Runs the script with a fake `open`, and with a `sleep` that ends when the test says so.
 class RelaunchScriptTest : public testing::Test {
 protected:
     RelaunchScriptTest() {
@@ -104,7 +104,7 @@ TEST_F(RelaunchScriptTest, OpensTheBundleASecondAfterTheEndOfTheProcess) {
 }
 
 TEST_F(RelaunchScriptTest, DoesNotWaitForEver) {
-    // This process does not end before.
+    // The process of the test itself, which does not end.
     start(QCoreApplication::applicationPid());
     int sleeps = 0;
     std::string line = nextLine();

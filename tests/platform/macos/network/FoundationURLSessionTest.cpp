@@ -25,7 +25,7 @@ using Connection = LocalServer::Connection;
 using tavrin::Seconds;
 using tavrin::URLErrorCode;
 
-/// The result of one request to a server that does that, with what arrived there.
+/// The result of one request to a server with that behaviour, and the requests it received.
 struct Outcome {
     URLResult result;
     std::size_t connections;
@@ -81,7 +81,7 @@ TEST(FoundationURLSessionTest, OneAttemptIsOneRequest) {
     }
 }
 
-TEST(FoundationURLSessionTest, DoesNotFollowRedirectsAndTellsWhereTheyLead) {
+TEST(FoundationURLSessionTest, DoesNotFollowRedirectsAndReportsTheirTarget) {
     LocalServer other(answerOK);
     for (const int status : {301, 302, 303, 307, 308}) {
         URLRequest request;
@@ -130,7 +130,7 @@ TEST(FoundationURLSessionTest, ALineBreakInAHeaderIsNeverSent) {
     EXPECT_EQ(outcome.connections, 0U);
 }
 
-TEST(FoundationURLSessionTest, RefusesAddressesThatAreNone) {
+TEST(FoundationURLSessionTest, RefusesInvalidAddresses) {
     const auto session = makeRealURLSession({});
     for (const char* url :
          {"https://",

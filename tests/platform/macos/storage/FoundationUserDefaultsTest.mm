@@ -17,7 +17,7 @@ namespace orvel::test {
 
 namespace {
 
-/// In a suite of its own, which is removed in the end.
+/// Uses its own suite, which is removed at the end.
 class FoundationUserDefaultsTest : public testing::Test {
 protected:
     ~FoundationUserDefaultsTest() override {
@@ -31,7 +31,7 @@ protected:
 
 } // namespace
 
-TEST_F(FoundationUserDefaultsTest, GivesBackEveryTypeAndNothingForAnother) {
+TEST_F(FoundationUserDefaultsTest, ReturnsEveryTypeAndNothingForAnother) {
     const tavrin::Date date(tavrin::Seconds(1'700'000'000.123));
     defaults_->setString("string", "a\xC3\xA9");
     defaults_->setInteger("integer", std::numeric_limits<std::int64_t>::max());

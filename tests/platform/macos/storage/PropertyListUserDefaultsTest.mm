@@ -15,7 +15,7 @@ namespace orvel::test {
 
 namespace {
 
-/// The code of the error with which the file cannot be read.
+/// The error code after the file could not be read.
 std::optional<int> failureOf(const std::filesystem::path& file) {
     try {
         const PropertyListUserDefaults defaults(file);
@@ -27,7 +27,7 @@ std::optional<int> failureOf(const std::filesystem::path& file) {
 
 } // namespace
 
-TEST(PropertyListUserDefaultsTest, WhatIsNoFileIsNeitherTakenForAnEmptyOneNorWaitedFor) {
+TEST(PropertyListUserDefaultsTest, ANonRegularFileIsAnErrorAndNeverBlocks) {
     const TemporaryDirectory folder;
     ASSERT_EQ(mkfifo((folder / "pipe").c_str(), S_IRUSR | S_IWUSR), 0);
     EXPECT_EQ(failureOf(folder.path()), EISDIR);

@@ -8,7 +8,7 @@
 
 namespace orvel {
 
-// In a process of its own: there is no way back for this one's other tests.
+// A death test, because the change cannot be undone for the other tests of this process.
 TEST(CoreDumpsDeathTest, TheProcessCannotBeDumped) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(

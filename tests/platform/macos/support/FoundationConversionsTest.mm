@@ -15,7 +15,7 @@ tavrin::URLError converted(NSErrorDomain domain, NSInteger code) {
 } // namespace
 
 TEST(FoundationConversionsTest, AnErrorOfURLLoadingKeepsItsCode) {
-    // The last two have no name with us.
+    // `URLErrorCode` has no names for the last two.
     for (const int code : {-1001, -1200, -1201, -1204, -1206}) {
         const tavrin::URLError error = converted(NSURLErrorDomain, code);
         EXPECT_EQ(static_cast<int>(error.code()), code);
@@ -23,7 +23,7 @@ TEST(FoundationConversionsTest, AnErrorOfURLLoadingKeepsItsCode) {
     }
 }
 
-TEST(FoundationConversionsTest, AnErrorOfAnotherKindIsAnUnknownOne) {
+TEST(FoundationConversionsTest, AnErrorOfAnotherDomainIsUnknown) {
     EXPECT_EQ(converted(NSPOSIXErrorDomain, -1001).code(), tavrin::URLErrorCode::Unknown);
 }
 
