@@ -58,7 +58,7 @@ bool isEarlier(NSRunningApplication* copy, NSRunningApplication* own) {
 }
 
 /// Longest wait until a notification is sent.
-constexpr NSTimeInterval longestSending = 2;
+constexpr NSTimeInterval maximumSendTime = 2;
 
 /// The address is the process identifier of the receiver.
 NSString* activationNotification(const std::string& identifier) {
@@ -135,7 +135,7 @@ void AppKitInstanceRegistry::activateCopy(const RunningApplication& application)
                                                     isSent = true;
                                                   }];
     [center postNotificationName:name object:address userInfo:nil deliverImmediately:YES];
-    NSDate* const end = [NSDate dateWithTimeIntervalSinceNow:longestSending];
+    NSDate* const end = [NSDate dateWithTimeIntervalSinceNow:maximumSendTime];
     while (!isSent && end.timeIntervalSinceNow > 0 &&
            [NSRunLoop.currentRunLoop runMode:NSDefaultRunLoopMode beforeDate:end]) {
     }

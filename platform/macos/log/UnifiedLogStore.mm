@@ -51,9 +51,9 @@ LogLevel levelOf(OSLogEntryLogLevel level) {
 }
 
 /// Replaces NUL by its symbol (U+2400): how the system's log treats NUL is not documented.
-std::string withoutZeros(std::string text) {
-    for (auto place = text.find('\0'); place != std::string::npos; place = text.find('\0', place)) {
-        text.replace(place, 1, "\u2400");
+std::string withVisibleNULs(std::string text) {
+    for (auto nul = text.find('\0'); nul != std::string::npos; nul = text.find('\0', nul)) {
+        text.replace(nul, 1, "\u2400");
     }
     return text;
 }
@@ -125,7 +125,8 @@ void UnifiedLogStore::write(LogLevel level, std::string_view category, std::stri
             const std::string keptCategory = tavrin::repairedUTF8(category);
             const std::string keptMessage = tavrin::repairedUTF8(message);
             const os_log_t log = logOf(keptCategory);
-            os_log_with_type(log, typeOf(level), "%{public}@", nsString(withoutZeros(keptMessage)));
+            os_log_with_type(
+                log, typeOf(level), "%{public}@", nsString(withVisibleNULs(keptMessage)));
             if (options_.standardErrorLevel && level >= *options_.standardErrorLevel) {
                 const std::string line = std::string(name(level)) + " " + escaped(keptCategory) +
                                          ": " + escaped(keptMessage) + "\n";

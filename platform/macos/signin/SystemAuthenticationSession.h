@@ -50,7 +50,7 @@ private:
     ASWebAuthenticationSession* session_;
     std::optional<Attempts::Call> latest_;
     /// The number of attempts whose completion has not been called.
-    int unended_ = 0;
+    int unfinished_ = 0;
     Attempts attempts_;
 };
 

@@ -87,7 +87,7 @@ SystemAuthenticationSession::SystemAuthenticationSession(MakeSession makeSession
     : makeSession_(std::move(makeSession)) {}
 
 SystemAuthenticationSession::~SystemAuthenticationSession() {
-    if (unended_ > 0) {
+    if (unfinished_ > 0) {
         [session_ cancel];
         [anchor_.window orderOut:nil];
     }
@@ -98,10 +98,10 @@ std::unique_ptr<WebAuthenticationSession::Attempt> SystemAuthenticationSession::
     if (latest_) {
         SheetAttempt(session_, *latest_).cancel();
     }
-    ++unended_;
+    ++unfinished_;
     latest_ = attempts_.add([this, completion = std::move(completion)](Outcome outcome) {
         // A later attempt may still use the window.
-        if (--unended_ == 0) {
+        if (--unfinished_ == 0) {
             [anchor_.window orderOut:nil];
         }
         completion(std::move(outcome));

@@ -29,7 +29,7 @@ struct FreeState {
 };
 using CopyState = std::unique_ptr<std::remove_pointer_t<copyfile_state_t>, FreeState>;
 
-int goOnUnlessCancelled(
+int quitIfCancelled(
     int what, int stage, copyfile_state_t, const char*, const char*, void* cancellation) {
     const bool isProgress = what == COPYFILE_COPY_DATA && stage == COPYFILE_PROGRESS;
     return isProgress && static_cast<const tavrin::CancellationToken*>(cancellation)->isCancelled()
@@ -42,18 +42,18 @@ class Destination final {
 public:
     explicit Destination(const std::filesystem::path& path) : path_(path) {}
     ~Destination() {
-        if (!isWhole_) {
+        if (!isComplete_) {
             unlink(path_.c_str());
         }
     }
     Destination(const Destination&) = delete;
     Destination& operator=(const Destination&) = delete;
 
-    void setWhole() { isWhole_ = true; }
+    void markComplete() { isComplete_ = true; }
 
 private:
     const std::filesystem::path& path_;
-    bool isWhole_ = false;
+    bool isComplete_ = false;
 };
 
 /// Returns false if the file system cannot clone. The clone first has the source's mode, so the
@@ -70,7 +70,7 @@ bool clone(const FileDescriptor& from, const std::filesystem::path& destination)
     if (chmod(destination.c_str(), S_IRUSR | S_IWUSR) != 0) {
         throw PlatformError::fromErrno(errno, "Could not write " + destination.string());
     }
-    made.setWhole();
+    made.markComplete();
     return true;
 }
 
@@ -86,7 +86,7 @@ void copyBytes(
     Destination made(destination);
     const CopyState state(copyfile_state_alloc());
     copyfile_state_set(
-        state.get(), COPYFILE_STATE_STATUS_CB, reinterpret_cast<const void*>(&goOnUnlessCancelled));
+        state.get(), COPYFILE_STATE_STATUS_CB, reinterpret_cast<const void*>(&quitIfCancelled));
     copyfile_state_set(state.get(), COPYFILE_STATE_STATUS_CTX, &cancellation);
     const bool isCopied = fcopyfile(from.get(), to.get(), state.get(), COPYFILE_DATA) == 0;
     const int error = errno;
@@ -98,7 +98,7 @@ void copyBytes(
     if (close(to.release()) != 0 && errno != EINTR) {
         throw PlatformError::fromErrno(errno, "Could not write " + destination.string());
     }
-    made.setWhole();
+    made.markComplete();
 }
 
 } // namespace

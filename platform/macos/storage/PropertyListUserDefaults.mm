@@ -79,7 +79,7 @@ NSDictionary<NSString*, id>* valuesIn(const std::filesystem::path& file) {
 }
 
 /// Creates the parent folders, accessible by the owner only.
-void makeFolders(const std::filesystem::path& file) {
+void createFolders(const std::filesystem::path& file) {
     std::filesystem::path folder;
     for (const std::filesystem::path& part : file.parent_path()) {
         folder /= part;
@@ -98,14 +98,14 @@ void flush(int descriptor) {
 /// A temporary file that replaces the target once it is complete.
 class NewFile final {
 public:
-    explicit NewFile(const std::filesystem::path& place)
-        : name_(place.string() + ".XXXXXX"), descriptor_(mkstemp(name_.data())) {
+    explicit NewFile(const std::filesystem::path& target)
+        : name_(target.string() + ".XXXXXX"), descriptor_(mkstemp(name_.data())) {
         if (!descriptor_.isOpen()) {
             failToSave(errno);
         }
     }
     ~NewFile() {
-        if (!isInPlace_) {
+        if (!hasReplaced_) {
             unlink(name_.c_str());
         }
     }
@@ -127,17 +127,17 @@ public:
         flush(descriptor_.get());
     }
 
-    void putInPlace(const std::filesystem::path& place) {
-        if (rename(name_.c_str(), place.c_str()) != 0) {
+    void replaceTarget(const std::filesystem::path& target) {
+        if (rename(name_.c_str(), target.c_str()) != 0) {
             failToSave(errno);
         }
-        isInPlace_ = true;
+        hasReplaced_ = true;
     }
 
 private:
     std::string name_;
     FileDescriptor descriptor_;
-    bool isInPlace_ = false;
+    bool hasReplaced_ = false;
 };
 
 } // namespace
@@ -206,7 +206,7 @@ id PropertyListUserDefaults::object(std::string_view key) const {
 
 void PropertyListUserDefaults::write(std::string_view key, id object) {
     const std::lock_guard writeLock(writeMutex_);
-    makeFolders(file_);
+    createFolders(file_);
     const FileDescriptor folder(
         open(file_.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     // Lock until the folder is closed: otherwise two processes could both read before either
@@ -226,7 +226,7 @@ void PropertyListUserDefaults::write(std::string_view key, id object) {
     }
     NewFile file(file_);
     file.write(content);
-    file.putInPlace(file_);
+    file.replaceTarget(file_);
     {
         const std::lock_guard lock(valuesMutex_);
         values_ = [changed copy];
