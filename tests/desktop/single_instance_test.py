@@ -31,6 +31,15 @@ class Terminal:
         os.set_blocking(self._master, False)
         self._shown = b""
 
+    @staticmethod
+    def make():
+        """None where /dev/pts is not mounted."""
+        try:
+            return Terminal()
+        except OSError as error:
+            print(f"desktop.single_instance (the log) ... skipped 'no pseudo-terminal: {error}'")
+            return None
+
     def shown(self):
         try:
             while True:
@@ -190,8 +199,10 @@ def try_lost_tray(first, tray, terminal):
     tray.wait()
     wait_for("the panel as a window", lambda: windows("Orvel Agent"), first.process)
     reason = "this desktop has no tray for the icon, so the panel opens as a window"
-    check(terminal.shown().count(reason) == 1, terminal.shown())
-    say("without the tray, the panel opens as a window, and the log says why")
+    say("without the tray, the panel opens as a window")
+    if terminal:
+        check(terminal.shown().count(reason) == 1, terminal.shown())
+        say("and the log says why")
     tray = start_tray()
     wait_for("the panel to close", lambda: not windows("Orvel Agent"), first.process)
     click_on_icon(first)
@@ -219,7 +230,7 @@ def main():
         try_without_bundle()
         first = try_instant_double_start()
         try_without_tray(first)
-        terminal = Terminal()
+        terminal = Terminal.make()
         first = Agent(terminal=terminal)
         desktop.append(try_late_tray(first))
         desktop.append(try_lost_tray(first, desktop.pop(), terminal))
