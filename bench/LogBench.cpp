@@ -107,10 +107,10 @@ void run(const std::filesystem::path& program, const std::filesystem::path& docu
         milliseconds.push_back(processorMilliseconds() - start);
     }
     Line line;
-    line.what = fmt::format("{} new entries, from the reading to the painted list", newEntries);
+    line.what = fmt::format("{} new entries, from reading them to the painted list", newEntries);
     line.value = median(milliseconds);
     line.measured = fmt::format(
-        "{:.1f} ms, the slowest of {} {:.1f} ms",
+        "{:.1f} ms; slowest of {}: {:.1f} ms",
         line.value,
         rounds,
         *std::ranges::max_element(milliseconds));

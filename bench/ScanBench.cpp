@@ -213,7 +213,7 @@ Line measureEnds(const fs::path& databasePath) {
         recent.push_back(secondsOf([&] { walkBack(newest); }));
     }
     Line line;
-    line.what = "One batch at the oldest end ÷ at the newest end";
+    line.what = "One batch at the oldest end ÷ one at the newest end";
     line.measured = fmt::format("{:.2f} ms", median(oldest) * 1000 / batchesPerEnd);
     line.floor = fmt::format("{:.2f} ms", median(recent) * 1000 / batchesPerEnd);
     line.value = median(oldest) / median(recent);
@@ -417,13 +417,14 @@ Line measureMainThread(
     const auto summary = scan.run();
     std::ranges::sort(gaps);
     Line line;
-    line.what = "Longest time that the main thread was late during a whole scan";
+    line.what = "Longest delay of the main thread during a whole scan";
     line.measured = fmt::format(
-        "{:.1f} ms; 99.9 % of {} probes within {:.1f} ms",
+        "{:.1f} ms; 99.9 % of {} probes within {:.1f} ms; {} messages sent over HTTPS",
         gaps.back(),
         gaps.size(),
-        gaps[gaps.size() * 999 / 1000]);
-    line.floor = fmt::format("{} messages sent over HTTPS", summary.uploaded);
+        gaps[gaps.size() * 999 / 1000],
+        summary.uploaded);
+    line.floor = "–";
     line.value = gaps.back();
     line.target = 16;
     line.unit = " ms";
@@ -472,7 +473,7 @@ std::vector<Line> measureMemory(
     peak.target = 60;
     peak.unit = " MiB";
     Line growth;
-    growth.what = "The same ÷ that of a database a tenth as large";
+    growth.what = "Peak memory ÷ that for a database a tenth as large";
     growth.measured = fmt::format("{:.1f} MiB", ofLarge);
     growth.floor = fmt::format("{:.1f} MiB", ofSmall);
     growth.value = ofLarge / ofSmall;

@@ -173,7 +173,7 @@ int run(const std::filesystem::path& document) {
         }
     }
     std::vector<Line> lines(2);
-    lines[0].what = "Start to visible icon ÷ a bare Qt tray program";
+    lines[0].what = "Start to visible icon ÷ that of a bare Qt tray program";
     lines[0].measured = fmt::format("{:.0f} ms", median(agent));
     lines[0].floor = fmt::format("{:.0f} ms", median(bare));
     lines[0].value = median(agent) / median(bare);
@@ -186,7 +186,7 @@ int run(const std::filesystem::path& document) {
     lines[1].target = 25;
     lines[1].unit = " MiB";
     const std::string figures = fmt::format(
-        "{}Medians of {} starts each, in turn, with a warm page cache.\n\n{}",
+        "{}Medians of {} starts of each program, alternating, with a warm page cache.\n\n{}",
         machineDescription(programs),
         rounds,
         table(lines));
