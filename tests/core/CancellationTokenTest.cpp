@@ -31,7 +31,7 @@ TEST(CancellationTokenTest, CancellingReachesEveryCopyAndCallsBackOnce) {
     EXPECT_EQ(calls, 1);
 }
 
-TEST(CancellationTokenTest, ALateRegistrationIsCalledAtOnce) {
+TEST(CancellationTokenTest, ACallbackRegisteredAfterCancellingIsCalledAtOnce) {
     CancellationSource source;
     source.cancel();
     bool called = false;
@@ -39,7 +39,7 @@ TEST(CancellationTokenTest, ALateRegistrationIsCalledAtOnce) {
     EXPECT_TRUE(called);
 }
 
-TEST(CancellationTokenTest, ADestroyedRegistrationIsNotCalled) {
+TEST(CancellationTokenTest, TheCallbackOfADestroyedRegistrationIsNotCalled) {
     CancellationSource source;
     bool called = false;
     {

@@ -29,19 +29,19 @@ TEST(TransientFailureTest, TenURLLoadingCodesAreTransient) {
     }
 }
 
-TEST(TransientFailureTest, OtherURLLoadingCodesAreNot) {
+TEST(TransientFailureTest, OtherURLLoadingCodesAreNotTransient) {
     EXPECT_FALSE(isTransient(URLError(URLErrorCode::Cancelled, "cancelled")));
     EXPECT_FALSE(isTransient(URLError(URLErrorCode::ServerCertificateUntrusted, "untrusted")));
     EXPECT_FALSE(isTransient(URLError(URLErrorCode::BadURL, "bad")));
 }
 
-TEST(TransientFailureTest, PlatformErrorsOfTheURLLoadingDomainAreJudgedByTheirCode) {
+TEST(TransientFailureTest, TheCodeDecidesForPlatformErrorsOfTheURLLoadingDomain) {
     EXPECT_TRUE(isTransient(PlatformError("NSURLErrorDomain", -1001, "timed out")));
     EXPECT_FALSE(isTransient(PlatformError("NSURLErrorDomain", -999, "cancelled")));
     EXPECT_FALSE(isTransient(PlatformError("NSPOSIXErrorDomain", -1001, "no such thing")));
 }
 
-TEST(TransientFailureTest, CancellationAndUnknownErrorsAreNot) {
+TEST(TransientFailureTest, CancellationAndUnknownErrorsAreNotTransient) {
     EXPECT_FALSE(isTransient(TaskCancelled()));
     EXPECT_FALSE(isTransient(std::runtime_error("something else")));
     EXPECT_FALSE(isTransient(42));

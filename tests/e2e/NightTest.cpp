@@ -145,7 +145,7 @@ protected:
 
 } // namespace
 
-TEST_F(NightTest, EveryMessageOfANightOfTroubleArrivesOnce) {
+TEST_F(NightTest, EveryMessageArrivesOnceAfterANightOfFailures) {
     service::LocalService& service = home_.service();
     std::int64_t appended = 0;
     // Records in batches that the service accepted without the agent knowing.

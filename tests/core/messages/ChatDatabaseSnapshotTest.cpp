@@ -666,7 +666,7 @@ protected:
     static constexpr auto name_ = "tavrin-chatdb-6F1C0B2E-9D4A-4E57-8C31-2A9B7D5E0F14";
 };
 
-TEST_F(ChatDatabaseSnapshotSweepTest, RemovesWhatAKilledProcessLeavesBehind) {
+TEST_F(ChatDatabaseSnapshotSweepTest, RemovesTheCopiesOfAKilledProcess) {
     makeQuietDatabase(10);
     std::array<int, 2> ready{};
     ASSERT_EQ(pipe(ready.data()), 0);

@@ -62,7 +62,7 @@ TEST_F(SessionsTest, OtherTokensAreNotAcceptedAsIDTokens) {
     EXPECT_EQ("INVALID_CUSTOM_TOKEN", identityMessage(signInWith(session.refreshToken)));
 }
 
-TEST_F(SessionsTest, AnIDTokenOfAnotherServiceOpensNothing) {
+TEST_F(SessionsTest, RefusesAnAlteredIDToken) {
     const auto session = service_->signIn(firstUid);
     EXPECT_EQ("200", answerTo("any-other-token"));
 

@@ -30,7 +30,7 @@ TEST_F(AccountEndpointsTest, TakesACodeOnce) {
     EXPECT_EQ("invalid_code", reply.code());
 }
 
-TEST_F(AccountEndpointsTest, AWrongVerifierUsesTheCodeUp) {
+TEST_F(AccountEndpointsTest, AWrongVerifierInvalidatesTheCode) {
     const std::string right = verifier;
     for (const auto& wrong :
          {std::string(), right.substr(1), right + "a", std::string(challenge)}) {

@@ -57,7 +57,7 @@ TEST_F(ContextEndpointsTest, AcceptsAnEmptyBatch) {
     EXPECT_EQ(0, reply.data().at("accepted"));
 }
 
-TEST_F(ContextEndpointsTest, KeepsARecordOnceWhenTwoBatchesBringIt) {
+TEST_F(ContextEndpointsTest, KeepsOneCopyOfARecordFromTwoBatches) {
     ASSERT_EQ(200, client().post(ingestPath, batch({"a", "b"})).status);
 
     const auto reply = client().post(ingestPath, batch({"b", "c"}));

@@ -61,7 +61,7 @@ TEST_F(LinkPageTest, OffersEveryChoice) {
     EXPECT_THAT(reply.body, HasSubstr("Orvel Agent 0.1.0 on this computer"));
 }
 
-TEST_F(LinkPageTest, AllowsNeitherScriptsNorFramesNorForeignForms) {
+TEST_F(LinkPageTest, ForbidsScriptsFramesAndFormsToOtherSites) {
     for (const auto& reply : {link(query()), link(""), choose("error=no_account")}) {
         EXPECT_THAT(reply.headers, HasSubstr("Content-Security-Policy: default-src 'none';"));
         EXPECT_THAT(reply.headers, HasSubstr("frame-ancestors 'none'"));
@@ -154,7 +154,7 @@ TEST_F(LinkPageTest, HidesInvalidVersions) {
     }
 }
 
-TEST_F(LinkPageTest, RefusesChoicesMadeElsewhere) {
+TEST_F(LinkPageTest, RefusesChoicesFromOtherPages) {
     const auto own = "Origin: " + service_->url();
     const auto port = std::to_string(service_->port());
     const std::vector<std::vector<std::string>> cases{

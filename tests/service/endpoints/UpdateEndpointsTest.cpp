@@ -68,7 +68,7 @@ TEST_F(UpdateEndpointsTest, ServesTheCurrentContentOfAFile) {
     EXPECT_EQ(clientWithoutToken().get("/updates/appcast.xml").status, 404);
 }
 
-TEST_F(UpdateEndpointsTest, NothingButTheFilesOfTheFolderIsServed) {
+TEST_F(UpdateEndpointsTest, ServesOnlyTheFilesOfTheFolder) {
     std::filesystem::create_symlink(directory_ / "secret", folder_ / "link");
     ASSERT_EQ(mkfifo((folder_ / "pipe").c_str(), 0600), 0);
     for (const char* path :

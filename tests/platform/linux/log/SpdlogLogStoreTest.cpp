@@ -5,12 +5,7 @@
 #include "core/Text.h"
 #include "platform/linux/log/RecentLines.h"
 #include "tests/platform/LogStoreCalls.h"
-#include "tests/support/RunTask.h"
 #include "tests/support/TemporaryDirectory.h"
-
-#include <QCoreApplication>
-#include <QEventLoop>
-#include <QThread>
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -25,7 +20,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -34,7 +28,6 @@
 #include <system_error>
 #include <thread>
 #include <utility>
-#include <variant>
 #include <vector>
 
 namespace orvel::test {
@@ -44,20 +37,21 @@ namespace {
 /// Redirects the process's standard error to a file until destroyed.
 class StandardErrorToFile final {
 public:
-    explicit StandardErrorToFile(const std::filesystem::path& file) : before_(dup(STDERR_FILENO)) {
+    explicit StandardErrorToFile(const std::filesystem::path& file)
+        : original_(dup(STDERR_FILENO)) {
         const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
         dup2(descriptor, STDERR_FILENO);
         close(descriptor);
     }
     ~StandardErrorToFile() {
-        dup2(before_, STDERR_FILENO);
-        close(before_);
+        dup2(original_, STDERR_FILENO);
+        close(original_);
     }
     StandardErrorToFile(const StandardErrorToFile&) = delete;
     StandardErrorToFile& operator=(const StandardErrorToFile&) = delete;
 
 private:
-    int before_;
+    int original_;
 };
 
 /// A store without a journal, with standard error redirected to a file.
@@ -70,15 +64,6 @@ struct SpdlogFixture {
     [[nodiscard]] std::unique_ptr<LogStore> makeStore(std::optional<LogLevel> level) const {
         return std::make_unique<SpdlogLogStore>(
             SpdlogLogStore::Options{"app.test", level, folder / "journal"});
-    }
-
-    /// Waits until the clock's value has changed.
-    static void letTimePass() {
-        const auto reading = [] {
-            return tavrin::Date(std::chrono::system_clock::now());
-        };
-        for (const tavrin::Date before = reading(); reading() <= before;) {
-        }
     }
 
     std::vector<std::string> rawLines() {
@@ -119,7 +104,7 @@ public:
         }
     }
 
-    /// The next entry, without the program's name; no value when there is none.
+    /// The next entry without the program's name, or no value if no entry is waiting.
     std::optional<Fields> receive() {
         std::string entry(std::size_t{1} << 20U, '\0');
         const ssize_t length = recv(socket_.get(), entry.data(), entry.size(), MSG_DONTWAIT);
@@ -134,17 +119,19 @@ public:
     }
 
 private:
+    /// A field is: name, line feed, length (64 bits, little-endian), value, line feed.
     static Fields parse(std::string_view entry) {
         Fields fields;
         while (!entry.empty()) {
-            const std::size_t name = entry.find('\n');
+            const std::size_t nameLength = entry.find('\n');
             std::uint64_t length = 0;
             for (std::size_t byte = 8; byte > 0; --byte) {
-                length = length << 8U | static_cast<unsigned char>(entry.at(name + byte));
+                length = length << 8U | static_cast<unsigned char>(entry.at(nameLength + byte));
             }
-            EXPECT_EQ(entry.at(name + 9 + length), '\n');
-            fields.emplace(entry.substr(0, name), entry.substr(name + 9, length));
-            entry.remove_prefix(name + 10 + length);
+            const std::size_t value = nameLength + 1 + 8;
+            EXPECT_EQ(entry.at(value + length), '\n');
+            fields.emplace(entry.substr(0, nameLength), entry.substr(value, length));
+            entry.remove_prefix(value + length + 1);
         }
         return fields;
     }
@@ -186,8 +173,8 @@ TEST_F(SpdlogLogStoreTest, KeepsABoundedNumberOfBytes) {
 
 TEST_F(SpdlogLogStoreTest, TruncatesALongMessageBetweenTwoCharacters) {
     constexpr std::size_t limit = SpdlogLogStore::maximumTextBytes;
-    for (std::size_t before = 0; before < 4; ++before) {
-        std::string message(before, 'x');
+    for (std::size_t prefixLength = 0; prefixLength < 4; ++prefixLength) {
+        std::string message(prefixLength, 'x');
         while (message.size() <= limit) {
             message += "\xF0\x9F\x8F\x96";
         }
@@ -204,10 +191,10 @@ TEST_F(SpdlogLogStoreTest, TruncatesALongMessageBetweenTwoCharacters) {
     store().write(LogLevel::Info, "c", longest);
     EXPECT_EQ(messages().back(), longest);
     store().write(LogLevel::Info, "c", std::string(limit + 1, '\x80'));
-    EXPECT_EQ(messages().back(), "\u2026") << "no character begins anywhere in it";
+    EXPECT_EQ(messages().back(), "\u2026") << "the text contains no first byte of a character";
 }
 
-TEST_F(SpdlogLogStoreTest, DatesTheLinesByTheTimeOfDay) {
+TEST_F(SpdlogLogStoreTest, GivesEntriesTheTimeOfWriting) {
     const tavrin::Date before = std::chrono::system_clock::now();
     store().write(LogLevel::Info, "c", "x");
     const tavrin::Date after = std::chrono::system_clock::now();
@@ -286,7 +273,7 @@ TEST_F(SpdlogLogStoreTest, WritesNothingToStandardErrorUnlessAsked) {
     EXPECT_TRUE(fixture_.lines().empty());
 }
 
-TEST_F(SpdlogLogStoreTest, SendsTheJournalItsFields) {
+TEST_F(SpdlogLogStoreTest, SendsLevelCategoryAndMessageToTheJournal) {
     Journal journal(fixture_.folder / "journal");
     const std::vector<std::pair<LogLevel, std::string>> priorities = {
         {LogLevel::Debug, "7"},
@@ -306,7 +293,7 @@ TEST_F(SpdlogLogStoreTest, SendsTheJournalItsFields) {
     EXPECT_EQ(journal.receive(), std::nullopt);
 }
 
-TEST_F(SpdlogLogStoreTest, NoMessageBreaksTheJournalsFields) {
+TEST_F(SpdlogLogStoreTest, AMessageCannotChangeOtherJournalFields) {
     Journal journal(fixture_.folder / "journal");
     store().write(LogLevel::Info, "a\nb", "c\nPRIORITY=0\n\xFF\n");
     Journal::Fields fields = journal.receive().value();
@@ -344,7 +331,7 @@ TEST_F(SpdlogLogStoreTest, FindsAJournalThatStartsLateOrRestarts) {
             store().write(LogLevel::Info, "c", message);
             EXPECT_EQ(journal.receive().value()["MESSAGE"], message);
         }
-        store().write(LogLevel::Info, "c", "nobody listens");
+        store().write(LogLevel::Info, "c", "without a journal");
         std::filesystem::remove(fixture_.folder / "journal");
     }
     EXPECT_EQ(entries().size(), 5U);

@@ -292,7 +292,7 @@ TEST_P(StagedUpdateTest, ReportsAMissingFolder) {
     EXPECT_THROW(StagedUpdate(folder_ / "missing" / "file", 3, GetParam()), tavrin::PlatformError);
 }
 
-TEST(StagedUpdateNameTest, AFileExchangedByAnotherIsNotInstalled) {
+TEST(StagedUpdateNameTest, AReplacedFileIsNotInstalled) {
     const test::TemporaryDirectory folder;
     const test::UpdateSigner signer;
     const std::filesystem::path place = folder / "Agent.AppImage";
