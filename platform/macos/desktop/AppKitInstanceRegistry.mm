@@ -9,7 +9,7 @@
 
 #include <utility>
 
-/// Handles the event that is sent when the user opens the icon of the running application.
+/// Handles the event that the system sends when the user opens the application while it runs.
 @interface OrvelReopenHandler : NSObject
 - (instancetype)initWithCallback:(std::function<void()>)callback;
 - (void)handleReopen:(NSAppleEventDescriptor*)event
@@ -38,14 +38,14 @@ namespace orvel {
 
 namespace {
 
-/// Whether `copy` started before `own`. Copies started at the same time see each other, and all but
-/// one must end.
+/// Whether `copy` started before `own`. Copies that start at the same time find each other; this
+/// order decides which one continues.
 bool isEarlier(NSRunningApplication* copy, NSRunningApplication* own) {
-    // It has already checked for copies.
+    // It has already looked for copies and decided to continue.
     if (copy.finishedLaunching) {
         return true;
     }
-    // Only applications launched by the system have a date.
+    // Only applications that the system launched have a launch date.
     NSDate* const date = copy.launchDate;
     NSDate* const ownDate = own.launchDate;
     if (date != nil && ownDate != nil) {
@@ -60,7 +60,7 @@ bool isEarlier(NSRunningApplication* copy, NSRunningApplication* own) {
 /// Longest wait until a notification is sent.
 constexpr NSTimeInterval maximumSendTime = 2;
 
-/// The address is the process identifier of the receiver.
+/// The name of the notification that activates a copy. Its object is `addressOf` the copy.
 NSString* activationNotification(const std::string& identifier) {
     return nsString(identifier + ".activation");
 }
@@ -114,14 +114,14 @@ void AppKitInstanceRegistry::activateCopy(const RunningApplication& application)
         [NSRunningApplication runningApplicationWithProcessIdentifier:processIdentifier];
     if (copy != nil) {
         if (@available(macOS 14.0, *)) {
-            // From this version on, only the active application can pass on the focus. That is this
-            // one if the user has just started it.
+            // Since macOS 14, only the active application can pass on the focus. This process is
+            // active if the user has just started it.
             [NSApplication.sharedApplication yieldActivationToApplication:copy];
         }
         [copy activateWithOptions:0];
     }
-    // The copy must be told. Without an open window, its activation shows nothing, and it cannot
-    // tell this one from an activation by the user.
+    // Also notify the copy. Activating a copy without an open window shows nothing, and the copy
+    // cannot distinguish this activation from one by the user.
     NSDistributedNotificationCenter* const center = [NSDistributedNotificationCenter defaultCenter];
     NSString* const name = activationNotification(identifier_);
     NSString* const address = addressOf(application.processIdentifier);

@@ -15,13 +15,13 @@ NS_ASSUME_NONNULL_BEGIN
 /// The information dictionary and the resources of a program.
 class FoundationBundle final : public Bundle {
 public:
-    /// The folder named by the environment variable ORVEL_AGENT_BUNDLE, which contains "Info.plist"
-    /// and the resources. Without the variable, the application bundle of the program, or else the
-    /// folder "resources" of the build folder. Throws `tavrin::PlatformError` if the property list
-    /// cannot be read.
+    /// Uses the folder named by the environment variable ORVEL_AGENT_BUNDLE, which contains
+    /// "Info.plist" and the resources. Without the variable, uses the program's application bundle.
+    /// A program outside a bundle uses the folder "resources" of the build folder. Throws
+    /// `tavrin::PlatformError` if the property list cannot be read.
     [[nodiscard]] static std::unique_ptr<FoundationBundle> ofThisProgram();
 
-    /// A folder like that of ORVEL_AGENT_BUNDLE.
+    /// `folder` contains "Info.plist" and the resources.
     explicit FoundationBundle(const std::filesystem::path& folder);
     explicit FoundationBundle(NSBundle* bundle);
 
