@@ -63,7 +63,7 @@ void openSignalPipe() {
 
 } // namespace
 
-SignalWatch::SignalWatch(std::function<void()> onSignal, std::chrono::seconds patience)
+SignalWatch::SignalWatch(std::function<void()> onSignal, std::chrono::seconds gracePeriod)
     : onSignal_(std::move(onSignal)) {
     openSignalPipe();
     notifier_ = std::make_unique<QSocketNotifier>(signalPipe[0], QSocketNotifier::Read);
@@ -74,7 +74,7 @@ SignalWatch::SignalWatch(std::function<void()> onSignal, std::chrono::seconds pa
             onSignal_();
         }
     });
-    ignoredFor = static_cast<time_t>(patience.count());
+    ignoredFor = static_cast<time_t>(gracePeriod.count());
     ignoredUntil = 0;
     struct sigaction action {};
     action.sa_handler = handleSignal;

@@ -12,14 +12,15 @@ namespace orvel {
 
 /// Calls back on the main thread when the first hang-up, interrupt or terminate signal arrives.
 ///
-/// Further signals are ignored for `patience`, so they do not interrupt the shutdown: a desktop
-/// session sends several when it ends. After that, a further signal ends the process at once, in
-/// case it hangs. One object per process.
+/// Further signals are ignored for `gracePeriod`, so they do not interrupt the shutdown: a desktop
+/// session sends several when it ends. After that time, a further signal ends the process at once,
+/// because the shutdown may hang. One object per process.
 class SignalWatch final {
 public:
     /// Throws `tavrin::PlatformError` if no pipe can be created.
     explicit SignalWatch(
-        std::function<void()> onSignal, std::chrono::seconds patience = std::chrono::seconds(10));
+        std::function<void()> onSignal,
+        std::chrono::seconds gracePeriod = std::chrono::seconds(10));
     ~SignalWatch();
     SignalWatch(const SignalWatch&) = delete;
     SignalWatch& operator=(const SignalWatch&) = delete;

@@ -5,8 +5,8 @@
 
 namespace orvel {
 
-/// The short revision that this program was built from, or "unknown" if it was built outside its
-/// repository.
+/// The abbreviated Git revision that this program was built from. "unknown" if it was not built in
+/// a Git repository.
 [[nodiscard]] std::string_view sourceRevision();
 
 } // namespace orvel

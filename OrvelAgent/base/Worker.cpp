@@ -21,11 +21,11 @@ void Worker::stop() {
     thread_.join();
     // Keep the order of the jobs. The resumed coroutines may add more.
     while (true) {
-        if (const auto executed = take(executed_)) {
-            executed->executed.resolve();
-        } else if (const auto job = take(jobs_)) {
+        if (const auto executedJob = take(executedJobs_)) {
+            executedJob->completion.resolve();
+        } else if (const auto job = take(queuedJobs_)) {
             job->execute();
-            job->executed.resolve();
+            job->completion.resolve();
         } else {
             break;
         }
@@ -35,35 +35,35 @@ void Worker::stop() {
 
 Deferred<void> Worker::post(std::function<void()> execute) {
     Job job{std::move(execute), {}};
-    const Deferred<void> executed = job.executed;
+    const Deferred<void> completion = job.completion;
     if (isStopped_) {
         job.execute();
-        executed.resolve();
-        return executed;
+        completion.resolve();
+        return completion;
     }
     {
         const std::lock_guard lock(mutex_);
-        jobs_.push_back(std::move(job));
+        queuedJobs_.push_back(std::move(job));
     }
     wake_.notify_one();
-    return executed;
+    return completion;
 }
 
 void Worker::loop() {
     std::unique_lock lock(mutex_);
     while (true) {
-        wake_.wait(lock, [this] { return isStopping_ || !jobs_.empty(); });
+        wake_.wait(lock, [this] { return isStopping_ || !queuedJobs_.empty(); });
         if (isStopping_) {
             return;
         }
-        Job job = std::move(jobs_.front());
-        jobs_.pop_front();
+        Job job = std::move(queuedJobs_.front());
+        queuedJobs_.pop_front();
         lock.unlock();
         job.execute();
         lock.lock();
-        executed_.push_back(std::move(job));
+        executedJobs_.push_back(std::move(job));
         QMetaObject::invokeMethod(
-            &callbackContext_, [this] { settleNext(); }, Qt::QueuedConnection);
+            &callbackContext_, [this] { resolveNext(); }, Qt::QueuedConnection);
     }
 }
 
@@ -77,10 +77,10 @@ std::optional<Worker::Job> Worker::take(std::deque<Job>& jobs) {
     return job;
 }
 
-void Worker::settleNext() {
-    if (const auto job = take(executed_)) {
+void Worker::resolveNext() {
+    if (const auto job = take(executedJobs_)) {
         // The waiting coroutine resumes inside this call and may destroy this object.
-        job->executed.resolve();
+        job->completion.resolve();
     }
 }
 

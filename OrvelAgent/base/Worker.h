@@ -44,8 +44,8 @@ public:
                 Work own = std::move(*std::exchange(work, std::nullopt));
                 return own();
             });
-        const Deferred<void> executed = post([task] { (*task)(); });
-        co_await executed.settled();
+        const Deferred<void> completion = post([task] { (*task)(); });
+        co_await completion.settled();
         co_return task->get_future().get();
     }
 
@@ -53,21 +53,21 @@ private:
     struct Job {
         std::function<void()> execute;
         /// Resolved on the main thread.
-        Deferred<void> executed;
+        Deferred<void> completion;
     };
 
-    /// The result is resolved after the job was executed.
+    /// Queues a job and returns its completion.
     Deferred<void> post(std::function<void()> execute);
     void loop();
     [[nodiscard]] std::optional<Job> take(std::deque<Job>& jobs);
-    void settleNext();
+    void resolveNext();
 
     QObject callbackContext_;
     std::mutex mutex_;
     std::condition_variable wake_;
-    std::deque<Job> jobs_;
-    /// Executed jobs to be resolved by the event that was posted for each, or by `stop`.
-    std::deque<Job> executed_;
+    std::deque<Job> queuedJobs_;
+    /// Their completions are resolved by the event posted for each job, or by `stop`.
+    std::deque<Job> executedJobs_;
     bool isStopping_ = false;
     /// Main thread only. After this, no job is queued.
     bool isStopped_ = false;
