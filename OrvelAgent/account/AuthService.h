@@ -35,9 +35,9 @@ namespace orvel {
 ///
 /// Main thread. Borrows everything in `Dependencies`, which must outlive all coroutines of this
 /// object. The object may be destroyed at any time, also by a receiver of `changed` or a waiting
-/// coroutine. Its coroutines then end at once, without a sign-in or a token. Therefore each step
-/// changes all state before it calls `publish`, and a coroutine with several steps is static and
-/// holds a `Reference`.
+/// coroutine. Its coroutines then end at once: no sign-in is completed and no token is returned.
+/// Therefore each step changes all state before it calls `publish`, and a coroutine with several
+/// steps is static and holds a `Reference`.
 class AuthService final : public QObject {
     Q_OBJECT
 
@@ -61,12 +61,12 @@ public:
     /// when this object is destroyed.
     QCoro::Task<> restored(tavrin::CancellationToken cancellation = {});
 
-    /// Signs in through the browser and sets the properties below. Never throws. Does nothing if a
-    /// sign-in is running.
+    /// Signs in through the browser and updates the state that the queries below return. Never
+    /// throws. Does nothing if a sign-in is running.
     QCoro::Task<> signIn();
 
-    /// Ends the running sign-in without an error. If it has already failed, `lastError` is still
-    /// set.
+    /// Ends the running sign-in without an error. A failure that happened before this call is still
+    /// reported in `lastError`.
     void cancelSignIn();
 
     /// Deletes the session from memory and from the keychain.
@@ -76,16 +76,16 @@ public:
     /// session or if the refresh fails.
     QCoro::Task<std::optional<tavrin::Secret>> currentToken();
 
-    /// For clients of the service. Both may outlive this object. They then provide no token and do
-    /// nothing.
+    /// Callbacks for `APIClient`. They may outlive this object; then the first provides no token
+    /// and the second does nothing.
     [[nodiscard]] APIClient::TokenProvider tokenProvider();
     [[nodiscard]] APIClient::SessionExpiredHandler sessionExpiredHandler();
 
     /// Opens the web site in the default browser.
     void openAccountPage();
 
-    /// Waits until the keychain has stored every change. Returns the error if it could not. Throws
-    /// as `restored` does.
+    /// Waits until the keychain has stored every change. Returns the error of a change that failed,
+    /// if any. Throws as `restored` does.
     QCoro::Task<std::optional<tavrin::PlatformError>>
     stored(tavrin::CancellationToken cancellation = {});
 
@@ -116,7 +116,7 @@ private:
         }
     };
 
-    /// The results to resolve after a step.
+    /// The results that `publish` resolves. `token` is the value of `refresh`.
     struct Waiters {
         std::optional<Deferred<void>> restoration;
         std::optional<Deferred<std::optional<tavrin::Secret>>> refresh;

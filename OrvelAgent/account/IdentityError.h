@@ -10,8 +10,8 @@
 
 namespace orvel {
 
-/// The identity provider refused a request. `what()` is the rendering for the log and the window.
-/// `message()` is the provider's error message.
+/// The identity provider refused a request. `what()` is the text for the log and the window,
+/// `message()` the provider's error message.
 class IdentityError final : public std::exception {
 public:
     explicit IdentityError(std::string message, std::optional<int> status = std::nullopt)
@@ -23,7 +23,7 @@ public:
 
     /// For example "INVALID_REFRESH_TOKEN".
     [[nodiscard]] const std::string& message() const { return message_; }
-    /// The HTTP status, or 0 if the reply was not HTTP.
+    /// The HTTP status, if known; 0 if the reply was not HTTP.
     [[nodiscard]] std::optional<int> status() const { return status_; }
     [[nodiscard]] const char* what() const noexcept override { return rendering_.c_str(); }
 

@@ -14,7 +14,7 @@ namespace orvel {
 struct Profile {
     std::optional<std::string> uid;
     std::optional<std::string> email;
-    /// Never empty.
+    /// No value instead of an empty text.
     std::optional<std::string> handle;
 };
 
@@ -25,13 +25,13 @@ struct Session {
     std::optional<std::string> email;
     std::optional<std::string> handle;
 
-    /// Keeps the fields that the profile does not have.
+    /// Takes the fields that the profile has and keeps the others.
     void merge(const Profile& profile);
 };
 
 void tag_invoke(
     const boost::json::value_from_tag&, boost::json::value& json, const Session& session);
-// Both throw `tavrin::JSONDecodingError` if a required key is missing or a type is wrong.
+// The next two throw `tavrin::JSONDecodingError` if a required key is missing or a type is wrong.
 Session tag_invoke(const boost::json::value_to_tag<Session>&, const boost::json::value& json);
 Profile tag_invoke(const boost::json::value_to_tag<Profile>&, const boost::json::value& json);
 

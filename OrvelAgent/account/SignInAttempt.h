@@ -7,11 +7,11 @@
 
 namespace orvel {
 
-/// One sign-in through the browser and the identity provider. The objects that its parts borrow
-/// must outlive it. Main thread.
+/// One sign-in through the browser and the identity provider. Must not outlive the objects
+/// to which the constructor's arguments refer. Main thread.
 class SignInAttempt final {
 public:
-    /// `api` needs no bearer token.
+    /// `api` may be a client without a bearer token.
     SignInAttempt(DeviceAuth deviceAuth, FirebaseIdentity identity, APIClient api, Logger log);
 
     /// Throws the errors of `DeviceAuth::authorize` and `FirebaseIdentity::signInWithCustomToken`,

@@ -30,7 +30,7 @@
 
 namespace orvel {
 
-/// Owns the services. The views read it and call it.
+/// Owns the services. The views show its state and call its functions.
 ///
 /// Main thread. Borrows the platform and the update presenter. It must not be destroyed from a slot
 /// connected to its own signals or its services' signals. The destructor finishes the worker's
@@ -101,10 +101,11 @@ public:
     [[nodiscard]] const std::optional<std::string>& settingsError() const {
         return choices_.error();
     }
-    /// Why the saved progress could not be deleted for the last requested re-scan.
+    /// Why the last `rescanFromBeginning` could not delete the saved progress. Empty if it could.
     [[nodiscard]] const std::optional<std::string>& rescanError() const { return rescanError_; }
 
-    /// Collection is blocked until the user signs in or grants Full Disk Access.
+    /// Whether collection is blocked because the user is not signed in or Full Disk Access is
+    /// missing.
     [[nodiscard]] bool needsAttention() const { return status_.needsAttention(); }
     /// A sentence for the user. Empty while collection is not blocked.
     [[nodiscard]] std::optional<std::string> blockedReason() const {
@@ -122,7 +123,7 @@ public:
     }
 
 Q_SIGNALS:
-    /// Anything above has changed except the flash.
+    /// A query above, other than `attentionFlashOn`, may return a new value.
     void changed();
     void attentionFlashChanged();
 

@@ -19,21 +19,22 @@ namespace orvel {
 
 namespace {
 
-/// Makes the application a regular one during its lifetime, so that a question opens in front.
+/// While it exists, the application has the activation policy `Regular`, so that the question opens
+/// in front of other windows.
 class RegularApplication final {
 public:
     explicit RegularApplication(ApplicationFocus& focus)
-        : focus_(focus), former_(focus.activationPolicy()) {
+        : focus_(focus), previousPolicy_(focus.activationPolicy()) {
         focus_.setActivationPolicy(ApplicationFocus::ActivationPolicy::Regular);
         focus_.activate();
     }
-    ~RegularApplication() { focus_.setActivationPolicy(former_); }
+    ~RegularApplication() { focus_.setActivationPolicy(previousPolicy_); }
     RegularApplication(const RegularApplication&) = delete;
     RegularApplication& operator=(const RegularApplication&) = delete;
 
 private:
     ApplicationFocus& focus_;
-    ApplicationFocus::ActivationPolicy former_;
+    ApplicationFocus::ActivationPolicy previousPolicy_;
 };
 
 } // namespace

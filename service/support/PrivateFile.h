@@ -6,7 +6,7 @@
 
 namespace orvel::service {
 
-/// A file open for writing that only its owner can read from its creation on. Every failure is a
+/// A file opened for writing. Only its owner can read it, from the moment it is created. Throws
 /// `ServiceError`.
 class PrivateFile final {
 public:
@@ -25,7 +25,7 @@ private:
     int descriptor_;
 };
 
-/// Atomically replaces a file that only the owner can read. Throws `ServiceError`.
+/// Atomically replaces the file with one that only the owner can read. Throws `ServiceError`.
 void replacePrivateFile(const std::filesystem::path& file, std::string_view content);
 
 /// Creates the directory and its parents. Only the owner can enter a new directory. Throws

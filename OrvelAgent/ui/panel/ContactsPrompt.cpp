@@ -18,11 +18,11 @@ ContactsPrompt::ContactsPrompt(AppModel& model, QWidget* parent)
       debuggerHint_(
           addText(tr("Running under the Xcode debugger — macOS will not show permission prompts. "
                      "Quit this run and open the app from Finder."))),
-      allow_(addButton(tr("Allow access…"))) {
+      allowButton_(addButton(tr("Allow access…"))) {
     setObjectName(QStringLiteral("contactsPrompt"));
     debuggerHint_->setObjectName(QStringLiteral("debuggerHint"));
-    allow_->setObjectName(QStringLiteral("allowAccess"));
-    connect(allow_, &QPushButton::clicked, &model_, [&model] {
+    allowButton_->setObjectName(QStringLiteral("allowAccess"));
+    connect(allowButton_, &QPushButton::clicked, &model_, [&model] {
         static_cast<void>(model.requestContactsAccess());
     });
     addSettingsButton(model_, Workspace::SettingsPane::Contacts);
@@ -32,14 +32,14 @@ ContactsPrompt::ContactsPrompt(AppModel& model, QWidget* parent)
     QPushButton* reopen = addButton(tr("Quit && Reopen"));
     reopen->setObjectName(QStringLiteral("quitAndReopen"));
     connect(reopen, &QPushButton::clicked, &model_, &AppModel::relaunch);
-    connect(&model_, &AppModel::changed, this, &ContactsPrompt::updateOffer);
-    updateOffer();
+    connect(&model_, &AppModel::changed, this, &ContactsPrompt::updateVisibility);
+    updateVisibility();
 }
 
-void ContactsPrompt::updateOffer() {
+void ContactsPrompt::updateVisibility() {
     const bool isDebugged = model_.isDebuggerAttached();
     debuggerHint_->setVisible(isDebugged);
-    allow_->setVisible(!isDebugged);
+    allowButton_->setVisible(!isDebugged);
 }
 
 } // namespace orvel

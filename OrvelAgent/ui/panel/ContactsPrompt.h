@@ -7,6 +7,8 @@ namespace orvel {
 
 class AppModel;
 
+/// The panel's card for missing access to the contacts. Its button asks for access: on Linux with
+/// `ContactsQuestion`.
 class ContactsPrompt final : public Prompt {
     Q_OBJECT
 
@@ -14,11 +16,11 @@ public:
     explicit ContactsPrompt(AppModel& model, QWidget* parent = nullptr);
 
 private:
-    void updateOffer();
+    void updateVisibility();
 
     AppModel& model_;
     TextLabel* debuggerHint_;
-    QPushButton* allow_;
+    QPushButton* allowButton_;
 };
 
 } // namespace orvel
