@@ -44,7 +44,7 @@ public:
 
     /// Returns the result of `CollectorService::runScan`. Throws `std::runtime_error` if the scope
     /// is known contacts only and their list cannot be fetched, and `TaskCancelled` if cancelled
-    /// before the collector runs.
+    /// while the service or the address book is asked.
     QCoro::Task<std::optional<CollectorService::ScanSummary>>
     run(AddressBookUse addressBookUse,
         std::optional<tavrin::Date> since,
