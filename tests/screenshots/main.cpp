@@ -141,8 +141,12 @@ private:
 
     void takeUpdates() {
         SampleAgent agent(AgentState::NothingWrong);
-        UpdateWindowPresenter presenter(
-            agent.with.softwareUpdater, agent.with.workspace, agent.with.bundle);
+        const UpdateWindowPresenter::Desktop desktop{
+            agent.with.workspace,
+            agent.with.motionPreference,
+            agent.with.applicationFocus,
+            agent.with.processControl};
+        UpdateWindowPresenter presenter(agent.with.softwareUpdater, desktop, agent.with.bundle);
         const SoftwareUpdate update{
             "130",
             "1.3.0",
