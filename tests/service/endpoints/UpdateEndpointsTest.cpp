@@ -123,7 +123,7 @@ TEST_F(UpdateEndpointsTest, TheLogHidesFileNames) {
         lines.emplace_back(line);
     };
     start();
-    static_cast<void>(clientWithoutToken().get("/updates/whatever-somebody-writes"));
+    static_cast<void>(clientWithoutToken().get("/updates/no-such-file"));
     service_->stop();
     EXPECT_THAT(lines, testing::ElementsAre("GET /updates/* 404"));
 }
