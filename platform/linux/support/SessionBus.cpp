@@ -3,6 +3,7 @@
 
 #include "platform/linux/support/StartThread.h"
 
+#include <QDBusMetaType>
 #include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
 #include <QMetaType>
@@ -53,6 +54,13 @@ std::jthread& latestThread() {
     return thread;
 }
 
+/// Qt's bus thread otherwise registers its types itself, which creates registries that are
+/// destroyed at exit while the thread may still use them. Created before the thread, they are
+/// destroyed after it. Asking for a signature registers all of the types.
+void registerTypes() {
+    QDBusMetaType::typeToSignature(QMetaType::fromType<QDBusObjectPath>());
+}
+
 /// Destroying it drops the thread's result.
 struct Connecting final : QObject {
     using QObject::QObject;
@@ -97,8 +105,7 @@ private:
 } // namespace
 
 void SessionBus::connect(QObject* context, Clock& clock, Connected connected) {
-    // Creates Qt's type registry before the bus thread, so that the registry is destroyed after it.
-    qRegisterMetaType<QDBusObjectPath>();
+    registerTypes();
     auto* const connecting = new Connecting(context);
     connecting->timer = clock.schedule(longestConnecting, [connecting, connected] {
         const Connected end = connected;
@@ -119,7 +126,7 @@ void SessionBus::connect(QObject* context, Clock& clock, Connected connected) {
 
 std::unique_ptr<SessionBus>
 SessionBus::await(std::chrono::milliseconds limit, QObject* context, Connected late) {
-    qRegisterMetaType<QDBusObjectPath>();
+    registerTypes();
     const auto awaiting = std::make_shared<Awaiting>();
     std::jthread& latest = latestThread();
     latest = startThread(
