@@ -1,6 +1,7 @@
 find_package(PkgConfig REQUIRED)
 find_package(Threads REQUIRED)
 find_package(SQLite3 REQUIRED)
+find_package(SQLiteCpp REQUIRED)
 find_package(ICU REQUIRED COMPONENTS uc)
 # Linked statically: loading the shared library would cost more start-up time than it saves.
 set(Boost_USE_STATIC_LIBS ON)

@@ -7,7 +7,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -55,7 +54,6 @@ public:
     std::size_t endIDTokens(Time now);
 
 private:
-    mutable std::mutex mutex_;
     Database database_;
 };
 

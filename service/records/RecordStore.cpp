@@ -2,7 +2,6 @@
 #include "service/records/RecordStore.h"
 
 #include "core/Date.h"
-#include "service/support/ServiceError.h"
 
 #include <boost/json.hpp>
 
@@ -51,89 +50,94 @@ std::int64_t rowLimit(std::size_t limit) {
 } // namespace
 
 RecordStore::RecordStore(const std::filesystem::path& file) : database_(file) {
-    Transaction transaction(database_);
-    Statement version(database_, "PRAGMA user_version");
-    version.step();
-    if (version.integer(0) == 0) {
-        database_.execute(schema);
-        database_.execute("PRAGMA user_version = " + std::to_string(formatVersion));
-    } else if (version.integer(0) != formatVersion) {
-        throw ServiceError(
-            ServiceError::Store{database_.path(), "it was created by another version"});
-    }
-    version.bind();
-    transaction.commit();
+    database_.change([&file](SQLite::Database& connection) {
+        const int version = connection.execAndGet("PRAGMA user_version");
+        if (version == 0) {
+            connection.exec(schema);
+            connection.exec("PRAGMA user_version = " + std::to_string(formatVersion));
+        } else if (version != formatVersion) {
+            throw ServiceError(
+                ServiceError::Store{file.string(), "it was created by another version"});
+        }
+        return version;
+    });
 }
 
 std::int64_t RecordStore::add(const Batch& batch) {
-    const std::lock_guard lock(mutex_);
-    Transaction transaction(database_);
-    Statement(
-        database_,
-        "INSERT INTO batches (received_at, client, watermark, records) VALUES (?, ?, ?, ?)")
-        .bind(now(), batch.client, batch.watermark, rowLimit(batch.items.size()))
-        .step();
-    const std::int64_t id = database_.lastRowID();
-    Statement insertion(
-        database_,
-        "INSERT INTO records (guid, batch, json) VALUES (?, ?, ?) ON CONFLICT (guid) DO NOTHING");
-    std::int64_t added = 0;
-    for (const auto& item : batch.items) {
-        insertion.bind(item.guid, id, item.json).step();
-        added += database_.changes();
-    }
-    Statement(database_, "UPDATE batches SET new_records = ? WHERE id = ?").bind(added, id).step();
-    transaction.commit();
-    return added;
+    return database_.change([&batch](SQLite::Database& connection) {
+        run(connection,
+            "INSERT INTO batches (received_at, client, watermark, records) VALUES (?, ?, ?, ?)",
+            now(),
+            batch.client,
+            batch.watermark,
+            rowLimit(batch.items.size()));
+        const std::int64_t id = connection.getLastInsertRowid();
+        SQLite::Statement insertion(
+            connection,
+            "INSERT INTO records (guid, batch, json) VALUES (?, ?, ?) ON CONFLICT (guid) DO "
+            "NOTHING");
+        std::int64_t added = 0;
+        for (const auto& item : batch.items) {
+            SQLite::bind(insertion, item.guid, id, item.json);
+            added += insertion.exec();
+            insertion.reset();
+        }
+        run(connection, "UPDATE batches SET new_records = ? WHERE id = ?", added, id);
+        return added;
+    });
 }
 
 void RecordStore::addDiagnostics(const std::string& client, const std::vector<std::string>& lines) {
-    const std::lock_guard lock(mutex_);
-    const auto receivedAt = now();
-    Transaction transaction(database_);
-    Statement insertion(
-        database_, "INSERT INTO diagnostics (received_at, client, line) VALUES (?, ?, ?)");
-    for (const auto& line : lines) {
-        insertion.bind(receivedAt, client, line).step();
-    }
-    transaction.commit();
+    database_.change([&](SQLite::Database& connection) {
+        const auto receivedAt = now();
+        SQLite::Statement insertion(
+            connection, "INSERT INTO diagnostics (received_at, client, line) VALUES (?, ?, ?)");
+        for (const auto& line : lines) {
+            SQLite::bind(insertion, receivedAt, client, line);
+            insertion.exec();
+            insertion.reset();
+        }
+        return lines.size();
+    });
 }
 
 RecordStore::Totals RecordStore::totals() const {
-    const std::lock_guard lock(mutex_);
-    Statement counts(
-        database_,
-        "SELECT (SELECT count(*) FROM records), (SELECT count(*) FROM batches),"
-        " (SELECT count(*) FROM diagnostics)");
-    counts.step();
-    return {counts.integer(0), counts.integer(1), counts.integer(2)};
+    return database_.use([](SQLite::Database& connection) {
+        SQLite::Statement counts(
+            connection,
+            "SELECT (SELECT count(*) FROM records), (SELECT count(*) FROM batches),"
+            " (SELECT count(*) FROM diagnostics)");
+        counts.executeStep();
+        return counts.getColumns<Totals, 3>();
+    });
 }
 
 std::vector<RecordStore::ReceivedBatch> RecordStore::latestBatches(std::size_t limit) const {
-    const std::lock_guard lock(mutex_);
-    Statement rows(
-        database_,
-        "SELECT received_at, client, watermark, records, new_records FROM batches"
-        " ORDER BY id DESC LIMIT ?");
-    rows.bind(rowLimit(limit));
-    std::vector<ReceivedBatch> batches;
-    while (rows.step()) {
-        batches.push_back(
-            {rows.string(0), rows.string(1), rows.integer(2), rows.integer(3), rows.integer(4)});
-    }
-    return batches;
+    return database_.use([limit](SQLite::Database& connection) {
+        SQLite::Statement rows(
+            connection,
+            "SELECT received_at, client, watermark, records, new_records FROM batches"
+            " ORDER BY id DESC LIMIT ?");
+        rows.bind(1, rowLimit(limit));
+        std::vector<ReceivedBatch> batches;
+        while (rows.executeStep()) {
+            batches.push_back(rows.getColumns<ReceivedBatch, 5>());
+        }
+        return batches;
+    });
 }
 
 std::vector<tavrin::MessageRecord> RecordStore::latestRecords(std::size_t limit) const {
-    const std::lock_guard lock(mutex_);
-    Statement rows(database_, "SELECT json FROM records ORDER BY id DESC LIMIT ?");
-    rows.bind(rowLimit(limit));
-    std::vector<tavrin::MessageRecord> records;
-    while (rows.step()) {
-        records.push_back(
-            boost::json::value_to<tavrin::MessageRecord>(boost::json::parse(rows.string(0))));
-    }
-    return records;
+    return database_.use([limit](SQLite::Database& connection) {
+        SQLite::Statement rows(connection, "SELECT json FROM records ORDER BY id DESC LIMIT ?");
+        rows.bind(1, rowLimit(limit));
+        std::vector<tavrin::MessageRecord> records;
+        while (rows.executeStep()) {
+            const auto json = boost::json::parse(rows.getColumn(0).getString());
+            records.push_back(boost::json::value_to<tavrin::MessageRecord>(json));
+        }
+        return records;
+    });
 }
 
 } // namespace orvel::service

@@ -7,7 +7,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -56,7 +55,6 @@ public:
     [[nodiscard]] std::vector<tavrin::MessageRecord> latestRecords(std::size_t limit) const;
 
 private:
-    mutable std::mutex mutex_;
     Database database_;
 };
 

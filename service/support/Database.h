@@ -1,87 +1,64 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <cstdint>
-#include <filesystem>
-#include <string>
-#include <string_view>
+#include "service/support/ServiceError.h"
 
-struct sqlite3;
-struct sqlite3_stmt;
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <SQLiteCpp/VariadicBind.h>
+
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <string>
 
 namespace orvel::service {
 
-/// A connection to an SQLite file that only its owner may read. Not thread-safe. Every failure is a
+/// A connection to an SQLite file that only its owner may read. Thread-safe. Every failure is a
 /// `ServiceError`.
 class Database final {
 public:
     /// Creates the file and its directory if they are missing.
     explicit Database(const std::filesystem::path& file);
-    ~Database();
-    Database(const Database&) = delete;
-    Database& operator=(const Database&) = delete;
 
-    void execute(const std::string& sql) const;
-
-    [[nodiscard]] const std::string& path() const { return path_; }
-    [[nodiscard]] std::int64_t lastRowID() const;
-    /// The number of rows that the latest statement changed.
-    [[nodiscard]] std::int64_t changes() const;
-
-private:
-    friend class Statement;
-    friend class Transaction;
-
-    [[noreturn]] void fail() const;
-
-    std::string path_;
-    sqlite3* handle_ = nullptr;
-};
-
-/// A prepared statement. The database must outlive it, and bound values must outlive `step()`.
-class Statement final {
-public:
-    Statement(const Database& database, std::string_view sql);
-    ~Statement();
-    Statement(const Statement&) = delete;
-    Statement& operator=(const Statement&) = delete;
-
-    template <typename... Values>
-    Statement& bind(const Values&... values) {
-        reset();
-        int index = 0;
-        (bindOne(++index, values), ...);
-        return *this;
+    /// Calls `action` with the connection, one caller at a time, and returns its result.
+    template <typename Action>
+    auto use(Action action) const {
+        const std::lock_guard lock(mutex_);
+        return translated([&] { return action(*connection_); });
     }
 
-    /// Whether there is another row.
-    bool step();
-
-    [[nodiscard]] std::int64_t integer(int column) const;
-    [[nodiscard]] std::string string(int column) const;
-
-private:
-    void reset();
-    void bindOne(int index, std::int64_t value);
-    void bindOne(int index, const std::string& value);
-
-    const Database& database_;
-    sqlite3_stmt* statement_ = nullptr;
-};
-
-/// Rolled back on destruction unless `commit()` was called.
-class Transaction final {
-public:
-    explicit Transaction(const Database& database);
-    ~Transaction();
-    Transaction(const Transaction&) = delete;
-    Transaction& operator=(const Transaction&) = delete;
-
-    void commit();
+    /// The same in a transaction, which is rolled back if the action throws.
+    template <typename Action>
+    auto change(Action action) const {
+        return use([&](SQLite::Database& connection) {
+            SQLite::Transaction transaction(connection, SQLite::TransactionBehavior::IMMEDIATE);
+            auto result = action(connection);
+            transaction.commit();
+            return result;
+        });
+    }
 
 private:
-    const Database& database_;
-    bool isCommitted_ = false;
+    template <typename Action>
+    auto translated(Action action) const {
+        try {
+            return action();
+        } catch (const SQLite::Exception& error) {
+            throw ServiceError(ServiceError::Store{path_, error.what()});
+        }
+    }
+
+    std::string path_;
+    mutable std::mutex mutex_;
+    std::unique_ptr<SQLite::Database> connection_;
 };
+
+/// Runs one statement that returns no rows. Returns the number of rows that it changed.
+template <typename... Values>
+int run(const SQLite::Database& connection, const char* sql, const Values&... values) {
+    SQLite::Statement statement(connection, sql);
+    SQLite::bind(statement, values...);
+    return statement.exec();
+}
 
 } // namespace orvel::service

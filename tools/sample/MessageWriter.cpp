@@ -11,7 +11,7 @@ namespace orvel {
 
 namespace {
 
-using Value = DatabaseStatement::Value;
+using Value = RowInserter::Value;
 
 constexpr std::int64_t rowsPerTransaction = 50'000;
 
@@ -51,7 +51,7 @@ Value orNull(std::optional<std::int64_t> number) {
 } // namespace
 
 MessageWriter::MessageWriter(
-    const DatabaseConnection& connection,
+    SQLite::Database& connection,
     const SampleMessages& messages,
     const MessageTimeline& timeline,
     std::int64_t firstRowID,
@@ -67,7 +67,7 @@ MessageWriter::MessageWriter(
 void MessageWriter::write(std::int64_t count) {
     const std::int64_t end = written_ + count;
     while (written_ < end) {
-        connection_.execute("BEGIN IMMEDIATE");
+        connection_.exec("BEGIN IMMEDIATE");
         const std::int64_t chunkEnd = std::min(end, written_ + rowsPerTransaction);
         while (written_ < chunkEnd) {
             if (const auto message = messages_.message(nextRowID_++)) {
@@ -75,7 +75,7 @@ void MessageWriter::write(std::int64_t count) {
                 ++written_;
             }
         }
-        connection_.execute("COMMIT");
+        connection_.exec("COMMIT");
         if (onProgress_) {
             onProgress_(written_);
         }

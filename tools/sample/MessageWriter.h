@@ -18,7 +18,7 @@ using WriteProgress = std::function<void(std::int64_t written)>;
 class MessageWriter final {
 public:
     MessageWriter(
-        const DatabaseConnection& connection,
+        SQLite::Database& connection,
         const SampleMessages& messages,
         const MessageTimeline& timeline,
         std::int64_t firstRowID,
@@ -31,7 +31,7 @@ public:
 private:
     void insert(const SampleMessages::Message& message);
 
-    const DatabaseConnection& connection_;
+    SQLite::Database& connection_;
     const SampleMessages& messages_;
     const MessageTimeline& timeline_;
     std::int64_t nextRowID_;

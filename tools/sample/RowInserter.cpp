@@ -7,12 +7,12 @@
 
 namespace orvel {
 
-RowInserter::RowInserter(const DatabaseConnection& connection, std::string_view table)
+RowInserter::RowInserter(const SQLite::Database& connection, std::string_view table)
     : connection_(connection), table_(table) {
-    DatabaseStatement columns(
+    SQLite::Statement columns(
         connection, fmt::format("SELECT name FROM pragma_table_info('{}')", table));
-    while (columns.step()) {
-        columns_.insert(columns.text(0));
+    while (columns.executeStep()) {
+        columns_.insert(columns.getColumn(0));
     }
 }
 
@@ -23,10 +23,10 @@ void RowInserter::insert(std::initializer_list<Field> fields) {
     std::size_t index = 0;
     for (const Field& field : fields) {
         if (const int parameter = parameters_[index++]; parameter != 0) {
-            statement_->bind(parameter, field.value);
+            bind(parameter, field.value);
         }
     }
-    statement_->step();
+    statement_->exec();
     statement_->reset();
 }
 
@@ -45,6 +45,20 @@ void RowInserter::prepare(std::initializer_list<Field> fields) {
     }
     statement_.emplace(
         connection_, fmt::format("INSERT INTO {} ({}) VALUES ({})", table_, names, placeholders));
+}
+
+void RowInserter::bind(int parameter, const Value& value) {
+    if (const auto* number = std::get_if<std::int64_t>(&value)) {
+        statement_->bind(parameter, *number);
+    } else if (const auto* text = std::get_if<std::string_view>(&value)) {
+        statement_->bind(parameter, std::string(*text));
+    } else if (const auto* blob = std::get_if<std::span<const std::uint8_t>>(&value)) {
+        // A null pointer would become NULL instead of an empty blob.
+        const void* bytes = blob->empty() ? "" : static_cast<const void*>(blob->data());
+        statement_->bindNoCopy(parameter, bytes, static_cast<int>(blob->size()));
+    } else {
+        statement_->bind(parameter);
+    }
 }
 
 } // namespace orvel

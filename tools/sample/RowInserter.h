@@ -1,14 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "tools/sample/DatabaseConnection.h"
+#include <SQLiteCpp/SQLiteCpp.h>
 
-#include <functional>
+#include <cstdint>
 #include <initializer_list>
 #include <optional>
 #include <set>
+#include <span>
 #include <string>
 #include <string_view>
+#include <variant>
 #include <vector>
 
 namespace orvel {
@@ -17,22 +19,26 @@ namespace orvel {
 /// Fields whose column the table lacks are skipped. The connection must outlive the object.
 class RowInserter final {
 public:
+    using Value =
+        std::variant<std::monostate, std::int64_t, std::string_view, std::span<const std::uint8_t>>;
+
     struct Field {
         std::string_view column;
-        DatabaseStatement::Value value;
+        Value value;
     };
 
-    RowInserter(const DatabaseConnection& connection, std::string_view table);
+    RowInserter(const SQLite::Database& connection, std::string_view table);
 
     void insert(std::initializer_list<Field> fields);
 
 private:
     void prepare(std::initializer_list<Field> fields);
+    void bind(int parameter, const Value& value);
 
-    const DatabaseConnection& connection_;
+    const SQLite::Database& connection_;
     std::string table_;
     std::set<std::string, std::less<>> columns_;
-    std::optional<DatabaseStatement> statement_;
+    std::optional<SQLite::Statement> statement_;
     /// The parameter of each field, or 0 if the table lacks its column.
     std::vector<int> parameters_;
 };

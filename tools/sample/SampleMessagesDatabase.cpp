@@ -2,7 +2,6 @@
 #include "tools/sample/SampleMessagesDatabase.h"
 
 #include "core/messages/AppleEpoch.h"
-#include "tools/sample/DatabaseConnection.h"
 #include "tools/sample/MessageTimeline.h"
 #include "tools/sample/MessagesSchema.h"
 #include "tools/sample/RowInserter.h"
@@ -25,17 +24,18 @@ namespace fs = std::filesystem;
 constexpr std::int64_t chatStyleGroup = 43;
 constexpr std::int64_t chatStyleDirect = 45;
 
-using Value = DatabaseStatement::Value;
+constexpr int busyTimeoutMilliseconds = 10'000;
 
-void createTables(
-    const DatabaseConnection& connection, const std::set<std::string>& withoutColumns) {
+using Value = RowInserter::Value;
+
+void createTables(SQLite::Database& connection, const std::set<std::string>& withoutColumns) {
     for (const std::string_view table : MessagesSchema::tables) {
-        connection.execute(std::string(table));
+        connection.exec(std::string(table));
     }
     for (const std::string& column : withoutColumns) {
         const std::size_t dot = column.find('.');
         const bool hasTable = dot != std::string::npos;
-        connection.execute(fmt::format(
+        connection.exec(fmt::format(
             "ALTER TABLE {} DROP COLUMN {}",
             hasTable ? column.substr(0, dot) : "message",
             hasTable ? column.substr(dot + 1) : column));
@@ -58,22 +58,20 @@ bool mentions(std::string_view sql, std::string_view column) {
     return false;
 }
 
-void createIndexes(
-    const DatabaseConnection& connection, const std::set<std::string>& withoutColumns) {
+void createIndexes(SQLite::Database& connection, const std::set<std::string>& withoutColumns) {
     for (const std::string_view index : MessagesSchema::indexes) {
         const bool lacksColumn =
             std::any_of(withoutColumns.begin(), withoutColumns.end(), [&](const auto& column) {
                 return mentions(index, "message") && mentions(index, column);
             });
         if (!lacksColumn) {
-            connection.execute(std::string(index));
+            connection.exec(std::string(index));
         }
     }
 }
 
-void writeConversations(
-    const DatabaseConnection& connection, const SampleConversations& conversations) {
-    connection.execute("BEGIN");
+void writeConversations(SQLite::Database& connection, const SampleConversations& conversations) {
+    connection.exec("BEGIN");
     RowInserter handles(connection, "handle");
     for (const auto& handle : conversations.handles()) {
         handles.insert({{"id", handle.id}, {"service", handle.service}});
@@ -103,7 +101,7 @@ void writeConversations(
                 {{"chat_id", chatID}, {"handle_id", SampleConversations::rowID(participant)}});
         }
     }
-    connection.execute("COMMIT");
+    connection.exec("COMMIT");
 }
 
 /// The file and what SQLite may have put beside chat.
@@ -137,9 +135,10 @@ Summary summaryOf(const SampleMessages& messages, std::int64_t count, std::int64
         .handleCount = messages.conversations().handles().size()};
 }
 
-std::int64_t firstInteger(const DatabaseConnection& connection, const std::string& sql) {
-    DatabaseStatement statement(connection, sql);
-    return statement.step() ? statement.integer(0) : 0;
+/// Keeps the contents of the write-ahead log there, even when the last connection closes.
+void keepLog(SQLite::Database& connection) {
+    connection.exec("PRAGMA wal_autocheckpoint = 0");
+    sqlite3_db_config(connection.getHandle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
 }
 
 Summary write(const fs::path& path, const Options& options, const WriteProgress& onProgress) {
@@ -151,10 +150,11 @@ Summary write(const fs::path& path, const Options& options, const WriteProgress&
         options.messageCount,
         options.content.seed);
 
-    const DatabaseConnection connection(path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+    SQLite::Database connection(
+        path.string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE, busyTimeoutMilliseconds);
     // No other process uses the new file, and a failure removes it: it needs neither a journal nor
     // syncing.
-    connection.execute(
+    connection.exec(
         "PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF;"
         "PRAGMA cache_size = -262144; PRAGMA mmap_size = 2147418112; PRAGMA temp_store = MEMORY");
     createTables(connection, options.withoutColumns);
@@ -166,9 +166,9 @@ Summary write(const fs::path& path, const Options& options, const WriteProgress&
     // Indexing a full table is much faster than updating the index for each row.
     createIndexes(connection, options.withoutColumns);
 
-    connection.execute("PRAGMA journal_mode = WAL");
+    connection.exec("PRAGMA journal_mode = WAL");
     if (options.keepsLog) {
-        connection.keepLog();
+        keepLog(connection);
     }
     writer.write(logged);
 
@@ -186,6 +186,9 @@ Summary create(const fs::path& path, const Options& options, const WriteProgress
     makeParentFolders(path);
     try {
         return write(path, options, onProgress);
+    } catch (const SQLite::Exception& error) {
+        removeDatabase(path);
+        throw Error(Error::Database{path.string(), error.what()});
     } catch (...) {
         removeDatabase(path);
         throw;
@@ -193,13 +196,13 @@ Summary create(const fs::path& path, const Options& options, const WriteProgress
 }
 
 Summary
-append(const fs::path& path, const AppendOptions& options, const WriteProgress& onProgress) {
-    const DatabaseConnection connection(path, SQLITE_OPEN_READWRITE);
+append(const fs::path& path, const AppendOptions& options, const WriteProgress& onProgress) try {
+    SQLite::Database connection(path.string(), SQLite::OPEN_READWRITE, busyTimeoutMilliseconds);
     SampleMessages::Options content = options.content;
     std::vector<std::string> chatGUIDs;
-    DatabaseStatement chats(connection, "SELECT guid FROM chat ORDER BY ROWID");
-    while (chats.step()) {
-        chatGUIDs.push_back(chats.text(0));
+    SQLite::Statement chats(connection, "SELECT guid FROM chat ORDER BY ROWID");
+    while (chats.executeStep()) {
+        chatGUIDs.push_back(chats.getColumn(0));
     }
     content.chatCount = static_cast<int>(chatGUIDs.size());
     const SampleMessages messages(content);
@@ -213,13 +216,11 @@ append(const fs::path& path, const AppendOptions& options, const WriteProgress& 
     }
 
     const std::int64_t last =
-        firstInteger(connection, "SELECT max(seq) FROM sqlite_sequence WHERE name = 'message'");
+        connection.execAndGet("SELECT max(seq) FROM sqlite_sequence WHERE name = 'message'");
     // Dates in seconds are far smaller than all dates in nanoseconds.
-    const std::int64_t previous = firstInteger(
-        connection,
-        fmt::format(
-            "SELECT max(CASE WHEN date < {} THEN date * 1000000000 ELSE date END) FROM message",
-            tavrin::AppleEpoch::nanosecondDivide));
+    const std::int64_t previous = connection.execAndGet(fmt::format(
+        "SELECT max(CASE WHEN date < {} THEN date * 1000000000 ELSE date END) FROM message",
+        tavrin::AppleEpoch::nanosecondDivide));
     const std::int64_t newest =
         options.newest
             ? tavrin::AppleEpoch::rawNanoseconds(*options.newest)
@@ -230,14 +231,16 @@ append(const fs::path& path, const AppendOptions& options, const WriteProgress& 
     }
     const MessageTimeline timeline(previous + 1, newest, options.messageCount, content.seed);
 
-    connection.execute("PRAGMA journal_mode = WAL");
+    connection.exec("PRAGMA journal_mode = WAL");
     if (options.keepsLog) {
-        connection.keepLog();
+        keepLog(connection);
     }
     MessageWriter writer(connection, messages, timeline, last + 1, onProgress);
     writer.write(options.messageCount);
 
     return summaryOf(messages, options.messageCount, writer.lastRowID());
+} catch (const SQLite::Exception& error) {
+    throw Error(Error::Database{path.string(), error.what()});
 }
 
 } // namespace orvel::SampleMessagesDatabase
