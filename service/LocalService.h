@@ -2,23 +2,34 @@
 #pragma once
 
 #include "service/accounts/Account.h"
+#include "service/accounts/AuthorizationCodes.h"
+#include "service/accounts/BearerTokens.h"
 #include "service/accounts/IdentityProvider.h"
 #include "service/endpoints/FaultScript.h"
+#include "service/endpoints/Router.h"
+#include "service/http/CertificateAuthority.h"
+#include "service/http/HTTPSServer.h"
+#include "service/http/TrafficCapture.h"
+#include "service/records/KnownHandles.h"
+#include "service/records/RecordStore.h"
 
+#include <boost/json/fwd.hpp>
+
+#include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
-#include <memory>
+#include <map>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace orvel::service {
-
-class RecordStore;
 
 /// The service contract over HTTPS on 127.0.0.1, with one SQLite file as its store.
 ///
@@ -60,8 +71,7 @@ public:
 
     /// Opens the store and the certificates, or creates them. Throws `ServiceError`.
     explicit LocalService(Options options);
-    /// Calls `stop()`.
-    ~LocalService();
+    ~LocalService() { stop(); }
     LocalService(const LocalService&) = delete;
     LocalService& operator=(const LocalService&) = delete;
 
@@ -72,16 +82,20 @@ public:
 
     /// Applies the fault to the next `times` requests to the agent's endpoints. Faults take effect
     /// in the order in which they were scripted.
-    void script(Fault fault, std::size_t times = 1);
-    void clearFaults();
+    void script(Fault fault, std::size_t times = 1) { faults_.add(std::move(fault), times); }
+    void clearFaults() { faults_.clear(); }
 
     /// Requests with the token are answered with an expired session from now on.
-    void expireToken(std::string token);
+    void expireToken(std::string token) { tokens_.expire(std::move(token)); }
 
     /// The code that the sign-in page hands over for the account.
-    [[nodiscard]] std::string mintCode(std::string challenge, std::string uid);
+    [[nodiscard]] std::string mintCode(std::string challenge, std::string uid) {
+        return codes_.mint(std::move(challenge), std::move(uid));
+    }
     /// Starts a session without a browser. Throws `IdentityRefusal` if the account cannot sign in.
-    [[nodiscard]] IdentityProvider::Tokens signIn(const std::string& uid);
+    [[nodiscard]] IdentityProvider::Tokens signIn(const std::string& uid) {
+        return identities_.startSession(uid);
+    }
 
     /// Ends the sessions of the account, or all of them if `uid` is empty. Their refresh tokens are
     /// refused with `message`, an error code of the identity provider. Their ID tokens stay valid
@@ -90,22 +104,28 @@ public:
     std::size_t revokeSessions(
         const std::string& uid = {},
         const std::string& message = "TOKEN_EXPIRED",
-        bool endsIDTokens = false);
+        bool endsIDTokens = false) {
+        return identities_.revokeSessions(uid, message, endsIDTokens);
+    }
     /// Lets all ID tokens expire. Returns their number.
-    std::size_t expireIDTokens();
+    std::size_t expireIDTokens() { return identities_.expireIDTokens(); }
     /// A disabled account can neither sign in nor refresh. Its sessions are kept.
-    void setUserDisabled(const std::string& uid, bool isDisabled = true);
+    void setUserDisabled(const std::string& uid, bool isDisabled = true) {
+        identities_.setUserDisabled(uid, isDisabled);
+    }
 
     /// Writes a folder for `ORVEL_AGENT_BUNDLE`, so that an agent talks to this service. Call it
     /// after the first start. Throws `ServiceError`.
     void writeBundle(const std::filesystem::path& folder) const;
 
     /// With option `port` 0, this is 0 until the first start.
-    [[nodiscard]] std::uint16_t port() const;
+    [[nodiscard]] std::uint16_t port() const { return port_; }
     /// Scheme, address and port, without a trailing slash.
-    [[nodiscard]] std::string url() const;
+    [[nodiscard]] std::string url() const { return "https://127.0.0.1:" + std::to_string(port()); }
     /// The PEM file of the certificate that a client must trust.
-    [[nodiscard]] std::filesystem::path caFile() const;
+    [[nodiscard]] const std::filesystem::path& caFile() const {
+        return authority_.certificateFile();
+    }
 
     /// Requests to the agent's endpoints, including those that met a fault.
     [[nodiscard]] std::size_t requestCount() const;
@@ -115,13 +135,42 @@ public:
     [[nodiscard]] bool waitForRequests(std::size_t count, std::chrono::milliseconds limit) const;
 
     /// The number of stored records, without duplicates.
-    [[nodiscard]] std::size_t storedCount() const;
-    [[nodiscard]] const RecordStore& store() const;
+    [[nodiscard]] std::size_t storedCount() const {
+        return static_cast<std::size_t>(store_.totals().records);
+    }
+    [[nodiscard]] const RecordStore& store() const { return store_; }
 
 private:
-    class Implementation;
+    [[nodiscard]] Reply answer(const Request& request);
+    [[nodiscard]] Reply answerContract(const Request& request);
+    void count(const Request& request);
+    void wait(std::chrono::milliseconds delay);
+    [[nodiscard]] boost::json::object statistics() const;
 
-    std::unique_ptr<Implementation> implementation_;
+    const Options options_;
+    std::atomic<std::uint16_t> port_;
+    FaultScript faults_;
+    RecordStore store_;
+    IdentityProvider identities_;
+    AuthorizationCodes codes_;
+    BearerTokens tokens_;
+    const CertificateAuthority authority_;
+    const KnownHandles knownHandles_;
+    /// The agent's endpoints: counted, captured and subject to faults.
+    Router contract_;
+    /// The endpoints for people and test programs.
+    Router operator_;
+    std::optional<TrafficCapture> capture_;
+    std::mutex logMutex_;
+
+    mutable std::mutex mutex_;
+    mutable std::condition_variable changed_;
+    bool isStopping_ = false;
+    std::size_t requestCount_ = 0;
+    std::map<std::string, std::size_t, std::less<>> pathCounts_;
+
+    /// Last, so that it stops before the members that its threads use are destroyed.
+    HTTPSServer server_;
 };
 
 } // namespace orvel::service

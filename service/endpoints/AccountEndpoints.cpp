@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "service/endpoints/AccountEndpoints.h"
-
 #include "core/JSON.h"
 #include "service/accounts/AuthorizationCodes.h"
 #include "service/accounts/BearerTokens.h"
 #include "service/accounts/IdentityProvider.h"
+#include "service/endpoints/Endpoints.h"
 #include "service/endpoints/Router.h"
 #include "service/http/Envelope.h"
 

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "service/endpoints/ContextEndpoints.h"
-
 #include "core/JSON.h"
 #include "core/messages/MessageRecord.h"
+#include "service/endpoints/Endpoints.h"
 #include "service/endpoints/Router.h"
 #include "service/http/Envelope.h"
 #include "service/records/KnownHandles.h"

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "service/endpoints/ControlEndpoints.h"
-
 #include "core/JSON.h"
 #include "service/accounts/IdentityProvider.h"
+#include "service/endpoints/Endpoints.h"
 #include "service/endpoints/FaultScript.h"
 #include "service/endpoints/Router.h"
 #include "service/http/Envelope.h"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "service/endpoints/FaultScript.h"
 
-#include "service/endpoints/IdentityEndpoints.h"
+#include "service/endpoints/Endpoints.h"
 #include "service/http/Envelope.h"
 
 #include <boost/json.hpp>

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "service/endpoints/IdentityEndpoints.h"
-
 #include "core/JSON.h"
 #include "service/accounts/IdentityProvider.h"
+#include "service/endpoints/Endpoints.h"
 #include "service/endpoints/Router.h"
 #include "service/http/Envelope.h"
 #include "service/support/Cryptography.h"

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "service/endpoints/Page.h"
 
+#include <map>
 #include <utility>
 
 namespace orvel::service {
@@ -58,28 +59,12 @@ std::string pageStart(std::string_view title, PageWidth width, std::string_view 
 }
 
 std::string escaped(std::string_view text) {
+    static const std::map<char, std::string_view> entities{
+        {'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}, {'"', "&quot;"}, {'\'', "&#39;"}};
     std::string result;
-    result.reserve(text.size());
     for (const char character : text) {
-        switch (character) {
-        case '&':
-            result += "&amp;";
-            break;
-        case '<':
-            result += "&lt;";
-            break;
-        case '>':
-            result += "&gt;";
-            break;
-        case '"':
-            result += "&quot;";
-            break;
-        case '\'':
-            result += "&#39;";
-            break;
-        default:
-            result += character;
-        }
+        const auto entity = entities.find(character);
+        entity == entities.end() ? result += character : result += entity->second;
     }
     return result;
 }

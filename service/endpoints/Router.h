@@ -13,7 +13,7 @@ namespace orvel::service {
 
 class BearerTokens;
 
-/// A set of endpoints. Functions such as `addStatusPage()` add them; after that the router is
+/// A set of endpoints. Functions such as `addStatusEndpoints()` add them; after that the router is
 /// immutable and may be used from several threads.
 class Router final {
 public:

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "service/endpoints/UpdateEndpoints.h"
-
 #include "core/FileDescriptor.h"
+#include "service/endpoints/Endpoints.h"
 #include "service/endpoints/Router.h"
 #include "service/http/Envelope.h"
 
@@ -11,6 +10,8 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <cstdio>
+#include <memory>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -31,28 +32,19 @@ std::optional<std::string> content(const std::filesystem::path& folder, const st
         return std::nullopt;
     }
     // Without O_NONBLOCK, opening a pipe would block.
-    const FileDescriptor file(
+    FileDescriptor file(
         open((folder / name).c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     struct stat status {};
     if (!file.isOpen() || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
         return std::nullopt;
     }
     std::string bytes(static_cast<std::size_t>(status.st_size), '\0');
-    std::size_t count = 0;
-    while (count < bytes.size()) {
-        const ssize_t more = read(file.get(), bytes.data() + count, bytes.size() - count);
-        if (more < 0 && errno == EINTR) {
-            continue;
-        }
-        if (more < 0) {
-            throw std::system_error(errno, std::generic_category(), "Could not read the update");
-        }
-        if (more == 0) {
-            break;
-        }
-        count += static_cast<std::size_t>(more);
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(
+        fdopen(file.release(), "r"), std::fclose);
+    bytes.resize(std::fread(bytes.data(), 1, bytes.size(), stream.get()));
+    if (std::ferror(stream.get()) != 0) {
+        throw std::system_error(errno, std::generic_category(), "Could not read the update");
     }
-    bytes.resize(count);
     return bytes;
 }
 

@@ -14,13 +14,12 @@
 #include <openssl/x509v3.h>
 
 #include <array>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <optional>
-#include <string_view>
+#include <string>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 namespace orvel::service {
 
@@ -67,93 +66,85 @@ std::time_t seconds(Time time) {
     return std::chrono::system_clock::to_time_t(time);
 }
 
-void addExtension(X509* certificate, X509* issuer, int kind, const char* value) {
-    X509V3_CTX context;
-    X509V3_set_ctx_nodb(&context);
-    X509V3_set_ctx(&context, issuer, certificate, nullptr, nullptr, 0);
-    const Extension extension(checked(X509V3_EXT_conf_nid(nullptr, &context, kind, value)));
-    checked(X509_add_ext(certificate, extension.get(), -1));
-}
+using Extensions = std::vector<std::pair<int, const char*>>;
 
-/// Without the extensions and the signature.
-Identity unsignedIdentity(const char* name, Time now, std::chrono::days lifetime) {
+/// Signed by the issuer, or by itself if there is none.
+Identity makeIdentity(
+    const char* name,
+    Time now,
+    std::chrono::days lifetime,
+    const Identity* issuer,
+    const Extensions& extensions) {
     Identity created{Certificate(checked(X509_new())), Key(checked(EVP_EC_gen("P-256")))};
     X509* certificate = created.certificate.get();
+    const Identity& signer = issuer == nullptr ? created : *issuer;
     checked(X509_set_version(certificate, X509_VERSION_3));
     const BigNumber serial(checked(BN_new()));
     checked(BN_rand(serial.get(), 127, BN_RAND_TOP_ONE, BN_RAND_BOTTOM_ANY));
     checked(BN_to_ASN1_INTEGER(serial.get(), X509_get_serialNumber(certificate)));
     checked(ASN1_TIME_set(X509_getm_notBefore(certificate), seconds(now - startMargin)));
     checked(ASN1_TIME_set(X509_getm_notAfter(certificate), seconds(now + lifetime)));
-    const std::string text = name;
-    checked(X509_NAME_add_entry_by_NID(
-        X509_get_subject_name(certificate),
-        NID_commonName,
-        MBSTRING_UTF8,
-        reinterpret_cast<const unsigned char*>(text.data()),
-        static_cast<int>(text.size()),
-        -1,
-        0));
+    X509_NAME* subject = X509_get_subject_name(certificate);
+    const auto* bytes = reinterpret_cast<const unsigned char*>(name);
+    checked(X509_NAME_add_entry_by_txt(subject, "CN", MBSTRING_UTF8, bytes, -1, -1, 0));
     checked(X509_set_pubkey(certificate, created.key.get()));
+    checked(X509_set_issuer_name(certificate, X509_get_subject_name(signer.certificate.get())));
+    X509V3_CTX context;
+    X509V3_set_ctx_nodb(&context);
+    X509V3_set_ctx(&context, signer.certificate.get(), certificate, nullptr, nullptr, 0);
+    for (const auto& [kind, value] : extensions) {
+        const Extension extension(checked(X509V3_EXT_conf_nid(nullptr, &context, kind, value)));
+        checked(X509_add_ext(certificate, extension.get(), -1));
+    }
+    checked(X509_sign(certificate, signer.key.get(), EVP_sha256()));
     return created;
 }
 
 Identity makeAuthority(Time now) {
-    auto created = unsignedIdentity("Orvel local service authority", now, authorityLifetime);
-    X509* certificate = created.certificate.get();
-    checked(X509_set_issuer_name(certificate, X509_get_subject_name(certificate)));
-    addExtension(certificate, certificate, NID_basic_constraints, "critical,CA:TRUE,pathlen:0");
-    addExtension(certificate, certificate, NID_key_usage, "critical,keyCertSign");
-    addExtension(
-        certificate,
-        certificate,
-        NID_name_constraints,
-        "critical,permitted;DNS:localhost,permitted;IP:127.0.0.1/255.255.255.255");
-    addExtension(certificate, certificate, NID_subject_key_identifier, "hash");
-    checked(X509_sign(certificate, created.key.get(), EVP_sha256()));
-    return created;
+    return makeIdentity(
+        "Orvel local service authority",
+        now,
+        authorityLifetime,
+        nullptr,
+        {{NID_basic_constraints, "critical,CA:TRUE,pathlen:0"},
+         {NID_key_usage, "critical,keyCertSign"},
+         {NID_name_constraints,
+          "critical,permitted;DNS:localhost,permitted;IP:127.0.0.1/255.255.255.255"},
+         {NID_subject_key_identifier, "hash"}});
 }
 
 Identity makeServer(const Identity& authority, Time now) {
-    auto created = unsignedIdentity("localhost", now, serverLifetime);
-    X509* certificate = created.certificate.get();
-    X509* issuer = authority.certificate.get();
-    checked(X509_set_issuer_name(certificate, X509_get_subject_name(issuer)));
-    addExtension(certificate, issuer, NID_basic_constraints, "critical,CA:FALSE");
-    addExtension(certificate, issuer, NID_key_usage, "critical,digitalSignature");
-    addExtension(certificate, issuer, NID_ext_key_usage, "serverAuth");
-    addExtension(certificate, issuer, NID_subject_alt_name, "DNS:localhost,IP:127.0.0.1");
-    addExtension(certificate, issuer, NID_subject_key_identifier, "hash");
-    addExtension(certificate, issuer, NID_authority_key_identifier, "keyid:always");
-    checked(X509_sign(certificate, authority.key.get(), EVP_sha256()));
-    return created;
+    return makeIdentity(
+        "localhost",
+        now,
+        serverLifetime,
+        &authority,
+        {{NID_basic_constraints, "critical,CA:FALSE"},
+         {NID_key_usage, "critical,digitalSignature"},
+         {NID_ext_key_usage, "serverAuth"},
+         {NID_subject_alt_name, "DNS:localhost,IP:127.0.0.1"},
+         {NID_subject_key_identifier, "hash"},
+         {NID_authority_key_identifier, "keyid:always"}});
 }
 
-std::string text(BIO* bio) {
+template <typename Write>
+std::string pem(Write write) {
+    const Bio bio(checked(BIO_new(BIO_s_mem())));
+    checked(write(bio.get()));
     char* bytes = nullptr;
-    const auto size = BIO_get_mem_data(bio, &bytes);
+    const auto size = BIO_get_mem_data(bio.get(), &bytes);
     return {bytes, static_cast<std::size_t>(size)};
 }
 
-std::string pem(X509* certificate) {
-    const Bio bio(checked(BIO_new(BIO_s_mem())));
-    checked(PEM_write_bio_X509(bio.get(), certificate));
-    return text(bio.get());
-}
-
-std::string pem(EVP_PKEY* key) {
-    const Bio bio(checked(BIO_new(BIO_s_mem())));
-    checked(PEM_write_bio_PrivateKey(bio.get(), key, nullptr, nullptr, 0, nullptr, nullptr));
-    return text(bio.get());
-}
-
-std::string read(const std::filesystem::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
-
-Bio reader(const std::string& content) {
-    return Bio(checked(BIO_new_mem_buf(content.data(), static_cast<int>(content.size()))));
+/// Null unless the file contains such an object.
+template <typename Object, typename Read>
+Object read(const std::filesystem::path& file, Read readObject) {
+    // The default callback would ask for an encrypted key's passphrase at the terminal.
+    const auto noPassphrase = [](char*, int, int, void*) {
+        return -1;
+    };
+    const Bio bio(BIO_new_file(file.c_str(), "r"));
+    return Object(bio ? readObject(bio.get(), nullptr, noPassphrase, nullptr) : nullptr);
 }
 
 struct Files {
@@ -162,22 +153,22 @@ struct Files {
 };
 
 void save(const Identity& identity, const Files& files) {
-    replacePrivateFile(files.key, pem(identity.key.get()));
-    replacePrivateFile(files.certificate, pem(identity.certificate.get()));
+    EVP_PKEY* key = identity.key.get();
+    replacePrivateFile(files.key, pem([key](BIO* bio) {
+                           return PEM_write_bio_PrivateKey(
+                               bio, key, nullptr, nullptr, 0, nullptr, nullptr);
+                       }));
+    X509* certificate = identity.certificate.get();
+    replacePrivateFile(files.certificate, pem([certificate](BIO* bio) {
+                           return PEM_write_bio_X509(bio, certificate);
+                       }));
 }
 
 /// The identity in the files, if key and certificate match and are valid beyond `renewalMargin`.
 std::optional<Identity> load(const Files& files, Time now) {
-    const auto certificateText = read(files.certificate);
-    const auto keyText = read(files.key);
-    // The default callback would ask for an encrypted key's passphrase at the terminal.
-    const auto noPassphrase = [](char*, int, int, void*) {
-        return -1;
-    };
     Identity loaded{
-        Certificate(
-            PEM_read_bio_X509(reader(certificateText).get(), nullptr, noPassphrase, nullptr)),
-        Key(PEM_read_bio_PrivateKey(reader(keyText).get(), nullptr, noPassphrase, nullptr))};
+        read<Certificate>(files.certificate, PEM_read_bio_X509),
+        read<Key>(files.key, PEM_read_bio_PrivateKey)};
     const bool isWhole = loaded.certificate && loaded.key &&
                          X509_check_private_key(loaded.certificate.get(), loaded.key.get()) == 1;
     ERR_clear_error();
@@ -223,8 +214,8 @@ CertificateAuthority::CertificateAuthority(std::filesystem::path directory, Time
         server = makeServer(*authority, now);
         save(*server, serverFiles);
     }
-    serverCertificate_ = pem(server->certificate.get());
-    serverKey_ = pem(server->key.get());
+    serverCertificate_ = std::move(server->certificate);
+    serverKey_ = std::move(server->key);
 }
 
 } // namespace orvel::service

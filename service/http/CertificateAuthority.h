@@ -3,7 +3,10 @@
 
 #include <chrono>
 #include <filesystem>
-#include <string>
+#include <memory>
+
+struct evp_pkey_st;
+struct x509_st;
 
 namespace orvel::service {
 
@@ -23,15 +26,13 @@ public:
     /// The PEM file of the certificate that a client must trust.
     [[nodiscard]] const std::filesystem::path& certificateFile() const { return certificateFile_; }
 
-    /// PEM.
-    [[nodiscard]] const std::string& serverCertificate() const { return serverCertificate_; }
-    /// PEM.
-    [[nodiscard]] const std::string& serverKey() const { return serverKey_; }
+    [[nodiscard]] x509_st* serverCertificate() const { return serverCertificate_.get(); }
+    [[nodiscard]] evp_pkey_st* serverKey() const { return serverKey_.get(); }
 
 private:
     std::filesystem::path certificateFile_;
-    std::string serverCertificate_;
-    std::string serverKey_;
+    std::shared_ptr<x509_st> serverCertificate_;
+    std::shared_ptr<evp_pkey_st> serverKey_;
 };
 
 } // namespace orvel::service

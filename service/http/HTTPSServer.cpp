@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "service/http/HTTPSServer.h"
 
+#include "service/http/CertificateAuthority.h"
 #include "service/http/Envelope.h"
 #include "service/support/ServiceError.h"
 
 #include <httplib.h>
-#include <openssl/bio.h>
-#include <openssl/pem.h>
 #include <openssl/ssl.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -34,21 +33,13 @@ constexpr std::chrono::seconds ioTimeout(5);
 /// All replies of the handler have this header. The library's own replies lack it.
 constexpr const char* handlerHeader = "Cache-Control";
 
-bool configure(SSL_CTX& context, const std::string& certificate, const std::string& key) {
-    const auto reader = [](const std::string& pem) {
-        return std::unique_ptr<BIO, decltype(&BIO_free_all)>(
-            BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())), BIO_free_all);
-    };
-    const std::unique_ptr<X509, decltype(&X509_free)> parsedCertificate(
-        PEM_read_bio_X509(reader(certificate).get(), nullptr, nullptr, nullptr), X509_free);
-    const std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> parsedKey(
-        PEM_read_bio_PrivateKey(reader(key).get(), nullptr, nullptr, nullptr), EVP_PKEY_free);
+bool configure(SSL_CTX& context, const CertificateAuthority& authority) {
     return SSL_CTX_set_min_proto_version(&context, TLS1_2_VERSION) == 1 &&
            // A session ticket would be sent before the reply, but a reset must be the first thing
            // sent.
            SSL_CTX_set_num_tickets(&context, 0) == 1 &&
-           SSL_CTX_use_certificate(&context, parsedCertificate.get()) == 1 &&
-           SSL_CTX_use_PrivateKey(&context, parsedKey.get()) == 1;
+           SSL_CTX_use_certificate(&context, authority.serverCertificate()) == 1 &&
+           SSL_CTX_use_PrivateKey(&context, authority.serverKey()) == 1;
 }
 
 Request translated(const httplib::Request& from) {
@@ -169,23 +160,16 @@ Refusal protocolRefusal(int status) {
 } // namespace
 
 struct HTTPSServer::Running {
-    Running(const std::string& certificate, const std::string& key)
-        : server([&](SSL_CTX& context) { return configure(context, certificate, key); }) {}
+    explicit Running(const CertificateAuthority& authority)
+        : server([&authority](SSL_CTX& context) { return configure(context, authority); }) {}
 
     httplib::SSLServer server;
     std::thread thread;
 };
 
-HTTPSServer::HTTPSServer(std::string certificate, std::string key, Handler handler)
-    : certificate_(std::move(certificate)), key_(std::move(key)), handler_(std::move(handler)) {}
-
-HTTPSServer::~HTTPSServer() {
-    stop();
-}
-
 std::uint16_t HTTPSServer::start(std::uint16_t port) {
     assert(!running_);
-    auto running = std::make_unique<Running>(certificate_, key_);
+    auto running = std::make_shared<Running>(authority_);
     auto& server = running->server;
     if (!server.is_valid()) {
         throw ServiceError(ServiceError::Certificate{"it does not fit its key"});

@@ -7,9 +7,11 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <string>
+#include <utility>
 
 namespace orvel::service {
+
+class CertificateAuthority;
 
 /// HTTPS on 127.0.0.1: one request per connection, TLS 1.2 or newer.
 class HTTPSServer final {
@@ -20,9 +22,10 @@ public:
     /// A longer body is dropped; the handler sees `Request::Body::TooLarge`.
     static constexpr std::size_t maxBodySize = std::size_t(16) * 1024 * 1024;
 
-    /// Certificate and key are PEM.
-    HTTPSServer(std::string certificate, std::string key, Handler handler);
-    ~HTTPSServer();
+    /// The authority must outlive the server.
+    HTTPSServer(const CertificateAuthority& authority, Handler handler)
+        : authority_(authority), handler_(std::move(handler)) {}
+    ~HTTPSServer() { stop(); }
     HTTPSServer(const HTTPSServer&) = delete;
     HTTPSServer& operator=(const HTTPSServer&) = delete;
 
@@ -35,10 +38,10 @@ public:
 private:
     struct Running;
 
-    std::string certificate_;
-    std::string key_;
+    const CertificateAuthority& authority_;
     Handler handler_;
-    std::unique_ptr<Running> running_;
+    /// A shared pointer, because it can destroy a type that is declared only.
+    std::shared_ptr<Running> running_;
 };
 
 } // namespace orvel::service

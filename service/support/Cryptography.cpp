@@ -4,11 +4,12 @@
 #include "service/support/ServiceError.h"
 
 #include <openssl/crypto.h>
+#include <openssl/evp.h>
 #include <openssl/rand.h>
 #include <openssl/sha.h>
 
+#include <algorithm>
 #include <array>
-#include <cstdint>
 
 namespace orvel::service {
 
@@ -18,19 +19,12 @@ constexpr std::size_t size = 32;
 using Bytes = std::array<unsigned char, size>;
 
 std::string base64URL(const Bytes& bytes) {
-    constexpr std::string_view alphabet =
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
-    std::string text;
-    std::uint32_t bits = 0;
-    int count = 0;
-    for (const auto byte : bytes) {
-        bits = bits << 8U | byte;
-        for (count += 8; count >= 6; count -= 6) {
-            text += alphabet[bits >> static_cast<unsigned>(count - 6) & 63U];
-        }
-    }
-    // The remaining bits of the last byte, padded with zeros.
-    return text += alphabet[bits << static_cast<unsigned>(6 - count) & 63U];
+    // With padding and a terminating zero.
+    std::array<unsigned char, (size + 2) / 3 * 4 + 1> text{};
+    EVP_EncodeBlock(text.data(), bytes.data(), size);
+    std::ranges::replace(text, '+', '-');
+    std::ranges::replace(text, '/', '_');
+    return {text.begin(), std::ranges::find(text, '=')};
 }
 
 } // namespace

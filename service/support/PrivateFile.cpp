@@ -15,12 +15,9 @@ namespace orvel::service {
 
 namespace {
 
-[[noreturn]] void fail(const std::filesystem::path& path, const std::error_code& error) {
+[[noreturn]] void
+fail(const std::filesystem::path& path, std::error_code error = {errno, std::generic_category()}) {
     throw ServiceError(ServiceError::File{path.string(), error.message()});
-}
-
-[[noreturn]] void fail(const std::filesystem::path& path) {
-    fail(path, std::error_code(errno, std::generic_category()));
 }
 
 int flags(PrivateFile::Mode mode) {
@@ -32,25 +29,15 @@ int flags(PrivateFile::Mode mode) {
 
 PrivateFile::PrivateFile(std::filesystem::path path, Mode mode)
     : path_(std::move(path)), descriptor_(open(path_.c_str(), flags(mode), S_IRUSR | S_IWUSR)) {
-    if (descriptor_ < 0) {
-        fail(path_);
-    }
     // An existing file may have had another mode.
-    if (fchmod(descriptor_, S_IRUSR | S_IWUSR) != 0) {
-        const int reason = errno;
-        close(descriptor_);
-        errno = reason;
+    if (!descriptor_.isOpen() || fchmod(descriptor_.get(), S_IRUSR | S_IWUSR) != 0) {
         fail(path_);
     }
-}
-
-PrivateFile::~PrivateFile() {
-    close(descriptor_);
 }
 
 void PrivateFile::write(std::string_view text) {
     while (!text.empty()) {
-        const auto written = ::write(descriptor_, text.data(), text.size());
+        const auto written = ::write(descriptor_.get(), text.data(), text.size());
         if (written < 0) {
             fail(path_);
         }

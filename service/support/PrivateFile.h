@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "core/FileDescriptor.h"
+
 #include <filesystem>
 #include <string_view>
 
@@ -14,15 +16,12 @@ public:
 
     /// Creates the file if it is missing, but not its directory.
     PrivateFile(std::filesystem::path path, Mode mode);
-    ~PrivateFile();
-    PrivateFile(const PrivateFile&) = delete;
-    PrivateFile& operator=(const PrivateFile&) = delete;
 
     void write(std::string_view text);
 
 private:
     std::filesystem::path path_;
-    int descriptor_;
+    tavrin::FileDescriptor descriptor_;
 };
 
 /// Atomically replaces the file with one that only the owner can read. Throws `ServiceError`.

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "service/endpoints/UpdateEndpoints.h"
-
+#include "service/endpoints/Endpoints.h"
 #include "tests/platform/RealBundle.h"
 #include "tests/service/ServiceTest.h"
 

@@ -54,14 +54,13 @@ TEST(HTTPSServerTest, ClosesAConnectionToBeResetEvenWithoutFreeDescriptors) {
     const TemporaryDirectory folder;
     const CertificateAuthority authority(folder.path(), std::chrono::system_clock::now());
     std::optional<NoMoreDescriptors> none;
-    HTTPSServer server(
-        authority.serverCertificate(), authority.serverKey(), [&none](const service::Request&) {
-            none.emplace();
-            Reply reply;
-            reply.body = "{}";
-            reply.delivery = Reply::Delivery::Reset;
-            return reply;
-        });
+    HTTPSServer server(authority, [&none](const service::Request&) {
+        none.emplace();
+        Reply reply;
+        reply.body = "{}";
+        reply.delivery = Reply::Delivery::Reset;
+        return reply;
+    });
     const std::uint16_t port = server.start(0);
     const Client client{"https://127.0.0.1:" + std::to_string(port), authority.certificateFile()};
 

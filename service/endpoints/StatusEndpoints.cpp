@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "service/endpoints/StatusPage.h"
-
 #include "core/Date.h"
 #include "core/Text.h"
+#include "service/endpoints/Endpoints.h"
 #include "service/endpoints/Page.h"
 #include "service/endpoints/Router.h"
 #include "service/records/RecordStore.h"
@@ -103,7 +102,7 @@ std::string page(const RecordStore& store) {
 
 } // namespace
 
-void addStatusPage(Router& router, const RecordStore& store) {
+void addStatusEndpoints(Router& router, const RecordStore& store) {
     router.add("GET", "/", Router::Access::Open, [&store](const Request&) {
         return pageReply(page(store));
     });

@@ -9,7 +9,7 @@ namespace {
 using testing::HasSubstr;
 using testing::Not;
 
-class LinkPageTest : public SignInTest {
+class LinkEndpointsTest : public SignInTest {
 protected:
     void SetUp() override { start(); }
 
@@ -39,7 +39,7 @@ protected:
     }
 };
 
-TEST_F(LinkPageTest, OffersEveryChoice) {
+TEST_F(LinkEndpointsTest, OffersEveryChoice) {
     const auto reply = link(query());
 
     EXPECT_EQ(200, reply.status);
@@ -61,7 +61,7 @@ TEST_F(LinkPageTest, OffersEveryChoice) {
     EXPECT_THAT(reply.body, HasSubstr("Orvel Agent 0.1.0 on this computer"));
 }
 
-TEST_F(LinkPageTest, ForbidsScriptsFramesAndFormsToOtherSites) {
+TEST_F(LinkEndpointsTest, ForbidsScriptsFramesAndFormsToOtherSites) {
     for (const auto& reply : {link(query()), link(""), choose("error=no_account")}) {
         EXPECT_THAT(reply.headers, HasSubstr("Content-Security-Policy: default-src 'none';"));
         EXPECT_THAT(reply.headers, HasSubstr("frame-ancestors 'none'"));
@@ -73,11 +73,11 @@ TEST_F(LinkPageTest, ForbidsScriptsFramesAndFormsToOtherSites) {
 }
 
 // With "no-referrer", browsers would not send the form's origin.
-TEST_F(LinkPageTest, LetsBrowsersSendTheOriginOfAForm) {
+TEST_F(LinkEndpointsTest, LetsBrowsersSendTheOriginOfAForm) {
     EXPECT_THAT(link(query()).headers, HasSubstr("Referrer-Policy: same-origin\r\n"));
 }
 
-TEST_F(LinkPageTest, HandsOverACodeForTheChosenAccount) {
+TEST_F(LinkEndpointsTest, HandsOverACodeForTheChosenAccount) {
     const auto reply = choose("account=sample-account-2");
     const auto url = handedOver(reply);
     const std::string before = "orvelagent://callback?code=";
@@ -87,16 +87,16 @@ TEST_F(LinkPageTest, HandsOverACodeForTheChosenAccount) {
     EXPECT_EQ(secondUid, exchange(url.substr(before.size())).data().at("uid"));
 }
 
-TEST_F(LinkPageTest, HandsOverAnIdentityWithoutAnAccount) {
+TEST_F(LinkEndpointsTest, HandsOverAnIdentityWithoutAnAccount) {
     EXPECT_EQ("orvelagent://callback?error=no_account", handedOver(choose("error=no_account")));
 }
 
-TEST_F(LinkPageTest, HandsOverThatTheSignInWasCancelled) {
+TEST_F(LinkEndpointsTest, HandsOverThatTheSignInWasCancelled) {
     EXPECT_EQ(
         "orvelagent://callback?error=access_denied", handedOver(choose("error=access_denied")));
 }
 
-TEST_F(LinkPageTest, WorksUnderLocalhost) {
+TEST_F(LinkEndpointsTest, WorksUnderLocalhost) {
     auto client = clientWithoutToken();
     client.url = "https://localhost:" + std::to_string(service_->port());
 
@@ -109,7 +109,7 @@ TEST_F(LinkPageTest, WorksUnderLocalhost) {
     EXPECT_EQ("orvelagent://callback?error=no_account", handedOver(reply));
 }
 
-TEST_F(LinkPageTest, RefusesLinksWithoutAValidChallenge) {
+TEST_F(LinkEndpointsTest, RefusesLinksWithoutAValidChallenge) {
     const std::string proper = challenge;
     const std::vector<std::string> queries{
         "",
@@ -142,7 +142,7 @@ TEST_F(LinkPageTest, RefusesLinksWithoutAValidChallenge) {
     EXPECT_EQ(414, link("?challenge=" + std::string(60'000, 'a')).status);
 }
 
-TEST_F(LinkPageTest, HidesInvalidVersions) {
+TEST_F(LinkEndpointsTest, HidesInvalidVersions) {
     for (const auto* version :
          {"%3Cscript%3E", "0.1.0%3Cb%3E", "%ff", "%22", "1%00", "123456789012345678901", "%", ""}) {
         SCOPED_TRACE(version);
@@ -154,7 +154,7 @@ TEST_F(LinkPageTest, HidesInvalidVersions) {
     }
 }
 
-TEST_F(LinkPageTest, RefusesChoicesFromOtherPages) {
+TEST_F(LinkEndpointsTest, RefusesChoicesFromOtherPages) {
     const auto own = "Origin: " + service_->url();
     const auto port = std::to_string(service_->port());
     const std::vector<std::vector<std::string>> cases{
@@ -179,7 +179,7 @@ TEST_F(LinkPageTest, RefusesChoicesFromOtherPages) {
     }
 }
 
-TEST_F(LinkPageTest, RefusesInvalidChoices) {
+TEST_F(LinkEndpointsTest, RefusesInvalidChoices) {
     const auto proper = "challenge=" + std::string(challenge);
     const std::vector<std::string> forms{
         "",
@@ -210,7 +210,7 @@ TEST_F(LinkPageTest, RefusesInvalidChoices) {
     EXPECT_EQ(415, reply.status);
 }
 
-TEST_F(LinkPageTest, OffersNoAccountIfThereIsNone) {
+TEST_F(LinkEndpointsTest, OffersNoAccountIfThereIsNone) {
     options_.accounts = {};
     start();
 
@@ -219,7 +219,7 @@ TEST_F(LinkPageTest, OffersNoAccountIfThereIsNone) {
     EXPECT_EQ("orvelagent://callback?error=no_account", handedOver(choose("error=no_account")));
 }
 
-TEST_F(LinkPageTest, ShowsMarkupInAccountsAsText) {
+TEST_F(LinkEndpointsTest, ShowsMarkupInAccountsAsText) {
     const std::string attack = "\"><script>'&";
     options_.accounts = {{attack, attack, attack}, {"plain", std::nullopt, std::nullopt}};
     start();

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "service/endpoints/LinkPage.h"
-
+#include "service/accounts/Account.h"
 #include "service/accounts/AuthorizationCodes.h"
+#include "service/endpoints/Endpoints.h"
 #include "service/endpoints/Page.h"
 #include "service/endpoints/Router.h"
 
@@ -156,7 +156,8 @@ Reply handOver(
 
 } // namespace
 
-void addLinkPage(Router& router, const std::vector<Account>& accounts, AuthorizationCodes& codes) {
+void addLinkEndpoints(
+    Router& router, const std::vector<Account>& accounts, AuthorizationCodes& codes) {
     using enum Router::Access;
     router.add("GET", std::string(path), Open, [&accounts](const Request& request) {
         return choicePage(request, accounts);

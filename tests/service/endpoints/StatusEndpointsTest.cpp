@@ -9,7 +9,7 @@ namespace {
 using testing::HasSubstr;
 using testing::Not;
 
-class StatusPageTest : public ServiceTest {
+class StatusEndpointsTest : public ServiceTest {
 protected:
     void SetUp() override { start(); }
 
@@ -21,7 +21,7 @@ protected:
     [[nodiscard]] std::string page() const { return client().get("/").body; }
 };
 
-TEST_F(StatusPageTest, NeedsNoToken) {
+TEST_F(StatusEndpointsTest, NeedsNoToken) {
     auto client = this->client();
     client.token.clear();
 
@@ -31,11 +31,11 @@ TEST_F(StatusPageTest, NeedsNoToken) {
     EXPECT_THAT(reply.headers, HasSubstr("Content-Type: text/html; charset=utf-8\r\n"));
 }
 
-TEST_F(StatusPageTest, ReportsThatNothingHasBeenReceived) {
+TEST_F(StatusEndpointsTest, ReportsThatNothingHasBeenReceived) {
     EXPECT_THAT(page(), HasSubstr("Nothing has been received yet."));
 }
 
-TEST_F(StatusPageTest, ShowsWhatWasReceived) {
+TEST_F(StatusEndpointsTest, ShowsWhatWasReceived) {
     auto record = recordJSON("a");
     record["body"] = "Shall we meet?";
     record["participantNames"] = {{"+14155550100", "Someone"}};
@@ -56,7 +56,7 @@ TEST_F(StatusPageTest, ShowsWhatWasReceived) {
     EXPECT_THAT(html, HasSubstr(">Shall we meet?<"));
 }
 
-TEST_F(StatusPageTest, DistinguishesMissingFromUnavailableText) {
+TEST_F(StatusEndpointsTest, DistinguishesMissingFromUnavailableText) {
     receive(recordJSON("a"));
     EXPECT_THAT(page(), HasSubstr(">no text<"));
 
@@ -66,7 +66,7 @@ TEST_F(StatusPageTest, DistinguishesMissingFromUnavailableText) {
     EXPECT_THAT(page(), HasSubstr(">text unavailable<"));
 }
 
-TEST_F(StatusPageTest, ShortensLongTexts) {
+TEST_F(StatusEndpointsTest, ShortensLongTexts) {
     auto record = recordJSON("a");
     std::string text;
     for (int index = 0; index < 600; ++index) {
@@ -78,7 +78,7 @@ TEST_F(StatusPageTest, ShortensLongTexts) {
     EXPECT_THAT(page(), HasSubstr(text.substr(0, 1000) + "…<"));
 }
 
-TEST_F(StatusPageTest, ShowsMarkupAsText) {
+TEST_F(StatusEndpointsTest, ShowsMarkupAsText) {
     const std::string attack = "<script>alert('1' & \"2\")</script>";
     auto record = recordJSON("a");
     record["body"] = attack;
@@ -99,7 +99,7 @@ TEST_F(StatusPageTest, ShowsMarkupAsText) {
     EXPECT_THAT(html, HasSubstr("class=\"fixed\">mac/" + escaped + "<"));
 }
 
-TEST_F(StatusPageTest, ForbidsScriptsAndFrames) {
+TEST_F(StatusEndpointsTest, ForbidsScriptsAndFrames) {
     const auto headers = client().get("/").headers;
     EXPECT_THAT(headers, HasSubstr("Content-Security-Policy: default-src 'none';"));
     EXPECT_THAT(headers, HasSubstr("frame-ancestors 'none'"));

@@ -1,15 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "service/Bundle.h"
-
 #include "tests/platform/RealBundle.h"
 #include "tests/service/SignInTest.h"
 
 namespace orvel::test {
 namespace {
 
-using BundleTest = SignInTest;
+using LocalServiceBundleTest = SignInTest;
 
-TEST_F(BundleTest, PointsAnAgentAtTheService) {
+TEST_F(LocalServiceBundleTest, PointsAnAgentAtTheService) {
     start();
     service_->writeBundle(directory_ / "bundle");
 
@@ -25,7 +23,7 @@ TEST_F(BundleTest, PointsAnAgentAtTheService) {
     EXPECT_NE("", bundle->infoString("FIREBASE_API_KEY").value_or(""));
 }
 
-TEST_F(BundleTest, NamesTheIdentityProvidersEndpoints) {
+TEST_F(LocalServiceBundleTest, NamesTheIdentityProvidersEndpoints) {
     start();
     service_->writeBundle(directory_ / "bundle");
     const auto bundle = makeRealBundle(directory_ / "bundle");
@@ -40,7 +38,7 @@ TEST_F(BundleTest, NamesTheIdentityProvidersEndpoints) {
     EXPECT_EQ("INVALID_GRANT_TYPE", identityMessage(reply));
 }
 
-TEST_F(BundleTest, ReplacesTheBundleOfAnEarlierStart) {
+TEST_F(LocalServiceBundleTest, ReplacesTheBundleOfAnEarlierStart) {
     options_.apiKey = "first";
     start();
     service_->writeBundle(directory_ / "bundle");
@@ -54,15 +52,18 @@ TEST_F(BundleTest, ReplacesTheBundleOfAnEarlierStart) {
     EXPECT_EQ(1, std::distance(Iterator(directory_ / "bundle"), Iterator()));
 }
 
-TEST_F(BundleTest, EscapesSpecialCharacters) {
-    const service::BundleInformation information{
-        "127.0.0.1:1", "<key>&\"'", "/odd & <folder>/é.pem"};
-    service::writeBundle(directory_ / "bundle", information);
+TEST_F(LocalServiceBundleTest, EscapesSpecialCharacters) {
+    options_.apiKey = "<key>&\"'";
+    options_.certificates = directory_ / "odd & <folder> é";
+    start();
+    service_->writeBundle(directory_ / "bundle");
 
     const auto bundle = makeRealBundle(directory_ / "bundle");
 
     EXPECT_EQ("<key>&\"'", bundle->infoString("FIREBASE_API_KEY"));
-    EXPECT_EQ("/odd & <folder>/é.pem", bundle->infoString("TLS_EXTRA_CA"));
+    EXPECT_EQ(
+        (directory_ / "odd & <folder> é/authority.pem").string(),
+        bundle->infoString("TLS_EXTRA_CA"));
 }
 
 } // namespace
