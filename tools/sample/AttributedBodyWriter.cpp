@@ -15,14 +15,6 @@ namespace {
 constexpr TypedStreamWriter::Class rootClass{"NSObject", 0};
 constexpr TypedStreamWriter::Class stringClass{"NSString", 1};
 
-std::string wholeText(const AttributedBody& body) {
-    std::string text;
-    for (const auto& part : body.parts) {
-        text += part.text;
-    }
-    return text;
-}
-
 /// Attribute runs count UTF-16 units.
 std::uint32_t utf16Length(std::string_view text) {
     std::uint32_t length = 0;
@@ -36,7 +28,6 @@ std::uint32_t utf16Length(std::string_view text) {
 }
 
 std::size_t writeString(TypedStreamWriter& writer, std::string_view text) {
-    writer.writeType("@");
     const std::size_t object = writer.beginObject({stringClass, rootClass});
     writer.writeType("+");
     writer.writeBytes(text);
@@ -81,21 +72,26 @@ plist_t classDescription(std::initializer_list<const char*> lineage) {
 
 } // namespace
 
+std::string AttributedBody::text() const {
+    std::string text;
+    for (const auto& part : parts) {
+        text += part.text;
+    }
+    return text;
+}
+
 Blob typedStream(const AttributedBody& body) {
     TypedStreamWriter writer;
-    writer.writeType("@");
     if (body.isMutable) {
         writer.beginObject(
             {{"NSMutableAttributedString", 0}, {"NSAttributedString", 0}, rootClass});
-        writer.writeType("@");
         writer.beginObject({{"NSMutableString", 1}, stringClass, rootClass});
     } else {
         writer.beginObject({{"NSAttributedString", 0}, rootClass});
-        writer.writeType("@");
         writer.beginObject({stringClass, rootClass});
     }
     writer.writeType("+");
-    writer.writeBytes(wholeText(body));
+    writer.writeBytes(body.text());
     writer.endObject();
 
     AttributeName partName("__kIMMessagePartAttributeName");
@@ -105,7 +101,6 @@ Blob typedStream(const AttributedBody& body) {
         writer.writeType("iI");
         writer.writeInteger(number + 1);
         writer.writeLength(utf16Length(part.text));
-        writer.writeType("@");
         writer.beginObject({{"NSDictionary", 0}, rootClass});
         writer.writeType("i");
         writer.writeInteger(part.attachmentGUID.empty() ? 1 : 2);
@@ -114,7 +109,6 @@ Blob typedStream(const AttributedBody& body) {
             writeString(writer, part.attachmentGUID);
         }
         partName.write(writer);
-        writer.writeType("@");
         writer.beginObject({{"NSNumber", 0}, {"NSValue", 0}, rootClass});
         writer.writeType("*");
         writer.writeCString("i");
@@ -143,10 +137,10 @@ Blob keyedArchive(const AttributedBody& body) {
     plist_dict_set_item(attributedString, "$class", plist_new_uid(rootClassIndex));
     plist_array_append_item(objects, attributedString);
 
-    const std::string text = wholeText(body);
+    const plist_t text = plist_new_string(body.text().c_str());
     if (body.isMutable) {
         const plist_t mutableString = plist_new_dict();
-        plist_dict_set_item(mutableString, "NS.string", plist_new_string(text.c_str()));
+        plist_dict_set_item(mutableString, "NS.string", text);
         plist_dict_set_item(mutableString, "$class", plist_new_uid(stringClassIndex));
         plist_array_append_item(objects, mutableString);
         plist_array_append_item(
@@ -155,7 +149,7 @@ Blob keyedArchive(const AttributedBody& body) {
         plist_array_append_item(
             objects, classDescription({"NSMutableString", "NSString", "NSObject"}));
     } else {
-        plist_array_append_item(objects, plist_new_string(text.c_str()));
+        plist_array_append_item(objects, text);
         plist_array_append_item(objects, classDescription({"NSAttributedString", "NSObject"}));
     }
 

@@ -20,6 +20,8 @@ struct AttributedBody {
     std::vector<Part> parts;
     /// Whether the archive uses the mutable classes. Real databases contain both kinds.
     bool isMutable = true;
+
+    [[nodiscard]] std::string text() const;
 };
 
 using Blob = std::vector<std::uint8_t>;

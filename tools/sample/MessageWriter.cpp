@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/sample/MessageWriter.h"
 
+#include "core/messages/AppleEpoch.h"
+#include "tools/sample/SampleRandom.h"
+
 #include <algorithm>
 #include <optional>
 #include <span>
@@ -53,7 +56,7 @@ Value orNull(std::optional<std::int64_t> number) {
 MessageWriter::MessageWriter(
     SQLite::Database& connection,
     const SampleMessages& messages,
-    const MessageTimeline& timeline,
+    const Timeline& timeline,
     std::int64_t firstRowID,
     const WriteProgress& onProgress)
     : connection_(connection),
@@ -87,7 +90,7 @@ void MessageWriter::insert(const SampleMessages::Message& message) {
     const auto* group = message.chats.empty() || !chats[message.chats.front()].isGroup
                             ? nullptr
                             : &chats[message.chats.front()];
-    const std::int64_t time = timeline_.time(written_, message);
+    const std::int64_t time = timeOf(message);
     const Value date = orNull(storedDate(time, message.dateForm));
     const Value noDate = std::int64_t{0};
     const Value yes = std::int64_t{1};
@@ -131,6 +134,23 @@ void MessageWriter::insert(const SampleMessages::Message& message) {
             {"message_date", date},
         });
     }
+}
+
+std::int64_t MessageWriter::timeOf(const SampleMessages::Message& message) const {
+    const std::int64_t later = timeline_.messageCount - 1 - written_;
+    if (later == 0) {
+        return timeline_.newest;
+    }
+    // Smaller values would be read as seconds.
+    const std::int64_t oldest = std::max(timeline_.oldest, tavrin::AppleEpoch::nanosecondDivide);
+    const std::int64_t distance =
+        std::max<std::int64_t>(1, (timeline_.newest - oldest) / timeline_.messageCount);
+    constexpr std::uint64_t stream = 4ULL << 40U;
+    SampleRandom random(
+        messages_.options().seed, stream + static_cast<std::uint64_t>(message.rowID));
+    const auto jitter = static_cast<std::int64_t>(random.below(static_cast<std::size_t>(distance)));
+    return std::max<std::int64_t>(
+        oldest, timeline_.newest - distance * later - jitter - message.delay.count());
 }
 
 } // namespace orvel

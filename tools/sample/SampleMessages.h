@@ -71,6 +71,7 @@ public:
 
     explicit SampleMessages(const Options& options);
 
+    [[nodiscard]] const Options& options() const { return options_; }
     [[nodiscard]] const SampleConversations& conversations() const { return conversations_; }
 
     /// No value for the row id of a deleted message.

@@ -2,7 +2,6 @@
 #include "tools/sample/SampleMessagesDatabase.h"
 
 #include "core/messages/AppleEpoch.h"
-#include "tools/sample/MessageTimeline.h"
 #include "tools/sample/MessagesSchema.h"
 #include "tools/sample/RowInserter.h"
 
@@ -10,7 +9,7 @@
 #include <sqlite3.h>
 
 #include <algorithm>
-#include <cctype>
+#include <regex>
 #include <string_view>
 #include <system_error>
 #include <vector>
@@ -42,20 +41,8 @@ void createTables(SQLite::Database& connection, const std::set<std::string>& wit
     }
 }
 
-/// Whether the statement contains the column's name as a word.
-bool mentions(std::string_view sql, std::string_view column) {
-    const auto isNamePart = [&](std::size_t position) {
-        return position < sql.size() &&
-               (std::isalnum(static_cast<unsigned char>(sql[position])) != 0 ||
-                sql[position] == '_');
-    };
-    for (std::size_t at = sql.find(column); at != std::string_view::npos;
-         at = sql.find(column, at + 1)) {
-        if (!isNamePart(at - 1) && !isNamePart(at + column.size())) {
-            return true;
-        }
-    }
-    return false;
+bool mentions(std::string_view sql, const std::string& word) {
+    return std::regex_search(sql.begin(), sql.end(), std::regex("\\b" + word + "\\b"));
 }
 
 void createIndexes(SQLite::Database& connection, const std::set<std::string>& withoutColumns) {
@@ -144,11 +131,8 @@ void keepLog(SQLite::Database& connection) {
 Summary write(const fs::path& path, const Options& options, const WriteProgress& onProgress) {
     const SampleMessages messages(options.content);
     const std::int64_t newest = tavrin::AppleEpoch::rawNanoseconds(options.newest);
-    const MessageTimeline timeline(
-        newest - std::chrono::nanoseconds(options.span).count(),
-        newest,
-        options.messageCount,
-        options.content.seed);
+    const MessageWriter::Timeline timeline{
+        newest - std::chrono::nanoseconds(options.span).count(), newest, options.messageCount};
 
     SQLite::Database connection(
         path.string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE, busyTimeoutMilliseconds);
@@ -229,7 +213,7 @@ append(const fs::path& path, const AppendOptions& options, const WriteProgress& 
     if (newest <= previous) {
         throw Error(Error::NotLater{path.string()});
     }
-    const MessageTimeline timeline(previous + 1, newest, options.messageCount, content.seed);
+    const MessageWriter::Timeline timeline{previous + 1, newest, options.messageCount};
 
     connection.exec("PRAGMA journal_mode = WAL");
     if (options.keepsLog) {

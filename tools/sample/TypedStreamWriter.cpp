@@ -2,7 +2,7 @@
 #include "tools/sample/TypedStreamWriter.h"
 
 #include <algorithm>
-#include <limits>
+#include <utility>
 
 namespace orvel {
 
@@ -36,34 +36,26 @@ void TypedStreamWriter::writeType(std::string_view encoding) {
 
 void TypedStreamWriter::writeInteger(std::int32_t value) {
     const auto bits = static_cast<std::uint32_t>(value);
-    const auto appendLittleEndian = [&](int count) {
-        for (int index = 0; index < count; ++index) {
-            writeByte(static_cast<std::uint8_t>(bits >> (8 * index)));
-        }
-    };
-    if (value >= firstReference && value <= std::numeric_limits<std::int8_t>::max()) {
-        appendLittleEndian(1);
-    } else if (
-        value >= std::numeric_limits<std::int16_t>::min() &&
-        value <= std::numeric_limits<std::int16_t>::max()) {
-        writeByte(wideInteger);
-        appendLittleEndian(2);
+    if (value >= firstReference && std::in_range<std::int8_t>(value)) {
+        writeByte(static_cast<std::uint8_t>(bits));
     } else {
-        writeByte(longInteger);
-        appendLittleEndian(4);
+        writeWide(bits, std::in_range<std::int16_t>(value));
     }
 }
 
 void TypedStreamWriter::writeLength(std::uint32_t length) {
-    // Unsigned: two bytes suffice up to 65,535.
     if (length <= 0x7F) {
         writeByte(static_cast<std::uint8_t>(length));
-        return;
+    } else {
+        // Unsigned: two bytes suffice up to 65,535.
+        writeWide(length, std::in_range<std::uint16_t>(length));
     }
-    const bool isWide = length <= 0xFFFF;
-    writeByte(isWide ? wideInteger : longInteger);
-    for (int index = 0; index < (isWide ? 2 : 4); ++index) {
-        writeByte(static_cast<std::uint8_t>(length >> (8 * index)));
+}
+
+void TypedStreamWriter::writeWide(std::uint32_t bits, bool fitsTwoBytes) {
+    writeByte(fitsTwoBytes ? wideInteger : longInteger);
+    for (int index = 0; index < (fitsTwoBytes ? 2 : 4); ++index) {
+        writeByte(static_cast<std::uint8_t>(bits >> (8 * index)));
     }
 }
 
@@ -79,6 +71,7 @@ void TypedStreamWriter::writeCString(std::string_view string) {
 }
 
 std::size_t TypedStreamWriter::beginObject(std::initializer_list<Class> lineage) {
+    writeType("@");
     writeByte(somethingNew);
     const std::size_t object = numbered_.size();
     numbered_.emplace_back();

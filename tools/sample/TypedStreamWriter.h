@@ -30,8 +30,8 @@ public:
     void writeBytes(std::string_view bytes);
     void writeCString(std::string_view string);
 
-    /// `lineage` is the class, then its superclasses up to the root. Everything up to `endObject()`
-    /// belongs to the object. Returns the object's number.
+    /// Also writes the type of an object. `lineage` is the class, then its superclasses up to the
+    /// root. Everything up to `endObject()` belongs to the object. Returns the object's number.
     std::size_t beginObject(std::initializer_list<Class> lineage);
     void endObject();
 
@@ -42,6 +42,7 @@ public:
 
 private:
     void writeByte(std::uint8_t byte) { bytes_.push_back(byte); }
+    void writeWide(std::uint32_t bits, bool fitsTwoBytes);
     void writeSharedString(std::string_view string);
 
     std::vector<std::uint8_t> bytes_;

@@ -68,10 +68,13 @@ TEST(TypedStreamWriterTest, WritesAClassOnceAndThenByNumber) {
         writer.beginObject({{"Twig", 2}, {"Root", 0}});
         writer.endObject();
     });
-    // Number 0 is the object, 1 its class and 2 the root class.
+    // Each object follows its type. Number 0 is the object, 1 its class and 2 the root class.
     EXPECT_THAT(
         objects,
         ElementsAre(
+            0x84,
+            1,
+            '@',
             0x84,
             0x84,
             0x84,
@@ -91,9 +94,11 @@ TEST(TypedStreamWriterTest, WritesAClassOnceAndThenByNumber) {
             0,
             0x85,
             0x86, //
+            0x92,
             0x84,
             0x93,
             0x86, //
+            0x92,
             0x84,
             0x84,
             0x84,
