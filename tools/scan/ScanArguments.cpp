@@ -22,19 +22,10 @@ namespace orvel {
 
 namespace {
 
-std::string withoutSurroundingSpace(const std::string& text) {
-    constexpr std::string_view space = " \t\r\n";
-    const auto first = text.find_first_not_of(space);
-    if (first == std::string::npos) {
-        return {};
-    }
-    return text.substr(first, text.find_last_not_of(space) - first + 1);
-}
-
 /// A token must fit into one header line.
 tavrin::Secret checkedToken(std::string text, std::string_view from) {
     const tavrin::Secret whole(std::move(text));
-    std::string token = withoutSurroundingSpace(whole.text());
+    std::string token = CLI::detail::trim_copy(whole.text());
     if (token.empty()) {
         throw UsageError("The token in " + std::string(from) + " is empty.");
     }
@@ -95,7 +86,7 @@ std::vector<double> checkedDelays(const std::string& text) {
     std::size_t begin = 0;
     while (begin < text.size()) {
         const std::size_t end = std::min(text.find(',', begin), text.size());
-        const std::string part = withoutSurroundingSpace(text.substr(begin, end - begin));
+        const std::string part = CLI::detail::trim_copy(text.substr(begin, end - begin));
         double delay = 0;
         if (!CLI::detail::lexical_cast(part, delay) || !std::isfinite(delay) || delay < 0) {
             throw UsageError(
@@ -108,20 +99,16 @@ std::vector<double> checkedDelays(const std::string& text) {
     return delays;
 }
 
-/// The unchecked arguments.
+/// Arguments that are checked or converted after parsing.
 struct RawArguments {
-    std::string apiURL;
-    std::string certificateFile;
     std::string token;
     std::string tokenFile;
-    std::string source;
-    std::string state;
     std::string mode;
     std::string scope;
     std::string since;
+    std::string addressBook = "system";
     std::string retryDelays = defaultRetryDelays();
     std::string previewFile;
-    std::string knownHandles;
 };
 
 /// Removes the token from the environment, so that child processes do not inherit it and other
@@ -155,23 +142,28 @@ std::optional<tavrin::Secret> tokenFrom(
 
 } // namespace
 
-std::variant<ScanArguments, EarlyExit> parseScanArguments(int argc, const char* const* argv) {
+std::variant<ScanArguments, std::string> parseScanArguments(int argc, const char* const* argv) {
     CLI::App app(
         "Runs one scan: copies the Messages database, reads the copy, and sends what was not sent "
         "yet to the service, with the session of --sign-in or the bearer token given.",
         "orvel-scan");
-    const std::string account = "Account";
+    ScanArguments arguments;
+    RawArguments raw;
     // The parser could read the variable, but would leave the value in the environment.
     const std::optional<tavrin::Secret> fromEnvironment = takeFromEnvironment();
-    CLI::Option* signIn = app.add_flag("--sign-in")
-                              ->description("Instead of a scan, sign in through the browser")
-                              ->group(account);
-    CLI::Option* signOut = app.add_flag("--sign-out")
-                               ->description("Instead of a scan, forget the session")
-                               ->group(account);
-    CLI::Option* showAccount = app.add_flag("--account")
-                                   ->description("Instead of a scan, print who is signed in")
-                                   ->group(account);
+    using Action = ScanArguments::Action;
+    const auto action = [&](const char* name, Action value, const char* description) {
+        const auto choose = [&arguments, value] {
+            arguments.action = value;
+        };
+        return app.add_flag_callback(name, choose, description)->group("Account");
+    };
+    CLI::Option* signIn =
+        action("--sign-in", Action::SignIn, "Instead of a scan, sign in through the browser");
+    CLI::Option* signOut =
+        action("--sign-out", Action::SignOut, "Instead of a scan, forget the session");
+    CLI::Option* showAccount =
+        action("--account", Action::ShowAccount, "Instead of a scan, print who is signed in");
     signIn->excludes(signOut)->excludes(showAccount);
     signOut->excludes(showAccount);
     app.footer(
@@ -180,134 +172,104 @@ std::variant<ScanArguments, EarlyExit> parseScanArguments(int argc, const char* 
         "machine.\n\n"
         "Exit status: 0 scan done, 1 scan ended with an error, 2 usage, 128+n after signal n.");
 
-    ScanArguments arguments;
-    RawArguments raw;
-    app.add_option("--api-url", raw.apiURL, "The service, as https://HOST[:PORT]")
-        ->type_name("URL");
-    app.add_option("--ca-file", raw.certificateFile, "Further trusted certificates")
-        ->type_name("PEM")
+    const auto option = [&app](const char* name, auto& value, const char* type, std::string help) {
+        return app.add_option(name, value, std::move(help))->type_name(type);
+    };
+    option("--api-url", arguments.apiURL, "URL", "The service, as https://HOST[:PORT]");
+    option("--ca-file", arguments.certificateFile, "PEM", "Further trusted certificates")
         ->check(CLI::ExistingFile);
-    CLI::Option* token =
-        app.add_option("--token", raw.token, "The bearer token")->type_name("TOKEN");
+    CLI::Option* token = option("--token", raw.token, "TOKEN", "The bearer token");
     CLI::Option* tokenFile =
-        app.add_option("--token-file", raw.tokenFile, "A file that holds the bearer token")
-            ->type_name("FILE")
+        option("--token-file", raw.tokenFile, "FILE", "A file that holds the bearer token")
             ->excludes(token);
-    app.add_option(
-           "--source", raw.source, "The Messages database (default ~/Library/Messages/chat.db)")
-        ->type_name("PATH");
-    app.add_option(
-           "--state", raw.state, "Where progress is kept (default: the agent's user defaults)")
-        ->type_name("FILE");
-    app.add_option("--mode", raw.mode, "withBodies or metadataOnly")
-        ->check(CLI::IsMember({"withBodies", "metadataOnly"}).description(""))
-        ->type_name("MODE");
-    app.add_option("--scope", raw.scope, "knownContactsOnly or allThreads")
-        ->check(CLI::IsMember({"knownContactsOnly", "allThreads"}).description(""))
-        ->type_name("SCOPE");
-    app.add_option("--since", raw.since, "Only messages sent at or after this time")
-        ->type_name("ISO-8601");
-    std::string addressBook = "system";
-    app.add_option("--address-book", addressBook, "system (default) or none")
-        ->check(CLI::IsMember({"system", "none"}).description(""))
-        ->type_name("WHICH");
-    app.add_option(
-           "--backfill-pause",
-           arguments.backfillPause,
-           fmt::format(
-               "Pause between two batches of history (default {})", arguments.backfillPause))
-        ->type_name("SECONDS")
+    option(
+        "--source",
+        arguments.sourcePath,
+        "PATH",
+        "The Messages database (default ~/Library/Messages/chat.db)");
+    option(
+        "--state",
+        arguments.stateFile,
+        "FILE",
+        "Where progress is kept (default: the agent's user defaults)");
+    option("--mode", raw.mode, "MODE", "withBodies or metadataOnly")
+        ->check(CLI::IsMember({"withBodies", "metadataOnly"}).description(""));
+    option("--scope", raw.scope, "SCOPE", "knownContactsOnly or allThreads")
+        ->check(CLI::IsMember({"knownContactsOnly", "allThreads"}).description(""));
+    option("--since", raw.since, "ISO-8601", "Only messages sent at or after this time");
+    option("--address-book", raw.addressBook, "WHICH", "system (default) or none")
+        ->check(CLI::IsMember({"system", "none"}).description(""));
+    option(
+        "--backfill-pause",
+        arguments.backfillPause,
+        "SECONDS",
+        fmt::format("Pause between two batches of history (default {})", arguments.backfillPause))
         ->check(CLI::Range(0.0, 86400.0).description(""));
-    app.add_option(
-           "--retry-delays",
-           raw.retryDelays,
-           "Pauses before a batch is sent again (default " + raw.retryDelays + ")")
-        ->type_name("SECONDS,...");
-    CLI::Option* preview = app.add_option(
-                                  "--preview",
-                                  raw.previewFile,
-                                  "Print what would be sent as JSON Lines, to the file or standard "
-                                  "output; sends nothing, moves no progress")
-                               ->type_name("[FILE]")
+    option(
+        "--retry-delays",
+        raw.retryDelays,
+        "SECONDS,...",
+        "Pauses before a batch is sent again (default " + raw.retryDelays + ")");
+    CLI::Option* preview = option(
+                               "--preview",
+                               raw.previewFile,
+                               "[FILE]",
+                               "Print what would be sent as JSON Lines, to the file or standard "
+                               "output; sends nothing, moves no progress")
                                ->expected(0, 1);
-    app.add_option(
-           "--known-handles",
-           raw.knownHandles,
-           "With --preview: a JSON array of the match hints that the service knows")
-        ->type_name("FILE")
+    option(
+        "--known-handles",
+        arguments.knownHandlesFile,
+        "FILE",
+        "With --preview: a JSON array of the match hints that the service knows")
         ->needs(preview)
         ->check(CLI::ExistingFile);
     app.add_flag(
         "--json", arguments.printsJSON, "Print the summary, or the account, as one JSON object");
     app.add_flag("--verbose", arguments.isVerbose, "Print the log to standard error");
-    for (CLI::Option* action : {signIn, signOut, showAccount}) {
-        action->excludes(token)->excludes(tokenFile)->excludes(preview);
+    for (CLI::Option* instead : {signIn, signOut, showAccount}) {
+        instead->excludes(token)->excludes(tokenFile)->excludes(preview);
     }
     app.set_version_flag("--version", std::string(ORVEL_VERSION));
 
     try {
         app.parse(argc, argv);
-        if (!raw.apiURL.empty()) {
-            arguments.apiURL = checkedURL(raw.apiURL);
-        }
-        if (!raw.certificateFile.empty()) {
-            arguments.certificateFile = raw.certificateFile;
-        }
-        if (!raw.source.empty()) {
-            arguments.sourcePath = raw.source;
-        }
-        if (!raw.state.empty()) {
-            arguments.stateFile = raw.state;
-        }
-        arguments.mode = tavrin::collectionModeFromRawValue(raw.mode);
-        arguments.scope = tavrin::threadScopeFromRawValue(raw.scope);
-        if (!raw.since.empty()) {
-            arguments.since = checkedSince(raw.since);
-        }
-        if (!raw.knownHandles.empty()) {
-            arguments.knownHandlesFile = raw.knownHandles;
-        }
-        arguments.usesAddressBook = addressBook == "system";
-        arguments.retryDelays = checkedDelays(raw.retryDelays);
-        arguments.isPreview = preview->count() > 0;
-        if (!raw.previewFile.empty() && raw.previewFile != "-") {
-            arguments.previewFile = raw.previewFile;
-        }
-        if (signIn->count() > 0) {
-            arguments.action = ScanArguments::Action::SignIn;
-        } else if (signOut->count() > 0) {
-            arguments.action = ScanArguments::Action::SignOut;
-        } else if (showAccount->count() > 0) {
-            arguments.action = ScanArguments::Action::ShowAccount;
-        } else if (!arguments.isPreview) {
-            arguments.token = tokenFrom(raw, *token, fromEnvironment);
-            if (arguments.apiURL && !arguments.token) {
-                // Send the token of a stored session only to the service that issued it.
-                throw UsageError("--api-url needs a bearer token of its own: --token-file FILE, "
-                                 "the variable ORVEL_TOKEN, or --token.");
-            }
-        }
-        if (arguments.isPreview && arguments.printsJSON && !arguments.previewFile) {
-            throw UsageError("--preview and --json cannot both write to standard output: give "
-                             "--preview a file.");
-        }
-        return arguments;
     } catch (const CLI::Success&) {
         const bool wantsVersion = app.get_option("--version")->count() > 0;
-        return EarlyExit{0, wantsVersion ? app.version() + "\n" : app.help()};
+        return wantsVersion ? app.version() + "\n" : app.help();
     } catch (const CLI::ExtrasError&) {
         // Do not repeat the argument: it may be a token.
-        return EarlyExit{
-            usageStatus,
-            "There is an argument that orvel-scan does not know.\n"
-            "Run orvel-scan --help for the usage.\n"};
+        throw UsageError("There is an argument that orvel-scan does not know.");
     } catch (const CLI::ParseError& error) {
-        return EarlyExit{
-            usageStatus, std::string(error.what()) + "\nRun orvel-scan --help for the usage.\n"};
-    } catch (const UsageError& error) {
-        return EarlyExit{
-            usageStatus, std::string(error.what()) + "\nRun orvel-scan --help for the usage.\n"};
+        throw UsageError(error.what());
     }
+    if (arguments.apiURL) {
+        arguments.apiURL = checkedURL(*arguments.apiURL);
+    }
+    arguments.mode = tavrin::collectionModeFromRawValue(raw.mode);
+    arguments.scope = tavrin::threadScopeFromRawValue(raw.scope);
+    if (!raw.since.empty()) {
+        arguments.since = checkedSince(raw.since);
+    }
+    arguments.usesAddressBook = raw.addressBook == "system";
+    arguments.retryDelays = checkedDelays(raw.retryDelays);
+    arguments.isPreview = preview->count() > 0;
+    if (!raw.previewFile.empty() && raw.previewFile != "-") {
+        arguments.previewFile = raw.previewFile;
+    }
+    if (arguments.action == Action::Scan && !arguments.isPreview) {
+        arguments.token = tokenFrom(raw, *token, fromEnvironment);
+        if (arguments.apiURL && !arguments.token) {
+            // Send the token of a stored session only to the service that issued it.
+            throw UsageError("--api-url needs a bearer token of its own: --token-file FILE, "
+                             "the variable ORVEL_TOKEN, or --token.");
+        }
+    }
+    if (arguments.isPreview && arguments.printsJSON && !arguments.previewFile) {
+        throw UsageError("--preview and --json cannot both write to standard output: give "
+                         "--preview a file.");
+    }
+    return arguments;
 }
 
 } // namespace orvel

@@ -44,25 +44,17 @@ struct ScanArguments {
     bool isVerbose = false;
 };
 
-/// Invalid arguments. `what()` names the argument and the reason.
+/// Invalid arguments. `what()` names the argument and the reason, and refers to --help.
 class UsageError final : public std::runtime_error {
 public:
-    using std::runtime_error::runtime_error;
+    explicit UsageError(const std::string& problem)
+        : std::runtime_error(problem + "\nRun orvel-scan --help for the usage.") {}
 };
 
-/// The exit status after a `UsageError`.
-inline constexpr int usageStatus = 2;
-
-/// The program ends at once, to print help or the version (status 0), or because the arguments are
-/// invalid (status 2).
-struct EarlyExit {
-    int status;
-    std::string message;
-};
-
-/// Parses the command line, reads the token file, and removes the token from the environment. No
-/// message contains a token.
-[[nodiscard]] std::variant<ScanArguments, EarlyExit>
+/// Parses the command line, reads the token file, and removes the token from the environment.
+/// Returns the text of --help or --version if that was asked for. Throws `UsageError`. No message
+/// contains a token.
+[[nodiscard]] std::variant<ScanArguments, std::string>
 parseScanArguments(int argc, const char* const* argv);
 
 } // namespace orvel

@@ -5,24 +5,52 @@
 #include "core/messages/ChatDatabaseSnapshot.h"
 #include "tools/scan/OverlayUserDefaults.h"
 #include "tools/scan/PreviewSession.h"
-#include "tools/scan/TerminalQuestion.h"
+
+#include <QCoreApplication>
+#include <QSocketNotifier>
 
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <array>
+#include <csignal>
 #include <cstdio>
+#include <functional>
 #include <utility>
 
 namespace orvel {
 
 namespace {
 
+/// Prints the question to standard error and returns at once. Later calls `answer` with whether the
+/// user's line begins with "y".
+void ask(const char* question, std::function<void(bool)> answer) {
+    std::fputs(question, stderr);
+    auto* notifier = new QSocketNotifier( // NOLINT(cppcoreguidelines-owning-memory)
+        STDIN_FILENO,
+        QSocketNotifier::Read,
+        QCoreApplication::instance());
+    QObject::connect(
+        notifier, &QSocketNotifier::activated, notifier, [notifier, answer = std::move(answer)] {
+            // A terminal delivers whole lines.
+            std::array<char, 256> line{};
+            const ssize_t length = read(STDIN_FILENO, line.data(), line.size());
+            notifier->setEnabled(false);
+            notifier->deleteLater();
+            if (length <= 0) {
+                // The terminal is closed. That is not a "no", so end like after a hang-up.
+                std::raise(SIGHUP);
+                return;
+            }
+            answer(line[0] == 'y' || line[0] == 'Y');
+        });
+}
+
 PlatformOptions scanPlatformOptions(const ScanArguments& arguments, bool isInteractive) {
     PlatformOptions options = platformOptions(arguments);
     if (isInteractive) {
         options.askForContacts = [](const std::function<void(bool)>& answer) {
-            TerminalQuestion::ask(
-                "May Orvel Agent read your contacts, to recognize people by all their numbers and "
+            ask("May Orvel Agent read your contacts, to recognize people by all their numbers and "
                 "addresses and to send their names? [y/N] ",
                 answer);
         };

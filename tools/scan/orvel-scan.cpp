@@ -13,11 +13,13 @@
 #include <cstdio>
 #include <exception>
 #include <memory>
+#include <string>
 #include <utility>
 #include <variant>
 
 namespace {
 
+constexpr int wrongUsage = 2;
 constexpr int signalStatus = 128;
 
 std::unique_ptr<orvel::Command> makeCommand(orvel::ScanArguments arguments) {
@@ -64,14 +66,14 @@ int main(int argc, char** argv) {
     const QCoreApplication application(argc, argv);
     try {
         auto parsed = orvel::parseScanArguments(argc, argv);
-        if (const auto* exit = std::get_if<orvel::EarlyExit>(&parsed)) {
-            std::fputs(exit->message.c_str(), exit->status == 0 ? stdout : stderr);
-            return exit->status;
+        if (const auto* answer = std::get_if<std::string>(&parsed)) {
+            std::fputs(answer->c_str(), stdout);
+            return orvel::Command::succeeded;
         }
         return execute(std::get<orvel::ScanArguments>(std::move(parsed)));
     } catch (const orvel::UsageError& error) {
-        std::fprintf(stderr, "%s\nRun orvel-scan --help for the usage.\n", error.what());
-        return orvel::usageStatus;
+        std::fprintf(stderr, "%s\n", error.what());
+        return wrongUsage;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "orvel-scan: %s\n", error.what());
         return orvel::Command::failed;

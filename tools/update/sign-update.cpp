@@ -14,6 +14,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <string>
 #include <string_view>
 
@@ -51,24 +52,12 @@ std::string content(const std::string& file) {
 }
 
 std::string escaped(std::string_view text) {
+    static const std::map<char, std::string_view> entities{
+        {'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}, {'"', "&quot;"}};
     std::string result;
     for (const char character : text) {
-        switch (character) {
-        case '&':
-            result += "&amp;";
-            break;
-        case '<':
-            result += "&lt;";
-            break;
-        case '>':
-            result += "&gt;";
-            break;
-        case '"':
-            result += "&quot;";
-            break;
-        default:
-            result += character;
-        }
+        const auto entity = entities.find(character);
+        entity == entities.end() ? result += character : result += entity->second;
     }
     return result;
 }
