@@ -21,9 +21,7 @@ public:
 
     explicit AuthorizationCodes(Now now) : codes_(std::string(prefix), lifetime, std::move(now)) {}
 
-    /// Whether the text has the form of a verifier's hash.
-    [[nodiscard]] static bool isChallenge(std::string_view text);
-
+    /// The challenge must be a hash in form.
     [[nodiscard]] std::string mint(std::string challenge, std::string uid);
 
     /// Returns the account's uid, or no value if the code is wrong, expired or used or the verifier

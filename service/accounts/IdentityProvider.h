@@ -7,11 +7,11 @@
 
 #include <chrono>
 #include <cstddef>
-#include <exception>
 #include <filesystem>
 #include <mutex>
 #include <optional>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -20,14 +20,9 @@ namespace orvel::service {
 
 /// A request that the identity provider refuses. The message is its error code, such as
 /// "INVALID_REFRESH_TOKEN".
-class IdentityRefusal final : public std::exception {
+class IdentityRefusal final : public std::runtime_error {
 public:
-    explicit IdentityRefusal(std::string message) : message_(std::move(message)) {}
-
-    [[nodiscard]] const char* what() const noexcept override { return message_.c_str(); }
-
-private:
-    std::string message_;
+    using std::runtime_error::runtime_error;
 };
 
 /// Stands in for the identity provider: exchanges a custom token for a session, and the session's

@@ -12,53 +12,35 @@
 namespace orvel::service {
 
 Fault Fault::answer(int status, std::string body) {
-    Fault fault;
-    fault.reply.emplace();
-    fault.reply->status = status;
-    fault.reply->body = std::move(body);
-    return fault;
+    return {.reply = Reply{.status = status, .body = std::move(body)}};
 }
 
 Fault Fault::refusal(int status, std::string code, std::string sentence) {
-    Fault fault;
-    fault.reply = refused(Refusal(status, std::move(code), std::move(sentence)));
-    return fault;
+    return {.reply = refused(Refusal(status, std::move(code), std::move(sentence)))};
 }
 
 Fault Fault::identityError(int status, std::string_view message) {
-    Fault fault;
-    fault.reply = service::identityError(status, message);
-    return fault;
+    return {.reply = service::identityError(status, message)};
 }
 
 Fault Fault::delayed(std::chrono::milliseconds delay) {
-    Fault fault;
-    fault.delay = delay;
-    return fault;
+    return {.delay = delay};
 }
 
 Fault Fault::reset() {
-    Fault fault = acceptThenReset();
-    fault.reply.emplace();
-    return fault;
+    return {.reply = Reply(), .delivery = Reply::Delivery::Reset};
 }
 
 Fault Fault::cutOff() {
-    Fault fault = acceptThenCutOff();
-    fault.reply = success({});
-    return fault;
+    return {.reply = success({}), .delivery = Reply::Delivery::CutOff};
 }
 
 Fault Fault::acceptThenReset() {
-    Fault fault;
-    fault.delivery = Reply::Delivery::Reset;
-    return fault;
+    return {.delivery = Reply::Delivery::Reset};
 }
 
 Fault Fault::acceptThenCutOff() {
-    Fault fault;
-    fault.delivery = Reply::Delivery::CutOff;
-    return fault;
+    return {.delivery = Reply::Delivery::CutOff};
 }
 
 void FaultScript::add(Fault fault, std::size_t times) {

@@ -16,12 +16,12 @@ namespace orvel::service {
 /// A way to make a reply fail.
 struct Fault {
     /// Applies to requests to this path only. Empty means every path.
-    std::string path;
+    std::string path = {};
     /// How long to wait before the request is handled.
     std::chrono::milliseconds delay{0};
     /// Sent instead of handling the request. Without a value, the request is handled and its own
     /// reply is sent.
-    std::optional<Reply> reply;
+    std::optional<Reply> reply = {};
     Reply::Delivery delivery = Reply::Delivery::Complete;
 
     /// A status with the given body, unchanged.

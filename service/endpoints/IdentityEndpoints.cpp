@@ -18,10 +18,8 @@ namespace json = boost::json;
 
 constexpr int badRequest = 400;
 
-Reply replyOf(const json::object& body) {
-    Reply reply;
-    reply.body = json::serialize(body);
-    return reply;
+Reply replyOf(const json::object& body, int status = 200) {
+    return {.status = status, .body = json::serialize(body)};
 }
 
 std::string lifetimeOf(const IdentityProvider& provider) {
@@ -71,10 +69,9 @@ Reply refresh(const Request& request, IdentityProvider& provider) {
 
 Reply identityError(int status, std::string_view message) {
     const json::object cause{{"message", message}, {"domain", "global"}, {"reason", "invalid"}};
-    auto reply = replyOf(
-        {{"error", {{"code", status}, {"message", message}, {"errors", json::array{cause}}}}});
-    reply.status = status;
-    return reply;
+    return replyOf(
+        {{"error", {{"code", status}, {"message", message}, {"errors", json::array{cause}}}}},
+        status);
 }
 
 void addIdentityEndpoints(Router& router, IdentityProvider& provider, std::string apiKey) {

@@ -4,6 +4,7 @@
 #include "service/endpoints/Endpoints.h"
 #include "service/endpoints/Page.h"
 #include "service/endpoints/Router.h"
+#include "service/support/Cryptography.h"
 
 #include <algorithm>
 #include <array>
@@ -79,7 +80,7 @@ Reply refusedPage(int status, std::string_view sentence) {
 
 Reply choicePage(const Request& request, const std::vector<Account>& accounts) {
     const auto challenge = request.queryValue("challenge").value_or("");
-    if (!AuthorizationCodes::isChallenge(challenge)) {
+    if (!isSHA256(challenge)) {
         return refusedPage(400, "The link that led here is incomplete or damaged.");
     }
     auto html = pageStart("Sign in to Orvel Agent", PageWidth::Narrow);
@@ -138,7 +139,7 @@ Reply handOver(
         return refusedPage(415, "The choice did not arrive as a form.");
     }
     auto challenge = request.formValue("challenge").value_or("");
-    if (!AuthorizationCodes::isChallenge(challenge)) {
+    if (!isSHA256(challenge)) {
         return refusedPage(400, "The choice is incomplete or damaged.");
     }
     const auto choice = std::ranges::find(

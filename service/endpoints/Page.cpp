@@ -70,20 +70,18 @@ std::string escaped(std::string_view text) {
 }
 
 Reply pageReply(std::string html, std::string_view formAction) {
-    Reply reply;
-    reply.contentType = "text/html; charset=utf-8";
     std::string policy =
         "default-src 'none'; style-src 'unsafe-inline'; img-src data:; base-uri 'none'; "
         "frame-ancestors 'none'; form-action ";
     policy += formAction;
-    reply.headers = {
-        {"Content-Security-Policy", std::move(policy)},
-        // "no-referrer" would make browsers leave out the origin of a form.
-        {"Referrer-Policy", "same-origin"},
-        {"X-Content-Type-Options", "nosniff"},
-    };
-    reply.body = std::move(html);
-    return reply;
+    return {
+        .contentType = "text/html; charset=utf-8",
+        .headers =
+            {{"Content-Security-Policy", std::move(policy)},
+             // "no-referrer" would make browsers leave out the origin of a form.
+             {"Referrer-Policy", "same-origin"},
+             {"X-Content-Type-Options", "nosniff"}},
+        .body = std::move(html)};
 }
 
 } // namespace orvel::service

@@ -57,11 +57,10 @@ void addUpdateEndpoints(Router& router, std::filesystem::path folder) {
         if (!bytes) {
             throw Refusal(404, "not_found", "There is nothing at this path.");
         }
-        Reply reply;
-        reply.contentType =
-            request.path == updateFeedPath ? "application/xml" : "application/octet-stream";
-        reply.body = std::move(*bytes);
-        return reply;
+        const bool isFeed = request.path == updateFeedPath;
+        return Reply{
+            .contentType = isFeed ? "application/xml" : "application/octet-stream",
+            .body = std::move(*bytes)};
     };
     router.add("GET", std::string(updateFeedPath), Router::Access::Open, serve);
     router.add("GET", std::string(everyFile), Router::Access::Open, serve);

@@ -7,22 +7,18 @@
 
 namespace orvel::service {
 
-Refusal Refusal::invalidRequest(std::string sentence) {
-    return {400, "invalid_request", std::move(sentence)};
+Refusal Refusal::invalidRequest(const std::string& sentence) {
+    return {400, "invalid_request", sentence};
 }
 
 Reply success(const boost::json::object& data) {
-    Reply reply;
-    reply.body = boost::json::serialize(boost::json::object{{"ok", true}, {"data", data}});
-    return reply;
+    return {.body = boost::json::serialize(boost::json::object{{"ok", true}, {"data", data}})};
 }
 
 Reply refused(const Refusal& refusal) {
-    Reply reply;
-    reply.status = refusal.status();
-    reply.body = boost::json::serialize(
-        boost::json::object{{"ok", false}, {"error", refusal.what()}, {"code", refusal.code()}});
-    return reply;
+    const boost::json::object body{
+        {"ok", false}, {"error", refusal.what()}, {"code", refusal.code()}};
+    return {.status = refusal.status(), .body = boost::json::serialize(body)};
 }
 
 boost::json::object jsonBody(const Request& request, boost::json::storage_ptr memory) {

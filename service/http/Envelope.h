@@ -6,28 +6,26 @@
 #include <boost/json/fwd.hpp>
 #include <boost/json/storage_ptr.hpp>
 
-#include <exception>
+#include <stdexcept>
 #include <string>
 
 namespace orvel::service {
 
 /// A request that is not carried out, and its reply. `what()` is a sentence for the user.
-class Refusal final : public std::exception {
+class Refusal final : public std::runtime_error {
 public:
-    Refusal(int status, std::string code, std::string sentence)
-        : status_(status), code_(std::move(code)), sentence_(std::move(sentence)) {}
+    Refusal(int status, std::string code, const std::string& sentence)
+        : std::runtime_error(sentence), status_(status), code_(std::move(code)) {}
 
     /// Status 400 with the code "invalid_request".
-    [[nodiscard]] static Refusal invalidRequest(std::string sentence);
+    [[nodiscard]] static Refusal invalidRequest(const std::string& sentence);
 
     [[nodiscard]] int status() const { return status_; }
     [[nodiscard]] const std::string& code() const { return code_; }
-    [[nodiscard]] const char* what() const noexcept override { return sentence_.c_str(); }
 
 private:
     int status_;
     std::string code_;
-    std::string sentence_;
 };
 
 /// `{"ok": true, "data": …}`

@@ -2,6 +2,7 @@
 #include "service/http/HTTP.h"
 
 #include <algorithm>
+#include <charconv>
 
 namespace orvel::service {
 
@@ -10,15 +11,6 @@ namespace {
 char lowered(char character) {
     return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a')
                                                 : character;
-}
-
-std::optional<unsigned> hexDigit(char character) {
-    if (character >= '0' && character <= '9') {
-        return static_cast<unsigned>(character - '0');
-    }
-    const char letter = lowered(character);
-    return letter >= 'a' && letter <= 'f' ? std::optional(static_cast<unsigned>(letter - 'a') + 10U)
-                                          : std::nullopt;
 }
 
 enum class Plus { Literal, Space };
@@ -31,12 +23,13 @@ std::optional<std::string> percentDecoded(std::string_view text, Plus plus) {
         } else if (text[index] != '%') {
             result += text[index];
         } else {
-            const auto high = index + 2 < text.size() ? hexDigit(text[index + 1]) : std::nullopt;
-            const auto low = high ? hexDigit(text[index + 2]) : std::nullopt;
-            if (!low) {
+            const auto digits = text.substr(index + 1, 2);
+            const char* end = digits.data() + digits.size();
+            unsigned char byte = 0;
+            if (digits.size() != 2 || std::from_chars(digits.data(), end, byte, 16).ptr != end) {
                 return std::nullopt;
             }
-            result += static_cast<char>(*high * 16U + *low);
+            result += static_cast<char>(byte);
             index += 2;
         }
     }

@@ -52,8 +52,8 @@ struct Reply {
 
     int status = 200;
     std::string contentType = "application/json";
-    Headers headers;
-    std::string body;
+    Headers headers = {};
+    std::string body = {};
     Delivery delivery = Delivery::Complete;
 };
 

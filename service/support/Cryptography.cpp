@@ -35,6 +35,13 @@ std::string sha256(std::string_view text) {
     return base64URL(hash);
 }
 
+bool isSHA256(std::string_view text) {
+    constexpr std::string_view alphabet =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
+    constexpr std::size_t hashSize = 43;
+    return text.size() == hashSize && text.find_first_not_of(alphabet) == std::string_view::npos;
+}
+
 std::string randomToken(std::string_view prefix) {
     Bytes bytes{};
     if (RAND_bytes(bytes.data(), static_cast<int>(bytes.size())) != 1) {

@@ -8,6 +8,8 @@ namespace orvel::service {
 
 /// The hash as Base64 for URLs, without padding: 43 characters.
 [[nodiscard]] std::string sha256(std::string_view text);
+/// Whether the text has the form of such a hash.
+[[nodiscard]] bool isSHA256(std::string_view text);
 
 /// The prefix and 256 random bits as Base64 for URLs. Throws `ServiceError`.
 [[nodiscard]] std::string randomToken(std::string_view prefix);
