@@ -64,7 +64,7 @@ std::string escaped(std::string_view text) {
     std::string result;
     for (const char character : text) {
         const auto entity = entities.find(character);
-        entity == entities.end() ? result += character : result += entity->second;
+        result += entity == entities.end() ? std::string_view(&character, 1) : entity->second;
     }
     return result;
 }
