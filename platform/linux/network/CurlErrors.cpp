@@ -43,7 +43,6 @@ URLErrorCode certificateErrorCode(long verifyResult) {
 } // namespace
 
 URLErrorCode urlErrorCode(const CurlFailure& failure) {
-    // No default case, so that the compiler reports codes that a newer libcurl adds.
     switch (static_cast<CURLcode>(failure.code)) {
     case CURLE_URL_MALFORMAT:
         return URLErrorCode::BadURL;
@@ -104,84 +103,11 @@ URLErrorCode urlErrorCode(const CurlFailure& failure) {
     case CURLE_SSL_INVALIDCERTSTATUS:
         return URLErrorCode::ServerCertificateUntrusted;
 
-    // Local failures without a specific code.
-    case CURLE_FAILED_INIT:
-    case CURLE_NOT_BUILT_IN:
-    case CURLE_READ_ERROR:
-    case CURLE_OUT_OF_MEMORY:
-    case CURLE_FUNCTION_NOT_FOUND:
-    case CURLE_BAD_FUNCTION_ARGUMENT:
-    case CURLE_INTERFACE_FAILED:
-    case CURLE_UNKNOWN_OPTION:
-    case CURLE_SETOPT_OPTION_SYNTAX:
-    case CURLE_SSL_ENGINE_NOTFOUND:
-    case CURLE_SSL_ENGINE_SETFAILED:
-    case CURLE_SSL_ENGINE_INITFAILED:
-    case CURLE_SEND_FAIL_REWIND:
-    case CURLE_AGAIN:
-    case CURLE_RECURSIVE_API_CALL:
-
-    // Errors of protocols and options that the agent does not use.
-    case CURLE_REMOTE_ACCESS_DENIED:
-    case CURLE_FTP_ACCEPT_FAILED:
-    case CURLE_FTP_WEIRD_PASS_REPLY:
-    case CURLE_FTP_ACCEPT_TIMEOUT:
-    case CURLE_FTP_WEIRD_PASV_REPLY:
-    case CURLE_FTP_WEIRD_227_FORMAT:
-    case CURLE_FTP_CANT_GET_HOST:
-    case CURLE_HTTP2:
-    case CURLE_FTP_COULDNT_SET_TYPE:
-    case CURLE_FTP_COULDNT_RETR_FILE:
-    case CURLE_QUOTE_ERROR:
-    case CURLE_UPLOAD_FAILED:
-    case CURLE_FTP_PORT_FAILED:
-    case CURLE_FTP_COULDNT_USE_REST:
-    case CURLE_RANGE_ERROR:
-    case CURLE_HTTP_POST_ERROR:
-    case CURLE_BAD_DOWNLOAD_RESUME:
-    case CURLE_FILE_COULDNT_READ_FILE:
-    case CURLE_LDAP_CANNOT_BIND:
-    case CURLE_LDAP_SEARCH_FAILED:
-    case CURLE_USE_SSL_FAILED:
-    case CURLE_LOGIN_DENIED:
-    case CURLE_TFTP_NOTFOUND:
-    case CURLE_TFTP_PERM:
-    case CURLE_REMOTE_DISK_FULL:
-    case CURLE_TFTP_ILLEGAL:
-    case CURLE_TFTP_UNKNOWNID:
-    case CURLE_REMOTE_FILE_EXISTS:
-    case CURLE_TFTP_NOSUCHUSER:
-    case CURLE_REMOTE_FILE_NOT_FOUND:
-    case CURLE_SSH:
-    case CURLE_FTP_PRET_FAILED:
-    case CURLE_RTSP_CSEQ_ERROR:
-    case CURLE_RTSP_SESSION_ERROR:
-    case CURLE_FTP_BAD_FILE_LIST:
-    case CURLE_CHUNK_FAILED:
-    case CURLE_HTTP2_STREAM:
-    case CURLE_AUTH_ERROR:
-    case CURLE_HTTP3:
-    case CURLE_QUIC_CONNECT_ERROR:
-
-    // Values that libcurl no longer or never returns.
-    case CURLE_OK:
-    case CURLE_OBSOLETE20:
-    case CURLE_OBSOLETE24:
-    case CURLE_OBSOLETE29:
-    case CURLE_OBSOLETE32:
-    case CURLE_OBSOLETE40:
-    case CURLE_OBSOLETE44:
-    case CURLE_OBSOLETE46:
-    case CURLE_OBSOLETE50:
-    case CURLE_OBSOLETE51:
-    case CURLE_OBSOLETE57:
-    case CURLE_OBSOLETE62:
-    case CURLE_OBSOLETE75:
-    case CURLE_OBSOLETE76:
-    case CURL_LAST:
+    // Local failures, errors of protocols and options that the agent does not use, and codes that a
+    // newer libcurl adds.
+    default:
         return URLErrorCode::Unknown;
     }
-    return URLErrorCode::Unknown;
 }
 
 } // namespace orvel
