@@ -80,7 +80,6 @@ struct Description {
     std::string operator()(const UpdateError::Swapped&) const {
         return "The file in the update's place is not the one that was verified. Do not open it.";
     }
-    std::string operator()(const UpdateError::NotStored& error) const { return error.reason; }
 };
 
 } // namespace

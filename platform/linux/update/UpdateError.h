@@ -61,10 +61,6 @@ public:
     struct BadSignature {};
     /// The installed file is not the one that was verified.
     struct Swapped {};
-    /// The system refused; the reason is a sentence.
-    struct NotStored {
-        std::string reason;
-    };
 
     using Case = std::variant<
         NotLoaded,
@@ -82,8 +78,7 @@ public:
         TooShort,
         TooLong,
         BadSignature,
-        Swapped,
-        NotStored>;
+        Swapped>;
 
     // Thrown by its case.
     // NOLINTNEXTLINE(google-explicit-constructor)
