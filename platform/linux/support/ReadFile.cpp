@@ -10,32 +10,34 @@
 
 namespace orvel {
 
-std::string readFile(const std::filesystem::path& path, std::size_t limit) {
-    const auto failure = [&path](int code) {
-        return tavrin::PlatformError::fromErrno(code, "Could not read " + path.string());
-    };
-    const tavrin::FileDescriptor file = tavrin::openRegularFile(path).descriptor;
-    std::string content;
+std::size_t readStart(int file, std::span<std::byte> buffer, const std::string& whatFailed) {
     std::size_t length = 0;
-    // Read one byte beyond the limit to detect a file that is too long.
-    content.resize(limit + 1);
-    while (length < content.size()) {
-        const ssize_t count = read(file.get(), content.data() + length, content.size() - length);
+    while (length < buffer.size()) {
+        const ssize_t count =
+            pread(file, buffer.data() + length, buffer.size() - length, static_cast<off_t>(length));
         if (count < 0 && errno == EINTR) {
             continue;
         }
         if (count < 0) {
-            throw failure(errno);
+            throw tavrin::PlatformError::fromErrno(errno, whatFailed);
         }
         if (count == 0) {
             break;
         }
         length += static_cast<std::size_t>(count);
     }
-    if (length > limit) {
-        throw failure(EFBIG);
+    return length;
+}
+
+std::string readFile(const std::filesystem::path& path, std::size_t limit) {
+    const std::string whatFailed = "Could not read " + path.string();
+    const tavrin::FileDescriptor file = tavrin::openRegularFile(path).descriptor;
+    // One byte beyond the limit, to detect a file that is too long.
+    std::string content(limit + 1, '\0');
+    content.resize(readStart(file.get(), std::as_writable_bytes(std::span(content)), whatFailed));
+    if (content.size() > limit) {
+        throw tavrin::PlatformError::fromErrno(EFBIG, whatFailed);
     }
-    content.resize(length);
     content.shrink_to_fit();
     return content;
 }

@@ -2,6 +2,7 @@
 #include "platform/linux/update/StagedUpdate.h"
 
 #include "core/Errors.h"
+#include "platform/linux/support/ReadFile.h"
 #include "platform/linux/update/UpdateError.h"
 
 #include <fcntl.h>
@@ -23,29 +24,7 @@ namespace {
 using tavrin::FileDescriptor;
 using tavrin::PlatformError;
 
-PlatformError couldNotRead(int error) {
-    return PlatformError::fromErrno(error, "Could not read the update");
-}
-
-/// Fills as much of the buffer as the file has.
-std::size_t read(int file, std::span<std::uint8_t> buffer) {
-    std::size_t done = 0;
-    while (done < buffer.size()) {
-        const ssize_t count =
-            pread(file, buffer.data() + done, buffer.size() - done, static_cast<off_t>(done));
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
-        if (count < 0) {
-            throw couldNotRead(errno);
-        }
-        if (count == 0) {
-            break;
-        }
-        done += static_cast<std::size_t>(count);
-    }
-    return done;
-}
+constexpr auto couldNotRead = "Could not read the update";
 
 /// Whether it says that the file system, or the kernel, has no files without a name.
 bool lacksUnnamedFiles(int error) {
@@ -143,10 +122,11 @@ void StagedUpdate::verify(const UpdateKey& key, const UpdateSignature& signature
     // NOLINTNEXTLINE(modernize-avoid-c-arrays)
     const std::unique_ptr<std::uint8_t[]> buffer(new (std::nothrow) std::uint8_t[size]);
     if (!buffer) {
-        throw couldNotRead(ENOMEM);
+        throw PlatformError::fromErrno(ENOMEM, couldNotRead);
     }
     const std::span content(buffer.get(), size);
-    if (const std::size_t count = read(file_.get(), content); count < size) {
+    const auto buffered = std::as_writable_bytes(content);
+    if (const auto count = readStart(file_.get(), buffered, couldNotRead); count < size) {
         throw UpdateError(UpdateError::TooShort{length_, count});
     }
     if (!key.verifies(signature, content)) {
