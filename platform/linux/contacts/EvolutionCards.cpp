@@ -30,44 +30,33 @@ struct Evolution {
         return evolution;
     }
 
-    decltype(&e_book_client_connect_sync) bookClientConnect;
-    decltype(&e_book_client_get_contacts_sync) bookClientGetContacts;
-    decltype(&e_contact_get) contactGet;
-    decltype(&e_contact_get_const) contactGetConst;
-    decltype(&e_source_get_display_name) sourceGetDisplayName;
-    decltype(&e_source_get_uid) sourceGetUid;
-    decltype(&e_source_registry_new_sync) sourceRegistryNew;
-    decltype(&e_source_registry_list_enabled) sourceRegistryListEnabled;
-    decltype(&e_source_registry_list_sources) sourceRegistryListSources;
-    decltype(&g_bus_get_sync) busGet;
-    decltype(&g_dbus_connection_set_exit_on_close) dbusConnectionSetExitOnClose;
-    decltype(&g_dbus_error_quark) dbusErrorQuark;
-    decltype(&g_dbus_error_strip_remote_error) dbusErrorStripRemoteError;
-    decltype(&g_object_unref) objectUnref;
-
-private:
-    explicit Evolution(const LazyLibrary& library)
-        : bookClientConnect(library.symbol("e_book_client_connect_sync")),
-          bookClientGetContacts(library.symbol("e_book_client_get_contacts_sync")),
-          contactGet(library.symbol("e_contact_get")),
-          contactGetConst(library.symbol("e_contact_get_const")),
-          sourceGetDisplayName(library.symbol("e_source_get_display_name")),
-          sourceGetUid(library.symbol("e_source_get_uid")),
-          sourceRegistryNew(library.symbol("e_source_registry_new_sync")),
-          sourceRegistryListEnabled(library.symbol("e_source_registry_list_enabled")),
-          sourceRegistryListSources(library.symbol("e_source_registry_list_sources")),
-          busGet(library.symbol("g_bus_get_sync")),
-          dbusConnectionSetExitOnClose(library.symbol("g_dbus_connection_set_exit_on_close")),
-          dbusErrorQuark(library.symbol("g_dbus_error_quark")),
-          dbusErrorStripRemoteError(library.symbol("g_dbus_error_strip_remote_error")),
-          objectUnref(library.symbol("g_object_unref")) {}
+    LazyLibrary library;
+    decltype(&e_book_client_connect_sync) bookClientConnect =
+        library.symbol("e_book_client_connect_sync");
+    decltype(&e_book_client_get_contacts_sync) bookClientGetContacts =
+        library.symbol("e_book_client_get_contacts_sync");
+    decltype(&e_contact_get) contactGet = library.symbol("e_contact_get");
+    decltype(&e_contact_get_const) contactGetConst = library.symbol("e_contact_get_const");
+    decltype(&e_source_get_display_name) sourceGetDisplayName =
+        library.symbol("e_source_get_display_name");
+    decltype(&e_source_get_uid) sourceGetUid = library.symbol("e_source_get_uid");
+    decltype(&e_source_registry_new_sync) sourceRegistryNew =
+        library.symbol("e_source_registry_new_sync");
+    decltype(&e_source_registry_list_enabled) sourceRegistryListEnabled =
+        library.symbol("e_source_registry_list_enabled");
+    decltype(&e_source_registry_list_sources) sourceRegistryListSources =
+        library.symbol("e_source_registry_list_sources");
+    decltype(&g_bus_get_sync) busGet = library.symbol("g_bus_get_sync");
+    decltype(&g_dbus_connection_set_exit_on_close) dbusConnectionSetExitOnClose =
+        library.symbol("g_dbus_connection_set_exit_on_close");
+    decltype(&g_dbus_error_quark) dbusErrorQuark = library.symbol("g_dbus_error_quark");
+    decltype(&g_dbus_error_strip_remote_error) dbusErrorStripRemoteError =
+        library.symbol("g_dbus_error_strip_remote_error");
+    decltype(&g_object_unref) objectUnref = library.symbol("g_object_unref");
 };
 
-struct Unref {
-    void operator()(gpointer object) const { Evolution::get().objectUnref(object); }
-};
 template <typename T>
-using Object = std::unique_ptr<T, Unref>;
+using Object = std::unique_ptr<T, LazyRelease<&Evolution::objectUnref>>;
 
 struct FreeObjects {
     void operator()(GList* list) const { g_list_free_full(list, Evolution::get().objectUnref); }

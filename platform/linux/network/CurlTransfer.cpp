@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/network/CurlTransfer.h"
 
-#include "core/Secret.h"
 #include "core/URLErrors.h"
+#include "platform/URLRequests.h"
 #include "platform/linux/network/CurlErrors.h"
 #include "platform/linux/support/OpenSSL.h"
 
@@ -30,15 +30,6 @@ int transferIndex() {
 }
 
 } // namespace
-
-void wipe(URLRequest& request) {
-    for (auto& [name, value] : request.headers) {
-        tavrin::wipe(value);
-    }
-    if (request.body) {
-        tavrin::wipe(*request.body);
-    }
-}
 
 CurlTransfer::CurlTransfer(
     std::uint64_t exchange,

@@ -15,9 +15,6 @@
 
 namespace orvel {
 
-/// Overwrites the parts that may contain tokens.
-void wipe(URLRequest& request);
-
 /// One exchange. Constructed on the main thread, then used by the worker only. libcurl keeps
 /// pointers to it.
 class CurlTransfer final {
@@ -64,14 +61,14 @@ private:
     std::uint64_t exchange_;
     URLRequest request_;
     const ExtraCertificates& extraCertificates_;
-    std::unique_ptr<curl_slist, CurlRelease<&Curl::slistFreeAll>> headers_;
+    std::unique_ptr<curl_slist, LazyRelease<&Curl::slistFreeAll>> headers_;
     URLResponse response_;
     std::size_t headerBytes_ = 0;
     bool hasAllHeaders_ = false;
     /// Whether the server sent TLS's close_notify.
     bool hasCloseNotify_ = false;
     /// Destroyed first: refers to the other members.
-    std::unique_ptr<CURL, CurlRelease<&Curl::easyCleanup>> easy_;
+    std::unique_ptr<CURL, LazyRelease<&Curl::easyCleanup>> easy_;
 };
 
 } // namespace orvel

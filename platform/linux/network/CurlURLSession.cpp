@@ -3,12 +3,11 @@
 
 #include "core/Errors.h"
 #include "core/URLErrors.h"
-#include "platform/HTTPSyntax.h"
+#include "platform/URLRequests.h"
 #include "platform/linux/network/CurlTransfer.h"
-#include "platform/linux/network/PendingExchanges.h"
+#include "platform/linux/support/CallbackContext.h"
 #include "platform/linux/support/OpenSSL.h"
 
-#include <algorithm>
 #include <climits>
 #include <csignal>
 #include <cstdint>
@@ -49,22 +48,13 @@ std::optional<tavrin::URLError> refusal(const URLRequest& request) {
     } catch (const tavrin::PlatformError& missing) {
         return tavrin::URLError(URLErrorCode::Unknown, missing.what());
     }
-    const std::unique_ptr<CURLU, CurlRelease<&Curl::urlCleanup>> parsed(Curl::get().url());
+    const std::unique_ptr<CURLU, LazyRelease<&Curl::urlCleanup>> parsed(Curl::get().url());
     if (hasControlCharacter(request.url) ||
         Curl::get().urlSet(parsed.get(), CURLUPART_URL, request.url.c_str(), CURLU_DISALLOW_USER) !=
             CURLUE_OK) {
         return urlError(URLErrorCode::BadURL);
     }
-    const bool isWellFormed =
-        isToken(request.method) && std::ranges::all_of(request.headers, [](const auto& header) {
-            return isToken(header.first) && !hasControlCharacter(header.second);
-        });
-    if (!isWellFormed) {
-        // A line break in a token must not inject another header.
-        return tavrin::URLError(
-            URLErrorCode::Unknown, "The request has a header that cannot be sent.");
-    }
-    return std::nullopt;
+    return headerError(request);
 }
 
 } // namespace
@@ -72,8 +62,8 @@ std::optional<tavrin::URLError> refusal(const URLRequest& request) {
 /// The thread that runs libcurl.
 class CurlURLSession::Worker final {
 public:
-    /// Borrows the exchanges.
-    explicit Worker(PendingExchanges& pending);
+    /// Borrows the state.
+    explicit Worker(State& state);
     /// Ends all exchanges.
     ~Worker();
     Worker(const Worker&) = delete;
@@ -88,9 +78,9 @@ private:
     bool handleCommands();
     void finish(CURL* easy, CURLcode code);
 
-    PendingExchanges& pending_;
+    State& state_;
     CurlLibrary library_;
-    std::unique_ptr<CURLM, CurlRelease<&Curl::multiCleanup>> multi_;
+    std::unique_ptr<CURLM, LazyRelease<&Curl::multiCleanup>> multi_;
 
     std::mutex mutex_;
     std::vector<std::unique_ptr<CurlTransfer>> started_;
@@ -107,10 +97,39 @@ struct CurlURLSession::State {
         : systemCertificates(std::move(trust.systemCertificates)),
           extraCertificates(trust.extraCertificates) {}
 
+    /// Any thread. Ignored when the exchange has been cancelled.
+    void finish(std::uint64_t exchange, URLResult result) {
+        callbackContext.post([this, exchange, result = std::move(result)]() mutable {
+            if (const auto found = completions.extract(exchange); !found.empty()) {
+                // The completion may destroy this object.
+                found.mapped()(std::move(result));
+            } else if (auto* response = std::get_if<URLResponse>(&result)) {
+                // The body may contain a token.
+                tavrin::wipe(response->body);
+            }
+        });
+    }
+
+    void cancel(std::uint64_t exchange) {
+        auto found = completions.extract(exchange);
+        if (found.empty()) {
+            return;
+        }
+        callbackContext.post([completion = std::move(found.mapped())] {
+            completion(urlError(URLErrorCode::Cancelled));
+        });
+        if (worker) {
+            worker->cancel(exchange);
+        }
+    }
+
     const std::optional<std::filesystem::path> systemCertificates;
     const ExtraCertificates extraCertificates;
-    PendingExchanges pending;
-    /// Created by the first request.
+    /// Those of the exchanges in flight.
+    std::map<std::uint64_t, std::function<void(URLResult)>> completions;
+    std::uint64_t lastExchange = 0;
+    CallbackContext callbackContext;
+    /// Created by the first request. Destroyed first: uses the other members.
     std::optional<Worker> worker;
 };
 
@@ -120,9 +139,8 @@ public:
         : state_(std::move(state)), exchange_(exchange) {}
 
     void cancel() override {
-        const auto state = state_.lock();
-        if (state && state->pending.cancel(exchange_) && state->worker) {
-            state->worker->cancel(exchange_);
+        if (const auto state = state_.lock()) {
+            state->cancel(exchange_);
         }
     }
 
@@ -137,13 +155,14 @@ CurlURLSession::~CurlURLSession() = default;
 
 std::unique_ptr<URLSession::Task>
 CurlURLSession::start(URLRequest request, std::function<void(URLResult)> completion) {
-    const std::uint64_t exchange = state_->pending.add(std::move(completion));
+    const std::uint64_t exchange = ++state_->lastExchange;
+    state_->completions.emplace(exchange, std::move(completion));
     if (auto error = refusal(request)) {
         wipe(request);
-        state_->pending.finish(exchange, std::move(*error));
+        state_->finish(exchange, std::move(*error));
     } else {
         if (!state_->worker) {
-            state_->worker.emplace(state_->pending);
+            state_->worker.emplace(*state_);
         }
         state_->worker->start(std::make_unique<CurlTransfer>(
             exchange, std::move(request), state_->systemCertificates, state_->extraCertificates));
@@ -151,8 +170,7 @@ CurlURLSession::start(URLRequest request, std::function<void(URLResult)> complet
     return std::make_unique<CurlTask>(state_, exchange);
 }
 
-CurlURLSession::Worker::Worker(PendingExchanges& pending)
-    : pending_(pending), multi_(Curl::get().multiInit()) {
+CurlURLSession::Worker::Worker(State& state) : state_(state), multi_(Curl::get().multiInit()) {
     if (!multi_) {
         throw std::bad_alloc();
     }
@@ -223,7 +241,7 @@ bool CurlURLSession::Worker::handleCommands() {
         if (Curl::get().multiAddHandle(multi_.get(), transfer->easy()) == CURLM_OK) {
             transfers_.emplace(transfer->exchange(), std::move(transfer));
         } else {
-            pending_.finish(transfer->exchange(), urlError(URLErrorCode::Unknown));
+            state_.finish(transfer->exchange(), urlError(URLErrorCode::Unknown));
         }
     }
     for (const std::uint64_t exchange : cancelled) {
@@ -240,7 +258,7 @@ void CurlURLSession::Worker::finish(CURL* easy, CURLcode code) {
     // This call invalidates the message.
     Curl::get().multiRemoveHandle(multi_.get(), easy);
     const auto own = transfers_.extract(transfer->exchange());
-    pending_.finish(own.key(), own.mapped()->takeResult(code));
+    state_.finish(own.key(), own.mapped()->takeResult(code));
 }
 
 } // namespace orvel

@@ -2,7 +2,6 @@
 #include "platform/linux/network/ExtraCertificates.h"
 
 #include "core/Errors.h"
-#include "platform/linux/support/OpenSSL.h"
 #include "platform/linux/support/ReadFile.h"
 
 #include <cerrno>
@@ -15,15 +14,7 @@ namespace {
 
 constexpr std::size_t maximumFileBytes = std::size_t{4} << 20U;
 
-struct ReleaseBio {
-    void operator()(BIO* bio) const { OpenSSL::get().bioFree(bio); }
-};
-
 } // namespace
-
-void ExtraCertificates::Release::operator()(X509* certificate) const {
-    OpenSSL::get().x509Free(certificate);
-}
 
 ExtraCertificates::ExtraCertificates(const std::vector<std::filesystem::path>& files) {
     for (const std::filesystem::path& file : files) {
@@ -34,7 +25,7 @@ ExtraCertificates::ExtraCertificates(const std::vector<std::filesystem::path>& f
 void ExtraCertificates::append(const std::filesystem::path& file) {
     const std::string content = readFile(file, maximumFileBytes);
     const OpenSSL& openSSL = OpenSSL::get();
-    const std::unique_ptr<BIO, ReleaseBio> source(
+    const std::unique_ptr<BIO, LazyRelease<&OpenSSL::bioFree>> source(
         openSSL.bioNewMemBuf(content.data(), static_cast<int>(content.size())));
     const std::size_t before = certificates_.size();
     while (X509* const certificate =

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <openssl/ssl.h>
+#include "platform/linux/support/OpenSSL.h"
 
 #include <filesystem>
 #include <memory>
@@ -20,13 +20,9 @@ public:
     [[nodiscard]] bool addTo(SSL_CTX* context) const;
 
 private:
-    struct Release {
-        void operator()(X509* certificate) const;
-    };
-
     void append(const std::filesystem::path& file);
 
-    std::vector<std::unique_ptr<X509, Release>> certificates_;
+    std::vector<std::unique_ptr<X509, LazyRelease<&OpenSSL::x509Free>>> certificates_;
 };
 
 } // namespace orvel

@@ -35,7 +35,7 @@ LazyLibrary::Symbol LazyLibrary::symbol(const char* name) const {
     if (address == nullptr) {
         throw linkerError();
     }
-    return Symbol(address);
+    return {address};
 }
 
 } // namespace orvel

@@ -8,17 +8,13 @@ namespace orvel {
 class LazyLibrary final {
 public:
     /// A function's address, convertible to a pointer of the function's type.
-    class Symbol {
-    public:
-        explicit Symbol(void* address) : address_(address) {}
-
+    struct Symbol {
         template <typename Function>
         operator Function*() const { // NOLINT(google-explicit-constructor): what it is for
-            return reinterpret_cast<Function*>(address_);
+            return reinterpret_cast<Function*>(address);
         }
 
-    private:
-        void* address_;
+        void* address;
     };
 
     /// The dynamic linker's name of the library. Throws `tavrin::PlatformError` when it cannot be
@@ -30,6 +26,21 @@ public:
 
 private:
     void* handle_;
+};
+
+/// A deleter for `std::unique_ptr` that calls this function of a lazily loaded library.
+template <auto function>
+struct LazyRelease {
+    template <typename T>
+    void operator()(T* object) const {
+        release(function, object);
+    }
+
+private:
+    template <typename Library, typename Function, typename T>
+    static void release(Function Library::*member, T* object) {
+        (Library::get().*member)(object);
+    }
 };
 
 } // namespace orvel

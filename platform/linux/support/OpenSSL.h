@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "platform/linux/support/LazyLibrary.h"
+
 #include <openssl/bio.h>
 #include <openssl/crypto.h>
 #include <openssl/err.h>
@@ -11,36 +13,35 @@
 
 namespace orvel {
 
-class LazyLibrary;
-
 /// The functions used of OpenSSL's two libraries, which are loaded at the first request or
 /// signature check.
 struct OpenSSL {
     /// Throws `tavrin::PlatformError` when they cannot be loaded. Thread-safe.
     static const OpenSSL& get();
 
-    decltype(&BIO_free) bioFree;
-    decltype(&BIO_new_mem_buf) bioNewMemBuf;
-    decltype(&CRYPTO_get_ex_new_index) cryptoGetExNewIndex;
-    decltype(&ERR_clear_error) errClearError;
-    decltype(&ERR_peek_last_error) errPeekLastError;
-    decltype(&EVP_DigestVerify) evpDigestVerify;
-    decltype(&EVP_DigestVerifyInit) evpDigestVerifyInit;
-    decltype(&EVP_MD_CTX_free) evpMdCtxFree;
-    decltype(&EVP_MD_CTX_new) evpMdCtxNew;
-    decltype(&EVP_PKEY_free) evpPkeyFree;
-    decltype(&EVP_PKEY_new_raw_public_key) evpPkeyNewRawPublicKey;
-    decltype(&PEM_read_bio_X509) pemReadBioX509;
-    decltype(&SSL_CTX_get_cert_store) sslCtxGetCertStore;
-    decltype(&SSL_CTX_get_ex_data) sslCtxGetExData;
-    decltype(&SSL_CTX_set_ex_data) sslCtxSetExData;
-    decltype(&SSL_CTX_set_info_callback) sslCtxSetInfoCallback;
-    decltype(&SSL_get_SSL_CTX) sslGetSSLCtx;
-    decltype(&X509_STORE_add_cert) x509StoreAddCert;
-    decltype(&X509_free) x509Free;
-
-private:
-    explicit OpenSSL(const LazyLibrary& library);
+    LazyLibrary library;
+    decltype(&BIO_free) bioFree = library.symbol("BIO_free");
+    decltype(&BIO_new_mem_buf) bioNewMemBuf = library.symbol("BIO_new_mem_buf");
+    decltype(&CRYPTO_get_ex_new_index) cryptoGetExNewIndex =
+        library.symbol("CRYPTO_get_ex_new_index");
+    decltype(&ERR_clear_error) errClearError = library.symbol("ERR_clear_error");
+    decltype(&ERR_peek_last_error) errPeekLastError = library.symbol("ERR_peek_last_error");
+    decltype(&EVP_DigestVerify) evpDigestVerify = library.symbol("EVP_DigestVerify");
+    decltype(&EVP_DigestVerifyInit) evpDigestVerifyInit = library.symbol("EVP_DigestVerifyInit");
+    decltype(&EVP_MD_CTX_free) evpMdCtxFree = library.symbol("EVP_MD_CTX_free");
+    decltype(&EVP_MD_CTX_new) evpMdCtxNew = library.symbol("EVP_MD_CTX_new");
+    decltype(&EVP_PKEY_free) evpPkeyFree = library.symbol("EVP_PKEY_free");
+    decltype(&EVP_PKEY_new_raw_public_key) evpPkeyNewRawPublicKey =
+        library.symbol("EVP_PKEY_new_raw_public_key");
+    decltype(&PEM_read_bio_X509) pemReadBioX509 = library.symbol("PEM_read_bio_X509");
+    decltype(&SSL_CTX_get_cert_store) sslCtxGetCertStore = library.symbol("SSL_CTX_get_cert_store");
+    decltype(&SSL_CTX_get_ex_data) sslCtxGetExData = library.symbol("SSL_CTX_get_ex_data");
+    decltype(&SSL_CTX_set_ex_data) sslCtxSetExData = library.symbol("SSL_CTX_set_ex_data");
+    decltype(&SSL_CTX_set_info_callback) sslCtxSetInfoCallback =
+        library.symbol("SSL_CTX_set_info_callback");
+    decltype(&SSL_get_SSL_CTX) sslGetSSLCtx = library.symbol("SSL_get_SSL_CTX");
+    decltype(&X509_STORE_add_cert) x509StoreAddCert = library.symbol("X509_STORE_add_cert");
+    decltype(&X509_free) x509Free = library.symbol("X509_free");
 };
 
 } // namespace orvel

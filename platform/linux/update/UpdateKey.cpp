@@ -12,11 +12,6 @@ namespace orvel {
 
 namespace {
 
-struct Free {
-    void operator()(EVP_PKEY* key) const { OpenSSL::get().evpPkeyFree(key); }
-    void operator()(EVP_MD_CTX* context) const { OpenSSL::get().evpMdCtxFree(context); }
-};
-
 template <std::size_t size>
 std::optional<std::array<std::uint8_t, size>> decoded(std::string_view text) {
     const auto result = QByteArray::fromBase64Encoding(
@@ -49,9 +44,10 @@ std::optional<UpdateKey> UpdateKey::fromBase64(std::string_view text) {
 bool UpdateKey::verifies(
     const UpdateSignature& signature, std::span<const std::uint8_t> content) const {
     const OpenSSL& openSSL = OpenSSL::get();
-    const std::unique_ptr<EVP_PKEY, Free> key(
+    const std::unique_ptr<EVP_PKEY, LazyRelease<&OpenSSL::evpPkeyFree>> key(
         openSSL.evpPkeyNewRawPublicKey(EVP_PKEY_ED25519, nullptr, bytes_.data(), bytes_.size()));
-    const std::unique_ptr<EVP_MD_CTX, Free> context(openSSL.evpMdCtxNew());
+    const std::unique_ptr<EVP_MD_CTX, LazyRelease<&OpenSSL::evpMdCtxFree>> context(
+        openSSL.evpMdCtxNew());
     const bool isValid =
         key && context &&
         openSSL.evpDigestVerifyInit(context.get(), nullptr, nullptr, nullptr, key.get()) == 1 &&

@@ -2,9 +2,8 @@
 #include "platform/macos/network/FoundationURLSession.h"
 
 #include "core/Errors.h"
-#include "core/Secret.h"
 #include "core/URLErrors.h"
-#include "platform/HTTPSyntax.h"
+#include "platform/URLRequests.h"
 #include "platform/macos/support/FoundationConversions.h"
 
 #import <Security/Security.h>
@@ -75,15 +74,6 @@ NSArray* certificatesIn(const std::vector<std::filesystem::path>& files) {
     return certificates;
 }
 
-void wipe(URLRequest& request) {
-    for (auto& [name, value] : request.headers) {
-        tavrin::wipe(value);
-    }
-    if (request.body) {
-        tavrin::wipe(*request.body);
-    }
-}
-
 /// Nil for an invalid address, even if the system would repair it.
 NSURL* urlOf(const std::string& text) {
     const bool isPlain = std::all_of(text.begin(), text.end(), [](char character) {
@@ -102,17 +92,7 @@ std::optional<tavrin::URLError> refusal(const URLRequest& request) {
     if (urlOf(request.url) == nil) {
         return tavrin::urlError(URLErrorCode::BadURL);
     }
-    const bool isWellFormed =
-        isToken(request.method) &&
-        std::all_of(request.headers.begin(), request.headers.end(), [](const auto& header) {
-            return isToken(header.first) && !hasControlCharacter(header.second);
-        });
-    if (!isWellFormed) {
-        // A line break in a token must not start another header.
-        return tavrin::URLError(
-            URLErrorCode::Unknown, "The request has a header that cannot be sent.");
-    }
-    return std::nullopt;
+    return headerError(request);
 }
 
 /// At most one day. A limit below the system's minimum is enforced by our timers.
