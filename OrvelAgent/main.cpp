@@ -8,7 +8,6 @@
 #include "OrvelAgent/ui/panel/ContactsQuestion.h"
 #include "OrvelAgent/ui/update/UpdateWindow.h"
 #include "OrvelAgent/ui/update/UpdateWindowPresenter.h"
-#include "platform/EventLoop.h"
 #include "platform/Platform.h"
 
 #include <QApplication>

@@ -38,8 +38,7 @@ struct PlatformOptions {
     /// argument once, on the main thread. If called while the question is open, brings it to the
     /// front; the answer may then go to either argument. When absent, the user cannot be asked.
     std::function<void(std::function<void(bool)> answer)> askForContacts;
-    /// Prevents core dumps, which could contain tokens. Off in debug builds, where developers need
-    /// them.
+    /// Calls `forbidCoreDumps`. Off in debug builds, where developers need core dumps.
 #ifdef NDEBUG
     bool forbidsCoreDumps = true;
 #else
@@ -67,6 +66,13 @@ struct Platform {
     std::unique_ptr<LoginItem> loginItem;
     std::unique_ptr<SoftwareUpdater> softwareUpdater;
 };
+
+/// Call before constructing the application object. Selects an event loop that can run the ports'
+/// callbacks.
+void prepareEventLoop();
+
+/// Prevents core dumps of this process, which could contain tokens.
+void forbidCoreDumps();
 
 /// User defaults stored in that file, which need not exist. Throws `tavrin::PlatformError` when it
 /// cannot be read.

@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "platform/EventLoop.h"
 #include "platform/Platform.h"
 #include "platform/linux/contacts/EvolutionAddressBook.h"
 #include "platform/linux/desktop/AutostartLoginItem.h"
@@ -18,7 +17,6 @@
 #include "platform/linux/storage/KernelFileCopier.h"
 #include "platform/linux/storage/PlistBundle.h"
 #include "platform/linux/storage/SettingsUserDefaults.h"
-#include "platform/linux/support/CoreDumps.h"
 #include "platform/linux/support/OwnProgram.h"
 #include "platform/linux/support/SessionBus.h"
 #include "platform/linux/support/SteadyClock.h"
@@ -26,6 +24,8 @@
 
 #include <QStandardPaths>
 #include <QString>
+
+#include <sys/prctl.h>
 
 #include <filesystem>
 #include <functional>
@@ -48,6 +48,12 @@ std::unique_ptr<tavrin::UserDefaults> makeUserDefaults(const std::filesystem::pa
 
 void prepareEventLoop() {
     // All of Qt's event loops can run the ports' callbacks.
+}
+
+void forbidCoreDumps() {
+    // Cannot fail with this value. Also keeps the user's other processes from reading this one's
+    // memory. Started programs are not affected.
+    prctl(PR_SET_DUMPABLE, 0);
 }
 
 Platform makePlatform(PlatformOptions options) {

@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "platform/EventLoop.h"
 #include "platform/Platform.h"
 #include "platform/macos/contacts/ContactsAddressBook.h"
 #include "platform/macos/desktop/AppKitApplicationFocus.h"
@@ -18,8 +17,12 @@
 #include "platform/macos/storage/FoundationUserDefaults.h"
 #include "platform/macos/storage/PropertyListUserDefaults.h"
 #include "platform/macos/support/ContinuousClock.h"
-#include "platform/macos/support/CoreDumps.h"
 #include "platform/macos/update/SparkleUpdater.h"
+
+#import <AppKit/AppKit.h>
+#import <Contacts/Contacts.h>
+#import <ServiceManagement/ServiceManagement.h>
+#include <sys/resource.h>
 
 #include <cstdlib>
 #include <string>
@@ -34,6 +37,13 @@ std::unique_ptr<tavrin::UserDefaults> makeUserDefaults(const std::filesystem::pa
 void prepareEventLoop() {
     // In a program without windows, only this event loop of Qt runs the main dispatch queue.
     setenv("QT_EVENT_DISPATCHER_CORE_FOUNDATION", "1", 1);
+}
+
+void forbidCoreDumps() {
+    // Also affects the programs that this process starts. Lowering a limit cannot fail. The
+    // hardened runtime keeps the user's other processes from reading this one's memory.
+    constexpr rlimit none{};
+    setrlimit(RLIMIT_CORE, &none);
 }
 
 Platform makePlatform(PlatformOptions options) {
@@ -59,16 +69,17 @@ Platform makePlatform(PlatformOptions options) {
     platform.urlSession = std::make_unique<FoundationURLSession>(certificates);
 
     // The system asks for access to the contacts, with the bundle's text.
-    platform.addressBook = std::make_unique<ContactsAddressBook>();
-    platform.workspace = std::make_unique<AppKitWorkspace>();
+    platform.addressBook = std::make_unique<ContactsAddressBook>([[CNContactStore alloc] init]);
+    platform.workspace = std::make_unique<AppKitWorkspace>(NSWorkspace.sharedWorkspace);
     platform.instanceRegistry = std::make_unique<AppKitInstanceRegistry>();
-    platform.motionPreference = std::make_unique<AppKitMotionPreference>();
+    platform.motionPreference =
+        std::make_unique<AppKitMotionPreference>(NSWorkspace.sharedWorkspace);
     platform.tray = std::make_unique<MenuBarTray>();
     platform.applicationFocus = std::make_unique<AppKitApplicationFocus>();
     platform.processControl = std::make_unique<AppKitProcessControl>();
     platform.keychain = std::make_unique<SecurityKeychain>(*platform.logStore);
     platform.webAuthenticationSession = std::make_unique<SystemAuthenticationSession>();
-    platform.loginItem = std::make_unique<AppServiceLoginItem>();
+    platform.loginItem = std::make_unique<AppServiceLoginItem>(SMAppService.mainAppService);
     platform.softwareUpdater = std::make_unique<SparkleUpdater>();
     return platform;
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "platform/EventLoop.h"
+#include "platform/Platform.h"
 
 #include <QCoreApplication>
 

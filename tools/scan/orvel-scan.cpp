@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/base/SignalWatch.h"
 #include "core/Errors.h"
-#include "platform/EventLoop.h"
+#include "platform/Platform.h"
 #include "tools/scan/AccountCommand.h"
 #include "tools/scan/Command.h"
 #include "tools/scan/ScanArguments.h"

@@ -17,10 +17,7 @@ namespace orvel {
 /// Reads cards on a system thread, which may outlive the object.
 class ContactsAddressBook final : public AddressBook {
 public:
-    ContactsAddressBook();
-    /// For tests.
     explicit ContactsAddressBook(CNContactStore* store);
-    ~ContactsAddressBook() override;
 
     [[nodiscard]] AuthorizationStatus authorizationStatus() const override;
     void requestAccess(std::function<void(bool)> completion) override;

@@ -62,11 +62,7 @@ AddressBook::Cards read(CNContactStore* store, AddressBook::Fields fields) {
 
 } // namespace
 
-ContactsAddressBook::ContactsAddressBook() : ContactsAddressBook([[CNContactStore alloc] init]) {}
-
 ContactsAddressBook::ContactsAddressBook(CNContactStore* store) : store_(store) {}
-
-ContactsAddressBook::~ContactsAddressBook() = default;
 
 AddressBook::AuthorizationStatus ContactsAddressBook::authorizationStatus() const {
     // The port has the same numbers, even for a status that this SDK does not define.

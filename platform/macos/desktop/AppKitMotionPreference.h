@@ -16,8 +16,6 @@ namespace orvel {
 /// The system's accessibility setting.
 class AppKitMotionPreference final : public MotionPreference {
 public:
-    AppKitMotionPreference();
-    /// For tests.
     explicit AppKitMotionPreference(NSWorkspace* workspace);
     ~AppKitMotionPreference() override;
 

@@ -7,9 +7,6 @@
 
 namespace orvel {
 
-AppKitMotionPreference::AppKitMotionPreference()
-    : AppKitMotionPreference(NSWorkspace.sharedWorkspace) {}
-
 AppKitMotionPreference::AppKitMotionPreference(NSWorkspace* workspace)
     : workspace_(workspace),
       reducesMotion_(workspace.accessibilityDisplayShouldReduceMotion == YES) {

@@ -16,8 +16,6 @@ namespace orvel {
 /// Uses an `NSWorkspace`.
 class AppKitWorkspace final : public Workspace {
 public:
-    AppKitWorkspace();
-    /// For tests.
     explicit AppKitWorkspace(NSWorkspace* workspace);
 
     void openURL(std::string url, Completion completion) override;

@@ -30,8 +30,6 @@ NSString* settingsURL(Workspace::SettingsPane pane) {
 
 } // namespace
 
-AppKitWorkspace::AppKitWorkspace() : AppKitWorkspace(NSWorkspace.sharedWorkspace) {}
-
 AppKitWorkspace::AppKitWorkspace(NSWorkspace* workspace) : workspace_(workspace) {}
 
 void AppKitWorkspace::openURL(std::string url, Completion completion) {

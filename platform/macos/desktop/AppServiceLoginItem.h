@@ -16,10 +16,7 @@ namespace orvel {
 /// there.
 class AppServiceLoginItem final : public LoginItem {
 public:
-    AppServiceLoginItem();
-    /// For tests.
     explicit AppServiceLoginItem(SMAppService* service);
-    ~AppServiceLoginItem() override;
 
     void registerItem(Completion completion) override;
     void unregisterItem(Completion completion) override;

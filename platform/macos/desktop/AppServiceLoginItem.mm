@@ -37,13 +37,9 @@ failure(BOOL isDone, NSError* error, SMAppService* service, LoginItem::Status wa
 
 } // namespace
 
-AppServiceLoginItem::AppServiceLoginItem() : AppServiceLoginItem(SMAppService.mainAppService) {}
-
 AppServiceLoginItem::AppServiceLoginItem(SMAppService* service)
     : service_(service),
       calls_(dispatch_queue_create("app.orvel.OrvelAgent.login-item", DISPATCH_QUEUE_SERIAL)) {}
-
-AppServiceLoginItem::~AppServiceLoginItem() = default;
 
 void AppServiceLoginItem::registerItem(Completion completion) {
     const auto change = changes_.add(std::move(completion));

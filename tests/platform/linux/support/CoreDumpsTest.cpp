@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "platform/linux/support/CoreDumps.h"
-
+#include "platform/Platform.h"
 #include "platform/linux/signin/SchemeRegistration.h"
 #include "tests/support/UnprivilegedUser.h"
 

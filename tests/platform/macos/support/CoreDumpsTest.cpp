@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "platform/macos/support/CoreDumps.h"
+#include "platform/Platform.h"
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
