@@ -4,7 +4,6 @@
 #include "platform/linux/contacts/EvolutionCards.h"
 #include "platform/linux/support/StartThread.h"
 
-#include <QObject>
 #include <QPointer>
 
 #include <cerrno>
@@ -24,12 +23,7 @@ constexpr std::string_view granted = "granted";
 
 EvolutionAddressBook::EvolutionAddressBook(
     tavrin::UserDefaults& defaults, LogStore& logStore, AskUser askUser)
-    : defaults_(defaults),
-      logStore_(logStore),
-      askUser_(std::move(askUser)),
-      callbackContext_(std::make_unique<QObject>()) {}
-
-EvolutionAddressBook::~EvolutionAddressBook() = default;
+    : defaults_(defaults), logStore_(logStore), askUser_(std::move(askUser)) {}
 
 AddressBook::AuthorizationStatus EvolutionAddressBook::authorizationStatus() const {
     if (isMissing_) {
@@ -48,14 +42,15 @@ AddressBook::AuthorizationStatus EvolutionAddressBook::consent() const {
 
 void EvolutionAddressBook::requestAccess(std::function<void(bool)> completion) {
     if (!isMissing_ && consent() != AuthorizationStatus::NotDetermined) {
-        post([completion = std::move(completion),
-              isGranted = consent() == AuthorizationStatus::Authorized] { completion(isGranted); });
+        callbackContext_.post(
+            [completion = std::move(completion),
+             isGranted = consent() == AuthorizationStatus::Authorized] { completion(isGranted); });
         return;
     }
     requests_.push_back(std::move(completion));
     if (isAsking_) {
         // Posted, so that an immediate answer does not run the completion before this returns.
-        post([this] {
+        callbackContext_.post([this] {
             if (isAsking_) {
                 askUser();
             }
@@ -78,7 +73,7 @@ void EvolutionAddressBook::requestAccess(std::function<void(bool)> completion) {
 
 void EvolutionAddressBook::enumerateCards(Fields fields, std::function<void(Cards)> completion) {
     if (consent() != AuthorizationStatus::Authorized) {
-        post([completion = std::move(completion)] {
+        callbackContext_.post([completion = std::move(completion)] {
             completion(tavrin::PlatformError::fromErrno(
                 EACCES, "Could not read the desktop's address book"));
         });
@@ -97,9 +92,7 @@ void EvolutionAddressBook::enumerateCards(Fields fields, std::function<void(Card
     };
     // Detached, as in `checkService`.
     startThread(
-        callbackContext_.get(),
-        [fields] { return EvolutionCards::read(fields); },
-        std::move(finish))
+        &callbackContext_, [fields] { return EvolutionCards::read(fields); }, std::move(finish))
         .detach();
 }
 
@@ -110,7 +103,7 @@ void EvolutionAddressBook::checkService() const {
     // Detached and without access to this object: starting the service cannot be cancelled, and
     // libebook leaks memory on cancellation.
     startThread(
-        callbackContext_.get(),
+        &callbackContext_,
         [] { return EvolutionCards::read(std::nullopt); },
         [this](const EvolutionCards& read) {
             isChecking_ = false;
@@ -129,10 +122,6 @@ void EvolutionAddressBook::recordServiceState(const EvolutionCards& read) const 
     }
 }
 
-void EvolutionAddressBook::post(std::function<void()> callback) {
-    QMetaObject::invokeMethod(callbackContext_.get(), std::move(callback), Qt::QueuedConnection);
-}
-
 void EvolutionAddressBook::logOnce(const tavrin::PlatformError& failure) const {
     if (logged_.insert(failure.what()).second) {
         logStore_.write(LogLevel::Error, "contacts", failure.what());
@@ -142,7 +131,7 @@ void EvolutionAddressBook::logOnce(const tavrin::PlatformError& failure) const {
 void EvolutionAddressBook::askUser() {
     isAsking_ = true;
     // The answer may arrive twice, or after this object was destroyed.
-    askUser_([this, context = QPointer(callbackContext_.get())](bool isGranted) {
+    askUser_([this, context = QPointer(&callbackContext_)](bool isGranted) {
         if (!context || !std::exchange(isAsking_, false)) {
             return;
         }
@@ -155,9 +144,7 @@ void EvolutionAddressBook::askUser() {
 }
 
 void EvolutionAddressBook::storeGrant() {
-    // On a thread, because writing to disk may take longer than a frame.
-    consentWriter_ = startThread(
-        callbackContext_.get(),
+    consentWriter_.run(
         [&defaults = defaults_]() -> std::exception_ptr {
             try {
                 defaults.setString(consentKey, granted);

@@ -4,16 +4,13 @@
 #include "core/UserDefaults.h"
 #include "platform/AddressBook.h"
 #include "platform/LogStore.h"
+#include "platform/linux/support/CallbackContext.h"
+#include "platform/linux/support/WorkQueue.h"
 
 #include <functional>
-#include <memory>
-#include <optional>
 #include <set>
 #include <string>
-#include <thread>
 #include <vector>
-
-class QObject;
 
 namespace orvel {
 
@@ -38,7 +35,6 @@ public:
 
     /// Without `askUser` every request is refused.
     EvolutionAddressBook(tavrin::UserDefaults& defaults, LogStore& logStore, AskUser askUser);
-    ~EvolutionAddressBook() override;
 
     [[nodiscard]] AuthorizationStatus authorizationStatus() const override;
     void requestAccess(std::function<void(bool)> completion) override;
@@ -50,7 +46,6 @@ private:
     /// Checks on a thread whether the service is available; one check at a time.
     void checkService() const;
     void recordServiceState(const EvolutionCards& read) const;
-    void post(std::function<void()> callback);
     void logOnce(const tavrin::PlatformError& failure) const;
     void askUser();
     void storeGrant();
@@ -69,10 +64,9 @@ private:
     mutable std::set<std::string> logged_;
     /// Pending requests for access.
     std::vector<std::function<void(bool)>> requests_;
-    /// Destroying it drops queued callbacks.
-    std::unique_ptr<QObject> callbackContext_;
-    /// Destroyed first: waits until the grant is on disk. Its result is dropped.
-    std::jthread consentWriter_;
+    mutable CallbackContext callbackContext_;
+    /// Destroyed first: waits until the grant is on disk.
+    WorkQueue consentWriter_;
 };
 
 } // namespace orvel

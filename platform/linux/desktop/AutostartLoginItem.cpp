@@ -3,30 +3,20 @@
 
 #include "core/Text.h"
 #include "platform/linux/support/DesktopEntry.h"
-#include "platform/linux/support/ReadFile.h"
 
-#include <QObject>
 #include <QStandardPaths>
 #include <QString>
-#include <QThreadPool>
 
 #include <fmt/format.h>
 #include <glib.h>
 
 #include <cerrno>
-#include <cstddef>
 #include <string_view>
 #include <utility>
 
 namespace orvel {
 
 namespace {
-
-constexpr std::size_t maximumEntryBytes = std::size_t{64} << 10U;
-
-struct FreeKeyFile {
-    void operator()(GKeyFile* keyFile) const { g_key_file_free(keyFile); }
-};
 
 void writeEntry(const std::filesystem::path& file, const AutostartLoginItem::Options& options) {
     const std::string& program = options.program.native();
@@ -62,18 +52,16 @@ void removeEntry(const std::filesystem::path& file) {
 }
 
 LoginItem::Status statusOf(const std::filesystem::path& file) {
-    std::string entry;
+    KeyFile keys;
     try {
-        entry = readFile(file, maximumEntryBytes);
+        keys = readDesktopEntry(file);
     } catch (const tavrin::PlatformError& error) {
         if (error.code() == ENOENT) {
             return LoginItem::Status::NotRegistered;
         }
         throw;
     }
-    const std::unique_ptr<GKeyFile, FreeKeyFile> keys(g_key_file_new());
-    if (g_key_file_load_from_data(
-            keys.get(), entry.data(), entry.size(), G_KEY_FILE_NONE, nullptr) == FALSE) {
+    if (!keys) {
         // The desktop ignores an invalid entry.
         return LoginItem::Status::Disabled;
     }
@@ -87,23 +75,17 @@ LoginItem::Status statusOf(const std::filesystem::path& file) {
     return isHidden || isSwitchedOff ? LoginItem::Status::Disabled : LoginItem::Status::Enabled;
 }
 
-/// Runs `work()` on the pool, then passes its result or the error it threw to the completion on the
-/// context's thread, unless the context was destroyed before.
+/// Passes the completion the work's result, or the error that it threw.
 template <typename Result, typename Work>
-void run(QThreadPool& pool, QObject* context, Work work, std::function<void(Result)> completion) {
-    pool.start([context, work = std::move(work), completion = std::move(completion)]() mutable {
-        const auto resultOf = [&work]() -> Result {
-            try {
-                return work();
-            } catch (const tavrin::PlatformError& error) {
-                return error;
-            }
-        };
-        QMetaObject::invokeMethod(
-            context,
-            [result = resultOf(), completion = std::move(completion)] { completion(result); },
-            Qt::QueuedConnection);
-    });
+void run(WorkQueue& queue, Work work, std::function<void(Result)> completion) {
+    const auto resultOf = [work = std::move(work)]() -> Result {
+        try {
+            return work();
+        } catch (const tavrin::PlatformError& error) {
+            return error;
+        }
+    };
+    queue.run(resultOf, std::move(completion));
 }
 
 } // namespace
@@ -117,20 +99,14 @@ std::filesystem::path AutostartLoginItem::defaultFolder() {
 
 AutostartLoginItem::AutostartLoginItem(Options options)
     : options_(std::move(options)),
-      file_(options_.folder / fmt::format("{}.desktop", options_.identifier)),
-      callbackContext_(std::make_unique<QObject>()),
-      disk_(std::make_unique<QThreadPool>()) {
-    disk_->setMaxThreadCount(1);
-}
-
-AutostartLoginItem::~AutostartLoginItem() = default;
+      file_(options_.folder / fmt::format("{}.desktop", options_.identifier)) {}
 
 void AutostartLoginItem::registerItem(Completion completion) {
     const auto work = [this] {
         writeEntry(file_, options_);
         return std::nullopt;
     };
-    run(*disk_, callbackContext_.get(), work, std::move(completion));
+    run(disk_, work, std::move(completion));
 }
 
 void AutostartLoginItem::unregisterItem(Completion completion) {
@@ -138,12 +114,12 @@ void AutostartLoginItem::unregisterItem(Completion completion) {
         removeEntry(file_);
         return std::nullopt;
     };
-    run(*disk_, callbackContext_.get(), work, std::move(completion));
+    run(disk_, work, std::move(completion));
 }
 
 void AutostartLoginItem::status(StatusCompletion completion) {
     run(
-        *disk_, callbackContext_.get(), [this] { return statusOf(file_); }, std::move(completion));
+        disk_, [this] { return statusOf(file_); }, std::move(completion));
 }
 
 } // namespace orvel

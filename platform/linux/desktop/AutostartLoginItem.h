@@ -2,13 +2,10 @@
 #pragma once
 
 #include "platform/LoginItem.h"
+#include "platform/linux/support/WorkQueue.h"
 
 #include <filesystem>
-#include <memory>
 #include <string>
-
-class QObject;
-class QThreadPool;
 
 namespace orvel {
 
@@ -31,7 +28,6 @@ public:
     [[nodiscard]] static std::filesystem::path defaultFolder();
 
     explicit AutostartLoginItem(Options options);
-    ~AutostartLoginItem() override;
 
     void registerItem(Completion completion) override;
     void unregisterItem(Completion completion) override;
@@ -40,11 +36,7 @@ public:
 private:
     const Options options_;
     const std::filesystem::path file_;
-    /// Destroying it drops pending results.
-    std::unique_ptr<QObject> callbackContext_;
-    /// A thread, because the disk may take longer than a frame; one, to keep the order of calls.
-    /// Destroyed first: waits for all operations.
-    std::unique_ptr<QThreadPool> disk_;
+    WorkQueue disk_;
 };
 
 } // namespace orvel

@@ -1,15 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/desktop/PortalMotionPreference.h"
 
-#include "platform/linux/support/SessionBus.h"
-
 #include <QDBusArgument>
 #include <QDBusMessage>
 #include <QDBusPendingCall>
 #include <QMap>
-#include <QObject>
 #include <QString>
-#include <QTimer>
 #include <QVariantMap>
 
 #include <utility>
@@ -42,17 +38,11 @@ bool shouldReduce(const Settings& settings) {
 
 } // namespace
 
-PortalMotionPreference::PortalMotionPreference(Clock& clock, ShareBus shareBus)
-    : clock_(clock),
-      shareBus_(std::move(shareBus)),
-      readTimer_(std::make_unique<QTimer>()),
-      callbackContext_(std::make_unique<QObject>()) {
-    readTimer_->setSingleShot(true);
-    QObject::connect(
-        readTimer_.get(), &QTimer::timeout, callbackContext_.get(), [this] { read(); });
+PortalMotionPreference::PortalMotionPreference(Clock& clock, SessionBus::Share shareBus)
+    : clock_(clock), shareBus_(std::move(shareBus)) {
+    readTimer_.setSingleShot(true);
+    readTimer_.callOnTimeout(&callbackContext_, [this] { read(); });
 }
-
-PortalMotionPreference::~PortalMotionPreference() = default;
 
 bool PortalMotionPreference::shouldReduceMotion() {
     start();
@@ -68,22 +58,14 @@ void PortalMotionPreference::start() {
     if (std::exchange(isStarted_, true)) {
         return;
     }
-    if (auto shared = shareBus_()) {
-        setBus(std::move(shared));
-        return;
-    }
-    SessionBus::connect(
-        callbackContext_.get(), clock_, [this](std::unique_ptr<SessionBus> connected) {
-            setBus(std::move(connected));
+    SessionBus::shareOrConnect(
+        shareBus_, &callbackContext_, clock_, [this](std::unique_ptr<SessionBus> bus) {
+            bus_ = std::move(bus);
+            if (bus_) {
+                listen();
+                read();
+            }
         });
-}
-
-void PortalMotionPreference::setBus(std::unique_ptr<SessionBus> bus) {
-    bus_ = std::move(bus);
-    if (bus_) {
-        listen();
-        read();
-    }
 }
 
 void PortalMotionPreference::listen() {
@@ -97,7 +79,7 @@ void PortalMotionPreference::listen() {
             QStringLiteral("SettingChanged"),
             {QString::fromLatin1(settingsGroup)},
             QString(),
-            readTimer_.get(),
+            &readTimer_,
             SLOT(start()));
     }
 }
@@ -113,7 +95,7 @@ void PortalMotionPreference::read() {
     call << QStringList{QString::fromLatin1(appearance), QString::fromLatin1(interfaceSettings)};
     SessionBus::onReply(
         bus_->connection().asyncCall(call),
-        callbackContext_.get(),
+        &callbackContext_,
         [this](const QDBusPendingCall& finished) { take(finished.reply()); });
 }
 

@@ -1,15 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/desktop/StatusNotifierTray.h"
 
-#include "platform/linux/desktop/TraySelection.h"
-#include "platform/linux/support/SessionBus.h"
-
 #include <QDBusMessage>
 #include <QDBusPendingCall>
 #include <QDBusVariant>
-#include <QObject>
 #include <QString>
-#include <QTimer>
 
 #include <utility>
 
@@ -22,17 +17,11 @@ constexpr auto watcherPath = "/StatusNotifierWatcher";
 
 } // namespace
 
-StatusNotifierTray::StatusNotifierTray(Clock& clock, ShareBus shareBus)
-    : clock_(clock),
-      shareBus_(std::move(shareBus)),
-      askTimer_(std::make_unique<QTimer>()),
-      callbackContext_(std::make_unique<QObject>()) {
-    askTimer_->setSingleShot(true);
-    QObject::connect(
-        askTimer_.get(), &QTimer::timeout, callbackContext_.get(), [this] { askBus(); });
+StatusNotifierTray::StatusNotifierTray(Clock& clock, SessionBus::Share shareBus)
+    : clock_(clock), shareBus_(std::move(shareBus)) {
+    askTimer_.setSingleShot(true);
+    askTimer_.callOnTimeout(&callbackContext_, [this] { askBus(); });
 }
-
-StatusNotifierTray::~StatusNotifierTray() = default;
 
 bool StatusNotifierTray::isAvailable() {
     start();
@@ -48,14 +37,9 @@ void StatusNotifierTray::start() {
     if (std::exchange(isStarted_, true)) {
         return;
     }
-    if (auto shared = shareBus_()) {
-        setBus(std::move(shared));
-        isAvailable_ = selection_->isOwned();
-        return;
-    }
-    SessionBus::connect(
-        callbackContext_.get(), clock_, [this](std::unique_ptr<SessionBus> connected) {
-            setBus(std::move(connected));
+    SessionBus::shareOrConnect(
+        shareBus_, &callbackContext_, clock_, [this](std::unique_ptr<SessionBus> bus) {
+            setBus(std::move(bus));
             update();
         });
 }
@@ -71,7 +55,7 @@ void StatusNotifierTray::setBus(std::unique_ptr<SessionBus> bus) {
         askBus();
     }
     // The X server is queried while the bus call is pending.
-    selection_ = std::make_unique<TraySelection>([this] { update(); });
+    selection_.emplace([this] { update(); });
 }
 
 void StatusNotifierTray::listen() {
@@ -83,7 +67,7 @@ void StatusNotifierTray::listen() {
         QStringLiteral("NameOwnerChanged"),
         {QString::fromLatin1(watcherName)},
         QString(),
-        askTimer_.get(),
+        &askTimer_,
         SLOT(start()));
     for (const char* signal : {"StatusNotifierHostRegistered", "StatusNotifierHostUnregistered"}) {
         bus_->connection().connect(
@@ -91,7 +75,7 @@ void StatusNotifierTray::listen() {
             QString::fromLatin1(watcherPath),
             QString::fromLatin1(watcherName),
             QString::fromLatin1(signal),
-            askTimer_.get(),
+            &askTimer_,
             SLOT(start()));
     }
 }
@@ -106,7 +90,7 @@ void StatusNotifierTray::askBus() {
     call << QString::fromLatin1(watcherName) << QStringLiteral("IsStatusNotifierHostRegistered");
     SessionBus::onReply(
         bus_->connection().asyncCall(call),
-        callbackContext_.get(),
+        &callbackContext_,
         [this](const QDBusPendingCall& finished) {
             const QVariant value = finished.reply().arguments().value(0);
             isOnBus_ = !finished.isError() && value.value<QDBusVariant>().variant().toBool();

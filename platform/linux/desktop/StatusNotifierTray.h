@@ -5,19 +5,18 @@
 #include "platform/Subscribers.h"
 #include "platform/Tray.h"
 #include "platform/linux/desktop/TrayItem.h"
+#include "platform/linux/desktop/TraySelection.h"
+#include "platform/linux/support/CallbackContext.h"
+#include "platform/linux/support/SessionBus.h"
+
+#include <QTimer>
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
-class QDBusMessage;
-class QObject;
-class QTimer;
-
 namespace orvel {
-
-class SessionBus;
-class TraySelection;
 
 /// Detects a host of status notifier items on the session bus, or an X11 system tray.
 ///
@@ -25,11 +24,7 @@ class TraySelection;
 /// Changes arrive as signals, without polling. Borrows the clock.
 class StatusNotifierTray final : public Tray {
 public:
-    /// Returns a shared connection; null if this object must connect itself.
-    using ShareBus = std::function<std::unique_ptr<SessionBus>()>;
-
-    StatusNotifierTray(Clock& clock, ShareBus shareBus);
-    ~StatusNotifierTray() override;
+    StatusNotifierTray(Clock& clock, SessionBus::Share shareBus);
 
     [[nodiscard]] bool isAvailable() override;
     [[nodiscard]] std::unique_ptr<Subscription> onChange(std::function<void()> changed) override;
@@ -44,19 +39,19 @@ private:
     void update();
 
     Clock& clock_;
-    ShareBus shareBus_;
+    SessionBus::Share shareBus_;
     Subscribers changed_;
     TrayItem item_;
     bool isStarted_ = false;
     bool isAvailable_ = false;
     bool isOnBus_ = false;
     /// Set once the bus is connected or known to be missing.
-    std::unique_ptr<TraySelection> selection_;
+    std::optional<TraySelection> selection_;
     std::unique_ptr<SessionBus> bus_;
     /// Started by signals, so that several changes at once cause one call.
-    std::unique_ptr<QTimer> askTimer_;
+    QTimer askTimer_;
     /// Destroyed first: drops pending callbacks.
-    std::unique_ptr<QObject> callbackContext_;
+    CallbackContext callbackContext_;
 };
 
 } // namespace orvel

@@ -3,7 +3,6 @@
 
 #include "core/Secret.h"
 #include "core/Text.h"
-#include "platform/linux/support/SessionBus.h"
 #include "platform/linux/support/StartThread.h"
 
 #include <QAbstractEventDispatcher>
@@ -16,7 +15,6 @@
 #include <QDBusPendingReply>
 #include <QList>
 #include <QMap>
-#include <QObject>
 #include <QPointer>
 #include <QString>
 #include <qt6keychain/keychain.h>
@@ -60,21 +58,16 @@ tavrin::Secret takeValue(const QKeychain::ReadPasswordJob& job) {
 } // namespace
 
 SecretServiceKeychain::SecretServiceKeychain(Clock& clock, LogStore& logStore)
-    : clock_(clock), logStore_(logStore), callbackContext_(std::make_unique<QObject>()) {}
-
-SecretServiceKeychain::~SecretServiceKeychain() = default;
+    : clock_(clock), logStore_(logStore) {}
 
 void SecretServiceKeychain::read(
     std::string service, std::string account, ReadCompletion completion) {
     const Name name(std::move(service), std::move(account));
     if (const auto change = changes_.find(name); change != changes_.end()) {
         // Answer without the service: its value is older, and it may be waiting for the user.
-        QMetaObject::invokeMethod(
-            callbackContext_.get(),
-            [value = change->second.value, completion = std::move(completion)] {
-                completion(value);
-            },
-            Qt::QueuedConnection);
+        callbackContext_.post([value = change->second.value, completion = std::move(completion)] {
+            completion(value);
+        });
         return;
     }
     enqueue([this, name, completion = std::move(completion)] {
@@ -175,7 +168,7 @@ void SecretServiceKeychain::startJob(
     QObject::connect(
         job,
         &QKeychain::Job::finished,
-        callbackContext_.get(),
+        &callbackContext_,
         [end = std::move(end)](const QKeychain::Job* finished) { end(*finished); });
     if (QAbstractEventDispatcher::instance()->inherits("QEventDispatcherGlib")) {
         if (isLoaded_) {
@@ -187,7 +180,7 @@ void SecretServiceKeychain::startJob(
         loading_ = startThread(
             job,
             [previous = std::move(loading_)] { return dlopen(secretLibrary, RTLD_LAZY); },
-            [this, context = QPointer(callbackContext_.get()), job](void*) {
+            [this, context = QPointer(&callbackContext_), job](void*) {
                 if (context) {
                     isLoaded_ = true;
                 }
@@ -214,7 +207,7 @@ void SecretServiceKeychain::findLocked(const Name& name, std::function<void(cons
     qDBusRegisterMetaType<Attributes>();
     bus_.reset();
     SessionBus::connect(
-        callbackContext_.get(),
+        &callbackContext_,
         clock_,
         [this, name, end = std::move(end)](std::unique_ptr<SessionBus> bus) {
             bus_ = std::move(bus);
@@ -239,7 +232,7 @@ void SecretServiceKeychain::search(const Name& name, std::function<void(const Fo
         {QStringLiteral("user"), QString::fromStdString(name.second)}});
     SessionBus::onReply(
         bus_->connection().asyncCall(call),
-        callbackContext_.get(),
+        &callbackContext_,
         [end = std::move(end)](const QDBusPendingCall& finished) {
             const QDBusPendingReply<Items, Items> unlockedAndLocked = finished;
             if (unlockedAndLocked.isError()) {

@@ -4,6 +4,8 @@
 #include "platform/Clock.h"
 #include "platform/Keychain.h"
 #include "platform/LogStore.h"
+#include "platform/linux/support/CallbackContext.h"
+#include "platform/linux/support/SessionBus.h"
 
 #include <cstdint>
 #include <deque>
@@ -17,15 +19,11 @@
 #include <utility>
 #include <variant>
 
-class QObject;
-
 namespace QKeychain {
 class Job;
 }
 
 namespace orvel {
-
-class SessionBus;
 
 /// The desktop's Secret Service, such as GNOME Keyring or KWallet, through QtKeychain. Items go to
 /// the default collection, with the schema "org.qt.keychain".
@@ -39,7 +37,6 @@ class SessionBus;
 class SecretServiceKeychain final : public Keychain {
 public:
     SecretServiceKeychain(Clock& clock, LogStore& logStore);
-    ~SecretServiceKeychain() override;
 
     void read(std::string service, std::string account, ReadCompletion completion) override;
     void write(
@@ -105,7 +102,7 @@ private:
     std::jthread loading_;
     bool isLoaded_ = false;
     /// Destroyed first: drops pending replies.
-    std::unique_ptr<QObject> callbackContext_;
+    CallbackContext callbackContext_;
 };
 
 } // namespace orvel

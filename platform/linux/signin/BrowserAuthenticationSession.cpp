@@ -2,7 +2,6 @@
 #include "platform/linux/signin/BrowserAuthenticationSession.h"
 
 #include "platform/linux/signin/SignInBus.h"
-#include "platform/linux/support/SessionBus.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -10,7 +9,6 @@
 #include <QDBusPendingCall>
 #include <QDBusPendingReply>
 #include <QDBusVirtualObject>
-#include <QObject>
 #include <QString>
 
 #include <fmt/format.h>
@@ -104,8 +102,7 @@ BrowserAuthenticationSession::BrowserAuthenticationSession(
       clock_(clock),
       logStore_(logStore),
       prepare_(std::move(prepare)),
-      receiver_(std::make_unique<Receiver>(*this)),
-      callbackContext_(std::make_unique<QObject>()) {}
+      receiver_(std::make_unique<Receiver>(*this)) {}
 
 BrowserAuthenticationSession::~BrowserAuthenticationSession() = default;
 
@@ -132,7 +129,7 @@ void BrowserAuthenticationSession::connect() {
     }
     // Reset now: destroying the connection while connecting would block.
     bus_.reset();
-    SessionBus::connect(callbackContext_.get(), clock_, [this](std::unique_ptr<SessionBus> bus) {
+    SessionBus::connect(&callbackContext_, clock_, [this](std::unique_ptr<SessionBus> bus) {
         isConnecting_ = false;
         bus_ = std::move(bus);
         if (bus_) {
@@ -154,7 +151,7 @@ void BrowserAuthenticationSession::listen() {
     QObject::connect(
         bus_->connection().interface(),
         &QDBusConnectionInterface::serviceUnregistered,
-        callbackContext_.get(),
+        &callbackContext_,
         [this](const QString& service) {
             if (service == QLatin1String(sign_in_bus::service) && waiting_ && waiting_->hasName) {
                 checkName();
@@ -174,15 +171,11 @@ void BrowserAuthenticationSession::requestName() {
     constexpr quint32 flags = 0x2U | 0x1U | 0x4U;
     constexpr quint32 isOwner = 1;
     constexpr quint32 wasOwner = 4;
-    QDBusMessage request = QDBusMessage::createMethodCall(
-        QStringLiteral("org.freedesktop.DBus"),
-        QStringLiteral("/org/freedesktop/DBus"),
-        QStringLiteral("org.freedesktop.DBus"),
-        QStringLiteral("RequestName"));
+    QDBusMessage request = SessionBus::daemonCall("RequestName");
     request << QString::fromLatin1(sign_in_bus::service) << flags;
     SessionBus::onReply(
         bus_->connection().asyncCall(request),
-        callbackContext_.get(),
+        &callbackContext_,
         [this, attempt = std::weak_ptr(waiting_)](const QDBusPendingCall& finished) {
             if (attempt.expired()) {
                 return;
@@ -207,7 +200,7 @@ void BrowserAuthenticationSession::checkName() {
     SessionBus::onReply(
         bus_->connection().interface()->asyncCall(
             QStringLiteral("GetNameOwner"), QString::fromLatin1(sign_in_bus::service)),
-        callbackContext_.get(),
+        &callbackContext_,
         [this, attempt = std::weak_ptr(waiting_)](const QDBusPendingCall& finished) {
             const QDBusPendingReply<QString> owner = finished;
             if (!attempt.expired() &&
@@ -232,12 +225,8 @@ void BrowserAuthenticationSession::open() {
 
 void BrowserAuthenticationSession::finish(Outcome outcome) {
     if (const auto attempt = std::exchange(waiting_, nullptr)) {
-        QMetaObject::invokeMethod(
-            callbackContext_.get(),
-            [completion = std::move(attempt->completion), outcome = std::move(outcome)] {
-                completion(outcome);
-            },
-            Qt::QueuedConnection);
+        callbackContext_.post([completion = std::move(attempt->completion),
+                               outcome = std::move(outcome)] { completion(outcome); });
     }
 }
 

@@ -5,19 +5,15 @@
 #include "platform/LogStore.h"
 #include "platform/WebAuthenticationSession.h"
 #include "platform/Workspace.h"
+#include "platform/linux/support/CallbackContext.h"
+#include "platform/linux/support/SessionBus.h"
 
 #include <cstddef>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
-#include <string_view>
-
-class QObject;
 
 namespace orvel {
-
-class SessionBus;
 
 /// Signs in with the default browser. The page's redirect to the agent's scheme makes the desktop
 /// start `orvel-agent-callback`, which passes the URL over the session bus to a name that only one
@@ -72,7 +68,7 @@ private:
     std::unique_ptr<SessionBus> bus_;
     bool isConnecting_ = false;
     /// Destroyed first: drops pending replies.
-    std::unique_ptr<QObject> callbackContext_;
+    CallbackContext callbackContext_;
 };
 
 } // namespace orvel

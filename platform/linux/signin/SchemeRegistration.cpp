@@ -4,20 +4,17 @@
 #include "platform/linux/signin/SignInDesktopEntry.h"
 #include "platform/linux/support/DesktopEntry.h"
 #include "platform/linux/support/DesktopProgram.h"
-#include "platform/linux/support/ReadFile.h"
 #include "platform/linux/support/StartThread.h"
 
 #include <QFileInfo>
-#include <QObject>
 #include <QStandardPaths>
 #include <QString>
 
 #include <fmt/format.h>
+#include <glib.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstddef>
-#include <string_view>
 #include <utility>
 #include <variant>
 
@@ -28,7 +25,6 @@ namespace {
 constexpr auto entryName = "app.orvel.OrvelAgent.SignIn.desktop";
 constexpr auto mimeType = "x-scheme-handler/orvelagent";
 constexpr tavrin::Seconds runTimeout(10);
-constexpr std::size_t maximumEntryBytes = std::size_t{64} << 10U;
 
 /// Whether the entry in effect, the user's or the system's, names an existing program.
 bool entryHasProgram() {
@@ -37,18 +33,13 @@ bool entryHasProgram() {
     if (file.isEmpty()) {
         return false;
     }
-    constexpr std::string_view key = "\nTryExec=";
-    const std::string entry = readFile(file.toStdString(), maximumEntryBytes);
-    const std::size_t start = entry.find(key);
-    if (start == std::string::npos) {
-        return false;
-    }
-    const std::size_t end = std::min(entry.find('\n', start + key.size()), entry.size());
-    const std::string value = entry.substr(start + key.size(), end - start - key.size());
-    // The agent's entries contain no other escapes.
-    const QString program =
-        QString::fromStdString(value).replace(QStringLiteral("\\\\"), QStringLiteral("\\"));
-    return QFileInfo(program).isExecutable();
+    const KeyFile entry = readDesktopEntry(file.toStdString());
+    const std::unique_ptr<char, decltype(&g_free)> program(
+        entry ? g_key_file_get_string(
+                    entry.get(), G_KEY_FILE_DESKTOP_GROUP, G_KEY_FILE_DESKTOP_KEY_TRY_EXEC, nullptr)
+              : nullptr,
+        g_free);
+    return program && QFileInfo(QString::fromUtf8(program.get())).isExecutable();
 }
 
 /// Writes the user's entry and returns its folder.
@@ -81,12 +72,7 @@ std::filesystem::path SchemeRegistration::defaultProgram() {
 
 SchemeRegistration::SchemeRegistration(
     std::filesystem::path program, Clock& clock, LogStore& logStore)
-    : program_(std::move(program)),
-      clock_(clock),
-      logStore_(logStore),
-      callbackContext_(std::make_unique<QObject>()) {}
-
-SchemeRegistration::~SchemeRegistration() = default;
+    : program_(std::move(program)), clock_(clock), logStore_(logStore) {}
 
 void SchemeRegistration::ensure(std::function<void()> completion) {
     completions_.push_back(std::move(completion));
@@ -94,13 +80,13 @@ void SchemeRegistration::ensure(std::function<void()> completion) {
         return;
     }
     timer_ = clock_.schedule(runTimeout, [this] {
-        callbackContext_ = std::make_unique<QObject>();
+        callbackContext_.emplace();
         end("the desktop takes too long");
     });
     runDesktopProgram(
         {"xdg-mime", "query", "default", mimeType},
         ProgramOutput::Kept,
-        callbackContext_.get(),
+        &*callbackContext_,
         [this](const auto& result) {
             writeEntry(
                 hasSucceeded(result) &&
@@ -113,7 +99,7 @@ void SchemeRegistration::writeEntry(bool isDefault) {
     using Written = std::variant<std::monostate, std::string, tavrin::PlatformError>;
     // On a thread, because the disk may take longer than a frame.
     startThread(
-        callbackContext_.get(),
+        &*callbackContext_,
         [isDefault, program = program_]() -> Written {
             try {
                 if (isDefault && entryHasProgram()) {
@@ -141,12 +127,12 @@ void SchemeRegistration::makeDefault(const std::string& folder) {
     runDesktopProgram(
         {"update-desktop-database", folder},
         ProgramOutput::Dropped,
-        callbackContext_.get(),
+        &*callbackContext_,
         [this](const auto&) {
             runDesktopProgram(
                 {"xdg-mime", "default", entryName, mimeType},
                 ProgramOutput::Dropped,
-                callbackContext_.get(),
+                &*callbackContext_,
                 [this](const auto& result) { end(hasSucceeded(result) ? "" : "xdg-mime failed"); });
         });
 }

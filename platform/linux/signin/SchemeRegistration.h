@@ -3,14 +3,14 @@
 
 #include "platform/Clock.h"
 #include "platform/LogStore.h"
+#include "platform/linux/support/CallbackContext.h"
 
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
-
-class QObject;
 
 namespace orvel {
 
@@ -28,9 +28,6 @@ public:
     [[nodiscard]] static std::filesystem::path defaultProgram();
 
     SchemeRegistration(std::filesystem::path program, Clock& clock, LogStore& logStore);
-    ~SchemeRegistration();
-    SchemeRegistration(const SchemeRegistration&) = delete;
-    SchemeRegistration& operator=(const SchemeRegistration&) = delete;
 
     /// Calls back once, on success or failure, after at most ten seconds; never before this
     /// returns, and not at all when this object is destroyed first.
@@ -48,7 +45,7 @@ private:
     std::vector<std::function<void()>> completions_;
     std::unique_ptr<Clock::Timer> timer_;
     /// Destroyed first: drops pending callbacks.
-    std::unique_ptr<QObject> callbackContext_;
+    std::optional<CallbackContext> callbackContext_{std::in_place};
 };
 
 } // namespace orvel

@@ -2,12 +2,14 @@
 #include "platform/linux/support/DesktopEntry.h"
 
 #include "core/Errors.h"
+#include "platform/linux/support/ReadFile.h"
 
-#include <QDir>
+#include <QByteArray>
 #include <QSaveFile>
 #include <QString>
 
 #include <fmt/format.h>
+#include <glib.h>
 
 #include <cerrno>
 #include <system_error>
@@ -16,49 +18,51 @@ namespace orvel {
 
 namespace {
 
-std::string replaced(std::string_view text, char character, std::string_view by) {
-    std::string result;
-    for (const char each : text) {
-        if (each == character) {
-            result.append(by);
-        } else {
-            result.push_back(each);
-        }
-    }
-    return result;
-}
-
 /// Quotes one argument of a command.
-std::string inQuotes(std::string_view text) {
-    std::string word = replaced(text, '\\', R"(\\)");
-    word = replaced(word, '"', R"(\")");
-    word = replaced(word, '`', R"(\`)");
-    word = replaced(word, '$', R"(\$)");
-    return fmt::format("\"{}\"", word);
+QByteArray inQuotes(QByteArray text) {
+    for (const char special : {'\\', '"', '`', '$'}) {
+        text.replace(special, QByteArray(1, '\\') + special);
+    }
+    return '"' + text + '"';
 }
 
 } // namespace
 
+void FreeKeyFile::operator()(_GKeyFile* keyFile) const {
+    g_key_file_free(keyFile);
+}
+
+KeyFile readDesktopEntry(const std::filesystem::path& file) {
+    constexpr std::size_t maximumBytes = std::size_t{64} << 10U;
+    const std::string entry = readFile(file, maximumBytes);
+    KeyFile keys(g_key_file_new());
+    const bool isValid =
+        g_key_file_load_from_data(
+            keys.get(), entry.data(), entry.size(), G_KEY_FILE_NONE, nullptr) != FALSE;
+    return isValid ? std::move(keys) : nullptr;
+}
+
 std::string desktopEntryValue(std::string_view text) {
-    std::string value = replaced(text, '\\', R"(\\)");
-    value = replaced(value, '\n', R"(\n)");
-    value = replaced(value, '\r', R"(\r)");
-    return replaced(value, '\t', R"(\t)");
+    return QByteArray(text.data(), static_cast<qsizetype>(text.size()))
+        .replace('\\', R"(\\)")
+        .replace('\n', R"(\n)")
+        .replace('\r', R"(\r)")
+        .replace('\t', R"(\t)")
+        .toStdString();
 }
 
 std::string desktopEntryCommand(std::string_view program) {
-    std::string command(program);
+    QByteArray command(program.data(), static_cast<qsizetype>(program.size()));
     // Quote only when necessary: some desktops treat quotes as part of the name.
     if (program.find_first_of(" \t\n\r\"'\\><~|&;$*?#()`") != std::string_view::npos) {
         command = inQuotes(command);
     }
-    if (program.find('%') != std::string_view::npos) {
+    if (command.contains('%')) {
         // GLib checks that the program exists before it unescapes "%%", so run it through the
         // shell.
-        command = fmt::format(
-            "/bin/sh -c {} {}", inQuotes(R"(exec "$0" "$@")"), replaced(command, '%', "%%"));
+        command = "/bin/sh -c " + inQuotes(R"(exec "$0" "$@")") + ' ' + command.replace('%', "%%");
     }
-    return desktopEntryValue(command);
+    return desktopEntryValue(command.toStdString());
 }
 
 void writeDesktopEntry(const std::filesystem::path& file, std::string_view entry) {

@@ -2,11 +2,22 @@
 #pragma once
 
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <string_view>
 
+struct _GKeyFile;
+
 /// Desktop entries: key-value files that describe programs.
 namespace orvel {
+
+struct FreeKeyFile {
+    void operator()(_GKeyFile* keyFile) const;
+};
+using KeyFile = std::unique_ptr<_GKeyFile, FreeKeyFile>;
+
+/// Null for a file that is no desktop entry. Throws `tavrin::PlatformError` when it cannot be read.
+[[nodiscard]] KeyFile readDesktopEntry(const std::filesystem::path& file);
 
 /// Escapes the text as a value.
 [[nodiscard]] std::string desktopEntryValue(std::string_view text);

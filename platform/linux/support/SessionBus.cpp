@@ -3,6 +3,7 @@
 
 #include "platform/linux/support/StartThread.h"
 
+#include <QDBusMessage>
 #include <QDBusMetaType>
 #include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
@@ -140,6 +141,23 @@ SessionBus::await(std::chrono::milliseconds limit, QObject* context, Connected l
             }
         });
     return awaiting->take(limit);
+}
+
+void SessionBus::shareOrConnect(
+    const Share& share, QObject* context, Clock& clock, const Connected& connected) {
+    if (auto shared = share()) {
+        connected(std::move(shared));
+    } else {
+        connect(context, clock, connected);
+    }
+}
+
+QDBusMessage SessionBus::daemonCall(const char* method) {
+    return QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.DBus"),
+        QStringLiteral("/org/freedesktop/DBus"),
+        QStringLiteral("org.freedesktop.DBus"),
+        QString::fromLatin1(method));
 }
 
 void SessionBus::onReply(

@@ -9,9 +9,10 @@
 #include <functional>
 #include <memory>
 
+class QDBusMessage;
 class QDBusPendingCall;
-class QTimer;
 class QObject;
+class QTimer;
 
 namespace orvel {
 
@@ -34,6 +35,16 @@ public:
     /// thread, unless the context was destroyed before.
     [[nodiscard]] static std::unique_ptr<SessionBus>
     await(std::chrono::milliseconds limit, QObject* context, Connected late);
+
+    /// Returns a shared connection; null when there is none to share.
+    using Share = std::function<std::unique_ptr<SessionBus>()>;
+
+    /// Calls back at once with a shared connection, or else connects.
+    static void
+    shareOrConnect(const Share& share, QObject* context, Clock& clock, const Connected& connected);
+
+    /// A call of the bus daemon's method.
+    [[nodiscard]] static QDBusMessage daemonCall(const char* method);
 
     /// Calls back once on this thread when the call has finished, unless the context was destroyed
     /// before. The callback may destroy the context.

@@ -12,10 +12,7 @@
 namespace orvel {
 
 /// Runs `work()`, which must not throw, on a new thread, then `finish` with its result on this
-/// thread, unless the context was destroyed before.
-///
-/// Ports use it for blocking work. The context is the port's member `callbackContext_`, declared
-/// after all members that callbacks use; destroying it drops queued callbacks.
+/// thread, unless the context was destroyed before. Unlike `WorkQueue`, for work that may hang.
 template <typename Work, typename Finish>
 [[nodiscard]] std::jthread startThread(QObject* context, Work work, Finish finish) {
     using Result = std::invoke_result_t<Work>;

@@ -6,9 +6,6 @@
 #include "platform/linux/update/StagedUpdate.h"
 #include "platform/linux/update/UpdateError.h"
 
-#include <QObject>
-#include <QThreadPool>
-
 #include <atomic>
 #include <cstdint>
 #include <exception>
@@ -70,11 +67,7 @@ UpdateDownloader::UpdateDownloader(
     : session_(session),
       clock_(clock),
       installation_(installation),
-      handlers_(std::move(handlers)),
-      callbackContext_(std::make_unique<QObject>()),
-      worker_(std::make_unique<QThreadPool>()) {
-    worker_->setMaxThreadCount(1);
-}
+      handlers_(std::move(handlers)) {}
 
 UpdateDownloader::~UpdateDownloader() {
     cancel();
@@ -160,33 +153,31 @@ void UpdateDownloader::cancel() {
         download_->task->cancel();
     }
     // On the worker, because freeing the space of a large file takes a while.
-    worker_->start([file = std::move(download_->file)]() mutable { file.reset(); });
+    worker_.run([file = std::move(download_->file)]() mutable { file.reset(); });
     download_.reset();
 }
 
 void UpdateDownloader::run(std::function<void()> job, std::function<void()> next) {
-    worker_->start(
-        [this, job = std::move(job), next = std::move(next), download = std::weak_ptr(download_)] {
-            std::optional<std::string> failure;
-            try {
-                job();
-            } catch (const std::exception& error) {
-                failure = error.what();
-            }
-            QMetaObject::invokeMethod(
-                callbackContext_.get(),
-                [this, next, download, failure = std::move(failure)] {
-                    if (download.expired()) {
-                        return;
-                    }
-                    if (failure) {
-                        handlers_.failed(*failure);
-                    } else {
-                        next();
-                    }
-                },
-                Qt::QueuedConnection);
-        });
+    const auto failureOf = [job = std::move(job)]() -> std::optional<std::string> {
+        try {
+            job();
+            return std::nullopt;
+        } catch (const std::exception& error) {
+            return error.what();
+        }
+    };
+    const auto end = [this, next = std::move(next), download = std::weak_ptr(download_)](
+                         const std::optional<std::string>& failure) {
+        if (download.expired()) {
+            return;
+        }
+        if (failure) {
+            handlers_.failed(*failure);
+        } else {
+            next();
+        }
+    };
+    worker_.run(failureOf, end);
 }
 
 } // namespace orvel

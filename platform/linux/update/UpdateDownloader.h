@@ -3,6 +3,7 @@
 
 #include "platform/Clock.h"
 #include "platform/URLSession.h"
+#include "platform/linux/support/WorkQueue.h"
 #include "platform/linux/update/UpdateInstallation.h"
 #include "platform/linux/update/UpdateKey.h"
 #include "platform/linux/update/UpdateOffer.h"
@@ -10,9 +11,6 @@
 #include <functional>
 #include <memory>
 #include <string>
-
-class QObject;
-class QThreadPool;
 
 namespace orvel {
 
@@ -72,9 +70,7 @@ private:
     const UpdateInstallation& installation_;
     Handlers handlers_;
     std::shared_ptr<Download> download_;
-    /// Outlives the worker, whose calls it receives.
-    std::unique_ptr<QObject> callbackContext_;
-    std::unique_ptr<QThreadPool> worker_;
+    WorkQueue worker_;
 };
 
 } // namespace orvel

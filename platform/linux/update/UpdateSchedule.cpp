@@ -4,9 +4,6 @@
 #include "core/Errors.h"
 #include "core/UserDefaults.h"
 
-#include <QObject>
-#include <QThreadPool>
-
 #include <algorithm>
 #include <utility>
 
@@ -25,13 +22,7 @@ UpdateSchedule::UpdateSchedule(
       choiceSaved_(std::move(choiceSaved)),
       isAutomatic_(defaults.boolean(automaticKey).value_or(true)),
       lastCheck_(defaults.date(lastCheckKey)),
-      skipped_(UpdateVersion::parse(defaults.string(skippedKey).value_or(""))),
-      callbackContext_(std::make_unique<QObject>()),
-      writer_(std::make_unique<QThreadPool>()) {
-    writer_->setMaxThreadCount(1);
-}
-
-UpdateSchedule::~UpdateSchedule() = default;
+      skipped_(UpdateVersion::parse(defaults.string(skippedKey).value_or(""))) {}
 
 void UpdateSchedule::scheduleNext() {
     const tavrin::Seconds sinceLast = lastCheck_ ? clock_.now() - *lastCheck_ : checkInterval;
@@ -55,7 +46,7 @@ void UpdateSchedule::setAutomatic(bool isAutomatic) {
 
 void UpdateSchedule::recordCheck() {
     lastCheck_ = clock_.now();
-    writer_->start([this, date = *lastCheck_] {
+    writer_.run([this, date = *lastCheck_] {
         write([date](tavrin::UserDefaults& defaults) { defaults.setDate(lastCheckKey, date); });
     });
 }
@@ -67,13 +58,8 @@ void UpdateSchedule::skip(const UpdateVersion& version) {
     });
 }
 
-void UpdateSchedule::saveChoice(Change change) {
-    writer_->start([this, change = std::move(change)] {
-        QMetaObject::invokeMethod(
-            callbackContext_.get(),
-            [this, failure = write(change)] { choiceSaved_(failure); },
-            Qt::QueuedConnection);
-    });
+void UpdateSchedule::saveChoice(const Change& change) {
+    writer_.run([this, change] { return write(change); }, choiceSaved_);
 }
 
 std::optional<std::string> UpdateSchedule::write(const Change& change) const {

@@ -3,6 +3,7 @@
 
 #include "platform/Clock.h"
 #include "platform/LogStore.h"
+#include "platform/linux/support/WorkQueue.h"
 #include "platform/linux/update/UpdateVersion.h"
 
 #include <functional>
@@ -10,9 +11,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-
-class QObject;
-class QThreadPool;
 
 namespace tavrin {
 class UserDefaults;
@@ -44,7 +42,6 @@ public:
         LogStore& logStore,
         std::function<void()> check,
         std::function<void(const std::optional<std::string>& failure)> choiceSaved);
-    ~UpdateSchedule();
 
     /// Schedules the next check, unless checks are not automatic.
     void scheduleNext();
@@ -65,7 +62,7 @@ private:
     using Change = std::function<void(tavrin::UserDefaults&)>;
 
     void schedule(tavrin::Seconds delay);
-    void saveChoice(Change change);
+    void saveChoice(const Change& change);
     /// Any thread. Returns the reason on failure.
     std::optional<std::string> write(const Change& change) const;
 
@@ -78,10 +75,8 @@ private:
     std::optional<tavrin::Date> lastCheck_;
     std::optional<UpdateVersion> skipped_;
     std::unique_ptr<Clock::Timer> timer_;
-    /// Outlives the writer, whose calls it receives.
-    std::unique_ptr<QObject> callbackContext_;
-    /// One thread, so that the last change of a setting is written last.
-    std::unique_ptr<QThreadPool> writer_;
+    /// Keeps the order, so that the last change of a setting is written last.
+    WorkQueue writer_;
 };
 
 } // namespace orvel

@@ -61,7 +61,7 @@ protected:
         }
     }
 
-    void make(StatusNotifierTray::ShareBus shareBus = [] { return nullptr; }) {
+    void make(SessionBus::Share shareBus = [] { return nullptr; }) {
         tray_ = std::make_unique<StatusNotifierTray>(clock_, std::move(shareBus));
         subscription_ = tray_->onChange([this] { ++changes_; });
     }
