@@ -2,16 +2,12 @@
 #include "platform/linux/log/SpdlogLogStore.h"
 
 #include "core/Text.h"
-#include "platform/linux/log/JournalSocket.h"
-#include "platform/linux/log/RecentLines.h"
-
-#include <QObject>
-#include <QThreadPool>
 
 #include <fmt/format.h>
 #include <spdlog/logger.h>
 #include <spdlog/sinks/stdout_sinks.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <utility>
 #include <vector>
@@ -19,23 +15,6 @@
 namespace orvel {
 
 namespace {
-
-/// spdlog has no default level. Only the order matters: the line's text names the level.
-spdlog::level::level_enum spdlogLevel(LogLevel level) {
-    switch (level) {
-    case LogLevel::Debug:
-        return spdlog::level::debug;
-    case LogLevel::Info:
-        return spdlog::level::info;
-    case LogLevel::Default:
-        return spdlog::level::warn;
-    case LogLevel::Error:
-    case LogLevel::Undefined:
-    case LogLevel::Fault:
-        break;
-    }
-    return spdlog::level::err;
-}
 
 /// The journal's priorities are those of syslog.
 std::string_view priority(LogLevel level) {
@@ -108,20 +87,19 @@ std::string escaped(std::string_view text) {
     return result;
 }
 
+std::size_t bytesOf(const LogEntry& entry) {
+    return entry.category.size() + entry.message.size();
+}
+
 } // namespace
 
 SpdlogLogStore::SpdlogLogStore(Options options)
     : subsystem_(tavrin::repairedUTF8(options.subsystem)),
-      recentLines_(std::make_unique<RecentLines>(subsystem_)),
-      journal_(std::make_unique<JournalSocket>(options.journal)),
-      callbackContext_(std::make_unique<QObject>()),
-      reading_(std::make_unique<QThreadPool>()) {
-    // One thread, so that results arrive in call order.
-    reading_->setMaxThreadCount(1);
-    if (options.standardErrorLevel) {
+      journal_(options.journal),
+      standardErrorLevel_(options.standardErrorLevel) {
+    if (standardErrorLevel_) {
         standardError_ =
             std::make_unique<spdlog::logger>("", std::make_shared<spdlog::sinks::stderr_sink_mt>());
-        standardError_->set_level(spdlogLevel(*options.standardErrorLevel));
         standardError_->set_pattern("%Y-%m-%dT%H:%M:%S.%e%z %v");
         // Drop lines that cannot be written: there is nowhere else to report the failure.
         standardError_->set_error_handler([](const std::string&) {});
@@ -136,19 +114,18 @@ void SpdlogLogStore::write(LogLevel level, std::string_view category, std::strin
         std::string keptMessage = bounded(message);
         const std::string categoryLine = escaped(keptCategory);
         const std::string messageLine = escaped(keptMessage);
-        const auto now =
-            recentLines_->append(level, std::move(keptCategory), std::move(keptMessage));
-        journal_->send(
+        const auto now = keep(level, std::move(keptCategory), std::move(keptMessage));
+        journal_.send(
             {{"MESSAGE", messageLine},
              {"PRIORITY", priority(level)},
              {"SUBSYSTEM", subsystem_},
              {"CATEGORY", categoryLine},
              {"SYSLOG_IDENTIFIER", program_invocation_short_name}});
-        if (standardError_) {
+        if (standardErrorLevel_ && level >= *standardErrorLevel_) {
             standardError_->log(
                 now,
                 spdlog::source_loc(),
-                spdlogLevel(level),
+                spdlog::level::info,
                 fmt::format("{} {}: {}", name(level), categoryLine, messageLine));
         }
     } catch (...) {
@@ -157,13 +134,35 @@ void SpdlogLogStore::write(LogLevel level, std::string_view category, std::strin
 }
 
 void SpdlogLogStore::readEntries(tavrin::Date start, std::function<void(Entries)> completion) {
-    reading_->start([this, start, completion = std::move(completion)]() mutable {
-        auto deliver = [entries = Entries(recentLines_->entriesFrom(start)),
-                        completion = std::move(completion)]() mutable {
-            completion(std::move(entries));
-        };
-        QMetaObject::invokeMethod(callbackContext_.get(), std::move(deliver), Qt::QueuedConnection);
+    std::vector<LogEntry> found;
+    {
+        const std::lock_guard lock(mutex_);
+        const auto first = std::ranges::find_if(
+            entries_, [start](const LogEntry& entry) { return entry.date >= start; });
+        found.assign(first, entries_.end());
+    }
+    callbackContext_.post([found = std::move(found), completion = std::move(completion)]() mutable {
+        completion(std::move(found));
     });
+}
+
+std::chrono::system_clock::time_point
+SpdlogLogStore::keep(LogLevel level, std::string category, std::string message) {
+    const std::lock_guard lock(mutex_);
+    // Taken while locked, so that later lines have later dates.
+    const auto now = std::chrono::system_clock::now();
+    entries_.push_back(
+        {std::chrono::time_point_cast<tavrin::Seconds>(now),
+         level,
+         subsystem_,
+         std::move(category),
+         std::move(message)});
+    bytes_ += bytesOf(entries_.back());
+    while (entries_.size() > maximumLines || bytes_ > maximumBytes) {
+        bytes_ -= bytesOf(entries_.front());
+        entries_.pop_front();
+    }
+    return now;
 }
 
 } // namespace orvel

@@ -2,26 +2,25 @@
 #pragma once
 
 #include "platform/LogStore.h"
+#include "platform/linux/log/JournalSocket.h"
+#include "platform/linux/support/CallbackContext.h"
 
+#include <chrono>
 #include <cstddef>
+#include <deque>
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
-
-class QObject;
-class QThreadPool;
 
 namespace spdlog {
 class logger;
 }
 
 namespace orvel {
-
-class JournalSocket;
-class RecentLines;
 
 /// Keeps the newest lines in memory for reading back, and writes each to the system journal, and to
 /// standard error if requested.
@@ -43,6 +42,12 @@ public:
     /// Longer messages and categories are truncated with an ellipsis.
     static constexpr std::size_t maximumTextBytes = std::size_t{16} << 10U;
 
+    /// How many lines are kept in memory: as many as the activity window shows. With more, setting
+    /// the clock back would show lines again that the window has dropped.
+    static constexpr std::size_t maximumLines = 2'000;
+    /// The limit on all categories and messages in memory together.
+    static constexpr std::size_t maximumBytes = std::size_t{2} << 20U;
+
     explicit SpdlogLogStore(Options options);
     ~SpdlogLogStore() override;
 
@@ -50,14 +55,20 @@ public:
     void readEntries(tavrin::Date start, std::function<void(Entries)> completion) override;
 
 private:
+    /// Keeps the line in memory. Returns the time that it has there.
+    std::chrono::system_clock::time_point
+    keep(LogLevel level, std::string category, std::string message);
+
     const std::string subsystem_;
-    std::unique_ptr<RecentLines> recentLines_;
-    std::unique_ptr<JournalSocket> journal_;
+    const JournalSocket journal_;
+    const std::optional<LogLevel> standardErrorLevel_;
     std::unique_ptr<spdlog::logger> standardError_;
-    /// Destroying it drops queued callbacks.
-    std::unique_ptr<QObject> callbackContext_;
-    /// Destroyed first: waits for a running read.
-    std::unique_ptr<QThreadPool> reading_;
+    std::mutex mutex_;
+    /// The newest lines.
+    std::deque<LogEntry> entries_;
+    std::size_t bytes_ = 0;
+    /// Destroyed first: drops pending results.
+    CallbackContext callbackContext_;
 };
 
 } // namespace orvel

@@ -3,7 +3,6 @@
 
 #include "core/FileDescriptor.h"
 #include "core/Text.h"
-#include "platform/linux/log/RecentLines.h"
 #include "tests/platform/LogStoreCalls.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -143,12 +142,12 @@ private:
 
 TEST_F(SpdlogLogStoreTest, KeepsTheNewestLinesOnly) {
     constexpr int excess = 10;
-    constexpr int last = static_cast<int>(RecentLines::maximumLines) + excess;
+    constexpr int last = static_cast<int>(SpdlogLogStore::maximumLines) + excess;
     for (int line = 1; line <= last; ++line) {
         store().write(LogLevel::Info, "c", std::to_string(line));
     }
     const Strings kept = messages();
-    EXPECT_EQ(kept.size(), RecentLines::maximumLines);
+    EXPECT_EQ(kept.size(), SpdlogLogStore::maximumLines);
     EXPECT_EQ(kept.front(), std::to_string(excess + 1));
     EXPECT_EQ(kept.back(), std::to_string(last));
 }
@@ -162,12 +161,12 @@ TEST_F(SpdlogLogStoreTest, KeepsANulCharacter) {
 TEST_F(SpdlogLogStoreTest, KeepsABoundedNumberOfBytes) {
     constexpr std::size_t bytesPerLine = SpdlogLogStore::maximumTextBytes;
     const std::string message(bytesPerLine - 1, 'x');
-    for (std::size_t line = 0; line < RecentLines::maximumBytes / bytesPerLine + 10; ++line) {
+    for (std::size_t line = 0; line < SpdlogLogStore::maximumBytes / bytesPerLine + 10; ++line) {
         store().write(LogLevel::Info, "c", message);
     }
-    EXPECT_EQ(entries().size(), RecentLines::maximumBytes / bytesPerLine);
+    EXPECT_EQ(entries().size(), SpdlogLogStore::maximumBytes / bytesPerLine);
     store().write(LogLevel::Info, std::string(bytesPerLine + 1, 'c'), message);
-    EXPECT_EQ(entries().size(), RecentLines::maximumBytes / bytesPerLine - 1)
+    EXPECT_EQ(entries().size(), SpdlogLogStore::maximumBytes / bytesPerLine - 1)
         << "the category counts, too";
 }
 
@@ -307,7 +306,7 @@ TEST_F(SpdlogLogStoreTest, AMessageCannotChangeOtherJournalFields) {
 
 TEST_F(SpdlogLogStoreTest, AFullJournalDoesNotBlockOrDelayOtherOutputs) {
     Journal journal(fixture_.folder / "journal");
-    constexpr std::size_t count = RecentLines::maximumLines;
+    constexpr std::size_t count = SpdlogLogStore::maximumLines;
     for (std::size_t line = 0; line < count; ++line) {
         store().write(LogLevel::Info, "c", std::string(1'000, 'x'));
     }
