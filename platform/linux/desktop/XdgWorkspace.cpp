@@ -2,21 +2,32 @@
 #include "platform/linux/desktop/XdgWorkspace.h"
 
 #include "core/messages/ChatDatabaseSnapshot.h"
+#include "platform/linux/support/DesktopProgram.h"
+#include "platform/linux/support/SessionBus.h"
 
-#include <QObject>
+#include <QDBusMessage>
+#include <QDBusPendingCall>
 #include <QStandardPaths>
 #include <QStringList>
 
 #include <fmt/format.h>
 
 #include <cerrno>
-#include <filesystem>
+#include <chrono>
+#include <deque>
 #include <string_view>
+#include <system_error>
 #include <utility>
+#include <variant>
 
 namespace orvel {
 
 namespace {
+
+constexpr tavrin::Seconds startTimeout(5);
+
+/// Long enough for the file manager to start.
+constexpr std::chrono::milliseconds fileManagerTimeout{10'000};
 
 /// Rejects characters that a URL may not have, because a shell script may mishandle them.
 bool isHttpsURL(std::string_view url) {
@@ -64,22 +75,49 @@ std::vector<std::vector<std::string>> contactsPanels() {
     return panels;
 }
 
+std::filesystem::path nearestExisting(std::filesystem::path path) {
+    std::error_code error;
+    while (path.has_relative_path() && !std::filesystem::exists(path, error)) {
+        path = path.parent_path();
+    }
+    return path;
+}
+
+std::filesystem::path folderOf(const std::filesystem::path& path) {
+    std::error_code error;
+    return std::filesystem::is_directory(path, error) ? path : path.parent_path();
+}
+
+QString uriOf(const std::filesystem::path& path) {
+    return QStringLiteral("file://") +
+           QString::fromLatin1(QByteArray::fromStdString(path.string()).toPercentEncoding("/"));
+}
+
 } // namespace
 
-XdgWorkspace::XdgWorkspace(Clock& clock)
-    : launcher_(clock),
-      fileManager_(clock, launcher_),
-      callbackContext_(std::make_unique<QObject>()) {}
+struct XdgWorkspace::FileManagerRequest {
+    struct Call {
+        const char* method;
+        std::filesystem::path path;
+    };
 
-XdgWorkspace::~XdgWorkspace() = default;
+    /// The calls still to try.
+    std::deque<Call> calls;
+    std::filesystem::path folder;
+    Completion completion;
+    /// Not shared: these calls are rare.
+    std::unique_ptr<SessionBus> bus = nullptr;
+};
+
+XdgWorkspace::XdgWorkspace(Clock& clock) : clock_(clock) {}
 
 void XdgWorkspace::openURL(std::string url, Completion completion) {
     auto wrapped = withContext("Could not open the browser", std::move(completion));
     if (isHttpsURL(url)) {
-        launcher_.launch({"xdg-open", std::move(url)}, std::move(wrapped));
+        launch({"xdg-open", std::move(url)}, std::move(wrapped));
         return;
     }
-    later([wrapped = std::move(wrapped)] {
+    callbackContext_.post([wrapped = std::move(wrapped)] {
         wrapped(tavrin::PlatformError(
             std::string(tavrin::posixErrorDomain), EINVAL, "the address is not a valid https one"));
     });
@@ -87,11 +125,15 @@ void XdgWorkspace::openURL(std::string url, Completion completion) {
 
 void XdgWorkspace::openSettings(SettingsPane pane, Completion completion) {
     switch (pane) {
-    case SettingsPane::FullDiskAccess:
-        fileManager_.showProperties(
-            std::filesystem::path(tavrin::ChatDatabaseSnapshot::defaultSourcePath()).parent_path(),
-            withContext("Could not show the Messages folder", std::move(completion)));
+    case SettingsPane::FullDiskAccess: {
+        const std::filesystem::path database = tavrin::ChatDatabaseSnapshot::defaultSourcePath();
+        const std::filesystem::path folder = folderOf(nearestExisting(database.parent_path()));
+        askFileManager(std::make_shared<FileManagerRequest>(FileManagerRequest{
+            {{"ShowItemProperties", folder}, {"ShowFolders", folder}},
+            folder,
+            withContext("Could not show the Messages folder", std::move(completion))}));
         return;
+    }
     case SettingsPane::Contacts:
         launchFirst(
             contactsPanels(),
@@ -101,17 +143,50 @@ void XdgWorkspace::openSettings(SettingsPane pane, Completion completion) {
 }
 
 void XdgWorkspace::revealFile(std::string path, Completion completion) {
-    fileManager_.reveal(
-        std::move(path), withContext("Could not show the file", std::move(completion)));
+    const std::filesystem::path existing = nearestExisting(path);
+    const std::filesystem::path folder = folderOf(existing);
+    const bool isThere = existing == path;
+    askFileManager(std::make_shared<FileManagerRequest>(FileManagerRequest{
+        {{isThere ? "ShowItems" : "ShowFolders", isThere ? existing : folder}},
+        folder,
+        withContext("Could not show the file", std::move(completion))}));
 }
 
-void XdgWorkspace::later(std::function<void()> job) {
-    QMetaObject::invokeMethod(callbackContext_.get(), std::move(job), Qt::QueuedConnection);
+void XdgWorkspace::launch(CommandLine commandLine, Completion completion) {
+    const std::uint64_t launch = ++lastLaunch_;
+    launches_[launch] = {std::move(completion), clock_.schedule(startTimeout, [this, launch] {
+                             finishLaunch(launch);
+                         })};
+    std::string program = commandLine.front();
+    runDesktopProgram(
+        std::move(commandLine),
+        ProgramOutput::Dropped,
+        &callbackContext_,
+        [this, launch, program = std::move(program)](const auto& result) {
+            if (const auto* error = std::get_if<tavrin::PlatformError>(&result)) {
+                finishLaunch(launch, *error);
+            } else if (const int status = std::get<FinishedProgram>(result).status; status != 0) {
+                finishLaunch(
+                    launch,
+                    tavrin::PlatformError(
+                        program, status, fmt::format("{} ended with status {}", program, status)));
+            } else {
+                finishLaunch(launch);
+            }
+        });
 }
 
-void XdgWorkspace::launchFirst(CommandLines candidates, Completion completion) {
+void XdgWorkspace::finishLaunch(
+    std::uint64_t launch, const std::optional<tavrin::PlatformError>& error) {
+    if (const auto found = launches_.extract(launch); !found.empty()) {
+        // The completion may destroy this object.
+        found.mapped().completion(error);
+    }
+}
+
+void XdgWorkspace::launchFirst(std::vector<CommandLine> candidates, Completion completion) {
     if (candidates.empty()) {
-        later([completion = std::move(completion)] {
+        callbackContext_.post([completion = std::move(completion)] {
             completion(tavrin::PlatformError(
                 std::string(tavrin::posixErrorDomain),
                 ENOENT,
@@ -119,9 +194,9 @@ void XdgWorkspace::launchFirst(CommandLines candidates, Completion completion) {
         });
         return;
     }
-    std::vector<std::string> first = std::move(candidates.front());
+    CommandLine first = std::move(candidates.front());
     candidates.erase(candidates.begin());
-    launcher_.launch(
+    launch(
         std::move(first),
         [this, candidates = std::move(candidates), completion = std::move(completion)](
             const std::optional<tavrin::PlatformError>& error) {
@@ -129,6 +204,45 @@ void XdgWorkspace::launchFirst(CommandLines candidates, Completion completion) {
                 launchFirst(candidates, completion);
             } else {
                 completion(error);
+            }
+        });
+}
+
+void XdgWorkspace::askFileManager(std::shared_ptr<FileManagerRequest> request) {
+    SessionBus::connect(
+        &callbackContext_,
+        clock_,
+        [this, request = std::move(request)](std::unique_ptr<SessionBus> bus) {
+            request->bus = std::move(bus);
+            callFileManager(request);
+        });
+}
+
+void XdgWorkspace::callFileManager(std::shared_ptr<FileManagerRequest> request) {
+    if (!request->bus || request->calls.empty()) {
+        launch({"xdg-open", request->folder.string()}, std::move(request->completion));
+        return;
+    }
+    const FileManagerRequest::Call next = request->calls.front();
+    request->calls.pop_front();
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.FileManager1"),
+        QStringLiteral("/org/freedesktop/FileManager1"),
+        QStringLiteral("org.freedesktop.FileManager1"),
+        QString::fromLatin1(next.method));
+    // The second argument is a start-up notification id; there is none.
+    call << QStringList(uriOf(next.path)) << QString();
+    const QDBusPendingCall pending =
+        request->bus->connection().asyncCall(call, static_cast<int>(fileManagerTimeout.count()));
+    SessionBus::onReply(
+        pending,
+        &callbackContext_,
+        [this, request = std::move(request)](const QDBusPendingCall& finished) {
+            if (finished.isError()) {
+                callFileManager(request);
+            } else {
+                // The completion may destroy this object.
+                std::exchange(request->completion, nullptr)(std::nullopt);
             }
         });
 }

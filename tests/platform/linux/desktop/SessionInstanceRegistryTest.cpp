@@ -161,6 +161,23 @@ TEST_F(SessionInstanceRegistryTest, EveryMethodOfTheApplicationActivatesIt) {
     QDBusConnection::disconnectFromBus(QStringLiteral("a launcher"));
 }
 
+TEST_F(SessionInstanceRegistryTest, ReleasesTheNameWhileItsBusIsStillInUse) {
+    const auto isTaken = [] {
+        return QDBusConnection::sessionBus().interface()->isServiceRegistered(
+            QStringLiteral("app.test.Registry"));
+    };
+    auto registry = std::make_unique<SessionInstanceRegistry>();
+    EXPECT_EQ(registry->shareBus(), nullptr) << "before there was one";
+    ASSERT_FALSE(registry->runningCopy("app.test.Registry"));
+    EXPECT_TRUE(isTaken());
+    const std::unique_ptr<SessionBus> bus = registry->shareBus();
+    ASSERT_NE(bus, nullptr);
+
+    registry.reset();
+    EXPECT_TRUE(waitUntil([&] { return !isTaken(); }));
+    EXPECT_TRUE(bus->isConnected());
+}
+
 TEST_F(SessionInstanceRegistryTest, CallsOnTheBusDoNotChangeTheEnvironment) {
     SessionInstanceRegistry registry;
     ASSERT_FALSE(registry.runningCopy("app.test.Registry"));
