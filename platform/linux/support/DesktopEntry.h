@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-struct _GKeyFile;
+struct _GKeyFile; // NOLINT(bugprone-reserved-identifier): the name that GLib chose
 
 /// Desktop entries: key-value files that describe programs.
 namespace orvel {
