@@ -64,21 +64,23 @@ tag_invoke(const boost::json::value_to_tag<ThreadScope>&, const boost::json::val
 }
 
 CollectionMode CollectionPreferences::mode() const {
-    const std::optional<std::string> stored = defaults_.string(UserDefaultsKeys::modeKey);
+    const std::optional<std::string> stored =
+        storedValue<std::string>(defaults_, UserDefaultsKeys::modeKey);
     return collectionModeFromRawValue(stored.value_or("")).value_or(defaultMode);
 }
 
 void CollectionPreferences::setMode(CollectionMode mode) {
-    defaults_.setString(UserDefaultsKeys::modeKey, rawValue(mode));
+    defaults_.set(UserDefaultsKeys::modeKey, std::string(rawValue(mode)));
 }
 
 ThreadScope CollectionPreferences::scope() const {
-    const std::optional<std::string> stored = defaults_.string(UserDefaultsKeys::scopeKey);
+    const std::optional<std::string> stored =
+        storedValue<std::string>(defaults_, UserDefaultsKeys::scopeKey);
     return threadScopeFromRawValue(stored.value_or("")).value_or(defaultScope);
 }
 
 void CollectionPreferences::setScope(ThreadScope scope) {
-    defaults_.setString(UserDefaultsKeys::scopeKey, rawValue(scope));
+    defaults_.set(UserDefaultsKeys::scopeKey, std::string(rawValue(scope)));
 }
 
 } // namespace tavrin

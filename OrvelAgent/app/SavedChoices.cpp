@@ -23,7 +23,8 @@ SavedChoices::SavedChoices(
       worker_(worker),
       log_(std::move(log)),
       displayName_(std::move(displayName)),
-      startAtLogin_(defaults.boolean(tavrin::UserDefaultsKeys::startAtLoginKey).value_or(false)) {
+      startAtLogin_(
+          storedValue<bool>(defaults, tavrin::UserDefaultsKeys::startAtLoginKey).value_or(false)) {
     const tavrin::CollectionPreferences preferences(defaults_);
     collection_.mode = preferences.mode();
     collection_.scope = preferences.scope();
@@ -48,7 +49,7 @@ void SavedChoices::setScope(tavrin::ThreadScope scope) {
 void SavedChoices::setStartAtLogin(bool startsAtLogin) {
     startAtLogin_ = startsAtLogin;
     save([startsAtLogin](tavrin::UserDefaults& defaults) {
-        defaults.setBoolean(tavrin::UserDefaultsKeys::startAtLoginKey, startsAtLogin);
+        defaults.set(tavrin::UserDefaultsKeys::startAtLoginKey, startsAtLogin);
     });
     // The user's choice is kept even if the system refuses the login item.
     const auto report = [log = log_](const std::optional<tavrin::PlatformError>& failure) {

@@ -39,7 +39,7 @@ QCoro::Task<>
 write(Worker* worker, tavrin::UserDefaults* defaults, std::string key, std::string geometry) {
     auto job = [defaults, key = std::move(key), geometry = std::move(geometry)] {
         try {
-            defaults->setString(key, geometry);
+            defaults->set(key, geometry);
         } catch (const std::exception&) {
             // Not worth an error message: the window just opens at its default position.
         }
@@ -58,7 +58,7 @@ WindowGeometry::~WindowGeometry() {
 }
 
 bool WindowGeometry::restore(QWidget& window) const {
-    const auto stored = defaults_.string(keyOf(window));
+    const auto stored = storedValue<std::string>(defaults_, keyOf(window));
     const auto geometry = QByteArray::fromBase64(QByteArray::fromStdString(stored.value_or("")));
     if (!window.restoreGeometry(geometry)) {
         return false;

@@ -32,40 +32,40 @@ TEST_F(CollectionPreferencesTest, AFreshInstallationReadsTheDefaults) {
 TEST_F(CollectionPreferencesTest, StoresTheChoicesByName) {
     preferences_.setMode(CollectionMode::MetadataOnly);
     preferences_.setScope(ThreadScope::AllThreads);
-    EXPECT_EQ(defaults_.string("collection.mode"), "metadataOnly");
-    EXPECT_EQ(defaults_.string("collection.scope"), "allThreads");
+    EXPECT_EQ(storedValue<std::string>(defaults_, "collection.mode"), "metadataOnly");
+    EXPECT_EQ(storedValue<std::string>(defaults_, "collection.scope"), "allThreads");
     EXPECT_EQ(preferences_.mode(), CollectionMode::MetadataOnly);
     EXPECT_EQ(preferences_.scope(), ThreadScope::AllThreads);
 
     preferences_.setMode(CollectionMode::WithBodies);
     preferences_.setScope(ThreadScope::KnownContactsOnly);
-    EXPECT_EQ(defaults_.string("collection.mode"), "withBodies");
-    EXPECT_EQ(defaults_.string("collection.scope"), "knownContactsOnly");
+    EXPECT_EQ(storedValue<std::string>(defaults_, "collection.mode"), "withBodies");
+    EXPECT_EQ(storedValue<std::string>(defaults_, "collection.scope"), "knownContactsOnly");
     EXPECT_EQ(preferences_.mode(), CollectionMode::WithBodies);
     EXPECT_EQ(preferences_.scope(), ThreadScope::KnownContactsOnly);
 }
 
 TEST_F(CollectionPreferencesTest, UnknownTextFallsBackToTextAndToTheNarrowScope) {
     for (const char* garbage : {"", "METADATAONLY", "metadataonly", "metadataOnly ", "x"}) {
-        defaults_.setString("collection.mode", garbage);
+        defaults_.set("collection.mode", garbage);
         EXPECT_EQ(preferences_.mode(), CollectionMode::WithBodies) << garbage;
     }
     for (const char* garbage : {"", "ALLTHREADS", "allthreads", " allThreads", "x"}) {
-        defaults_.setString("collection.scope", garbage);
+        defaults_.set("collection.scope", garbage);
         EXPECT_EQ(preferences_.scope(), ThreadScope::KnownContactsOnly) << garbage;
     }
 }
 
 TEST_F(CollectionPreferencesTest, AValueThatIsNotTextReadsAsTheDefault) {
-    defaults_.setInteger("collection.mode", 0);
-    defaults_.setBoolean("collection.scope", true);
+    defaults_.set("collection.mode", 0);
+    defaults_.set("collection.scope", true);
     EXPECT_EQ(preferences_.mode(), CollectionMode::WithBodies);
     EXPECT_EQ(preferences_.scope(), ThreadScope::KnownContactsOnly);
 }
 
 TEST_F(CollectionPreferencesTest, EveryReadGoesToTheStore) {
     EXPECT_EQ(preferences_.mode(), CollectionMode::WithBodies);
-    defaults_.setString("collection.mode", "metadataOnly");
+    defaults_.set("collection.mode", "metadataOnly");
     EXPECT_EQ(preferences_.mode(), CollectionMode::MetadataOnly);
 }
 

@@ -59,7 +59,7 @@ protected:
         home_.service().writeBundle(home_ / "bundle");
         with_.platform.bundle = test::makeRealBundle(home_ / "bundle");
         with_.platform.urlSession = test::makeRealURLSession({home_.service().caFile()});
-        with_.userDefaults.setString("collection.scope", "allThreads");
+        with_.userDefaults.set("collection.scope", "allThreads");
         with_.browser.user = [this](const Browser::Page& page) {
             return Browser::Outcome("orvelagent://callback?code=" + codeFor(page));
         };

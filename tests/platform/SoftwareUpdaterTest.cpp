@@ -48,7 +48,7 @@ struct AppcastFixture {
     AppcastFixture() {
         session.setHandler([this](const URLRequest&) { return URLResponse{200, text}; });
         // Delays the first scheduled check by a day.
-        defaults.setDate(UpdateSchedule::lastCheckKey, clock.now());
+        defaults.set(UpdateSchedule::lastCheckKey, clock.now());
     }
 
     void offer(const std::optional<std::string>& version) {

@@ -34,7 +34,7 @@ AddressBook::AuthorizationStatus EvolutionAddressBook::authorizationStatus() con
 }
 
 AddressBook::AuthorizationStatus EvolutionAddressBook::consent() const {
-    if (defaults_.string(consentKey) == granted) {
+    if (storedValue<std::string>(defaults_, consentKey) == granted) {
         return AuthorizationStatus::Authorized;
     }
     return AuthorizationStatus::NotDetermined;
@@ -147,7 +147,7 @@ void EvolutionAddressBook::storeGrant() {
     consentWriter_.run(
         [&defaults = defaults_]() -> std::exception_ptr {
             try {
-                defaults.setString(consentKey, granted);
+                defaults.set(consentKey, std::string(granted));
                 return nullptr;
             } catch (const std::exception&) {
                 return std::current_exception();

@@ -18,12 +18,15 @@
 
 #include <cerrno>
 #include <charconv>
+#include <cstdint>
 #include <optional>
 #include <utility>
 
 namespace orvel {
 
 namespace {
+
+using Value = tavrin::UserDefaults::Value;
 
 [[noreturn]] void failToRead(const std::filesystem::path& file, int code) {
     throw tavrin::PlatformError::fromErrno(
@@ -96,6 +99,46 @@ QString qString(const std::filesystem::path& path) {
 QDateTime qDateTime(tavrin::Date date) {
     const auto milliseconds = std::chrono::round<std::chrono::milliseconds>(date);
     return QDateTime::fromMSecsSinceEpoch(milliseconds.time_since_epoch().count(), Qt::UTC);
+}
+
+Value valueOf(const std::string& text) {
+    if (text == "true" || text == "false") {
+        return text == "true";
+    }
+    std::int64_t integer = 0;
+    std::from_chars(text.data(), text.data() + text.size(), integer);
+    if (std::to_string(integer) == text) {
+        return integer;
+    }
+    const QString qText = QString::fromStdString(text);
+    const QDateTime date = QDateTime::fromString(qText, Qt::ISODateWithMs);
+    if (date.isValid() && date.toUTC().toString(Qt::ISODateWithMs) == qText) {
+        return tavrin::Date(std::chrono::milliseconds(date.toMSecsSinceEpoch()));
+    }
+    return text.starts_with('\'') ? text.substr(1) : text;
+}
+
+std::string textOf(const Value& value) {
+    if (const auto* integer = std::get_if<std::int64_t>(&value)) {
+        return std::to_string(*integer);
+    }
+    if (const auto* boolean = std::get_if<bool>(&value)) {
+        return *boolean ? "true" : "false";
+    }
+    if (const auto* date = std::get_if<tavrin::Date>(&value)) {
+        return qDateTime(*date).toString(Qt::ISODateWithMs).toStdString();
+    }
+    const auto& text = std::get<std::string>(value);
+    return valueOf(text) == value ? text : "'" + text;
+}
+
+std::map<std::string, Value, std::less<>> valuesOf(const QSettings& settings) {
+    std::map<std::string, Value, std::less<>> values;
+    for (const QString& key : settings.allKeys()) {
+        values.insert_or_assign(
+            key.toStdString(), valueOf(settings.value(key).toString().toStdString()));
+    }
+    return values;
 }
 
 [[noreturn]] void failToSave(int code) {
@@ -172,90 +215,18 @@ SettingsUserDefaults::SettingsUserDefaults(std::filesystem::path file) : file_(s
     values_ = valuesOf(settings);
 }
 
-std::optional<std::string> SettingsUserDefaults::string(std::string_view key) const {
-    return value<std::string>(key);
+std::optional<tavrin::UserDefaults::Value> SettingsUserDefaults::value(std::string_view key) const {
+    const std::lock_guard lock(valuesMutex_);
+    const auto found = values_.find(key);
+    return found == values_.end() ? std::nullopt : std::optional(found->second);
 }
 
-std::optional<std::int64_t> SettingsUserDefaults::integer(std::string_view key) const {
-    return value<std::int64_t>(key);
-}
-
-std::optional<bool> SettingsUserDefaults::boolean(std::string_view key) const {
-    return value<bool>(key);
-}
-
-std::optional<tavrin::Date> SettingsUserDefaults::date(std::string_view key) const {
-    return value<tavrin::Date>(key);
-}
-
-void SettingsUserDefaults::setString(std::string_view key, std::string_view value) {
-    write(key, std::string(value));
-}
-
-void SettingsUserDefaults::setInteger(std::string_view key, std::int64_t value) {
-    write(key, value);
-}
-
-void SettingsUserDefaults::setBoolean(std::string_view key, bool value) {
-    write(key, value);
-}
-
-void SettingsUserDefaults::setDate(std::string_view key, tavrin::Date value) {
-    write(key, value);
+void SettingsUserDefaults::set(std::string_view key, Value value) {
+    write(key, std::move(value));
 }
 
 void SettingsUserDefaults::remove(std::string_view key) {
     write(key, std::nullopt);
-}
-
-std::string SettingsUserDefaults::textOf(const Value& value) {
-    if (const auto* integer = std::get_if<std::int64_t>(&value)) {
-        return std::to_string(*integer);
-    }
-    if (const auto* boolean = std::get_if<bool>(&value)) {
-        return *boolean ? "true" : "false";
-    }
-    if (const auto* date = std::get_if<tavrin::Date>(&value)) {
-        return qDateTime(*date).toString(Qt::ISODateWithMs).toStdString();
-    }
-    const auto& text = std::get<std::string>(value);
-    return valueOf(text) == value ? text : "'" + text;
-}
-
-SettingsUserDefaults::Value SettingsUserDefaults::valueOf(const std::string& text) {
-    if (text == "true" || text == "false") {
-        return text == "true";
-    }
-    std::int64_t integer = 0;
-    std::from_chars(text.data(), text.data() + text.size(), integer);
-    if (std::to_string(integer) == text) {
-        return integer;
-    }
-    const QString qText = QString::fromStdString(text);
-    const QDateTime date = QDateTime::fromString(qText, Qt::ISODateWithMs);
-    if (date.isValid() && date.toUTC().toString(Qt::ISODateWithMs) == qText) {
-        return tavrin::Date(std::chrono::milliseconds(date.toMSecsSinceEpoch()));
-    }
-    return text.starts_with('\'') ? text.substr(1) : text;
-}
-
-SettingsUserDefaults::Values SettingsUserDefaults::valuesOf(const QSettings& settings) {
-    Values values;
-    for (const QString& key : settings.allKeys()) {
-        values.insert_or_assign(
-            key.toStdString(), valueOf(settings.value(key).toString().toStdString()));
-    }
-    return values;
-}
-
-template <typename T>
-std::optional<T> SettingsUserDefaults::value(std::string_view key) const {
-    const std::lock_guard lock(valuesMutex_);
-    const auto found = values_.find(key);
-    if (found == values_.end() || !std::holds_alternative<T>(found->second)) {
-        return std::nullopt;
-    }
-    return std::get<T>(found->second);
 }
 
 void SettingsUserDefaults::write(std::string_view key, const std::optional<Value>& value) {
@@ -283,7 +254,7 @@ void SettingsUserDefaults::write(std::string_view key, const std::optional<Value
         set(old);
         failToSave(reason);
     }
-    Values values = valuesOf(settings);
+    auto values = valuesOf(settings);
     {
         const std::lock_guard lock(valuesMutex_);
         values_.swap(values);

@@ -3,15 +3,12 @@
 
 #include "core/UserDefaults.h"
 
-#include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
 #include <string>
-#include <variant>
-
-class QSettings;
 
 namespace orvel {
 
@@ -37,28 +34,12 @@ public:
     /// A missing file counts as empty. Throws `tavrin::PlatformError` when the file cannot be read.
     explicit SettingsUserDefaults(std::filesystem::path file);
 
-    [[nodiscard]] std::optional<std::string> string(std::string_view key) const override;
-    [[nodiscard]] std::optional<std::int64_t> integer(std::string_view key) const override;
-    [[nodiscard]] std::optional<bool> boolean(std::string_view key) const override;
-    [[nodiscard]] std::optional<tavrin::Date> date(std::string_view key) const override;
-
-    void setString(std::string_view key, std::string_view value) override;
-    void setInteger(std::string_view key, std::int64_t value) override;
-    void setBoolean(std::string_view key, bool value) override;
-    /// The year must have four digits.
-    void setDate(std::string_view key, tavrin::Date value) override;
+    [[nodiscard]] std::optional<Value> value(std::string_view key) const override;
+    /// The year of a date must have four digits.
+    void set(std::string_view key, Value value) override;
     void remove(std::string_view key) override;
 
 private:
-    using Value = std::variant<std::string, std::int64_t, bool, tavrin::Date>;
-    using Values = std::map<std::string, Value, std::less<>>;
-
-    [[nodiscard]] static std::string textOf(const Value& value);
-    [[nodiscard]] static Value valueOf(const std::string& text);
-    [[nodiscard]] static Values valuesOf(const QSettings& settings);
-
-    template <typename T>
-    [[nodiscard]] std::optional<T> value(std::string_view key) const;
     void write(std::string_view key, const std::optional<Value>& value);
 
     std::filesystem::path file_;
@@ -66,7 +47,7 @@ private:
     std::mutex writeMutex_;
     mutable std::mutex valuesMutex_;
     /// The last content read or written.
-    Values values_;
+    std::map<std::string, Value, std::less<>> values_;
 };
 
 } // namespace orvel

@@ -20,9 +20,9 @@ UpdateSchedule::UpdateSchedule(
       logStore_(logStore),
       check_(std::move(check)),
       choiceSaved_(std::move(choiceSaved)),
-      isAutomatic_(defaults.boolean(automaticKey).value_or(true)),
-      lastCheck_(defaults.date(lastCheckKey)),
-      skipped_(UpdateVersion::parse(defaults.string(skippedKey).value_or(""))) {}
+      isAutomatic_(storedValue<bool>(defaults, automaticKey).value_or(true)),
+      lastCheck_(storedValue<tavrin::Date>(defaults, lastCheckKey)),
+      skipped_(UpdateVersion::parse(storedValue<std::string>(defaults, skippedKey).value_or(""))) {}
 
 void UpdateSchedule::scheduleNext() {
     const tavrin::Seconds sinceLast = lastCheck_ ? clock_.now() - *lastCheck_ : checkInterval;
@@ -39,22 +39,21 @@ void UpdateSchedule::schedule(tavrin::Seconds delay) {
 
 void UpdateSchedule::setAutomatic(bool isAutomatic) {
     isAutomatic_ = isAutomatic;
-    saveChoice([isAutomatic](tavrin::UserDefaults& defaults) {
-        defaults.setBoolean(automaticKey, isAutomatic);
-    });
+    saveChoice(
+        [isAutomatic](tavrin::UserDefaults& defaults) { defaults.set(automaticKey, isAutomatic); });
 }
 
 void UpdateSchedule::recordCheck() {
     lastCheck_ = clock_.now();
     writer_.run([this, date = *lastCheck_] {
-        write([date](tavrin::UserDefaults& defaults) { defaults.setDate(lastCheckKey, date); });
+        write([date](tavrin::UserDefaults& defaults) { defaults.set(lastCheckKey, date); });
     });
 }
 
 void UpdateSchedule::skip(const UpdateVersion& version) {
     skipped_ = version;
     saveChoice([text = version.text()](tavrin::UserDefaults& defaults) {
-        defaults.setString(skippedKey, text);
+        defaults.set(skippedKey, text);
     });
 }
 

@@ -32,49 +32,14 @@ NSUserDefaults* defaultsOf(const std::string& identifier) {
 FoundationUserDefaults::FoundationUserDefaults(const std::string& identifier)
     : defaults_(defaultsOf(identifier)) {}
 
-std::optional<std::string> FoundationUserDefaults::string(std::string_view key) const {
+std::optional<tavrin::UserDefaults::Value>
+FoundationUserDefaults::value(std::string_view key) const {
     @autoreleasepool {
-        return values::string([defaults_ objectForKey:nsString(key)]);
+        return values::value([defaults_ objectForKey:nsString(key)]);
     }
 }
 
-std::optional<std::int64_t> FoundationUserDefaults::integer(std::string_view key) const {
-    @autoreleasepool {
-        return values::integer([defaults_ objectForKey:nsString(key)]);
-    }
-}
-
-std::optional<bool> FoundationUserDefaults::boolean(std::string_view key) const {
-    @autoreleasepool {
-        return values::boolean([defaults_ objectForKey:nsString(key)]);
-    }
-}
-
-std::optional<tavrin::Date> FoundationUserDefaults::date(std::string_view key) const {
-    @autoreleasepool {
-        return values::date([defaults_ objectForKey:nsString(key)]);
-    }
-}
-
-void FoundationUserDefaults::setString(std::string_view key, std::string_view value) {
-    @autoreleasepool {
-        write(key, values::object(value));
-    }
-}
-
-void FoundationUserDefaults::setInteger(std::string_view key, std::int64_t value) {
-    @autoreleasepool {
-        write(key, values::object(value));
-    }
-}
-
-void FoundationUserDefaults::setBoolean(std::string_view key, bool value) {
-    @autoreleasepool {
-        write(key, values::object(value));
-    }
-}
-
-void FoundationUserDefaults::setDate(std::string_view key, tavrin::Date value) {
+void FoundationUserDefaults::set(std::string_view key, Value value) {
     @autoreleasepool {
         write(key, values::object(value));
     }

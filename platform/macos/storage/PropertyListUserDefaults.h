@@ -22,15 +22,8 @@ public:
     /// Treats a missing file as empty. Throws `tavrin::PlatformError` if the file cannot be read.
     explicit PropertyListUserDefaults(const std::filesystem::path& file);
 
-    [[nodiscard]] std::optional<std::string> string(std::string_view key) const override;
-    [[nodiscard]] std::optional<std::int64_t> integer(std::string_view key) const override;
-    [[nodiscard]] std::optional<bool> boolean(std::string_view key) const override;
-    [[nodiscard]] std::optional<tavrin::Date> date(std::string_view key) const override;
-
-    void setString(std::string_view key, std::string_view value) override;
-    void setInteger(std::string_view key, std::int64_t value) override;
-    void setBoolean(std::string_view key, bool value) override;
-    void setDate(std::string_view key, tavrin::Date value) override;
+    [[nodiscard]] std::optional<Value> value(std::string_view key) const override;
+    void set(std::string_view key, Value value) override;
     void remove(std::string_view key) override;
 
 private:

@@ -145,49 +145,14 @@ private:
 PropertyListUserDefaults::PropertyListUserDefaults(const std::filesystem::path& file)
     : file_(std::filesystem::absolute(file)), values_(valuesIn(file_)) {}
 
-std::optional<std::string> PropertyListUserDefaults::string(std::string_view key) const {
+std::optional<tavrin::UserDefaults::Value>
+PropertyListUserDefaults::value(std::string_view key) const {
     @autoreleasepool {
-        return values::string(object(key));
+        return values::value(object(key));
     }
 }
 
-std::optional<std::int64_t> PropertyListUserDefaults::integer(std::string_view key) const {
-    @autoreleasepool {
-        return values::integer(object(key));
-    }
-}
-
-std::optional<bool> PropertyListUserDefaults::boolean(std::string_view key) const {
-    @autoreleasepool {
-        return values::boolean(object(key));
-    }
-}
-
-std::optional<tavrin::Date> PropertyListUserDefaults::date(std::string_view key) const {
-    @autoreleasepool {
-        return values::date(object(key));
-    }
-}
-
-void PropertyListUserDefaults::setString(std::string_view key, std::string_view value) {
-    @autoreleasepool {
-        write(key, values::object(value));
-    }
-}
-
-void PropertyListUserDefaults::setInteger(std::string_view key, std::int64_t value) {
-    @autoreleasepool {
-        write(key, values::object(value));
-    }
-}
-
-void PropertyListUserDefaults::setBoolean(std::string_view key, bool value) {
-    @autoreleasepool {
-        write(key, values::object(value));
-    }
-}
-
-void PropertyListUserDefaults::setDate(std::string_view key, tavrin::Date value) {
+void PropertyListUserDefaults::set(std::string_view key, Value value) {
     @autoreleasepool {
         write(key, values::object(value));
     }

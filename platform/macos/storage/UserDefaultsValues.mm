@@ -6,69 +6,45 @@
 #import <CoreFoundation/CoreFoundation.h>
 
 #include <chrono>
+#include <cstdint>
+#include <string>
+#include <variant>
 
 namespace orvel::user_defaults_values {
 
-namespace {
-
-/// Booleans are also numbers. Only their type differs.
-bool isBoolean(NSNumber* number) {
-    return CFGetTypeID((__bridge CFTypeRef)number) == CFBooleanGetTypeID();
+id object(const tavrin::UserDefaults::Value& value) {
+    if (const auto* text = std::get_if<std::string>(&value)) {
+        return nsString(*text);
+    }
+    if (const auto* integer = std::get_if<std::int64_t>(&value)) {
+        return [NSNumber numberWithLongLong:*integer];
+    }
+    if (const auto* boolean = std::get_if<bool>(&value)) {
+        return [NSNumber numberWithBool:*boolean ? YES : NO];
+    }
+    return nsDate(std::chrono::round<std::chrono::milliseconds>(std::get<tavrin::Date>(value)));
 }
 
-NSNumber* numberIn(id object) {
-    return [object isKindOfClass:[NSNumber class]] ? object : nil;
-}
-
-} // namespace
-
-id object(std::string_view text) {
-    return nsString(text);
-}
-
-id object(std::int64_t integer) {
-    return [NSNumber numberWithLongLong:integer];
-}
-
-id object(bool boolean) {
-    return [NSNumber numberWithBool:boolean ? YES : NO];
-}
-
-id object(tavrin::Date date) {
-    return nsDate(std::chrono::round<std::chrono::milliseconds>(date));
-}
-
-std::optional<std::string> string(id object) {
-    if (![object isKindOfClass:[NSString class]]) {
+std::optional<tavrin::UserDefaults::Value> value(id object) {
+    NSString* const text = [object isKindOfClass:[NSString class]] ? object : nil;
+    if (text != nil) {
+        return utf8(text);
+    }
+    NSDate* const date = [object isKindOfClass:[NSDate class]] ? object : nil;
+    if (date != nil) {
+        // The system uses another reference date, so the conversion loses the last bits of a
+        // fraction.
+        return std::chrono::round<std::chrono::milliseconds>(dateOf(date));
+    }
+    NSNumber* const number = [object isKindOfClass:[NSNumber class]] ? object : nil;
+    // Booleans are also numbers. Only their type differs.
+    if (number != nil && CFGetTypeID((__bridge CFTypeRef)number) == CFBooleanGetTypeID()) {
+        return number.boolValue == YES;
+    }
+    if (number == nil || CFNumberIsFloatType((__bridge CFNumberRef)number) != 0) {
         return std::nullopt;
     }
-    return utf8(object);
-}
-
-std::optional<std::int64_t> integer(id object) {
-    NSNumber* const number = numberIn(object);
-    if (number == nil || isBoolean(number) ||
-        CFNumberIsFloatType((__bridge CFNumberRef)number) != 0) {
-        return std::nullopt;
-    }
-    return number.longLongValue;
-}
-
-std::optional<bool> boolean(id object) {
-    NSNumber* const number = numberIn(object);
-    if (number == nil || !isBoolean(number)) {
-        return std::nullopt;
-    }
-    return number.boolValue == YES;
-}
-
-std::optional<tavrin::Date> date(id object) {
-    NSDate* const stored = [object isKindOfClass:[NSDate class]] ? object : nil;
-    if (stored == nil) {
-        return std::nullopt;
-    }
-    // The system uses another reference date, so the conversion loses the last bits of a fraction.
-    return std::chrono::round<std::chrono::milliseconds>(dateOf(stored));
+    return std::int64_t{number.longLongValue};
 }
 
 } // namespace orvel::user_defaults_values

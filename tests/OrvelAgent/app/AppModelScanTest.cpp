@@ -46,7 +46,7 @@ TEST_F(AppModelScanTest, WithoutKnownContactsAKnownContactsScanFails) {
 
 TEST_F(AppModelScanTest, WithoutKnownContactsAScanOfAllThreadsStillRuns) {
     addMessages(1);
-    with_.userDefaults.setString("collection.scope", "allThreads");
+    with_.userDefaults.set("collection.scope", "allThreads");
     with_.service.setAnswer(FakeService::digestPath, 503, "Busy.");
     beginSignedIn();
     EXPECT_EQ(nextWait(), 900);

@@ -23,9 +23,9 @@ class SavedChoicesTest : public AppModelFixture {};
 } // namespace
 
 TEST_F(SavedChoicesTest, ReadsTheUsersChoices) {
-    with_.userDefaults.setString("collection.mode", "metadataOnly");
-    with_.userDefaults.setString("collection.scope", "allThreads");
-    with_.userDefaults.setBoolean("startAtLogin", true);
+    with_.userDefaults.set("collection.mode", "metadataOnly");
+    with_.userDefaults.set("collection.scope", "allThreads");
+    with_.userDefaults.set("startAtLogin", true);
     begin();
     EXPECT_EQ(model_->mode(), CollectionMode::MetadataOnly);
     EXPECT_EQ(model_->scope(), ThreadScope::AllThreads);
@@ -44,9 +44,9 @@ TEST_F(SavedChoicesTest, ChoicesApplyAtOnceAndAreSaved) {
     EXPECT_EQ(model_->scope(), ThreadScope::AllThreads);
     EXPECT_TRUE(model_->startAtLogin());
     EXPECT_TRUE(waitUntil([this] { return with_.userDefaults.contains("startAtLogin"); }));
-    EXPECT_EQ(with_.userDefaults.string("collection.mode"), "metadataOnly");
-    EXPECT_EQ(with_.userDefaults.string("collection.scope"), "allThreads");
-    EXPECT_EQ(with_.userDefaults.boolean("startAtLogin"), true);
+    EXPECT_EQ(storedValue<std::string>(with_.userDefaults, "collection.mode"), "metadataOnly");
+    EXPECT_EQ(storedValue<std::string>(with_.userDefaults, "collection.scope"), "allThreads");
+    EXPECT_EQ(storedValue<bool>(with_.userDefaults, "startAtLogin"), true);
 }
 
 TEST_F(SavedChoicesTest, SavesTheLastOfManyChoices) {
@@ -56,7 +56,8 @@ TEST_F(SavedChoicesTest, SavesTheLastOfManyChoices) {
         model_->setScope(ThreadScope::KnownContactsOnly);
     }
     model_.reset();
-    EXPECT_EQ(with_.userDefaults.string("collection.scope"), "knownContactsOnly");
+    EXPECT_EQ(
+        storedValue<std::string>(with_.userDefaults, "collection.scope"), "knownContactsOnly");
 }
 
 TEST_F(SavedChoicesTest, AChoiceThatCannotBeSavedAppliesAndIsReported) {
@@ -101,8 +102,8 @@ TEST_F(SavedChoicesTest, SavesTheLastChoiceBeforeDestruction) {
     model_->setMode(CollectionMode::MetadataOnly);
     model_->setStartAtLogin(true);
     model_.reset();
-    EXPECT_EQ(with_.userDefaults.string("collection.mode"), "metadataOnly");
-    EXPECT_EQ(with_.userDefaults.boolean("startAtLogin"), true);
+    EXPECT_EQ(storedValue<std::string>(with_.userDefaults, "collection.mode"), "metadataOnly");
+    EXPECT_EQ(storedValue<bool>(with_.userDefaults, "startAtLogin"), true);
 }
 
 } // namespace orvel::test

@@ -22,7 +22,7 @@ TEST(WatermarkStoreTest, WithNothingStoredTheWalkBeginsAtTheNewestMessage) {
 
 TEST(WatermarkStoreTest, ACursorThatIsNotAnIntegerReadsAsTheStart) {
     InMemoryUserDefaults defaults;
-    defaults.setString("messages.backfill.cursor", "12");
+    defaults.set("messages.backfill.cursor", "12");
     EXPECT_EQ(WatermarkStore(defaults).backfillCursor(), 9223372036854775807);
 }
 
@@ -34,11 +34,11 @@ TEST(WatermarkStoreTest, ValuesAreStoredUnderTheirKeys) {
     store.setBackfillCursor(7);
     store.setBackfillDone(true);
     store.setMessagesLast24h(3, now);
-    EXPECT_EQ(defaults.integer("messages.rowid.watermark"), 12);
-    EXPECT_EQ(defaults.integer("messages.backfill.cursor"), 7);
-    EXPECT_EQ(defaults.boolean("messages.backfill.done"), true);
-    EXPECT_EQ(defaults.integer("messages.last24h.count"), 3);
-    EXPECT_EQ(defaults.date("messages.last24h.at"), now);
+    EXPECT_EQ(storedValue<std::int64_t>(defaults, "messages.rowid.watermark"), 12);
+    EXPECT_EQ(storedValue<std::int64_t>(defaults, "messages.backfill.cursor"), 7);
+    EXPECT_EQ(storedValue<bool>(defaults, "messages.backfill.done"), true);
+    EXPECT_EQ(storedValue<std::int64_t>(defaults, "messages.last24h.count"), 3);
+    EXPECT_EQ(storedValue<tavrin::Date>(defaults, "messages.last24h.at"), now);
     EXPECT_EQ(store.watermark(), 12);
     EXPECT_EQ(store.backfillCursor(), 7);
     EXPECT_TRUE(store.isBackfillDone());

@@ -54,7 +54,7 @@ TEST_F(WindowGeometryTest, CentresAWindowWhoseScreenIsGone) {
 }
 
 TEST_F(WindowGeometryTest, IgnoresAnInvalidSavedGeometry) {
-    defaults_.setString("window.a-window", "nonsense");
+    defaults_.set("window.a-window", "nonsense");
     EXPECT_FALSE(WindowGeometry(defaults_).restore(window_));
 }
 

@@ -120,15 +120,15 @@ TEST_F(LinuxPlatformTest, StartsThisProgramAtLogin) {
 }
 
 TEST_F(LinuxPlatformTest, KeepsTheUserDefaultsInTheConfigurationFolder) {
-    makePlatform(options_).userDefaults->setInteger("k", 1);
+    makePlatform(options_).userDefaults->set("k", 1);
     EXPECT_TRUE(std::filesystem::exists(folder_ / "orvel-agent" / "defaults.conf"));
-    EXPECT_EQ(makePlatform(options_).userDefaults->integer("k"), 1);
+    EXPECT_EQ(storedValue<std::int64_t>(*makePlatform(options_).userDefaults, "k"), 1);
 }
 
 TEST_F(LinuxPlatformTest, KeepsUserDefaultsInAnotherFileOnRequest) {
-    makeUserDefaults(folder_ / "other.conf")->setInteger("k", 1);
-    EXPECT_EQ(makeUserDefaults(folder_ / "other.conf")->integer("k"), 1);
-    EXPECT_FALSE(makePlatform(options_).userDefaults->integer("k"));
+    makeUserDefaults(folder_ / "other.conf")->set("k", 1);
+    EXPECT_EQ(storedValue<std::int64_t>(*makeUserDefaults(folder_ / "other.conf"), "k"), 1);
+    EXPECT_FALSE(storedValue<std::int64_t>(*makePlatform(options_).userDefaults, "k"));
 }
 
 TEST_F(LinuxPlatformTest, TrustsTheExtraCertificatesOfTheBundleAndOfTheOptions) {

@@ -10,7 +10,6 @@
 #include <mutex>
 #include <string>
 #include <utility>
-#include <variant>
 
 namespace orvel::test {
 
@@ -31,43 +30,12 @@ public:
         return values_.find(key) != values_.end();
     }
 
-    [[nodiscard]] std::optional<std::string> string(std::string_view key) const override {
-        return value<std::string>(key);
-    }
-    [[nodiscard]] std::optional<std::int64_t> integer(std::string_view key) const override {
-        return value<std::int64_t>(key);
-    }
-    [[nodiscard]] std::optional<bool> boolean(std::string_view key) const override {
-        return value<bool>(key);
-    }
-    [[nodiscard]] std::optional<tavrin::Date> date(std::string_view key) const override {
-        return value<tavrin::Date>(key);
-    }
-
-    void setString(std::string_view key, std::string_view value) override {
-        set(key, std::string(value));
-    }
-    void setInteger(std::string_view key, std::int64_t value) override { set(key, value); }
-    void setBoolean(std::string_view key, bool value) override { set(key, value); }
-    void setDate(std::string_view key, tavrin::Date value) override { set(key, value); }
-    void remove(std::string_view key) override {
-        const std::lock_guard lock(mutex_);
-        checkWritable();
-        values_.erase(std::string(key));
-    }
-
-private:
-    using Value = std::variant<std::string, std::int64_t, bool, tavrin::Date>;
-
-    template <typename T>
-    std::optional<T> value(std::string_view key) const {
+    [[nodiscard]] std::optional<Value> value(std::string_view key) const override {
         const std::lock_guard lock(mutex_);
         const auto found = values_.find(key);
-        const T* value = found == values_.end() ? nullptr : std::get_if<T>(&found->second);
-        return value == nullptr ? std::nullopt : std::optional(*value);
+        return found == values_.end() ? std::nullopt : std::optional(found->second);
     }
-
-    void set(std::string_view key, Value value) {
+    void set(std::string_view key, Value value) override {
         if (onWrite_) {
             onWrite_();
         }
@@ -75,7 +43,13 @@ private:
         checkWritable();
         values_.insert_or_assign(std::string(key), std::move(value));
     }
+    void remove(std::string_view key) override {
+        const std::lock_guard lock(mutex_);
+        checkWritable();
+        values_.erase(std::string(key));
+    }
 
+private:
     void checkWritable() const {
         if (failsWrites_) {
             throw tavrin::PlatformError::fromErrno(ENOSPC, "Could not write the settings");

@@ -247,7 +247,7 @@ TEST_F(MenuBarContentViewTest, ADayWithoutMessagesShowsASentence) {
 
 TEST_F(MenuBarContentViewTest, OneMessageUsesThePluralForm) {
     show(AgentState::NothingWrong);
-    agent_->with.userDefaults.setInteger(tavrin::UserDefaultsKeys::last24hKey, 1);
+    agent_->with.userDefaults.set(tavrin::UserDefaultsKeys::last24hKey, 1);
     Q_EMIT agent_->model().changed();
     EXPECT_EQ(text({"messageCount"}), "1 messages scanned in the last 24 hours");
 }
@@ -301,7 +301,7 @@ TEST_F(MenuBarContentViewTest, TheAttentionFlashDoesNotUpdateThePanel) {
     show(AgentState::SignedOut);
     const std::string before = text({"messageCount"});
     // This value emits no signal, so only an update of the panel would show it.
-    agent_->with.userDefaults.setInteger(tavrin::UserDefaultsKeys::last24hKey, 7);
+    agent_->with.userDefaults.set(tavrin::UserDefaultsKeys::last24hKey, 7);
     agent_->with.clock.advance(AttentionFlash::brandDuration);
     ASSERT_TRUE(agent_->model().attentionFlashOn());
     agent_->with.clock.advance(AttentionFlash::alertDuration);

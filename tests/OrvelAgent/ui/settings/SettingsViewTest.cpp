@@ -155,9 +155,9 @@ TEST_F(SettingsViewTest, ShowsTheVersionAndTheBuild) {
 }
 
 TEST_F(SettingsViewTest, ShowsTheCurrentChoices) {
-    with_.userDefaults.setString("collection.mode", "metadataOnly");
-    with_.userDefaults.setString("collection.scope", "allThreads");
-    with_.userDefaults.setBoolean("startAtLogin", true);
+    with_.userDefaults.set("collection.mode", "metadataOnly");
+    with_.userDefaults.set("collection.scope", "allThreads");
+    with_.userDefaults.set("startAtLogin", true);
     with_.softwareUpdater.setAutomaticallyChecksForUpdates(false);
     open();
     EXPECT_EQ(picker("mode")->currentIndex(), 0);
@@ -201,20 +201,21 @@ TEST_F(SettingsViewTest, APickedChoiceAppliesAtOnceAndIsSaved) {
     EXPECT_EQ(model_->mode(), CollectionMode::MetadataOnly);
     EXPECT_EQ(model_->scope(), ThreadScope::AllThreads);
     EXPECT_TRUE(waitUntil([this] {
-        return with_.userDefaults.string("collection.mode") == "metadataOnly" &&
-               with_.userDefaults.string("collection.scope") == "allThreads";
+        return storedValue<std::string>(with_.userDefaults, "collection.mode") == "metadataOnly" &&
+               storedValue<std::string>(with_.userDefaults, "collection.scope") == "allThreads";
     }));
 }
 
 TEST_F(SettingsViewTest, OnlyTheReScanChangesTheProgress) {
-    with_.userDefaults.setInteger(tavrin::UserDefaultsKeys::highKey, 7);
-    with_.userDefaults.setBoolean(tavrin::UserDefaultsKeys::backfillDoneKey, true);
+    with_.userDefaults.set(tavrin::UserDefaultsKeys::highKey, 7);
+    with_.userDefaults.set(tavrin::UserDefaultsKeys::backfillDoneKey, true);
     open();
     showTab(1);
     pick("mode", 0);
     pick("scope", 1);
-    ASSERT_TRUE(waitUntil(
-        [this] { return with_.userDefaults.string("collection.scope") == "allThreads"; }));
+    ASSERT_TRUE(waitUntil([this] {
+        return storedValue<std::string>(with_.userDefaults, "collection.scope") == "allThreads";
+    }));
     EXPECT_EQ(model_->watermarkStore().watermark(), 7);
     EXPECT_TRUE(model_->watermarkStore().isBackfillDone());
     button("rescan")->click();

@@ -36,7 +36,7 @@ using Fields = AddressBook::Fields;
 class EvolutionAddressBookCase : public testing::Test {
 protected:
     /// Call before the address book is created.
-    void grantAccess() { defaults_.setString("contacts.access", "granted"); }
+    void grantAccess() { defaults_.set("contacts.access", "granted"); }
 
     EvolutionAddressBook& addressBook() {
         if (!addressBook_) {
@@ -105,7 +105,7 @@ TEST_F(EvolutionAddressBookTest, StoresTheGrant) {
         answer_(true);
     };
     ASSERT_TRUE(requestAccess(addressBook()));
-    EXPECT_EQ(defaults_.string("contacts.access"), "granted");
+    EXPECT_EQ(storedValue<std::string>(defaults_, "contacts.access"), "granted");
     addressBook_.reset();
     EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::AuthorizationStatus::Authorized);
 }
@@ -169,12 +169,12 @@ TEST_F(EvolutionAddressBookTest, AQuestionAnsweredBeforeItComesToTheFrontIsNotAs
 }
 
 TEST_F(EvolutionAddressBookTest, IgnoresARefusalStoredByAnEarlierVersion) {
-    defaults_.setString("contacts.access", "denied");
+    defaults_.set("contacts.access", "denied");
     EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::AuthorizationStatus::NotDetermined);
 }
 
 TEST_F(EvolutionAddressBookTest, IgnoresAnUnknownStoredAnswer) {
-    defaults_.setString("contacts.access", "perhaps");
+    defaults_.set("contacts.access", "perhaps");
     EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::AuthorizationStatus::NotDetermined);
 }
 

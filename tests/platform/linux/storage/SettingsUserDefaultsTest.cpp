@@ -119,11 +119,11 @@ TEST_F(SettingsUserDefaultsTest, TheDefaultFileIsInTheUsersConfigurationFolder) 
 
 TEST_F(SettingsUserDefaultsTest, WritesTextThatAPersonCanRead) {
     SettingsUserDefaults defaults(file_);
-    defaults.setString("collection.mode", "metadataOnly");
-    defaults.setBoolean("messages.backfill.done", true);
-    defaults.setInteger("messages.rowid.watermark", 4711);
-    defaults.setDate("messages.last24h.at", dateOf(1'710'003'942.123));
-    defaults.setString("other", "12");
+    defaults.set("collection.mode", "metadataOnly");
+    defaults.set("messages.backfill.done", true);
+    defaults.set("messages.rowid.watermark", 4711);
+    defaults.set("messages.last24h.at", dateOf(1'710'003'942.123));
+    defaults.set("other", "12");
     EXPECT_EQ(
         text(),
         "collection.mode=metadataOnly\n"
@@ -143,33 +143,34 @@ TEST_F(SettingsUserDefaultsTest, ReadsWhatAPersonWrote) {
               "empty=\n"
               "long=9223372036854775808");
     const SettingsUserDefaults defaults(file_);
-    EXPECT_EQ(defaults.string("collection.mode"), "metadataOnly");
-    EXPECT_EQ(defaults.integer("messages.rowid.watermark"), 4711);
-    EXPECT_EQ(defaults.integer("fraction"), std::nullopt);
-    EXPECT_EQ(defaults.integer("list"), std::nullopt);
-    EXPECT_EQ(defaults.string("list"), "1,2");
-    EXPECT_EQ(defaults.string("empty"), "");
-    EXPECT_EQ(defaults.integer("long"), std::nullopt);
+    EXPECT_EQ(storedValue<std::string>(defaults, "collection.mode"), "metadataOnly");
+    EXPECT_EQ(storedValue<std::int64_t>(defaults, "messages.rowid.watermark"), 4711);
+    EXPECT_EQ(storedValue<std::int64_t>(defaults, "fraction"), std::nullopt);
+    EXPECT_EQ(storedValue<std::int64_t>(defaults, "list"), std::nullopt);
+    EXPECT_EQ(storedValue<std::string>(defaults, "list"), "1,2");
+    EXPECT_EQ(storedValue<std::string>(defaults, "empty"), "");
+    EXPECT_EQ(storedValue<std::int64_t>(defaults, "long"), std::nullopt);
 }
 
 TEST_F(SettingsUserDefaultsTest, AnotherProcessSeesAWriteOnceItReturns) {
     SettingsUserDefaults defaults(file_);
-    defaults.setInteger("integer", largest);
-    defaults.setString("string", " \xC3\xA9\n,");
-    defaults.setBoolean("boolean", false);
-    defaults.setDate("date", dateOf(1'710'003'942.123));
+    defaults.set("integer", largest);
+    defaults.set("string", " \xC3\xA9\n,");
+    defaults.set("boolean", false);
+    defaults.set("date", dateOf(1'710'003'942.123));
     EXPECT_TRUE(holdsInAnotherProcess([this] {
         const SettingsUserDefaults theirs(file_);
-        return theirs.integer("integer") == largest && theirs.string("string") == " \xC3\xA9\n," &&
-               theirs.boolean("boolean") == false &&
-               theirs.date("date") == dateOf(1'710'003'942.123);
+        return storedValue<std::int64_t>(theirs, "integer") == largest &&
+               storedValue<std::string>(theirs, "string") == " \xC3\xA9\n," &&
+               storedValue<bool>(theirs, "boolean") == false &&
+               storedValue<tavrin::Date>(theirs, "date") == dateOf(1'710'003'942.123);
     }));
 }
 
 TEST_F(SettingsUserDefaultsTest, OnlyTheOwnerMayReadTheFile) {
     SettingsUserDefaults defaults(file_);
     for (const int value : {1, 2}) {
-        defaults.setInteger("k", value);
+        defaults.set("k", value);
         EXPECT_EQ(modeOf(file_), 0600U);
     }
     EXPECT_EQ(modeOf(file_.parent_path()), 0700U);
@@ -178,10 +179,10 @@ TEST_F(SettingsUserDefaultsTest, OnlyTheOwnerMayReadTheFile) {
 
 TEST_F(SettingsUserDefaultsTest, ReplacesTheFileAndLeavesNoneBehind) {
     SettingsUserDefaults defaults(file_);
-    defaults.setInteger("k", 1);
+    defaults.set("k", 1);
     // A hard link keeps the first file, whose content must not change.
     std::filesystem::create_hard_link(file_, folder_ / "first");
-    defaults.setInteger("k", 2);
+    defaults.set("k", 2);
     std::ifstream first(folder_ / "first");
     const std::string content{std::istreambuf_iterator<char>(first), {}};
     EXPECT_EQ(content, "k=1\n");
@@ -190,23 +191,23 @@ TEST_F(SettingsUserDefaultsTest, ReplacesTheFileAndLeavesNoneBehind) {
 
 TEST_F(SettingsUserDefaultsTest, ProcessesChangeOnlyTheKeysTheySet) {
     SettingsUserDefaults defaults(file_);
-    defaults.setInteger("ours", 1);
-    defaults.setInteger("theirs", 1);
+    defaults.set("ours", 1);
+    defaults.set("theirs", 1);
     EXPECT_TRUE(holdsInAnotherProcess([this] {
         SettingsUserDefaults theirs(file_);
-        theirs.setInteger("theirs", 2222);
-        theirs.setInteger("new", 3);
+        theirs.set("theirs", 2222);
+        theirs.set("new", 3);
         return true;
     }));
-    defaults.setInteger("ours", 4);
+    defaults.set("ours", 4);
     EXPECT_EQ(text(), "new=3\nours=4\ntheirs=2222\n");
-    EXPECT_EQ(defaults.integer("theirs"), 2222);
-    EXPECT_EQ(defaults.integer("new"), 3);
+    EXPECT_EQ(storedValue<std::int64_t>(defaults, "theirs"), 2222);
+    EXPECT_EQ(storedValue<std::int64_t>(defaults, "new"), 3);
 }
 
 TEST_F(SettingsUserDefaultsTest, AFolderThatMayNotBeWrittenFailsTheWrite) {
     SettingsUserDefaults defaults(file_);
-    defaults.setInteger("k", 1);
+    defaults.set("k", 1);
     const std::string before = text();
     // Other users may enter the folder, but not change it.
     std::filesystem::permissions(folder_.path(), std::filesystem::perms(0755));
@@ -215,26 +216,26 @@ TEST_F(SettingsUserDefaultsTest, AFolderThatMayNotBeWrittenFailsTheWrite) {
     std::filesystem::permissions(file_, std::filesystem::perms(0644));
     {
         const UnprivilegedUser user;
-        const PlatformError failure = errorOf([&defaults] { defaults.setInteger("k", 2); });
+        const PlatformError failure = errorOf([&defaults] { defaults.set("k", 2); });
         EXPECT_EQ(failure.code(), EACCES);
         EXPECT_STREQ(failure.what(), "Could not save the agent's settings: Permission denied");
     }
-    EXPECT_EQ(defaults.integer("k"), 1);
+    EXPECT_EQ(storedValue<std::int64_t>(defaults, "k"), 1);
     EXPECT_EQ(text(), before);
     std::filesystem::permissions(file_.parent_path(), std::filesystem::perms(0755));
 }
 
 TEST_F(SettingsUserDefaultsTest, TheNextWriteDoesNotRepeatAFailedOne) {
     SettingsUserDefaults defaults(file_);
-    defaults.setInteger("k", 1);
+    defaults.set("k", 1);
     {
         const FileSizeLimit limit(1024);
         const PlatformError failure =
-            errorOf([&defaults] { defaults.setString("k", std::string(4096, 'x')); });
+            errorOf([&defaults] { defaults.set("k", std::string(4096, 'x')); });
         EXPECT_EQ(failure.code(), EFBIG);
         EXPECT_EQ(text(), "k=1\n");
     }
-    defaults.setInteger("later", 2);
+    defaults.set("later", 2);
     EXPECT_EQ(text(), "k=1\nlater=2\n");
     EXPECT_EQ(fileNames(), (std::vector<std::string>{"defaults.conf"}));
 }
@@ -243,17 +244,17 @@ TEST_F(SettingsUserDefaultsTest, AFullDiskFailsTheWriteWithItsReason) {
     constexpr std::size_t size = std::size_t{1} << 20;
     const SmallDisk disk(folder_.path(), size);
     SettingsUserDefaults defaults(file_);
-    defaults.setInteger("k", 1);
+    defaults.set("k", 1);
     const PlatformError failure =
-        errorOf([&defaults] { defaults.setString("k", std::string(2 * size, 'x')); });
+        errorOf([&defaults] { defaults.set("k", std::string(2 * size, 'x')); });
     EXPECT_EQ(failure.code(), disk.errorWhenFull());
     EXPECT_EQ(
         std::string(failure.what()),
         "Could not save the agent's settings: " +
             std::generic_category().message(disk.errorWhenFull()));
-    EXPECT_EQ(defaults.integer("k"), 1);
+    EXPECT_EQ(storedValue<std::int64_t>(defaults, "k"), 1);
     EXPECT_EQ(text(), "k=1\n");
-    defaults.setInteger("k", 2);
+    defaults.set("k", 2);
     EXPECT_EQ(text(), "k=2\n");
 }
 
@@ -296,18 +297,19 @@ TEST_F(SettingsUserDefaultsTest, APipeInPlaceOfTheFileFailsWithoutBlocking) {
 
 TEST_F(SettingsUserDefaultsTest, AReadDoesNotWaitForAWrite) {
     SettingsUserDefaults defaults(file_);
-    defaults.setInteger("k", 1);
+    defaults.set("k", 1);
     // Held like by another writing process, so that this process's write waits.
     QLockFile lock(QString::fromStdString(file_.string() + ".lock"));
     ASSERT_TRUE(lock.lock());
-    auto writer = std::async(std::launch::async, [&defaults] { defaults.setInteger("k", 2); });
-    auto reader = std::async(std::launch::async, [&defaults] { return defaults.integer("k"); });
+    auto writer = std::async(std::launch::async, [&defaults] { defaults.set("k", 2); });
+    auto reader = std::async(
+        std::launch::async, [&defaults] { return storedValue<std::int64_t>(defaults, "k"); });
     EXPECT_EQ(reader.wait_for(std::chrono::seconds(20)), std::future_status::ready);
     EXPECT_EQ(writer.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
     EXPECT_EQ(reader.get(), 1);
     lock.unlock();
     writer.get();
-    EXPECT_EQ(defaults.integer("k"), 2);
+    EXPECT_EQ(storedValue<std::int64_t>(defaults, "k"), 2);
 }
 
 TEST_F(SettingsUserDefaultsTest, KeepsTheWritesOfSeveralThreads) {
@@ -317,8 +319,8 @@ TEST_F(SettingsUserDefaultsTest, KeepsTheWritesOfSeveralThreads) {
         threads.emplace_back([&defaults, index] {
             const std::string key = "thread" + std::to_string(index);
             for (int value = 1; value <= 5; ++value) {
-                defaults.setInteger(key, value);
-                EXPECT_EQ(defaults.integer(key), value);
+                defaults.set(key, value);
+                EXPECT_EQ(storedValue<std::int64_t>(defaults, key), value);
             }
         });
     }

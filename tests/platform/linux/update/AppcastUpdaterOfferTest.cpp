@@ -127,7 +127,7 @@ TEST_F(AppcastUpdaterOfferTest, ASkippedVersionIsOfferedOnlyOnRequest) {
     pass(Seconds(0));
     updater().choose(Choice::Skip);
     updater_.reset();
-    EXPECT_EQ(defaults_.string(UpdateSchedule::skippedKey), "2.0");
+    EXPECT_EQ(storedValue<std::string>(defaults_, UpdateSchedule::skippedKey), "2.0");
     presenter_.clear();
 
     offer({item("2.0"), item("1.9")});

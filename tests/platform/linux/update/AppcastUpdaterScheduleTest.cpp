@@ -53,7 +53,7 @@ TEST_F(AppcastUpdaterScheduleTest, TheIntervalContinuesAcrossLaunches) {
 }
 
 TEST_F(AppcastUpdaterScheduleTest, ALastCheckInTheFutureDelaysByADayAtMost) {
-    defaults_.setDate(UpdateSchedule::lastCheckKey, clock_.now() + 1000 * day);
+    defaults_.set(UpdateSchedule::lastCheckKey, clock_.now() + 1000 * day);
     updater();
     EXPECT_EQ(clock_.untilNextTimer(), day);
 }
@@ -83,7 +83,7 @@ TEST_F(AppcastUpdaterScheduleTest, AutomaticChecksCanBeSwitchedOffForGood) {
     EXPECT_FALSE(updater().automaticallyChecksForUpdates());
     pass(3 * day);
     updater_.reset();
-    EXPECT_EQ(defaults_.boolean(UpdateSchedule::automaticKey), false);
+    EXPECT_EQ(storedValue<bool>(defaults_, UpdateSchedule::automaticKey), false);
     EXPECT_FALSE(updater().automaticallyChecksForUpdates());
     pass(3 * day);
     EXPECT_EQ(requests(), 0U);
@@ -122,7 +122,7 @@ TEST_F(AppcastUpdaterScheduleTest, SavesChoicesInOrderWithoutWaitingForTheDisk) 
     for (std::size_t count = 1; count <= 3; ++count) {
         disk.release();
         ASSERT_TRUE(runUntil([&] { return observer_.saved.size() == count; }));
-        written.push_back(*defaults_.boolean(UpdateSchedule::automaticKey));
+        written.push_back(*storedValue<bool>(defaults_, UpdateSchedule::automaticKey));
     }
     EXPECT_THAT(written, ElementsAre(false, true, false));
 }

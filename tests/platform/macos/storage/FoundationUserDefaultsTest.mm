@@ -33,29 +33,30 @@ protected:
 
 TEST_F(FoundationUserDefaultsTest, ReturnsEveryTypeAndNothingForAnother) {
     const tavrin::Date date(tavrin::Seconds(1'700'000'000.123));
-    defaults_->setString("string", "a\xC3\xA9");
-    defaults_->setInteger("integer", std::numeric_limits<std::int64_t>::max());
-    defaults_->setInteger("one", 1);
-    defaults_->setBoolean("boolean", true);
-    defaults_->setDate("date", date);
+    defaults_->set("string", "a\xC3\xA9");
+    defaults_->set("integer", std::numeric_limits<std::int64_t>::max());
+    defaults_->set("one", 1);
+    defaults_->set("boolean", true);
+    defaults_->set("date", date);
 
-    EXPECT_EQ(defaults_->string("string"), "a\xC3\xA9");
-    EXPECT_EQ(defaults_->integer("integer"), std::numeric_limits<std::int64_t>::max());
-    EXPECT_EQ(defaults_->boolean("boolean"), true);
-    EXPECT_EQ(defaults_->date("date"), date);
+    EXPECT_EQ(storedValue<std::string>(*defaults_, "string"), "a\xC3\xA9");
+    EXPECT_EQ(
+        storedValue<std::int64_t>(*defaults_, "integer"), std::numeric_limits<std::int64_t>::max());
+    EXPECT_EQ(storedValue<bool>(*defaults_, "boolean"), true);
+    EXPECT_EQ(storedValue<tavrin::Date>(*defaults_, "date"), date);
 
-    EXPECT_EQ(defaults_->integer("boolean"), std::nullopt);
-    EXPECT_EQ(defaults_->boolean("one"), std::nullopt);
-    EXPECT_EQ(defaults_->string("integer"), std::nullopt);
-    EXPECT_EQ(defaults_->date("string"), std::nullopt);
-    EXPECT_EQ(defaults_->string("missing"), std::nullopt);
+    EXPECT_EQ(storedValue<std::int64_t>(*defaults_, "boolean"), std::nullopt);
+    EXPECT_EQ(storedValue<bool>(*defaults_, "one"), std::nullopt);
+    EXPECT_EQ(storedValue<std::string>(*defaults_, "integer"), std::nullopt);
+    EXPECT_EQ(storedValue<tavrin::Date>(*defaults_, "string"), std::nullopt);
+    EXPECT_EQ(storedValue<std::string>(*defaults_, "missing"), std::nullopt);
 }
 
 TEST_F(FoundationUserDefaultsTest, AnotherObjectSeesWhatWasWritten) {
-    defaults_->setInteger("k", 7);
-    EXPECT_EQ(FoundationUserDefaults(suite_).integer("k"), 7);
+    defaults_->set("k", 7);
+    EXPECT_EQ(storedValue<std::int64_t>(FoundationUserDefaults(suite_), "k"), 7);
     defaults_->remove("k");
-    EXPECT_EQ(FoundationUserDefaults(suite_).integer("k"), std::nullopt);
+    EXPECT_EQ(storedValue<std::int64_t>(FoundationUserDefaults(suite_), "k"), std::nullopt);
 }
 
 } // namespace orvel::test
