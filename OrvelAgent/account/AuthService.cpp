@@ -21,6 +21,22 @@ QCoro::Task<> nothing() {
     co_return;
 }
 
+/// The tokens of a sign-in in the browser.
+QCoro::Task<FirebaseIdentity::Tokens> signInTokens(
+    DeviceAuth deviceAuth,
+    FirebaseIdentity identity,
+    APIClient api,
+    Logger log,
+    tavrin::CancellationToken cancellation) {
+    tavrin::Secret customToken = co_await deviceAuth.authorize(std::move(api), cancellation);
+    cancellation.throwIfCancelled();
+    log.log("sign-in: got custom token, exchanging for an ID token");
+    FirebaseIdentity::Tokens tokens =
+        co_await identity.signInWithCustomToken(std::move(customToken), cancellation);
+    cancellation.throwIfCancelled();
+    co_return tokens;
+}
+
 } // namespace
 
 AuthService::AuthService(const Dependencies& dependencies, Configuration configuration)
@@ -31,8 +47,8 @@ AuthService::AuthService(const Dependencies& dependencies, Configuration configu
       identity_(urlSession_, worker_, dependencies.clock, configuration_),
       deviceAuth_(dependencies.webAuthenticationSession, configuration_),
       log_(dependencies.logStore, "auth"),
-      sessions_(
-          std::make_shared<SessionStore>(dependencies.keychain, configuration_.bundleIdentifier())),
+      sessions_(std::make_shared<KeychainStore>(
+          dependencies.keychain, configuration_.bundleIdentifier())),
       tokens_(identity_, *sessions_, dependencies.clock, log_, [this] { signOut(); }),
       restoring_(restore(restoreCancellation_.token())) {}
 
@@ -41,10 +57,6 @@ AuthService::~AuthService() {
     restoreCancellation_.cancel();
     signInCancellation_.cancel();
     restoration_.reject(std::make_exception_ptr(tavrin::TaskCancelled()));
-}
-
-QCoro::Task<> AuthService::restored(tavrin::CancellationToken cancellation) {
-    return restoration_.settled(std::move(cancellation));
 }
 
 QCoro::Task<> AuthService::restore(tavrin::CancellationToken cancellation) {
@@ -79,25 +91,28 @@ QCoro::Task<> AuthService::signIn() {
     log_.log("sign-in: opening browser");
 
     Reference self = reference();
-    SignInAttempt attempt(deviceAuth_, identity_, client(noToken), log_);
+    DeviceAuth deviceAuth = deviceAuth_;
+    FirebaseIdentity identity = identity_;
+    Logger log = log_;
+    APIClient api = client(noToken);
     APIClient profileClient = client(tokenProvider(), sessionExpiredHandler());
-    tavrin::CancellationToken cancellation = signInCancellation_.token();
+    const tavrin::CancellationToken cancellation = signInCancellation_.token();
     publish();
-    return runSignIn(
-        std::move(self), std::move(attempt), std::move(profileClient), std::move(cancellation));
+    QCoro::Task<FirebaseIdentity::Tokens> tokens = signInTokens(
+        std::move(deviceAuth), std::move(identity), std::move(api), std::move(log), cancellation);
+    return runSignIn(std::move(self), std::move(tokens), std::move(profileClient), cancellation);
 }
 
 QCoro::Task<> AuthService::runSignIn(
     Reference self,
-    SignInAttempt attempt,
+    QCoro::Task<FirebaseIdentity::Tokens> tokens,
     APIClient profileClient,
     tavrin::CancellationToken cancellation) {
     std::exception_ptr failure;
     try {
-        const FirebaseIdentity::Tokens tokens =
-            co_await SignInAttempt::run(std::move(attempt), cancellation);
+        const FirebaseIdentity::Tokens received = co_await tokens;
         if (AuthService* const service = self.get()) {
-            service->acceptTokens(tokens);
+            service->acceptTokens(received);
         }
         co_await loadProfile(self, std::move(profileClient), cancellation);
     } catch (...) {
@@ -111,9 +126,7 @@ QCoro::Task<> AuthService::runSignIn(
 void AuthService::acceptTokens(const FirebaseIdentity::Tokens& tokens) {
     // Also cancels a refresh of the previous session.
     Waiters waiters{restoration_, tokens_.replace(tokens), tokens.idToken};
-    Session session;
-    session.refreshToken = tokens.refreshToken;
-    sessions_->save(session);
+    sessions_->save({tokens.refreshToken, {}, {}, {}});
     isSignedIn_ = true;
     log_.log("sign-in: succeeded");
     restoreCancellation_.cancel();
@@ -149,10 +162,6 @@ void AuthService::recordFailedSignIn(const std::exception_ptr& failure) {
     log_.error("sign-in FAILED: {}", *lastError_);
 }
 
-void AuthService::cancelSignIn() {
-    signInCancellation_.cancel();
-}
-
 void AuthService::signOut() {
     ++signOutCount_;
     sessions_->remove();
@@ -164,10 +173,6 @@ void AuthService::signOut() {
     lastError_.reset();
     restoreCancellation_.cancel();
     publish(std::move(waiters));
-}
-
-QCoro::Task<std::optional<tavrin::Secret>> AuthService::currentToken() {
-    return tokens_.currentToken();
 }
 
 APIClient::TokenProvider AuthService::tokenProvider() {
@@ -213,14 +218,14 @@ AuthService::loadProfile(Reference self, APIClient api, tavrin::CancellationToke
     if (service == nullptr) {
         co_return;
     }
-    const std::shared_ptr<const SessionStore> sessions = service->sessions_;
+    const std::shared_ptr<const KeychainStore> sessions = service->sessions_;
     const std::uint64_t signOutCount = service->signOutCount_;
     Profile profile;
     std::optional<Session> session;
     try {
         profile = co_await api.send<Profile, Empty>(
             "/api/v1/profile", "GET", nullptr, std::move(cancellation));
-        session = co_await SessionStore::loadLatest(sessions, self.lifetime);
+        session = co_await KeychainStore::loadLatest(sessions, self.lifetime);
     } catch (const std::exception&) {
         // The sign-in is complete without a profile.
         co_return;
@@ -254,10 +259,6 @@ void AuthService::publish(Waiters waiters) {
     if (waiters.restoration) {
         waiters.restoration->resolve();
     }
-}
-
-AuthService::Reference AuthService::reference() {
-    return {this, lifetime_.token()};
 }
 
 APIClient AuthService::client(

@@ -3,8 +3,7 @@
 
 #include "OrvelAgent/account/DeviceAuth.h"
 #include "OrvelAgent/account/FirebaseIdentity.h"
-#include "OrvelAgent/account/SessionStore.h"
-#include "OrvelAgent/account/SignInAttempt.h"
+#include "OrvelAgent/account/KeychainStore.h"
 #include "OrvelAgent/account/TokenRefresher.h"
 #include "OrvelAgent/base/Configuration.h"
 #include "OrvelAgent/base/Deferred.h"
@@ -27,6 +26,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace orvel {
 
@@ -59,7 +59,9 @@ public:
     /// Waits until the stored session has been read, or the user has signed in or out. The user may
     /// first have to unlock the keychain. Throws `tavrin::TaskCancelled` at once if cancelled or
     /// when this object is destroyed.
-    QCoro::Task<> restored(tavrin::CancellationToken cancellation = {});
+    QCoro::Task<> restored(tavrin::CancellationToken cancellation = {}) {
+        return restoration_.settled(std::move(cancellation));
+    }
 
     /// Signs in through the browser and updates the state that the queries below return. Never
     /// throws. Does nothing if a sign-in is running.
@@ -67,14 +69,14 @@ public:
 
     /// Ends the running sign-in without an error. A failure that happened before this call is still
     /// reported in `lastError`.
-    void cancelSignIn();
+    void cancelSignIn() { signInCancellation_.cancel(); }
 
     /// Deletes the session from memory and from the keychain.
     void signOut();
 
     /// A token that is valid for at least another minute, refreshed if needed. No value without a
     /// session or if the refresh fails.
-    QCoro::Task<std::optional<tavrin::Secret>> currentToken();
+    QCoro::Task<std::optional<tavrin::Secret>> currentToken() { return tokens_.currentToken(); }
 
     /// Callbacks for `APIClient`. They may outlive this object; then the first provides no token
     /// and the second does nothing.
@@ -126,7 +128,7 @@ private:
     QCoro::Task<> restore(tavrin::CancellationToken cancellation);
     static QCoro::Task<> runSignIn(
         Reference self,
-        SignInAttempt attempt,
+        QCoro::Task<FirebaseIdentity::Tokens> tokens,
         APIClient profileClient,
         tavrin::CancellationToken cancellation);
     static QCoro::Task<>
@@ -138,7 +140,7 @@ private:
     void recordFailedSignIn(const std::exception_ptr& failure);
     void publish(Waiters waiters = {});
 
-    [[nodiscard]] Reference reference();
+    [[nodiscard]] Reference reference() { return {this, lifetime_.token()}; }
     [[nodiscard]] APIClient
     client(APIClient::TokenProvider tokenProvider, APIClient::SessionExpiredHandler onExpired = {});
 
@@ -149,7 +151,7 @@ private:
     const FirebaseIdentity identity_;
     const DeviceAuth deviceAuth_;
     const Logger log_;
-    const std::shared_ptr<SessionStore> sessions_;
+    const std::shared_ptr<KeychainStore> sessions_;
     TokenRefresher tokens_;
 
     bool isSignedIn_ = false;

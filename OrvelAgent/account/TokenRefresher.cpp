@@ -29,7 +29,7 @@ bool isRevocation(const std::exception_ptr& failure) {
 
 TokenRefresher::TokenRefresher(
     FirebaseIdentity identity,
-    SessionStore& sessions,
+    KeychainStore& sessions,
     Clock& clock,
     Logger log,
     std::function<void()> onRevoked)

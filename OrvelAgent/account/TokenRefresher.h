@@ -2,7 +2,7 @@
 #pragma once
 
 #include "OrvelAgent/account/FirebaseIdentity.h"
-#include "OrvelAgent/account/SessionStore.h"
+#include "OrvelAgent/account/KeychainStore.h"
 #include "OrvelAgent/base/Deferred.h"
 #include "OrvelAgent/base/Logger.h"
 
@@ -12,7 +12,7 @@ namespace orvel {
 
 /// Holds the ID token in memory and refreshes it. At most one refresh runs at a time.
 ///
-/// Borrows the session store and the clock. Main thread. May be destroyed at any time. A running
+/// Borrows the keychain store and the clock. Main thread. May be destroyed at any time. A running
 /// refresh then ends at once without a token.
 class TokenRefresher final {
 public:
@@ -22,7 +22,7 @@ public:
     /// `replace` and resolve the result. It may destroy this object.
     TokenRefresher(
         FirebaseIdentity identity,
-        SessionStore& sessions,
+        KeychainStore& sessions,
         Clock& clock,
         Logger log,
         std::function<void()> onRevoked);
@@ -49,7 +49,7 @@ private:
     void setToken(const FirebaseIdentity::Tokens& tokens);
 
     const FirebaseIdentity identity_;
-    SessionStore& sessions_;
+    KeychainStore& sessions_;
     Clock& clock_;
     const Logger log_;
     const std::function<void()> onRevoked_;
