@@ -46,14 +46,10 @@ UpdaterService::~UpdaterService() {
     }
 }
 
-void UpdaterService::standardUserDriverWillHandleShowingUpdate(bool isUserInitiated) {
+void UpdaterService::updateWillBeOffered(const SoftwareUpdate&, bool isUserInitiated) {
     if (!isUserInitiated) {
         setUpdateAwaitingAttention(true);
     }
-}
-
-void UpdaterService::standardUserDriverDidReceiveUserAttention() {
-    setUpdateAwaitingAttention(false);
 }
 
 void UpdaterService::checkFinished() {

@@ -41,25 +41,14 @@ public:
     /// Why the user's last choice about updates was not saved. A sentence for the user.
     [[nodiscard]] const std::optional<std::string>& settingsError() const { return settingsError_; }
 
-    /// An update found by a scheduled check is shown on the status icon, not in a window.
-    [[nodiscard]] bool supportsGentleScheduledUpdateReminders() const { return true; }
-
 Q_SIGNALS:
     void changed();
 
 private:
-    void standardUserDriverWillHandleShowingUpdate(bool isUserInitiated);
-    void standardUserDriverDidReceiveUserAttention();
-    // These forward the observer's calls to functions with Sparkle's names.
-    [[nodiscard]] bool wantsGentleOffers() const override {
-        return supportsGentleScheduledUpdateReminders();
-    }
-    void updateWillBeOffered(const SoftwareUpdate&, bool isUserInitiated) override {
-        standardUserDriverWillHandleShowingUpdate(isUserInitiated);
-    }
-    void updateWasSeen(const SoftwareUpdate&) override {
-        standardUserDriverDidReceiveUserAttention();
-    }
+    /// An update found by a scheduled check is shown on the status icon, not in a window.
+    [[nodiscard]] bool wantsGentleOffers() const override { return true; }
+    void updateWillBeOffered(const SoftwareUpdate&, bool isUserInitiated) override;
+    void updateWasSeen(const SoftwareUpdate&) override { setUpdateAwaitingAttention(false); }
     void checkFinished() override;
     void choiceSaved(const std::optional<std::string>& failure) override;
 
