@@ -31,38 +31,23 @@ struct CancellationToken::State {
     std::thread::id runningThread;
 };
 
-struct CancellationToken::Registration::State {
-    std::shared_ptr<CancellationToken::State> token;
-    std::uint64_t id = 0;
+struct CancellationToken::Callback {
+    std::shared_ptr<State> state;
+    std::uint64_t id;
+
+    Callback(std::shared_ptr<State> owner, std::uint64_t number)
+        : state(std::move(owner)), id(number) {}
+    Callback(const Callback&) = delete;
+    Callback& operator=(const Callback&) = delete;
+    ~Callback() {
+        std::unique_lock lock(state->mutex);
+        state->callbacks.erase(id);
+        // A callback that unregisters itself must not wait for itself to finish.
+        if (state->runningThread != std::this_thread::get_id()) {
+            state->callbackDone.wait(lock, [this] { return state->runningId != id; });
+        }
+    }
 };
-
-CancellationToken::Registration::Registration() = default;
-
-CancellationToken::Registration::Registration(std::unique_ptr<State> state)
-    : state_(std::move(state)) {}
-
-CancellationToken::Registration::Registration(Registration&& other) noexcept = default;
-
-CancellationToken::Registration&
-CancellationToken::Registration::operator=(Registration&& other) noexcept {
-    // Unregisters the old callback at the end of this function.
-    Registration old(std::move(*this));
-    state_ = std::move(other.state_);
-    return *this;
-}
-
-CancellationToken::Registration::~Registration() {
-    if (!state_) {
-        return;
-    }
-    CancellationToken::State& token = *state_->token;
-    std::unique_lock lock(token.mutex);
-    token.callbacks.erase(state_->id);
-    // A callback that unregisters itself must not wait for itself to finish.
-    if (token.runningThread != std::this_thread::get_id()) {
-        token.callbackDone.wait(lock, [&] { return token.runningId != state_->id; });
-    }
-}
 
 CancellationToken::CancellationToken(std::shared_ptr<State> state) : state_(std::move(state)) {}
 
@@ -92,10 +77,7 @@ CancellationToken::Registration CancellationToken::onCancel(std::function<void()
     }
     const std::uint64_t id = state_->nextId++;
     state_->callbacks.emplace(id, std::move(callback));
-    auto registration = std::make_unique<Registration::State>();
-    registration->token = state_;
-    registration->id = id;
-    return Registration(std::move(registration));
+    return std::make_shared<Callback>(state_, id);
 }
 
 CancellationSource::CancellationSource() : state_(std::make_shared<CancellationToken::State>()) {}

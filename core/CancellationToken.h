@@ -20,21 +20,9 @@ public:
 /// Thread-safe. (Some supported toolchains lack `std::stop_token`.)
 class CancellationToken final {
 public:
-    /// Unregisters its callback when destroyed. If the callback is running on another thread, the
-    /// destructor waits for it.
-    class Registration final {
-    public:
-        Registration();
-        Registration(Registration&& other) noexcept;
-        Registration& operator=(Registration&& other) noexcept;
-        ~Registration();
-
-    private:
-        friend class CancellationToken;
-        struct State;
-        explicit Registration(std::unique_ptr<State> state);
-        std::unique_ptr<State> state_;
-    };
+    /// Unregisters its callback when destroyed. If the callback is running on another thread, that
+    /// waits for it.
+    using Registration = std::shared_ptr<const void>;
 
     CancellationToken() = default;
 
@@ -48,6 +36,7 @@ public:
 private:
     friend class CancellationSource;
     struct State;
+    struct Callback;
     explicit CancellationToken(std::shared_ptr<State> state);
     std::shared_ptr<State> state_;
 };

@@ -4,190 +4,119 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cinttypes>
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 
 namespace tavrin {
 
 namespace {
 
-constexpr std::int64_t secondsPerDay = 86'400;
-
-struct CivilDay {
-    std::int64_t year;
-    int month;
-    int day;
-};
-
-/// The proleptic Gregorian calendar in 400-year eras that begin on 1 March. `std::chrono` only
-/// supports years up to 32767.
-CivilDay civilDay(std::int64_t daysSince1970) {
-    constexpr std::int64_t daysPerEra = 146'097;
-    const std::int64_t days = daysSince1970 + 719'468;
-    const std::int64_t era = (days >= 0 ? days : days - (daysPerEra - 1)) / daysPerEra;
-    const int dayOfEra = static_cast<int>(days - era * daysPerEra);
-    const int yearOfEra =
-        (dayOfEra - dayOfEra / 1'460 + dayOfEra / 36'524 - dayOfEra / 146'096) / 365;
-    const int dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
-    const int marchMonth = (5 * dayOfYear + 2) / 153;
-    const int month = marchMonth < 10 ? marchMonth + 3 : marchMonth - 9;
-    return {
-        era * 400 + yearOfEra + (month <= 2 ? 1 : 0),
-        month,
-        dayOfYear - (153 * marchMonth + 2) / 5 + 1};
-}
-
 /// The whole second at or before the instant, clamped so that its day fits into 64 bits.
-std::int64_t floorToSeconds(Date date) {
+std::chrono::duration<std::int64_t> floorToSeconds(Date date) {
     constexpr double limit = 9e18;
     const double seconds = date.time_since_epoch().count();
-    return std::isnan(seconds)
-               ? 0
-               : static_cast<std::int64_t>(std::floor(std::clamp(seconds, -limit, limit)));
+    return std::chrono::duration<std::int64_t>(
+        std::isnan(seconds)
+            ? 0
+            : static_cast<std::int64_t>(std::floor(std::clamp(seconds, -limit, limit))));
 }
 
-char* writePadded(char* out, int value, int width) {
-    for (char* digit = out + width; digit != out; value /= 10) {
-        *--digit = static_cast<char>('0' + value % 10);
-    }
-    return out + width;
+bool isDigit(char character) {
+    return character >= '0' && character <= '9';
 }
 
-char* writeYear(char* out, std::int64_t year) {
-    if (year < 0) {
-        *out++ = '-';
-        year = -year;
-    }
-    return year <= 9'999 ? writePadded(out, static_cast<int>(year), 4)
-                         : std::to_chars(out, out + 20, year).ptr;
+/// Whether the text equals the form, in which a zero stands for any digit.
+bool hasForm(std::string_view text, std::string_view form) {
+    return std::equal(text.begin(), text.end(), form.begin(), form.end(), [](char is, char should) {
+        return should == '0' ? isDigit(is) : is == should;
+    });
 }
 
-/// Consumes a text from the front, part by part. After a mismatch every further match fails.
-class Reader final {
-public:
-    explicit Reader(std::string_view text) : rest_(text) {}
-
-    [[nodiscard]] bool matched() const { return matches_; }
-    [[nodiscard]] bool isAtEnd() const { return rest_.empty(); }
-    [[nodiscard]] bool isAt(char expected) const {
-        return !rest_.empty() && rest_.front() == expected;
-    }
-
-    void skip(char expected) {
-        matches_ = matches_ && isAt(expected);
-        rest_.remove_prefix(rest_.empty() ? 0 : 1);
-    }
-
-    int number(std::size_t width) {
-        const std::string_view digits = takeDigits(width);
-        matches_ = matches_ && digits.size() == width;
-        int value = 0;
-        std::from_chars(digits.data(), digits.data() + digits.size(), value);
-        return value;
-    }
-
-    /// The digits after a decimal point.
-    double fraction() {
-        // A double does not hold more digits than this.
-        const std::string_view digits = takeDigits(18);
-        matches_ = matches_ && !digits.empty();
-        takeDigits(rest_.size());
-        std::int64_t value = 0;
-        std::from_chars(digits.data(), digits.data() + digits.size(), value);
-        return static_cast<double>(value) / std::pow(10.0, static_cast<double>(digits.size()));
-    }
-
-private:
-    std::string_view takeDigits(std::size_t atMost) {
-        const auto isDigit = [](char c) {
-            return c >= '0' && c <= '9';
-        };
-        const auto end = std::find_if_not(
-            rest_.begin(),
-            rest_.begin() + static_cast<std::ptrdiff_t>(std::min(atMost, rest_.size())),
-            isDigit);
-        const std::string_view digits =
-            rest_.substr(0, static_cast<std::size_t>(end - rest_.begin()));
-        rest_.remove_prefix(digits.size());
-        return digits;
-    }
-
-    std::string_view rest_;
-    bool matches_ = true;
-};
+/// The text consists of digits.
+template <typename Number = int>
+Number number(std::string_view text) {
+    Number value = 0;
+    std::from_chars(text.data(), text.data() + text.size(), value);
+    return value;
+}
 
 } // namespace
 
 std::string iso8601(Date date) {
-    const std::int64_t seconds = floorToSeconds(date);
-    std::int64_t days = seconds / secondsPerDay;
-    int secondOfDay = static_cast<int>(seconds % secondsPerDay);
-    if (secondOfDay < 0) {
-        secondOfDay += static_cast<int>(secondsPerDay);
-        --days;
-    }
-    const CivilDay day = civilDay(days);
+    using Days = std::chrono::duration<std::int64_t, std::chrono::days::period>;
+    // The Gregorian calendar repeats after 400 years. `std::chrono` only supports years up to
+    // 32767.
+    constexpr std::int64_t daysPerEra = 146'097;
+    const std::chrono::duration<std::int64_t> seconds = floorToSeconds(date);
+    const auto days = std::chrono::floor<Days>(seconds);
+    std::int64_t era = days.count() / daysPerEra;
+    era -= days.count() % daysPerEra < 0 ? 1 : 0;
+    const std::chrono::days dayOfEra(days.count() - era * daysPerEra);
+    const std::chrono::year_month_day day{std::chrono::sys_days(dayOfEra)};
+    const std::int64_t year = static_cast<int>(day.year()) + 400 * era;
+    const std::chrono::hh_mm_ss time(seconds - days);
 
     std::array<char, 40> buffer;
-    char* out = writeYear(buffer.data(), day.year);
-    *out++ = '-';
-    out = writePadded(out, day.month, 2);
-    *out++ = '-';
-    out = writePadded(out, day.day, 2);
-    *out++ = 'T';
-    out = writePadded(out, secondOfDay / 3'600, 2);
-    *out++ = ':';
-    out = writePadded(out, secondOfDay / 60 % 60, 2);
-    *out++ = ':';
-    out = writePadded(out, secondOfDay % 60, 2);
-    *out++ = 'Z';
-    return {buffer.data(), out};
+    const int length = std::snprintf(
+        buffer.data(),
+        buffer.size(),
+        "%s%04" PRId64 "-%02u-%02uT%02d:%02d:%02dZ",
+        year < 0 ? "-" : "",
+        year < 0 ? -year : year,
+        static_cast<unsigned>(day.month()),
+        static_cast<unsigned>(day.day()),
+        static_cast<int>(time.hours().count()),
+        static_cast<int>(time.minutes().count()),
+        static_cast<int>(time.seconds().count()));
+    return {buffer.data(), static_cast<std::size_t>(length)};
 }
 
 std::optional<Date> dateFromISO8601(std::string_view text) {
-    Reader reader(text);
-    const int year = reader.number(4);
-    reader.skip('-');
-    const int month = reader.number(2);
-    reader.skip('-');
-    const int dayOfMonth = reader.number(2);
-    reader.skip('T');
-    const int hour = reader.number(2);
-    reader.skip(':');
-    const int minute = reader.number(2);
-    reader.skip(':');
-    const int second = reader.number(2);
-    double fraction = 0;
-    if (reader.isAt('.')) {
-        reader.skip('.');
-        fraction = reader.fraction();
+    constexpr std::string_view form = "0000-00-00T00:00:00";
+    const std::string_view whole = text.substr(0, form.size());
+    if (!hasForm(whole, form)) {
+        return std::nullopt;
     }
-    int offsetMinutes = 0;
-    if (reader.isAt('Z')) {
-        reader.skip('Z');
-    } else {
-        const bool isWest = reader.isAt('-');
-        reader.skip(isWest ? '-' : '+');
-        const int hours = reader.number(2);
-        reader.skip(':');
-        const int minutes = reader.number(2);
+    text.remove_prefix(form.size());
+    double fraction = 0;
+    if (text.starts_with('.')) {
+        const auto end = std::find_if_not(text.begin() + 1, text.end(), isDigit);
+        const auto count = static_cast<std::size_t>(end - text.begin()) - 1;
+        // A double does not hold more digits than this.
+        const std::string_view digits = text.substr(1, std::min<std::size_t>(count, 18));
+        if (digits.empty()) {
+            return std::nullopt;
+        }
+        fraction = static_cast<double>(number<std::int64_t>(digits)) /
+                   std::pow(10.0, static_cast<double>(digits.size()));
+        text.remove_prefix(1 + count);
+    }
+    std::chrono::minutes offset{0};
+    if (hasForm(text, "+00:00") || hasForm(text, "-00:00")) {
+        const int hours = number(text.substr(1, 2));
+        const int minutes = number(text.substr(4));
         if (hours > 23 || minutes > 59) {
             return std::nullopt;
         }
-        offsetMinutes = (isWest ? -1 : 1) * (hours * 60 + minutes);
-    }
-    const std::chrono::year_month_day day{
-        std::chrono::year(year),
-        std::chrono::month(static_cast<unsigned>(month)),
-        std::chrono::day(static_cast<unsigned>(dayOfMonth))};
-    if (!reader.matched() || !reader.isAtEnd() || !day.ok() || hour > 23 || minute > 59 ||
-        second > 59) {
+        offset = (text.front() == '-' ? -1 : 1) * std::chrono::minutes(hours * 60 + minutes);
+    } else if (text != "Z") {
         return std::nullopt;
     }
-    const std::chrono::sys_seconds whole = std::chrono::sys_days(day) + std::chrono::hours(hour) +
-                                           std::chrono::minutes(minute - offsetMinutes) +
-                                           std::chrono::seconds(second);
-    return Date(whole.time_since_epoch() + Seconds(fraction));
+    const std::chrono::year_month_day day{
+        std::chrono::year(number(whole.substr(0, 4))),
+        std::chrono::month(static_cast<unsigned>(number(whole.substr(5, 2)))),
+        std::chrono::day(static_cast<unsigned>(number(whole.substr(8, 2))))};
+    const std::chrono::hours hours(number(whole.substr(11, 2)));
+    const std::chrono::minutes minutes(number(whole.substr(14, 2)));
+    const std::chrono::seconds seconds(number(whole.substr(17)));
+    if (!day.ok() || hours.count() > 23 || minutes.count() > 59 || seconds.count() > 59) {
+        return std::nullopt;
+    }
+    const std::chrono::sys_seconds instant =
+        std::chrono::sys_days(day) + hours + minutes + seconds - offset;
+    return Date(instant.time_since_epoch() + Seconds(fraction));
 }
 
 } // namespace tavrin

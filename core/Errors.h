@@ -54,6 +54,9 @@ private:
     std::string description_;
 };
 
+/// The error with a sentence for the user that contains neither host nor request.
+[[nodiscard]] URLError urlError(URLErrorCode code);
+
 /// An operating system error with its domain and code. `what()` is a sentence for the user.
 class PlatformError final : public std::exception {
 public:

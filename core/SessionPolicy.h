@@ -14,6 +14,8 @@ inline constexpr std::string_view headerValue = "7d";
 /// The code of a 401 reply that ends the session.
 inline constexpr std::string_view expiredCode = "session_expired";
 
-[[nodiscard]] bool isSessionExpired(int status, std::optional<std::string_view> code);
+[[nodiscard]] inline bool isSessionExpired(int status, std::optional<std::string_view> code) {
+    return status == 401 && code == expiredCode;
+}
 
 } // namespace tavrin::SessionPolicy

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/network/CurlTransfer.h"
 
-#include "core/URLErrors.h"
+#include "core/Errors.h"
 #include "platform/URLRequests.h"
 #include "platform/linux/network/CurlErrors.h"
 #include "platform/linux/support/OpenSSL.h"

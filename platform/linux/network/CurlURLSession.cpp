@@ -2,7 +2,6 @@
 #include "platform/linux/network/CurlURLSession.h"
 
 #include "core/Errors.h"
-#include "core/URLErrors.h"
 #include "platform/URLRequests.h"
 #include "platform/linux/network/CurlTransfer.h"
 #include "platform/linux/support/CallbackContext.h"

@@ -2,7 +2,6 @@
 #include "platform/macos/network/FoundationURLSession.h"
 
 #include "core/Errors.h"
-#include "core/URLErrors.h"
 #include "platform/URLRequests.h"
 #include "platform/macos/support/FoundationConversions.h"
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/macos/support/FoundationConversions.h"
 
+#include "core/Errors.h"
 #include "core/Text.h"
-#include "core/URLErrors.h"
 
 #include <cerrno>
 #include <chrono>

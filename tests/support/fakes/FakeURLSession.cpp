@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/support/fakes/FakeURLSession.h"
 
-#include "core/URLErrors.h"
+#include "core/Errors.h"
 
 #include <QObject>
 

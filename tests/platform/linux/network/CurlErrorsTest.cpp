@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/network/CurlErrors.h"
 
-#include "core/URLErrors.h"
+#include "core/Errors.h"
 
 #include <curl/curl.h>
 #include <gtest/gtest.h>
