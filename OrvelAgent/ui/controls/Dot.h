@@ -3,6 +3,7 @@
 
 #include "OrvelAgent/ui/controls/Theme.h"
 
+#include <QPainter>
 #include <QWidget>
 
 namespace orvel {
@@ -14,12 +15,21 @@ class Dot final : public QWidget {
 public:
     static constexpr int size = 7;
 
-    explicit Dot(Theme::Role role, QWidget* parent = nullptr);
+    explicit Dot(Theme::Role role) : role_(role) { setFixedSize(size, size); }
 
-    void setRole(Theme::Role role);
+    void setRole(Theme::Role role) {
+        role_ = role;
+        update();
+    }
 
 protected:
-    void paintEvent(QPaintEvent* event) override;
+    void paintEvent(QPaintEvent*) override {
+        QPainter painter(this);
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.setPen(Qt::NoPen);
+        painter.setBrush(Theme::color(role_, palette()));
+        painter.drawEllipse(rect());
+    }
 
 private:
     Theme::Role role_;

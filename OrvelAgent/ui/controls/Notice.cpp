@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/ui/controls/Notice.h"
 
+#include "OrvelAgent/ui/controls/Layouts.h"
 #include "OrvelAgent/ui/controls/SelectableLabel.h"
 
 #include <QEvent>
@@ -13,17 +14,12 @@ static constexpr int pictureSize = 32;
 
 Notice::Notice(QWidget* parent)
     : QWidget(parent),
-      picture_(new QLabel),
-      text_(new SelectableLabel(Theme::TextStyle::Body, Theme::Role::Secondary)) {
-    picture_->setObjectName(QStringLiteral("noticeSymbol"));
+      picture_(named("noticeSymbol", new QLabel)),
+      text_(named("notice", new SelectableLabel(Theme::TextStyle::Body, Theme::Role::Secondary))) {
     picture_->setAlignment(Qt::AlignCenter);
-    text_->setObjectName(QStringLiteral("notice"));
     text_->setWordWrap(true);
     text_->setAlignment(Qt::AlignCenter);
-    auto* layout = new QVBoxLayout(this);
-    layout->setContentsMargins(
-        Theme::windowPadding, Theme::windowPadding, Theme::windowPadding, Theme::windowPadding);
-    layout->setSpacing(Theme::blockSpacing);
+    auto* layout = makeLayout<QVBoxLayout>(this, Theme::blockSpacing, Theme::windowPadding);
     layout->addStretch();
     layout->addWidget(picture_);
     layout->addWidget(text_);

@@ -2,7 +2,6 @@
 #include "OrvelAgent/ui/log/LogListModel.h"
 
 #include <QDateTime>
-#include <QVariant>
 
 #include <algorithm>
 #include <cmath>
@@ -50,44 +49,16 @@ bool isProblem(const LogReader::Entry& entry) {
 } // namespace
 
 LogListModel::LogListModel(const LogReader& reader, QObject* parent)
-    : QAbstractListModel(parent), reader_(reader), newest_(reader.entries().size()) {
+    : QObject(parent), reader_(reader), newest_(reader.entries().size()) {
     rows_ = rowsOf(reader_.entries().size());
     connect(&reader_, &LogReader::changed, this, &LogListModel::update);
 }
 
 void LogListModel::setProblemsOnly(bool isProblemsOnly) {
     if (isProblemsOnly_ != isProblemsOnly) {
-        beginResetModel();
         isProblemsOnly_ = isProblemsOnly;
         rows_ = rowsOf(reader_.entries().size());
-        endResetModel();
-    }
-}
-
-int LogListModel::rowCount(const QModelIndex& parent) const {
-    return parent.isValid() ? 0 : static_cast<int>(rows_.size());
-}
-
-QVariant LogListModel::data(const QModelIndex& index, int role) const {
-    if (!checkIndex(index, CheckIndexOption::IndexIsValid)) {
-        return {};
-    }
-    const Row& row = rows_[static_cast<std::size_t>(index.row())];
-    switch (role) {
-    case Qt::DisplayRole:
-        return QStringLiteral("%1  [%2]  %3").arg(row.time, row.category, row.message);
-    case NumberRole:
-        return QVariant::fromValue(row.number);
-    case TimeRole:
-        return row.time;
-    case CategoryRole:
-        return row.category;
-    case MessageRole:
-        return row.message;
-    case ProblemRole:
-        return row.isProblem;
-    default:
-        return {};
+        Q_EMIT reset();
     }
 }
 
@@ -101,17 +72,16 @@ void LogListModel::update(int inserted, int dropped) {
     newest_ += static_cast<std::uint64_t>(inserted);
     if (dropped > 0) {
         const int kept = rowAt(newest_ - reader_.entries().size());
-        if (kept < rowCount()) {
-            beginRemoveRows({}, kept, rowCount() - 1);
+        const int last = rowCount() - 1;
+        if (kept <= last) {
             rows_.resize(static_cast<std::size_t>(kept));
-            endRemoveRows();
+            Q_EMIT removed(kept, last);
         }
     }
     std::deque<Row> added = rowsOf(static_cast<std::size_t>(inserted));
     if (!added.empty()) {
-        beginInsertRows({}, 0, static_cast<int>(added.size()) - 1);
         std::move(added.rbegin(), added.rend(), std::front_inserter(rows_));
-        endInsertRows();
+        Q_EMIT this->inserted(0, static_cast<int>(added.size()) - 1);
     }
 }
 

@@ -3,7 +3,7 @@
 
 #include "OrvelAgent/log/LogReader.h"
 
-#include <QAbstractListModel>
+#include <QObject>
 #include <QString>
 
 #include <cstdint>
@@ -14,43 +14,39 @@ namespace orvel {
 /// Lists the reader's entries as single lines, newest first, optionally only the problems.
 ///
 /// Main thread. Borrows the reader, which must outlive it.
-class LogListModel final : public QAbstractListModel {
+class LogListModel final : public QObject {
     Q_OBJECT
 
 public:
-    enum Role {
-        /// A quint64 that identifies the entry. Later entries have larger numbers. The filter does
-        /// not change them.
-        NumberRole = Qt::UserRole,
-        TimeRole,
-        CategoryRole,
-        MessageRole,
+    struct Row {
+        /// Identifies the entry. Later entries have larger numbers. The filter does not change
+        /// them.
+        std::uint64_t number = 0;
+        QString time;
+        QString category;
+        QString message;
         /// Whether the entry's level is error or fault.
-        ProblemRole,
+        bool isProblem = false;
     };
 
     explicit LogListModel(const LogReader& reader, QObject* parent = nullptr);
 
-    /// Resets the model if the value changes.
+    /// Emits `reset` if the value changes.
     void setProblemsOnly(bool isProblemsOnly);
 
-    [[nodiscard]] int rowCount(const QModelIndex& parent = {}) const override;
-    /// `Qt::DisplayRole` gives the whole line, for screen readers.
-    [[nodiscard]] QVariant data(const QModelIndex& index, int role) const override;
+    [[nodiscard]] int rowCount() const { return static_cast<int>(rows_.size()); }
+    [[nodiscard]] const Row& row(int index) const { return rows_[static_cast<std::size_t>(index)]; }
 
     /// The row of the entry with that number. If it is not listed, the row of the next older entry,
     /// or `rowCount()` if there is none.
     [[nodiscard]] int rowAt(std::uint64_t number) const;
 
-private:
-    struct Row {
-        std::uint64_t number = 0;
-        QString time;
-        QString category;
-        QString message;
-        bool isProblem = false;
-    };
+Q_SIGNALS:
+    void inserted(int first, int last);
+    void removed(int first, int last);
+    void reset();
 
+private:
     void update(int inserted, int dropped);
     /// Rows for the newest `entryCount` entries.
     [[nodiscard]] std::deque<Row> rowsOf(std::size_t entryCount) const;

@@ -52,17 +52,9 @@ LogView::LogView(const LogListModel& model, QWidget* parent)
     // The columns start on the left even if the desktop or a text runs from right to left.
     setLayoutDirection(Qt::LeftToRight);
 
-    connect(
-        &model_,
-        &QAbstractItemModel::rowsInserted,
-        this,
-        [this](const QModelIndex&, int first, int last) { insertRows(first, last); });
-    connect(
-        &model_,
-        &QAbstractItemModel::rowsRemoved,
-        this,
-        [this](const QModelIndex&, int first, int last) { removeRows(first, last); });
-    connect(&model_, &QAbstractItemModel::modelReset, this, &LogView::reload);
+    connect(&model_, &LogListModel::inserted, this, &LogView::insertRows);
+    connect(&model_, &LogListModel::removed, this, &LogView::removeRows);
+    connect(&model_, &LogListModel::reset, this, &LogView::reload);
     connect(verticalScrollBar(), &QScrollBar::valueChanged, this, &LogView::rememberTopEntry);
     updateStyle();
     reload();
@@ -79,14 +71,14 @@ void LogView::changeEvent(QEvent* event) {
 
 void LogView::insertRows(int first, int last) {
     const QScopedValueRollback updating(isUpdating_, true);
-    if (!topEntry_ && textCursor().hasSelection()) {
+    const bool isAppending = last + 1 == model_.rowCount();
+    if (!topEntry_ && !isAppending && textCursor().hasSelection()) {
         // Keep the entry that was at the top before the insertion.
-        topEntry_ = model_.index(last + 1).data(LogListModel::NumberRole).toULongLong();
+        topEntry_ = model_.row(last + 1).number;
     }
     const QTextCharFormat secondary = formatOf(Theme::Role::Secondary, palette());
     const QTextCharFormat primary = formatOf(Theme::Role::Primary, palette());
     const QTextCharFormat red = formatOf(Theme::Role::Red, palette());
-    const bool isAppending = last + 1 == model_.rowCount();
     QTextCursor cursor(document());
     cursor.beginEditBlock();
     if (isAppending) {
@@ -95,15 +87,13 @@ void LogView::insertRows(int first, int last) {
         cursor.setPosition(document()->findBlockByNumber(first).position());
     }
     for (int row = first; row <= last; ++row) {
-        const QModelIndex index = model_.index(row);
+        const LogListModel::Row& entry = model_.row(row);
         if (isAppending && row > 0) {
             cursor.insertBlock();
         }
-        cursor.insertText(index.data(LogListModel::TimeRole).toString(), secondary);
-        cursor.insertText(u'\t' + index.data(LogListModel::CategoryRole).toString(), primary);
-        cursor.insertText(
-            u'\t' + index.data(LogListModel::MessageRole).toString(),
-            index.data(LogListModel::ProblemRole).toBool() ? red : primary);
+        cursor.insertText(entry.time, secondary);
+        cursor.insertText(u'\t' + entry.category, primary);
+        cursor.insertText(u'\t' + entry.message, entry.isProblem ? red : primary);
         if (!isAppending) {
             cursor.insertBlock();
         }
@@ -156,8 +146,8 @@ void LogView::rememberTopEntry() {
     if (!isUpdating_) {
         const int row = verticalScrollBar()->value();
         topEntry_.reset();
-        if (row > 0) {
-            topEntry_ = model_.index(row).data(LogListModel::NumberRole).toULongLong();
+        if (row > 0 && row < model_.rowCount()) {
+            topEntry_ = model_.row(row).number;
         }
     }
 }

@@ -3,13 +3,15 @@
 
 #include "OrvelAgent/ui/controls/CheckBox.h"
 #include "OrvelAgent/ui/controls/Divider.h"
+#include "OrvelAgent/ui/controls/Dot.h"
+#include "OrvelAgent/ui/controls/Layouts.h"
 #include "OrvelAgent/ui/controls/Notice.h"
 #include "OrvelAgent/ui/controls/PushButton.h"
+#include "OrvelAgent/ui/controls/SelectableLabel.h"
 #include "OrvelAgent/ui/controls/Symbol.h"
 #include "OrvelAgent/ui/controls/Theme.h"
 #include "OrvelAgent/ui/log/LogListModel.h"
 #include "OrvelAgent/ui/log/LogView.h"
-#include "OrvelAgent/ui/log/StreamingIndicator.h"
 
 #include <QApplication>
 #include <QClipboard>
@@ -30,34 +32,33 @@ LogWindow::LogWindow(
       clock_(clock),
       reader_(store, clock, std::move(subsystems)),
       model_(std::make_unique<LogListModel>(reader_)),
-      problemsOnly_(new CheckBox(tr("&Problems only"))),
-      indicator_(new StreamingIndicator),
-      copyAll_(new PushButton),
+      problemsOnly_(named("problemsOnly", new CheckBox(tr("&Problems only")))),
+      streamingDot_(named("streamingDot", new Dot(Theme::Role::Secondary))),
+      streaming_(named(
+          "streaming", new SelectableLabel(Theme::TextStyle::Caption, Theme::Role::Secondary))),
+      copyAll_(named("copyAll", new PushButton)),
       content_(new QStackedWidget),
-      list_(new LogView(*model_)),
+      list_(named("log", new LogView(*model_))),
       notice_(new Notice) {
     setObjectName(QStringLiteral("activity-log"));
     setWindowTitle(tr("Orvel Agent Activity"));
     setMinimumSize(620, 380);
 
-    problemsOnly_->setObjectName(QStringLiteral("problemsOnly"));
-    copyAll_->setObjectName(QStringLiteral("copyAll"));
-    list_->setObjectName(QStringLiteral("log"));
     list_->setAccessibleName(tr("Log, newest first"));
     content_->addWidget(list_);
     content_->addWidget(notice_);
 
-    auto* toolbar = new QHBoxLayout;
+    auto* indicator = makeLayout<QHBoxLayout>(nullptr, Theme::lineSpacing);
+    indicator->addWidget(streamingDot_);
+    indicator->addWidget(streaming_);
+    auto* toolbar = makeLayout<QHBoxLayout>(nullptr, Theme::windowPadding);
     toolbar->setContentsMargins(
         Theme::windowPadding, Theme::controlSpacing, Theme::windowPadding, Theme::controlSpacing);
-    toolbar->setSpacing(Theme::windowPadding);
     toolbar->addWidget(problemsOnly_);
-    toolbar->addWidget(indicator_);
+    toolbar->addLayout(indicator);
     toolbar->addStretch();
     toolbar->addWidget(copyAll_);
-    auto* layout = new QVBoxLayout(this);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(0);
+    auto* layout = makeLayout<QVBoxLayout>(this, 0);
     layout->addLayout(toolbar);
     layout->addWidget(new Divider);
     layout->addWidget(content_, 1);
@@ -95,7 +96,8 @@ void LogWindow::changeEvent(QEvent* event) {
 }
 
 void LogWindow::updateContent() {
-    indicator_->setStreaming(reader_.isStreaming());
+    streamingDot_->setRole(reader_.isStreaming() ? Theme::Role::Green : Theme::Role::Secondary);
+    streaming_->setText(reader_.isStreaming() ? tr("Live") : tr("Paused"));
     if (reader_.failure()) {
         notice_->set(
             Symbol::ExclamationMarkTriangle,

@@ -14,11 +14,12 @@ class QStackedWidget;
 
 namespace orvel {
 
+class Dot;
 class LogListModel;
 class LogStore;
 class LogView;
 class Notice;
-class StreamingIndicator;
+class SelectableLabel;
 
 /// Shows the agent's own log, which is read only while the window is visible. Borrows store and
 /// clock.
@@ -48,7 +49,8 @@ private:
     LogReader reader_;
     const std::unique_ptr<LogListModel> model_;
     QCheckBox* problemsOnly_;
-    StreamingIndicator* indicator_;
+    Dot* streamingDot_;
+    SelectableLabel* streaming_;
     QPushButton* copyAll_;
     QStackedWidget* content_;
     LogView* list_;

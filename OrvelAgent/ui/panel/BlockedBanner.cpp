@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/ui/panel/BlockedBanner.h"
 
+#include "OrvelAgent/ui/controls/Layouts.h"
 #include "OrvelAgent/ui/controls/SymbolLabel.h"
 #include "OrvelAgent/ui/controls/TextLabel.h"
 
@@ -16,9 +17,7 @@ BlockedBanner::BlockedBanner(QWidget* parent)
         Symbol::ExclamationMarkTriangle, Theme::TextStyle::Callout, Theme::Role::Orange);
     symbol->setObjectName(QStringLiteral("blockedSymbol"));
     symbol->setAccessibleName(tr("Warning"));
-    auto* layout = new QHBoxLayout(this);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(Theme::controlSpacing);
+    auto* layout = makeLayout<QHBoxLayout>(this, Theme::controlSpacing);
     layout->addWidget(symbol, 0, Qt::AlignTop);
     layout->addWidget(reason_, 1);
 }

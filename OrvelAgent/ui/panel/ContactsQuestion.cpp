@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/ui/panel/ContactsQuestion.h"
 
+#include "OrvelAgent/ui/controls/Layouts.h"
 #include "OrvelAgent/ui/controls/PushButton.h"
 #include "OrvelAgent/ui/controls/Symbol.h"
 #include "OrvelAgent/ui/controls/TextLabel.h"
@@ -28,11 +29,9 @@ ContactsQuestion::ContactsQuestion(const QString& displayName, Answer answer, QW
     image->setPixmap(applicationIcon().pixmap(
         QSize(Theme::dialogIconSize, Theme::dialogIconSize), devicePixelRatioF()));
 
-    auto* title = new TextLabel(Theme::TextStyle::Headline);
-    title->setObjectName(QStringLiteral("title"));
+    auto* title = named("title", new TextLabel(Theme::TextStyle::Headline));
     title->setText(tr("Allow %1 to read your contacts?").arg(displayName));
-    auto* text = new TextLabel(Theme::TextStyle::Body);
-    text->setObjectName(QStringLiteral("text"));
+    auto* text = named("text", new TextLabel(Theme::TextStyle::Body));
     text->setText(
         tr("It reads the names, phone numbers and e-mail addresses of all your cards, to tell "
            "which of them belong to one person.") +
@@ -40,11 +39,9 @@ ContactsQuestion::ContactsQuestion(const QString& displayName, Answer answer, QW
         tr("Of people you exchange messages with, it sends the name and the e-mail addresses to "
            "your account, together with the messages."));
 
-    auto* allow = new PushButton(tr("Allow"));
-    allow->setObjectName(QStringLiteral("allow"));
+    auto* allow = named("allow", new PushButton(tr("Allow")));
     connect(allow, &QPushButton::clicked, this, &QDialog::accept);
-    auto* refuse = new PushButton(tr("Don’t Allow"));
-    refuse->setObjectName(QStringLiteral("dontAllow"));
+    auto* refuse = named("dontAllow", new PushButton(tr("Don’t Allow")));
     connect(refuse, &QPushButton::clicked, this, &QDialog::reject);
     connect(
         new QShortcut(QKeySequence::Close, this), &QShortcut::activated, this, &QDialog::reject);
@@ -54,16 +51,12 @@ ContactsQuestion::ContactsQuestion(const QString& displayName, Answer answer, QW
     buttons->addWidget(refuse);
     buttons->addWidget(allow);
 
-    auto* column = new QVBoxLayout;
-    column->setSpacing(Theme::blockSpacing);
+    auto* column = makeLayout<QVBoxLayout>(nullptr, Theme::blockSpacing);
     column->addWidget(title);
     column->addWidget(text);
     column->addStretch();
     column->addLayout(buttons);
-    auto* layout = new QHBoxLayout(this);
-    layout->setContentsMargins(
-        Theme::windowPadding, Theme::windowPadding, Theme::windowPadding, Theme::windowPadding);
-    layout->setSpacing(Theme::windowPadding);
+    auto* layout = makeLayout<QHBoxLayout>(this, Theme::windowPadding, Theme::windowPadding);
     layout->addWidget(image, 0, Qt::AlignTop);
     layout->addLayout(column, 1);
     // The window may open while the user types: Space or Return must not allow access.

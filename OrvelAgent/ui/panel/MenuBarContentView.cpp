@@ -3,6 +3,7 @@
 
 #include "OrvelAgent/app/AppModel.h"
 #include "OrvelAgent/ui/controls/Divider.h"
+#include "OrvelAgent/ui/controls/Layouts.h"
 #include "OrvelAgent/ui/controls/PushButton.h"
 #include "OrvelAgent/ui/controls/SelectableText.h"
 #include "OrvelAgent/ui/controls/Spinner.h"
@@ -11,9 +12,8 @@
 #include "OrvelAgent/ui/controls/Theme.h"
 #include "OrvelAgent/ui/controls/WrappingRow.h"
 #include "OrvelAgent/ui/panel/BlockedBanner.h"
-#include "OrvelAgent/ui/panel/ContactsPrompt.h"
-#include "OrvelAgent/ui/panel/FullDiskAccessPrompt.h"
-#include "OrvelAgent/ui/panel/NoAccountPrompt.h"
+#include "OrvelAgent/ui/panel/Prompt.h"
+#include "OrvelAgent/ui/panel/Prompts.h"
 
 #include <QEvent>
 #include <QHBoxLayout>
@@ -29,20 +29,6 @@
 namespace orvel {
 
 namespace {
-
-QVBoxLayout* makeColumn(QWidget* widget, int spacing) {
-    auto* layout = new QVBoxLayout(widget);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(spacing);
-    return layout;
-}
-
-QHBoxLayout* makeRow(QWidget* widget) {
-    auto* layout = new QHBoxLayout(widget);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(Theme::controlSpacing);
-    return layout;
-}
 
 /// Hidden layouts ignore changes. Updates them, innermost first, so that the size hint is right.
 void activateLayouts(QWidget* widget) {
@@ -64,15 +50,13 @@ MenuBarContentView::MenuBarContentView(AppModel& model, QWidget* parent)
     setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     setFocusPolicy(Qt::NoFocus);
 
-    auto* layout = makeColumn(content_, Theme::blockSpacing);
-    layout->setContentsMargins(
-        Theme::windowPadding, Theme::windowPadding, Theme::windowPadding, Theme::windowPadding);
+    auto* layout = makeLayout<QVBoxLayout>(content_, Theme::blockSpacing, Theme::windowPadding);
     layout->addWidget(makeHeader());
     banner_ = new BlockedBanner;
     layout->addWidget(banner_);
-    fullDiskAccessPrompt_ = new FullDiskAccessPrompt(model_);
+    fullDiskAccessPrompt_ = makeFullDiskAccessPrompt(model_);
     layout->addWidget(fullDiskAccessPrompt_);
-    contactsPrompt_ = new ContactsPrompt(model_);
+    contactsPrompt_ = makeContactsPrompt(model_);
     layout->addWidget(contactsPrompt_);
     layout->addWidget(new Divider);
     layout->addWidget(makeActivity());
@@ -91,12 +75,10 @@ MenuBarContentView::MenuBarContentView(AppModel& model, QWidget* parent)
 
 QWidget* MenuBarContentView::makeHeader() {
     auto* header = new QWidget;
-    auto* layout = makeRow(header);
-    auto* title = new TextLabel(Theme::TextStyle::Headline);
-    title->setObjectName(QStringLiteral("displayName"));
+    auto* layout = makeLayout<QHBoxLayout>(header, Theme::controlSpacing);
+    auto* title = named("displayName", new TextLabel(Theme::TextStyle::Headline));
     title->setText(QString::fromStdString(model_.configuration().displayName()));
-    spinner_ = new Spinner;
-    spinner_->setObjectName(QStringLiteral("spinner"));
+    spinner_ = named("spinner", new Spinner);
     layout->addWidget(title, 1);
     layout->addWidget(spinner_, 0, Qt::AlignTop);
     return header;
@@ -104,14 +86,12 @@ QWidget* MenuBarContentView::makeHeader() {
 
 QWidget* MenuBarContentView::makeActivity() {
     auto* activity = new QWidget;
-    auto* layout = makeColumn(activity, Theme::lineSpacing);
-    noScans_ = new TextLabel(Theme::TextStyle::Caption, Theme::Role::Secondary);
-    noScans_->setObjectName(QStringLiteral("noScans"));
+    auto* layout = makeLayout<QVBoxLayout>(activity, Theme::lineSpacing);
+    noScans_ = named("noScans", new TextLabel(Theme::TextStyle::Caption, Theme::Role::Secondary));
     noScans_->setText(tr("No scans yet."));
-    messageCount_ = new TextLabel(Theme::TextStyle::Callout);
-    messageCount_->setObjectName(QStringLiteral("messageCount"));
-    scanError_ = new SelectableText(Theme::TextStyle::Caption, Theme::Role::Red);
-    scanError_->setObjectName(QStringLiteral("scanError"));
+    messageCount_ = named("messageCount", new TextLabel(Theme::TextStyle::Callout));
+    scanError_ =
+        named("scanError", new SelectableText(Theme::TextStyle::Caption, Theme::Role::Red));
     scanError_->setAccessibleName(tr("Error of the last scan"));
     layout->addWidget(noScans_);
     layout->addWidget(messageCount_);
@@ -121,38 +101,37 @@ QWidget* MenuBarContentView::makeActivity() {
 
 QWidget* MenuBarContentView::makeAccount() {
     auto* block = new QWidget;
-    auto* layout = makeColumn(block, Theme::controlSpacing);
+    auto* layout = makeLayout<QVBoxLayout>(block, Theme::controlSpacing);
 
-    signInError_ = new SelectableText(Theme::TextStyle::Caption, Theme::Role::Red);
-    signInError_->setObjectName(QStringLiteral("signInError"));
+    signInError_ =
+        named("signInError", new SelectableText(Theme::TextStyle::Caption, Theme::Role::Red));
     signInError_->setAccessibleName(tr("Error of the last sign-in"));
     layout->addWidget(signInError_);
 
     signedOutRow_ = new QWidget;
     auto* signedOut = new WrappingRow(signedOutRow_);
-    signIn_ = new PushButton;
-    signIn_->setObjectName(QStringLiteral("signIn"));
+    signIn_ = named("signIn", new PushButton);
     connect(signIn_, &QPushButton::clicked, this, [this] {
         static_cast<void>(model_.auth().signIn());
     });
-    cancelSignIn_ = new TextButton(tr("Cancel"), Theme::TextStyle::Callout, Theme::Role::Blue);
-    cancelSignIn_->setObjectName(QStringLiteral("cancelSignIn"));
+    cancelSignIn_ = named(
+        "cancelSignIn", new TextButton(tr("Cancel"), Theme::TextStyle::Callout, Theme::Role::Blue));
     cancelSignIn_->setAccessibleDescription(tr("Ends the sign-in that waits for the browser."));
     connect(cancelSignIn_, &TextButton::clicked, &model_.auth(), &AuthService::cancelSignIn);
     signedOut->addWidget(signIn_);
     signedOut->addWidget(cancelSignIn_);
     layout->addWidget(signedOutRow_);
 
-    noAccountPrompt_ = new NoAccountPrompt(model_);
+    noAccountPrompt_ = makeNoAccountPrompt(model_);
     layout->addWidget(noAccountPrompt_);
 
     signedInRow_ = new QWidget;
-    auto* signedIn = makeRow(signedInRow_);
+    auto* signedIn = makeLayout<QHBoxLayout>(signedInRow_, Theme::controlSpacing);
     account_ = new TextLabel(
         Theme::TextStyle::Caption, Theme::Role::Secondary, TextLabel::Overflow::Elide);
     account_->setObjectName(QStringLiteral("account"));
-    auto* signOut = new TextButton(tr("Sign out"), Theme::TextStyle::Caption, Theme::Role::Blue);
-    signOut->setObjectName(QStringLiteral("signOut"));
+    auto* signOut = named(
+        "signOut", new TextButton(tr("Sign out"), Theme::TextStyle::Caption, Theme::Role::Blue));
     connect(signOut, &TextButton::clicked, &model_.auth(), &AuthService::signOut);
     signedIn->addWidget(account_, 1);
     signedIn->addWidget(signOut);
@@ -173,14 +152,12 @@ QWidget* MenuBarContentView::makeBottomRow() {
         model_.activate();
         Q_EMIT versionHistoryRequested();
     });
-    auto* settings = new PushButton(tr("Settings…"));
-    settings->setObjectName(QStringLiteral("settings"));
+    auto* settings = named("settings", new PushButton(tr("Settings…")));
     connect(settings, &QPushButton::clicked, this, [this] {
         model_.activate();
         Q_EMIT settingsRequested();
     });
-    auto* quit = new PushButton(tr("Quit"));
-    quit->setObjectName(QStringLiteral("quit"));
+    auto* quit = named("quit", new PushButton(tr("Quit")));
     connect(quit, &QPushButton::clicked, this, &MenuBarContentView::quitRequested);
     layout->addWidget(version);
     layout->beginTrailing();

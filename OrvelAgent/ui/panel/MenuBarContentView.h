@@ -9,9 +9,7 @@ namespace orvel {
 
 class AppModel;
 class BlockedBanner;
-class ContactsPrompt;
-class FullDiskAccessPrompt;
-class NoAccountPrompt;
+class Prompt;
 class SelectableText;
 class Spinner;
 class TextButton;
@@ -55,8 +53,8 @@ private:
 
     Spinner* spinner_ = nullptr;
     BlockedBanner* banner_ = nullptr;
-    FullDiskAccessPrompt* fullDiskAccessPrompt_ = nullptr;
-    ContactsPrompt* contactsPrompt_ = nullptr;
+    Prompt* fullDiskAccessPrompt_ = nullptr;
+    Prompt* contactsPrompt_ = nullptr;
 
     TextLabel* noScans_ = nullptr;
     TextLabel* messageCount_ = nullptr;
@@ -66,7 +64,7 @@ private:
     QWidget* signedOutRow_ = nullptr;
     QPushButton* signIn_ = nullptr;
     TextButton* cancelSignIn_ = nullptr;
-    NoAccountPrompt* noAccountPrompt_ = nullptr;
+    Prompt* noAccountPrompt_ = nullptr;
     QWidget* signedInRow_ = nullptr;
     TextLabel* account_ = nullptr;
 };

@@ -15,16 +15,16 @@ class WrappingRow;
 
 /// A card that asks the user to act: a title, texts and buttons. An error of the settings button is
 /// shown at the bottom.
-class Prompt : public Card {
+class Prompt final : public Card {
     Q_OBJECT
 
-protected:
-    Prompt(const QString& title, const QString& text, QWidget* parent);
+public:
+    Prompt(const QString& title, const QString& text);
 
-    TextLabel* addText(const QString& text);
+    TextLabel* addText(const char* name, const QString& text);
     /// Adds the button to the current row, or starts a row after a text. Double every literal
     /// ampersand in `text`.
-    QPushButton* addButton(const QString& text);
+    QPushButton* addButton(const char* name, const QString& text);
     void addSettingsButton(AppModel& model, Workspace::SettingsPane pane);
 
 private:

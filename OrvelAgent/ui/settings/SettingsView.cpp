@@ -5,6 +5,7 @@
 #include "OrvelAgent/base/SourceRevision.h"
 #include "OrvelAgent/ui/controls/CheckBox.h"
 #include "OrvelAgent/ui/controls/Divider.h"
+#include "OrvelAgent/ui/controls/Layouts.h"
 #include "OrvelAgent/ui/controls/Picker.h"
 #include "OrvelAgent/ui/controls/PushButton.h"
 #include "OrvelAgent/ui/controls/SelectableLabel.h"
@@ -30,8 +31,7 @@ constexpr QSize contentSize(460, 320);
 enum Tab { General, Privacy };
 
 SelectableLabel* makeCaption(const QString& text, Theme::Role role, const char* name) {
-    auto* caption = new SelectableLabel(Theme::TextStyle::Caption, role, text);
-    caption->setObjectName(QLatin1String(name));
+    auto* caption = named(name, new SelectableLabel(Theme::TextStyle::Caption, role, text));
     caption->setWordWrap(true);
     return caption;
 }
@@ -56,8 +56,7 @@ QLayout* makeChoice(const QString& name, QComboBox* picker, const QString& expla
     auto* label = new QLabel(name);
     label->setBuddy(picker);
     picker->setAccessibleDescription(explanation);
-    auto* block = new QVBoxLayout;
-    block->setSpacing(Theme::lineSpacing);
+    auto* block = makeLayout<QVBoxLayout>(nullptr, Theme::lineSpacing);
     block->addWidget(label, 0, Qt::AlignLeading);
     block->addWidget(picker);
     block->addWidget(makeCaption(explanation, Theme::Role::Secondary, "explanation"));
@@ -65,10 +64,9 @@ QLayout* makeChoice(const QString& name, QComboBox* picker, const QString& expla
 }
 
 QVBoxLayout* makePageLayout(QWidget* page) {
-    auto* layout = new QVBoxLayout(page);
+    auto* layout = makeLayout<QVBoxLayout>(page, Theme::blockSpacing);
     layout->setContentsMargins(
         Theme::windowPadding, Theme::blockSpacing, Theme::windowPadding, Theme::blockSpacing);
-    layout->setSpacing(Theme::blockSpacing);
     return layout;
 }
 
@@ -77,25 +75,23 @@ QVBoxLayout* makePageLayout(QWidget* page) {
 SettingsView::SettingsView(AppModel& model, const Bundle& bundle, QWidget* parent)
     : QWidget(parent),
       model_(model),
-      tabs_(new QTabWidget),
-      startAtLogin_(new CheckBox(tr("&Start at login"))),
-      checksAutomatically_(new CheckBox(tr("Check for updates &automatically"))),
-      checkForUpdates_(new PushButton),
-      mode_(new Picker),
-      scope_(new Picker),
+      tabs_(named("tabs", new QTabWidget)),
+      startAtLogin_(named("startAtLogin", new CheckBox(tr("&Start at login")))),
+      checksAutomatically_(
+          named("checksAutomatically", new CheckBox(tr("Check for updates &automatically")))),
+      checkForUpdates_(named("checkForUpdates", new PushButton)),
+      mode_(named("mode", new Picker)),
+      scope_(named("scope", new Picker)),
       rescanNote_(makeCaption(
           tr("The next scan starts from the beginning."), Theme::Role::Secondary, "rescanNote")),
       error_(makeCaption({}, Theme::Role::Red, "settingsError")) {
     setObjectName(QStringLiteral("settings"));
-    tabs_->setObjectName(QStringLiteral("tabs"));
     tabs_->setDocumentMode(true);
     tabs_->addTab(makeGeneralTab(bundle), tr("General"));
     tabs_->addTab(makePrivacyTab(), tr("Privacy"));
     error_->setContentsMargins(Theme::windowPadding, 0, Theme::windowPadding, Theme::blockSpacing);
 
-    auto* layout = new QVBoxLayout(this);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(0);
+    auto* layout = makeLayout<QVBoxLayout>(this, 0);
     layout->addWidget(tabs_, 1);
     layout->addWidget(error_);
 
@@ -106,12 +102,11 @@ SettingsView::SettingsView(AppModel& model, const Bundle& bundle, QWidget* paren
 }
 
 QWidget* SettingsView::makeGeneralTab(const Bundle& bundle) {
-    startAtLogin_->setObjectName(QStringLiteral("startAtLogin"));
     connect(startAtLogin_, &QCheckBox::clicked, &model_, &AppModel::setStartAtLogin);
 
     const auto value = [](const QString& text, const char* name) {
-        auto* label = new SelectableLabel(Theme::TextStyle::Body, Theme::Role::Primary, text);
-        label->setObjectName(QLatin1String(name));
+        auto* label =
+            named(name, new SelectableLabel(Theme::TextStyle::Body, Theme::Role::Primary, text));
         label->setFocusPolicy(Qt::StrongFocus);
         return label;
     };
@@ -129,21 +124,16 @@ QWidget* SettingsView::makeGeneralTab(const Bundle& bundle) {
                 QString::fromStdString(build), QString::fromUtf8(sourceRevision())),
             "build"));
 
-    auto* activityLog = new PushButton(tr("Open activity &log…"));
-    activityLog->setObjectName(QStringLiteral("activityLog"));
+    auto* activityLog = named("activityLog", new PushButton(tr("Open activity &log…")));
     connect(activityLog, &QPushButton::clicked, this, &SettingsView::activityLogRequested);
-    auto* versionHistory = new PushButton(tr("&Version History…"));
-    versionHistory->setObjectName(QStringLiteral("versionHistory"));
+    auto* versionHistory = named("versionHistory", new PushButton(tr("&Version History…")));
     connect(versionHistory, &QPushButton::clicked, this, &SettingsView::versionHistoryRequested);
-    auto* windows = new QHBoxLayout;
-    windows->setSpacing(Theme::controlSpacing);
+    auto* windows = makeLayout<QHBoxLayout>(nullptr, Theme::controlSpacing);
     windows->addWidget(activityLog);
     windows->addWidget(versionHistory);
     windows->addStretch();
 
-    checksAutomatically_->setObjectName(QStringLiteral("checksAutomatically"));
     connect(checksAutomatically_, &QCheckBox::clicked, this, &SettingsView::setChecksAutomatically);
-    checkForUpdates_->setObjectName(QStringLiteral("checkForUpdates"));
     connect(checkForUpdates_, &QPushButton::clicked, this, &SettingsView::checkForUpdates);
 
     auto* page = new QWidget;
@@ -165,13 +155,11 @@ QWidget* SettingsView::makeGeneralTab(const Bundle& bundle) {
 QWidget* SettingsView::makePrivacyTab() {
     using tavrin::CollectionMode;
     using tavrin::ThreadScope;
-    mode_->setObjectName(QStringLiteral("mode"));
     addChoice(mode_, tr("Timing only — no message text"), CollectionMode::MetadataOnly);
     addChoice(mode_, tr("Timing and message text"), CollectionMode::WithBodies);
     connect(mode_, &QComboBox::activated, this, [this](int index) {
         model_.setMode(choiceAt<CollectionMode>(mode_, index));
     });
-    scope_->setObjectName(QStringLiteral("scope"));
     addChoice(
         scope_, tr("Only with people my assistant already knows"), ThreadScope::KnownContactsOnly);
     addChoice(
@@ -180,8 +168,7 @@ QWidget* SettingsView::makePrivacyTab() {
         model_.setScope(choiceAt<ThreadScope>(scope_, index));
     });
 
-    auto* rescan = new PushButton(tr("&Re-scan from the beginning"));
-    rescan->setObjectName(QStringLiteral("rescan"));
+    auto* rescan = named("rescan", new PushButton(tr("&Re-scan from the beginning")));
     const QString rescanExplanation =
         tr("A change here applies to new messages. Re-scan to apply it to earlier ones too. It is "
            "safe: messages already sent are recognized and never duplicated.");
@@ -195,12 +182,10 @@ QWidget* SettingsView::makePrivacyTab() {
     QSizePolicy policy = rescanNote_->sizePolicy();
     policy.setRetainSizeWhenHidden(true);
     rescanNote_->setSizePolicy(policy);
-    auto* rescanLine = new QHBoxLayout;
-    rescanLine->setSpacing(Theme::controlSpacing);
+    auto* rescanLine = makeLayout<QHBoxLayout>(nullptr, Theme::controlSpacing);
     rescanLine->addWidget(rescan);
     rescanLine->addWidget(rescanNote_, 1);
-    auto* rescanBlock = new QVBoxLayout;
-    rescanBlock->setSpacing(Theme::lineSpacing);
+    auto* rescanBlock = makeLayout<QVBoxLayout>(nullptr, Theme::lineSpacing);
     rescanBlock->addLayout(rescanLine);
     rescanBlock->addWidget(makeCaption(rescanExplanation, Theme::Role::Secondary, "explanation"));
 

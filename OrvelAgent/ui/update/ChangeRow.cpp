@@ -2,6 +2,7 @@
 #include "OrvelAgent/ui/update/ChangeRow.h"
 
 #include "OrvelAgent/ui/controls/Badge.h"
+#include "OrvelAgent/ui/controls/Layouts.h"
 #include "OrvelAgent/ui/controls/SelectableLabel.h"
 #include "OrvelAgent/ui/controls/Theme.h"
 
@@ -35,9 +36,7 @@ ChangeRow::ChangeRow(const tavrin::VersionHistory::Change& change, QWidget* pare
         Theme::TextStyle::Body, Theme::Role::Primary, QString::fromStdString(change.text));
     text->setObjectName(QStringLiteral("change"));
     text->setWordWrap(true);
-    auto* layout = new QHBoxLayout(this);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(Theme::controlSpacing);
+    auto* layout = makeLayout<QHBoxLayout>(this, Theme::controlSpacing);
     layout->addWidget(badge_, 0, Qt::AlignTop);
     layout->addWidget(text, 1);
     updateStyle();

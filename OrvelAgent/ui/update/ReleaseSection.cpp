@@ -2,6 +2,7 @@
 #include "OrvelAgent/ui/update/ReleaseSection.h"
 
 #include "OrvelAgent/ui/controls/Badge.h"
+#include "OrvelAgent/ui/controls/Layouts.h"
 #include "OrvelAgent/ui/controls/SelectableLabel.h"
 #include "OrvelAgent/ui/controls/Theme.h"
 #include "OrvelAgent/ui/update/ChangeRow.h"
@@ -22,8 +23,7 @@ ReleaseSection::ReleaseSection(
         Theme::TextStyle::Callout, Theme::Role::Secondary, QString::fromStdString(release.date));
     date->setObjectName(QStringLiteral("date"));
 
-    auto* heading = new QHBoxLayout;
-    heading->setSpacing(Theme::controlSpacing);
+    auto* heading = makeLayout<QHBoxLayout>(nullptr, Theme::controlSpacing);
     heading->addWidget(version);
     heading->addWidget(date);
     if (isInstalled) {
@@ -33,9 +33,7 @@ ReleaseSection::ReleaseSection(
     }
     heading->addStretch();
 
-    auto* layout = new QVBoxLayout(this);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(Theme::lineSpacing);
+    auto* layout = makeLayout<QVBoxLayout>(this, Theme::lineSpacing);
     layout->addLayout(heading);
     for (const tavrin::VersionHistory::Change& change : release.changes) {
         layout->addWidget(new ChangeRow(change));

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/ui/update/UpdateWindow.h"
 
+#include "OrvelAgent/ui/controls/Layouts.h"
 #include "OrvelAgent/ui/controls/PushButton.h"
 #include "OrvelAgent/ui/controls/SelectableLabel.h"
 #include "OrvelAgent/ui/controls/Theme.h"
@@ -20,29 +21,23 @@ static constexpr int preferredWidth = 420;
 
 UpdateWindow::UpdateWindow(QWidget* parent)
     : QDialog(parent),
-      title_(new SelectableLabel(Theme::TextStyle::Headline)),
-      text_(new SelectableLabel(Theme::TextStyle::Body)),
-      notes_(new QPlainTextEdit),
-      progress_(new QProgressBar) {
+      title_(named("title", new SelectableLabel(Theme::TextStyle::Headline))),
+      text_(named("text", new SelectableLabel(Theme::TextStyle::Body))),
+      notes_(named("notes", new QPlainTextEdit)),
+      progress_(named("progress", new QProgressBar)) {
     setObjectName(QStringLiteral("software-update"));
     setWindowTitle(tr("Software Update"));
-    title_->setObjectName(QStringLiteral("title"));
     title_->setWordWrap(true);
-    text_->setObjectName(QStringLiteral("text"));
     text_->setWordWrap(true);
-    notes_->setObjectName(QStringLiteral("notes"));
     notes_->setAccessibleName(tr("Release notes"));
     notes_->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
     notes_->setTabChangesFocus(true);
-    progress_->setObjectName(QStringLiteral("progress"));
     progress_->setAccessibleName(tr("Progress"));
     progress_->setTextVisible(false);
 
-    auto* buttons = new QHBoxLayout;
-    buttons->setSpacing(Theme::controlSpacing);
+    auto* buttons = makeLayout<QHBoxLayout>(nullptr, Theme::controlSpacing);
     const auto addButton = [this, buttons](const QString& text, const char* name) {
-        auto* button = new PushButton(text);
-        button->setObjectName(QLatin1String(name));
+        auto* button = named(name, new PushButton(text));
         buttons->addWidget(button);
         return button;
     };
@@ -61,10 +56,7 @@ UpdateWindow::UpdateWindow(QWidget* parent)
         connect(button, &QPushButton::clicked, this, &UpdateWindow::reject);
     }
 
-    auto* layout = new QVBoxLayout(this);
-    layout->setContentsMargins(
-        Theme::windowPadding, Theme::windowPadding, Theme::windowPadding, Theme::windowPadding);
-    layout->setSpacing(Theme::blockSpacing);
+    auto* layout = makeLayout<QVBoxLayout>(this, Theme::blockSpacing, Theme::windowPadding);
     layout->addWidget(title_);
     layout->addWidget(text_);
     layout->addWidget(notes_, 1);

@@ -3,6 +3,7 @@
 
 #include "OrvelAgent/base/SourceRevision.h"
 #include "OrvelAgent/ui/controls/Divider.h"
+#include "OrvelAgent/ui/controls/Layouts.h"
 #include "OrvelAgent/ui/controls/Notice.h"
 #include "OrvelAgent/ui/controls/SelectableLabel.h"
 #include "OrvelAgent/ui/controls/Theme.h"
@@ -38,15 +39,13 @@ QWidget* makeHeader(const std::string& version, const std::string& build) {
     revision->setAccessibleName(VersionHistoryWindow::tr("Source revision %1").arg(revisionText));
 
     auto* header = new QWidget;
-    auto* line = new QHBoxLayout;
-    line->setSpacing(Theme::controlSpacing);
+    auto* line = makeLayout<QHBoxLayout>(nullptr, Theme::controlSpacing);
     line->addWidget(installed);
     line->addWidget(revision);
     line->addStretch();
-    auto* layout = new QVBoxLayout(header);
+    auto* layout = makeLayout<QVBoxLayout>(header, Theme::lineSpacing);
     layout->setContentsMargins(
         Theme::windowPadding, Theme::windowPadding, Theme::windowPadding, Theme::blockSpacing);
-    layout->setSpacing(Theme::lineSpacing);
     layout->addWidget(title);
     layout->addLayout(line);
     return header;
@@ -54,17 +53,13 @@ QWidget* makeHeader(const std::string& version, const std::string& build) {
 
 QWidget* makeList(const tavrin::VersionHistory& history, const std::string& version) {
     auto* releases = new QWidget;
-    auto* layout = new QVBoxLayout(releases);
-    layout->setContentsMargins(
-        Theme::windowPadding, Theme::windowPadding, Theme::windowPadding, Theme::windowPadding);
-    layout->setSpacing(Theme::windowPadding);
+    auto* layout = makeLayout<QVBoxLayout>(releases, Theme::windowPadding, Theme::windowPadding);
     for (const tavrin::VersionHistory::Release& release : history.releases) {
         layout->addWidget(new ReleaseSection(release, release.version == version));
     }
     layout->addStretch();
 
-    auto* list = new QScrollArea;
-    list->setObjectName(QStringLiteral("releases"));
+    auto* list = named("releases", new QScrollArea);
     list->setAccessibleName(VersionHistoryWindow::tr("Releases"));
     list->setFrameShape(QFrame::NoFrame);
     list->setWidgetResizable(true);
@@ -82,9 +77,7 @@ VersionHistoryWindow::VersionHistoryWindow(const Bundle& bundle, QWidget* parent
 
     const std::string version = bundle.infoString("CFBundleShortVersionString").value_or("0.0.0");
     const std::string build = bundle.infoString("CFBundleVersion").value_or("0");
-    auto* layout = new QVBoxLayout(this);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(0);
+    auto* layout = makeLayout<QVBoxLayout>(this, 0);
     layout->addWidget(makeHeader(version, build));
     layout->addWidget(new Divider);
     const tavrin::VersionHistory history = loadVersionHistory(bundle);

@@ -8,8 +8,8 @@
 #include "OrvelAgent/ui/log/LogWindow.h"
 #include "OrvelAgent/ui/panel/BlockedBanner.h"
 #include "OrvelAgent/ui/panel/ContactsQuestion.h"
-#include "OrvelAgent/ui/panel/FullDiskAccessPrompt.h"
 #include "OrvelAgent/ui/panel/MenuBarContentView.h"
+#include "OrvelAgent/ui/panel/Prompt.h"
 #include "OrvelAgent/ui/settings/SettingsView.h"
 #include "OrvelAgent/ui/update/ChangeRow.h"
 #include "OrvelAgent/ui/update/ReleaseSection.h"
@@ -139,7 +139,7 @@ TEST(AccessibilityTest, WidgetsInThePanelHaveTheRightRoles) {
     auto& symbol = *banner.findChild<SymbolLabel*>();
     EXPECT_EQ(roleOf(symbol), QAccessible::Graphic);
     EXPECT_EQ(nameOf(symbol), "Warning");
-    auto& prompt = *panel.findChild<FullDiskAccessPrompt*>();
+    auto& prompt = *panel.findChild<Prompt*>(QStringLiteral("fullDiskAccessPrompt"));
     EXPECT_EQ(roleOf(prompt), QAccessible::Grouping);
     EXPECT_EQ(nameOf(prompt), "Full Disk Access needed");
     auto& spinner = *panel.findChild<Spinner*>();

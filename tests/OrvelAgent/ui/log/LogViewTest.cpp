@@ -88,9 +88,7 @@ TEST_F(LogViewTest, FollowsInsertionsAndRemovalsInTheModel) {
         refresh();
         ASSERT_EQ(view_.document()->blockCount(), model_.rowCount());
         for (int row = 0; row < model_.rowCount(); ++row) {
-            ASSERT_EQ(
-                line(row).text().section(u'\t', 2),
-                model_.index(row).data(LogListModel::MessageRole).toString());
+            ASSERT_EQ(line(row).text().section(u'\t', 2), model_.row(row).message);
         }
     }
 }
