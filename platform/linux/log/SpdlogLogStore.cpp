@@ -134,15 +134,18 @@ void SpdlogLogStore::write(LogLevel level, std::string_view category, std::strin
 }
 
 void SpdlogLogStore::readEntries(tavrin::Date start, std::function<void(Entries)> completion) {
-    std::vector<LogEntry> found;
-    {
-        const std::lock_guard lock(mutex_);
-        const auto first = std::ranges::find_if(
-            entries_, [start](const LogEntry& entry) { return entry.date >= start; });
-        found.assign(first, entries_.end());
-    }
-    callbackContext_.post([found = std::move(found), completion = std::move(completion)]() mutable {
-        completion(std::move(found));
+    reading_.run([this, start, completion = std::move(completion)]() mutable {
+        std::vector<LogEntry> found;
+        {
+            const std::lock_guard lock(mutex_);
+            const auto first = std::ranges::find_if(
+                entries_, [start](const LogEntry& entry) { return entry.date >= start; });
+            found.assign(first, entries_.end());
+        }
+        callbackContext_.post(
+            [found = std::move(found), completion = std::move(completion)]() mutable {
+                completion(std::move(found));
+            });
     });
 }
 

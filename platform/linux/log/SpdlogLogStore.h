@@ -4,6 +4,7 @@
 #include "platform/LogStore.h"
 #include "platform/linux/log/JournalSocket.h"
 #include "platform/linux/support/CallbackContext.h"
+#include "platform/linux/support/WorkQueue.h"
 
 #include <chrono>
 #include <cstddef>
@@ -67,8 +68,9 @@ private:
     /// The newest lines.
     std::deque<LogEntry> entries_;
     std::size_t bytes_ = 0;
-    /// Destroyed first: drops pending results.
     CallbackContext callbackContext_;
+    /// Destroyed first: waits for the running read.
+    WorkQueue reading_;
 };
 
 } // namespace orvel
