@@ -20,8 +20,8 @@ public:
 /// Thread-safe. (Some supported toolchains lack `std::stop_token`.)
 class CancellationToken final {
 public:
-    /// Unregisters its callback when destroyed. If the callback is running on another thread, that
-    /// waits for it.
+    /// Unregisters its callback when its last copy is destroyed. If the callback is running on
+    /// another thread, that waits for it.
     using Registration = std::shared_ptr<const void>;
 
     CancellationToken() = default;

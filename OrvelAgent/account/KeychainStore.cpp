@@ -65,11 +65,8 @@ QCoro::Task<std::optional<Session>> KeychainStore::loadLatest(
 void KeychainStore::save(const Session& session) {
     ++saveCount_;
     const boost::json::value json = boost::json::value_from(session, wipingStorage());
-    keychain_.write(
-        service_,
-        sessionAccount,
-        tavrin::Secret(serializeSecretJSON(json)),
-        changeOf(sessionAccount));
+    tavrin::Secret text(serializeSecretJSON(json));
+    keychain_.write(service_, sessionAccount, std::move(text), changeOf(sessionAccount));
 }
 
 void KeychainStore::remove() const {

@@ -39,8 +39,12 @@ std::optional<std::string> content(const std::filesystem::path& folder, const st
         return std::nullopt;
     }
     std::string bytes(static_cast<std::size_t>(status.st_size), '\0');
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(
-        fdopen(file.release(), "r"), std::fclose);
+    std::FILE* const opened = fdopen(file.get(), "r");
+    if (opened == nullptr) {
+        throw std::system_error(errno, std::generic_category(), "Could not read the update");
+    }
+    static_cast<void>(file.release());
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(opened, std::fclose);
     bytes.resize(std::fread(bytes.data(), 1, bytes.size(), stream.get()));
     if (std::ferror(stream.get()) != 0) {
         throw std::system_error(errno, std::generic_category(), "Could not read the update");

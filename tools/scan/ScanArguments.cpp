@@ -25,7 +25,9 @@ namespace {
 /// A token must fit into one header line.
 tavrin::Secret checkedToken(std::string text, std::string_view from) {
     const tavrin::Secret whole(std::move(text));
-    std::string token = CLI::detail::trim_copy(whole.text());
+    std::string token = whole.text();
+    // In place: a trimmed copy would leave another copy in memory.
+    CLI::detail::trim(token);
     if (token.empty()) {
         throw UsageError("The token in " + std::string(from) + " is empty.");
     }

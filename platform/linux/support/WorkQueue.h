@@ -23,8 +23,10 @@ public:
     /// created this object.
     template <typename Work, typename Finish>
     void run(Work work, Finish finish) {
-        thread_.start([this, work = std::move(work), finish = std::move(finish)] {
-            callbackContext_.post([result = work(), finish] { finish(result); });
+        // Moved on, so that the worker does not destroy what the callback captured.
+        thread_.start([this, work = std::move(work), finish = std::move(finish)]() mutable {
+            callbackContext_.post(
+                [result = work(), finish = std::move(finish)]() mutable { finish(result); });
         });
     }
 
