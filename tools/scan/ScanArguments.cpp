@@ -263,7 +263,7 @@ std::variant<ScanArguments, std::string> parseScanArguments(int argc, const char
         arguments.token = tokenFrom(raw, *token, fromEnvironment);
         if (arguments.apiURL && !arguments.token) {
             // Send the token of a stored session only to the service that issued it.
-            throw UsageError("--api-url needs a bearer token of its own: --token-file FILE, "
+            throw UsageError("Give a bearer token together with --api-url: --token-file FILE, "
                              "the variable ORVEL_TOKEN, or --token.");
         }
     }
