@@ -5,6 +5,7 @@
 #include "core/Interface.h"
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -27,6 +28,12 @@ public:
     virtual void set(std::string_view key, Value value) = 0;
     /// Removing a missing key is not an error.
     virtual void remove(std::string_view key) = 0;
+
+    /// Excludes other holders, in this process and in others, until the returned object is
+    /// destroyed or the process ends. Reads and writes need no lock. Null while there is another
+    /// holder. Otherwise other processes' changes are visible afterwards. Throws `PlatformError` if
+    /// the lock cannot be created or the values cannot be read.
+    [[nodiscard]] virtual std::unique_ptr<Interface> tryLock() = 0;
 };
 
 /// No value if the key is missing or its value has another type.

@@ -15,6 +15,10 @@ inline constexpr std::string_view startAtLoginKey = "startAtLogin";
 inline constexpr std::string_view highKey = "messages.rowid.watermark";
 inline constexpr std::string_view backfillKey = "messages.backfill.cursor";
 inline constexpr std::string_view backfillDoneKey = "messages.backfill.done";
+/// As JSON: whose messages the progress counts.
+inline constexpr std::string_view ownerKey = "messages.progress.owner";
+/// The progress before the first scan that could not read the address book.
+inline constexpr std::string_view beforeContactsGapKey = "messages.progress.beforeContactsGap";
 inline constexpr std::string_view last24hKey = "messages.last24h.count";
 inline constexpr std::string_view last24hAtKey = "messages.last24h.at";
 

@@ -19,8 +19,13 @@ namespace orvel {
 /// Destroying the keychain drops pending completions without calling them.
 class Keychain : public tavrin::Interface {
 public:
-    /// The item's value; nothing when the item does not exist or cannot be read.
-    using ReadCompletion = std::function<void(std::optional<tavrin::Secret>)>;
+    struct Reading {
+        /// No value if the item does not exist or cannot be read.
+        std::optional<tavrin::Secret> value;
+        /// Why the item cannot be read.
+        std::optional<tavrin::PlatformError> failure;
+    };
+    using ReadCompletion = std::function<void(Reading)>;
     /// Why the change could not be stored; nothing on success. A failed change still applies within
     /// this process.
     using ChangeCompletion = std::function<void(std::optional<tavrin::PlatformError>)>;

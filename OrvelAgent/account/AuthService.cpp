@@ -2,6 +2,7 @@
 #include "OrvelAgent/account/AuthService.h"
 
 #include "OrvelAgent/account/AuthError.h"
+#include "OrvelAgent/network/TokenUnavailable.h"
 #include "core/Errors.h"
 #include "core/SignInFailure.h"
 
@@ -49,7 +50,13 @@ AuthService::AuthService(const Dependencies& dependencies, Configuration configu
       log_(dependencies.logStore, "auth"),
       sessions_(std::make_shared<KeychainStore>(
           dependencies.keychain, configuration_.bundleIdentifier())),
-      tokens_(identity_, *sessions_, dependencies.clock, log_, [this] { signOut(); }),
+      tokens_(
+          identity_,
+          *sessions_,
+          dependencies.clock,
+          log_,
+          [this] { signOut(); },
+          [this](const KeychainStore::Reading& stored) { return follow(stored); }),
       restoring_(restore(restoreCancellation_.token())) {}
 
 AuthService::~AuthService() {
@@ -62,7 +69,7 @@ AuthService::~AuthService() {
 QCoro::Task<> AuthService::restore(tavrin::CancellationToken cancellation) {
     std::optional<Session> session;
     try {
-        session = co_await sessions_->load(cancellation);
+        session = (co_await sessions_->load(cancellation)).session;
     } catch (const std::exception&) {
         // Treat an unreadable session as missing.
     }
@@ -75,9 +82,10 @@ QCoro::Task<> AuthService::restore(tavrin::CancellationToken cancellation) {
         co_return;
     }
     isSignedIn_ = !session->refreshToken.isEmpty();
+    account_ = accountOf(session->uid, session->email, session->handle);
     accountEmail_ = std::move(session->email);
     accountHandle_ = std::move(session->handle);
-    publish({restoration_, std::nullopt, std::nullopt});
+    publish({restoration_, std::nullopt, std::nullopt, std::nullopt});
 }
 
 QCoro::Task<> AuthService::signIn() {
@@ -125,7 +133,7 @@ QCoro::Task<> AuthService::runSignIn(
 
 void AuthService::acceptTokens(const FirebaseIdentity::Tokens& tokens) {
     // Also cancels a refresh of the previous session.
-    Waiters waiters{restoration_, tokens_.replace(tokens), tokens.idToken};
+    Waiters waiters{restoration_, tokens_.replace(tokens), tokens.idToken, endSession()};
     sessions_->save({tokens.refreshToken, {}, {}, {}});
     isSignedIn_ = true;
     log_.log("sign-in: succeeded");
@@ -162,10 +170,15 @@ void AuthService::recordFailedSignIn(const std::exception_ptr& failure) {
     log_.error("sign-in FAILED: {}", *lastError_);
 }
 
+tavrin::CancellationSource AuthService::endSession() {
+    account_.clear();
+    return std::exchange(sessionEnd_, tavrin::CancellationSource());
+}
+
 void AuthService::signOut() {
     ++signOutCount_;
     sessions_->remove();
-    Waiters waiters{restoration_, tokens_.replace(std::nullopt), std::nullopt};
+    Waiters waiters{restoration_, tokens_.replace(std::nullopt), std::nullopt, endSession()};
     isSignedIn_ = false;
     accountEmail_.reset();
     accountHandle_.reset();
@@ -173,6 +186,96 @@ void AuthService::signOut() {
     lastError_.reset();
     restoreCancellation_.cancel();
     publish(std::move(waiters));
+}
+
+QCoro::Task<std::optional<AccountSession>>
+AuthService::session(tavrin::CancellationToken cancellation) {
+    return currentSession(reference(), std::move(cancellation));
+}
+
+QCoro::Task<std::optional<AccountSession>>
+AuthService::currentSession(Reference self, tavrin::CancellationToken cancellation) {
+    const KeychainStore::Reading stored =
+        co_await KeychainStore::loadLatest(self.service->sessions_, cancellation);
+    AuthService* service = self.get();
+    if (service == nullptr) {
+        throw tavrin::TaskCancelled();
+    }
+    service->follow(stored);
+    service = self.get();
+    if (service == nullptr || !service->isSignedIn_) {
+        co_return std::nullopt;
+    }
+    if (service->account_.empty()) {
+        const AccountSession session = service->accountSession();
+        co_await fetchProfile(self, service->client({}).authorizedBy(session), cancellation);
+        service = self.get();
+        if (service == nullptr || session.ended.isCancelled()) {
+            co_return std::nullopt;
+        }
+    }
+    co_return service->accountSession();
+}
+
+AccountSession AuthService::accountSession() {
+    const Reference self = reference();
+    const tavrin::CancellationToken ended = sessionEnd_.token();
+    return {
+        account_,
+        ended,
+        [self, ended] { return tokenOf(self, ended); },
+        [self, ended] {
+            AuthService* const service = self.get();
+            if (service != nullptr && !ended.isCancelled()) {
+                service->signOut();
+            }
+            return nothing();
+        }};
+}
+
+QCoro::Task<std::optional<tavrin::Secret>>
+AuthService::tokenOf(Reference self, tavrin::CancellationToken session) {
+    session.throwIfCancelled();
+    AuthService* service = self.get();
+    if (service == nullptr) {
+        throw tavrin::TaskCancelled();
+    }
+    std::optional<tavrin::Secret> token = co_await service->currentToken();
+    session.throwIfCancelled();
+    service = self.get();
+    if (service == nullptr) {
+        throw tavrin::TaskCancelled();
+    }
+    if (!token) {
+        throw TokenUnavailable(
+            "The sign-in could not be refreshed: " + service->tokens_.lastFailure());
+    }
+    co_return token;
+}
+
+/// Returns whether the session goes on. Publishes its end or its replacement by another process;
+/// receivers may then destroy this object.
+bool AuthService::follow(const KeychainStore::Reading& stored) {
+    if (!stored.isChangedElsewhere) {
+        return true;
+    }
+    sessions_->accept(stored);
+    const std::optional<Session>& session = stored.session;
+    const bool isSignedIn = session && !session->refreshToken.isEmpty();
+    const std::string account =
+        isSignedIn ? accountOf(session->uid, session->email, session->handle) : std::string();
+    if (isSignedIn && !account.empty() && account == account_) {
+        return true;
+    }
+    log_.log("{}", isSignedIn ? "another process has signed in" : "another process has signed out");
+    ++signOutCount_;
+    Waiters waiters{restoration_, tokens_.replace(std::nullopt), std::nullopt, endSession()};
+    isSignedIn_ = isSignedIn;
+    account_ = account;
+    accountEmail_ = isSignedIn ? session->email : std::nullopt;
+    accountHandle_ = isSignedIn ? session->handle : std::nullopt;
+    publish(std::move(waiters));
+    return false;
 }
 
 APIClient::TokenProvider AuthService::tokenProvider() {
@@ -214,22 +317,25 @@ AuthService::stored(tavrin::CancellationToken cancellation) {
 
 QCoro::Task<>
 AuthService::loadProfile(Reference self, APIClient api, tavrin::CancellationToken cancellation) {
+    try {
+        co_await fetchProfile(std::move(self), std::move(api), std::move(cancellation));
+    } catch (const std::exception&) {
+        // The sign-in is complete without a profile.
+    }
+}
+
+QCoro::Task<>
+AuthService::fetchProfile(Reference self, APIClient api, tavrin::CancellationToken cancellation) {
     AuthService* service = self.get();
     if (service == nullptr) {
         co_return;
     }
-    const std::shared_ptr<const KeychainStore> sessions = service->sessions_;
+    const std::shared_ptr<KeychainStore> sessions = service->sessions_;
     const std::uint64_t signOutCount = service->signOutCount_;
-    Profile profile;
-    std::optional<Session> session;
-    try {
-        profile = co_await api.send<Profile, Empty>(
-            "/api/v1/profile", "GET", nullptr, std::move(cancellation));
-        session = co_await KeychainStore::loadLatest(sessions, self.lifetime);
-    } catch (const std::exception&) {
-        // The sign-in is complete without a profile.
-        co_return;
-    }
+    const Profile profile =
+        co_await api.send<Profile, Empty>(profilePath, "GET", nullptr, std::move(cancellation));
+    std::optional<Session> session =
+        (co_await KeychainStore::loadLatest(sessions, self.lifetime)).session;
     service = self.get();
     if (service != nullptr && service->signOutCount_ == signOutCount) {
         // Save the profile even without a stored session. An empty refresh token means signed out.
@@ -239,6 +345,7 @@ AuthService::loadProfile(Reference self, APIClient api, tavrin::CancellationToke
 
 void AuthService::mergeProfile(const Profile& profile, Session session) {
     session.merge(profile);
+    account_ = accountOf(session.uid, session.email, session.handle);
     if (profile.email) {
         accountEmail_ = profile.email;
     }
@@ -253,6 +360,9 @@ void AuthService::mergeProfile(const Profile& profile, Session session) {
 /// object, so do not use it after the signal.
 void AuthService::publish(Waiters waiters) {
     Q_EMIT changed();
+    if (waiters.session) {
+        waiters.session->cancel();
+    }
     if (waiters.refresh) {
         waiters.refresh->resolve(std::move(waiters.token));
     }

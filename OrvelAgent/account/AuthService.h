@@ -9,6 +9,7 @@
 #include "OrvelAgent/base/Deferred.h"
 #include "OrvelAgent/base/Logger.h"
 #include "OrvelAgent/network/APIClient.h"
+#include "OrvelAgent/network/AccountSession.h"
 #include "core/CancellationToken.h"
 #include "core/Secret.h"
 #include "platform/Clock.h"
@@ -78,6 +79,11 @@ public:
     /// session or if the refresh fails.
     QCoro::Task<std::optional<tavrin::Secret>> currentToken() { return tokens_.currentToken(); }
 
+    /// The sign-in in force. Follows what other processes did to the stored session, and asks the
+    /// service for the profile if the account is not known yet. No value while signed out. Throws
+    /// the errors of that request, and as `restored` does.
+    QCoro::Task<std::optional<AccountSession>> session(tavrin::CancellationToken cancellation = {});
+
     /// Callbacks for `APIClient`. They may outlive this object; then the first provides no token
     /// and the second does nothing.
     [[nodiscard]] APIClient::TokenProvider tokenProvider();
@@ -123,6 +129,8 @@ private:
         std::optional<Deferred<void>> restoration;
         std::optional<Deferred<std::optional<tavrin::Secret>>> refresh;
         std::optional<tavrin::Secret> token;
+        /// Cancelled, because the session has ended.
+        std::optional<tavrin::CancellationSource> session;
     };
 
     QCoro::Task<> restore(tavrin::CancellationToken cancellation);
@@ -133,6 +141,15 @@ private:
         tavrin::CancellationToken cancellation);
     static QCoro::Task<>
     loadProfile(Reference self, APIClient api, tavrin::CancellationToken cancellation);
+    static QCoro::Task<>
+    fetchProfile(Reference self, APIClient api, tavrin::CancellationToken cancellation);
+    static QCoro::Task<std::optional<AccountSession>>
+    currentSession(Reference self, tavrin::CancellationToken cancellation);
+    static QCoro::Task<std::optional<tavrin::Secret>>
+    tokenOf(Reference self, tavrin::CancellationToken session);
+    [[nodiscard]] AccountSession accountSession();
+    bool follow(const KeychainStore::Reading& stored);
+    [[nodiscard]] tavrin::CancellationSource endSession();
 
     void acceptTokens(const FirebaseIdentity::Tokens& tokens);
     void mergeProfile(const Profile& profile, Session session);
@@ -157,12 +174,16 @@ private:
     bool isSignedIn_ = false;
     std::optional<std::string> accountEmail_;
     std::optional<std::string> accountHandle_;
+    /// As `accountOf`. Empty until it is known.
+    std::string account_;
     bool isSigningIn_ = false;
     std::optional<std::string> lastError_;
     bool needsAccount_ = false;
 
     tavrin::CancellationSource signInCancellation_;
     std::uint64_t signOutCount_ = 0;
+    /// Replaced at each sign-in and sign-out.
+    tavrin::CancellationSource sessionEnd_;
 
     const Deferred<void> restoration_;
     tavrin::CancellationSource restoreCancellation_;

@@ -4,11 +4,15 @@
 #include "OrvelAgent/base/Completion.h"
 #include "OrvelAgent/network/SecretJSON.h"
 
+#include <QByteArrayView>
+#include <QCryptographicHash>
+
 #include <boost/json/value_from.hpp>
 #include <boost/json/value_to.hpp>
 
 #include <cstddef>
 #include <exception>
+#include <iterator>
 #include <map>
 #include <utility>
 
@@ -17,6 +21,15 @@ namespace orvel {
 namespace {
 
 constexpr const char* sessionAccount = "session";
+
+QByteArray fingerprintOf(const std::optional<Session>& session) {
+    if (!session || session->refreshToken.isEmpty()) {
+        return {};
+    }
+    const std::string& token = session->refreshToken.text();
+    return QCryptographicHash::hash(
+        QByteArrayView(token.data(), std::ssize(token)), QCryptographicHash::Sha256);
+}
 
 } // namespace
 
@@ -33,43 +46,58 @@ KeychainStore::KeychainStore(Keychain& keychain, const std::string& bundleIdenti
       service_(bundleIdentifier + ".session"),
       changes_(std::make_shared<Changes>()) {}
 
-QCoro::Task<std::optional<Session>>
-KeychainStore::load(tavrin::CancellationToken cancellation) const {
+QCoro::Task<KeychainStore::Reading> KeychainStore::load(tavrin::CancellationToken cancellation) {
+    const std::uint64_t changeCount = changeCount_;
     auto start = [this](auto completion) {
         keychain_.read(service_, sessionAccount, std::move(completion));
     };
-    const auto text = co_await awaitCompletion<std::optional<tavrin::Secret>>(
-        std::move(start), std::move(cancellation));
-    if (!text) {
-        co_return std::nullopt;
+    const auto item =
+        co_await awaitCompletion<Keychain::Reading>(std::move(start), std::move(cancellation));
+    Reading reading;
+    if (item.failure) {
+        co_return reading;
     }
     try {
-        co_return boost::json::value_to<Session>(parseSecretJSON(text->text()));
+        if (item.value) {
+            reading.session = boost::json::value_to<Session>(parseSecretJSON(item.value->text()));
+        }
     } catch (const std::exception&) {
         // Treat an unreadable session as missing.
-        co_return std::nullopt;
     }
+    const QByteArray fingerprint = fingerprintOf(reading.session);
+    if (!fingerprint_) {
+        fingerprint_ = fingerprint;
+    }
+    reading.isChangedElsewhere = changeCount == changeCount_ && fingerprint != *fingerprint_;
+    co_return reading;
 }
 
-QCoro::Task<std::optional<Session>> KeychainStore::loadLatest(
-    std::shared_ptr<const KeychainStore> store, tavrin::CancellationToken cancellation) {
-    std::optional<Session> session;
-    std::uint64_t saveCount = 0;
+QCoro::Task<KeychainStore::Reading> KeychainStore::loadLatest(
+    std::shared_ptr<KeychainStore> store, tavrin::CancellationToken cancellation) {
+    Reading reading;
+    std::uint64_t changeCount = 0;
     do {
-        saveCount = store->saveCount_;
-        session = co_await store->load(cancellation);
-    } while (saveCount != store->saveCount_);
-    co_return session;
+        changeCount = store->changeCount_;
+        reading = co_await store->load(cancellation);
+    } while (changeCount != store->changeCount_);
+    co_return reading;
+}
+
+void KeychainStore::accept(const Reading& reading) {
+    fingerprint_ = fingerprintOf(reading.session);
 }
 
 void KeychainStore::save(const Session& session) {
-    ++saveCount_;
+    ++changeCount_;
+    fingerprint_ = fingerprintOf(session);
     const boost::json::value json = boost::json::value_from(session, wipingStorage());
     tavrin::Secret text(serializeSecretJSON(json));
     keychain_.write(service_, sessionAccount, std::move(text), changeOf(sessionAccount));
 }
 
-void KeychainStore::remove() const {
+void KeychainStore::remove() {
+    ++changeCount_;
+    fingerprint_ = QByteArray();
     // Earlier versions had one item for each field.
     for (const char* account :
          {sessionAccount, "refreshToken", "uid", "accountEmail", "accountHandle"}) {

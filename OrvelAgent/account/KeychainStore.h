@@ -6,6 +6,7 @@
 #include "core/Errors.h"
 #include "platform/Keychain.h"
 
+#include <QByteArray>
 #include <QCoroTask>
 
 #include <cstdint>
@@ -18,21 +19,31 @@ namespace orvel {
 /// Stores the session in the keychain. Borrows the keychain. Main thread.
 class KeychainStore final {
 public:
+    struct Reading {
+        /// No value if there is no session or it cannot be read or decoded.
+        std::optional<Session> session;
+        /// Another process has replaced or removed the session since this one stored or read it.
+        bool isChangedElsewhere = false;
+    };
+
     KeychainStore(Keychain& keychain, const std::string& bundleIdentifier);
 
-    /// Returns no value if there is no session or it cannot be decoded. The user may first have to
-    /// unlock the keychain. Throws `tavrin::TaskCancelled` at once if cancelled.
-    QCoro::Task<std::optional<Session>> load(tavrin::CancellationToken cancellation) const;
+    /// The user may first have to unlock the keychain. Throws `tavrin::TaskCancelled` at once if
+    /// cancelled.
+    QCoro::Task<Reading> load(tavrin::CancellationToken cancellation);
 
     /// Like `load`, but reads again if a session was saved during the read.
-    static QCoro::Task<std::optional<Session>>
-    loadLatest(std::shared_ptr<const KeychainStore> store, tavrin::CancellationToken cancellation);
+    static QCoro::Task<Reading>
+    loadLatest(std::shared_ptr<KeychainStore> store, tavrin::CancellationToken cancellation);
+
+    /// Makes a change of another process this one's state.
+    void accept(const Reading& reading);
 
     /// Later reads return the new session, even before it is stored.
     void save(const Session& session);
 
     /// Also removes the items of earlier versions.
-    void remove() const;
+    void remove();
 
     /// Waits until all changes so far are stored or have failed. Returns the error of an item whose
     /// last change failed, if any. Throws `tavrin::TaskCancelled` at once if cancelled.
@@ -48,7 +59,10 @@ private:
     Keychain& keychain_;
     const std::string service_;
     const std::shared_ptr<Changes> changes_;
-    std::uint64_t saveCount_ = 0;
+    std::uint64_t changeCount_ = 0;
+    /// Of the refresh token that this process stored or read last. Empty without a session, no
+    /// value before the first reading.
+    std::optional<QByteArray> fingerprint_;
 };
 
 } // namespace orvel

@@ -7,6 +7,18 @@
 
 namespace orvel {
 
+std::string accountOf(
+    const std::optional<std::string>& uid,
+    const std::optional<std::string>& email,
+    const std::optional<std::string>& handle) {
+    for (const auto* name : {&uid, &email, &handle}) {
+        if (*name && !(*name)->empty()) {
+            return **name;
+        }
+    }
+    return {};
+}
+
 void Session::merge(const Profile& profile) {
     const auto replace = [](std::optional<std::string>& old,
                             const std::optional<std::string>& now) {

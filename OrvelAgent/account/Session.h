@@ -18,6 +18,15 @@ struct Profile {
     std::optional<std::string> handle;
 };
 
+/// `GET` returns the `Profile` of the account.
+inline constexpr const char* profilePath = "/api/v1/profile";
+
+/// Identifies the account: the first of these that exists. Empty without any.
+[[nodiscard]] std::string accountOf(
+    const std::optional<std::string>& uid,
+    const std::optional<std::string>& email,
+    const std::optional<std::string>& handle);
+
 /// Stored in the keychain as one JSON text.
 struct Session {
     tavrin::Secret refreshToken;

@@ -32,12 +32,14 @@ TokenRefresher::TokenRefresher(
     KeychainStore& sessions,
     Clock& clock,
     Logger log,
-    std::function<void()> onRevoked)
+    std::function<void()> onRevoked,
+    std::function<bool(const KeychainStore::Reading&)> follow)
     : identity_(std::move(identity)),
       sessions_(sessions),
       clock_(clock),
       log_(std::move(log)),
-      onRevoked_(std::move(onRevoked)) {}
+      onRevoked_(std::move(onRevoked)),
+      follow_(std::move(follow)) {}
 
 TokenRefresher::~TokenRefresher() {
     if (const auto waiting = replace(std::nullopt)) {
@@ -82,8 +84,14 @@ QCoro::Task<> TokenRefresher::run(Refresh refresh) {
     std::optional<tavrin::Secret> token;
     std::exception_ptr failure;
     try {
-        std::optional<Session> session = co_await sessions_.load(cancellation);
+        const KeychainStore::Reading stored = co_await sessions_.load(cancellation);
         cancellation.throwIfCancelled();
+        const auto follow = follow_;
+        if (!follow(stored)) {
+            co_return;
+        }
+        std::optional<Session> session = stored.session;
+        lastFailure_ = "There is no stored session.";
         if (session && !session->refreshToken.isEmpty()) {
             const FirebaseIdentity::Tokens tokens =
                 co_await identity_.refresh(session->refreshToken, cancellation);
@@ -107,9 +115,8 @@ QCoro::Task<> TokenRefresher::run(Refresh refresh) {
         co_return;
     }
     if (failure) {
-        log_.info(
-            "token refresh failed transiently; staying signed in: {}",
-            tavrin::description(failure));
+        lastFailure_ = tavrin::description(failure);
+        log_.info("token refresh failed transiently; staying signed in: {}", lastFailure_);
     }
     refreshInFlight_.reset();
     refresh.token.resolve(std::move(token));

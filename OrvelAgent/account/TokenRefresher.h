@@ -7,6 +7,7 @@
 #include "OrvelAgent/base/Logger.h"
 
 #include <functional>
+#include <string>
 
 namespace orvel {
 
@@ -20,18 +21,25 @@ public:
 
     /// Calls `onRevoked` after the identity provider has ended the session. `onRevoked` must call
     /// `replace` and resolve the result. It may destroy this object.
+    ///
+    /// Calls `follow` with the stored session before it is used. `follow` returns whether it is
+    /// still this object's session. If not, it must do the same as `onRevoked`.
     TokenRefresher(
         FirebaseIdentity identity,
         KeychainStore& sessions,
         Clock& clock,
         Logger log,
-        std::function<void()> onRevoked);
+        std::function<void()> onRevoked,
+        std::function<bool(const KeychainStore::Reading&)> follow);
     ~TokenRefresher();
     TokenRefresher(const TokenRefresher&) = delete;
     TokenRefresher& operator=(const TokenRefresher&) = delete;
 
     /// A token that is valid for at least another minute, refreshed if needed.
     QCoro::Task<Token> currentToken();
+
+    /// Why the last refresh provided no token.
+    [[nodiscard]] const std::string& lastFailure() const { return lastFailure_; }
 
     /// Replaces or deletes the token and cancels the running refresh. Returns the result of that
     /// refresh, if any. The caller must resolve it as its last step, because the waiting coroutines
@@ -53,6 +61,8 @@ private:
     Clock& clock_;
     const Logger log_;
     const std::function<void()> onRevoked_;
+    const std::function<bool(const KeychainStore::Reading&)> follow_;
+    std::string lastFailure_;
     std::optional<tavrin::Secret> idToken_;
     std::optional<tavrin::Date> idTokenExpiry_;
     std::optional<Refresh> refreshInFlight_;

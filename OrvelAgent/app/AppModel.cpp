@@ -47,9 +47,8 @@ AppModel::AppModel(
               worker_,
               configuration_,
               configuration_.apiBaseURL(),
-              auth_.tokenProvider(),
-              IngestClient::requestTimeout,
-              auth_.sessionExpiredHandler()),
+              {},
+              IngestClient::requestTimeout),
           configuration_.shortVersion()),
       collector_(
           watermarkStore_,
@@ -70,16 +69,18 @@ AppModel::AppModel(
       status_(
           {auth_, permissions_, collector_, updater_, flash_, *platform.motionPreference},
           configuration_.displayName()),
-      scanRun_(ingest_, contacts_, collector_, choices_.collection(), log_),
-      loop_(
-          {auth_,
-           permissions_,
-           status_,
+      scanRun_(
+          {ingest_,
+           contacts_,
            collector_,
-           scanRun_,
-           ingest_,
            *platform.clock,
-           *platform.logStore},
+           [this](tavrin::CancellationToken cancellation) {
+               return auth_.session(std::move(cancellation));
+           }},
+          choices_.collection(),
+          log_),
+      loop_(
+          {auth_, permissions_, status_, collector_, scanRun_, *platform.clock, *platform.logStore},
           logSubsystems(),
           log_),
       reduceMotionChanges_(platform.motionPreference->onChange([this] { statusChanged(); })) {
@@ -89,6 +90,7 @@ AppModel::AppModel(
     connect(&permissions_, &Permissions::changed, this, &AppModel::startCollecting);
     connect(&permissions_, &Permissions::changed, this, &AppModel::statusChanged);
     connect(&choices_, &SavedChoices::changed, this, &AppModel::changed);
+    connect(&choices_, &SavedChoices::changed, this, [this] { scanRun_.applyChoices(); });
     connect(&flash_, &AttentionFlash::changed, this, &AppModel::attentionFlashChanged);
     syncAttentionFlash();
     startCollecting();

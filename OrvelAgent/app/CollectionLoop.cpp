@@ -92,9 +92,13 @@ QCoro::Task<> CollectionLoop::scanOnce(tavrin::CancellationToken cancellation) {
     }
     co_await services_.scanRun.run(ScanRun::AddressBookUse::Read, std::nullopt, cancellation);
     cancellation.throwIfCancelled();
+    while (services_.scanRun.wasSuperseded() && !services_.status.blockedReason()) {
+        co_await services_.scanRun.run(ScanRun::AddressBookUse::Read, std::nullopt, cancellation);
+        cancellation.throwIfCancelled();
+    }
     std::vector<std::string> lines = co_await LogReader::recentLines(
         &services_.logStore, &services_.clock, subsystems_, diagnosticsWindow, cancellation);
-    co_await services_.ingest.sendDiagnostics(std::move(lines), cancellation);
+    co_await services_.scanRun.sendDiagnostics(std::move(lines), cancellation);
 }
 
 tavrin::Seconds CollectionLoop::waitAfterScan() const {

@@ -4,7 +4,6 @@
 #include "OrvelAgent/base/Deferred.h"
 #include "OrvelAgent/base/Logger.h"
 #include "OrvelAgent/log/LogReader.h"
-#include "OrvelAgent/scan/IngestClient.h"
 #include "core/CancellationToken.h"
 #include "platform/Clock.h"
 
@@ -45,7 +44,6 @@ public:
         const CollectionStatus& status;
         CollectorService& collector;
         ScanRun& scanRun;
-        const IngestClient& ingest;
         Clock& clock;
         LogStore& logStore;
     };

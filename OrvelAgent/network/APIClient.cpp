@@ -3,6 +3,8 @@
 
 #include "OrvelAgent/base/Configuration.h"
 #include "OrvelAgent/base/Deferred.h"
+#include "OrvelAgent/network/AccountSession.h"
+#include "OrvelAgent/network/TokenUnavailable.h"
 #include "core/SessionPolicy.h"
 #include "core/Text.h"
 
@@ -60,6 +62,9 @@ QCoro::Task<> deliver(APIClient::TokenProvider provider, Deferred<Token> token) 
 QCoro::Task<Token>
 tokenOf(APIClient::TokenProvider provider, tavrin::CancellationToken cancellation) {
     cancellation.throwIfCancelled();
+    if (!provider) {
+        co_return std::nullopt;
+    }
     const Deferred<Token> token;
     const QCoro::Task<> delivery = deliver(std::move(provider), token);
     co_await token.settled(std::move(cancellation));
@@ -85,6 +90,14 @@ APIClient::APIClient(
       onSessionExpired_(std::move(onSessionExpired)),
       encoder_(std::make_shared<JSONEncoder>()) {}
 
+APIClient APIClient::authorizedBy(const AccountSession& session) const {
+    APIClient client = *this;
+    client.tokenProvider_ = session.tokenProvider;
+    client.onSessionExpired_ = session.onSessionExpired;
+    client.requiresToken_ = true;
+    return client;
+}
+
 QCoro::Task<URLRequest> APIClient::makeRequest(
     std::string path, std::string method, tavrin::CancellationToken cancellation) const {
     URLRequest request;
@@ -99,6 +112,9 @@ QCoro::Task<URLRequest> APIClient::makeRequest(
     request.headers.emplace_back(
         tavrin::SessionPolicy::headerName, tavrin::SessionPolicy::headerValue);
     const std::optional<tavrin::Secret> token = co_await tokenOf(tokenProvider_, cancellation);
+    if (!token && requiresToken_) {
+        throw TokenUnavailable("You are not signed in.");
+    }
     if (token) {
         // Reserve the final size: growing would leave copies of the token in memory.
         std::string authorization;

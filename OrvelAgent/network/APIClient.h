@@ -23,6 +23,7 @@
 namespace orvel {
 
 class Configuration;
+struct AccountSession;
 
 /// The JSON client of our own service. Adds the headers and the bearer token, and unwraps the reply
 /// envelope.
@@ -31,11 +32,13 @@ class Configuration;
 /// session and the worker, which must outlive every request. Main thread.
 class APIClient final {
 public:
-    /// Returns the bearer token of one request, or no value for a request without a token.
+    /// Returns the bearer token of one request, or no value for a request without a token. May
+    /// throw.
     using TokenProvider = std::function<QCoro::Task<std::optional<tavrin::Secret>>()>;
     using SessionExpiredHandler = std::function<QCoro::Task<>()>;
 
     /// `baseURL` is scheme and host, without a trailing slash. The token is sent to no other host.
+    /// An empty token provider provides no token.
     APIClient(
         URLSession& session,
         Worker& worker,
@@ -45,12 +48,18 @@ public:
         tavrin::Seconds requestTimeout,
         SessionExpiredHandler onSessionExpired = {});
 
+    /// A copy whose requests carry the tokens of a session. A request without a token is not sent.
+    [[nodiscard]] APIClient authorizedBy(const AccountSession& session) const;
+
+    [[nodiscard]] const std::string& baseURL() const { return baseURL_; }
+
     /// Sends one request, once, and returns the payload of the reply.
     ///
     /// Throws `APIError` for every reply that is not a success, `tavrin::URLError` if there is no
-    /// reply, `tavrin::TaskCancelled` if cancelled, and the errors of the body's encoding. If the
-    /// session has expired, awaits the handler first. An invalid URL is a programming error and
-    /// ends the process.
+    /// reply, `TokenUnavailable` if a required token is missing, `tavrin::TaskCancelled` if
+    /// cancelled, and the errors of the token provider and of the body's encoding. If the session
+    /// has expired, awaits the handler first. An invalid URL is a programming error and ends the
+    /// process.
     template <typename Reply, typename Body = Empty>
     QCoro::Task<Reply> send(
         std::string path,
@@ -135,6 +144,7 @@ private:
     TokenProvider tokenProvider_;
     tavrin::Seconds requestTimeout_;
     SessionExpiredHandler onSessionExpired_;
+    bool requiresToken_ = false;
     /// Used on the worker only. Copies of a client share it.
     std::shared_ptr<JSONEncoder> encoder_;
 };

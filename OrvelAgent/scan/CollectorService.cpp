@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/scan/CollectorService.h"
 
-#include "OrvelAgent/scan/IdentityEnricher.h"
+#include "OrvelAgent/network/APIError.h"
 
 #include <cassert>
 #include <utility>
@@ -35,13 +35,8 @@ CollectorService::~CollectorService() {
     assert(!isScanning_);
 }
 
-QCoro::Task<std::optional<CollectorService::ScanSummary>> CollectorService::runScan(
-    tavrin::CollectionMode mode,
-    tavrin::ThreadScope scope,
-    HintSet knownHandleHints,
-    std::optional<tavrin::Date> since,
-    ContactBridge::IdentityIndex identityIndex,
-    tavrin::CancellationToken cancellation) {
+QCoro::Task<std::optional<CollectorService::ScanSummary>>
+CollectorService::runScan(ScanPlan plan, tavrin::CancellationToken cancellation) {
     if (isPaused_ || isScanning_) {
         co_return std::nullopt;
     }
@@ -51,25 +46,20 @@ QCoro::Task<std::optional<CollectorService::ScanSummary>> CollectorService::runS
 
     ScanSummary summary;
     summary.startedAt = dependencies_.clock.now();
-    summary.mode = mode;
+    summary.mode = plan.mode;
     dependencies_.log.info(
         "scan starting (mode={}, scope={}, known contacts={})",
-        tavrin::rawValue(mode),
-        tavrin::rawValue(scope),
-        knownHandleHints.size());
-    tavrin::MessagesCollector::Options collection;
-    collection.mode = mode;
-    collection.scope = scope;
-    collection.batchLimit = ScanDefaults::batchSize;
-    collection.knownHandleHints = std::make_shared<const HintSet>(std::move(knownHandleHints));
-    collection.since = since;
-    auto enricher = std::make_shared<IdentityEnricher>(
-        std::make_shared<const ContactBridge::IdentityIndex>(std::move(identityIndex)));
-    ScanWalk walk(dependencies_, std::move(collection), std::move(enricher), cancellation, summary);
+        tavrin::rawValue(plan.mode),
+        tavrin::rawValue(plan.scope),
+        plan.knownHandles->size());
+    ScanWalk walk(dependencies_, std::move(plan), cancellation, summary);
     Q_EMIT changed();
 
     try {
         co_await walk.run();
+    } catch (const APIError& error) {
+        // Also if the reply ended the session, which cancelled the scan.
+        summary.error = error.what();
     } catch (const std::exception& error) {
         // An error after a cancellation is a consequence of it.
         if (!cancellation.isCancelled()) {

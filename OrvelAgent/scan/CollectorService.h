@@ -1,13 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "OrvelAgent/scan/ContactBridge.h"
+#include "OrvelAgent/scan/ScanPlan.h"
 #include "OrvelAgent/scan/ScanSummary.h"
 #include "OrvelAgent/scan/ScanWalk.h"
 #include "core/CancellationToken.h"
-#include "core/CollectionPreferences.h"
-#include "core/Date.h"
-#include "core/messages/MessagesCollector.h"
 
 #include <QCoroTask>
 #include <QObject>
@@ -33,7 +30,6 @@ public:
     using ScanSummary = orvel::ScanSummary;
     using Progress = ScanProgress;
     using Options = ScanWalk::Options;
-    using HintSet = tavrin::MessagesCollector::HintSet;
 
     static constexpr std::size_t maximumHistory = 50;
 
@@ -48,16 +44,11 @@ public:
     ~CollectorService() override;
 
     /// Runs one scan. Returns no value if paused or already scanning, else the summary, which is
-    /// also added to the history. The summary contains the error of a failed scan. `since` must be
-    /// valid for `AppleEpoch::rawNanoseconds`. Cancelling ends the scan between batches, or at once
-    /// while it copies, sends or waits. A cancelled scan has no error.
-    QCoro::Task<std::optional<ScanSummary>> runScan(
-        tavrin::CollectionMode mode,
-        tavrin::ThreadScope scope,
-        HintSet knownHandleHints,
-        std::optional<tavrin::Date> since,
-        ContactBridge::IdentityIndex identityIndex,
-        tavrin::CancellationToken cancellation = {});
+    /// also added to the history. The summary contains the error of a failed scan. Cancelling ends
+    /// the scan between batches, or at once while it copies, sends or waits. A cancelled scan has
+    /// no error, unless the service ended the session.
+    QCoro::Task<std::optional<ScanSummary>>
+    runScan(ScanPlan plan, tavrin::CancellationToken cancellation = {});
 
     /// Records a scan that was skipped before it started.
     void recordAbort(std::string reason);

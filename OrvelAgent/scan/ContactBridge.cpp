@@ -105,7 +105,7 @@ ContactBridge::expand(HintSet hints, tavrin::CancellationToken cancellation) {
     AddressBook::Cards cards = co_await cardsWith(AddressBook::Fields::Identifiers, cancellation);
     if (const auto* error = std::get_if<tavrin::PlatformError>(&cards)) {
         log_.log("could not read the address book: {}", error->what());
-        Expansion unchanged{std::move(hints), 0, 0};
+        Expansion unchanged{std::move(hints), 0, 0, true};
         co_return unchanged;
     }
     const std::size_t given = hints.size();

@@ -48,6 +48,8 @@ public:
         std::int64_t added = 0;
         /// The number of cards read.
         std::int64_t scanned = 0;
+        /// Access is granted, but reading failed.
+        bool isUnreadable = false;
     };
 
     ContactBridge(AddressBook& addressBook, Worker& worker, LogStore& logStore);

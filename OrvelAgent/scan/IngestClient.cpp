@@ -12,6 +12,12 @@ namespace orvel {
 IngestClient::IngestClient(APIClient client, const std::string& version)
     : client_(std::move(client)), clientName_("mac/" + version) {}
 
+IngestClient IngestClient::authorizedBy(const AccountSession& session) const {
+    IngestClient client = *this;
+    client.client_ = client_.authorizedBy(session);
+    return client;
+}
+
 QCoro::Task<IngestClient::Ack> IngestClient::upload(
     std::shared_ptr<const Records> records,
     std::int64_t watermark,

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "OrvelAgent/network/APIClient.h"
+#include "OrvelAgent/network/AccountSession.h"
 #include "core/CancellationToken.h"
 #include "core/messages/MessageRecord.h"
 
@@ -61,6 +62,12 @@ public:
 
     /// `version` is the application's short version string.
     IngestClient(APIClient client, const std::string& version);
+
+    /// A copy whose requests carry the tokens of a session. A request without a token is not sent.
+    [[nodiscard]] IngestClient authorizedBy(const AccountSession& session) const;
+
+    /// Scheme, host and port of the service.
+    [[nodiscard]] const std::string& service() const { return client_.baseURL(); }
 
     /// Uploads one batch, in one attempt. Throws the errors of `APIClient::send`.
     QCoro::Task<Ack> upload(

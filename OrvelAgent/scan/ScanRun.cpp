@@ -1,60 +1,118 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/scan/ScanRun.h"
 
+#include <QScopeGuard>
+
 #include <exception>
 #include <stdexcept>
-#include <string>
 #include <utility>
 
 namespace orvel {
 
-ScanRun::ScanRun(
-    IngestClient ingest,
-    ContactBridge& contacts,
-    CollectorService& collector,
-    const Choices& choices,
-    Logger log)
-    : ingest_(std::move(ingest)),
-      contacts_(contacts),
-      collector_(collector),
+namespace {
+
+bool allowsLess(const ScanRun::Choices& now, const ScanRun::Choices& before) {
+    using tavrin::CollectionMode;
+    using tavrin::ThreadScope;
+    return (now.mode == CollectionMode::MetadataOnly &&
+            before.mode == CollectionMode::WithBodies) ||
+           (now.scope == ThreadScope::KnownContactsOnly && before.scope == ThreadScope::AllThreads);
+}
+
+} // namespace
+
+ScanRun::ScanRun(Services services, const Choices& choices, Logger log)
+    : services_(std::move(services)),
       choices_(choices),
-      log_(std::move(log)) {}
+      log_(std::move(log)),
+      ingest_(services_.ingest) {}
 
 QCoro::Task<std::optional<CollectorService::ScanSummary>> ScanRun::run(
     AddressBookUse addressBookUse,
     std::optional<tavrin::Date> since,
     tavrin::CancellationToken cancellation) {
+    const Choices choices = choices_;
+    tavrin::CancellationSource end;
+    const auto endRun = [end]() mutable {
+        end.cancel();
+    };
+    wasSuperseded_ = false;
+    running_ = Running{choices, end};
+    const auto whenDone = qScopeGuard([this] { running_.reset(); });
+    const auto byCaller = cancellation.onCancel(endRun);
+    try {
+        std::optional<AccountSession> session = co_await services_.session(end.token());
+        if (!session) {
+            co_return std::nullopt;
+        }
+        const auto bySignOut = session->ended.onCancel(endRun);
+        ingest_ = services_.ingest.authorizedBy(*session);
+        ScanPlan plan =
+            co_await makePlan(*std::move(session), choices, addressBookUse, since, end.token());
+        co_return co_await services_.collector.runScan(std::move(plan), end.token());
+    } catch (const tavrin::TaskCancelled&) {
+        cancellation.throwIfCancelled();
+        // The session has ended, or the choices were narrowed. The next run follows them.
+    }
+    co_return std::nullopt;
+}
+
+QCoro::Task<ScanPlan> ScanRun::makePlan(
+    AccountSession session,
+    Choices choices,
+    AddressBookUse addressBookUse,
+    std::optional<tavrin::Date> since,
+    tavrin::CancellationToken cancellation) {
     using Availability = ContactBridge::Availability;
-    CollectorService::HintSet hints = co_await fetchKnownHandles(cancellation);
-    ContactBridge::IdentityIndex identities;
+    ContactBridge& contacts = services_.contacts;
+    ScanPlan plan;
+    plan.session = std::move(session);
+    plan.mode = choices.mode;
+    plan.scope = choices.scope;
+    plan.since = since;
+    plan.startedAt = services_.clock.now();
+    ScanPlan::HintSet hints = co_await fetchKnownHandles(choices.scope, cancellation);
     if (addressBookUse != AddressBookUse::None) {
         isConsultingAddressBook_ = true;
         if (addressBookUse == AddressBookUse::AskAndRead &&
-            contacts_.availability() == Availability::NotDetermined) {
-            co_await contacts_.requestAccess(cancellation);
+            contacts.availability() == Availability::NotDetermined) {
+            co_await contacts.requestAccess(cancellation);
         }
         ContactBridge::Expansion expansion =
-            co_await contacts_.expand(std::move(hints), cancellation);
+            co_await contacts.expand(std::move(hints), cancellation);
         hints = std::move(expansion.hints);
-        if (contacts_.availability() != Availability::Granted) {
-            collector_.noteContactsUnavailable();
-        } else if (expansion.added == 0 && expansion.scanned > 0) {
-            collector_.noteContactsAddedNothing(expansion.scanned);
+        if (contacts.availability() != Availability::Granted) {
+            services_.collector.noteContactsUnavailable();
+        } else {
+            plan.addressBook = expansion.isUnreadable ? ScanPlan::AddressBook::Unreadable
+                                                      : ScanPlan::AddressBook::Read;
+            if (expansion.added == 0 && expansion.scanned > 0) {
+                services_.collector.noteContactsAddedNothing(expansion.scanned);
+            }
         }
-        identities = co_await contacts_.buildIdentityIndex(cancellation);
+        plan.identities = std::make_shared<const ContactBridge::IdentityIndex>(
+            co_await contacts.buildIdentityIndex(cancellation));
         isConsultingAddressBook_ = false;
     }
-    co_return co_await collector_.runScan(
-        choices_.mode,
-        choices_.scope,
-        std::move(hints),
-        since,
-        std::move(identities),
-        std::move(cancellation));
+    plan.knownHandles = std::make_shared<const ScanPlan::HintSet>(std::move(hints));
+    co_return plan;
 }
 
-QCoro::Task<CollectorService::HintSet>
-ScanRun::fetchKnownHandles(tavrin::CancellationToken cancellation) {
+void ScanRun::applyChoices() {
+    if (running_ && allowsLess(choices_, running_->choices)) {
+        wasSuperseded_ = true;
+        tavrin::CancellationSource end = running_->end;
+        end.cancel();
+    }
+}
+
+QCoro::Task<>
+ScanRun::sendDiagnostics(std::vector<std::string> lines, tavrin::CancellationToken cancellation) {
+    return ingest_.sendDiagnostics(std::move(lines), std::move(cancellation));
+}
+
+QCoro::Task<ScanPlan::HintSet>
+ScanRun::fetchKnownHandles(tavrin::ThreadScope scope, tavrin::CancellationToken cancellation) {
     std::string failure;
     try {
         co_return co_await ingest_.fetchKnownHandleHints(cancellation);
@@ -62,14 +120,14 @@ ScanRun::fetchKnownHandles(tavrin::CancellationToken cancellation) {
         failure = error.what();
     }
     cancellation.throwIfCancelled();
-    if (choices_.scope == tavrin::ThreadScope::KnownContactsOnly) {
+    if (scope == tavrin::ThreadScope::KnownContactsOnly) {
         throw std::runtime_error(
             "Could not fetch the known-contact list, so this scan was skipped rather than "
             "reporting a false empty result: " +
             failure);
     }
     log_.error("going on without the known-contact list: {}", failure);
-    co_return CollectorService::HintSet();
+    co_return ScanPlan::HintSet();
 }
 
 } // namespace orvel

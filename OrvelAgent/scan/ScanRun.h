@@ -5,18 +5,22 @@
 #include "OrvelAgent/scan/CollectorService.h"
 #include "OrvelAgent/scan/ContactBridge.h"
 #include "OrvelAgent/scan/IngestClient.h"
+#include "OrvelAgent/scan/ScanPlan.h"
 #include "core/CancellationToken.h"
 #include "core/CollectionPreferences.h"
 #include "core/Date.h"
 
 #include <QCoroTask>
 
+#include <functional>
 #include <optional>
+#include <string>
+#include <vector>
 
 namespace orvel {
 
-/// One scan from start to end: fetches the known handles, extends them from the address book, reads
-/// the names, and runs the collector.
+/// One scan from start to end: makes the plan, with the known handles of the service and of the
+/// address book, and runs the collector.
 ///
 /// Main thread. Borrows all references. Must outlive the tasks it returns.
 class ScanRun final {
@@ -34,34 +38,63 @@ public:
         AskAndRead,
     };
 
-    /// Reads `choices` only when a step needs them, so a change during the preparation applies.
-    ScanRun(
-        IngestClient ingest,
-        ContactBridge& contacts,
-        CollectorService& collector,
-        const Choices& choices,
-        Logger log);
+    struct Services {
+        IngestClient ingest;
+        ContactBridge& contacts;
+        CollectorService& collector;
+        Clock& clock;
+        /// Returns the sign-in in force, or no value while the user is signed out.
+        std::function<QCoro::Task<std::optional<AccountSession>>(tavrin::CancellationToken)>
+            session;
+    };
 
-    /// Returns the result of `CollectorService::runScan`. Throws `std::runtime_error` if the scope
-    /// is known contacts only and their list cannot be fetched, and `TaskCancelled` if cancelled
-    /// while the service or the address book is asked.
+    ScanRun(Services services, const Choices& choices, Logger log);
+
+    /// Returns the result of `CollectorService::runScan`, and no value if the session or the
+    /// choices ended the run before that. Throws the errors of `Services::session`,
+    /// `std::runtime_error` if the scope is known contacts only and their list cannot be fetched,
+    /// and `TaskCancelled` if cancelled while the service or the address book is asked.
     QCoro::Task<std::optional<CollectorService::ScanSummary>>
     run(AddressBookUse addressBookUse,
         std::optional<tavrin::Date> since,
         tavrin::CancellationToken cancellation);
 
+    /// Call it when the choices have changed. Ends the run at once if it would send something that
+    /// they no longer allow.
+    void applyChoices();
+
+    /// Whether `applyChoices` ended the last run.
+    [[nodiscard]] bool wasSuperseded() const { return wasSuperseded_; }
+
+    /// Sends the lines in the name of the last run's session. Ignores all errors.
+    QCoro::Task<>
+    sendDiagnostics(std::vector<std::string> lines, tavrin::CancellationToken cancellation);
+
     /// Still true if an error ended the run in that step.
     [[nodiscard]] bool isConsultingAddressBook() const { return isConsultingAddressBook_; }
 
 private:
-    QCoro::Task<CollectorService::HintSet>
-    fetchKnownHandles(tavrin::CancellationToken cancellation);
+    struct Running {
+        Choices choices;
+        tavrin::CancellationSource end;
+    };
 
-    IngestClient ingest_;
-    ContactBridge& contacts_;
-    CollectorService& collector_;
+    QCoro::Task<ScanPlan> makePlan(
+        AccountSession session,
+        Choices choices,
+        AddressBookUse addressBookUse,
+        std::optional<tavrin::Date> since,
+        tavrin::CancellationToken cancellation);
+    QCoro::Task<ScanPlan::HintSet>
+    fetchKnownHandles(tavrin::ThreadScope scope, tavrin::CancellationToken cancellation);
+
+    const Services services_;
     const Choices& choices_;
     const Logger log_;
+    std::optional<Running> running_;
+    /// With the tokens of the last run's session.
+    IngestClient ingest_;
+    bool wasSuperseded_ = false;
     bool isConsultingAddressBook_ = false;
 };
 

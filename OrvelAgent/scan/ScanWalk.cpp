@@ -3,6 +3,7 @@
 
 #include "OrvelAgent/base/Sleep.h"
 #include "OrvelAgent/network/APIError.h"
+#include "OrvelAgent/network/TokenUnavailable.h"
 #include "core/Errors.h"
 #include "core/Retrying.h"
 #include "core/TransientFailure.h"
@@ -10,6 +11,8 @@
 #include "core/messages/SQLiteDatabase.h"
 #include "core/messages/SnapshotDirectory.h"
 
+#include <filesystem>
+#include <stdexcept>
 #include <utility>
 
 namespace orvel {
@@ -34,22 +37,35 @@ bool isWorthRetrying(const std::exception_ptr& error) {
         std::rethrow_exception(error);
     } catch (const APIError& refusal) {
         return tavrin::TransientFailure::isTransient(refusal.status());
+    } catch (const TokenUnavailable&) {
+        return true;
     } catch (...) {
         return tavrin::TransientFailure::isTransient(error);
     }
+}
+
+MessagesCollector::Options collectorOptions(const ScanPlan& plan) {
+    MessagesCollector::Options options;
+    options.mode = plan.mode;
+    options.scope = plan.scope;
+    options.batchLimit = ScanDefaults::batchSize;
+    options.knownHandleHints = plan.knownHandles;
+    options.since = plan.since;
+    return options;
 }
 
 } // namespace
 
 ScanWalk::ScanWalk(
     const Dependencies& dependencies,
-    MessagesCollector::Options options,
-    std::shared_ptr<IdentityEnricher> enricher,
+    ScanPlan plan,
     tavrin::CancellationToken cancellation,
     ScanSummary& summary)
     : dependencies_(dependencies),
-      options_(std::move(options)),
-      enricher_(std::move(enricher)),
+      plan_(std::move(plan)),
+      options_(collectorOptions(plan_)),
+      ingest_(dependencies.ingest.authorizedBy(plan_.session)),
+      enricher_(std::make_shared<IdentityEnricher>(plan_.identities)),
       cancellation_(std::move(cancellation)),
       resetsAtStart_(*dependencies.resets),
       summary_(summary) {}
@@ -61,7 +77,15 @@ QCoro::Task<> ScanWalk::run() {
         tavrin::SnapshotDirectory::removeAbandoned();
         return std::make_shared<Source>(copier, path, cancellation);
     };
+    auto lock = [&store = dependencies_.watermarkStore] {
+        return std::shared_ptr(store.tryLock());
+    };
+    lock_ = co_await dependencies_.worker.run(std::move(lock));
+    if (!lock_) {
+        throw std::runtime_error("Another scan is running.");
+    }
     source_ = co_await dependencies_.worker.run(std::move(takeSnapshot));
+    co_await prepareProgress();
     co_await countLastDay();
     if (!dependencies_.watermarkStore.isBackfillDone()) {
         co_await walkBackfill();
@@ -73,10 +97,46 @@ QCoro::Task<> ScanWalk::run() {
 
 QCoro::Task<> ScanWalk::close() {
     // Remove the copy on the worker, because it may be large.
-    auto release = [source = std::move(source_)]() mutable {
+    auto release = [source = std::move(source_), lock = std::move(lock_)]() mutable {
         source.reset();
+        lock.reset();
     };
     co_await dependencies_.worker.run(std::move(release));
+}
+
+QCoro::Task<> ScanWalk::prepareProgress() {
+    struct Changes {
+        std::optional<std::string> newStart;
+        bool isGapClosed = false;
+    };
+    const WatermarkStore::Owner owner{
+        plan_.session.account,
+        ingest_.service(),
+        std::filesystem::absolute(dependencies_.options.sourcePath).lexically_normal()};
+    auto prepare = [source = source_,
+                    &store = dependencies_.watermarkStore,
+                    owner,
+                    scope = plan_.scope,
+                    addressBook = plan_.addressBook] {
+        Changes changes;
+        changes.newStart = store.claim(owner, source->collector.highestRowID());
+        if (addressBook == ScanPlan::AddressBook::Read) {
+            changes.isGapClosed = store.returnBeforeContactsGap();
+        } else if (
+            addressBook == ScanPlan::AddressBook::Unreadable &&
+            scope == tavrin::ThreadScope::KnownContactsOnly) {
+            store.rememberBeforeContactsGap();
+        }
+        return changes;
+    };
+    const Changes changes = co_await dependencies_.worker.run(std::move(prepare));
+    if (changes.newStart) {
+        dependencies_.log.log("starting from the beginning: {}", *changes.newStart);
+    }
+    if (changes.isGapClosed) {
+        dependencies_.log.log("the address book can be read again: returning to the messages of "
+                              "the scans without it");
+    }
 }
 
 QCoro::Task<> ScanWalk::countLastDay() {
@@ -217,7 +277,7 @@ QCoro::Task<> ScanWalk::upload(IngestClient::Records records, std::int64_t water
             retry);
     };
     auto send = [this, shared, watermark] {
-        return dependencies_.ingest.upload(shared, watermark, cancellation_);
+        return ingest_.upload(shared, watermark, cancellation_);
     };
     const IngestClient::Ack ack = co_await tavrin::retrying<QCoro::Task, IngestClient::Ack>(
         dependencies_.options.retryDelays,

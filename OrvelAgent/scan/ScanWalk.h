@@ -6,6 +6,7 @@
 #include "OrvelAgent/scan/IdentityEnricher.h"
 #include "OrvelAgent/scan/IngestClient.h"
 #include "OrvelAgent/scan/ScanDefaults.h"
+#include "OrvelAgent/scan/ScanPlan.h"
 #include "OrvelAgent/scan/ScanSummary.h"
 #include "OrvelAgent/scan/UploadRetryDelays.h"
 #include "OrvelAgent/scan/WatermarkStore.h"
@@ -60,8 +61,7 @@ public:
     /// Updates the counts in `summary`. Borrows it and the dependencies.
     ScanWalk(
         const Dependencies& dependencies,
-        tavrin::MessagesCollector::Options options,
-        std::shared_ptr<IdentityEnricher> enricher,
+        ScanPlan plan,
         tavrin::CancellationToken cancellation,
         ScanSummary& summary);
     ScanWalk(const ScanWalk&) = delete;
@@ -77,6 +77,7 @@ public:
 private:
     struct Source;
 
+    QCoro::Task<> prepareProgress();
     QCoro::Task<> countLastDay();
     QCoro::Task<> walkBackfill();
     QCoro::Task<> walkForward();
@@ -88,11 +89,14 @@ private:
     void reportProgress(std::optional<std::int64_t> backfillCursor);
 
     const Dependencies& dependencies_;
+    const ScanPlan plan_;
     const tavrin::MessagesCollector::Options options_;
+    const IngestClient ingest_;
     const std::shared_ptr<IdentityEnricher> enricher_;
     const tavrin::CancellationToken cancellation_;
     const std::uint64_t resetsAtStart_;
     ScanSummary& summary_;
+    std::shared_ptr<tavrin::Interface> lock_;
     std::shared_ptr<Source> source_;
     /// The highest row id of the first history batch.
     std::int64_t top_ = 0;

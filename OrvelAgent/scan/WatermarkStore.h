@@ -6,7 +6,9 @@
 
 #include <cstdint>
 #include <limits>
+#include <memory>
 #include <optional>
+#include <string>
 
 namespace orvel {
 
@@ -42,7 +44,34 @@ public:
     /// Deletes all progress. Keeps the count of the last 24 hours.
     void reset();
 
+    /// Whose messages the progress counts. Two owners without a common message share no progress.
+    struct Owner {
+        /// Empty if unknown. Then it is not compared.
+        std::string account;
+        /// Scheme, host and port.
+        std::string service;
+        /// The path of the database.
+        std::string database;
+    };
+
+    /// Call it before each scan. If the stored progress belongs to another owner, or the highest
+    /// row id ever used in the database is below the watermark, deletes the progress and returns
+    /// why. Progress without an owner belongs to this one.
+    std::optional<std::string> claim(const Owner& owner, std::int64_t highestRowID);
+
+    /// As `UserDefaults::tryLock`. Held during a scan: two scans at once would send everything
+    /// twice.
+    [[nodiscard]] std::unique_ptr<tavrin::Interface> tryLock() { return defaults_.tryLock(); }
+
+    /// Stores the current progress for `returnBeforeContactsGap`, unless that has been done
+    /// already.
+    void rememberBeforeContactsGap();
+    /// Returns to the stored progress and forgets it. Returns whether there was any.
+    bool returnBeforeContactsGap();
+
 private:
+    [[nodiscard]] std::optional<Owner> owner() const;
+
     tavrin::UserDefaults& defaults_;
 };
 

@@ -262,6 +262,17 @@ std::int64_t MessagesCollector::countMessages(Date since) {
     return firstInteger(*database_, sql, MessageQuery::sinceBindings(since));
 }
 
+std::int64_t MessagesCollector::highestRowID() {
+    std::int64_t highest = 0;
+    if (database_->tableExists("sqlite_sequence")) {
+        database_->query(
+            "SELECT seq FROM sqlite_sequence WHERE name = 'message'",
+            {},
+            [&highest](const Row& row) { highest = row.integer(0); });
+    }
+    return highest > 0 ? highest : firstInteger(*database_, "SELECT MAX(ROWID) FROM message");
+}
+
 std::map<std::int64_t, MessagesCollector::ChatInfo> MessagesCollector::loadChats() {
     std::map<std::int64_t, ChatInfo> chats;
     if (!database_->tableExists("chat") || !database_->tableExists("chat_handle_join")) {

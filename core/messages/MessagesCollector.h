@@ -104,6 +104,10 @@ public:
     /// User messages of all threads, sent at or after the instant.
     [[nodiscard]] std::int64_t countMessages(Date since);
 
+    /// The highest row id that the table of the messages has ever used, or, if the database does
+    /// not record that, the highest existing one. 0 without any.
+    [[nodiscard]] std::int64_t highestRowID();
+
     /// By chat row id. Empty if the database has no chat tables.
     [[nodiscard]] std::map<std::int64_t, ChatInfo> loadChats();
 

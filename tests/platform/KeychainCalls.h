@@ -39,7 +39,7 @@ private:
     std::shared_ptr<std::optional<T>> result_ = std::make_shared<std::optional<T>>();
 };
 
-using PendingRead = Pending<std::optional<tavrin::Secret>>;
+using PendingRead = Pending<Keychain::Reading>;
 using PendingChange = Pending<std::optional<tavrin::PlatformError>>;
 
 inline PendingRead
@@ -64,7 +64,7 @@ startRemove(Keychain& keychain, const std::string& service, const std::string& a
 }
 
 inline std::optional<std::string> textOf(const PendingRead& read) {
-    const std::optional<tavrin::Secret> value = read.value();
+    const std::optional<tavrin::Secret> value = read.value().value;
     return value ? std::optional(value->text()) : std::nullopt;
 }
 

@@ -166,7 +166,7 @@ TEST_P(KeychainTest, DestroyingItDropsTheCompletions) {
 TEST_P(KeychainTest, ACompletionMayDestroyIt) {
     const auto write = startWrite(keychain(), service, account, "value");
     bool isDestroyed = false;
-    keychain().read(service, account, [&](const std::optional<tavrin::Secret>&) {
+    keychain().read(service, account, [&](const Keychain::Reading&) {
         subject_->destroyKeychain();
         isDestroyed = true;
     });

@@ -13,6 +13,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <filesystem>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -196,6 +197,31 @@ TYPED_TEST(UserDefaultsTest, AFailedWriteThrowsAndKeepsTheOldValue) {
     EXPECT_EQ(storedValue<std::int64_t>(defaults, "k"), 1);
     EXPECT_EQ(storedValue<std::string>(defaults, "new"), std::nullopt);
     EXPECT_EQ(storedValue<std::int64_t>(defaults, "later"), 3);
+}
+
+TYPED_TEST(UserDefaultsTest, HasOneHolderOfItsLockAtATime) {
+    auto lock = this->defaults().tryLock();
+    EXPECT_NE(lock, nullptr);
+    EXPECT_EQ(this->defaults().tryLock(), nullptr);
+    lock.reset();
+    EXPECT_NE(this->defaults().tryLock(), nullptr);
+}
+
+TEST(UserDefaultsFileTest, TheHolderOfTheLockSeesWhatOthersHaveWritten) {
+    const TemporaryDirectory folder;
+    const auto one = makeUserDefaults(folder / "defaults");
+    const auto other = makeUserDefaults(folder / "defaults");
+    other->set("k", std::int64_t{1});
+    const auto lock = one->tryLock();
+    EXPECT_EQ(storedValue<std::int64_t>(*one, "k"), 1);
+    EXPECT_EQ(other->tryLock(), nullptr);
+}
+
+TEST(UserDefaultsFileTest, ALockThatCannotBeCreatedIsAnError) {
+    const TemporaryDirectory folder;
+    const auto defaults = makeUserDefaults(folder / "defaults");
+    std::filesystem::create_directory(folder / "defaults.inuse");
+    EXPECT_THROW(static_cast<void>(defaults->tryLock()), PlatformError);
 }
 
 } // namespace orvel::test

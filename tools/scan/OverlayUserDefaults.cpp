@@ -26,4 +26,9 @@ void OverlayUserDefaults::remove(std::string_view key) {
     values_.insert_or_assign(std::string(key), std::nullopt);
 }
 
+std::unique_ptr<tavrin::Interface> OverlayUserDefaults::tryLock() {
+    struct Lock final : Interface {};
+    return std::make_unique<Lock>();
+}
+
 } // namespace orvel

@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -19,6 +20,8 @@ public:
     [[nodiscard]] std::optional<Value> value(std::string_view key) const override;
     void set(std::string_view key, Value value) override;
     void remove(std::string_view key) override;
+    /// Excludes nobody, because nothing is stored.
+    [[nodiscard]] std::unique_ptr<Interface> tryLock() override;
 
 private:
     const tavrin::UserDefaults& base_;

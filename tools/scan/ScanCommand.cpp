@@ -101,8 +101,15 @@ ScanCommand::ScanCommand(ScanArguments arguments)
     }
 
     watermarkStore_ = std::make_unique<WatermarkStore>(*defaults);
-    const IngestClient ingest(
-        makeClient(*session), Configuration(*platform_.bundle).shortVersion());
+    const Configuration configuration(*platform_.bundle);
+    client_ = std::make_unique<APIClient>(
+        *session,
+        *worker_,
+        configuration,
+        arguments_.apiURL.value_or(configuration.apiBaseURL()),
+        APIClient::TokenProvider(),
+        IngestClient::requestTimeout);
+    const IngestClient ingest(*client_, configuration.shortVersion());
 
     CollectorService::Options options;
     options.sourcePath =
@@ -120,7 +127,16 @@ ScanCommand::ScanCommand(ScanArguments arguments)
     contacts_ =
         std::make_unique<ContactBridge>(*platform_.addressBook, *worker_, *platform_.logStore);
     scanRun_ = std::make_unique<ScanRun>(
-        ingest, *contacts_, *collector_, choices_, Logger(*platform_.logStore, "collector"));
+        ScanRun::Services{
+            ingest,
+            *contacts_,
+            *collector_,
+            *platform_.clock,
+            [this](tavrin::CancellationToken cancellation) {
+                return this->session(std::move(cancellation));
+            }},
+        choices_,
+        Logger(*platform_.logStore, "collector"));
     progressLine_ = std::make_unique<ScanProgressLine>(
         stderr, isatty(STDERR_FILENO) != 0 && !arguments_.isVerbose, *platform_.clock);
     QObject::connect(collector_.get(), &CollectorService::progressed, collector_.get(), [this] {
@@ -134,26 +150,22 @@ ScanCommand::~ScanCommand() {
     worker_->stop();
 }
 
-APIClient ScanCommand::makeClient(URLSession& session) {
-    const Configuration configuration(*platform_.bundle);
-    std::string baseURL = arguments_.apiURL.value_or(configuration.apiBaseURL());
+QCoro::Task<std::optional<AccountSession>>
+ScanCommand::session(tavrin::CancellationToken cancellation) {
     if (auth_) {
-        return {
-            session,
-            *worker_,
-            configuration,
-            std::move(baseURL),
-            auth_->tokenProvider(),
-            IngestClient::requestTimeout,
-            auth_->sessionExpiredHandler()};
+        co_return co_await auth_->session(std::move(cancellation));
     }
-    return {
-        session,
-        *worker_,
-        configuration,
-        std::move(baseURL),
-        [token = arguments_.token] { return provide(token); },
-        IngestClient::requestTimeout};
+    AccountSession session;
+    // A preview sends nothing, so it needs no token of its own.
+    session.tokenProvider = [token = arguments_.token.value_or(tavrin::Secret("preview"))] {
+        return provide(token);
+    };
+    if (!arguments_.isPreview) {
+        const Profile profile = co_await client_->authorizedBy(session).send<Profile, Empty>(
+            profilePath, "GET", nullptr, std::move(cancellation));
+        session.account = accountOf(profile.uid, profile.email, profile.handle);
+    }
+    co_return session;
 }
 
 QCoro::Task<int> ScanCommand::run() {
@@ -169,6 +181,9 @@ QCoro::Task<int> ScanCommand::run() {
                                             : ScanRun::AddressBookUse::Read;
         }
         summary = co_await scanRun_->run(addressBookUse, arguments_.since, cancellation_.token());
+        if (!summary) {
+            failure = "The sign-in has ended.";
+        }
     } catch (const tavrin::TaskCancelled& cancelled) {
         if (scanRun_->isConsultingAddressBook()) {
             // No scan has started, so there is no summary to print.

@@ -34,7 +34,7 @@ public:
     void cancel() override;
 
 private:
-    [[nodiscard]] APIClient makeClient(URLSession& session);
+    QCoro::Task<std::optional<AccountSession>> session(tavrin::CancellationToken cancellation);
     QCoro::Task<> awaitSession();
     QCoro::Task<> awaitStorage();
     /// Returns whether everything was written.
@@ -55,6 +55,7 @@ private:
     std::unique_ptr<WatermarkStore> watermarkStore_;
     std::unique_ptr<ContactBridge> contacts_;
     std::unique_ptr<CollectorService> collector_;
+    std::unique_ptr<APIClient> client_;
     std::unique_ptr<ScanRun> scanRun_;
     std::unique_ptr<ScanProgressLine> progressLine_;
 };

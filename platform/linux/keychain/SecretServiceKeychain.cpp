@@ -66,24 +66,27 @@ void SecretServiceKeychain::read(
     if (const auto change = changes_.find(name); change != changes_.end()) {
         // Answer without the service: its value is older, and it may be waiting for the user.
         callbackContext_.post([value = change->second.value, completion = std::move(completion)] {
-            completion(value);
+            completion({value, std::nullopt});
         });
         return;
     }
     enqueue([this, name, completion = std::move(completion)] {
         auto* const job = new QKeychain::ReadPasswordJob(QString::fromStdString(name.first));
         startJob(job, name, [this, job, completion](const QKeychain::Job&) {
-            std::optional<tavrin::Secret> value;
+            Reading reading;
             if (job->error() == QKeychain::NoError) {
-                value = takeValue(*job);
+                reading.value = takeValue(*job);
             } else if (job->error() != QKeychain::EntryNotFound) {
-                logReadFailure(job->errorString().toStdString());
+                const std::string reason = job->errorString().toStdString();
+                logReadFailure(reason);
+                reading.failure.emplace("QKeychain", static_cast<int>(job->error()), reason);
             }
-            if (value && !tavrin::isValidUTF8(value->text())) {
-                value.reset();
+            if (reading.value && !tavrin::isValidUTF8(reading.value->text())) {
+                reading.value.reset();
+                reading.failure.emplace("QKeychain", 0, "The item is not UTF-8.");
             }
             endOperation();
-            completion(std::move(value));
+            completion(std::move(reading));
         });
     });
 }

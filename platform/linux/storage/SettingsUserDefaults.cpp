@@ -2,6 +2,7 @@
 #include "platform/linux/storage/SettingsUserDefaults.h"
 
 #include "core/Errors.h"
+#include "core/FileLock.h"
 #include "core/RegularFile.h"
 
 #include <QByteArray>
@@ -200,6 +201,11 @@ std::filesystem::path SettingsUserDefaults::defaultFile() {
 }
 
 SettingsUserDefaults::SettingsUserDefaults(std::filesystem::path file) : file_(std::move(file)) {
+    read();
+}
+
+void SettingsUserDefaults::read() {
+    const std::lock_guard writeLock(writeMutex_);
     // Treating an unreadable file as empty would lose the user's choices.
     try {
         static_cast<void>(tavrin::openRegularFile(file_));
@@ -212,7 +218,17 @@ SettingsUserDefaults::SettingsUserDefaults(std::filesystem::path file) : file_(s
     if (settings.status() != QSettings::NoError) {
         failToRead(file_, EBADMSG);
     }
-    values_ = valuesOf(settings);
+    auto values = valuesOf(settings);
+    const std::lock_guard lock(valuesMutex_);
+    values_.swap(values);
+}
+
+std::unique_ptr<tavrin::Interface> SettingsUserDefaults::tryLock() {
+    auto lock = tavrin::tryLockFile(file_.string() + ".inuse");
+    if (lock) {
+        read();
+    }
+    return lock;
 }
 
 std::optional<tavrin::UserDefaults::Value> SettingsUserDefaults::value(std::string_view key) const {

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -38,8 +39,11 @@ public:
     /// The year of a date must have four digits.
     void set(std::string_view key, Value value) override;
     void remove(std::string_view key) override;
+    /// Locks the file of that name with ".inuse" added.
+    [[nodiscard]] std::unique_ptr<Interface> tryLock() override;
 
 private:
+    void read();
     void write(std::string_view key, const std::optional<Value>& value);
 
     std::filesystem::path file_;

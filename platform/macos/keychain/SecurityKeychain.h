@@ -57,7 +57,7 @@ private:
     std::map<Name, Change> changes_;
     std::uint64_t lastChange_ = 0;
     dispatch_queue_t queue_;
-    PendingCalls<std::shared_ptr<const tavrin::Secret>> reads_;
+    PendingCalls<Reading> reads_;
     PendingCalls<Failure> writes_;
 };
 

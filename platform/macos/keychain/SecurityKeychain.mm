@@ -23,34 +23,43 @@ NSMutableDictionary* baseQuery(const std::string& service, const std::string& ac
     } mutableCopy];
 }
 
-tavrin::PlatformError changeError(OSStatus status) {
+tavrin::PlatformError errorOf(OSStatus status, const std::string& what) {
     NSString* const reason =
         (__bridge_transfer NSString*)SecCopyErrorMessageString(status, nullptr);
     return {
         utf8(NSOSStatusErrorDomain),
         static_cast<int>(status),
-        "Could not change the keychain: " +
-            (reason == nil ? "status " + std::to_string(status) : utf8(reason))};
+        what + ": " + (reason == nil ? "status " + std::to_string(status) : utf8(reason))};
 }
 
-Value readItem(const std::string& service, const std::string& account) {
+tavrin::PlatformError changeError(OSStatus status) {
+    return errorOf(status, "Could not change the keychain");
+}
+
+Keychain::Reading readItem(const std::string& service, const std::string& account) {
     NSMutableDictionary* const query = baseQuery(service, account);
     query[(__bridge id)kSecReturnData] = @YES;
     query[(__bridge id)kSecMatchLimit] = (__bridge id)kSecMatchLimitOne;
     CFTypeRef found = nullptr;
-    if (SecItemCopyMatching((__bridge CFDictionaryRef)query, &found) != errSecSuccess) {
-        return nullptr;
+    const OSStatus status = SecItemCopyMatching((__bridge CFDictionaryRef)query, &found);
+    if (status == errSecItemNotFound) {
+        return {};
+    }
+    if (status != errSecSuccess) {
+        return {std::nullopt, errorOf(status, "Could not read the keychain")};
     }
     NSData* const data = (__bridge_transfer NSData*)found;
     if (data.length == 0) {
-        return std::make_shared<const tavrin::Secret>();
+        return {tavrin::Secret(), std::nullopt};
     }
     std::string text(static_cast<const char*>(data.bytes), data.length);
     if (!tavrin::isValidUTF8(text)) {
         tavrin::wipe(text);
-        return nullptr;
+        return {
+            std::nullopt,
+            tavrin::PlatformError(utf8(NSOSStatusErrorDomain), 0, "The item is not UTF-8.")};
     }
-    return std::make_shared<const tavrin::Secret>(std::move(text));
+    return {tavrin::Secret(std::move(text)), std::nullopt};
 }
 
 std::optional<tavrin::PlatformError>
@@ -79,12 +88,11 @@ SecurityKeychain::SecurityKeychain(LogStore& logStore)
     : logStore_(logStore), queue_(dispatch_queue_create("orvel.keychain", DISPATCH_QUEUE_SERIAL)) {}
 
 void SecurityKeychain::read(std::string service, std::string account, ReadCompletion completion) {
-    const auto call = reads_.add([completion = std::move(completion)](const Value& value) {
-        completion(value ? std::optional(*value) : std::nullopt);
-    });
+    const auto call = reads_.add(std::move(completion));
     if (const auto change = changes_.find({service, account}); change != changes_.end()) {
         // The value in the keychain is older, and the queue may be waiting for the user.
-        call.finish(change->second.value);
+        const Value& value = change->second.value;
+        call.finish({value ? std::optional(*value) : std::nullopt, std::nullopt});
         return;
     }
     dispatch_async(queue_, ^{

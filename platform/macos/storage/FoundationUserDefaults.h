@@ -5,6 +5,7 @@
 
 #import <Foundation/Foundation.h>
 
+#include <memory>
 #include <mutex>
 #include <string>
 
@@ -23,12 +24,15 @@ public:
     [[nodiscard]] std::optional<Value> value(std::string_view key) const override;
     void set(std::string_view key, Value value) override;
     void remove(std::string_view key) override;
+    /// Locks a file in the user's caches folder.
+    [[nodiscard]] std::unique_ptr<Interface> tryLock() override;
 
 private:
     void write(std::string_view key, id _Nullable object);
 
     /// Thread-safe, so reads need no lock.
     NSUserDefaults* defaults_;
+    std::string identifier_;
     /// Held during a write and its rollback.
     std::mutex writeMutex_;
 };

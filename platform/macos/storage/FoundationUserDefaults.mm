@@ -2,10 +2,12 @@
 #include "platform/macos/storage/FoundationUserDefaults.h"
 
 #include "core/Errors.h"
+#include "core/FileLock.h"
 #include "platform/macos/storage/UserDefaultsValues.h"
 #include "platform/macos/support/FoundationConversions.h"
 
 #include <cerrno>
+#include <filesystem>
 
 namespace orvel {
 
@@ -30,7 +32,8 @@ NSUserDefaults* defaultsOf(const std::string& identifier) {
 } // namespace
 
 FoundationUserDefaults::FoundationUserDefaults(const std::string& identifier)
-    : defaults_(defaultsOf(identifier)) {}
+    : defaults_(defaultsOf(identifier)),
+      identifier_(identifier.empty() ? utf8(NSBundle.mainBundle.bundleIdentifier) : identifier) {}
 
 std::optional<tavrin::UserDefaults::Value>
 FoundationUserDefaults::value(std::string_view key) const {
@@ -48,6 +51,18 @@ void FoundationUserDefaults::set(std::string_view key, Value value) {
 void FoundationUserDefaults::remove(std::string_view key) {
     @autoreleasepool {
         write(key, nil);
+    }
+}
+
+std::unique_ptr<tavrin::Interface> FoundationUserDefaults::tryLock() {
+    @autoreleasepool {
+        const std::filesystem::path home(utf8(NSHomeDirectory()));
+        auto lock = tavrin::tryLockFile(
+            home / "Library" / "Caches" / identifier_ / "collection.inuse");
+        if (lock) {
+            [defaults_ synchronize];
+        }
+        return lock;
     }
 }
 

@@ -6,6 +6,7 @@
 #import <Foundation/Foundation.h>
 
 #include <filesystem>
+#include <memory>
 #include <mutex>
 
 namespace orvel {
@@ -25,6 +26,8 @@ public:
     [[nodiscard]] std::optional<Value> value(std::string_view key) const override;
     void set(std::string_view key, Value value) override;
     void remove(std::string_view key) override;
+    /// Locks the file of that name with ".inuse" added.
+    [[nodiscard]] std::unique_ptr<Interface> tryLock() override;
 
 private:
     using Values = NSDictionary<NSString*, id>;

@@ -2,6 +2,7 @@
 #include "platform/macos/storage/PropertyListUserDefaults.h"
 
 #include "core/Errors.h"
+#include "core/FileLock.h"
 #include "core/FileDescriptor.h"
 #include "core/RegularFile.h"
 #include "platform/macos/storage/UserDefaultsValues.h"
@@ -162,6 +163,18 @@ void PropertyListUserDefaults::remove(std::string_view key) {
     @autoreleasepool {
         write(key, nil);
     }
+}
+
+std::unique_ptr<tavrin::Interface> PropertyListUserDefaults::tryLock() {
+    auto lock = tavrin::tryLockFile(file_.string() + ".inuse");
+    if (lock) {
+        @autoreleasepool {
+            Values* const values = valuesIn(file_);
+            const std::lock_guard valuesLock(valuesMutex_);
+            values_ = values;
+        }
+    }
+    return lock;
 }
 
 id PropertyListUserDefaults::object(std::string_view key) const {

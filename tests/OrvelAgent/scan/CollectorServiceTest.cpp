@@ -42,8 +42,9 @@ using tavrin::ThreadScope;
 
 constexpr std::int64_t cursorAtStart = 9223372036854775807;
 
-QCoro::Task<std::optional<tavrin::Secret>> noToken() {
-    co_return std::nullopt;
+QCoro::Task<std::optional<tavrin::Secret>> oneToken() {
+    const std::optional<tavrin::Secret> token = tavrin::Secret("token");
+    co_return token;
 }
 
 class CollectorServiceTest : public testing::Test {
@@ -79,10 +80,25 @@ protected:
         CollectionMode mode = CollectionMode::WithBodies,
         std::optional<tavrin::Date> since = std::nullopt) {
         driver_.start(0);
-        auto summary = runTask(service_.runScan(
-            mode, scope, {"4155550134"}, since, std::move(index), cancellation_.token()));
+        ScanPlan plan = planOf(scope, mode);
+        plan.identities = std::make_shared<const ContactBridge::IdentityIndex>(std::move(index));
+        plan.since = since;
+        auto summary = runTask(service_.runScan(std::move(plan), cancellation_.token()));
         driver_.stop();
         return summary;
+    }
+
+    ScanPlan planOf(ThreadScope scope, CollectionMode mode = CollectionMode::WithBodies) {
+        ScanPlan plan;
+        plan.session.account = account_;
+        plan.session.tokenProvider = oneToken;
+        plan.mode = mode;
+        plan.scope = scope;
+        plan.knownHandles =
+            std::make_shared<const ScanPlan::HintSet>(ScanPlan::HintSet{"4155550134"});
+        plan.addressBook = addressBook_;
+        plan.startedAt = clock_.now();
+        return plan;
     }
 
     /// Accepts and stores uploads.
@@ -161,7 +177,7 @@ protected:
                 worker_,
                 Configuration(bundle_),
                 "https://api.test.example",
-                noToken,
+                {},
                 IngestClient::requestTimeout),
             "0.0.0"),
         copier_,
@@ -170,6 +186,8 @@ protected:
         log_,
         {.sourcePath = (directory_ / "chat.db").string()}};
 
+    std::string account_ = "uid-1";
+    ScanPlan::AddressBook addressBook_ = ScanPlan::AddressBook::Unused;
     QTimer driver_;
     std::vector<double> waits_;
     std::vector<std::string> received_;
@@ -372,8 +390,7 @@ TEST_F(CollectorServiceTest, ARefusedCallChangesNoState) {
     onBatch_ = [&] {
         if (!wasRefused) {
             const auto lines = log_.lines().size();
-            wasRefused = !runTask(service_.runScan(
-                CollectionMode::WithBodies, ThreadScope::AllThreads, {}, std::nullopt, {}));
+            wasRefused = !runTask(service_.runScan(planOf(ThreadScope::AllThreads)));
             EXPECT_EQ(log_.lines().size(), lines);
             EXPECT_TRUE(service_.isScanning());
         }
@@ -671,6 +688,60 @@ TEST_F(CollectorServiceTest, ItReportsItsProgress) {
     EXPECT_NEAR(fractions[1], 1.0, 0.01);
     EXPECT_EQ(fractions[2], -1) << "the forward pass cannot know";
     EXPECT_EQ(service_.progress().uploaded, 1000);
+}
+
+TEST_F(CollectorServiceTest, TheProgressOfAnotherAccountIsNotUsed) {
+    addMessages(3);
+    scan();
+    account_ = "uid-2";
+    EXPECT_EQ(scan()->uploaded, 3);
+    EXPECT_EQ(scan()->uploaded, 0);
+    const auto lines = logLines(LogLevel::Default);
+    EXPECT_EQ(
+        std::ranges::count(lines, "starting from the beginning: the account is another one"), 1);
+}
+
+TEST_F(CollectorServiceTest, ARebuiltDatabaseIsReadFromItsBeginning) {
+    addMessages(3);
+    store_.setWatermark(1000);
+    store_.setBackfillDone(true);
+    EXPECT_EQ(scan()->uploaded, 3);
+}
+
+TEST_F(CollectorServiceTest, DeletingTheNewestMessagesIsNoReasonToStartAgain) {
+    addMessages(3);
+    scan();
+    database_.execute("DELETE FROM message WHERE ROWID > 1");
+    EXPECT_EQ(scan()->scanned, 0);
+    EXPECT_EQ(store_.watermark(), 3);
+}
+
+TEST_F(CollectorServiceTest, AScanOfAllThreadsNeedsNoReturnToMessagesWithoutTheAddressBook) {
+    addMessages(3, false);
+    addressBook_ = ScanPlan::AddressBook::Unreadable;
+    scan(ThreadScope::AllThreads);
+    addressBook_ = ScanPlan::AddressBook::Read;
+    EXPECT_EQ(scan(ThreadScope::AllThreads)->scanned, 0);
+}
+
+TEST_F(CollectorServiceTest, AnAddressBookThatIsNotUsedEndsNoContactsGap) {
+    addMessages(3, false);
+    addressBook_ = ScanPlan::AddressBook::Unreadable;
+    EXPECT_EQ(scan(ThreadScope::KnownContactsOnly)->skippedOutOfScope, 3);
+    addressBook_ = ScanPlan::AddressBook::Unused;
+    EXPECT_EQ(scan(ThreadScope::KnownContactsOnly)->scanned, 0);
+    addressBook_ = ScanPlan::AddressBook::Read;
+    EXPECT_EQ(scan(ThreadScope::KnownContactsOnly)->scanned, 3);
+}
+
+TEST_F(CollectorServiceTest, ASecondScanOnTheSameProgressEndsAtOnce) {
+    addMessages(3);
+    auto lock = defaults_.tryLock();
+    EXPECT_EQ(scan()->error, "Another scan is running.");
+    EXPECT_TRUE(session_.requests().empty());
+    lock.reset();
+    EXPECT_EQ(scan()->uploaded, 3);
+    EXPECT_EQ(scan()->error, std::nullopt) << "the first scan has released the lock";
 }
 
 } // namespace orvel

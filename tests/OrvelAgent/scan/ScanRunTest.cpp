@@ -30,8 +30,20 @@ using testing::IsEmpty;
 using AddressBookUse = ScanRun::AddressBookUse;
 using Summary = CollectorService::ScanSummary;
 
-QCoro::Task<std::optional<tavrin::Secret>> noToken() {
-    co_return std::nullopt;
+QCoro::Task<std::optional<tavrin::Secret>> oneToken(tavrin::CancellationToken ended) {
+    ended.throwIfCancelled();
+    const std::optional<tavrin::Secret> token = tavrin::Secret("token");
+    co_return token;
+}
+
+QCoro::Task<std::optional<AccountSession>> signedIn(tavrin::CancellationToken ended) {
+    AccountSession session;
+    session.account = "uid-1";
+    session.ended = ended;
+    session.tokenProvider = [ended] {
+        return oneToken(ended);
+    };
+    co_return session;
 }
 
 class ScanRunTest : public testing::Test {
@@ -80,7 +92,7 @@ protected:
             worker_,
             configuration_,
             configuration_.apiBaseURL(),
-            noToken,
+            {},
             IngestClient::requestTimeout),
         "1.2.3"};
     ContactBridge contacts_{with_.addressBook, worker_, with_.logStore};
@@ -95,7 +107,17 @@ protected:
         options()};
     ScanRun::Choices choices_;
     tavrin::CancellationSource cancellation_;
-    ScanRun scanRun_{ingest_, contacts_, collector_, choices_, Logger(with_.logStore, "test")};
+    tavrin::CancellationSource sessionEnd_;
+    ScanRun scanRun_{
+        {ingest_,
+         contacts_,
+         collector_,
+         with_.clock,
+         [this](tavrin::CancellationToken) {
+             return signedIn(sessionEnd_.token());
+         }},
+        choices_,
+        Logger(with_.logStore, "test")};
 };
 
 } // namespace
@@ -131,10 +153,63 @@ TEST_F(ScanRunTest, WithoutTheListOfKnownHandlesAScanOfAllThreadsContinues) {
     EXPECT_THAT(with_.service.guids(), ElementsAre("message-1"));
 }
 
-TEST_F(ScanRunTest, AChoiceMadeDuringThePreparationApplies) {
+TEST_F(ScanRunTest, ANarrowerModeDuringThePreparationEndsTheRun) {
     auto running = scanRun_.run(AddressBookUse::Read, std::nullopt, cancellation_.token());
     choices_.mode = CollectionMode::MetadataOnly;
+    scanRun_.applyChoices();
+    EXPECT_EQ(runTask(std::move(running)), std::nullopt);
+    EXPECT_TRUE(scanRun_.wasSuperseded());
+    EXPECT_THAT(with_.service.guids(), IsEmpty());
+    EXPECT_EQ(run(AddressBookUse::Read).value().mode, CollectionMode::MetadataOnly);
+    EXPECT_FALSE(scanRun_.wasSuperseded());
+}
+
+TEST_F(ScanRunTest, AWiderChoiceAppliesToTheNextRun) {
+    choices_ = {CollectionMode::MetadataOnly, ThreadScope::KnownContactsOnly};
+    auto running = scanRun_.run(AddressBookUse::Read, std::nullopt, cancellation_.token());
+    choices_ = {CollectionMode::WithBodies, ThreadScope::AllThreads};
+    scanRun_.applyChoices();
     EXPECT_EQ(runTask(std::move(running)).value().mode, CollectionMode::MetadataOnly);
+    EXPECT_FALSE(scanRun_.wasSuperseded());
+}
+
+TEST_F(ScanRunTest, AScopeNarrowedAfterAFailedDigestLosesNoMessage) {
+    choices_.scope = ThreadScope::AllThreads;
+    with_.service.setAnswer(FakeService::digestPath, 503, "Busy.");
+    with_.addressBook.hold();
+    auto running = scanRun_.run(AddressBookUse::Read, std::nullopt, cancellation_.token());
+    ASSERT_TRUE(waitUntil([this] { return !with_.addressBook.enumerations.empty(); }));
+    choices_.scope = ThreadScope::KnownContactsOnly;
+    scanRun_.applyChoices();
+    EXPECT_EQ(runTask(std::move(running)), std::nullopt);
+    EXPECT_EQ(watermarkStore_.watermark(), 0);
+    with_.service.resetAnswer(FakeService::digestPath);
+    EXPECT_EQ(run(AddressBookUse::None).value().uploaded, 1);
+}
+
+TEST_F(ScanRunTest, TheEndOfTheSessionEndsTheRunAndItsDiagnosticsAreNotSent) {
+    with_.service.setAnswer(FakeService::ingestPath, std::nullopt);
+    auto running = scanRun_.run(AddressBookUse::Read, std::nullopt, cancellation_.token());
+    ASSERT_TRUE(
+        waitUntil([this] { return with_.service.requestCount(FakeService::ingestPath) == 1; }));
+    sessionEnd_.cancel();
+    const auto summary = runTask(std::move(running));
+    ASSERT_TRUE(summary);
+    EXPECT_EQ(summary->error, std::nullopt);
+    EXPECT_EQ(summary->uploaded, 0);
+    EXPECT_FALSE(scanRun_.wasSuperseded());
+    runTask(scanRun_.sendDiagnostics({"line"}, {}));
+    EXPECT_EQ(with_.service.requestCount(FakeService::diagnosticsPath), 0U);
+}
+
+TEST_F(ScanRunTest, EveryRequestCarriesAToken) {
+    run(AddressBookUse::Read);
+    runTask(scanRun_.sendDiagnostics({"line"}, {}));
+    EXPECT_EQ(with_.urlSession.requests().size(), 3U);
+    for (const URLRequest& request : with_.urlSession.requests()) {
+        EXPECT_THAT(
+            request.headers, testing::Contains(testing::Pair("Authorization", "Bearer token")));
+    }
 }
 
 TEST_F(ScanRunTest, AnUnusedAddressBookIsNeitherReadNorMentioned) {

@@ -71,4 +71,109 @@ TEST(WatermarkStoreTest, AFailedWriteLeavesTheOldValue) {
     EXPECT_EQ(store.watermark(), 12);
 }
 
+namespace {
+
+/// Progress of a finished history, and whose it is.
+class WatermarkOwnerTest : public testing::Test {
+protected:
+    WatermarkOwnerTest() {
+        EXPECT_EQ(store_.claim(owner_, 20), std::nullopt);
+        store_.setWatermark(12);
+        store_.setBackfillCursor(1);
+        store_.setBackfillDone(true);
+    }
+
+    void expectReset() {
+        EXPECT_EQ(store_.watermark(), 0);
+        EXPECT_EQ(store_.backfillCursor(), WatermarkStore::cursorAtStart);
+        EXPECT_FALSE(store_.isBackfillDone());
+    }
+
+    InMemoryUserDefaults defaults_;
+    WatermarkStore store_{defaults_};
+    WatermarkStore::Owner owner_{"uid-1", "https://api.test.example", "/home/one/chat.db"};
+};
+
+} // namespace
+
+TEST_F(WatermarkOwnerTest, TheSameOwnerKeepsTheProgress) {
+    EXPECT_EQ(store_.claim(owner_, 20), std::nullopt);
+    EXPECT_EQ(store_.watermark(), 12);
+}
+
+TEST_F(WatermarkOwnerTest, AnotherAccountStartsFromTheBeginning) {
+    owner_.account = "uid-2";
+    EXPECT_EQ(store_.claim(owner_, 20), "the account is another one");
+    expectReset();
+    store_.setWatermark(5);
+    EXPECT_EQ(store_.claim(owner_, 20), std::nullopt) << "it is the owner now";
+}
+
+TEST_F(WatermarkOwnerTest, AnotherServiceStartsFromTheBeginning) {
+    owner_.service = "https://127.0.0.1:8443";
+    EXPECT_EQ(store_.claim(owner_, 20), "the service is another one");
+    expectReset();
+}
+
+TEST_F(WatermarkOwnerTest, AnotherDatabaseStartsFromTheBeginning) {
+    owner_.database = "/home/one/copy.db";
+    EXPECT_EQ(store_.claim(owner_, 20), "the database is another one");
+    expectReset();
+}
+
+TEST_F(WatermarkOwnerTest, ARebuiltDatabaseStartsFromTheBeginning) {
+    EXPECT_EQ(store_.claim(owner_, 12), std::nullopt);
+    EXPECT_EQ(
+        store_.claim(owner_, 11),
+        "the database was rebuilt: its highest row id is 11, but 12 was reached");
+    expectReset();
+}
+
+TEST_F(WatermarkOwnerTest, AnUnknownAccountIsNotCompared) {
+    owner_.account = "";
+    EXPECT_EQ(store_.claim(owner_, 20), std::nullopt);
+    owner_.account = "uid-2";
+    EXPECT_EQ(store_.claim(owner_, 20), "the account is another one") << "the old one is kept";
+}
+
+TEST_F(WatermarkOwnerTest, ProgressOfAnEarlierVersionBelongsToWhatIsThereNow) {
+    defaults_.remove("messages.progress.owner");
+    EXPECT_EQ(store_.claim(owner_, 20), std::nullopt);
+    EXPECT_EQ(store_.watermark(), 12);
+}
+
+TEST_F(WatermarkOwnerTest, ItReturnsToTheProgressBeforeTheContactsGap) {
+    store_.rememberBeforeContactsGap();
+    store_.setWatermark(15);
+    store_.rememberBeforeContactsGap();
+    store_.setWatermark(18);
+    EXPECT_TRUE(WatermarkStore(defaults_).returnBeforeContactsGap());
+    EXPECT_EQ(store_.watermark(), 12);
+    EXPECT_EQ(store_.backfillCursor(), 1);
+    EXPECT_TRUE(store_.isBackfillDone());
+    EXPECT_FALSE(store_.returnBeforeContactsGap());
+}
+
+TEST_F(WatermarkOwnerTest, AGapBeforeTheHistoryWasReadReturnsToItsStart) {
+    store_.reset();
+    store_.rememberBeforeContactsGap();
+    store_.setWatermark(15);
+    store_.setBackfillDone(true);
+    EXPECT_TRUE(store_.returnBeforeContactsGap());
+    expectReset();
+}
+
+TEST_F(WatermarkOwnerTest, AResetForgetsTheContactsGap) {
+    store_.rememberBeforeContactsGap();
+    store_.reset();
+    EXPECT_FALSE(store_.returnBeforeContactsGap());
+}
+
+TEST_F(WatermarkOwnerTest, AnUnreadableGapReadsEverythingAgain) {
+    defaults_.set("messages.progress.beforeContactsGap", "12 one 1");
+    EXPECT_TRUE(store_.returnBeforeContactsGap());
+    expectReset();
+    EXPECT_FALSE(store_.returnBeforeContactsGap());
+}
+
 } // namespace orvel

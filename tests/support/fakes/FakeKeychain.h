@@ -26,6 +26,8 @@ public:
     std::optional<tavrin::PlatformError> writeError;
     /// Like `writeError`, for one account of any service.
     std::map<std::string, tavrin::PlatformError> errorsByAccount;
+    /// If set, reads fail with this error.
+    std::optional<tavrin::PlatformError> readError;
     /// Changes are silently lost.
     bool losesWrites = false;
 
@@ -50,8 +52,9 @@ public:
 
     void read(std::string service, std::string account, ReadCompletion completion) override {
         auto answer = [completion = std::move(completion),
-                       value = valueOf({std::move(service), std::move(account)})] {
-            completion(value);
+                       value = valueOf({std::move(service), std::move(account)}),
+                       error = readError] {
+            completion(error ? Reading{std::nullopt, error} : Reading{value, std::nullopt});
         };
         if (isLocked_) {
             waiting_.emplace_back(std::move(answer));

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -49,7 +50,20 @@ public:
         values_.erase(std::string(key));
     }
 
+    [[nodiscard]] std::unique_ptr<tavrin::Interface> tryLock() override {
+        if (!holder_.expired()) {
+            return nullptr;
+        }
+        auto lock = std::make_unique<Lock>();
+        holder_ = lock->life;
+        return lock;
+    }
+
 private:
+    struct Lock final : tavrin::Interface {
+        std::shared_ptr<int> life = std::make_shared<int>();
+    };
+
     void checkWritable() const {
         if (failsWrites_) {
             throw tavrin::PlatformError::fromErrno(ENOSPC, "Could not write the settings");
@@ -59,6 +73,7 @@ private:
     mutable std::mutex mutex_;
     std::map<std::string, Value, std::less<>> values_;
     bool failsWrites_ = false;
+    std::weak_ptr<int> holder_;
     std::function<void()> onWrite_;
 };
 

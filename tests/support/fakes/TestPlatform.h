@@ -47,7 +47,8 @@ public:
     /// Stores a session, as if an earlier process had signed in.
     void storeSession(const std::string& email = "one@orvel.example") {
         keychain.items[{std::string(RecordingLogStore::subsystem) + ".session", "session"}] =
-            R"({"refreshToken":"refresh-0","handle":"one","email":")" + email + R"("})";
+            R"({"refreshToken":"refresh-0","uid":"uid-1","handle":"one","email":")" + email +
+            R"("})";
     }
 
     /// Makes the user sign in as soon as the page opens.

@@ -499,6 +499,7 @@ MAC_API(10.2)
                                          error:(NSError* _Nullable* _Nullable)error MAC_API(10.13);
 @end
 
+STUB_EXTERN NSString* NSHomeDirectory(void) MAC_API(10.0);
 STUB_EXTERN const NSNotificationName NSUserDefaultsDidChangeNotification MAC_API(10.0);
 NS_ASSUME_NONNULL_END
 #include <CoreFoundation/CoreFoundation.h>
