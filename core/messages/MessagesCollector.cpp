@@ -22,6 +22,11 @@ using Row = SQLiteDatabase::Row;
 /// The style of a group; 0 means that the database has no style.
 constexpr std::int64_t groupStyle = 43;
 
+/// In a damaged file, this many rows are read at least, to see which ids fit to the others, ...
+constexpr std::int64_t leastRowsOutOfOrder = 2'000;
+/// ... and at most this many before the walk ends without a row that fits.
+constexpr std::int64_t mostRowsOutOfOrder = 100'000;
+
 std::int64_t firstInteger(
     SQLiteDatabase& database, const std::string& sql, std::span<const Binding> bindings = {}) {
     std::optional<std::int64_t> first;
@@ -43,6 +48,36 @@ void requireTable(SQLiteDatabase& database, const std::string& name) {
     if (!database.tableExists(name)) {
         throw MessagesCollector::Error({"table `" + name + "`"});
     }
+}
+
+/// For each key, whether it belongs to the longest sequence of keys that never descends. Of several
+/// longest ones, takes one with the smallest last key.
+std::vector<bool> longestAscent(const std::vector<std::int64_t>& keys) {
+    // For each length, the index at which the sequence with the smallest last key ends.
+    std::vector<std::size_t> ends;
+    std::vector<std::optional<std::size_t>> previous(keys.size());
+    for (std::size_t index = 0; index < keys.size(); ++index) {
+        const auto end = std::upper_bound(
+            ends.begin(), ends.end(), keys[index], [&keys](std::int64_t key, std::size_t other) {
+                return key < keys[other];
+            });
+        if (end != ends.begin()) {
+            previous[index] = *std::prev(end);
+        }
+        if (end == ends.end()) {
+            ends.push_back(index);
+        } else {
+            *end = index;
+        }
+    }
+    std::vector<bool> belongs(keys.size());
+    for (std::optional<std::size_t> index = ends.empty() ? std::nullopt
+                                                         : std::optional(ends.back());
+         index;
+         index = previous[*index]) {
+        belongs[*index] = true;
+    }
+    return belongs;
 }
 
 } // namespace
@@ -103,40 +138,160 @@ struct MessagesCollector::Cache {
     std::shared_ptr<const HintSet> knownHandleHints;
 };
 
-/// Builds a batch from query rows.
+/// Builds a batch from the rows of one query.
 class MessagesCollector::BatchReader final {
 public:
-    BatchReader(Cache& cache, const Options& options, std::int64_t bound, bool ascending)
-        : cache_(cache), options_(options), previous_(bound), ascending_(ascending) {
+    /// Examines at most `readLimit` rows. The row after them only shows where the last message
+    /// ends.
+    BatchReader(
+        Cache& cache,
+        const Options& options,
+        std::int64_t bound,
+        bool ascending,
+        std::int64_t readLimit)
+        : cache_(cache),
+          options_(options),
+          bound_(bound),
+          ascending_(ascending),
+          readLimit_(readLimit) {
         constexpr std::int64_t mostReserved = 1'000;
-        batch_.records.reserve(static_cast<std::size_t>(
-            std::clamp<std::int64_t>(options.batchLimit, 0, mostReserved)));
-        batch_.highWatermark = bound;
-        batch_.lowWatermark = bound;
+        const auto expected =
+            static_cast<std::size_t>(std::clamp<std::int64_t>(readLimit, 0, mostReserved));
+        records_.reserve(expected);
+        messages_.reserve(expected + 1);
     }
 
     void read(const Row& row) {
         const std::int64_t rowID = row.integer(column::rowID);
-        requireOrder(rowID);
-        if (batch_.scanned >= options_.batchLimit) {
-            batch_.hasMore = true;
+        if (messages_.empty() || messages_.back().rowID != rowID) {
+            isInOrder_ =
+                isInOrder_ && isBetween(messages_.empty() ? bound_ : messages_.back().rowID, rowID);
+            messages_.push_back({.rowID = rowID, .firstRecord = records_.size()});
+        }
+        if (rows_ >= readLimit_) {
+            isCutOff_ = true;
             return;
         }
-        examine(rowID);
+        ++rows_;
+        examine(row, messages_.back());
+    }
+
+    /// Whether only a query with a larger limit can tell what belongs to the batch.
+    [[nodiscard]] bool needsMoreRows(const Batch& batch) const {
+        if (!isCutOff_) {
+            return false;
+        }
+        return isInOrder_ ? batch.scanned == 0
+                          : readLimit_ < leastRowsOutOfOrder ||
+                                (batch.scanned == 0 && readLimit_ < mostRowsOutOfOrder);
+    }
+
+    /// Leaves an incomplete message, and all that exceeds the batch limit, to the next batch.
+    [[nodiscard]] Batch take() {
+        const std::vector<bool> fits = messagesInOrder();
+        const std::size_t complete = messages_.size() - (isCutOff_ ? 1 : 0);
+        Batch batch;
+        batch.highWatermark = bound_;
+        batch.lowWatermark = bound_;
+        batch.hasMore = isCutOff_;
+        auto end = records_.begin();
+        for (std::size_t index = 0; index < complete; ++index) {
+            const Message& message = messages_[index];
+            if (!fits[index]) {
+                batch.skippedOutOfOrder += message.rows;
+                batch.skippedNotUserContent += message.rows;
+                continue;
+            }
+            if (batch.scanned > 0 && batch.scanned > options_.batchLimit - message.rows) {
+                batch.hasMore = true;
+                break;
+            }
+            add(message, batch);
+            end = moveRecords(index, end);
+        }
+        records_.erase(end, records_.end());
+        batch.records = std::move(records_);
+        return batch;
+    }
+
+private:
+    /// The rows of one message, which follow each other.
+    struct Message {
+        std::int64_t rowID = 0;
+        /// The index of its first record. The others follow.
+        std::size_t firstRecord = 0;
+        std::int64_t rows = 0;
+        std::int64_t outOfScope = 0;
+        std::int64_t undecodable = 0;
+        std::int64_t notUserContent = 0;
+    };
+
+    [[nodiscard]] bool isBetween(std::int64_t before, std::int64_t rowID) const {
+        return ascending_ ? rowID > before : rowID < before;
+    }
+
+    /// For each message, whether its id fits to those around it and is beyond the bound.
+    [[nodiscard]] std::vector<bool> messagesInOrder() const {
+        if (isInOrder_) {
+            return std::vector<bool>(messages_.size(), true);
+        }
+        // The complement reverses the order.
+        const auto key = [this](std::int64_t rowID) {
+            return ascending_ ? rowID : ~rowID;
+        };
+        // The bound is the id of the row before, so it also shows which ids fit.
+        std::vector<std::int64_t> keys{key(bound_)};
+        for (const Message& message : messages_) {
+            keys.push_back(key(message.rowID));
+        }
+        std::vector<bool> fits = longestAscent(keys);
+        fits.erase(fits.begin());
+        for (std::size_t index = 0; index < messages_.size(); ++index) {
+            fits[index] = fits[index] && isBetween(bound_, messages_[index].rowID);
+        }
+        return fits;
+    }
+
+    static void add(const Message& message, Batch& batch) {
+        const bool isFirst = batch.scanned == 0;
+        batch.highWatermark =
+            isFirst ? message.rowID : std::max(batch.highWatermark, message.rowID);
+        batch.lowWatermark = isFirst ? message.rowID : std::min(batch.lowWatermark, message.rowID);
+        batch.scanned += message.rows;
+        batch.skippedOutOfScope += message.outOfScope;
+        batch.skippedUndecodable += message.undecodable;
+        batch.skippedNotUserContent += message.notUserContent;
+    }
+
+    using Records = std::vector<MessageRecord>;
+
+    /// Moves the message's records to that place, and returns the place behind them.
+    Records::iterator moveRecords(std::size_t message, Records::iterator to) {
+        const auto at = [this](std::size_t index) {
+            return records_.begin() + static_cast<std::ptrdiff_t>(index);
+        };
+        const auto first = at(messages_[message].firstRecord);
+        const auto last = message + 1 < messages_.size() ? at(messages_[message + 1].firstRecord)
+                                                         : records_.end();
+        return first == to ? last : std::move(first, last, to);
+    }
+
+    void examine(const Row& row, Message& message) {
+        ++message.rows;
         const std::optional<Date> sentAt = AppleEpoch::date(row.integer(column::date));
         if (row.integer(column::itemType) != 0 || row.isNull(column::guid) || !sentAt) {
-            ++batch_.skippedNotUserContent;
+            ++message.notUserContent;
             return;
         }
         Cache::Chat* const chat = chatOf(row);
         std::optional<std::string> handle = row.string(column::handle);
         if (!isInScope(chat, handle)) {
-            ++batch_.skippedOutOfScope;
+            ++message.outOfScope;
             return;
         }
-        MessageRecord& record = batch_.records.emplace_back();
+        MessageRecord& record = records_.emplace_back();
         record.guid = row.string(column::guid).value_or("");
-        record.rowID = rowID;
+        record.rowID = message.rowID;
         if (chat != nullptr) {
             record.chatGUID = chat->info.guid;
             record.participants = chat->info.participants;
@@ -153,34 +308,9 @@ public:
         record.sentAt = *sentAt;
         record.hasAttachments = row.integer(column::hasAttachments) == 1;
         record.associatedMessageType = row.integer(column::associatedMessageType);
-        if (options_.mode == CollectionMode::WithBodies) {
-            readBody(row, record);
+        if (options_.mode == CollectionMode::WithBodies && !readBody(row, record)) {
+            ++message.undecodable;
         }
-    }
-
-    [[nodiscard]] Batch take() && { return std::move(batch_); }
-
-private:
-    void requireOrder(std::int64_t rowID) {
-        // The query returns a message once for each of its chats, so an id may repeat, but not the
-        // bound.
-        const bool isFirstRow = batch_.scanned == 0;
-        const bool isInOrder = ascending_
-                                   ? rowID > previous_ || (!isFirstRow && rowID == previous_)
-                                   : rowID < previous_ || (!isFirstRow && rowID == previous_);
-        if (!isInOrder) {
-            // Only a corrupt file gives such a row. The caller's cursor could move back, so that
-            // the walk never ends, or skip rows that were not read.
-            throw SQLiteError(SQLiteError::Step{"database disk image is malformed"});
-        }
-        previous_ = rowID;
-    }
-
-    void examine(std::int64_t rowID) {
-        const bool isFirstRow = batch_.scanned == 0;
-        ++batch_.scanned;
-        batch_.highWatermark = isFirstRow ? rowID : std::max(batch_.highWatermark, rowID);
-        batch_.lowWatermark = isFirstRow ? rowID : std::min(batch_.lowWatermark, rowID);
     }
 
     Cache::Chat* chatOf(const Row& row) {
@@ -200,30 +330,37 @@ private:
                    : handle && cache_.isKnown(*handle);
     }
 
-    void readBody(const Row& row, MessageRecord& record) {
+    /// Returns false if there is a text that cannot be decoded.
+    static bool readBody(const Row& row, MessageRecord& record) {
         record.body = row.string(column::text);
         if (record.body && !record.body->empty()) {
-            return;
+            return true;
         }
         record.body.reset();
         const auto blob = row.blob(column::attributedBody);
         if (!blob) {
-            return;
+            return true;
         }
         record.body = AttributedBodyDecoder::decode(*blob);
         if (!record.body || record.body->empty()) {
             record.body.reset();
             record.bodyUnavailable = true;
-            ++batch_.skippedUndecodable;
         }
+        return !record.bodyUnavailable;
     }
 
     Cache& cache_;
     const Options& options_;
-    /// The id of the previous row. The bound before the first row.
-    std::int64_t previous_;
-    bool ascending_;
-    Batch batch_;
+    const std::int64_t bound_;
+    const bool ascending_;
+    const std::int64_t readLimit_;
+    Records records_;
+    std::vector<Message> messages_;
+    /// Rows examined.
+    std::int64_t rows_ = 0;
+    bool isInOrder_ = true;
+    /// Whether there is a row beyond the limit. It belongs to the last message.
+    bool isCutOff_ = false;
 };
 
 MessagesCollector::Error::Error(SchemaMissing error)
@@ -329,12 +466,21 @@ MessagesCollector::scan(std::int64_t bound, bool ascending, const Options& optio
     refreshCache();
     cache_->setKnownHandleHints(options.knownHandleHints);
 
-    BatchReader reader(*cache_, options, bound, ascending);
-    database_->query(
-        MessageQuery::statement(cache_->selectList, ascending, options.since.has_value()),
-        MessageQuery::bindings(bound, options.since, options.batchLimit),
-        [&reader](const Row& row) { reader.read(row); });
-    return std::move(reader).take();
+    constexpr std::int64_t greatest = std::numeric_limits<std::int64_t>::max();
+    for (std::int64_t readLimit = options.batchLimit;;
+         readLimit = std::min(readLimit, greatest / 2) * 2) {
+        BatchReader reader(*cache_, options, bound, ascending, readLimit);
+        database_->query(
+            MessageQuery::statement(cache_->selectList, ascending, options.since.has_value()),
+            MessageQuery::bindings(bound, options.since, readLimit),
+            [&reader](const Row& row) { reader.read(row); });
+        Batch batch = reader.take();
+        if (!reader.needsMoreRows(batch)) {
+            // Without progress, the next batch would be the same.
+            batch.hasMore = batch.hasMore && batch.scanned > 0;
+            return batch;
+        }
+    }
 }
 
 } // namespace tavrin

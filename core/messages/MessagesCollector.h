@@ -21,8 +21,8 @@ namespace tavrin {
 class SQLiteDatabase;
 
 /// Turns rows of a Messages database into records, one bounded batch at a time, in the order of the
-/// row ids. Every batch that examines a row advances the cursor, so a walk ends even in a corrupt
-/// file.
+/// row ids. A batch holds either all rows of a message or none. Every batch that examines a row
+/// advances the cursor, so a walk ends even in a corrupt file.
 ///
 /// Use one object for one scan of one snapshot, on one thread at a time. Throws `SQLiteError` if a
 /// query fails; there are no partial batches. Schema and chats are read again only after SQLite
@@ -34,7 +34,8 @@ public:
     struct Options {
         CollectionMode mode = CollectionPreferences::defaultMode;
         ThreadScope scope = CollectionPreferences::defaultScope;
-        /// Most rows examined in one batch. At least 1.
+        /// Most rows examined in one batch. At least 1. Only a message that alone has more rows,
+        /// one for each of its chats, exceeds it.
         std::int64_t batchLimit = std::numeric_limits<std::int64_t>::max();
         /// The handles that the service knows, as match hints. Null means an empty set. Results are
         /// cached by pointer, so the set must not change.
@@ -51,12 +52,16 @@ public:
         std::int64_t highWatermark = 0;
         /// The smallest row id examined, or the bound if no row was examined.
         std::int64_t lowWatermark = 0;
-        /// Rows examined. The row that only sets `hasMore` does not count.
+        /// Rows examined. Rows that are left to the next batch or out of order do not count.
         std::int64_t scanned = 0;
         std::int64_t skippedOutOfScope = 0;
         /// Rows kept without text because their blob could not be decoded.
         std::int64_t skippedUndecodable = 0;
+        /// Includes `skippedOutOfOrder`.
         std::int64_t skippedNotUserContent = 0;
+        /// Rows whose ids do not fit between those around them. Only a damaged file has such rows.
+        /// The next batch may count them again.
+        std::int64_t skippedOutOfOrder = 0;
         /// Whether there is at least one further row in the same direction.
         bool hasMore = false;
     };

@@ -14,6 +14,10 @@
 #include <array>
 #include <fstream>
 #include <limits>
+#include <map>
+#include <string>
+#include <tuple>
+#include <vector>
 
 namespace tavrin {
 
@@ -817,7 +821,7 @@ TEST_F(MessagesCollectorTest, AFailedBatchDoesNotAffectTheNext) {
     EXPECT_EQ(collectAll().scanned, 1);
 }
 
-TEST_F(MessagesCollectorTest, ARowOnTheWrongSideOfTheBoundIsCorruption) {
+TEST_F(MessagesCollectorTest, ARowOnTheWrongSideOfTheBoundIsSkippedAndTheWalkEnds) {
     // A damaged index is simulated by a view whose comparison and value differ.
     builder_.addMessage({});
     builder_.dropColumn("message", "item_type");
@@ -825,45 +829,261 @@ TEST_F(MessagesCollectorTest, ARowOnTheWrongSideOfTheBoundIsCorruption) {
     builder_.execute(
         "CREATE VIEW message AS SELECT 'text' AS ROWID, guid, date, is_from_me, text, handle_id"
         " FROM message_rows");
-    EXPECT_THAT(
-        [&] { static_cast<void>(collectAll()); },
-        ThrowsMessage<SQLiteError>(StrEq("sqlite step failed: database disk image is malformed")));
+    const Batch batch = collectAll();
+    EXPECT_THAT(batch.records, IsEmpty());
+    EXPECT_EQ(batch.scanned, 0);
+    EXPECT_EQ(batch.skippedNotUserContent, 1);
+    EXPECT_EQ(batch.skippedOutOfOrder, 1);
+    EXPECT_EQ(batch.highWatermark, 0);
+    EXPECT_EQ(batch.lowWatermark, 0);
+    EXPECT_FALSE(batch.hasMore);
 }
 
-TEST_F(MessagesCollectorTest, ARowOutOfOrderIsCorruption) {
-    for (int i = 0; i < 5; ++i) {
-        builder_.addMessage({});
+/// The row id of one message is wrong. The parameters are the wrong id and the batch limit.
+class MessagesCollectorDisorderTest
+    : public MessagesCollectorTest,
+      public testing::WithParamInterface<std::tuple<int, std::int64_t>> {
+protected:
+    static constexpr int messages = 9;
+    static constexpr int damaged = 5;
+
+    MessagesCollectorDisorderTest() {
+        addMessages(messages);
+        builder_.execute("PRAGMA wal_checkpoint(TRUNCATE)");
+        changeRowID(damaged, std::get<0>(GetParam()));
+        options_.batchLimit = std::get<1>(GetParam());
     }
-    builder_.execute("PRAGMA wal_checkpoint(TRUNCATE)");
-    const std::string path = builder_.path();
-    std::int64_t rootPage = 0;
-    std::int64_t pageSize = 0;
-    {
-        SQLiteDatabase database(path);
-        database.query(
-            "SELECT rootpage FROM sqlite_master WHERE name = 'message'", {}, [&](const auto& row) {
-                rootPage = row.integer(0);
-            });
-        database.query("PRAGMA page_size", {}, [&](const auto& row) { pageSize = row.integer(0); });
-    }
-    {
+
+    /// Changes the id in the file. Both ids have one byte.
+    void changeRowID(int from, int to) {
+        const std::string path = builder_.path();
+        std::int64_t rootPage = 0;
+        std::int64_t pageSize = 0;
+        {
+            SQLiteDatabase database(path);
+            database.query(
+                "SELECT rootpage FROM sqlite_master WHERE name = 'message'",
+                {},
+                [&](const auto& row) { rootPage = row.integer(0); });
+            database.query(
+                "PRAGMA page_size", {}, [&](const auto& row) { pageSize = row.integer(0); });
+        }
         // In a leaf page of a table: the header, the offsets of the cells, and in each cell the
         // length of its content (one byte here) and the row id (one byte here).
         std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
         const std::int64_t page = (rootPage - 1) * pageSize;
         std::array<char, 2> offset{};
-        file.seekg(page + 8 + 2 * 2);
+        file.seekg(page + 8 + 2 * (from - 1));
         file.read(offset.data(), offset.size());
         const std::int64_t cell = page + (static_cast<unsigned char>(offset[0]) << 8U) +
                                   static_cast<unsigned char>(offset[1]);
         file.seekg(cell + 1);
-        ASSERT_EQ(file.get(), 3);
+        ASSERT_EQ(file.get(), from);
         file.seekp(cell + 1);
-        file.put(100);
+        file.put(static_cast<char>(to));
     }
-    EXPECT_THAT(
-        [&] { static_cast<void>(collectAll()); },
-        ThrowsMessage<SQLiteError>(StrEq("sqlite step failed: database disk image is malformed")));
+
+    /// The ids of all records of a walk. Its batches must be no more than the messages.
+    std::vector<std::int64_t> walk(std::int64_t bound, bool ascending) {
+        std::vector<std::int64_t> ids;
+        for (int batches = 0; batches <= messages; ++batches) {
+            const Batch batch = ascending ? collector().collect(bound, options_)
+                                          : collector().collectBackfill(bound, options_);
+            std::ranges::copy(rowIDs(batch), std::back_inserter(ids));
+            skipped_ += batch.skippedNotUserContent;
+            outOfOrder_ += batch.skippedOutOfOrder;
+            bound = ascending ? batch.highWatermark : batch.lowWatermark;
+            if (!batch.hasMore) {
+                last_ = bound;
+                return ids;
+            }
+        }
+        ADD_FAILURE() << "The walk does not end.";
+        return ids;
+    }
+
+    Options options_ = everything();
+    std::int64_t skipped_ = 0;
+    std::int64_t outOfOrder_ = 0;
+    /// The watermark at the end of the walk.
+    std::int64_t last_ = 0;
+};
+
+INSTANTIATE_TEST_SUITE_P(
+    ,
+    MessagesCollectorDisorderTest,
+    testing::Combine(testing::Values(1, 2, 8, 9, 100), testing::Values(4, 5, 20)),
+    [](const auto& test) {
+        return "Id" + std::to_string(std::get<0>(test.param)) + "Limit" +
+               std::to_string(std::get<1>(test.param));
+    });
+
+TEST_P(MessagesCollectorDisorderTest, ForwardsOnlyTheWrongRowIsSkipped) {
+    EXPECT_THAT(walk(0, true), ElementsAre(1, 2, 3, 4, 6, 7, 8, 9));
+    EXPECT_GE(outOfOrder_, 1);
+    EXPECT_EQ(skipped_, outOfOrder_);
+    EXPECT_EQ(last_, 9);
+}
+
+TEST_P(MessagesCollectorDisorderTest, BackwardsOnlyTheWrongRowIsSkipped) {
+    EXPECT_THAT(walk(greatest, false), ElementsAre(9, 8, 7, 6, 4, 3, 2, 1));
+    EXPECT_GE(outOfOrder_, 1);
+    EXPECT_EQ(skipped_, outOfOrder_);
+    EXPECT_EQ(last_, 1);
+}
+
+/// In such small batches, SQLite may look for the next row behind the wrong one.
+class MessagesCollectorDisorderInSmallBatchesTest : public MessagesCollectorDisorderTest {};
+
+INSTANTIATE_TEST_SUITE_P(
+    ,
+    MessagesCollectorDisorderInSmallBatchesTest,
+    testing::Combine(testing::Values(1, 2, 8, 9, 100), testing::Values(1, 2, 3)),
+    [](const auto& test) {
+        return "Id" + std::to_string(std::get<0>(test.param)) + "Limit" +
+               std::to_string(std::get<1>(test.param));
+    });
+
+TEST_P(MessagesCollectorDisorderInSmallBatchesTest, TheRowsAfterTheWrongOneAreRead) {
+    const std::vector<std::int64_t> forwards = walk(0, true);
+    EXPECT_THAT(forwards, testing::IsSupersetOf({1, 6, 7, 8, 9}));
+    EXPECT_THAT(forwards, testing::IsSubsetOf({1, 2, 3, 4, 6, 7, 8, 9}));
+    EXPECT_EQ(last_, 9);
+    const std::vector<std::int64_t> backwards = walk(greatest, false);
+    EXPECT_THAT(backwards, testing::IsSupersetOf({9, 4, 3, 2, 1}));
+    EXPECT_THAT(backwards, testing::IsSubsetOf({9, 8, 7, 6, 4, 3, 2, 1}));
+    EXPECT_EQ(last_, 1);
+}
+
+TEST_P(MessagesCollectorDisorderTest, ReadToItsEndTheTableHasNothingNew) {
+    EXPECT_THAT(walk(9, true), IsEmpty());
+    EXPECT_EQ(last_, 9) << "later messages, from row 10, would be missed";
+}
+
+/// A message between two others belongs to several chats, of which only one is known. The parameter
+/// is the batch limit.
+class MessagesCollectorGroupTest : public MessagesCollectorTest,
+                                   public testing::WithParamInterface<std::int64_t> {
+protected:
+    static constexpr int chats = 3;
+    static constexpr std::int64_t shared = 3;
+    static constexpr std::int64_t messages = 5;
+
+    /// The known chat is the first or the last of the message's rows.
+    void addMessagesWithKnownChat(bool isFirst) {
+        known_ = builder_.addHandle("ann@example.com");
+        stranger_ = builder_.addHandle("eve@example.com");
+        std::vector<std::int64_t> ids;
+        for (int chat = 0; chat < chats; ++chat) {
+            const bool isKnown = chat == (isFirst ? 0 : chats - 1);
+            ids.push_back(builder_.addChat(
+                {.guid = isKnown ? "known" : "stranger",
+                 .participants = {isKnown ? known_ : stranger_}}));
+        }
+        const std::int64_t knownChat = isFirst ? ids.front() : ids.back();
+        for (std::int64_t message = 1; message <= messages; ++message) {
+            builder_.addMessage(
+                {.chats = message == shared ? ids : std::vector<std::int64_t>{knownChat}});
+        }
+    }
+
+    /// Walks in both directions. Expects every row once, and batches that end at a whole message.
+    void expectEveryRowOnce(Options options, int recordsOfSharedMessage) {
+        options.batchLimit = GetParam();
+        for (const bool ascending : {true, false}) {
+            SCOPED_TRACE(ascending ? "forwards" : "backwards");
+            std::map<std::int64_t, int> records;
+            std::int64_t rows = 0;
+            std::int64_t bound = ascending ? 0 : greatest;
+            for (int batches = 0;; ++batches) {
+                ASSERT_LT(batches, 20) << "the walk does not end";
+                const Batch batch = ascending ? collector().collect(bound, options)
+                                              : collector().collectBackfill(bound, options);
+                EXPECT_LE(batch.scanned, std::max<std::int64_t>(GetParam(), chats));
+                EXPECT_EQ(
+                    batch.scanned,
+                    std::ssize(batch.records) + batch.skippedOutOfScope +
+                        batch.skippedNotUserContent);
+                for (const std::int64_t id : rowIDs(batch)) {
+                    ++records[id];
+                    EXPECT_LE(id, batch.highWatermark);
+                    EXPECT_GE(id, batch.lowWatermark);
+                }
+                rows += batch.scanned;
+                bound = ascending ? batch.highWatermark : batch.lowWatermark;
+                if (!batch.hasMore) {
+                    break;
+                }
+            }
+            EXPECT_EQ(bound, ascending ? messages : 1);
+            EXPECT_EQ(rows, messages - 1 + chats);
+            EXPECT_THAT(
+                records,
+                ElementsAre(
+                    Pair(1, 1),
+                    Pair(2, 1),
+                    Pair(3, recordsOfSharedMessage),
+                    Pair(4, 1),
+                    Pair(5, 1)));
+        }
+    }
+
+    std::int64_t known_ = 0;
+    std::int64_t stranger_ = 0;
+};
+
+INSTANTIATE_TEST_SUITE_P(
+    ,
+    MessagesCollectorGroupTest,
+    testing::Values(1, 2, 3, 4, 5, 6, 7),
+    testing::PrintToStringParamName());
+
+TEST_P(MessagesCollectorGroupTest, AMessageWhoseFirstChatIsKnownIsNotLostAtTheLimit) {
+    addMessagesWithKnownChat(true);
+    expectEveryRowOnce(known({"ann@example.com"}), 1);
+}
+
+TEST_P(MessagesCollectorGroupTest, AMessageWhoseLastChatIsKnownIsNotLostAtTheLimit) {
+    addMessagesWithKnownChat(false);
+    expectEveryRowOnce(known({"ann@example.com"}), 1);
+}
+
+TEST_P(MessagesCollectorGroupTest, AMessageOfSeveralChatsIsReadForEachOfThemAtTheLimit) {
+    addMessagesWithKnownChat(true);
+    expectEveryRowOnce(everything(), chats);
+}
+
+TEST_F(MessagesCollectorTest, ABatchGivesBackTheRowsOfAMessageThatDoNotAllFit) {
+    const std::int64_t a = builder_.addChat({.guid = "a"});
+    const std::int64_t b = builder_.addChat({.guid = "b"});
+    builder_.addMessage({});
+    builder_.addMessage({.attributedBody = "undecodable", .chats = {a, b}});
+    Options options = everything();
+    options.batchLimit = 2;
+    const Batch batch = collector().collect(0, options);
+    EXPECT_THAT(rowIDs(batch), ElementsAre(1));
+    EXPECT_EQ(batch.scanned, 1);
+    EXPECT_EQ(batch.highWatermark, 1);
+    EXPECT_EQ(batch.skippedUndecodable, 0);
+    EXPECT_TRUE(batch.hasMore);
+}
+
+TEST_F(MessagesCollectorTest, AMessageOfMoreChatsThanTheLimitMakesABatchOfItsOwn) {
+    std::vector<std::int64_t> chats;
+    for (int chat = 0; chat < 100; ++chat) {
+        chats.push_back(builder_.addChat({}));
+    }
+    builder_.addMessage({.chats = chats});
+    builder_.addMessage({});
+    Options options = everything();
+    options.batchLimit = 3;
+    const Batch batch = collector().collect(0, options);
+    EXPECT_EQ(batch.scanned, 100);
+    EXPECT_EQ(batch.highWatermark, 1);
+    EXPECT_TRUE(batch.hasMore);
+    const Batch next = collector().collect(1, options);
+    EXPECT_THAT(rowIDs(next), ElementsAre(2));
+    EXPECT_FALSE(next.hasMore);
 }
 
 } // namespace tavrin
