@@ -9,12 +9,20 @@ namespace {
 
 constexpr double nanosecondsPerSecond = 1e9;
 
+/// False for not-a-number.
+bool fits(double value) {
+    return value >= -0x1p63 && value < 0x1p63;
+}
+
 std::int64_t truncated(double value) {
-    // The negated condition also rejects not-a-number.
-    if (!(value >= -0x1p63 && value < 0x1p63)) {
+    if (!fits(value)) {
         std::abort();
     }
     return static_cast<std::int64_t>(value);
+}
+
+double nanoseconds(Date date) {
+    return (date.time_since_epoch().count() - offsetFromUnix) * nanosecondsPerSecond;
 }
 
 } // namespace
@@ -28,8 +36,12 @@ std::optional<Date> date(std::int64_t raw) {
     return Date(Seconds(seconds + offsetFromUnix));
 }
 
+bool isRepresentable(Date date) {
+    return fits(nanoseconds(date));
+}
+
 std::int64_t rawNanoseconds(Date date) {
-    return truncated((date.time_since_epoch().count() - offsetFromUnix) * nanosecondsPerSecond);
+    return truncated(nanoseconds(date));
 }
 
 std::int64_t rawSeconds(Date date) {

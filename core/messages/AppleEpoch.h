@@ -19,8 +19,11 @@ inline constexpr std::int64_t nanosecondDivide = 100'000'000'000;
 /// No value for a raw value below 1.
 [[nodiscard]] std::optional<Date> date(std::int64_t raw);
 
-/// Truncated toward zero. The instant must be between about 1709 and 2293. Other instants are
-/// programming errors and end the process.
+/// Whether the scale reaches the instant. That is so between about 1709 and 2293.
+[[nodiscard]] bool isRepresentable(Date date);
+
+/// Truncated toward zero. The instant must be representable. Other instants are programming errors
+/// and end the process.
 [[nodiscard]] std::int64_t rawNanoseconds(Date date);
 
 /// Like `rawNanoseconds()`, in whole seconds.

@@ -4,6 +4,7 @@
 #include "core/Errors.h"
 #include "core/FileDescriptor.h"
 #include "core/messages/FileCopier.h"
+#include "core/messages/RollbackJournal.h"
 #include "core/messages/SQLiteDatabase.h"
 #include "core/messages/SnapshotDirectory.h"
 
@@ -30,6 +31,7 @@ using namespace std::chrono_literals;
 
 constexpr std::string_view logSuffix = "-wal";
 constexpr std::string_view logIndexSuffix = "-shm";
+constexpr std::string_view journalSuffix = "-journal";
 constexpr std::chrono::milliseconds firstPause = 10ms;
 constexpr std::chrono::milliseconds longestPause = 500ms;
 /// File times come from a coarse clock: two changes within this time can have the same time stamp.
@@ -133,54 +135,80 @@ private:
     bool isSettled_ = false;
 };
 
-/// Whether the file was copied.
-bool copyCompanion(
+struct CompanionCopy {
+    bool isCopied = false;
+    /// Why an existing file could not be copied.
+    std::optional<std::string> failure;
+};
+
+CompanionCopy copyCompanion(
     FileCopier& copier,
     const std::string& source,
     const std::string& destination,
     const CancellationToken& cancellation) {
+    CompanionCopy copy;
     if (!exists(source)) {
-        return false;
+        return copy;
     }
     try {
         copier.copy(source, destination, cancellation);
-        return true;
-    } catch (const PlatformError&) {
+        copy.isCopied = true;
+    } catch (const PlatformError& error) {
         // The main file alone may still be a consistent, older state. The caller checks that.
-        return false;
+        copy.failure = error.what();
     }
+    return copy;
 }
 
-/// Whether the copy of the main file is intact without its log. A checkpoint may have written only
-/// some pages of a change. Then rows are missing, and reading reports no error.
-bool isWholeWithoutLog(const std::string& path) {
-    bool isWhole = false;
+/// What is wrong with the copy of the main file without its log. No value if it is intact. A
+/// checkpoint may have written only some pages of a change. Then rows are missing, and reading
+/// reports no error.
+std::optional<std::string>
+damageWithoutLog(const std::string& path, const CancellationToken& cancellation) {
+    std::optional<std::string> damage = "the check gave no result";
     try {
         SQLiteDatabase database(path);
-        database.query("PRAGMA quick_check(1)", {}, [&isWhole](const SQLiteDatabase::Row& row) {
-            isWhole = row.string(0) == "ok";
+        database.observe(cancellation);
+        database.query("PRAGMA quick_check(1)", {}, [&damage](const SQLiteDatabase::Row& row) {
+            damage = row.string(0);
+            if (damage == "ok") {
+                damage.reset();
+            }
         });
-    } catch (const SQLiteError&) {
-        isWhole = false;
+    } catch (const SQLiteError& error) {
+        damage = error.what();
+    }
+    if (damage) {
+        std::replace(damage->begin(), damage->end(), '\n', ' ');
     }
     // Remove the log files that the check created.
     for (const std::string_view suffix : {logSuffix, logIndexSuffix}) {
         std::error_code ignored;
         fs::remove(path + std::string(suffix), ignored);
     }
-    return isWhole;
+    return damage;
 }
 
-/// Copies all files once. Returns whether the copy is consistent. Throws if the main file cannot be
-/// copied.
-bool copyOnce(
+/// The result of copying all files once.
+struct Attempt {
+    /// Why the copy is not consistent. No value if it is.
+    std::optional<std::string> failure;
+    /// Whether another attempt would fail as well.
+    bool isFinal = false;
+    std::optional<std::string> logCopyFailure;
+};
+
+/// Throws if the main file cannot be copied.
+Attempt copyOnce(
     FileCopier& copier,
     const std::string& source,
     const std::string& destination,
     const CancellationToken& cancellation) {
+    Attempt attempt;
+    attempt.failure = "it kept changing while it was being copied";
     const SourceState before(source);
     if (!before.canVouch()) {
-        return false;
+        return attempt;
     }
     const std::array<std::string, 3> suffixes{
         "", std::string(logSuffix), std::string(logIndexSuffix)};
@@ -189,14 +217,36 @@ bool copyOnce(
         fs::remove(destination + suffix, ignored);
     }
     copier.copy(source, destination, cancellation);
-    const bool copiedLog =
+    const CompanionCopy log =
         copyCompanion(copier, source + suffixes[1], destination + suffixes[1], cancellation);
     // It may be newer than the log's copy. That does no harm: the first connection to a database
     // that no other process has open rebuilds this file from the log.
     copyCompanion(copier, source + suffixes[2], destination + suffixes[2], cancellation);
-    const bool lacksLog = !copiedLog && exists(source + suffixes[1]);
-    return before.vouchesFor(copiedLog, SourceState(source)) &&
-           (!lacksLog || isWholeWithoutLog(destination));
+    const std::string journal = source + std::string(journalSuffix);
+    const bool isUnfinished = RollbackJournal::hasChanged(destination, journal);
+    const bool lacksLog = !log.isCopied && exists(source + suffixes[1]);
+    if (!before.vouchesFor(log.isCopied, SourceState(source))) {
+        return attempt;
+    }
+    if (isUnfinished) {
+        // The writer may be about to finish it.
+        attempt.failure = "it contains an unfinished change, which only the application that made "
+                          "it can undo with the help of " +
+                          journal;
+        return attempt;
+    }
+    const auto damage =
+        lacksLog ? damageWithoutLog(destination, cancellation) : std::optional<std::string>();
+    if (damage) {
+        attempt.failure = "its write-ahead log could not be copied (" +
+                          log.failure.value_or("it has just appeared") +
+                          "), and without it the database is damaged (" + *damage + ")";
+        attempt.isFinal = true;
+        return attempt;
+    }
+    attempt.failure.reset();
+    attempt.logCopyFailure = log.failure;
+    return attempt;
 }
 
 } // namespace
@@ -224,9 +274,10 @@ ChatDatabaseSnapshot::ChatDatabaseSnapshot(
     FileCopier& copier,
     const std::string& sourcePath,
     const CancellationToken& cancellation,
-    const Pause& pause) {
+    const Pause& pause,
+    std::shared_ptr<LiveSnapshots> live) {
     requireReadable(sourcePath);
-    directory_ = std::make_unique<SnapshotDirectory>();
+    directory_ = std::make_unique<SnapshotDirectory>(std::move(live));
     databasePath_ = directory() / fs::path(sourcePath).filename();
     // SQLite keeps the log next to the file itself, not next to a symbolic link to it.
     std::error_code ignored;
@@ -234,10 +285,14 @@ ChatDatabaseSnapshot::ChatDatabaseSnapshot(
     const std::string source = resolved.empty() ? sourcePath : resolved.string();
     std::chrono::milliseconds nextPause = firstPause;
     try {
-        for (int attempt = 1; !copyOnce(copier, source, databasePath_, cancellation); ++attempt) {
-            if (attempt == maximumAttempts) {
-                throw Error(
-                    Error::CopyFailed{sourcePath, "it kept changing while it was being copied"});
+        for (int number = 1;; ++number) {
+            const Attempt attempt = copyOnce(copier, source, databasePath_, cancellation);
+            if (!attempt.failure) {
+                logCopyFailure_ = attempt.logCopyFailure;
+                return;
+            }
+            if (attempt.isFinal || number == maximumAttempts) {
+                throw Error(Error::CopyFailed{sourcePath, *attempt.failure});
             }
             pause(nextPause, cancellation);
             cancellation.throwIfCancelled();

@@ -8,21 +8,23 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <variant>
 
 namespace tavrin {
 
 class FileCopier;
+class LiveSnapshots;
 class SQLiteDatabase;
 class SnapshotDirectory;
 
 /// A private copy of the Messages database. The destructor removes it.
 ///
 /// The database file and its write-ahead-log files are copied into a new directory that only the
-/// owner can read. The copy is consistent and contains everything committed before. If the writer
-/// restarts its log meanwhile, the files are copied again. The constructor blocks and may run on
-/// any thread.
+/// owner can read. The copy is consistent and contains everything committed before, unless the log
+/// cannot be copied. If the writer restarts its log meanwhile, the files are copied again. The
+/// constructor blocks and may run on any thread.
 ///
 /// A process must not make a snapshot of a database that it has open: closing the copied files
 /// drops all POSIX locks of the process on them.
@@ -71,7 +73,8 @@ public:
         FileCopier& copier,
         const std::string& sourcePath = defaultSourcePath(),
         const CancellationToken& cancellation = {},
-        const Pause& pause = wait);
+        const Pause& pause = wait,
+        std::shared_ptr<LiveSnapshots> live = nullptr);
     ~ChatDatabaseSnapshot();
     ChatDatabaseSnapshot(const ChatDatabaseSnapshot&) = delete;
     ChatDatabaseSnapshot& operator=(const ChatDatabaseSnapshot&) = delete;
@@ -81,10 +84,15 @@ public:
 
     [[nodiscard]] const std::string& databasePath() const { return databasePath_; }
     [[nodiscard]] const std::filesystem::path& directory() const;
+    /// Why the write-ahead log could not be copied. Then the newest messages are missing.
+    [[nodiscard]] const std::optional<std::string>& logCopyFailure() const {
+        return logCopyFailure_;
+    }
 
 private:
     std::unique_ptr<SnapshotDirectory> directory_;
     std::string databasePath_;
+    std::optional<std::string> logCopyFailure_;
 };
 
 } // namespace tavrin

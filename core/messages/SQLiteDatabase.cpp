@@ -100,10 +100,17 @@ SQLiteDatabase::Statement SQLiteDatabase::prepare(const std::string& sql) {
     return statement;
 }
 
+void SQLiteDatabase::observe(const CancellationToken& cancellation) {
+    cancellation_ = cancellation;
+    interruption_ =
+        cancellation.onCancel([connection = connection_.get()] { sqlite3_interrupt(connection); });
+}
+
 void SQLiteDatabase::query(
     const std::string& sql,
     std::span<const Binding> bindings,
     const std::function<void(const Row&)>& onRow) {
+    cancellation_.throwIfCancelled();
     // Remove the statement from the cache while it runs, because the callback may run the same
     // text. A failed statement is not put back.
     Statement& idle = idleStatements_[sql];
@@ -115,6 +122,9 @@ void SQLiteDatabase::query(
     int result = sqlite3_step(statement.get());
     for (; result == SQLITE_ROW; result = sqlite3_step(statement.get())) {
         onRow(row);
+    }
+    if (result == SQLITE_INTERRUPT) {
+        cancellation_.throwIfCancelled();
     }
     if (result != SQLITE_DONE) {
         throw SQLiteError(SQLiteError::Step{sqlite3_errmsg(connection_.get())});

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "core/CancellationToken.h"
+
 #include <cstdint>
 #include <exception>
 #include <functional>
@@ -89,6 +91,9 @@ public:
     SQLiteDatabase(const SQLiteDatabase&) = delete;
     SQLiteDatabase& operator=(const SQLiteDatabase&) = delete;
 
+    /// From now on, cancelling the token also ends a running `query`, which throws `TaskCancelled`.
+    void observe(const CancellationToken& cancellation);
+
     /// Runs one statement to its end and calls `onRow` for each row. Exceptions of `onRow` pass
     /// through unchanged.
     void query(
@@ -117,6 +122,9 @@ private:
     std::unique_ptr<sqlite3, ConnectionDeleter> connection_;
     /// Cached statements by text. A statement is removed while it runs.
     std::unordered_map<std::string, Statement> idleStatements_;
+    CancellationToken cancellation_;
+    /// Destroyed first, because the callback uses the connection.
+    CancellationToken::Registration interruption_;
 };
 
 } // namespace tavrin

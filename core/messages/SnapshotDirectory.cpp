@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 namespace tavrin {
@@ -62,7 +63,25 @@ FileDescriptor lock(const fs::path& directory) {
 
 } // namespace
 
-SnapshotDirectory::SnapshotDirectory() {
+void LiveSnapshots::add(const fs::path& directory) {
+    const std::lock_guard lock(mutex_);
+    directories_.insert(directory);
+}
+
+void LiveSnapshots::remove(const fs::path& directory) {
+    const std::lock_guard lock(mutex_);
+    directories_.erase(directory);
+}
+
+void LiveSnapshots::removeDirectories() {
+    const std::lock_guard lock(mutex_);
+    for (const fs::path& directory : directories_) {
+        std::error_code ignored;
+        fs::remove_all(directory, ignored);
+    }
+}
+
+SnapshotDirectory::SnapshotDirectory(std::shared_ptr<LiveSnapshots> live) : live_(std::move(live)) {
     const fs::path folder = parent();
     fs::create_directories(folder);
     // `removeAbandoned` of another process may remove the directory before it is locked. Then try a
@@ -77,6 +96,9 @@ SnapshotDirectory::SnapshotDirectory() {
         }
         lock_ = lock(path_);
         if (lock_.isOpen()) {
+            if (live_ != nullptr) {
+                live_->add(path_);
+            }
             return;
         }
         std::error_code ignored;
@@ -89,6 +111,9 @@ SnapshotDirectory::SnapshotDirectory() {
 SnapshotDirectory::~SnapshotDirectory() {
     std::error_code ignored;
     fs::remove_all(path_, ignored);
+    if (live_ != nullptr) {
+        live_->remove(path_);
+    }
 }
 
 fs::path SnapshotDirectory::parent() {

@@ -5,9 +5,31 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <memory>
+#include <mutex>
+#include <set>
 #include <string_view>
 
 namespace tavrin {
+
+/// The snapshot directories that exist at the moment. It can remove them at the end of the process
+/// although the thread that uses them hangs. Thread-safe.
+class LiveSnapshots final {
+public:
+    LiveSnapshots() = default;
+    LiveSnapshots(const LiveSnapshots&) = delete;
+    LiveSnapshots& operator=(const LiveSnapshots&) = delete;
+
+    void add(const std::filesystem::path& directory);
+    void remove(const std::filesystem::path& directory);
+
+    /// Removes the directories from the disk.
+    void removeDirectories();
+
+private:
+    std::mutex mutex_;
+    std::set<std::filesystem::path> directories_;
+};
 
 /// A new directory for one snapshot, readable by the owner only. The destructor removes it with its
 /// contents.
@@ -18,8 +40,9 @@ public:
     /// Every name begins with this and ends with a UUID.
     static constexpr std::string_view prefix = "tavrin-chatdb-";
 
-    /// Throws `std::filesystem::filesystem_error` if the directory cannot be created.
-    SnapshotDirectory();
+    /// Is in the list for as long as it exists. Throws `std::filesystem::filesystem_error` if the
+    /// directory cannot be created.
+    explicit SnapshotDirectory(std::shared_ptr<LiveSnapshots> live = nullptr);
     ~SnapshotDirectory();
     SnapshotDirectory(const SnapshotDirectory&) = delete;
     SnapshotDirectory& operator=(const SnapshotDirectory&) = delete;
@@ -34,6 +57,7 @@ public:
     static std::size_t removeAbandoned();
 
 private:
+    const std::shared_ptr<LiveSnapshots> live_;
     std::filesystem::path path_;
     FileDescriptor lock_;
 };

@@ -56,6 +56,16 @@ TEST(AppleEpochTest, AcceptsInstantsUpToSixtyFourBits) {
     EXPECT_LT(AppleEpoch::rawSeconds(at(-9.2e18)), -9'199'999'999'000'000'000);
 }
 
+TEST(AppleEpochTest, KnowsWhichInstantsItCanConvert) {
+    EXPECT_TRUE(AppleEpoch::isRepresentable(at(1'710'003'942)));
+    EXPECT_TRUE(AppleEpoch::isRepresentable(at(10'201'679'236)));
+    EXPECT_TRUE(AppleEpoch::isRepresentable(at(-8'245'064'836)));
+    EXPECT_FALSE(AppleEpoch::isRepresentable(at(10'201'679'237)));
+    EXPECT_FALSE(AppleEpoch::isRepresentable(at(-8'245'064'838)));
+    EXPECT_FALSE(AppleEpoch::isRepresentable(at(std::numeric_limits<double>::infinity())));
+    EXPECT_FALSE(AppleEpoch::isRepresentable(at(std::nan(""))));
+}
+
 TEST(AppleEpochDeathTest, AnInstantBeyondSixtyFourBitsEndsTheProcess) {
     constexpr double infinity = std::numeric_limits<double>::infinity();
     for (const double seconds :

@@ -205,6 +205,7 @@ TEST_F(ChatDatabaseSnapshotTest, HoldsTheDatabaseAndItsCompanions) {
         namesIn(snapshot.directory()),
         testing::ElementsAre("chat.db", "chat.db-shm", "chat.db-wal"));
     EXPECT_EQ(snapshot.databasePath(), snapshot.directory() / "chat.db");
+    EXPECT_EQ(snapshot.logCopyFailure(), std::nullopt);
     EXPECT_TRUE(holdsMessages(snapshot, 100));
 }
 
@@ -266,6 +267,27 @@ TEST_F(ChatDatabaseSnapshotTest, IsRemovedWhenReleased) {
     { const ChatDatabaseSnapshot snapshot(copier_, source_); }
 
     EXPECT_THAT(namesIn(temporary_.path()), IsEmpty());
+}
+
+TEST_F(ChatDatabaseSnapshotTest, CanBeRemovedByAnotherThreadWhileItIsLive) {
+    makeQuietDatabase(1);
+    const auto live = std::make_shared<LiveSnapshots>();
+    std::vector<std::string> duringTheCopy;
+    copier_.afterCopying["chat.db"] = [&] {
+        duringTheCopy = namesIn(temporary_.path());
+        std::thread(&LiveSnapshots::removeDirectories, live).join();
+    };
+
+    {
+        const ChatDatabaseSnapshot snapshot(copier_, source_, {}, ignorePause, live);
+        EXPECT_EQ(duringTheCopy.size(), 1U);
+        EXPECT_THAT(namesIn(temporary_.path()), IsEmpty());
+    }
+
+    // A directory is not listed any more once its snapshot is released.
+    fs::create_directory(temporary_ / duringTheCopy.at(0));
+    live->removeDirectories();
+    EXPECT_EQ(namesIn(temporary_.path()), duringTheCopy);
 }
 
 TEST_F(ChatDatabaseSnapshotTest, CreatesAMissingTemporaryDirectory) {
@@ -362,6 +384,7 @@ TEST_F(ChatDatabaseSnapshotTest, OmitsALogThatCannotBeCopied) {
     const ChatDatabaseSnapshot snapshot(copier_, source_);
 
     EXPECT_THAT(namesIn(snapshot.directory()), testing::ElementsAre("chat.db"));
+    EXPECT_EQ(snapshot.logCopyFailure(), "Could not read chat.db-wal: Input/output error");
     EXPECT_TRUE(holdsMessages(snapshot, 50));
 }
 
@@ -386,6 +409,119 @@ TEST_F(ChatDatabaseSnapshotTest, RefusesAHalfCheckpointedFileWhoseLogCannotBeCop
     EXPECT_TRUE(failure<Error::CopyFailed>(source_));
 
     EXPECT_THAT(namesIn(temporary_.path()), IsEmpty());
+}
+
+TEST_F(ChatDatabaseSnapshotTest, ADamagedPageWithoutTheLogIsReportedAtOnceWithSQLitesFinding) {
+    const auto writer = makeLiveDatabase(2000);
+    const auto garbage = static_cast<std::streamoff>(fs::file_size(source_)) - 4096;
+    std::fstream(source_, std::ios::in | std::ios::out | std::ios::binary).seekp(garbage)
+        << std::string(4096, '\x7F');
+    makeOld();
+    copier_.uncopyable = {"chat.db-wal"};
+
+    const auto failed = failure<Error::CopyFailed>(source_);
+
+    EXPECT_THAT(failed.value().reason, testing::HasSubstr("Could not read chat.db-wal"));
+    EXPECT_THAT(failed.value().reason, testing::HasSubstr("btreeInitPage() returns error code 11"));
+    EXPECT_THAT(failed.value().reason, testing::Not(testing::HasSubstr("kept changing")));
+    EXPECT_EQ(copiesOfMainFile(), 1);
+    EXPECT_THAT(namesIn(temporary_.path()), IsEmpty());
+}
+
+TEST_F(ChatDatabaseSnapshotTest, TheCheckOfACopyWithoutItsLogCanBeCancelled) {
+    const auto writer = makeLiveDatabase(100);
+    makeOld();
+    CancellationSource cancellation;
+    copier_.uncopyable = {"chat.db-wal"};
+    // The last file before the check.
+    copier_.afterCopying["chat.db-shm"] = [&] {
+        cancellation.cancel();
+    };
+
+    EXPECT_THROW(
+        ChatDatabaseSnapshot(copier_, source_, cancellation.token(), ignorePause), TaskCancelled);
+    EXPECT_THAT(namesIn(temporary_.path()), IsEmpty());
+}
+
+/// A database with a rollback journal instead of a write-ahead log.
+class ChatDatabaseSnapshotJournalTest : public ChatDatabaseSnapshotTest {
+protected:
+    ChatDatabaseSnapshotJournalTest() {
+        writer_.execute("PRAGMA journal_mode = DELETE");
+        writer_.addMessages(2000);
+    }
+
+    WritableDatabase writer_{source_};
+    fs::path journal_ = source_.string() + "-journal";
+};
+
+TEST_F(ChatDatabaseSnapshotJournalTest, AnUnfinishedChangeIsReported) {
+    // The small cache makes SQLite write pages to the main file before the commit.
+    writer_.execute("PRAGMA cache_size = 2");
+    writer_.execute("BEGIN");
+    writer_.execute("DELETE FROM message WHERE ROWID % 2 = 0");
+    ASSERT_GT(fs::file_size(journal_), 0U);
+    makeOld();
+
+    const auto failed = failure<Error::CopyFailed>(source_);
+
+    EXPECT_THAT(failed.value().reason, testing::HasSubstr("an unfinished change"));
+    EXPECT_THAT(failed.value().reason, testing::HasSubstr("chat.db-journal"));
+    EXPECT_THAT(namesIn(temporary_.path()), IsEmpty());
+}
+
+TEST_F(ChatDatabaseSnapshotJournalTest, AnUnfinishedChangeThatIsSoonFinishedIsWaitedFor) {
+    writer_.execute("PRAGMA cache_size = 2");
+    writer_.execute("BEGIN");
+    writer_.execute("DELETE FROM message WHERE ROWID % 2 = 0");
+    makeOld();
+
+    const ChatDatabaseSnapshot snapshot(copier_, source_, {}, [this](auto, const auto&) {
+        if (fs::exists(journal_)) {
+            writer_.execute("ROLLBACK");
+        }
+        makeOld();
+    });
+
+    EXPECT_TRUE(holdsMessages(snapshot, 2000));
+}
+
+TEST_F(ChatDatabaseSnapshotJournalTest, AChangeThatHasNotReachedTheMainFileDoesNoHarm) {
+    writer_.execute("BEGIN");
+    writer_.execute("DELETE FROM message WHERE ROWID % 2 = 0");
+    ASSERT_TRUE(fs::exists(journal_));
+    makeOld();
+
+    const ChatDatabaseSnapshot snapshot(copier_, source_, {}, ignorePause);
+
+    EXPECT_TRUE(holdsMessages(snapshot, 2000));
+}
+
+TEST_F(ChatDatabaseSnapshotJournalTest, AJournalOfAFinishedChangeDoesNoHarm) {
+    writer_.execute("PRAGMA journal_mode = PERSIST");
+    writer_.addMessages(1);
+    ASSERT_GT(fs::file_size(journal_), 0U);
+    makeOld();
+
+    const ChatDatabaseSnapshot snapshot(copier_, source_, {}, ignorePause);
+
+    EXPECT_TRUE(holdsMessages(snapshot, 2001));
+}
+
+TEST_F(ChatDatabaseSnapshotTest, APipeInsteadOfTheSourceIsReported) {
+    ASSERT_EQ(mkfifo(source_.c_str(), 0600), 0);
+    makeOld();
+
+    EXPECT_THAT(failure<Error::CopyFailed>(source_).value().reason, StartsWith("Could not read "));
+}
+
+TEST_F(ChatDatabaseSnapshotTest, APipeInsteadOfTheLogIsNotRead) {
+    makeQuietDatabase(100);
+    ASSERT_EQ(mkfifo((source_.string() + "-wal").c_str(), 0600), 0);
+
+    const ChatDatabaseSnapshot snapshot(copier_, source_, {}, ignorePause);
+
+    EXPECT_TRUE(holdsMessages(snapshot, 100));
 }
 
 TEST_F(ChatDatabaseSnapshotTest, SurvivesALogIndexThatIsAheadOfTheLog) {

@@ -5,13 +5,13 @@
 #include "core/messages/SQLiteDatabase.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/messages/MessagesDatabaseBuilder.h"
+#include "tests/support/messages/RowIDDamage.h"
 
 #include <boost/json.hpp>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <fstream>
 #include <limits>
 #include <map>
@@ -850,37 +850,8 @@ protected:
     MessagesCollectorDisorderTest() {
         addMessages(messages);
         builder_.execute("PRAGMA wal_checkpoint(TRUNCATE)");
-        changeRowID(damaged, std::get<0>(GetParam()));
+        orvel::test::changeRowID(builder_.path(), damaged, std::get<0>(GetParam()));
         options_.batchLimit = std::get<1>(GetParam());
-    }
-
-    /// Changes the id in the file. Both ids have one byte.
-    void changeRowID(int from, int to) {
-        const std::string path = builder_.path();
-        std::int64_t rootPage = 0;
-        std::int64_t pageSize = 0;
-        {
-            SQLiteDatabase database(path);
-            database.query(
-                "SELECT rootpage FROM sqlite_master WHERE name = 'message'",
-                {},
-                [&](const auto& row) { rootPage = row.integer(0); });
-            database.query(
-                "PRAGMA page_size", {}, [&](const auto& row) { pageSize = row.integer(0); });
-        }
-        // In a leaf page of a table: the header, the offsets of the cells, and in each cell the
-        // length of its content (one byte here) and the row id (one byte here).
-        std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
-        const std::int64_t page = (rootPage - 1) * pageSize;
-        std::array<char, 2> offset{};
-        file.seekg(page + 8 + 2 * (from - 1));
-        file.read(offset.data(), offset.size());
-        const std::int64_t cell = page + (static_cast<unsigned char>(offset[0]) << 8U) +
-                                  static_cast<unsigned char>(offset[1]);
-        file.seekg(cell + 1);
-        ASSERT_EQ(file.get(), from);
-        file.seekp(cell + 1);
-        file.put(static_cast<char>(to));
     }
 
     /// The ids of all records of a walk. Its batches must be no more than the messages.

@@ -9,9 +9,11 @@
 
 #include <array>
 #include <fstream>
+#include <future>
 #include <limits>
 #include <new>
 #include <stdexcept>
+#include <thread>
 
 namespace tavrin {
 
@@ -296,6 +298,26 @@ TEST_F(SQLiteDatabaseTest, AFailingStepIsReportedAfterTheRowsBeforeIt) {
         },
         ThrowsMessage<SQLiteError>(StrEq("sqlite step failed: integer overflow")));
     EXPECT_THAT(seen, ElementsAre(1));
+}
+
+TEST_F(SQLiteDatabaseTest, CancellingEndsARunningQuery) {
+    constexpr auto endless = "WITH RECURSIVE number (n) AS (SELECT 1 UNION ALL SELECT n + 1 FROM "
+                             "number) SELECT n FROM number";
+    CancellationSource cancellation;
+    database().observe(cancellation.token());
+    std::promise<void> firstRow;
+    std::thread cancelling([&] {
+        firstRow.get_future().wait();
+        cancellation.cancel();
+    });
+    const auto report = [&firstRow](const Row& row) {
+        if (row.integer(0) == 1) {
+            firstRow.set_value();
+        }
+    };
+    EXPECT_THROW(database().query(endless, {}, report), TaskCancelled);
+    cancelling.join();
+    EXPECT_THROW(integers("SELECT 1"), TaskCancelled) << "a later query";
 }
 
 TEST_F(SQLiteDatabaseTest, FindsTablesAndViewsByTheirExactNames) {
