@@ -414,4 +414,17 @@ TEST_F(EndToEndTest, ProgressAndSummaryArePrintedAsPlainText) {
     EXPECT_THAT(program.output(), HasSubstr("Sent and accepted"));
 }
 
+TEST_F(EndToEndTest, AStateWithoutAFolderIsAFileInTheCurrentFolder) {
+    home_.makeSample({"--messages", "20", "--no-two-chat"});
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(home_.temporary());
+    const auto run = home_.scan({"--state", "progress"});
+    const auto again = home_.scan({"--state", "progress"});
+    std::filesystem::current_path(before);
+    EXPECT_EQ(run.status, 0) << run.error();
+    EXPECT_TRUE(std::filesystem::exists(home_.temporary() / "progress"));
+    EXPECT_EQ(home_.service().storedCount(), home_.sendableGuids().size());
+    EXPECT_EQ(again.count("uploaded"), 0);
+}
+
 } // namespace orvel

@@ -71,6 +71,18 @@ TYPED_TEST_SUITE(UserDefaultsTest, Fixtures);
 
 } // namespace
 
+TEST(UserDefaultsFileTest, ANameWithoutAFolderIsAFileInTheCurrentFolder) {
+    const TemporaryDirectory folder;
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(folder.path());
+    const std::unique_ptr<UserDefaults> defaults = makeUserDefaults("state");
+    EXPECT_NO_THROW(defaults->setInteger("k", 1));
+    std::filesystem::current_path(before);
+    EXPECT_NO_THROW(defaults->setInteger("l", 2)) << "the current folder has changed";
+    EXPECT_EQ(makeUserDefaults(folder / "state")->integer("k"), 1);
+    EXPECT_EQ(makeUserDefaults(folder / "state")->integer("l"), 2);
+}
+
 TYPED_TEST(UserDefaultsTest, GivesNothingForAKeyThatWasNeverSet) {
     EXPECT_EQ(storedValue<std::string>(this->defaults(), "k"), std::nullopt);
     EXPECT_EQ(storedValue<std::int64_t>(this->defaults(), "k"), std::nullopt);

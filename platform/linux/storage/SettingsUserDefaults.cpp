@@ -200,7 +200,8 @@ std::filesystem::path SettingsUserDefaults::defaultFile() {
            "orvel-agent" / "defaults.conf";
 }
 
-SettingsUserDefaults::SettingsUserDefaults(std::filesystem::path file) : file_(std::move(file)) {
+SettingsUserDefaults::SettingsUserDefaults(const std::filesystem::path& file)
+    : file_(std::filesystem::absolute(file)) {
     read();
 }
 

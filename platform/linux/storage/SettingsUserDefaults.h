@@ -33,7 +33,7 @@ public:
     [[nodiscard]] static std::filesystem::path defaultFile();
 
     /// A missing file counts as empty. Throws `tavrin::PlatformError` when the file cannot be read.
-    explicit SettingsUserDefaults(std::filesystem::path file);
+    explicit SettingsUserDefaults(const std::filesystem::path& file);
 
     [[nodiscard]] std::optional<Value> value(std::string_view key) const override;
     /// The year of a date must have four digits.
