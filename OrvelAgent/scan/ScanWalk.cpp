@@ -7,6 +7,7 @@
 #include "core/Errors.h"
 #include "core/Retrying.h"
 #include "core/TransientFailure.h"
+#include "core/messages/AppleEpoch.h"
 #include "core/messages/ChatDatabaseSnapshot.h"
 #include "core/messages/SQLiteDatabase.h"
 #include "core/messages/SnapshotDirectory.h"
@@ -21,8 +22,13 @@ using tavrin::MessagesCollector;
 
 /// Created, used and destroyed on the worker only.
 struct ScanWalk::Source {
-    Source(tavrin::FileCopier& copier, std::string path, tavrin::CancellationToken cancellation)
-        : snapshot(copier, std::move(path), std::move(cancellation)), collector(snapshot.open()) {}
+    Source(
+        tavrin::FileCopier& copier,
+        const std::string& path,
+        const tavrin::CancellationToken& cancellation,
+        std::shared_ptr<tavrin::LiveSnapshots> live)
+        : snapshot(copier, path, cancellation, tavrin::ChatDatabaseSnapshot::wait, std::move(live)),
+          collector(snapshot.open()) {}
 
     // The collector is destroyed first, which closes the connection before the files are removed.
     tavrin::ChatDatabaseSnapshot snapshot;
@@ -73,9 +79,10 @@ ScanWalk::ScanWalk(
 QCoro::Task<> ScanWalk::run() {
     auto takeSnapshot = [&copier = dependencies_.fileCopier,
                          path = dependencies_.options.sourcePath,
+                         live = dependencies_.options.liveSnapshots,
                          cancellation = cancellation_] {
         tavrin::SnapshotDirectory::removeAbandoned();
-        return std::make_shared<Source>(copier, path, cancellation);
+        return std::make_shared<Source>(copier, path, cancellation, live);
     };
     auto lock = [&store = dependencies_.watermarkStore] {
         return std::shared_ptr(store.tryLock());
@@ -85,6 +92,11 @@ QCoro::Task<> ScanWalk::run() {
         throw std::runtime_error("Another scan is running.");
     }
     source_ = co_await dependencies_.worker.run(std::move(takeSnapshot));
+    if (const auto& failure = source_->snapshot.logCopyFailure()) {
+        dependencies_.log.error(
+            "the newest messages come with a later scan, because they could not be copied: {}",
+            *failure);
+    }
     co_await prepareProgress();
     co_await countLastDay();
     if (!dependencies_.watermarkStore.isBackfillDone()) {
@@ -119,7 +131,11 @@ QCoro::Task<> ScanWalk::prepareProgress() {
                     scope = plan_.scope,
                     addressBook = plan_.addressBook] {
         Changes changes;
-        changes.newStart = store.claim(owner, source->collector.highestRowID());
+        // Without its log, a copy may lack the newest rows.
+        const std::int64_t highest = source->snapshot.logCopyFailure()
+                                         ? WatermarkStore::cursorAtStart
+                                         : source->collector.highestRowID();
+        changes.newStart = store.claim(owner, highest);
         if (addressBook == ScanPlan::AddressBook::Read) {
             changes.isGapClosed = store.returnBeforeContactsGap();
         } else if (
@@ -141,6 +157,9 @@ QCoro::Task<> ScanWalk::prepareProgress() {
 
 QCoro::Task<> ScanWalk::countLastDay() {
     const tavrin::Date now = dependencies_.clock.now();
+    if (!tavrin::AppleEpoch::isRepresentable(now - tavrin::Seconds(86400))) {
+        co_return;
+    }
     auto count = [source = source_, since = now - tavrin::Seconds(86400)] {
         std::optional<std::int64_t> result;
         try {
@@ -256,6 +275,10 @@ QCoro::Task<MessagesCollector::Batch> ScanWalk::collect(std::int64_t bound, bool
     summary_.skippedOutOfScope += batch.skippedOutOfScope;
     summary_.skippedUndecodable += batch.skippedUndecodable;
     summary_.skippedNotUserContent += batch.skippedNotUserContent;
+    if (batch.skippedOutOfOrder > 0 && !std::exchange(hasLoggedDisorder_, true)) {
+        dependencies_.log.error(
+            "the Messages database is damaged: skipping rows whose ids are out of order");
+    }
     co_return batch;
 }
 

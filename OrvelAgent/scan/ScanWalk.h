@@ -25,6 +25,12 @@
 #include <string>
 #include <vector>
 
+namespace tavrin {
+
+class LiveSnapshots;
+
+} // namespace tavrin
+
 namespace orvel {
 
 /// Reads a private copy of the Messages database for one scan: first backwards through the history
@@ -39,6 +45,8 @@ public:
         std::string sourcePath;
         tavrin::Seconds backfillPause = ScanDefaults::backfillPause;
         std::vector<double> retryDelays = uploadRetryDelays();
+        /// Lists the copy of the database while it exists. May be null.
+        std::shared_ptr<tavrin::LiveSnapshots> liveSnapshots = nullptr;
     };
 
     /// Borrows all references.
@@ -100,6 +108,7 @@ private:
     std::shared_ptr<Source> source_;
     /// The highest row id of the first history batch.
     std::int64_t top_ = 0;
+    bool hasLoggedDisorder_ = false;
 };
 
 } // namespace orvel

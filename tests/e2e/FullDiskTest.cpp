@@ -2,11 +2,13 @@
 #include "tests/e2e/ScanHome.h"
 #include "tests/support/FileSizeLimit.h"
 #include "tests/support/SmallDisk.h"
+#include "tests/support/messages/WritableDatabase.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <string>
 
@@ -43,6 +45,29 @@ TEST_F(FullDiskTest, AFullDiskIsReportedAndNoCopyIsLeft) {
     EXPECT_EQ(home_.service().requestCount(ScanHome::ingestPath), 0U);
     EXPECT_EQ(home_.scan().status, 0);
     EXPECT_EQ(home_.service().storedCount(), home_.sendableGuids().size());
+}
+
+TEST_F(FullDiskTest, ALogWithoutRoomIsReportedAndSentLater) {
+    const std::size_t before = home_.sendableGuids().size();
+    test::WritableDatabase writer(home_.database());
+    // Fills the log with many pages, and adds one message.
+    writer.execute("UPDATE message SET text = text || printf('%.*c', 500, 'x')");
+    writer.execute("INSERT INTO message (guid, date, is_from_me, text)"
+                   " SELECT 'newest', date, 1, 'text' FROM message WHERE date > 0 LIMIT 1");
+    const auto log = home_.database().string() + "-wal";
+    ASSERT_GT(std::filesystem::file_size(log), std::size_t{1} << 20);
+    {
+        const SmallDisk disk(
+            home_.temporary(), std::filesystem::file_size(home_.database()) + tooSmall * 4);
+        const auto run = home_.scan({"--verbose"});
+        EXPECT_EQ(run.status, 0) << run.error();
+        EXPECT_THAT(run.errors, HasSubstr("the newest messages come with a later scan"));
+        EXPECT_THAT(run.errors, HasSubstr(std::strerror(disk.errorWhenFull())));
+        EXPECT_THAT(home_.leftovers(), IsEmpty());
+    }
+    EXPECT_EQ(home_.service().storedCount(), before);
+    EXPECT_EQ(home_.scan().status, 0);
+    EXPECT_EQ(home_.service().storedCount(), before + 1);
 }
 
 TEST_F(FullDiskTest, UnsavedProgressFailsTheScan) {

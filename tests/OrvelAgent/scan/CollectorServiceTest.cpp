@@ -13,6 +13,7 @@
 #include "tests/support/fakes/PlainFileCopier.h"
 #include "tests/support/fakes/RecordingLogStore.h"
 #include "tests/support/messages/MessagesDatabaseBuilder.h"
+#include "tests/support/messages/RowIDDamage.h"
 
 #include <QTimer>
 
@@ -23,6 +24,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <optional>
@@ -546,6 +548,54 @@ TEST_F(CollectorServiceTest, TheLastDaysMessagesAreCountedAtTheStart) {
     EXPECT_EQ(store_.messagesLast24h(), 4);
     EXPECT_EQ(store_.messagesLast24hAt(), clock_.now());
     EXPECT_TRUE(service_.hasScanned());
+}
+
+TEST_F(CollectorServiceTest, AClockBeyondTheMessagesTimeScaleSkipsTheCount) {
+    addMessages(4);
+    // 2300-01-01. The scale ends in 2293, and the system's clock in 2262, where it jumps to 1677.
+    for (const double now : {10'413'792'000.0, -9'223'372'036.0}) {
+        clock_.advance(tavrin::Date(tavrin::Seconds(now)) - clock_.now());
+        const auto summary = scan();
+        EXPECT_EQ(summary.value().error, std::nullopt);
+        EXPECT_EQ(summary->watermark, 4);
+        EXPECT_FALSE(service_.hasScanned());
+    }
+    EXPECT_EQ(received_.size(), 4U);
+}
+
+TEST_F(CollectorServiceTest, ALogThatCannotBeCopiedIsLoggedAsAnError) {
+    addMessages(3);
+    database_.execute("PRAGMA wal_checkpoint(TRUNCATE)");
+    addMessages(2);
+    const auto path = directory_ / "chat.db";
+    std::filesystem::last_write_time(
+        path, std::filesystem::last_write_time(path) - std::chrono::hours(1));
+    copier_.setFailsForLogs(true);
+    EXPECT_EQ(scan()->uploaded, 3);
+    EXPECT_EQ(
+        logLines(LogLevel::Error),
+        std::vector<std::string>{"the newest messages come with a later scan, because they could "
+                                 "not be copied: Could not copy: No space left on device"});
+
+    copier_.setFailsForLogs(false);
+    EXPECT_EQ(scan()->uploaded, 2);
+    EXPECT_EQ(logLines(LogLevel::Error).size(), 1U);
+}
+
+TEST_F(CollectorServiceTest, RowsOutOfOrderAreLoggedOnceAScan) {
+    addMessages(9);
+    database_.execute("PRAGMA wal_checkpoint(TRUNCATE)");
+    test::changeRowID(database_.path(), 5, 100);
+    // Both the walk through the history and the one to new messages find the row.
+    const auto summary = scan();
+    EXPECT_EQ(summary.value().error, std::nullopt);
+    EXPECT_EQ(summary->uploaded, 8);
+    EXPECT_EQ(summary->skippedNotUserContent, 2);
+    EXPECT_EQ(summary->watermark, 9);
+    EXPECT_EQ(
+        logLines(LogLevel::Error),
+        std::vector<std::string>{
+            "the Messages database is damaged: skipping rows whose ids are out of order"});
 }
 
 TEST_F(CollectorServiceTest, AMissingDatabaseEndsTheScanWithItsDescription) {

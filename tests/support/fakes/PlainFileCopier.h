@@ -15,13 +15,15 @@ namespace orvel::test {
 class PlainFileCopier final : public tavrin::FileCopier {
 public:
     void setFails(bool fails) { fails_ = fails; }
+    /// Whether only write-ahead logs cannot be copied.
+    void setFailsForLogs(bool fails) { failsForLogs_ = fails; }
 
     void copy(
         const std::filesystem::path& source,
         const std::filesystem::path& destination,
         const tavrin::CancellationToken& cancellation) override {
         cancellation.throwIfCancelled();
-        if (fails_) {
+        if (fails_ || (failsForLogs_ && source.string().ends_with("-wal"))) {
             throw tavrin::PlatformError::fromErrno(ENOSPC, "Could not copy");
         }
         std::filesystem::copy_file(source, destination);
@@ -29,6 +31,7 @@ public:
 
 private:
     std::atomic<bool> fails_ = false;
+    std::atomic<bool> failsForLogs_ = false;
 };
 
 } // namespace orvel::test
