@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/app/SingleInstance.h"
 #include "OrvelAgent/base/Configuration.h"
+#include "OrvelAgent/base/ShutdownLimit.h"
 #include "OrvelAgent/base/SignalWatch.h"
 #include "OrvelAgent/ui/Accessibility.h"
 #include "OrvelAgent/ui/TavrinMacApp.h"
@@ -8,6 +9,7 @@
 #include "OrvelAgent/ui/panel/ContactsQuestion.h"
 #include "OrvelAgent/ui/update/UpdateWindow.h"
 #include "OrvelAgent/ui/update/UpdateWindowPresenter.h"
+#include "core/messages/SnapshotDirectory.h"
 #include "platform/Platform.h"
 
 #include <QApplication>
@@ -19,10 +21,12 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <exception>
 #include <functional>
+#include <memory>
 #include <string_view>
 #include <utility>
 
@@ -38,6 +42,8 @@ Collects the user's Messages history in the background, from an icon in the tray
   --version  print the version and exit
 )";
 constexpr int usageStatus = 2;
+/// Longer than `AppModel::shutdownTimeout`, so that it ends the process only if a thread hangs.
+constexpr std::chrono::milliseconds quitTimeout(1950);
 
 /// Handles the options that need no display.
 bool handleOption(int argc, char** argv) {
@@ -105,6 +111,9 @@ QCoro::Task<> stopAndQuit(TavrinMacApp* app) {
 int run(Application& application) {
     // First, so that signals are handled until everything else has been destroyed.
     const SignalWatch signalWatch([&] { application.end(); });
+    const auto snapshots = std::make_shared<tavrin::LiveSnapshots>();
+    // Before all that may take long to destroy.
+    ShutdownLimit shutdownLimit([snapshots] { snapshots->removeDirectories(); });
     ContactsQuestions questions;
     Platform platform = makePlatform(platformOptions(&questions));
     questions.displayName = QString::fromStdString(Configuration(*platform.bundle).displayName());
@@ -119,7 +128,9 @@ int run(Application& application) {
         *platform.applicationFocus,
         *platform.processControl};
     UpdateWindowPresenter updatePresenter(*platform.softwareUpdater, desktop, *platform.bundle);
-    TavrinMacApp app(platform, updatePresenter);
+    CollectorService::Options options;
+    options.liveSnapshots = snapshots;
+    TavrinMacApp app(platform, updatePresenter, options);
     QObject::connect(
         &application,
         &QGuiApplication::saveStateRequest,
@@ -131,6 +142,7 @@ int run(Application& application) {
         Qt::DirectConnection);
     QApplication::exec();
 
+    shutdownLimit.start(quitTimeout);
     // From here on, further quit requests do nothing.
     application.end();
     // Destroying the open question leaves it unanswered.

@@ -55,11 +55,15 @@ AppModel::AppModel(
           ingest_,
           *platform.fileCopier,
           *platform.clock,
-          worker_,
+          scanWorker_,
           *platform.logStore,
           withSource(options)),
       permissions_(
-          {contacts_, collector_, *platform.applicationFocus, *platform.processControl, worker_},
+          {contacts_,
+           collector_,
+           *platform.applicationFocus,
+           *platform.processControl,
+           scanWorker_},
           withSource(options).sourcePath,
           log_,
           lifetime_.token()),
@@ -101,7 +105,8 @@ AppModel::~AppModel() {
     lifetime_.cancel();
     loop_.cancel();
     syncAttentionFlash();
-    // Coroutines that wait for the worker resume in this call, see the cancellation and end.
+    // Coroutines that wait for a worker resume in these calls, see the cancellation and end.
+    scanWorker_.stop();
     worker_.stop();
     assert(!collector_.isScanning());
 }

@@ -39,8 +39,9 @@ class AppModel final : public QObject {
     Q_OBJECT
 
 public:
-    /// The longest time that `stop` takes.
-    static constexpr tavrin::Seconds shutdownTimeout{2};
+    /// The longest time that `stop` takes. Together with the destructor, quitting takes two
+    /// seconds.
+    static constexpr tavrin::Seconds shutdownTimeout{1.75};
 
     /// Starts collecting. Without a source path it reads the user's own Messages database.
     AppModel(
@@ -136,6 +137,9 @@ private:
     /// Cancelled by the destructor.
     tavrin::CancellationSource lifetime_;
     Worker worker_;
+    /// Reads the Messages database. Not `worker_`: if the database's disk does not answer, only the
+    /// scan must wait for it.
+    Worker scanWorker_;
     AuthService auth_;
     UpdaterService updater_;
     ContactBridge contacts_;

@@ -41,6 +41,7 @@ QCoro::Task<> CollectionLoop::collect(tavrin::CancellationToken cancellation) {
     try {
         // Wait until the stored session has been read.
         co_await services_.auth.restored(cancellation);
+        co_await services_.permissions.checked(cancellation);
         while (!cancellation.isCancelled()) {
             if (!services_.permissions.hasFullDiskAccess()) {
                 co_await services_.permissions.refresh();

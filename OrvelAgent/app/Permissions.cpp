@@ -3,13 +3,13 @@
 
 #include "OrvelAgent/base/Worker.h"
 #include "OrvelAgent/scan/CollectorService.h"
-#include "core/FileDescriptor.h"
+#include "core/Errors.h"
+#include "core/RegularFile.h"
 #include "platform/ApplicationFocus.h"
 #include "platform/ProcessControl.h"
 
 #include <QScopedValueRollback>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <exception>
@@ -48,14 +48,17 @@ Permissions::Permissions(
       database_(std::move(database)),
       log_(std::move(log)),
       lifetime_(std::move(lifetime)),
-      hasFullDiskAccess_(hasFullDiskAccess(database_)),
-      contactsAvailability_(services_.contacts.availability()) {}
+      contactsAvailability_(services_.contacts.availability()),
+      firstCheck_(checkFirst()) {}
 
 bool Permissions::hasFullDiskAccess(const std::filesystem::path& database) {
-    // Not QFile: a path that is not valid UTF-8 cannot be converted to QString and back.
-    const tavrin::FileDescriptor file(::open(database.c_str(), O_RDONLY | O_CLOEXEC));
-    char byte = 0;
-    return file.isOpen() && ::read(file.get(), &byte, 1) >= 0;
+    try {
+        const tavrin::RegularFile file = tavrin::openRegularFile(database);
+        char byte = 0;
+        return ::read(file.descriptor.get(), &byte, 1) >= 0;
+    } catch (const tavrin::PlatformError&) {
+        return false;
+    }
 }
 
 QCoro::Task<bool> Permissions::probeFullDiskAccess(Worker* worker, std::filesystem::path database) {
@@ -63,6 +66,11 @@ QCoro::Task<bool> Permissions::probeFullDiskAccess(Worker* worker, std::filesyst
         return hasFullDiskAccess(database);
     };
     co_return co_await worker->run(std::move(probe));
+}
+
+QCoro::Task<> Permissions::checkFirst() {
+    co_await refresh();
+    firstCheckEnd_.resolve();
 }
 
 QCoro::Task<> Permissions::refresh() {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "OrvelAgent/base/Deferred.h"
 #include "OrvelAgent/base/Logger.h"
 #include "OrvelAgent/scan/ContactBridge.h"
 #include "core/CancellationToken.h"
@@ -9,6 +10,7 @@
 #include <QObject>
 
 #include <filesystem>
+#include <utility>
 
 namespace orvel {
 
@@ -30,21 +32,28 @@ public:
         const CollectorService& collector;
         ApplicationFocus& focus;
         const ProcessControl& process;
+        /// May hang while the disk of the Messages database does not answer.
         Worker& worker;
     };
 
-    /// Checks both permissions once. Cancelling `lifetime` ends the pending tasks.
+    /// Starts the first check. Cancelling `lifetime` ends the pending tasks.
     Permissions(
         const Services& services,
         std::filesystem::path database,
         Logger log,
         tavrin::CancellationToken lifetime);
 
-    /// Whether the Messages database can be read. False for a missing file too. Blocks on the disk.
+    /// Whether the Messages database can be read. False for a missing file too, and for what is no
+    /// regular file. Blocks on the disk.
     [[nodiscard]] static bool hasFullDiskAccess(const std::filesystem::path& database);
 
     /// Runs `hasFullDiskAccess` on the worker, which must outlive the task.
     static QCoro::Task<bool> probeFullDiskAccess(Worker* worker, std::filesystem::path database);
+
+    /// Waits for the first check. Throws `TaskCancelled` when the token is cancelled.
+    QCoro::Task<> checked(tavrin::CancellationToken cancellation) const {
+        return firstCheckEnd_.settled(std::move(cancellation));
+    }
 
     /// Checks both permissions again. Never throws.
     QCoro::Task<> refresh();
@@ -54,6 +63,7 @@ public:
     /// `TaskCancelled` when `lifetime` is cancelled.
     QCoro::Task<bool> requestContactsAccess();
 
+    /// True until the first check has found that it is missing, so that nothing is reported before.
     [[nodiscard]] bool hasFullDiskAccess() const { return hasFullDiskAccess_; }
     [[nodiscard]] ContactBridge::Availability contactsAvailability() const {
         return contactsAvailability_;
@@ -63,15 +73,18 @@ Q_SIGNALS:
     void changed();
 
 private:
+    QCoro::Task<> checkFirst();
     void updateContactsAvailability();
 
     const Services services_;
     const std::filesystem::path database_;
     const Logger log_;
     const tavrin::CancellationToken lifetime_;
-    bool hasFullDiskAccess_;
+    bool hasFullDiskAccess_ = true;
     ContactBridge::Availability contactsAvailability_;
     bool isRequestingContacts_ = false;
+    const Deferred<void> firstCheckEnd_;
+    QCoro::Task<> firstCheck_;
 };
 
 } // namespace orvel

@@ -51,6 +51,27 @@ TEST_F(AppModelPermissionsTest, ARecheckDetectsGrantedAndRevokedFullDiskAccess) 
     EXPECT_FALSE(model_->hasFullDiskAccess());
 }
 
+TEST_F(AppModelPermissionsTest, TheFirstCheckRunsOnTheWorkerAndUntilThenNothingIsReported) {
+    options_.sourcePath = (directory_ / "missing.db").string();
+    with_.storeSession();
+    begin();
+    EXPECT_TRUE(model_->hasFullDiskAccess());
+    EXPECT_TRUE(waitUntil([this] { return model_->auth().isSignedIn(); }));
+    const bool isUnknown = model_->hasFullDiskAccess();
+    EXPECT_EQ(model_->needsAttention(), !isUnknown);
+    EXPECT_TRUE(waitUntil([this] { return !model_->hasFullDiskAccess(); }));
+    EXPECT_TRUE(model_->needsAttention());
+    EXPECT_EQ(model_->blockedReason(), "Full Disk Access is required to read Messages.");
+    EXPECT_TRUE(waitUntil([this] { return isWaiting(30); }));
+    EXPECT_EQ(scans(), 0U);
+}
+
+TEST_F(AppModelPermissionsTest, TheFirstScanWaitsForTheFirstCheck) {
+    startSignedIn();
+    EXPECT_EQ(scans(), 1U);
+    EXPECT_TRUE(model_->hasFullDiskAccess());
+}
+
 TEST_F(AppModelPermissionsTest, ARecheckDetectsContactsAccess) {
     with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
     startSignedOut();

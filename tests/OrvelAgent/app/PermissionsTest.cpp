@@ -2,14 +2,19 @@
 #include "OrvelAgent/app/Permissions.h"
 
 #include "OrvelAgent/base/Worker.h"
+#include "core/FileDescriptor.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/UnprivilegedUser.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <string>
 
 namespace orvel::test {
@@ -80,6 +85,16 @@ TEST_F(PermissionsTest, AnInaccessibleFolderIsNoAccess) {
 TEST_F(PermissionsTest, AFolderInsteadOfAFileIsNoAccess) {
     fs::create_directory(database());
     EXPECT_FALSE(hasAccess());
+}
+
+TEST_F(PermissionsTest, APipeInsteadOfAFileIsNoAccessAndIsNotWaitedFor) {
+    ASSERT_EQ(mkfifo(database().c_str(), 0600), 0);
+    auto probe = std::async(std::launch::async, [this] { return hasAccess(); });
+    const bool isDone = probe.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+    EXPECT_TRUE(isDone);
+    // Ends a probe that waits for a writer.
+    const tavrin::FileDescriptor writer(open(database().c_str(), O_RDWR | O_NONBLOCK));
+    EXPECT_FALSE(isDone && probe.get());
 }
 
 TEST_F(PermissionsTest, DetectsAccessThatIsGrantedLater) {

@@ -361,7 +361,7 @@ TEST_F(MenuBarExtraTest, RestoringTheWindowChecksThePermissions) {
     with_.clock.advance(MenuBarExtra::trayTimeout);
     panel().close();
     processEvents();
-    ASSERT_FALSE(model_->hasFullDiskAccess());
+    ASSERT_TRUE(waitUntil([this] { return !model_->hasFullDiskAccess(); }));
     const MessagesDatabaseBuilder database(directory_ / "chat.db");
     with_.instanceRegistry.beActivated();
     EXPECT_TRUE(waitUntil([this] { return model_->hasFullDiskAccess(); }));

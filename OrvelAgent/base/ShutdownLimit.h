@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+namespace orvel {
+
+/// Ends the process if quitting takes too long: a thread that hangs in a call to the system, such
+/// as reading from a network mount whose server is gone, can be neither ended nor waited for.
+class ShutdownLimit final {
+public:
+    /// `removeRemains` is called on another thread before the process ends. It must not wait for
+    /// what may hang.
+    explicit ShutdownLimit(std::function<void()> removeRemains);
+    /// From here on, the process is not ended.
+    ~ShutdownLimit();
+    ShutdownLimit(const ShutdownLimit&) = delete;
+    ShutdownLimit& operator=(const ShutdownLimit&) = delete;
+
+    /// Ends the process with status 0, without any further clean-up, unless this object is
+    /// destroyed within that time. Call it once.
+    void start(std::chrono::milliseconds limit);
+
+private:
+    const std::function<void()> removeRemains_;
+    std::mutex mutex_;
+    std::condition_variable end_;
+    bool isOver_ = false;
+    std::thread thread_;
+};
+
+} // namespace orvel
