@@ -160,9 +160,9 @@ CompanionCopy copyCompanion(
     return copy;
 }
 
-/// What is wrong with the copy of the main file without its log. No value if it is intact. A
-/// checkpoint may have written only some pages of a change. Then rows are missing, and reading
-/// reports no error.
+/// What SQLite finds wrong with the copy of the main file without its log. No value if it is
+/// intact. A checkpoint may have written only some pages of a change. Then rows are missing, and
+/// reading reports no error.
 std::optional<std::string>
 damageWithoutLog(const std::string& path, const CancellationToken& cancellation) {
     std::optional<std::string> damage = "the check gave no result";
@@ -240,7 +240,7 @@ Attempt copyOnce(
     if (damage) {
         attempt.failure = "its write-ahead log could not be copied (" +
                           log.failure.value_or("it has just appeared") +
-                          "), and without it the database is damaged (" + *damage + ")";
+                          "), and the database cannot be read without it (" + *damage + ")";
         attempt.isFinal = true;
         return attempt;
     }

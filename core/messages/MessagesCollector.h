@@ -59,8 +59,8 @@ public:
         std::int64_t skippedUndecodable = 0;
         /// Includes `skippedOutOfOrder`.
         std::int64_t skippedNotUserContent = 0;
-        /// Rows whose ids do not fit between those around them. Only a damaged file has such rows.
-        /// The next batch may count them again.
+        /// Rows whose ids do not fit between those around them, and rows that are read again
+        /// because of them. Only a damaged file has such rows. The next batch may count them again.
         std::int64_t skippedOutOfOrder = 0;
         /// Whether there is at least one further row in the same direction.
         bool hasMore = false;

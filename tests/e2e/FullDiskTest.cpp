@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -50,22 +51,25 @@ TEST_F(FullDiskTest, AFullDiskIsReportedAndNoCopyIsLeft) {
 TEST_F(FullDiskTest, ALogWithoutRoomIsReportedAndSentLater) {
     const std::size_t before = home_.sendableGuids().size();
     test::WritableDatabase writer(home_.database());
-    // Fills the log with many pages, and adds one message.
-    writer.execute("UPDATE message SET text = text || printf('%.*c', 500, 'x')");
+    // Makes the log larger than the main file, and adds one message.
+    for (int change = 0; change < 10; ++change) {
+        writer.execute("UPDATE message SET is_from_me = 1 - is_from_me");
+    }
     writer.execute("INSERT INTO message (guid, date, is_from_me, text)"
                    " SELECT 'newest', date, 1, 'text' FROM message WHERE date > 0 LIMIT 1");
-    const auto log = home_.database().string() + "-wal";
-    ASSERT_GT(std::filesystem::file_size(log), std::size_t{1} << 20);
+    const auto size = std::filesystem::file_size(home_.database().string() + "-wal");
+    ASSERT_GT(size, 2 * std::filesystem::file_size(home_.database()));
     {
-        const SmallDisk disk(
-            home_.temporary(), std::filesystem::file_size(home_.database()) + tooSmall * 4);
+        const FileSizeLimit limit(size / 2);
         const auto run = home_.scan({"--verbose"});
         EXPECT_EQ(run.status, 0) << run.error();
         EXPECT_THAT(run.errors, HasSubstr("the newest messages come with a later scan"));
-        EXPECT_THAT(run.errors, HasSubstr(std::strerror(disk.errorWhenFull())));
+        EXPECT_THAT(run.errors, HasSubstr(std::strerror(EFBIG)));
         EXPECT_THAT(home_.leftovers(), IsEmpty());
     }
-    EXPECT_EQ(home_.service().storedCount(), before);
+    // The sample, too, has messages that are only in its log.
+    EXPECT_GT(home_.service().storedCount(), 0U);
+    EXPECT_LE(home_.service().storedCount(), before);
     EXPECT_EQ(home_.scan().status, 0);
     EXPECT_EQ(home_.service().storedCount(), before + 1);
 }

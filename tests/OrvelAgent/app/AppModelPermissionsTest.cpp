@@ -66,12 +66,6 @@ TEST_F(AppModelPermissionsTest, TheFirstCheckRunsOnTheWorkerAndUntilThenNothingI
     EXPECT_EQ(scans(), 0U);
 }
 
-TEST_F(AppModelPermissionsTest, TheFirstScanWaitsForTheFirstCheck) {
-    startSignedIn();
-    EXPECT_EQ(scans(), 1U);
-    EXPECT_TRUE(model_->hasFullDiskAccess());
-}
-
 TEST_F(AppModelPermissionsTest, ARecheckDetectsContactsAccess) {
     with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
     startSignedOut();

@@ -59,8 +59,8 @@ TEST_F(AppModelTest, AChoiceAndARescanReportSeparateErrors) {
     with_.userDefaults.setFailsWrites(true);
     model_->setMode(CollectionMode::MetadataOnly);
     runTask(model_->rescanFromBeginning());
+    EXPECT_TRUE(waitUntil([this] { return model_->settingsError().has_value(); }));
     const auto settingsError = model_->settingsError();
-    EXPECT_TRUE(settingsError);
     EXPECT_TRUE(model_->rescanError());
     with_.userDefaults.setFailsWrites(false);
     runTask(model_->rescanFromBeginning());
