@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "core/Errors.h"
 
+#include "core/Text.h"
+
 #include <system_error>
 
 namespace tavrin {
@@ -64,6 +66,9 @@ const char* sentence(URLErrorCode code) {
 URLError urlError(URLErrorCode code) {
     return {code, sentence(code)};
 }
+
+PlatformError::PlatformError(std::string domain, int code, std::string_view description)
+    : domain_(std::move(domain)), code_(code), description_(shownText(description)) {}
 
 PlatformError PlatformError::fromErrno(int code, std::string_view doing) {
     return {

@@ -60,8 +60,8 @@ private:
 /// An operating system error with its domain and code. `what()` is a sentence for the user.
 class PlatformError final : public std::exception {
 public:
-    PlatformError(std::string domain, int code, std::string description)
-        : domain_(std::move(domain)), code_(code), description_(std::move(description)) {}
+    /// The description may quote another program: what may not be shown of it is replaced.
+    PlatformError(std::string domain, int code, std::string_view description);
 
     /// From an `errno` value. The description is `doing`, a colon and the system's error text.
     [[nodiscard]] static PlatformError fromErrno(int code, std::string_view doing);

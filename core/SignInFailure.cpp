@@ -8,11 +8,10 @@
 namespace tavrin {
 
 SignInFailure SignInFailure::fromCallbackError(std::string_view value) {
-    std::string text = repairedUTF8(value);
-    if (trimmed(text) == noAccountCode) {
+    if (trimmed(repairedUTF8(value)) == noAccountCode) {
         return SignInFailure(NoAccount());
     }
-    return SignInFailure(Other{std::move(text)});
+    return SignInFailure(Other{shownText(value)});
 }
 
 std::string SignInFailure::message() const {

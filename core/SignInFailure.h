@@ -26,7 +26,7 @@ public:
     static constexpr std::string_view noAccountCode = "no_account";
 
     /// Parses the error of the site's callback: the known code, with surrounding white space
-    /// ignored, or else the unchanged text. Ill-formed UTF-8 is repaired.
+    /// ignored, or else the text, untrimmed, as it may be shown.
     [[nodiscard]] static SignInFailure fromCallbackError(std::string_view value);
 
     explicit SignInFailure(Case reason) : reason_(std::move(reason)) {}

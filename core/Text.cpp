@@ -3,13 +3,17 @@
 
 #include "core/UnicodeRules.h"
 
+#include <unicode/brkiter.h>
 #include <unicode/bytestream.h>
 #include <unicode/casemap.h>
 #include <unicode/uchar.h>
+#include <unicode/utext.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <new>
 #include <stdexcept>
 #include <tuple>
@@ -19,6 +23,10 @@ namespace tavrin {
 namespace {
 
 constexpr std::string_view replacementCharacter = "\xEF\xBF\xBD";
+constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+
+/// More than any grapheme cluster in use has; the longest emoji have 35.
+constexpr std::size_t maximumBytesPerCharacter = 64;
 
 /// The position of the first ill-formed sequence at or after `from`, which must be the start of a
 /// sequence. The size of the text if there is none.
@@ -72,6 +80,42 @@ std::string_view trimmedBy(std::string_view text, IsWhiteSpace isWhiteSpace) {
         text = text.substr(0, start);
     }
     return text;
+}
+
+/// At most that many bytes, and no part of a character at the end.
+std::string_view cutToBytes(std::string_view text, std::size_t maximumBytes) {
+    if (text.size() <= maximumBytes) {
+        return text;
+    }
+    const std::string_view kept = text.substr(0, maximumBytes);
+    const bool isBetweenCharacters =
+        (static_cast<unsigned char>(text[maximumBytes]) & 0xC0U) != 0x80U;
+    return isBetweenCharacters ? kept : kept.substr(0, startOfLast(kept));
+}
+
+/// The first grapheme clusters of well-formed text.
+std::string_view firstClusters(std::string_view text, std::size_t count) {
+    if (text.size() <= count) {
+        return text;
+    }
+    UErrorCode status = U_ZERO_ERROR;
+    const std::unique_ptr<UText, decltype(&utext_close)> source(
+        utext_openUTF8(nullptr, text.data(), static_cast<std::int64_t>(text.size()), &status),
+        utext_close);
+    const std::unique_ptr<icu::BreakIterator> clusters(
+        icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
+    if (U_SUCCESS(status)) {
+        clusters->setText(source.get(), status);
+    }
+    if (U_FAILURE(status)) {
+        // Only if memory or the library's data is missing.
+        return prefix(text, count);
+    }
+    std::size_t end = 0;
+    for (; count > 0 && end < text.size(); --count) {
+        end = static_cast<std::size_t>(clusters->next());
+    }
+    return text.substr(0, end);
 }
 
 } // namespace
@@ -155,6 +199,67 @@ std::string_view prefix(std::string_view text, std::size_t count) {
         std::ignore = unicode_rules::nextCharacter(text, end);
     }
     return text.substr(0, end);
+}
+
+std::string_view withoutByteOrderMark(std::string_view text) {
+    return text.substr(text.starts_with(byteOrderMark) ? byteOrderMark.size() : 0);
+}
+
+std::size_t controlCharacterLength(std::string_view text) {
+    if (text.empty()) {
+        return 0;
+    }
+    const auto byte = [text](std::size_t index) -> unsigned {
+        return index < text.size() ? static_cast<unsigned char>(text[index]) : 0;
+    };
+    const auto isIn = [](unsigned value, unsigned first, unsigned last) {
+        return first <= value && value <= last;
+    };
+    switch (byte(0)) {
+    case 0xC2: // U+0080 to U+009F
+        return isIn(byte(1), 0x80, 0x9F) ? 2 : 0;
+    case 0xD8: // U+061C
+        return byte(1) == 0x9C ? 2 : 0;
+    case 0xE2: // U+200E, U+200F, U+2028 to U+202E, U+2066 to U+2069
+        return (byte(1) == 0x80 && (isIn(byte(2), 0x8E, 0x8F) || isIn(byte(2), 0xA8, 0xAE))) ||
+                       (byte(1) == 0x81 && isIn(byte(2), 0xA6, 0xA9))
+                   ? 3
+                   : 0;
+    default:
+        return byte(0) < 0x20 || byte(0) == 0x7F ? 1 : 0;
+    }
+}
+
+std::string shownText(std::string_view text, std::size_t maximumCharacters) {
+    // Cut first: the text may be very long.
+    const std::string wellFormed =
+        repairedUTF8(cutToBytes(text, maximumCharacters * maximumBytesPerCharacter));
+    std::string_view rest = firstClusters(wellFormed, maximumCharacters);
+    std::string shown;
+    shown.reserve(rest.size());
+    while (!rest.empty()) {
+        const std::size_t control = controlCharacterLength(rest);
+        const bool isKept = control == 0 || rest.front() == '\n' || rest.front() == '\t' ||
+                            rest.starts_with("\r\n");
+        if (isKept) {
+            shown += rest.front();
+        } else {
+            shown += replacementCharacter;
+        }
+        rest.remove_prefix(isKept ? 1 : control);
+    }
+    return shown;
+}
+
+std::string onOneLine(std::string_view text) {
+    std::string line;
+    line.reserve(text.size());
+    while (!text.empty()) {
+        const std::size_t control = controlCharacterLength(text);
+        line += control == 0 ? text.front() : ' ';
+        text.remove_prefix(std::max<std::size_t>(control, 1));
+    }
+    return line;
 }
 
 } // namespace tavrin

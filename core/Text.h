@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -23,5 +24,26 @@ namespace tavrin {
 
 /// The first `count` Unicode scalar values of well-formed text, or all of a shorter text.
 [[nodiscard]] std::string_view prefix(std::string_view text, std::size_t count);
+
+/// The text without a byte order mark at its start.
+[[nodiscard]] std::string_view withoutByteOrderMark(std::string_view text);
+
+/// The number of bytes of the control character that the text starts with, or 0. Control characters
+/// are those of C0 and C1, DEL, the bidirectional controls, and the line and paragraph separators:
+/// they can control a terminal, or show a text as something else than it is.
+[[nodiscard]] std::size_t controlCharacterLength(std::string_view text);
+
+/// How much of a text from outside is shown, in grapheme clusters: a letter with its combining
+/// marks is one, and so is CR LF.
+inline constexpr std::size_t maximumShownCharacters = 500;
+
+/// A text from outside, as it may be shown, logged or printed: its first characters as well-formed
+/// UTF-8, with U+FFFD for every control character except tabs and line breaks (LF and CR LF). Also
+/// limits the bytes, because one character can have any number of combining marks.
+[[nodiscard]] std::string
+shownText(std::string_view text, std::size_t maximumCharacters = maximumShownCharacters);
+
+/// The text with a space for every control character, including tabs and line breaks.
+[[nodiscard]] std::string onOneLine(std::string_view text);
 
 } // namespace tavrin

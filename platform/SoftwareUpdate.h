@@ -6,7 +6,7 @@
 
 namespace orvel {
 
-/// A newer version that the update feed offers. The texts are untrusted, but well-formed UTF-8.
+/// A newer version that the update feed offers. The texts are untrusted, but may be shown.
 struct SoftwareUpdate {
     /// The version that comparisons use.
     std::string version;

@@ -2,6 +2,7 @@
 #include "OrvelAgent/account/AuthError.h"
 
 #include "OrvelAgent/base/InQuotes.h"
+#include "core/Text.h"
 
 #include <utility>
 #include <variant>
@@ -26,8 +27,8 @@ rendering(const std::string& message, const std::optional<tavrin::SignInFailure>
 
 } // namespace
 
-AuthError::AuthError(std::string message)
-    : message_(std::move(message)), rendering_(rendering(message_, failure_)) {}
+AuthError::AuthError(std::string_view message)
+    : message_(tavrin::shownText(message)), rendering_(rendering(message_, failure_)) {}
 
 AuthError::AuthError(tavrin::SignInFailure failure)
     : message_(failure.message()),

@@ -6,6 +6,7 @@
 #include <exception>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace orvel {
 
@@ -13,7 +14,8 @@ namespace orvel {
 /// sentence for the user.
 class AuthError final : public std::exception {
 public:
-    explicit AuthError(std::string message);
+    /// `message` may be the system's: what may not be shown of it is replaced.
+    explicit AuthError(std::string_view message);
     /// For an error that the web site reported.
     explicit AuthError(tavrin::SignInFailure failure);
 

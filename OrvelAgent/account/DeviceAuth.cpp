@@ -92,8 +92,8 @@ struct CallbackOf {
     std::string operator()(const WebAuthenticationSession::NoResponse&) const {
         throw AuthError("Sign-in ended without a response.");
     }
-    std::string operator()(WebAuthenticationSession::Failed failed) const {
-        throw AuthError(std::move(failed.description));
+    std::string operator()(const WebAuthenticationSession::Failed& failed) const {
+        throw AuthError(failed.description);
     }
 };
 

@@ -2,10 +2,24 @@
 #include "OrvelAgent/account/Session.h"
 
 #include "core/JSON.h"
+#include "core/Text.h"
 
 #include <boost/json/object.hpp>
 
 namespace orvel {
+
+namespace {
+
+/// A text of the service that the user sees.
+std::optional<std::string> shownTextAt(const boost::json::object& object, std::string_view key) {
+    std::optional<std::string> text = tavrin::optionalStringAt(object, key);
+    if (text) {
+        text = tavrin::shownText(*text);
+    }
+    return text;
+}
+
+} // namespace
 
 std::string accountOf(
     const std::optional<std::string>& uid,
@@ -50,16 +64,16 @@ Session tag_invoke(const boost::json::value_to_tag<Session>&, const boost::json:
     return {
         tavrin::Secret(tavrin::stringAt(object, "refreshToken")),
         tavrin::optionalStringAt(object, "uid"),
-        tavrin::optionalStringAt(object, "email"),
-        tavrin::optionalStringAt(object, "handle")};
+        shownTextAt(object, "email"),
+        shownTextAt(object, "handle")};
 }
 
 Profile tag_invoke(const boost::json::value_to_tag<Profile>&, const boost::json::value& json) {
     const boost::json::object& object = tavrin::asObject(json);
     Profile profile{
         tavrin::optionalStringAt(object, "uid"),
-        tavrin::optionalStringAt(object, "email"),
-        tavrin::optionalStringAt(object, "handle")};
+        shownTextAt(object, "email"),
+        shownTextAt(object, "handle")};
     if (profile.handle && profile.handle->empty()) {
         profile.handle.reset();
     }

@@ -1,17 +1,35 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/base/InQuotes.h"
 
+#include "core/Text.h"
+
 #include <fmt/format.h>
 
 #include <iterator>
 
 namespace orvel {
 
+namespace {
+
+/// The number of a character of one to three bytes.
+unsigned codePoint(std::string_view character) {
+    unsigned value = static_cast<unsigned char>(character.front());
+    if (character.size() > 1) {
+        value &= character.size() == 2 ? 0x1FU : 0x0FU;
+    }
+    for (const char next : character.substr(1)) {
+        value = value << 6U | (static_cast<unsigned char>(next) & 0x3FU);
+    }
+    return value;
+}
+
+} // namespace
+
 std::string inQuotes(std::string_view text) {
     std::string result = "\"";
-    for (const char character : text) {
-        const auto byte = static_cast<unsigned char>(character);
-        switch (character) {
+    while (!text.empty()) {
+        std::size_t length = 1;
+        switch (text.front()) {
         case '"':
             result += "\\\"";
             break;
@@ -31,12 +49,17 @@ std::string inQuotes(std::string_view text) {
             result += "\\0";
             break;
         default:
-            if (byte < 0x20 || byte == 0x7F) {
-                fmt::format_to(std::back_inserter(result), "\\u{{{:02X}}}", byte);
+            if (const std::size_t control = tavrin::controlCharacterLength(text); control > 0) {
+                length = control;
+                fmt::format_to(
+                    std::back_inserter(result),
+                    "\\u{{{:02X}}}",
+                    codePoint(text.substr(0, control)));
             } else {
-                result += character;
+                result += text.front();
             }
         }
+        text.remove_prefix(length);
     }
     result += '"';
     return result;

@@ -12,16 +12,17 @@ namespace tavrin {
 
 namespace {
 
+/// SQLite's messages may quote names from the database.
 std::string describe(const SQLiteError::Case& error) {
     struct Describe {
         std::string operator()(const SQLiteError::Open& open) const {
-            return "sqlite open failed (" + open.path + "): " + open.message;
+            return "sqlite open failed (" + open.path + "): " + shownText(open.message);
         }
         std::string operator()(const SQLiteError::Prepare& prepare) const {
-            return "sqlite prepare failed: " + prepare.message + " — " + prepare.sql;
+            return "sqlite prepare failed: " + shownText(prepare.message) + " — " + prepare.sql;
         }
         std::string operator()(const SQLiteError::Step& step) const {
-            return "sqlite step failed: " + step.message;
+            return "sqlite step failed: " + shownText(step.message);
         }
     };
     return std::visit(Describe(), error);

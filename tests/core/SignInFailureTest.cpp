@@ -57,4 +57,10 @@ TEST(SignInFailureTest, FailuresAreEqualWhenTheirKindAndTextAre) {
     EXPECT_NE(other("no_account"), noAccount);
 }
 
+TEST(SignInFailureTest, OtherErrorsAreCutAndCleaned) {
+    EXPECT_EQ(
+        SignInFailure::fromCallbackError("\x1B\u202E" + std::string(1'000'000, 'x')),
+        other("\uFFFD\uFFFD" + std::string(498, 'x')));
+}
+
 } // namespace tavrin

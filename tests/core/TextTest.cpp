@@ -149,4 +149,98 @@ TEST(TextTest, APrefixCountsCharactersNotBytes) {
     EXPECT_EQ(prefix("a\0b"s, 2), "a\0"s);
 }
 
+TEST(TextTest, ControlCharactersHaveALength) {
+    for (const std::string& text :
+         {"\0"s,
+          "\n"s,
+          "\x1F"s,
+          "\x7F"s,
+          "\u0080"s,
+          "\u009F"s,
+          "\u061C"s,
+          "\u200E"s,
+          "\u200F"s,
+          "\u2028"s,
+          "\u2029"s,
+          "\u202A"s,
+          "\u202E"s,
+          "\u2066"s,
+          "\u2069"s}) {
+        EXPECT_EQ(controlCharacterLength(text + "x"), text.size()) << testing::PrintToString(text);
+    }
+    for (const std::string& text :
+         {""s,
+          " "s,
+          "~"s,
+          "\u00A0"s,
+          "\u00C2"s,
+          "\u061B"s,
+          "\u200D"s,
+          "\u2010"s,
+          "\u2027"s,
+          "\u202F"s,
+          "\u2065"s,
+          "\u206A"s,
+          "\uFEFF"s,
+          "\xC2"s,
+          "\xE2\x80"s,
+          "\x85"s}) {
+        EXPECT_EQ(controlCharacterLength(text), 0U) << testing::PrintToString(text);
+    }
+}
+
+TEST(TextTest, OrdinaryTextIsShownUnchanged) {
+    for (const std::string& text :
+         {""s,
+          "INVALID_REFRESH_TOKEN"s,
+          "<html>\r\n\t<p>502</p>\n</html>\r\n"s,
+          "Zugang gesperrt f\u00FCr heute \U0001F468\u200D\U0001F469\u200D\U0001F467"s,
+          "\u05E9\u05DC\u05D5\u05DD"s}) {
+        EXPECT_EQ(shownText(text), text);
+    }
+}
+
+TEST(TextTest, ControlCharactersAreShownAsReplacements) {
+    EXPECT_EQ(
+        shownText("a\0b\x1B[2J\x7F\u009Bc\u202Ed\u2028e\rf\r\ng"s),
+        "a\uFFFDb\uFFFD[2J\uFFFD\uFFFDc\uFFFDd\uFFFDe\uFFFDf\r\ng");
+    EXPECT_EQ(shownText("a\xFF"), "a\uFFFD");
+}
+
+TEST(TextTest, ShownTextIsCutBetweenCharacters) {
+    const std::string family = "\U0001F468\u200D\U0001F469\u200D\U0001F467\u200D\U0001F466";
+    std::string text;
+    for (int i = 0; i < 600; ++i) {
+        text += family;
+    }
+    EXPECT_EQ(shownText(text), text.substr(0, 500 * family.size()));
+    EXPECT_EQ(shownText(text, 2), family + family);
+    EXPECT_EQ(shownText(std::string(500, 'x') + "\r\n"), std::string(500, 'x'));
+    EXPECT_EQ(shownText(std::string(499, 'x') + "\r\n!"), std::string(499, 'x') + "\r\n");
+}
+
+TEST(TextTest, ShownTextHasALimitedNumberOfBytes) {
+    std::string text = "x";
+    while (text.size() < 1'000'000) {
+        text += "\u0301";
+    }
+    const std::string shown = shownText(text);
+    EXPECT_LE(shown.size(), 32'000U);
+    EXPECT_GT(shown.size(), 31'000U);
+    EXPECT_TRUE(text.starts_with(shown));
+    EXPECT_EQ(shownText(std::string(1'000'000, '\x80')).substr(0, 6), "\uFFFD\uFFFD");
+}
+
+TEST(TextTest, OneLineHasSpacesForControlCharacters) {
+    EXPECT_EQ(onOneLine("a\nb\tc\x1B[2J\u009Bd\u202Ee\u2028"), "a b c [2J d e ");
+    EXPECT_EQ(onOneLine("f\u00FCr \U0001F600"), "f\u00FCr \U0001F600");
+}
+
+TEST(TextTest, OneByteOrderMarkIsSkipped) {
+    EXPECT_EQ(withoutByteOrderMark("\uFEFFa"), "a");
+    EXPECT_EQ(withoutByteOrderMark("a\uFEFF"), "a\uFEFF");
+    EXPECT_EQ(withoutByteOrderMark("\uFEFF\uFEFF"), "\uFEFF");
+    EXPECT_EQ(withoutByteOrderMark("\xEF\xBB"), "\xEF\xBB");
+}
+
 } // namespace tavrin

@@ -1,15 +1,27 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/scan/AccountCommand.h"
 
+#include "core/Text.h"
+
 #include <boost/json/object.hpp>
 #include <boost/json/serialize.hpp>
 #include <fmt/format.h>
 
 #include <cstdio>
+#include <exception>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace orvel {
+
+namespace {
+
+void printFailure(std::string_view attempt, const std::exception& failure) {
+    fmt::print(stderr, "orvel-scan: {}{}\n", attempt, tavrin::onOneLine(failure.what()));
+}
+
+} // namespace
 
 AccountCommand::AccountCommand(ScanArguments arguments)
     : arguments_(std::move(arguments)),
@@ -41,7 +53,7 @@ QCoro::Task<int> AccountCommand::signIn() {
     fmt::print(stderr, "Continue in the browser, which opens now. Ctrl+C gives up.\n");
     co_await auth_->signIn();
     if (auth_->lastError()) {
-        fmt::print(stderr, "orvel-scan: {}\n", *auth_->lastError());
+        fmt::print(stderr, "orvel-scan: {}\n", tavrin::onOneLine(*auth_->lastError()));
         if (auth_->needsAccount()) {
             fmt::print(stderr, "You can make one on the website, which opens now.\n");
         }
@@ -54,7 +66,7 @@ QCoro::Task<int> AccountCommand::signIn() {
         co_return failed;
     }
     if (const auto failure = co_await auth_->stored(cancellation_.token())) {
-        fmt::print(stderr, "orvel-scan: The session could not be kept: {}\n", failure->what());
+        printFailure("The session could not be kept: ", *failure);
         co_return failed;
     }
     printAccount();
@@ -64,7 +76,7 @@ QCoro::Task<int> AccountCommand::signIn() {
 QCoro::Task<int> AccountCommand::signOut() {
     auth_->signOut();
     if (const auto failure = co_await auth_->stored(cancellation_.token())) {
-        fmt::print(stderr, "orvel-scan: The session could not be removed: {}\n", failure->what());
+        printFailure("The session could not be removed: ", *failure);
         co_return failed;
     }
     if (arguments_.printsJSON) {
@@ -99,8 +111,8 @@ void AccountCommand::printAccount() const {
     } else if (email || handle) {
         fmt::print(
             "Signed in as {}{}.\n",
-            email ? *email : *handle,
-            email && handle ? " (" + *handle + ")" : std::string());
+            tavrin::onOneLine(email ? *email : *handle),
+            email && handle ? " (" + tavrin::onOneLine(*handle) + ")" : std::string());
     } else {
         fmt::print("Signed in.\n");
     }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/scan/ScanReport.h"
 
+#include "core/Text.h"
+
 #include <boost/json/object.hpp>
 #include <boost/json/serialize.hpp>
 #include <fmt/format.h>
@@ -32,18 +34,6 @@ std::string bar(double fraction) {
     return fmt::format("[{:#>{}}{:.>{}}]", "", filled, "", barWidth - filled);
 }
 
-/// Replaces control characters by spaces, because the text may come from a service.
-std::string plain(std::string text) {
-    std::ranges::replace_if(
-        text,
-        [](char character) {
-            const auto byte = static_cast<unsigned char>(character);
-            return byte < 0x20 || byte == 0x7F;
-        },
-        ' ');
-    return text;
-}
-
 } // namespace
 
 std::string grouped(std::int64_t number) {
@@ -56,8 +46,9 @@ std::string grouped(std::int64_t number) {
 }
 
 std::string describe(const CollectorService::ScanSummary& summary, bool isBackfillDone) {
-    std::string text = summary.error ? "Scan ended with an error: " + plain(*summary.error) + "\n"
-                                     : std::string("Scan done.\n");
+    std::string text = summary.error
+                           ? "Scan ended with an error: " + tavrin::onOneLine(*summary.error) + "\n"
+                           : std::string("Scan done.\n");
     const auto line = [&text](std::string_view name, const std::string& value) {
         text += fmt::format("  {:<28}{:>12}\n", name, value);
     };

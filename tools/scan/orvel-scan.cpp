@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/base/SignalWatch.h"
 #include "core/Errors.h"
+#include "core/Text.h"
 #include "platform/Platform.h"
 #include "tools/scan/AccountCommand.h"
 #include "tools/scan/Command.h"
@@ -36,7 +37,7 @@ QCoro::Task<> runAndQuit(orvel::Command* command) {
     } catch (const tavrin::TaskCancelled&) {
         // Cancelled by a signal, which determines the exit status.
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "orvel-scan: %s\n", error.what());
+        std::fprintf(stderr, "orvel-scan: %s\n", tavrin::onOneLine(error.what()).c_str());
     }
     QCoreApplication::exit(status);
 }
@@ -75,7 +76,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "%s\n", error.what());
         return wrongUsage;
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "orvel-scan: %s\n", error.what());
+        std::fprintf(stderr, "orvel-scan: %s\n", tavrin::onOneLine(error.what()).c_str());
         return orvel::Command::failed;
     }
 }

@@ -286,7 +286,9 @@ void SecretServiceKeychain::logChangeFailure(ChangeKind kind, std::string_view r
 void SecretServiceKeychain::logReadFailure(std::string_view reason) {
     if (!std::exchange(hasLoggedReadFailure_, true)) {
         logStore_.write(
-            LogLevel::Error, "keychain", fmt::format("the keychain cannot be read: {}", reason));
+            LogLevel::Error,
+            "keychain",
+            fmt::format("the keychain cannot be read: {}", tavrin::shownText(reason)));
     }
 }
 

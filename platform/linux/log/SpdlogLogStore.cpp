@@ -47,28 +47,12 @@ std::string bounded(std::string_view text) {
     return tavrin::repairedUTF8(text.substr(0, end)).append(ellipsis);
 }
 
-/// The length of the first character if it is a control character or a line or paragraph separator,
-/// which could break the line or control a terminal; 0 otherwise.
-std::size_t controlLength(std::string_view text) {
-    const auto first = static_cast<unsigned char>(text.front());
-    if (first < 0x20 || first == 0x7F) {
-        return 1;
-    }
-    // U+0080 to U+009F.
-    if (first == 0xC2 && text.size() > 1 && static_cast<unsigned char>(text[1]) < 0xA0) {
-        return 2;
-    }
-    if (text.starts_with("\u2028") || text.starts_with("\u2029")) {
-        return 3;
-    }
-    return 0;
-}
-
+/// Escapes control characters, which could break the line or control a terminal.
 std::string escaped(std::string_view text) {
     std::string result;
     result.reserve(text.size());
     while (!text.empty()) {
-        const std::size_t control = controlLength(text);
+        const std::size_t control = tavrin::controlCharacterLength(text);
         if (control == 0) {
             result.push_back(text.front());
             text.remove_prefix(1);

@@ -14,6 +14,8 @@ namespace {
 
 /// Longer names of versions are cut for the user.
 constexpr std::size_t maximumNameLength = 64;
+/// Longer than the notes of any version; laying out much more would block the window.
+constexpr std::size_t maximumNotesLength = 10'000;
 
 bool isForThisCopy(const AppcastItem& item, const UpdateCriteria& criteria) {
     return item.channel.empty() && item.enclosure && item.enclosure->system == "linux" &&
@@ -104,11 +106,10 @@ newestUpdate(const std::vector<AppcastItem>& items, const UpdateCriteria& criter
     }
     SoftwareUpdate update;
     update.version = newest->version;
-    update.displayVersion =
-        newest->shortVersion.empty()
-            ? newest->version
-            : std::string(tavrin::prefix(newest->shortVersion, maximumNameLength));
-    update.releaseNotes = newest->description;
+    update.displayVersion = newest->shortVersion.empty()
+                                ? newest->version
+                                : tavrin::shownText(newest->shortVersion, maximumNameLength);
+    update.releaseNotes = tavrin::shownText(newest->description, maximumNotesLength);
     update.length = lengthOf(*newest);
     return UpdateOffer{
         std::move(update), *std::move(newestVersion), urlOf(*newest), signatureOf(*newest)};

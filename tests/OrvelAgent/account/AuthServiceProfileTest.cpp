@@ -121,4 +121,25 @@ TEST_F(AuthServiceTest, AProfileWithoutAStoredSessionIsStoredWithAnEmptyRefreshT
     EXPECT_FALSE(auth_->isSignedIn());
 }
 
+TEST_F(AuthServiceTest, TheAccountOfTheProfileIsCutAndCleaned) {
+    const std::string text = R"(\u001b[2J\u009b\u202e)" + std::string(1'000'000, 'x');
+    answerWith(
+        profilePath,
+        200,
+        R"({"ok":true,"data":{"email":")" + text + R"(","handle":")" + text + "\"}}");
+    start();
+    runTask(auth_->signIn());
+    const std::string shown = "\uFFFD[2J\uFFFD\uFFFD" + std::string(494, 'x');
+    EXPECT_EQ(auth_->accountEmail(), shown);
+    EXPECT_EQ(auth_->accountHandle(), shown);
+}
+
+TEST_F(AuthServiceTest, TheAccountOfAStoredSessionIsCutAndCleaned) {
+    keychain_.items[sessionItem] =
+        R"({"refreshToken":"r","email":"a\u001b\u202eb","handle":"\u009b"})";
+    start();
+    EXPECT_EQ(auth_->accountEmail(), "a\uFFFD\uFFFDb");
+    EXPECT_EQ(auth_->accountHandle(), "\uFFFD");
+}
+
 } // namespace orvel

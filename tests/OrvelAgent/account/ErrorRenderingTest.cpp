@@ -58,4 +58,22 @@ TEST(AuthErrorTest, AMissingAccountHasItsOwnCase) {
         R"(failure: Optional(TavrinCore.SignInFailure.noAccount)))");
 }
 
+TEST(InQuotesTest, EscapesC1AndBidirectionalControls) {
+    EXPECT_EQ(inQuotes("a\u0085\u009Bb"), R"("a\u{85}\u{9B}b")");
+    EXPECT_EQ(
+        inQuotes("\u061C\u200E\u202E\u2066\u2028\u2029"),
+        R"("\u{61C}\u{200E}\u{202E}\u{2066}\u{2028}\u{2029}")");
+    EXPECT_EQ(inQuotes("\u00A0\u00E9\u200D\u2065\u206A"), "\"\u00A0\u00E9\u200D\u2065\u206A\"");
+}
+
+TEST(IdentityErrorTest, ItsMessageIsCutAndCleaned) {
+    const IdentityError error("\x1B\u202E" + std::string(1'000'000, 'x'), 400);
+    EXPECT_EQ(error.message(), "\uFFFD\uFFFD" + std::string(498, 'x'));
+}
+
+TEST(AuthErrorTest, ItsMessageIsCutAndCleaned) {
+    const AuthError error("\x1B\u202E" + std::string(1'000'000, 'x'));
+    EXPECT_EQ(error.message(), "\uFFFD\uFFFD" + std::string(498, 'x'));
+}
+
 } // namespace orvel

@@ -3,6 +3,7 @@
 
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/messages/MessagesDatabaseBuilder.h"
+#include "tests/support/messages/WritableDatabase.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -348,6 +349,27 @@ TEST_F(SQLiteDatabaseTest, AViewHasColumns) {
     builder_.replaceByView("message");
     EXPECT_TRUE(database().tableExists("message"));
     EXPECT_TRUE(database().columnExists("guid", "message"));
+}
+
+TEST_F(SQLiteDatabaseTest, AMessageThatQuotesTheDatabaseIsCutAndCleaned) {
+    const TemporaryDirectory directory;
+    const auto path = (directory / "hostile.db").string();
+    orvel::test::WritableDatabase(path).execute(
+        "CREATE TABLE t (x); PRAGMA writable_schema = ON;"
+        "INSERT INTO sqlite_master VALUES ('table', char(27, 155, 8238) || hex(zeroblob(1000000)),"
+        " 't', 0, 'CREATE TABLE')");
+    SQLiteDatabase hostile(path);
+    try {
+        hostile.query("SELECT x FROM t", {}, [](const Row&) {});
+        ADD_FAILURE() << "no SQLiteError";
+    } catch (const SQLiteError& error) {
+        const std::string text = error.what();
+        EXPECT_EQ(text.find('\x1B'), std::string::npos) << text.substr(0, 200);
+        EXPECT_EQ(text.find("\u009B"), std::string::npos);
+        EXPECT_EQ(text.find("\u202E"), std::string::npos);
+        EXPECT_NE(text.find("\uFFFD\uFFFD\uFFFD00"), std::string::npos) << text.substr(0, 200);
+        EXPECT_LT(text.size(), 600U);
+    }
 }
 
 } // namespace tavrin

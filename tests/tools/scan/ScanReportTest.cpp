@@ -86,4 +86,10 @@ TEST(ScanReportTest, ProgressOfNewMessagesShowsNoShare) {
     EXPECT_EQ(ScanProgressLine::text(progress, 0), "10 examined, 9 sent, 0 a second");
 }
 
+TEST(ScanReportTest, TheTextContainsNoC1OrBidirectionalControls) {
+    auto summary = sampleSummary();
+    summary.error = "no\u009B2J\u202Eway";
+    EXPECT_TRUE(describe(summary, false).starts_with("Scan ended with an error: no 2J way\n"));
+}
+
 } // namespace orvel

@@ -343,4 +343,11 @@ TEST_F(SpdlogLogStoreTest, IgnoresAJournalPathTooLongForASocket) {
     withoutPath.write(LogLevel::Info, "c", "m");
 }
 
+TEST_F(SpdlogLogStoreTest, EscapesBidirectionalControls) {
+    store().write(LogLevel::Info, "c", "a\u202Eb\u2066c\u200Ed\u061C\u200D");
+    EXPECT_EQ(
+        fixture_.lines(),
+        (Strings{"info c: a\\xe2\\x80\\xaeb\\xe2\\x81\\xa6c\\xe2\\x80\\x8ed\\xd8\\x9c\u200D"}));
+}
+
 } // namespace orvel::test

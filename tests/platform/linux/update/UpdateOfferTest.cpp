@@ -177,4 +177,14 @@ TEST(UpdateOfferTest, IgnoresMissingFieldsOfAnOldItem) {
     EXPECT_EQ(offered({old, item("2.0")}), "2.0");
 }
 
+TEST(UpdateOfferTest, ItsTextsAreCutAndCleaned) {
+    AppcastItem hostile = item("2.0");
+    hostile.shortVersion = "2\u009B\u202E" + std::string(100, 'x');
+    hostile.description = "New:\n\u009B\u202E" + std::string(500'000, 'x');
+    const auto offer = newestUpdate({hostile}, criteria());
+    ASSERT_TRUE(offer);
+    EXPECT_EQ(offer->update.displayVersion, "2\uFFFD\uFFFD" + std::string(61, 'x'));
+    EXPECT_EQ(offer->update.releaseNotes, "New:\n\uFFFD\uFFFD" + std::string(9'993, 'x'));
+}
+
 } // namespace orvel
