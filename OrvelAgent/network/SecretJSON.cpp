@@ -3,10 +3,12 @@
 
 #include "core/JSON.h"
 #include "core/Secret.h"
+#include "core/Text.h"
 
 #include <boost/json/parser.hpp>
 #include <boost/json/serializer.hpp>
 
+#include <new>
 #include <utility>
 
 namespace orvel {
@@ -26,19 +28,50 @@ bool WipingMemory::do_is_equal(const boost::json::memory_resource& other) const 
     return this == &other;
 }
 
+LimitedMemory::LimitedMemory(std::size_t limit, boost::json::storage_ptr upstream)
+    : left_(limit), upstream_(std::move(upstream)) {}
+
+void* LimitedMemory::do_allocate(std::size_t size, std::size_t alignment) {
+    if (size > left_) {
+        throw std::bad_alloc();
+    }
+    void* const bytes = upstream_->allocate(size, alignment);
+    left_ -= size;
+    return bytes;
+}
+
+void LimitedMemory::do_deallocate(void* bytes, std::size_t size, std::size_t alignment) {
+    upstream_->deallocate(bytes, size, alignment);
+    left_ += size;
+}
+
+bool LimitedMemory::do_is_equal(const boost::json::memory_resource& other) const noexcept {
+    return this == &other;
+}
+
 boost::json::storage_ptr wipingStorage() {
     // Stateless, so it can be shared.
     static WipingMemory memory;
     return &memory;
 }
 
-boost::json::value parseSecretJSON(std::string_view text) {
-    const boost::json::storage_ptr storage = wipingStorage();
+boost::json::value parseSecretJSON(std::string_view text, boost::json::storage_ptr upstream) {
+    text = tavrin::withoutByteOrderMark(text);
+    // The tree shares the ownership of its storage.
+    const auto storage = boost::json::make_shared_resource<WipingMemory>(
+        boost::json::make_shared_resource<LimitedMemory>(
+            maximumJSONMemory(text.size()), std::move(upstream)));
+    boost::json::parse_options options;
+    options.max_depth = maximumJSONDepth;
     // Also use this storage for the parser's temporary buffers.
-    boost::json::parser parser(storage);
+    boost::json::parser parser(storage, options);
     parser.reset(storage);
     boost::json::error_code error;
-    parser.write(text, error);
+    try {
+        parser.write(text, error);
+    } catch (const std::bad_alloc&) {
+        throw tavrin::JSONDecodingError("The JSON text needs too much memory.");
+    }
     if (error) {
         throw tavrin::JSONDecodingError("The text is not JSON: " + error.message() + ".");
     }
