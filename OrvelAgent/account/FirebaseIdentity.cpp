@@ -5,6 +5,7 @@
 #include "OrvelAgent/base/Configuration.h"
 #include "OrvelAgent/base/Worker.h"
 #include "OrvelAgent/network/QueryItems.h"
+#include "OrvelAgent/network/RequestEcho.h"
 #include "OrvelAgent/network/SecretJSON.h"
 #include "OrvelAgent/network/URLLoading.h"
 #include "core/JSON.h"
@@ -65,6 +66,14 @@ std::optional<std::string> errorMessage(std::string_view body) {
     }
 }
 
+/// Whether the provider's message repeats a secret of the request.
+bool repeats(std::string_view message, const tavrin::Secret& sentToken, std::string_view apiKey) {
+    RequestEcho echo;
+    echo.addSecret(sentToken.text());
+    echo.addSecret(apiKey);
+    return echo.isIn(message);
+}
+
 URLRequest
 makeRequest(const std::string& url, std::string key, std::string contentType, std::string body) {
     URLRequest request;
@@ -103,6 +112,7 @@ QCoro::Task<FirebaseIdentity::Tokens> FirebaseIdentity::signInWithCustomToken(
             apiKey_,
             "application/json",
             std::move(body)),
+        std::move(customToken),
         ReplyKeys{"idToken", "refreshToken", "expiresIn"},
         std::move(cancellation));
 }
@@ -117,6 +127,7 @@ QCoro::Task<FirebaseIdentity::Tokens> FirebaseIdentity::refresh(
     return exchange(
         *this,
         makeRequest(secureTokenURL_, apiKey_, "application/x-www-form-urlencoded", std::move(body)),
+        std::move(refreshToken),
         ReplyKeys{"id_token", "refresh_token", "expires_in"},
         std::move(cancellation));
 }
@@ -125,10 +136,17 @@ bool FirebaseIdentity::isRevocation(std::string_view message) {
     return std::ranges::find(revocationReasons, message) != revocationReasons.end();
 }
 
-FirebaseIdentity::Reply
-FirebaseIdentity::decode(int status, std::string_view body, const ReplyKeys& keys) {
+FirebaseIdentity::Reply FirebaseIdentity::decode(
+    int status,
+    std::string_view body,
+    const ReplyKeys& keys,
+    const tavrin::Secret& sentToken,
+    std::string_view apiKey) {
     if (status < 200 || status > 299) {
-        throw IdentityError(errorMessage(body).value_or("HTTP " + std::to_string(status)), status);
+        const std::optional<std::string> message = errorMessage(body);
+        const bool isShown =
+            message && (isRevocation(*message) || !repeats(*message, sentToken, apiKey));
+        throw IdentityError(isShown ? *message : "HTTP " + std::to_string(status), status);
     }
     const boost::json::value json = parseSecretJSON(body);
     const boost::json::object& object = tavrin::asObject(json);
@@ -142,15 +160,19 @@ FirebaseIdentity::decode(int status, std::string_view body, const ReplyKeys& key
 QCoro::Task<FirebaseIdentity::Tokens> FirebaseIdentity::exchange(
     FirebaseIdentity identity,
     URLRequest request,
+    tavrin::Secret sentToken,
     ReplyKeys keys,
     tavrin::CancellationToken cancellation) {
     URLResponse response =
         co_await load(identity.session_, std::move(request), std::move(cancellation));
     // Keep the body in a secret, which is wiped with the callable.
-    auto decodeReply =
-        [status = response.status, body = tavrin::Secret(std::move(response.body)), keys] {
-            return decode(status, body.text(), keys);
-        };
+    auto decodeReply = [status = response.status,
+                        body = tavrin::Secret(std::move(response.body)),
+                        keys,
+                        sentToken = std::move(sentToken),
+                        apiKey = identity.apiKey_] {
+        return decode(status, body.text(), keys, sentToken, apiKey);
+    };
     Reply reply = co_await identity.worker_->run(std::move(decodeReply));
     Tokens tokens;
     tokens.idToken = std::move(reply.idToken);

@@ -60,11 +60,18 @@ private:
         tavrin::Seconds lifetime{};
     };
 
-    [[nodiscard]] static Reply decode(int status, std::string_view body, const ReplyKeys& keys);
-    /// Takes a copy of the client, which lives as long as the request.
+    [[nodiscard]] static Reply decode(
+        int status,
+        std::string_view body,
+        const ReplyKeys& keys,
+        const tavrin::Secret& sentToken,
+        std::string_view apiKey);
+    /// Takes a copy of the client, which lives as long as the request. `sentToken` is the token in
+    /// the request.
     static QCoro::Task<Tokens> exchange(
         FirebaseIdentity identity,
         URLRequest request,
+        tavrin::Secret sentToken,
         ReplyKeys keys,
         tavrin::CancellationToken cancellation);
 

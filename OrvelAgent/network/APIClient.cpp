@@ -9,34 +9,18 @@
 #include "core/Text.h"
 
 #include <QString>
-#include <QTextBoundaryFinder>
 #include <QUrl>
 
 namespace orvel {
 
 namespace {
 
-/// The user sees this many characters of a reply that is not an envelope.
-constexpr int shownCharacters = 500;
-
 constexpr std::string_view bearer = "Bearer ";
 
-/// Counts grapheme clusters: a letter with its combining marks is one, and so is CR LF.
-std::string firstCharacters(const std::string& bytes) {
-    if (!tavrin::isValidUTF8(bytes)) {
-        return {};
-    }
-    const QString text = QString::fromStdString(bytes);
-    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
-    qsizetype end = 0;
-    for (int count = 0; count < shownCharacters; ++count) {
-        const qsizetype next = finder.toNextBoundary();
-        if (next < 0) {
-            break;
-        }
-        end = next;
-    }
-    return text.left(end).toStdString();
+/// Whether the reply is JSON rather than a page or a sentence.
+bool isJSON(std::string_view body) {
+    const std::size_t start = body.find_first_not_of(" \t\r\n");
+    return start != std::string_view::npos && (body[start] == '{' || body[start] == '[');
 }
 
 using Token = std::optional<tavrin::Secret>;
@@ -126,13 +110,34 @@ QCoro::Task<URLRequest> APIClient::makeRequest(
     co_return request;
 }
 
+tavrin::Secret APIClient::bearerTokenOf(const URLRequest& request) {
+    for (const auto& [name, value] : request.headers) {
+        if (name == "Authorization") {
+            return tavrin::Secret(value.substr(bearer.size()));
+        }
+    }
+    return {};
+}
+
 APIClient::Failure APIClient::failureOf(
     int status,
-    const std::string& body,
-    std::optional<std::string> error,
-    std::optional<std::string> code) {
+    std::string_view body,
+    const std::optional<std::string>& error,
+    const std::optional<std::string>& code,
+    bool mayHoldSecrets,
+    const RepeatsRequest& repeatsRequest) {
+    std::string_view text = tavrin::withoutByteOrderMark(body);
+    if (error) {
+        text = *error;
+    } else if (!tavrin::isValidUTF8(text) || (mayHoldSecrets && isJSON(text))) {
+        text = {};
+    }
+    // Look at the whole text: the shown part could end within a value.
+    if (repeatsRequest(text)) {
+        text = {};
+    }
     return {
-        APIError(status, error ? *std::move(error) : firstCharacters(body)),
+        APIError(status, tavrin::shownText(text)),
         tavrin::SessionPolicy::isSessionExpired(status, code)};
 }
 

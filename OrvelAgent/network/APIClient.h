@@ -5,6 +5,7 @@
 #include "OrvelAgent/network/APIError.h"
 #include "OrvelAgent/network/Envelope.h"
 #include "OrvelAgent/network/JSONCoding.h"
+#include "OrvelAgent/network/RequestEcho.h"
 #include "OrvelAgent/network/URLLoading.h"
 #include "core/CancellationToken.h"
 #include "core/Date.h"
@@ -17,6 +18,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <variant>
 
@@ -76,6 +78,8 @@ private:
         bool sessionExpired;
     };
 
+    using RepeatsRequest = std::function<bool(std::string_view)>;
+
     /// Takes a copy of the client, which lives as long as the request.
     template <typename Reply, typename Body>
     static QCoro::Task<Reply> sendFrom(
@@ -86,8 +90,9 @@ private:
         tavrin::CancellationToken cancellation) {
         URLRequest request =
             co_await client.makeRequest(std::move(path), std::move(method), cancellation);
+        const tavrin::Secret token = bearerTokenOf(request);
         if (body) {
-            auto encode = [encoder = client.encoder_, body = std::move(body)] {
+            auto encode = [encoder = client.encoder_, body] {
                 return encoder->encode(*body);
             };
             request.body = co_await client.worker_->run(std::move(encode));
@@ -95,8 +100,13 @@ private:
         URLResponse response =
             co_await load(client.session_, std::move(request), std::move(cancellation));
         // A secret, because some replies contain tokens.
-        auto decode = [status = response.status, body = tavrin::Secret(std::move(response.body))] {
-            return outcomeOf<Reply>(status, body.text());
+        auto decode = [status = response.status,
+                       reply = tavrin::Secret(std::move(response.body)),
+                       token,
+                       body = std::move(body)] {
+            return outcomeOf<Reply>(status, reply.text(), [&token, &body](std::string_view text) {
+                return repeats(text, token, body.get());
+            });
         };
         std::variant<Reply, Failure> outcome = co_await client.worker_->run(std::move(decode));
         if (auto* failure = std::get_if<Failure>(&outcome)) {
@@ -108,8 +118,27 @@ private:
         co_return std::get<Reply>(std::move(outcome));
     }
 
+    /// Whether the text repeats a value of the request.
+    template <typename Body>
+    static bool repeats(std::string_view text, const tavrin::Secret& token, const Body* body) {
+        if (text.empty()) {
+            return false;
+        }
+        RequestEcho echo;
+        echo.addSecret(token.text());
+        if constexpr (HoldsSecrets<Body>) {
+            if (body != nullptr) {
+                echo.addSecretStrings(boost::json::value_from(*body, wipingStorage()));
+            }
+        } else if (body != nullptr) {
+            echo.addStrings(boost::json::value_from(*body), publicKeysOf<Body>());
+        }
+        return echo.isIn(text);
+    }
+
     template <typename Reply>
-    static std::variant<Reply, Failure> outcomeOf(int status, const std::string& body) {
+    static std::variant<Reply, Failure>
+    outcomeOf(int status, const std::string& body, const RepeatsRequest& repeatsRequest) {
         std::optional<Envelope<Reply>> envelope = decodeEnvelope<Reply>(body);
         const bool isSuccess = status >= 200 && status <= 299;
         if (isSuccess && envelope && envelope->ok) {
@@ -122,17 +151,27 @@ private:
             // Do not show the reply: it may contain a secret.
             return Failure{APIError(status, "Response had no data."), false};
         }
+        constexpr bool mayHoldSecrets = HoldsSecrets<Reply>;
         if (!envelope) {
-            return failureOf(status, body, std::nullopt, std::nullopt);
+            return failureOf(
+                status, body, std::nullopt, std::nullopt, mayHoldSecrets, repeatsRequest);
         }
-        return failureOf(status, body, std::move(envelope->error), std::move(envelope->code));
+        return failureOf(
+            status, body, envelope->error, envelope->code, mayHoldSecrets, repeatsRequest);
     }
 
+    /// Decides which text of the reply is shown. A reply with secrets is not shown as JSON, and no
+    /// text is that repeats the request: the user then sees the status.
     static Failure failureOf(
         int status,
-        const std::string& body,
-        std::optional<std::string> error,
-        std::optional<std::string> code);
+        std::string_view body,
+        const std::optional<std::string>& error,
+        const std::optional<std::string>& code,
+        bool mayHoldSecrets,
+        const RepeatsRequest& repeatsRequest);
+
+    /// Empty if the request has no token.
+    static tavrin::Secret bearerTokenOf(const URLRequest& request);
 
     QCoro::Task<URLRequest>
     makeRequest(std::string path, std::string method, tavrin::CancellationToken cancellation) const;

@@ -16,7 +16,8 @@ public:
 
     /// The HTTP status, or 0 if the reply was not HTTP.
     [[nodiscard]] int status() const { return status_; }
-    /// The error text of the service, or the beginning of its reply.
+    /// The error text of the service or the beginning of its reply, as it may be shown. Empty if
+    /// that repeats the request.
     [[nodiscard]] const std::string& body() const { return body_; }
     [[nodiscard]] const char* what() const noexcept override { return description_.c_str(); }
 

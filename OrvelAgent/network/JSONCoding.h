@@ -10,6 +10,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -21,6 +22,16 @@ template <typename Value>
 concept HoldsSecrets = requires {
     requires Value::isSecret;
 };
+
+/// The keys of a body type whose strings a shown text may repeat, because they are about neither a
+/// person nor a session: a `static constexpr` array `publicKeys` of the type.
+template <typename Value>
+[[nodiscard]] constexpr std::span<const std::string_view> publicKeysOf() {
+    if constexpr (requires { Value::publicKeys; }) {
+        return Value::publicKeys;
+    }
+    return {};
+}
 
 /// Encodes values as JSON text. Keeps the order in which each type writes its keys. Reuses one
 /// buffer for the JSON trees, except for values with secrets: their memory is wiped. Use it on one

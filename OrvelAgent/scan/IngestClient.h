@@ -8,10 +8,12 @@
 
 #include <QCoroTask>
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_set>
 #include <vector>
 
@@ -27,6 +29,9 @@ public:
 
     /// The body of one upload.
     struct Payload {
+        static constexpr std::array<std::string_view, 4> publicKeys = {
+            "source", "client", "service", "sentAt"};
+
         std::string source;
         std::string client;
         std::shared_ptr<const Records> records;
@@ -51,6 +56,8 @@ public:
 
     /// The body of the diagnostics call.
     struct Diagnostics {
+        static constexpr std::array<std::string_view, 1> publicKeys = {"client"};
+
         std::string client;
         std::vector<std::string> lines;
     };

@@ -412,4 +412,32 @@ TEST_F(DeviceAuthTest, PresentReturnsTheCallbackUnchanged) {
     EXPECT_EQ(browser_.pages().front().url, "https://web.test.example/link");
 }
 
+TEST_F(DeviceAuthTest, AnExchangeErrorThatRepeatsTheRequestIsNotShown) {
+    for (const char* key : {"code", "codeVerifier"}) {
+        redirectTo("orvelagent://callback?code=4%2F0AY0e-g7-code");
+        network_.setHandler([key](const URLRequest& request) {
+            const boost::json::value body = boost::json::parse(request.body.value());
+            return URLResponse{
+                502, "<p>" + boost::json::value_to<std::string>(body.at(key)) + "</p>"};
+        });
+        try {
+            static_cast<void>(runTask(authorize()));
+            FAIL();
+        } catch (const APIError& error) {
+            EXPECT_STREQ(error.what(), "HTTP 502") << key;
+        }
+    }
+}
+
+TEST_F(DeviceAuthTest, TheErrorOfACallbackIsCutAndCleaned) {
+    const AuthError error = errorAfterCallback(
+        "orvelagent://callback?error=no%1B%5B2J%C2%9B%E2%80%AE" + std::string(1'000'000, 'x'));
+    const std::string text = "no\uFFFD[2J\uFFFD\uFFFD" + std::string(492, 'x');
+    EXPECT_EQ(error.message(), text);
+    EXPECT_EQ(
+        error.what(),
+        "AuthError(message: \"" + text + "\", failure: Optional(TavrinCore.SignInFailure.other(\"" +
+            text + "\")))");
+}
+
 } // namespace orvel

@@ -61,6 +61,10 @@ protected:
                expiresIn + R"(","token_type":"Bearer"})";
     }
 
+    static std::string rejection(const std::string& message) {
+        return R"({"error":{"code":400,"message":")" + message + R"("}})";
+    }
+
     /// The result of both operations, which must be the same.
     IdentityError errorOf(int status, const std::string& body) {
         session_.enqueue(status, body);
@@ -361,6 +365,52 @@ TEST(FirebaseIdentityReasonsTest, TheMessageMustMatchExactly) {
           "QUOTA_EXCEEDED"}) {
         EXPECT_FALSE(FirebaseIdentity::isRevocation(message)) << message;
     }
+}
+
+TEST_F(FirebaseIdentityTest, AMessageThatRepeatsTheRequestIsNotShown) {
+    const std::string token = "AMf-vBx7z_0123456789.abcdefghijklmnopqrstuvwxyz/=";
+    for (const std::string& message :
+         {"Unknown token " + token,
+          std::string("grant_type=refresh_token&refresh_token=AMf-vBx7z_0123456789."
+                      "abcdefghijklmnopqrstuvwxyz%2F%3D"),
+          std::string("Unknown token AMf-vBx7z_0123456789.abcdef..."),
+          std::string("The key the-key is not valid.")}) {
+        session_.enqueue(400, rejection(message));
+        session_.enqueue(400, rejection(message));
+        for (const IdentityError& error :
+             {identityError([&] { signIn(token); }), identityError([&] { refresh(token); })}) {
+            EXPECT_EQ(error.message(), "HTTP 400") << message;
+            EXPECT_STREQ(
+                error.what(), R"(IdentityError(message: "HTTP 400", status: Optional(400)))");
+        }
+    }
+}
+
+TEST_F(FirebaseIdentityTest, ARevocationIsRecognizedWhateverTheTokenIs) {
+    session_.enqueue(400, rejection("INVALID_REFRESH_TOKEN"));
+    const IdentityError error = identityError([&] { refresh("INVALID_REFRESH_TOKEN"); });
+    EXPECT_TRUE(FirebaseIdentity::isRevocation(error.message()));
+}
+
+TEST_F(FirebaseIdentityTest, ALongMessageIsCut) {
+    const IdentityError error = errorOf(400, rejection(std::string(5'000'000, 'x')));
+    EXPECT_EQ(error.message(), std::string(500, 'x'));
+    EXPECT_LE(std::string_view(error.what()).size(), 600U);
+}
+
+TEST_F(FirebaseIdentityTest, AStatusOutside2xxIsNeverASuccess) {
+    for (const int status : {0, 100, 199, 300, 304, 400, 404, 500, 503}) {
+        session_.enqueue(status, signInReply());
+        EXPECT_EQ(identityError([this] { signIn(); }).message(), "HTTP " + std::to_string(status));
+        session_.enqueue(status, refreshReply());
+        EXPECT_EQ(identityError([this] { refresh(); }).message(), "HTTP " + std::to_string(status));
+    }
+}
+
+TEST_F(FirebaseIdentityTest, AByteOrderMarkIsSkipped) {
+    session_.enqueue(200, "\uFEFF" + signInReply());
+    EXPECT_EQ(signIn().idToken.text(), "id-1");
+    EXPECT_EQ(errorOf(400, "\uFEFF" + rejection("TOKEN_EXPIRED")).message(), "TOKEN_EXPIRED");
 }
 
 } // namespace orvel

@@ -3,14 +3,18 @@
 
 #include "OrvelAgent/base/Configuration.h"
 #include "OrvelAgent/scan/IngestClient.h"
+#include "core/JSON.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/fakes/FakeBundle.h"
 #include "tests/support/fakes/FakeURLSession.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 namespace orvel {
 
@@ -77,11 +81,50 @@ protected:
         return {-1, ""};
     }
 
+    /// Uploads a batch, and returns the error for this reply.
+    APIError uploadError(int status, std::string body) {
+        auto records = std::make_shared<IngestClient::Records>();
+        tavrin::MessageRecord record;
+        record.guid = "A1B2C3D4-0001";
+        record.participants = {"+14155550134", "72645", "ann.lee@example.com"};
+        record.participantNames = {{"+14155550134", "Ann Lee"}};
+        record.service = "iMessage";
+        record.body = messageText;
+        records->push_back(record);
+        for (const char* text : {"ok", "a", "Bad", "center", "Gateway", "error", "no", "Please"}) {
+            record.body = text;
+            records->push_back(record);
+        }
+        session_.enqueue(status, std::move(body));
+        try {
+            runTask(IngestClient(client(bearerToken), "1.2.3").upload(records, 9));
+        } catch (const APIError& error) {
+            return error;
+        }
+        ADD_FAILURE() << "no APIError";
+        return {-1, ""};
+    }
+
+    static inline const std::string bearerToken =
+        "eyJhbGciOiJSUzI1NiJ9.c2Vzc2lvbg.dGhlLXNpZ25hdHVyZQ";
+    static inline const std::string messageText = "I'll \"wait\" <outside> at 8 & bring K\u00E4se";
+
     FakeBundle bundle_;
     FakeURLSession session_;
     Worker worker_;
     int expirations_ = 0;
 };
+
+/// A reply with a token, which must not be shown.
+struct Confidence {
+    static constexpr bool isSecret = true;
+    std::string token;
+};
+
+Confidence
+tag_invoke(const boost::json::value_to_tag<Confidence>&, const boost::json::value& json) {
+    return {tavrin::stringAt(tavrin::asObject(json), "token")};
+}
 
 } // namespace
 
@@ -243,6 +286,140 @@ TEST_F(APIClientTest, ItMayBeDestroyedWhileItsRequestIsInFlight) {
         return shortLived.send<Digest>("/digest", "POST", std::make_shared<const Empty>());
     }();
     EXPECT_EQ(runTask(std::move(task)).hints.size(), 1U);
+}
+
+TEST_F(APIClientTest, AReplyThatRepeatsTheRequestShowsOnlyItsStatus) {
+    const std::string padding(600, '.');
+    const std::vector<std::string> replies = {
+        // A debug server: the request as it came.
+        "POST /api/v1/context/ingest\r\nAuthorization: Bearer " + bearerToken + "\r\n\r\n{}",
+        R"({"received":{"records":[{"body":"I'll \"wait\" <outside> at 8 & bring K)"
+        "\u00E4"
+        R"(se"}]}})",
+        R"({"body":"I\u0027ll \u0022wait\u0022 \u003Coutside\u003E at 8 \u0026 bring K\u00e4se"})",
+        // An error page of a proxy.
+        "<p>I&#39;ll &quot;wait&quot; &lt;outside&gt; at 8 &amp; bring K\u00E4se</p>",
+        "<pre>{&quot;participants&quot;:[&quot;+14155550134&quot;]}</pre>",
+        "payload=I%27ll+%22wait%22+%3Coutside%3E+at+8+%26+bring+K%C3%A4se",
+        "mailto:ann.lee%40example.com",
+        // Wrapped, cut off, quoted in part, or without the country code.
+        "<p>I'll \"wait\"\n    <outside> at\n    8 & bring</p>",
+        "syntax error near 'ait\" <outside> at 8 & bri'",
+        "no such number: (415) 555-0134",
+        "The sender 72645 is not known.",
+        R"(The text "ok" is too short.)",
+        "<td>Please</td>",
+        // The shown part ends within the token.
+        std::string(480, '.') + bearerToken};
+    for (const std::string& reply : replies) {
+        for (const std::string& body : {reply, padding + reply}) {
+            const APIError error = uploadError(502, body);
+            EXPECT_EQ(error.body(), "") << body;
+            EXPECT_STREQ(error.what(), "HTTP 502") << body;
+        }
+    }
+}
+
+TEST_F(APIClientTest, AnErrorTextThatRepeatsTheRequestIsNotShown) {
+    for (const std::string& error :
+         {std::string("cannot store I'll \\\"wait\\\" <outside> at 8 & bring K\u00E4se"),
+          std::string("unknown handle +14155550134"),
+          "bad token " + bearerToken}) {
+        const APIError shown = uploadError(400, R"({"ok":false,"error":")" + error + "\"}");
+        EXPECT_EQ(shown.status(), 400);
+        EXPECT_STREQ(shown.what(), "HTTP 400") << error;
+    }
+}
+
+TEST_F(APIClientTest, AReplyThatSharesOnlyShortWordsWithTheRequestIsShown) {
+    for (const std::string& reply :
+         {std::string("<html>\r\n<head><title>502 Bad Gateway</title></head>\r\n<body>\r\n<center>"
+                      "<h1>502 Bad Gateway</h1></center>\r\n<hr><center>nginx</center>\r\n</body>"),
+          std::string(R"({"ok":false,"code":"invalid"})"),
+          std::string("Cannot POST /api/v1/context/ingest"),
+          std::string("Please wait a bit, no error is known.")}) {
+        EXPECT_EQ(uploadError(502, reply).body(), reply);
+    }
+    EXPECT_STREQ(
+        uploadError(400, R"({"ok":false,"error":"mac/1.2.3 sends iMessage no longer"})").what(),
+        "mac/1.2.3 sends iMessage no longer");
+}
+
+TEST_F(APIClientTest, AReplyWithASecretIsNotShownAsJSON) {
+    for (const auto& [status, reply] : std::vector<std::pair<int, std::string>>{
+             {500, R"({"ok":true,"data":{"token":"a-secret-token"}})"},
+             {500, R"( [{"token":"a-secret-token"}])"},
+             {404, R"({"token":"a-secret-token")"},
+             {200, R"({"ok":false,"data":{"token":"a-secret-token"}})"}}) {
+        session_.enqueue(status, reply);
+        try {
+            runTask(client().send<Confidence>("/token", "POST", std::make_shared<const Empty>()));
+            ADD_FAILURE() << "no APIError";
+        } catch (const APIError& error) {
+            EXPECT_EQ(error.what(), "HTTP " + std::to_string(status)) << reply;
+        }
+    }
+    session_.enqueue(502, "<html>Bad Gateway</html>");
+    try {
+        runTask(client().send<Confidence>("/token", "POST", std::make_shared<const Empty>()));
+        ADD_FAILURE() << "no APIError";
+    } catch (const APIError& error) {
+        EXPECT_STREQ(error.what(), "<html>Bad Gateway</html>");
+    }
+}
+
+TEST_F(APIClientTest, AStatusOutside2xxIsNeverASuccess) {
+    const std::string reply = R"({"ok":true,"data":{"hints":["a"]}})";
+    for (const int status : {0, 100, 199, 300, 304, 400, 401, 404, 500, 503, 599, 999}) {
+        const APIError error = errorOf(status, reply);
+        EXPECT_EQ(error.status(), status);
+        EXPECT_EQ(error.body(), reply);
+    }
+}
+
+TEST_F(APIClientTest, AnErrorTextIsCutToFiveHundredCharacters) {
+    const std::string letter = "e\u0301";
+    std::string text;
+    for (int i = 0; i < 5'000'000; ++i) {
+        text += letter;
+    }
+    const APIError error = errorOf(400, R"({"ok":false,"error":")" + text + "\"}");
+    EXPECT_EQ(
+        std::string_view(error.what()), std::string_view(text).substr(0, 500 * letter.size()));
+}
+
+TEST_F(APIClientTest, OneCharacterCannotBeArbitrarilyLong) {
+    std::string text = "e";
+    for (int i = 0; i < 1'000'000; ++i) {
+        text += "\u0301";
+    }
+    EXPECT_LE(errorOf(502, text).body().size(), 32'000U);
+    EXPECT_LE(errorOf(400, R"({"ok":false,"error":")" + text + "\"}").body().size(), 32'000U);
+}
+
+TEST_F(APIClientTest, ControlCharactersOfAReplyAreReplaced) {
+    EXPECT_STREQ(
+        errorOf(502, "a\x1B[2Jb\u009Bc\u202Ed\r\ne\tf").what(),
+        "a\uFFFD[2Jb\uFFFDc\uFFFDd\r\ne\tf");
+    EXPECT_STREQ(
+        errorOf(400, R"({"ok":false,"error":"a\u001b[2Jb\u009bc\u202ed"})").what(),
+        "a\uFFFD[2Jb\uFFFDc\uFFFDd");
+}
+
+TEST_F(APIClientTest, AByteOrderMarkIsSkipped) {
+    session_.enqueue(
+        200,
+        "\uFEFF"
+        R"({"ok":true,"data":{"hints":["a"]}})");
+    EXPECT_EQ(runTask(send()).hints, std::vector<std::string>{"a"});
+    EXPECT_STREQ(
+        errorOf(
+            400,
+            "\uFEFF"
+            R"({"ok":false,"error":"nope"})")
+            .what(),
+        "nope");
+    EXPECT_STREQ(errorOf(502, "\uFEFFBad Gateway").what(), "Bad Gateway");
 }
 
 } // namespace orvel
