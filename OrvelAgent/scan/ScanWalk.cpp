@@ -313,6 +313,10 @@ QCoro::Task<> ScanWalk::upload(IngestClient::Records records, std::int64_t water
         ack.accepted,
         ack.contactsTouched.value_or(0),
         ack.unknownCounterparty.value_or(0));
+    if (ack.accepted < count) {
+        dependencies_.log.error(
+            "the service accepted only {} of {} messages of a batch", ack.accepted, count);
+    }
     summary_.uploaded += count;
 }
 

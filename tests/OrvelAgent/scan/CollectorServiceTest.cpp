@@ -795,4 +795,36 @@ TEST_F(CollectorServiceTest, ASecondScanOnTheSameProgressEndsAtOnce) {
     EXPECT_EQ(scan()->error, std::nullopt) << "the first scan has released the lock";
 }
 
+TEST_F(CollectorServiceTest, AReplyThatRepeatsTheBatchIsNeitherLoggedNorShown) {
+    addMessages(1);
+    database_.addMessage(
+        {.rowID = ++messages_,
+         .guid = "confidential",
+         .text = "Meet me at the old harbour",
+         .chats = {knownChat_}});
+    session_.setHandler([](const URLRequest& request) {
+        return URLResponse{503, "<html><pre>" + request.body.value() + "</pre></html>"};
+    });
+    const auto summary = scan();
+    EXPECT_EQ(summary->error, "HTTP 503");
+    EXPECT_EQ(service_.lastError(), "HTTP 503");
+    EXPECT_EQ(log_.lines().empty(), false);
+    for (const auto& line : log_.lines()) {
+        for (const char* value : {"harbour", "4155550134", "text 1", "confidential"}) {
+            EXPECT_EQ(line.message.find(value), std::string::npos) << line.message;
+        }
+    }
+}
+
+TEST_F(CollectorServiceTest, FewerAcceptedMessagesThanSentAreLoggedAsAnError) {
+    addMessages(3);
+    session_.enqueue(200, R"({"ok":true,"data":{"acceptedWatermark":3,"accepted":2}})");
+    const auto summary = scan();
+    EXPECT_FALSE(summary->error);
+    EXPECT_EQ(summary->uploaded, 3);
+    EXPECT_EQ(
+        logLines(LogLevel::Error),
+        std::vector<std::string>{"the service accepted only 2 of 3 messages of a batch"});
+}
+
 } // namespace orvel
