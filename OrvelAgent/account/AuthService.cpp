@@ -176,7 +176,6 @@ tavrin::CancellationSource AuthService::endSession() {
 }
 
 void AuthService::signOut() {
-    ++signOutCount_;
     sessions_->remove();
     Waiters waiters{restoration_, tokens_.replace(std::nullopt), std::nullopt, endSession()};
     isSignedIn_ = false;
@@ -225,12 +224,30 @@ AccountSession AuthService::accountSession() {
         ended,
         [self, ended] { return tokenOf(self, ended); },
         [self, ended] {
-            AuthService* const service = self.get();
-            if (service != nullptr && !ended.isCancelled()) {
-                service->signOut();
-            }
-            return nothing();
+            return expire(self, ended);
         }};
+}
+
+QCoro::Task<> AuthService::expire(Reference self, tavrin::CancellationToken session) {
+    AuthService* service = self.get();
+    if (service == nullptr || session.isCancelled()) {
+        co_return;
+    }
+    KeychainStore::Reading stored;
+    try {
+        stored = co_await KeychainStore::loadLatest(service->sessions_, self.lifetime);
+    } catch (const tavrin::TaskCancelled&) {
+        co_return;
+    }
+    service = self.get();
+    // The stored session may be another one, of another process.
+    if (service == nullptr || session.isCancelled() || !service->follow(stored)) {
+        co_return;
+    }
+    service = self.get();
+    if (service != nullptr) {
+        service->signOut();
+    }
 }
 
 QCoro::Task<std::optional<tavrin::Secret>>
@@ -268,7 +285,6 @@ bool AuthService::follow(const KeychainStore::Reading& stored) {
         return true;
     }
     log_.log("{}", isSignedIn ? "another process has signed in" : "another process has signed out");
-    ++signOutCount_;
     Waiters waiters{restoration_, tokens_.replace(std::nullopt), std::nullopt, endSession()};
     isSignedIn_ = isSignedIn;
     account_ = account;
@@ -331,19 +347,24 @@ AuthService::fetchProfile(Reference self, APIClient api, tavrin::CancellationTok
         co_return;
     }
     const std::shared_ptr<KeychainStore> sessions = service->sessions_;
-    const std::uint64_t signOutCount = service->signOutCount_;
+    const tavrin::CancellationToken ended = service->sessionEnd_.token();
     const Profile profile =
-        co_await api.send<Profile, Empty>(profilePath, "GET", nullptr, std::move(cancellation));
-    std::optional<Session> session =
-        (co_await KeychainStore::loadLatest(sessions, self.lifetime)).session;
+        co_await api.send<Profile, Empty>(Profile::path, "GET", nullptr, std::move(cancellation));
+    const KeychainStore::Reading stored =
+        co_await KeychainStore::loadLatest(sessions, self.lifetime);
     service = self.get();
-    if (service != nullptr && service->signOutCount_ == signOutCount) {
-        // Save the profile even without a stored session. An empty refresh token means signed out.
-        service->mergeProfile(profile, std::move(session).value_or(Session()));
+    if (service == nullptr || ended.isCancelled() || (stored.session && !service->follow(stored))) {
+        co_return;
+    }
+    service = self.get();
+    if (service != nullptr) {
+        service->mergeProfile(profile, stored);
     }
 }
 
-void AuthService::mergeProfile(const Profile& profile, Session session) {
+void AuthService::mergeProfile(const Profile& profile, const KeychainStore::Reading& stored) {
+    // Save the profile even without a stored session. An empty refresh token means signed out.
+    Session session = stored.session.value_or(Session());
     session.merge(profile);
     account_ = accountOf(session.uid, session.email, session.handle);
     if (profile.email) {
@@ -352,7 +373,9 @@ void AuthService::mergeProfile(const Profile& profile, Session session) {
     if (profile.handle) {
         accountHandle_ = profile.handle;
     }
-    sessions_->save(session);
+    if (!stored.isUnreadable) {
+        sessions_->save(session);
+    }
     publish();
 }
 

@@ -145,6 +145,7 @@ private:
     fetchProfile(Reference self, APIClient api, tavrin::CancellationToken cancellation);
     static QCoro::Task<std::optional<AccountSession>>
     currentSession(Reference self, tavrin::CancellationToken cancellation);
+    static QCoro::Task<> expire(Reference self, tavrin::CancellationToken session);
     static QCoro::Task<std::optional<tavrin::Secret>>
     tokenOf(Reference self, tavrin::CancellationToken session);
     [[nodiscard]] AccountSession accountSession();
@@ -152,7 +153,7 @@ private:
     [[nodiscard]] tavrin::CancellationSource endSession();
 
     void acceptTokens(const FirebaseIdentity::Tokens& tokens);
-    void mergeProfile(const Profile& profile, Session session);
+    void mergeProfile(const Profile& profile, const KeychainStore::Reading& stored);
     void finishSignIn(const std::exception_ptr& failure);
     void recordFailedSignIn(const std::exception_ptr& failure);
     void publish(Waiters waiters = {});
@@ -181,7 +182,6 @@ private:
     bool needsAccount_ = false;
 
     tavrin::CancellationSource signInCancellation_;
-    std::uint64_t signOutCount_ = 0;
     /// Replaced at each sign-in and sign-out.
     tavrin::CancellationSource sessionEnd_;
 

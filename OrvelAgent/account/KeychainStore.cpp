@@ -55,6 +55,7 @@ QCoro::Task<KeychainStore::Reading> KeychainStore::load(tavrin::CancellationToke
         co_await awaitCompletion<Keychain::Reading>(std::move(start), std::move(cancellation));
     Reading reading;
     if (item.failure) {
+        reading.isUnreadable = true;
         co_return reading;
     }
     try {

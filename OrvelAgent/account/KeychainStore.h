@@ -24,6 +24,7 @@ public:
         std::optional<Session> session;
         /// Another process has replaced or removed the session since this one stored or read it.
         bool isChangedElsewhere = false;
+        bool isUnreadable = false;
     };
 
     KeychainStore(Keychain& keychain, const std::string& bundleIdentifier);

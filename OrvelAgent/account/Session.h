@@ -12,14 +12,14 @@ namespace orvel {
 
 /// The service's data about the account.
 struct Profile {
+    /// Where the service has it, for `GET`.
+    static constexpr const char* path = "/api/v1/profile";
+
     std::optional<std::string> uid;
     std::optional<std::string> email;
     /// No value instead of an empty text.
     std::optional<std::string> handle;
 };
-
-/// `GET` returns the `Profile` of the account.
-inline constexpr const char* profilePath = "/api/v1/profile";
 
 /// Identifies the account: the first of these that exists. Empty without any.
 [[nodiscard]] std::string accountOf(

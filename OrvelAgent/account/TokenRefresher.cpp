@@ -109,6 +109,17 @@ QCoro::Task<> TokenRefresher::run(Refresh refresh) {
         co_return;
     }
     if (failure && isRevocation(failure)) {
+        KeychainStore::Reading now;
+        try {
+            now = co_await sessions_.load(cancellation);
+        } catch (const tavrin::TaskCancelled&) {
+            co_return;
+        }
+        const auto follow = follow_;
+        // The revoked session may not be the stored one any more.
+        if (cancellation.isCancelled() || !follow(now)) {
+            co_return;
+        }
         log_.info("session revoked by server; signing out");
         const std::function<void()> onRevoked = onRevoked_;
         onRevoked();

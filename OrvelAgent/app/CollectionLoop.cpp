@@ -104,7 +104,8 @@ QCoro::Task<> CollectionLoop::scanOnce(tavrin::CancellationToken cancellation) {
 
 tavrin::Seconds CollectionLoop::waitAfterScan() const {
     if (consecutiveFailures_ < 1) {
-        return scanInterval;
+        // The next sign-in should not have to wait for a quarter of an hour.
+        return services_.scanRun.hasSessionEnded() ? blockedRecheck : scanInterval;
     }
     const std::int64_t doublings = std::min<std::int64_t>(consecutiveFailures_ - 1, 5);
     return std::min(backoffUnit * static_cast<double>(1 << doublings), backoffCap);

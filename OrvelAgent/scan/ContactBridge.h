@@ -68,6 +68,11 @@ public:
 
     [[nodiscard]] Availability availability() const;
 
+    /// Whether the system provides no address book at the moment, whatever the user allows.
+    [[nodiscard]] bool isRestricted() const {
+        return addressBook_.authorizationStatus() == AddressBook::AuthorizationStatus::Restricted;
+    }
+
     /// The name of the current authorization status, for the log.
     [[nodiscard]] std::string rawStatusName() const;
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/scan/ScanRun.h"
 
+#include "OrvelAgent/network/APIError.h"
+
 #include <QScopeGuard>
 
 #include <exception>
@@ -22,10 +24,7 @@ bool allowsLess(const ScanRun::Choices& now, const ScanRun::Choices& before) {
 } // namespace
 
 ScanRun::ScanRun(Services services, const Choices& choices, Logger log)
-    : services_(std::move(services)),
-      choices_(choices),
-      log_(std::move(log)),
-      ingest_(services_.ingest) {}
+    : services_(std::move(services)), choices_(choices), log_(std::move(log)) {}
 
 QCoro::Task<std::optional<CollectorService::ScanSummary>> ScanRun::run(
     AddressBookUse addressBookUse,
@@ -37,6 +36,8 @@ QCoro::Task<std::optional<CollectorService::ScanSummary>> ScanRun::run(
         end.cancel();
     };
     wasSuperseded_ = false;
+    hasSessionEnded_ = false;
+    ingest_.reset();
     running_ = Running{choices, end};
     const auto whenDone = qScopeGuard([this] { running_.reset(); });
     const auto byCaller = cancellation.onCancel(endRun);
@@ -45,7 +46,11 @@ QCoro::Task<std::optional<CollectorService::ScanSummary>> ScanRun::run(
         if (!session) {
             co_return std::nullopt;
         }
-        const auto bySignOut = session->ended.onCancel(endRun);
+        const auto bySignOut = session->ended.onCancel([this, end]() mutable {
+            hasSessionEnded_ = true;
+            end.cancel();
+        });
+        sessionEnded_ = session->ended;
         ingest_ = services_.ingest.authorizedBy(*session);
         ScanPlan plan =
             co_await makePlan(*std::move(session), choices, addressBookUse, since, end.token());
@@ -72,6 +77,7 @@ QCoro::Task<ScanPlan> ScanRun::makePlan(
     plan.since = since;
     plan.startedAt = services_.clock.now();
     ScanPlan::HintSet hints = co_await fetchKnownHandles(choices.scope, cancellation);
+    const bool consultsAddressBook = !hints.empty();
     if (addressBookUse != AddressBookUse::None) {
         isConsultingAddressBook_ = true;
         if (addressBookUse == AddressBookUse::AskAndRead &&
@@ -81,14 +87,16 @@ QCoro::Task<ScanPlan> ScanRun::makePlan(
         ContactBridge::Expansion expansion =
             co_await contacts.expand(std::move(hints), cancellation);
         hints = std::move(expansion.hints);
-        if (contacts.availability() != Availability::Granted) {
+        const bool isGranted = contacts.availability() == Availability::Granted;
+        if (expansion.isUnreadable || contacts.isRestricted()) {
+            plan.addressBook = ScanPlan::AddressBook::Unreadable;
+        } else if (isGranted && consultsAddressBook) {
+            plan.addressBook = ScanPlan::AddressBook::Read;
+        }
+        if (!isGranted) {
             services_.collector.noteContactsUnavailable();
-        } else {
-            plan.addressBook = expansion.isUnreadable ? ScanPlan::AddressBook::Unreadable
-                                                      : ScanPlan::AddressBook::Read;
-            if (expansion.added == 0 && expansion.scanned > 0) {
-                services_.collector.noteContactsAddedNothing(expansion.scanned);
-            }
+        } else if (expansion.added == 0 && expansion.scanned > 0) {
+            services_.collector.noteContactsAddedNothing(expansion.scanned);
         }
         plan.identities = std::make_shared<const ContactBridge::IdentityIndex>(
             co_await contacts.buildIdentityIndex(cancellation));
@@ -108,24 +116,42 @@ void ScanRun::applyChoices() {
 
 QCoro::Task<>
 ScanRun::sendDiagnostics(std::vector<std::string> lines, tavrin::CancellationToken cancellation) {
-    return ingest_.sendDiagnostics(std::move(lines), std::move(cancellation));
+    if (!ingest_) {
+        co_return;
+    }
+    const IngestClient ingest = *ingest_;
+    tavrin::CancellationSource end;
+    const auto endSending = [end]() mutable {
+        end.cancel();
+    };
+    const auto byCaller = cancellation.onCancel(endSending);
+    const auto bySignOut = sessionEnded_.onCancel(endSending);
+    co_await ingest.sendDiagnostics(std::move(lines), end.token());
 }
 
 QCoro::Task<ScanPlan::HintSet>
 ScanRun::fetchKnownHandles(tavrin::ThreadScope scope, tavrin::CancellationToken cancellation) {
     std::string failure;
+    bool isReply = false;
     try {
-        co_return co_await ingest_.fetchKnownHandleHints(cancellation);
+        co_return co_await ingest_->fetchKnownHandleHints(cancellation);
+    } catch (const APIError& error) {
+        failure = error.what();
+        isReply = true;
     } catch (const std::exception& error) {
         failure = error.what();
     }
-    cancellation.throwIfCancelled();
+    if (!isReply) {
+        cancellation.throwIfCancelled();
+    }
     if (scope == tavrin::ThreadScope::KnownContactsOnly) {
         throw std::runtime_error(
             "Could not fetch the known-contact list, so this scan was skipped rather than "
             "reporting a false empty result: " +
             failure);
     }
+    // The reply has ended the session.
+    cancellation.throwIfCancelled();
     log_.error("going on without the known-contact list: {}", failure);
     co_return ScanPlan::HintSet();
 }

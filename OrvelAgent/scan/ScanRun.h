@@ -66,6 +66,9 @@ public:
     /// Whether `applyChoices` ended the last run.
     [[nodiscard]] bool wasSuperseded() const { return wasSuperseded_; }
 
+    /// Whether the session of the last run ended before it.
+    [[nodiscard]] bool hasSessionEnded() const { return hasSessionEnded_; }
+
     /// Sends the lines in the name of the last run's session. Ignores all errors.
     QCoro::Task<>
     sendDiagnostics(std::vector<std::string> lines, tavrin::CancellationToken cancellation);
@@ -92,9 +95,11 @@ private:
     const Choices& choices_;
     const Logger log_;
     std::optional<Running> running_;
-    /// With the tokens of the last run's session.
-    IngestClient ingest_;
+    /// With the tokens of the last run's session, if there was one.
+    std::optional<IngestClient> ingest_;
+    tavrin::CancellationToken sessionEnded_;
     bool wasSuperseded_ = false;
+    bool hasSessionEnded_ = false;
     bool isConsultingAddressBook_ = false;
 };
 

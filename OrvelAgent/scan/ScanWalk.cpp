@@ -12,6 +12,8 @@
 #include "core/messages/SQLiteDatabase.h"
 #include "core/messages/SnapshotDirectory.h"
 
+#include <QByteArray>
+
 #include <filesystem>
 #include <stdexcept>
 #include <utility>
@@ -124,7 +126,11 @@ QCoro::Task<> ScanWalk::prepareProgress() {
     const WatermarkStore::Owner owner{
         plan_.session.account,
         ingest_.service(),
-        std::filesystem::absolute(dependencies_.options.sourcePath).lexically_normal()};
+        // The settings can store any path that way.
+        QByteArray::fromStdString(
+            std::filesystem::absolute(dependencies_.options.sourcePath).lexically_normal().string())
+            .toPercentEncoding("/")
+            .toStdString()};
     auto prepare = [source = source_,
                     &store = dependencies_.watermarkStore,
                     owner,

@@ -76,11 +76,11 @@ TEST(UserDefaultsFileTest, ANameWithoutAFolderIsAFileInTheCurrentFolder) {
     const std::filesystem::path before = std::filesystem::current_path();
     std::filesystem::current_path(folder.path());
     const std::unique_ptr<UserDefaults> defaults = makeUserDefaults("state");
-    EXPECT_NO_THROW(defaults->setInteger("k", 1));
+    EXPECT_NO_THROW(defaults->set("k", std::int64_t{1}));
     std::filesystem::current_path(before);
-    EXPECT_NO_THROW(defaults->setInteger("l", 2)) << "the current folder has changed";
-    EXPECT_EQ(makeUserDefaults(folder / "state")->integer("k"), 1);
-    EXPECT_EQ(makeUserDefaults(folder / "state")->integer("l"), 2);
+    EXPECT_NO_THROW(defaults->set("l", std::int64_t{2})) << "the current folder has changed";
+    EXPECT_EQ(storedValue<std::int64_t>(*makeUserDefaults(folder / "state"), "k"), 1);
+    EXPECT_EQ(storedValue<std::int64_t>(*makeUserDefaults(folder / "state"), "l"), 2);
 }
 
 TYPED_TEST(UserDefaultsTest, GivesNothingForAKeyThatWasNeverSet) {

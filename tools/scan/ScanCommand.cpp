@@ -162,7 +162,7 @@ ScanCommand::session(tavrin::CancellationToken cancellation) {
     };
     if (!arguments_.isPreview) {
         const Profile profile = co_await client_->authorizedBy(session).send<Profile, Empty>(
-            profilePath, "GET", nullptr, std::move(cancellation));
+            Profile::path, "GET", nullptr, std::move(cancellation));
         session.account = accountOf(profile.uid, profile.email, profile.handle);
     }
     co_return session;
@@ -183,6 +183,8 @@ QCoro::Task<int> ScanCommand::run() {
         summary = co_await scanRun_->run(addressBookUse, arguments_.since, cancellation_.token());
         if (!summary) {
             failure = "The sign-in has ended.";
+        } else if (scanRun_->hasSessionEnded() && !summary->error) {
+            summary->error = "The sign-in has ended.";
         }
     } catch (const tavrin::TaskCancelled& cancelled) {
         if (scanRun_->isConsultingAddressBook()) {

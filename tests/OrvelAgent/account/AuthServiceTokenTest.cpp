@@ -108,7 +108,7 @@ TEST_F(AuthServiceTest, WithoutAKeychainItemThereIsNoTokenAndNoRequest) {
     startSignedIn();
     keychain_.items.clear();
     EXPECT_EQ(currentToken(), std::nullopt);
-    EXPECT_TRUE(auth_->isSignedIn());
+    EXPECT_FALSE(auth_->isSignedIn()) << "another process has signed out";
     EXPECT_THAT(urlSession_.requests(), IsEmpty());
 }
 
