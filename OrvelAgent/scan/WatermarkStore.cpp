@@ -87,7 +87,8 @@ std::optional<std::string> WatermarkStore::claim(const Owner& owner, std::int64_
 
 std::optional<WatermarkStore::Owner> WatermarkStore::owner() const {
     try {
-        const boost::json::value json = boost::json::parse(storedValue<std::string>(defaults_, ownerKey).value_or(""));
+        const boost::json::value json =
+            boost::json::parse(storedValue<std::string>(defaults_, ownerKey).value_or(""));
         const boost::json::object& object = tavrin::asObject(json);
         return Owner{
             tavrin::stringAt(object, "account"),
@@ -108,7 +109,8 @@ void WatermarkStore::rememberBeforeContactsGap() {
 }
 
 bool WatermarkStore::returnBeforeContactsGap() {
-    const std::optional<std::string> stored = storedValue<std::string>(defaults_, beforeContactsGapKey);
+    const std::optional<std::string> stored =
+        storedValue<std::string>(defaults_, beforeContactsGapKey);
     if (!stored) {
         return false;
     }

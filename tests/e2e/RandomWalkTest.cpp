@@ -21,7 +21,6 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <iostream>
@@ -30,7 +29,10 @@
 #include <optional>
 #include <random>
 #include <set>
+#include <sstream>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace orvel::test {
@@ -39,10 +41,12 @@ namespace {
 
 using tavrin::CollectionMode;
 using tavrin::ThreadScope;
-using namespace std::chrono_literals;
 
 constexpr int defaultWalks = 50;
-constexpr int stepsPerWalk = 30;
+constexpr int stepsPerWalk = 50;
+constexpr int maximalTurnsExponent = 12;
+/// Of the pauses between two batches and before a retry.
+constexpr tavrin::Seconds longestPause(45);
 /// After so many turns of the loop without a fault, everything must have arrived.
 constexpr int turnsToSettle = 60;
 
@@ -66,6 +70,12 @@ public:
         with_.addressBook.cards = {card};
         with_.letTheUserSignIn();
         with_.urlSession.setHandler([this](const URLRequest& request) { return answer(request); });
+        if (pick(4) > 0) {
+            storeSession(newSession(0));
+        }
+        for (std::size_t chat = 0; chat < chats_.size(); ++chat) {
+            addMessages(chat, pick(700));
+        }
         start();
     }
 
@@ -77,6 +87,7 @@ public:
     void run() {
         for (int step = 0; step < stepsPerWalk && violations_.empty(); ++step) {
             takeStep();
+            ++steps_;
             runEvents();
         }
         if (violations_.empty()) {
@@ -85,15 +96,41 @@ public:
     }
 
     [[nodiscard]] const std::vector<std::string>& violations() const { return violations_; }
-    [[nodiscard]] const std::vector<std::string>& steps() const { return steps_; }
+
+    [[nodiscard]] int steps() const { return steps_; }
+    [[nodiscard]] int batches() const { return batches_; }
+
+    /// The steps, each followed by the lines that it wrote to the log.
+    [[nodiscard]] std::vector<std::string> story() {
+        noteLog();
+        return story_;
+    }
 
 private:
     static constexpr std::size_t chatOfStranger = 2;
 
+    struct SignIn {
+        int account = 0;
+        /// Different for each sign-in.
+        int number = 0;
+    };
+
     int pick(int count) { return std::uniform_int_distribution<>(0, count - 1)(random_); }
     bool flip() { return pick(2) == 0; }
 
-    void note(std::string step) { steps_.push_back(std::move(step)); }
+    void note(std::string step) {
+        noteLog();
+        story_.push_back(std::move(step));
+    }
+
+    void noteLog() {
+        const auto lines = with_.logStore.lines();
+        for (; notedLines_ < lines.size(); ++notedLines_) {
+            const auto& line = lines[notedLines_];
+            story_.push_back(fmt::format("    [{}] {}", line.category, line.message));
+        }
+    }
+
     void violate(std::string what) { violations_.push_back(std::move(what)); }
 
     void start() {
@@ -101,7 +138,11 @@ private:
     }
 
     void takeStep() {
-        switch (pick(14)) {
+        if (!model_->auth().isSignedIn() && pick(3) == 0) {
+            signIn();
+            return;
+        }
+        switch (pick(26)) {
         case 0:
         case 1:
             addMessages();
@@ -123,18 +164,18 @@ private:
             note(fmt::format("fault {}", static_cast<int>(fault_)));
             break;
         case 7:
-            isDigestBroken_ = flip();
+            isDigestBroken_ = !isDigestBroken_ && flip();
             note(fmt::format("digest broken: {}", isDigestBroken_));
             break;
         case 8:
-            isRefreshBroken_ = flip();
+            isRefreshBroken_ = !isRefreshBroken_ && flip();
             note(fmt::format("refresh broken: {}", isRefreshBroken_));
             break;
         case 9:
             kill();
             break;
         case 10:
-            model_->collector().setPaused(flip());
+            model_->collector().setPaused(!model_->collector().isPaused() && flip());
             note(fmt::format("paused: {}", model_->collector().isPaused()));
             break;
         case 11:
@@ -147,19 +188,31 @@ private:
         }
     }
 
-    /// Some turns of the event loop, so that the next step meets the scan anywhere.
+    /// Some turns of the event loop, so that the next step meets the scan anywhere. Often until the
+    /// scan waits for time or a reply, because the threads would seldom come that far otherwise.
     void runEvents() {
-        if (pick(3) == 0) {
+        for (int turns = 1 << pick(maximalTurnsExponent); turns > 0; --turns) {
             processEvents();
-        } else {
-            const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(pick(12));
-            static_cast<void>(waitUntil([end] { return std::chrono::steady_clock::now() >= end; }));
         }
+        if (pick(3) > 0 && !waitUntil([this] { return isScanWaiting(); })) {
+            violate("the scan neither ends nor waits");
+        }
+    }
+
+    [[nodiscard]] bool isScanWaiting() const {
+        const auto isShort = [](tavrin::Seconds wait) {
+            return wait <= longestPause;
+        };
+        return !model_->collector().isScanning() || with_.urlSession.inFlight() > 0 ||
+               std::ranges::any_of(with_.clock.untilTimers(), isShort);
     }
 
     void addMessages() {
         const auto chat = static_cast<std::size_t>(pick(3));
-        const int count = pick(5) == 0 ? 520 : 1 + pick(20);
+        addMessages(chat, pick(5) == 0 ? 520 : 1 + pick(20));
+    }
+
+    void addMessages(std::size_t chat, int count) {
         note(fmt::format("{} messages in chat {}", count, chat));
         database_.inOneTransaction([&] {
             for (int i = 0; i < count; ++i) {
@@ -194,26 +247,24 @@ private:
     }
 
     void signIn() {
-        browserAccount_ = pick(2);
-        note(fmt::format("sign in as {}", browserAccount_));
+        browserSession_ = newSession(pick(2));
+        note(fmt::format("sign in as {}", browserSession_.account));
         runTask(model_->auth().signIn());
     }
 
     /// As another process of the same user would.
     void changeSessionElsewhere() {
-        const FakeKeychain::Name item{
-            std::string(RecordingLogStore::subsystem) + ".session", "session"};
         if (flip()) {
             note("sign out elsewhere");
-            with_.keychain.items.erase(item);
-        } else {
-            const int account = pick(2);
-            note(fmt::format("sign in elsewhere as {}", account));
-            with_.keychain.items[item] = fmt::format(
-                R"({{"refreshToken":"refresh-{0}-{1}","uid":"uid-{0}","email":"{0}@orvel.example"}})",
-                account,
-                ++tokens_);
+            with_.keychain.items.erase(sessionItem());
+            return;
         }
+        // The same account's session may go on, as after a refresh by that process.
+        const int account = pick(2);
+        const auto known = latestSessions_.find(account);
+        const SignIn session = known != latestSessions_.end() ? known->second : newSession(account);
+        note(fmt::format("sign in elsewhere as {}", session.account));
+        storeSession(session);
     }
 
     void toggleAddressBook() {
@@ -235,11 +286,15 @@ private:
     }
 
     void passTime() {
-        if (const auto wait = with_.clock.untilNextTimer()) {
-            const double seconds = flip() ? wait->count() : wait->count() / 2;
-            note(fmt::format("{:.1f} s pass", seconds));
-            with_.clock.advance(tavrin::Seconds(seconds));
-        }
+        const double next = with_.clock.untilNextTimer().value_or(tavrin::Seconds(1)).count();
+        // A retry, the next batch, the timeout of a request, the next scan.
+        const std::vector<double> choices = model_->collector().isScanning()
+                                                ? std::vector<double>{next, next / 2, 6, 16, 70}
+                                                : std::vector<double>{next, 70, 1000, 1000};
+        const double seconds =
+            choices.at(static_cast<std::size_t>(pick(static_cast<int>(choices.size()))));
+        note(fmt::format("{:.1f} s pass", seconds));
+        with_.clock.advance(tavrin::Seconds(seconds));
     }
 
     enum class Fault { None, Busy, Refused, NoConnection, ReplyLost, Silent };
@@ -250,81 +305,119 @@ private:
             return request.url.find(path) != std::string::npos;
         };
         if (isTo(FakeService::ingestPath)) {
-            checkSender(request);
+            checkSender(request, false);
             return answerUpload(request);
         }
         if (isTo(FakeService::digestPath)) {
-            checkSender(request);
+            checkSender(request, true);
             return isDigestBroken_ ? URLResponse{503, "Busy."}
                                    : success(R"({"hints":["4155550134"]})");
         }
         if (isTo(FakeService::diagnosticsPath)) {
-            checkSender(request);
+            checkSender(request, false);
             return success(R"({"received":1})");
         }
         if (isTo(FakeService::profilePath)) {
-            const std::string account = accountOf(request);
-            return success(
-                fmt::format(R"({{"uid":"uid-{0}","email":"{0}@orvel.example"}})", account));
+            return success(fmt::format(
+                R"({{"uid":"uid-{0}","email":"{0}@orvel.example"}})", senderOf(request)->account));
         }
         if (isTo(FakeService::deviceTokenPath)) {
-            return success(R"({"customToken":"custom"})");
+            return success(R"({"customToken":"custom","uid":"uid"})");
         }
         if (isTo(FakeService::customTokenPath)) {
             return URLResponse{
                 200,
                 fmt::format(
-                    R"({{"idToken":"id-{0}-{1}","refreshToken":"refresh-{0}-{1}","expiresIn":"600"}})",
-                    browserAccount_,
-                    ++tokens_)};
+                    R"({{"idToken":"{}","refreshToken":"{}","expiresIn":"600"}})",
+                    newToken("id-", browserSession_),
+                    newToken("refresh-", browserSession_))};
         }
         if (isRefreshBroken_) {
             return URLResponse{503, ""};
         }
-        const std::string body = request.body.value_or("");
-        const char account = body.at(body.find("refresh-") + std::string("refresh-").size());
+        const SignIn session = signInOf(request.body.value(), "refresh-").value();
         return URLResponse{
             200,
             fmt::format(
-                R"({{"id_token":"id-{0}-{1}","refresh_token":"refresh-{0}-{1}","expires_in":"600"}})",
-                account,
-                ++tokens_)};
+                R"({{"id_token":"{}","refresh_token":"{}","expires_in":"600"}})",
+                newToken("id-", session),
+                newToken("refresh-", session))};
     }
 
     static URLResponse success(const std::string& data) {
         return {200, fmt::format(R"({{"ok":true,"data":{}}})", data)};
     }
 
-    /// The account of the bearer token. Empty without a token.
-    static std::string accountOf(const URLRequest& request) {
-        for (const auto& [name, value] : request.headers) {
-            const std::string_view start = "Bearer id-";
-            if (name == "Authorization" && value.starts_with(start)) {
-                return value.substr(start.size(), 1);
-            }
-        }
-        return {};
+    static FakeKeychain::Name sessionItem() {
+        return {std::string(RecordingLogStore::subsystem) + ".session", "session"};
     }
 
-    void checkSender(const URLRequest& request) {
-        const std::string account = accountOf(request);
-        const auto& email = model_->auth().accountEmail();
-        if (account.empty()) {
+    SignIn newSession(int account) {
+        return latestSessions_[account] = SignIn{account, ++sessions_};
+    }
+
+    std::string newToken(std::string_view kind, const SignIn& session) {
+        return fmt::format("{}{}-{}-{}", kind, session.account, session.number, ++tokens_);
+    }
+
+    void storeSession(const SignIn& session) {
+        with_.keychain.items[sessionItem()] = fmt::format(
+            R"({{"refreshToken":"{0}","uid":"uid-{1}","email":"{1}@orvel.example"}})",
+            newToken("refresh-", session),
+            session.account);
+    }
+
+    /// The sign-in that the first token of that kind in the text belongs to.
+    static std::optional<SignIn> signInOf(std::string_view text, std::string_view kind) {
+        const auto at = text.find(kind);
+        if (at == std::string_view::npos) {
+            return std::nullopt;
+        }
+        std::istringstream token(std::string(text.substr(at + kind.size())));
+        SignIn session;
+        char dash = 0;
+        token >> session.account >> dash >> session.number;
+        return session;
+    }
+
+    static std::optional<SignIn> senderOf(const URLRequest& request) {
+        for (const auto& [name, value] : request.headers) {
+            if (name == "Authorization") {
+                return signInOf(value, "id-");
+            }
+        }
+        return std::nullopt;
+    }
+
+    /// A scan begins with the request of the known handles.
+    void checkSender(const URLRequest& request, bool isScanStart) {
+        const std::optional<SignIn> sender = senderOf(request);
+        if (!sender) {
             violate("a request without a token: " + request.url);
-        } else if (!model_->auth().isSignedIn() || email != account + "@orvel.example") {
+            return;
+        }
+        const auto& email = model_->auth().accountEmail();
+        if (!model_->auth().isSignedIn() ||
+            (email && email != fmt::format("{}@orvel.example", sender->account))) {
             violate(fmt::format(
                 "a request for {} while {} is signed in: {}",
-                account,
+                sender->account,
                 email.value_or("nobody"),
                 request.url));
+        }
+        if (isScanStart) {
+            scanSession_ = sender->number;
+        } else if (scanSession_ != sender->number) {
+            violate("a request of another sign-in than the scan's: " + request.url);
         }
     }
 
     FakeURLSession::Answer answerUpload(const URLRequest& request) {
+        ++batches_;
         const Fault fault = std::exchange(fault_, Fault::None);
         const boost::json::value payload = boost::json::parse(request.body.value());
         const boost::json::array& records = payload.at("records").as_array();
-        std::set<std::string>& received = received_[accountOf(request)];
+        std::set<std::string>& received = received_[senderOf(request)->account];
         const bool isStored = fault == Fault::None || fault == Fault::ReplyLost;
         for (const boost::json::value& record : records) {
             checkAllowed(record.as_object());
@@ -390,10 +483,15 @@ private:
         if (quietScans < 2) {
             violate("there is always something left to send");
         }
-        const std::string email = model_->auth().accountEmail().value_or("");
+        const auto stored = with_.keychain.items.find(sessionItem());
+        if (stored == with_.keychain.items.end()) {
+            violate("signed in without a stored session");
+            return;
+        }
+        const int account = signInOf(stored->second, "refresh-").value().account;
         for (const std::string& guid : owed_) {
-            if (!received_[email.substr(0, 1)].contains(guid)) {
-                violate(guid + " never reached " + email);
+            if (!received_[account].contains(guid)) {
+                violate(fmt::format("{} never reached account {}", guid, account));
                 return;
             }
         }
@@ -405,16 +503,24 @@ private:
     MessagesDatabaseBuilder database_{directory_ / "chat.db"};
     std::vector<std::int64_t> chats_;
     int messages_ = 0;
+    int steps_ = 0;
+    int batches_ = 0;
     /// The messages that are in scope with every choice.
     std::set<std::string> owed_;
     /// By account.
-    std::map<std::string, std::set<std::string>> received_;
+    std::map<int, std::set<std::string>> received_;
     Fault fault_ = Fault::None;
     bool isDigestBroken_ = false;
     bool isRefreshBroken_ = false;
-    int browserAccount_ = 0;
+    SignIn browserSession_;
+    int sessions_ = 0;
+    /// By account.
+    std::map<int, SignIn> latestSessions_;
+    /// The number of the sign-in that the last scan began with.
+    int scanSession_ = 0;
     int tokens_ = 0;
-    std::vector<std::string> steps_;
+    std::vector<std::string> story_;
+    std::size_t notedLines_ = 0;
     std::vector<std::string> violations_;
     TestPlatform with_;
     CollectorService::Options options_;
@@ -427,16 +533,21 @@ TEST(RandomWalkTest, NoWalkBreaksAPromise) {
     const int walks = numberFrom("ORVEL_WALKS", defaultWalks);
     const int first = numberFrom("ORVEL_FIRST_WALK", 1);
     int violations = 0;
+    int steps = 0;
+    int batches = 0;
     for (int seed = first; seed < first + walks; ++seed) {
         Walk walk(static_cast<unsigned>(seed));
         walk.run();
+        steps += walk.steps();
+        batches += walk.batches();
         for (const std::string& violation : walk.violations()) {
             ++violations;
-            ADD_FAILURE() << "walk " << seed << ": " << violation << "\nsteps:\n  "
-                          << fmt::format("{}", fmt::join(walk.steps(), "\n  "));
+            ADD_FAILURE() << "walk " << seed << ": " << violation << "\nsteps and log:\n  "
+                          << fmt::format("{}", fmt::join(walk.story(), "\n  "));
         }
     }
-    std::cout << walks << " walks, " << violations << " violations" << std::endl;
+    std::cout << walks << " walks, " << steps << " steps, " << batches << " batches, " << violations
+              << " violations" << std::endl;
 }
 
 } // namespace orvel::test
