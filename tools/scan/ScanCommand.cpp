@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/scan/ScanCommand.h"
 
+#include "OrvelAgent/account/IDToken.h"
 #include "OrvelAgent/base/Configuration.h"
 #include "core/messages/ChatDatabaseSnapshot.h"
 #include "tools/scan/OverlayUserDefaults.h"
@@ -102,14 +103,15 @@ ScanCommand::ScanCommand(ScanArguments arguments)
 
     watermarkStore_ = std::make_unique<WatermarkStore>(*defaults);
     const Configuration configuration(*platform_.bundle);
-    client_ = std::make_unique<APIClient>(
-        *session,
-        *worker_,
-        configuration,
-        arguments_.apiURL.value_or(configuration.apiBaseURL()),
-        APIClient::TokenProvider(),
-        IngestClient::requestTimeout);
-    const IngestClient ingest(*client_, configuration.shortVersion());
+    const IngestClient ingest(
+        APIClient(
+            *session,
+            *worker_,
+            configuration,
+            arguments_.apiURL.value_or(configuration.apiBaseURL()),
+            APIClient::TokenProvider(),
+            IngestClient::requestTimeout),
+        configuration.shortVersion());
 
     CollectorService::Options options;
     options.sourcePath =
@@ -155,16 +157,13 @@ ScanCommand::session(tavrin::CancellationToken cancellation) {
     if (auth_) {
         co_return co_await auth_->session(std::move(cancellation));
     }
+    // A preview sends nothing, so any token will do.
+    const tavrin::Secret token = arguments_.token.value_or(tavrin::Secret("preview"));
     AccountSession session;
-    // A preview sends nothing, so it needs no token of its own.
-    session.tokenProvider = [token = arguments_.token.value_or(tavrin::Secret("preview"))] {
+    session.account = userIDOf(token.text());
+    session.tokenProvider = [token] {
         return provide(token);
     };
-    if (!arguments_.isPreview) {
-        const Profile profile = co_await client_->authorizedBy(session).send<Profile, Empty>(
-            Profile::path, "GET", nullptr, std::move(cancellation));
-        session.account = accountOf(profile.uid, profile.email, profile.handle);
-    }
     co_return session;
 }
 

@@ -55,7 +55,6 @@ private:
     std::unique_ptr<WatermarkStore> watermarkStore_;
     std::unique_ptr<ContactBridge> contacts_;
     std::unique_ptr<CollectorService> collector_;
-    std::unique_ptr<APIClient> client_;
     std::unique_ptr<ScanRun> scanRun_;
     std::unique_ptr<ScanProgressLine> progressLine_;
 };
