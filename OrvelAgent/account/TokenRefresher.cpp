@@ -96,6 +96,15 @@ QCoro::Task<> TokenRefresher::run(Refresh refresh) {
             const FirebaseIdentity::Tokens tokens =
                 co_await identity_.refresh(session->refreshToken, cancellation);
             cancellation.throwIfCancelled();
+            // Another process may have signed in or out meanwhile.
+            const KeychainStore::Reading now = co_await sessions_.load(cancellation);
+            cancellation.throwIfCancelled();
+            if (!follow(now)) {
+                co_return;
+            }
+            if (now.session) {
+                session = now.session;
+            }
             session->refreshToken = tokens.refreshToken;
             sessions_.save(*session);
             setToken(tokens);

@@ -90,7 +90,11 @@ TEST_F(AuthServiceTest, ASessionStoredWhileTheProfileIsMergedIsNotOverwritten) {
     }
     clock_.advance(tavrin::Seconds(3600));
     auto token = auth_->currentToken();
-    // The refresh also reads the stored session, and ends first.
+    // The refresh also reads the stored session, before and after its request, and ends first.
+    keychain_.unlockLast();
+    while (keychain_.waitingReads() < 2) {
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    }
     keychain_.unlockLast();
     EXPECT_EQ(textOf(runTask(std::move(token))), "id-secret-2");
     keychain_.unlock();

@@ -145,6 +145,30 @@ TEST_F(AuthServiceSessionTest, TheSameAccountRefreshedElsewhereGoesOn) {
     EXPECT_FALSE(before.ended.isCancelled());
 }
 
+TEST_F(AuthServiceSessionTest, ASignOutByAnotherProcessDuringARefreshIsNotUndone) {
+    startWithOldToken();
+    const AccountSession before = session();
+    urlSession_.setHandler([this](const URLRequest&) {
+        keychain_.items.erase(sessionItem);
+        return URLResponse{200, refreshReply};
+    });
+    EXPECT_THROW(tokenOf(before), tavrin::TaskCancelled);
+    EXPECT_FALSE(auth_->isSignedIn());
+    EXPECT_FALSE(keychain_.items.contains(sessionItem));
+}
+
+TEST_F(AuthServiceSessionTest, AnAccountSignedInElsewhereDuringARefreshIsNotOverwritten) {
+    startWithOldToken();
+    const AccountSession before = session();
+    urlSession_.setHandler([this](const URLRequest&) {
+        keychain_.items[sessionItem] = anotherAccount;
+        return URLResponse{200, refreshReply};
+    });
+    EXPECT_THROW(tokenOf(before), tavrin::TaskCancelled);
+    EXPECT_EQ(auth_->accountEmail(), "eight@orvel.example");
+    EXPECT_EQ(keychain_.items[sessionItem], anotherAccount);
+}
+
 TEST_F(AuthServiceSessionTest, AKeychainThatCannotBeReadEndsNoSession) {
     startSignedIn();
     keychain_.readError.emplace("QKeychain", 1, "locked");

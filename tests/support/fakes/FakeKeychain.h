@@ -5,6 +5,7 @@
 
 #include <QObject>
 
+#include <cstddef>
 #include <map>
 #include <optional>
 #include <string>
@@ -35,6 +36,7 @@ public:
     void lock() { isLocked_ = true; }
 
     [[nodiscard]] bool isReadWaiting() const { return !waiting_.empty(); }
+    [[nodiscard]] std::size_t waitingReads() const { return waiting_.size(); }
 
     /// Completes the newest waiting read.
     void unlockLast() {
