@@ -91,11 +91,11 @@ protected:
             worker_,
             configuration,
             configuration.apiBaseURL(),
-            auth_->tokenProvider(),
-            tavrin::Seconds(60),
-            auth_->sessionExpiredHandler());
+            {},
+            IngestClient::requestTimeout);
+        const IngestClient ingest(api, configuration.shortVersion());
         try {
-            runTask(IngestClient(api, configuration.shortVersion()).fetchKnownHandleHints());
+            runTask(ingest.authorizedBy(runTask(auth_->session()).value()).fetchKnownHandleHints());
             return true;
         } catch (const APIError& error) {
             EXPECT_EQ(error.status(), 401);

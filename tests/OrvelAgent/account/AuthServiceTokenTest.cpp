@@ -114,12 +114,11 @@ TEST_F(AuthServiceTest, WithoutAKeychainItemThereIsNoTokenAndNoRequest) {
 
 TEST_F(AuthServiceTest, ATokenProviderOutlivesTheService) {
     startSignedIn();
-    const auto provider = auth_->tokenProvider();
-    const auto expired = auth_->sessionExpiredHandler();
-    EXPECT_EQ(textOf(runTask(provider())), "id-secret-2");
+    const AccountSession session = runTask(auth_->session()).value();
+    EXPECT_EQ(textOf(runTask(session.tokenProvider())), "id-secret-2");
     auth_.reset();
-    EXPECT_EQ(runTask(provider()), std::nullopt);
-    runTask(expired());
+    EXPECT_THROW(runTask(session.tokenProvider()), tavrin::TaskCancelled);
+    runTask(session.onSessionExpired());
     EXPECT_FALSE(keychain_.items.empty());
 }
 
