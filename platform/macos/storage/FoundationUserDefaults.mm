@@ -57,8 +57,8 @@ void FoundationUserDefaults::remove(std::string_view key) {
 std::unique_ptr<tavrin::Interface> FoundationUserDefaults::tryLock() {
     @autoreleasepool {
         const std::filesystem::path home(utf8(NSHomeDirectory()));
-        auto lock = tavrin::tryLockFile(
-            home / "Library" / "Caches" / identifier_ / "collection.inuse");
+        auto lock =
+            tavrin::tryLockFile(home / "Library" / "Caches" / identifier_ / "collection.inuse");
         if (lock) {
             [defaults_ synchronize];
         }

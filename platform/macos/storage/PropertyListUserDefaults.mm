@@ -2,8 +2,8 @@
 #include "platform/macos/storage/PropertyListUserDefaults.h"
 
 #include "core/Errors.h"
-#include "core/FileLock.h"
 #include "core/FileDescriptor.h"
+#include "core/FileLock.h"
 #include "core/RegularFile.h"
 #include "platform/macos/storage/UserDefaultsValues.h"
 #include "platform/macos/support/FoundationConversions.h"
