@@ -17,6 +17,7 @@ namespace {
 
 namespace column = MessageQuery::column;
 using Binding = SQLiteDatabase::Binding;
+using Error = MessagesCollector::Error;
 using Row = SQLiteDatabase::Row;
 
 /// The style of a group; 0 means that the database has no style.
@@ -24,7 +25,7 @@ constexpr std::int64_t groupStyle = 43;
 
 /// In a damaged file, this many rows are read at least, to see which ids fit to the others, ...
 constexpr std::int64_t leastRowsOutOfOrder = 2'000;
-/// ... and at most this many before the walk ends without a row that fits.
+/// ... and at most about this many before the walk fails without a row that fits.
 constexpr std::int64_t mostRowsOutOfOrder = 100'000;
 
 std::int64_t firstInteger(
@@ -40,13 +41,13 @@ std::int64_t firstInteger(
 
 void requireColumn(SQLiteDatabase& database, const std::string& name) {
     if (!database.columnExists(name, "message")) {
-        throw MessagesCollector::Error({"column `message." + name + "`"});
+        throw Error(Error::SchemaMissing{"column `message." + name + "`"});
     }
 }
 
 void requireTable(SQLiteDatabase& database, const std::string& name) {
     if (!database.tableExists(name)) {
-        throw MessagesCollector::Error({"table `" + name + "`"});
+        throw Error(Error::SchemaMissing{"table `" + name + "`"});
     }
 }
 
@@ -79,6 +80,19 @@ std::vector<bool> longestAscent(const std::vector<std::int64_t>& keys) {
     }
     return belongs;
 }
+
+struct Describe {
+    std::string operator()(const Error::SchemaMissing& missing) const {
+        return "chat.db schema unexpected: " + missing.what +
+               " not found. Messages may have changed its schema — collection is paused rather "
+               "than silently returning nothing.";
+    }
+
+    std::string operator()(const Error::TooManyOutOfOrder& disorder) const {
+        return "The Messages database is damaged: the ids of " + std::to_string(disorder.rows) +
+               " successive rows are out of order. The messages behind them cannot be read.";
+    }
+};
 
 } // namespace
 
@@ -363,12 +377,8 @@ private:
     bool isCutOff_ = false;
 };
 
-MessagesCollector::Error::Error(SchemaMissing error)
-    : error_(std::move(error)),
-      description_(
-          "chat.db schema unexpected: " + error_.what +
-          " not found. Messages may have changed its schema — collection is paused rather than "
-          "silently returning nothing.") {}
+MessagesCollector::Error::Error(Case error)
+    : error_(std::move(error)), description_(std::visit(Describe(), error_)) {}
 
 MessagesCollector::MessagesCollector(std::shared_ptr<SQLiteDatabase> database)
     : database_(std::move(database)), cache_(std::make_unique<Cache>()) {
@@ -475,11 +485,14 @@ MessagesCollector::scan(std::int64_t bound, bool ascending, const Options& optio
             MessageQuery::bindings(bound, options.since, readLimit),
             [&reader](const Row& row) { reader.read(row); });
         Batch batch = reader.take();
-        if (!reader.needsMoreRows(batch)) {
-            // Without progress, the next batch would be the same.
-            batch.hasMore = batch.hasMore && batch.scanned > 0;
-            return batch;
+        if (reader.needsMoreRows(batch)) {
+            continue;
         }
+        if (batch.hasMore && batch.scanned == 0) {
+            // Without progress, the next batch would be the same. This is not the end of the walk.
+            throw Error(Error::TooManyOutOfOrder{readLimit});
+        }
+        return batch;
     }
 }
 

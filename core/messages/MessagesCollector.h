@@ -14,6 +14,7 @@
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
+#include <variant>
 #include <vector>
 
 namespace tavrin {
@@ -25,8 +26,8 @@ class SQLiteDatabase;
 /// advances the cursor, so a walk ends even in a corrupt file.
 ///
 /// Use one object for one scan of one snapshot, on one thread at a time. Throws `SQLiteError` if a
-/// query fails; there are no partial batches. Schema and chats are read again only after SQLite
-/// reports a change of the data or the schema.
+/// query fails, and `Error` if the walk cannot continue; there are no partial batches. Schema and
+/// chats are read again only after SQLite reports a change of the data or the schema.
 class MessagesCollector final {
 public:
     using HintSet = std::unordered_set<std::string>;
@@ -76,21 +77,25 @@ public:
         bool operator==(const ChatInfo&) const = default;
     };
 
-    /// A table or column is missing.
     class Error final : public std::exception {
     public:
         struct SchemaMissing {
             /// For example "table `message`" or "column `message.guid`".
             std::string what;
         };
+        /// So many successive rows are out of order that the rows behind them are not looked for.
+        struct TooManyOutOfOrder {
+            std::int64_t rows;
+        };
+        using Case = std::variant<SchemaMissing, TooManyOutOfOrder>;
 
-        explicit Error(SchemaMissing error);
+        explicit Error(Case error);
 
-        [[nodiscard]] const SchemaMissing& error() const { return error_; }
+        [[nodiscard]] const Case& error() const { return error_; }
         [[nodiscard]] const char* what() const noexcept override { return description_.c_str(); }
 
     private:
-        SchemaMissing error_;
+        Case error_;
         std::string description_;
     };
 

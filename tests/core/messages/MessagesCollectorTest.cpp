@@ -17,6 +17,7 @@
 #include <map>
 #include <string>
 #include <tuple>
+#include <variant>
 #include <vector>
 
 namespace tavrin {
@@ -35,6 +36,7 @@ using testing::ThrowsMessage;
 
 using Batch = MessagesCollector::Batch;
 using ChatInfo = MessagesCollector::ChatInfo;
+using Error = MessagesCollector::Error;
 using HintSet = MessagesCollector::HintSet;
 using Options = MessagesCollector::Options;
 
@@ -129,7 +131,7 @@ TEST_F(MessagesCollectorTest, AMissingTableIsNamed) {
         collector();
         FAIL();
     } catch (const MessagesCollector::Error& error) {
-        EXPECT_EQ(error.error().what, "table `message`");
+        EXPECT_EQ(std::get<Error::SchemaMissing>(error.error()).what, "table `message`");
     }
 }
 
@@ -138,7 +140,7 @@ TEST_F(MessagesCollectorTest, TheFirstMissingColumnIsNamed) {
         try {
             collector();
         } catch (const MessagesCollector::Error& error) {
-            return error.error().what;
+            return std::get<Error::SchemaMissing>(error.error()).what;
         }
         return std::string();
     };
@@ -837,6 +839,29 @@ TEST_F(MessagesCollectorTest, ARowOnTheWrongSideOfTheBoundIsSkippedAndTheWalkEnd
     EXPECT_EQ(batch.highWatermark, 0);
     EXPECT_EQ(batch.lowWatermark, 0);
     EXPECT_FALSE(batch.hasMore);
+}
+
+TEST_F(MessagesCollectorTest, TooManyRowsOutOfOrderAreAnErrorAndNotTheEnd) {
+    // A damaged index is simulated by a view whose comparison and value differ.
+    builder_.addMessage({});
+    builder_.dropColumn("message", "item_type");
+    builder_.execute("ALTER TABLE message RENAME TO message_rows");
+    builder_.execute(
+        "CREATE VIEW message AS WITH RECURSIVE copy(n) AS (SELECT 1 UNION ALL SELECT n + 1 FROM "
+        "copy WHERE n < 150000) SELECT 'text' AS ROWID, guid, date, is_from_me, text, handle_id"
+        " FROM copy, message_rows");
+    Options options = everything();
+    options.batchLimit = 500;
+    try {
+        static_cast<void>(collector().collect(0, options));
+        FAIL();
+    } catch (const Error& error) {
+        EXPECT_EQ(std::get<Error::TooManyOutOfOrder>(error.error()).rows, 128'000);
+        EXPECT_STREQ(
+            error.what(),
+            "The Messages database is damaged: the ids of 128000 successive rows are out of order. "
+            "The messages behind them cannot be read.");
+    }
 }
 
 /// The row id of one message is wrong. The parameters are the wrong id and the batch limit.
