@@ -20,6 +20,9 @@ using Binding = SQLiteDatabase::Binding;
 using Error = MessagesCollector::Error;
 using Row = SQLiteDatabase::Row;
 
+/// How many rows beyond the recorded highest id are checked.
+constexpr std::int64_t mostRowsBeyondRecord = 100;
+
 /// The style of a group; 0 means that the database has no style.
 constexpr std::int64_t groupStyle = 43;
 
@@ -147,6 +150,8 @@ struct MessagesCollector::Cache {
 
     /// None before the first scan.
     std::optional<Version> version;
+    /// Greater row ids are damaged.
+    std::int64_t highestRowID = std::numeric_limits<std::int64_t>::max();
     std::string selectList;
     std::unordered_map<std::int64_t, Chat> chats;
     std::shared_ptr<const HintSet> knownHandleHints;
@@ -178,8 +183,8 @@ public:
     void read(const Row& row) {
         const std::int64_t rowID = row.integer(column::rowID);
         if (messages_.empty() || messages_.back().rowID != rowID) {
-            isInOrder_ =
-                isInOrder_ && isBetween(messages_.empty() ? bound_ : messages_.back().rowID, rowID);
+            isInOrder_ = isInOrder_ && isPossible(rowID) &&
+                         isBetween(messages_.empty() ? bound_ : messages_.back().rowID, rowID);
             messages_.push_back({.rowID = rowID, .firstRecord = records_.size()});
         }
         if (rows_ >= readLimit_) {
@@ -244,7 +249,10 @@ private:
         return ascending_ ? rowID > before : rowID < before;
     }
 
-    /// For each message, whether its id fits to those around it and is beyond the bound.
+    [[nodiscard]] bool isPossible(std::int64_t rowID) const { return rowID <= cache_.highestRowID; }
+
+    /// For each message, whether its id is possible, fits to those around it and is beyond the
+    /// bound.
     [[nodiscard]] std::vector<bool> messagesInOrder() const {
         if (isInOrder_) {
             return std::vector<bool>(messages_.size(), true);
@@ -256,12 +264,17 @@ private:
         // The bound is the id of the row before, so it also shows which ids fit.
         std::vector<std::int64_t> keys{key(bound_)};
         for (const Message& message : messages_) {
-            keys.push_back(key(message.rowID));
+            if (isPossible(message.rowID)) {
+                keys.push_back(key(message.rowID));
+            }
         }
-        std::vector<bool> fits = longestAscent(keys);
-        fits.erase(fits.begin());
-        for (std::size_t index = 0; index < messages_.size(); ++index) {
-            fits[index] = fits[index] && isBetween(bound_, messages_[index].rowID);
+        const std::vector<bool> ascent = longestAscent(keys);
+        std::vector<bool> fits;
+        std::size_t position = 0;
+        for (const Message& message : messages_) {
+            fits.push_back(
+                isPossible(message.rowID) && ascent[++position] &&
+                isBetween(bound_, message.rowID));
         }
         return fits;
     }
@@ -410,14 +423,40 @@ std::int64_t MessagesCollector::countMessages(Date since) {
 }
 
 std::int64_t MessagesCollector::highestRowID() {
-    std::int64_t highest = 0;
+    const std::optional<std::int64_t> used = highestUsedRowID();
+    return used ? *used : firstInteger(*database_, "SELECT MAX(ROWID) FROM message");
+}
+
+std::optional<std::int64_t> MessagesCollector::highestUsedRowID() {
+    std::int64_t recorded = 0;
     if (database_->tableExists("sqlite_sequence")) {
         database_->query(
             "SELECT seq FROM sqlite_sequence WHERE name = 'message'",
             {},
-            [&highest](const Row& row) { highest = row.integer(0); });
+            [&recorded](const Row& row) { recorded = std::max(recorded, row.integer(0)); });
     }
-    return highest > 0 ? highest : firstInteger(*database_, "SELECT MAX(ROWID) FROM message");
+    if (recorded <= 0) {
+        return std::nullopt;
+    }
+    // SQLite raises the record with every new row. A row beyond it is damaged, or a program has
+    // changed the record or the id. The index of the dates tells: it still has the id from before
+    // the damage. Without the index, the row counts as sound.
+    std::vector<std::vector<Binding>> beyond;
+    database_->query(
+        "SELECT date, ROWID FROM message WHERE ROWID > ? ORDER BY ROWID DESC LIMIT ?",
+        std::vector<Binding>{Binding::integer(recorded), Binding::integer(mostRowsBeyondRecord)},
+        [&beyond](const Row& row) {
+            beyond.push_back({Binding::integer(row.integer(0)), Binding::integer(row.integer(1))});
+        });
+    for (const std::vector<Binding>& row : beyond) {
+        // The plus sign keeps SQLite from looking for the row id in the table.
+        const std::int64_t confirmed = firstInteger(
+            *database_, "SELECT ROWID FROM message WHERE date = ? AND +ROWID = ?", row);
+        if (confirmed > recorded) {
+            return confirmed;
+        }
+    }
+    return recorded;
 }
 
 std::map<std::int64_t, MessagesCollector::ChatInfo> MessagesCollector::loadChats() {
@@ -467,6 +506,7 @@ void MessagesCollector::refreshCache() {
         cache_->chats.emplace(rowID, Cache::Chat{std::move(info)});
     }
     cache_->selectList = MessageQuery::selectList(*database_);
+    cache_->highestRowID = highestUsedRowID().value_or(std::numeric_limits<std::int64_t>::max());
     cache_->version = version;
 }
 

@@ -60,8 +60,9 @@ public:
         std::int64_t skippedUndecodable = 0;
         /// Includes `skippedOutOfOrder`.
         std::int64_t skippedNotUserContent = 0;
-        /// Rows whose ids do not fit between those around them, and rows that are read again
-        /// because of them. Only a damaged file has such rows. The next batch may count them again.
+        /// Rows whose ids do not fit between those around them, rows that are read again because of
+        /// them, and rows beyond `highestRowID`. Only a damaged file has such rows. The next batch
+        /// may count them again.
         std::int64_t skippedOutOfOrder = 0;
         /// Whether there is at least one further row in the same direction.
         bool hasMore = false;
@@ -115,7 +116,7 @@ public:
     [[nodiscard]] std::int64_t countMessages(Date since);
 
     /// The highest row id that the table of the messages has ever used, or, if the database does
-    /// not record that, the highest existing one. 0 without any.
+    /// not record that, the highest existing one. 0 without any. No watermark of a batch is higher.
     [[nodiscard]] std::int64_t highestRowID();
 
     /// By chat row id. Empty if the database has no chat tables.
@@ -125,6 +126,7 @@ private:
     struct Cache;
     class BatchReader;
 
+    [[nodiscard]] std::optional<std::int64_t> highestUsedRowID();
     void refreshCache();
     Batch scan(std::int64_t bound, bool ascending, const Options& options);
 

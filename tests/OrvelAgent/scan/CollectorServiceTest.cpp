@@ -599,6 +599,36 @@ TEST_F(CollectorServiceTest, RowsOutOfOrderAreLoggedOnceAScan) {
             "the Messages database is damaged: skipping rows whose ids are out of order"});
 }
 
+TEST_F(CollectorServiceTest, ADamagedIdOfTheLastRowIsNoReasonToStartAgain) {
+    addMessages(9);
+    database_.execute("PRAGMA wal_checkpoint(TRUNCATE)");
+    test::changeRowID(database_.path(), 9, 100);
+    EXPECT_EQ(scan()->uploaded, 8);
+    EXPECT_EQ(store_.watermark(), 8);
+    EXPECT_EQ(logLines(LogLevel::Error).size(), 1U);
+    const auto summary = scan();
+    EXPECT_EQ(summary.value().scanned, 0);
+    EXPECT_EQ(summary->skippedNotUserContent, 1);
+    EXPECT_EQ(logLines(LogLevel::Error).size(), 2U);
+    EXPECT_TRUE(logLines(LogLevel::Default).empty());
+}
+
+TEST_F(CollectorServiceTest, TooManyRowsOutOfOrderAreAnErrorAndTheHistoryIsNotDone) {
+    addMessages(1);
+    // Rows beyond every used id, which no index confirms.
+    database_.execute(
+        "WITH RECURSIVE id(n) AS (SELECT 1000 UNION ALL SELECT n + 1 FROM id WHERE n < 150000) "
+        "INSERT INTO message (ROWID, guid) SELECT n, n FROM id");
+    database_.execute("UPDATE sqlite_sequence SET seq = 1 WHERE name = 'message'");
+    const auto summary = scan();
+    EXPECT_EQ(
+        summary.value().error,
+        "The Messages database is damaged: the ids of 128000 successive rows are out of order. The "
+        "messages behind them cannot be read.");
+    EXPECT_FALSE(store_.isBackfillDone());
+    EXPECT_EQ(store_.backfillCursor(), cursorAtStart);
+}
+
 TEST_F(CollectorServiceTest, AMissingDatabaseEndsTheScanWithItsDescription) {
     std::filesystem::remove(directory_ / "chat.db");
     const auto summary = scan();

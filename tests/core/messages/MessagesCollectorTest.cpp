@@ -864,6 +864,53 @@ TEST_F(MessagesCollectorTest, TooManyRowsOutOfOrderAreAnErrorAndNotTheEnd) {
     }
 }
 
+TEST_F(MessagesCollectorTest, ALastRowBeyondEveryUsedIdIsOutOfOrder) {
+    addMessages(9);
+    builder_.execute("PRAGMA wal_checkpoint(TRUNCATE)");
+    orvel::test::changeRowID(builder_.path(), 9, 100);
+    EXPECT_EQ(collector().highestRowID(), 9);
+    for (const std::int64_t limit : {4, 8, 9, 20}) {
+        Options options = everything();
+        options.batchLimit = limit;
+        const Batch backwards = collector().collectBackfill(greatest, options);
+        EXPECT_EQ(backwards.highWatermark, 8) << limit;
+        EXPECT_EQ(backwards.skippedOutOfOrder, 1) << limit;
+        EXPECT_EQ(backwards.scanned, std::min<std::int64_t>(limit, 8));
+        const Batch forwards = collector().collect(4, options);
+        EXPECT_THAT(rowIDs(forwards), ElementsAre(5, 6, 7, 8)) << limit;
+        EXPECT_EQ(forwards.highWatermark, 8) << limit;
+        const Batch end = collector().collect(8, options);
+        EXPECT_EQ(end.highWatermark, 8) << limit;
+        EXPECT_EQ(end.skippedOutOfOrder, 1) << limit;
+        EXPECT_FALSE(end.hasMore) << limit;
+    }
+}
+
+TEST_F(MessagesCollectorTest, AnOutdatedRecordOfTheUsedIdsHidesNoMessage) {
+    addMessages(9);
+    for (const char* change :
+         {"UPDATE sqlite_sequence SET seq = 8 WHERE name = 'message'",
+          "UPDATE sqlite_sequence SET seq = 3 WHERE name = 'message'",
+          "UPDATE sqlite_sequence SET seq = 0 WHERE name = 'message'",
+          "DELETE FROM sqlite_sequence"}) {
+        builder_.execute(change);
+        const Batch batch = collectAll();
+        EXPECT_EQ(batch.scanned, 9) << change;
+        EXPECT_EQ(batch.skippedOutOfOrder, 0) << change;
+        EXPECT_EQ(batch.highWatermark, 9) << change;
+        EXPECT_EQ(collector().highestRowID(), 9) << change;
+    }
+}
+
+TEST_F(MessagesCollectorTest, AnIdChangedByAProgramIsNotDamaged) {
+    addMessages(9);
+    builder_.execute("UPDATE message SET ROWID = 1000 WHERE ROWID = 9");
+    EXPECT_EQ(collectAll().highWatermark, 1000);
+    EXPECT_EQ(collector().highestRowID(), 1000);
+    builder_.execute("DROP INDEX message_idx_date");
+    EXPECT_EQ(collector().highestRowID(), 1000);
+}
+
 /// The row id of one message is wrong. The parameters are the wrong id and the batch limit.
 class MessagesCollectorDisorderTest
     : public MessagesCollectorTest,
