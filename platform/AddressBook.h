@@ -5,8 +5,8 @@
 #include "core/Interface.h"
 
 #include <functional>
+#include <optional>
 #include <string>
-#include <variant>
 #include <vector>
 
 namespace orvel {
@@ -31,7 +31,13 @@ public:
     /// Which parts of the cards to read; the others stay empty.
     enum class Fields { Identifiers, IdentifiersAndNames };
 
-    using Cards = std::variant<std::vector<ContactCard>, tavrin::PlatformError>;
+    /// What could be read.
+    struct Cards {
+        std::vector<ContactCard> cards;
+        /// Why cards are missing. An address book of several parts may still give those of the
+        /// others.
+        std::optional<tavrin::PlatformError> error = std::nullopt;
+    };
 
     /// Uses the platform's numbers. Values without a name here are passed on unchanged.
     enum class AuthorizationStatus : int {
@@ -50,7 +56,7 @@ public:
     virtual void requestAccess(std::function<void(bool)> completion) = 0;
 
     /// The cards of all people and organizations, in the address book's order, without contact
-    /// lists. Fails without access.
+    /// lists. Without access there is an error and no card.
     virtual void enumerateCards(Fields fields, std::function<void(Cards)> completion) = 0;
 };
 

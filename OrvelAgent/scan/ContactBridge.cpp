@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <iterator>
 #include <utility>
-#include <variant>
 
 namespace orvel {
 
@@ -103,18 +102,21 @@ ContactBridge::expand(HintSet hints, tavrin::CancellationToken cancellation) {
         co_return unchanged;
     }
     AddressBook::Cards cards = co_await cardsWith(AddressBook::Fields::Identifiers, cancellation);
-    if (const auto* error = std::get_if<tavrin::PlatformError>(&cards)) {
-        log_.log("could not read the address book: {}", error->what());
-        Expansion unchanged{std::move(hints), 0, 0, true};
-        co_return unchanged;
+    const bool isUnreadable = cards.error.has_value();
+    if (isUnreadable) {
+        log_.log("could not read the address book: {}", cards.error->what());
+        if (cards.cards.empty()) {
+            Expansion unchanged{std::move(hints), 0, 0, true};
+            co_return unchanged;
+        }
     }
     const std::size_t given = hints.size();
-    auto widen = [hints = std::move(hints),
-                  cards = std::get<std::vector<ContactCard>>(std::move(cards))] {
+    auto widen = [hints = std::move(hints), cards = std::move(cards.cards)] {
         return widened(hints, cards);
     };
     Expansion expansion = co_await worker_.run(std::move(widen));
     cancellation.throwIfCancelled();
+    expansion.isUnreadable = isUnreadable;
     log_.log(
         "address book: {} contacts scanned, {} identifiers added to {} from the graph",
         expansion.scanned,
@@ -131,11 +133,14 @@ ContactBridge::buildIdentityIndex(tavrin::CancellationToken cancellation) {
     }
     AddressBook::Cards cards =
         co_await cardsWith(AddressBook::Fields::IdentifiersAndNames, cancellation);
-    if (const auto* error = std::get_if<tavrin::PlatformError>(&cards)) {
-        log_.error("could not build identity index: {}", error->what());
+    if (cards.error && cards.cards.empty()) {
+        log_.error("could not build identity index: {}", cards.error->what());
         co_return IdentityIndex();
     }
-    auto build = [cards = std::get<std::vector<ContactCard>>(std::move(cards))] {
+    if (cards.error) {
+        log_.error("the identity index is not complete: {}", cards.error->what());
+    }
+    auto build = [cards = std::move(cards.cards)] {
         return indexed(cards);
     };
     IdentityIndex index = co_await worker_.run(std::move(build));

@@ -48,7 +48,7 @@ public:
         std::int64_t added = 0;
         /// The number of cards read.
         std::int64_t scanned = 0;
-        /// Access is granted, but reading failed.
+        /// Access is granted, but not all cards could be read.
         bool isUnreadable = false;
     };
 
@@ -57,10 +57,10 @@ public:
     /// Whether access is granted. Asks the user if there is no decision yet.
     QCoro::Task<bool> requestAccess(tavrin::CancellationToken cancellation = {});
 
-    /// The given hints and those of every card that has at least one of them.
+    /// The given hints and those of every card read that has at least one of them.
     QCoro::Task<Expansion> expand(HintSet hints, tavrin::CancellationToken cancellation = {});
 
-    /// Empty without access or if reading fails.
+    /// Of the cards that could be read. Empty without access.
     QCoro::Task<IdentityIndex> buildIdentityIndex(tavrin::CancellationToken cancellation = {});
 
     [[nodiscard]] static std::optional<Identity>

@@ -11,7 +11,6 @@
 
 #include <string>
 #include <utility>
-#include <variant>
 #include <vector>
 
 namespace orvel::test {
@@ -42,23 +41,24 @@ inline bool requestAccess(AddressBook& addressBook) {
     return runTask(detail::requested(&addressBook));
 }
 
+/// The cards that can be read, and the error.
+inline AddressBook::Cards enumerate(AddressBook& addressBook, AddressBook::Fields fields) {
+    return runTask(detail::enumerated(&addressBook, fields));
+}
+
 /// Throws the address book's error.
 inline std::vector<ContactCard> cardsOf(AddressBook& addressBook, AddressBook::Fields fields) {
-    AddressBook::Cards cards = runTask(detail::enumerated(&addressBook, fields));
-    if (const auto* error = std::get_if<tavrin::PlatformError>(&cards)) {
-        throw *error;
+    AddressBook::Cards read = enumerate(addressBook, fields);
+    if (read.error) {
+        throw *read.error;
     }
-    return std::get<std::vector<ContactCard>>(std::move(cards));
+    return std::move(read.cards);
 }
 
 /// The error's text; empty on success.
 inline std::string errorOf(AddressBook& addressBook, AddressBook::Fields fields) {
-    try {
-        cardsOf(addressBook, fields);
-        return {};
-    } catch (const tavrin::PlatformError& error) {
-        return error.what();
-    }
+    const AddressBook::Cards read = enumerate(addressBook, fields);
+    return read.error ? read.error->what() : "";
 }
 
 } // namespace orvel::test

@@ -6,6 +6,7 @@
 #include "tests/platform/AddressBookCalls.h"
 #include "tests/platform/RealAddressBook.h"
 #include "tests/support/RunTask.h"
+#include "tests/support/WaitUntil.h"
 #include "tests/support/fakes/FakeAddressBook.h"
 
 #include <gmock/gmock.h>
@@ -20,6 +21,7 @@ namespace orvel {
 namespace {
 
 using test::cardsOf;
+using test::enumerate;
 using test::errorOf;
 using test::requestAccess;
 using testing::IsEmpty;
@@ -34,6 +36,16 @@ public:
     void add(const std::vector<ContactCard>& cards) override { addressBook_.cards = cards; }
     void setUserAllows(bool userAllows) override { addressBook_.userAllows = userAllows; }
     [[nodiscard]] int questions() const override { return addressBook_.questions; }
+    void breakPart() override {
+        addressBook_.bookError.emplace("FakeAddressBook", 1, "A book cannot be read.");
+    }
+    void setBroken(bool isBroken) override {
+        addressBook_.readError.reset();
+        if (isBroken) {
+            addressBook_.readError.emplace("FakeAddressBook", 2, "The service is missing.");
+        }
+    }
+    [[nodiscard]] bool isRestrictedWhenBroken() const override { return true; }
 
 private:
     test::FakeAddressBook addressBook_;
@@ -169,13 +181,42 @@ TEST_P(AddressBookTest, SeesCardsAddedSinceTheLastRead) {
     EXPECT_EQ(allCards().size(), 1U);
 }
 
+TEST_P(AddressBookTest, CardsThatCannotBeReadAreAnError) {
+    const ContactCard jane{"Jane", "", "", {"12"}, {}};
+    subject_->add({jane});
+    ASSERT_TRUE(requestAccess(addressBook()));
+    subject_->breakPart();
+    const AddressBook::Cards read = enumerate(addressBook(), Fields::IdentifiersAndNames);
+    EXPECT_TRUE(read.error);
+    EXPECT_THAT(read.cards, testing::Each(jane));
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::AuthorizationStatus::Authorized);
+}
+
+TEST_P(AddressBookTest, AFailureToReadChangesNoDecision) {
+    using Status = AddressBook::AuthorizationStatus;
+    subject_->add({ContactCard{"Jane", "", "", {}, {}}});
+    ASSERT_TRUE(requestAccess(addressBook()));
+    subject_->setBroken(true);
+    const AddressBook::Cards read = enumerate(addressBook(), Fields::Identifiers);
+    EXPECT_TRUE(read.error);
+    EXPECT_THAT(read.cards, IsEmpty());
+    EXPECT_EQ(
+        addressBook().authorizationStatus(),
+        subject_->isRestrictedWhenBroken() ? Status::Restricted : Status::Authorized);
+    subject_->setBroken(false);
+    EXPECT_EQ(errorOf(addressBook(), Fields::Identifiers), "");
+    EXPECT_TRUE(test::waitUntil(
+        [this] { return addressBook().authorizationStatus() == Status::Authorized; }));
+    EXPECT_EQ(subject_->questions(), 1);
+}
+
 TEST_P(AddressBookTest, AnswersEachOfSeveralPendingCallsOnce) {
     subject_->add({ContactCard{"Jane", "", "", {}, {}}});
     ASSERT_TRUE(requestAccess(addressBook()));
     const auto sizes = std::make_shared<std::vector<std::size_t>>();
     for (int i = 0; i < 3; ++i) {
-        addressBook().enumerateCards(Fields::Identifiers, [sizes](AddressBook::Cards cards) {
-            sizes->push_back(std::get<std::vector<ContactCard>>(cards).size());
+        addressBook().enumerateCards(Fields::Identifiers, [sizes](const AddressBook::Cards& cards) {
+            sizes->push_back(cards.cards.size());
         });
     }
     // Later calls may finish first, so repeat until all three have finished.

@@ -74,8 +74,10 @@ void EvolutionAddressBook::requestAccess(std::function<void(bool)> completion) {
 void EvolutionAddressBook::enumerateCards(Fields fields, std::function<void(Cards)> completion) {
     if (consent() != AuthorizationStatus::Authorized) {
         callbackContext_.post([completion = std::move(completion)] {
-            completion(tavrin::PlatformError::fromErrno(
-                EACCES, "Could not read the desktop's address book"));
+            completion(
+                {{},
+                 tavrin::PlatformError::fromErrno(
+                     EACCES, "Could not read the desktop's address book")});
         });
         return;
     }
@@ -84,11 +86,7 @@ void EvolutionAddressBook::enumerateCards(Fields fields, std::function<void(Card
         for (const auto& failure : read.failures) {
             logOnce(failure);
         }
-        if (read.error) {
-            completion(*std::move(read.error));
-        } else {
-            completion(std::move(read.cards));
-        }
+        completion({std::move(read.cards), std::move(read.error)});
     };
     // Detached, as in `checkService`.
     startThread(

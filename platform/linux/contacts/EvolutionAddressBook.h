@@ -23,7 +23,8 @@ struct EvolutionCards;
 /// the next request asks again. Without a session bus or without the service the status is
 /// `Restricted`. The first request or enumeration detects and logs that. From then on every
 /// request, enumeration or status query checks again, because the service may only be slow to
-/// start. An unreadable address book is logged and skipped. Each failure is logged once.
+/// start. If one of several address books cannot be read, an enumeration gives the cards of the
+/// others and an error. Each failure is logged once.
 ///
 /// Borrows the defaults and the log store. Its threads, which wait for the service, may outlive the
 /// object.

@@ -172,9 +172,8 @@ void readBooks(ESourceRegistry* registry, AddressBook::Fields fields, EvolutionC
             result.failures.push_back(failure);
         }
     }
-    if (books && result.failures.size() == g_list_length(books.get())) {
+    if (!result.failures.empty()) {
         result.error = result.failures.front();
-        result.failures.clear();
     }
 }
 

@@ -17,7 +17,7 @@ struct EvolutionCards {
     std::vector<ContactCard> cards;
     /// One for each unreadable address book.
     std::vector<tavrin::PlatformError> failures;
-    /// Set when nothing could be read.
+    /// Set when the cards are not complete.
     std::optional<tavrin::PlatformError> error;
     /// There is no session bus, no such service on it, or no library to use it.
     bool isMissing = false;

@@ -55,9 +55,9 @@ AddressBook::Cards read(CNContactStore* store, AddressBook::Fields fields) {
                                                         cards.push_back(cardOf(contact, fields));
                                                       }];
     if (!isRead) {
-        return platformError(error);
+        return {{}, platformError(error)};
     }
-    return std::move(cards);
+    return {std::move(cards)};
 }
 
 } // namespace
@@ -87,10 +87,12 @@ void ContactsAddressBook::enumerateCards(Fields fields, std::function<void(Cards
     const AuthorizationStatus status = authorizationStatus();
     if (status != AuthorizationStatus::Authorized && status != AuthorizationStatus::Limited) {
         // Reading would ask the user for access. Only `requestAccess` may do that.
-        enumeration.finish(tavrin::PlatformError(
-            utf8(CNErrorDomain),
-            CNErrorCodeAuthorizationDenied,
-            "The address book may not be read."));
+        enumeration.finish(
+            {{},
+             tavrin::PlatformError(
+                 utf8(CNErrorDomain),
+                 CNErrorCodeAuthorizationDenied,
+                 "The address book may not be read.")});
         return;
     }
     CNContactStore* const store = store_;

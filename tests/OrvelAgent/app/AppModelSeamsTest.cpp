@@ -144,9 +144,35 @@ TEST_F(AppModelSeamsTest, MessagesPassedOverWithoutTheAddressBookAreSentWhenItCa
     EXPECT_EQ(nextWait(), 900);
     EXPECT_EQ(with_.service.guids().size(), 0U);
     with_.addressBook.readError.reset();
+    // This scan only finds that the service is there.
+    passWait();
+    EXPECT_EQ(nextWait(), 900);
     passWait();
     EXPECT_EQ(nextWait(), 900);
     EXPECT_THAT(with_.service.guids(), testing::ElementsAre("from-ada"));
+}
+
+TEST_F(AppModelSeamsTest, MessagesOfPeopleInABookThatCannotBeReadAreSentWhenItCan) {
+    const auto ada = database_->addHandle("ada@example.com");
+    const auto bob = database_->addHandle("bob@example.com");
+    database_->addMessage(
+        {.guid = "from-ada", .chats = {database_->addChat({.guid = "a", .participants = {ada}})}});
+    database_->addMessage(
+        {.guid = "from-bob", .chats = {database_->addChat({.guid = "b", .participants = {bob}})}});
+    ContactCard adasCard;
+    adasCard.phoneNumbers = {"+1 415 555 0134"};
+    adasCard.emailAddresses = {"ada@example.com"};
+    ContactCard bobsCard = adasCard;
+    bobsCard.emailAddresses = {"bob@example.com"};
+    with_.addressBook.cards = {adasCard};
+    with_.addressBook.bookError.emplace("Test", 1, "The server of this book does not answer.");
+    startSignedIn();
+    EXPECT_THAT(with_.service.guids(), testing::ElementsAre("from-ada"));
+    with_.addressBook.cards.push_back(bobsCard);
+    with_.addressBook.bookError.reset();
+    passWait();
+    EXPECT_EQ(nextWait(), 900);
+    EXPECT_THAT(with_.service.guids(), testing::Contains("from-bob"));
 }
 
 } // namespace orvel::test

@@ -243,10 +243,32 @@ TEST_F(ContactBridgeTest, AReadErrorLeavesTheHintsUnchanged) {
     EXPECT_THAT(expansion.hints, UnorderedElementsAre("a@example.com"));
     EXPECT_EQ(expansion.added, 0);
     EXPECT_EQ(expansion.scanned, 0);
+    EXPECT_TRUE(expansion.isUnreadable);
     EXPECT_THAT(
         log_.lines(),
         ElementsAre(
             contactsLine(LogLevel::Default, "could not read the address book: The disk is gone.")));
+}
+
+TEST_F(ContactBridgeTest, ABookThatCannotBeReadIsReportedAndTheOtherCardsAreUsed) {
+    addressBook_.cards = {
+        withPhones(withEmails(person("Jane", ""), {"a@example.com"}), {"4155550134"})};
+    addressBook_.bookError = tavrin::PlatformError("test", 5, "The disk is gone.");
+    const auto expansion = expand({"a@example.com"});
+    EXPECT_TRUE(expansion.isUnreadable);
+    EXPECT_THAT(expansion.hints, UnorderedElementsAre("a@example.com", "4155550134"));
+    EXPECT_EQ(expansion.added, 1);
+    EXPECT_EQ(expansion.scanned, 1);
+    EXPECT_EQ(buildIndex().size(), 2U);
+    EXPECT_THAT(
+        log_.lines(),
+        ElementsAre(
+            contactsLine(LogLevel::Default, "could not read the address book: The disk is gone."),
+            contactsLine(
+                LogLevel::Default,
+                "address book: 1 contacts scanned, 1 identifiers added to 1 from the graph"),
+            contactsLine(LogLevel::Error, "the identity index is not complete: The disk is gone."),
+            contactsLine(LogLevel::Default, "address-book index: 2 handle->identity entries")));
 }
 
 TEST_F(ContactBridgeTest, LimitedAccessCountsAsAccess) {

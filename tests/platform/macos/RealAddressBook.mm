@@ -17,6 +17,7 @@ struct Contacts {
     std::atomic<CNAuthorizationStatus> status = CNAuthorizationStatusNotDetermined;
     std::atomic<bool> userAllows = true;
     std::atomic<int> questions = 0;
+    std::atomic<bool> isBroken = false;
     NSArray<CNContact*>* cards = @[];
 };
 
@@ -101,6 +102,14 @@ CNContact* contactOf(const ContactCard& card) {
     for (CNContact* contact in orvel::test::contacts->cards) {
         block(orvel::test::fetched(contact, fetchRequest.keysToFetch), &stops);
     }
+    if (orvel::test::contacts->isBroken) {
+        if (error != nullptr) {
+            *error = [NSError errorWithDomain:CNErrorDomain
+                                         code:CNErrorCodeAuthorizationDenied
+                                     userInfo:nil];
+        }
+        return NO;
+    }
     return YES;
 }
 
@@ -125,6 +134,9 @@ public:
     }
     void setUserAllows(bool userAllows) override { contacts_.userAllows = userAllows; }
     [[nodiscard]] int questions() const override { return contacts_.questions; }
+    void breakPart() override { contacts_.isBroken = true; }
+    void setBroken(bool isBroken) override { contacts_.isBroken = isBroken; }
+    [[nodiscard]] bool isRestrictedWhenBroken() const override { return false; }
 
 private:
     Contacts contacts_;

@@ -22,6 +22,7 @@ namespace orvel {
 namespace {
 
 using test::cardsOf;
+using test::enumerate;
 using test::errorOf;
 using test::EvolutionDesktop;
 using test::OtherBus;
@@ -260,12 +261,17 @@ TEST_F(EvolutionAddressBookTest, ReadsEveryEnabledBook) {
     EXPECT_THAT(logged(), IsEmpty());
 }
 
-TEST_F(EvolutionAddressBookTest, SkipsAnUnreadableBookAndLogsItOnce) {
+TEST_F(EvolutionAddressBookTest, AnUnreadableBookIsAnErrorBesideTheOthersAndLoggedOnce) {
     grantAccess();
     desktop_.addVCard(vcard("FN:Jane\r\nN:;Jane;;;\r\n"));
     const std::string broken = desktop_.addBook("owner@example.com", "nonexistent");
-    EXPECT_THAT(givenNames(), ElementsAre("Jane"));
-    EXPECT_THAT(givenNames(), ElementsAre("Jane"));
+    for (int i = 0; i < 2; ++i) {
+        const AddressBook::Cards read = enumerate(addressBook(), Fields::IdentifiersAndNames);
+        EXPECT_THAT(read.cards, ElementsAre(ContactCard{"Jane", "", "", {}, {}}));
+        ASSERT_TRUE(read.error);
+        EXPECT_THAT(read.error->what(), HasSubstr("Could not read an address book: "));
+    }
+    EXPECT_EQ(addressBook().authorizationStatus(), AddressBook::AuthorizationStatus::Authorized);
     EXPECT_THAT(logged(), ElementsAre(HasSubstr("Could not read an address book: ")));
     EXPECT_THAT(logged(), ElementsAre(HasSubstr(broken)));
     EXPECT_THAT(logged(), ElementsAre(Not(HasSubstr("owner@example.com"))));
