@@ -125,19 +125,15 @@ APIClient::Failure APIClient::failureOf(
     const std::optional<std::string>& error,
     const std::optional<std::string>& code,
     bool mayHoldSecrets,
-    const RepeatsRequest& repeatsRequest) {
+    const Redact& redact) {
     std::string_view text = tavrin::withoutByteOrderMark(body);
     if (error) {
         text = *error;
     } else if (!tavrin::isValidUTF8(text) || (mayHoldSecrets && isJSON(text))) {
         text = {};
     }
-    // Look at the whole text: the shown part could end within a value.
-    if (repeatsRequest(text)) {
-        text = {};
-    }
     return {
-        APIError(status, tavrin::shownText(text)),
+        APIError(status, tavrin::shownText(redact(text))),
         tavrin::SessionPolicy::isSessionExpired(status, code)};
 }
 

@@ -78,7 +78,8 @@ private:
         bool sessionExpired;
     };
 
-    using RepeatsRequest = std::function<bool(std::string_view)>;
+    /// Takes the values of the request out of a text.
+    using Redact = std::function<std::string(std::string_view)>;
 
     /// Takes a copy of the client, which lives as long as the request.
     template <typename Reply, typename Body>
@@ -105,7 +106,7 @@ private:
                        token,
                        body = std::move(body)] {
             return outcomeOf<Reply>(status, reply.text(), [&token, &body](std::string_view text) {
-                return repeats(text, token, body.get());
+                return redacted(text, token, body.get());
             });
         };
         std::variant<Reply, Failure> outcome = co_await client.worker_->run(std::move(decode));
@@ -118,11 +119,12 @@ private:
         co_return std::get<Reply>(std::move(outcome));
     }
 
-    /// Whether the text repeats a value of the request.
+    /// The text without the values of the request, as `RequestEcho::takenOutOf`.
     template <typename Body>
-    static bool repeats(std::string_view text, const tavrin::Secret& token, const Body* body) {
+    static std::string
+    redacted(std::string_view text, const tavrin::Secret& token, const Body* body) {
         if (text.empty()) {
-            return false;
+            return {};
         }
         RequestEcho echo;
         echo.addSecret(token.text());
@@ -133,12 +135,12 @@ private:
         } else if (body != nullptr) {
             echo.addStrings(boost::json::value_from(*body), publicKeysOf<Body>());
         }
-        return echo.isIn(text);
+        return echo.takenOutOf(text);
     }
 
     template <typename Reply>
     static std::variant<Reply, Failure>
-    outcomeOf(int status, const std::string& body, const RepeatsRequest& repeatsRequest) {
+    outcomeOf(int status, const std::string& body, const Redact& redact) {
         std::optional<Envelope<Reply>> envelope = decodeEnvelope<Reply>(body);
         const bool isSuccess = status >= 200 && status <= 299;
         if (isSuccess && envelope && envelope->ok) {
@@ -153,22 +155,20 @@ private:
         }
         constexpr bool mayHoldSecrets = HoldsSecrets<Reply>;
         if (!envelope) {
-            return failureOf(
-                status, body, std::nullopt, std::nullopt, mayHoldSecrets, repeatsRequest);
+            return failureOf(status, body, std::nullopt, std::nullopt, mayHoldSecrets, redact);
         }
-        return failureOf(
-            status, body, envelope->error, envelope->code, mayHoldSecrets, repeatsRequest);
+        return failureOf(status, body, envelope->error, envelope->code, mayHoldSecrets, redact);
     }
 
     /// Decides which text of the reply is shown. A reply with secrets is not shown as JSON, and no
-    /// text is that repeats the request: the user then sees the status.
+    /// value of the request is shown. Without a text, the user sees the status.
     static Failure failureOf(
         int status,
         std::string_view body,
         const std::optional<std::string>& error,
         const std::optional<std::string>& code,
         bool mayHoldSecrets,
-        const RepeatsRequest& repeatsRequest);
+        const Redact& redact);
 
     /// Empty if the request has no token.
     static tavrin::Secret bearerTokenOf(const URLRequest& request);

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <numeric>
 #include <optional>
 #include <unordered_set>
 #include <utility>
@@ -27,6 +28,12 @@ constexpr std::size_t longWord = 16;
 /// Parts of shorter secrets could be ordinary words.
 constexpr std::size_t longSecret = 32;
 constexpr std::size_t shortestNumber = 4;
+/// Shorter words are too common to be taken out.
+constexpr std::size_t shortestWord = 4;
+constexpr std::string_view ellipsis = "[\u2026]";
+/// Longer than what is shown of a text, and how much more of it is searched.
+constexpr std::size_t longestShown = std::size_t{60} * 1024;
+constexpr std::size_t longestMatch = std::size_t{4} * 1024;
 
 /// A copy of a text that is wiped.
 struct Buffer {
@@ -206,20 +213,31 @@ std::optional<Unescaped> unescaped(std::string_view text) {
     }
 }
 
-/// Decodes escape sequences in place. Returns whether there were any.
-bool unescapeOnce(std::string& text) {
+/// Where the bytes of a text come from, and the end of the text.
+using Origins = std::vector<std::size_t>;
+
+/// Decodes escape sequences in place. Returns whether there were any. Also moves the origins.
+bool unescapeOnce(std::string& text, Origins* origins) {
     const std::string_view source = text;
     std::size_t size = 0;
     std::size_t position = 0;
+    const auto keepOrigin = [&](std::size_t count) {
+        if (origins != nullptr) {
+            std::fill_n(origins->begin() + std::ptrdiff_t(size), count, (*origins)[position]);
+        }
+    };
     while (position < source.size()) {
         if (const auto found = unescaped(source.substr(position))) {
+            keepOrigin(found->size);
             std::copy_n(found->bytes.begin(), found->size, text.begin() + std::ptrdiff_t(size));
             size += found->size;
             position += found->length;
         } else {
+            keepOrigin(1);
             text[size++] = source[position++];
         }
     }
+    keepOrigin(1);
     std::memset(text.data() + size, 0, text.size() - size);
     const bool hasChanged = size != text.size();
     text.resize(size);
@@ -227,9 +245,18 @@ bool unescapeOnce(std::string& text) {
 }
 
 /// Also decodes what is escaped more than once, such as JSON in an HTML page.
-void unescape(std::string& text) {
+void unescape(std::string& text, Origins* origins = nullptr) {
     constexpr int maximumPasses = 3;
-    for (int pass = 0; pass < maximumPasses && unescapeOnce(text); ++pass) {
+    for (int pass = 0; pass < maximumPasses && unescapeOnce(text, origins); ++pass) {
+    }
+}
+
+/// ASCII only.
+void lowercase(std::string& text) {
+    for (char& character : text) {
+        if (character >= 'A' && character <= 'Z') {
+            character = static_cast<char>(character - 'A' + 'a');
+        }
     }
 }
 
@@ -308,35 +335,38 @@ bool hasWord(std::string_view text, const ViewSet& values) {
     return false;
 }
 
-/// Finds common parts of a text and a set of values. Stores every eighth position of the values,
-/// and looks up every position of the text.
+/// Finds common parts of a text and a set of values. Compares hashes: if two are equal by chance,
+/// a text is hidden in vain.
 class PartIndex final {
 public:
     explicit PartIndex(const ViewSet& values) : mayHave_(filterSize) {
         for (const std::string_view value : values) {
-            for (std::size_t at = 0; at + blockSize <= value.size(); at += blockSize) {
-                blocks_.push_back({blockAt(value, at), value, at});
-                mayHave_[filterSlot(blocks_.back().bytes)] = true;
+            const std::size_t length = std::min(value.size(), longWord);
+            std::vector<std::uint64_t>& hashes = hashes_.at(length);
+            for (std::size_t at = 0; at + length <= value.size(); ++at) {
+                const std::uint64_t hash = hashOf(value.substr(at, length));
+                // Saves memory for a value of equal bytes.
+                if (hashes.empty() || hashes.back() != hash) {
+                    hashes.push_back(hash);
+                    mayHave_[filterSlot(hash)] = true;
+                }
             }
         }
-        std::ranges::sort(blocks_, {}, &Block::bytes);
+        for (std::vector<std::uint64_t>& hashes : hashes_) {
+            std::ranges::sort(hashes);
+        }
     }
 
     /// Whether the text contains a whole value, or `longWord` successive bytes of one.
     [[nodiscard]] bool hasPartIn(std::string_view text) const {
-        for (std::size_t at = 0; at + blockSize <= text.size(); ++at) {
-            const std::uint64_t bytes = blockAt(text, at);
-            if (!mayHave_[filterSlot(bytes)]) {
+        for (std::size_t length = longValue; length <= longWord; ++length) {
+            const std::vector<std::uint64_t>& hashes = hashes_.at(length);
+            if (hashes.empty()) {
                 continue;
             }
-            // Values with the same bytes everywhere must not make this slow.
-            constexpr int maximumCandidates = 4;
-            auto block = std::ranges::lower_bound(blocks_, bytes, {}, &Block::bytes);
-            for (int i = 0; i < maximumCandidates; ++i, ++block) {
-                if (block == blocks_.end() || block->bytes != bytes) {
-                    break;
-                }
-                if (isPartAt(text, at, *block)) {
+            for (std::size_t at = 0; at + length <= text.size(); ++at) {
+                const std::uint64_t hash = hashOf(text.substr(at, length));
+                if (mayHave_[filterSlot(hash)] && std::ranges::binary_search(hashes, hash)) {
                     return true;
                 }
             }
@@ -345,43 +375,124 @@ public:
     }
 
 private:
-    static constexpr std::size_t blockSize = sizeof(std::uint64_t);
-    static constexpr std::size_t filterBits = 20;
+    static constexpr std::size_t filterBits = 22;
     static constexpr std::size_t filterSize = std::size_t{1} << filterBits;
 
-    struct Block {
-        std::uint64_t bytes;
-        std::string_view value;
-        std::size_t offset;
-    };
-
-    static std::uint64_t blockAt(std::string_view text, std::size_t position) {
-        std::uint64_t bytes = 0;
-        std::memcpy(&bytes, text.data() + position, sizeof bytes);
-        return bytes;
+    /// Of 8 to 16 bytes.
+    static std::uint64_t hashOf(std::string_view text) {
+        constexpr std::uint64_t first = 0x9E3779B97F4A7C15U;
+        constexpr std::uint64_t second = 0xC2B2AE3D27D4EB4FU;
+        static_assert(longValue == sizeof(std::uint64_t));
+        static_assert(longWord == 2 * sizeof(std::uint64_t));
+        std::uint64_t start = 0;
+        std::uint64_t end = 0;
+        std::memcpy(&start, text.data(), sizeof start);
+        std::memcpy(&end, text.data() + text.size() - sizeof end, sizeof end);
+        std::uint64_t hash = start * first;
+        hash ^= hash >> 29U;
+        hash = (hash + end) * second;
+        hash ^= hash >> 32U;
+        return hash * first;
     }
 
-    static std::size_t filterSlot(std::uint64_t bytes) {
-        // Fibonacci hashing.
-        return static_cast<std::size_t>((bytes * 0x9E3779B97F4A7C15U) >> (64 - filterBits));
+    static std::size_t filterSlot(std::uint64_t hash) {
+        return static_cast<std::size_t>(hash >> (64 - filterBits));
     }
 
-    static bool isPartAt(std::string_view text, std::size_t position, const Block& block) {
-        std::size_t before = 0;
-        while (before < position && before < block.offset &&
-               text[position - before - 1] == block.value[block.offset - before - 1]) {
-            ++before;
-        }
-        const std::string_view rest = block.value.substr(block.offset);
-        const auto [end, other] = std::ranges::mismatch(text.substr(position), rest);
-        const std::size_t length = before + static_cast<std::size_t>(other - rest.begin());
-        return length >= longWord || length == block.value.size();
-    }
-
-    std::vector<Block> blocks_;
+    /// By the number of bytes.
+    std::array<std::vector<std::uint64_t>, longWord + 1> hashes_;
     /// Rejects most positions without a search.
     std::vector<bool> mayHave_;
 };
+
+/// A range of a text.
+struct Range {
+    std::size_t begin = 0;
+    std::size_t end = 0;
+};
+
+std::vector<Range> wordsOf(std::string_view text) {
+    std::vector<Range> words;
+    std::size_t position = 0;
+    while (position < text.size()) {
+        if (!isInWord(text[position])) {
+            ++position;
+            continue;
+        }
+        const std::size_t begin = position;
+        while (position < text.size() && isInWord(text[position])) {
+            ++position;
+        }
+        words.push_back({begin, position});
+    }
+    return words;
+}
+
+/// Appends a word to the words of a phrase.
+void append(std::string& phrase, std::string_view word) {
+    if (!phrase.empty()) {
+        phrase += ' ';
+    }
+    phrase += word;
+}
+
+/// Whether there is a character that UTF-8 encodes with three bytes or more. Most scripts of such
+/// characters have no spaces between words.
+bool hasWideCharacter(std::string_view text) {
+    return std::ranges::any_of(
+        text, [](char character) { return static_cast<unsigned char>(character) >= 0xE0; });
+}
+
+/// A text without escape sequences, which knows where its bytes come from.
+class DecodedText final {
+public:
+    explicit DecodedText(std::string_view source) : text_(source), origins_(source.size() + 1) {
+        std::iota(origins_.begin(), origins_.end(), std::size_t{0});
+        unescape(text_, &origins_);
+        lowercase(text_);
+    }
+
+    [[nodiscard]] std::string_view text() const { return text_; }
+
+    /// Where the range is in the source.
+    [[nodiscard]] Range origin(Range range) const {
+        return {origins_[range.begin], origins_[range.end]};
+    }
+
+private:
+    std::string text_;
+    Origins origins_;
+};
+
+/// Where the text has the phrases: their words, with anything else between them.
+void findPhrases(const DecodedText& decoded, const ViewSet& phrases, std::vector<Range>& found) {
+    const std::string_view text = decoded.text();
+    const std::vector<Range> words = wordsOf(text);
+    for (std::size_t first = 0; first < words.size(); ++first) {
+        std::string phrase;
+        // A short value has no more words than characters.
+        const std::size_t end = std::min(words.size(), first + longValue);
+        for (std::size_t last = first; last < end && phrase.size() < 2 * longWord; ++last) {
+            const Range word = words[last];
+            append(phrase, text.substr(word.begin, word.end - word.begin));
+            if (phrases.contains(phrase)) {
+                found.push_back(decoded.origin({words[first].begin, word.end}));
+            }
+        }
+    }
+}
+
+/// Where the text has the values, even within a word.
+void findAnywhere(const DecodedText& decoded, const ViewSet& values, std::vector<Range>& found) {
+    const std::string_view text = decoded.text();
+    for (std::size_t begin = 0; begin < text.size() && !values.empty(); ++begin) {
+        for (std::size_t size = 1; size < longValue && begin + size <= text.size(); ++size) {
+            if (values.contains(text.substr(begin, size))) {
+                found.push_back(decoded.origin({begin, begin + size}));
+            }
+        }
+    }
+}
 
 template <typename Add>
 void forEachString(
@@ -410,7 +521,8 @@ void RequestEcho::add(std::string_view value) {
     const std::string_view text = trimmedASCII(whole.text);
     Buffer words(text);
     keepWords(words.text);
-    const bool isWord = std::ranges::all_of(text, isLetter);
+    const std::vector<Range> parts = wordsOf(text);
+    const bool isWord = parts.size() == 1 && std::ranges::all_of(words.text, isLetter);
     if (words.text.size() >= (isWord ? longWord : longValue)) {
         // A service may leave out the country code of the United States.
         constexpr std::size_t longNumber = 11;
@@ -418,8 +530,19 @@ void RequestEcho::add(std::string_view value) {
             std::ranges::all_of(words.text, isDigit)) {
             long_.emplace_back(words.text.substr(1));
         }
+        lowercase(words.text);
         long_.emplace_back(std::move(words.text));
         return;
+    }
+    Buffer phrase("");
+    for (const Range& part : parts) {
+        append(phrase.text, text.substr(part.begin, part.end - part.begin));
+    }
+    lowercase(phrase.text);
+    if (parts.size() == 1 && hasWideCharacter(phrase.text)) {
+        wide_.emplace_back(std::move(phrase.text));
+    } else if (parts.size() > 1 || phrase.text.size() >= shortestWord) {
+        phrases_.emplace_back(std::move(phrase.text));
     }
     if (!text.empty()) {
         quoted_.emplace_back(std::string(text));
@@ -438,6 +561,7 @@ void RequestEcho::addSecret(std::string_view value) {
     Buffer words(whole.text);
     keepWords(words.text);
     if (words.text.size() >= longSecret) {
+        lowercase(words.text);
         long_.emplace_back(std::move(words.text));
     }
     secrets_.emplace_back(std::move(whole.text));
@@ -467,7 +591,44 @@ bool RequestEcho::isIn(std::string_view text) const {
         return true;
     }
     keepWords(plain.text);
+    lowercase(plain.text);
     return PartIndex(viewsOf(long_)).hasPartIn(plain.text);
+}
+
+std::string RequestEcho::takenOutOf(std::string_view text) const {
+    // Look at the whole text: the shown part could end within a value.
+    if (isIn(text)) {
+        return {};
+    }
+    std::vector<Range> found;
+    const DecodedText decoded(text.substr(0, longestShown + longestMatch));
+    findPhrases(decoded, viewsOf(phrases_), found);
+    findAnywhere(decoded, viewsOf(wide_), found);
+    std::ranges::sort(found, {}, &Range::begin);
+    text = text.substr(0, longestShown);
+    if (found.empty()) {
+        return std::string(text);
+    }
+    std::string rest;
+    bool hasWords = false;
+    std::size_t position = 0;
+    const auto keepUntil = [&](std::size_t end) {
+        const std::string_view kept = text.substr(position, end - position);
+        hasWords = hasWords || std::ranges::any_of(kept, isInWord);
+        rest += kept;
+    };
+    for (const Range& range : found) {
+        if (range.begin >= text.size()) {
+            break;
+        }
+        if (range.begin >= position) {
+            keepUntil(range.begin);
+            rest += ellipsis;
+        }
+        position = std::min(std::max(position, range.end), text.size());
+    }
+    keepUntil(text.size());
+    return hasWords ? rest : std::string();
 }
 
 } // namespace orvel

@@ -16,8 +16,9 @@ namespace orvel {
 /// debug server. Such a text must not be shown or logged.
 ///
 /// Also finds a value that the text escapes for JSON, HTML or a URL, and a part of a long value. A
-/// short value, such as "ok", also occurs in other texts. It counts only as a whole quoted string
-/// or a whole HTML element, and a short number also as a word.
+/// short value also occurs in other texts. It counts only as a whole quoted string or a whole HTML
+/// element, and a short number also as a word. Elsewhere the short value is taken out and the rest
+/// is shown, except a single word of up to three letters, such as "ok", which says nothing.
 ///
 /// The work grows with the length of the values plus that of the text. Use it on the worker, and
 /// only after a failure. Wipes its copies, because values can be tokens.
@@ -33,6 +34,9 @@ public:
     void addSecretStrings(const boost::json::value& tree);
 
     [[nodiscard]] bool isIn(std::string_view text) const;
+    /// The start of the text, longer than what is shown of one, with a mark in place of each short
+    /// value. Empty if the text repeats another value or has nothing else.
+    [[nodiscard]] std::string takenOutOf(std::string_view text) const;
 
 private:
     // As `Secret`, which is wiped.
@@ -43,7 +47,11 @@ private:
     Values quoted_;
     /// Short values with a digit.
     Values numbers_;
-    /// The letters, digits and non-ASCII bytes of long values.
+    /// The words of short values, in lower case, with a space between them.
+    Values phrases_;
+    /// Short values in scripts without spaces between words.
+    Values wide_;
+    /// The letters, digits and non-ASCII bytes of long values, in lower case.
     Values long_;
 };
 

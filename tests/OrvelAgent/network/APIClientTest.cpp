@@ -333,16 +333,34 @@ TEST_F(APIClientTest, AnErrorTextThatRepeatsTheRequestIsNotShown) {
 
 TEST_F(APIClientTest, AReplyThatSharesOnlyShortWordsWithTheRequestIsShown) {
     for (const std::string& reply :
-         {std::string("<html>\r\n<head><title>502 Bad Gateway</title></head>\r\n<body>\r\n<center>"
-                      "<h1>502 Bad Gateway</h1></center>\r\n<hr><center>nginx</center>\r\n</body>"),
+         {std::string("<html>\r\n<head><title>502 Bad Proxy</title></head>\r\n<body>\r\n<p>"
+                      "<h1>502 Bad Proxy</h1></p>\r\n<hr><p>nginx</p>\r\n</body>"),
           std::string(R"({"ok":false,"code":"invalid"})"),
           std::string("Cannot POST /api/v1/context/ingest"),
-          std::string("Please wait a bit, no error is known.")}) {
+          std::string("No such user"),
+          std::string("ok")}) {
         EXPECT_EQ(uploadError(502, reply).body(), reply);
     }
     EXPECT_STREQ(
         uploadError(400, R"({"ok":false,"error":"mac/1.2.3 sends iMessage no longer"})").what(),
         "mac/1.2.3 sends iMessage no longer");
+}
+
+TEST_F(APIClientTest, ShortValuesOfTheRequestAreTakenOutOfTheReply) {
+    for (const auto& [reply, shown] : std::vector<std::pair<std::string, std::string>>{
+             {"<html>\r\n<head><title>502 Bad Gateway</title></head>\r\n<body>\r\n<center>"
+              "<h1>502 Bad Gateway</h1></center>\r\n<hr><center>nginx</center>\r\n</body>",
+              "<html>\r\n<head><title>502 Bad [\u2026]</title></head>\r\n<body>\r\n<[\u2026]>"
+              "<h1>502 Bad [\u2026]</h1></[\u2026]>\r\n<hr><[\u2026]>nginx</[\u2026]>\r\n</body>"},
+             {"Please wait a bit, no error is known.",
+              "[\u2026] wait a bit, no [\u2026] is known."},
+             {"Ann Lee is not known.", "[\u2026] is not known."}}) {
+        EXPECT_EQ(uploadError(502, reply).body(), shown);
+    }
+    EXPECT_STREQ(
+        uploadError(400, R"({"ok":false,"error":"The name Ann Lee is taken."})").what(),
+        "The name [\u2026] is taken.");
+    EXPECT_STREQ(uploadError(502, "Ann Lee").what(), "HTTP 502");
 }
 
 TEST_F(APIClientTest, AReplyWithASecretIsNotShownAsJSON) {

@@ -92,6 +92,74 @@ TEST(RequestEchoTest, ASingleWordBelowSixteenLettersIsNoEcho) {
     EXPECT_TRUE(echoOf("Donaudampfschiffahrt").isIn("no Donaudampfschiffahrt here"));
 }
 
+TEST(RequestEchoTest, AShortValueIsTakenOutInEveryForm) {
+    const struct {
+        const char* value;
+        const char* text;
+        const char* rest;
+    } cases[] = {
+        {"I'm ill", "cannot parse I'm ill here", "cannot parse [\u2026] here"},
+        {"I'm ill", R"(near I\u0027m ill.)", "near [\u2026]."},
+        {"I'm ill", "near I&#39;m\n  ill.", "near [\u2026]."},
+        {"I'm ill", "text=I%27m+ill&x=1", "text=[\u2026]&x=1"},
+        {"a@b.co", "unknown handle A@B.CO", "unknown handle [\u2026]"},
+        {"a@b.co", "mailto:a%40b.co rejected", "mailto:[\u2026] rejected"},
+        {"pregnant", "Message pregnant rejected", "Message [\u2026] rejected"},
+        {"Pregnant!", "Message PREGNANT rejected", "Message [\u2026] rejected"},
+        {"12:30", "no date at 12:30 or 112:30", "no date at [\u2026] or 112:30"},
+        {"Ann Lee", "Ann Lee and Ann Leeson", "[\u2026] and Ann Leeson"},
+        {"na\u00EFve", "not naive but na%C3%AFve", "not naive but [\u2026]"},
+        {"\u4F60", "x\u4F60\u597Dy", "x[\u2026]\u597Dy"},
+        {"\U0001F382", R"(bad \ud83c\udf82\ud83c\udf82)", "bad [\u2026][\u2026]"}};
+    for (const auto& [value, text, rest] : cases) {
+        EXPECT_EQ(echoOf(value).takenOutOf(text), rest) << text;
+    }
+}
+
+TEST(RequestEchoTest, ATextOfShortValuesOnlyIsNotShown) {
+    EXPECT_EQ(echoOf("I'm ill").takenOutOf("(I'm ill)"), "");
+    EXPECT_EQ(echoOf("I'm ill").takenOutOf("say \"I'm ill\""), "");
+    EXPECT_EQ(echoOf("a text that is long").takenOutOf("no: a text that is long"), "");
+}
+
+TEST(RequestEchoTest, AWordOfThreeLettersIsNotTakenOut) {
+    for (const char* value : {"ok", "No", "no!", "Bad", "a", "502"}) {
+        for (const char* text : {"No such user", "ok", "502 Bad Gateway", "No!", ":-("}) {
+            EXPECT_EQ(echoOf(value).takenOutOf(text), text) << value;
+        }
+    }
+}
+
+TEST(RequestEchoTest, ShortValuesAreTakenOutOfALongText) {
+    const RequestEcho echo = echoOf("I'm ill");
+    std::string text;
+    for (int i = 0; i < 100'000; ++i) {
+        text += "x I&#39;m ill ";
+    }
+    const std::string rest = echo.takenOutOf(text);
+    EXPECT_GT(rest.size(), 32'000U);
+    EXPECT_EQ(rest.find("ill"), std::string::npos);
+}
+
+TEST(RequestEchoTest, EachOfManyValuesWithACommonStartIsFound) {
+    RequestEcho echo;
+    for (int i = 10; i < 60; ++i) {
+        echo.add("+14155550" + std::to_string(i) + "1");
+        echo.add("see you at the station at noon, track " + std::to_string(i));
+    }
+    for (int i = 10; i < 60; ++i) {
+        const std::string number = std::to_string(i);
+        EXPECT_TRUE(echo.isIn("unknown handle +14155550" + number + "1.")) << i;
+        EXPECT_TRUE(echo.isIn("unknown handle 4155550" + number + "1.")) << i;
+        EXPECT_TRUE(echo.isIn("near \"station at noon, track " + number + "\"")) << i;
+    }
+    EXPECT_FALSE(echo.isIn("unknown handle +14155550621"));
+}
+
+TEST(RequestEchoTest, ALongValueIsFoundInCapitals) {
+    EXPECT_TRUE(echoOf("ann.lee@example.com").isIn("unknown handle ANN.LEE@EXAMPLE.COM"));
+}
+
 TEST(RequestEchoTest, ANumberWithoutItsCountryCodeIsFound) {
     EXPECT_TRUE(echoOf("+1 (415) 555-0134").isIn("unknown number 4155550134"));
     EXPECT_TRUE(echoOf("+14155550134").isIn("unknown number 415-555-0134"));
