@@ -43,7 +43,7 @@ Collects the user's Messages history in the background, from an icon in the tray
 )";
 constexpr int usageStatus = 2;
 /// Longer than `AppModel::shutdownTimeout`, so that it ends the process only if a thread hangs.
-constexpr std::chrono::milliseconds quitTimeout(1950);
+constexpr std::chrono::milliseconds quitTimeout(1980);
 
 /// Handles the options that need no display.
 bool handleOption(int argc, char** argv) {

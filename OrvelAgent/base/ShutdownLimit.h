@@ -13,17 +13,20 @@ namespace orvel {
 /// as reading from a network mount whose server is gone, can be neither ended nor waited for.
 class ShutdownLimit final {
 public:
-    /// `removeRemains` is called on another thread before the process ends. It must not wait for
-    /// what may hang.
+    /// How long `removeRemains` may take.
+    static constexpr std::chrono::milliseconds removalTimeout{50};
+
+    /// `removeRemains` is called on another thread before the process ends. The process ends even
+    /// if it hangs.
     explicit ShutdownLimit(std::function<void()> removeRemains);
     /// From here on, the process is not ended.
     ~ShutdownLimit();
     ShutdownLimit(const ShutdownLimit&) = delete;
     ShutdownLimit& operator=(const ShutdownLimit&) = delete;
 
-    /// Ends the process with status 0, without any further clean-up, unless this object is
-    /// destroyed within that time. Call it once.
-    void start(std::chrono::milliseconds limit);
+    /// Ends the process with that status, without any further clean-up, unless this object is
+    /// destroyed within the limit. `removeRemains` is called `removalTimeout` before. Call it once.
+    void start(std::chrono::milliseconds limit, int status = 0);
 
 private:
     const std::function<void()> removeRemains_;

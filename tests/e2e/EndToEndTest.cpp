@@ -2,6 +2,7 @@
 #include "core/messages/MessagesCollector.h"
 #include "core/messages/SQLiteDatabase.h"
 #include "tests/e2e/ScanHome.h"
+#include "tests/support/WaitUntil.h"
 #include "tests/support/messages/MessagesDatabaseBuilder.h"
 
 #include <boost/json/array.hpp>
@@ -11,7 +12,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <csignal>
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 
@@ -310,6 +314,27 @@ TEST_F(EndToEndTest, ASignalEndsTheScanAndRemovesTheCopy) {
         EXPECT_THAT(home_.leftovers(), IsEmpty());
     }
 }
+
+#ifdef HANGING_OPEN
+TEST_F(EndToEndTest, ADatabaseThatCannotBeOpenedDoesNotKeepItFromEnding) {
+    home_.makeSample({"--messages", "10", "--no-two-chat"});
+    Program::Options options = home_.command({"--preview"});
+    options.environment["LD_PRELOAD"] = HANGING_OPEN;
+    options.environment["HANGING_OPEN_PATH"] = home_.database().string();
+    options.environment["HANGING_OPEN_MARK"] = (home_ / "is-hanging").string();
+    const char* sanitizer = std::getenv("ASAN_OPTIONS");
+    options.environment["ASAN_OPTIONS"] =
+        (sanitizer != nullptr ? std::string(sanitizer) + ":" : "") + "verify_asan_link_order=0";
+    Program program(options);
+    ASSERT_TRUE(
+        test::waitUntil([this] { return std::filesystem::exists(home_ / "is-hanging"); }, 60s));
+    const auto start = std::chrono::steady_clock::now();
+    program.signal(SIGTERM);
+    EXPECT_EQ(program.waitFor(9s), 128 + SIGTERM) << program.errors();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 2500ms);
+    EXPECT_THAT(home_.leftovers(), IsEmpty());
+}
+#endif
 
 TEST_F(EndToEndTest, ItPausesBetweenBatchesOfHistoryAndASignalEndsThePause) {
     home_.makeSample({"--messages", "1200", "--no-two-chat"});

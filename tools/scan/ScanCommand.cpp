@@ -59,8 +59,9 @@ PlatformOptions scanPlatformOptions(const ScanArguments& arguments, bool isInter
     return options;
 }
 
-/// How long the keychain may take to store the session after a signal.
-constexpr tavrin::Seconds shutdownTimeout(2);
+/// How long the keychain may take to store the session after a signal. Shorter than the limit for
+/// the whole process.
+constexpr tavrin::Seconds shutdownTimeout(1.75);
 
 QCoro::Task<std::optional<tavrin::Secret>> provide(std::optional<tavrin::Secret> token) {
     co_return token;
@@ -68,7 +69,8 @@ QCoro::Task<std::optional<tavrin::Secret>> provide(std::optional<tavrin::Secret>
 
 } // namespace
 
-ScanCommand::ScanCommand(ScanArguments arguments)
+ScanCommand::ScanCommand(
+    ScanArguments arguments, std::shared_ptr<tavrin::LiveSnapshots> liveSnapshots)
     : arguments_(std::move(arguments)),
       isInteractive_(isatty(STDIN_FILENO) != 0 && isatty(STDERR_FILENO) != 0),
       platform_(makePlatform(scanPlatformOptions(arguments_, isInteractive_))),
@@ -118,6 +120,7 @@ ScanCommand::ScanCommand(ScanArguments arguments)
         arguments_.sourcePath.value_or(tavrin::ChatDatabaseSnapshot::defaultSourcePath());
     options.backfillPause = tavrin::Seconds(arguments_.isPreview ? 0 : arguments_.backfillPause);
     options.retryDelays = arguments_.retryDelays;
+    options.liveSnapshots = std::move(liveSnapshots);
     collector_ = std::make_unique<CollectorService>(
         *watermarkStore_,
         ingest,

@@ -16,6 +16,12 @@
 #include <optional>
 #include <string>
 
+namespace tavrin {
+
+class LiveSnapshots;
+
+} // namespace tavrin
+
 namespace orvel {
 
 class PreviewSession;
@@ -27,7 +33,9 @@ public:
     /// Throws `UsageError` for a preview without the known handles it needs,
     /// `tavrin::PlatformError` if a file cannot be read or written, and `tavrin::JSONDecodingError`
     /// if the list of known handles is invalid.
-    explicit ScanCommand(ScanArguments arguments);
+    ///
+    /// Lists the copy of the database while it exists.
+    ScanCommand(ScanArguments arguments, std::shared_ptr<tavrin::LiveSnapshots> liveSnapshots);
     ~ScanCommand() override;
 
     QCoro::Task<int> run() override;

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/base/ShutdownLimit.h"
 #include "OrvelAgent/base/SignalWatch.h"
 #include "core/Errors.h"
 #include "core/Text.h"
+#include "core/messages/SnapshotDirectory.h"
 #include "platform/Platform.h"
 #include "tools/scan/AccountCommand.h"
 #include "tools/scan/Command.h"
@@ -10,6 +12,7 @@
 
 #include <QCoreApplication>
 
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -23,9 +26,13 @@ namespace {
 constexpr int wrongUsage = 2;
 constexpr int signalStatus = 128;
 
-std::unique_ptr<orvel::Command> makeCommand(orvel::ScanArguments arguments) {
+/// How long the end may take after a signal.
+constexpr std::chrono::milliseconds quitTimeout(1980);
+
+std::unique_ptr<orvel::Command>
+makeCommand(orvel::ScanArguments arguments, std::shared_ptr<tavrin::LiveSnapshots> liveSnapshots) {
     if (arguments.action == orvel::ScanArguments::Action::Scan) {
-        return std::make_unique<orvel::ScanCommand>(std::move(arguments));
+        return std::make_unique<orvel::ScanCommand>(std::move(arguments), std::move(liveSnapshots));
     }
     return std::make_unique<orvel::AccountCommand>(std::move(arguments));
 }
@@ -44,8 +51,14 @@ QCoro::Task<> runAndQuit(orvel::Command* command) {
 
 /// Starts the command inside the event loop, because `exit` has no effect before `exec`.
 int execute(orvel::ScanArguments arguments) {
-    const std::unique_ptr<orvel::Command> command = makeCommand(std::move(arguments));
-    orvel::SignalWatch signalWatch([&command] { command->cancel(); });
+    const auto snapshots = std::make_shared<tavrin::LiveSnapshots>();
+    // Before all that may take long to destroy.
+    orvel::ShutdownLimit shutdownLimit([snapshots] { snapshots->removeDirectories(); });
+    const std::unique_ptr<orvel::Command> command = makeCommand(std::move(arguments), snapshots);
+    orvel::SignalWatch signalWatch([&] {
+        shutdownLimit.start(quitTimeout, signalStatus + signalWatch.received().value());
+        command->cancel();
+    });
     QCoro::Task<> running;
     QMetaObject::invokeMethod(
         QCoreApplication::instance(),

@@ -25,14 +25,32 @@ void stopHangingWorker() {
             pause();
         }
     });
-    limit.start(50ms);
+    limit.start(50ms, 7);
     worker.stop();
+}
+
+/// Ends the process with a signal if it takes too long.
+void hangInTheRemoval() {
+    alarm(20);
+    ShutdownLimit limit([] {
+        for (;;) {
+            pause();
+        }
+    });
+    limit.start(50ms);
+    for (;;) {
+        pause();
+    }
 }
 
 } // namespace
 
 TEST(ShutdownLimitDeathTest, EndsTheProcessAlthoughAWorkerHangs) {
-    EXPECT_EXIT(stopHangingWorker(), testing::ExitedWithCode(0), "removed");
+    EXPECT_EXIT(stopHangingWorker(), testing::ExitedWithCode(7), "removed");
+}
+
+TEST(ShutdownLimitDeathTest, EndsTheProcessAlthoughTheRemovalHangs) {
+    EXPECT_EXIT(hangInTheRemoval(), testing::ExitedWithCode(0), "");
 }
 
 TEST(ShutdownLimitTest, DoesNothingWhenTheProcessEndsInTime) {
