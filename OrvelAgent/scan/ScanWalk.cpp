@@ -25,13 +25,17 @@ using tavrin::MessagesCollector;
 /// Created, used and destroyed on the worker only.
 struct ScanWalk::Source {
     Source(
+        std::shared_ptr<tavrin::Interface> scanLock,
         tavrin::FileCopier& copier,
         const std::string& path,
         const tavrin::CancellationToken& cancellation,
         std::shared_ptr<tavrin::LiveSnapshots> live)
-        : snapshot(copier, path, cancellation, tavrin::ChatDatabaseSnapshot::wait, std::move(live)),
+        : lock(std::move(scanLock)),
+          snapshot(copier, path, cancellation, tavrin::ChatDatabaseSnapshot::wait, std::move(live)),
           collector(snapshot.open()) {}
 
+    /// Released last.
+    std::shared_ptr<tavrin::Interface> lock;
     // The collector is destroyed first, which closes the connection before the files are removed.
     tavrin::ChatDatabaseSnapshot snapshot;
     MessagesCollector collector;
@@ -79,20 +83,18 @@ ScanWalk::ScanWalk(
       summary_(summary) {}
 
 QCoro::Task<> ScanWalk::run() {
-    auto takeSnapshot = [&copier = dependencies_.fileCopier,
+    auto takeSnapshot = [&store = dependencies_.watermarkStore,
+                         &copier = dependencies_.fileCopier,
                          path = dependencies_.options.sourcePath,
                          live = dependencies_.options.liveSnapshots,
                          cancellation = cancellation_] {
+        const std::shared_ptr lock = store.tryLock();
+        if (!lock) {
+            throw std::runtime_error("Another scan is running.");
+        }
         tavrin::SnapshotDirectory::removeAbandoned();
-        return std::make_shared<Source>(copier, path, cancellation, live);
+        return std::make_shared<Source>(lock, copier, path, cancellation, live);
     };
-    auto lock = [&store = dependencies_.watermarkStore] {
-        return std::shared_ptr(store.tryLock());
-    };
-    lock_ = co_await dependencies_.worker.run(std::move(lock));
-    if (!lock_) {
-        throw std::runtime_error("Another scan is running.");
-    }
     source_ = co_await dependencies_.worker.run(std::move(takeSnapshot));
     if (const auto& failure = source_->snapshot.logCopyFailure()) {
         dependencies_.log.error(
@@ -111,9 +113,8 @@ QCoro::Task<> ScanWalk::run() {
 
 QCoro::Task<> ScanWalk::close() {
     // Remove the copy on the worker, because it may be large.
-    auto release = [source = std::move(source_), lock = std::move(lock_)]() mutable {
+    auto release = [source = std::move(source_)]() mutable {
         source.reset();
-        lock.reset();
     };
     co_await dependencies_.worker.run(std::move(release));
 }

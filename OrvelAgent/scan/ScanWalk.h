@@ -104,7 +104,6 @@ private:
     const tavrin::CancellationToken cancellation_;
     const std::uint64_t resetsAtStart_;
     ScanSummary& summary_;
-    std::shared_ptr<tavrin::Interface> lock_;
     std::shared_ptr<Source> source_;
     /// The highest row id of the first history batch.
     std::int64_t top_ = 0;

@@ -249,7 +249,7 @@ TEST_F(SettingsViewTest, ShowsBothTheChoiceAndTheReScanError) {
     with_.userDefaults.setFailsWrites(true);
     pick("mode", 0);
     button("rescan")->click();
-    EXPECT_TRUE(waitUntil([this] { return model_->rescanError().has_value(); }));
+    EXPECT_TRUE(waitUntil([this] { return model_->settingsError() && model_->rescanError(); }));
     EXPECT_EQ(
         text("settingsError"),
         model_->settingsError().value() + "\n" + model_->rescanError().value());
