@@ -94,8 +94,12 @@ protected:
             {},
             IngestClient::requestTimeout);
         const IngestClient ingest(api, configuration.shortVersion());
+        const std::optional<AccountSession> session = runTask(auth_->session());
+        if (!session) {
+            return false;
+        }
         try {
-            runTask(ingest.authorizedBy(runTask(auth_->session()).value()).fetchKnownHandleHints());
+            runTask(ingest.authorizedBy(*session).fetchKnownHandleHints());
             return true;
         } catch (const APIError& error) {
             EXPECT_EQ(error.status(), 401);
