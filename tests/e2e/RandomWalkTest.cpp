@@ -135,6 +135,12 @@ private:
 
     void start() {
         model_ = std::make_unique<AppModel>(with_.platform, with_.updatePresenter, options_);
+        const CollectorService& collector = model_->collector();
+        QObject::connect(&collector, &CollectorService::changed, &collector, [this, &collector] {
+            if (!collector.isScanning()) {
+                scanSession_.reset();
+            }
+        });
     }
 
     void takeStep() {
@@ -249,6 +255,9 @@ private:
     void signIn() {
         browserSession_ = newSession(pick(2));
         note(fmt::format("sign in as {}", browserSession_.account));
+        if (!model_->collector().isScanning()) {
+            scanSession_.reset();
+        }
         runTask(model_->auth().signIn());
     }
 
@@ -389,7 +398,7 @@ private:
         return std::nullopt;
     }
 
-    /// A scan begins with the request of the known handles.
+    /// A scan begins with the request of the known handles, unless there is no token for it.
     void checkSender(const URLRequest& request, bool isScanStart) {
         const std::optional<SignIn> sender = senderOf(request);
         if (!sender) {
@@ -405,7 +414,7 @@ private:
                 email.value_or("nobody"),
                 request.url));
         }
-        if (isScanStart) {
+        if (isScanStart || !scanSession_) {
             scanSession_ = sender->number;
         } else if (scanSession_ != sender->number) {
             violate("a request of another sign-in than the scan's: " + request.url);
@@ -517,7 +526,7 @@ private:
     /// By account.
     std::map<int, SignIn> latestSessions_;
     /// The number of the sign-in that the last scan began with.
-    int scanSession_ = 0;
+    std::optional<int> scanSession_;
     int tokens_ = 0;
     std::vector<std::string> story_;
     std::size_t notedLines_ = 0;
