@@ -141,8 +141,25 @@ class SuiteTest(TreeTest):
                    "TEST_P(PortTest, A) {}\nTYPED_TEST(KindTest, B) {}\n")
         self.write("tests/service/OtherTest.cpp", "TEST(OtherTest, A) {}\n")
         self.assertEqual(
-            mutants.suites_in(self.root, "tests/core"),
+            set(mutants.suites_in(self.root, "tests/core")),
             {"TextTest", "DateTest", "PortTest", "KindTest"})
+
+    def test_the_tests_of_the_fault_s_file_come_first(self):
+        self.write("tests/core/SomeTest.cpp", "TEST(SomeTest, A) {}\n")
+        self.write("tests/core/TextTest.cpp", "TEST(TextTest, A) {}\n")
+        self.write("tests/core/UserTest.cpp", '#include "core/Text.h"\nTEST(UserTest, A) {}\n')
+        headers = mutants.suites_in(self.root, "tests/core")
+        tests = [("core_tests", ["SomeTest", "UserTest", "TextTest"])]
+        self.assertEqual(
+            mutants.nearest_first(tests, headers, "core/Text.cpp"),
+            [("core_tests", ["TextTest"]), ("core_tests", ["UserTest"]),
+             ("core_tests", ["SomeTest"])])
+
+    def test_reads_the_time_of_the_longest_test(self):
+        output = ("[       OK ] TextTest.Trims (12 ms)\n[  SKIPPED ] TextTest.Cuts (1500 ms)\n"
+                  "[----------] 2 tests from TextTest (9000 ms total)\n")
+        self.assertEqual(mutants.longest_test(output), 1.5)
+        self.assertEqual(mutants.longest_test(""), 0)
 
     def test_reads_the_list_of_a_program(self):
         output = ("TextTest.\n  Trims\nEach/PortTest.\n  Opens/0  # GetParam() = 1\n"
@@ -165,7 +182,8 @@ class JudgementTest(TreeTest):
         worker = object.__new__(mutants.Worker)
         worker.tree = self.root
         worker.tests = {"core": [("core_tests", ["DateTest", "TextTest"])]}
-        worker.seconds = {"core": 1}
+        worker.headers = {"core": {"DateTest": set(), "TextTest": set()}}
+        worker.longest = {"core": 1}
         self.planted = []
         self.run = []
 
@@ -174,7 +192,7 @@ class JudgementTest(TreeTest):
                 self.planted.append(file.read())
             return build
 
-        def run_suites(_, program, names, seconds):
+        def run_suites(_, program, names, limit):
             self.run.append(names)
             return suites[names[0]]
 
@@ -197,7 +215,7 @@ class JudgementTest(TreeTest):
         self.assertEqual(self.judge((0, ""), {"TextTest": (1, "")}), "killed")
         self.assertEqual(self.run, [["TextTest"]])
 
-    def test_the_time_limit_kills_a_fault(self):
+    def test_a_hang_kills_a_fault(self):
         self.assertEqual(self.judge((0, ""), {"TextTest": (None, "")}), "killed")
 
     def test_a_crash_kills_a_fault(self):
@@ -205,6 +223,48 @@ class JudgementTest(TreeTest):
 
     def test_a_fault_that_does_not_compile_is_not_killed(self):
         self.assertEqual(self.judge((1, "Text.cpp:5: error: no"), {}), "not compiled")
+
+
+class WaitTest(TreeTest):
+    def run_program(self, program, limit):
+        worker = object.__new__(mutants.Worker)
+        worker.tree = self.root
+        worker.log = os.path.join(self.root, "log")
+        return worker.run([sys.executable, "-u", "-c", program], limit)
+
+    def test_returns_status_and_output(self):
+        self.assertEqual(self.run_program("print('text'); exit(3)", 60), (3, "text\n"))
+
+    def test_ends_a_program_that_prints_nothing_more(self):
+        status, output = self.run_program("print('text'); import signal; signal.pause()", 0.1)
+        self.assertEqual((status, output), (None, "text\n"))
+
+
+class RunTest(unittest.TestCase):
+    def test_a_tree_that_cannot_be_built_ends_the_run(self):
+        class Worker:
+            tests = {}
+            tree = "tree"
+
+            def configure(self):
+                raise mutants.Unusable("Configuring failed.")
+
+        run = mutants.Run([fault()], show=False)
+        run.work(Worker())
+        self.assertEqual(str(run.failure), "Configuring failed.")
+
+    def test_faults_of_a_folder_follow_each_other(self):
+        faults = [
+            mutants.Fault(folder, {"file": file, "what": str(number), "old": "a", "new": "b"})
+            for number, (folder, file) in enumerate(
+                [("core", "core/A.cpp"), ("scan", "OrvelAgent/scan/B.cpp"),
+                 ("core", "core/C.cpp"), ("scan", "OrvelAgent/scan/B.cpp"),
+                 ("core", "core/C.cpp")])]
+        run = mutants.Run(faults, show=False)
+        groups = [run.groups.get_nowait() for _ in range(run.groups.qsize())]
+        self.assertEqual(
+            [[planted.what for planted in group] for group in groups],
+            [["2", "4"], ["0"], ["1", "3"]])
 
 
 class ResultTest(unittest.TestCase):
