@@ -45,20 +45,10 @@ bool isName(std::string_view name) {
     });
 }
 
-/// Locks the directory. Returns no descriptor if another process holds the lock, the directory
-/// belongs to another user, or the path no longer names it.
-FileDescriptor lock(const fs::path& directory) {
-    FileDescriptor descriptor(
-        open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    struct stat locked {};
-    struct stat named {};
-    if (!descriptor.isOpen() || fstat(descriptor.get(), &locked) != 0 ||
-        locked.st_uid != geteuid() || flock(descriptor.get(), LOCK_EX | LOCK_NB) != 0 ||
-        lstat(directory.c_str(), &named) != 0 || locked.st_dev != named.st_dev ||
-        locked.st_ino != named.st_ino) {
-        return {};
-    }
-    return descriptor;
+FileDescriptor openAndLock(const fs::path& directory) {
+    return SnapshotDirectory::tryLock(
+        FileDescriptor(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)),
+        directory);
 }
 
 } // namespace
@@ -94,7 +84,7 @@ SnapshotDirectory::SnapshotDirectory(std::shared_ptr<LiveSnapshots> live) : live
                 path_,
                 std::error_code(errno, std::generic_category()));
         }
-        lock_ = lock(path_);
+        lock_ = openAndLock(path_);
         if (lock_.isOpen()) {
             if (live_ != nullptr) {
                 live_->add(path_);
@@ -132,10 +122,21 @@ std::size_t SnapshotDirectory::removeAbandoned() {
     }
     return static_cast<std::size_t>(
         std::count_if(candidates.begin(), candidates.end(), [](const fs::path& candidate) {
-            const FileDescriptor held = lock(candidate);
+            const FileDescriptor held = openAndLock(candidate);
             std::error_code failure;
             return held.isOpen() && fs::remove_all(candidate, failure) > 0 && !failure;
         }));
+}
+
+FileDescriptor SnapshotDirectory::tryLock(FileDescriptor directory, const fs::path& path) {
+    struct stat locked {};
+    struct stat named {};
+    if (!directory.isOpen() || fstat(directory.get(), &locked) != 0 || locked.st_uid != geteuid() ||
+        flock(directory.get(), LOCK_EX | LOCK_NB) != 0 || lstat(path.c_str(), &named) != 0 ||
+        locked.st_dev != named.st_dev || locked.st_ino != named.st_ino) {
+        return {};
+    }
+    return directory;
 }
 
 } // namespace tavrin

@@ -56,6 +56,11 @@ public:
     /// their number. Ignores directories that cannot be removed.
     static std::size_t removeAbandoned();
 
+    /// Locks the opened directory. Returns no descriptor if another process holds the lock, the
+    /// directory belongs to another user, or the path no longer names it.
+    [[nodiscard]] static FileDescriptor
+    tryLock(FileDescriptor directory, const std::filesystem::path& path);
+
 private:
     const std::shared_ptr<LiveSnapshots> live_;
     std::filesystem::path path_;

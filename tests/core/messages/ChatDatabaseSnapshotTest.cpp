@@ -2,10 +2,12 @@
 #include "core/messages/ChatDatabaseSnapshot.h"
 
 #include "core/Errors.h"
+#include "core/FileDescriptor.h"
 #include "core/messages/FileCopier.h"
 #include "core/messages/SQLiteDatabase.h"
 #include "core/messages/SnapshotDirectory.h"
 #include "tests/platform/RealFileCopier.h"
+#include "tests/support/DescriptorLimit.h"
 #include "tests/support/NeedsRoot.h"
 #include "tests/support/SmallDisk.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -13,8 +15,10 @@
 #include "tests/support/messages/LiveDatabaseWriter.h"
 #include "tests/support/messages/WritableDatabase.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -36,6 +40,7 @@
 #include <string>
 #include <system_error>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace tavrin {
@@ -43,6 +48,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
+using orvel::test::DescriptorLimit;
 using orvel::test::LiveDatabaseWriter;
 using orvel::test::SmallDisk;
 using orvel::test::TemporaryDirectory;
@@ -306,9 +312,21 @@ TEST_F(ChatDatabaseSnapshotTest, ReportsThatItsDirectoryCannotBeCreated) {
     EXPECT_THROW(ChatDatabaseSnapshot(copier_, source_), fs::filesystem_error);
 }
 
+TEST_F(ChatDatabaseSnapshotTest, ReportsThatItsDirectoryCannotBeLocked) {
+    makeQuietDatabase(1);
+
+    {
+        const DescriptorLimit none(0);
+        EXPECT_THROW(SnapshotDirectory(), fs::filesystem_error);
+    }
+
+    EXPECT_THAT(namesIn(temporary_.path()), IsEmpty());
+}
+
 TEST_F(ChatDatabaseSnapshotTest, UsesTheSystemsTemporaryDirectoryIfTheUserHasNone) {
     setenv("TMPDIR", "", 1);
-
+    EXPECT_EQ(SnapshotDirectory::parent(), "/tmp");
+    unsetenv("TMPDIR");
     EXPECT_EQ(SnapshotDirectory::parent(), "/tmp");
 }
 
@@ -316,6 +334,19 @@ TEST_F(ChatDatabaseSnapshotTest, ReadsTheUsersMessagesByDefault) {
     const std::string home = std::getenv("HOME");
 
     EXPECT_EQ(ChatDatabaseSnapshot::defaultSourcePath(), home + "/Library/Messages/chat.db");
+}
+
+TEST_F(ChatDatabaseSnapshotTest, FindsTheUsersMessagesWithoutAHomeInTheEnvironment) {
+    const std::string home = std::getenv("HOME");
+    const std::string expected =
+        std::string(getpwuid(geteuid())->pw_dir) + "/Library/Messages/chat.db";
+
+    unsetenv("HOME");
+    EXPECT_EQ(ChatDatabaseSnapshot::defaultSourcePath(), expected);
+    setenv("HOME", "", 1);
+    EXPECT_EQ(ChatDatabaseSnapshot::defaultSourcePath(), expected);
+
+    setenv("HOME", home.c_str(), 1);
 }
 
 TEST_F(ChatDatabaseSnapshotTest, ReportsAMissingSource) {
@@ -649,6 +680,14 @@ TEST_F(ChatDatabaseSnapshotWithoutLogTest, IsCopiedOnceWhenNothingChanges) {
     EXPECT_EQ(copiesMadeWhen([] {}), 1);
 }
 
+TEST_F(ChatDatabaseSnapshotWithoutLogTest, IsCopiedAlthoughItsTimeIsInTheFuture) {
+    fs::last_write_time(source_, fs::file_time_type::clock::now() + 1h);
+
+    const ChatDatabaseSnapshot snapshot(copier_, source_, {}, ignorePause);
+
+    EXPECT_TRUE(holdsMessages(snapshot, 100));
+}
+
 TEST_F(ChatDatabaseSnapshotWithoutLogTest, IsCopiedAgainWhenItsTimeChanges) {
     EXPECT_EQ(
         copiesMadeWhen([this] { fs::last_write_time(source_, fs::file_time_type::clock::now()); }),
@@ -689,6 +728,27 @@ TEST_F(ChatDatabaseSnapshotWithoutLogTest, WaitsWhileAnotherChangeCouldKeepTheSa
 
     EXPECT_THAT(copiesBeforePause, testing::ElementsAre(0));
     EXPECT_EQ(copiesOfMainFile(), 1);
+}
+
+TEST_F(ChatDatabaseSnapshotWithoutLogTest, IsNotLookedAtAgainWhenCancelledInAPause) {
+    int pauses = 0;
+    whileFresh([&] {
+        pauses = 0;
+        CancellationSource cancellation;
+        EXPECT_THROW(
+            ChatDatabaseSnapshot(
+                copier_,
+                source_,
+                cancellation.token(),
+                [&](auto, const auto&) {
+                    ++pauses;
+                    cancellation.cancel();
+                    fs::last_write_time(source_, fs::file_time_type::clock::now());
+                }),
+            TaskCancelled);
+    });
+
+    EXPECT_EQ(pauses, 1);
 }
 
 TEST_F(ChatDatabaseSnapshotTest, CopiesAgainWhenACheckpointChangesAMainFileCopiedWithoutItsLog) {
@@ -834,6 +894,22 @@ TEST_F(ChatDatabaseSnapshotSweepTest, KeepsSnapshotsInUse) {
 
     EXPECT_EQ(SnapshotDirectory::removeAbandoned(), 0U);
     EXPECT_TRUE(holdsMessages(snapshot, 10));
+}
+
+TEST_F(ChatDatabaseSnapshotSweepTest, LocksNoDirectoryThatIsNoLongerInItsPlace) {
+    const fs::path directory = leaveBehind("some");
+    const auto opened = [&] {
+        return FileDescriptor(open(directory.c_str(), O_RDONLY | O_DIRECTORY));
+    };
+    EXPECT_TRUE(SnapshotDirectory::tryLock(opened(), directory).isOpen());
+
+    FileDescriptor former = opened();
+    fs::rename(directory, temporary_ / "moved");
+    EXPECT_FALSE(SnapshotDirectory::tryLock(std::move(former), directory).isOpen());
+
+    former = FileDescriptor(open((temporary_ / "moved").c_str(), O_RDONLY | O_DIRECTORY));
+    leaveBehind("some");
+    EXPECT_FALSE(SnapshotDirectory::tryLock(std::move(former), directory).isOpen());
 }
 
 TEST_F(ChatDatabaseSnapshotSweepTest, RemovesAllOfSeveral) {
