@@ -500,7 +500,6 @@ void MessagesCollector::refreshCache() {
     if (cache_->version == version) {
         return;
     }
-    cache_->version.reset();
     cache_->chats.clear();
     for (auto& [rowID, info] : loadChats()) {
         cache_->chats.emplace(rowID, Cache::Chat{std::move(info)});

@@ -732,6 +732,20 @@ TEST_F(MessagesCollectorTest, TheCountOmitsRowsWithoutUserContentOrThread) {
     EXPECT_EQ(collector().countMessages(Date(Seconds(1710003943))), 0);
 }
 
+TEST_F(MessagesCollectorTest, TheHighestRowIDStaysWhenMessagesAreDeleted) {
+    EXPECT_EQ(collector().highestRowID(), 0);
+    addMessages(3);
+    EXPECT_EQ(collector().highestRowID(), 3);
+    builder_.execute("DELETE FROM message WHERE ROWID > 1");
+    EXPECT_EQ(collector().highestRowID(), 3);
+}
+
+TEST_F(MessagesCollectorTest, WithoutASequenceTheHighestRowIDIsThatOfTheMessages) {
+    addMessages(3);
+    builder_.execute("DELETE FROM sqlite_sequence");
+    EXPECT_EQ(collector().highestRowID(), 3);
+}
+
 TEST_F(MessagesCollectorTest, IllFormedTextIsRepairedInEveryFieldAndMakesValidJSON) {
     const std::int64_t handle = builder_.addHandle("a\xFF@example.com");
     const std::int64_t chat = builder_.addChat({.guid = "chat\xC3", .participants = {handle}});
@@ -911,6 +925,23 @@ TEST_F(MessagesCollectorTest, AnIdChangedByAProgramIsNotDamaged) {
     EXPECT_EQ(collector().highestRowID(), 1000);
 }
 
+TEST_F(MessagesCollectorTest, AWalkWithoutARowThatFitsEnds) {
+    builder_.dropColumn("message", "item_type");
+    builder_.execute("ALTER TABLE message RENAME TO message_rows");
+    // More rows than a batch reads in search of one that fits.
+    builder_.execute(
+        "CREATE VIEW message AS WITH RECURSIVE numbers(number) AS"
+        " (SELECT 1 UNION ALL SELECT number + 1 FROM numbers WHERE number < 100001)"
+        " SELECT 'text' AS ROWID, 'guid' AS guid, 1 AS date, 0 AS is_from_me, NULL AS text,"
+        " NULL AS handle_id FROM numbers");
+    Options options = everything();
+    options.batchLimit = 100'000;
+    const Batch batch = collector().collect(0, options);
+    EXPECT_EQ(batch.scanned, 0);
+    EXPECT_EQ(batch.highWatermark, 0);
+    EXPECT_FALSE(batch.hasMore);
+}
+
 /// The row id of one message is wrong. The parameters are the wrong id and the batch limit.
 class MessagesCollectorDisorderTest
     : public MessagesCollectorTest,
@@ -973,6 +1004,11 @@ TEST_P(MessagesCollectorDisorderTest, BackwardsOnlyTheWrongRowIsSkipped) {
     EXPECT_GE(outOfOrder_, 1);
     EXPECT_EQ(skipped_, outOfOrder_);
     EXPECT_EQ(last_, 1);
+}
+
+TEST_P(MessagesCollectorDisorderTest, ABatchHasAtMostTheLimit) {
+    EXPECT_LE(collector().collect(0, options_).scanned, options_.batchLimit);
+    EXPECT_LE(collector().collectBackfill(greatest, options_).scanned, options_.batchLimit);
 }
 
 /// In such small batches, SQLite may look for the next row behind the wrong one.
