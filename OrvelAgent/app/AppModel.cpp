@@ -77,7 +77,6 @@ AppModel::AppModel(
           {ingest_,
            contacts_,
            collector_,
-           *platform.clock,
            [this](tavrin::CancellationToken cancellation) {
                return auth_.session(std::move(cancellation));
            }},

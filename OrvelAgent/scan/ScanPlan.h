@@ -36,7 +36,6 @@ struct ScanPlan {
     AddressBook addressBook = AddressBook::Unused;
     /// Must be valid for `AppleEpoch::rawNanoseconds`.
     std::optional<tavrin::Date> since;
-    tavrin::Date startedAt;
 };
 
 } // namespace orvel

@@ -75,7 +75,6 @@ QCoro::Task<ScanPlan> ScanRun::makePlan(
     plan.mode = choices.mode;
     plan.scope = choices.scope;
     plan.since = since;
-    plan.startedAt = services_.clock.now();
     ScanPlan::HintSet hints = co_await fetchKnownHandles(choices.scope, cancellation);
     const bool consultsAddressBook = !hints.empty();
     if (addressBookUse != AddressBookUse::None) {

@@ -42,7 +42,6 @@ public:
         IngestClient ingest;
         ContactBridge& contacts;
         CollectorService& collector;
-        Clock& clock;
         /// Returns the sign-in in force, or no value while the user is signed out.
         std::function<QCoro::Task<std::optional<AccountSession>>(tavrin::CancellationToken)>
             session;

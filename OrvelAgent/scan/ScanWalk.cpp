@@ -233,12 +233,8 @@ QCoro::Task<> ScanWalk::walkBackfill() {
             co_return;
         }
         if (hasRecords) {
-            try {
-                co_await sleepFor(
-                    &dependencies_.clock, dependencies_.options.backfillPause, cancellation_);
-            } catch (const tavrin::TaskCancelled&) {
-                co_return;
-            }
+            co_await sleepFor(
+                &dependencies_.clock, dependencies_.options.backfillPause, cancellation_);
         }
     }
 }

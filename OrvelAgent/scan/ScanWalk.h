@@ -76,7 +76,7 @@ public:
     ScanWalk& operator=(const ScanWalk&) = delete;
 
     /// Ends between two batches if paused, cancelled or reset. Throws the error of a failed step,
-    /// and `tavrin::TaskCancelled` if cancelled during a copy, an upload or a pause before a retry.
+    /// and `tavrin::TaskCancelled` if cancelled during a copy, an upload or a pause.
     QCoro::Task<> run();
 
     /// Removes the copy of the database. Await it after `run`, even if that threw.

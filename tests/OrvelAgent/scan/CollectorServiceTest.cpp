@@ -2,8 +2,10 @@
 #include "OrvelAgent/scan/CollectorService.h"
 
 #include "OrvelAgent/base/Configuration.h"
+#include "OrvelAgent/network/TokenUnavailable.h"
 #include "core/Errors.h"
 #include "core/messages/ChatDatabaseSnapshot.h"
+#include "core/messages/SnapshotDirectory.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/fakes/FakeBundle.h"
@@ -44,7 +46,10 @@ using tavrin::ThreadScope;
 
 constexpr std::int64_t cursorAtStart = 9223372036854775807;
 
-QCoro::Task<std::optional<tavrin::Secret>> oneToken() {
+QCoro::Task<std::optional<tavrin::Secret>> oneToken(bool isMissing) {
+    if (isMissing) {
+        throw TokenUnavailable("There is no token.");
+    }
     const std::optional<tavrin::Secret> token = tavrin::Secret("token");
     co_return token;
 }
@@ -93,13 +98,14 @@ protected:
     ScanPlan planOf(ThreadScope scope, CollectionMode mode = CollectionMode::WithBodies) {
         ScanPlan plan;
         plan.session.account = account_;
-        plan.session.tokenProvider = oneToken;
+        plan.session.tokenProvider = [this] {
+            return oneToken(isTokenMissing_);
+        };
         plan.mode = mode;
         plan.scope = scope;
         plan.knownHandles =
             std::make_shared<const ScanPlan::HintSet>(ScanPlan::HintSet{"4155550134"});
         plan.addressBook = addressBook_;
-        plan.startedAt = clock_.now();
         return plan;
     }
 
@@ -111,6 +117,7 @@ protected:
             received_.emplace_back(record.at("guid").as_string());
         }
         lastPayload_ = payload;
+        watermarks_.push_back(payload.at("watermark").as_int64());
         URLResponse response;
         response.status = 200;
         response.body = fmt::format(
@@ -171,29 +178,33 @@ protected:
     Worker worker_;
     tavrin::CancellationSource cancellation_;
     WatermarkStore store_{defaults_};
+    IngestClient ingest_{
+        APIClient(
+            session_,
+            worker_,
+            Configuration(bundle_),
+            "https://api.test.example",
+            {},
+            IngestClient::requestTimeout),
+        "0.0.0"};
+    std::shared_ptr<tavrin::LiveSnapshots> live_ = std::make_shared<tavrin::LiveSnapshots>();
     CollectorService service_{
         store_,
-        IngestClient(
-            APIClient(
-                session_,
-                worker_,
-                Configuration(bundle_),
-                "https://api.test.example",
-                {},
-                IngestClient::requestTimeout),
-            "0.0.0"),
+        ingest_,
         copier_,
         clock_,
         worker_,
         log_,
-        {.sourcePath = (directory_ / "chat.db").string()}};
+        {.sourcePath = (directory_ / "chat.db").string(), .liveSnapshots = live_}};
 
     std::string account_ = "uid-1";
+    bool isTokenMissing_ = false;
     ScanPlan::AddressBook addressBook_ = ScanPlan::AddressBook::Unused;
     QTimer driver_;
     std::vector<double> waits_;
     std::vector<std::string> received_;
     boost::json::value lastPayload_;
+    std::vector<std::int64_t> watermarks_;
     std::function<void()> onBatch_;
     std::function<void()> onWait_;
 };
@@ -211,6 +222,7 @@ TEST_F(CollectorServiceTest, AFreshScanWalksBackThroughHistoryAndThenForward) {
     EXPECT_EQ(summary->watermark, 1200);
     EXPECT_EQ(summary->mode, CollectionMode::WithBodies);
     EXPECT_EQ(session_.requests().size(), 3U);
+    EXPECT_EQ(watermarks_, (std::vector<std::int64_t>{1200, 700, 200}));
     EXPECT_EQ(received_.front(), "message-1200");
     EXPECT_EQ(received_.back(), "message-1");
     EXPECT_EQ(std::set(received_.begin(), received_.end()).size(), 1200U);
@@ -221,8 +233,9 @@ TEST_F(CollectorServiceTest, AFreshScanWalksBackThroughHistoryAndThenForward) {
 
 TEST_F(CollectorServiceTest, ItPausesTenSecondsAfterEachSentBatchOfHistory) {
     addMessages(1200);
-    scan();
+    const auto summary = scan();
     EXPECT_EQ(waits_, (std::vector<double>{10, 10}));
+    EXPECT_EQ((summary->finishedAt - summary->startedAt).count(), 20);
 }
 
 TEST_F(CollectorServiceTest, ItDoesNotPauseAfterABatchWithNothingToSend) {
@@ -269,6 +282,35 @@ TEST_F(CollectorServiceTest, AScanOfAnEmptyDatabaseSucceeds) {
     EXPECT_TRUE(store_.isBackfillDone());
     EXPECT_EQ(store_.watermark(), 0);
     EXPECT_EQ(store_.backfillCursor(), cursorAtStart);
+}
+
+TEST_F(CollectorServiceTest, EveryRowIsCounted) {
+    addMessages(2);
+    addMessages(1, false);
+    database_.addMessage({.chats = {knownChat_}, .itemType = 1});
+    database_.addMessage({.attributedBody = "no text", .chats = {knownChat_}});
+    const auto summary = scan(ThreadScope::KnownContactsOnly);
+    EXPECT_EQ(summary->scanned, 5);
+    EXPECT_EQ(summary->collected, 3);
+    EXPECT_EQ(summary->skippedOutOfScope, 1);
+    EXPECT_EQ(summary->skippedUndecodable, 1);
+    EXPECT_EQ(summary->skippedNotUserContent, 1);
+    EXPECT_EQ(summary->uploaded, 3);
+}
+
+TEST_F(CollectorServiceTest, ProgressIsSavedInOrder) {
+    addMessages(3);
+    scan();
+    EXPECT_EQ(
+        defaults_.takeChangedKeys(),
+        (std::vector<std::string>{
+            "messages.progress.owner",
+            "messages.last24h.count",
+            "messages.last24h.at",
+            "messages.rowid.watermark",
+            "messages.backfill.cursor",
+            "messages.backfill.done",
+            "messages.rowid.watermark"}));
 }
 
 TEST_F(CollectorServiceTest, ABatchOutOfScopeMovesTheCursorAndSendsNothing) {
@@ -361,6 +403,28 @@ TEST_F(CollectorServiceTest, AFailedFirstBatchSavesNoProgress) {
     EXPECT_FALSE(store_.isBackfillDone());
 }
 
+TEST_F(CollectorServiceTest, AFailedUploadOfNewMessagesSavesNoProgress) {
+    addMessages(3);
+    scan();
+    addMessages(1);
+    session_.enqueue(400, R"({"ok":false,"error":"bad"})");
+    EXPECT_EQ(scan()->error, "bad");
+    EXPECT_EQ(store_.watermark(), 3);
+    EXPECT_EQ(scan()->uploaded, 1);
+}
+
+TEST_F(CollectorServiceTest, ABatchWithoutATokenIsSentLater) {
+    addMessages(3);
+    isTokenMissing_ = true;
+    onWait_ = [this] {
+        onWait_ = {};
+        isTokenMissing_ = false;
+    };
+    EXPECT_EQ(scan()->uploaded, 3);
+    EXPECT_EQ(session_.requests().size(), 1U);
+    EXPECT_EQ(waits_, (std::vector<double>{5, 5}));
+}
+
 TEST_F(CollectorServiceTest, ARefusalIsNotRetried) {
     addMessages(3);
     for (const int status : {400, 401, 408, 413}) {
@@ -419,6 +483,50 @@ TEST_F(CollectorServiceTest, PausingStopsBeforeTheNextBatchAndRecordsWhatWasDone
     EXPECT_EQ(scan()->uploaded, 700);
 }
 
+TEST_F(CollectorServiceTest, PausingStopsBeforeTheNextBatchOfNewMessages) {
+    addMessages(3);
+    scan();
+    addMessages(1200);
+    onBatch_ = [&] {
+        service_.setPaused(true);
+    };
+    const auto summary = scan();
+    EXPECT_FALSE(summary->error);
+    EXPECT_EQ(summary->scanned, 500);
+    EXPECT_EQ(store_.watermark(), 503);
+}
+
+TEST_F(CollectorServiceTest, AcceptedMessagesAreSavedAlthoughTheScanIsCancelled) {
+    addMessages(600);
+    const auto cancelWhenAccepted = [this](std::string_view message) {
+        if (message.starts_with("batch accepted")) {
+            cancellation_.cancel();
+        }
+    };
+    log_.setOnWrite(cancelWhenAccepted);
+    expectStopped(scan());
+    EXPECT_EQ(store_.watermark(), 600);
+    EXPECT_EQ(store_.backfillCursor(), 101);
+
+    log_.setOnWrite({});
+    cancellation_ = {};
+    EXPECT_EQ(scan()->scanned, 100);
+    addMessages(600);
+    log_.setOnWrite(cancelWhenAccepted);
+    EXPECT_EQ(scan()->scanned, 500) << "the next batch of new messages is not read";
+    EXPECT_EQ(store_.watermark(), 1100);
+}
+
+TEST_F(CollectorServiceTest, NewMessagesWaitForAHistoryThatIsNoLongerDone) {
+    addMessages(3);
+    scan();
+    addMessages(600);
+    onBatch_ = [&] {
+        store_.setBackfillDone(false);
+    };
+    EXPECT_EQ(scan()->uploaded, 500);
+}
+
 TEST_F(CollectorServiceTest, CancellingDuringThePauseEndsTheScan) {
     addMessages(1200);
     onWait_ = [&] {
@@ -435,6 +543,17 @@ TEST_F(CollectorServiceTest, CancellingDuringTheCopyEndsTheScan) {
     cancellation_.cancel();
     expectStopped(scan());
     EXPECT_TRUE(session_.requests().empty());
+
+    database_.execute("PRAGMA journal_mode = WAL");
+    addMessages(3);
+    cancellation_ = {};
+    std::vector<std::string> copied;
+    copier_.setOnCopied([&](std::string name) {
+        copied.push_back(std::move(name));
+        cancellation_.cancel();
+    });
+    EXPECT_FALSE(scan()->error);
+    EXPECT_EQ(copied, std::vector<std::string>{"chat.db"});
 }
 
 TEST_F(CollectorServiceTest, CancellingDuringAnUploadEndsItAtOnceAndSavesNoProgress) {
@@ -511,6 +630,7 @@ TEST_F(CollectorServiceTest, ResettingEndsARunningScanBeforeItSavesProgress) {
         EXPECT_EQ(store_.watermark(), 0);
         EXPECT_EQ(store_.backfillCursor(), cursorAtStart);
         EXPECT_FALSE(store_.isBackfillDone());
+        EXPECT_EQ(waits_, std::vector<double>()) << "it ends without a pause";
     }
     onBatch_ = nullptr;
     received_.clear();
@@ -544,10 +664,44 @@ TEST_F(CollectorServiceTest, AFailedResetDoesNotEndARunningScan) {
 TEST_F(CollectorServiceTest, TheLastDaysMessagesAreCountedAtTheStart) {
     EXPECT_FALSE(service_.hasScanned());
     addMessages(4);
+    onBatch_ = [this] {
+        EXPECT_EQ(store_.messagesLast24h(), 4);
+    };
     scan();
-    EXPECT_EQ(store_.messagesLast24h(), 4);
     EXPECT_EQ(store_.messagesLast24hAt(), clock_.now());
     EXPECT_TRUE(service_.hasScanned());
+
+    clock_.advance(tavrin::Seconds(100'000));
+    scan();
+    EXPECT_EQ(store_.messagesLast24h(), 0);
+    EXPECT_EQ(store_.messagesLast24hAt(), clock_.now());
+}
+
+TEST_F(CollectorServiceTest, TheCountedDayHas24Hours) {
+    constexpr std::int64_t hour = 3'600'000'000'000;
+    for (const std::int64_t hours : {1, 23, 25, 239}) {
+        database_.addMessage({.date = test::MessagesDatabaseBuilder::someDate - hours * hour});
+    }
+    scan();
+    EXPECT_EQ(store_.messagesLast24h(), 2);
+}
+
+TEST_F(CollectorServiceTest, AFailedCountDoesNotEndTheScan) {
+    addMessages(3);
+    scan();
+    const auto countedAt = store_.messagesLast24hAt();
+    addMessages(1);
+    database_.execute("ALTER TABLE message RENAME TO message_rows");
+    // The date of the first message cannot be computed.
+    database_.execute(
+        "CREATE VIEW message AS SELECT ROWID AS ROWID, guid, text, handle_id, is_from_me,"
+        " date + CASE ROWID WHEN 1 THEN abs(-9223372036854775807 - 1) ELSE 0 END AS date"
+        " FROM message_rows");
+    clock_.advance(tavrin::Seconds(60));
+    const auto summary = scan();
+    EXPECT_EQ(summary->error, std::nullopt);
+    EXPECT_EQ(summary->uploaded, 1);
+    EXPECT_EQ(store_.messagesLast24hAt(), countedAt);
 }
 
 TEST_F(CollectorServiceTest, AClockBeyondTheMessagesTimeScaleSkipsTheCount) {
@@ -581,6 +735,10 @@ TEST_F(CollectorServiceTest, ALogThatCannotBeCopiedIsLoggedAsAnError) {
     copier_.setFailsForLogs(false);
     EXPECT_EQ(scan()->uploaded, 2);
     EXPECT_EQ(logLines(LogLevel::Error).size(), 1U);
+
+    copier_.setFailsForLogs(true);
+    EXPECT_EQ(scan()->scanned, 0);
+    EXPECT_EQ(store_.watermark(), 5) << "a copy without the newest rows is no rebuilt database";
 }
 
 TEST_F(CollectorServiceTest, RowsOutOfOrderAreLoggedOnceAScan) {
@@ -678,6 +836,24 @@ TEST_F(CollectorServiceTest, TheCopyIsRemovedAfterTheScan) {
     EXPECT_TRUE(std::filesystem::is_empty(temporary_.path()));
 }
 
+TEST_F(CollectorServiceTest, TheCopyIsListedWhileItExists) {
+    addMessages(3);
+    bool isRemoved = false;
+    onBatch_ = [&] {
+        live_->removeDirectories();
+        isRemoved = std::filesystem::is_empty(temporary_.path());
+    };
+    scan();
+    EXPECT_TRUE(isRemoved);
+}
+
+TEST_F(CollectorServiceTest, ItRemovesTheCopiesOfKilledProcesses) {
+    std::filesystem::create_directory(
+        temporary_ / "tavrin-chatdb-00000000-0000-0000-0000-000000000000");
+    scan();
+    EXPECT_TRUE(std::filesystem::is_empty(temporary_.path()));
+}
+
 TEST_F(CollectorServiceTest, ItLogsTheBeginningEachBatchAndTheEnd) {
     addMessages(2);
     addMessages(1, false);
@@ -735,6 +911,7 @@ TEST_F(CollectorServiceTest, ASkippedScanIsRecordedWithItsReason) {
     EXPECT_EQ(summary.watermark, 9);
     EXPECT_EQ(summary.mode, CollectionMode::MetadataOnly);
     EXPECT_EQ(summary.scanned, 0);
+    EXPECT_FALSE(summary.id.isNull());
     EXPECT_EQ(service_.lastError(), "no list");
     EXPECT_EQ(logLines(LogLevel::Error), std::vector<std::string>{"scan skipped: no list"});
 }
@@ -768,7 +945,72 @@ TEST_F(CollectorServiceTest, ItReportsItsProgress) {
     EXPECT_NEAR(fractions[0], 0.5, 0.01);
     EXPECT_NEAR(fractions[1], 1.0, 0.01);
     EXPECT_EQ(fractions[2], -1) << "the forward pass cannot know";
+    EXPECT_EQ(service_.progress().scanned, 1000);
     EXPECT_EQ(service_.progress().uploaded, 1000);
+}
+
+TEST_F(CollectorServiceTest, AWalkThroughNoHistoryHasNoFraction) {
+    std::vector<bool> hasFraction;
+    QObject::connect(&service_, &CollectorService::progressed, &service_, [&] {
+        hasFraction.push_back(service_.progress().backfillFraction.has_value());
+    });
+    scan();
+    EXPECT_EQ(hasFraction, (std::vector<bool>{false, false}));
+}
+
+TEST_F(CollectorServiceTest, ItAnnouncesTheStartAndTheEndOfAScan) {
+    addMessages(3);
+    session_.enqueue(400, R"({"ok":false,"error":"bad"})");
+    scan();
+    EXPECT_EQ(service_.lastError(), "bad");
+    std::vector<bool> states;
+    QObject::connect(&service_, &CollectorService::changed, &service_, [&] {
+        states.push_back(service_.isScanning());
+        EXPECT_EQ(service_.lastError(), std::nullopt) << "that was the scan before";
+        if (service_.isScanning()) {
+            EXPECT_EQ(service_.progress().scanned, 0);
+        }
+    });
+    const auto first = scan();
+    EXPECT_EQ(states, (std::vector<bool>{true, false}));
+    const auto second = scan();
+    EXPECT_EQ(states, (std::vector<bool>{true, false, true, false}));
+    EXPECT_FALSE(first->id.isNull());
+    EXPECT_NE(first->id, second->id);
+}
+
+TEST_F(CollectorServiceTest, ItAnnouncesAPauseOnceAndASkippedScan) {
+    int changes = 0;
+    QObject::connect(&service_, &CollectorService::changed, &service_, [&] { ++changes; });
+    service_.setPaused(true);
+    EXPECT_EQ(changes, 1);
+    service_.setPaused(true);
+    EXPECT_EQ(changes, 1);
+    service_.recordAbort("skipped");
+    EXPECT_EQ(changes, 2);
+}
+
+TEST_F(CollectorServiceTest, TheProgressBelongsToAccountServiceAndDatabase) {
+    const std::string path = (directory_ / "chat.db").string();
+    scan();
+    EXPECT_EQ(
+        storedValue<std::string>(defaults_, "messages.progress.owner"),
+        R"({"account":"uid-1","service":"https://api.test.example","database":")" + path + R"("})");
+}
+
+TEST_F(CollectorServiceTest, APathInAnotherNotationIsTheSameDatabase) {
+    addMessages(3);
+    scan();
+    CollectorService other(
+        store_,
+        ingest_,
+        copier_,
+        clock_,
+        worker_,
+        log_,
+        {.sourcePath = std::filesystem::relative(directory_ / "chat.db").string()});
+    EXPECT_EQ(runTask(other.runScan(planOf(ThreadScope::AllThreads)))->scanned, 0);
+    EXPECT_EQ(logLines(LogLevel::Default), std::vector<std::string>());
 }
 
 TEST_F(CollectorServiceTest, TheProgressOfAnotherAccountIsNotUsed) {
@@ -813,6 +1055,10 @@ TEST_F(CollectorServiceTest, AnAddressBookThatIsNotUsedEndsNoContactsGap) {
     EXPECT_EQ(scan(ThreadScope::KnownContactsOnly)->scanned, 0);
     addressBook_ = ScanPlan::AddressBook::Read;
     EXPECT_EQ(scan(ThreadScope::KnownContactsOnly)->scanned, 3);
+    EXPECT_EQ(
+        logLines(LogLevel::Default),
+        std::vector<std::string>{"the address book can be read again: returning to the messages of "
+                                 "the scans without it"});
 }
 
 TEST_F(CollectorServiceTest, ASecondScanOnTheSameProgressEndsAtOnce) {

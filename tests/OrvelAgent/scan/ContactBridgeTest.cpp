@@ -9,7 +9,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <future>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace orvel {
@@ -311,6 +313,15 @@ TEST_F(ContactBridgeTest, ALaterCardReplacesAnEarlierOneUnderTheSameIdentifier) 
     EXPECT_EQ(index.size(), 2U);
 }
 
+TEST_F(ContactBridgeTest, ALaterCardReplacesAnEarlierOneUnderTheSameEmail) {
+    addressBook_.cards = {
+        withEmails(person("First", ""), {"shared@example.com"}),
+        withEmails(person("Second", ""), {"Shared@example.com"})};
+    EXPECT_EQ(
+        buildIndex(),
+        (IdentityIndex{{"shared@example.com", Identity{"Second", {"shared@example.com"}}}}));
+}
+
 TEST_F(ContactBridgeTest, JoinsTheNamesThatAreThere) {
     EXPECT_EQ(nameOf(person("Jane", "Doe")), "Jane Doe");
     EXPECT_EQ(nameOf(person("Jane", "")), "Jane");
@@ -379,6 +390,25 @@ TEST_F(ContactBridgeTest, CancellingEndsEveryWaitForTheUserAndTheAddressBookAtOn
     addressBook_.status = AddressBook::AuthorizationStatus::NotDetermined;
     expectEnds([this](auto token) { return bridge_.requestAccess(token); });
     test::processEvents();
+}
+
+TEST_F(ContactBridgeTest, CancellingEndsTheWorkOnTheCards) {
+    addressBook_.cards = {withEmails({}, {"a@example.com"})};
+    const auto expectEnds = [this](auto start) {
+        tavrin::CancellationSource cancellation;
+        auto task = start(cancellation.token());
+        // Hold the worker until the cards are there and the token is cancelled.
+        std::promise<void> cancelled;
+        auto hold = worker_.run([held = cancelled.get_future().share()] { held.wait(); });
+        test::processEvents();
+        EXPECT_FALSE(task.isReady());
+        cancellation.cancel();
+        cancelled.set_value();
+        EXPECT_THROW(runTask(std::move(task)), tavrin::TaskCancelled);
+        runTask(std::move(hold));
+    };
+    expectEnds([this](auto token) { return bridge_.expand({"a@example.com"}, token); });
+    expectEnds([this](auto token) { return bridge_.buildIdentityIndex(token); });
 }
 
 } // namespace orvel

@@ -108,6 +108,13 @@ TEST_F(IngestClientTest, RepeatedHintsCountOnce) {
         session_.requests().at(0).url, "https://api.test.example/api/v1/context/handle-digest");
 }
 
+TEST_F(IngestClientTest, HintsAreReadAsTheyAre) {
+    session_.enqueue(200, R"({"ok":true,"data":{"hints":["ABC","abc"," x"]}})");
+    const std::unordered_set<std::string> expected = {"ABC", "abc", " x"};
+    EXPECT_EQ(runTask(client().fetchKnownHandleHints()), expected);
+    EXPECT_EQ(session_.requests().at(0).method, "POST");
+}
+
 TEST_F(IngestClientTest, AFailedDigestThrowsItsError) {
     session_.enqueue(503, "");
     EXPECT_THROW(runTask(client().fetchKnownHandleHints()), APIError);

@@ -36,12 +36,24 @@ QCoro::Task<std::optional<tavrin::Secret>> oneToken(tavrin::CancellationToken en
     co_return token;
 }
 
-QCoro::Task<std::optional<AccountSession>> signedIn(tavrin::CancellationToken ended) {
+QCoro::Task<> endSession(tavrin::CancellationSource end) {
+    end.cancel();
+    co_return;
+}
+
+QCoro::Task<std::optional<AccountSession>>
+session(tavrin::CancellationSource end, bool isSignedIn) {
+    if (!isSignedIn) {
+        co_return std::nullopt;
+    }
     AccountSession session;
     session.account = "uid-1";
-    session.ended = ended;
-    session.tokenProvider = [ended] {
+    session.ended = end.token();
+    session.tokenProvider = [ended = end.token()] {
         return oneToken(ended);
+    };
+    session.onSessionExpired = [end] {
+        return endSession(end);
     };
     co_return session;
 }
@@ -108,13 +120,13 @@ protected:
     ScanRun::Choices choices_;
     tavrin::CancellationSource cancellation_;
     tavrin::CancellationSource sessionEnd_;
+    bool isSignedIn_ = true;
     ScanRun scanRun_{
         {ingest_,
          contacts_,
          collector_,
-         with_.clock,
          [this](tavrin::CancellationToken) {
-             return signedIn(sessionEnd_.token());
+             return session(sessionEnd_, isSignedIn_);
          }},
         choices_,
         Logger(with_.logStore, "test")};
@@ -128,6 +140,85 @@ TEST_F(ScanRunTest, ItSendsTheMessagesOfKnownHandlesAndReturnsTheSummary) {
     EXPECT_EQ(summary->error, std::nullopt);
     EXPECT_EQ(summary->uploaded, 1);
     EXPECT_THAT(with_.service.guids(), ElementsAre("message-1"));
+    EXPECT_FALSE(scanRun_.isConsultingAddressBook());
+}
+
+TEST_F(ScanRunTest, RecordsCarryTheNamesOfTheAddressBook) {
+    ContactCard card;
+    card.givenName = "Jane";
+    card.phoneNumbers = {"+1 415 555 0134"};
+    with_.addressBook.cards = {card};
+    run(AddressBookUse::Read);
+    EXPECT_THAT(
+        with_.urlSession.requests().back().body.value(),
+        HasSubstr(R"("participantNames":{"+14155550134":"Jane"})"));
+}
+
+TEST_F(ScanRunTest, OnlyMessagesSinceTheGivenTimeAreSent) {
+    const tavrin::Date later = with_.clock.now() + tavrin::Seconds(1);
+    const auto summary = runTask(scanRun_.run(AddressBookUse::Read, later, cancellation_.token()));
+    EXPECT_EQ(summary.value().scanned, 0);
+}
+
+TEST_F(ScanRunTest, WithoutASessionNothingIsScannedAndNoDiagnosticsAreSent) {
+    EXPECT_TRUE(run(AddressBookUse::Read));
+    const auto requests = with_.urlSession.requests().size();
+    isSignedIn_ = false;
+    EXPECT_EQ(run(AddressBookUse::Read), std::nullopt);
+    runTask(scanRun_.sendDiagnostics({"line"}, {}));
+    EXPECT_EQ(with_.urlSession.requests().size(), requests);
+    EXPECT_EQ(collector_.history().size(), 1U);
+}
+
+TEST_F(ScanRunTest, TheListsReplyThatEndsTheSessionIsTheErrorOfAScanOfThem) {
+    with_.service.setAnswer(
+        FakeService::digestPath,
+        401,
+        R"({"ok":false,"error":"Your session has ended.","code":"session_expired"})");
+    EXPECT_THROW(run(AddressBookUse::Read), std::runtime_error);
+    EXPECT_TRUE(scanRun_.hasSessionEnded());
+}
+
+TEST_F(ScanRunTest, TheListsReplyThatEndsTheSessionEndsAScanOfAllThreads) {
+    choices_.scope = ThreadScope::AllThreads;
+    with_.service.setAnswer(
+        FakeService::digestPath,
+        401,
+        R"({"ok":false,"error":"Your session has ended.","code":"session_expired"})");
+    EXPECT_EQ(run(AddressBookUse::Read), std::nullopt);
+    EXPECT_TRUE(scanRun_.hasSessionEnded());
+    EXPECT_THAT(errors(), IsEmpty());
+    EXPECT_FALSE(scanRun_.isConsultingAddressBook());
+}
+
+TEST_F(ScanRunTest, AnUploadsReplyThatEndsTheSessionIsTheErrorOfTheScan) {
+    with_.service.setAnswer(
+        FakeService::ingestPath,
+        401,
+        R"({"ok":false,"error":"Your session has ended.","code":"session_expired"})");
+    EXPECT_EQ(run(AddressBookUse::Read).value().error, "Your session has ended.");
+    EXPECT_TRUE(scanRun_.hasSessionEnded());
+}
+
+TEST_F(ScanRunTest, AnAddressBookThatCannotBeReadLeavesAGap) {
+    constexpr std::string_view gap = "messages.progress.beforeContactsGap";
+    with_.addressBook.readError = tavrin::PlatformError("test", 5, "The disk is gone.");
+    run(AddressBookUse::Read);
+    EXPECT_TRUE(with_.userDefaults.contains(gap));
+
+    // Without hints, it is not read, so this does not show that it can be read again.
+    with_.addressBook.readError.reset();
+    with_.service.hints.clear();
+    run(AddressBookUse::Read);
+    EXPECT_TRUE(with_.userDefaults.contains(gap));
+
+    with_.service.hints = {"4155550134"};
+    run(AddressBookUse::Read);
+    EXPECT_FALSE(with_.userDefaults.contains(gap));
+
+    with_.addressBook.status = AddressBook::AuthorizationStatus::Restricted;
+    run(AddressBookUse::Read);
+    EXPECT_TRUE(with_.userDefaults.contains(gap));
 }
 
 TEST_F(ScanRunTest, WithoutTheListOfKnownHandlesAScanOfThemThrowsAndReadsNothing) {
@@ -198,8 +289,36 @@ TEST_F(ScanRunTest, TheEndOfTheSessionEndsTheRunAndItsDiagnosticsAreNotSent) {
     EXPECT_EQ(summary->error, std::nullopt);
     EXPECT_EQ(summary->uploaded, 0);
     EXPECT_FALSE(scanRun_.wasSuperseded());
+    EXPECT_TRUE(scanRun_.hasSessionEnded());
     runTask(scanRun_.sendDiagnostics({"line"}, {}));
     EXPECT_EQ(with_.service.requestCount(FakeService::diagnosticsPath), 0U);
+
+    sessionEnd_ = {};
+    with_.service.resetAnswer(FakeService::ingestPath);
+    EXPECT_EQ(run(AddressBookUse::Read).value().uploaded, 1);
+    EXPECT_FALSE(scanRun_.hasSessionEnded());
+}
+
+TEST_F(ScanRunTest, TheCallerOrTheEndOfTheSessionEndsTheDiagnosticsAtOnce) {
+    run(AddressBookUse::Read);
+    with_.service.setAnswer(FakeService::diagnosticsPath, std::nullopt);
+    std::size_t count = 0;
+    for (tavrin::CancellationSource end : {cancellation_, sessionEnd_}) {
+        auto sending = scanRun_.sendDiagnostics({"line"}, cancellation_.token());
+        ++count;
+        ASSERT_TRUE(waitUntil(
+            [&] { return with_.service.requestCount(FakeService::diagnosticsPath) == count; }));
+        end.cancel();
+        cancellation_ = {};
+        EXPECT_NO_THROW(runTask(std::move(sending), std::chrono::seconds(5)));
+    }
+}
+
+TEST_F(ScanRunTest, ChoicesAfterARunSupersedeNothing) {
+    run(AddressBookUse::Read);
+    choices_.mode = CollectionMode::MetadataOnly;
+    scanRun_.applyChoices();
+    EXPECT_FALSE(scanRun_.wasSuperseded());
 }
 
 TEST_F(ScanRunTest, EveryRequestCarriesAToken) {

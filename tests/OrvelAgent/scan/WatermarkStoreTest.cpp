@@ -6,6 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+#include <vector>
+
 namespace orvel {
 
 using test::InMemoryUserDefaults;
@@ -54,7 +57,15 @@ TEST(WatermarkStoreTest, AResetDeletesProgressAndKeepsTheDailyCount) {
     store.setBackfillCursor(7);
     store.setBackfillDone(true);
     store.setMessagesLast24h(3, now);
+    static_cast<void>(defaults.takeChangedKeys());
     store.reset();
+    EXPECT_EQ(
+        defaults.takeChangedKeys(),
+        (std::vector<std::string>{
+            "messages.rowid.watermark",
+            "messages.backfill.cursor",
+            "messages.backfill.done",
+            "messages.progress.beforeContactsGap"}));
     EXPECT_EQ(store.watermark(), 0);
     EXPECT_EQ(store.backfillCursor(), 9223372036854775807);
     EXPECT_FALSE(store.isBackfillDone());
@@ -97,8 +108,26 @@ protected:
 } // namespace
 
 TEST_F(WatermarkOwnerTest, TheSameOwnerKeepsTheProgress) {
+    static_cast<void>(defaults_.takeChangedKeys());
     EXPECT_EQ(store_.claim(owner_, 20), std::nullopt);
     EXPECT_EQ(store_.watermark(), 12);
+    EXPECT_EQ(defaults_.takeChangedKeys(), std::vector<std::string>()) << "nothing is written";
+}
+
+TEST_F(WatermarkOwnerTest, AnOwnerThatCannotBeReadCountsAsNone) {
+    for (const char* const text : {"", "no JSON", "[]", R"({"account":"uid-1"})"}) {
+        defaults_.set("messages.progress.owner", text);
+        EXPECT_EQ(store_.claim(owner_, 20), std::nullopt) << text;
+        EXPECT_EQ(store_.watermark(), 12);
+    }
+}
+
+TEST_F(WatermarkOwnerTest, TheNewOwnerIsStoredAfterTheProgressIsDeleted) {
+    // If only the owner were stored, it would continue with the progress of another one.
+    owner_.account = "uid-2";
+    static_cast<void>(defaults_.takeChangedKeys());
+    EXPECT_TRUE(store_.claim(owner_, 20));
+    EXPECT_EQ(defaults_.takeChangedKeys().back(), "messages.progress.owner");
 }
 
 TEST_F(WatermarkOwnerTest, AnotherAccountStartsFromTheBeginning) {
@@ -147,7 +176,11 @@ TEST_F(WatermarkOwnerTest, ItReturnsToTheProgressBeforeTheContactsGap) {
     store_.setWatermark(15);
     store_.rememberBeforeContactsGap();
     store_.setWatermark(18);
+    store_.setBackfillCursor(7);
+    store_.setBackfillDone(false);
     EXPECT_TRUE(WatermarkStore(defaults_).returnBeforeContactsGap());
+    EXPECT_EQ(defaults_.takeChangedKeys().back(), "messages.progress.beforeContactsGap")
+        << "it is forgotten last";
     EXPECT_EQ(store_.watermark(), 12);
     EXPECT_EQ(store_.backfillCursor(), 1);
     EXPECT_TRUE(store_.isBackfillDone());

@@ -11,6 +11,7 @@
 #include <mutex>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace orvel::test {
 
@@ -25,6 +26,12 @@ public:
 
     /// Called before every write, on its thread.
     void setOnWrite(std::function<void()> onWrite) { onWrite_ = std::move(onWrite); }
+
+    /// The keys of all writes and removals since the last call, in order.
+    [[nodiscard]] std::vector<std::string> takeChangedKeys() {
+        const std::lock_guard lock(mutex_);
+        return std::exchange(changedKeys_, {});
+    }
 
     [[nodiscard]] bool contains(std::string_view key) const {
         const std::lock_guard lock(mutex_);
@@ -43,11 +50,13 @@ public:
         const std::lock_guard lock(mutex_);
         checkWritable();
         values_.insert_or_assign(std::string(key), std::move(value));
+        changedKeys_.emplace_back(key);
     }
     void remove(std::string_view key) override {
         const std::lock_guard lock(mutex_);
         checkWritable();
         values_.erase(std::string(key));
+        changedKeys_.emplace_back(key);
     }
 
     [[nodiscard]] std::unique_ptr<tavrin::Interface> tryLock() override {
@@ -72,6 +81,7 @@ private:
 
     mutable std::mutex mutex_;
     std::map<std::string, Value, std::less<>> values_;
+    std::vector<std::string> changedKeys_;
     bool failsWrites_ = false;
     std::weak_ptr<int> holder_;
     std::function<void()> onWrite_;

@@ -8,6 +8,9 @@
 #include <atomic>
 #include <cerrno>
 #include <filesystem>
+#include <functional>
+#include <string>
+#include <utility>
 
 namespace orvel::test {
 
@@ -18,6 +21,9 @@ public:
     /// Whether only write-ahead logs cannot be copied.
     void setFailsForLogs(bool fails) { failsForLogs_ = fails; }
 
+    /// Called after each copy with the name of the source, on the copying thread.
+    void setOnCopied(std::function<void(std::string)> onCopied) { onCopied_ = std::move(onCopied); }
+
     void copy(
         const std::filesystem::path& source,
         const std::filesystem::path& destination,
@@ -27,11 +33,15 @@ public:
             throw tavrin::PlatformError::fromErrno(ENOSPC, "Could not copy");
         }
         std::filesystem::copy_file(source, destination);
+        if (onCopied_) {
+            onCopied_(source.filename());
+        }
     }
 
 private:
     std::atomic<bool> fails_ = false;
     std::atomic<bool> failsForLogs_ = false;
+    std::function<void(std::string)> onCopied_;
 };
 
 } // namespace orvel::test

@@ -9,10 +9,12 @@
 
 #include <algorithm>
 #include <chrono>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -65,15 +67,25 @@ public:
     /// The start dates of all reads, in order.
     [[nodiscard]] const std::vector<tavrin::Date>& reads() const { return reads_; }
 
+    /// Called with each written message, on its thread.
+    void setOnWrite(std::function<void(std::string_view)> onWrite) {
+        onWrite_ = std::move(onWrite);
+    }
+
     void write(LogLevel level, std::string_view category, std::string_view message) override {
-        const std::lock_guard lock(mutex_);
-        lines_.push_back({level, std::string(category), std::string(message)});
-        entries_.push_back(
-            {clock_ != nullptr ? clock_->now() : tavrin::Date(std::chrono::system_clock::now()),
-             level,
-             std::string(subsystem),
-             tavrin::repairedUTF8(category),
-             tavrin::repairedUTF8(message)});
+        {
+            const std::lock_guard lock(mutex_);
+            lines_.push_back({level, std::string(category), std::string(message)});
+            entries_.push_back(
+                {clock_ != nullptr ? clock_->now() : tavrin::Date(std::chrono::system_clock::now()),
+                 level,
+                 std::string(subsystem),
+                 tavrin::repairedUTF8(category),
+                 tavrin::repairedUTF8(message)});
+        }
+        if (onWrite_) {
+            onWrite_(message);
+        }
     }
 
     void readEntries(tavrin::Date start, std::function<void(Entries)> completion) override {
@@ -115,6 +127,7 @@ private:
     std::vector<tavrin::Date> reads_;
     bool isHolding_ = false;
     std::vector<std::function<void()>> waiting_;
+    std::function<void(std::string_view)> onWrite_;
     QObject callbackContext_;
 };
 
