@@ -25,6 +25,7 @@ constexpr std::size_t length = 64;
 /// Copies are found by this part of the token.
 constexpr std::size_t partBegin = 32;
 constexpr std::size_t partLength = 24;
+static_assert(partBegin < HiddenToken::split && HiddenToken::split < partBegin + partLength);
 constexpr char disguise = '\x80';
 
 /// The search's own memory, which does not count.

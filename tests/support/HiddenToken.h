@@ -10,6 +10,9 @@ namespace orvel::test {
 /// copies made by the code under test are found.
 class HiddenToken final {
 public:
+    /// Copies of the token's two parts before and from this position do not count.
+    static constexpr std::size_t split = 44;
+
     HiddenToken();
 
     /// 64 letters. The caller must overwrite the text after use.

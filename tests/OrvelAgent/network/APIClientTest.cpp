@@ -2,6 +2,9 @@
 #include "OrvelAgent/network/APIClient.h"
 
 #include "OrvelAgent/base/Configuration.h"
+#include "OrvelAgent/base/Deferred.h"
+#include "OrvelAgent/network/AccountSession.h"
+#include "OrvelAgent/network/TokenUnavailable.h"
 #include "OrvelAgent/scan/IngestClient.h"
 #include "core/JSON.h"
 #include "tests/support/RunTask.h"
@@ -40,6 +43,16 @@ QCoro::Task<std::optional<tavrin::Secret>> provide(std::optional<std::string> to
     co_return secret;
 }
 
+QCoro::Task<std::optional<tavrin::Secret>> refuse() {
+    throw std::runtime_error("no token today");
+    co_return std::nullopt;
+}
+
+QCoro::Task<std::optional<tavrin::Secret>> resultOf(Deferred<std::optional<tavrin::Secret>> token) {
+    co_await token.settled();
+    co_return token.take();
+}
+
 QCoro::Task<> count(int* calls) {
     ++*calls;
     co_return;
@@ -68,6 +81,19 @@ protected:
     QCoro::Task<Digest> send(std::optional<std::string> token = "secret") {
         return client(std::move(token))
             .send<Digest>("/digest", "POST", std::make_shared<const Empty>());
+    }
+
+    /// A session with this provider.
+    AccountSession session(APIClient::TokenProvider provider) {
+        return {"account", {}, std::move(provider), [this] {
+                    return count(&expirations_);
+                }};
+    }
+
+    QCoro::Task<Digest>
+    sendAs(const AccountSession& session, tavrin::CancellationToken cancellation = {}) {
+        return client().authorizedBy(session).send<Digest>(
+            "/digest", "POST", std::make_shared<const Empty>(), std::move(cancellation));
     }
 
     APIError errorOf(int status, std::string body) {
@@ -114,6 +140,8 @@ protected:
     Worker worker_;
     int expirations_ = 0;
 };
+
+using APIClientDeathTest = APIClientTest;
 
 /// A reply with a token, which must not be shown.
 struct Confidence {
@@ -176,6 +204,10 @@ TEST_F(APIClientTest, AReplyThatIsNotOKHasTheServicesErrorText) {
     const APIError error = errorOf(200, R"({"ok":false,"error":"nope"})");
     EXPECT_EQ(error.status(), 200);
     EXPECT_STREQ(error.what(), "nope");
+}
+
+TEST_F(APIClientTest, AnEmptyErrorTextIsDescribedByItsStatus) {
+    EXPECT_STREQ(errorOf(409, R"({"ok":false,"error":""})").what(), "HTTP 409");
 }
 
 TEST_F(APIClientTest, AnEnvelopeWithoutErrorTextShowsTheBytes) {
@@ -247,6 +279,64 @@ TEST_F(APIClientTest, ATransportErrorIsRethrownUnchanged) {
     } catch (const tavrin::URLError& error) {
         EXPECT_EQ(error.code(), tavrin::URLErrorCode::NotConnectedToInternet);
     }
+}
+
+TEST_F(APIClientTest, AFailureOfTheTokenProviderIsRethrownAndNothingIsSent) {
+    EXPECT_THROW(runTask(sendAs(session([] { return refuse(); }))), std::runtime_error);
+    EXPECT_TRUE(session_.requests().empty());
+}
+
+TEST_F(APIClientTest, ARequestOfASessionIsNotSentWithoutAToken) {
+    EXPECT_THROW(runTask(sendAs(session([] { return provide(std::nullopt); }))), TokenUnavailable);
+    EXPECT_TRUE(session_.requests().empty());
+}
+
+TEST_F(APIClientTest, ARequestOfASessionCarriesItsTokenAndReportsItsExpiry) {
+    int expirations = 0;
+    AccountSession session = this->session([] { return provide("of the session"); });
+    session.onSessionExpired = [&expirations] {
+        return count(&expirations);
+    };
+    session_.enqueue(401, R"({"ok":false,"code":"session_expired"})");
+    EXPECT_THROW(runTask(sendAs(session)), APIError);
+    EXPECT_EQ(session_.requests().at(0).headers.at(3).second, "Bearer of the session");
+    EXPECT_EQ(expirations, 1);
+    EXPECT_EQ(expirations_, 0);
+}
+
+TEST_F(APIClientTest, AnExpiredSessionNeedsNoHandler) {
+    AccountSession session = this->session([] { return provide("token"); });
+    session.onSessionExpired = {};
+    session_.enqueue(401, R"({"ok":false,"error":"gone","code":"session_expired"})");
+    EXPECT_THROW(runTask(sendAs(session)), APIError);
+}
+
+TEST_F(APIClientTest, ACancelledRequestAsksForNoToken) {
+    int calls = 0;
+    const AccountSession session = this->session([&calls] {
+        ++calls;
+        return provide("token");
+    });
+    tavrin::CancellationSource source;
+    source.cancel();
+    EXPECT_THROW(runTask(sendAs(session, source.token())), tavrin::TaskCancelled);
+    EXPECT_EQ(calls, 0);
+}
+
+TEST_F(APIClientTest, CancellingDoesNotWaitForTheToken) {
+    const Deferred<std::optional<tavrin::Secret>> token;
+    tavrin::CancellationSource source;
+    QCoro::Task<Digest> task = sendAs(session([token] { return resultOf(token); }), source.token());
+    source.cancel();
+    EXPECT_THROW(runTask(std::move(task)), tavrin::TaskCancelled);
+    EXPECT_TRUE(session_.requests().empty());
+    token.resolve(std::nullopt);
+}
+
+TEST_F(APIClientDeathTest, AnInvalidAddressEndsTheProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(
+        runTask(client().send<Digest>("/a b", "POST", std::make_shared<const Empty>())), "");
 }
 
 TEST_F(APIClientTest, ABodyThatCannotBeEncodedIsNotSent) {

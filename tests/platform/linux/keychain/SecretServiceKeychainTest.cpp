@@ -4,19 +4,27 @@
 // without one.
 #include "platform/linux/keychain/SecretServiceKeychain.h"
 
+#include "core/FileDescriptor.h"
+#include "core/Secret.h"
 #include "platform/linux/support/SessionBus.h"
 #include "tests/platform/KeychainCalls.h"
 #include "tests/platform/linux/keychain/KeyringDesktop.h"
 #include "tests/platform/linux/keychain/SilentBus.h"
+#include "tests/support/HiddenToken.h"
 #include "tests/support/Program.h"
 #include "tests/support/RunTask.h"
+#include "tests/support/TemporaryDirectory.h"
 #include "tests/support/fakes/ManualClock.h"
 #include "tests/support/fakes/RecordingLogStore.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <map>
 #include <string>
 #include <utility>
@@ -106,6 +114,70 @@ TEST_F(SecretServiceKeychainTest, WithoutAGLibEventLoopChangesStayInMemory) {
         StartsWith("value: none\n"
                    "failure: Could not change the keychain: Qt runs without GLib\n"
                    "value: value\n"));
+}
+
+TEST_F(SecretServiceKeychainTest, NothingIsStoredAsPlainTextWithoutTheSecretService) {
+    const TemporaryDirectory folder;
+    // A library that cannot be loaded: QtKeychain then looks for a wallet, and there is none.
+    const std::filesystem::path library = folder / "libsecret-1.so.0";
+    std::ofstream(library).close();
+    const std::string printed = probe(
+        {"value", "read"},
+        {{"LD_LIBRARY_PATH", folder.path().string()},
+         {"XDG_CONFIG_HOME", (folder / "configuration").string()},
+         {"XDG_CURRENT_DESKTOP", "KDE"},
+         {"KDE_SESSION_VERSION", "5"}});
+    EXPECT_THAT(
+        printed,
+        AllOf(
+            StartsWith("failure: Could not change the keychain: "), HasSubstr("\nvalue: value\n")));
+    EXPECT_FALSE(std::filesystem::exists(folder / "configuration"));
+}
+
+TEST_F(SecretServiceKeychainTest, AReadLeavesNoCopyOfItsValueInMemory) {
+    // Another process writes it, because QtKeychain does not overwrite what it writes.
+    const auto read = [this](const HiddenToken& token) {
+        const TemporaryDirectory folder;
+        const std::filesystem::path file = folder / "value";
+        {
+            const tavrin::FileDescriptor descriptor(
+                open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+            std::string text = token.text();
+            EXPECT_EQ(
+                ::write(descriptor.get(), text.data(), text.size()),
+                static_cast<ssize_t>(text.size()));
+            tavrin::wipe(text);
+        }
+        EXPECT_EQ(probe({"@" + file.string()}), "failure: \n");
+        bool hasValue = false;
+        keychain_.read(service, account, [&](const Keychain::Reading& reading) {
+            hasValue = reading.value.has_value();
+            EXPECT_GE(token.copiesInMemory(), 1U);
+        });
+        EXPECT_TRUE(waitUntil([&] { return hasValue; }));
+    };
+    // The first time, calling a library's function may leave registers on the stack.
+    read(HiddenToken());
+    const HiddenToken token;
+    read(token);
+    EXPECT_EQ(token.copiesInMemory(), 0U);
+}
+
+TEST_F(SecretServiceKeychainTest, ANewerWriteThatFailsIsNotForgottenWithAnOlderOne) {
+    bool hasWritten = false;
+    keychain_.write(service, account, tavrin::Secret("old"), [&](const auto& failure) {
+        EXPECT_FALSE(failure);
+        // The newer write has not started yet.
+        desktop_.lock();
+        hasWritten = true;
+    });
+    const auto newer = startWrite(keychain_, service, account, "new");
+    ASSERT_TRUE(waitUntil([this] { return desktop_.dialogs() == 1; }));
+    EXPECT_TRUE(hasWritten);
+    EXPECT_THAT(textOf(startRead(keychain_, service, account)), Optional(std::string("new")));
+    desktop_.dismissDialogs();
+    EXPECT_THAT(failureOf(newer), StartsWith("Could not change the keychain: "));
+    EXPECT_THAT(textOf(startRead(keychain_, service, account)), Optional(std::string("new")));
 }
 
 TEST_F(SecretServiceKeychainTest, ALockedKeyringBlocksOnlyOperationsThatNeedIt) {

@@ -3,7 +3,8 @@
 // usage: keychain-probe COMMAND…
 //
 // Uses the keychain in a separate process. The commands apply to one item, in order: "read",
-// "remove", or a value to write. Prints a line for each, and the log at the end.
+// "remove", or a value to write; "@" and a path stand for the value in that file. Prints a line for
+// each, and the log at the end.
 #include "platform/linux/keychain/SecretServiceKeychain.h"
 #include "tests/platform/KeychainCalls.h"
 #include "tests/support/fakes/ManualClock.h"
@@ -11,9 +12,24 @@
 
 #include <QCoreApplication>
 
+#include <fstream>
 #include <iostream>
+#include <iterator>
+#include <string>
 #include <string_view>
 #include <vector>
+
+namespace {
+
+std::string valueOf(std::string_view command) {
+    if (!command.starts_with('@')) {
+        return std::string(command);
+    }
+    std::ifstream file{std::string(command.substr(1))};
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+} // namespace
 
 int main(int argc, char** argv) {
     using namespace orvel;
@@ -31,7 +47,7 @@ int main(int argc, char** argv) {
             const auto change =
                 command == "remove"
                     ? test::startRemove(keychain, service, account)
-                    : test::startWrite(keychain, service, account, std::string(command));
+                    : test::startWrite(keychain, service, account, valueOf(command));
             std::cout << "failure: " << failureOf(change) << '\n';
         }
     }

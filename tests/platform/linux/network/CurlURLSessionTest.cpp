@@ -2,7 +2,9 @@
 #include "platform/linux/network/CurlURLSession.h"
 
 #include "core/Errors.h"
+#include "core/Secret.h"
 #include "tests/platform/URLSessionCalls.h"
+#include "tests/support/HiddenToken.h"
 #include "tests/support/LocalServer.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -16,12 +18,17 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <future>
 #include <limits>
 #include <memory>
 #include <optional>
+#include <set>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -36,6 +43,8 @@ using Connection = LocalServer::Connection;
 using tavrin::Seconds;
 using tavrin::URLError;
 using tavrin::URLErrorCode;
+
+constexpr std::size_t tokenReplySize = 40'000;
 
 /// A session that trusts only the server: reading the system's certificates would take longer than
 /// the rest of a test.
@@ -72,6 +81,77 @@ LocalServer::Handler sending(std::string bytes, void (Connection::*end)()) {
         connection.write(bytes);
         (connection.*end)();
     };
+}
+
+/// The address of a port on which no server listens.
+std::string closedURL() {
+    return LocalServer(answerOK).url();
+}
+
+/// A request with the token in a header and in the body.
+URLRequest requestWith(const HiddenToken& token, std::string url) {
+    URLRequest request = get(std::move(url));
+    request.headers.emplace_back("Authorization", token.text());
+    request.body = token.text();
+    return request;
+}
+
+/// Sends a reply that announces that many bytes, and a body with the token. Splits the token, so
+/// that the buffers of OpenSSL and libcurl never hold all of it.
+void sendToken(Connection& connection, const HiddenToken& token, std::size_t announced) {
+    connection.write(
+        "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(announced) + "\r\n\r\n");
+    std::string body(tokenReplySize, '.');
+    constexpr std::size_t position = 8000;
+    std::string text = token.text();
+    body.replace(position, text.size(), text);
+    const std::string_view bytes = body;
+    const std::size_t half = position + HiddenToken::split;
+    for (const auto piece :
+         {bytes.substr(0, half), bytes.substr(half, position), bytes.substr(half + position)}) {
+        connection.write(piece);
+    }
+    tavrin::wipe(text);
+    tavrin::wipe(body);
+}
+
+/// The copies of a token that the work leaves in memory. The work runs twice, because the first
+/// call of a library's function may save registers, with a part of the token, on the stack.
+std::size_t copiesAfter(const std::function<void(const HiddenToken&)>& work) {
+    work(HiddenToken());
+    const HiddenToken token;
+    work(token);
+    return token.copiesInMemory();
+}
+
+/// The numbers of this process's threads.
+std::set<std::string> threads() {
+    std::set<std::string> numbers;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task")) {
+        numbers.insert(entry.path().filename());
+    }
+    return numbers;
+}
+
+/// Whether the thread blocks the signal.
+bool blocks(const std::string& thread, int signal) {
+    std::ifstream status("/proc/self/task/" + thread + "/status");
+    const std::string key = "SigBlk:\t";
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with(key)) {
+            return (std::stoull(line.substr(key.size()), nullptr, 16) >> (signal - 1) & 1U) != 0;
+        }
+    }
+    throw std::runtime_error("There is no such thread.");
+}
+
+/// Whether a server with TLS 1.1 is refused.
+bool refusesOldTLS() {
+    LocalServer::Options options;
+    options.isOutdated = true;
+    const Outcome outcome = outcomeOf(answerOK, {}, options);
+    return errorCode(outcome.result) == URLErrorCode::SecureConnectionFailed &&
+           outcome.connections == 1 && outcome.requests.empty();
 }
 
 } // namespace
@@ -679,6 +759,100 @@ TEST(CurlURLSessionTest, CarriesManyExchangesAtOnce) {
             std::pair(200, "GET /" + std::to_string(index) + " HTTP/1.1"));
     }
     EXPECT_EQ(server.connectionCount(), exchanges.size());
+}
+
+TEST(CurlURLSessionTest, ARefusedRequestLeavesNoTokenInMemory) {
+    CurlURLSession session;
+    const auto refuse = [&session](const HiddenToken& token) {
+        URLRequest request = requestWith(token, "http://127.0.0.1/");
+        EXPECT_GE(token.copiesInMemory(), 2U);
+        Exchange exchange;
+        exchange.start(session, std::move(request));
+        EXPECT_EQ(errorCode(exchange.result()), URLErrorCode::UnsupportedURL);
+    };
+    EXPECT_EQ(copiesAfter(refuse), 0U);
+}
+
+TEST(CurlURLSessionTest, ARequestThatCouldNotBeSentLeavesNoTokenInMemory) {
+    const std::string url = closedURL();
+    const auto fail = [&url](const HiddenToken& token) {
+        CurlURLSession session;
+        Exchange exchange;
+        exchange.start(session, requestWith(token, url));
+        EXPECT_EQ(errorCode(exchange.result()), URLErrorCode::CannotConnectToHost);
+    };
+    EXPECT_EQ(copiesAfter(fail), 0U);
+}
+
+TEST(CurlURLSessionTest, AnIncompleteReplyLeavesNoTokenInMemory) {
+    const auto lose = [](const HiddenToken& token) {
+        LocalServer server([&token](Connection& connection) {
+            connection.readRequest();
+            sendToken(connection, token, tokenReplySize + 1);
+            connection.cutOff();
+        });
+        TrustingSession trusting(server);
+        EXPECT_EQ(
+            errorCode(resultOf(trusting.session, get(server.url()))),
+            URLErrorCode::NetworkConnectionLost);
+    };
+    EXPECT_EQ(copiesAfter(lose), 0U);
+}
+
+TEST(CurlURLSessionTest, AReplyThatIsCancelledBeforeItsCompletionLeavesNoTokenInMemory) {
+    const auto cancel = [](const HiddenToken& token) {
+        std::promise<void> isComplete;
+        std::promise<void> hasArrived;
+        LocalServer server([&](Connection& connection) {
+            if (connection.readRequest().line.starts_with("GET /token ")) {
+                sendToken(connection, token, tokenReplySize);
+                connection.waitForEnd();
+                isComplete.set_value();
+            } else {
+                hasArrived.set_value();
+                connection.reply(200, "ok");
+            }
+        });
+        TrustingSession trusting(server);
+        Exchange cancelled;
+        cancelled.start(trusting.session, get(server.url("/token")));
+        isComplete.get_future().wait();
+        // The worker sends this request after it has passed on the reply.
+        Exchange next;
+        next.start(trusting.session, get(server.url()));
+        hasArrived.get_future().wait();
+        EXPECT_GE(token.copiesInMemory(), 1U);
+        cancelled.task->cancel();
+        EXPECT_EQ(errorCode(cancelled.result()), URLErrorCode::Cancelled);
+        next.result();
+    };
+    EXPECT_EQ(copiesAfter(cancel), 0U);
+}
+
+TEST(CurlURLSessionTest, OnlyItsThreadBlocksSignals) {
+    const std::string url = closedURL();
+    const std::set<std::string> before = threads();
+    CurlURLSession session;
+    EXPECT_EQ(errorCode(resultOf(session, get(url))), URLErrorCode::CannotConnectToHost);
+    std::set<std::string> after = threads();
+    for (const int signal : {SIGHUP, SIGINT, SIGTERM, SIGCHLD, SIGUSR1, SIGPIPE}) {
+        for (const std::string& thread : after) {
+            EXPECT_EQ(blocks(thread, signal), !before.contains(thread)) << signal;
+        }
+    }
+    EXPECT_EQ(after.size(), before.size() + 1);
+}
+
+TEST(CurlURLSessionDeathTest, RefusesOldTLSEvenIfTheSystemAllowsIt) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const TemporaryDirectory folder;
+    const auto settings = written(
+        folder / "openssl.cnf",
+        "openssl_conf = all\n[all]\nssl_conf = ssl\n[ssl]\nsystem_default = old\n"
+        "[old]\nMinProtocol = TLSv1\nCipherString = DEFAULT:@SECLEVEL=0\n");
+    qputenv("OPENSSL_CONF", QByteArray::fromStdString(settings.string()));
+    EXPECT_EXIT(std::_Exit(refusesOldTLS() ? 0 : 1), testing::ExitedWithCode(0), "");
+    qunsetenv("OPENSSL_CONF");
 }
 
 } // namespace orvel::test

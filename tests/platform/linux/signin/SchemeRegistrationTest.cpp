@@ -252,6 +252,15 @@ TEST_F(SchemeRegistrationTest, AMissingProgramIsLogged) {
     EXPECT_FALSE(fs::exists(usersEntry()));
 }
 
+TEST_F(SchemeRegistrationTest, AProgramWithControlCharactersInItsPathIsLogged) {
+    const fs::path odd = folder_ / "two\nlines" / "orvel-agent-callback";
+    writeProgram(odd);
+    use(odd);
+    ensure();
+    expectFailure("The program's path: Invalid argument");
+    EXPECT_FALSE(fs::exists(usersEntry()));
+}
+
 TEST_F(SchemeRegistrationTest, AFolderThatCannotBeWrittenIsLogged) {
     writeFile(folder_ / "data", "in the way");
     ensure();
@@ -280,6 +289,26 @@ TEST_F(SchemeRegistrationTest, ADesktopThatTakesTooLongIsLogged) {
     std::ofstream(door).close();
     processEvents();
     EXPECT_EQ(ends_, 1);
+}
+
+TEST_F(SchemeRegistrationTest, ADesktopThatAnswersTooLateIsIgnored) {
+    const fs::path door = folder_ / "door";
+    ASSERT_EQ(mkfifo(door.c_str(), 0600), 0);
+    writeProgram(folder_ / "programs" / "xdg-mime", "/bin/cat '" + door.string() + "'");
+    const Variable path("PATH", folder_ / "programs");
+    const auto threads = [] {
+        return std::distance(fs::directory_iterator("/proc/self/task"), fs::directory_iterator());
+    };
+    const auto before = threads();
+    start();
+    clock_.advance(tavrin::Seconds(10));
+    ASSERT_EQ(ends_, 1);
+    std::ofstream(door).close();
+    // The thread's end is its answer, which could start another thread to write the entry.
+    ASSERT_TRUE(waitUntil([&] { return threads() == before; }));
+    processEvents();
+    ASSERT_TRUE(waitUntil([&] { return threads() == before; }));
+    EXPECT_FALSE(fs::exists(usersEntry()));
 }
 
 TEST_F(SchemeRegistrationTest, DestroyingItDropsTheCompletion) {

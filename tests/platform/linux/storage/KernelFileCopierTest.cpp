@@ -5,12 +5,14 @@
 #include "core/Errors.h"
 #include "core/FileDescriptor.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/support/linux/SystemCalls.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/inotify.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <array>
@@ -172,6 +174,15 @@ TEST_F(KernelFileCopierTest, CopiesBetweenFileSystems) {
     copier_.copy(source, destination_, CancellationToken());
 
     EXPECT_TRUE(contentOf(destination_) == content);
+}
+
+TEST_F(KernelFileCopierTest, ACopyThatCannotBeClosedFails) {
+    write(source_, "content");
+
+    test::withFailingCall(
+        SYS_close, EIO, [this] { EXPECT_EQ(failureOf(copier_, source_, destination_), EIO); });
+
+    EXPECT_FALSE(fs::exists(destination_));
 }
 
 TEST_F(KernelFileCopierTest, EndsWhenTheSourceShrinks) {

@@ -6,6 +6,7 @@
 #include "tests/support/SmallDisk.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/UnprivilegedUser.h"
+#include "tests/support/linux/SystemCalls.h"
 
 #include <QLockFile>
 #include <QString>
@@ -187,6 +188,16 @@ TEST_F(SettingsUserDefaultsTest, ReplacesTheFileAndLeavesNoneBehind) {
     const std::string content{std::istreambuf_iterator<char>(first), {}};
     EXPECT_EQ(content, "k=1\n");
     EXPECT_EQ(fileNames(), (std::vector<std::string>{"defaults.conf"}));
+}
+
+TEST_F(SettingsUserDefaultsTest, AWriteFlushesTheFileAndItsFolder) {
+    SettingsUserDefaults defaults(file_);
+    for (const int value : {1, 2}) {
+        const FlushCounter flushes;
+        defaults.set("k", value);
+        EXPECT_EQ(flushes.count(file_), 1U);
+        EXPECT_EQ(flushes.count(file_.parent_path()), 1U);
+    }
 }
 
 TEST_F(SettingsUserDefaultsTest, ProcessesChangeOnlyTheKeysTheySet) {

@@ -190,4 +190,16 @@ TEST_F(AppcastUpdaterOfferTest, ALogLineNamesTheVersionOnly) {
         ElementsAre("Version 2.0 is available.", "Version 2.0 was verified and installed."));
 }
 
+TEST_F(AppcastUpdaterOfferTest, ADownloadMayTakeAnHourAndTheFeedAMinute) {
+    offer({item("2.0")});
+    presenter_.onOffer = [this] {
+        updater_->choose(Choice::Install);
+    };
+    updater().checkForUpdates();
+    ASSERT_TRUE(shows("ready 2.0"));
+    ASSERT_EQ(requests(), 2U);
+    EXPECT_EQ(session_.requests().front().timeout, Seconds(60));
+    EXPECT_EQ(session_.requests().back().timeout, Seconds(3600));
+}
+
 } // namespace orvel::test

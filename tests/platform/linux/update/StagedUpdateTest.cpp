@@ -8,26 +8,22 @@
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/UnprivilegedUser.h"
 #include "tests/support/UpdateSigner.h"
+#include "tests/support/linux/SystemCalls.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
-#include <cstddef>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iterator>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace orvel {
@@ -45,19 +41,14 @@ std::string content(const std::filesystem::path& file) {
     return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-/// Runs `work` on a thread on which every positioned read fails, as on a broken disk.
-void withBrokenReads(const std::function<void()>& work) {
-    std::thread([&work] {
-        std::array filter{
-            sock_filter BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-            sock_filter BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_pread64, 0, 1),
-            sock_filter BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EIO),
-            sock_filter BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
-        const sock_fprog program{filter.size(), filter.data()};
-        ASSERT_EQ(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), 0);
-        ASSERT_EQ(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program), 0);
+/// The `errno` of the failure; nothing if the work succeeds.
+std::optional<int> errorOf(const std::function<void()>& work) {
+    try {
         work();
-    }).join();
+        return std::nullopt;
+    } catch (const tavrin::PlatformError& error) {
+        return error.code();
+    }
 }
 
 /// Runs with both kinds of naming.
@@ -234,7 +225,7 @@ TEST_P(StagedUpdateTest, VerifiesOnlyTheCompleteSignedContent) {
 TEST_P(StagedUpdateTest, ReportsABrokenDisk) {
     StagedUpdate update = staged(3);
     update.append("new");
-    withBrokenReads([&] {
+    test::withFailingCall(SYS_pread64, EIO, [&] {
         try {
             update.verify(key(), signature("new"));
             ADD_FAILURE() << "Verified.";
@@ -243,6 +234,30 @@ TEST_P(StagedUpdateTest, ReportsABrokenDisk) {
             EXPECT_THAT(error.what(), HasSubstr("Could not read the update"));
         }
     });
+}
+
+TEST_P(StagedUpdateTest, ReportsADiskThatCannotBeFlushed) {
+    StagedUpdate update = staged(3);
+    update.append("new");
+    test::withFailingCall(SYS_fsync, EIO, [&] {
+        EXPECT_EQ(errorOf([&] { update.verify(key(), signature("new")); }), EIO);
+    });
+}
+
+TEST_P(StagedUpdateTest, FlushesTheFileBeforeAndTheFolderAfterItIsPutInPlace) {
+    const test::FlushCounter flushes;
+    StagedUpdate update = staged(3);
+    update.append("new");
+    update.verify(key(), signature("new"));
+    bool isRenamed = false;
+    const test::BeforeRenaming renaming([&] {
+        isRenamed = true;
+        EXPECT_EQ(flushes.count(folder_ / ".Agent.AppImage.update"), 1U);
+        EXPECT_EQ(flushes.count(folder_.path()), 0U);
+    });
+    update.putInPlace(Use::Program);
+    EXPECT_TRUE(isRenamed);
+    EXPECT_EQ(flushes.count(folder_.path()), 1U);
 }
 
 TEST_P(StagedUpdateTest, TakesNoMoreThanAnnounced) {
@@ -280,6 +295,47 @@ TEST_P(StagedUpdateTest, DetectsAFullDiskBeforeWriting) {
     }
     EXPECT_THAT(files(), ElementsAre("Agent.AppImage"));
     EXPECT_EQ(content(place_), "old");
+}
+
+TEST_P(StagedUpdateTest, ALimitOnRoomIsDetectedBeforeWriting) {
+    for (const int limit : {EFBIG, EDQUOT}) {
+        test::withFailingCall(SYS_fallocate, limit, [&] {
+            EXPECT_EQ(errorOf([&] { const StagedUpdate update = staged(3); }), limit);
+        });
+    }
+    EXPECT_THAT(files(), IsEmpty());
+}
+
+TEST_P(StagedUpdateTest, AFileSystemThatCannotReserveRoomIsUsed) {
+    test::withFailingCall(SYS_fallocate, EOPNOTSUPP, [&] {
+        EXPECT_EQ(errorOf([&] { install("new", Use::Program); }), std::nullopt);
+    });
+    EXPECT_EQ(content(place_), "new");
+}
+
+TEST_P(StagedUpdateTest, AProgramCanBeStartedOnceItIsInPlace) {
+    const std::string script = "#!/bin/sh\nexit 42\n";
+    StagedUpdate update = staged(script.size());
+    update.append(script);
+    update.verify(key(), signature(script));
+    update.putInPlace(Use::Program);
+    EXPECT_EQ(WEXITSTATUS(std::system(place_.c_str())), 42);
+}
+
+TEST_P(StagedUpdateTest, AFileThatIsReplacedDuringTheRenamingIsReported) {
+    StagedUpdate update = staged(3);
+    update.append("new");
+    update.verify(key(), signature("new"));
+    const test::BeforeRenaming renaming([this] {
+        std::filesystem::remove(folder_ / ".Agent.AppImage.update");
+        write(folder_ / ".Agent.AppImage.update", "evil");
+    });
+    try {
+        update.putInPlace(Use::Program);
+        ADD_FAILURE() << "Accepted.";
+    } catch (const UpdateError& error) {
+        EXPECT_THAT(error.what(), HasSubstr("is not the one that was verified"));
+    }
 }
 
 TEST_P(StagedUpdateTest, ReportsAFolderThatCannotBeWritten) {

@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <functional>
+
+namespace orvel::test {
+
+/// Counts how often this process flushes a file or a folder to the disk while the object lives. One
+/// object at a time.
+class FlushCounter final {
+public:
+    FlushCounter();
+    ~FlushCounter();
+    FlushCounter(const FlushCounter&) = delete;
+    FlushCounter& operator=(const FlushCounter&) = delete;
+
+    [[nodiscard]] std::size_t count(const std::filesystem::path& file) const;
+};
+
+/// Runs the action before each `renameat` of this process while the object lives. One object at a
+/// time.
+class BeforeRenaming final {
+public:
+    explicit BeforeRenaming(std::function<void()> action);
+    ~BeforeRenaming();
+    BeforeRenaming(const BeforeRenaming&) = delete;
+    BeforeRenaming& operator=(const BeforeRenaming&) = delete;
+};
+
+/// Runs `work` on a thread on which this system call does nothing and fails with that `errno`.
+void withFailingCall(int systemCall, int error, const std::function<void()>& work);
+
+} // namespace orvel::test
