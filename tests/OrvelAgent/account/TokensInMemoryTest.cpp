@@ -215,4 +215,25 @@ TEST_F(TokensInMemoryTest, ABrowserSignInLeavesNoCodeAndNoTokenInMemory) {
     expectNoneLeft();
 }
 
+TEST_F(TokensInMemoryTest, AnUnusedCodeOfTheCallbackIsNotLeftInMemory) {
+    const HiddenToken unused;
+    replyWith(R"({"ok":true,"data":{"customToken":"$1","uid":"u"}})");
+    ForgetfulBrowser browser;
+    browser.callback = [&] {
+        return filled("orvelagent://callback?code=$1&code=$2", sent_, unused);
+    };
+    {
+        const APIClient client(
+            network_,
+            worker_,
+            Configuration(bundle_),
+            "https://api.test.example",
+            [] { return provide(nullptr); },
+            tavrin::Seconds(60));
+        static_cast<void>(runTask(DeviceAuth(browser, Configuration(bundle_)).authorize(client)));
+    }
+    expectNoneLeft();
+    EXPECT_EQ(unused.copiesInMemory(), 0U);
+}
+
 } // namespace orvel

@@ -282,7 +282,17 @@ TEST_F(APIClientTest, ATransportErrorIsRethrownUnchanged) {
 }
 
 TEST_F(APIClientTest, AFailureOfTheTokenProviderIsRethrownAndNothingIsSent) {
-    EXPECT_THROW(runTask(sendAs(session([] { return refuse(); }))), std::runtime_error);
+    const APIClient client(
+        session_,
+        worker_,
+        Configuration(bundle_),
+        "https://api.test.example",
+        [] { return refuse(); },
+        tavrin::Seconds(300));
+    const auto send = [&client] {
+        return client.send<Digest>("/digest", "POST", std::make_shared<const Empty>());
+    };
+    EXPECT_THROW(runTask(send()), std::runtime_error);
     EXPECT_TRUE(session_.requests().empty());
 }
 
@@ -421,6 +431,11 @@ TEST_F(APIClientTest, AnErrorTextThatRepeatsTheRequestIsNotShown) {
     }
 }
 
+TEST_F(APIClientTest, AReplyThatRepeatsAShortTokenIsNotShown) {
+    EXPECT_STREQ(errorOf(401, "bad token: secret").what(), "HTTP 401");
+    EXPECT_STREQ(errorOf(401, "bad token: secrets").what(), "bad token: secrets");
+}
+
 TEST_F(APIClientTest, AReplyThatSharesOnlyShortWordsWithTheRequestIsShown) {
     for (const std::string& reply :
          {std::string("<html>\r\n<head><title>502 Bad Proxy</title></head>\r\n<body>\r\n<p>"
@@ -455,10 +470,10 @@ TEST_F(APIClientTest, ShortValuesOfTheRequestAreTakenOutOfTheReply) {
 
 TEST_F(APIClientTest, AReplyWithASecretIsNotShownAsJSON) {
     for (const auto& [status, reply] : std::vector<std::pair<int, std::string>>{
-             {500, R"({"ok":true,"data":{"token":"a-secret-token"}})"},
-             {500, R"( [{"token":"a-secret-token"}])"},
-             {404, R"({"token":"a-secret-token")"},
-             {200, R"({"ok":false,"data":{"token":"a-secret-token"}})"}}) {
+             {500, R"({"ok":true,"data":{"token":"a-hidden-token"}})"},
+             {500, R"( [{"token":"a-hidden-token"}])"},
+             {404, R"({"token":"a-hidden-token")"},
+             {200, R"({"ok":false,"data":{"token":"a-hidden-token"}})"}}) {
         session_.enqueue(status, reply);
         try {
             runTask(client().send<Confidence>("/token", "POST", std::make_shared<const Empty>()));

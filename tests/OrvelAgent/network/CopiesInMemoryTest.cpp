@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "OrvelAgent/network/QueryItems.h"
+#include "OrvelAgent/network/SecretJSON.h"
+#include "core/Secret.h"
+#include "tests/support/HiddenToken.h"
+
+#include <boost/json/value.hpp>
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace orvel {
+
+TEST(CopiesInMemoryTest, EncodingAQueryLeavesNoOther) {
+    const test::HiddenToken token;
+    std::vector<QueryItem> items;
+    items.reserve(2);
+    items.push_back({"token", token.text()});
+    items.push_back({"more", std::string(1000, '/')});
+    std::string query = percentEncodedQuery(items);
+    EXPECT_EQ(token.copiesInMemory(), 2U);
+    tavrin::wipe(*items.front().value);
+    tavrin::wipe(query);
+    EXPECT_EQ(token.copiesInMemory(), 0U);
+}
+
+TEST(CopiesInMemoryTest, DecodingAQueryLeavesNoOther) {
+    const test::HiddenToken token;
+    std::string url = "orvelagent://callback?code=";
+    url.reserve(1000);
+    std::string text = token.text();
+    url += text;
+    tavrin::wipe(text);
+    std::optional<std::vector<QueryItem>> items = queryItems(url);
+    tavrin::wipe(url);
+    ASSERT_TRUE(items);
+    EXPECT_EQ(token.copiesInMemory(), 1U);
+    tavrin::wipe(*items->front().value);
+    EXPECT_EQ(token.copiesInMemory(), 0U);
+}
+
+TEST(CopiesInMemoryTest, ParsingAndSerializingJSONLeaveNoOther) {
+    const test::HiddenToken hidden;
+    std::string text;
+    text.reserve(5000);
+    // The parser needs a buffer for a string with an escaped character.
+    text += R"({"token":"\n)";
+    std::string part = hidden.text();
+    text += part;
+    tavrin::wipe(part);
+    text += R"(","more":")" + std::string(4000, 'x') + R"("})";
+    {
+        const boost::json::value json = parseSecretJSON(text);
+        std::string serialized = serializeSecretJSON(json);
+        EXPECT_EQ(serialized, text);
+        tavrin::wipe(serialized);
+        tavrin::wipe(text);
+        EXPECT_EQ(hidden.copiesInMemory(), 1U);
+    }
+    EXPECT_EQ(hidden.copiesInMemory(), 0U);
+}
+
+} // namespace orvel
