@@ -15,13 +15,13 @@ constexpr std::size_t northAmericanDigits = 11;
 
 struct Digits {
     std::string text;
+    /// Includes the country code.
     std::size_t count = 0;
 };
 
 Digits withoutCountryCode(Digits digits) {
     if (digits.count == northAmericanDigits && digits.text.front() == '1') {
         digits.text.erase(0, 1);
-        --digits.count;
     }
     return digits;
 }

@@ -58,7 +58,7 @@ std::optional<std::string> SQLiteDatabase::Row::string(int column) const {
 std::optional<std::span<const std::uint8_t>> SQLiteDatabase::Row::blob(int column) const {
     const void* bytes = sqlite3_column_blob(statement_, column);
     const int size = sqlite3_column_bytes(statement_, column);
-    if (bytes == nullptr || size < 1) {
+    if (bytes == nullptr) {
         return std::nullopt;
     }
     return std::span(static_cast<const std::uint8_t*>(bytes), static_cast<std::size_t>(size));

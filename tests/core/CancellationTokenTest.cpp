@@ -31,6 +31,15 @@ TEST(CancellationTokenTest, CancellingReachesEveryCopyAndCallsBackOnce) {
     EXPECT_EQ(calls, 1);
 }
 
+TEST(CancellationTokenTest, EveryCallbackIsCalled) {
+    CancellationSource source;
+    int calls = 0;
+    const auto first = source.token().onCancel([&] { calls += 1; });
+    const auto second = source.token().onCancel([&] { calls += 10; });
+    source.cancel();
+    EXPECT_EQ(calls, 11);
+}
+
 TEST(CancellationTokenTest, ACallbackRegisteredAfterCancellingIsCalledAtOnce) {
     CancellationSource source;
     source.cancel();

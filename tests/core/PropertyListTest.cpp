@@ -56,6 +56,8 @@ struct BinaryList {
     std::optional<std::uint64_t> objectCount = std::nullopt;
     std::optional<std::uint64_t> offsetTable = std::nullopt;
     std::optional<std::vector<std::uint64_t>> offsets = std::nullopt;
+    /// The first bytes of the trailer, which have no meaning.
+    std::string padding = std::string(6, '\0');
 
     [[nodiscard]] std::string bytes() const {
         std::string result = "bplist00";
@@ -68,7 +70,7 @@ struct BinaryList {
         for (const std::uint64_t offset : offsets.value_or(actualOffsets)) {
             result += bigEndian(offset, offsetWidth);
         }
-        result += std::string(6, '\0');
+        result += padding;
         result += static_cast<char>(offsetWidth);
         result += static_cast<char>(referenceWidth);
         result += bigEndian(objectCount.value_or(objects.size()), 8);
@@ -140,6 +142,10 @@ TEST(PropertyListTest, WrongTrailersAreRefused) {
     for (const std::uint64_t count : {std::uint64_t{0}, std::uint64_t{2}, huge, huge / 2 + 1}) {
         expectRefused(BinaryList{.objects = objects, .objectCount = count}.bytes());
     }
+    // The trailer would serve as the offset of a second object.
+    expectRefused(
+        BinaryList{.objects = objects, .objectCount = 2, .padding = "\x00\x08\x00\x08\x00\x08"s}
+            .bytes());
     for (const std::uint64_t table :
          {std::uint64_t{0}, std::uint64_t{8}, std::uint64_t{12}, huge}) {
         expectRefused(BinaryList{.objects = objects, .offsetTable = table}.bytes());
@@ -206,15 +212,15 @@ TEST(PropertyListTest, AReferenceToNoObjectIsRefused) {
 
 TEST(PropertyListTest, AKeyThatIsNotTextIsRefused) {
     ASSERT_TRUE(isRead(BinaryList{.objects = {"\xD1\x01\x01", "\x51k"}}.bytes()));
-    EXPECT_FALSE(isRead(BinaryList{.objects = {"\xD1\x01\x01", "\x09"}}.bytes()));
-    EXPECT_FALSE(isRead(BinaryList{.objects = {"\xD1\x01\x01", "\x51\0"s}}.bytes()));
+    expectRefused(BinaryList{.objects = {"\xD1\x01\x01", "\x09"}}.bytes());
+    expectRefused(BinaryList{.objects = {"\xD1\x01\x01", "\x51\0"s}}.bytes());
 }
 
 TEST(PropertyListTest, CircularReferencesAreRefused) {
-    EXPECT_FALSE(isRead(BinaryList{.objects = {array("\0"s)}}.bytes()));
-    EXPECT_FALSE(isRead(BinaryList{.objects = {array("\x01"), array("\0"s)}}.bytes()));
-    EXPECT_FALSE(isRead(BinaryList{.objects = {"\xD1\x01\0"s, "\x51k"}}.bytes()));
-    EXPECT_FALSE(isRead(BinaryList{.objects = {array("\0\0\0\0\0\0\0\0"s)}}.bytes()));
+    expectRefused(BinaryList{.objects = {array("\0"s)}}.bytes());
+    expectRefused(BinaryList{.objects = {array("\x01"), array("\0"s)}}.bytes());
+    expectRefused(BinaryList{.objects = {"\xD1\x01\0"s, "\x51k"}}.bytes());
+    expectRefused(BinaryList{.objects = {array("\0\0\0\0\0\0\0\0"s)}}.bytes());
 }
 
 TEST(PropertyListTest, NestingIsLimited) {
@@ -324,6 +330,13 @@ TEST(PropertyListTest, UnusualXMLIsRefused) {
           "<>"s,
           "</>"s}) {
         EXPECT_FALSE(isRead(xml(content))) << content;
+    }
+}
+
+TEST(PropertyListTest, AnElementEndsWithItsOwnName) {
+    EXPECT_TRUE(PropertyListScreens::screenedXML(xml("<array></array>"), limits));
+    for (const char* const content : {"<array></dict>", "<dict></array>", "<array></plist>"}) {
+        EXPECT_FALSE(PropertyListScreens::screenedXML(xml(content), limits)) << content;
     }
 }
 

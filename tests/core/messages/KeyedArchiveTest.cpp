@@ -135,6 +135,13 @@ TEST(KeyedArchiveTest, ATextInPlaceOfTheReferenceIsRead) {
         "further");
 }
 
+TEST(KeyedArchiveTest, ADictionaryWithAnotherKeyIsNoReference) {
+    const std::string reference = "<integer>2</integer></dict>";
+    EXPECT_EQ(
+        read(replaced(archive, reference, "<integer>2</integer><key>x</key><true/></dict>")),
+        std::nullopt);
+}
+
 TEST(KeyedArchiveTest, ADanglingReferenceGivesNoText) {
     for (const char* const index : {"4", "100000", "4294967295", "4294967297", "-1", "x"}) {
         for (const char* const from : {"1", "2", "3"}) {

@@ -128,6 +128,8 @@ TEST_F(RollbackJournalTest, AJournalOfImpossibleSizesIsIgnored) {
 TEST_F(RollbackJournalTest, AFinishedJournalIsIgnored) {
     writeCopy();
     std::string journal = group({{2, page('x')}});
+    journal[0] = '\0';
+    EXPECT_FALSE(hasChanged(journal));
     journal.replace(0, 28, 28, '\0');
     EXPECT_FALSE(hasChanged(journal));
     EXPECT_FALSE(hasChanged(""));

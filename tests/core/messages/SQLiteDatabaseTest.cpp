@@ -266,6 +266,19 @@ TEST_F(SQLiteDatabaseTest, AFinishedRunHoldsNoLockAndSeesLaterRows) {
     EXPECT_THAT(integers(sql), ElementsAre(1));
 }
 
+TEST_F(SQLiteDatabaseTest, ALockedDatabaseIsAnErrorAndNotTheEndOfTheRows) {
+    builder_.execute("PRAGMA journal_mode = DELETE");
+    builder_.addHandle("ann@example.com");
+    const std::string sql = "SELECT ROWID FROM handle";
+    EXPECT_THAT(integers(sql), ElementsAre(1));
+    builder_.execute("BEGIN EXCLUSIVE");
+    EXPECT_THAT(
+        [&] { integers(sql); },
+        ThrowsMessage<SQLiteError>(StrEq("sqlite step failed: database is locked")));
+    builder_.execute("COMMIT");
+    EXPECT_THAT(integers(sql), ElementsAre(1));
+}
+
 TEST_F(SQLiteDatabaseTest, AStatementCanBeNested) {
     std::vector<std::int64_t> seen;
     database().query(threeRows, {}, [&](const Row& outer) {
@@ -370,6 +383,10 @@ TEST_F(SQLiteDatabaseTest, AMessageThatQuotesTheDatabaseIsCutAndCleaned) {
         EXPECT_NE(text.find("\uFFFD\uFFFD\uFFFD00"), std::string::npos) << text.substr(0, 200);
         EXPECT_LT(text.size(), 600U);
     }
+    EXPECT_THAT(
+        [&] { integers("SELECT json_extract('{}', 'no \x1B path')"); },
+        ThrowsMessage<SQLiteError>(
+            StrEq("sqlite step failed: JSON path error near 'no \uFFFD path'")));
 }
 
 } // namespace tavrin
