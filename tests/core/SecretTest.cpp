@@ -33,6 +33,12 @@ private:
 
 } // namespace
 
+TEST(SecretTest, WipingOverwritesAllBytesAndNoOthers) {
+    std::string bytes = "abcdef";
+    wipe(bytes.data() + 1, 4);
+    EXPECT_EQ(bytes, std::string("a\0\0\0\0f", 6));
+}
+
 TEST(SecretTest, WipingOverwritesUnusedCapacity) {
     std::string text = longText;
     const char* bytes = text.data();
@@ -66,7 +72,7 @@ TEST(SecretTest, IsOverwrittenWhenReplaced) {
     Storage storage(shortText);
     storage.secret() = Secret("x");
     EXPECT_EQ(storage.secret().text(), "x");
-    EXPECT_FALSE(storage.holds("hort"));
+    EXPECT_FALSE(storage.holds("ort"));
     const Secret copy("y");
     storage.secret() = copy;
     EXPECT_EQ(storage.secret(), copy);

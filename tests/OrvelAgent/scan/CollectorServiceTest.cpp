@@ -29,9 +29,12 @@
 #include <chrono>
 #include <filesystem>
 #include <functional>
+#include <future>
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace orvel {
@@ -636,6 +639,31 @@ TEST_F(CollectorServiceTest, ResettingEndsARunningScanBeforeItSavesProgress) {
     received_.clear();
     EXPECT_EQ(scan()->uploaded, 1200);
     EXPECT_EQ(received_.front(), "message-1200");
+}
+
+TEST_F(CollectorServiceTest, AResetJustBeforeProgressIsSavedIsKept) {
+    addMessages(3);
+    for (const bool isBackfillDone : {false, true}) {
+        store_.setBackfillDone(isBackfillDone);
+        std::promise<void> saving;
+        std::optional<QCoro::Task<>> hold;
+        std::optional<QCoro::Task<>> reset;
+        log_.setOnWrite([&](std::string_view message) {
+            if (!hold && message.starts_with("batch accepted")) {
+                // The worker resets the progress when the scan is about to save it.
+                hold = worker_.run([isSaving = saving.get_future().share()] { isSaving.wait(); });
+                reset = service_.resetWatermark();
+                QMetaObject::invokeMethod(
+                    &driver_, [&] { saving.set_value(); }, Qt::QueuedConnection);
+            }
+        });
+        EXPECT_EQ(scan()->uploaded, 3);
+        EXPECT_EQ(store_.watermark(), 0);
+        EXPECT_EQ(store_.backfillCursor(), cursorAtStart);
+        EXPECT_FALSE(store_.isBackfillDone());
+        runTask(*std::move(hold));
+        runTask(*std::move(reset));
+    }
 }
 
 TEST_F(CollectorServiceTest, AFailedResetDoesNotEndARunningScan) {

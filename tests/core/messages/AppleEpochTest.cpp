@@ -60,6 +60,7 @@ TEST(AppleEpochTest, KnowsWhichInstantsItCanConvert) {
     EXPECT_TRUE(AppleEpoch::isRepresentable(at(1'710'003'942)));
     EXPECT_TRUE(AppleEpoch::isRepresentable(at(10'201'679'236)));
     EXPECT_TRUE(AppleEpoch::isRepresentable(at(-8'245'064'836)));
+    EXPECT_TRUE(AppleEpoch::isRepresentable(at(-8'245'064'836.854776))) << "the smallest value";
     EXPECT_FALSE(AppleEpoch::isRepresentable(at(10'201'679'237)));
     EXPECT_FALSE(AppleEpoch::isRepresentable(at(-8'245'064'838)));
     EXPECT_FALSE(AppleEpoch::isRepresentable(at(std::numeric_limits<double>::infinity())));
