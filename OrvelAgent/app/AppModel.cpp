@@ -103,7 +103,6 @@ AppModel::~AppModel() {
     blockSignals(true);
     lifetime_.cancel();
     loop_.cancel();
-    syncAttentionFlash();
     // Coroutines that wait for a worker resume in these calls, see the cancellation and end.
     scanWorker_.stop();
     worker_.stop();
@@ -163,7 +162,7 @@ QCoro::Task<> AppModel::rescanFromBeginning() {
 }
 
 void AppModel::syncAttentionFlash() {
-    flash_.setRunning(status_.shouldFlash() && !lifetime_.token().isCancelled());
+    flash_.setRunning(status_.shouldFlash());
 }
 
 void AppModel::relaunch() {

@@ -25,6 +25,7 @@ constexpr std::size_t length = 64;
 /// Copies are found by this part of the token.
 constexpr std::size_t partBegin = 32;
 constexpr std::size_t partLength = 24;
+constexpr std::size_t longestPart = 2 * partLength;
 static_assert(partBegin < HiddenToken::split && HiddenToken::split < partBegin + partLength);
 constexpr char disguise = '\x80';
 
@@ -42,13 +43,13 @@ public:
     SearchMemory& operator=(const SearchMemory&) = delete;
 
     [[nodiscard]] char* part() const { return static_cast<char*>(memory_); }
-    [[nodiscard]] char* buffer() const { return part() + partLength; }
+    [[nodiscard]] char* buffer() const { return part() + longestPart; }
     [[nodiscard]] bool contains(std::uintptr_t address) const {
         return address - reinterpret_cast<std::uintptr_t>(memory_) < size;
     }
 
     static constexpr std::size_t bufferSize = std::size_t{1} << 20U;
-    static constexpr std::size_t size = partLength + bufferSize;
+    static constexpr std::size_t size = longestPart + bufferSize;
 
 private:
     void* memory_;
@@ -106,12 +107,13 @@ std::string HiddenToken::text() const {
     return text;
 }
 
-std::size_t HiddenToken::copiesInMemory() const {
+std::size_t HiddenToken::copies(std::size_t bytesPerCharacter) const {
     const SearchMemory searchMemory;
     for (std::size_t index = 0; index < partLength; ++index) {
-        searchMemory.part()[index] = static_cast<char>(disguised_[partBegin + index] ^ disguise);
+        searchMemory.part()[bytesPerCharacter * index] =
+            static_cast<char>(disguised_[partBegin + index] ^ disguise);
     }
-    const std::string_view part(searchMemory.part(), partLength);
+    const std::string_view part(searchMemory.part(), bytesPerCharacter * partLength);
 
     std::ostringstream maps;
     maps << std::ifstream("/proc/self/maps").rdbuf();
@@ -128,14 +130,14 @@ std::size_t HiddenToken::copiesInMemory() const {
             writable != 'w' || end - begin > (1UL << 30U)) {
             continue;
         }
-        while (end - begin >= partLength) {
+        while (end - begin >= part.size()) {
             const std::size_t wanted = std::min<std::size_t>(end - begin, SearchMemory::bufferSize);
             if (!isUsed(pagemap, begin, wanted)) {
-                begin += wanted - partLength + 1;
+                begin += wanted - part.size() + 1;
                 continue;
             }
             const std::size_t count = memory.read(searchMemory.buffer(), wanted, begin);
-            if (count < partLength) {
+            if (count < part.size()) {
                 break;
             }
             const std::string_view bytes(searchMemory.buffer(), count);
@@ -144,7 +146,7 @@ std::size_t HiddenToken::copiesInMemory() const {
                 copies += searchMemory.contains(begin + found) ? 0 : 1;
             }
             // Overlap the next piece with this one, in case a copy lies across the border.
-            begin += bytes.size() - partLength + 1;
+            begin += bytes.size() - part.size() + 1;
         }
     }
     return copies;

@@ -172,6 +172,18 @@ TEST_F(TokensInMemoryTest, ARefreshLeavesNoTokenInMemory) {
     expectNoneLeft();
 }
 
+TEST_F(TokensInMemoryTest, ARefreshWithALongTokenLeavesNoneOfItInMemory) {
+    replyWith(R"({"id_token":"$1","refresh_token":"$2","expires_in":"3600"})");
+    const std::string padding(2000, '.');
+    std::string token;
+    token.reserve(5000);
+    std::string part = sent_.text();
+    token.append(padding).append(part).append(padding);
+    tavrin::wipe(part);
+    static_cast<void>(runTask(identity().refresh(tavrin::Secret(std::move(token)))));
+    expectNoneLeft();
+}
+
 TEST_F(TokensInMemoryTest, ASignInAtTheProviderLeavesNoTokenInMemory) {
     replyWith(R"({"idToken":"$1","refreshToken":"$2","expiresIn":"3600"})");
     static_cast<void>(runTask(identity().signInWithCustomToken(tavrin::Secret(sent_.text()))));

@@ -196,6 +196,19 @@ TEST_F(AppModelPermissionsTest, ContactsGrantedDuringAScanRescanAllConversations
     EXPECT_EQ(nextWait(), 890);
 }
 
+TEST_F(AppModelPermissionsTest, ContactsGrantedDuringAScanDoNotStartASecondOneBesideIt) {
+    with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
+    with_.service.setAnswer(FakeService::digestPath, std::nullopt);
+    beginSignedIn();
+    EXPECT_TRUE(waitForRequest(FakeService::digestPath));
+    const auto request = model_->requestContactsAccess();
+    EXPECT_TRUE(
+        waitUntil([this] { return model_->contactsAvailability() == Availability::Granted; }));
+    processEvents();
+    EXPECT_EQ(with_.service.requestCount(FakeService::digestPath), 1U);
+    model_.reset();
+}
+
 TEST_F(AppModelPermissionsTest, LogsThatProgressCannotBeDeletedAndStillScans) {
     startSignedIn();
     with_.userDefaults.setFailsWrites(true);

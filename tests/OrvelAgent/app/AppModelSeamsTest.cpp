@@ -56,6 +56,13 @@ TEST_F(AppModelSeamsTest, ASignOutInThePauseSendsNothingMore) {
     EXPECT_EQ(model_->collector().lastError(), std::nullopt);
 }
 
+TEST_F(AppModelSeamsTest, ASignInAfterASignOutInAScanIsNoticedSoon) {
+    startBackfillOfTwoBatches();
+    model_->auth().signOut();
+    EXPECT_TRUE(waitUntil([this] { return isWaiting(30) || isWaiting(900); }));
+    EXPECT_TRUE(isWaiting(30));
+}
+
 TEST_F(AppModelSeamsTest, TheRestOfAScanDoesNotGoToTheNextAccount) {
     startBackfillOfTwoBatches();
     model_->auth().signOut();

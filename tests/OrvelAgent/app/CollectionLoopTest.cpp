@@ -50,6 +50,20 @@ TEST_F(CollectionLoopTest, ScansAtTheStartAndEveryFifteenMinutes) {
     EXPECT_EQ(with_.service.guids().back(), "message-4");
 }
 
+TEST_F(CollectionLoopTest, WaitsForTheStoredSessionBeforeTheFirstScan) {
+    with_.addressBook.status = AddressBook::AuthorizationStatus::NotDetermined;
+    with_.keychain.lock();
+    beginSignedIn();
+    with_.addressBook.status = AddressBook::AuthorizationStatus::Denied;
+    // Part of the first check of the permissions.
+    EXPECT_TRUE(waitUntil(
+        [this] { return model_->contactsAvailability() == ContactBridge::Availability::Denied; }));
+    EXPECT_FALSE(isWaiting(30));
+    with_.keychain.unlock();
+    EXPECT_EQ(nextWait(), 900);
+    EXPECT_EQ(scans(), 1U);
+}
+
 TEST_F(CollectionLoopTest, EachFailureDoublesTheWaitUpToFiveMinutes) {
     with_.fileCopier.setFails(true);
     beginSignedIn();

@@ -9,6 +9,8 @@
 
 #include <cstdio>
 #include <functional>
+#include <memory>
+#include <optional>
 #include <string>
 
 namespace orvel::test {
@@ -29,6 +31,20 @@ public:
     void readEntries(tavrin::Date, std::function<void(Entries)>) override {}
 };
 
+/// Another copy runs. Prints that it is brought to the front.
+class PrintingInstanceRegistry final : public InstanceRegistry {
+public:
+    [[nodiscard]] std::optional<RunningApplication> runningCopy(const std::string&) override {
+        return RunningApplication{4711};
+    }
+    void activateCopy(const RunningApplication& application) override {
+        std::fprintf(stderr, "activate %d\n", static_cast<int>(application.processIdentifier));
+    }
+    [[nodiscard]] std::unique_ptr<Subscription> onActivation(std::function<void()>) override {
+        return nullptr;
+    }
+};
+
 class SingleInstanceTest : public testing::Test {
 protected:
     SingleInstanceTest() { bundle_.setInfo("CFBundleIdentifier", "app.test"); }
@@ -47,14 +63,14 @@ TEST_F(SingleInstanceTest, TheFirstCopyKeepsRunning) {
     EXPECT_TRUE(registry_.activatedCopies.empty());
 }
 
-TEST_F(SingleInstanceTest, ALaterCopyReportsTheOtherAndExits) {
-    registry_.otherCopy = {4711};
+TEST_F(SingleInstanceTest, ALaterCopyReportsTheOtherActivatesItAndExits) {
+    PrintingInstanceRegistry registry;
     EXPECT_EXIT(
-        SingleInstance::terminateIfAlreadyRunning(bundle_, registry_, log_),
+        SingleInstance::terminateIfAlreadyRunning(bundle_, registry, log_),
         testing::ExitedWithCode(0),
         "^Another instance is already running \\(pid 4711\\); this copy is exiting\\.\n"
         "log 4 lifecycle: Another instance is already running \\(pid 4711\\); this copy is "
-        "exiting\\.\n$");
+        "exiting\\.\nactivate 4711\n$");
 }
 
 TEST_F(SingleInstanceTest, WithoutAnIdentifierItKeepsRunning) {

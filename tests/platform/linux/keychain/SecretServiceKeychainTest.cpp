@@ -163,6 +163,12 @@ TEST_F(SecretServiceKeychainTest, AReadLeavesNoCopyOfItsValueInMemory) {
     EXPECT_EQ(token.copiesInMemory(), 0U);
 }
 
+TEST_F(SecretServiceKeychainTest, AWriteLeavesNoWideCopyOfItsValueInMemory) {
+    const HiddenToken token;
+    EXPECT_EQ(failureOf(startWrite(keychain_, service, account, token.text())), "");
+    EXPECT_EQ(token.wideCopiesInMemory(), 0U);
+}
+
 TEST_F(SecretServiceKeychainTest, ANewerWriteThatFailsIsNotForgottenWithAnOlderOne) {
     bool hasWritten = false;
     keychain_.write(service, account, tavrin::Secret("old"), [&](const auto& failure) {

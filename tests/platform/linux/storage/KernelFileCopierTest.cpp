@@ -176,6 +176,18 @@ TEST_F(KernelFileCopierTest, CopiesBetweenFileSystems) {
     EXPECT_TRUE(contentOf(destination_) == content);
 }
 
+TEST_F(KernelFileCopierTest, ACopyThatTheKernelEndsEarlyIsContinuedByHand) {
+    write(source_, "content");
+    KernelFileCopier copier({Method::CopyInKernel, Method::ReadAndWrite});
+
+    // Without an error number, the call returns 0.
+    test::withFailingCall(SYS_copy_file_range, 0, [&] {
+        EXPECT_EQ(failureOf(copier, source_, destination_), std::nullopt);
+    });
+
+    EXPECT_EQ(contentOf(destination_), "content");
+}
+
 TEST_F(KernelFileCopierTest, ACopyThatCannotBeClosedFails) {
     write(source_, "content");
 
