@@ -16,11 +16,13 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -53,6 +55,15 @@ void writeProgram(const fs::path& path, const std::string& commands = "") {
         "#!/bin/sh\n" + commands +
             "\nprintf %s \"$1\" >\"${0%/*}/new\"\nmv \"${0%/*}/new\" \"${0%/*}/url\"\n");
     fs::permissions(path, fs::perms::owner_all);
+}
+
+/// This process's threads.
+std::set<fs::path> threads() {
+    std::set<fs::path> result;
+    for (const auto& entry : fs::directory_iterator("/proc/self/task")) {
+        result.insert(entry.path());
+    }
+    return result;
 }
 
 /// Replaces an environment variable until destroyed.
@@ -273,6 +284,13 @@ TEST_F(SchemeRegistrationTest, ADesktopWithoutItsProgramsIsLogged) {
     expectFailure("xdg-mime failed");
 }
 
+TEST_F(SchemeRegistrationTest, AProgramOfTheDesktopThatFailsIsLogged) {
+    writeProgram(folder_ / "programs" / "xdg-mime", "exit 1");
+    const Variable path("PATH", folder_ / "programs");
+    ensure();
+    expectFailure("xdg-mime failed");
+}
+
 TEST_F(SchemeRegistrationTest, ADesktopThatTakesTooLongIsLogged) {
     const fs::path door = folder_ / "door";
     ASSERT_EQ(mkfifo(door.c_str(), 0600), 0);
@@ -296,18 +314,19 @@ TEST_F(SchemeRegistrationTest, ADesktopThatAnswersTooLateIsIgnored) {
     ASSERT_EQ(mkfifo(door.c_str(), 0600), 0);
     writeProgram(folder_ / "programs" / "xdg-mime", "/bin/cat '" + door.string() + "'");
     const Variable path("PATH", folder_ / "programs");
-    const auto threads = [] {
-        return std::distance(fs::directory_iterator("/proc/self/task"), fs::directory_iterator());
+    const std::set<fs::path> before = threads();
+    const auto hasNoNewThread = [&before] {
+        return std::ranges::includes(before, threads());
     };
-    const auto before = threads();
     start();
     clock_.advance(tavrin::Seconds(10));
     ASSERT_EQ(ends_, 1);
+    ASSERT_FALSE(hasNoNewThread());
     std::ofstream(door).close();
-    // The thread's end is its answer, which could start another thread to write the entry.
-    ASSERT_TRUE(waitUntil([&] { return threads() == before; }));
+    // The thread ends with its answer, which could start another thread to write the entry.
+    ASSERT_TRUE(waitUntil(hasNoNewThread));
     processEvents();
-    ASSERT_TRUE(waitUntil([&] { return threads() == before; }));
+    ASSERT_TRUE(waitUntil(hasNoNewThread));
     EXPECT_FALSE(fs::exists(usersEntry()));
 }
 
