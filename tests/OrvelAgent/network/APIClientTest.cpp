@@ -91,7 +91,7 @@ protected:
     }
 
     QCoro::Task<Digest>
-    sendAs(const AccountSession& session, tavrin::CancellationToken cancellation = {}) {
+    sendAs(AccountSession session, tavrin::CancellationToken cancellation = {}) {
         return client().authorizedBy(session).send<Digest>(
             "/digest", "POST", std::make_shared<const Empty>(), std::move(cancellation));
     }
