@@ -108,8 +108,12 @@ TEST_F(InstanceLockTest, TheFolderIsThatOfTheSession) {
 
 TEST_F(InstanceLockTest, AFolderThatOthersCanWriteToIsNotUsed) {
     qputenv("XDG_RUNTIME_DIR", QByteArray::fromStdString(folder_.path().string()));
-    std::filesystem::permissions(folder_.path(), std::filesystem::perms::all);
-    EXPECT_NE(InstanceLock::defaultFolder(identifier), folder_.path());
+    EXPECT_EQ(InstanceLock::defaultFolder(identifier), folder_.path());
+    for (const auto others :
+         {std::filesystem::perms::group_write, std::filesystem::perms::others_write}) {
+        std::filesystem::permissions(folder_.path(), std::filesystem::perms::owner_all | others);
+        EXPECT_NE(InstanceLock::defaultFolder(identifier), folder_.path());
+    }
 }
 
 TEST_F(InstanceLockTest, DoesNotUseAnotherUsersFolder) {
