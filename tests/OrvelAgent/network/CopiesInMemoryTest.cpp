@@ -46,12 +46,12 @@ TEST(CopiesInMemoryTest, DecodingAQueryLeavesNoOther) {
 TEST(CopiesInMemoryTest, ParsingAndSerializingJSONLeaveNoOther) {
     const test::HiddenToken hidden;
     std::string text;
-    text.reserve(5000);
-    text += R"({"token":")";
+    text.reserve(10'000);
+    text += R"({"first":")" + std::string(2000, 'x') + R"(","token":")";
     std::string part = hidden.text();
     text += part;
     tavrin::wipe(part);
-    text += R"(","more":")" + std::string(4000, 'x') + R"("})";
+    text += R"(","last":")" + std::string(4000, 'x') + R"("})";
     {
         const boost::json::value json = parseSecretJSON(text);
         std::string serialized = serializeSecretJSON(json);
