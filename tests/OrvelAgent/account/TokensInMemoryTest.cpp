@@ -115,6 +115,19 @@ protected:
         };
     }
 
+    /// The first call of a shared library's function may save registers, with a part of a token, on
+    /// the stack.
+    static void SetUpTestSuite() {
+        class FirstUse final : public TokensInMemoryTest {
+        public:
+            void TestBody() override {
+                replyWith(R"({"id_token":"$1","refresh_token":"$2","expires_in":"3600"})");
+                static_cast<void>(runTask(identity().refresh(tavrin::Secret(sent_.text()))));
+            }
+        };
+        FirstUse().TestBody();
+    }
+
     void replyWith(std::string_view text) {
         network_.reply = [this, text] {
             return filled(text, received_, alsoReceived_);
@@ -232,7 +245,16 @@ TEST_F(TokensInMemoryTest, AnUnusedCodeOfTheCallbackIsNotLeftInMemory) {
     replyWith(R"({"ok":true,"data":{"customToken":"$1","uid":"u"}})");
     ForgetfulBrowser browser;
     browser.callback = [&] {
-        return filled("orvelagent://callback?code=$1&code=$2", sent_, unused);
+        // The beginning of freed memory is soon used again.
+        std::string callback;
+        callback.reserve(100'000);
+        std::string code = filled("orvelagent://callback?code=$1&code=", sent_, sent_);
+        callback.append(code).append(60'000, '.');
+        tavrin::wipe(code);
+        code = unused.text();
+        callback += code;
+        tavrin::wipe(code);
+        return callback;
     };
     {
         const APIClient client(

@@ -17,8 +17,8 @@ TEST(CopiesInMemoryTest, EncodingAQueryLeavesNoOther) {
     const test::HiddenToken token;
     std::vector<QueryItem> items;
     items.reserve(3);
-    // The allocator overwrites the beginning of freed memory.
-    items.push_back({"first", std::string(2000, '.')});
+    // The beginning of freed memory is soon used again.
+    items.push_back({"first", std::string(60'000, '.')});
     items.push_back({"token", token.text()});
     items.push_back({"last", std::string(1000, '/')});
     std::string query = percentEncodedQuery(items);
@@ -46,12 +46,12 @@ TEST(CopiesInMemoryTest, DecodingAQueryLeavesNoOther) {
 TEST(CopiesInMemoryTest, ParsingAndSerializingJSONLeaveNoOther) {
     const test::HiddenToken hidden;
     std::string text;
-    text.reserve(10'000);
-    text += R"({"first":")" + std::string(2000, 'x') + R"(","token":")";
+    text.reserve(80'000);
+    text += R"({"first":")" + std::string(60'000, 'x') + R"(","token":")";
     std::string part = hidden.text();
     text += part;
     tavrin::wipe(part);
-    text += R"(","last":")" + std::string(4000, 'x') + R"("})";
+    text += R"(","last":")" + std::string(8000, 'x') + R"("})";
     {
         const boost::json::value json = parseSecretJSON(text);
         std::string serialized = serializeSecretJSON(json);

@@ -165,8 +165,8 @@ TEST_F(SecretServiceKeychainTest, AReadLeavesNoCopyOfItsValueInMemory) {
 
 TEST_F(SecretServiceKeychainTest, AWriteLeavesNoWideCopyOfItsValueInMemory) {
     const HiddenToken token;
-    // The allocator overwrites the beginning of freed memory.
-    const std::string padding(2000, '.');
+    // The beginning of freed memory is soon used again.
+    const std::string padding(25'000, '.');
     EXPECT_EQ(
         failureOf(startWrite(keychain_, service, account, padding + token.text() + padding)), "");
     EXPECT_EQ(token.wideCopiesInMemory(), 0U);
