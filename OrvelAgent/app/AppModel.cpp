@@ -90,7 +90,6 @@ AppModel::AppModel(
     connect(&auth_, &AuthService::changed, this, &AppModel::statusChanged);
     connect(&collector_, &CollectorService::changed, this, &AppModel::statusChanged);
     connect(&updater_, &UpdaterService::changed, this, &AppModel::statusChanged);
-    connect(&permissions_, &Permissions::changed, this, &AppModel::startCollecting);
     connect(&permissions_, &Permissions::changed, this, &AppModel::statusChanged);
     connect(&choices_, &SavedChoices::changed, this, &AppModel::changed);
     connect(&choices_, &SavedChoices::changed, this, [this] { scanRun_.applyChoices(); });

@@ -25,7 +25,6 @@ constexpr std::size_t length = 64;
 /// Copies are found by this part of the token.
 constexpr std::size_t partBegin = 32;
 constexpr std::size_t partLength = 24;
-constexpr std::size_t longestPart = 2 * partLength;
 static_assert(partBegin < HiddenToken::split && HiddenToken::split < partBegin + partLength);
 constexpr char disguise = '\x80';
 
@@ -43,13 +42,13 @@ public:
     SearchMemory& operator=(const SearchMemory&) = delete;
 
     [[nodiscard]] char* part() const { return static_cast<char*>(memory_); }
-    [[nodiscard]] char* buffer() const { return part() + longestPart; }
+    [[nodiscard]] char* buffer() const { return part() + partLength; }
     [[nodiscard]] bool contains(std::uintptr_t address) const {
         return address - reinterpret_cast<std::uintptr_t>(memory_) < size;
     }
 
     static constexpr std::size_t bufferSize = std::size_t{1} << 20U;
-    static constexpr std::size_t size = longestPart + bufferSize;
+    static constexpr std::size_t size = partLength + bufferSize;
 
 private:
     void* memory_;
@@ -107,13 +106,12 @@ std::string HiddenToken::text() const {
     return text;
 }
 
-std::size_t HiddenToken::copies(std::size_t bytesPerCharacter) const {
+std::size_t HiddenToken::copiesInMemory() const {
     const SearchMemory searchMemory;
     for (std::size_t index = 0; index < partLength; ++index) {
-        searchMemory.part()[bytesPerCharacter * index] =
-            static_cast<char>(disguised_[partBegin + index] ^ disguise);
+        searchMemory.part()[index] = static_cast<char>(disguised_[partBegin + index] ^ disguise);
     }
-    const std::string_view part(searchMemory.part(), bytesPerCharacter * partLength);
+    const std::string_view part(searchMemory.part(), partLength);
 
     std::ostringstream maps;
     maps << std::ifstream("/proc/self/maps").rdbuf();
@@ -130,14 +128,14 @@ std::size_t HiddenToken::copies(std::size_t bytesPerCharacter) const {
             writable != 'w' || end - begin > (1UL << 30U)) {
             continue;
         }
-        while (end - begin >= part.size()) {
+        while (end - begin >= partLength) {
             const std::size_t wanted = std::min<std::size_t>(end - begin, SearchMemory::bufferSize);
             if (!isUsed(pagemap, begin, wanted)) {
-                begin += wanted - part.size() + 1;
+                begin += wanted - partLength + 1;
                 continue;
             }
             const std::size_t count = memory.read(searchMemory.buffer(), wanted, begin);
-            if (count < part.size()) {
+            if (count < partLength) {
                 break;
             }
             const std::string_view bytes(searchMemory.buffer(), count);
@@ -146,7 +144,7 @@ std::size_t HiddenToken::copies(std::size_t bytesPerCharacter) const {
                 copies += searchMemory.contains(begin + found) ? 0 : 1;
             }
             // Overlap the next piece with this one, in case a copy lies across the border.
-            begin += bytes.size() - part.size() + 1;
+            begin += bytes.size() - partLength + 1;
         }
     }
     return copies;

@@ -20,14 +20,9 @@ public:
 
     /// The number of copies in writable memory, including freed memory. The allocator overwrites
     /// the first bytes of freed memory; the search ignores those.
-    [[nodiscard]] std::size_t copiesInMemory() const { return copies(1); }
-
-    /// The same for copies in UTF-16.
-    [[nodiscard]] std::size_t wideCopiesInMemory() const { return copies(2); }
+    [[nodiscard]] std::size_t copiesInMemory() const;
 
 private:
-    [[nodiscard]] std::size_t copies(std::size_t bytesPerCharacter) const;
-
     std::string disguised_;
 };
 

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -75,9 +76,15 @@ TEST_F(SingleInstanceTest, ALaterCopyReportsTheOtherActivatesItAndExits) {
 
 TEST_F(SingleInstanceTest, WithoutAnIdentifierItKeepsRunning) {
     bundle_.setInfo("CFBundleIdentifier", "");
-    registry_.otherCopy = {4711};
-    SingleInstance::terminateIfAlreadyRunning(bundle_, registry_, log_);
-    EXPECT_TRUE(registry_.activatedCopies.empty());
+    PrintingInstanceRegistry registry;
+    constexpr int isRunning = 3;
+    EXPECT_EXIT(
+        {
+            SingleInstance::terminateIfAlreadyRunning(bundle_, registry, log_);
+            std::_Exit(isRunning);
+        },
+        testing::ExitedWithCode(isRunning),
+        "^$");
 }
 
 } // namespace orvel::test

@@ -163,15 +163,6 @@ TEST_F(SecretServiceKeychainTest, AReadLeavesNoCopyOfItsValueInMemory) {
     EXPECT_EQ(token.copiesInMemory(), 0U);
 }
 
-TEST_F(SecretServiceKeychainTest, AWriteLeavesNoWideCopyOfItsValueInMemory) {
-    const HiddenToken token;
-    // The beginning of freed memory is soon used again.
-    const std::string padding(25'000, '.');
-    EXPECT_EQ(
-        failureOf(startWrite(keychain_, service, account, padding + token.text() + padding)), "");
-    EXPECT_EQ(token.wideCopiesInMemory(), 0U);
-}
-
 TEST_F(SecretServiceKeychainTest, ANewerWriteThatFailsIsNotForgottenWithAnOlderOne) {
     bool hasWritten = false;
     keychain_.write(service, account, tavrin::Secret("old"), [&](const auto& failure) {
