@@ -925,23 +925,6 @@ TEST_F(MessagesCollectorTest, AnIdChangedByAProgramIsNotDamaged) {
     EXPECT_EQ(collector().highestRowID(), 1000);
 }
 
-TEST_F(MessagesCollectorTest, AWalkWithoutARowThatFitsEnds) {
-    builder_.dropColumn("message", "item_type");
-    builder_.execute("ALTER TABLE message RENAME TO message_rows");
-    // More rows than a batch reads in search of one that fits.
-    builder_.execute(
-        "CREATE VIEW message AS WITH RECURSIVE numbers(number) AS"
-        " (SELECT 1 UNION ALL SELECT number + 1 FROM numbers WHERE number < 100001)"
-        " SELECT 'text' AS ROWID, 'guid' AS guid, 1 AS date, 0 AS is_from_me, NULL AS text,"
-        " NULL AS handle_id FROM numbers");
-    Options options = everything();
-    options.batchLimit = 100'000;
-    const Batch batch = collector().collect(0, options);
-    EXPECT_EQ(batch.scanned, 0);
-    EXPECT_EQ(batch.highWatermark, 0);
-    EXPECT_FALSE(batch.hasMore);
-}
-
 /// The row id of one message is wrong. The parameters are the wrong id and the batch limit.
 class MessagesCollectorDisorderTest
     : public MessagesCollectorTest,
