@@ -107,4 +107,13 @@ void CancellationSource::cancel() {
     state->runningThread = {};
 }
 
+LinkedCancellation::LinkedCancellation(
+    const CancellationToken& first, const CancellationToken& second) {
+    const auto cancel = [source = source_]() mutable {
+        source.cancel();
+    };
+    first_ = first.onCancel(cancel);
+    second_ = second.onCancel(cancel);
+}
+
 } // namespace tavrin

@@ -55,4 +55,17 @@ private:
     std::shared_ptr<CancellationToken::State> state_;
 };
 
+/// Its token is cancelled with the first of two others, while this object exists.
+class LinkedCancellation final {
+public:
+    LinkedCancellation(const CancellationToken& first, const CancellationToken& second);
+
+    [[nodiscard]] CancellationToken token() const { return source_.token(); }
+
+private:
+    CancellationSource source_;
+    CancellationToken::Registration first_;
+    CancellationToken::Registration second_;
+};
+
 } // namespace tavrin

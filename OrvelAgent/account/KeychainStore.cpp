@@ -54,7 +54,8 @@ QCoro::Task<KeychainStore::Reading> KeychainStore::load(tavrin::CancellationToke
     const auto item =
         co_await awaitCompletion<Keychain::Reading>(std::move(start), std::move(cancellation));
     Reading reading;
-    if (item.failure) {
+    isUnreadable_ = item.failure.has_value();
+    if (isUnreadable_) {
         reading.isUnreadable = true;
         co_return reading;
     }

@@ -37,7 +37,10 @@ public:
     static QCoro::Task<Reading>
     loadLatest(std::shared_ptr<KeychainStore> store, tavrin::CancellationToken cancellation);
 
-    /// Makes a change of another process this one's state.
+    /// Whether the last reading failed, for example because the user did not unlock the keychain.
+    [[nodiscard]] bool isUnreadable() const { return isUnreadable_; }
+
+    /// Takes over a change that another process made.
     void accept(const Reading& reading);
 
     /// Later reads return the new session, even before it is stored.
@@ -61,6 +64,7 @@ private:
     const std::string service_;
     const std::shared_ptr<Changes> changes_;
     std::uint64_t changeCount_ = 0;
+    bool isUnreadable_ = false;
     /// Of the refresh token that this process stored or read last. Empty without a session, no
     /// value before the first reading.
     std::optional<QByteArray> fingerprint_;

@@ -29,13 +29,13 @@ bool isRevocation(const std::exception_ptr& failure) {
 
 TokenRefresher::TokenRefresher(
     FirebaseIdentity identity,
-    KeychainStore& sessions,
+    std::shared_ptr<KeychainStore> sessions,
     Clock& clock,
     Logger log,
     std::function<void()> onRevoked,
     std::function<bool(const KeychainStore::Reading&)> follow)
     : identity_(std::move(identity)),
-      sessions_(sessions),
+      sessions_(std::move(sessions)),
       clock_(clock),
       log_(std::move(log)),
       onRevoked_(std::move(onRevoked)),
@@ -84,20 +84,22 @@ QCoro::Task<> TokenRefresher::run(Refresh refresh) {
     std::optional<tavrin::Secret> token;
     std::exception_ptr failure;
     try {
-        const KeychainStore::Reading stored = co_await sessions_.load(cancellation);
+        const KeychainStore::Reading stored = co_await sessions_->load(cancellation);
         cancellation.throwIfCancelled();
         const auto follow = follow_;
         if (!follow(stored)) {
             co_return;
         }
         std::optional<Session> session = stored.session;
-        lastFailure_ = "There is no stored session.";
+        lastFailure_ =
+            stored.isUnreadable ? "The keychain could not be read." : "There is no stored session.";
         if (session && !session->refreshToken.isEmpty()) {
             const FirebaseIdentity::Tokens tokens =
                 co_await identity_.refresh(session->refreshToken, cancellation);
             cancellation.throwIfCancelled();
             // Another process may have signed in or out meanwhile.
-            const KeychainStore::Reading now = co_await sessions_.load(cancellation);
+            const KeychainStore::Reading now =
+                co_await KeychainStore::loadLatest(sessions_, cancellation);
             cancellation.throwIfCancelled();
             if (!follow(now)) {
                 co_return;
@@ -106,7 +108,7 @@ QCoro::Task<> TokenRefresher::run(Refresh refresh) {
                 session = now.session;
             }
             session->refreshToken = tokens.refreshToken;
-            sessions_.save(*session);
+            sessions_->save(*session);
             setToken(tokens);
             token = tokens.idToken;
         }
@@ -120,7 +122,7 @@ QCoro::Task<> TokenRefresher::run(Refresh refresh) {
     if (failure && isRevocation(failure)) {
         KeychainStore::Reading now;
         try {
-            now = co_await sessions_.load(cancellation);
+            now = co_await sessions_->load(cancellation);
         } catch (const tavrin::TaskCancelled&) {
             co_return;
         }

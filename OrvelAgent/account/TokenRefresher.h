@@ -7,13 +7,14 @@
 #include "OrvelAgent/base/Logger.h"
 
 #include <functional>
+#include <memory>
 #include <string>
 
 namespace orvel {
 
 /// Holds the ID token in memory and refreshes it. At most one refresh runs at a time.
 ///
-/// Borrows the keychain store and the clock. Main thread. May be destroyed at any time. A running
+/// Borrows the clock. Main thread. May be destroyed at any time. A running
 /// refresh then ends at once without a token.
 class TokenRefresher final {
 public:
@@ -26,7 +27,7 @@ public:
     /// still this object's session. If not, it must do the same as `onRevoked`.
     TokenRefresher(
         FirebaseIdentity identity,
-        KeychainStore& sessions,
+        std::shared_ptr<KeychainStore> sessions,
         Clock& clock,
         Logger log,
         std::function<void()> onRevoked,
@@ -57,7 +58,7 @@ private:
     void setToken(const FirebaseIdentity::Tokens& tokens);
 
     const FirebaseIdentity identity_;
-    KeychainStore& sessions_;
+    const std::shared_ptr<KeychainStore> sessions_;
     Clock& clock_;
     const Logger log_;
     const std::function<void()> onRevoked_;

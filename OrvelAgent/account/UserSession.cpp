@@ -22,7 +22,7 @@ UserSession::UserSession(
       sessions_(std::make_shared<KeychainStore>(keychain, bundleIdentifier)),
       tokens_(
           std::move(identity),
-          *sessions_,
+          sessions_,
           clock,
           std::move(log),
           events_.revoked,
@@ -66,6 +66,8 @@ void UserSession::begin(const FirebaseIdentity::Tokens& tokens) {
     Waiters waiters{restoration_, tokens_.replace(tokens), tokens.idToken, endAccount()};
     sessions_->save({tokens.refreshToken, {}, {}, {}});
     isSignedIn_ = true;
+    accountEmail_.reset();
+    accountHandle_.reset();
     log_.log("sign-in: succeeded");
     restoreCancellation_.cancel();
     publish(std::move(waiters));
@@ -93,15 +95,21 @@ UserSession::current(tavrin::CancellationToken cancellation) {
 
 QCoro::Task<std::optional<AccountSession>>
 UserSession::followed(Reference self, tavrin::CancellationToken cancellation) {
-    const KeychainStore::Reading stored =
-        co_await KeychainStore::loadLatest(self.session->sessions_, cancellation);
+    const std::shared_ptr<KeychainStore> sessions = self.session->sessions_;
+    // A keychain that the user has not unlocked is read again only when a token is needed.
+    if (!sessions->isUnreadable()) {
+        const tavrin::LinkedCancellation either(cancellation, self.lifetime);
+        const KeychainStore::Reading stored =
+            co_await KeychainStore::loadLatest(sessions, either.token());
+        if (UserSession* const user = self.get()) {
+            user->follow(stored);
+        }
+    }
     UserSession* user = self.get();
     if (user == nullptr) {
         throw tavrin::TaskCancelled();
     }
-    user->follow(stored);
-    user = self.get();
-    if (user == nullptr || !user->isSignedIn_) {
+    if (!user->isSignedIn_) {
         co_return std::nullopt;
     }
     if (user->account_.empty()) {
@@ -196,12 +204,7 @@ bool UserSession::follow(const KeychainStore::Reading& stored) {
 
 QCoro::Task<std::optional<tavrin::PlatformError>>
 UserSession::stored(tavrin::CancellationToken cancellation) {
-    tavrin::CancellationSource either;
-    const auto cancel = [either]() mutable {
-        either.cancel();
-    };
-    const auto byCaller = cancellation.onCancel(cancel);
-    const auto byEnd = lifetime_.token().onCancel(cancel);
+    const tavrin::LinkedCancellation either(cancellation, lifetime_.token());
     co_return co_await sessions_->settled(either.token());
 }
 
@@ -225,12 +228,13 @@ QCoro::Task<> UserSession::fetchProfile(Reference self, tavrin::CancellationToke
     const APIClient api = user->api_.authorizedBy(user->accountSession());
     const std::shared_ptr<KeychainStore> sessions = user->sessions_;
     const tavrin::CancellationToken ended = user->sessionEnd_.token();
+    const tavrin::LinkedCancellation either(cancellation, self.lifetime);
     const Profile profile =
-        co_await api.send<Profile, Empty>(Profile::path, "GET", nullptr, std::move(cancellation));
+        co_await api.send<Profile, Empty>(Profile::path, "GET", nullptr, either.token());
     const KeychainStore::Reading stored =
-        co_await KeychainStore::loadLatest(sessions, self.lifetime);
+        co_await KeychainStore::loadLatest(sessions, either.token());
     user = self.get();
-    if (user == nullptr || ended.isCancelled() || (stored.session && !user->follow(stored))) {
+    if (user == nullptr || ended.isCancelled() || !user->follow(stored)) {
         co_return;
     }
     user = self.get();
@@ -240,16 +244,11 @@ QCoro::Task<> UserSession::fetchProfile(Reference self, tavrin::CancellationToke
 }
 
 void UserSession::mergeProfile(const Profile& profile, const KeychainStore::Reading& stored) {
-    // Save the profile even without a stored session. An empty refresh token means signed out.
     Session session = stored.session.value_or(Session());
     session.merge(profile);
     account_ = accountOf(session.uid, session.email, session.handle);
-    if (profile.email) {
-        accountEmail_ = profile.email;
-    }
-    if (profile.handle) {
-        accountHandle_ = profile.handle;
-    }
+    accountEmail_ = session.email;
+    accountHandle_ = session.handle;
     if (!stored.isUnreadable) {
         sessions_->save(session);
     }

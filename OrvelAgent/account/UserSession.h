@@ -22,7 +22,7 @@
 
 namespace orvel {
 
-/// Who is signed in. Restores the session from the keychain, provides its tokens, follows what
+/// The current sign-in. Restores the session from the keychain, provides its tokens, follows what
 /// other processes do to it, and ends it.
 ///
 /// Main thread. Borrows the keychain and the clock, which must outlive all coroutines of this

@@ -55,6 +55,15 @@ tokenOf(APIClient::TokenProvider provider, tavrin::CancellationToken cancellatio
     co_return token.take();
 }
 
+QCoro::Task<> finish(APIClient::SessionExpiredHandler handler, Deferred<void> end) {
+    try {
+        co_await handler();
+    } catch (const std::exception&) {
+        // The reply's error is reported.
+    }
+    end.resolve();
+}
+
 } // namespace
 
 APIClient::APIClient(
@@ -108,6 +117,17 @@ QCoro::Task<URLRequest> APIClient::makeRequest(
         request.headers.emplace_back("Authorization", std::move(authorization));
     }
     co_return request;
+}
+
+QCoro::Task<>
+APIClient::expireSession(SessionExpiredHandler handler, tavrin::CancellationToken cancellation) {
+    const Deferred<void> end;
+    const QCoro::Task<> handling = finish(std::move(handler), end);
+    try {
+        co_await end.settled(std::move(cancellation));
+    } catch (const tavrin::TaskCancelled&) {
+        // The request has ended anyway.
+    }
 }
 
 tavrin::Secret APIClient::bearerTokenOf(const URLRequest& request) {

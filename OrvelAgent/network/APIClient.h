@@ -98,8 +98,7 @@ private:
             };
             request.body = co_await client.worker_->run(std::move(encode));
         }
-        URLResponse response =
-            co_await load(client.session_, std::move(request), std::move(cancellation));
+        URLResponse response = co_await load(client.session_, std::move(request), cancellation);
         // A secret, because some replies contain tokens.
         auto decode = [status = response.status,
                        reply = tavrin::Secret(std::move(response.body)),
@@ -112,7 +111,7 @@ private:
         std::variant<Reply, Failure> outcome = co_await client.worker_->run(std::move(decode));
         if (auto* failure = std::get_if<Failure>(&outcome)) {
             if (failure->sessionExpired && client.onSessionExpired_) {
-                co_await client.onSessionExpired_();
+                co_await expireSession(client.onSessionExpired_, cancellation);
             }
             throw APIError(failure->error);
         }
@@ -175,6 +174,10 @@ private:
 
     QCoro::Task<URLRequest>
     makeRequest(std::string path, std::string method, tavrin::CancellationToken cancellation) const;
+    /// The handler may wait for the keychain. If the request is cancelled meanwhile, returns at
+    /// once.
+    static QCoro::Task<>
+    expireSession(SessionExpiredHandler handler, tavrin::CancellationToken cancellation);
 
     URLSession* session_;
     Worker* worker_;

@@ -44,6 +44,7 @@ QCoro::Task<std::optional<CollectorService::ScanSummary>> ScanRun::run(
     try {
         std::optional<AccountSession> session = co_await services_.session(end.token());
         if (!session) {
+            hasSessionEnded_ = true;
             co_return std::nullopt;
         }
         const auto bySignOut = session->ended.onCancel([this, end]() mutable {
@@ -119,13 +120,8 @@ ScanRun::sendDiagnostics(std::vector<std::string> lines, tavrin::CancellationTok
         co_return;
     }
     const IngestClient ingest = *ingest_;
-    tavrin::CancellationSource end;
-    const auto endSending = [end]() mutable {
-        end.cancel();
-    };
-    const auto byCaller = cancellation.onCancel(endSending);
-    const auto bySignOut = sessionEnded_.onCancel(endSending);
-    co_await ingest.sendDiagnostics(std::move(lines), end.token());
+    const tavrin::LinkedCancellation either(cancellation, sessionEnded_);
+    co_await ingest.sendDiagnostics(std::move(lines), either.token());
 }
 
 QCoro::Task<ScanPlan::HintSet>

@@ -65,7 +65,7 @@ public:
     /// Whether `applyChoices` ended the last run.
     [[nodiscard]] bool wasSuperseded() const { return wasSuperseded_; }
 
-    /// Whether the session of the last run ended before it.
+    /// Whether the last run had no session, or its session ended before it.
     [[nodiscard]] bool hasSessionEnded() const { return hasSessionEnded_; }
 
     /// Sends the lines in the name of the last run's session. Ignores all errors.

@@ -113,4 +113,22 @@ TEST(CancellationTokenTest, DestroyingARegistrationWaitsForItsCallbackOnAnotherT
     releaser.join();
 }
 
+TEST(LinkedCancellationTest, EitherTokenCancelsIt) {
+    for (const bool isFirst : {true, false}) {
+        CancellationSource first;
+        CancellationSource second;
+        const LinkedCancellation linked(first.token(), second.token());
+        EXPECT_FALSE(linked.token().isCancelled());
+        (isFirst ? first : second).cancel();
+        EXPECT_TRUE(linked.token().isCancelled());
+        EXPECT_NE(first.token().isCancelled(), second.token().isCancelled());
+    }
+}
+
+TEST(LinkedCancellationTest, ACancelledTokenCancelsItAtOnce) {
+    CancellationSource source;
+    source.cancel();
+    EXPECT_TRUE(LinkedCancellation({}, source.token()).token().isCancelled());
+}
+
 } // namespace tavrin

@@ -97,4 +97,14 @@ TEST_F(AuthServiceTest, AWaiterForTheSessionMayDestroyIt) {
     }
 }
 
+TEST_F(AuthServiceTest, WaitingForTheKeychainEndsWithTheService) {
+    startSignedIn();
+    auth_->signOut();
+    auto stored = auth_->stored();
+    EXPECT_FALSE(stored.isReady());
+    auth_.reset();
+    EXPECT_TRUE(stored.isReady());
+    EXPECT_THROW(runTask(std::move(stored)), tavrin::TaskCancelled);
+}
+
 } // namespace orvel

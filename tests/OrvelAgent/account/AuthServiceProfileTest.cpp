@@ -22,14 +22,14 @@ TEST_F(AuthServiceTest, AFailedProfileCallChangesNothing) {
     }
 }
 
-TEST_F(AuthServiceTest, FieldsMissingInTheProfileAreKept) {
+TEST_F(AuthServiceTest, FieldsMissingInTheProfileAreNotThoseOfTheSessionBefore) {
     start();
     runTask(auth_->signIn());
     // Sign in again. The profile now has fewer fields.
     answerWith(profilePath, 200, R"({"ok":true,"data":{"handle":""}})");
     runTask(auth_->signIn());
-    EXPECT_EQ(auth_->accountEmail(), "one@orvel.example");
-    EXPECT_EQ(auth_->accountHandle(), "one");
+    EXPECT_EQ(auth_->accountEmail(), std::nullopt);
+    EXPECT_EQ(auth_->accountHandle(), std::nullopt);
     EXPECT_EQ(keychain_.items[sessionItem], R"({"refreshToken":"refresh-secret-1"})");
 }
 
@@ -105,24 +105,31 @@ TEST_F(AuthServiceTest, ASessionStoredWhileTheProfileIsMergedIsNotOverwritten) {
         R"("handle":"one"})");
 }
 
-TEST_F(AuthServiceTest, AProfileWithoutAStoredSessionIsStoredWithAnEmptyRefreshToken) {
-    keychain_.losesWrites = true;
-    urlSession_.setHandler([this](const URLRequest& request) -> FakeURLSession::Answer {
+TEST_F(AuthServiceTest, ASignOutByAnotherProcessWhileTheProfileIsLoadedIsNotMissed) {
+    start();
+    urlSession_.setHandler([this](const URLRequest& request) {
         if (request.url.find(profilePath) != std::string::npos) {
-            keychain_.losesWrites = false;
+            keychain_.items.clear();
             return URLResponse{200, profileReply};
         }
         const bool isExchange = request.url.find(exchangePath) != std::string::npos;
         return URLResponse{200, isExchange ? exchangeReply : signInReply};
     });
-    start();
+    runTask(auth_->signIn());
+    EXPECT_FALSE(auth_->isSignedIn());
+    EXPECT_EQ(auth_->accountEmail(), std::nullopt);
+    EXPECT_TRUE(keychain_.items.empty());
+    EXPECT_EQ(currentToken(), std::nullopt);
+}
+
+TEST_F(AuthServiceTest, ASecondSignInWithoutAProfileDoesNotShowTheFirstAccount) {
+    startSignedIn();
+    EXPECT_EQ(auth_->accountEmail(), "zero@orvel.example");
+    answerWith(profilePath, 503, "Busy.");
     runTask(auth_->signIn());
     EXPECT_TRUE(auth_->isSignedIn());
-    EXPECT_EQ(
-        keychain_.items[sessionItem],
-        R"({"refreshToken":"","uid":"uid-1","email":"one@orvel.example","handle":"one"})");
-    start();
-    EXPECT_FALSE(auth_->isSignedIn());
+    EXPECT_EQ(auth_->accountEmail(), std::nullopt);
+    EXPECT_EQ(auth_->accountHandle(), std::nullopt);
 }
 
 TEST_F(AuthServiceTest, TheAccountOfTheProfileIsCutAndCleaned) {

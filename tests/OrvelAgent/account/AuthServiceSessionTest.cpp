@@ -75,6 +75,17 @@ TEST_F(AuthServiceSessionTest, ItProvidesNoTokenOfTheNextSignIn) {
     runTask(auth_->signIn());
     EXPECT_EQ(tokenOf(session()), "id-secret-1");
     EXPECT_THROW(tokenOf(before), tavrin::TaskCancelled);
+    clock_.advance(tavrin::Seconds(3600));
+    EXPECT_THROW(tokenOf(before), tavrin::TaskCancelled);
+    EXPECT_EQ(requestCount(refreshPath), 0U);
+}
+
+TEST_F(AuthServiceSessionTest, AnotherSignInEndsIt) {
+    startSignedIn();
+    const AccountSession before = session();
+    runTask(auth_->signIn());
+    EXPECT_TRUE(before.ended.isCancelled());
+    EXPECT_EQ(session().account, "uid-1");
 }
 
 TEST_F(AuthServiceSessionTest, ALateReplyDoesNotEndTheNextSignIn) {
@@ -82,10 +93,52 @@ TEST_F(AuthServiceSessionTest, ALateReplyDoesNotEndTheNextSignIn) {
     const AccountSession before = session();
     auth_->signOut();
     runTask(auth_->signIn());
+    const int reads = keychain_.reads;
     runTask(before.onSessionExpired());
+    EXPECT_EQ(keychain_.reads, reads);
     EXPECT_TRUE(auth_->isSignedIn());
     runTask(session().onSessionExpired());
     EXPECT_FALSE(auth_->isSignedIn());
+}
+
+TEST_F(AuthServiceSessionTest, ASignInWhileAnExpiredSessionIsReadIsKept) {
+    startSignedIn();
+    const AccountSession before = session();
+    keychain_.lock();
+    auto expired = before.onSessionExpired();
+    auth_->signOut();
+    keychain_.unlock();
+    runTask(auth_->signIn());
+    runTask(std::move(expired));
+    EXPECT_TRUE(auth_->isSignedIn());
+}
+
+TEST_F(AuthServiceSessionTest, FieldsStoredElsewhereDuringARefreshAreKept) {
+    startWithOldToken();
+    const AccountSession before = session();
+    urlSession_.setHandler([this](const URLRequest&) {
+        keychain_.items[sessionItem] =
+            R"({"refreshToken":"refresh-secret-9","uid":"uid-0","handle":"new"})";
+        return URLResponse{200, refreshReply};
+    });
+    EXPECT_EQ(tokenOf(before), "id-secret-2");
+    EXPECT_EQ(
+        keychain_.items[sessionItem],
+        R"({"refreshToken":"refresh-secret-2","uid":"uid-0","handle":"new"})");
+}
+
+TEST_F(AuthServiceSessionTest, AProfileDoesNotReplaceASessionThatCannotBeRead) {
+    keychain_.items[sessionItem] = R"({"refreshToken":"refresh-secret-0"})";
+    start();
+    urlSession_.setHandler([this](const URLRequest& request) {
+        if (request.url.find(refreshPath) != std::string::npos) {
+            return URLResponse{200, refreshReply};
+        }
+        keychain_.readError.emplace("QKeychain", 1, "locked");
+        return URLResponse{200, profileReply};
+    });
+    EXPECT_EQ(session().account, "uid-1");
+    EXPECT_EQ(keychain_.items[sessionItem], R"({"refreshToken":"refresh-secret-2"})");
 }
 
 TEST_F(AuthServiceSessionTest, ATokenThatCannotBeRefreshedNowIsAPassingFailure) {
@@ -174,6 +227,28 @@ TEST_F(AuthServiceSessionTest, AKeychainThatCannotBeReadEndsNoSession) {
     keychain_.readError.emplace("QKeychain", 1, "locked");
     EXPECT_FALSE(session().ended.isCancelled());
     EXPECT_TRUE(auth_->isSignedIn());
+}
+
+TEST_F(AuthServiceSessionTest, AKeychainThatStaysLockedIsReadAgainOnlyForAToken) {
+    startSignedIn();
+    EXPECT_EQ(currentToken(), "id-secret-2");
+    keychain_.readError.emplace("QKeychain", 1, "locked");
+    session();
+    const int reads = keychain_.reads;
+    session();
+    EXPECT_EQ(keychain_.reads, reads);
+    clock_.advance(tavrin::Seconds(3600));
+    try {
+        tokenOf(session());
+        FAIL();
+    } catch (const TokenUnavailable& error) {
+        EXPECT_THAT(error.what(), testing::HasSubstr("The keychain could not be read."));
+    }
+    EXPECT_EQ(keychain_.reads, reads + 1);
+    keychain_.readError.reset();
+    EXPECT_EQ(tokenOf(session()), "id-secret-2");
+    keychain_.items.clear();
+    EXPECT_FALSE(runTask(auth_->session()));
 }
 
 TEST_F(AuthServiceSessionTest, ASessionThatCouldNotBeStoredIsStillThisProcesssOwn) {

@@ -158,6 +158,20 @@ TEST_F(AppModelEndTest, MayBeDestroyedWhileTheKeychainIsLocked) {
     destroyAndExpectNoRemains();
 }
 
+TEST_F(AppModelEndTest, MayBeDestroyedWhileAnExpiredSessionWaitsForTheKeychain) {
+    with_.urlSession.setHandler([this](const URLRequest& request) {
+        if (request.url.find(FakeService::digestPath) != std::string::npos) {
+            with_.keychain.lock();
+            return URLResponse{401, R"({"ok":false,"error":"gone","code":"session_expired"})"};
+        }
+        return URLResponse{
+            200, R"({"id_token":"id-2","refresh_token":"refresh-2","expires_in":"3600"})"};
+    });
+    beginSignedIn();
+    ASSERT_TRUE(waitUntil([this] { return with_.keychain.isReadWaiting(); }));
+    destroyAndExpectNoRemains();
+}
+
 TEST_F(AppModelEndTest, MayBeDestroyedWhileItSleeps) {
     startSignedIn();
     destroyAndExpectNoRemains();

@@ -63,6 +63,16 @@ TEST_F(AppModelSeamsTest, ASignInAfterASignOutInAScanIsNoticedSoon) {
     EXPECT_TRUE(isWaiting(30));
 }
 
+TEST_F(AppModelSeamsTest, ASignInAfterASignOutElsewhereIsNoticedSoon) {
+    beginSignedIn();
+    ASSERT_TRUE(waitUntil([this] { return isWaiting(900); }));
+    with_.keychain.items.clear();
+    with_.clock.advance(900s);
+    EXPECT_TRUE(waitUntil([this] { return isWaiting(30) || isWaiting(900); }));
+    EXPECT_TRUE(isWaiting(30));
+    EXPECT_FALSE(model_->auth().isSignedIn());
+}
+
 TEST_F(AppModelSeamsTest, TheRestOfAScanDoesNotGoToTheNextAccount) {
     startBackfillOfTwoBatches();
     model_->auth().signOut();

@@ -8,6 +8,7 @@
 #include "OrvelAgent/scan/IngestClient.h"
 #include "core/JSON.h"
 #include "tests/support/RunTask.h"
+#include "tests/support/WaitUntil.h"
 #include "tests/support/fakes/FakeBundle.h"
 #include "tests/support/fakes/FakeURLSession.h"
 
@@ -299,6 +300,24 @@ TEST_F(APIClientTest, AFailureOfTheTokenProviderIsRethrownAndNothingIsSent) {
 TEST_F(APIClientTest, ARequestOfASessionIsNotSentWithoutAToken) {
     EXPECT_THROW(runTask(sendAs(session([] { return provide(std::nullopt); }))), TokenUnavailable);
     EXPECT_TRUE(session_.requests().empty());
+}
+
+TEST_F(APIClientTest, ACancelledRequestDoesNotWaitForTheEndOfItsSession) {
+    const Deferred<void> keychain;
+    bool isExpiring = false;
+    AccountSession session = this->session([] { return provide("of the session"); });
+    session.onSessionExpired = [&keychain, &isExpiring] {
+        isExpiring = true;
+        return keychain.settled();
+    };
+    session_.enqueue(401, R"({"ok":false,"code":"session_expired"})");
+    tavrin::CancellationSource cancellation;
+    auto sending = sendAs(session, cancellation.token());
+    ASSERT_TRUE(test::waitUntil([&isExpiring] { return isExpiring; }));
+    cancellation.cancel();
+    EXPECT_TRUE(sending.isReady());
+    EXPECT_THROW(runTask(std::move(sending)), APIError);
+    keychain.resolve();
 }
 
 TEST_F(APIClientTest, ARequestOfASessionCarriesItsTokenAndReportsItsExpiry) {

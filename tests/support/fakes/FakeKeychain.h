@@ -29,8 +29,8 @@ public:
     std::map<std::string, tavrin::PlatformError> errorsByAccount;
     /// If set, reads fail with this error.
     std::optional<tavrin::PlatformError> readError;
-    /// Changes are silently lost.
-    bool losesWrites = false;
+    /// The number of reads.
+    int reads = 0;
 
     /// From now on reads wait.
     void lock() { isLocked_ = true; }
@@ -53,6 +53,7 @@ public:
     }
 
     void read(std::string service, std::string account, ReadCompletion completion) override {
+        ++reads;
         auto answer = [completion = std::move(completion),
                        value = valueOf({std::move(service), std::move(account)}),
                        error = readError] {
@@ -71,9 +72,7 @@ public:
         tavrin::Secret value,
         ChangeCompletion completion) override {
         const Name name(std::move(service), std::move(account));
-        if (!losesWrites) {
-            set(name, value.text());
-        }
+        set(name, value.text());
         finish(name, std::move(completion));
     }
 
