@@ -31,7 +31,7 @@ void CollectionLoop::start() {
 QCoro::Task<> CollectionLoop::rescan() {
     try {
         co_await services_.collector.resetWatermark();
-    } catch (const tavrin::PlatformError& error) {
+    } catch (const std::exception& error) {
         log_.error("could not forget the progress of earlier scans: {}", error.what());
     }
     co_await performScan(cancellation_.token());

@@ -29,7 +29,8 @@ CollectorService::CollectorService(
               progress_ = progress;
               Q_EMIT progressed();
           },
-          std::make_shared<std::atomic<std::uint64_t>>(0)} {}
+          std::make_shared<std::atomic<std::uint64_t>>(0),
+          std::make_shared<std::weak_ptr<tavrin::Interface>>()} {}
 
 CollectorService::~CollectorService() {
     assert(!isScanning_);
@@ -114,7 +115,13 @@ void CollectorService::recordAbort(std::string reason) {
 
 QCoro::Task<> CollectorService::resetWatermark() {
     // Count the reset on the worker, in order with the saves, and only after it has succeeded.
-    auto reset = [&store = dependencies_.watermarkStore, resets = dependencies_.resets] {
+    auto reset = [&store = dependencies_.watermarkStore,
+                  resets = dependencies_.resets,
+                  heldLock = dependencies_.heldLock] {
+        std::shared_ptr<tavrin::Interface> lock = heldLock->lock();
+        if (!lock) {
+            lock = store.lock();
+        }
         store.reset();
         ++*resets;
     };

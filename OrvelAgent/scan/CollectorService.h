@@ -55,7 +55,8 @@ public:
 
     /// Deletes the saved progress, so the next scan starts from the newest message. Ends a running
     /// scan before its next batch. The service recognizes messages that were already sent. Throws
-    /// `tavrin::PlatformError` if saving fails. A running scan then continues.
+    /// `tavrin::PlatformError` if saving fails, and `std::runtime_error` while another process
+    /// scans. A running scan then continues.
     QCoro::Task<> resetWatermark();
 
     /// A paused service starts no scan and ends a running one before its next batch.

@@ -15,7 +15,6 @@
 #include <QByteArray>
 
 #include <filesystem>
-#include <stdexcept>
 #include <utility>
 
 namespace orvel {
@@ -87,11 +86,10 @@ QCoro::Task<> ScanWalk::run() {
                          &copier = dependencies_.fileCopier,
                          path = dependencies_.options.sourcePath,
                          live = dependencies_.options.liveSnapshots,
+                         heldLock = dependencies_.heldLock,
                          cancellation = cancellation_] {
-        const std::shared_ptr lock = store.tryLock();
-        if (!lock) {
-            throw std::runtime_error("Another scan is running.");
-        }
+        const std::shared_ptr lock = store.lock();
+        *heldLock = lock;
         tavrin::SnapshotDirectory::removeAbandoned();
         return std::make_shared<Source>(lock, copier, path, cancellation, live);
     };

@@ -64,6 +64,8 @@ public:
         /// The number of resets. Progress from before the last reset is not saved. Shared with the
         /// worker, which may still save after the service is destroyed.
         std::shared_ptr<std::atomic<std::uint64_t>> resets;
+        /// The lock of the running scan, for a reset during it. Used on the worker only.
+        std::shared_ptr<std::weak_ptr<tavrin::Interface>> heldLock;
     };
 
     /// Updates the counts in `summary`. Borrows it and the dependencies.

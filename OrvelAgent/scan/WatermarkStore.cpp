@@ -11,6 +11,7 @@
 
 #include <exception>
 #include <sstream>
+#include <stdexcept>
 
 namespace orvel {
 
@@ -51,6 +52,14 @@ std::optional<tavrin::Date> WatermarkStore::messagesLast24hAt() const {
 void WatermarkStore::setMessagesLast24h(std::int64_t count, tavrin::Date at) {
     defaults_.set(last24hKey, count);
     defaults_.set(last24hAtKey, at);
+}
+
+std::unique_ptr<tavrin::Interface> WatermarkStore::lock() {
+    auto lock = defaults_.tryLock();
+    if (!lock) {
+        throw std::runtime_error("Another scan is running.");
+    }
+    return lock;
 }
 
 std::optional<std::string> WatermarkStore::claim(const Owner& owner, std::int64_t highestRowID) {

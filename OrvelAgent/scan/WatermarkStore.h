@@ -59,9 +59,10 @@ public:
     /// why. Progress without an owner belongs to this one.
     std::optional<std::string> claim(const Owner& owner, std::int64_t highestRowID);
 
-    /// As `UserDefaults::tryLock`. Held during a scan: two scans at once would send everything
-    /// twice.
-    [[nodiscard]] std::unique_ptr<tavrin::Interface> tryLock() { return defaults_.tryLock(); }
+    /// As `UserDefaults::tryLock`, but throws `std::runtime_error` while the lock is held. Held
+    /// during a scan, because two scans at once would send everything twice, and during a reset,
+    /// because the scan of another process would overwrite it.
+    [[nodiscard]] std::unique_ptr<tavrin::Interface> lock();
 
     /// Stores the current progress for `returnBeforeContactsGap`, unless that has been done
     /// already.

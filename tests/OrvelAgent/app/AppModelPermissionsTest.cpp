@@ -209,6 +209,16 @@ TEST_F(AppModelPermissionsTest, ContactsGrantedDuringAScanDoNotStartASecondOneBe
     model_.reset();
 }
 
+TEST_F(AppModelPermissionsTest, LogsThatAnotherProcessScansInPlaceOfDeletingProgress) {
+    startSignedIn();
+    const auto lock = with_.userDefaults.tryLock();
+    runTask(model_->requestContactsAccess());
+    EXPECT_THAT(
+        logged(LogLevel::Error),
+        Contains("could not forget the progress of earlier scans: Another scan is running."));
+    EXPECT_EQ(scans(), 2U);
+}
+
 TEST_F(AppModelPermissionsTest, LogsThatProgressCannotBeDeletedAndStillScans) {
     startSignedIn();
     with_.userDefaults.setFailsWrites(true);

@@ -54,6 +54,14 @@ TEST_F(AppModelTest, ReportsThatARescanCannotBePrepared) {
     EXPECT_EQ(model_->rescanError(), std::nullopt);
 }
 
+TEST_F(AppModelTest, ReportsThatARescanMustWaitForTheScanOfAnotherProcess) {
+    startSignedIn();
+    const auto lock = with_.userDefaults.tryLock();
+    runTask(model_->rescanFromBeginning());
+    EXPECT_EQ(
+        model_->rescanError(), "The re-scan could not be prepared (Another scan is running.).");
+}
+
 TEST_F(AppModelTest, AChoiceAndARescanReportSeparateErrors) {
     startSignedIn();
     with_.userDefaults.setFailsWrites(true);

@@ -32,6 +32,7 @@
 #include <future>
 #include <optional>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -664,6 +665,36 @@ TEST_F(CollectorServiceTest, AResetJustBeforeProgressIsSavedIsKept) {
         runTask(*std::move(hold));
         runTask(*std::move(reset));
     }
+}
+
+TEST_F(CollectorServiceTest, AResetDuringTheScanOfAnotherProcessFails) {
+    addMessages(3);
+    scan();
+    auto lock = defaults_.tryLock();
+    try {
+        runTask(service_.resetWatermark());
+        ADD_FAILURE() << "Nothing was thrown.";
+    } catch (const std::runtime_error& error) {
+        EXPECT_STREQ(error.what(), "Another scan is running.");
+    }
+    EXPECT_EQ(store_.watermark(), 3);
+    lock.reset();
+    runTask(service_.resetWatermark());
+    EXPECT_EQ(store_.watermark(), 0);
+    EXPECT_NE(defaults_.tryLock(), nullptr) << "the reset has released the lock";
+}
+
+TEST_F(CollectorServiceTest, AResetDuringAScanKeepsTheLockOfTheScan) {
+    addMessages(3);
+    bool wasReset = false;
+    onBatch_ = [&] {
+        runTask(service_.resetWatermark());
+        wasReset = true;
+        EXPECT_EQ(defaults_.tryLock(), nullptr);
+    };
+    EXPECT_EQ(scan()->error, std::nullopt);
+    EXPECT_TRUE(wasReset);
+    EXPECT_NE(defaults_.tryLock(), nullptr);
 }
 
 TEST_F(CollectorServiceTest, AFailedResetDoesNotEndARunningScan) {
