@@ -77,6 +77,7 @@ AppModel::AppModel(
           {ingest_,
            contacts_,
            collector_,
+           *platform.clock,
            [this](tavrin::CancellationToken cancellation) {
                return auth_.session(std::move(cancellation));
            }},

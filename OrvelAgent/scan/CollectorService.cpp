@@ -46,7 +46,7 @@ CollectorService::runScan(ScanPlan plan, tavrin::CancellationToken cancellation)
     progress_ = {};
 
     ScanSummary summary;
-    summary.startedAt = dependencies_.clock.now();
+    summary.startedAt = plan.startedAt;
     summary.mode = plan.mode;
     dependencies_.log.info(
         "scan starting (mode={}, scope={}, known contacts={})",

@@ -26,6 +26,8 @@ struct ScanPlan {
     };
 
     AccountSession session;
+    /// The start of the scan. The count of the last 24 hours ends here.
+    tavrin::Date startedAt;
     tavrin::CollectionMode mode = tavrin::CollectionPreferences::defaultMode;
     tavrin::ThreadScope scope = tavrin::CollectionPreferences::defaultScope;
     /// Including those of the address book.

@@ -73,6 +73,7 @@ QCoro::Task<ScanPlan> ScanRun::makePlan(
     ContactBridge& contacts = services_.contacts;
     ScanPlan plan;
     plan.session = std::move(session);
+    plan.startedAt = services_.clock.now();
     plan.mode = choices.mode;
     plan.scope = choices.scope;
     plan.since = since;

@@ -9,6 +9,7 @@
 #include "core/CancellationToken.h"
 #include "core/CollectionPreferences.h"
 #include "core/Date.h"
+#include "platform/Clock.h"
 
 #include <QCoroTask>
 
@@ -42,6 +43,7 @@ public:
         IngestClient ingest;
         ContactBridge& contacts;
         CollectorService& collector;
+        Clock& clock;
         /// Returns the sign-in in force, or no value while the user is signed out.
         std::function<QCoro::Task<std::optional<AccountSession>>(tavrin::CancellationToken)>
             session;

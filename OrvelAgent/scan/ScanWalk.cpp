@@ -161,11 +161,11 @@ QCoro::Task<> ScanWalk::prepareProgress() {
 }
 
 QCoro::Task<> ScanWalk::countLastDay() {
-    const tavrin::Date now = dependencies_.clock.now();
-    if (!tavrin::AppleEpoch::isRepresentable(now - tavrin::Seconds(86400))) {
+    const tavrin::Date end = plan_.startedAt;
+    if (!tavrin::AppleEpoch::isRepresentable(end - tavrin::Seconds(86400))) {
         co_return;
     }
-    auto count = [source = source_, since = now - tavrin::Seconds(86400)] {
+    auto count = [source = source_, since = end - tavrin::Seconds(86400)] {
         std::optional<std::int64_t> result;
         try {
             result = source->collector.countMessages(since);
@@ -177,8 +177,8 @@ QCoro::Task<> ScanWalk::countLastDay() {
     const std::optional<std::int64_t> messages =
         co_await dependencies_.worker.run(std::move(count));
     if (messages) {
-        auto save = [&store = dependencies_.watermarkStore, count = *messages, now] {
-            store.setMessagesLast24h(count, now);
+        auto save = [&store = dependencies_.watermarkStore, count = *messages, end] {
+            store.setMessagesLast24h(count, end);
         };
         co_await dependencies_.worker.run(std::move(save));
     }

@@ -136,6 +136,7 @@ ScanCommand::ScanCommand(
             ingest,
             *contacts_,
             *collector_,
+            *platform_.clock,
             [this](tavrin::CancellationToken cancellation) {
                 return this->session(std::move(cancellation));
             }},

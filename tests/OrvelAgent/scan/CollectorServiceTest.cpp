@@ -105,6 +105,7 @@ protected:
         plan.session.tokenProvider = [this] {
             return oneToken(isTokenMissing_);
         };
+        plan.startedAt = clock_.now();
         plan.mode = mode;
         plan.scope = scope;
         plan.knownHandles =

@@ -125,6 +125,7 @@ protected:
         {ingest_,
          contacts_,
          collector_,
+         with_.clock,
          [this](tavrin::CancellationToken) {
              return session(sessionEnd_, isSignedIn_);
          }},
@@ -141,6 +142,19 @@ TEST_F(ScanRunTest, ItSendsTheMessagesOfKnownHandlesAndReturnsTheSummary) {
     EXPECT_EQ(summary->uploaded, 1);
     EXPECT_THAT(with_.service.guids(), ElementsAre("message-1"));
     EXPECT_FALSE(scanRun_.isConsultingAddressBook());
+}
+
+TEST_F(ScanRunTest, TheSummaryAndTheDailyCountHaveTheTimeOfThePlan) {
+    const tavrin::Date start = with_.clock.now();
+    with_.addressBook.status = AddressBook::AuthorizationStatus::Denied;
+    // Time passes with each log line: one before the scan for the address book, one when it starts.
+    with_.logStore.setOnWrite(
+        [this](std::string_view) { with_.clock.advance(tavrin::Seconds(1)); });
+    const auto summary = run(AddressBookUse::Read);
+    EXPECT_EQ(summary.value().startedAt, start);
+    EXPECT_EQ(watermarkStore_.messagesLast24hAt(), start);
+    EXPECT_GT(summary->finishedAt, start + tavrin::Seconds(1));
+    with_.logStore.setOnWrite(nullptr);
 }
 
 TEST_F(ScanRunTest, RecordsCarryTheNamesOfTheAddressBook) {
