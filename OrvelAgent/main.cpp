@@ -42,8 +42,10 @@ Collects the user's Messages history in the background, from an icon in the tray
   --version  print the version and exit
 )";
 constexpr int usageStatus = 2;
-/// Longer than `AppModel::shutdownTimeout`, so that it ends the process only if a thread hangs.
 constexpr std::chrono::milliseconds quitTimeout(1980);
+static_assert(
+    AppModel::shutdownTimeout + ShutdownLimit::removalTimeout < quitTimeout,
+    "The process must be ended only if a thread hangs.");
 
 /// Handles the options that need no display.
 bool handleOption(int argc, char** argv) {

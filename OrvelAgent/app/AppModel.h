@@ -41,7 +41,7 @@ class AppModel final : public QObject {
 public:
     /// The longest time that `stop` takes. Together with the destructor, quitting takes two
     /// seconds.
-    static constexpr tavrin::Seconds shutdownTimeout{1.75};
+    static constexpr tavrin::Seconds shutdownTimeout{1.5};
 
     /// Starts collecting. Without a source path it reads the user's own Messages database.
     AppModel(

@@ -13,8 +13,8 @@ namespace orvel {
 /// as reading from a network mount whose server is gone, can be neither ended nor waited for.
 class ShutdownLimit final {
 public:
-    /// How long `removeRemains` may take.
-    static constexpr std::chrono::milliseconds removalTimeout{50};
+    /// How long `removeRemains` may take. Enough for a large file on a slow disk.
+    static constexpr std::chrono::milliseconds removalTimeout{300};
 
     /// `removeRemains` is called on another thread before the process ends. The process ends even
     /// if it hangs.
@@ -25,7 +25,8 @@ public:
     ShutdownLimit& operator=(const ShutdownLimit&) = delete;
 
     /// Ends the process with that status, without any further clean-up, unless this object is
-    /// destroyed within the limit. `removeRemains` is called `removalTimeout` before. Call it once.
+    /// destroyed `removalTimeout` before the limit. Then it calls `removeRemains`, and the process
+    /// ends at the limit, or once that has returned. Call it once.
     void start(std::chrono::milliseconds limit, int status = 0);
 
 private:

@@ -59,10 +59,6 @@ PlatformOptions scanPlatformOptions(const ScanArguments& arguments, bool isInter
     return options;
 }
 
-/// How long the keychain may take to store the session after a signal. Shorter than the limit for
-/// the whole process.
-constexpr tavrin::Seconds shutdownTimeout(1.75);
-
 QCoro::Task<std::optional<tavrin::Secret>> provide(std::optional<tavrin::Secret> token) {
     co_return token;
 }

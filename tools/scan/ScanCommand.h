@@ -5,6 +5,7 @@
 #include "OrvelAgent/scan/CollectorService.h"
 #include "OrvelAgent/scan/ScanRun.h"
 #include "core/CancellationToken.h"
+#include "core/Date.h"
 #include "platform/Platform.h"
 #include "tools/scan/Command.h"
 #include "tools/scan/ScanArguments.h"
@@ -30,6 +31,10 @@ class OverlayUserDefaults;
 /// Runs one scan with the agent's services. Main thread.
 class ScanCommand final : public Command {
 public:
+    /// How long the keychain may take to store the session after a signal. Shorter than the limit
+    /// for the whole process.
+    static constexpr tavrin::Seconds shutdownTimeout{1.5};
+
     /// Throws `UsageError` for a preview without the known handles it needs,
     /// `tavrin::PlatformError` if a file cannot be read or written, and `tavrin::JSONDecodingError`
     /// if the list of known handles is invalid.

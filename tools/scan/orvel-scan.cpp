@@ -28,6 +28,9 @@ constexpr int signalStatus = 128;
 
 /// How long the end may take after a signal.
 constexpr std::chrono::milliseconds quitTimeout(1980);
+static_assert(
+    orvel::ScanCommand::shutdownTimeout + orvel::ShutdownLimit::removalTimeout < quitTimeout,
+    "The process must be ended only if a thread hangs.");
 
 std::unique_ptr<orvel::Command>
 makeCommand(orvel::ScanArguments arguments, std::shared_ptr<tavrin::LiveSnapshots> liveSnapshots) {
