@@ -3,6 +3,7 @@
 
 #include "core/Errors.h"
 #include "core/FileDescriptor.h"
+#include "core/ParentFolders.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -26,12 +27,7 @@ private:
 } // namespace
 
 std::unique_ptr<Interface> tryLockFile(const std::filesystem::path& file) {
-    std::filesystem::path folder;
-    for (const std::filesystem::path& part : file.parent_path()) {
-        folder /= part;
-        // Ignore failures: creating the file then fails, too.
-        mkdir(folder.c_str(), S_IRWXU);
-    }
+    createParentFolders(file);
     FileDescriptor descriptor(
         open(file.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
     if (!descriptor.isOpen()) {

@@ -3,6 +3,7 @@
 
 #include "core/Errors.h"
 #include "core/FileLock.h"
+#include "core/ParentFolders.h"
 #include "core/RegularFile.h"
 
 #include <QByteArray>
@@ -149,12 +150,7 @@ std::map<std::string, Value, std::less<>> valuesOf(const QSettings& settings) {
 /// Creates the file and its parent folders, accessible only to the user. Qt keeps an existing
 /// file's mode.
 void makePrivate(const std::filesystem::path& file) {
-    std::filesystem::path folder;
-    for (const std::filesystem::path& part : file.parent_path()) {
-        folder /= part;
-        // Ignore failures: creating the file then fails, too.
-        mkdir(folder.c_str(), S_IRWXU);
-    }
+    tavrin::createParentFolders(file);
     const int descriptor = open(file.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR);
     if (descriptor < 0) {
         failToSave(errno);

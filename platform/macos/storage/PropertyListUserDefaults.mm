@@ -4,13 +4,13 @@
 #include "core/Errors.h"
 #include "core/FileDescriptor.h"
 #include "core/FileLock.h"
+#include "core/ParentFolders.h"
 #include "core/RegularFile.h"
 #include "platform/macos/storage/UserDefaultsValues.h"
 #include "platform/macos/support/FoundationConversions.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -77,16 +77,6 @@ NSDictionary<NSString*, id>* valuesIn(const std::filesystem::path& file) {
         failToRead(file, EBADMSG);
     }
     return list;
-}
-
-/// Creates the parent folders, accessible by the owner only.
-void createFolders(const std::filesystem::path& file) {
-    std::filesystem::path folder;
-    for (const std::filesystem::path& part : file.parent_path()) {
-        folder /= part;
-        // Ignore errors: creating the file then fails.
-        mkdir(folder.c_str(), S_IRWXU);
-    }
 }
 
 void flush(int descriptor) {
@@ -184,7 +174,7 @@ id PropertyListUserDefaults::object(std::string_view key) const {
 
 void PropertyListUserDefaults::write(std::string_view key, id object) {
     const std::lock_guard writeLock(writeMutex_);
-    createFolders(file_);
+    tavrin::createParentFolders(file_);
     const FileDescriptor folder(
         open(file_.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     // Lock until the folder is closed: otherwise two processes could both read before either
