@@ -23,7 +23,7 @@ namespace {
 
 /// Shorter values, and single words below `longWord`, could be in the text by chance.
 constexpr std::size_t longValue = 8;
-/// A common part of a text and a value of this length is no coincidence.
+/// A text that has a part of a value of this length counts as containing the value.
 constexpr std::size_t longWord = 16;
 /// Parts of shorter secrets could be ordinary words.
 constexpr std::size_t longSecret = 32;
@@ -336,7 +336,7 @@ bool hasWord(std::string_view text, const ViewSet& values) {
 }
 
 /// Finds common parts of a text and a set of values. Compares hashes: if two are equal by chance,
-/// a text is hidden in vain.
+/// a text without a common part is hidden.
 class PartIndex final {
 public:
     explicit PartIndex(const ViewSet& values) : mayHave_(filterSize) {

@@ -68,7 +68,8 @@ public:
 
     [[nodiscard]] Availability availability() const;
 
-    /// Whether the system provides no address book at the moment, whatever the user allows.
+    /// Whether the system provides no address book at the moment, even if the user has granted
+    /// access.
     [[nodiscard]] bool isRestricted() const {
         return addressBook_.authorizationStatus() == AddressBook::AuthorizationStatus::Restricted;
     }

@@ -21,7 +21,7 @@ struct ScanPlan {
         /// The user has not allowed it, or the scan leaves it out.
         Unused,
         Read,
-        /// Allowed, but it could not be read, or not completely.
+        /// Allowed, but it could not be read, or not completely. Also if access is restricted.
         Unreadable,
     };
 

@@ -44,7 +44,7 @@ public:
     /// Deletes all progress. Keeps the count of the last 24 hours.
     void reset();
 
-    /// Whose messages the progress counts. Two owners without a common message share no progress.
+    /// The progress is valid for this account, service and database only.
     struct Owner {
         /// Empty if unknown. Then it is not compared.
         std::string account;

@@ -20,7 +20,7 @@ public:
     [[nodiscard]] std::optional<Value> value(std::string_view key) const override;
     void set(std::string_view key, Value value) override;
     void remove(std::string_view key) override;
-    /// Excludes nobody, because nothing is stored.
+    /// Always succeeds: nothing is stored.
     [[nodiscard]] std::unique_ptr<Interface> tryLock() override;
 
 private:

@@ -386,7 +386,7 @@ TEST_F(FirebaseIdentityTest, AMessageThatRepeatsTheRequestIsNotShown) {
     }
 }
 
-TEST_F(FirebaseIdentityTest, ARevocationIsRecognizedWhateverTheTokenIs) {
+TEST_F(FirebaseIdentityTest, ARevocationIsRecognizedWithAnyToken) {
     session_.enqueue(400, rejection("INVALID_REFRESH_TOKEN"));
     const IdentityError error = identityError([&] { refresh("INVALID_REFRESH_TOKEN"); });
     EXPECT_TRUE(FirebaseIdentity::isRevocation(error.message()));
