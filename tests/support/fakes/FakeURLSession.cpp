@@ -15,8 +15,14 @@ namespace orvel::test {
 class FakeURLSession::Pending final {
 public:
     std::uint64_t add(std::function<void(URLResult)> completion) {
-        completions_.emplace(++last_, std::move(completion));
+        exchanges_.emplace(++last_, Exchange{std::move(completion), nullptr});
         return last_;
+    }
+
+    void limit(std::uint64_t exchange, Clock& clock, tavrin::Seconds timeout) {
+        exchanges_.at(exchange).timer = clock.schedule(timeout, [this, exchange] {
+            finish(exchange, urlError(tavrin::URLErrorCode::TimedOut));
+        });
     }
 
     /// Completes the exchange from the event loop, unless it gets another result before.
@@ -25,24 +31,31 @@ public:
             &callbackContext_,
             [this, exchange, result = std::move(result)] {
                 // The completion may destroy this object.
-                if (const auto found = completions_.extract(exchange); !found.empty()) {
-                    found.mapped()(result);
+                if (const auto found = exchanges_.extract(exchange); !found.empty()) {
+                    found.mapped().completion(result);
                 }
             },
             Qt::QueuedConnection);
     }
 
     void cancel(std::uint64_t exchange) {
-        if (auto found = completions_.extract(exchange); !found.empty()) {
-            finish(add(std::move(found.mapped())), urlError(tavrin::URLErrorCode::Cancelled));
+        if (auto found = exchanges_.extract(exchange); !found.empty()) {
+            finish(
+                add(std::move(found.mapped().completion)),
+                urlError(tavrin::URLErrorCode::Cancelled));
         }
     }
 
-    [[nodiscard]] std::size_t count() const { return completions_.size(); }
+    [[nodiscard]] std::size_t count() const { return exchanges_.size(); }
 
 private:
+    struct Exchange {
+        std::function<void(URLResult)> completion;
+        std::unique_ptr<Clock::Timer> timer;
+    };
+
     std::uint64_t last_ = 0;
-    std::map<std::uint64_t, std::function<void(URLResult)>> completions_;
+    std::map<std::uint64_t, Exchange> exchanges_;
     /// Destroyed first, which drops the calls it has queued.
     QObject callbackContext_;
 };
@@ -97,10 +110,12 @@ FakeURLSession::start(URLRequest request, std::function<void(URLResult)> complet
             result = urlError(tavrin::URLErrorCode::DataLengthExceedsMaximum);
         }
     }
-    requests_.push_back(std::move(request));
     if (result) {
         pending_->finish(exchange, std::move(*result));
+    } else if (clock_ != nullptr) {
+        pending_->limit(exchange, *clock_, request.timeout);
     }
+    requests_.push_back(std::move(request));
     return std::make_unique<FakeTask>(pending_, exchange);
 }
 

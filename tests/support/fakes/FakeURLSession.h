@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "platform/Clock.h"
 #include "platform/URLSession.h"
 
 #include <cstddef>
@@ -17,7 +18,8 @@ namespace orvel::test {
 /// answer, or else the error "Could not connect to the server."
 class FakeURLSession final : public URLSession {
 public:
-    /// No value leaves the request pending until it is cancelled.
+    /// No value leaves the request pending until it is cancelled, or until its timeout by the clock
+    /// of `setClock`.
     using Answer = std::optional<URLResult>;
     using Handler = std::function<Answer(const URLRequest&)>;
 
@@ -28,6 +30,8 @@ public:
     void enqueue(int status, std::string body);
     void enqueue(tavrin::URLErrorCode code);
     void setHandler(Handler handler);
+    /// From now on, pending requests time out by this clock. Without a clock they never do.
+    void setClock(Clock& clock) { clock_ = &clock; }
 
     /// All requests in the order of their start.
     [[nodiscard]] const std::vector<URLRequest>& requests() const { return requests_; }
@@ -46,6 +50,7 @@ private:
     std::shared_ptr<Pending> pending_;
     std::deque<Answer> answers_;
     Handler handler_;
+    Clock* clock_ = nullptr;
     std::vector<URLRequest> requests_;
 };
 
