@@ -1,12 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Random walks of the whole model, without a screen: the user, the service, the address book and
-// the process itself do something at random, in between the steps of a scan. After every step, no
-// request may have broken a promise. At the end, when all is well again, every message that was
-// always in scope has reached the account.
+// Random walks of the whole model, without a screen: the user, the service, the address book, the
+// keychain and the process itself do something at random, in between the steps of a scan.
+//
+// No request may violate an invariant:
+// - It has a token, of the sign-in in force and of the one that its run began with.
+// - The mode and the scope in force allow each record.
+// - The saved progress does not cover any record, so a message is sent again only after its batch
+//   was not accepted, or after the progress was taken back.
+//
+// Then all faults end, and everything in scope must reach the account.
 //
 // ORVEL_WALKS sets the number of walks, ORVEL_FIRST_WALK the seed of the first one.
 #include "OrvelAgent/app/AppModel.h"
+#include "OrvelAgent/scan/WatermarkStore.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/WaitUntil.h"
@@ -47,8 +54,8 @@ constexpr int stepsPerWalk = 50;
 constexpr int maximalTurnsExponent = 12;
 /// Of the pauses between two batches and before a retry.
 constexpr tavrin::Seconds longestPause(45);
-/// After so many turns of the loop without a fault, everything must have arrived.
-constexpr int turnsToSettle = 60;
+/// After so many timers without a fault, everything must have arrived.
+constexpr int timersToSettle = 200;
 
 int numberFrom(const char* variable, int otherwise) {
     const char* const text = std::getenv(variable);
@@ -60,15 +67,14 @@ public:
     explicit Walk(unsigned seed) : random_(seed) {
         qputenv("TMPDIR", temporary_.path().c_str());
         options_.sourcePath = (directory_ / "chat.db").string();
-        for (const char* handle : {"+14155550134", "ada@example.com", "+14155550199"}) {
+        for (const char* handle : handles) {
             chats_.push_back(
                 database_.addChat({.guid = handle, .participants = {database_.addHandle(handle)}}));
         }
-        ContactCard card;
-        card.phoneNumbers = {"+1 415 555 0134"};
-        card.emailAddresses = {"ada@example.com"};
-        with_.addressBook.cards = {card};
+        bringAddressBookBack();
         with_.letTheUserSignIn();
+        with_.urlSession.setClock(with_.clock);
+        with_.logStore.setOnWrite([this](std::string_view line) { follow(line); });
         with_.urlSession.setHandler([this](const URLRequest& request) { return answer(request); });
         if (pick(4) > 0) {
             storeSession(newSession(0));
@@ -86,6 +92,9 @@ public:
 
     void run() {
         for (int step = 0; step < stepsPerWalk && violations_.empty(); ++step) {
+            if (lockedSteps_ > 0 && --lockedSteps_ == 0) {
+                unlock();
+            }
             takeStep();
             ++steps_;
             runEvents();
@@ -108,6 +117,10 @@ public:
 
 private:
     static constexpr std::size_t chatOfStranger = 2;
+    static constexpr std::array<const char*, 3> handles = {
+        "+14155550134", "ada@example.com", "+14155550199"};
+    /// The database is rebuilt only after so many rows.
+    static constexpr std::int64_t leastProgressToRebuild = 600;
 
     struct SignIn {
         int account = 0;
@@ -135,12 +148,19 @@ private:
 
     void start() {
         model_ = std::make_unique<AppModel>(with_.platform, with_.updatePresenter, options_);
-        const CollectorService& collector = model_->collector();
-        QObject::connect(&collector, &CollectorService::changed, &collector, [this, &collector] {
-            if (!collector.isScanning()) {
-                scanSession_.reset();
-            }
-        });
+    }
+
+    /// These lines come from the main thread.
+    void follow(std::string_view line) {
+        if (line.starts_with("going on without the known-contact list: The sign-in could not")) {
+            // This run begins without the request of the known handles.
+            runSession_ = sessionInForce();
+        } else if (line.starts_with("starting from the beginning")) {
+            rowLimit_.reset();
+        } else if (line == "sign-in: succeeded") {
+            latestSessions_[browserSession_.account] = browserSession_;
+            ++signIns_;
+        }
     }
 
     void takeStep() {
@@ -148,7 +168,7 @@ private:
             signIn();
             return;
         }
-        switch (pick(26)) {
+        switch (pick(32)) {
         case 0:
         case 1:
             addMessages();
@@ -166,8 +186,9 @@ private:
             toggleAddressBook();
             break;
         case 6:
-            fault_ = static_cast<Fault>(pick(faultCount));
-            note(fmt::format("fault {}", static_cast<int>(fault_)));
+        case 12:
+        case 13:
+            prepareFault();
             break;
         case 7:
             isDigestBroken_ = !isDigestBroken_ && flip();
@@ -185,8 +206,13 @@ private:
             note(fmt::format("paused: {}", model_->collector().isPaused()));
             break;
         case 11:
-            note("re-scan from the beginning");
-            runTask(model_->rescanFromBeginning());
+            rescan();
+            break;
+        case 14:
+            lock();
+            break;
+        case 15:
+            rebuildDatabase();
             break;
         default:
             passTime();
@@ -210,6 +236,7 @@ private:
             return wait <= longestPause;
         };
         return !model_->collector().isScanning() || with_.urlSession.inFlight() > 0 ||
+               with_.keychain.isReadWaiting() ||
                std::ranges::any_of(with_.clock.untilTimers(), isShort);
     }
 
@@ -218,17 +245,77 @@ private:
         addMessages(chat, pick(5) == 0 ? 520 : 1 + pick(20));
     }
 
+    /// Some messages belong to a second chat as well.
     void addMessages(std::size_t chat, int count) {
-        note(fmt::format("{} messages in chat {}", count, chat));
+        if (rowLimit_ && rows_ + count > *rowLimit_) {
+            return;
+        }
+        std::set<std::size_t> chats{chat};
+        if (pick(4) == 0) {
+            chats.insert(static_cast<std::size_t>(pick(3)));
+        }
+        note(fmt::format("{} messages in chats {}", count, fmt::join(chats, ", ")));
         database_.inOneTransaction([&] {
             for (int i = 0; i < count; ++i) {
-                const std::string guid = fmt::format("message-{}", ++messages_);
-                database_.addMessage({.guid = guid, .text = "text", .chats = {chats_[chat]}});
-                if (chat != chatOfStranger) {
-                    owed_.insert(guid);
-                }
+                addMessage(chats);
             }
         });
+    }
+
+    void addMessage(const std::set<std::size_t>& chats) {
+        const std::string guid = fmt::format("message-{}", ++messages_);
+        std::vector<std::int64_t> rowIDs;
+        for (const std::size_t chat : chats) {
+            rowIDs.push_back(chats_.at(chat));
+            (chat == chatOfStranger ? ofStranger_ : owed_).insert(inChat(guid, handles.at(chat)));
+        }
+        rows_ = database_.addMessage({.guid = guid, .text = "text", .chats = rowIDs});
+    }
+
+    static std::string inChat(std::string_view guid, std::string_view chat) {
+        return fmt::format("{} in {}", guid, chat);
+    }
+
+    /// Messages gives away the old row ids again. The agent notices that while the highest one is
+    /// lower than its progress, so a scan must come before there are more rows. A running scan
+    /// would go on with its copy of the old database and change the progress.
+    void rebuildDatabase() {
+        const std::int64_t progress = WatermarkStore(with_.userDefaults).watermark();
+        if (model_->collector().isScanning() || rowLimit_ || progress < leastProgressToRebuild) {
+            passTime();
+            return;
+        }
+        note("the database is rebuilt");
+        database_.inOneTransaction([&] {
+            database_.execute("DELETE FROM message");
+            database_.execute("DELETE FROM chat_message_join");
+            database_.execute("DELETE FROM sqlite_sequence WHERE name = 'message'");
+        });
+        owed_.clear();
+        ofStranger_.clear();
+        rows_ = 0;
+        rowLimit_ = progress - 1;
+        addMessages(static_cast<std::size_t>(pick(3)), 1 + pick(20));
+    }
+
+    void rescan() {
+        note("re-scan from the beginning");
+        runTask(model_->rescanFromBeginning());
+        rowLimit_.reset();
+    }
+
+    void lock() {
+        if (lockedSteps_ == 0) {
+            note("lock the keychain");
+            with_.keychain.lock();
+            lockedSteps_ = 1 + pick(6);
+        }
+    }
+
+    void unlock() {
+        note("unlock the keychain");
+        lockedSteps_ = 0;
+        with_.keychain.unlock();
     }
 
     void choose() {
@@ -252,37 +339,77 @@ private:
         }
     }
 
+    /// Does not wait for the profile.
     void signIn() {
-        browserSession_ = newSession(pick(2));
-        note(fmt::format("sign in as {}", browserSession_.account));
-        if (!model_->collector().isScanning()) {
-            scanSession_.reset();
+        const AuthService& auth = model_->auth();
+        if (auth.isSigningIn()) {
+            passTime();
+            return;
         }
-        runTask(model_->auth().signIn());
+        browserSession_ = {pick(2), ++sessions_};
+        note(fmt::format("sign in as {}", browserSession_.account));
+        const int before = signIns_;
+        const QCoro::Task<> signingIn = model_->auth().signIn();
+        if (!waitUntil(
+                [this, &auth, before] { return signIns_ > before || !auth.isSigningIn(); })) {
+            violate("the sign-in does not end");
+        }
     }
 
-    /// As another process of the same user would.
+    /// As another process of the same user would, for which the user has unlocked the keychain.
     void changeSessionElsewhere() {
+        if (lockedSteps_ > 0) {
+            unlock();
+            processEvents();
+        }
         if (flip()) {
             note("sign out elsewhere");
             with_.keychain.items.erase(sessionItem());
             return;
         }
-        // The same account's session may go on, as after a refresh by that process.
+        // The same account's session goes on, as after a refresh by that process.
         const int account = pick(2);
         const auto known = latestSessions_.find(account);
-        const SignIn session = known != latestSessions_.end() ? known->second : newSession(account);
+        const SignIn session = model_->auth().isSignedIn() && known != latestSessions_.end()
+                                   ? known->second
+                                   : newSession(account);
         note(fmt::format("sign in elsewhere as {}", session.account));
         storeSession(session);
     }
 
     void toggleAddressBook() {
-        if (with_.addressBook.readError) {
-            with_.addressBook.readError.reset();
-        } else {
-            with_.addressBook.readError.emplace("Test", 1, "The address book is away.");
+        if (std::exchange(isAddressBookAway_, !isAddressBookAway_)) {
+            note("address book back");
+            bringAddressBookBack();
+            return;
         }
-        note(with_.addressBook.readError ? "address book away" : "address book back");
+        const tavrin::PlatformError error("Test", 1, "The address book is away.");
+        switch (pick(3)) {
+        case 0:
+            note("address book away");
+            with_.addressBook.readError = error;
+            break;
+        case 1:
+            note("address book restricted");
+            with_.addressBook.status = AddressBook::AuthorizationStatus::Restricted;
+            break;
+        default:
+            note("one address book unreadable");
+            with_.addressBook.bookError = error;
+            with_.addressBook.cards.front().emailAddresses.clear();
+            break;
+        }
+    }
+
+    void bringAddressBookBack() {
+        ContactCard card;
+        card.phoneNumbers = {"+1 415 555 0134"};
+        card.emailAddresses = {"ada@example.com"};
+        with_.addressBook.cards = {card};
+        with_.addressBook.readError.reset();
+        with_.addressBook.bookError.reset();
+        with_.addressBook.status = AddressBook::AuthorizationStatus::Authorized;
+        isAddressBookAway_ = false;
     }
 
     /// Nothing that was not written before reaches the disk.
@@ -291,6 +418,7 @@ private:
         with_.userDefaults.setFailsWrites(true);
         model_.reset();
         with_.userDefaults.setFailsWrites(false);
+        runSession_.reset();
         start();
     }
 
@@ -306,51 +434,133 @@ private:
         with_.clock.advance(tavrin::Seconds(seconds));
     }
 
-    enum class Fault { None, Busy, Refused, NoConnection, ReplyLost, Silent };
-    static constexpr int faultCount = 6;
+    enum class Fault { None, Busy, Refused, SessionEnded, NoConnection, ReplyLost, Silent };
+    static constexpr int faultCount = 7;
+
+    /// Of the next requests to a path.
+    struct Faults {
+        Fault fault = Fault::None;
+        int requests = 0;
+    };
+
+    void prepareFault() {
+        constexpr std::array<std::string_view, 7> paths = {
+            FakeService::ingestPath,
+            FakeService::ingestPath,
+            FakeService::ingestPath,
+            FakeService::digestPath,
+            FakeService::profilePath,
+            FakeService::diagnosticsPath,
+            FakeService::refreshPath};
+        const std::string_view path = paths.at(static_cast<std::size_t>(pick(paths.size())));
+        const auto fault = static_cast<Fault>(pick(faultCount));
+        faults_[path] = {fault, 1 + pick(5)};
+        note(fmt::format(
+            "fault {} for {} requests of {}",
+            static_cast<int>(fault),
+            faults_[path].requests,
+            path));
+    }
+
+    Fault nextFault(std::string_view path) {
+        const auto found = faults_.find(path);
+        if (found == faults_.end()) {
+            return Fault::None;
+        }
+        const Fault fault = found->second.fault;
+        if (--found->second.requests == 0) {
+            faults_.erase(found);
+        }
+        return fault;
+    }
+
+    /// The reply to a request with that fault, which is not `None`.
+    static FakeURLSession::Answer faultyAnswer(Fault fault, std::string_view path) {
+        const bool isIdentity = path == FakeService::refreshPath;
+        switch (fault) {
+        case Fault::Refused:
+            return URLResponse{
+                400,
+                isIdentity ? R"({"error":{"message":"No."}})" : R"({"ok":false,"error":"No."})"};
+        case Fault::SessionEnded:
+            return isIdentity
+                       ? URLResponse{400, R"({"error":{"message":"INVALID_GRANT"}})"}
+                       : URLResponse{
+                             401,
+                             R"({"ok":false,"error":"The session is over.","code":"session_expired"})"};
+        case Fault::NoConnection:
+        case Fault::ReplyLost:
+            return URLResult(tavrin::urlError(tavrin::URLErrorCode::NetworkConnectionLost));
+        case Fault::Silent:
+            return std::nullopt;
+        case Fault::None:
+        case Fault::Busy:
+            break;
+        }
+        return URLResponse{503, "Busy."};
+    }
 
     FakeURLSession::Answer answer(const URLRequest& request) {
-        const auto isTo = [&request](std::string_view path) {
-            return request.url.find(path) != std::string::npos;
-        };
-        if (isTo(FakeService::ingestPath)) {
-            checkSender(request, false);
-            return answerUpload(request);
-        }
-        if (isTo(FakeService::digestPath)) {
-            checkSender(request, true);
-            return isDigestBroken_ ? URLResponse{503, "Busy."}
-                                   : success(R"({"hints":["4155550134"]})");
-        }
-        if (isTo(FakeService::diagnosticsPath)) {
-            checkSender(request, false);
-            return success(R"({"received":1})");
-        }
-        if (isTo(FakeService::profilePath)) {
-            return success(fmt::format(
-                R"({{"uid":"uid-{0}","email":"{0}@orvel.example"}})", senderOf(request)->account));
-        }
-        if (isTo(FakeService::deviceTokenPath)) {
+        constexpr std::array<std::string_view, 7> paths = {
+            FakeService::ingestPath,
+            FakeService::digestPath,
+            FakeService::diagnosticsPath,
+            FakeService::profilePath,
+            FakeService::deviceTokenPath,
+            FakeService::customTokenPath,
+            FakeService::refreshPath};
+        const std::string_view path = *std::ranges::find_if(
+            paths, [&request](auto each) { return request.url.find(each) != std::string::npos; });
+        if (path == FakeService::deviceTokenPath) {
             return success(R"({"customToken":"custom","uid":"uid"})");
         }
-        if (isTo(FakeService::customTokenPath)) {
-            return URLResponse{
-                200,
-                fmt::format(
-                    R"({{"idToken":"{}","refreshToken":"{}","expiresIn":"600"}})",
-                    newToken("id-", browserSession_),
-                    newToken("refresh-", browserSession_))};
+        if (path == FakeService::customTokenPath) {
+            return tokens("idToken", "refreshToken", "expiresIn", browserSession_);
         }
-        if (isRefreshBroken_) {
-            return URLResponse{503, ""};
+        const Fault fault = nextFault(path);
+        if (path == FakeService::refreshPath) {
+            if (fault != Fault::None || isRefreshBroken_) {
+                return faultyAnswer(fault, path);
+            }
+            const SignIn session = signInOf(request.body.value(), "refresh-").value();
+            return tokens("id_token", "refresh_token", "expires_in", session);
         }
-        const SignIn session = signInOf(request.body.value(), "refresh-").value();
-        return URLResponse{
+        const std::optional<SignIn> sender = senderOf(request);
+        if (!sender) {
+            violate("a request without a token: " + request.url);
+            return URLResponse{401, ""};
+        }
+        checkSender(*sender, path);
+        if (path == FakeService::ingestPath) {
+            return answerUpload(request, sender->account, fault);
+        }
+        if (fault != Fault::None) {
+            return faultyAnswer(fault, path);
+        }
+        if (path == FakeService::profilePath) {
+            return success(
+                fmt::format(R"({{"uid":"uid-{0}","email":"{0}@orvel.example"}})", sender->account));
+        }
+        if (path == FakeService::diagnosticsPath) {
+            return success(R"({"received":1})");
+        }
+        return isDigestBroken_ ? URLResponse{503, "Busy."} : success(R"({"hints":["4155550134"]})");
+    }
+
+    URLResponse tokens(
+        std::string_view idToken,
+        std::string_view refreshToken,
+        std::string_view expiry,
+        const SignIn& session) {
+        return {
             200,
             fmt::format(
-                R"({{"id_token":"{}","refresh_token":"{}","expires_in":"600"}})",
+                R"({{"{}":"{}","{}":"{}","{}":"600"}})",
+                idToken,
                 newToken("id-", session),
-                newToken("refresh-", session))};
+                refreshToken,
+                newToken("refresh-", session),
+                expiry)};
     }
 
     static URLResponse success(const std::string& data) {
@@ -398,54 +608,58 @@ private:
         return std::nullopt;
     }
 
-    /// A scan begins with the request of the known handles, unless there is no token for it.
-    void checkSender(const URLRequest& request, bool isScanStart) {
-        const std::optional<SignIn> sender = senderOf(request);
-        if (!sender) {
-            violate("a request without a token: " + request.url);
+    /// The number of the sign-in that the agent uses.
+    [[nodiscard]] std::optional<int> sessionInForce() const {
+        if (const auto& email = model_->auth().accountEmail()) {
+            const auto session = latestSessions_.find(std::stoi(*email));
+            return session == latestSessions_.end() ? std::nullopt
+                                                    : std::optional(session->second.number);
+        }
+        const auto stored = with_.keychain.items.find(sessionItem());
+        const auto session = stored == with_.keychain.items.end()
+                                 ? std::nullopt
+                                 : signInOf(stored->second, "refresh-");
+        return session ? std::optional(session->number) : std::nullopt;
+    }
+
+    /// The request of the known handles tells which sign-in a run begins with. It is remembered
+    /// until the next run, beyond the end of the scan and of the sign-in.
+    void checkSender(const SignIn& sender, std::string_view path) {
+        if (!model_->auth().isSignedIn()) {
+            violate(fmt::format("a request while no account is signed in: {}", path));
+        }
+        if (sender.number != latestSessions_.at(sender.account).number) {
+            violate(fmt::format("a request of an earlier sign-in: {}", path));
+        }
+        // The address may still be the one before a sign-in in the browser.
+        if (path == FakeService::profilePath) {
             return;
         }
         const auto& email = model_->auth().accountEmail();
-        if (!model_->auth().isSignedIn() ||
-            (email && email != fmt::format("{}@orvel.example", sender->account))) {
+        if (email && email != fmt::format("{}@orvel.example", sender.account)) {
             violate(fmt::format(
-                "a request for {} while {} is signed in: {}",
-                sender->account,
-                email.value_or("nobody"),
-                request.url));
+                "a request for {} while {} is signed in: {}", sender.account, *email, path));
         }
-        if (isScanStart || !scanSession_) {
-            scanSession_ = sender->number;
-        } else if (scanSession_ != sender->number) {
-            violate("a request of another sign-in than the scan's: " + request.url);
+        if (path == FakeService::digestPath || !runSession_) {
+            runSession_ = sender.number;
+        } else if (runSession_ != sender.number) {
+            violate(fmt::format("a request of another sign-in than the run's: {}", path));
         }
     }
 
-    FakeURLSession::Answer answerUpload(const URLRequest& request) {
+    FakeURLSession::Answer answerUpload(const URLRequest& request, int account, Fault fault) {
         ++batches_;
-        const Fault fault = std::exchange(fault_, Fault::None);
         const boost::json::value payload = boost::json::parse(request.body.value());
         const boost::json::array& records = payload.at("records").as_array();
-        std::set<std::string>& received = received_[senderOf(request)->account];
-        const bool isStored = fault == Fault::None || fault == Fault::ReplyLost;
         for (const boost::json::value& record : records) {
-            checkAllowed(record.as_object());
-            if (isStored) {
-                received.emplace(record.at("guid").as_string());
+            checkRecord(record.as_object());
+            if (fault == Fault::None || fault == Fault::ReplyLost) {
+                received_[account].insert(
+                    inChat(record.at("guid").as_string(), record.at("chatGUID").as_string()));
             }
         }
-        switch (fault) {
-        case Fault::Busy:
-            return URLResponse{503, "Busy."};
-        case Fault::Refused:
-            return URLResponse{400, R"({"ok":false,"error":"No."})"};
-        case Fault::NoConnection:
-        case Fault::ReplyLost:
-            return URLResult(tavrin::urlError(tavrin::URLErrorCode::NetworkConnectionLost));
-        case Fault::Silent:
-            return std::nullopt;
-        case Fault::None:
-            break;
+        if (fault != Fault::None) {
+            return faultyAnswer(fault, FakeService::ingestPath);
         }
         return success(fmt::format(
             R"({{"acceptedWatermark":{},"accepted":{}}})",
@@ -453,44 +667,49 @@ private:
             records.size()));
     }
 
-    void checkAllowed(const boost::json::object& record) {
+    void checkRecord(const boost::json::object& record) {
         const std::string guid(record.at("guid").as_string());
         if (model_->mode() == CollectionMode::MetadataOnly && record.contains("body")) {
             violate(guid + " was sent with its text");
         }
-        if (model_->scope() == ThreadScope::KnownContactsOnly && !owed_.contains(guid)) {
+        if (model_->scope() == ThreadScope::KnownContactsOnly &&
+            record.at("chatGUID").as_string() == handles.at(chatOfStranger)) {
             violate(guid + " of a stranger was sent");
+        }
+        const WatermarkStore progress(with_.userDefaults);
+        const std::int64_t row = record.at("rowID").as_int64();
+        if (progress.isBackfillDone() ? row <= progress.watermark()
+                                      : row >= progress.backfillCursor()) {
+            violate(fmt::format("{} was sent though the saved progress covers it", guid));
         }
     }
 
-    /// All is well again: waits until nothing is left to send, then looks for what is missing.
+    /// Ends all faults, waits until nothing is left to send, then looks for what is missing.
     void settle() {
-        note("all is well");
-        fault_ = Fault::None;
+        note("no more faults");
+        faults_.clear();
         isDigestBroken_ = false;
         isRefreshBroken_ = false;
-        with_.addressBook.readError.reset();
-        // A silent request would wait for its timeout.
-        kill();
+        bringAddressBookBack();
+        unlock();
+        if (flip()) {
+            kill();
+        }
         model_->collector().setPaused(false);
         runTask(model_->auth().restored());
-        int quietScans = 0;
-        for (int turn = 0; turn < turnsToSettle && quietScans < 2; ++turn) {
-            if (!model_->auth().isSignedIn()) {
-                signIn();
-            }
-            if (!waitUntil([this] { return with_.clock.untilNextTimer().has_value(); })) {
-                violate("the loop has stopped");
+        const bool wantsStrangers = flip();
+        if (wantsStrangers) {
+            note("all threads");
+            model_->setScope(ThreadScope::AllThreads);
+        }
+        if (!waitForQuietScans()) {
+            return;
+        }
+        if (wantsStrangers) {
+            rescan();
+            if (!waitForQuietScans()) {
                 return;
             }
-            const auto& history = model_->collector().history();
-            const bool isQuiet = !history.empty() && !model_->collector().isScanning() &&
-                                 !history.front().error && history.front().scanned == 0;
-            quietScans = isQuiet ? quietScans + 1 : 0;
-            with_.clock.advance(with_.clock.untilNextTimer().value());
-        }
-        if (quietScans < 2) {
-            violate("there is always something left to send");
         }
         const auto stored = with_.keychain.items.find(sessionItem());
         if (stored == with_.keychain.items.end()) {
@@ -498,11 +717,47 @@ private:
             return;
         }
         const int account = signInOf(stored->second, "refresh-").value().account;
-        for (const std::string& guid : owed_) {
-            if (!received_[account].contains(guid)) {
-                violate(fmt::format("{} never reached account {}", guid, account));
-                return;
+        lookForMissing(owed_, account);
+        if (wantsStrangers) {
+            lookForMissing(ofStranger_, account);
+        }
+    }
+
+    /// Until two scans without an error have found nothing.
+    bool waitForQuietScans() {
+        std::set<QUuid> quietScans;
+        for (int timer = 0; timer < timersToSettle && quietScans.size() < 2; ++timer) {
+            if (!model_->auth().isSignedIn()) {
+                signIn();
             }
+            if (!waitUntil([this] { return with_.clock.untilNextTimer().has_value(); })) {
+                violate("the loop has stopped");
+                return false;
+            }
+            const auto& history = model_->collector().history();
+            if (!history.empty() && !model_->collector().isScanning()) {
+                const auto& scan = history.front();
+                if (scan.error || scan.scanned > 0) {
+                    quietScans.clear();
+                } else {
+                    quietScans.insert(scan.id);
+                }
+            }
+            with_.clock.advance(with_.clock.untilNextTimer().value());
+        }
+        if (quietScans.size() < 2) {
+            violate("there is always something left to send");
+            return false;
+        }
+        return true;
+    }
+
+    void lookForMissing(const std::set<std::string>& expected, int account) {
+        const std::set<std::string>& received = received_[account];
+        const auto missing = std::ranges::find_if_not(
+            expected, [&received](const auto& each) { return received.contains(each); });
+        if (missing != expected.end()) {
+            violate(fmt::format("{} never reached account {}", *missing, account));
         }
     }
 
@@ -514,19 +769,30 @@ private:
     int messages_ = 0;
     int steps_ = 0;
     int batches_ = 0;
-    /// The messages that are in scope with every choice.
+    /// The highest row id.
+    std::int64_t rows_ = 0;
+    /// No row id may be higher, until a scan has noticed that the database was rebuilt.
+    std::optional<std::int64_t> rowLimit_;
+    /// The messages in their chats, as `inChat`. These are in scope with every choice.
     std::set<std::string> owed_;
+    std::set<std::string> ofStranger_;
     /// By account.
     std::map<int, std::set<std::string>> received_;
-    Fault fault_ = Fault::None;
+    /// By path.
+    std::map<std::string_view, Faults> faults_;
+    bool isAddressBookAway_ = false;
+    /// The keychain is unlocked before so many further steps. 0 if it is not locked.
+    int lockedSteps_ = 0;
     bool isDigestBroken_ = false;
     bool isRefreshBroken_ = false;
     SignIn browserSession_;
     int sessions_ = 0;
+    /// In the browser.
+    int signIns_ = 0;
     /// By account.
     std::map<int, SignIn> latestSessions_;
-    /// The number of the sign-in that the last scan began with.
-    std::optional<int> scanSession_;
+    /// The number of the sign-in that the last run began with.
+    std::optional<int> runSession_;
     int tokens_ = 0;
     std::vector<std::string> story_;
     std::size_t notedLines_ = 0;
@@ -538,7 +804,7 @@ private:
 
 } // namespace
 
-TEST(RandomWalkTest, NoWalkBreaksAPromise) {
+TEST(RandomWalkTest, NoRequestViolatesAnInvariant) {
     const int walks = numberFrom("ORVEL_WALKS", defaultWalks);
     const int first = numberFrom("ORVEL_FIRST_WALK", 1);
     int violations = 0;
