@@ -701,15 +701,11 @@ private:
         if (wantsStrangers) {
             note("all threads");
             model_->setScope(ThreadScope::AllThreads);
+            // Also while a run with the earlier choice is being prepared.
+            rescan();
         }
         if (!waitForQuietScans()) {
             return;
-        }
-        if (wantsStrangers) {
-            rescan();
-            if (!waitForQuietScans()) {
-                return;
-            }
         }
         const auto stored = with_.keychain.items.find(sessionItem());
         if (stored == with_.keychain.items.end()) {
