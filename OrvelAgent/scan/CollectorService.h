@@ -59,6 +59,9 @@ public:
     /// scans. A running scan then continues.
     QCoro::Task<> resetWatermark();
 
+    /// The number of successful resets.
+    [[nodiscard]] std::uint64_t resets() const { return *dependencies_.resets; }
+
     /// A paused service starts no scan and ends a running one before its next batch.
     void setPaused(bool isPaused);
 

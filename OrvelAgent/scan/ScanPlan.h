@@ -7,6 +7,7 @@
 #include "core/Date.h"
 #include "core/messages/MessagesCollector.h"
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 
@@ -28,6 +29,8 @@ struct ScanPlan {
     AccountSession session;
     /// The start of the scan. The count of the last 24 hours ends here.
     tavrin::Date startedAt;
+    /// The number of resets before the choices were read. A later reset ends the scan.
+    std::uint64_t resets = 0;
     tavrin::CollectionMode mode = tavrin::CollectionPreferences::defaultMode;
     tavrin::ThreadScope scope = tavrin::CollectionPreferences::defaultScope;
     /// Including those of the address book.

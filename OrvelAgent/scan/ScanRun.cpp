@@ -5,6 +5,7 @@
 
 #include <QScopeGuard>
 
+#include <cstdint>
 #include <exception>
 #include <stdexcept>
 #include <utility>
@@ -31,6 +32,7 @@ QCoro::Task<std::optional<CollectorService::ScanSummary>> ScanRun::run(
     std::optional<tavrin::Date> since,
     tavrin::CancellationToken cancellation) {
     const Choices choices = choices_;
+    const std::uint64_t resets = services_.collector.resets();
     tavrin::CancellationSource end;
     const auto endRun = [end]() mutable {
         end.cancel();
@@ -55,6 +57,7 @@ QCoro::Task<std::optional<CollectorService::ScanSummary>> ScanRun::run(
         ingest_ = services_.ingest.authorizedBy(*session);
         ScanPlan plan =
             co_await makePlan(*std::move(session), choices, addressBookUse, since, end.token());
+        plan.resets = resets;
         co_return co_await services_.collector.runScan(std::move(plan), end.token());
     } catch (const tavrin::TaskCancelled&) {
         cancellation.throwIfCancelled();

@@ -78,7 +78,7 @@ ScanWalk::ScanWalk(
       ingest_(dependencies.ingest.authorizedBy(plan_.session)),
       enricher_(std::make_shared<IdentityEnricher>(plan_.identities)),
       cancellation_(std::move(cancellation)),
-      resetsAtStart_(*dependencies.resets),
+      resetsAtStart_(plan_.resets),
       summary_(summary) {}
 
 QCoro::Task<> ScanWalk::run() {

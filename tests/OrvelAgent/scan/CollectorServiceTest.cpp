@@ -106,6 +106,7 @@ protected:
             return oneToken(isTokenMissing_);
         };
         plan.startedAt = clock_.now();
+        plan.resets = service_.resets();
         plan.mode = mode;
         plan.scope = scope;
         plan.knownHandles =

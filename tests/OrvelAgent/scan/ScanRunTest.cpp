@@ -269,6 +269,14 @@ TEST_F(ScanRunTest, ANarrowerModeDuringThePreparationEndsTheRun) {
     EXPECT_FALSE(scanRun_.wasSuperseded());
 }
 
+TEST_F(ScanRunTest, AResetDuringThePreparationIsLeftToTheNextRun) {
+    auto running = scanRun_.run(AddressBookUse::Read, std::nullopt, cancellation_.token());
+    choices_.scope = ThreadScope::AllThreads;
+    runTask(collector_.resetWatermark());
+    EXPECT_EQ(runTask(std::move(running)).value().scanned, 0);
+    EXPECT_GT(run(AddressBookUse::Read).value().scanned, 0);
+}
+
 TEST_F(ScanRunTest, AWiderChoiceAppliesToTheNextRun) {
     choices_ = {CollectionMode::MetadataOnly, ThreadScope::KnownContactsOnly};
     auto running = scanRun_.run(AddressBookUse::Read, std::nullopt, cancellation_.token());
