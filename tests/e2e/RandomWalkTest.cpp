@@ -725,7 +725,12 @@ private:
             if (!model_->auth().isSignedIn()) {
                 signIn();
             }
-            if (!waitUntil([this] { return with_.clock.untilNextTimer().has_value(); })) {
+            // The icon's timer may be there from the start, so let the replies arrive first.
+            processEvents();
+            if (!waitUntil([this] {
+                    return (!model_->auth().isSigningIn() || with_.urlSession.inFlight() > 0) &&
+                           with_.clock.untilNextTimer().has_value();
+                })) {
                 violate("the loop has stopped");
                 return false;
             }
