@@ -31,8 +31,8 @@ class Service:
             r"orvel-local-service ready at (\S+) \(certificate authority: (.+)\)",
             self._process.stdout.readline())
         check(ready, "the service did not start")
-        self.url = ready[1]
-        context = ssl.create_default_context(cafile=ready[2])
+        self.url, self.authority = ready[1], ready[2]
+        context = ssl.create_default_context(cafile=self.authority)
         self._opener = urllib.request.build_opener(
             urllib.request.ProxyHandler({}), urllib.request.HTTPSHandler(context=context))
 

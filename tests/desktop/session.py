@@ -142,13 +142,16 @@ class Agent:
             self._environment.pop(variable, None)
         os.makedirs(AGENT_FILES)
 
+    def command(self, arguments):
+        return [self._program, "--verbose", *arguments]
+
     def start(self, *arguments):
         self._runs += 1
         self._output = os.path.join(AGENT_FILES, f"output-{self._runs}")
         self._errors = os.path.join(AGENT_FILES, f"log-{self._runs}")
         with open(self._output, "w") as output, open(self._errors, "w") as errors:
             return subprocess.Popen(
-                [self._program, "--verbose", *arguments],
+                self.command(arguments),
                 stdout=output, stderr=errors, env=self._environment)
 
     def last_log(self):
