@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/network/TokenUnavailable.h"
 #include "tests/OrvelAgent/account/AuthServiceFixture.h"
+#include "tests/support/WaitUntil.h"
 
 namespace orvel {
 
 namespace {
 
 using test::runTask;
+using test::waitUntil;
 
 constexpr const char* sameAccountElsewhere =
     R"({"refreshToken":"refresh-secret-9","uid":"uid-0","email":"zero@orvel.example"})";
@@ -107,8 +109,12 @@ TEST_F(AuthServiceSessionTest, ASignInWhileAnExpiredSessionIsReadIsKept) {
     keychain_.lock();
     auto expired = before.onSessionExpired();
     auth_->signOut();
+    auto signingIn = auth_->signIn();
+    // The profile is stored while the first read still waits.
+    ASSERT_TRUE(waitUntil([this] { return keychain_.waitingReads() == 2; }));
+    keychain_.unlockLast();
+    runTask(std::move(signingIn));
     keychain_.unlock();
-    runTask(auth_->signIn());
     runTask(std::move(expired));
     EXPECT_TRUE(auth_->isSignedIn());
 }

@@ -35,6 +35,16 @@ TEST_F(AuthServiceTest, SigningOutRemovesTheSessionAndTheItemsOfEarlierVersions)
     EXPECT_THAT(urlSession_.requests(), IsEmpty());
 }
 
+TEST_F(AuthServiceTest, SigningOutClearsTheErrorOfAnotherSignIn) {
+    startSignedIn();
+    answerWith(exchangePath, 400, R"({"ok":false,"error":"That code was used."})");
+    runTask(auth_->signIn());
+    EXPECT_TRUE(auth_->isSignedIn());
+    EXPECT_EQ(auth_->lastError(), "That code was used.");
+    auth_->signOut();
+    expectSignedOut();
+}
+
 TEST_F(AuthServiceTest, SigningOutCancelsARunningRefresh) {
     hang(refreshPath);
     startSignedIn();

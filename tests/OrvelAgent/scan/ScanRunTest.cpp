@@ -179,6 +179,7 @@ TEST_F(ScanRunTest, WithoutASessionNothingIsScannedAndNoDiagnosticsAreSent) {
     const auto requests = with_.urlSession.requests().size();
     isSignedIn_ = false;
     EXPECT_EQ(run(AddressBookUse::Read), std::nullopt);
+    EXPECT_TRUE(scanRun_.hasSessionEnded());
     runTask(scanRun_.sendDiagnostics({"line"}, {}));
     EXPECT_EQ(with_.urlSession.requests().size(), requests);
     EXPECT_EQ(collector_.history().size(), 1U);
@@ -216,12 +217,12 @@ TEST_F(ScanRunTest, AnUploadsReplyThatEndsTheSessionIsTheErrorOfTheScan) {
 
 TEST_F(ScanRunTest, AnAddressBookThatCannotBeReadLeavesAGap) {
     constexpr std::string_view gap = "messages.progress.beforeContactsGap";
-    with_.addressBook.readError = tavrin::PlatformError("test", 5, "The disk is gone.");
+    with_.addressBook.bookError = tavrin::PlatformError("test", 5, "The disk is gone.");
     run(AddressBookUse::Read);
     EXPECT_TRUE(with_.userDefaults.contains(gap));
 
     // Without hints, it is not read, so this does not show that it can be read again.
-    with_.addressBook.readError.reset();
+    with_.addressBook.bookError.reset();
     with_.service.hints.clear();
     run(AddressBookUse::Read);
     EXPECT_TRUE(with_.userDefaults.contains(gap));
