@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/scan/ScanArguments.h"
 
+#include "core/TokenVariable.h"
 #include "core/messages/AppleEpoch.h"
 
 #include <QString>
@@ -11,7 +12,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <fstream>
 #include <ios>
 #include <iterator>
@@ -113,19 +113,6 @@ struct RawArguments {
     std::string previewFile;
 };
 
-/// Removes the token from the environment, so that child processes do not inherit it and other
-/// processes cannot read it there.
-std::optional<tavrin::Secret> takeFromEnvironment() {
-    char* variable = std::getenv("ORVEL_TOKEN");
-    if (variable == nullptr) {
-        return std::nullopt;
-    }
-    tavrin::Secret token{std::string(variable)};
-    std::fill_n(variable, token.text().size(), '\0');
-    unsetenv("ORVEL_TOKEN");
-    return token;
-}
-
 std::optional<tavrin::Secret> tokenFrom(
     RawArguments& raw,
     const CLI::Option& option,
@@ -152,7 +139,7 @@ std::variant<ScanArguments, std::string> parseScanArguments(int argc, const char
     ScanArguments arguments;
     RawArguments raw;
     // The parser could read the variable, but would leave the value in the environment.
-    const std::optional<tavrin::Secret> fromEnvironment = takeFromEnvironment();
+    const std::optional<tavrin::Secret> fromEnvironment = tavrin::TokenVariable::take();
     using Action = ScanArguments::Action;
     const auto action = [&](const char* name, Action value, const char* description) {
         const auto choose = [&arguments, value] {
@@ -169,9 +156,9 @@ std::variant<ScanArguments, std::string> parseScanArguments(int argc, const char
     signIn->excludes(signOut)->excludes(showAccount);
     signOut->excludes(showAccount);
     app.footer(
-        "The user's own choices of mode and scope hold where none is given. Prefer --token-file or "
-        "the\nvariable ORVEL_TOKEN to --token: a command line can be seen by other users of this "
-        "machine.\n\n"
+        std::string("The user's own choices of mode and scope hold where none is given. ") +
+        tavrin::TokenVariable::advice +
+        "\n\n"
         "Exit status: 0 scan done, 1 scan ended with an error, 2 usage, 128+n after signal n.");
 
     const auto option = [&app](const char* name, auto& value, const char* type, std::string help) {
