@@ -21,16 +21,41 @@ fail(const std::filesystem::path& path, std::error_code error = {errno, std::gen
 }
 
 int flags(PrivateFile::Mode mode) {
-    const int common = O_WRONLY | O_CREAT | O_CLOEXEC;
-    return common | (mode == PrivateFile::Mode::Append ? O_APPEND : O_TRUNC);
+    // Without O_NONBLOCK, opening a pipe would block.
+    const int common = O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+    return common | (mode == PrivateFile::Mode::Append ? O_APPEND : 0);
+}
+
+[[noreturn]] void refuse(const std::filesystem::path& path, const char* reason) {
+    throw ServiceError(ServiceError::File{path.string(), reason});
+}
+
+/// In a folder that others can write to, they could have put something else at the path: their own
+/// file, which they can read, or a second name of another file of this user.
+void requireOwnFile(const std::filesystem::path& path, int descriptor) {
+    struct stat status {};
+    if (fstat(descriptor, &status) != 0) {
+        fail(path);
+    }
+    if (!S_ISREG(status.st_mode)) {
+        refuse(path, "it is not a file");
+    }
+    if (status.st_uid != geteuid() || status.st_nlink != 1) {
+        refuse(path, "it may belong to another user");
+    }
 }
 
 } // namespace
 
 PrivateFile::PrivateFile(std::filesystem::path path, Mode mode)
     : path_(std::move(path)), descriptor_(open(path_.c_str(), flags(mode), S_IRUSR | S_IWUSR)) {
+    if (!descriptor_.isOpen()) {
+        fail(path_);
+    }
+    requireOwnFile(path_, descriptor_.get());
     // An existing file may have had another mode.
-    if (!descriptor_.isOpen() || fchmod(descriptor_.get(), S_IRUSR | S_IWUSR) != 0) {
+    if (fchmod(descriptor_.get(), S_IRUSR | S_IWUSR) != 0 ||
+        (mode == Mode::Replace && ftruncate(descriptor_.get(), 0) != 0)) {
         fail(path_);
     }
 }
@@ -62,6 +87,14 @@ void makePrivateDirectory(const std::filesystem::path& directory) {
     }
     if (error) {
         fail(directory, error);
+    }
+    struct stat status {};
+    if (stat(directory.c_str(), &status) != 0) {
+        fail(directory);
+    }
+    const bool isOwn = status.st_uid == geteuid() || status.st_uid == 0;
+    if (!isOwn || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        refuse(directory, "other users may change its files");
     }
 }
 

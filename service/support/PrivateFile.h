@@ -14,7 +14,8 @@ class PrivateFile final {
 public:
     enum class Mode { Append, Replace };
 
-    /// Creates the file if it is missing, but not its directory.
+    /// Creates the file if it is missing, but not its directory. Follows no link and takes no file
+    /// of another user.
     PrivateFile(std::filesystem::path path, Mode mode);
 
     void write(std::string_view text);
@@ -28,7 +29,7 @@ private:
 void replacePrivateFile(const std::filesystem::path& file, std::string_view content);
 
 /// Creates the directory and its parents. Only the owner can enter a new directory. Throws
-/// `ServiceError`.
+/// `ServiceError`, also if other users may change the files of an existing directory.
 void makePrivateDirectory(const std::filesystem::path& directory);
 
 } // namespace orvel::service
