@@ -37,7 +37,8 @@ IdentityProvider::Tokens IdentityProvider::signIn(std::string_view customToken) 
 IdentityProvider::Tokens IdentityProvider::startSession(const std::string& uid) {
     requireUser(uid);
     auto refreshToken = randomToken(refreshTokenPrefix);
-    const auto session = sessions_.add(uid, refreshToken);
+    const auto now = now_();
+    const auto session = sessions_.add(uid, refreshToken, now + sessionLifetime, now);
     return {uid, mintIDToken(session), std::move(refreshToken)};
 }
 
@@ -49,6 +50,9 @@ IdentityProvider::Tokens IdentityProvider::refresh(const std::string& refreshTok
     if (!session->revocation.empty()) {
         throw IdentityRefusal(session->revocation);
     }
+    if (session->end <= now_()) {
+        throw IdentityRefusal("TOKEN_EXPIRED");
+    }
     requireUser(session->uid);
     return {session->uid, mintIDToken(session->id), refreshToken};
 }
@@ -58,7 +62,11 @@ IdentityProvider::Bearer IdentityProvider::check(std::string_view token) const {
         return Bearer::NotAnIDToken;
     }
     const auto found = sessions_.bearer(token);
-    if (!found || found->tokenEnd <= now_()) {
+    const auto now = now_();
+    if (found && found->sessionEnd <= now) {
+        return Bearer::SessionEnded;
+    }
+    if (!found || found->tokenEnd <= now) {
         return Bearer::Expired;
     }
     return found->hasEnded ? Bearer::SessionEnded : Bearer::Valid;

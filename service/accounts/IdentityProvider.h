@@ -29,12 +29,15 @@ public:
 /// refresh token for ID tokens. Thread-safe.
 ///
 /// Every token is random and starts with the prefix of its kind, so that a search for the prefixes
-/// finds leaked tokens. The refresh token of a session never changes.
+/// finds leaked tokens. The refresh token of a session never changes. A session ends after seven
+/// days.
 class IdentityProvider final {
 public:
     static constexpr std::string_view customTokenPrefix = "orvel-custom-";
     static constexpr std::string_view refreshTokenPrefix = "orvel-refresh-";
     static constexpr std::string_view idTokenPrefix = "orvel-id-";
+
+    static constexpr std::chrono::hours sessionLifetime{24 * 7};
 
     struct Tokens {
         std::string uid;

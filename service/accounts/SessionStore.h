@@ -24,24 +24,31 @@ public:
     struct Session {
         std::int64_t id = 0;
         std::string uid;
-        /// The identity provider's error code for an ended session. Empty while the session is
-        /// valid.
+        /// The identity provider's error code for a session that was ended. Otherwise empty.
         std::string revocation;
+        Time end;
     };
 
     /// A session, found by one of its ID tokens.
     struct Bearer {
         std::string uid;
         Time tokenEnd;
+        Time sessionEnd;
         /// Whether the session was ended together with its ID tokens.
         bool hasEnded = false;
     };
 
-    /// Creates the tables if they are missing.
+    /// More sessions replace the oldest ones, and more ID tokens of a session its oldest ones.
+    static constexpr std::int64_t maxSessions = 200;
+    static constexpr std::int64_t maxIDTokens = 50;
+    /// An ended session is kept for this long, to tell the client that it has ended.
+    static constexpr std::chrono::days memory{30};
+
+    /// Creates the tables if they are missing. Sessions from before they had an end are removed.
     explicit SessionStore(const std::filesystem::path& file);
 
     /// Returns the session's id.
-    std::int64_t add(const std::string& uid, std::string_view refreshToken);
+    std::int64_t add(const std::string& uid, std::string_view refreshToken, Time end, Time now);
     [[nodiscard]] std::optional<Session> find(std::string_view refreshToken) const;
 
     /// Also deletes the ID tokens that have expired by `now`.

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "service/accounts/SessionStore.h"
 #include "tests/service/SignInTest.h"
 
 #include <gmock/gmock.h>
@@ -49,6 +50,76 @@ TEST_F(SessionsTest, TheirIDTokensEndAfterAnHour) {
     EXPECT_EQ("401 unauthorized", answerTo(session.idToken));
     EXPECT_EQ("200", answerTo(textAt(refreshWith(session.refreshToken).json(), "id_token")));
     EXPECT_EQ("401 unauthorized", answerTo(session.idToken));
+}
+
+TEST_F(SessionsTest, EndAfterSevenDays) {
+    const auto session = service_->signIn(firstUid);
+    advance(std::chrono::hours(24 * 7) - std::chrono::seconds(1));
+    const auto last = textAt(refreshWith(session.refreshToken).json(), "id_token");
+    EXPECT_EQ("200", answerTo(last));
+
+    advance(std::chrono::seconds(1));
+
+    EXPECT_EQ("401 session_expired", answerTo(last));
+    EXPECT_EQ("TOKEN_EXPIRED", refusal(session));
+    EXPECT_EQ("", refusal(service_->signIn(firstUid)));
+}
+
+TEST_F(SessionsTest, EndEvenIfTheServiceRestarts) {
+    const auto session = service_->signIn(firstUid);
+    advance(std::chrono::hours(24 * 7));
+
+    start();
+
+    EXPECT_EQ("TOKEN_EXPIRED", refusal(session));
+}
+
+TEST_F(SessionsTest, AreForgottenAMonthAfterTheirEnd) {
+    const auto session = service_->signIn(firstUid);
+    advance(std::chrono::hours(24 * (7 + 30)));
+    EXPECT_EQ("TOKEN_EXPIRED", refusal(session));
+
+    static_cast<void>(service_->signIn(firstUid));
+
+    EXPECT_EQ("INVALID_REFRESH_TOKEN", refusal(session));
+}
+
+TEST_F(SessionsTest, TheOldestOfTooManyIsForgotten) {
+    service::SessionStore store(options_.store);
+    const auto now = std::chrono::system_clock::now();
+    for (std::int64_t number = 0; number <= service::SessionStore::maxSessions; ++number) {
+        store.add(firstUid, std::to_string(number), now + std::chrono::hours(1), now);
+    }
+    EXPECT_EQ(std::nullopt, store.find("0"));
+    EXPECT_NE(std::nullopt, store.find("1"));
+}
+
+TEST_F(SessionsTest, TheOldestOfTooManyIDTokensIsForgotten) {
+    service::SessionStore store(options_.store);
+    const auto now = std::chrono::system_clock::now();
+    const auto end = now + std::chrono::hours(1);
+    const auto session = store.add(firstUid, "refresh", end, now);
+    for (std::int64_t number = 0; number <= service::SessionStore::maxIDTokens; ++number) {
+        store.addIDToken(session, std::to_string(number), end, now);
+    }
+    EXPECT_EQ(std::nullopt, store.bearer("0"));
+    EXPECT_NE(std::nullopt, store.bearer("1"));
+}
+
+TEST_F(SessionsTest, OfAStoreThatKnowsNoEndAreRemoved) {
+    service_.reset();
+    sqlite3* database = nullptr;
+    ASSERT_EQ(SQLITE_OK, sqlite3_open(options_.store.c_str(), &database));
+    const auto* drop = "DROP TABLE id_tokens; DROP TABLE sessions; CREATE TABLE sessions"
+                       " (id INTEGER PRIMARY KEY, uid TEXT NOT NULL, refresh_token_hash TEXT NOT"
+                       " NULL UNIQUE, revocation TEXT NOT NULL DEFAULT '', has_ended INTEGER NOT"
+                       " NULL DEFAULT 0)";
+    EXPECT_EQ(SQLITE_OK, sqlite3_exec(database, drop, nullptr, nullptr, nullptr));
+    sqlite3_close(database);
+
+    start();
+
+    EXPECT_EQ("", refusal(service_->signIn(firstUid)));
 }
 
 TEST_F(SessionsTest, OtherTokensAreNotAcceptedAsIDTokens) {
