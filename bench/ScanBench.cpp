@@ -276,6 +276,8 @@ public:
                (directory / "records.sqlite").string(),
                "--cert-dir",
                (directory / "certificates").string(),
+               "--token",
+               "benchmark",
                "--quiet",
                "--exit-with-parent"}) {
         // orvel-local-service ready at URL (certificate authority: PATH)

@@ -13,12 +13,6 @@ find_package(CLI11 REQUIRED)
 find_package(Qt6 6.4 REQUIRED COMPONENTS Core Svg Test Widgets)
 find_package(QCoro6 0.8 REQUIRED COMPONENTS Core)
 pkg_check_modules(Plist REQUIRED IMPORTED_TARGET libplist-2.0)
-# Upstream installs a CMake configuration, Debian only a pkg-config file.
-find_package(httplib CONFIG QUIET COMPONENTS OpenSSL)
-if(NOT httplib_FOUND)
-  pkg_check_modules(Httplib REQUIRED IMPORTED_TARGET cpp-httplib)
-  add_library(httplib::httplib ALIAS PkgConfig::Httplib)
-endif()
 
 if(NOT APPLE)
   # The ports need these where the operating system lacks the functions.
@@ -33,4 +27,10 @@ endif()
 
 if(ORVEL_BUILD_TESTS)
   find_package(GTest REQUIRED)
+  # Upstream installs a CMake configuration, Debian only a pkg-config file.
+  find_package(httplib CONFIG QUIET COMPONENTS OpenSSL)
+  if(NOT httplib_FOUND)
+    pkg_check_modules(Httplib REQUIRED IMPORTED_TARGET cpp-httplib)
+    add_library(httplib::httplib ALIAS PkgConfig::Httplib)
+  endif()
 endif()

@@ -18,11 +18,18 @@ LocalService::LocalService(Options options)
       identities_(options_.store, options_.accounts, options_.idTokenLifetime, options_.now),
       codes_(options_.now),
       tokens_(options_.tokens, identities_),
+      pages_(options_.now),
       authority_(options_.certificates, std::chrono::system_clock::now()),
       knownHandles_(options_.knownHandles),
-      contract_(tokens_),
-      operator_(tokens_),
-      server_(authority_, [this](const Request& request) { return answer(request); }) {
+      contract_(tokens_, pages_),
+      operator_(tokens_, pages_),
+      server_(
+          authority_,
+          {.handle = [this](const Request& request) { return answer(request); },
+           .isTrusted =
+               [this](const Request& request) {
+                   return tokens_.accepts(request);
+               }}) {
     addAccountEndpoints(contract_, codes_, identities_, tokens_);
     addContextEndpoints(contract_, store_, knownHandles_);
     addIdentityEndpoints(contract_, identities_, options_.apiKey);
@@ -30,6 +37,7 @@ LocalService::LocalService(Options options)
     if (options_.updates) {
         addUpdateEndpoints(contract_, *options_.updates);
     }
+    addPageEndpoints(operator_, pages_);
     addStatusEndpoints(operator_, store_);
     if (options_.hasControl) {
         addControlEndpoints(operator_, faults_, identities_, [this] { return statistics(); });
@@ -60,14 +68,27 @@ Reply LocalService::answer(const Request& request) {
     const bool isForOperator = operator_.hasPath(request.path);
     auto reply = isForOperator ? operator_.serve(request) : answerContract(request);
     if (options_.log) {
-        // An unknown path is the client's text and could contain personal data.
-        const auto path = (isForOperator ? operator_ : contract_).addedPath(request.path);
-        const std::lock_guard lock(logMutex_);
-        options_.log(
-            request.method + " " + path.value_or("(unknown path)") + " " +
-            std::to_string(reply.status));
+        logReply(request, isForOperator ? operator_ : contract_, reply);
     }
     return reply;
+}
+
+void LocalService::logReply(const Request& request, const Router& router, const Reply& reply) {
+    // An unknown path is the client's text and could contain personal data.
+    const auto path = router.addedPath(request.path).value_or("(unknown path)");
+    const auto line = request.method + " " + path + " " + std::to_string(reply.status);
+    const std::lock_guard lock(logMutex_);
+    options_.log(reply.failure.empty() ? line : line + ": " + reply.failure);
+}
+
+std::string LocalService::mintPageLink() {
+    return url().append(PageAccess::path).append("?key=") + pages_.mintKey();
+}
+
+std::string LocalService::openPages() {
+    Request request;
+    request.headers.emplace_back("Host", "127.0.0.1:" + std::to_string(port()));
+    return pages_.open(request, pages_.mintKey()).value_or("");
 }
 
 Reply LocalService::answerContract(const Request& request) {

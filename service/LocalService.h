@@ -5,6 +5,7 @@
 #include "service/accounts/AuthorizationCodes.h"
 #include "service/accounts/BearerTokens.h"
 #include "service/accounts/IdentityProvider.h"
+#include "service/accounts/PageAccess.h"
 #include "service/endpoints/FaultScript.h"
 #include "service/endpoints/Router.h"
 #include "service/http/CertificateAuthority.h"
@@ -43,8 +44,7 @@ public:
         std::filesystem::path certificates;
         /// 0 picks any free port.
         std::uint16_t port = 0;
-        /// Accepted besides the ID tokens of sessions. If empty, every bearer token is accepted
-        /// except expired ID tokens.
+        /// Accepted besides the ID tokens of sessions.
         std::vector<std::string> tokens;
         /// Phone numbers and e-mail addresses, in any spelling.
         std::vector<std::string> knownHandles;
@@ -65,7 +65,8 @@ public:
         /// Every request to the agent's endpoints is appended here, without its token, its query
         /// and any body that holds secrets.
         std::optional<std::filesystem::path> capture;
-        /// Called with one line per request, from any thread but never concurrently.
+        /// Called with one line per request and per failure, from any thread but never
+        /// concurrently.
         std::function<void(std::string_view)> log;
     };
 
@@ -86,7 +87,12 @@ public:
     void clearFaults() { faults_.clear(); }
 
     /// Requests with the token are answered with an expired session from now on.
-    void expireToken(std::string token) { tokens_.expire(std::move(token)); }
+    void expireToken(std::string_view token) { tokens_.expire(token); }
+
+    /// A new link that lets one browser see the pages. Call it after the first start.
+    [[nodiscard]] std::string mintPageLink();
+    /// The Cookie header of a browser that has opened such a link.
+    [[nodiscard]] std::string openPages();
 
     /// The code that the sign-in page hands over for the account.
     [[nodiscard]] std::string mintCode(std::string challenge, std::string uid) {
@@ -143,6 +149,7 @@ public:
 private:
     [[nodiscard]] Reply answer(const Request& request);
     [[nodiscard]] Reply answerContract(const Request& request);
+    void logReply(const Request& request, const Router& router, const Reply& reply);
     void count(const Request& request);
     void wait(std::chrono::milliseconds delay);
     [[nodiscard]] boost::json::object statistics() const;
@@ -154,6 +161,7 @@ private:
     IdentityProvider identities_;
     AuthorizationCodes codes_;
     BearerTokens tokens_;
+    PageAccess pages_;
     const CertificateAuthority authority_;
     const KnownHandles knownHandles_;
     /// The agent's endpoints: counted, captured and subject to faults.

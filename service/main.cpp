@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "core/TokenVariable.h"
 #include "service/LocalService.h"
+#include "service/accounts/TokenFile.h"
 #include "service/records/KnownHandles.h"
 #include "service/support/ServiceError.h"
 
 #include <CLI/CLI.hpp>
 #include <pthread.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -86,7 +89,7 @@ void declare(CLI::App& app, Arguments& arguments) {
            "--token",
            service.tokens,
            "Bearer token to accept besides those of sessions; may be given more than once; "
-           "without any, every token is accepted")
+           "without any, the random one in the file \"token\" beside the store is accepted")
         ->type_name("TOKEN")
         ->allow_extra_args(false);
     file("--token-file", arguments.tokenFile, "One token to accept per line");
@@ -136,7 +139,13 @@ void declare(CLI::App& app, Arguments& arguments) {
     app.add_flag("--quiet", arguments.isQuiet, "Do not report every request on standard error");
     app.add_flag(
         "--exit-with-parent", arguments.exitsWithParent, "End when the starting process ends");
-    app.footer(controlHelp);
+    app.footer(
+        std::string("Besides sessions, only the given tokens are accepted. ") +
+        tavrin::TokenVariable::advice +
+        "\n\nThe pages open in a browser that has opened the link printed at the start. A link "
+        "works "
+        "once. The\nsignal USR1 (kill -USR1 PROCESS) prints another one.\n\n" +
+        controlHelp);
 }
 
 void appendTokens(const std::filesystem::path& file, std::vector<std::string>& tokens) {
@@ -147,17 +156,34 @@ void appendTokens(const std::filesystem::path& file, std::vector<std::string>& t
             tokens.push_back(std::move(line));
         }
     }
-    // An empty token list means that every token is accepted.
     if (tokens.size() == before) {
         throw ServiceError(ServiceError::File{file.string(), "it holds no token"});
     }
 }
 
+/// The tokens of the options, the environment or the default file. Returns that file if it is used.
+std::optional<std::filesystem::path> collectTokens(Arguments& arguments) {
+    auto& tokens = arguments.service.tokens;
+    if (arguments.tokenFile) {
+        appendTokens(*arguments.tokenFile, tokens);
+    }
+    const auto variable = tavrin::TokenVariable::take();
+    if (variable && !variable->isEmpty()) {
+        tokens.push_back(variable->text());
+    }
+    if (!tokens.empty()) {
+        return std::nullopt;
+    }
+    auto file = std::filesystem::absolute(arguments.service.store).replace_filename("token");
+    tokens.push_back(orvel::service::loadOrCreateToken(file));
+    return file;
+}
+
 /// Must run before any thread starts: threads inherit the mask, and `sigwait()` gets the signals.
-sigset_t blockStopSignals() {
+sigset_t blockSignals() {
     sigset_t signals;
     sigemptyset(&signals);
-    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGUSR1}) {
         sigaddset(&signals, signal);
     }
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
@@ -175,15 +201,22 @@ void exitWithParent() {
     }).detach();
 }
 
+void printPageLink(LocalService& service) {
+    std::cout << "Open the pages with this link, which works once: " << service.mintPageLink()
+              << std::endl;
+}
+
 void run(Arguments arguments) {
-    const auto stopSignals = blockStopSignals();
+    // All files are for this user only.
+    umask(S_IRWXG | S_IRWXO);
+    const auto signals = blockSignals();
+    // Writing to a reader that has gone then fails. It must not end the service.
+    std::signal(SIGPIPE, SIG_IGN);
+    const auto tokenFile = collectTokens(arguments);
     if (arguments.exitsWithParent) {
         exitWithParent();
     }
     auto& options = arguments.service;
-    if (arguments.tokenFile) {
-        appendTokens(*arguments.tokenFile, options.tokens);
-    }
     if (arguments.knownHandles) {
         options.knownHandles = orvel::service::readKnownHandles(*arguments.knownHandles);
     }
@@ -203,8 +236,15 @@ void run(Arguments arguments) {
     }
     std::cout << "orvel-local-service ready at " << service.url()
               << " (certificate authority: " << service.caFile().string() << ")" << std::endl;
+    printPageLink(service);
+    if (tokenFile) {
+        std::cout << "Send records with orvel-scan --token-file " << tokenFile->string()
+                  << std::endl;
+    }
     int signal = 0;
-    sigwait(&stopSignals, &signal);
+    while (sigwait(&signals, &signal) == 0 && signal == SIGUSR1) {
+        printPageLink(service);
+    }
     service.stop();
 }
 

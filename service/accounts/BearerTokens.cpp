@@ -4,10 +4,9 @@
 #include "core/SessionPolicy.h"
 #include "service/accounts/IdentityProvider.h"
 #include "service/http/Envelope.h"
+#include "service/support/Cryptography.h"
 
-#include <iterator>
 #include <string_view>
-#include <utility>
 
 namespace orvel::service {
 
@@ -33,14 +32,17 @@ Refusal sessionExpired() {
 
 } // namespace
 
-BearerTokens::BearerTokens(std::vector<std::string> accepted, const IdentityProvider& provider)
-    : provider_(provider),
-      accepted_(
-          std::make_move_iterator(accepted.begin()), std::make_move_iterator(accepted.end())) {}
+BearerTokens::BearerTokens(
+    const std::vector<std::string>& accepted, const IdentityProvider& provider)
+    : provider_(provider) {
+    for (const auto& token : accepted) {
+        accepted_.insert(sha256(token));
+    }
+}
 
-void BearerTokens::expire(std::string token) {
+void BearerTokens::expire(std::string_view token) {
     const std::lock_guard lock(mutex_);
-    expired_.insert(std::move(token));
+    expired_.insert(sha256(token));
 }
 
 void BearerTokens::require(const Request& request) const {
@@ -48,13 +50,14 @@ void BearerTokens::require(const Request& request) const {
     if (token.empty()) {
         throw Refusal(401, "unauthorized", "The request carries no bearer token.");
     }
+    const auto hash = sha256(token);
     {
         const std::lock_guard lock(mutex_);
-        if (expired_.contains(token)) {
+        if (expired_.contains(hash)) {
             throw sessionExpired();
         }
     }
-    if (accepted_.contains(token)) {
+    if (accepted_.contains(hash)) {
         return;
     }
     switch (provider_.check(token)) {
@@ -63,14 +66,19 @@ void BearerTokens::require(const Request& request) const {
     case IdentityProvider::Bearer::SessionEnded:
         throw sessionExpired();
     case IdentityProvider::Bearer::NotAnIDToken:
-        if (accepted_.empty()) {
-            return;
-        }
-        break;
     case IdentityProvider::Bearer::Expired:
         break;
     }
     throw Refusal(401, "unauthorized", "The bearer token is not accepted.");
+}
+
+bool BearerTokens::accepts(const Request& request) const {
+    try {
+        require(request);
+        return true;
+    } catch (const Refusal&) {
+        return false;
+    }
 }
 
 const Account* BearerTokens::account(const Request& request) const {

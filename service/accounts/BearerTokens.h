@@ -6,6 +6,7 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace orvel::service {
@@ -17,24 +18,27 @@ class IdentityProvider;
 /// Thread-safe.
 class BearerTokens final {
 public:
-    /// If `accepted` is empty, every token is accepted except expired ID tokens. The provider must
-    /// outlive the object.
-    BearerTokens(std::vector<std::string> accepted, const IdentityProvider& provider);
+    /// If `accepted` is empty, only ID tokens are accepted. The provider must outlive the object.
+    BearerTokens(const std::vector<std::string>& accepted, const IdentityProvider& provider);
 
     /// From now on a request with the token is refused with an expired session.
-    void expire(std::string token);
+    void expire(std::string_view token);
 
     /// Throws `Refusal` if the request has no accepted token.
     void require(const Request& request) const;
+
+    /// Whether the request has an accepted token.
+    [[nodiscard]] bool accepts(const Request& request) const;
 
     /// The account whose ID token the request carries, or null.
     [[nodiscard]] const Account* account(const Request& request) const;
 
 private:
     const IdentityProvider& provider_;
-    const std::set<std::string, std::less<>> accepted_;
+    /// As hashes: the time of a comparison then says nothing about the token.
+    std::set<std::string> accepted_;
     mutable std::mutex mutex_;
-    std::set<std::string, std::less<>> expired_;
+    std::set<std::string> expired_;
 };
 
 } // namespace orvel::service

@@ -21,6 +21,7 @@ class BearerTokens;
 class FaultScript;
 class IdentityProvider;
 class KnownHandles;
+class PageAccess;
 class RecordStore;
 class Router;
 
@@ -51,6 +52,9 @@ void addIdentityEndpoints(Router& router, IdentityProvider& provider, std::strin
 /// agent.
 void addLinkEndpoints(
     Router& router, const std::vector<Account>& accounts, AuthorizationCodes& codes);
+
+/// The one-time links, which let a browser see the pages.
+void addPageEndpoints(Router& router, PageAccess& pages);
 
 /// The page that lists what was received.
 void addStatusEndpoints(Router& router, const RecordStore& store);

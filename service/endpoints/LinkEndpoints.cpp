@@ -160,10 +160,10 @@ Reply handOver(
 void addLinkEndpoints(
     Router& router, const std::vector<Account>& accounts, AuthorizationCodes& codes) {
     using enum Router::Access;
-    router.add("GET", std::string(path), Open, [&accounts](const Request& request) {
+    router.add("GET", std::string(path), Page, [&accounts](const Request& request) {
         return choicePage(request, accounts);
     });
-    router.add("POST", std::string(path), Open, [&accounts, &codes](const Request& request) {
+    router.add("POST", std::string(path), Page, [&accounts, &codes](const Request& request) {
         return handOver(request, accounts, codes);
     });
 }

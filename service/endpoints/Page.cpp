@@ -80,8 +80,21 @@ Reply pageReply(std::string html, std::string_view formAction) {
             {{"Content-Security-Policy", std::move(policy)},
              // "no-referrer" would make browsers leave out the origin of a form.
              {"Referrer-Policy", "same-origin"},
-             {"X-Content-Type-Options", "nosniff"}},
+             {"X-Content-Type-Options", "nosniff"},
+             {"Cross-Origin-Resource-Policy", "same-origin"}},
         .body = std::move(html)};
+}
+
+Reply closedPage() {
+    auto html = pageStart("Open the link of the service first", PageWidth::Narrow);
+    html += "<p>This page opens only for the user who runs the service. Open the link that "
+            "orvel-local-service printed when it started, in this browser. Then open this page "
+            "again.</p>\n"
+            "<p>Each link works once. The service prints another one when it gets the signal "
+            "USR1.</p>\n";
+    auto reply = pageReply(html.append(pageEnd));
+    reply.status = 403;
+    return reply;
 }
 
 } // namespace orvel::service

@@ -24,4 +24,7 @@ inline constexpr std::string_view pageEnd = "</main>\n</body>\n</html>\n";
 /// `formAction` only, which is a source expression of the policy.
 [[nodiscard]] Reply pageReply(std::string html, std::string_view formAction = "'none'");
 
+/// The reply to a browser that has not opened a one-time link: says how to get in.
+[[nodiscard]] Reply closedPage();
+
 } // namespace orvel::service

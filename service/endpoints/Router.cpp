@@ -3,6 +3,8 @@
 
 #include "core/JSON.h"
 #include "service/accounts/BearerTokens.h"
+#include "service/accounts/PageAccess.h"
+#include "service/endpoints/Page.h"
 #include "service/http/Envelope.h"
 
 #include <algorithm>
@@ -18,7 +20,9 @@ namespace {
 void requireLoopbackHost(const Request& request) {
     const auto host = request.header("Host").value_or("");
     const auto name = host.substr(0, host.find(':'));
-    if (name != "127.0.0.1" && !equalsIgnoringCase(name, "localhost")) {
+    const auto port = host.substr(std::min(name.size() + 1, host.size()));
+    const bool isLoopback = name == "127.0.0.1" || equalsIgnoringCase(name, "localhost");
+    if (!isLoopback || port.find_first_not_of("0123456789") != std::string_view::npos) {
         throw Refusal(421, "misdirected_request", "This service answers for 127.0.0.1 only.");
     }
 }
@@ -30,10 +34,7 @@ void requireBody(const Request& request) {
     case Request::Body::TooLarge:
         throw Refusal(413, "payload_too_large", "The request body is too large.");
     case Request::Body::Encoded:
-        throw Refusal(
-            415, "unsupported_media_type", "The request body must be neither encoded nor a form.");
-    case Request::Body::Unreadable:
-        throw Refusal::invalidRequest("The request body could not be read.");
+        throw Refusal(415, "unsupported_media_type", "The request body must not be encoded.");
     }
 }
 
@@ -72,7 +73,11 @@ Reply Router::serve(const Request& request) const {
     } catch (const tavrin::JSONDecodingError& error) {
         return refused(Refusal::invalidRequest(error.what()));
     } catch (const std::exception& error) {
-        return refused(Refusal(500, "internal_error", error.what()));
+        // The reason may name files, and the client may be another account's.
+        auto reply =
+            refused(Refusal(500, "internal_error", "The request could not be carried out."));
+        reply.failure = error.what();
+        return reply;
     }
 }
 
@@ -95,6 +100,8 @@ Reply Router::handle(const Request& request) const {
     }
     if (endpoint->second.access == Access::BearerToken) {
         tokens_.require(request);
+    } else if (endpoint->second.access == Access::Page && !pages_.isOpen(request)) {
+        return closedPage();
     }
     requireBody(request);
     return endpoint->second.action(request);

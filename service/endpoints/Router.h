@@ -12,17 +12,19 @@
 namespace orvel::service {
 
 class BearerTokens;
+class PageAccess;
 
 /// A set of endpoints. Functions such as `addStatusEndpoints()` add them; after that the router is
 /// immutable and may be used from several threads.
 class Router final {
 public:
-    enum class Access { Open, BearerToken };
+    /// `Page` requires a browser that has opened a one-time link.
+    enum class Access { Open, BearerToken, Page };
     /// Returns the reply to one request, or throws `Refusal`.
     using Action = std::function<Reply(const Request&)>;
 
-    /// The tokens must outlive the router.
-    explicit Router(const BearerTokens& tokens) : tokens_(tokens) {}
+    /// The arguments must outlive the router.
+    Router(const BearerTokens& tokens, const PageAccess& pages) : tokens_(tokens), pages_(pages) {}
 
     /// A path that ends in "/*" matches any last segment without its own entry.
     void add(std::string method, std::string path, Access access, Action action);
@@ -49,6 +51,7 @@ private:
     [[nodiscard]] Reply handle(const Request& request) const;
 
     const BearerTokens& tokens_;
+    const PageAccess& pages_;
     Paths paths_;
 };
 

@@ -103,7 +103,7 @@ std::string page(const RecordStore& store) {
 } // namespace
 
 void addStatusEndpoints(Router& router, const RecordStore& store) {
-    router.add("GET", "/", Router::Access::Open, [&store](const Request&) {
+    router.add("GET", "/", Router::Access::Page, [&store](const Request&) {
         return pageReply(page(store));
     });
 }

@@ -60,6 +60,12 @@ bool equalsIgnoringCase(std::string_view left, std::string_view right) {
     return std::ranges::equal(left, right, {}, lowered, lowered);
 }
 
+void Request::setTarget(std::string_view target) {
+    const auto encoded = target.substr(0, target.find('?'));
+    path = percentDecoded(encoded, Plus::Literal).value_or(std::string(encoded));
+    query = target.substr(std::min(encoded.size() + 1, target.size()));
+}
+
 std::optional<std::string_view> Request::header(std::string_view name) const {
     std::optional<std::string_view> found;
     for (const auto& [key, value] : headers) {
@@ -72,6 +78,20 @@ std::optional<std::string_view> Request::header(std::string_view name) const {
         found = value;
     }
     return found;
+}
+
+std::string_view Request::cookie(std::string_view name) const {
+    auto cookies = header("Cookie").value_or("");
+    while (!cookies.empty()) {
+        auto cookie = cookies.substr(0, cookies.find(';'));
+        cookies.remove_prefix(std::min(cookie.size() + 1, cookies.size()));
+        cookie.remove_prefix(std::min(cookie.find_first_not_of(' '), cookie.size()));
+        const auto key = cookie.substr(0, cookie.find('='));
+        if (key == name && key.size() < cookie.size()) {
+            return cookie.substr(key.size() + 1);
+        }
+    }
+    return {};
 }
 
 bool Request::hasContentType(std::string_view type) const {

@@ -13,10 +13,10 @@ using Headers = std::vector<std::pair<std::string, std::string>>;
 
 /// A request as received.
 struct Request {
-    enum class Body { Complete, TooLarge, Encoded, Unreadable };
+    enum class Body { Complete, TooLarge, Encoded };
 
     std::string method;
-    /// Percent-decoded, without the query.
+    /// Percent-decoded, without the query. Unchanged if it is wrongly encoded.
     std::string path;
     /// Still encoded, without the question mark.
     std::string query;
@@ -25,9 +25,15 @@ struct Request {
     std::string body;
     Body bodyState = Body::Complete;
 
+    /// Sets path and query.
+    void setTarget(std::string_view target);
+
     /// The value of the header. Names are compared without case. No value if the header is missing
     /// or was sent more than once.
     [[nodiscard]] std::optional<std::string_view> header(std::string_view name) const;
+
+    /// The value of the cookie, or empty.
+    [[nodiscard]] std::string_view cookie(std::string_view name) const;
 
     /// Whether the body has that type. Parameters of the type are ignored.
     [[nodiscard]] bool hasContentType(std::string_view type) const;
@@ -55,6 +61,8 @@ struct Reply {
     Headers headers = {};
     std::string body = {};
     Delivery delivery = Delivery::Complete;
+    /// Why the request failed, for the log only.
+    std::string failure = {};
 };
 
 /// Compares without the case of ASCII letters.

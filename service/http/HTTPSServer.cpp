@@ -2,22 +2,24 @@
 #include "service/http/HTTPSServer.h"
 
 #include "service/http/CertificateAuthority.h"
-#include "service/http/Envelope.h"
+#include "service/http/HTTPSConnection.h"
 #include "service/support/ServiceError.h"
 
-#include <httplib.h>
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/address_v4.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/thread_pool.hpp>
 #include <openssl/ssl.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include <array>
 #include <cassert>
-#include <cerrno>
 #include <chrono>
+#include <cstddef>
 #include <exception>
-#include <future>
-#include <string_view>
-#include <system_error>
+#include <list>
+#include <memory>
 #include <thread>
 #include <utility>
 
@@ -25,220 +27,170 @@ namespace orvel::service {
 
 namespace {
 
-constexpr const char* address = "127.0.0.1";
+namespace asio = boost::asio;
+using asio::ip::tcp;
+
 constexpr std::size_t workers = 8;
-// How long a silent client can block a worker, and with it `stop()`.
-constexpr std::chrono::seconds ioTimeout(5);
+/// Before the next attempt, if a connection cannot be accepted.
+constexpr std::chrono::milliseconds acceptPause(50);
 
-/// All replies of the handler have this header. The library's own replies lack it.
-constexpr const char* handlerHeader = "Cache-Control";
-
-bool configure(SSL_CTX& context, const CertificateAuthority& authority) {
-    return SSL_CTX_set_min_proto_version(&context, TLS1_2_VERSION) == 1 &&
+bool configure(SSL_CTX* context, const CertificateAuthority& authority) {
+    // Sessions would be kept for clients that come back, but memory is for requests.
+    SSL_CTX_set_session_cache_mode(context, SSL_SESS_CACHE_OFF);
+    SSL_CTX_set_mode(context, SSL_MODE_RELEASE_BUFFERS);
+    SSL_CTX_set_options(context, SSL_OP_NO_RENEGOTIATION);
+    return SSL_CTX_set_min_proto_version(context, TLS1_2_VERSION) == 1 &&
            // A session ticket would be sent before the reply, but a reset must be the first thing
            // sent.
-           SSL_CTX_set_num_tickets(&context, 0) == 1 &&
-           SSL_CTX_use_certificate(&context, authority.serverCertificate()) == 1 &&
-           SSL_CTX_use_PrivateKey(&context, authority.serverKey()) == 1;
-}
-
-Request translated(const httplib::Request& from) {
-    Request request;
-    request.method = from.method;
-    request.path = from.path;
-    const auto mark = from.target.find('?');
-    request.query = mark == std::string::npos ? "" : from.target.substr(mark + 1);
-    for (const auto& [name, value] : from.headers) {
-        // The library adds pseudo headers.
-        const std::string_view view = name;
-        if (!view.starts_with("REMOTE_") && !view.starts_with("LOCAL_")) {
-            request.headers.emplace_back(name, value);
-        }
-    }
-    return request;
-}
-
-void readBody(
-    const httplib::Request& from, const httplib::ContentReader& reader, Request& request) {
-    if (!from.has_header("Content-Length") && !from.has_header("Transfer-Encoding")) {
-        return;
-    }
-    // A compressed body could exceed every limit, and the library would parse a form itself.
-    if (from.has_header("Content-Encoding") || from.is_multipart_form_data()) {
-        request.bodyState = Request::Body::Encoded;
-    }
-    if (from.is_multipart_form_data()) {
-        return;
-    }
-    std::size_t size = 0;
-    const bool isRead = reader([&](const char* bytes, std::size_t count) {
-        size += count;
-        if (size <= HTTPSServer::maxBodySize && request.bodyState == Request::Body::Complete) {
-            request.body.append(bytes, count);
-        }
-        // Read on for a while: a client that is still sending does not read the reply.
-        return size <= 4 * HTTPSServer::maxBodySize;
-    });
-    if (request.bodyState == Request::Body::Complete) {
-        if (size > HTTPSServer::maxBodySize) {
-            request.bodyState = Request::Body::TooLarge;
-        } else if (!isRead) {
-            request.bodyState = Request::Body::Unreadable;
-        }
-    }
-    if (request.bodyState != Request::Body::Complete) {
-        request.body.clear();
-    }
-}
-
-/// Closes the connection at once, with a reset unless the process is out of descriptors. The
-/// library closes the descriptor itself, so it is redirected to a dead socket until then.
-void resetConnection(const httplib::Request& from) {
-    // Newer versions of the library declare it as `const void*`.
-    const void* const session = from.ssl;
-    const int connection = SSL_get_fd(static_cast<const SSL*>(session));
-    linger noLinger{};
-    noLinger.l_onoff = 1;
-    setsockopt(connection, SOL_SOCKET, SO_LINGER, &noLinger, sizeof noLinger);
-    bool isReset = false;
-    std::array<int, 2> ends{};
-    if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) == 0) {
-        close(ends[1]);
-        // Closes the connection; with SO_LINGER 0 that sends a reset.
-        isReset = dup2(ends[0], connection) >= 0;
-        close(ends[0]);
-    }
-    if (!isReset) {
-        shutdown(connection, SHUT_RDWR);
-    }
-}
-
-void deliver(const httplib::Request& from, Reply reply, httplib::Response& to) {
-    to.status = reply.status;
-    to.set_header(handlerHeader, "no-store");
-    for (const auto& [name, value] : reply.headers) {
-        to.set_header(name, value);
-    }
-    switch (reply.delivery) {
-    case Reply::Delivery::Complete:
-        to.set_header("Content-Type", reply.contentType);
-        to.body = std::move(reply.body);
-        return;
-    case Reply::Delivery::Reset:
-        resetConnection(from);
-        return;
-    case Reply::Delivery::CutOff: {
-        const std::size_t size = reply.body.size();
-        to.set_content_provider(
-            size + 1,
-            reply.contentType,
-            [body = std::move(reply.body)](std::size_t, std::size_t, httplib::DataSink& sink) {
-                sink.write(body.data(), body.size() / 2);
-                return false;
-            });
-        return;
-    }
-    }
-}
-
-/// For requests that the library refuses without calling the handler.
-Refusal protocolRefusal(int status) {
-    switch (status) {
-    case 413:
-        return {status, "payload_too_large", "The request body is too large."};
-    case 414:
-        return {status, "uri_too_long", "The request's path is too long."};
-    case 404:
-        return {status, "not_found", "There is nothing at this path."};
-    case 500:
-        return {status, "internal_error", "The request could not be carried out."};
-    default:
-        return {status, "invalid_request", "The request is not proper HTTP."};
-    }
+           SSL_CTX_set_num_tickets(context, 0) == 1 &&
+           SSL_CTX_use_certificate(context, authority.serverCertificate()) == 1 &&
+           SSL_CTX_use_PrivateKey(context, authority.serverKey()) == 1;
 }
 
 } // namespace
 
-struct HTTPSServer::Running {
-    explicit Running(const CertificateAuthority& authority)
-        : server([&authority](SSL_CTX& context) { return configure(context, authority); }) {}
+/// The listening socket, the I/O thread, the workers and the connections.
+class HTTPSServer::Running final {
+public:
+    Running(const CertificateAuthority& authority, const Callbacks& callbacks)
+        : environment_{.workers = workers_, .callbacks = callbacks} {
+        if (!configure(environment_.tls.native_handle(), authority)) {
+            throw ServiceError(ServiceError::Certificate{"it does not fit its key"});
+        }
+    }
+    ~Running() {
+        if (thread_.joinable()) {
+            stop();
+        }
+    }
+    Running(const Running&) = delete;
+    Running& operator=(const Running&) = delete;
 
-    httplib::SSLServer server;
-    std::thread thread;
+    std::uint16_t start(std::uint16_t port) {
+        try {
+            acceptor_.open(tcp::v4());
+            acceptor_.set_option(tcp::acceptor::reuse_address(true));
+            acceptor_.bind({asio::ip::address_v4::loopback(), port});
+            acceptor_.listen();
+        } catch (const boost::system::system_error& error) {
+            throw ServiceError(ServiceError::Listen{port, error.code().message()});
+        }
+        const auto bound = acceptor_.local_endpoint().port();
+        accept();
+        thread_ = std::thread([this] { runContext(); });
+        return bound;
+    }
+
+    void stop() {
+        asio::post(context_, [this] {
+            acceptor_.close();
+            pause_.cancel();
+            for (const auto& known : connections_) {
+                const auto connection = known.lock();
+                if (connection && !connection->isAnswering()) {
+                    connection->close();
+                }
+            }
+            isStopping_ = true;
+        });
+        keepsRunning_.reset();
+        // Ends with the last connection.
+        thread_.join();
+        workers_.join();
+    }
+
+private:
+    void accept() {
+        acceptor_.async_accept([this](const HTTPSConnection::Error& error, tcp::socket socket) {
+            if (isStopping_ || !acceptor_.is_open()) {
+                return;
+            }
+            makeRoom(error ? 0 : maxConnections);
+            if (error) {
+                // Most likely the process is out of descriptors.
+                pause_.expires_after(acceptPause);
+                pause_.async_wait([this](const HTTPSConnection::Error& cancelled) {
+                    if (!cancelled) {
+                        accept();
+                    }
+                });
+                return;
+            }
+            // First, because the rest could throw.
+            accept();
+            add(std::move(socket));
+        });
+    }
+
+    void add(tcp::socket socket) {
+        if (connections_.size() >= maxConnections) {
+            return;
+        }
+        const auto connection = std::make_shared<HTTPSConnection>(std::move(socket), environment_);
+        connections_.push_back(connection);
+        connection->start();
+    }
+
+    /// Closes the oldest connection that is idle if there are `limit` or more. If none is, closes
+    /// the oldest that sends to a client without a token.
+    void makeRoom(std::size_t limit) {
+        connections_.remove_if([](const auto& known) { return known.expired(); });
+        if (connections_.size() >= limit && !closeFirst(&HTTPSConnection::isIdle)) {
+            closeFirst(&HTTPSConnection::isSendingToStranger);
+        }
+    }
+
+    bool closeFirst(bool (HTTPSConnection::*isExpendable)() const) {
+        for (auto known = connections_.begin(); known != connections_.end(); ++known) {
+            const auto connection = known->lock();
+            if (connection && (connection.get()->*isExpendable)()) {
+                connection->close();
+                connections_.erase(known);
+                return true;
+            }
+        }
+        return false;
+    }
+
+    /// A connection that fails, for example for want of memory, does not end the service.
+    void runContext() {
+        while (true) {
+            try {
+                context_.run();
+                return;
+            } catch (const std::exception&) {
+                // Its handler, which owned it, is gone.
+                continue;
+            }
+        }
+    }
+
+    asio::thread_pool workers_{workers};
+    HTTPSConnection::Environment environment_;
+    asio::io_context context_{1};
+    asio::executor_work_guard<asio::io_context::executor_type> keepsRunning_{
+        context_.get_executor()};
+    tcp::acceptor acceptor_{context_};
+    asio::steady_timer pause_{context_};
+    bool isStopping_ = false;
+    /// In the order of arrival.
+    std::list<std::weak_ptr<HTTPSConnection>> connections_;
+    std::thread thread_;
 };
 
 std::uint16_t HTTPSServer::start(std::uint16_t port) {
     assert(!running_);
-    auto running = std::make_shared<Running>(authority_);
-    auto& server = running->server;
-    if (!server.is_valid()) {
-        throw ServiceError(ServiceError::Certificate{"it does not fit its key"});
-    }
-
-    const auto withoutBody = [this](const httplib::Request& from, httplib::Response& to) {
-        deliver(from, handler_(translated(from)), to);
-    };
-    const auto withBody = [this](
-                              const httplib::Request& from,
-                              httplib::Response& to,
-                              const httplib::ContentReader& reader) {
-        auto request = translated(from);
-        readBody(from, reader, request);
-        deliver(from, handler_(request), to);
-    };
-    server.Get(".*", withoutBody);
-    server.Options(".*", withoutBody);
-    server.Post(".*", withBody);
-    server.Put(".*", withBody);
-    server.Patch(".*", withBody);
-    server.Delete(".*", withBody);
-    server.set_error_handler(
-        httplib::Server::Handler([](const httplib::Request& from, httplib::Response& to) {
-            if (!to.has_header(handlerHeader)) {
-                deliver(from, refused(protocolRefusal(to.status)), to);
-            }
-        }));
-    server.set_exception_handler(
-        [](const httplib::Request& from, httplib::Response& to, std::exception_ptr) {
-            deliver(from, refused(protocolRefusal(500)), to);
-        });
-    server.set_keep_alive_max_count(1);
-    server.set_keep_alive_timeout(ioTimeout.count());
-    server.set_read_timeout(ioTimeout);
-    server.set_write_timeout(ioTimeout);
-    // The library's default lets several programs share the port.
-    server.set_socket_options([](int socket) {
-        const int yes = 1;
-        setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-    });
-
-    errno = 0;
-    const int bound = port == 0                            ? server.bind_to_any_port(address)
-                      : server.bind_to_port(address, port) ? port
-                                                           : -1;
-    if (bound < 0) {
-        throw ServiceError(ServiceError::Listen{port, std::generic_category().message(errno)});
-    }
-
-    // The library creates its thread pool once it listens. Stopping it has no effect before that.
-    std::promise<void> listening;
-    server.new_task_queue = [&listening] {
-        listening.set_value();
-        return new httplib::ThreadPool(workers);
-    };
-    running->thread = std::thread([&server] { server.listen_after_bind(); });
-    listening.get_future().wait();
+    auto running = std::make_shared<Running>(authority_, callbacks_);
+    const auto bound = running->start(port);
     running_ = std::move(running);
-    return static_cast<std::uint16_t>(bound);
+    return bound;
 }
 
 void HTTPSServer::stop() {
-    if (!running_) {
-        return;
+    if (running_) {
+        running_->stop();
+        running_.reset();
     }
-    running_->server.stop();
-    running_->thread.join();
-    running_.reset();
 }
 
 } // namespace orvel::service

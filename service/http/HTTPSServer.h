@@ -14,17 +14,31 @@ namespace orvel::service {
 class CertificateAuthority;
 
 /// HTTPS on 127.0.0.1: one request per connection, TLS 1.2 or newer.
+///
+/// A client that sends nothing occupies no thread. After ten seconds without a whole request head
+/// its connection is closed; earlier if there are too many connections.
 class HTTPSServer final {
 public:
-    /// Called on worker threads, concurrently. If it throws, the reply has status 500.
-    using Handler = std::function<Reply(const Request&)>;
+    /// Both are called on worker threads, concurrently.
+    struct Callbacks {
+        /// If it throws, the reply has status 500.
+        std::function<Reply(const Request&)> handle;
+        /// Whether the request may have a large body, judged before the body is read.
+        std::function<bool(const Request&)> isTrusted;
+    };
 
     /// A longer body is dropped; the handler sees `Request::Body::TooLarge`.
     static constexpr std::size_t maxBodySize = std::size_t(16) * 1024 * 1024;
+    /// The same for requests that are not trusted.
+    static constexpr std::size_t maxUntrustedBodySize = std::size_t(64) * 1024;
+    /// Of the request line and all headers. Others are answered with status 431.
+    static constexpr std::size_t maxHeaderSize = std::size_t(64) * 1024;
+    /// The oldest connection without a request is closed for one more.
+    static constexpr std::size_t maxConnections = 256;
 
     /// The authority must outlive the server.
-    HTTPSServer(const CertificateAuthority& authority, Handler handler)
-        : authority_(authority), handler_(std::move(handler)) {}
+    HTTPSServer(const CertificateAuthority& authority, Callbacks callbacks)
+        : authority_(authority), callbacks_(std::move(callbacks)) {}
     ~HTTPSServer() { stop(); }
     HTTPSServer(const HTTPSServer&) = delete;
     HTTPSServer& operator=(const HTTPSServer&) = delete;
@@ -36,10 +50,10 @@ public:
     void stop();
 
 private:
-    struct Running;
+    class Running;
 
     const CertificateAuthority& authority_;
-    Handler handler_;
+    const Callbacks callbacks_;
     /// A shared pointer, because it can destroy a type that is declared only.
     std::shared_ptr<Running> running_;
 };

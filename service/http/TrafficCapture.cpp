@@ -8,7 +8,8 @@ namespace orvel::service {
 void TrafficCapture::append(const Request& request, Body body) {
     std::string text = request.method + " " + request.path + "\r\n";
     for (const auto& [name, value] : request.headers) {
-        const bool isSecret = equalsIgnoringCase(name, "Authorization");
+        const bool isSecret =
+            equalsIgnoringCase(name, "Authorization") || equalsIgnoringCase(name, "Cookie");
         text += name + ": " + (isSecret ? "(left out)" : value) + "\r\n";
     }
     const bool isLeftOut = body == Body::LeftOut && !request.body.empty();

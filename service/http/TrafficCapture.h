@@ -20,8 +20,8 @@ public:
 
     enum class Body { Kept, LeftOut };
 
-    /// Writes the request without its bearer token and its query, and without its body if that is
-    /// to be left out. Throws `ServiceError`.
+    /// Writes the request without its bearer token, its cookies and its query, and without its body
+    /// if that is to be left out. Throws `ServiceError`.
     void append(const Request& request, Body body);
 
 private:

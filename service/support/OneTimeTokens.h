@@ -3,7 +3,9 @@
 
 #include "service/support/Cryptography.h"
 
+#include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -17,11 +19,14 @@ namespace orvel::service {
 /// The current time. May be called from any thread.
 using Now = std::function<std::chrono::system_clock::time_point()>;
 
-/// Random tokens, each valid once and for a limited time, that stand for a value. They are kept in
-/// memory only, as hashes. Thread-safe.
+/// Random tokens, each valid for a limited time, that stand for a value. They are kept in
+/// memory only, as hashes. A token beyond `limit` replaces the one that would expire first.
+/// Thread-safe.
 template <typename Value>
 class OneTimeTokens final {
 public:
+    static constexpr std::size_t limit = 1000;
+
     OneTimeTokens(std::string prefix, std::chrono::seconds lifetime, Now now)
         : prefix_(std::move(prefix)), lifetime_(lifetime), now_(std::move(now)) {}
 
@@ -30,6 +35,10 @@ public:
         const auto now = now_();
         const std::lock_guard lock(mutex_);
         std::erase_if(entries_, [now](const auto& entry) { return entry.second.end <= now; });
+        if (entries_.size() >= limit) {
+            entries_.erase(std::ranges::min_element(
+                entries_, {}, [](const auto& entry) { return entry.second.end; }));
+        }
         entries_.emplace(sha256(token), Entry{std::move(value), now + lifetime_});
         return token;
     }
@@ -44,6 +53,14 @@ public:
                                                  : std::nullopt;
     }
 
+    /// The same without invalidating the token.
+    [[nodiscard]] bool isValid(std::string_view token) const {
+        const auto now = now_();
+        const std::lock_guard lock(mutex_);
+        const auto entry = entries_.find(sha256(token));
+        return entry != entries_.end() && now < entry->second.end;
+    }
+
 private:
     struct Entry {
         Value value;
@@ -53,7 +70,7 @@ private:
     const std::string prefix_;
     const std::chrono::seconds lifetime_;
     const Now now_;
-    std::mutex mutex_;
+    mutable std::mutex mutex_;
     std::map<std::string, Entry, std::less<>> entries_;
 };
 

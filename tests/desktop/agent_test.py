@@ -306,6 +306,7 @@ def main():
         webdriver.make_default(profile, os.path.join(HOME, "environment-of-the-browser"))
         browser = webdriver.Browser(profile, webdriver.allowing_scheme(service.url))
         started.callback(browser.quit)
+        browser.open(service.page_link)
         agent = started.enter_context(Agent(service.bundle))
         say("the desktop is ready")
         scenario(desktop, service, agent, browser)

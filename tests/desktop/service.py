@@ -32,6 +32,11 @@ class Service:
             self._process.stdout.readline())
         check(ready, "the service did not start")
         self.url, self.authority = ready[1], ready[2]
+        link = re.match(
+            r"Open the pages with this link, which works once: (\S+)",
+            self._process.stdout.readline())
+        check(link, "the service printed no link to its pages")
+        self.page_link = link[1]
         context = ssl.create_default_context(cafile=self.authority)
         self._opener = urllib.request.build_opener(
             urllib.request.ProxyHandler({}), urllib.request.HTTPSHandler(context=context))

@@ -46,7 +46,18 @@ def sign_in(browser, agent, element, status):
     return result
 
 
+def open_pages(service, browser):
+    """Without the link, the browser sees no page; afterwards it sees them."""
+    browser.open(service.url)
+    check("Open the link" in browser.text("h1"), browser.text("h1"))
+    browser.open(service.page_link)
+    wait_for("the page of records", lambda: browser.url() == service.url + "/")
+    check(browser.text("h1") == "Orvel local service", browser.text("h1"))
+    browser.open("about:blank")
+
+
 def scenario(service, agent, browser):
+    open_pages(service, browser)
     output, _ = agent.run("--account", status=1)
     check(output == "Not signed in.\n", output)
 

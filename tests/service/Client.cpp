@@ -67,6 +67,9 @@ ClientReply Client::send(
     if (!token.empty()) {
         list.add("Authorization: Bearer " + token);
     }
+    if (!cookie.empty()) {
+        list.add("Cookie: " + cookie);
+    }
     for (const auto& header : headers) {
         list.add(header);
     }

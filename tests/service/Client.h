@@ -36,6 +36,8 @@ struct Client {
     std::filesystem::path caFile;
     /// Sent as the bearer token, if not empty.
     std::string token = "token";
+    /// Sent as the Cookie header, if not empty.
+    std::string cookie = {};
     std::chrono::milliseconds timeout = std::chrono::seconds(60);
 
     [[nodiscard]] ClientReply get(const std::string& path) const;

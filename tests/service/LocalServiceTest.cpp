@@ -84,14 +84,17 @@ TEST_F(LocalServiceTest, AcceptsEachOfItsTokens) {
     }
 }
 
-TEST_F(LocalServiceTest, AcceptsEveryTokenWhenItHasNone) {
+TEST_F(LocalServiceTest, AcceptsOnlySessionsWhenItHasNoToken) {
+    options_.tokens = {};
     start();
     auto client = this->client();
-    client.token = "any-token";
-    EXPECT_EQ(200, client.post(digestPath, "{}").status);
+    for (const auto* token : {"", "any-token", "token"}) {
+        client.token = token;
+        EXPECT_EQ("unauthorized", client.post(digestPath, "{}").code()) << token;
+    }
 
-    client.token.clear();
-    EXPECT_EQ(401, client.post(digestPath, "{}").status);
+    client.token = service_->signIn("sample-account-1").idToken;
+    EXPECT_EQ(200, client.post(digestPath, "{}").status);
 }
 
 TEST_F(LocalServiceTest, AnswersAnExpiredTokenAsAnExpiredSession) {
@@ -178,6 +181,27 @@ TEST_F(LocalServiceTest, RefusesABodyThatIsTooLarge) {
     }
 }
 
+TEST_F(LocalServiceTest, RefusesALargeBodyWithoutAToken) {
+    start();
+    const std::string large = "{}" + std::string(100'000, ' ');
+    auto client = this->client();
+    client.token = "wrong";
+    EXPECT_EQ(401, client.post(digestPath, large).status);
+
+    client.token.clear();
+    EXPECT_EQ(413, client.post("/api/v1/auth/device/token", large).status);
+    EXPECT_EQ(413, client.post("/identity/v1/accounts:signInWithCustomToken", large).status);
+}
+
+TEST_F(LocalServiceTest, AnswersAnExpiredTokenWhileTheBodyIsStillSent) {
+    start();
+    service_->expireToken("token");
+
+    const auto reply = client().post(ingestPath, std::string(4'000'000, ' '));
+
+    EXPECT_EQ("session_expired", reply.code()) << reply.problem;
+}
+
 TEST_F(LocalServiceTest, RefusesRequestsForAnotherHost) {
     start();
     const std::vector<std::string> hosts{
@@ -185,6 +209,8 @@ TEST_F(LocalServiceTest, RefusesRequestsForAnotherHost) {
         "Host: 127.0.0.1.evil.example:443",
         "Host: localhost.evil.example",
         "Host: 127.0.0.2",
+        "Host: localhost:evil.example",
+        "Host: 127.0.0.1:443:evil.example",
         "Host:",
     };
     for (const auto& host : hosts) {
@@ -207,6 +233,28 @@ TEST_F(LocalServiceTest, AnswersFailuresOfItsStoreInTheEnvelope) {
 
     EXPECT_EQ(500, reply.status);
     EXPECT_EQ("internal_error", reply.code());
+}
+
+TEST_F(LocalServiceTest, ReportsTheReasonOfAFailureInItsLogOnly) {
+    std::string log;
+    options_.log = [&log](std::string_view line) {
+        log.append(line).append("\n");
+    };
+    start();
+    sqlite3* database = nullptr;
+    ASSERT_EQ(SQLITE_OK, sqlite3_open(options_.store.c_str(), &database));
+    EXPECT_EQ(SQLITE_OK, sqlite3_exec(database, "DROP TABLE id_tokens", nullptr, nullptr, nullptr));
+    sqlite3_close(database);
+    auto client = this->client();
+    client.token = "orvel-id-unknown";
+
+    const auto reply = client.post(digestPath, "{}");
+    service_->stop();
+
+    EXPECT_EQ(500, reply.status);
+    EXPECT_THAT(reply.body, Not(HasSubstr(directory_.path().string())));
+    EXPECT_THAT(reply.body, Not(HasSubstr("id_tokens")));
+    EXPECT_THAT(log, HasSubstr("500: The store " + options_.store.string() + " failed: "));
 }
 
 TEST_F(LocalServiceTest, KeepsItsRecordsAfterARestart) {
@@ -293,9 +341,11 @@ TEST_F(LocalServiceTest, CountsRequestsOfTheContract) {
 
 TEST_F(LocalServiceTest, CapturesRequestsWithoutTheirToken) {
     options_.capture = directory_ / "traffic";
+    options_.tokens = {"very-secret"};
     start();
     auto client = this->client();
     client.token = "very-secret";
+    client.cookie = "name=also-secret";
 
     static_cast<void>(client.post(digestPath, R"({"first":1})"));
     static_cast<void>(client.post(ingestPath, R"({"second":2})"));
@@ -306,6 +356,7 @@ TEST_F(LocalServiceTest, CapturesRequestsWithoutTheirToken) {
     EXPECT_THAT(traffic, HasSubstr("\r\n\r\n{\"first\":1}\r\n"));
     EXPECT_THAT(traffic, HasSubstr("\r\n\r\n{\"second\":2}\r\n"));
     EXPECT_THAT(traffic, Not(HasSubstr("very-secret")));
+    EXPECT_THAT(traffic, Not(HasSubstr("also-secret")));
     using std::filesystem::perms;
     EXPECT_EQ(
         perms::owner_read | perms::owner_write,

@@ -1,15 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "core/TokenVariable.h"
 #include "tests/platform/RealBundle.h"
 #include "tests/service/ServiceTest.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <system_error>
 #include <vector>
@@ -149,11 +154,31 @@ protected:
         return client;
     }
 
+    /// The link in the next line.
+    static std::string pageLink(Program& program) {
+        const auto line = program.output.line();
+        const std::string before = "Open the pages with this link, which works once: ";
+        EXPECT_TRUE(line.starts_with(before)) << line;
+        return line.substr(std::min(before.size(), line.size()));
+    }
+
+    /// Opens the link and returns the reply's status.
+    static long open(Client client, const std::string& link) {
+        client.url = link;
+        return client.get("").status;
+    }
+
+    [[nodiscard]] std::string storedToken() const {
+        std::string token;
+        std::getline(std::ifstream(directory_ / "token"), token);
+        return token;
+    }
+
     TemporaryDirectory directory_;
 };
 
 TEST_F(ProgramTest, ServesAtTheAddressOfItsReadyLine) {
-    Program program(arguments({"--port", "0"}));
+    Program program(arguments({"--port", "0", "--token", "token"}));
     const auto client = this->client(program);
     EXPECT_THAT(client.url, StartsWith("https://127.0.0.1:"));
 
@@ -163,10 +188,83 @@ TEST_F(ProgramTest, ServesAtTheAddressOfItsReadyLine) {
     EXPECT_EQ("POST /api/v1/context/ingest 200", program.errors.line());
 }
 
+TEST_F(ProgramTest, MakesATokenIfItGetsNone) {
+    Program program(arguments({"--port", "0"}));
+    auto client = this->client(program);
+    static_cast<void>(pageLink(program));
+    EXPECT_EQ(
+        "Send records with orvel-scan --token-file " + (directory_ / "token").string(),
+        program.output.line());
+    EXPECT_EQ("unauthorized", client.post(digestPath, "{}").code());
+
+    client.token = storedToken();
+    EXPECT_EQ(200, client.post(digestPath, "{}").status);
+}
+
+TEST_F(ProgramTest, KeepsTheTokenThatItMade) {
+    {
+        Program program(arguments({"--port", "0"}));
+        static_cast<void>(client(program));
+    }
+    const auto token = storedToken();
+    EXPECT_NE("", token);
+
+    Program program(arguments({"--port", "0"}));
+    static_cast<void>(client(program));
+
+    EXPECT_EQ(token, storedToken());
+}
+
+TEST_F(ProgramTest, TakesATokenFromTheEnvironment) {
+    setenv("ORVEL_TOKEN", "from-variable", 1);
+    Program program(arguments({"--port", "0"}));
+    unsetenv("ORVEL_TOKEN");
+    auto client = this->client(program);
+
+    client.token = "from-variable";
+    EXPECT_EQ(200, client.post(digestPath, "{}").status);
+    EXPECT_FALSE(std::filesystem::exists(directory_ / "token"));
+}
+
+TEST_F(ProgramTest, PrintsALinkToItsPagesAndAnotherOnASignal) {
+    Program program(arguments({"--port", "0", "--token", "token"}));
+    const auto client = this->client(program);
+    const auto first = pageLink(program);
+    EXPECT_THAT(first, StartsWith(client.url + "/open?key=orvel-page-"));
+    EXPECT_EQ(200, open(client, first));
+    EXPECT_EQ(403, open(client, first));
+
+    program.signal(SIGUSR1);
+
+    const auto second = pageLink(program);
+    EXPECT_NE(first, second);
+    EXPECT_EQ(200, open(client, second));
+    EXPECT_EQ("GET /open 200", program.errors.line());
+}
+
+TEST_F(ProgramTest, ItsFilesAreForThisUserOnly) {
+    Program program(arguments(
+        {"--port",
+         "0",
+         "--capture",
+         (directory_ / "traffic").string(),
+         "--bundle-out",
+         (directory_ / "bundle").string()}));
+    static_cast<void>(client(program));
+    static_cast<void>(pageLink(program));
+
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(directory_.path())) {
+        using std::filesystem::perms;
+        const auto others = entry.status().permissions() & (perms::group_all | perms::others_all);
+        EXPECT_EQ(perms::none, others) << entry.path();
+    }
+}
+
 TEST_F(ProgramTest, ExitsCleanlyOnEachStopSignal) {
     for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
-        Program program(arguments({"--port", "0", "--quiet"}));
+        Program program(arguments({"--port", "0", "--quiet", "--token", "token"}));
         static_cast<void>(client(program));
+        static_cast<void>(pageLink(program));
 
         program.signal(signal);
 
@@ -217,7 +315,12 @@ TEST_F(ProgramTest, AcceptsItsSignInOptions) {
          directory_.path().string(),
          "--update-public-key",
          "the-update-key"}));
-    const auto client = this->client(program);
+    auto client = this->client(program);
+    auto browser = client;
+    browser.url = pageLink(program);
+    const auto opened = browser.get("").headers;
+    const auto cookie = opened.substr(opened.find("__Host-orvel-"));
+    client.cookie = cookie.substr(0, cookie.find(';'));
 
     const auto page = client.get("/link?challenge=" + std::string(43, 'a')).body;
     EXPECT_THAT(page, HasSubstr(R"(<button id="account-1" name="account" value="only-one">)"));
@@ -237,6 +340,7 @@ TEST_F(ProgramTest, ReportsWhyItCannotStart) {
     const auto port = url.substr(url.rfind(':') + 1);
     std::ofstream(directory_ / "empty").close();
     std::ofstream(directory_ / "object.json") << "{}";
+    std::filesystem::create_symlink(directory_ / "nowhere", directory_ / "link");
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases{
         {{"--port", port}, "port " + port + ": Address already in use."},
         {{"--token-file", (directory_ / "empty").string()}, "it holds no token."},
@@ -247,6 +351,7 @@ TEST_F(ProgramTest, ReportsWhyItCannotStart) {
         {{"--capture", (directory_ / "no/traffic").string()}, "No such file or directory."},
         {{"--accounts", (directory_ / "nowhere").string()}, "it cannot be read."},
         {{"--accounts", (directory_ / "object.json").string()}, "it is not a JSON array."},
+        {{"--capture", (directory_ / "link").string()}, "Too many levels of symbolic links."},
         {{"--port", "0", "--bundle-out", (directory_ / "empty/bundle").string()},
          "Not a directory."},
     };
@@ -256,6 +361,27 @@ TEST_F(ProgramTest, ReportsWhyItCannotStart) {
         EXPECT_EQ(1, program.exitStatus());
         EXPECT_THAT(program.errors.rest(), HasSubstr(problem));
     }
+}
+
+TEST_F(ProgramTest, RefusesFoldersThatOthersCanWriteTo) {
+    const auto shared = directory_ / "shared";
+    std::filesystem::create_directory(shared);
+    chmod(shared.c_str(), 01777);
+    const auto own = (directory_ / "own").string();
+    const std::vector<std::vector<std::string>> cases{
+        {"--store", (shared / "store").string(), "--cert-dir", own},
+        {"--store", own, "--cert-dir", shared.string()},
+        {"--store", own, "--cert-dir", own + "-too", "--bundle-out", shared.string()},
+    };
+    for (auto options : cases) {
+        options.insert(options.end(), {"--port", "0", "--token", "token", "--exit-with-parent"});
+        Program program(options);
+        EXPECT_EQ(1, program.exitStatus());
+        EXPECT_THAT(
+            program.errors.rest(),
+            HasSubstr(shared.string() + " cannot be used: other users may change its files."));
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(shared));
 }
 
 TEST_F(ProgramTest, RefusesInvalidOptions) {
@@ -275,7 +401,9 @@ TEST_F(ProgramTest, RefusesInvalidLifetimes) {
 TEST_F(ProgramTest, PrintsItsHelp) {
     Program program({"--help"});
     EXPECT_EQ(0, program.exitStatus());
-    EXPECT_THAT(program.output.rest(), HasSubstr("POST /control/faults"));
+    const auto help = program.output.rest();
+    EXPECT_THAT(help, HasSubstr("POST /control/faults"));
+    EXPECT_THAT(help, HasSubstr(tavrin::TokenVariable::advice));
 }
 
 } // namespace

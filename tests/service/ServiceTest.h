@@ -61,6 +61,7 @@ protected:
     ServiceTest() {
         options_.store = directory_ / "records.sqlite";
         options_.certificates = directory_ / "certificates";
+        options_.tokens = {Client().token};
     }
 
     /// Starts or restarts the service with the current `options_`.
@@ -68,10 +69,13 @@ protected:
         service_.reset();
         service_ = std::make_unique<service::LocalService>(options_);
         service_->start();
+        cookie_ = service_->openPages();
     }
 
+    /// Sends an accepted token and the cookie of a browser that may see the pages.
     [[nodiscard]] Client client() const {
         Client client;
+        client.cookie = cookie_;
         client.url = service_->url();
         client.caFile = service_->caFile();
         return client;
@@ -80,6 +84,9 @@ protected:
     TemporaryDirectory directory_;
     service::LocalService::Options options_;
     std::unique_ptr<service::LocalService> service_;
+
+private:
+    std::string cookie_;
 };
 
 } // namespace orvel::test

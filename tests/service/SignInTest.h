@@ -37,7 +37,12 @@ inline std::string identityMessage(const ClientReply& reply) {
 inline std::vector<std::string> secretsIn(std::string_view text) {
     std::vector<std::string> found;
     for (const std::string_view word :
-         {"orvel-code-", "orvel-custom-", "orvel-id-", "orvel-refresh-"}) {
+         {"orvel-browser-",
+          "orvel-code-",
+          "orvel-custom-",
+          "orvel-id-",
+          "orvel-page-",
+          "orvel-refresh-"}) {
         for (auto start = text.find(word); start != std::string_view::npos;
              start = text.find(word, start + 1)) {
             constexpr std::string_view alphabet =

@@ -135,7 +135,7 @@ TEST_F(SessionsTest, OtherTokensAreNotAcceptedAsIDTokens) {
 
 TEST_F(SessionsTest, RefusesAnAlteredIDToken) {
     const auto session = service_->signIn(firstUid);
-    EXPECT_EQ("200", answerTo("any-other-token"));
+    EXPECT_EQ("200", answerTo(session.idToken));
 
     EXPECT_EQ("401 unauthorized", answerTo(session.idToken + "a"));
     EXPECT_EQ("401 unauthorized", answerTo(session.idToken.substr(0, session.idToken.size() - 1)));
@@ -242,7 +242,7 @@ TEST_F(SessionsTest, CreatesMissingTables) {
 }
 
 TEST_F(SessionsTest, NoFileHoldsASecret) {
-    const auto page = choose("account=sample-account-1").body;
+    const auto page = choose("account=sample-account-1").body + service_->mintPageLink();
     const auto session = signInWith(customToken()).json();
     const auto refreshed = refreshWith(textAt(session, "refreshToken"));
     ASSERT_THAT(secretsIn(page + refreshed.body), Not(IsEmpty()));

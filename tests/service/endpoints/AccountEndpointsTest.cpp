@@ -89,7 +89,7 @@ TEST_F(AccountEndpointsTest, ReturnsTheProfileOfTheTokensAccount) {
 }
 
 TEST_F(AccountEndpointsTest, HasNoProfileForOtherTokens) {
-    const auto reply = bearer("some-token").get(profilePath);
+    const auto reply = bearer("token").get(profilePath);
     EXPECT_EQ(404, reply.status);
     EXPECT_EQ("no_account", reply.code());
     EXPECT_EQ("The bearer token belongs to no account.", textAt(reply.json(), "error"));

@@ -193,7 +193,7 @@ TEST_F(LinkEndpointsTest, RefusesInvalidChoices) {
         proper + "&error=something",
         proper + "&error=%22%3E%3Cscript%3E",
         proper + "&account=%3Cscript%3E%ff",
-        proper + "&account=" + std::string(1'000'000, 'a'),
+        proper + "&account=" + std::string(60'000, 'a'),
     };
     for (const auto& form : forms) {
         SCOPED_TRACE(form.substr(0, 200));
@@ -202,6 +202,8 @@ TEST_F(LinkEndpointsTest, RefusesInvalidChoices) {
         EXPECT_THAT(reply.body, Not(HasSubstr("orvelagent:")));
         EXPECT_THAT(reply.body, Not(HasSubstr("<script")));
     }
+    const auto large = proper + "&account=" + std::string(1'000'000, 'a');
+    EXPECT_EQ(413, postForm(linkPath, large, {"Origin: " + service_->url()}).status);
     const auto reply = clientWithoutToken().send(
         "POST",
         linkPath,

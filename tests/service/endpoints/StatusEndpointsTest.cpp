@@ -21,11 +21,15 @@ protected:
     [[nodiscard]] std::string page() const { return client().get("/").body; }
 };
 
-TEST_F(StatusEndpointsTest, NeedsNoToken) {
+TEST_F(StatusEndpointsTest, NeedsTheCookieButNoToken) {
     auto client = this->client();
     client.token.clear();
 
     const auto reply = client.get("/");
+
+    client.token = "token";
+    client.cookie.clear();
+    EXPECT_EQ(403, client.get("/").status);
 
     EXPECT_EQ(200, reply.status);
     EXPECT_THAT(reply.headers, HasSubstr("Content-Type: text/html; charset=utf-8\r\n"));

@@ -51,5 +51,49 @@ TEST(HTTPTest, ReadsItemsOfQueriesAndForms) {
     }
 }
 
+TEST(HTTPTest, SplitsTargets) {
+    struct Case {
+        std::string target;
+        std::string path;
+        std::string query;
+    };
+    const std::vector<Case> cases{
+        {"/", "/", ""},
+        {"/a?", "/a", ""},
+        {"/a?b=%41?c", "/a", "b=%41?c"},
+        {"/%41%2fb+c", "/A/b+c", ""},
+        {"/%00", std::string("/\0", 2), ""},
+        {"/%4", "/%4", ""},
+        {"/%zz", "/%zz", ""},
+        {"", "", ""},
+    };
+    for (const auto& item : cases) {
+        Request request;
+        request.setTarget(item.target);
+        EXPECT_EQ(item.path, request.path) << item.target;
+        EXPECT_EQ(item.query, request.query) << item.target;
+    }
+}
+
+TEST(HTTPTest, ReadsCookies) {
+    const std::vector<std::pair<std::string, std::string>> cases{
+        {"", ""},
+        {"a", ""},
+        {"a=1", "1"},
+        {"b=2; a=1; c=3", "1"},
+        {"aa=2;a=1", "1"},
+        {"b=a=1", ""},
+        {"a=1=2", "1=2"},
+        {";;; a=1", "1"},
+        {"A=1", ""},
+    };
+    for (const auto& [cookies, value] : cases) {
+        Request request;
+        request.headers.emplace_back("Cookie", cookies);
+        EXPECT_EQ(value, request.cookie("a")) << cookies;
+    }
+    EXPECT_EQ("", Request().cookie("a"));
+}
+
 } // namespace
 } // namespace orvel::service
