@@ -31,7 +31,8 @@ namespace http = boost::beast::http;
 
 // From the connection to the end of the request's headers.
 constexpr std::chrono::seconds headTimeout(10);
-constexpr std::chrono::seconds bodyTimeout(30);
+constexpr std::chrono::seconds bodyTimeout(20);
+constexpr std::chrono::seconds trustedBodyTimeout(120);
 constexpr std::chrono::seconds replyTimeout(60);
 // How long the client may take to close.
 constexpr std::chrono::seconds closeTimeout(5);
@@ -187,7 +188,7 @@ void HTTPSConnection::onHead(Error error, std::size_t) {
 
 void HTTPSConnection::receiveBody(bool isTrusted) {
     isTrusted_ = isTrusted;
-    beast::get_lowest_layer(stream_).expires_after(bodyTimeout);
+    beast::get_lowest_layer(stream_).expires_after(isTrusted ? trustedBodyTimeout : bodyTimeout);
     const bool wantsContinue =
         beast::iequals(head_.get()[http::field::expect], beast::string_view("100-continue"));
     body_.emplace(std::move(head_));
