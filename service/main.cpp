@@ -115,8 +115,8 @@ void declare(CLI::App& app, Arguments& arguments) {
     app.add_option(
            "--bundle-out",
            arguments.bundle,
-           "Write an Info.plist here; an agent started with ORVEL_AGENT_BUNDLE=DIRECTORY talks to "
-           "this service")
+           "Write an Info.plist here; an agent of a build folder, started with "
+           "ORVEL_AGENT_BUNDLE=DIRECTORY, talks to this service")
         ->type_name("DIRECTORY");
     auto* updates =
         app.add_option(

@@ -24,14 +24,19 @@ struct FreeMemory {
 } // namespace
 
 std::filesystem::path PlistBundle::defaultFolder() {
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing in this process writes the environment
-    if (const char* named = std::getenv("ORVEL_AGENT_BUNDLE"); named != nullptr && *named != 0) {
-        return named;
-    }
-    const std::filesystem::path prefix =
-        std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path();
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): no thread writes the environment
+    const char* named = std::getenv("ORVEL_AGENT_BUNDLE");
+    return folderOf(std::filesystem::read_symlink("/proc/self/exe"), named == nullptr ? "" : named);
+}
+
+std::filesystem::path
+PlistBundle::folderOf(const std::filesystem::path& executable, const std::filesystem::path& named) {
+    const std::filesystem::path prefix = executable.parent_path().parent_path();
     const std::filesystem::path installed = prefix / "share" / "orvel-agent";
-    return std::filesystem::exists(installed) ? installed : prefix / "resources";
+    if (std::filesystem::exists(installed)) {
+        return installed;
+    }
+    return named.empty() ? prefix / "resources" : named;
 }
 
 PlistBundle::Information PlistBundle::parse(std::string_view propertyList) {

@@ -21,9 +21,14 @@ public:
     /// The strings of a property list's top-level dictionary.
     using Information = std::map<std::string, std::string, std::less<>>;
 
-    /// The folder in the environment variable "ORVEL_AGENT_BUNDLE", or else the one installed with
-    /// this executable, or in a build tree the one built beside it.
+    /// The folder of this executable, with the environment variable "ORVEL_AGENT_BUNDLE".
     [[nodiscard]] static std::filesystem::path defaultFolder();
+
+    /// The folder installed with the executable. In a build tree, the named one, or else the one
+    /// built beside the executable. An installed agent does not use the named one, so that no other
+    /// program can make it send its messages elsewhere.
+    [[nodiscard]] static std::filesystem::path
+    folderOf(const std::filesystem::path& executable, const std::filesystem::path& named);
 
     /// Throws `tavrin::PlatformError` unless the text is a property list with a dictionary.
     [[nodiscard]] static Information parse(std::string_view propertyList);

@@ -15,11 +15,15 @@ NS_ASSUME_NONNULL_BEGIN
 /// The information dictionary and the resources of a program.
 class FoundationBundle final : public Bundle {
 public:
-    /// Uses the folder named by the environment variable ORVEL_AGENT_BUNDLE, which contains
-    /// "Info.plist" and the resources. Without the variable, uses the program's application bundle.
-    /// A program outside a bundle uses the folder "resources" of the build folder. Throws
-    /// `tavrin::PlatformError` if the property list cannot be read.
+    /// The bundle of this program, with the environment variable ORVEL_AGENT_BUNDLE.
     [[nodiscard]] static std::unique_ptr<FoundationBundle> ofThisProgram();
+
+    /// Uses the application bundle. A program outside a bundle uses the named folder, which
+    /// contains "Info.plist" and the resources, or else the folder "resources" of the build folder.
+    /// An application does not use the named one, so that no other program can use its permissions.
+    /// Throws `tavrin::PlatformError` if the property list cannot be read.
+    [[nodiscard]] static std::unique_ptr<FoundationBundle>
+    ofProgram(NSBundle* main, const std::filesystem::path& named);
 
     /// `folder` contains "Info.plist" and the resources.
     explicit FoundationBundle(const std::filesystem::path& folder);

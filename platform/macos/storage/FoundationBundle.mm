@@ -34,12 +34,17 @@ NSURL* resourcesOf(NSBundle* bundle) {
 } // namespace
 
 std::unique_ptr<FoundationBundle> FoundationBundle::ofThisProgram() {
-    if (const char* named = std::getenv("ORVEL_AGENT_BUNDLE"); named != nullptr && *named != 0) {
-        return std::make_unique<FoundationBundle>(std::filesystem::path(named));
-    }
-    NSBundle* const main = NSBundle.mainBundle;
+    const char* named = std::getenv("ORVEL_AGENT_BUNDLE");
+    return ofProgram(NSBundle.mainBundle, named != nullptr ? named : "");
+}
+
+std::unique_ptr<FoundationBundle>
+FoundationBundle::ofProgram(NSBundle* main, const std::filesystem::path& named) {
     if (main.bundleIdentifier != nil) {
         return std::make_unique<FoundationBundle>(main);
+    }
+    if (!named.empty()) {
+        return std::make_unique<FoundationBundle>(named);
     }
     // Without a bundle, the main bundle is the program's folder.
     return std::make_unique<FoundationBundle>(pathOf(main.bundleURL).parent_path() / "resources");

@@ -105,6 +105,16 @@ TEST_F(PlistBundleTest, TheEnvironmentNamesTheFolder) {
     EXPECT_EQ(named, folder_.path());
 }
 
+TEST_F(PlistBundleTest, AnInstalledAgentDoesNotUseTheNamedFolder) {
+    const std::filesystem::path agent = folder_ / "usr/bin/orvel-agent";
+    const std::filesystem::path installed = folder_ / "usr/share/orvel-agent";
+    EXPECT_EQ(PlistBundle::folderOf(agent, "/named"), "/named");
+    EXPECT_EQ(PlistBundle::folderOf(agent, ""), folder_ / "usr/resources");
+    std::filesystem::create_directories(installed);
+    EXPECT_EQ(PlistBundle::folderOf(agent, "/named"), installed);
+    EXPECT_EQ(PlistBundle::folderOf(agent, ""), installed);
+}
+
 TEST_F(PlistBundleTest, TheBuildTreeHasABundleBesideItsPrograms) {
     const PlistBundle bundle(PlistBundle::defaultFolder());
     for (const char* key :
