@@ -2,13 +2,16 @@
 #include "platform/linux/log/SpdlogLogStore.h"
 
 #include "core/Text.h"
+#include "platform/linux/log/LineOutput.h"
 
 #include <fmt/format.h>
 #include <spdlog/logger.h>
-#include <spdlog/sinks/stdout_sinks.h>
+#include <spdlog/sinks/base_sink.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -71,6 +74,20 @@ std::string escaped(std::string_view text) {
     return result;
 }
 
+/// Instead of spdlog's sink, which waits for a terminal that the user has stopped.
+class StandardErrorSink final : public spdlog::sinks::base_sink<std::mutex> {
+protected:
+    void sink_it_(const spdlog::details::log_msg& message) override {
+        spdlog::memory_buf_t line;
+        formatter_->format(message, line);
+        output_.write({line.data(), line.size()});
+    }
+    void flush_() override {}
+
+private:
+    LineOutput output_{STDERR_FILENO};
+};
+
 std::size_t bytesOf(const LogEntry& entry) {
     return entry.category.size() + entry.message.size();
 }
@@ -83,7 +100,7 @@ SpdlogLogStore::SpdlogLogStore(Options options)
       standardErrorLevel_(options.standardErrorLevel) {
     if (standardErrorLevel_) {
         standardError_ =
-            std::make_unique<spdlog::logger>("", std::make_shared<spdlog::sinks::stderr_sink_mt>());
+            std::make_unique<spdlog::logger>("", std::make_shared<StandardErrorSink>());
         standardError_->set_pattern("%Y-%m-%dT%H:%M:%S.%e%z %v");
         // Drop lines that cannot be written: there is nowhere else to report the failure.
         standardError_->set_error_handler([](const std::string&) {});

@@ -26,6 +26,7 @@ namespace orvel {
 /// Keeps the newest lines in memory for reading back, and writes each to the system journal, and to
 /// standard error if requested.
 ///
+/// Neither makes `write` wait: a line is dropped if the journal or the terminal does not accept it.
 /// In both one call is one line: control characters and line separators are escaped. In memory the
 /// message is unchanged. A journal entry has the fields MESSAGE, PRIORITY, SUBSYSTEM, CATEGORY and
 /// SYSLOG_IDENTIFIER (the program's name).

@@ -9,19 +9,26 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <future>
 #include <map>
 #include <memory>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -270,6 +277,106 @@ TEST_F(SpdlogLogStoreTest, WritesNothingToStandardErrorUnlessAsked) {
     fixture_.store = fixture_.makeStore(std::nullopt);
     store().write(LogLevel::Error, "c", "m");
     EXPECT_TRUE(fixture_.lines().empty());
+}
+
+/// Redirects the process's standard error to a descriptor until destroyed.
+class StandardErrorTo final {
+public:
+    explicit StandardErrorTo(int descriptor) : original_(dup(STDERR_FILENO)) {
+        dup2(descriptor, STDERR_FILENO);
+    }
+    ~StandardErrorTo() {
+        dup2(original_, STDERR_FILENO);
+        close(original_);
+    }
+    StandardErrorTo(const StandardErrorTo&) = delete;
+    StandardErrorTo& operator=(const StandardErrorTo&) = delete;
+
+private:
+    int original_;
+};
+
+/// Writes that many lines, on another thread, through a store on standard error. Returns whether
+/// the thread ends; if not, `resume` lets it end.
+bool writesWithoutWaiting(LogStore& store, int lines, const std::function<void()>& resume) {
+    std::promise<void> written;
+    std::future<void> end = written.get_future();
+    std::thread thread([&] {
+        for (int line = 0; line < lines; ++line) {
+            store.write(LogLevel::Info, "c", "line " + std::to_string(line));
+        }
+        written.set_value();
+    });
+    const bool isInTime = end.wait_for(std::chrono::seconds(5)) == std::future_status::ready;
+    resume();
+    thread.join();
+    return isInTime;
+}
+
+std::string readAvailable(int descriptor) {
+    std::string all;
+    std::string part(1 << 16, '\0');
+    pollfd readable{descriptor, POLLIN, 0};
+    while (poll(&readable, 1, 200) == 1 && (readable.revents & POLLIN) != 0) {
+        const ssize_t count = read(descriptor, part.data(), part.size());
+        if (count <= 0) {
+            break;
+        }
+        all.append(part, 0, static_cast<std::size_t>(count));
+    }
+    return all;
+}
+
+TEST_F(SpdlogLogStoreTest, AStoppedTerminalDoesNotBlock) {
+    const tavrin::FileDescriptor user(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
+    ASSERT_EQ(grantpt(user.get()), 0);
+    ASSERT_EQ(unlockpt(user.get()), 0);
+    const tavrin::FileDescriptor terminal(open(ptsname(user.get()), O_RDWR | O_NOCTTY | O_CLOEXEC));
+    ASSERT_TRUE(terminal.isOpen());
+    const StandardErrorTo redirection(terminal.get());
+    fixture_.store = fixture_.makeStore(LogLevel::Debug);
+    store().write(LogLevel::Info, "c", "before");
+    // What Ctrl+S does.
+    ASSERT_EQ(tcflow(terminal.get(), TCOOFF), 0);
+    bool isResumed = false;
+    const auto resume = [&] {
+        isResumed = tcflow(terminal.get(), TCOON) == 0;
+    };
+    EXPECT_TRUE(writesWithoutWaiting(store(), 1'000, resume));
+    ASSERT_TRUE(isResumed);
+    store().write(LogLevel::Info, "c", "after");
+    const std::string seen = readAvailable(user.get());
+    EXPECT_THAT(seen, testing::HasSubstr("info c: before\r\n"));
+    EXPECT_THAT(seen, testing::EndsWith("info c: after\r\n"));
+    EXPECT_EQ(entries().size(), 1'002U);
+    EXPECT_EQ(fcntl(STDERR_FILENO, F_GETFL) & O_NONBLOCK, 0) << "other processes share the flags";
+}
+
+TEST_F(SpdlogLogStoreTest, AFullPipeDoesNotBlockAndItsLinesStayWhole) {
+    std::array<int, 2> ends{};
+    for (const bool isSocket : {false, true}) {
+        ASSERT_EQ(
+            isSocket ? socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data())
+                     : pipe2(ends.data(), O_CLOEXEC),
+            0);
+        const tavrin::FileDescriptor reading(ends[0]);
+        const tavrin::FileDescriptor writing(ends[1]);
+        std::string seen;
+        {
+            const StandardErrorTo redirection(writing.get());
+            fixture_.store = fixture_.makeStore(LogLevel::Debug);
+            EXPECT_TRUE(writesWithoutWaiting(
+                store(), 20'000, [&] { seen = readAvailable(reading.get()); }));
+            store().write(LogLevel::Info, "c", "after");
+            seen += readAvailable(reading.get());
+            EXPECT_EQ(fcntl(STDERR_FILENO, F_GETFL) & O_NONBLOCK, 0);
+        }
+        std::istringstream lines(seen);
+        for (std::string line; std::getline(lines, line);) {
+            EXPECT_THAT(line, testing::MatchesRegex("[^ ]+ info c: (line [0-9]+|after)"));
+        }
+        EXPECT_THAT(seen, testing::EndsWith("info c: after\n"));
+    }
 }
 
 TEST_F(SpdlogLogStoreTest, SendsLevelCategoryAndMessageToTheJournal) {
