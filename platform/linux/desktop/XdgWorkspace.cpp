@@ -4,6 +4,7 @@
 #include "core/messages/ChatDatabaseSnapshot.h"
 #include "platform/linux/support/DesktopProgram.h"
 #include "platform/linux/support/SessionBus.h"
+#include "platform/linux/support/StartThread.h"
 
 #include <QDBusMessage>
 #include <QDBusPendingCall>
@@ -24,7 +25,8 @@ namespace orvel {
 
 namespace {
 
-constexpr tavrin::Seconds startTimeout(5);
+/// How long a program may start, and a disk may take to answer.
+constexpr tavrin::Seconds timeout(5);
 
 /// Long enough for the file manager to start.
 constexpr std::chrono::milliseconds fileManagerTimeout{10'000};
@@ -75,6 +77,13 @@ std::vector<std::vector<std::string>> contactsPanels() {
     return panels;
 }
 
+/// What the disk says about a path.
+struct Place {
+    /// The path, or the nearest folder above it that exists.
+    std::filesystem::path existing;
+    std::filesystem::path folder;
+};
+
 std::filesystem::path nearestExisting(std::filesystem::path path) {
     std::error_code error;
     while (path.has_relative_path() && !std::filesystem::exists(path, error)) {
@@ -86,6 +95,13 @@ std::filesystem::path nearestExisting(std::filesystem::path path) {
 std::filesystem::path folderOf(const std::filesystem::path& path) {
     std::error_code error;
     return std::filesystem::is_directory(path, error) ? path : path.parent_path();
+}
+
+Place placeOf(const std::filesystem::path& path) {
+    Place place;
+    place.existing = nearestExisting(path);
+    place.folder = folderOf(place.existing);
+    return place;
 }
 
 QString uriOf(const std::filesystem::path& path) {
@@ -125,38 +141,79 @@ void XdgWorkspace::openURL(std::string url, Completion completion) {
 
 void XdgWorkspace::openSettings(SettingsPane pane, Completion completion) {
     switch (pane) {
-    case SettingsPane::FullDiskAccess: {
-        const std::filesystem::path database = tavrin::ChatDatabaseSnapshot::defaultSourcePath();
-        const std::filesystem::path folder = folderOf(nearestExisting(database.parent_path()));
-        askFileManager(std::make_shared<FileManagerRequest>(FileManagerRequest{
-            {{"ShowItemProperties", folder}, {"ShowFolders", folder}},
-            folder,
-            withContext("Could not show the Messages folder", std::move(completion))}));
+    case SettingsPane::FullDiskAccess:
+        afterDisk(
+            [database = std::filesystem::path(tavrin::ChatDatabaseSnapshot::defaultSourcePath())] {
+                return placeOf(database.parent_path());
+            },
+            withContext("Could not show the Messages folder", std::move(completion)),
+            [this](const Place& place, Completion shown) {
+                askFileManager(std::make_shared<FileManagerRequest>(FileManagerRequest{
+                    {{"ShowItemProperties", place.folder}, {"ShowFolders", place.folder}},
+                    place.folder,
+                    std::move(shown)}));
+            });
         return;
-    }
     case SettingsPane::Contacts:
-        launchFirst(
-            contactsPanels(),
-            withContext("Could not open the settings of contacts", std::move(completion)));
+        afterDisk(
+            contactsPanels,
+            withContext("Could not open the settings of contacts", std::move(completion)),
+            [this](std::vector<CommandLine> panels, Completion opened) {
+                launchFirst(std::move(panels), std::move(opened));
+            });
         return;
     }
 }
 
 void XdgWorkspace::revealFile(std::string path, Completion completion) {
-    const std::filesystem::path existing = nearestExisting(path);
-    const std::filesystem::path folder = folderOf(existing);
-    const bool isThere = existing == path;
-    askFileManager(std::make_shared<FileManagerRequest>(FileManagerRequest{
-        {{isThere ? "ShowItems" : "ShowFolders", isThere ? existing : folder}},
-        folder,
-        withContext("Could not show the file", std::move(completion))}));
+    afterDisk(
+        [path] { return placeOf(path); },
+        withContext("Could not show the file", std::move(completion)),
+        [this, path](const Place& place, Completion shown) {
+            const bool isThere = place.existing == path;
+            askFileManager(std::make_shared<FileManagerRequest>(FileManagerRequest{
+                {{isThere ? "ShowItems" : "ShowFolders", isThere ? place.existing : place.folder}},
+                place.folder,
+                std::move(shown)}));
+        });
+}
+
+std::uint64_t XdgWorkspace::await(
+    Completion completion, const std::optional<tavrin::PlatformError>& timeoutError) {
+    const std::uint64_t pending = ++lastPending_;
+    pending_[pending] = {
+        std::move(completion),
+        clock_.schedule(timeout, [this, pending, timeoutError] { finish(pending, timeoutError); })};
+    return pending;
+}
+
+void XdgWorkspace::finish(
+    std::uint64_t pending, const std::optional<tavrin::PlatformError>& error) {
+    if (const auto found = pending_.extract(pending); !found.empty()) {
+        // The completion may destroy this object.
+        found.mapped().completion(error);
+    }
+}
+
+template <typename Examine, typename Next>
+void XdgWorkspace::afterDisk(Examine examine, Completion completion, Next next) {
+    const std::uint64_t pending = await(
+        std::move(completion),
+        tavrin::PlatformError(
+            std::string(tavrin::posixErrorDomain), ETIMEDOUT, "the disk does not answer"));
+    startThread(
+        &callbackContext_,
+        std::move(examine),
+        [this, pending, next = std::move(next)](auto result) {
+            if (const auto found = pending_.extract(pending); !found.empty()) {
+                next(std::move(result), std::move(found.mapped().completion));
+            }
+        })
+        .detach();
 }
 
 void XdgWorkspace::launch(CommandLine commandLine, Completion completion) {
-    const std::uint64_t launch = ++lastLaunch_;
-    launches_[launch] = {std::move(completion), clock_.schedule(startTimeout, [this, launch] {
-                             finishLaunch(launch);
-                         })};
+    const std::uint64_t launch = await(std::move(completion), std::nullopt);
     std::string program = commandLine.front();
     runDesktopProgram(
         std::move(commandLine),
@@ -164,24 +221,16 @@ void XdgWorkspace::launch(CommandLine commandLine, Completion completion) {
         &callbackContext_,
         [this, launch, program = std::move(program)](const auto& result) {
             if (const auto* error = std::get_if<tavrin::PlatformError>(&result)) {
-                finishLaunch(launch, *error);
+                finish(launch, *error);
             } else if (const int status = std::get<FinishedProgram>(result).status; status != 0) {
-                finishLaunch(
+                finish(
                     launch,
                     tavrin::PlatformError(
                         program, status, fmt::format("{} ended with status {}", program, status)));
             } else {
-                finishLaunch(launch);
+                finish(launch);
             }
         });
-}
-
-void XdgWorkspace::finishLaunch(
-    std::uint64_t launch, const std::optional<tavrin::PlatformError>& error) {
-    if (const auto found = launches_.extract(launch); !found.empty()) {
-        // The completion may destroy this object.
-        found.mapped().completion(error);
-    }
 }
 
 void XdgWorkspace::launchFirst(std::vector<CommandLine> candidates, Completion completion) {

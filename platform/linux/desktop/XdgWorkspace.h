@@ -18,7 +18,9 @@ namespace orvel {
 /// Without a file manager, opens folders with xdg-open.
 ///
 /// Some programs exit at once, others when the user closes them, so a program that is still running
-/// after five seconds counts as a success. Programs outlive this object. Borrows the clock.
+/// after five seconds counts as a success. Programs outlive this object. Paths are examined on
+/// another thread, because a disk may not answer; after five seconds that is a failure. Borrows the
+/// clock.
 class XdgWorkspace final : public Workspace {
 public:
     explicit XdgWorkspace(Clock& clock);
@@ -34,22 +36,31 @@ private:
     using CommandLine = std::vector<std::string>;
     struct FileManagerRequest;
 
-    struct Launch {
+    struct Pending {
         Completion completion;
         std::unique_ptr<Clock::Timer> timer;
     };
 
+    /// Keeps the completion, with this error after the timeout. Returns its number.
+    std::uint64_t
+    await(Completion completion, const std::optional<tavrin::PlatformError>& timeoutError);
+    void finish(std::uint64_t pending, const std::optional<tavrin::PlatformError>& error = {});
+
+    /// Runs `examine()` on another thread, then `next` with its result and the completion, unless
+    /// the time is up before.
+    template <typename Examine, typename Next>
+    void afterDisk(Examine examine, Completion completion, Next next);
+
     /// Starts a program found on the PATH.
     void launch(CommandLine commandLine, Completion completion);
-    void finishLaunch(std::uint64_t launch, const std::optional<tavrin::PlatformError>& error = {});
     void launchFirst(std::vector<CommandLine> candidates, Completion completion);
 
     void askFileManager(std::shared_ptr<FileManagerRequest> request);
     void callFileManager(std::shared_ptr<FileManagerRequest> request);
 
     Clock& clock_;
-    std::map<std::uint64_t, Launch> launches_;
-    std::uint64_t lastLaunch_ = 0;
+    std::map<std::uint64_t, Pending> pending_;
+    std::uint64_t lastPending_ = 0;
     /// Destroyed first: drops pending callbacks.
     CallbackContext callbackContext_;
 };

@@ -9,15 +9,98 @@
 #include "tests/support/WaitUntil.h"
 #include "tests/support/fakes/ManualClock.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
+#include <condition_variable>
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <thread>
 #include <vector>
+
+namespace orvel::test {
+
+namespace {
+
+/// A disk that does not answer until it is destroyed. One at a time.
+class HangingDisk final {
+public:
+    explicit HangingDisk(std::filesystem::path folder) : folder_(std::move(folder)) {
+        current = this;
+    }
+    ~HangingDisk() {
+        std::unique_lock lock(mutex_);
+        isAnswering_ = true;
+        changed_.notify_all();
+        changed_.wait(lock, [this] { return waiting_ == 0; });
+        current = nullptr;
+    }
+    HangingDisk(const HangingDisk&) = delete;
+    HangingDisk& operator=(const HangingDisk&) = delete;
+
+    /// Called before the status of a file is read.
+    static void access(std::string_view path) {
+        if (current != nullptr && path.starts_with(current->folder_.native())) {
+            current->wait();
+        }
+    }
+
+    [[nodiscard]] bool hasBeenAsked() {
+        const std::lock_guard lock(mutex_);
+        return wasAsked_;
+    }
+    /// Whether the thread that created this object asked. It did not have to wait.
+    [[nodiscard]] bool wouldHaveBlockedTheMainThread() {
+        const std::lock_guard lock(mutex_);
+        return mainAsked_;
+    }
+
+private:
+    void wait() {
+        std::unique_lock lock(mutex_);
+        wasAsked_ = true;
+        if (std::this_thread::get_id() == main_) {
+            mainAsked_ = true;
+            return;
+        }
+        ++waiting_;
+        changed_.wait(lock, [this] { return isAnswering_; });
+        --waiting_;
+        changed_.notify_all();
+    }
+
+    static HangingDisk* current;
+
+    const std::filesystem::path folder_;
+    const std::thread::id main_ = std::this_thread::get_id();
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool wasAsked_ = false;
+    bool mainAsked_ = false;
+    bool isAnswering_ = false;
+    int waiting_ = 0;
+};
+
+HangingDisk* HangingDisk::current = nullptr;
+
+} // namespace
+
+} // namespace orvel::test
+
+/// In place of the C library's.
+extern "C" int stat(const char* path, struct stat* status) {
+    orvel::test::HangingDisk::access(path);
+    return static_cast<int>(syscall(SYS_newfstatat, AT_FDCWD, path, status, 0));
+}
 
 namespace orvel::test {
 
@@ -255,6 +338,34 @@ TEST_F(XdgWorkspaceHomeTest, OpensTheFolderOfAFileWithoutAFileManager) {
     workspace_->revealFile((home_ / "file").string(), completion());
     EXPECT_EQ(failure(), "");
     EXPECT_EQ(programs_.ran(), "xdg-open " + home_.path().string() + '\n');
+}
+
+TEST_F(XdgWorkspaceHomeTest, ADiskThatDoesNotAnswerBlocksNothing) {
+    programs_.install("xdg-open");
+    const auto reveal = [this] {
+        workspace_->revealFile((home_ / "file").string(), completion());
+    };
+    const auto openFolder = [this] {
+        workspace_->openSettings(Workspace::SettingsPane::FullDiskAccess, completion());
+    };
+    const std::vector<std::pair<std::function<void()>, std::string>> cases = {
+        {reveal, "Could not show the file: the disk does not answer"},
+        {openFolder, "Could not show the Messages folder: the disk does not answer"}};
+    for (const auto& [show, expected] : cases) {
+        ends_ = 0;
+        HangingDisk disk(home_.path());
+        show();
+        ASSERT_TRUE(waitUntil([&] { return disk.hasBeenAsked(); }));
+        EXPECT_FALSE(disk.wouldHaveBlockedTheMainThread());
+        clock_.advance(tavrin::Seconds(4));
+        EXPECT_EQ(ends_, 0);
+        clock_.advance(tavrin::Seconds(1));
+        EXPECT_EQ(ends_, 1);
+        EXPECT_EQ(failure_, expected);
+    }
+    processEvents();
+    EXPECT_EQ(ends_, 1);
+    EXPECT_EQ(programs_.ran(), "");
 }
 
 TEST_F(XdgWorkspaceHomeTest, OpensTheDesktopsOwnPanelForContacts) {
