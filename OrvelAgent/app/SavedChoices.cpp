@@ -28,6 +28,9 @@ SavedChoices::SavedChoices(
     const tavrin::CollectionPreferences preferences(defaults_);
     collection_.mode = preferences.mode();
     collection_.scope = preferences.scope();
+    if (startAtLogin_) {
+        loginItem_.repairItem(reportLoginItem());
+    }
 }
 
 void SavedChoices::setMode(tavrin::CollectionMode mode) {
@@ -52,17 +55,20 @@ void SavedChoices::setStartAtLogin(bool startsAtLogin) {
         defaults.set(tavrin::UserDefaultsKeys::startAtLoginKey, startsAtLogin);
     });
     // The user's choice is kept even if the system refuses the login item.
-    const auto report = [log = log_](const std::optional<tavrin::PlatformError>& failure) {
+    if (startsAtLogin) {
+        loginItem_.registerItem(reportLoginItem());
+    } else {
+        loginItem_.unregisterItem(reportLoginItem());
+    }
+    Q_EMIT changed();
+}
+
+std::function<void(std::optional<tavrin::PlatformError>)> SavedChoices::reportLoginItem() const {
+    return [log = log_](const std::optional<tavrin::PlatformError>& failure) {
         if (failure) {
             log.info("could not change the login item: {}", failure->what());
         }
     };
-    if (startsAtLogin) {
-        loginItem_.registerItem(report);
-    } else {
-        loginItem_.unregisterItem(report);
-    }
-    Q_EMIT changed();
 }
 
 QCoro::Task<> SavedChoices::save(std::function<void(tavrin::UserDefaults&)> write) {

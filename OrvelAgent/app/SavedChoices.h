@@ -3,6 +3,7 @@
 
 #include "OrvelAgent/base/Logger.h"
 #include "OrvelAgent/scan/ScanRun.h"
+#include "core/Errors.h"
 #include "core/UserDefaults.h"
 
 #include <QCoroTask>
@@ -17,8 +18,9 @@ namespace orvel {
 class LoginItem;
 class Worker;
 
-/// The user's choices. A change applies at once and is saved on the worker. Main thread. Borrows
-/// the defaults, the login item and the worker.
+/// The user's choices. A change applies at once and is saved on the worker. The constructor repairs
+/// the login item, if the agent starts at login. Main thread. Borrows the defaults, the login item
+/// and the worker.
 class SavedChoices final : public QObject {
     Q_OBJECT
 
@@ -44,6 +46,7 @@ Q_SIGNALS:
     void changed();
 
 private:
+    [[nodiscard]] std::function<void(std::optional<tavrin::PlatformError>)> reportLoginItem() const;
     QCoro::Task<> save(std::function<void(tavrin::UserDefaults&)> write);
 
     tavrin::UserDefaults& defaults_;

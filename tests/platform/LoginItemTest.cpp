@@ -71,6 +71,14 @@ TYPED_TEST(LoginItemTest, RegisteringOrUnregisteringTwiceSucceeds) {
     EXPECT_EQ(this->status(), Status::NotRegistered);
 }
 
+TYPED_TEST(LoginItemTest, RepairingChangesNoItemThatNeedsNone) {
+    EXPECT_EQ(resultOf(this->item(), &LoginItem::repairItem), std::nullopt);
+    EXPECT_EQ(this->status(), Status::NotRegistered);
+    EXPECT_EQ(this->registerItem(), std::nullopt);
+    EXPECT_EQ(resultOf(this->item(), &LoginItem::repairItem), std::nullopt);
+    EXPECT_EQ(this->status(), Status::Enabled);
+}
+
 TYPED_TEST(LoginItemTest, TheLastOfSeveralChangesTakesEffect) {
     std::vector<int> order;
     const auto note = [&order](int change) {
@@ -93,9 +101,10 @@ TYPED_TEST(LoginItemTest, CallsBackOnTheMainThread) {
     };
     this->item().registerItem(note);
     this->item().unregisterItem(note);
+    this->item().repairItem(note);
     this->item().status(note);
-    waitFor([&threads] { return threads.size() == 3; });
-    EXPECT_EQ(threads, std::vector<QThread*>(3, QCoreApplication::instance()->thread()));
+    waitFor([&threads] { return threads.size() == 4; });
+    EXPECT_EQ(threads, std::vector<QThread*>(4, QCoreApplication::instance()->thread()));
 }
 
 TYPED_TEST(LoginItemTest, ADestroyedItemDoesNotCallBack) {

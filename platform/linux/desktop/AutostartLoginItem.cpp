@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/desktop/AutostartLoginItem.h"
 
-#include "core/Text.h"
 #include "platform/linux/support/DesktopEntry.h"
 
 #include <QStandardPaths>
@@ -20,10 +19,7 @@ namespace {
 
 void writeEntry(const std::filesystem::path& file, const AutostartLoginItem::Options& options) {
     const std::string& program = options.program.native();
-    if (!tavrin::isValidUTF8(program)) {
-        throw tavrin::PlatformError::fromErrno(
-            EILSEQ, fmt::format("Could not write {}", file.string()));
-    }
+    checkProgramPath(program);
     constexpr std::string_view entry = "[Desktop Entry]\n"
                                        "Type=Application\n"
                                        "Name={}\n"
@@ -75,6 +71,12 @@ LoginItem::Status statusOf(const std::filesystem::path& file) {
     return isHidden || isSwitchedOff ? LoginItem::Status::Disabled : LoginItem::Status::Enabled;
 }
 
+/// Whether the entry starts another program, such as the agent at its earlier place.
+bool startsAnotherProgram(const std::filesystem::path& file, const std::filesystem::path& program) {
+    const KeyFile keys = readDesktopEntry(file);
+    return keys && valueIn(keys, G_KEY_FILE_DESKTOP_KEY_TRY_EXEC) != program.native();
+}
+
 /// Passes the completion the work's result, or the error that it threw.
 template <typename Result, typename Work>
 void run(WorkQueue& queue, Work work, std::function<void(Result)> completion) {
@@ -112,6 +114,16 @@ void AutostartLoginItem::registerItem(Completion completion) {
 void AutostartLoginItem::unregisterItem(Completion completion) {
     const auto work = [this] {
         removeEntry(file_);
+        return std::nullopt;
+    };
+    run(disk_, work, std::move(completion));
+}
+
+void AutostartLoginItem::repairItem(Completion completion) {
+    const auto work = [this] {
+        if (statusOf(file_) == Status::Enabled && startsAnotherProgram(file_, options_.program)) {
+            writeEntry(file_, options_);
+        }
         return std::nullopt;
     };
     run(disk_, work, std::move(completion));

@@ -31,6 +31,8 @@ public:
 
     void registerItem(Completion completion) override;
     void unregisterItem(Completion completion) override;
+    /// Compares the entry's key "TryExec", so that a changed command line stays.
+    void repairItem(Completion completion) override;
     void status(StatusCompletion completion) override;
 
 private:

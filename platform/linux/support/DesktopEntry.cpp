@@ -2,6 +2,7 @@
 #include "platform/linux/support/DesktopEntry.h"
 
 #include "core/Errors.h"
+#include "core/Text.h"
 #include "platform/linux/support/ReadFile.h"
 
 #include <QByteArray>
@@ -10,7 +11,10 @@
 
 #include <fmt/format.h>
 #include <glib.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <system_error>
 
@@ -26,6 +30,22 @@ QByteArray inQuotes(QByteArray text) {
     return '"' + text + '"';
 }
 
+/// Removes a file that cannot be overwritten, or whose permissions the new one would get. A failure
+/// shows when the file is written.
+void removeUnlessOurs(const std::filesystem::path& file) {
+    struct stat status {};
+    if (stat(file.c_str(), &status) != 0 || S_ISDIR(status.st_mode)) {
+        return;
+    }
+    const bool isOurs = S_ISREG(status.st_mode) && status.st_uid == geteuid() &&
+                        (status.st_mode & S_IRUSR) != 0 && (status.st_mode & S_IWUSR) != 0 &&
+                        (status.st_mode & S_IWOTH) == 0;
+    if (!isOurs) {
+        std::error_code error;
+        std::filesystem::remove(file, error);
+    }
+}
+
 } // namespace
 
 void FreeKeyFile::operator()(_GKeyFile* keyFile) const {
@@ -34,12 +54,37 @@ void FreeKeyFile::operator()(_GKeyFile* keyFile) const {
 
 KeyFile readDesktopEntry(const std::filesystem::path& file) {
     constexpr std::size_t maximumBytes = std::size_t{64} << 10U;
-    const std::string entry = readFile(file, maximumBytes);
+    return parseDesktopEntry(readFile(file, maximumBytes));
+}
+
+KeyFile parseDesktopEntry(std::string_view entry) {
     KeyFile keys(g_key_file_new());
     const bool isValid =
         g_key_file_load_from_data(
             keys.get(), entry.data(), entry.size(), G_KEY_FILE_NONE, nullptr) != FALSE;
     return isValid ? std::move(keys) : nullptr;
+}
+
+std::optional<std::string> valueIn(const KeyFile& entry, const char* key) {
+    const std::unique_ptr<char, decltype(&g_free)> value(
+        g_key_file_get_string(entry.get(), G_KEY_FILE_DESKTOP_GROUP, key, nullptr), g_free);
+    return value ? std::optional<std::string>(value.get()) : std::nullopt;
+}
+
+void checkProgramPath(const std::filesystem::path& program) {
+    const std::string& path = program.native();
+    const auto isControl = [](char byte) {
+        return (byte >= 0 && byte < ' ') || byte == 0x7F;
+    };
+    if (std::ranges::any_of(path, isControl)) {
+        throw tavrin::PlatformError(
+            std::string(tavrin::posixErrorDomain),
+            EINVAL,
+            "The program's path contains a control character.");
+    }
+    if (!tavrin::isValidUTF8(path)) {
+        throw tavrin::PlatformError::fromErrno(EILSEQ, "The program's path");
+    }
 }
 
 std::string desktopEntryValue(std::string_view text) {
@@ -77,6 +122,7 @@ void writeDesktopEntry(const std::filesystem::path& file, std::string_view entry
     if (error) {
         throw fail(error.message());
     }
+    removeUnlessOurs(file);
     QSaveFile saved(QString::fromStdString(file.string()));
     if (!saved.open(QIODevice::WriteOnly) ||
         saved.write(entry.data(), static_cast<qint64>(entry.size())) < 0 || !saved.commit()) {

@@ -20,6 +20,8 @@ public:
 
     void registerItem(Completion completion) override;
     void unregisterItem(Completion completion) override;
+    /// Does nothing: the system registers the application, not its path.
+    void repairItem(Completion completion) override;
     void status(StatusCompletion completion) override;
 
 private:

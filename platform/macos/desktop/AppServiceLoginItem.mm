@@ -61,6 +61,13 @@ void AppServiceLoginItem::unregisterItem(Completion completion) {
     });
 }
 
+void AppServiceLoginItem::repairItem(Completion completion) {
+    const auto change = changes_.add(std::move(completion));
+    dispatch_async(calls_, ^{
+      change.finish(std::nullopt);
+    });
+}
+
 void AppServiceLoginItem::status(StatusCompletion completion) {
     const auto question = questions_.add(std::move(completion));
     SMAppService* const service = service_;

@@ -85,6 +85,21 @@ TEST_F(SavedChoicesTest, EveryStartAtLoginChoiceUpdatesTheLoginItem) {
     EXPECT_THAT(with_.loginItem.changes, ElementsAre(true, true, false));
 }
 
+TEST_F(SavedChoicesTest, TheLoginItemIsRepairedAtTheStartWhileTheSwitchIsOn) {
+    begin();
+    EXPECT_EQ(with_.loginItem.repairs, 0);
+    model_.reset();
+    with_.userDefaults.set("startAtLogin", true);
+    with_.loginItem.error = tavrin::PlatformError("test", 1, "No such folder.");
+    begin();
+    EXPECT_EQ(with_.loginItem.repairs, 1);
+    EXPECT_THAT(with_.loginItem.changes, ElementsAre());
+    EXPECT_TRUE(waitUntil([this] {
+        return testing::Value(
+            logged(LogLevel::Info), Contains("could not change the login item: No such folder."));
+    }));
+}
+
 TEST_F(SavedChoicesTest, ALoginItemThatCannotBeChangedIsNoError) {
     startSignedOut();
     with_.loginItem.error = tavrin::PlatformError("test", 1, "No such folder.");

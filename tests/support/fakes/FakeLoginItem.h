@@ -20,6 +20,7 @@ public:
     std::optional<tavrin::PlatformError> error;
     /// All registrations (true) and unregistrations (false), including failed ones.
     std::vector<bool> changes;
+    int repairs = 0;
 
     void registerItem(Completion completion) override {
         change(true, Status::Enabled, std::move(completion));
@@ -27,6 +28,11 @@ public:
 
     void unregisterItem(Completion completion) override {
         change(false, Status::NotRegistered, std::move(completion));
+    }
+
+    void repairItem(Completion completion) override {
+        ++repairs;
+        later([completion = std::move(completion), result = error] { completion(result); });
     }
 
     void status(StatusCompletion completion) override {

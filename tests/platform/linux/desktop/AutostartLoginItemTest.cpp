@@ -119,7 +119,6 @@ TEST_F(AutostartLoginItemTest, TheDesktopStartsTheProgramFromAnyPath) {
           "100%f %% %",
           "<a>|b&c;d*e?f#g(h)~",
           "equals=sign",
-          "tab\tand\nnewline\rend",
           " blanks around ",
           "\xC3\xA9t\xC3\xA9 \xF0\x9F\x8F\x96"}) {
         const std::filesystem::path place = folder_ / name;
@@ -141,6 +140,58 @@ TEST_F(AutostartLoginItemTest, TheDesktopStartsTheProgramFromAnyPath) {
         ASSERT_GT(length, 0);
         EXPECT_EQ(started.substr(0, static_cast<std::size_t>(length)), program.string());
     }
+}
+
+TEST_F(AutostartLoginItemTest, TheEntryCannotBeExecuted) {
+    registerItem();
+    constexpr auto forbidden = static_cast<std::filesystem::perms>(07133);
+    EXPECT_EQ(
+        std::filesystem::status(file()).permissions() & forbidden, std::filesystem::perms::none);
+}
+
+TEST_F(AutostartLoginItemTest, RejectsControlCharactersInThePath) {
+    for (const char* path :
+         {"/usr/bin/a\tb", "/usr/bin/a\nExec=b", "/usr/bin/a\r", "/a\x1F/b", "/a\x7F/b"}) {
+        item_ = make(path);
+        const std::optional<tavrin::PlatformError> error = registerItem();
+        ASSERT_TRUE(error) << path;
+        EXPECT_EQ(error->code(), EINVAL);
+        EXPECT_STREQ(error->what(), "The program's path contains a control character.");
+        EXPECT_EQ(status(), Status::NotRegistered);
+    }
+}
+
+TEST_F(AutostartLoginItemTest, RepairsAnEntryOfAProgramThatHasMoved) {
+    make("/earlier/orvel-agent")->registerItem([](const auto&) {});
+    const std::string before = content();
+    EXPECT_EQ(resultOf(*item_, &LoginItem::repairItem), std::nullopt);
+    EXPECT_NE(content(), before);
+    EXPECT_THAT(content(), testing::HasSubstr("\nTryExec=/usr/bin/true\nExec=/usr/bin/true\n"));
+    EXPECT_EQ(status(), Status::Enabled);
+}
+
+TEST_F(AutostartLoginItemTest, RepairingKeepsWhatTheUserHasChanged) {
+    for (const std::string content_ :
+         {"[Desktop Entry]\nTryExec=/earlier/orvel-agent\nHidden=true\n",
+          "[Desktop Entry]\nTryExec=/earlier\nX-GNOME-Autostart-enabled=false\n",
+          "[Desktop Entry]\nTryExec=/usr/bin/true\nExec=nice /usr/bin/true\n",
+          "garbage"}) {
+        write(content_);
+        EXPECT_EQ(resultOf(*item_, &LoginItem::repairItem), std::nullopt);
+        EXPECT_EQ(content(), content_);
+    }
+}
+
+TEST_F(AutostartLoginItemTest, ReplacesAnEntryThatCannotBeRead) {
+    registerItem();
+    const std::string written = content();
+    write("[Desktop Entry]\n");
+    std::filesystem::permissions(file(), std::filesystem::perms::none);
+    EXPECT_EQ(registerItem(), std::nullopt);
+    EXPECT_EQ(content(), written);
+    EXPECT_NE(
+        std::filesystem::status(file()).permissions() & std::filesystem::perms::owner_read,
+        std::filesystem::perms::none);
 }
 
 TEST_F(AutostartLoginItemTest, RejectsAPathThatNoEntryCanContain) {
