@@ -71,7 +71,8 @@ struct Platform {
 /// callbacks.
 void prepareEventLoop();
 
-/// Prevents core dumps of this process, which could contain tokens.
+/// Prevents core dumps of this process, which could contain tokens, and of the programs that it
+/// starts.
 void forbidCoreDumps();
 
 /// User defaults stored in that file, which need not exist. Throws `tavrin::PlatformError` when it

@@ -27,6 +27,8 @@
 
 #include <sys/prctl.h>
 
+#include <sys/resource.h>
+#include <unistd.h>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -51,9 +53,18 @@ void prepareEventLoop() {
 }
 
 void forbidCoreDumps() {
-    // Cannot fail with this value. Also keeps the user's other processes from reading this one's
-    // memory. Started programs are not affected.
-    prctl(PR_SET_DUMPABLE, 0);
+    // A limit of 1 byte, because at 0 the kernel still passes a dump to a program that receives all
+    // dumps. Not with PR_SET_DUMPABLE: the desktop portal refuses a process whose "/proc/PID/root"
+    // it cannot open. So the user's other processes may read this one's memory with ptrace, unless
+    // Yama's "ptrace_scope" forbids it. They could ask the keyring for the session as well.
+    rlimit limit{};
+    getrlimit(RLIMIT_CORE, &limit);
+    limit.rlim_cur = 1;
+    if (limit.rlim_max < limit.rlim_cur || setrlimit(RLIMIT_CORE, &limit) != 0) {
+        // The session's limit is 0, which only root may raise. The agent then cannot read the
+        // desktop's settings.
+        prctl(PR_SET_DUMPABLE, 0);
+    }
 }
 
 Platform makePlatform(PlatformOptions options) {

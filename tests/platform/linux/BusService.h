@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QDBusConnection>
+#include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusVirtualObject>
 #include <QString>
@@ -36,6 +37,11 @@ public:
     }
     BusService(const BusService&) = delete;
     BusService& operator=(const BusService&) = delete;
+
+    /// The caller's process.
+    [[nodiscard]] uint processOf(const QDBusMessage& call) const {
+        return connection_.interface()->servicePid(call.service());
+    }
 
     void signal(const QString& interface, const QString& name, const QVariantList& arguments) {
         QDBusMessage message = QDBusMessage::createSignal(path_, interface, name);

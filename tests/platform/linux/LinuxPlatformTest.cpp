@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
 
+#include <sys/resource.h>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -163,7 +164,9 @@ TEST_F(LinuxPlatformDeathTest, PreventsCoreDumpsOnRequest) {
             {
                 options_.forbidsCoreDumps = isForbidden;
                 const Platform platform = makePlatform(options_);
-                std::_Exit((prctl(PR_GET_DUMPABLE) == 0) == isForbidden ? 0 : 1);
+                getrlimit(RLIMIT_CORE, &limit);
+                const bool isPrevented = limit.rlim_cur == 1 || prctl(PR_GET_DUMPABLE) == 0;
+                std::_Exit(isPrevented == isForbidden ? 0 : 1);
             },
             testing::ExitedWithCode(0),
             "");
@@ -180,3 +183,7 @@ TEST_F(LinuxPlatformTest, PreventsCoreDumpsInARelease) {
 }
 
 } // namespace orvel::test
+                rlimit limit{};
+                getrlimit(RLIMIT_CORE, &limit);
+                limit.rlim_cur = limit.rlim_max;
+                setrlimit(RLIMIT_CORE, &limit);

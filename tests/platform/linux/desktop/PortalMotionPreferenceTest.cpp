@@ -114,6 +114,20 @@ TEST_F(PortalMotionPreferenceTest, FollowsAPortalThatStartsLater) {
     }));
 }
 
+TEST_F(PortalMotionPreferenceTest, AProcessWithoutCoreDumpsIsAnswered) {
+    portal_.setReducedMotion(1);
+    const Program probe({{DESKTOP_PROBE, "motion", "no-core-dumps"}, {}});
+    EXPECT_TRUE(waitUntil([&] { return probe.output() == "0\n1\n"; }));
+    EXPECT_EQ(portal_.refusals(), 0);
+}
+
+TEST_F(PortalMotionPreferenceTest, ThePortalRefusesAProcessThatCannotBeExamined) {
+    portal_.setReducedMotion(1);
+    const Program probe({{DESKTOP_PROBE, "motion", "not-dumpable"}, {}});
+    EXPECT_TRUE(waitUntil([this] { return portal_.refusals() == 1; }));
+    EXPECT_EQ(probe.output(), "0\n");
+}
+
 TEST_F(PortalMotionPreferenceTest, ASilentBusDoesNotBlock) {
     const SilentBus silent;
     const Program probe({{DESKTOP_PROBE, "motion"}, {{busVariable, silent.address()}}});

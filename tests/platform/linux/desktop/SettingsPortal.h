@@ -2,17 +2,22 @@
 #pragma once
 
 #include "tests/platform/linux/BusService.h"
+#include "tests/support/Program.h"
 
 #include <QDBusMetaType>
 #include <QDBusVariant>
 #include <QMap>
 #include <QVariantMap>
 
+#include <unistd.h>
+
 #include <string>
+#include <vector>
 
 namespace orvel::test {
 
-/// A fake settings portal.
+/// A fake settings portal. Like the real one, it refuses a caller whose "/proc/PID/root" it cannot
+/// open.
 class SettingsPortal final {
 public:
     using Settings = QMap<QString, QVariantMap>;
@@ -45,9 +50,27 @@ public:
     }
 
     [[nodiscard]] int readings() const { return readings_; }
+    [[nodiscard]] int refusals() const { return refusals_; }
 
 private:
+    /// Whether another process of this user can open the root folder of the process. Without root's
+    /// right to examine any process, which the portal of an ordinary user does not have either.
+    static bool canOpenRootOf(uint process) {
+        std::vector<std::string> arguments = {
+            "test", "-d", "/proc/" + std::to_string(process) + "/root/."};
+        if (geteuid() == 0) {
+            arguments.insert(arguments.begin(), {"setpriv", "--bounding-set=-sys_ptrace", "--"});
+        }
+        Program test({arguments, {}});
+        return test.wait() == 0;
+    }
+
     QDBusMessage answer(const QDBusMessage& call) {
+        if (!canOpenRootOf(service_.processOf(call))) {
+            ++refusals_;
+            return call.createErrorReply(
+                QDBusError::AccessDenied, QStringLiteral("Could not open the caller's root"));
+        }
         ++readings_;
         Settings asked;
         for (const QString& space : call.arguments().value(0).toStringList()) {
@@ -62,6 +85,7 @@ private:
 
     Settings settings_;
     int readings_ = 0;
+    int refusals_ = 0;
     BusService service_;
 };
 

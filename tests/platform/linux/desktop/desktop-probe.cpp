@@ -3,12 +3,14 @@
 // usage: desktop-probe claim IDENTIFIER
 //        desktop-probe relaunch PROGRAM SECONDS
 //        desktop-probe linger PROGRAM
-//        desktop-probe motion
+//        desktop-probe motion [no-core-dumps | not-dumpable]
 //
 // Uses the desktop ports in a separate process. "claim" prints "first", runs until terminated and
 // prints "activated" at each activation; or prints "other PID", activates that copy and exits.
 // "relaunch" schedules a relaunch of the program after that pause and exits; "linger" schedules one
-// and keeps running. "motion" prints whether motion is reduced, initially and after each change.
+// and keeps running. "motion" prints whether motion is reduced, initially and after each change; in
+// a process that forbids core dumps, or that other processes cannot examine.
+#include "platform/Platform.h"
 #include "platform/linux/desktop/LinuxProcessControl.h"
 #include "platform/linux/desktop/PortalMotionPreference.h"
 #include "platform/linux/desktop/SessionInstanceRegistry.h"
@@ -16,6 +18,8 @@
 #include "tests/support/fakes/ManualClock.h"
 
 #include <QCoreApplication>
+
+#include <sys/prctl.h>
 
 #include <iostream>
 #include <string>
@@ -32,6 +36,11 @@ int main(int argc, char** argv) {
     if (command == "linger") {
         LinuxProcessControl(argument).scheduleRelaunch();
         return QCoreApplication::exec();
+    }
+    if (argument == "no-core-dumps") {
+        forbidCoreDumps();
+    } else if (argument == "not-dumpable") {
+        prctl(PR_SET_DUMPABLE, 0);
     }
     if (command == "motion") {
         test::ManualClock clock;
