@@ -27,6 +27,7 @@
 #include <exception>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -175,10 +176,14 @@ int showFailure(const std::exception& error) {
 } // namespace
 
 int main(int argc, char** argv) {
+    cleanEnvironment();
     // Writing to a closed pipe must fail, not kill the process before it cleans up.
     std::signal(SIGPIPE, SIG_IGN);
     if (handleOption(argc, argv)) {
         return 0;
+    }
+    if (const std::optional<int> status = passOnCallback(argc, argv)) {
+        return *status;
     }
     prepareEventLoop();
     Application application(argc, argv);

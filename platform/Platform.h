@@ -67,6 +67,16 @@ struct Platform {
     std::unique_ptr<SoftwareUpdater> softwareUpdater;
 };
 
+/// Call first in `main`, before any thread. Removes the environment variables that make a library
+/// of the system record secrets or load code. Programs that this process starts do not get them
+/// either.
+void cleanEnvironment();
+
+/// Passes on the URL that ends a sign-in, if the desktop has started this program with it as the
+/// only argument. Returns the exit status; nothing for other arguments. Call before constructing
+/// the application object.
+[[nodiscard]] std::optional<int> passOnCallback(int argc, char** argv);
+
 /// Call before constructing the application object. Selects an event loop that can run the ports'
 /// callbacks.
 void prepareEventLoop();

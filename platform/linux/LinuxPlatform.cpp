@@ -12,6 +12,7 @@
 #include "platform/linux/log/JournalSocket.h"
 #include "platform/linux/log/SpdlogLogStore.h"
 #include "platform/linux/network/CurlURLSession.h"
+#include "platform/linux/network/LibraryVariables.h"
 #include "platform/linux/signin/BrowserAuthenticationSession.h"
 #include "platform/linux/signin/SchemeRegistration.h"
 #include "platform/linux/storage/KernelFileCopier.h"
@@ -26,12 +27,16 @@
 #include <QString>
 
 #include <sys/prctl.h>
-
 #include <sys/resource.h>
 #include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <string>
+#include <string_view>
 #include <utility>
 
 namespace orvel {
@@ -46,6 +51,23 @@ std::filesystem::path downloadsFolder() {
 
 std::unique_ptr<tavrin::UserDefaults> makeUserDefaults(const std::filesystem::path& file) {
     return std::make_unique<SettingsUserDefaults>(file);
+}
+
+void cleanEnvironment() {
+    for (const char* variable : library_variables::removed) {
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): there is no other thread yet
+        unsetenv(variable);
+    }
+}
+
+std::optional<int> passOnCallback(int argc, char** argv) {
+    if (argc != 2 || !std::string_view(argv[1]).starts_with("orvelagent:")) {
+        return std::nullopt;
+    }
+    std::string program = SchemeRegistration::callbackProgram().string();
+    execl(program.c_str(), program.c_str(), argv[1], nullptr);
+    std::perror(program.c_str());
+    return 1;
 }
 
 void prepareEventLoop() {
@@ -106,7 +128,9 @@ Platform makePlatform(PlatformOptions options) {
         std::make_unique<SecretServiceKeychain>(*platform.clock, *platform.logStore);
 
     const auto registration = std::make_shared<SchemeRegistration>(
-        SchemeRegistration::defaultProgram(), *platform.clock, *platform.logStore);
+        SchemeRegistration::program(ProgramTraces::ofThisProcess()),
+        *platform.clock,
+        *platform.logStore);
     platform.webAuthenticationSession = std::make_unique<BrowserAuthenticationSession>(
         *platform.workspace,
         *platform.clock,

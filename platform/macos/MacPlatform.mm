@@ -25,6 +25,7 @@
 #include <sys/resource.h>
 
 #include <cstdlib>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -32,6 +33,18 @@ namespace orvel {
 
 std::unique_ptr<tavrin::UserDefaults> makeUserDefaults(const std::filesystem::path& file) {
     return std::make_unique<PropertyListUserDefaults>(file);
+}
+
+void cleanEnvironment() {
+    // The system's HTTP library logs requests with their headers, and keys of connections.
+    for (const char* variable : {"CFNETWORK_DIAGNOSTICS", "SSLKEYLOGFILE"}) {
+        unsetenv(variable);
+    }
+}
+
+std::optional<int> passOnCallback(int, char**) {
+    // The sign-in's web page passes its callback to the running agent.
+    return std::nullopt;
 }
 
 void prepareEventLoop() {

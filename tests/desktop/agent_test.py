@@ -93,6 +93,7 @@ class Agent(accessibility.Application):
                        if name.lower() not in ("https_proxy", "all_proxy")}
         environment["ORVEL_AGENT_BUNDLE"] = bundle
         environment["TMPDIR"] = SNAPSHOTS
+        environment["SSLKEYLOGFILE"] = self._keys = os.path.join(AGENT_FILES, "keys")
         with open(self._log, "w") as log:
             self.process = subprocess.Popen(
                 [os.path.join(PROGRAMS, "orvel-agent")],
@@ -119,6 +120,7 @@ class Agent(accessibility.Application):
         text = self._logged()
         check(self.process.returncode == 0,
               f"the agent exited with {self.process.returncode}:\n{text}")
+        check(not os.path.exists(self._keys), "the keys of connections were recorded")
         return text
 
 

@@ -64,6 +64,15 @@ TEST_F(AgentTest, APipeInsteadOfTheDatabaseDoesNotKeepItFromEnding) {
 }
 
 #ifdef HANGING_OPEN
+TEST_F(AgentTest, PassesASignInCallbackOn) {
+    options_.arguments.emplace_back("orvelagent://callback?code=secret");
+    Program agent(options_);
+    // That of the callback program, without an agent that waits.
+    EXPECT_EQ(agent.wait(), 1);
+    EXPECT_EQ(agent.errors(), "There is no session bus on which Orvel Agent could be reached.\n");
+    EXPECT_EQ(agent.output(), "");
+}
+
 TEST_F(AgentTest, ADatabaseThatCannotBeOpenedDoesNotKeepItFromEnding) {
     std::ofstream(database_) << "SQLite format 3";
     options_.environment["LD_PRELOAD"] = HANGING_OPEN;

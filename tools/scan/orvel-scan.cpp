@@ -77,6 +77,7 @@ int execute(orvel::ScanArguments arguments) {
 } // namespace
 
 int main(int argc, char** argv) {
+    orvel::cleanEnvironment();
     // When the reader of a pipe closes it, let the write fail instead of ending without cleanup.
     std::signal(SIGPIPE, SIG_IGN);
     orvel::prepareEventLoop();

@@ -12,8 +12,9 @@
 
 #include <fmt/format.h>
 #include <glib.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <utility>
 #include <variant>
@@ -26,20 +27,39 @@ constexpr auto entryName = "app.orvel.OrvelAgent.SignIn.desktop";
 constexpr auto mimeType = "x-scheme-handler/orvelagent";
 constexpr tavrin::Seconds runTimeout(10);
 
-/// Whether the entry in effect, the user's or the system's, names an existing program.
-bool entryHasProgram() {
-    const QString file = QStandardPaths::locate(
-        QStandardPaths::ApplicationsLocation, QString::fromLatin1(entryName));
-    if (file.isEmpty()) {
+/// The entry that starts the program.
+std::string entryFor(const std::string& program) {
+    return fmt::format(
+        signInDesktopEntry, desktopEntryValue(program), desktopEntryCommand(program));
+}
+
+/// Whether only the user and root can have written the file.
+bool isTrusted(const std::string& file) {
+    struct stat status {};
+    return stat(file.c_str(), &status) == 0 && (status.st_uid == geteuid() || status.st_uid == 0) &&
+           (status.st_mode & S_IWOTH) == 0;
+}
+
+/// Whether the entry in effect, the user's or the system's, starts exactly this program.
+bool hasEntryFor(const std::string& program) {
+    const std::string file =
+        QStandardPaths::locate(QStandardPaths::ApplicationsLocation, QString::fromLatin1(entryName))
+            .toStdString();
+    if (file.empty() || !isTrusted(file)) {
         return false;
     }
-    const KeyFile entry = readDesktopEntry(file.toStdString());
-    const std::unique_ptr<char, decltype(&g_free)> program(
-        entry ? g_key_file_get_string(
-                    entry.get(), G_KEY_FILE_DESKTOP_GROUP, G_KEY_FILE_DESKTOP_KEY_TRY_EXEC, nullptr)
-              : nullptr,
-        g_free);
-    return program && QFileInfo(QString::fromUtf8(program.get())).isExecutable();
+    try {
+        const KeyFile entry = readDesktopEntry(file);
+        const KeyFile wanted = parseDesktopEntry(entryFor(program));
+        return entry && wanted &&
+               valueIn(entry, G_KEY_FILE_DESKTOP_KEY_TRY_EXEC) ==
+                   valueIn(wanted, G_KEY_FILE_DESKTOP_KEY_TRY_EXEC) &&
+               valueIn(entry, G_KEY_FILE_DESKTOP_KEY_EXEC) ==
+                   valueIn(wanted, G_KEY_FILE_DESKTOP_KEY_EXEC);
+    } catch (const tavrin::PlatformError&) {
+        // An entry that cannot be read is replaced.
+        return false;
+    }
 }
 
 /// Writes the user's entry and returns its folder.
@@ -48,14 +68,10 @@ std::string write(const std::filesystem::path& program) {
     if (!QFileInfo(QString::fromStdString(path)).isExecutable()) {
         throw tavrin::PlatformError::fromErrno(ENOENT, path);
     }
-    if (std::ranges::any_of(path, [](char byte) { return byte > 0 && byte < ' '; })) {
-        throw tavrin::PlatformError::fromErrno(EINVAL, "The program's path");
-    }
+    checkProgramPath(program);
     const std::filesystem::path folder =
         QStandardPaths::writableLocation(QStandardPaths::ApplicationsLocation).toStdString();
-    writeDesktopEntry(
-        folder / entryName,
-        fmt::format(signInDesktopEntry, desktopEntryValue(path), desktopEntryCommand(path)));
+    writeDesktopEntry(folder / entryName, entryFor(path));
     return folder.string();
 }
 
@@ -66,8 +82,12 @@ bool hasSucceeded(const std::variant<FinishedProgram, tavrin::PlatformError>& re
 
 } // namespace
 
-std::filesystem::path SchemeRegistration::defaultProgram() {
+std::filesystem::path SchemeRegistration::callbackProgram() {
     return std::filesystem::read_symlink("/proc/self/exe").parent_path() / "orvel-agent-callback";
+}
+
+std::filesystem::path SchemeRegistration::program(const ProgramTraces& traces) {
+    return ownAppImage(traces).value_or(traces.executable.parent_path() / "orvel-agent-callback");
 }
 
 SchemeRegistration::SchemeRegistration(
@@ -102,7 +122,7 @@ void SchemeRegistration::writeEntry(bool isDefault) {
         &*callbackContext_,
         [isDefault, program = program_]() -> Written {
             try {
-                if (isDefault && entryHasProgram()) {
+                if (isDefault && hasEntryFor(program.native())) {
                     return std::monostate();
                 }
                 return write(program);

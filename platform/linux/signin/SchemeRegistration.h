@@ -4,6 +4,7 @@
 #include "platform/Clock.h"
 #include "platform/LogStore.h"
 #include "platform/linux/support/CallbackContext.h"
+#include "platform/linux/support/OwnProgram.h"
 
 #include <filesystem>
 #include <functional>
@@ -16,16 +17,21 @@ namespace orvel {
 
 /// Makes the desktop start `orvel-agent-callback` for URLs of the scheme "orvelagent".
 ///
-/// An installed agent has a desktop entry for the scheme. If the entry or its program is missing,
-/// writes an entry for the current user, for the program beside the running one, and makes it the
-/// scheme's default. Failures are logged under "auth"; sign-in continues, because the browser may
-/// still ask the user which program to start.
+/// An installed agent has a desktop entry for the scheme. Unless the entry in effect names exactly
+/// this agent's program, and belongs to the user or to root, writes an entry for the current user
+/// and makes it the scheme's default. Failures are logged under "auth"; sign-in continues, because
+/// the browser may still ask the user which program to start.
 ///
 /// Main thread; never blocks it. Borrows the clock and the log store.
 class SchemeRegistration final {
 public:
     /// The program beside the running one.
-    [[nodiscard]] static std::filesystem::path defaultProgram();
+    [[nodiscard]] static std::filesystem::path callbackProgram();
+
+    /// The program to register: the callback program, or the AppImage that contains it. An AppImage
+    /// passes the URL on (`passOnCallback`). Its mount point is unsuitable: after its end, any user
+    /// can create the folder again, with another program.
+    [[nodiscard]] static std::filesystem::path program(const ProgramTraces& traces);
 
     SchemeRegistration(std::filesystem::path program, Clock& clock, LogStore& logStore);
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "core/Errors.h"
 #include "platform/Platform.h"
+#include "platform/linux/network/LibraryVariables.h"
 #include "tests/support/LocalServer.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -11,8 +12,9 @@
 
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
-
 #include <sys/resource.h>
+
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -156,6 +158,27 @@ TEST_F(LinuxPlatformTest, NamesTheFileThatCannotBeRead) {
     EXPECT_THROW(makePlatform(options_), tavrin::PlatformError);
 }
 
+TEST_F(LinuxPlatformDeathTest, RemovesTheVariablesThatRecordSecretsOrLoadCode) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            for (const char* name : library_variables::removed) {
+                qputenv(name, "value");
+            }
+            for (const char* name : library_variables::kept) {
+                qputenv(name, "value");
+            }
+            cleanEnvironment();
+            const bool areRemoved =
+                std::ranges::none_of(library_variables::removed, qEnvironmentVariableIsSet);
+            const bool areKept =
+                std::ranges::all_of(library_variables::kept, qEnvironmentVariableIsSet);
+            std::_Exit(areRemoved && areKept ? 0 : 1);
+        },
+        testing::ExitedWithCode(0),
+        "");
+}
+
 // Runs in its own process, because the change cannot be undone for later tests.
 TEST_F(LinuxPlatformDeathTest, PreventsCoreDumpsOnRequest) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
@@ -163,6 +186,10 @@ TEST_F(LinuxPlatformDeathTest, PreventsCoreDumpsOnRequest) {
         EXPECT_EXIT(
             {
                 options_.forbidsCoreDumps = isForbidden;
+                rlimit limit{};
+                getrlimit(RLIMIT_CORE, &limit);
+                limit.rlim_cur = limit.rlim_max;
+                setrlimit(RLIMIT_CORE, &limit);
                 const Platform platform = makePlatform(options_);
                 getrlimit(RLIMIT_CORE, &limit);
                 const bool isPrevented = limit.rlim_cur == 1 || prctl(PR_GET_DUMPABLE) == 0;
@@ -183,7 +210,3 @@ TEST_F(LinuxPlatformTest, PreventsCoreDumpsInARelease) {
 }
 
 } // namespace orvel::test
-                rlimit limit{};
-                getrlimit(RLIMIT_CORE, &limit);
-                limit.rlim_cur = limit.rlim_max;
-                setrlimit(RLIMIT_CORE, &limit);

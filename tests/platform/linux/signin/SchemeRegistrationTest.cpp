@@ -15,6 +15,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -195,10 +196,19 @@ TEST_F(SchemeRegistrationTest, AnInstalledEntryIsEnough) {
     writeFile(installedEntry(), entry(program().string(), program().string()));
     run({"/usr/bin/update-desktop-database", installedEntry().parent_path().string()});
     ASSERT_EQ(handler(), std::string(entryName) + "\n");
-    use("/nonexistent/orvel-agent-callback");
     ensure();
     EXPECT_FALSE(fs::exists(usersEntry()));
     EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(SchemeRegistrationTest, AnInstalledEntryOfAnotherProgramIsNotEnough) {
+    const fs::path other = folder_ / "other" / "orvel-agent-callback";
+    writeProgram(other);
+    writeFile(installedEntry(), entry(other.string(), other.string()));
+    run({"/usr/bin/update-desktop-database", installedEntry().parent_path().string()});
+    ensure();
+    EXPECT_EQ(contentOf(usersEntry()), entry(program().string(), program().string()));
+    EXPECT_EQ(handedOver(program()), url);
 }
 
 TEST_F(SchemeRegistrationTest, ReplacesAnEntryWhoseProgramIsMissing) {
@@ -214,11 +224,83 @@ TEST_F(SchemeRegistrationTest, ReplacesAnEntryWhoseProgramIsMissing) {
 
 TEST_F(SchemeRegistrationTest, KeepsAWorkingEntry) {
     ensure();
-    const fs::path other = folder_ / "other" / "orvel-agent-callback";
-    writeProgram(other);
-    use(other);
+    const std::string changed = contentOf(usersEntry()) + "# A comment of the user\n";
+    writeFile(usersEntry(), changed);
     ensure();
-    EXPECT_EQ(contentOf(usersEntry()), entry(program().string(), program().string()));
+    EXPECT_EQ(contentOf(usersEntry()), changed);
+}
+
+TEST_F(SchemeRegistrationTest, ReplacesAnEntryOfAnotherProgram) {
+    // Such as one that another user has created at the mount point of an earlier AppImage.
+    const fs::path other = folder_ / ".mount_OrvelA" / "usr" / "bin" / "orvel-agent-callback";
+    writeProgram(other);
+    const std::string ours = program().string();
+    const std::string theirs = other.string();
+    ensure();
+    for (const std::string& replaced :
+         {entry(theirs, theirs),
+          entry(ours, theirs),
+          entry(theirs, ours),
+          entry(ours, ours + " --option"),
+          std::string("[Desktop Entry]\nType=Application\nName=x\nExec=" + ours + " %u\n"),
+          std::string("garbage"),
+          std::string(),
+          std::string(std::size_t{100} << 10U, '#')}) {
+        writeFile(usersEntry(), replaced);
+        ensure();
+        EXPECT_EQ(contentOf(usersEntry()), entry(ours, ours)) << replaced.substr(0, 200);
+    }
+    EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(SchemeRegistrationTest, ReplacesAnEntryThatCannotBeRead) {
+    ensure();
+    const std::string written = contentOf(usersEntry());
+    fs::permissions(usersEntry(), fs::perms::none);
+    ensure();
+    EXPECT_NE(fs::status(usersEntry()).permissions() & fs::perms::owner_read, fs::perms::none);
+    fs::remove(usersEntry());
+    ASSERT_EQ(mkfifo(usersEntry().c_str(), 0600), 0);
+    ensure();
+    ASSERT_TRUE(fs::is_regular_file(usersEntry()));
+    EXPECT_EQ(contentOf(usersEntry()), written);
+    EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(SchemeRegistrationTest, ReplacesAnEntryThatOtherUsersMayWrite) {
+    ensure();
+    fs::permissions(usersEntry(), fs::perms::others_write, fs::perm_options::add);
+    ensure();
+    EXPECT_EQ(fs::status(usersEntry()).permissions() & fs::perms::others_write, fs::perms::none);
+}
+
+using SchemeRegistrationAsRootTest = SchemeRegistrationTest;
+
+TEST_F(SchemeRegistrationAsRootTest, ReplacesAnEntryOfAnotherUser) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "Only root can give files to another user.";
+    }
+    constexpr uid_t otherUser = 65534;
+    ensure();
+    ASSERT_EQ(chown(usersEntry().c_str(), otherUser, otherUser), 0);
+    ensure();
+    struct stat status {};
+    ASSERT_EQ(stat(usersEntry().c_str(), &status), 0);
+    EXPECT_EQ(status.st_uid, geteuid());
+}
+
+TEST(SchemeProgramTest, IsTheAppImageOrElseTheCallbackProgram) {
+    const TemporaryDirectory folder;
+    const fs::path image = folder / "Agent.AppImage";
+    const fs::path mount = folder / ".mount_OrvelA";
+    writeFile(image, "image");
+    const fs::path agent = mount / "usr" / "bin" / "orvel-agent";
+    writeFile(agent, "agent");
+    EXPECT_EQ(SchemeRegistration::program({agent, image, mount}), image);
+    EXPECT_EQ(SchemeRegistration::program({agent, "", ""}), mount / "usr/bin/orvel-agent-callback");
+    EXPECT_EQ(
+        SchemeRegistration::program({"/usr/bin/orvel-agent", image, mount}),
+        "/usr/bin/orvel-agent-callback");
 }
 
 TEST_F(SchemeRegistrationTest, ReplacesAnotherDefaultProgram) {
@@ -245,8 +327,10 @@ TEST_F(SchemeRegistrationTest, AFolderMayHaveSpecialCharacters) {
     EXPECT_TRUE(waitUntil([&] { return fs::exists(odd.parent_path() / "url"); }));
     EXPECT_EQ(contentOf(odd.parent_path() / "url"), url);
     // The entry is found again.
-    use("/nonexistent/orvel-agent-callback");
+    const std::string changed = contentOf(usersEntry()) + "# A comment of the user\n";
+    writeFile(usersEntry(), changed);
     ensure();
+    EXPECT_EQ(contentOf(usersEntry()), changed);
     EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
@@ -268,7 +352,7 @@ TEST_F(SchemeRegistrationTest, AProgramWithControlCharactersInItsPathIsLogged) {
     writeProgram(odd);
     use(odd);
     ensure();
-    expectFailure("The program's path: Invalid argument");
+    expectFailure("The program's path contains a control character.");
     EXPECT_FALSE(fs::exists(usersEntry()));
 }
 

@@ -85,7 +85,7 @@ TEST(CoreDumpsDeathTest, TheProcessCanStillFindItsExecutable) {
         {
             const test::UnprivilegedUser user;
             forbidCoreDumps();
-            std::cerr << SchemeRegistration::defaultProgram().string();
+            std::cerr << SchemeRegistration::callbackProgram().string();
             std::_Exit(0);
         },
         testing::ExitedWithCode(0),
