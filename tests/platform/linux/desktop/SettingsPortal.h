@@ -1,18 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "core/FileDescriptor.h"
 #include "tests/platform/linux/BusService.h"
-#include "tests/support/Program.h"
+#include "tests/platform/linux/desktop/PtraceRight.h"
 
 #include <QDBusMetaType>
 #include <QDBusVariant>
 #include <QMap>
 #include <QVariantMap>
 
-#include <unistd.h>
+#include <fcntl.h>
 
 #include <string>
-#include <vector>
+#include <thread>
 
 namespace orvel::test {
 
@@ -53,16 +54,18 @@ public:
     [[nodiscard]] int refusals() const { return refusals_; }
 
 private:
-    /// Whether another process of this user can open the root folder of the process. Without root's
-    /// right to examine any process, which the portal of an ordinary user does not have either.
+    /// Whether a thread without root's right to examine any process can open the root folder of the
+    /// process. The portal of an ordinary user does not have that right either.
     static bool canOpenRootOf(uint process) {
-        std::vector<std::string> arguments = {
-            "test", "-d", "/proc/" + std::to_string(process) + "/root/."};
-        if (geteuid() == 0) {
-            arguments.insert(arguments.begin(), {"setpriv", "--bounding-set=-sys_ptrace", "--"});
-        }
-        Program test({arguments, {}});
-        return test.wait() == 0;
+        bool canOpen = false;
+        std::thread([&] {
+            dropPtraceRight();
+            const std::string folder = "/proc/" + std::to_string(process) + "/root";
+            canOpen =
+                tavrin::FileDescriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
+                    .isOpen();
+        }).join();
+        return canOpen;
     }
 
     QDBusMessage answer(const QDBusMessage& call) {

@@ -15,6 +15,7 @@
 #include "platform/linux/desktop/PortalMotionPreference.h"
 #include "platform/linux/desktop/SessionInstanceRegistry.h"
 #include "platform/linux/support/SessionBus.h"
+#include "tests/platform/linux/desktop/PtraceRight.h"
 #include "tests/support/fakes/ManualClock.h"
 
 #include <QCoreApplication>
@@ -36,6 +37,9 @@ int main(int argc, char** argv) {
     if (command == "linger") {
         LinuxProcessControl(argument).scheduleRelaunch();
         return QCoreApplication::exec();
+    }
+    if (command == "motion") {
+        test::dropPtraceRight();
     }
     if (argument == "no-core-dumps") {
         forbidCoreDumps();
