@@ -1,13 +1,13 @@
 # Sparkle, either its published release or a local copy.
 set(ORVEL_SPARKLE_FRAMEWORK
     ""
-    CACHE PATH "Sparkle.framework, version 2.2 or later; downloaded when empty")
+    CACHE PATH "Sparkle.framework, version 2.9 or later; downloaded when empty")
 if(NOT ORVEL_SPARKLE_FRAMEWORK)
   include(FetchContent)
   FetchContent_Declare(
     sparkle
-    URL https://github.com/sparkle-project/Sparkle/releases/download/2.9.1/Sparkle-for-Swift-Package-Manager.zip
-    URL_HASH SHA256=9fec2b888e6e2940b1bfbd5d3d010b9f67076b52170923549095cbb74132403b
+    URL https://github.com/sparkle-project/Sparkle/releases/download/2.9.6/Sparkle-for-Swift-Package-Manager.zip
+    URL_HASH SHA256=8d5fb41d960b43f4a68aa14126bf62b098544ec8d191cdcc73eb14e63a8e7606
     DOWNLOAD_EXTRACT_TIMESTAMP ON)
   FetchContent_MakeAvailable(sparkle)
   set(ORVEL_SPARKLE_FRAMEWORK

@@ -91,7 +91,9 @@ if [[ $4 == - ]]; then cat >/dev/null; fi
 case $2 in
     CFBundleExecutable) echo "Orvel Agent" ;;
     LSMinimumSystemVersion) echo "13.3" ;;
-    CFBundleShortVersionString) echo "$VERSION" ;;
+    CFBundleShortVersionString)
+        if [[ $4 == */Sparkle.framework/* ]]; then echo "$SPARKLE"; else echo "$VERSION"; fi
+        ;;
     status) echo "$VERDICT" ;;
     id) echo submission ;;
 esac
@@ -134,6 +136,13 @@ class PropertyListsTest(unittest.TestCase):
         for key in ("SUFeedURL", "SUPublicEDKey"):
             self.assertIsInstance(self.info[key], str)
         self.assertIs(self.info["SUEnableAutomaticChecks"], True)
+
+    def test_sparkle_accepts_only_a_signed_feed(self):
+        self.assertIs(self.info["SURequireSignedFeed"], True)
+        # Otherwise Sparkle does not start.
+        self.assertIs(self.info["SUVerifyUpdateBeforeExtraction"], True)
+        # Otherwise Sparkle accepts an unsigned feed after a while.
+        self.assertEqual(self.info["SUSignedFeedFailureExpirationInterval"], 0)
 
     def test_the_minimum_system_is_the_deployment_target(self):
         for path, pattern in {"tools/dev/check-macos": r"-target arm64-apple-macos(\S+)",
@@ -182,7 +191,7 @@ class ScriptTest(unittest.TestCase):
         self.environment = {
             "PATH": self.tools + ":" + os.environ["PATH"], "TOOL_LOG": self.log, "QT": self.qt,
             "INFO_PLIST": INFO_PLIST, "VERSION": VERSION, "VERDICT": "Accepted",
-            "TMPDIR": self.folder, "DEPLOYMENT": "WARNING: nothing", "MINOS": "13.3", "BUSY": "0",
+            "SPARKLE": "2.9.6", "TMPDIR": self.folder, "DEPLOYMENT": "WARNING: nothing", "MINOS": "13.3", "BUSY": "0",
             "LIBRARY": "/System/Library/Frameworks/AppKit.framework/Versions/C/AppKit"}
 
     @staticmethod
@@ -300,6 +309,18 @@ class MakeDmgTest(ScriptTest):
         self.assertIn("Could not create the disk image", result.stderr)
         self.assertEqual(len(self.calls("hdiutil")), 10)
         self.assertEqual([call for call in self.calls("codesign") if call.endswith(".dmg>")], [])
+
+    def test_a_sparkle_that_does_not_check_the_feed_fails(self):
+        for version in ("1.27.3", "2.2.0", "2.8.1"):
+            result = self.make("--unsigned", SPARKLE=version)
+            self.assertEqual(result.returncode, 1, version)
+            self.assertIn(f"Sparkle {version} does not check the feed's signature", result.stderr)
+            self.assertEqual(self.calls("hdiutil"), [])
+
+    def test_a_sparkle_that_checks_the_feed_is_used(self):
+        for version in ("2.9", "2.9.0", "2.9.6", "2.10.0", "3.0.0"):
+            result = self.make("--unsigned", SPARKLE=version)
+            self.assertEqual(result.returncode, 0, result.stderr)
 
     def test_only_needed_plugins_are_copied(self):
         self.assertEqual(self.make("--unsigned").returncode, 0)
