@@ -35,6 +35,7 @@ struct FakeFixture {
             version ? std::optional(SoftwareUpdate{*version, *version, "", 3}) : std::nullopt);
     }
     void passADay() { updater.passADay(); }
+    static void finishChecks(const RecordingUpdateObserver&) { processEvents(); }
     void letSavingFail(bool fails) {
         updater.setSaveFailure(
             fails ? std::optional<std::string>("Could not write the settings.") : std::nullopt);
@@ -54,13 +55,17 @@ struct AppcastFixture {
     void offer(const std::optional<std::string>& version) {
         AppcastBuilder builder;
         if (version) {
-            builder.add(
-                AppcastBuilder::Item(*version, "https://h/update", 3, signer.signature("new"))
-                    .with("type", "application/vnd.debian.binary-package"));
+            builder.add(AppcastBuilder::Item(*version, "https://h/update", "new", signer)
+                            .with("type", "application/vnd.debian.binary-package"));
         }
         text = builder.text();
     }
     void passADay() { clock.advance(UpdateSchedule::checkInterval); }
+    /// Each feed that was requested is read by another thread.
+    void finishChecks(const RecordingUpdateObserver& observer) {
+        processEvents();
+        EXPECT_TRUE(waitUntil([&] { return observer.checks == session.requests().size(); }));
+    }
     void letSavingFail(bool fails) { defaults.setFailsWrites(fails); }
 
     UpdateSigner signer;
@@ -90,11 +95,11 @@ protected:
     SoftwareUpdater& updater() { return fixture_.updater; }
     void passADay() {
         fixture_.passADay();
-        processEvents();
+        fixture_.finishChecks(observer_);
     }
     void checkForUpdates() {
         updater().checkForUpdates();
-        processEvents();
+        fixture_.finishChecks(observer_);
     }
 
     RecordingUpdateObserver observer_;

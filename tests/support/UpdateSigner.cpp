@@ -2,6 +2,7 @@
 #include "tests/support/UpdateSigner.h"
 
 #include <QByteArray>
+#include <QCryptographicHash>
 
 #include <openssl/evp.h>
 
@@ -52,6 +53,11 @@ std::string UpdateSigner::signature(std::string_view content) const {
             reinterpret_cast<const unsigned char*>(content.data()),
             content.size()) == 1);
     return base64(bytes);
+}
+
+std::string UpdateSigner::sha256(std::string_view content) {
+    const QByteArray bytes(content.data(), static_cast<qsizetype>(content.size()));
+    return QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).toHex().toStdString();
 }
 
 } // namespace orvel::test

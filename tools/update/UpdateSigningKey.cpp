@@ -5,6 +5,7 @@
 #include "core/FileDescriptor.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
@@ -27,6 +28,7 @@ using tavrin::PlatformError;
 
 constexpr std::size_t keySize = 32;
 constexpr std::size_t signatureSize = 64;
+constexpr std::size_t hashSize = 32;
 
 struct Release {
     void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
@@ -146,6 +148,19 @@ std::string UpdateSigningKey::sign(std::string_view content) const {
                 content.size()) == 1,
         "OpenSSL could not sign.");
     return encoded(signature);
+}
+
+std::string sha256(std::string_view content) {
+    Bytes<hashSize> hash{};
+    check(
+        EVP_Q_digest(
+            nullptr, "SHA256", nullptr, content.data(), content.size(), hash.data(), nullptr) == 1,
+        "OpenSSL could not compute a hash.");
+    std::string digits;
+    for (const unsigned char byte : hash) {
+        digits += fmt::format("{:02x}", byte);
+    }
+    return digits;
 }
 
 bool isSignedUpdate(

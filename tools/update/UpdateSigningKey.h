@@ -32,6 +32,9 @@ private:
     std::shared_ptr<evp_pkey_st> key_;
 };
 
+/// The SHA-256 hash in lower-case hexadecimal digits.
+[[nodiscard]] std::string sha256(std::string_view content);
+
 /// Whether the signature was made for exactly this content with the key's private half. False for
 /// malformed keys and signatures.
 [[nodiscard]] bool

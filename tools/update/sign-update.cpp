@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "core/Errors.h"
 #include "core/Text.h"
+#include "core/UpdateStatement.h"
 #include "tools/update/UpdateSigningKey.h"
 
 #include <CLI/CLI.hpp>
@@ -24,6 +25,19 @@ using namespace orvel;
 
 constexpr int failed = 1;
 constexpr int wrongUsage = 2;
+/// Of the updates that are signed here.
+constexpr std::string_view targetSystem = "linux";
+
+/// The texts of an item that are given as options.
+struct Fields {
+    std::string version;
+    std::string shortVersion;
+    std::string url;
+    std::string type;
+    std::string architecture;
+    std::string minimumSystemVersion;
+    std::string channel;
+};
 
 struct Arguments {
     std::string newKeyFile;
@@ -32,14 +46,8 @@ struct Arguments {
     std::string publicKey;
     std::string signature;
     bool writesItem = false;
-    std::string version;
-    std::string shortVersion;
-    std::string url;
+    Fields item;
     std::string notesFile;
-    std::string type;
-    std::string architecture;
-    std::string minimumSystemVersion;
-    std::string channel;
 };
 
 std::string content(const std::string& file) {
@@ -80,6 +88,27 @@ std::string urlComplaint(const std::string& text) {
     return text.starts_with("https://") ? "" : "The agent loads updates from https:// only.";
 }
 
+/// Whether an XML document can contain the characters, and an XML reader keeps them.
+bool isXMLText(std::string_view text) {
+    const auto isControl = [](char character) {
+        return static_cast<unsigned char>(character) < 0x20 && character != '\n' &&
+               character != '\t';
+    };
+    return tavrin::isValidUTF8(text) && std::ranges::none_of(text, isControl) &&
+           text.find("\uFFFE") == std::string_view::npos &&
+           text.find("\uFFFF") == std::string_view::npos;
+}
+
+/// Accepts what an XML reader returns unchanged, so that the agent sees the bytes that were signed.
+std::string fieldComplaint(const std::string& text) {
+    if (!isXMLText(text) || tavrin::onOneLine(text) != text || tavrin::trimmed(text) != text) {
+        return "It is not one line of UTF-8 text without spaces around it.";
+    }
+    return text.size() > tavrin::maximumUpdateFieldBytes
+               ? fmt::format("It has more than {} bytes.", tavrin::maximumUpdateFieldBytes)
+               : "";
+}
+
 std::string typeOf(const std::string& file) {
     const std::string extension = std::filesystem::path(file).extension();
     return extension == ".AppImage" ? "application/vnd.appimage"
@@ -97,29 +126,75 @@ std::string element(std::string_view name, std::string_view text) {
     return text.empty() ? "" : fmt::format("    <{0}>{1}</{0}>\n", name, escaped(text));
 }
 
-std::string item(const Arguments& arguments, std::string_view attributes) {
+std::string fileAttributes(const UpdateSigningKey& key, const std::string& update) {
+    return fmt::format("sparkle:edSignature=\"{}\" length=\"{}\"", key.sign(update), update.size());
+}
+
+/// The release notes as an XML reader returns them. Throws `std::runtime_error` for notes that the
+/// agent would not accept.
+std::string readNotes(const std::string& file) {
+    if (file.empty()) {
+        return "";
+    }
+    const std::string text = content(file);
     std::string notes;
-    if (!arguments.notesFile.empty()) {
-        notes = content(arguments.notesFile);
-        if (!tavrin::isValidUTF8(notes)) {
-            throw std::runtime_error("The notes are not UTF-8 text.");
+    for (std::size_t index = 0; index < text.size(); ++index) {
+        const bool isLineEnd = text[index] == '\r' && text.substr(index + 1, 1) == "\n";
+        if (!isLineEnd) {
+            notes += text[index];
         }
     }
-    const std::string shown =
-        arguments.shortVersion.empty() ? arguments.version : arguments.shortVersion;
+    if (!isXMLText(notes)) {
+        throw std::runtime_error("The notes are not UTF-8 text without control characters.");
+    }
+    notes = tavrin::trimmed(notes);
+    if (notes.size() > tavrin::maximumUpdateNotesBytes) {
+        throw std::runtime_error(
+            fmt::format("The notes have more than {} bytes.", tavrin::maximumUpdateNotesBytes));
+    }
+    return notes;
+}
+
+std::string item(
+    const Fields& fields,
+    const std::string& notes,
+    const std::string& update,
+    const UpdateSigningKey& key) {
+    const std::string hash = sha256(update);
+    const std::string length = std::to_string(update.size());
+    const std::string itemSignature = key.sign(tavrin::signedBytes(
+        {.version = fields.version,
+         .shortVersion = fields.shortVersion,
+         .notes = notes,
+         .channel = fields.channel,
+         .minimumSystemVersion = fields.minimumSystemVersion,
+         .system = targetSystem,
+         .architecture = fields.architecture,
+         .type = fields.type,
+         .url = fields.url,
+         .length = length,
+         .sha256 = hash}));
+    const std::string shown = fields.shortVersion.empty() ? fields.version : fields.shortVersion;
     return "<item>\n" + element("title", "Version " + shown) +
-           element("sparkle:version", arguments.version) +
-           element("sparkle:shortVersionString", arguments.shortVersion) +
-           element("sparkle:minimumSystemVersion", arguments.minimumSystemVersion) +
-           element("sparkle:channel", arguments.channel) + element("description", notes) +
+           element("sparkle:version", fields.version) +
+           element("sparkle:shortVersionString", fields.shortVersion) +
+           element("sparkle:minimumSystemVersion", fields.minimumSystemVersion) +
+           element("sparkle:channel", fields.channel) + element("description", notes) +
            fmt::format(
                "    <enclosure url=\"{}\" type=\"{}\"\n"
-               "               sparkle:os=\"linux\" sparkle:arch=\"{}\"\n"
-               "               {}/>\n</item>\n",
-               escaped(arguments.url),
-               escaped(arguments.type),
-               escaped(arguments.architecture),
-               attributes);
+               "               sparkle:os=\"{}\" sparkle:arch=\"{}\"\n"
+               "               {}\n"
+               "               xmlns:orvel=\"{}\"\n"
+               "               orvel:sha256=\"{}\"\n"
+               "               orvel:itemSignature=\"{}\"/>\n</item>\n",
+               escaped(fields.url),
+               escaped(fields.type),
+               targetSystem,
+               escaped(fields.architecture),
+               fileAttributes(key, update),
+               tavrin::updateNamespace,
+               hash,
+               itemSignature);
 }
 
 std::string run(Arguments& arguments) {
@@ -146,9 +221,8 @@ std::string run(Arguments& arguments) {
     if (update.empty()) {
         throw std::runtime_error("The update is empty.");
     }
-    const std::string attributes =
-        fmt::format("sparkle:edSignature=\"{}\" length=\"{}\"", key.sign(update), update.size());
-    return arguments.writesItem ? item(arguments, attributes) : attributes + "\n";
+    return arguments.writesItem ? item(arguments.item, readNotes(arguments.notesFile), update, key)
+                                : fileAttributes(key, update) + "\n";
 }
 
 void declareOptions(CLI::App& app, Arguments& arguments) {
@@ -185,39 +259,52 @@ void declareOptions(CLI::App& app, Arguments& arguments) {
             ->needs(update)
             ->excludes(verify);
     app.add_option(
-           "--version", arguments.version, "The version that the agent compares, such as 1.2.0")
+           "--version",
+           arguments.item.version,
+           "The version that the agent compares, such as 1.2.0")
         ->type_name("VERSION")
         ->check(CLI::Validator(versionComplaint, ""))
+        ->check(CLI::Validator(fieldComplaint, ""))
         ->needs(writesItem);
     app.add_option(
-           "--short-version", arguments.shortVersion, "The version shown to the user, if different")
+           "--short-version",
+           arguments.item.shortVersion,
+           "The version shown to the user, if different")
         ->type_name("TEXT")
+        ->check(CLI::Validator(fieldComplaint, ""))
         ->needs(writesItem);
-    app.add_option("--url", arguments.url, "The download address of the update")
+    app.add_option("--url", arguments.item.url, "The download address of the update")
         ->type_name("URL")
         ->check(CLI::Validator(urlComplaint, ""))
+        ->check(CLI::Validator(fieldComplaint, ""))
         ->needs(writesItem);
     app.add_option("--notes", arguments.notesFile, "The release notes, as plain text")
         ->type_name("FILE")
         ->check(CLI::ExistingFile.description(""))
         ->needs(writesItem);
     app.add_option(
-           "--type", arguments.type, "MIME type; by default that of an .AppImage or .deb file")
+           "--type", arguments.item.type, "MIME type; by default that of an .AppImage or .deb file")
         ->type_name("TYPE")
+        ->check(CLI::Validator(fieldComplaint, ""))
         ->needs(writesItem);
     app.add_option(
-           "--arch", arguments.architecture, "The output of uname -m; by default this machine's")
+           "--arch",
+           arguments.item.architecture,
+           "The output of uname -m; by default this machine's")
         ->type_name("ARCH")
+        ->check(CLI::Validator(fieldComplaint, ""))
         ->needs(writesItem);
     app.add_option(
            "--minimum-system-version",
-           arguments.minimumSystemVersion,
+           arguments.item.minimumSystemVersion,
            "The oldest C library that the update runs with, such as 2.36")
         ->type_name("VERSION")
         ->check(CLI::Validator(versionComplaint, ""))
+        ->check(CLI::Validator(fieldComplaint, ""))
         ->needs(writesItem);
-    app.add_option("--channel", arguments.channel, "Offer the update on this channel only")
+    app.add_option("--channel", arguments.item.channel, "Offer the update on this channel only")
         ->type_name("NAME")
+        ->check(CLI::Validator(fieldComplaint, ""))
         ->needs(writesItem);
 }
 
@@ -229,17 +316,17 @@ void checkAndComplete(Arguments& arguments) {
     if (!arguments.writesItem) {
         return;
     }
-    if (arguments.version.empty() || arguments.url.empty()) {
+    if (arguments.item.version.empty() || arguments.item.url.empty()) {
         throw CLI::RequiredError("With --item, --version and --url");
     }
-    if (arguments.type.empty()) {
-        arguments.type = typeOf(arguments.updateFile);
-        if (arguments.type.empty()) {
+    if (arguments.item.type.empty()) {
+        arguments.item.type = typeOf(arguments.updateFile);
+        if (arguments.item.type.empty()) {
             throw CLI::RequiredError("For other file extensions, --type");
         }
     }
-    if (arguments.architecture.empty()) {
-        arguments.architecture = machine();
+    if (arguments.item.architecture.empty()) {
+        arguments.item.architecture = machine();
     }
 }
 

@@ -30,6 +30,7 @@ struct OpenSSL {
     decltype(&EVP_DigestVerifyInit) evpDigestVerifyInit = library.symbol("EVP_DigestVerifyInit");
     decltype(&EVP_MD_CTX_free) evpMdCtxFree = library.symbol("EVP_MD_CTX_free");
     decltype(&EVP_MD_CTX_new) evpMdCtxNew = library.symbol("EVP_MD_CTX_new");
+    decltype(&EVP_Q_digest) evpQDigest = library.symbol("EVP_Q_digest");
     decltype(&EVP_PKEY_free) evpPkeyFree = library.symbol("EVP_PKEY_free");
     decltype(&EVP_PKEY_new_raw_public_key) evpPkeyNewRawPublicKey =
         library.symbol("EVP_PKEY_new_raw_public_key");

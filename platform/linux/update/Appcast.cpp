@@ -2,6 +2,7 @@
 #include "platform/linux/update/Appcast.h"
 
 #include "core/Text.h"
+#include "core/UpdateStatement.h"
 #include "platform/linux/update/UpdateError.h"
 
 #include <expat.h>
@@ -29,12 +30,21 @@ struct FreeParser {
 };
 using Parser = std::unique_ptr<std::remove_pointer_t<XML_Parser>, FreeParser>;
 
+/// The name without this namespace; no value for one outside it.
+std::optional<std::string_view> nameIn(std::string_view space, std::string_view name) {
+    const bool isInside =
+        name.size() > space.size() && name.starts_with(space) && name[space.size()] == separator;
+    return isInside ? std::optional(name.substr(space.size() + 1)) : std::nullopt;
+}
+
 /// The name without the feed's own namespace; no value for one outside it.
 std::optional<std::string_view> ownName(std::string_view name) {
-    const bool isOwn = name.size() > appcastNamespace.size() &&
-                       name.starts_with(appcastNamespace) &&
-                       name[appcastNamespace.size()] == separator;
-    return isOwn ? std::optional(name.substr(appcastNamespace.size() + 1)) : std::nullopt;
+    return nameIn(appcastNamespace, name);
+}
+
+/// How much of a field is kept: one byte more than is accepted.
+std::size_t roomOf(bool isNotes) {
+    return 1 + (isNotes ? tavrin::maximumUpdateNotesBytes : tavrin::maximumUpdateFieldBytes);
 }
 
 bool isUTF8(std::string_view encoding) {
@@ -91,11 +101,7 @@ private:
     }
 
     static void onText(void* reader, const XML_Char* text, int length) noexcept {
-        const auto& self = *static_cast<Reader*>(reader);
-        // Ignore text of nested elements.
-        if (self.field_ != nullptr && self.depth_ == pathToItem.size() + 1) {
-            self.field_->append(text, static_cast<std::size_t>(length));
-        }
+        static_cast<Reader*>(reader)->add({text, static_cast<std::size_t>(length)});
     }
 
     void refuse(UpdateError::Case reason) {
@@ -105,20 +111,38 @@ private:
         }
     }
 
+    void add(std::string_view text) {
+        // Ignore text of nested elements.
+        if (field_ != nullptr && depth_ == pathToItem.size() + 1) {
+            const bool isNotes = field_ == &items_.back().description;
+            field_->append(text.substr(0, roomOf(isNotes) - field_->size()));
+        }
+    }
+
     void start(std::string_view name, const XML_Char** attributes) {
         const bool isOnPath = depth_ == depthOnPath_;
         ++depth_;
-        if (depth_ > maximumDepth) {
+        if (++elements_ > maximumAppcastElements) {
+            refuse(UpdateError::FeedTooLong());
+        } else if (depth_ > maximumDepth) {
             refuse(UpdateError::FeedNotXML{XML_GetCurrentLineNumber(parser_.get())});
         } else if (depth_ == 1 && !isRSS(name, attributes)) {
             refuse(UpdateError::FeedNotRSS());
         } else if (isOnPath && depth_ <= pathToItem.size() && name == pathToItem[depth_ - 1]) {
             depthOnPath_ = depth_;
             if (depth_ == pathToItem.size()) {
-                items_.emplace_back();
+                startItem();
             }
         } else if (isOnPath && depth_ == pathToItem.size() + 1) {
             startPart(items_.back(), name, attributes);
+        }
+    }
+
+    void startItem() {
+        if (items_.size() == maximumAppcastItems) {
+            refuse(UpdateError::FeedTooLong());
+        } else {
+            items_.emplace_back();
         }
     }
 
@@ -163,10 +187,13 @@ private:
         for (; *attributes != nullptr; attributes += 2) {
             const std::string_view name = attributes[0];
             const auto own = ownName(name);
+            const auto added = nameIn(tavrin::updateNamespace, name);
             std::string* const field = name == "url"                 ? &enclosure.url
                                        : name == "type"              ? &enclosure.type
                                        : name == "length"            ? &enclosure.length
                                        : own == "edSignature"        ? &enclosure.signature
+                                       : added == "sha256"           ? &enclosure.sha256
+                                       : added == "itemSignature"    ? &enclosure.itemSignature
                                        : own == "os"                 ? &enclosure.system
                                        : own == "arch"               ? &enclosure.architecture
                                        : own == "version"            ? &item.version
@@ -174,7 +201,7 @@ private:
                                                                      : nullptr;
             // The item's own value takes precedence, in any order.
             if (field != nullptr && field->empty()) {
-                *field = attributes[1];
+                *field = std::string_view(attributes[1]).substr(0, roomOf(false));
             }
         }
     }
@@ -182,6 +209,7 @@ private:
     Parser parser_;
     std::vector<AppcastItem> items_;
     std::optional<UpdateError::Case> refusal_;
+    std::size_t elements_ = 0;
     std::size_t depth_ = 0;
     /// How many of the open elements are on `pathToItem`.
     std::size_t depthOnPath_ = 0;

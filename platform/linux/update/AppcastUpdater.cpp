@@ -3,7 +3,6 @@
 
 #include "platform/UpdateObserver.h"
 #include "platform/UpdatePresenter.h"
-#include "platform/linux/update/Appcast.h"
 #include "platform/linux/update/UpdateError.h"
 #include "platform/linux/update/UpdateOffer.h"
 
@@ -16,17 +15,10 @@
 
 namespace orvel {
 
-namespace {
-
-constexpr tavrin::Seconds feedTimeout{60};
-
-} // namespace
-
 struct AppcastUpdater::Cycle {
     bool isUserInitiated = false;
     /// The offer is gentle and the user has not seen it, so a newer one may replace it.
     bool isUnseen = false;
-    std::unique_ptr<URLSession::Task> task;
     std::optional<UpdateOffer> offer;
 };
 
@@ -48,8 +40,7 @@ AppcastUpdater::AppcastUpdater(
     tavrin::UserDefaults& defaults,
     LogStore& logStore,
     Agent agent)
-    : session_(session),
-      logStore_(logStore),
+    : logStore_(logStore),
       agent_(std::move(agent)),
       schedule_(
           clock,
@@ -61,6 +52,7 @@ AppcastUpdater::AppcastUpdater(
                   observer_->choiceSaved(failure);
               }
           }),
+      feedReader_(session),
       downloader_(
           session,
           clock,
@@ -87,9 +79,6 @@ void AppcastUpdater::start(Feed feed, UpdateObserver& observer, UpdatePresenter&
 
 void AppcastUpdater::stop() {
     schedule_.stop();
-    if (cycle_ && cycle_->task) {
-        cycle_->task->cancel();
-    }
     dropCycle();
     state_ = State::Stopped;
     observer_ = nullptr;
@@ -98,7 +87,7 @@ void AppcastUpdater::stop() {
 
 void AppcastUpdater::setAutomaticallyChecksForUpdates(bool isAutomatic) {
     schedule_.setAutomatic(isAutomatic);
-    if (state_ == State::Idle || (cycle_ && cycle_->isUnseen && !cycle_->task)) {
+    if (state_ == State::Idle || (cycle_ && cycle_->isUnseen && !feedReader_.isReading())) {
         schedule_.scheduleNext();
     }
 }
@@ -140,47 +129,35 @@ void AppcastUpdater::check(bool isUserInitiated) {
 }
 
 void AppcastUpdater::loadFeed() {
-    URLRequest request;
-    request.url = feed_.url;
-    request.timeout = feedTimeout;
-    cycle_->task = session_.start(
-        std::move(request), [this, cycle = std::weak_ptr(cycle_)](const URLResult& result) {
-            if (!cycle.expired() && (state_ == State::Checking || cycle_->isUnseen)) {
-                receiveFeed(result);
-            }
-        });
+    feedReader_.read(
+        feed_.url,
+        {cycle_->offer ? cycle_->offer->version : agent_.version,
+         agent_.architecture,
+         std::string(agent_.installation.type()),
+         agent_.systemVersion},
+        *key_,
+        [this](const UpdateFeedReader::Result& result) { receiveFeed(result); });
 }
 
-void AppcastUpdater::receiveFeed(const URLResult& result) {
-    cycle_->task.reset();
-    std::optional<UpdateOffer> found;
-    try {
-        const auto items = parseAppcast(checkedReply(result, UpdateError::Resource::Feed).body);
-        // A user who asks is offered a skipped version too.
-        found = newestUpdate(
-            items,
-            {cycle_->offer ? cycle_->offer->version : agent_.version,
-             cycle_->isUserInitiated ? std::nullopt : schedule_.skipped(),
-             agent_.architecture,
-             std::string(agent_.installation.type()),
-             agent_.systemVersion});
-    } catch (const UpdateError& error) {
+void AppcastUpdater::receiveFeed(const UpdateFeedReader::Result& result) {
+    if (const auto* failure = std::get_if<std::string>(&result)) {
         if (cycle_->isUnseen) {
             // The offer on display stays.
-            log(LogLevel::Default, error.what());
+            log(LogLevel::Default, *failure);
             schedule_.scheduleRetry();
         } else {
-            refuse(error.what());
+            refuse(*failure);
         }
         return;
     }
+    auto found = std::get<std::optional<UpdateOffer>>(result);
     schedule_.recordCheck();
     const std::weak_ptr cycle = cycle_;
     observer_->checkFinished();
     if (cycle.expired() || (state_ != State::Checking && !cycle_->isUnseen)) {
         return;
     }
-    if (found) {
+    if (found && !isSkipped(*found)) {
         cycle_->offer = std::move(found);
         offer();
     } else if (cycle_->isUnseen) {
@@ -193,6 +170,11 @@ void AppcastUpdater::receiveFeed(const URLResult& result) {
             presenter.show(UpdatePresenter::NoUpdate());
         }
     }
+}
+
+bool AppcastUpdater::isSkipped(const UpdateOffer& offer) const {
+    // A user who asks is offered a skipped version too.
+    return !cycle_->isUserInitiated && schedule_.skipped() && offer.version <= *schedule_.skipped();
 }
 
 void AppcastUpdater::offer() {
@@ -217,9 +199,7 @@ void AppcastUpdater::noteUserAttention() {
     }
     if (std::exchange(cycle_->isUnseen, false)) {
         schedule_.stop();
-        if (cycle_->task) {
-            cycle_->task->cancel();
-        }
+        feedReader_.cancel();
     }
     observer_->updateWasSeen(cycle_->offer->update);
 }
@@ -282,9 +262,6 @@ void AppcastUpdater::finishInstalling() {
 
 void AppcastUpdater::cancel() {
     if (state_ == State::Checking || downloader_.isLoading()) {
-        if (cycle_->task) {
-            cycle_->task->cancel();
-        }
         endCycle();
         // The user did not want to wait, so do not check again at once.
         schedule_.scheduleRetry();
@@ -298,6 +275,7 @@ void AppcastUpdater::endCycle() {
 }
 
 void AppcastUpdater::dropCycle() {
+    feedReader_.cancel();
     downloader_.cancel();
     cycle_.reset();
 }

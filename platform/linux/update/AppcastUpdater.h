@@ -6,6 +6,7 @@
 #include "platform/SoftwareUpdater.h"
 #include "platform/URLSession.h"
 #include "platform/linux/update/UpdateDownloader.h"
+#include "platform/linux/update/UpdateFeedReader.h"
 #include "platform/linux/update/UpdateInstallation.h"
 #include "platform/linux/update/UpdateKey.h"
 #include "platform/linux/update/UpdateSchedule.h"
@@ -26,8 +27,9 @@ namespace orvel {
 /// Updates from a feed of signed downloads, an appcast. The feed and the downloads come over HTTPS,
 /// without redirects.
 ///
-/// A scheduled check that fails is logged and retried. Main thread; the destructor waits for the
-/// threads that work on the download's file and save settings. Borrows everything it is given.
+/// Only items that are signed with the feed's key are offered. A scheduled check that fails is
+/// logged and retried. Main thread; the destructor waits for the threads that read the feed, work
+/// on the download's file and save settings. Borrows everything it is given.
 class AppcastUpdater final : public SoftwareUpdater {
 public:
     /// The installed agent, which updates replace.
@@ -73,7 +75,8 @@ private:
     void checkOnSchedule();
     void check(bool isUserInitiated);
     void loadFeed();
-    void receiveFeed(const URLResult& result);
+    void receiveFeed(const UpdateFeedReader::Result& result);
+    [[nodiscard]] bool isSkipped(const UpdateOffer& offer) const;
     void offer();
     void offerInstallation();
     void finishInstalling();
@@ -84,7 +87,6 @@ private:
     void refuse(const std::string& sentence);
     void log(LogLevel level, std::string_view message) const;
 
-    URLSession& session_;
     LogStore& logStore_;
     Agent agent_;
 
@@ -96,6 +98,7 @@ private:
 
     std::shared_ptr<Cycle> cycle_;
     UpdateSchedule schedule_;
+    UpdateFeedReader feedReader_;
     UpdateDownloader downloader_;
 };
 

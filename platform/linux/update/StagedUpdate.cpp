@@ -38,11 +38,16 @@ bool isDiskFull(int error) {
 
 } // namespace
 
-StagedUpdate::StagedUpdate(std::filesystem::path place, std::uint64_t length, Naming naming)
+StagedUpdate::StagedUpdate(
+    std::filesystem::path place, std::uint64_t length, Use use, Naming naming)
     : place_(std::move(place)),
       length_(length),
+      use_(use),
       name_(fmt::format(".{}.update", place_.filename().string())),
       folder_(::open(place_.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+    if (folder_.isOpen() && use_ == Use::Document && canOthersReplaceFiles()) {
+        throw UpdateError(UpdateError::SharedFolder{place_.parent_path().string()});
+    }
     open(naming);
     if (fallocate(file_.get(), FALLOC_FL_KEEP_SIZE, 0, static_cast<off_t>(length_)) != 0 &&
         isDiskFull(errno)) {
@@ -104,7 +109,24 @@ void StagedUpdate::append(std::string_view bytes) {
     }
 }
 
-void StagedUpdate::verify(const UpdateKey& key, const UpdateSignature& signature) {
+bool StagedUpdate::canOthersReplaceFiles() const {
+    struct stat status {};
+    if (fstat(folder_.get(), &status) != 0) {
+        throw couldNotStore(errno);
+    }
+    if (status.st_uid != geteuid() && status.st_uid != 0) {
+        return true;
+    }
+    // Where only its owner may rename or remove a file.
+    if ((status.st_mode & S_ISVTX) != 0) {
+        return false;
+    }
+    // On many systems each user has a group without other members.
+    const mode_t others = status.st_gid == getegid() ? S_IWOTH : S_IWOTH | S_IWGRP;
+    return (status.st_mode & others) != 0;
+}
+
+void StagedUpdate::verify(const UpdateKey& key, const UpdateProof& proof) {
     struct stat status {};
     // Verify the content on disk, not what was received.
     if (fstat(file_.get(), &status) != 0 || fsync(file_.get()) != 0) {
@@ -129,16 +151,19 @@ void StagedUpdate::verify(const UpdateKey& key, const UpdateSignature& signature
     if (const auto count = readStart(file_.get(), buffered, couldNotRead); count < size) {
         throw UpdateError(UpdateError::TooShort{length_, count});
     }
-    if (!key.verifies(signature, content)) {
+    if (!key.verifies(proof.signature, content)) {
         throw UpdateError(UpdateError::BadSignature());
+    }
+    if (updateHash(content) != proof.hash) {
+        throw UpdateError(UpdateError::OtherFile());
     }
     isVerified_ = true;
 }
 
-unsigned StagedUpdate::modeFor(Use use) const {
+unsigned StagedUpdate::mode() const {
     constexpr mode_t document = 0644;
     constexpr mode_t program = 0755;
-    if (use == Use::Document) {
+    if (use_ == Use::Document) {
         return document;
     }
     const std::string target = place_.filename();
@@ -149,10 +174,12 @@ unsigned StagedUpdate::modeFor(Use use) const {
     return isOwnFile ? former.st_mode & program : program;
 }
 
-void StagedUpdate::putInPlace(Use use) {
+void StagedUpdate::putInPlace() {
     assert(isVerified_);
     const std::string target = place_.filename();
-    if (fchmod(file_.get(), modeFor(use)) != 0) {
+    // The name must not reach the disk before the mode, or a power cut could leave a program that
+    // cannot be started.
+    if (fchmod(file_.get(), mode()) != 0 || fsync(file_.get()) != 0) {
         throw couldNotReplace(errno);
     }
     giveName();

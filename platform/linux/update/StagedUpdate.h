@@ -26,19 +26,25 @@ public:
         Named,
     };
 
-    /// Decides the file's mode once it is in place.
+    /// Decides the file's mode once it is in place, and the folders that are accepted.
     enum class Use {
         /// A program: keeps the mode of the program it replaces if that is a regular file owned by
-        /// this user, but never lets others write.
+        /// this user, but never lets others write. Any folder: those who can write to it could
+        /// replace the former program, too.
         Program,
         /// A package, which the system's installer may open as another user. It holds no secret.
+        /// Not in a folder in which other users can replace files.
         Document,
     };
 
     /// Will replace the file at `place`. Reserves space for `length` bytes, so that a full disk is
-    /// noticed before the download. The folder must exist.
+    /// noticed before the download. The folder must exist. Throws `UpdateError` if the folder does
+    /// not suit the use.
     StagedUpdate(
-        std::filesystem::path place, std::uint64_t length, Naming naming = Naming::WithoutName);
+        std::filesystem::path place,
+        std::uint64_t length,
+        Use use,
+        Naming naming = Naming::WithoutName);
     ~StagedUpdate();
     StagedUpdate(const StagedUpdate&) = delete;
     StagedUpdate& operator=(const StagedUpdate&) = delete;
@@ -48,17 +54,19 @@ public:
 
     [[nodiscard]] std::uint64_t received() const { return received_; }
 
-    /// Throws `UpdateError` unless the file has exactly the announced length and a valid signature.
-    /// Flushes it to the disk.
-    void verify(const UpdateKey& key, const UpdateSignature& signature);
+    /// Throws `UpdateError` unless the file has exactly the announced length, a valid signature and
+    /// the announced hash. Flushes its content to the disk.
+    void verify(const UpdateKey& key, const UpdateProof& proof);
 
     /// Puts the verified file in place atomically. Works on the descriptor that was verified, and
-    /// throws `UpdateError` when another file has taken its name. Once.
-    void putInPlace(Use use);
+    /// throws `UpdateError` when another file has taken its name. After a crash or a power cut at
+    /// any point, either the old file or the complete new one with its mode is in place. Once.
+    void putInPlace();
 
 private:
     void open(Naming naming);
-    [[nodiscard]] unsigned modeFor(Use use) const;
+    [[nodiscard]] bool canOthersReplaceFiles() const;
+    [[nodiscard]] unsigned mode() const;
     void giveName();
     void removeName() const;
     [[nodiscard]] tavrin::PlatformError couldNotStore(int error) const;
@@ -68,6 +76,7 @@ private:
 
     std::filesystem::path place_;
     std::uint64_t length_;
+    Use use_;
     std::uint64_t received_ = 0;
     /// The hidden name in the folder, in use while `isNamed_`.
     std::string name_;

@@ -85,7 +85,8 @@ void UpdateDownloader::start(
             if (isPackage) {
                 makeFolder(place.parent_path());
             }
-            file->staged.emplace(place, length);
+            using Use = StagedUpdate::Use;
+            file->staged.emplace(place, length, isPackage ? Use::Document : Use::Program);
         },
         [this] { load(); });
     showProgress();
@@ -133,16 +134,13 @@ void UpdateDownloader::receive(const URLResult& result) {
     download_->isLoading = false;
     run([file = download_->file,
          key = download_->key,
-         signature = download_->offer.signature] { file->staged->verify(key, signature); },
+         proof = download_->offer.proof] { file->staged->verify(key, proof); },
         handlers_.verified);
     download_->presenter.show(UpdatePresenter::Verification());
 }
 
 void UpdateDownloader::install() {
-    const auto use = installation_.kind() == UpdateInstallation::Kind::AppImage
-                         ? StagedUpdate::Use::Program
-                         : StagedUpdate::Use::Document;
-    run([file = download_->file, use] { file->staged->putInPlace(use); }, handlers_.installed);
+    run([file = download_->file] { file->staged->putInPlace(); }, handlers_.installed);
 }
 
 void UpdateDownloader::cancel() {

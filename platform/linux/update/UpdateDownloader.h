@@ -18,10 +18,8 @@ class UpdatePresenter;
 
 /// Downloads one update at a time, verifies it and puts it in place.
 ///
-/// The download is hidden beside the file that it will replace. Once its length and its signature
-/// are right, that same open file is put in place. The signature covers the file, not the version
-/// in the feed: with a forged feed but without the key, an older signed file could still be offered
-/// as a newer one.
+/// The download is hidden beside the file that it will replace. Once its length, its signature and
+/// its hash are right, that same open file is put in place.
 ///
 /// Main thread. The file is worked on by a separate thread, which the destructor waits for. Borrows
 /// everything it is given.

@@ -62,6 +62,11 @@ struct Description {
             "Update {} would have to be loaded without encryption, which is refused.",
             error.version);
     }
+    std::string operator()(const UpdateError::BadItemSignature& error) const {
+        return fmt::format(
+            "The entry of update {} in the feed has no valid signature. It is not offered.",
+            error.version);
+    }
     std::string operator()(const UpdateError::BadKey&) const {
         return "The update signing key of this build is not valid, so updates cannot be verified.";
     }
@@ -76,6 +81,14 @@ struct Description {
     }
     std::string operator()(const UpdateError::BadSignature&) const {
         return "The signature of the update is not valid. It was not installed.";
+    }
+    std::string operator()(const UpdateError::OtherFile&) const {
+        return "The update is not the file that the feed announces. It was not installed.";
+    }
+    std::string operator()(const UpdateError::SharedFolder& error) const {
+        return fmt::format(
+            "Other users can replace files in {}, so the update is not stored there.",
+            error.folder);
     }
     std::string operator()(const UpdateError::Swapped&) const {
         return "The file in the update's place is not the one that was verified. Do not open it.";

@@ -49,6 +49,10 @@ public:
     struct NotHTTPS {
         std::string version;
     };
+    /// The item is not signed, or the signature covers other fields.
+    struct BadItemSignature {
+        std::string version;
+    };
     /// The key of this build is not valid.
     struct BadKey {};
     struct TooShort {
@@ -59,6 +63,12 @@ public:
         std::uint64_t expected;
     };
     struct BadSignature {};
+    /// Signed as well, but not the file that the feed names.
+    struct OtherFile {};
+    /// Others could replace a package in this folder before it is opened.
+    struct SharedFolder {
+        std::string folder;
+    };
     /// The installed file is not the one that was verified.
     struct Swapped {};
 
@@ -74,10 +84,13 @@ public:
         Missing,
         Unusable,
         NotHTTPS,
+        BadItemSignature,
         BadKey,
         TooShort,
         TooLong,
         BadSignature,
+        OtherFile,
+        SharedFolder,
         Swapped>;
 
     // Thrown by its case.

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/update/UpdateKey.h"
 
+#include "core/Errors.h"
 #include "platform/linux/support/OpenSSL.h"
 
 #include <QByteArray>
 
 #include <algorithm>
+#include <cerrno>
 #include <memory>
 
 namespace orvel {
@@ -25,10 +27,45 @@ std::optional<std::array<std::uint8_t, size>> decoded(std::string_view text) {
     return bytes;
 }
 
+std::optional<std::uint8_t> hexadecimalDigit(char character) {
+    constexpr std::string_view digits = "0123456789abcdef";
+    const auto value = digits.find(character);
+    return value == std::string_view::npos ? std::nullopt
+                                           : std::optional(static_cast<std::uint8_t>(value));
+}
+
 } // namespace
 
 std::optional<UpdateSignature> updateSignatureFromBase64(std::string_view text) {
     return decoded<std::tuple_size_v<UpdateSignature>>(text);
+}
+
+std::optional<UpdateHash> updateHashFromHex(std::string_view text) {
+    UpdateHash hash{};
+    if (text.size() != 2 * hash.size()) {
+        return std::nullopt;
+    }
+    for (std::size_t index = 0; index < hash.size(); ++index) {
+        const auto high = hexadecimalDigit(text[2 * index]);
+        const auto low = hexadecimalDigit(text[2 * index + 1]);
+        if (!high || !low) {
+            return std::nullopt;
+        }
+        hash[index] = static_cast<std::uint8_t>(*high << 4U | *low);
+    }
+    return hash;
+}
+
+UpdateHash updateHash(std::span<const std::uint8_t> content) {
+    const OpenSSL& openSSL = OpenSSL::get();
+    UpdateHash hash{};
+    if (openSSL.evpQDigest(
+            nullptr, "SHA256", nullptr, content.data(), content.size(), hash.data(), nullptr) !=
+        1) {
+        openSSL.errClearError();
+        throw tavrin::PlatformError::fromErrno(ENOTSUP, "Could not compute a hash with OpenSSL");
+    }
+    return hash;
 }
 
 std::optional<UpdateKey> UpdateKey::fromBase64(std::string_view text) {

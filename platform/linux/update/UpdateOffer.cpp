@@ -2,6 +2,7 @@
 #include "platform/linux/update/UpdateOffer.h"
 
 #include "core/Text.h"
+#include "core/UpdateStatement.h"
 #include "platform/linux/update/UpdateError.h"
 
 #include <charconv>
@@ -60,15 +61,23 @@ std::uint64_t lengthOf(const AppcastItem& item) {
     return length;
 }
 
-UpdateSignature signatureOf(const AppcastItem& item) {
-    if (item.enclosure->signature.empty()) {
+UpdateProof proofOf(const AppcastItem& item) {
+    const AppcastItem::Enclosure& enclosure = *item.enclosure;
+    if (enclosure.signature.empty()) {
         throw UpdateError(UpdateError::Missing{item.version, "signature"});
     }
-    const auto signature = updateSignatureFromBase64(item.enclosure->signature);
+    const auto signature = updateSignatureFromBase64(enclosure.signature);
     if (!signature) {
         throw UpdateError(UpdateError::Unusable{item.version, "signature"});
     }
-    return *signature;
+    if (enclosure.sha256.empty()) {
+        throw UpdateError(UpdateError::Missing{item.version, "hash"});
+    }
+    const auto hash = updateHashFromHex(enclosure.sha256);
+    if (!hash) {
+        throw UpdateError(UpdateError::Unusable{item.version, "hash"});
+    }
+    return {*signature, *hash};
 }
 
 std::string urlOf(const AppcastItem& item) {
@@ -82,37 +91,66 @@ std::string urlOf(const AppcastItem& item) {
     return url;
 }
 
+void checkSignature(const AppcastItem& item, const ItemVerifier& isSigned) {
+    const AppcastItem::Enclosure& enclosure = *item.enclosure;
+    const tavrin::UpdateStatement statement{
+        .version = item.version,
+        .shortVersion = item.shortVersion,
+        .notes = item.description,
+        .channel = item.channel,
+        .minimumSystemVersion = item.minimumSystemVersion,
+        .system = enclosure.system,
+        .architecture = enclosure.architecture,
+        .type = enclosure.type,
+        .url = enclosure.url,
+        .length = enclosure.length,
+        .sha256 = enclosure.sha256};
+    const auto signature = updateSignatureFromBase64(enclosure.itemSignature);
+    if (!signature || !isSigned(*signature, tavrin::signedBytes(statement))) {
+        throw UpdateError(UpdateError::BadItemSignature{item.version});
+    }
+}
+
+UpdateOffer offerOf(const AppcastItem& item, UpdateVersion version) {
+    SoftwareUpdate update;
+    update.version = item.version;
+    update.displayVersion = item.shortVersion.empty()
+                                ? item.version
+                                : tavrin::shownText(item.shortVersion, maximumNameLength);
+    update.releaseNotes = tavrin::shownText(item.description, maximumNotesLength);
+    update.length = lengthOf(item);
+    return {std::move(update), std::move(version), urlOf(item), proofOf(item)};
+}
+
 } // namespace
 
-std::optional<UpdateOffer>
-newestUpdate(const std::vector<AppcastItem>& items, const UpdateCriteria& criteria) {
-    const AppcastItem* newest = nullptr;
-    std::optional<UpdateVersion> newestVersion;
+std::optional<UpdateOffer> newestUpdate(
+    const std::vector<AppcastItem>& items,
+    const UpdateCriteria& criteria,
+    const ItemVerifier& isSigned) {
+    std::optional<UpdateOffer> newest;
+    std::optional<UpdateError> refusal;
     for (const AppcastItem& item : items) {
         if (!isForThisCopy(item, criteria)) {
             continue;
         }
-        UpdateVersion version = versionOf(item);
-        const bool isWanted = version > criteria.current &&
-                              (!criteria.skipped || version > *criteria.skipped) &&
-                              (!newestVersion || version > *newestVersion);
-        if (isWanted && runsHere(item, criteria)) {
-            newest = &item;
-            newestVersion = std::move(version);
+        try {
+            UpdateVersion version = versionOf(item);
+            const UpdateVersion& best = newest ? newest->version : criteria.current;
+            if (version > best && runsHere(item, criteria)) {
+                checkSignature(item, isSigned);
+                newest = offerOf(item, std::move(version));
+            }
+        } catch (const UpdateError& error) {
+            if (!refusal) {
+                refusal = error;
+            }
         }
     }
-    if (newest == nullptr) {
-        return std::nullopt;
+    if (!newest && refusal) {
+        throw UpdateError(*refusal);
     }
-    SoftwareUpdate update;
-    update.version = newest->version;
-    update.displayVersion = newest->shortVersion.empty()
-                                ? newest->version
-                                : tavrin::shownText(newest->shortVersion, maximumNameLength);
-    update.releaseNotes = tavrin::shownText(newest->description, maximumNotesLength);
-    update.length = lengthOf(*newest);
-    return UpdateOffer{
-        std::move(update), *std::move(newestVersion), urlOf(*newest), signatureOf(*newest)};
+    return newest;
 }
 
 } // namespace orvel

@@ -3,6 +3,7 @@
 
 #include "platform/UpdateObserver.h"
 
+#include <cstddef>
 #include <functional>
 #include <optional>
 #include <string>
@@ -15,6 +16,7 @@ class RecordingUpdateObserver final : public UpdateObserver {
 public:
     bool isGentle = true;
     std::vector<std::string> told;
+    std::size_t checks = 0;
     /// "saved" or the failure, one for each choice.
     std::vector<std::string> saved;
     std::function<void()> onCheck;
@@ -28,6 +30,7 @@ public:
     }
     void checkFinished() override {
         told.emplace_back("checked");
+        ++checks;
         if (onCheck) {
             onCheck();
         }

@@ -12,6 +12,7 @@
 #include <array>
 #include <cerrno>
 #include <cstddef>
+#include <iterator>
 #include <mutex>
 #include <system_error>
 #include <thread>
@@ -22,19 +23,37 @@ namespace orvel::test {
 
 namespace {
 
-/// Device and number of a file.
-using File = std::pair<dev_t, ino_t>;
+/// A file, and its permissions when it was flushed.
+struct Flush {
+    dev_t device;
+    ino_t number;
+    unsigned mode;
+};
 
 std::mutex flushMutex;
-std::vector<File> flushed;
+std::vector<Flush> flushed;
 std::function<void()> beforeRenaming;
 
 void noteFlush(int file) {
     struct stat status {};
     if (fstat(file, &status) == 0) {
         const std::lock_guard lock(flushMutex);
-        flushed.emplace_back(status.st_dev, status.st_ino);
+        flushed.push_back({status.st_dev, status.st_ino, status.st_mode & 07777U});
     }
+}
+
+/// The flushes of this file, in their order.
+std::vector<Flush> flushesOf(const std::filesystem::path& file) {
+    struct stat status {};
+    if (stat(file.c_str(), &status) != 0) {
+        throw std::system_error(errno, std::generic_category(), file);
+    }
+    const std::lock_guard lock(flushMutex);
+    std::vector<Flush> flushes;
+    std::ranges::copy_if(flushed, std::back_inserter(flushes), [&](const Flush& flush) {
+        return flush.device == status.st_dev && flush.number == status.st_ino;
+    });
+    return flushes;
 }
 
 } // namespace
@@ -71,13 +90,12 @@ FlushCounter::FlushCounter() {
 FlushCounter::~FlushCounter() = default;
 
 std::size_t FlushCounter::count(const std::filesystem::path& file) const {
-    struct stat status {};
-    if (stat(file.c_str(), &status) != 0) {
-        throw std::system_error(errno, std::generic_category(), file);
-    }
-    const std::lock_guard lock(flushMutex);
-    return static_cast<std::size_t>(
-        std::ranges::count(flushed, File(status.st_dev, status.st_ino)));
+    return flushesOf(file).size();
+}
+
+std::optional<unsigned> FlushCounter::lastMode(const std::filesystem::path& file) const {
+    const std::vector<Flush> flushes = flushesOf(file);
+    return flushes.empty() ? std::nullopt : std::optional(flushes.back().mode);
 }
 
 BeforeRenaming::BeforeRenaming(std::function<void()> action) {

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <filesystem>
 #include <functional>
+#include <optional>
 
 namespace orvel::test {
 
@@ -17,6 +18,8 @@ public:
     FlushCounter& operator=(const FlushCounter&) = delete;
 
     [[nodiscard]] std::size_t count(const std::filesystem::path& file) const;
+    /// The permissions that the file had when it was last flushed.
+    [[nodiscard]] std::optional<unsigned> lastMode(const std::filesystem::path& file) const;
 };
 
 /// Runs the action before each `renameat` of this process while the object lives. One object at a

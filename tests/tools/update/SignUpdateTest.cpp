@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/update/Appcast.h"
+#include "platform/linux/update/UpdateError.h"
 #include "platform/linux/update/UpdateKey.h"
 #include "platform/linux/update/UpdateOffer.h"
 #include "tests/support/Program.h"
@@ -16,6 +17,8 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace orvel::test {
@@ -84,6 +87,24 @@ protected:
             "https://updates.test.example/Agent.AppImage?a=1&b=2"};
         arguments.insert(arguments.end(), more.begin(), more.end());
         return arguments;
+    }
+
+    /// What an agent of version 1.0 with this key offers for the item.
+    [[nodiscard]] std::optional<UpdateOffer> offerOf(const std::string& item) const {
+        const auto key = UpdateKey::fromBase64(publicKey_);
+        return newestUpdate(
+            parseAppcast(
+                "<rss version='2.0' "
+                "xmlns:sparkle='http://www.andymatuschak.org/xml-namespaces/sparkle'><channel>" +
+                item + "</channel></rss>"),
+            {*UpdateVersion::parse("1.0"),
+             "x86_64",
+             "application/vnd.appimage",
+             *UpdateVersion::parse("2.36")},
+            [&key](const UpdateSignature& signature, std::string_view bytes) {
+                return key->verifies(
+                    signature, {reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()});
+            });
     }
 
     TemporaryDirectory folder_;
@@ -186,24 +207,42 @@ TEST_F(SignUpdateTest, TheAgentReadsItsItems) {
          "--minimum-system-version",
          "2.36"}));
     ASSERT_EQ(signing.status, 0) << signing.errors;
-    const auto items = parseAppcast(
-        "<rss version='2.0' "
-        "xmlns:sparkle='http://www.andymatuschak.org/xml-namespaces/sparkle'><channel>" +
-        signing.output + "</channel></rss>");
-    const auto offer = newestUpdate(
-        items,
-        {*UpdateVersion::parse("1.0"),
-         std::nullopt,
-         "x86_64",
-         "application/vnd.appimage",
-         *UpdateVersion::parse("2.36")});
+    const auto offer = offerOf(signing.output);
     ASSERT_TRUE(offer);
     EXPECT_EQ(
         offer->update,
         (SoftwareUpdate{"2.0", "Two", "Faster & <better>.\n]]> \"quoted\"", content_.size()}));
     EXPECT_EQ(offer->url, "https://updates.test.example/Agent.AppImage?a=1&b=2");
-    EXPECT_EQ(offer->signature, updateSignatureFromBase64(signature()));
-    EXPECT_EQ(items.front().minimumSystemVersion, "2.36");
+    const std::span bytes(reinterpret_cast<const std::uint8_t*>(content_.data()), content_.size());
+    EXPECT_EQ(
+        offer->proof, (UpdateProof{*updateSignatureFromBase64(signature()), updateHash(bytes)}));
+    EXPECT_THAT(
+        signing.output,
+        HasSubstr("<sparkle:minimumSystemVersion>2.36</sparkle:minimumSystemVersion>"));
+}
+
+TEST_F(SignUpdateTest, TheAgentRefusesAChangedItem) {
+    const std::string made = run(itemArguments({"--arch", "x86_64"})).output;
+    ASSERT_TRUE(offerOf(made));
+    for (const auto& [from, to] : std::vector<std::pair<std::string, std::string>>{
+             {">2.0<", ">99999<"},
+             {"https://updates.", "https://elsewhere."},
+             {"length=\"15\"", "length=\"16\""},
+             {"orvel:sha256=\"", "orvel:sha256=\"0"},
+             {"</sparkle:version>", "</sparkle:version><description>Notes</description>"}}) {
+        std::string changed = made;
+        ASSERT_NE(changed.find(from), std::string::npos) << from;
+        changed.replace(changed.find(from), from.size(), to);
+        EXPECT_THROW(static_cast<void>(offerOf(changed)), UpdateError) << from;
+    }
+}
+
+TEST_F(SignUpdateTest, TheAgentReadsNotesOfAnotherSystem) {
+    const std::string notes = folder_ / "notes.txt";
+    write(notes, "\n First line.\r\n\tSecond line.\r\n\r\n");
+    const auto offer = offerOf(run(itemArguments({"--arch", "x86_64", "--notes", notes})).output);
+    ASSERT_TRUE(offer);
+    EXPECT_EQ(offer->update.releaseNotes, "First line.\n\tSecond line.");
 }
 
 TEST_F(SignUpdateTest, AnItemOfAPackageHasThePackageType) {
@@ -221,7 +260,7 @@ TEST_F(SignUpdateTest, WrongUsageIsReported) {
     write(other, content_);
     auto unnamed = itemArguments();
     unnamed[2] = other;
-    const std::vector<std::vector<std::string>> wrong = {
+    std::vector<std::vector<std::string>> wrong = {
         {},
         {update_},
         {"--verify", "x", update_},
@@ -234,6 +273,15 @@ TEST_F(SignUpdateTest, WrongUsageIsReported) {
         {"--key", keyFile_, update_, "--item", "--version", "2.0", "--url", "http://h/x"},
         {"--unknown"},
         unnamed};
+    for (const std::string& text :
+         {std::string("two\nlines"),
+          std::string(" space"),
+          std::string("\xFF"),
+          std::string(2'049, 'x')}) {
+        for (const char* option : {"--short-version", "--type", "--arch", "--channel"}) {
+            wrong.push_back(itemArguments({option, text}));
+        }
+    }
     for (const auto& arguments : wrong) {
         const Finished used = run(arguments);
         EXPECT_EQ(used.status, 2) << testing::PrintToString(arguments);
@@ -250,8 +298,20 @@ TEST_F(SignUpdateTest, AnEmptyUpdateIsRefused) {
 
 TEST_F(SignUpdateTest, NotesThatAreNotTextAreRefused) {
     const std::string notes = folder_ / "notes.txt";
-    write(notes, "\xFF");
-    EXPECT_EQ(run(itemArguments({"--notes", notes})).status, 1);
+    for (const std::string& text :
+         {std::string("\xFF"),
+          std::string("\x1B[31m"),
+          std::string("a\rb"),
+          std::string("\uFFFF"),
+          std::string("a\0b", 3),
+          std::string((64U << 10U) + 1, 'x')}) {
+        write(notes, text);
+        const Finished signing = run(itemArguments({"--notes", notes}));
+        EXPECT_EQ(signing.status, 1) << text.substr(0, 9);
+        EXPECT_THAT(signing.output, IsEmpty());
+    }
+    write(notes, std::string(64U << 10U, 'x'));
+    EXPECT_EQ(run(itemArguments({"--notes", notes})).status, 0);
 }
 
 TEST_F(SignUpdateTest, HelpNamesEveryOption) {

@@ -593,7 +593,8 @@ protected:
 
     void offer(const std::string& signature) {
         AppcastBuilder feed;
-        feed.add({"2.0", "https://h/update", 3, signature});
+        feed.add(AppcastBuilder::Item("2.0", "https://h/update", "new", signer_)
+                     .with("sparkle:edSignature", signature));
         feed_ = feed.text();
     }
 

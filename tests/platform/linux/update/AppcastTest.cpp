@@ -1,12 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/update/Appcast.h"
 
+#include "core/UpdateStatement.h"
 #include "platform/linux/update/UpdateError.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <fstream>
+#include <functional>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -14,13 +19,14 @@ namespace orvel {
 
 namespace {
 
+using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
 std::string feed(const std::string& channel) {
     return R"(<?xml version="1.0" encoding="utf-8"?>
-<rss version="2.0" xmlns:sparkle="http://www.andymatuschak.org/xml-namespaces/sparkle">
-<channel><title>Orvel Agent</title>)" +
+<rss version="2.0" xmlns:sparkle="http://www.andymatuschak.org/xml-namespaces/sparkle"
+     xmlns:orvel="https://www.orvel.example/xml-namespaces/update"><channel><title>Orvel Agent</title>)" +
            channel + "</channel></rss>";
 }
 
@@ -35,6 +41,18 @@ std::string refusal(const std::string& text) {
 }
 
 constexpr const char* documentType = "The update feed declares a document type, which is refused.";
+/// A line of /proc/self/status.
+long memoryInMiB(const std::string& name) {
+    std::ifstream status("/proc/self/status");
+    std::string word;
+    while (status >> word && word != name) {
+    }
+    long kibibytes = -1;
+    EXPECT_TRUE(status >> kibibytes) << name;
+    return kibibytes / 1024;
+}
+
+constexpr const char* tooLong = "The update feed is too long to be one.";
 constexpr const char* notRSS = "The update feed is not an RSS 2.0 feed.";
 constexpr const char* notUTF8 = "The update feed is not UTF-8 text.";
 
@@ -50,7 +68,8 @@ TEST(AppcastTest, ReadsEveryFieldOfAnItem) {
   <sparkle:minimumSystemVersion>2.36</sparkle:minimumSystemVersion>
   <description sparkle:format="plain-text"><![CDATA[Faster & <better>.]]></description>
   <enclosure url="https://h/a?b=1&amp;c=2" length="1234" type="application/x"
-             sparkle:edSignature="c2ln" sparkle:os="linux" sparkle:arch="x86_64"/>
+             sparkle:edSignature="c2ln" sparkle:os="linux" sparkle:arch="x86_64"
+             orvel:sha256="00ff" orvel:itemSignature="aXRlbQ=="/>
 </item>)"));
     ASSERT_THAT(items, SizeIs(1));
     const AppcastItem& item = items.front();
@@ -66,6 +85,8 @@ TEST(AppcastTest, ReadsEveryFieldOfAnItem) {
     EXPECT_EQ(item.enclosure->signature, "c2ln");
     EXPECT_EQ(item.enclosure->system, "linux");
     EXPECT_EQ(item.enclosure->architecture, "x86_64");
+    EXPECT_EQ(item.enclosure->sha256, "00ff");
+    EXPECT_EQ(item.enclosure->itemSignature, "aXRlbQ==");
 }
 
 TEST(AppcastTest, TheVersionMayBeInTheEnclosure) {
@@ -226,6 +247,72 @@ TEST(AppcastTest, RefusesWhatIsTooLong) {
         start + std::string(maximumAppcastBytes - start.size() - end.size(), 'x') + end;
     EXPECT_EQ(refusal(longest), "");
     EXPECT_EQ(refusal(longest + "\n"), "The update feed is too long to be one.");
+}
+
+TEST(AppcastTest, RefusesTooManyItems) {
+    std::string items;
+    for (std::size_t count = 0; count < maximumAppcastItems; ++count) {
+        items += "<item/>";
+    }
+    EXPECT_THAT(parseAppcast(feed(items)), SizeIs(maximumAppcastItems));
+    EXPECT_EQ(refusal(feed(items + "<item/>")), tooLong);
+    EXPECT_EQ(refusal(feed(items + "<item><sparkle:version>2</sparkle:version></item>")), tooLong);
+}
+
+TEST(AppcastTest, RefusesTooManyElements) {
+    std::string elements;
+    // Beside the root, the channel and its title.
+    for (std::size_t count = 3; count < maximumAppcastElements; ++count) {
+        elements += "<x/>";
+    }
+    EXPECT_EQ(refusal(feed(elements)), "");
+    EXPECT_EQ(refusal(feed(elements + "<x/>")), tooLong);
+}
+
+TEST(AppcastTest, CutsFieldsThatAreTooLong) {
+    constexpr std::size_t field = tavrin::maximumUpdateFieldBytes;
+    constexpr std::size_t notes = tavrin::maximumUpdateNotesBytes;
+    const auto lengths = [](std::size_t fieldLength, std::size_t notesLength) {
+        const std::string text(fieldLength, 'x');
+        const auto items = parseAppcast(feed(
+            "<item><sparkle:version>" + text + "</sparkle:version><description>" +
+            std::string(notesLength, 'x') + "</description><enclosure url='" + text +
+            "' orvel:itemSignature='" + text + "'/></item>"));
+        const AppcastItem& item = items.front();
+        return std::vector{
+            item.version.size(),
+            item.enclosure->url.size(),
+            item.enclosure->itemSignature.size(),
+            item.description.size()};
+    };
+    EXPECT_THAT(lengths(field, notes), ElementsAre(field, field, field, notes));
+    EXPECT_THAT(
+        lengths(10 * field, 10 * notes), ElementsAre(field + 1, field + 1, field + 1, notes + 1));
+}
+
+TEST(AppcastTest, NoFeedNeedsMuchMemory) {
+    const auto longest = [](const std::function<std::string(std::size_t)>& piece) {
+        std::string pieces;
+        for (std::size_t index = 0; pieces.size() < maximumAppcastBytes - 500; ++index) {
+            pieces += piece(index);
+        }
+        return feed(pieces);
+    };
+    const std::vector<std::pair<const char*, std::string>> feeds = {
+        {"items", longest([](std::size_t) { return "<item/>"; })},
+        {"elements",
+         longest([](std::size_t index) { return "<x" + std::to_string(index) + "/>"; })},
+        {"namespaces", longest([](std::size_t index) {
+             return "<x xmlns:y" + std::to_string(index) + "='z" + std::to_string(index) + "'/>";
+         })}};
+    for (const auto& [name, text] : feeds) {
+        ASSERT_LT(text.size(), maximumAppcastBytes) << name;
+        const long before = memoryInMiB("VmRSS:");
+        // From here on, the peak is that of the parser.
+        std::ofstream("/proc/self/clear_refs") << "5";
+        EXPECT_EQ(refusal(text), tooLong) << name;
+        EXPECT_LT(memoryInMiB("VmHWM:") - before, 32) << name;
+    }
 }
 
 TEST(AppcastTest, AcceptsAHundredThousandAttributes) {

@@ -169,6 +169,9 @@ TEST_F(AppcastUpdaterDownloadTest, AFeedThatCannotBeTrustedIsRefused) {
         return replying(AppcastBuilder().add(item).text());
     };
     const std::string feed = AppcastBuilder().add(item("2.0")).text();
+    const UpdateSigner stranger;
+    const std::string noItemSignature =
+        "The entry of update 2.0 in the feed has no valid signature. It is not offered.";
     struct Case {
         const char* name;
         LocalServer::Handler serve;
@@ -235,6 +238,24 @@ TEST_F(AppcastUpdaterDownloadTest, AFeedThatCannotBeTrustedIsRefused) {
         {"garbled signature",
          offering(item("2.0").with("sparkle:edSignature", "====")),
          "Update 2.0 in the feed has an unusable signature."},
+        {"item without a signature",
+         offering(item("2.0").without("orvel:itemSignature")),
+         noItemSignature},
+        {"item with a garbled signature",
+         offering(item("2.0").with("orvel:itemSignature", "====")),
+         noItemSignature},
+        {"item with the signature of its file",
+         offering(item("2.0").with("orvel:itemSignature", signer_.signature("new"))),
+         noItemSignature},
+        {"item with the signature of another version",
+         offering(item("2.0").with("orvel:itemSignature", item("1.5").signature())),
+         noItemSignature},
+        {"item signed with another key",
+         offering({"2.0", updateURL(), "new", stranger}),
+         noItemSignature},
+        {"no hash",
+         offering(item("2.0").without("orvel:sha256")),
+         "Update 2.0 in the feed has no hash."},
         {"no length",
          offering(item("2.0").without("length")),
          "Update 2.0 in the feed has no length."},
@@ -307,6 +328,10 @@ TEST_F(AppcastUpdaterDownloadTest, ADownloadThatCannotBeTrustedIsRefusedAndRemov
          replying(good),
          item("2.0", good).with("sparkle:edSignature", std::string(86, 'A') + "=="),
          badSignature},
+        {"an older signed file",
+         replying("old content"),
+         item("2.0", good).with("sparkle:edSignature", signer_.signature("old content")),
+         "The update is not the file that the feed announces. It was not installed."},
         {"truncated",
          replying(good.substr(0, 5)),
          item("2.0", good),
@@ -390,6 +415,20 @@ TEST_F(AppcastUpdaterDownloadTest, AFullDiskIsReportedBeforeTheDownload) {
             "download",
             testing::StartsWith("Could not store the update beside " + package)));
     EXPECT_TRUE(waitUntil([&] { return std::filesystem::is_empty(downloads); }));
+    EXPECT_EQ(server_.requests().size(), 1U);
+}
+
+TEST_F(AppcastUpdaterDownloadTest, APackageIsNotLoadedIntoAFolderThatOthersCanWrite) {
+    isPackage_ = true;
+    const auto downloads = folder_ / "Downloads";
+    std::filesystem::create_directory(downloads);
+    ASSERT_EQ(chmod(downloads.c_str(), 0777), 0);
+    feedPackage("new content");
+    EXPECT_EQ(
+        outcome().back(),
+        "Other users can replace files in " + downloads.string() +
+            ", so the update is not stored there.");
+    EXPECT_TRUE(std::filesystem::is_empty(downloads));
     EXPECT_EQ(server_.requests().size(), 1U);
 }
 

@@ -21,7 +21,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -93,7 +95,7 @@ protected:
     /// A signed feed item for this update.
     [[nodiscard]] AppcastBuilder::Item
     item(const std::string& version, const std::string& update = "new") const {
-        return {version, updateURL(), update.size(), signer_.signature(update)};
+        return {version, updateURL(), update, signer_};
     }
     [[nodiscard]] virtual std::string updateURL() const = 0;
 
@@ -160,9 +162,23 @@ protected:
         pages_[feedURL()] = feed.text();
     }
 
+    /// Then finishes the check that became due.
     void pass(tavrin::Seconds time) {
+        const std::size_t expected = finishedChecks() + 1;
+        const std::size_t before = requests();
         clock_.advance(time);
         processEvents();
+        if (requests() > before) {
+            ASSERT_TRUE(runUntil([&] { return finishedChecks() == expected; }));
+        }
+    }
+
+    /// With a result, or with a reason in the log.
+    [[nodiscard]] std::size_t finishedChecks() const {
+        return observer_.checks + static_cast<std::size_t>(std::ranges::count_if(
+                                      logStore_.lines(), [](const auto& line) {
+                                          return !line.message.starts_with("Version ");
+                                      }));
     }
 
     [[nodiscard]] std::size_t requests() const { return session_.requests().size(); }

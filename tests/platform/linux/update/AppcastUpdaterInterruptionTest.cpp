@@ -41,10 +41,22 @@ TEST_F(AppcastUpdaterInterruptionTest, TheObserverCanCancelACheck) {
         updater_->choose(Choice::Cancel);
     };
     updater().checkForUpdates();
-    processEvents();
+    ASSERT_TRUE(runUntil([this] { return observer_.checks == 1; }));
     EXPECT_THAT(observer_.told, ElementsAre("checked"));
     EXPECT_THAT(presenter_.shown(), ElementsAre("checking"));
     EXPECT_EQ(clock_.untilNextTimer(), hour);
+}
+
+TEST_F(AppcastUpdaterInterruptionTest, ACheckCanBeCancelledWhileItsFeedIsRead) {
+    offer({item("2.0")});
+    updater().checkForUpdates();
+    ASSERT_TRUE(runUntil([this] { return session_.inFlight() == 0; }));
+    updater().choose(Choice::Cancel);
+    offer({});
+    updater().checkForUpdates();
+    EXPECT_TRUE(shows("no update"));
+    EXPECT_THAT(presenter_.shown(), ElementsAre("checking", "checking", "no update"));
+    EXPECT_THAT(observer_.told, ElementsAre("checked"));
 }
 
 TEST_F(AppcastUpdaterInterruptionTest, ADownloadCanBeCancelledBeforeItBegins) {

@@ -145,6 +145,35 @@ TEST_F(AppcastUpdaterOfferTest, ASkippedVersionIsOfferedOnlyOnRequest) {
     EXPECT_EQ(presenter_.shown().back(), "update 2.0.1 gently");
 }
 
+TEST_F(AppcastUpdaterOfferTest, LeavesOutSkippedAndOlderVersions) {
+    defaults_.set(UpdateSchedule::skippedKey, "2.0");
+    offer({item("1.9"), item("2.0")});
+    updater();
+    pass(Seconds(0));
+    EXPECT_THAT(presenter_.shown(), IsEmpty());
+    offer({item("2.0"), item("2.0.1")});
+    pass(day);
+    EXPECT_THAT(presenter_.shown(), ElementsAre("update 2.0.1 gently"));
+}
+
+TEST_F(AppcastUpdaterOfferTest, AVersionThatIsNotSignedCannotHideOthers) {
+    const auto forged = item("2.0").with("orvel:itemSignature", item("1.9").signature());
+    offer({forged});
+    updater();
+    pass(Seconds(0));
+    EXPECT_THAT(presenter_.shown(), IsEmpty());
+    EXPECT_THAT(
+        logged(),
+        ElementsAre("The entry of update 2.0 in the feed has no valid signature. It is not "
+                    "offered."));
+    updater().choose(Choice::Skip);
+    EXPECT_FALSE(defaults_.contains(UpdateSchedule::skippedKey));
+
+    offer({forged, item("1.1")});
+    pass(hour);
+    EXPECT_THAT(presenter_.shown(), ElementsAre("update 1.1 gently"));
+}
+
 TEST_F(AppcastUpdaterOfferTest, IgnoresAReplayedOlderFeed) {
     for (const char* version : {"0.9", "1.0", "1.0.0", "1.0-rc1"}) {
         offer({item(version)});

@@ -21,6 +21,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <ios>
 #include <iterator>
 #include <optional>
 #include <string>
@@ -51,16 +52,24 @@ std::optional<int> errorOf(const std::function<void()>& work) {
     }
 }
 
+UpdateProof proofOf(const test::UpdateSigner& signer, const std::string& text) {
+    return {
+        *updateSignatureFromBase64(signer.signature(text)),
+        *updateHashFromHex(test::UpdateSigner::sha256(text))};
+}
+
 /// Runs with both kinds of naming.
 class StagedUpdateTest : public testing::TestWithParam<StagedUpdate::Naming> {
 protected:
-    StagedUpdate staged(std::uint64_t length) { return {place_, length, GetParam()}; }
+    StagedUpdate staged(std::uint64_t length, Use use = Use::Program) {
+        return {place_, length, use, GetParam()};
+    }
 
     void install(const std::string& text, Use use) {
-        StagedUpdate update = staged(text.size());
+        StagedUpdate update = staged(text.size(), use);
         update.append(text);
-        update.verify(key(), signature(text));
-        update.putInPlace(use);
+        update.verify(key(), proof(text));
+        update.putInPlace();
     }
 
     void write(const std::filesystem::path& file, const std::string& text) {
@@ -76,14 +85,14 @@ protected:
     }
 
     [[nodiscard]] UpdateKey key() const { return *UpdateKey::fromBase64(signer_.publicKey()); }
-    [[nodiscard]] UpdateSignature signature(const std::string& text) const {
-        return *updateSignatureFromBase64(signer_.signature(text));
+    [[nodiscard]] UpdateProof proof(const std::string& text) const {
+        return proofOf(signer_, text);
     }
 
     /// The verification error; empty on success.
-    std::string refusal(StagedUpdate& update, const UpdateSignature& signature) {
+    std::string refusal(StagedUpdate& update, const UpdateProof& proof) {
         try {
-            update.verify(key(), signature);
+            update.verify(key(), proof);
             return "";
         } catch (const UpdateError& error) {
             return error.what();
@@ -114,8 +123,8 @@ TEST_P(StagedUpdateTest, ReplacesAFile) {
     update.append("n");
     update.append("ew");
     EXPECT_EQ(content(place_), "old");
-    update.verify(key(), signature("new"));
-    update.putInPlace(Use::Program);
+    update.verify(key(), proof("new"));
+    update.putInPlace();
     EXPECT_EQ(content(place_), "new");
     EXPECT_THAT(files(), ElementsAre("Agent.AppImage"));
 }
@@ -178,8 +187,8 @@ TEST_P(StagedUpdateTest, ARunningProgramKeepsItsContent) {
     std::ifstream running(place_);
     StagedUpdate update = staged(3);
     update.append("new");
-    update.verify(key(), signature("new"));
-    update.putInPlace(Use::Program);
+    update.verify(key(), proof("new"));
+    update.putInPlace();
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(running), {}), "old");
 }
 
@@ -194,7 +203,7 @@ TEST_P(StagedUpdateTest, RemovesAFileThatWasNotPutInPlace) {
     {
         StagedUpdate update = staged(3);
         update.append("new");
-        update.verify(key(), signature("new"));
+        update.verify(key(), proof("new"));
     }
     EXPECT_THAT(files(), IsEmpty());
 }
@@ -204,20 +213,27 @@ TEST_P(StagedUpdateTest, VerifiesOnlyTheCompleteSignedContent) {
         StagedUpdate update = staged(4);
         update.append("new");
         EXPECT_EQ(
-            refusal(update, signature("new")),
+            refusal(update, proof("new")),
             "The update is shorter than announced: 3 bytes instead of 4.");
     }
     {
         StagedUpdate update = staged(3);
         update.append("neu");
         EXPECT_EQ(
-            refusal(update, signature("new")),
+            refusal(update, proof("new")),
             "The signature of the update is not valid. It was not installed.");
     }
     {
         StagedUpdate update = staged(3);
+        update.append("old");
+        EXPECT_EQ(
+            refusal(update, {proof("old").signature, proof("new").hash}),
+            "The update is not the file that the feed announces. It was not installed.");
+    }
+    {
+        StagedUpdate update = staged(3);
         update.append("new");
-        EXPECT_EQ(refusal(update, signature("new")), "");
+        EXPECT_EQ(refusal(update, proof("new")), "");
     }
     EXPECT_THAT(files(), IsEmpty());
 }
@@ -227,7 +243,7 @@ TEST_P(StagedUpdateTest, ReportsABrokenDisk) {
     update.append("new");
     test::withFailingCall(SYS_pread64, EIO, [&] {
         try {
-            update.verify(key(), signature("new"));
+            update.verify(key(), proof("new"));
             ADD_FAILURE() << "Verified.";
         } catch (const tavrin::PlatformError& error) {
             EXPECT_EQ(error.code(), EIO);
@@ -240,7 +256,7 @@ TEST_P(StagedUpdateTest, ReportsADiskThatCannotBeFlushed) {
     StagedUpdate update = staged(3);
     update.append("new");
     test::withFailingCall(SYS_fsync, EIO, [&] {
-        EXPECT_EQ(errorOf([&] { update.verify(key(), signature("new")); }), EIO);
+        EXPECT_EQ(errorOf([&] { update.verify(key(), proof("new")); }), EIO);
     });
 }
 
@@ -248,16 +264,85 @@ TEST_P(StagedUpdateTest, FlushesTheFileBeforeAndTheFolderAfterItIsPutInPlace) {
     const test::FlushCounter flushes;
     StagedUpdate update = staged(3);
     update.append("new");
-    update.verify(key(), signature("new"));
+    update.verify(key(), proof("new"));
+    const std::filesystem::path hidden = folder_ / ".Agent.AppImage.update";
     bool isRenamed = false;
     const test::BeforeRenaming renaming([&] {
         isRenamed = true;
-        EXPECT_EQ(flushes.count(folder_ / ".Agent.AppImage.update"), 1U);
+        EXPECT_GE(flushes.count(hidden), 1U);
         EXPECT_EQ(flushes.count(folder_.path()), 0U);
     });
-    update.putInPlace(Use::Program);
+    update.putInPlace();
     EXPECT_TRUE(isRenamed);
     EXPECT_EQ(flushes.count(folder_.path()), 1U);
+}
+
+TEST_P(StagedUpdateTest, TheModeIsOnTheDiskBeforeTheName) {
+    for (const Use use : {Use::Program, Use::Document}) {
+        const test::FlushCounter flushes;
+        StagedUpdate update = staged(3, use);
+        update.append("new");
+        update.verify(key(), proof("new"));
+        std::optional<unsigned> flushedMode;
+        const test::BeforeRenaming renaming(
+            [&] { flushedMode = flushes.lastMode(folder_ / ".Agent.AppImage.update"); });
+        update.putInPlace();
+        EXPECT_EQ(flushedMode, use == Use::Program ? 0755U : 0644U);
+    }
+}
+
+TEST_P(StagedUpdateTest, AModeThatCannotBeFlushedLeavesTheOldFile) {
+    write(place_, "old");
+    StagedUpdate update = staged(3);
+    update.append("new");
+    update.verify(key(), proof("new"));
+    test::withFailingCall(
+        SYS_fsync, EIO, [&] { EXPECT_EQ(errorOf([&] { update.putInPlace(); }), EIO); });
+    EXPECT_EQ(content(place_), "old");
+}
+
+TEST_P(StagedUpdateTest, APackageIsNotStoredWhereOthersCanReplaceIt) {
+    const auto refusal = [this](Use use) -> std::string {
+        try {
+            const StagedUpdate update = staged(3, use);
+            return "";
+        } catch (const UpdateError& error) {
+            return error.what();
+        }
+    };
+    struct Case {
+        mode_t mode;
+        gid_t group;
+        bool isShared;
+    };
+    const gid_t own = getegid();
+    std::vector<Case> cases = {
+        {0700, own, false},
+        {0755, own, false},
+        {0775, own, false},
+        {01777, own, false},
+        {0777, own, true},
+        {0757, own, true}};
+    if (geteuid() == 0) {
+        constexpr gid_t others = 65534;
+        cases.insert(
+            cases.end(), {{0755, others, false}, {0775, others, true}, {01775, others, false}});
+    }
+    for (const Case& each : cases) {
+        ASSERT_EQ(chown(folder_.path().c_str(), uid_t(-1), each.group), 0);
+        ASSERT_EQ(chmod(folder_.path().c_str(), each.mode), 0);
+        const std::string sentence = "Other users can replace files in " + folder_.path().string() +
+                                     ", so the update is not stored there.";
+        EXPECT_EQ(refusal(Use::Document), each.isShared ? sentence : "") << std::oct << each.mode;
+        EXPECT_EQ(refusal(Use::Program), "") << std::oct << each.mode;
+        EXPECT_THAT(files(), IsEmpty());
+    }
+}
+
+TEST_P(StagedUpdateAsRootTest, APackageIsNotStoredInAnotherUsersFolder) {
+    ASSERT_EQ(chown(folder_.path().c_str(), 65534, gid_t(-1)), 0);
+    EXPECT_THROW(staged(3, Use::Document), UpdateError);
+    EXPECT_NO_THROW(staged(3, Use::Program));
 }
 
 TEST_P(StagedUpdateTest, TakesNoMoreThanAnnounced) {
@@ -276,8 +361,8 @@ TEST_P(StagedUpdateTest, ReplacesAFileLeftByACrash) {
     write(folder_ / ".Agent.AppImage.update", "left");
     StagedUpdate update = staged(3);
     update.append("new");
-    update.verify(key(), signature("new"));
-    update.putInPlace(Use::Program);
+    update.verify(key(), proof("new"));
+    update.putInPlace();
     EXPECT_THAT(files(), ElementsAre("Agent.AppImage"));
     EXPECT_EQ(content(place_), "new");
 }
@@ -317,21 +402,21 @@ TEST_P(StagedUpdateTest, AProgramCanBeStartedOnceItIsInPlace) {
     const std::string script = "#!/bin/sh\nexit 42\n";
     StagedUpdate update = staged(script.size());
     update.append(script);
-    update.verify(key(), signature(script));
-    update.putInPlace(Use::Program);
+    update.verify(key(), proof(script));
+    update.putInPlace();
     EXPECT_EQ(WEXITSTATUS(std::system(place_.c_str())), 42);
 }
 
 TEST_P(StagedUpdateTest, AFileThatIsReplacedDuringTheRenamingIsReported) {
     StagedUpdate update = staged(3);
     update.append("new");
-    update.verify(key(), signature("new"));
+    update.verify(key(), proof("new"));
     const test::BeforeRenaming renaming([this] {
         std::filesystem::remove(folder_ / ".Agent.AppImage.update");
         write(folder_ / ".Agent.AppImage.update", "evil");
     });
     try {
-        update.putInPlace(Use::Program);
+        update.putInPlace();
         ADD_FAILURE() << "Accepted.";
     } catch (const UpdateError& error) {
         EXPECT_THAT(error.what(), HasSubstr("is not the one that was verified"));
@@ -345,7 +430,9 @@ TEST_P(StagedUpdateTest, ReportsAFolderThatCannotBeWritten) {
 }
 
 TEST_P(StagedUpdateTest, ReportsAMissingFolder) {
-    EXPECT_THROW(StagedUpdate(folder_ / "missing" / "file", 3, GetParam()), tavrin::PlatformError);
+    EXPECT_THROW(
+        StagedUpdate(folder_ / "missing" / "file", 3, Use::Program, GetParam()),
+        tavrin::PlatformError);
 }
 
 TEST(StagedUpdateNameTest, AReplacedFileIsNotInstalled) {
@@ -353,15 +440,13 @@ TEST(StagedUpdateNameTest, AReplacedFileIsNotInstalled) {
     const test::UpdateSigner signer;
     const std::filesystem::path place = folder / "Agent.AppImage";
     std::ofstream(place) << "old";
-    StagedUpdate update(place, 3, StagedUpdate::Naming::Named);
+    StagedUpdate update(place, 3, Use::Program, StagedUpdate::Naming::Named);
     update.append("new");
-    update.verify(
-        *UpdateKey::fromBase64(signer.publicKey()),
-        *updateSignatureFromBase64(signer.signature("new")));
+    update.verify(*UpdateKey::fromBase64(signer.publicKey()), proofOf(signer, "new"));
     const std::filesystem::path hidden = folder / ".Agent.AppImage.update";
     std::filesystem::remove(hidden);
     std::ofstream(hidden) << "evil";
-    EXPECT_THROW(update.putInPlace(Use::Program), UpdateError);
+    EXPECT_THROW(update.putInPlace(), UpdateError);
     EXPECT_EQ(content(place), "old");
 }
 

@@ -95,4 +95,32 @@ TEST(UpdateKeyTest, AcceptsExactlyTheBase64OfAKeyOrASignature) {
     }
 }
 
+TEST(UpdateKeyTest, ComputesTheHashOfTheStandard) {
+    // FIPS 180-4: the hash of "abc".
+    const auto hash =
+        updateHashFromHex("ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+    ASSERT_TRUE(hash);
+    EXPECT_EQ(updateHash(bytes("abc")), *hash);
+    EXPECT_NE(updateHash(bytes("abd")), *hash);
+    EXPECT_NE(updateHash({}), *hash);
+}
+
+TEST(UpdateKeyTest, AcceptsExactlyTheDigitsOfAHash) {
+    const std::string hash = test::UpdateSigner::sha256("content");
+    EXPECT_EQ(updateHashFromHex(hash), updateHash(bytes("content")));
+    for (const std::string& text :
+         {std::string(),
+          hash.substr(1),
+          hash.substr(2),
+          hash + "0",
+          hash + "00",
+          hash + "\n",
+          " " + hash.substr(1),
+          "0x" + hash.substr(2),
+          "g" + hash.substr(1),
+          "A" + hash.substr(1)}) {
+        EXPECT_FALSE(updateHashFromHex(text)) << text;
+    }
+}
+
 } // namespace orvel
