@@ -12,9 +12,10 @@ namespace orvel {
 /// Sparkle with its standard windows, in which the user answers: the presenter is never called, and
 /// `choose` and `noteUserAttention` do nothing.
 ///
-/// Sparkle verifies only with the key in the main bundle's information property list; for a feed
-/// with another key it is never started. It checks once a day by default and saves its settings in
-/// the user defaults, without reporting failures. The settings are available only while started.
+/// Sparkle verifies the feed and the downloads only with the key in the main bundle's information
+/// property list, which demands both; for a feed with another key it is never started. It checks
+/// once a day by default and saves its settings in the user defaults, without reporting failures.
+/// The settings are available only while started.
 ///
 /// Sparkle has no call that stops it: `stop` releases its updater and ignores later callbacks. An
 /// open window of Sparkle, its download, and the separate installer process, which installs an
