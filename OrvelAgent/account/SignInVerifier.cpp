@@ -2,10 +2,10 @@
 #include "OrvelAgent/account/SignInVerifier.h"
 
 #include "core/Secret.h"
+#include "core/SecureRandom.h"
 
 #include <QByteArray>
 #include <QCryptographicHash>
-#include <QRandomGenerator>
 
 #include <array>
 
@@ -26,11 +26,11 @@ std::string base64URL(QByteArray bytes) {
 } // namespace
 
 std::string SignInVerifier::makeVerifier() {
-    std::array<quint32, randomBytes / sizeof(quint32)> words{};
-    QRandomGenerator::system()->fillRange(words.data(), words.size());
+    std::array<std::byte, randomBytes> bytes{};
+    tavrin::fillWithSecureRandom(bytes);
     std::string verifier =
-        base64URL(QByteArray(reinterpret_cast<const char*>(words.data()), randomBytes));
-    tavrin::wipe(words.data(), randomBytes);
+        base64URL(QByteArray(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
+    tavrin::wipe(bytes.data(), bytes.size());
     return verifier;
 }
 

@@ -12,7 +12,7 @@ inline constexpr std::size_t randomBytes = 32;
 /// The length of that many bytes in Base64url without padding.
 inline constexpr std::size_t length = (randomBytes * 8 + 5) / 6;
 
-/// Uses the system's secure random source.
+/// From the system's random generator. Throws `tavrin::PlatformError` if that fails.
 [[nodiscard]] std::string makeVerifier();
 [[nodiscard]] std::string challenge(const std::string& verifier);
 
