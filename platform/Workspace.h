@@ -19,8 +19,9 @@ public:
     /// The settings in which the user grants a permission.
     enum class SettingsPane { FullDiskAccess, Contacts };
 
-    /// Opens an https URL in the default browser. Calls back exactly once, never before this
-    /// returns; not at all when the workspace is destroyed first.
+    /// Opens an https URL in the default browser; on Linux also an http URL of 127.0.0.1, for the
+    /// sign-in. Calls back exactly once, never before this returns; not at all when the workspace
+    /// is destroyed first. On Linux every account of this machine can see the URL.
     virtual void openURL(std::string url, Completion completion) = 0;
 
     /// Opens the desktop's settings for that permission. Calls back as `openURL` does.

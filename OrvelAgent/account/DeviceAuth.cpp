@@ -2,19 +2,18 @@
 #include "OrvelAgent/account/DeviceAuth.h"
 
 #include "OrvelAgent/account/AuthError.h"
+#include "OrvelAgent/account/SignInCallback.h"
 #include "OrvelAgent/account/SignInVerifier.h"
 #include "OrvelAgent/base/Completion.h"
 #include "OrvelAgent/base/Configuration.h"
 #include "OrvelAgent/network/QueryItems.h"
 #include "core/JSON.h"
-#include "core/SignInFailure.h"
 #include "platform/WebAuthenticationSession.h"
 
 #include <QString>
 #include <QUrl>
 
 #include <memory>
-#include <optional>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -50,34 +49,6 @@ tag_invoke(const boost::json::value_to_tag<TokenResponse>&, const boost::json::v
     // The account's id is not used, but a reply without it is invalid.
     static_cast<void>(tavrin::stringAt(object, "uid"));
     return {tavrin::Secret(tavrin::stringAt(object, "customToken"))};
-}
-
-/// Returns the code in the callback URL.
-tavrin::Secret codeFrom(const std::string& callback) {
-    std::optional<std::vector<QueryItem>> items = queryItems(callback);
-    if (!items) {
-        throw AuthError("Sign-in returned an unreadable response.");
-    }
-    std::optional<tavrin::Secret> code;
-    std::optional<tavrin::SignInFailure> failure;
-    for (QueryItem& item : *items) {
-        if (item.name == "error" && item.value && !failure) {
-            failure = tavrin::SignInFailure::fromCallbackError(*item.value);
-        } else if (item.name == "code" && !code) {
-            // Use only the first code, even if it has no value.
-            code.emplace(std::move(item.value).value_or(""));
-        }
-        if (item.value) {
-            tavrin::wipe(*item.value);
-        }
-    }
-    if (failure) {
-        throw AuthError(*std::move(failure));
-    }
-    if (!code || code->isEmpty()) {
-        throw AuthError("Sign-in did not return an authorization code.");
-    }
-    return *std::move(code);
 }
 
 /// Returns the callback URL, or throws the `AuthError` for the outcome.
@@ -133,7 +104,7 @@ DeviceAuth::authorizeFrom(DeviceAuth auth, APIClient api, tavrin::CancellationTo
     cancellation.throwIfCancelled();
 
     auto request = std::make_shared<TokenRequest>();
-    request->code = codeFrom(callback.text());
+    request->code = SignInCallback::code(callback.text());
     request->codeVerifier = std::move(verifier);
     std::shared_ptr<const TokenRequest> body = std::move(request);
     TokenResponse response = co_await api.send<TokenResponse, TokenRequest>(
@@ -145,7 +116,7 @@ QCoro::Task<std::string> DeviceAuth::presentFrom(
     WebAuthenticationSession* session, std::string url, tavrin::CancellationToken cancellation) {
     using Outcome = WebAuthenticationSession::Outcome;
     auto start = [session, url = std::move(url)](auto completion) {
-        return session->start(url, "orvelagent", std::move(completion));
+        return session->start(url, "orvelagent", SignInCallback::screened, std::move(completion));
     };
     Outcome outcome = co_await awaitCompletion<Outcome>(std::move(start), std::move(cancellation));
     co_return std::visit(CallbackOf(), std::move(outcome));

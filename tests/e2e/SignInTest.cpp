@@ -3,6 +3,7 @@
 // Tests the account with the real service over HTTPS. Only the browser, the keychain and the clock
 // are fakes.
 #include "OrvelAgent/account/AuthService.h"
+#include "OrvelAgent/account/SignInVerifier.h"
 #include "OrvelAgent/network/QueryItems.h"
 #include "OrvelAgent/scan/IngestClient.h"
 #include "service/LocalService.h"
@@ -214,6 +215,23 @@ TEST_F(SignInTest, ACodeOfAnotherSignInIsRefused) {
     EXPECT_FALSE(auth_->isSignedIn());
     EXPECT_TRUE(auth_->lastError());
     EXPECT_TRUE(keychain_.items.empty());
+}
+
+// A stranger signs in with a challenge of its own, and makes the browser of the user deliver the
+// code while a sign-in waits.
+TEST_F(SignInTest, ACodeOfAStrangersAccountSignsNoOneIn) {
+    const service::Account stranger = service::sampleAccounts().at(1);
+    const std::string challenge = SignInVerifier::challenge(SignInVerifier::makeVerifier());
+    browser_.isOpenToAnyPage = true;
+    browser_.user = [&](const Browser::Page&) {
+        return Browser::Outcome(
+            "orvelagent://callback?code=" + service_->mintCode(challenge, stranger.uid));
+    };
+    runTask(auth_->signIn());
+    EXPECT_FALSE(auth_->isSignedIn());
+    EXPECT_EQ(auth_->accountEmail(), std::nullopt);
+    EXPECT_TRUE(keychain_.items.empty());
+    EXPECT_EQ(service_->requestCount(profilePath), 0U);
 }
 
 TEST_F(SignInTest, ASignOutLastsAfterARestart) {

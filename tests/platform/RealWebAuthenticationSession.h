@@ -21,6 +21,8 @@ public:
     virtual void removeBrowser() = 0;
     /// Redirects the browser to the URL.
     virtual void callBack(const std::string& url) = 0;
+    /// Whether any page can call back, so that callbacks are screened.
+    [[nodiscard]] virtual bool isOpenToAnyPage() = 0;
 };
 
 [[nodiscard]] std::unique_ptr<WebAuthenticationSubject> makeRealWebAuthenticationSession();

@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -45,11 +46,26 @@ public:
         };
     }
     void callBack(const std::string& url) override { session_->finish(url); }
+    bool isOpenToAnyPage() override { return session_->isOpenToAnyPage; }
+
+    /// Makes every page able to call back.
+    void openToAnyPage() { session_->isOpenToAnyPage = true; }
 
 private:
     std::unique_ptr<test::FakeWebAuthenticationSession> session_ =
         std::make_unique<test::FakeWebAuthenticationSession>();
 };
+
+/// Ignores callbacks with "ignored", and replaces those with "replaced".
+std::optional<Outcome> screen(const std::string& url) {
+    if (url.find("ignored") != std::string::npos) {
+        return std::nullopt;
+    }
+    if (url.find("replaced") != std::string::npos) {
+        return WebAuthenticationSession::Failed{"It was replaced."};
+    }
+    return url;
+}
 
 struct Kind {
     const char* name;
@@ -73,8 +89,8 @@ protected:
 
     Started start(const std::string& url = page) {
         Started started;
-        started.attempt =
-            subject_->session().start(url, scheme, [outcomes = started.outcomes](Outcome outcome) {
+        started.attempt = subject_->session().start(
+            url, scheme, screen, [outcomes = started.outcomes](Outcome outcome) {
                 outcomes->push_back(std::move(outcome));
             });
         EXPECT_THAT(*started.outcomes, IsEmpty()) << "answered before the call returned";
@@ -110,6 +126,13 @@ INSTANTIATE_TEST_SUITE_P(
             []() -> std::unique_ptr<test::WebAuthenticationSubject> {
                 return std::make_unique<FakeSubject>();
             }},
+        Kind{
+            "FakeOpenToAnyPage",
+            []() -> std::unique_ptr<test::WebAuthenticationSubject> {
+                auto subject = std::make_unique<FakeSubject>();
+                subject->openToAnyPage();
+                return subject;
+            }},
         Kind{"Real", test::makeRealWebAuthenticationSession}),
     [](const auto& kind) { return kind.param.name; });
 
@@ -132,6 +155,24 @@ TEST_P(WebAuthenticationSessionTest, OnlyTheFirstCallbackCounts) {
     subject_->callBack("orvelagent://callback?code=1");
     subject_->callBack("orvelagent://callback?code=2");
     EXPECT_EQ(std::get<std::string>(started.outcome()), "orvelagent://callback?code=1");
+}
+
+TEST_P(WebAuthenticationSessionTest, ACallbackThatMayComeFromAnyPageCanBeIgnored) {
+    const Started started = startAndOpen();
+    const std::string ignored = "orvelagent://callback?ignored";
+    const std::string accepted = "orvelagent://callback?code=1";
+    subject_->callBack(ignored);
+    test::processEvents();
+    EXPECT_EQ(started.outcomes->empty(), subject_->isOpenToAnyPage());
+    subject_->callBack(accepted);
+    EXPECT_EQ(
+        std::get<std::string>(started.outcome()), subject_->isOpenToAnyPage() ? accepted : ignored);
+}
+
+TEST_P(WebAuthenticationSessionTest, ACallbackThatMayComeFromAnyPageCanBeReplaced) {
+    const Started started = startAndOpen();
+    subject_->callBack("orvelagent://callback?replaced");
+    EXPECT_EQ(is<WebAuthenticationSession::Failed>(started.outcome()), subject_->isOpenToAnyPage());
 }
 
 TEST_P(WebAuthenticationSessionTest, ReportsAPageThatCannotBeOpened) {
@@ -188,7 +229,7 @@ TEST_P(WebAuthenticationSessionTest, DestroyingTheSessionEndsTheAttemptWithoutCa
 
 TEST_P(WebAuthenticationSessionTest, TheCompletionMayDestroyTheSession) {
     bool isDestroyed = false;
-    const auto attempt = subject_->session().start(page, scheme, [&](const Outcome&) {
+    const auto attempt = subject_->session().start(page, scheme, screen, [&](const Outcome&) {
         subject_->destroySession();
         isDestroyed = true;
     });

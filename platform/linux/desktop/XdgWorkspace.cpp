@@ -5,6 +5,7 @@
 #include "platform/linux/support/DesktopProgram.h"
 #include "platform/linux/support/SessionBus.h"
 #include "platform/linux/support/StartThread.h"
+#include "platform/linux/support/WebAddress.h"
 
 #include <QDBusMessage>
 #include <QDBusPendingCall>
@@ -16,7 +17,6 @@
 #include <cerrno>
 #include <chrono>
 #include <deque>
-#include <string_view>
 #include <system_error>
 #include <utility>
 #include <variant>
@@ -30,14 +30,6 @@ constexpr tavrin::Seconds timeout(5);
 
 /// Long enough for the file manager to start.
 constexpr std::chrono::milliseconds fileManagerTimeout{10'000};
-
-/// Rejects characters that a URL may not have, because a shell script may mishandle them.
-bool isHttpsURL(std::string_view url) {
-    constexpr auto characters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"
-                                "-._~:/?#[]@!$&'()*+,;=%";
-    return url.starts_with("https://") &&
-           url.find_first_not_of(characters) == std::string_view::npos;
-}
 
 /// Adds what could not be done to the completion's error.
 Workspace::Completion withContext(std::string doing, Workspace::Completion completion) {
@@ -129,7 +121,7 @@ XdgWorkspace::XdgWorkspace(Clock& clock) : clock_(clock) {}
 
 void XdgWorkspace::openURL(std::string url, Completion completion) {
     auto wrapped = withContext("Could not open the browser", std::move(completion));
-    if (isHttpsURL(url)) {
+    if (isHttpsURL(url) || isLoopbackURL(url)) {
         launch({"xdg-open", std::move(url)}, std::move(wrapped));
         return;
     }

@@ -2,6 +2,7 @@
 #include "platform/linux/signin/BrowserAuthenticationSession.h"
 
 #include "platform/linux/signin/SignInBus.h"
+#include "platform/linux/support/WebAddress.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -14,7 +15,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <optional>
 #include <utility>
+#include <variant>
 
 namespace orvel {
 
@@ -42,12 +45,13 @@ bool hasScheme(std::string_view url, std::string_view scheme) {
 struct BrowserAuthenticationSession::Waiting {
     std::string url;
     std::string scheme;
+    Screen screen;
     std::function<void(Outcome)> completion;
     /// Whether this attempt has taken the name. Before that, a lost name concerns an earlier
     /// attempt.
     bool hasName = false;
-    /// Whether the page was opened; earlier callbacks are ignored.
-    bool isOpen = false;
+    /// Set when the browser is started.
+    std::unique_ptr<OneTimeAddress> address;
     std::unique_ptr<Clock::Timer> timer;
 };
 
@@ -107,11 +111,15 @@ BrowserAuthenticationSession::BrowserAuthenticationSession(
 BrowserAuthenticationSession::~BrowserAuthenticationSession() = default;
 
 std::unique_ptr<WebAuthenticationSession::Attempt> BrowserAuthenticationSession::start(
-    std::string url, std::string callbackScheme, std::function<void(Outcome)> completion) {
+    std::string url,
+    std::string callbackScheme,
+    Screen screen,
+    std::function<void(Outcome)> completion) {
     finish(Cancelled());
     waiting_ = std::make_shared<Waiting>();
     waiting_->url = std::move(url);
     waiting_->scheme = std::move(callbackScheme);
+    waiting_->screen = std::move(screen);
     waiting_->completion = std::move(completion);
     waiting_->timer = clock_.schedule(longestWait, [this] { finish(NoResponse()); });
     auto attempt = std::make_unique<BrowserAttempt>(*this, waiting_);
@@ -138,9 +146,7 @@ void BrowserAuthenticationSession::connect() {
         if (waiting_ && bus_) {
             requestName();
         } else if (waiting_) {
-            logStore_.write(
-                LogLevel::Error, "auth", "sign-in needs a session bus, and there is none");
-            finish(NotStarted());
+            fail("sign-in needs a session bus, and there is none");
         }
     });
 }
@@ -182,9 +188,7 @@ void BrowserAuthenticationSession::requestName() {
             }
             const QDBusPendingReply<quint32> reply = finished;
             if (reply.isError() || (reply.value() != isOwner && reply.value() != wasOwner)) {
-                logStore_.write(
-                    LogLevel::Error, "auth", "could not get the sign-in's name on the session bus");
-                finish(NotStarted());
+                fail("could not get the sign-in's name on the session bus");
                 return;
             }
             waiting_->hasName = true;
@@ -211,16 +215,44 @@ void BrowserAuthenticationSession::checkName() {
 }
 
 void BrowserAuthenticationSession::open() {
-    waiting_->isOpen = true;
+    if (!isHttpsURL(waiting_->url)) {
+        fail("the address of the sign-in page is not a valid https one");
+        return;
+    }
+    const std::weak_ptr attempt = waiting_;
+    const auto ended = [this, attempt](const OneTimeAddress::End& reason) {
+        if (!attempt.expired()) {
+            endAttempt(reason);
+        }
+    };
+    try {
+        waiting_->address =
+            std::make_unique<OneTimeAddress>(waiting_->url, clock_, logStore_, ended);
+    } catch (const tavrin::PlatformError& error) {
+        fail(error.what());
+        return;
+    }
     workspace_.openURL(
-        waiting_->url,
-        [this,
-         attempt = std::weak_ptr(waiting_)](const std::optional<tavrin::PlatformError>& error) {
+        waiting_->address->url(),
+        [this, attempt](const std::optional<tavrin::PlatformError>& error) {
             if (error && !attempt.expired()) {
-                logStore_.write(LogLevel::Error, "auth", error->what());
-                finish(NotStarted());
+                fail(error->what());
             }
         });
+}
+
+void BrowserAuthenticationSession::endAttempt(const OneTimeAddress::End& reason) {
+    if (const auto* error = std::get_if<tavrin::PlatformError>(&reason)) {
+        fail(error->what());
+        return;
+    }
+    logStore_.write(LogLevel::Error, "auth", "the sign-in page was opened twice");
+    finish(Failed{"The sign-in was ended, because its page was opened twice. Please try again."});
+}
+
+void BrowserAuthenticationSession::fail(std::string_view reason) {
+    logStore_.write(LogLevel::Error, "auth", reason);
+    finish(NotStarted());
 }
 
 void BrowserAuthenticationSession::finish(Outcome outcome) {
@@ -241,13 +273,20 @@ bool BrowserAuthenticationSession::take(const std::string& callback) {
     if (callback.size() > maximumCallbackBytes) {
         return ignore("which is too long");
     }
-    if (!waiting_ || !waiting_->isOpen) {
+    if (!waiting_) {
         return ignore("which no sign-in waits for");
+    }
+    if (!waiting_->address || !waiting_->address->isUsed()) {
+        return ignore("which came before the sign-in page");
     }
     if (!hasScheme(callback, waiting_->scheme)) {
         return ignore("which has another scheme");
     }
-    finish(callback);
+    std::optional<Outcome> outcome = waiting_->screen(callback);
+    if (!outcome) {
+        return ignore("which is malformed");
+    }
+    finish(*std::move(outcome));
     return true;
 }
 

@@ -5,6 +5,7 @@
 #include "platform/LogStore.h"
 #include "platform/WebAuthenticationSession.h"
 #include "platform/Workspace.h"
+#include "platform/linux/signin/OneTimeAddress.h"
 #include "platform/linux/support/CallbackContext.h"
 #include "platform/linux/support/SessionBus.h"
 
@@ -12,12 +13,16 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace orvel {
 
 /// Signs in with the default browser. The page's redirect to the agent's scheme makes the desktop
 /// start `orvel-agent-callback`, which passes the URL over the session bus to a name that only one
 /// process can own. A new attempt takes the name and thus ends an earlier attempt of any process.
+///
+/// The browser opens the page through a `OneTimeAddress`. Callbacks count after the browser was
+/// redirected to the page. A second use of the address ends the attempt.
 ///
 /// An attempt times out after ten minutes. The first attempt connects to the bus. Losing the bus
 /// ends the pending attempt; the next one reconnects. An attempt fails to start without a bus, or
@@ -39,6 +44,7 @@ public:
     [[nodiscard]] std::unique_ptr<Attempt> start(
         std::string url,
         std::string callbackScheme,
+        Screen screen,
         std::function<void(Outcome)> completion) override;
 
 private:
@@ -54,6 +60,9 @@ private:
     /// may be late, after a later attempt took it back, so ask the bus.
     void checkName();
     void open();
+    void endAttempt(const OneTimeAddress::End& reason);
+    /// Ends the attempt, which could not be started.
+    void fail(std::string_view reason);
     /// Ends the pending attempt, if any.
     void finish(Outcome outcome);
     /// Returns whether the callback was accepted.

@@ -16,8 +16,8 @@
 
 namespace orvel {
 
-/// Signs in with the system's sheet. It shares the browser's cookies and passes the callback only
-/// to the process that opened the page.
+/// Signs in with the system's sheet. It shares the browser's cookies. It passes only the callback
+/// of the page that it shows, and only to the process that opened it, so no callback is screened.
 ///
 /// The sheet is attached to an invisible window, because a menu bar agent may have no other window.
 class SystemAuthenticationSession final : public WebAuthenticationSession {
@@ -34,6 +34,7 @@ public:
     [[nodiscard]] std::unique_ptr<Attempt> start(
         std::string url,
         std::string callbackScheme,
+        Screen screen,
         std::function<void(Outcome)> completion) override;
 
 private:

@@ -94,7 +94,7 @@ SystemAuthenticationSession::~SystemAuthenticationSession() {
 }
 
 std::unique_ptr<WebAuthenticationSession::Attempt> SystemAuthenticationSession::start(
-    std::string url, std::string callbackScheme, std::function<void(Outcome)> completion) {
+    std::string url, std::string callbackScheme, Screen, std::function<void(Outcome)> completion) {
     if (latest_) {
         SheetAttempt(session_, *latest_).cancel();
     }

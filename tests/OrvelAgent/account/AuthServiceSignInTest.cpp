@@ -10,6 +10,7 @@ using test::runTask;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 } // namespace
 
@@ -119,6 +120,27 @@ TEST_F(AuthServiceTest, OtherFailuresAreShownAndLoggedAsRendered) {
         EXPECT_FALSE(auth_->isSigningIn());
     }
     EXPECT_THAT(workspace_.openedURLs, IsEmpty());
+    EXPECT_THAT(urlSession_.requests(), IsEmpty());
+}
+
+TEST_F(AuthServiceTest, ACallbackThatMayComeFromAnyPageShowsNoTextOfIt) {
+    browser_.user = nullptr;
+    browser_.isOpenToAnyPage = true;
+    start();
+    auto signIn = auth_->signIn();
+    browser_.finish("orvelagent://callback");
+    browser_.finish("orvelagent://callback?code=");
+    browser_.finish("orvelagent://callback?x=Call%20555%200100");
+    processEvents();
+    EXPECT_TRUE(auth_->isSigningIn());
+    browser_.finish("orvelagent://callback?error=Call%20555%200100");
+    runTask(std::move(signIn));
+    EXPECT_EQ(
+        auth_->lastError(),
+        R"(AuthError(message: "The sign-in page reported an error.", failure: nil))");
+    for (const Line& line : log_.lines()) {
+        EXPECT_THAT(line.message, Not(HasSubstr("555")));
+    }
     EXPECT_THAT(urlSession_.requests(), IsEmpty());
 }
 

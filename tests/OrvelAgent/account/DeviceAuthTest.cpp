@@ -39,7 +39,7 @@ QCoro::Task<std::optional<tavrin::Secret>> noToken() {
 class TwoEndedSession final : public Session {
 public:
     std::unique_ptr<Attempt>
-    start(std::string, std::string, std::function<void(Outcome)> completion) override {
+    start(std::string, std::string, Screen, std::function<void(Outcome)> completion) override {
         QMetaObject::invokeMethod(
             &callbackContext_,
             [completion = std::move(completion)] {

@@ -49,6 +49,7 @@ public:
           end(address, nil);
         });
     }
+    bool isOpenToAnyPage() override { return false; }
 
 private:
     ASWebAuthenticationSession* makeSession(

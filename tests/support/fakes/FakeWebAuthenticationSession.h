@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <variant>
 #include <vector>
 
 namespace orvel::test {
@@ -24,6 +25,8 @@ public:
 
     /// The user's immediate action on a page. No value leaves the attempt pending.
     std::function<std::optional<Outcome>(const Page&)> user;
+    /// Whether any page can call back, as on Linux: callbacks are screened.
+    bool isOpenToAnyPage = false;
 
     FakeWebAuthenticationSession() = default;
     ~FakeWebAuthenticationSession() override { waiting_.reset(); }
@@ -33,8 +36,16 @@ public:
 
     [[nodiscard]] bool isWaiting() const { return waiting_ != nullptr; }
 
-    /// Ends the pending attempt, if any.
+    /// Ends the pending attempt, if any, unless the outcome is a callback that must be ignored.
     void finish(Outcome outcome) {
+        const auto* callback = std::get_if<std::string>(&outcome);
+        if (waiting_ && isOpenToAnyPage && callback != nullptr) {
+            std::optional<Outcome> screened = screen_(*callback);
+            if (!screened) {
+                return;
+            }
+            outcome = *std::move(screened);
+        }
         if (const auto attempt = std::exchange(waiting_, nullptr)) {
             settle(attempt, std::move(outcome));
         }
@@ -43,9 +54,11 @@ public:
     std::unique_ptr<Attempt> start(
         std::string url,
         std::string callbackScheme,
+        Screen screen,
         std::function<void(Outcome)> completion) override {
         finish(Cancelled());
         pages_.push_back({std::move(url), std::move(callbackScheme)});
+        screen_ = std::move(screen);
         waiting_ = std::make_shared<Completion>(std::move(completion));
         auto attempt = std::make_unique<FakeAttempt>(*this, waiting_);
         if (std::optional<Outcome> outcome = user ? user(pages_.back()) : std::nullopt) {
@@ -82,6 +95,7 @@ private:
     }
 
     std::vector<Page> pages_;
+    Screen screen_;
     std::shared_ptr<Completion> waiting_;
     QObject callbackContext_;
 };

@@ -231,10 +231,22 @@ TEST_F(XdgWorkspaceTest, AnswersOnce) {
     EXPECT_EQ(ends_, 1);
 }
 
-TEST_F(XdgWorkspaceTest, RejectsAllButHttpsAddresses) {
+TEST_F(XdgWorkspaceTest, OpensAnAddressOfThisMachine) {
+    const std::string url = "http://127.0.0.1:49152/0123456789abcdef";
+    EXPECT_EQ(failureOf(url), "");
+    EXPECT_EQ(browser_.url(), url);
+}
+
+TEST_F(XdgWorkspaceTest, RejectsAllButHttpsAddressesAndThoseOfThisMachine) {
     for (const char* url :
          {"",
           "http://www.example.com/",
+          "http://127.0.0.1/",
+          "http://127.0.0.1:/",
+          "http://127.0.0.1:80",
+          "http://127.0.0.1:80@www.example.com/",
+          "http://127.0.0.1.example.com:80/",
+          "http://127.0.0.1:80/ x",
           "file:///etc/passwd",
           "orvelagent://callback",
           "--help",

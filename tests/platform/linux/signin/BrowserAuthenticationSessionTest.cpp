@@ -8,6 +8,7 @@
 #include "platform/linux/support/SessionBus.h"
 #include "tests/platform/linux/keychain/SilentBus.h"
 #include "tests/platform/linux/signin/BrowserScript.h"
+#include "tests/platform/linux/signin/LoopbackClient.h"
 #include "tests/platform/linux/signin/SignInBusCalls.h"
 #include "tests/support/Program.h"
 #include "tests/support/RunTask.h"
@@ -25,9 +26,12 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -36,14 +40,33 @@ namespace orvel::test {
 namespace {
 
 using testing::AllOf;
+using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
+using testing::SizeIs;
+using testing::StartsWith;
 using Session = BrowserAuthenticationSession;
 
-constexpr auto page = "https://www.example.com/link";
+constexpr auto page = "https://www.example.com/link?challenge=secret";
 constexpr auto callback = "orvelagent://callback?code=secret";
+
+std::string contentOf(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+/// Ignores callbacks with "malformed", and ends the sign-in with a sentence for those with "error".
+std::optional<Session::Outcome> screen(const std::string& url) {
+    if (url.find("malformed") != std::string::npos) {
+        return std::nullopt;
+    }
+    if (url.find("error") != std::string::npos) {
+        return Session::Failed{"The page reported an error."};
+    }
+    return url;
+}
 
 /// One process's session with a fake browser.
 struct Agent {
@@ -57,15 +80,24 @@ struct Agent {
                     }};
 
     void start() {
-        attempt = session.start(page, "orvelagent", [this](Session::Outcome outcome) {
+        attempt = session.start(page, "orvelagent", screen, [this](Session::Outcome outcome) {
             outcomes.push_back(std::move(outcome));
         });
     }
-    /// Starts an attempt and waits until its page is open.
-    void startAndOpen() {
+    /// Starts an attempt and waits until the browser is asked to open its address.
+    void startAndAsk() {
         const std::size_t before = workspace.openedURLs.size();
         start();
         ASSERT_TRUE(waitUntil([&] { return workspace.openedURLs.size() > before; }));
+    }
+    /// Starts an attempt and opens its page.
+    void startAndOpen() {
+        startAndAsk();
+        ASSERT_EQ(LoopbackClient::location(visit()), page);
+    }
+    /// Opens the last address as the browser does. Returns the reply.
+    [[nodiscard]] std::string visit() const {
+        return LoopbackClient::visit(workspace.openedURLs.back());
     }
     [[nodiscard]] bool isWaiting() {
         processEvents();
@@ -110,6 +142,89 @@ protected:
 };
 
 } // namespace
+
+TEST_F(BrowserAuthenticationSessionTest, TheBrowserIsGivenAnAddressWithoutThePage) {
+    agent_.startAndAsk();
+    ASSERT_THAT(agent_.workspace.openedURLs, SizeIs(1));
+    EXPECT_THAT(
+        agent_.workspace.openedURLs.front(),
+        AllOf(
+            StartsWith("http://127.0.0.1:"), Not(HasSubstr("secret")), Not(HasSubstr("example"))));
+    EXPECT_EQ(LoopbackClient::location(agent_.visit()), page);
+}
+
+TEST_F(BrowserAuthenticationSessionTest, IgnoresACallbackBeforeThePageWasOpened) {
+    agent_.startAndAsk();
+    EXPECT_FALSE(callBack(callback));
+    EXPECT_TRUE(agent_.isWaiting());
+    EXPECT_THAT(
+        agent_.messages(),
+        ElementsAre(
+            "ignored a callback, which came before the sign-in page: orvelagent://callback"));
+    EXPECT_EQ(LoopbackClient::location(agent_.visit()), page);
+    EXPECT_TRUE(callBack(callback));
+}
+
+TEST_F(BrowserAuthenticationSessionTest, OpeningThePageTwiceEndsTheSignInWithASentence) {
+    agent_.startAndOpen();
+    EXPECT_THAT(agent_.visit(), StartsWith("HTTP/1.1 410 "));
+    ASSERT_TRUE(agent_.endsWith<Session::Failed>());
+    EXPECT_EQ(
+        std::get<Session::Failed>(agent_.outcomes.front()).description,
+        "The sign-in was ended, because its page was opened twice. Please try again.");
+    EXPECT_FALSE(callBack(callback));
+    EXPECT_THAT(
+        agent_.messages(),
+        ElementsAre(
+            "the sign-in page was opened twice",
+            "ignored a callback, which no sign-in waits for: orvelagent://callback"));
+}
+
+TEST_F(BrowserAuthenticationSessionTest, TheAddressIsClosedWhenTheSignInEnds) {
+    agent_.startAndAsk();
+    agent_.attempt->cancel();
+    EXPECT_THROW(static_cast<void>(agent_.visit()), std::system_error);
+    agent_.startAndOpen();
+    EXPECT_TRUE(callBack(callback));
+    EXPECT_THROW(static_cast<void>(agent_.visit()), std::system_error);
+}
+
+TEST_F(BrowserAuthenticationSessionTest, IgnoresMalformedCallbacksAndLogsThemWithoutTheirQuery) {
+    agent_.startAndOpen();
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_FALSE(callBack("orvelagent://callback?malformed=secret"));
+    }
+    EXPECT_TRUE(agent_.isWaiting());
+    EXPECT_THAT(
+        agent_.messages(),
+        AllOf(SizeIs(3), Each("ignored a callback, which is malformed: orvelagent://callback")));
+    EXPECT_TRUE(callBack(callback));
+    EXPECT_TRUE(agent_.endsWith<std::string>());
+}
+
+TEST_F(BrowserAuthenticationSessionTest, ACallbackCanEndTheSignInWithASentenceOfTheAgent) {
+    agent_.startAndOpen();
+    EXPECT_TRUE(callBack("orvelagent://callback?error=Call%20me"));
+    ASSERT_TRUE(agent_.endsWith<Session::Failed>());
+    EXPECT_EQ(
+        std::get<Session::Failed>(agent_.outcomes.front()).description,
+        "The page reported an error.");
+}
+
+TEST_F(BrowserAuthenticationSessionTest, APageWithoutAValidAddressIsNotOpened) {
+    for (const char* url :
+         {"http://www.example.com/",
+          "https://www.example.com/\r\nSet-Cookie: a=b",
+          "https://www.example.com/ä",
+          ""}) {
+        const auto attempt = agent_.session.start(url, "orvelagent", screen, [this](auto outcome) {
+            agent_.outcomes.push_back(std::move(outcome));
+        });
+        EXPECT_TRUE(agent_.endsWith<Session::NotStarted>()) << url;
+        agent_.outcomes.clear();
+    }
+    EXPECT_THAT(agent_.workspace.openedURLs, IsEmpty());
+}
 
 TEST_F(BrowserAuthenticationSessionTest, IgnoresACallbackWithoutASignInAndLogsItWithoutItsQuery) {
     agent_.startAndOpen();
@@ -202,14 +317,15 @@ TEST_F(BrowserAuthenticationSessionTest, OpensTheBrowserAfterThePreparation) {
             ready = std::move(whenReady);
         });
     std::vector<Session::Outcome> outcomes;
-    const auto attempt = session.start(page, "orvelagent", [&](Session::Outcome outcome) {
+    const auto attempt = session.start(page, "orvelagent", screen, [&](Session::Outcome outcome) {
         outcomes.push_back(std::move(outcome));
     });
     ASSERT_TRUE(waitUntil([&] { return ready != nullptr; }));
     EXPECT_FALSE(callBack(callback));
     EXPECT_THAT(agent_.workspace.openedURLs, IsEmpty());
     ready();
-    EXPECT_THAT(agent_.workspace.openedURLs, ElementsAre(page));
+    ASSERT_THAT(agent_.workspace.openedURLs, SizeIs(1));
+    EXPECT_EQ(LoopbackClient::location(agent_.visit()), page);
     EXPECT_TRUE(callBack(callback));
     EXPECT_TRUE(waitUntil([&] { return !outcomes.empty(); }));
 }
@@ -220,7 +336,7 @@ TEST_F(BrowserAuthenticationSessionTest, OpensNothingIfTheAttemptEndedDuringTheP
         agent_.workspace, agent_.clock, agent_.log, [&](std::function<void()> whenReady) {
             ready = std::move(whenReady);
         });
-    const auto attempt = session->start(page, "orvelagent", [](const Session::Outcome&) {});
+    const auto attempt = session->start(page, "orvelagent", screen, [](const Session::Outcome&) {});
     ASSERT_TRUE(waitUntil([&] { return ready != nullptr; }));
     attempt->cancel();
     ready();
@@ -455,10 +571,14 @@ TEST_F(BrowserAuthenticationSessionTest, SignsInWithTheDefaultBrowser) {
     XdgWorkspace workspace(agent_.clock);
     Session session(workspace, agent_.clock, agent_.log, [](const auto& ready) { ready(); });
     std::vector<Session::Outcome> outcomes;
-    const auto attempt = session.start(page, "orvelagent", [&](Session::Outcome outcome) {
+    const auto attempt = session.start(page, "orvelagent", screen, [&](Session::Outcome outcome) {
         outcomes.push_back(std::move(outcome));
     });
-    ASSERT_TRUE(waitUntil([&] { return browser.url() == page; }));
+    ASSERT_TRUE(waitUntil([&] { return !browser.url().empty(); }));
+    // Every account can read this command line.
+    const std::string commandLine = contentOf("/proc/" + browser.pid() + "/cmdline");
+    EXPECT_THAT(commandLine, AllOf(HasSubstr(browser.url()), Not(HasSubstr("secret"))));
+    EXPECT_EQ(LoopbackClient::location(LoopbackClient::visit(browser.url())), page);
     EXPECT_EQ(run({callback}).status, 0);
     ASSERT_TRUE(waitUntil([&] { return !outcomes.empty(); }));
     EXPECT_EQ(std::get<std::string>(outcomes.front()), callback);
