@@ -6,6 +6,7 @@ import os
 import re
 import ssl
 import subprocess
+import urllib.parse
 import urllib.request
 
 from session import HOME, LIMIT, check
@@ -43,6 +44,13 @@ class Service:
 
     def statistics(self):
         return self._control("stats")
+
+    def page(self, path, form=None):
+        """The text of a page, after sending the form that the page before had."""
+        data = None if form is None else urllib.parse.urlencode(form).encode()
+        request = urllib.request.Request(self.url + path, data, {"Origin": self.url})
+        with self._opener.open(request, timeout=LIMIT) as reply:
+            return reply.read().decode()
 
     def script_fault(self, path, **fault):
         """Scripts a fault for the next request to that path."""

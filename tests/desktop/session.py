@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """Common parts of the desktop tests."""
 
+import glob
 import os
 import plistlib
 import re
@@ -68,6 +69,19 @@ def send_together(process, *numbers):
     for number in numbers:
         process.send_signal(number)
     process.send_signal(signal.SIGCONT)
+
+
+def command_lines():
+    """The command lines of all processes, as every account can read them."""
+    lines = []
+    for path in glob.glob("/proc/[0-9]*/cmdline"):
+        try:
+            with open(path, "rb") as file:
+                lines.append(file.read().replace(b"\0", b" ").decode(errors="replace"))
+        except OSError:
+            # The process has ended.
+            pass
+    return "\n".join(lines)
 
 
 def make_bundle_without_service(path):

@@ -11,6 +11,7 @@ Runs in a private desktop session (tests/support/private-session) with a display
 
 import json
 import os
+import re
 import subprocess
 import sys
 import time
@@ -18,7 +19,7 @@ import time
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import webdriver  # noqa: E402
 from service import Service  # noqa: E402
-from session import AGENT_FILES, HOME, Agent, check, say, wait_for  # noqa: E402
+from session import AGENT_FILES, HOME, Agent, check, command_lines, say, wait_for  # noqa: E402
 
 PROGRAMS, SOURCE = (os.path.abspath(path) for path in sys.argv[1:3])
 SAMPLE_MESSAGES = 300
@@ -28,6 +29,8 @@ def choose(browser, sign_in, element):
     """Clicks the element on the sign-in page that the agent has just opened."""
     wait_for("the sign-in page", lambda: browser.find_tab("/link?"), sign_in)
     wait_for("the page's content", lambda: browser.has("#" + element), sign_in)
+    challenge = re.search(r"challenge=([\w-]+)", browser.url())[1]
+    check(challenge not in command_lines(), "a command line has the challenge")
     browser.click("#" + element)
 
 
