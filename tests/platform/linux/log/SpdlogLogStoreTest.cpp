@@ -372,7 +372,7 @@ TEST_F(SpdlogLogStoreTest, AFullPipeDoesNotBlockAndItsLinesStayWhole) {
             const auto readAll = [&] {
                 seen += readAvailable(reading.get());
             };
-            EXPECT_TRUE(writesWithoutWaiting(store(), 20'000, readAll));
+            EXPECT_TRUE(writesWithoutWaiting(store(), 5'000, readAll));
             readAll();
             store().write(LogLevel::Info, "c", "after");
             seen += readAvailable(reading.get());
