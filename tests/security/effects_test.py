@@ -234,7 +234,10 @@ def main():
             applications + r"/app\.orvel\.OrvelAgent\.SignIn\.desktop"])
         compare("programs of a sign-in", effects.programs, [
             "/usr/bin/update-desktop-database", "/usr/bin/xdg-mime", "/usr/bin/xdg-open"])
-        compare("connections of a sign-in", effects.peers, connections)
+        # The address that the browser opens.
+        loopback = (r"bind \{sa_family=AF_INET, sin_port=htons\(0\), "
+                    r"sin_addr=inet_addr\(\"127\.0\.0\.1\"\)\}")
+        compare("connections of a sign-in", effects.peers, [*connections, loopback])
 
         effects, output = agent.effects(
             "--source", database, "--scope", "allThreads", "--address-book", "none",
