@@ -83,7 +83,7 @@ public:
     std::function<std::string()> callback;
 
     std::unique_ptr<Attempt>
-    start(std::string, std::string, std::function<void(Outcome)> completion) override {
+    start(std::string, std::string, Screen, std::function<void(Outcome)> completion) override {
         QMetaObject::invokeMethod(
             &callbackContext_,
             [this, completion = std::move(completion)] { completion(callback()); },
