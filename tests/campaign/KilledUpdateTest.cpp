@@ -1,0 +1,213 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Processes that install an update over their own file and are killed at random calls.
+#include "service/LocalService.h"
+#include "tests/support/Campaign.h"
+#include "tests/support/Program.h"
+#include "tests/support/TemporaryDirectory.h"
+#include "tests/support/linux/KillAtCall.h"
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace orvel::test {
+
+namespace {
+
+constexpr int killsPerSeed = 10;
+constexpr std::size_t updateSize = 300'000;
+
+std::string content(const std::filesystem::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+void write(const std::filesystem::path& file, const std::string& text) {
+    std::ofstream(file, std::ios::binary) << text;
+}
+
+std::string signUpdate(std::vector<std::string> arguments) {
+    Program::Options options;
+    arguments.insert(arguments.begin(), SIGN_UPDATE);
+    options.arguments = std::move(arguments);
+    Program program(options);
+    if (program.wait() != 0) {
+        throw std::runtime_error("sign-update: " + program.errors());
+    }
+    return program.output();
+}
+
+/// A service with one update, for all seeds.
+class PublishedUpdate final {
+public:
+    PublishedUpdate() {
+        const std::filesystem::path updates = directory_ / "updates";
+        const std::string key = directory_ / "key.pem";
+        const std::string file = updates / "Agent.AppImage";
+        std::filesystem::create_directory(updates);
+        service::LocalService::Options options;
+        options.store = directory_ / "records.sqlite";
+        options.certificates = directory_ / "certificates";
+        options.updates = updates;
+        options.updatePublicKey = signUpdate({"--generate-keys", key});
+        options.updatePublicKey.pop_back();
+        service_ = std::make_unique<service::LocalService>(std::move(options));
+        service_->start();
+        service_->writeBundle(bundle());
+        std::mt19937 random(1);
+        for (std::size_t size = 0; size < updateSize; ++size) {
+            update_.push_back(static_cast<char>(random()));
+        }
+        write(file, update_);
+        const std::string item = signUpdate(
+            {"--key",
+             key,
+             file,
+             "--item",
+             "--version",
+             "9.0.0",
+             "--url",
+             service_->url() + "/updates/Agent.AppImage"});
+        write(
+            updates / "appcast.xml",
+            "<rss version='2.0' "
+            "xmlns:sparkle='http://www.andymatuschak.org/xml-namespaces/sparkle'><channel>" +
+                item + "</channel></rss>");
+    }
+
+    /// The options of a process that installs the update over this file.
+    [[nodiscard]] Program::Options
+    installer(const std::filesystem::path& appImage, const std::filesystem::path& downloads) const {
+        Program::Options options;
+        options.arguments = {
+            KILL_TARGET,
+            "update",
+            appImage.string(),
+            downloads.string(),
+            bundle().string(),
+            service_->caFile().string()};
+        return options;
+    }
+
+    [[nodiscard]] const std::string& update() const { return update_; }
+
+private:
+    [[nodiscard]] std::filesystem::path bundle() const { return directory_ / "bundle"; }
+
+    TemporaryDirectory directory_;
+    std::string update_;
+    std::unique_ptr<service::LocalService> service_;
+};
+
+class KilledUpdates final {
+public:
+    KilledUpdates(const PublishedUpdate& published, unsigned seed)
+        : published_(published), random_(seed), mode_(seed % 3 == 0 ? 0700U : 0755U) {
+        std::filesystem::create_directory(appImage_.parent_path());
+        if (seed % 2 == 0) {
+            calls_.refuseUnnamedFiles();
+        }
+        reset();
+    }
+
+    CampaignResult run() {
+        if (const auto [status, errors] = install(calls_.counting()); status != 0) {
+            find(fmt::format("an update without a kill ended with status {}: {}", status, errors));
+            return result_;
+        }
+        const CallCounts counts = calls_.counts();
+        reset();
+        for (int kill = 0; kill < killsPerSeed && result_.findings.empty(); ++kill) {
+            const KillPoint point = KillAtCall::choose(counts, random_);
+            story_ = describe(point);
+            const auto [status, errors] = install(calls_.killing(point));
+            if (status == 128 + SIGKILL) {
+                ++result_.units;
+            } else if (status != 0) {
+                find(fmt::format("an update ended with status {}: {}", status, errors));
+            }
+            check();
+            if (content(appImage_) == published_.update() && random_() % 2 == 0) {
+                reset();
+            }
+        }
+        if (const auto [status, errors] = install({}); status != 0) {
+            find(fmt::format("the last update ended with status {}: {}", status, errors));
+        }
+        if (content(appImage_) != published_.update()) {
+            find("the last update did not replace the program");
+        }
+        check();
+        checkFiles();
+        return result_;
+    }
+
+private:
+    void reset() {
+        std::filesystem::remove(appImage_);
+        write(appImage_, old_);
+        chmod(appImage_.c_str(), mode_);
+    }
+
+    std::pair<int, std::string> install(const std::map<std::string, std::string>& environment) {
+        Program::Options options = published_.installer(appImage_, directory_ / "Downloads");
+        options.environment = environment;
+        Program program(options);
+        const int status = program.wait();
+        return {status, program.errors()};
+    }
+
+    void check() {
+        const std::string now = content(appImage_);
+        if (now != old_ && now != published_.update()) {
+            find(fmt::format("the program has {} wrong bytes", now.size()));
+        }
+        struct stat status {};
+        if (stat(appImage_.c_str(), &status) != 0 || (status.st_mode & 0777U) != mode_) {
+            find(fmt::format("the mode of the program is {:o}", status.st_mode));
+        }
+    }
+
+    void checkFiles() {
+        for (const auto& entry : std::filesystem::directory_iterator(appImage_.parent_path())) {
+            if (entry.path() != appImage_) {
+                find("left behind beside the program: " + entry.path().filename().string());
+            }
+        }
+    }
+
+    void find(const std::string& what) {
+        result_.findings.push_back(story_.empty() ? what : fmt::format("{} ({})", what, story_));
+    }
+
+    const PublishedUpdate& published_;
+    std::mt19937 random_;
+    mode_t mode_;
+    const std::string old_ = "the old version";
+    TemporaryDirectory directory_;
+    std::filesystem::path appImage_ = directory_ / "apps" / "Agent.AppImage";
+    KillAtCall calls_{directory_ / "calls", "kill-target"};
+    std::string story_;
+    CampaignResult result_{0, {}};
+};
+
+} // namespace
+
+TEST(KilledUpdateTest, TheProgramIsTheOldOrTheNewOne) {
+    const PublishedUpdate published;
+    runCampaign(10, [&](unsigned seed) { return KilledUpdates(published, seed).run(); });
+}
+
+} // namespace orvel::test
