@@ -2,6 +2,7 @@
 #include "platform/linux/storage/SettingsUserDefaults.h"
 
 #include "core/Errors.h"
+#include "core/FileDescriptor.h"
 #include "core/FileLock.h"
 #include "core/ParentFolders.h"
 #include "core/RegularFile.h"
@@ -15,13 +16,16 @@
 #include <QVariant>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <cstdint>
 #include <optional>
+#include <thread>
 #include <utility>
 
 namespace orvel {
@@ -29,6 +33,10 @@ namespace orvel {
 namespace {
 
 using Value = tavrin::UserDefaults::Value;
+using tavrin::FileDescriptor;
+
+/// Much longer than a running process needs to lock the lock file that it has just created.
+constexpr std::chrono::milliseconds timeToLock(100);
 
 [[noreturn]] void failToRead(const std::filesystem::path& file, int code) {
     throw tavrin::PlatformError::fromErrno(
@@ -158,6 +166,29 @@ void makePrivate(const std::filesystem::path& file) {
     close(descriptor);
 }
 
+bool isLockedByOthers(const FileDescriptor& file) {
+    return flock(file.get(), LOCK_EX | LOCK_NB) != 0;
+}
+
+/// Removes the lock file of a killed process. QSettings would wait 30 seconds for a process that
+/// was killed before it wrote its id into the file, or whose id another process has now. A running
+/// process also holds a lock of the system on the file.
+void removeAbandonedLock(const std::filesystem::path& path) {
+    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    if (!file.isOpen() || isLockedByOthers(file)) {
+        return;
+    }
+    flock(file.get(), LOCK_UN);
+    std::this_thread::sleep_for(timeToLock);
+    struct stat locked {};
+    struct stat named {};
+    if (!isLockedByOthers(file) && fstat(file.get(), &locked) == 0 && S_ISREG(locked.st_mode) &&
+        lstat(path.c_str(), &named) == 0 && locked.st_dev == named.st_dev &&
+        locked.st_ino == named.st_ino) {
+        unlink(path.c_str());
+    }
+}
+
 /// QSettings does not report why a write failed, so repeat the steps to find the reason.
 int reasonForFailedWrite(const std::filesystem::path& file, std::size_t added) {
     std::string probe = file.string() + ".XXXXXX";
@@ -245,6 +276,7 @@ void SettingsUserDefaults::remove(std::string_view key) {
 void SettingsUserDefaults::write(std::string_view key, const std::optional<Value>& value) {
     const std::lock_guard writeLock(writeMutex_);
     makePrivate(file_);
+    removeAbandonedLock(file_.string() + ".lock");
     const QString qKey = QString::fromUtf8(key.data(), static_cast<qsizetype>(key.size()));
     QSettings settings(qString(file_), lineFormat());
     const auto set = [&settings, &qKey](const QVariant& stored) {

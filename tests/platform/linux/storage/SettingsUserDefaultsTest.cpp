@@ -323,6 +323,18 @@ TEST_F(SettingsUserDefaultsTest, AReadDoesNotWaitForAWrite) {
     EXPECT_EQ(storedValue<std::int64_t>(defaults, "k"), 2);
 }
 
+TEST_F(SettingsUserDefaultsTest, TheLockOfAKilledProcessDelaysNoWrite) {
+    SettingsUserDefaults defaults(file_);
+    defaults.set("k", 1);
+    // As if the process was killed before it wrote its id.
+    std::ofstream(file_.string() + ".lock");
+    const auto start = std::chrono::steady_clock::now();
+    defaults.set("k", 2);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+    EXPECT_EQ(storedValue<std::int64_t>(SettingsUserDefaults(file_), "k"), 2);
+    EXPECT_THAT(fileNames(), testing::ElementsAre("defaults.conf"));
+}
+
 TEST_F(SettingsUserDefaultsTest, KeepsTheWritesOfSeveralThreads) {
     SettingsUserDefaults defaults(file_);
     std::vector<std::thread> threads;
