@@ -8,6 +8,7 @@
 #include <optional>
 #include <random>
 #include <string>
+#include <utility>
 
 namespace orvel::test {
 
@@ -34,7 +35,7 @@ public:
         }
     };
 
-    static constexpr int count = 20;
+    static constexpr int count = 8;
     static constexpr int keys = 6;
 
     /// Writers with different names use different keys.

@@ -22,7 +22,9 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <exception>
+#include <filesystem>
 #include <iostream>
 #include <string>
 #include <utility>
@@ -54,9 +56,10 @@ int installUpdate(
     CurlURLSession session(std::move(trust));
     AppcastUpdater::Agent agent = AppcastUpdater::thisAgent("0.1.0", downloads);
     // The folder of a mounted AppImage.
-    const std::string mounted = downloads + "/mounted";
+    const std::filesystem::path mounted = std::filesystem::path(downloads) / "mounted";
+    std::filesystem::create_directories(mounted);
     agent.installation =
-        UpdateInstallation(ProgramTraces{mounted + "/orvel-agent", appImage, mounted}, downloads);
+        UpdateInstallation(ProgramTraces{mounted / "orvel-agent", appImage, mounted}, downloads);
     ManualClock clock;
     InMemoryUserDefaults defaults;
     RecordingLogStore log;
