@@ -10,6 +10,7 @@
 #include <QByteArray>
 #include <QDateTime>
 #include <QFileDevice>
+#include <QLockFile>
 #include <QSettings>
 #include <QStandardPaths>
 #include <QString>
@@ -20,13 +21,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <chrono>
 #include <cstdint>
 #include <optional>
+#include <string_view>
+#include <system_error>
 #include <thread>
 #include <utility>
+#include <vector>
 
 namespace orvel {
 
@@ -166,6 +171,11 @@ void makePrivate(const std::filesystem::path& file) {
     close(descriptor);
 }
 
+/// The file with which QSettings excludes other processes while it writes.
+std::filesystem::path lockOf(const std::filesystem::path& file) {
+    return file.string() + ".lock";
+}
+
 bool isLockedByOthers(const FileDescriptor& file) {
     return flock(file.get(), LOCK_EX | LOCK_NB) != 0;
 }
@@ -186,6 +196,46 @@ void removeAbandonedLock(const std::filesystem::path& path) {
         lstat(path.c_str(), &named) == 0 && locked.st_dev == named.st_dev &&
         locked.st_ino == named.st_ino) {
         unlink(path.c_str());
+    }
+}
+
+/// Whether QSettings may have given this name to a new file, which it then renames: the name of the
+/// settings file, a dot and six letters. A name in mixed case is hardly one that the user chose.
+bool isUnfinishedFile(std::string_view name, const std::string& settings) {
+    constexpr std::size_t letters = 6;
+    if (name.size() != settings.size() + 1 + letters || !name.starts_with(settings + '.')) {
+        return false;
+    }
+    name.remove_prefix(settings.size() + 1);
+    const auto isUpper = [](char letter) {
+        return letter >= 'A' && letter <= 'Z';
+    };
+    const auto isLower = [](char letter) {
+        return letter >= 'a' && letter <= 'z';
+    };
+    return std::ranges::all_of(
+               name, [&](char letter) { return isUpper(letter) || isLower(letter); }) &&
+           std::any_of(name.begin() + 1, name.end(), isUpper) && std::ranges::any_of(name, isLower);
+}
+
+/// Removes the new files of processes that were killed before they renamed them.
+void removeUnfinishedFiles(const std::filesystem::path& file) {
+    // Meanwhile no other process writes.
+    QLockFile lock(qString(lockOf(file)));
+    if (!lock.tryLock(0)) {
+        return;
+    }
+    std::vector<std::filesystem::path> unfinished;
+    std::error_code error;
+    for (std::filesystem::directory_iterator entry(file.parent_path(), error), end;
+         !error && entry != end;
+         entry.increment(error)) {
+        if (isUnfinishedFile(entry->path().filename().native(), file.filename())) {
+            unfinished.push_back(entry->path());
+        }
+    }
+    for (const std::filesystem::path& path : unfinished) {
+        std::filesystem::remove(path, error);
     }
 }
 
@@ -276,7 +326,10 @@ void SettingsUserDefaults::remove(std::string_view key) {
 void SettingsUserDefaults::write(std::string_view key, const std::optional<Value>& value) {
     const std::lock_guard writeLock(writeMutex_);
     makePrivate(file_);
-    removeAbandonedLock(file_.string() + ".lock");
+    removeAbandonedLock(lockOf(file_));
+    if (!std::exchange(hasRemovedUnfinishedFiles_, true)) {
+        removeUnfinishedFiles(file_);
+    }
     const QString qKey = QString::fromUtf8(key.data(), static_cast<qsizetype>(key.size()));
     QSettings settings(qString(file_), lineFormat());
     const auto set = [&settings, &qKey](const QVariant& stored) {

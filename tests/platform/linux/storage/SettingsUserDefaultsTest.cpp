@@ -335,6 +335,23 @@ TEST_F(SettingsUserDefaultsTest, TheLockOfAKilledProcessDelaysNoWrite) {
     EXPECT_THAT(fileNames(), testing::ElementsAre("defaults.conf"));
 }
 
+TEST_F(SettingsUserDefaultsTest, RemovesTheUnfinishedFilesOfKilledProcesses) {
+    SettingsUserDefaults(file_).set("k", 1);
+    const std::vector<std::string> kept{
+        "defaults.conf",
+        "defaults.conf.Backup",
+        "defaults.conf.backup",
+        "defaults.conf.inuse",
+        "defaults.conf.old1Ab",
+        "other.conf.aBcdEf"};
+    for (const std::string& name : kept) {
+        std::ofstream(file_.parent_path() / name, std::ios::app);
+    }
+    std::ofstream(file_.string() + ".aBcdEf");
+    SettingsUserDefaults(file_).set("k", 2);
+    EXPECT_THAT(fileNames(), testing::UnorderedElementsAreArray(kept));
+}
+
 TEST_F(SettingsUserDefaultsTest, KeepsTheWritesOfSeveralThreads) {
     SettingsUserDefaults defaults(file_);
     std::vector<std::thread> threads;
