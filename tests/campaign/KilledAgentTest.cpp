@@ -116,9 +116,9 @@ private:
         return SignInHome::finish(program);
     }
 
-    /// The number of scans that have begun.
+    /// The number of scans that have ended. The agent sends its log lines after each.
     [[nodiscard]] std::size_t scans() {
-        return home_.service().requestCount("/api/v1/context/handle-digest");
+        return home_.service().requestCount("/api/v1/context/diagnostics");
     }
 
     /// Whether the messages are stored, and the progress is on disk.

@@ -4,6 +4,7 @@
 // same file.
 #include "platform/Platform.h"
 #include "tests/campaign/SettingsChanges.h"
+#include "tests/campaign/UnfinishedSettings.h"
 #include "tests/support/Campaign.h"
 #include "tests/support/Program.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -21,7 +22,6 @@
 #include <set>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 
 namespace orvel::test {
 
@@ -58,14 +58,6 @@ CallCounts countCalls(bool refusesUnnamedFiles) {
         }
     }
     return calls.counts();
-}
-
-/// A file that Qt was about to rename. Its name could be that of a file of the user, so the agent
-/// does not remove it.
-bool isUnfinishedFile(const std::string& name) {
-    constexpr std::string_view prefix = "defaults.conf.";
-    constexpr std::size_t letters = 6;
-    return name.starts_with(prefix) && name.size() == prefix.size() + letters;
 }
 
 class KilledWriters final {
@@ -172,7 +164,8 @@ private:
         }
         for (const auto& entry : std::filesystem::directory_iterator(directory_.path())) {
             const std::string name = entry.path().filename();
-            if (name != "defaults.conf" && name != "calls" && !isUnfinishedFile(name)) {
+            if (name != "defaults.conf" && name != "calls" &&
+                !mayStayBehind(name, "defaults.conf")) {
                 find("left behind beside the settings: " + name);
             }
         }

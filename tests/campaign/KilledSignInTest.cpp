@@ -28,6 +28,7 @@ public:
 
     CampaignResult run() {
         const std::vector<service::Account> accounts = service::sampleAccounts();
+        makeMessages();
         requireSuccess(home_.signIn(accounts[0], calls_.counting()));
         const CallCounts signInCounts = calls_.counts();
         requireSuccess(home_.signOut(calls_.counting()));
@@ -52,7 +53,10 @@ public:
             const SignInHome::SignedIn intended = isSignOut ? std::nullopt : account.email;
             const SignInHome::SignedIn after = home_.account();
             const bool isConfirmed = !run.output.empty();
-            if (after != intended && (isConfirmed || after != before)) {
+            if (!isSignOut && !isConfirmed && after == SignInHome::withoutProfile) {
+                // The profile is loaded after the session has been stored.
+                checkSession();
+            } else if (after != intended && (isConfirmed || after != before)) {
                 find(fmt::format(
                     "before: {}, then: {}, intended: {}, {}",
                     before.value_or("signed out"),
@@ -67,9 +71,31 @@ public:
     }
 
 private:
+    void makeMessages() {
+        Program program(
+            home_.options({MAKE_SAMPLE_CHATDB, (home_ / "chat.db").string(), "--messages", "20"}));
+        requireSuccess(SignInHome::finish(program));
+    }
+
     static void requireSuccess(const SignInHome::Run& run) {
         if (run.status != 0) {
             throw std::runtime_error("without a kill: " + run.errors);
+        }
+    }
+
+    /// The service must accept the stored session.
+    void checkSession() {
+        const SignInHome::Run scan = home_.run(
+            {"--source",
+             (home_ / "chat.db").string(),
+             "--state",
+             (home_ / "state.conf").string(),
+             "--scope",
+             "allThreads",
+             "--address-book",
+             "none"});
+        if (scan.status != 0) {
+            find("the session without a profile cannot be used: " + scan.errors);
         }
     }
 
@@ -79,6 +105,7 @@ private:
         if (signIn.status != 0 || home_.account() != account.email) {
             find("the last sign-in failed: " + signIn.errors);
         }
+        checkSession();
         const SignInHome::Run signOut = home_.signOut();
         if (signOut.status != 0 || home_.account()) {
             find("the last sign-out failed: " + signOut.errors);

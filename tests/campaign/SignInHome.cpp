@@ -2,6 +2,7 @@
 #include "tests/campaign/SignInHome.h"
 
 #include "OrvelAgent/network/QueryItems.h"
+#include "tests/campaign/UnfinishedSettings.h"
 #include "tests/platform/linux/signin/SignInBusCalls.h"
 #include "tests/support/WaitUntil.h"
 
@@ -102,7 +103,7 @@ SignInHome::SignedIn SignInHome::account() {
         return std::nullopt;
     }
     const auto* email = account.as_object().if_contains("email");
-    return email != nullptr ? std::string(email->as_string()) : "an unknown account";
+    return email != nullptr ? std::string(email->as_string()) : withoutProfile;
 }
 
 Program::Options

@@ -26,6 +26,8 @@ public:
     using Variables = std::map<std::string, std::string>;
     /// The e-mail address of the account; none if signed out.
     using SignedIn = std::optional<std::string>;
+    /// Stands for the address of a session whose profile has not been loaded.
+    static constexpr const char* withoutProfile = "a session without a profile";
 
     SignInHome();
 
