@@ -51,11 +51,15 @@ public:
                 find(fmt::format("it ended with status {}: {}", run.status, run.errors));
             }
             const SignInHome::SignedIn intended = isSignOut ? std::nullopt : account.email;
-            const SignInHome::SignedIn after = home_.account();
+            SignInHome::SignedIn after = home_.account();
             const bool isConfirmed = !run.output.empty();
             if (!isSignOut && !isConfirmed && after == SignInHome::withoutProfile) {
-                // The profile is loaded after the session has been stored.
+                // The profile is loaded after the session was stored. A scan makes up for it.
                 checkSession();
+                after = home_.account();
+                if (after != intended) {
+                    find("the session is that of " + after.value_or("nobody"));
+                }
             } else if (after != intended && (isConfirmed || after != before)) {
                 find(fmt::format(
                     "before: {}, then: {}, intended: {}, {}",

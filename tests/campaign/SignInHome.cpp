@@ -146,7 +146,7 @@ std::vector<std::string> SignInHome::leftovers() const {
              std::filesystem::recursive_directory_iterator(directory_ / folder)) {
             const std::string name = entry.path().filename();
             if (entry.is_regular_file() && !name.ends_with(".desktop") && name != "defaults.conf" &&
-                !name.ends_with(".inuse")) {
+                !name.ends_with(".inuse") && !mayStayBehind(name, "defaults.conf")) {
                 names.push_back(name);
             }
         }

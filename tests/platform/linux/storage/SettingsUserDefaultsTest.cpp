@@ -335,6 +335,18 @@ TEST_F(SettingsUserDefaultsTest, TheLockOfAKilledProcessDelaysNoWrite) {
     EXPECT_THAT(fileNames(), testing::ElementsAre("defaults.conf"));
 }
 
+TEST_F(SettingsUserDefaultsTest, AWriteWaitsForTheLockOfARunningProcess) {
+    SettingsUserDefaults defaults(file_);
+    defaults.set("k", 1);
+    QLockFile lock(QString::fromStdString(file_.string() + ".lock"));
+    ASSERT_TRUE(lock.lock());
+    auto writer = std::async(std::launch::async, [&defaults] { defaults.set("k", 2); });
+    EXPECT_EQ(writer.wait_for(std::chrono::seconds(1)), std::future_status::timeout);
+    lock.unlock();
+    writer.get();
+    EXPECT_EQ(storedValue<std::int64_t>(SettingsUserDefaults(file_), "k"), 2);
+}
+
 TEST_F(SettingsUserDefaultsTest, RemovesTheUnfinishedFilesOfKilledProcesses) {
     SettingsUserDefaults(file_).set("k", 1);
     const std::vector<std::string> kept{
