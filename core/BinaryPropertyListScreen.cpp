@@ -218,16 +218,27 @@ private:
             const bool isKey = object->type == Type::Dictionary && i < object->count;
             const std::uint64_t child =
                 integerAt(object->content + i * referenceWidth_, referenceWidth_);
-            if ((isKey && !isText(child)) || !walk(child, depth + 1)) {
+            if ((isKey && !isKeyText(child)) || !walk(child, depth + 1)) {
                 return false;
             }
         }
         return true;
     }
 
-    [[nodiscard]] bool isText(std::uint64_t index) const {
+    /// libplist ends the process when it is asked for a key that contains NUL.
+    [[nodiscard]] bool isKeyText(std::uint64_t index) const {
         const auto object = objectAt(index);
-        return object && (object->type == Type::ASCIIText || object->type == Type::UTF16Text);
+        return object && (object->type == Type::ASCIIText ||
+                          (object->type == Type::UTF16Text && !hasNUL(*object)));
+    }
+
+    [[nodiscard]] bool hasNUL(const Object& text) const {
+        for (std::size_t unit = 0; unit < text.contentSize; unit += 2) {
+            if (integerAt(text.content + unit, 2) == 0) {
+                return true;
+            }
+        }
+        return false;
     }
 
     std::string& bytes_;

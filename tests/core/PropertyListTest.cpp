@@ -216,6 +216,12 @@ TEST(PropertyListTest, AKeyThatIsNotTextIsRefused) {
     expectRefused(BinaryList{.objects = {"\xD1\x01\x01", "\x51\0"s}}.bytes());
 }
 
+TEST(PropertyListTest, AKeyWithANulIsRefused) {
+    ASSERT_TRUE(isRead(BinaryList{.objects = {"\xD1\x01\x01", "\x61\0k"s}}.bytes()));
+    expectRefused(BinaryList{.objects = {"\xD1\x01\x01", "\x61\0\0"s}}.bytes());
+    expectRefused(BinaryList{.objects = {"\xD1\x01\x01", "\x63\0k\0\0\0k"s}}.bytes());
+}
+
 TEST(PropertyListTest, CircularReferencesAreRefused) {
     expectRefused(BinaryList{.objects = {array("\0"s)}}.bytes());
     expectRefused(BinaryList{.objects = {array("\x01"), array("\0"s)}}.bytes());
