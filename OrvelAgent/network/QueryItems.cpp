@@ -55,7 +55,7 @@ std::string percentEncodedQuery(const std::vector<QueryItem>& items) {
     std::string query;
     query.reserve(longest);
     for (const QueryItem& item : items) {
-        if (!query.empty()) {
+        if (&item != &items.front()) {
             query += '&';
         }
         appendEncoded(query, item.name);

@@ -59,6 +59,12 @@ TEST(QueryItemsTest, ItemsKeepTheirOrderAndNamesAreEncodedToo) {
     EXPECT_EQ(percentEncodedQuery({}), "");
 }
 
+TEST(QueryItemsTest, EmptyItemsKeepTheirPlace) {
+    const Items items = {{"", std::nullopt}, {"", std::nullopt}, {"a", std::nullopt}};
+    EXPECT_EQ(percentEncodedQuery(items), "&&a");
+    EXPECT_EQ(queryItems("orvelagent://callback?" + percentEncodedQuery(items)), items);
+}
+
 TEST(QueryItemsTest, EncodedItemsAreDecoded) {
     std::string everything;
     for (char character = 1; character < 127; ++character) {
