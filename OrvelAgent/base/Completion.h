@@ -35,6 +35,9 @@ QCoro::Task<T> awaitCompletion(Start start, tavrin::CancellationToken cancellati
     const auto registration = cancellation.onCancel([&running] {
         if constexpr (requires { running->cancel(); }) {
             running->cancel();
+        } else {
+            // clang warns about a capture without a use.
+            static_cast<void>(running);
         }
     });
     co_await result.settled(cancellation);

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
@@ -262,7 +263,7 @@ void lowercase(std::string& text) {
 
 /// Leaves out all that wrapping, quoting or a different escape could change.
 void keepWords(std::string& text) {
-    const auto end = std::ranges::remove_if(text, std::not_fn(isInWord)).begin();
+    const auto end = std::remove_if(text.begin(), text.end(), std::not_fn(isInWord));
     std::fill(end, text.end(), '\0');
     text.erase(end, text.end());
 }
@@ -339,7 +340,8 @@ bool hasWord(std::string_view text, const ViewSet& values) {
 /// a text without a common part is hidden.
 class PartIndex final {
 public:
-    explicit PartIndex(const ViewSet& values) : mayHave_(filterSize) {
+    explicit PartIndex(const ViewSet& values)
+        : filterBits_(filterBitsFor(values)), mayHave_(std::size_t{1} << filterBits_) {
         for (const std::string_view value : values) {
             const std::size_t length = std::min(value.size(), longWord);
             std::vector<std::uint64_t>& hashes = hashes_.at(length);
@@ -375,8 +377,16 @@ public:
     }
 
 private:
-    static constexpr std::size_t filterBits = 22;
-    static constexpr std::size_t filterSize = std::size_t{1} << filterBits;
+    /// Several slots for each hash, so that the filter rejects most positions.
+    static int filterBitsFor(const ViewSet& values) {
+        constexpr int leastBits = 10;
+        constexpr int mostBits = 22;
+        std::size_t size = 0;
+        for (const std::string_view value : values) {
+            size += value.size();
+        }
+        return std::clamp(static_cast<int>(std::bit_width(size)) + 4, leastBits, mostBits);
+    }
 
     /// Of 8 to 16 bytes.
     static std::uint64_t hashOf(std::string_view text) {
@@ -395,10 +405,11 @@ private:
         return hash * first;
     }
 
-    static std::size_t filterSlot(std::uint64_t hash) {
-        return static_cast<std::size_t>(hash >> (64 - filterBits));
+    [[nodiscard]] std::size_t filterSlot(std::uint64_t hash) const {
+        return static_cast<std::size_t>(hash >> (64 - filterBits_));
     }
 
+    int filterBits_;
     /// By the number of bytes.
     std::array<std::vector<std::uint64_t>, longWord + 1> hashes_;
     /// Rejects most positions without a search.
@@ -466,6 +477,9 @@ private:
 
 /// Where the text has the phrases: their words, with anything else between them.
 void findPhrases(const DecodedText& decoded, const ViewSet& phrases, std::vector<Range>& found) {
+    if (phrases.empty()) {
+        return;
+    }
     const std::string_view text = decoded.text();
     const std::vector<Range> words = wordsOf(text);
     for (std::size_t first = 0; first < words.size(); ++first) {
@@ -579,8 +593,9 @@ void RequestEcho::addSecretStrings(const boost::json::value& tree) {
 bool RequestEcho::isIn(std::string_view text) const {
     Buffer plain(text);
     unescape(plain.text);
-    const auto isSecretIn = [&plain](const tavrin::Secret& secret) {
-        return hasSecret(plain.text, secret.text());
+    // Also search the text as it is: what precedes a secret could form an escape with its start.
+    const auto isSecretIn = [&plain, text](const tavrin::Secret& secret) {
+        return hasSecret(plain.text, secret.text()) || hasSecret(text, secret.text());
     };
     if (std::ranges::any_of(secrets_, isSecretIn) || hasWord(plain.text, viewsOf(numbers_))) {
         return true;

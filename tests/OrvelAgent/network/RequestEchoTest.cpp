@@ -175,6 +175,13 @@ TEST(RequestEchoTest, ASecretIsFoundAnywhereAndAShortOneAsAWord) {
         echoOfSecret("AMf-vBx0123456789abcdefghijklmnopqrstuv").isIn("token=0123456789abcdefg..."));
 }
 
+TEST(RequestEchoTest, ASecretIsFoundBehindTheStartOfAnEscape) {
+    const RequestEcho echo = echoOfSecret("a-token-in-words");
+    EXPECT_TRUE(echo.isIn("invalid: %aa-token-in-words"));
+    EXPECT_TRUE(echo.isIn("invalid: \\xfa-token-in-words"));
+    EXPECT_TRUE(echo.isIn("invalid: %61-token-in-words"));
+}
+
 TEST(RequestEchoTest, StringsOfATreeCountButNotItsKeysAndPublicValues) {
     const boost::json::value tree = {
         {"client", "mac/1.2.3.4567"},
