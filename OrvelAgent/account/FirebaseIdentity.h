@@ -32,6 +32,18 @@ public:
         tavrin::Date expiresAt;
     };
 
+    /// The JSON keys of an endpoint's reply.
+    struct ReplyKeys {
+        std::string_view idToken;
+        std::string_view refreshToken;
+        std::string_view expiresIn;
+    };
+    struct Reply {
+        tavrin::Secret idToken;
+        tavrin::Secret refreshToken;
+        tavrin::Seconds lifetime{};
+    };
+
     FirebaseIdentity(
         URLSession& session, Worker& worker, Clock& clock, const Configuration& configuration);
 
@@ -47,25 +59,16 @@ public:
     /// other message, a retry may succeed.
     [[nodiscard]] static bool isRevocation(std::string_view message);
 
-private:
-    /// The JSON keys of an endpoint's reply.
-    struct ReplyKeys {
-        std::string_view idToken;
-        std::string_view refreshToken;
-        std::string_view expiresIn;
-    };
-    struct Reply {
-        tavrin::Secret idToken;
-        tavrin::Secret refreshToken;
-        tavrin::Seconds lifetime{};
-    };
-
+    /// Decodes one reply. `sentToken` is the token of the request. Throws `IdentityError` and
+    /// `tavrin::JSONDecodingError`. Any thread.
     [[nodiscard]] static Reply decode(
         int status,
         std::string_view body,
         const ReplyKeys& keys,
         const tavrin::Secret& sentToken,
         std::string_view apiKey);
+
+private:
     /// Takes a copy of the client, which lives as long as the request. `sentToken` is the token in
     /// the request.
     static QCoro::Task<Tokens> exchange(
