@@ -3,6 +3,7 @@
 
 #include "core/Errors.h"
 #include "core/PropertyList.h"
+#include "core/Text.h"
 #include "platform/linux/support/ReadFile.h"
 
 #include <plist/plist.h>
@@ -64,7 +65,8 @@ PlistBundle::Information PlistBundle::parse(std::string_view propertyList) {
         if (plist_get_node_type(value) == PLIST_STRING) {
             std::uint64_t length = 0;
             const char* text = plist_get_string_ptr(value, &length);
-            information.insert_or_assign(key.get(), std::string(text, length));
+            information.insert_or_assign(
+                tavrin::repairedUTF8(key.get()), tavrin::repairedUTF8({text, length}));
         }
     }
 }

@@ -18,7 +18,7 @@ public:
     /// Longer property lists and resources are rejected.
     static constexpr std::size_t maximumFileBytes = std::size_t{1} << 20U;
 
-    /// The strings of a property list's top-level dictionary.
+    /// The strings of a property list's top-level dictionary, as well-formed UTF-8.
     using Information = std::map<std::string, std::string, std::less<>>;
 
     /// The folder of this executable, with the environment variable "ORVEL_AGENT_BUNDLE".

@@ -6,9 +6,9 @@
 #include "core/FileLock.h"
 #include "core/ParentFolders.h"
 #include "core/RegularFile.h"
+#include "platform/linux/storage/SettingsFormat.h"
 
 #include <QByteArray>
-#include <QDateTime>
 #include <QFileDevice>
 #include <QLockFile>
 #include <QSettings>
@@ -23,9 +23,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <chrono>
-#include <cstdint>
 #include <optional>
 #include <string_view>
 #include <system_error>
@@ -48,62 +46,17 @@ constexpr std::chrono::milliseconds timeToLock(100);
         code, "Could not read the agent's settings in " + file.string());
 }
 
-/// The text with line breaks and backslashes escaped.
-QByteArray escaped(const QByteArray& text) {
-    QByteArray result = text;
-    result.replace('\\', "\\\\").replace('\n', "\\n");
-    return result;
-}
-
-/// No value for escapes that `escaped` never writes.
-std::optional<QByteArray> unescaped(const QByteArray& text) {
-    QByteArray result;
-    for (auto at = text.begin(); at != text.end(); ++at) {
-        if (*at != '\\') {
-            result.append(*at);
-        } else if (++at != text.end() && (*at == '\\' || *at == 'n')) {
-            result.append(*at == 'n' ? '\n' : '\\');
-        } else {
-            return std::nullopt;
-        }
-    }
-    return result;
-}
-
-/// Each line is a key, an equals sign and a value; lines that start with "#" are skipped.
-bool readLines(QIODevice& device, QSettings::SettingsMap& values) {
-    while (!device.atEnd()) {
-        QByteArray line = device.readLine();
-        if (line.endsWith('\n')) {
-            line.chop(1);
-        }
-        if (line.isEmpty() || line.startsWith('#')) {
-            continue;
-        }
-        const qsizetype equals = line.indexOf('=');
-        const std::optional<QByteArray> value = unescaped(line.mid(equals + 1));
-        if (equals < 1 || !value || !value->isValidUtf8()) {
-            return false;
-        }
-        values.insert(QString::fromUtf8(line.left(equals)), QString::fromUtf8(*value));
-    }
-    return true;
-}
-
 /// Flushes at the end: if a full disk is detected only on closing, QSettings replaces the file with
 /// a truncated one.
 bool writeLines(QIODevice& device, const QSettings::SettingsMap& values) {
-    QByteArray lines;
-    for (auto entry = values.begin(); entry != values.end(); ++entry) {
-        lines += entry.key().toUtf8() + '=' + escaped(entry.value().toString().toUtf8()) + '\n';
-    }
+    const QByteArray lines = SettingsFormat::lines(values);
     auto* file = qobject_cast<QFileDevice*>(&device);
     return device.write(lines) == lines.size() && file != nullptr && file->flush();
 }
 
 QSettings::Format lineFormat() {
-    static const QSettings::Format format =
-        QSettings::registerFormat(QStringLiteral("conf"), readLines, writeLines, Qt::CaseSensitive);
+    static const QSettings::Format format = QSettings::registerFormat(
+        QStringLiteral("conf"), SettingsFormat::readLines, writeLines, Qt::CaseSensitive);
     return format;
 }
 
@@ -111,47 +64,12 @@ QString qString(const std::filesystem::path& path) {
     return QString::fromStdString(path.string());
 }
 
-QDateTime qDateTime(tavrin::Date date) {
-    const auto milliseconds = std::chrono::round<std::chrono::milliseconds>(date);
-    return QDateTime::fromMSecsSinceEpoch(milliseconds.time_since_epoch().count(), Qt::UTC);
-}
-
-Value valueOf(const std::string& text) {
-    if (text == "true" || text == "false") {
-        return text == "true";
-    }
-    std::int64_t integer = 0;
-    std::from_chars(text.data(), text.data() + text.size(), integer);
-    if (std::to_string(integer) == text) {
-        return integer;
-    }
-    const QString qText = QString::fromStdString(text);
-    const QDateTime date = QDateTime::fromString(qText, Qt::ISODateWithMs);
-    if (date.isValid() && date.toUTC().toString(Qt::ISODateWithMs) == qText) {
-        return tavrin::Date(std::chrono::milliseconds(date.toMSecsSinceEpoch()));
-    }
-    return text.starts_with('\'') ? text.substr(1) : text;
-}
-
-std::string textOf(const Value& value) {
-    if (const auto* integer = std::get_if<std::int64_t>(&value)) {
-        return std::to_string(*integer);
-    }
-    if (const auto* boolean = std::get_if<bool>(&value)) {
-        return *boolean ? "true" : "false";
-    }
-    if (const auto* date = std::get_if<tavrin::Date>(&value)) {
-        return qDateTime(*date).toString(Qt::ISODateWithMs).toStdString();
-    }
-    const auto& text = std::get<std::string>(value);
-    return valueOf(text) == value ? text : "'" + text;
-}
-
 std::map<std::string, Value, std::less<>> valuesOf(const QSettings& settings) {
     std::map<std::string, Value, std::less<>> values;
     for (const QString& key : settings.allKeys()) {
         values.insert_or_assign(
-            key.toStdString(), valueOf(settings.value(key).toString().toStdString()));
+            key.toStdString(),
+            SettingsFormat::valueOf(settings.value(key).toString().toStdString()));
     }
     return values;
 }
@@ -340,7 +258,7 @@ void SettingsUserDefaults::write(std::string_view key, const std::optional<Value
         }
     };
     const QVariant old = settings.value(qKey);
-    const QString text = value ? QString::fromStdString(textOf(*value)) : QString();
+    const QString text = value ? QString::fromStdString(SettingsFormat::textOf(*value)) : QString();
     set(value ? QVariant(text) : QVariant());
     settings.sync();
     if (settings.status() != QSettings::NoError) {

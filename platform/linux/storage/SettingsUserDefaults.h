@@ -22,8 +22,8 @@ namespace orvel {
 ///
 /// The text determines the type: integers in their shortest form, "true" and "false", and dates
 /// exactly as above; anything else is a string. A string that looks like another type, or starts
-/// with an apostrophe, gets an apostrophe prefix. A line break is written as "\n" and a backslash
-/// as two. Keys must not contain "=" or a line break.
+/// with an apostrophe or a byte order mark, gets an apostrophe prefix. A line break is written as
+/// "\n" and a backslash as two. Keys must not contain "=" or a line break.
 ///
 /// A process changes only the keys it sets. Other processes' changes become visible with this
 /// process's next write.

@@ -48,6 +48,12 @@ TEST_F(PlistBundleTest, ReadsEscapedAndUnicodeText) {
         (PlistBundle::Information{{"a", "<&> \xC3\xA9 \xC3\xA9"}}));
 }
 
+TEST_F(PlistBundleTest, RepairsIllFormedText) {
+    EXPECT_EQ(
+        PlistBundle::parse(dictionary({{"a\xFF", "b\xC3"}})),
+        (PlistBundle::Information{{"a\uFFFD", "b\uFFFD"}}));
+}
+
 TEST_F(PlistBundleTest, SkipsValuesThatAreNotStrings) {
     EXPECT_EQ(
         PlistBundle::parse(propertyList(
