@@ -88,12 +88,16 @@ void checkProgramPath(const std::filesystem::path& program) {
 }
 
 std::string desktopEntryValue(std::string_view text) {
-    return QByteArray(text.data(), static_cast<qsizetype>(text.size()))
-        .replace('\\', R"(\\)")
-        .replace('\n', R"(\n)")
-        .replace('\r', R"(\r)")
-        .replace('\t', R"(\t)")
-        .toStdString();
+    // Readers skip white space before a value.
+    const bool startsWithSpace = text.starts_with(' ');
+    text.remove_prefix(startsWithSpace ? 1 : 0);
+    return (startsWithSpace ? R"(\s)" : "") +
+           QByteArray(text.data(), static_cast<qsizetype>(text.size()))
+               .replace('\\', R"(\\)")
+               .replace('\n', R"(\n)")
+               .replace('\r', R"(\r)")
+               .replace('\t', R"(\t)")
+               .toStdString();
 }
 
 std::string desktopEntryCommand(std::string_view program) {
