@@ -2,6 +2,7 @@ option(ORVEL_BUILD_TESTS "Build the tests" ON)
 option(ORVEL_WARNINGS_ARE_ERRORS "Let warnings fail the build" ON)
 option(ORVEL_BUILD_BENCHMARKS "Build the benchmarks" OFF)
 option(ORVEL_BUILD_FUZZERS "Build the libFuzzer programs (needs clang)" OFF)
+option(ORVEL_COVERAGE "Let the programs write which lines they execute (needs clang)" OFF)
 
 # Deployment values: they fill resources/Info.plist.in.
 set(ORVEL_API_HOST "api.orvel.example" CACHE STRING "Host name of the service")

@@ -15,3 +15,8 @@ if(ORVEL_BUILD_FUZZERS)
   add_compile_options(-fsanitize=fuzzer-no-link)
   add_link_options(-fsanitize=fuzzer-no-link)
 endif()
+
+if(ORVEL_COVERAGE)
+  add_compile_options(-fprofile-instr-generate -fcoverage-mapping)
+  add_link_options(-fprofile-instr-generate)
+endif()

@@ -30,7 +30,7 @@ build() {
     local options=()
     if command -v ccache >/dev/null; then
         options+=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
-    elif [[ $preset != tidy && $preset != fuzz ]]; then
+    elif [[ $preset != tidy && $preset != fuzz* ]]; then
         options+=(-DORVEL_PRECOMPILE_HEADERS=ON)
     fi
     if command -v mold >/dev/null; then
