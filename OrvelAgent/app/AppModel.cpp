@@ -2,6 +2,7 @@
 #include "OrvelAgent/app/AppModel.h"
 
 #include "core/messages/ChatDatabaseSnapshot.h"
+#include "core/messages/SnapshotDirectory.h"
 
 #include <fmt/format.h>
 
@@ -96,6 +97,8 @@ AppModel::AppModel(
     connect(&choices_, &SavedChoices::changed, this, [this] { scanRun_.applyChoices(); });
     connect(&flash_, &AttentionFlash::changed, this, &AppModel::attentionFlashChanged);
     syncAttentionFlash();
+    // The copy of a killed process would otherwise stay until the next scan.
+    scanWorker_.run([] { tavrin::SnapshotDirectory::removeAbandoned(); });
     startCollecting();
 }
 

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
 #include <optional>
 
 namespace orvel::test {
@@ -28,6 +30,14 @@ TEST_F(AppModelTest, EmitsChangedWhenAServiceChanges) {
     expectChange([this] { model_->collector().setPaused(true); });
     expectChange([this] { with_.softwareUpdater.passADay(); });
     expectChange([this] { model_->auth().signOut(); });
+}
+
+TEST_F(AppModelTest, TheCopyOfAKilledProcessIsRemovedWithoutAScan) {
+    const auto copy = temporary_ / "tavrin-chatdb-6F1C0B2E-9D4A-4E57-8C31-2A9B7D5E0F14";
+    std::filesystem::create_directory(copy);
+    std::ofstream(copy / "chat.db") << "messages";
+    startSignedOut();
+    EXPECT_TRUE(waitUntil([&] { return !std::filesystem::exists(copy); }));
 }
 
 TEST_F(AppModelTest, ARescanSendsAllMessagesInTheNextScan) {
