@@ -27,13 +27,17 @@ void writeScript(const std::filesystem::path& file, const std::string& text) {
     std::filesystem::permissions(file, std::filesystem::perms::owner_all);
 }
 
-std::string challengeOf(const std::string& url) {
-    const std::vector<QueryItem> items = queryItems(url).value();
+/// No value if the sign-in was killed before it redirected the browser to the page.
+std::optional<std::string> challengeOf(const std::string& page) {
+    if (page.empty()) {
+        return std::nullopt;
+    }
+    const std::vector<QueryItem> items = queryItems(page).value();
     const auto found = std::ranges::find(items, "challenge", &QueryItem::name);
     if (found == items.end() || !found->value) {
         throw std::runtime_error("the page has no challenge");
     }
-    return *found->value;
+    return found->value;
 }
 
 } // namespace
@@ -55,7 +59,10 @@ SignInHome::SignInHome() {
     }
     writeScript(
         directory_ / "tools" / "xdg-open",
-        fmt::format("printf %s \"$1\" >{0}.new && mv {0}.new {0}", page().string()));
+        fmt::format(
+            "curl --disable --silent --noproxy '*' --output /dev/null "
+            "--write-out '%{{redirect_url}}' \"$1\" >{0}.new; mv {0}.new {0}",
+            page().string()));
     writeScript(
         directory_ / "tools" / "xdg-mime",
         fmt::format(
@@ -79,7 +86,9 @@ SignInHome::Run SignInHome::signIn(const service::Account& account, const Variab
         std::ifstream file(page());
         const std::string url(std::istreambuf_iterator<char>(file), {});
         // It is not accepted if the sign-in was killed meanwhile.
-        callBack("orvelagent://callback?code=" + service_->mintCode(challengeOf(url), account.uid));
+        if (const auto challenge = challengeOf(url)) {
+            callBack("orvelagent://callback?code=" + service_->mintCode(*challenge, account.uid));
+        }
     }
     return finish(program);
 }

@@ -40,13 +40,19 @@ class Service:
         self.page_link = link[1]
         context = ssl.create_default_context(cafile=self.authority)
         self._opener = urllib.request.build_opener(
-            urllib.request.ProxyHandler({}), urllib.request.HTTPSHandler(context=context))
+            urllib.request.ProxyHandler({}), urllib.request.HTTPSHandler(context=context),
+            urllib.request.HTTPCookieProcessor())
+        self._sees_pages = False
 
     def statistics(self):
         return self._control("stats")
 
     def page(self, path, form=None):
-        """The text of a page, after sending the form that the page before had."""
+        """The text of a page, after sending the form that the page before had. Uses up the link to
+        the pages."""
+        if not self._sees_pages:
+            self._opener.open(self.page_link, timeout=LIMIT).close()
+            self._sees_pages = True
         data = None if form is None else urllib.parse.urlencode(form).encode()
         request = urllib.request.Request(self.url + path, data, {"Origin": self.url})
         with self._opener.open(request, timeout=LIMIT) as reply:

@@ -179,7 +179,9 @@ def make_browser(path, service):
 import glob, html, os, re, shlex, ssl, subprocess, sys, urllib.parse, urllib.request
 context = ssl.create_default_context(cafile={service.authority!r})
 opener = urllib.request.build_opener(
-    urllib.request.ProxyHandler({{}}), urllib.request.HTTPSHandler(context=context))
+    urllib.request.ProxyHandler({{}}), urllib.request.HTTPSHandler(context=context),
+    urllib.request.HTTPCookieProcessor())
+opener.open({service.page_link!r}).close()
 with opener.open(sys.argv[1]) as reply:
     page, address = reply.read().decode(), reply.url
 challenge = re.search(r'name="challenge" value="([^"]*)"', page)[1]
