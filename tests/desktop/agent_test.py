@@ -11,6 +11,7 @@ Runs in a private desktop session (tests/support/private-session) with a display
 """
 
 import contextlib
+import itertools
 import os
 import re
 import signal
@@ -32,6 +33,7 @@ DATABASE = os.path.join(HOME, "Library", "Messages", "chat.db")
 SETTINGS = os.path.join(os.environ["XDG_CONFIG_HOME"], "orvel-agent", "defaults.conf")
 PROGRESS_KEYS = ("messages.rowid.", "messages.backfill.")
 SNAPSHOTS = os.path.join(HOME, "snapshots")
+POLLS_UNTIL_CLICK = 100
 INGEST_PATH = "/api/v1/context/ingest"
 DIGEST_PATH = "/api/v1/context/handle-digest"
 SCREENSHOTS = os.environ.get("ORVEL_SCREENSHOTS")
@@ -125,10 +127,17 @@ class Agent(accessibility.Application):
 
 
 def open_panel(desktop, agent):
-    """Opens the panel if it is closed: it closes when another window takes the focus."""
-    if not agent.find("push button", "Quit"):
-        desktop.click_tray_icon()
-    return agent.wait_for("push button", "Quit")
+    """Opens the panel if it is closed: it closes when another window takes the focus. A click that
+    arrives while it is closing does not open it, so there is another click after some time."""
+    polls = itertools.count()
+
+    def find_or_click():
+        button = agent.find("push button", "Quit")
+        if button is None and next(polls) % POLLS_UNTIL_CLICK == 0:
+            desktop.click_tray_icon()
+        return button
+
+    return wait_for("the panel", find_or_click, agent.process)
 
 
 def make_messages(*options):
