@@ -7,6 +7,7 @@ import importlib.util
 import os
 import tempfile
 import unittest
+import unittest.mock
 
 ROOT = os.path.dirname(
     os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__)))))
@@ -97,6 +98,16 @@ class OutputTest(unittest.TestCase):
             fuzz.add_executions(path, {"A": fuzz.Result(5, 1, []), "B": fuzz.Result(1, 1, [])})
             sums = fuzz.add_executions(path, {"A": fuzz.Result(7, 1, [])})
             self.assertEqual(sums, {"A": 12, "B": 1})
+
+    def test_a_number_of_runs_is_a_limit_of_one_target(self):
+        target = fuzz.Target("Name", 64, [])
+        with tempfile.TemporaryDirectory() as folder:
+            words = fuzz.command(target, "-runs=5", 7, folder)
+        self.assertIn("-runs=5", words)
+        self.assertIn("-seed=7", words)
+        with self.assertRaisesRegex(SystemExit, "one target"), \
+                unittest.mock.patch("sys.argv", ["fuzz", "--runs", "5"]):
+            fuzz.main()
 
     def test_coverage_is_that_of_the_targets_own_files(self):
         export = {"data": [{"files": [
