@@ -99,12 +99,6 @@ int run(const std::vector<std::string>& arguments) {
 
 } // namespace orvel::test
 
-/// Other tests look for leaks. OpenSSL's thread-local data may look like one if the program ends
-/// together with a thread.
-extern "C" const char* __asan_default_options() {
-    return "detect_leaks=0";
-}
-
 int main(int argc, char** argv) {
     orvel::prepareEventLoop();
     const QCoreApplication application(argc, argv);

@@ -34,6 +34,7 @@ struct OpenSSL {
     decltype(&EVP_PKEY_free) evpPkeyFree = library.symbol("EVP_PKEY_free");
     decltype(&EVP_PKEY_new_raw_public_key) evpPkeyNewRawPublicKey =
         library.symbol("EVP_PKEY_new_raw_public_key");
+    decltype(&OPENSSL_thread_stop) openSSLThreadStop = library.symbol("OPENSSL_thread_stop");
     decltype(&PEM_read_bio_X509) pemReadBioX509 = library.symbol("PEM_read_bio_X509");
     decltype(&SSL_CTX_get_cert_store) sslCtxGetCertStore = library.symbol("SSL_CTX_get_cert_store");
     decltype(&SSL_CTX_get_ex_data) sslCtxGetExData = library.symbol("SSL_CTX_get_ex_data");

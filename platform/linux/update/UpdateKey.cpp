@@ -34,6 +34,20 @@ std::optional<std::uint8_t> hexadecimalDigit(char character) {
                                            : std::optional(static_cast<std::uint8_t>(value));
 }
 
+/// Frees what OpenSSL keeps for this thread, such as its errors. OpenSSL would free it when the
+/// thread ends, which may be after the library has ended: Qt does not wait until a thread of a pool
+/// has ended completely.
+class ThreadState final {
+public:
+    explicit ThreadState(const OpenSSL& openSSL) : openSSL_(openSSL) {}
+    ThreadState(const ThreadState&) = delete;
+    ThreadState& operator=(const ThreadState&) = delete;
+    ~ThreadState() { openSSL_.openSSLThreadStop(); }
+
+private:
+    const OpenSSL& openSSL_;
+};
+
 } // namespace
 
 std::optional<UpdateSignature> updateSignatureFromBase64(std::string_view text) {
@@ -58,11 +72,11 @@ std::optional<UpdateHash> updateHashFromHex(std::string_view text) {
 
 UpdateHash updateHash(std::span<const std::uint8_t> content) {
     const OpenSSL& openSSL = OpenSSL::get();
+    const ThreadState state(openSSL);
     UpdateHash hash{};
     if (openSSL.evpQDigest(
             nullptr, "SHA256", nullptr, content.data(), content.size(), hash.data(), nullptr) !=
         1) {
-        openSSL.errClearError();
         throw tavrin::PlatformError::fromErrno(ENOTSUP, "Could not compute a hash with OpenSSL");
     }
     return hash;
@@ -81,17 +95,16 @@ std::optional<UpdateKey> UpdateKey::fromBase64(std::string_view text) {
 bool UpdateKey::verifies(
     const UpdateSignature& signature, std::span<const std::uint8_t> content) const {
     const OpenSSL& openSSL = OpenSSL::get();
+    const ThreadState state(openSSL);
     const std::unique_ptr<EVP_PKEY, LazyRelease<&OpenSSL::evpPkeyFree>> key(
         openSSL.evpPkeyNewRawPublicKey(EVP_PKEY_ED25519, nullptr, bytes_.data(), bytes_.size()));
     const std::unique_ptr<EVP_MD_CTX, LazyRelease<&OpenSSL::evpMdCtxFree>> context(
         openSSL.evpMdCtxNew());
-    const bool isValid =
-        key && context &&
-        openSSL.evpDigestVerifyInit(context.get(), nullptr, nullptr, nullptr, key.get()) == 1 &&
-        openSSL.evpDigestVerify(
-            context.get(), signature.data(), signature.size(), content.data(), content.size()) == 1;
-    openSSL.errClearError();
-    return isValid;
+    return key && context &&
+           openSSL.evpDigestVerifyInit(context.get(), nullptr, nullptr, nullptr, key.get()) == 1 &&
+           openSSL.evpDigestVerify(
+               context.get(), signature.data(), signature.size(), content.data(), content.size()) ==
+               1;
 }
 
 } // namespace orvel
