@@ -34,8 +34,8 @@ public:
     /// Succeeds also when the item was not registered.
     virtual void unregisterItem(Completion completion) = 0;
 
-    /// Makes an enabled item start this program, if it starts another, such as the agent at its
-    /// earlier place. Changes no item that is not registered or not enabled.
+    /// Makes an enabled item start this program, if the one that it starts is gone, such as the
+    /// agent at its earlier place. Changes no item that is not registered or not enabled.
     virtual void repairItem(Completion completion) = 0;
 
     virtual void status(StatusCompletion completion) = 0;

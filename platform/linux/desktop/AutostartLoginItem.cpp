@@ -71,10 +71,12 @@ LoginItem::Status statusOf(const std::filesystem::path& file) {
     return isHidden || isSwitchedOff ? LoginItem::Status::Disabled : LoginItem::Status::Enabled;
 }
 
-/// Whether the entry starts another program, such as the agent at its earlier place.
-bool startsAnotherProgram(const std::filesystem::path& file, const std::filesystem::path& program) {
+/// Whether the entry names a program that is gone, such as the agent at its earlier place. Without
+/// a name, the entry is the user's own.
+bool isProgramGone(const std::filesystem::path& file) {
     const KeyFile keys = readDesktopEntry(file);
-    return keys && valueIn(keys, G_KEY_FILE_DESKTOP_KEY_TRY_EXEC) != program.native();
+    const auto program = keys ? valueIn(keys, G_KEY_FILE_DESKTOP_KEY_TRY_EXEC) : std::nullopt;
+    return program && QStandardPaths::findExecutable(QString::fromStdString(*program)).isEmpty();
 }
 
 /// Passes the completion the work's result, or the error that it threw.
@@ -121,7 +123,7 @@ void AutostartLoginItem::unregisterItem(Completion completion) {
 
 void AutostartLoginItem::repairItem(Completion completion) {
     const auto work = [this] {
-        if (statusOf(file_) == Status::Enabled && startsAnotherProgram(file_, options_.program)) {
+        if (statusOf(file_) == Status::Enabled && isProgramGone(file_)) {
             writeEntry(file_, options_);
         }
         return std::nullopt;

@@ -175,6 +175,8 @@ TEST_F(AutostartLoginItemTest, RepairingKeepsWhatTheUserHasChanged) {
          {"[Desktop Entry]\nTryExec=/earlier/orvel-agent\nHidden=true\n",
           "[Desktop Entry]\nTryExec=/earlier\nX-GNOME-Autostart-enabled=false\n",
           "[Desktop Entry]\nTryExec=/usr/bin/true\nExec=nice /usr/bin/true\n",
+          "[Desktop Entry]\nTryExec=/usr/bin/env\nExec=/usr/bin/env\n",
+          "[Desktop Entry]\nExec=sh -c /earlier/orvel-agent\n",
           "garbage"}) {
         write(content_);
         EXPECT_EQ(resultOf(*item_, &LoginItem::repairItem), std::nullopt);
