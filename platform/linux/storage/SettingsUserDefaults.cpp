@@ -39,7 +39,7 @@ using Value = tavrin::UserDefaults::Value;
 using tavrin::FileDescriptor;
 
 /// Much longer than a running process needs to lock the lock file that it has just created.
-constexpr std::chrono::milliseconds timeToLock(100);
+constexpr std::chrono::milliseconds timeToLock(1'000);
 
 [[noreturn]] void failToRead(const std::filesystem::path& file, int code) {
     throw tavrin::PlatformError::fromErrno(
@@ -98,21 +98,36 @@ bool isLockedByOthers(const FileDescriptor& file) {
     return flock(file.get(), LOCK_EX | LOCK_NB) != 0;
 }
 
+bool isNew(const struct stat& file) {
+    const auto changed = std::chrono::system_clock::from_time_t(file.st_mtim.tv_sec) +
+                         std::chrono::nanoseconds(file.st_mtim.tv_nsec);
+    const auto now = std::chrono::system_clock::now();
+    return changed <= now && now - changed < timeToLock;
+}
+
 /// Removes the lock file of a killed process. QSettings would wait 30 seconds for a process that
 /// was killed before it wrote its id into the file, or whose id another process has now. A running
 /// process also holds a lock of the system on the file.
 void removeAbandonedLock(const std::filesystem::path& path) {
     const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-    if (!file.isOpen() || isLockedByOthers(file)) {
+    struct stat opened {};
+    if (!file.isOpen() || fstat(file.get(), &opened) != 0 || !S_ISREG(opened.st_mode)) {
         return;
     }
-    flock(file.get(), LOCK_UN);
-    std::this_thread::sleep_for(timeToLock);
-    struct stat locked {};
-    struct stat named {};
-    if (!isLockedByOthers(file) && fstat(file.get(), &locked) == 0 && S_ISREG(locked.st_mode) &&
-        lstat(path.c_str(), &named) == 0 && locked.st_dev == named.st_dev &&
-        locked.st_ino == named.st_ino) {
+    const auto isStillThere = [&] {
+        struct stat named {};
+        return lstat(path.c_str(), &named) == 0 && opened.st_dev == named.st_dev &&
+               opened.st_ino == named.st_ino;
+    };
+    // A process creates the file, then locks it. The attempt below must not come between.
+    constexpr int steps = 20;
+    for (int step = 0; step < steps && isNew(opened); ++step) {
+        std::this_thread::sleep_for(timeToLock / steps);
+        if (!isStillThere()) {
+            return;
+        }
+    }
+    if (!isLockedByOthers(file) && isStillThere()) {
         unlink(path.c_str());
     }
 }
