@@ -47,9 +47,8 @@ tavrin::FileDescriptor openAgain(int descriptor) {
 LineOutput::LineOutput(int descriptor) : descriptor_(descriptor) {
     struct stat status {};
     if (fstat(descriptor, &status) != 0) {
-        return;
-    }
-    if (S_ISREG(status.st_mode)) {
+        kind_ = Kind::Closed;
+    } else if (S_ISREG(status.st_mode)) {
         kind_ = Kind::File;
     } else if (S_ISSOCK(status.st_mode)) {
         kind_ = Kind::Socket;
@@ -93,6 +92,8 @@ ssize_t LineOutput::writeOnce(std::string_view bytes) const {
         return send(descriptor_, bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
     case Kind::Reopened:
         return ::write(reopened_.get(), bytes.data(), bytes.size());
+    case Kind::Closed:
+        return 0;
     case Kind::Borrowed:
         break;
     }

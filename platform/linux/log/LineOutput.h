@@ -29,13 +29,15 @@ private:
     [[nodiscard]] ssize_t writeOnce(std::string_view bytes) const;
 
     enum class Kind {
-        /// Never makes its writer wait.
+        /// A local file never makes its writer wait.
         File,
         Socket,
         /// Opened again, so that only this object does not wait.
         Reopened,
         /// Could not be opened again.
         Borrowed,
+        /// Nothing can be written. The number may later stand for another file.
+        Closed,
     };
 
     int descriptor_;
