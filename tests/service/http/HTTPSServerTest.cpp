@@ -62,7 +62,7 @@ class SilentConnections final {
 public:
     SilentConnections(std::uint16_t port, std::size_t count) {
         for (std::size_t index = 0; index < count; ++index) {
-            tavrin::FileDescriptor connection(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+            tavrin::FileDescriptor connection(socket(AF_INET, SOCK_STREAM, 0));
             sockaddr_in address{};
             address.sin_family = AF_INET;
             address.sin_port = htons(port);

@@ -61,7 +61,10 @@ protected:
     fs::path other_ = directory_ / "other";
 };
 
-using PrivateFileAsRootTest = PrivateFileTest;
+class PrivateFileAsRootTest : public PrivateFileTest {
+protected:
+    void SetUp() override { skipUnlessRoot(); }
+};
 
 TEST_F(PrivateFileTest, TakesAccessFromOthers) {
     std::ofstream(file_) << "before";
@@ -114,7 +117,6 @@ TEST_F(PrivateFileTest, ADirectoryThatOthersCanWriteToIsRefused) {
 }
 
 TEST_F(PrivateFileAsRootTest, FilesAndDirectoriesOfOthersAreRefused) {
-    skipUnlessRoot();
     constexpr uid_t nobody = 65534;
     std::ofstream(file_) << "untouched";
     ASSERT_EQ(chown(file_.c_str(), nobody, nobody), 0);

@@ -307,7 +307,7 @@ bool writesWithoutWaiting(LogStore& store, int lines, const std::function<void()
         }
         written.set_value();
     });
-    if (end.wait_for(std::chrono::seconds(5)) == std::future_status::ready) {
+    if (end.wait_for(std::chrono::seconds(20)) == std::future_status::ready) {
         return true;
     }
     while (end.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
@@ -316,11 +316,13 @@ bool writesWithoutWaiting(LogStore& store, int lines, const std::function<void()
     return false;
 }
 
+/// Until nothing comes for half a second.
 std::string readAvailable(int descriptor) {
+    constexpr int silence = 500;
     std::string all;
     std::string part(1 << 16, '\0');
     pollfd readable{descriptor, POLLIN, 0};
-    while (poll(&readable, 1, 200) == 1 && (readable.revents & POLLIN) != 0) {
+    while (poll(&readable, 1, silence) == 1 && (readable.revents & POLLIN) != 0) {
         const ssize_t count = read(descriptor, part.data(), part.size());
         if (count <= 0) {
             break;
