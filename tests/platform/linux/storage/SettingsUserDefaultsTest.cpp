@@ -340,6 +340,10 @@ TEST_F(SettingsUserDefaultsTest, AWriteWaitsForTheLockOfARunningProcess) {
     defaults.set("k", 1);
     QLockFile lock(QString::fromStdString(file_.string() + ".lock"));
     ASSERT_TRUE(lock.lock());
+    // Old enough to be examined, but not to be taken for abandoned by its age alone.
+    std::filesystem::last_write_time(
+        file_.string() + ".lock",
+        std::filesystem::file_time_type::clock::now() - std::chrono::seconds(10));
     auto writer = std::async(std::launch::async, [&defaults] { defaults.set("k", 2); });
     EXPECT_EQ(writer.wait_for(std::chrono::seconds(1)), std::future_status::timeout);
     lock.unlock();
