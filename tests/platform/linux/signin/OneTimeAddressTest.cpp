@@ -112,6 +112,21 @@ rlim_t nextDescriptor() {
     return static_cast<rlim_t>(next.get());
 }
 
+/// The error of the constructor while the system call fails.
+std::string failureWith(int call, int error) {
+    std::string failure;
+    withFailingCall(call, error, [&failure] {
+        try {
+            ManualClock clock;
+            RecordingLogStore log;
+            const OneTimeAddress address(page, clock, log, [](const auto&) {});
+        } catch (const tavrin::PlatformError& thrown) {
+            failure = thrown.what();
+        }
+    });
+    return failure;
+}
+
 } // namespace
 
 TEST_F(OneTimeAddressTest, RedirectsTheBrowserToThePage) {
@@ -353,31 +368,15 @@ TEST_F(OneTimeAddressTest, AfterItsUseASystemErrorOnlyClosesIt) {
 }
 
 TEST_F(OneTimeAddressTest, ASystemWithoutRandomNumbersIsReported) {
-    std::string failure;
-    withFailingCall(SYS_getrandom, ENOSYS, [&failure] {
-        try {
-            ManualClock clock;
-            RecordingLogStore log;
-            const OneTimeAddress address(page, clock, log, [](const End&) {});
-        } catch (const tavrin::PlatformError& error) {
-            failure = error.what();
-        }
-    });
-    EXPECT_EQ(failure, "The system gives no random numbers: Function not implemented");
+    EXPECT_EQ(
+        failureWith(SYS_getrandom, ENOSYS),
+        "The system gives no random numbers: Function not implemented");
 }
 
 TEST_F(OneTimeAddressTest, ASystemWithoutSocketsIsReported) {
-    std::string failure;
-    withFailingCall(SYS_bind, EACCES, [&failure] {
-        try {
-            ManualClock clock;
-            RecordingLogStore log;
-            const OneTimeAddress address(page, clock, log, [](const End&) {});
-        } catch (const tavrin::PlatformError& error) {
-            failure = error.what();
-        }
-    });
-    EXPECT_EQ(failure, "Could not open an address for the browser: Permission denied");
+    EXPECT_EQ(
+        failureWith(SYS_bind, EACCES),
+        "Could not open an address for the browser: Permission denied");
 }
 
 TEST_F(OneTimeAddressAsRootTest, AnotherAccountGetsNothingAndIsLoggedOnce) {
