@@ -68,7 +68,8 @@ class Effects:
                     if is_first:
                         is_first = False
                         continue
-                    self.programs.add(text_of(arguments[0 if name == "execve" else 1]))
+                    self.programs.add(
+                        program_of(text_of(arguments[0 if name == "execve" else 1])))
                     break
                 else:
                     self._note(name, arguments, result)
@@ -127,6 +128,12 @@ def arguments_of(text):
 def text_of(argument):
     check(argument.startswith('"') and argument.endswith('"'), "not a whole text: " + argument)
     return argument[1:-1]
+
+
+def program_of(path):
+    """The path without links to folders: where "/bin" is a link to "/usr/bin", the order of PATH
+    decides by which of the two a program was found."""
+    return os.path.join(os.path.realpath(os.path.dirname(path)), os.path.basename(path))
 
 
 def path_of(arguments, index):
