@@ -713,7 +713,8 @@ private:
         }
     }
 
-    /// Until two scans without an error have found nothing.
+    /// Until two scans without an error have found nothing, and the history is done. A re-scan
+    /// during the preparation of a scan ends that scan before it reads a row.
     bool waitForQuietScans() {
         std::set<QUuid> quietScans;
         for (int timer = 0; timer < timersToSettle && quietScans.size() < 2; ++timer) {
@@ -732,7 +733,8 @@ private:
             const auto& history = model_->collector().history();
             if (!history.empty() && !model_->collector().isScanning()) {
                 const auto& scan = history.front();
-                if (scan.error || scan.scanned > 0) {
+                const bool isHistoryDone = WatermarkStore(with_.userDefaults).isBackfillDone();
+                if (scan.error || scan.scanned > 0 || !isHistoryDone) {
                     quietScans.clear();
                 } else {
                     quietScans.insert(scan.id);
