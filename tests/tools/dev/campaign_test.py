@@ -3,29 +3,16 @@
 """Tests of tools/dev/campaign: its table, totals, sharing of time, and document."""
 
 import contextlib
-import importlib.machinery
-import importlib.util
 import io
 import os
 import subprocess
 import sys
-import tempfile
 import threading
 import unittest
 
-ROOT = os.path.dirname(
-    os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__)))))
+from tool_testing import ROOT, TreeTest, load_tool
 
-
-def load_campaign():
-    loader = importlib.machinery.SourceFileLoader(
-        "campaign", os.path.join(ROOT, "tools", "dev", "campaign"))
-    module = importlib.util.module_from_spec(importlib.util.spec_from_loader("campaign", loader))
-    loader.exec_module(module)
-    return module
-
-
-campaign = load_campaign()
+campaign = load_tool("campaign")
 
 
 def line(name="walks", **more):
@@ -34,19 +21,7 @@ def line(name="walks", **more):
         "command": ["walk", "{seed}", "{units}"], **more})
 
 
-class FolderTest(unittest.TestCase):
-    def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.root = folder.name
-
-    def write(self, path, text):
-        full = os.path.join(self.root, path)
-        os.makedirs(os.path.dirname(full), exist_ok=True)
-        with open(full, "w", encoding="utf-8") as file:
-            file.write(text)
-        return full
-
+class FolderTest(TreeTest):
     def totals(self):
         return campaign.Totals(os.path.join(self.root, "totals.json"))
 

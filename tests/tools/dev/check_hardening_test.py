@@ -7,16 +7,15 @@ usage: check_hardening_test.py COMPILER CHECK-HARDENING PROGRAM…
 The programs are those of the agent. They need not be hardened, but must have no rights of others.
 """
 
-import importlib.machinery
-import importlib.util
 import os
 import platform
 import shutil
 import struct
 import subprocess
 import sys
-import tempfile
 import unittest
+
+from tool_testing import TreeTest, load
 
 COMPILER, SCRIPT = sys.argv[1:3]
 PROGRAMS = sys.argv[3:]
@@ -45,27 +44,12 @@ PF_X, PF_W = 1, 2
 PT_LOAD = 1
 
 
-def load_script():
-    loader = importlib.machinery.SourceFileLoader("check_hardening", SCRIPT)
-    module = importlib.util.module_from_spec(
-        importlib.util.spec_from_loader("check_hardening", loader))
-    loader.exec_module(module)
-    return module
-
-
-class CheckHardeningTest(unittest.TestCase):
-    def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = folder.name
-
+class CheckHardeningTest(TreeTest):
     def compile(self, **changes):
         """A hardened program with these changes of its flags."""
-        source = os.path.join(self.folder, "source.c")
-        with open(source, "w", encoding="utf-8") as file:
-            file.write(SOURCE)
+        source = self.write("source.c", SOURCE)
         flags = [flag for part in {**HARDENED, **changes}.values() for flag in part]
-        program = os.path.join(self.folder, "program")
+        program = os.path.join(self.root, "program")
         subprocess.run([COMPILER, *flags, "-o", program, source], check=True)
         return program
 
@@ -142,14 +126,14 @@ class CheckHardeningTest(unittest.TestCase):
         self.expect_only("no rights of others: it has capabilities", program)
 
     def test_every_file_of_a_folder_is_checked(self):
-        files = os.path.join(self.folder, "files", "usr")
+        files = os.path.join(self.root, "files", "usr")
         os.makedirs(files)
         shutil.copy(self.compile(), files)
         entry = os.path.join(files, "entry.desktop")
         with open(entry, "w", encoding="utf-8") as file:
             file.write("[Desktop Entry]\n")
         os.symlink("/nonexistent", os.path.join(files, "link"))
-        folder = os.path.join(self.folder, "files")
+        folder = os.path.join(self.root, "files")
         self.assertEqual(self.check("--files", folder)[0], 0)
         os.chmod(entry, 0o4644)
         status, output = self.check("--files", folder)
@@ -173,7 +157,7 @@ class CheckHardeningTest(unittest.TestCase):
         self.assertTrue(PROGRAMS)
         for program in PROGRAMS:
             with self.subTest(program):
-                self.assertIsNone(load_script().extra_rights(program))
+                self.assertIsNone(load(SCRIPT).extra_rights(program))
 
 
 if __name__ == "__main__":

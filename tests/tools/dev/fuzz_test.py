@@ -2,25 +2,14 @@
 # SPDX-License-Identifier: Apache-2.0
 """Tests of tools/dev/fuzz: its table, and what it reads from the output of other programs."""
 
-import importlib.machinery
-import importlib.util
 import os
 import tempfile
 import unittest
 import unittest.mock
 
-ROOT = os.path.dirname(
-    os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__)))))
+from tool_testing import TreeTest, load_tool
 
-
-def load_fuzz():
-    loader = importlib.machinery.SourceFileLoader("fuzz", os.path.join(ROOT, "tools/dev/fuzz"))
-    module = importlib.util.module_from_spec(importlib.util.spec_from_loader("fuzz", loader))
-    loader.exec_module(module)
-    return module
-
-
-fuzz = load_fuzz()
+fuzz = load_tool("fuzz")
 
 ROW = '[Name]\nlongest = 64\nfiles = ["core/Name.cpp"]\n'
 ENDED = """#2\tINITED cov: 5 ft: 6 corp: 1/1b
@@ -40,22 +29,14 @@ def summary(count, covered):
     return {"count": count, "covered": covered}
 
 
-class TargetsTest(unittest.TestCase):
+class TargetsTest(TreeTest):
     def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.root = folder.name
+        super().setUp()
         self.write("fuzz/targets.toml", ROW)
         self.write("fuzz/CMakeLists.txt", "orvel_add_fuzzer(Name LIBRARIES x)\n")
         self.write("fuzz/Name.cpp", "")
         self.write("fuzz/corpus/Name/seed", "")
         self.write("core/Name.cpp", "")
-
-    def write(self, path, text):
-        full = os.path.join(self.root, path)
-        os.makedirs(os.path.dirname(full), exist_ok=True)
-        with open(full, "w", encoding="utf-8") as file:
-            file.write(text)
 
     def problems(self):
         return list(fuzz.problems(self.root))

@@ -2,29 +2,18 @@
 # SPDX-License-Identifier: Apache-2.0
 """Tests of tools/dev/lint: for every rule, text that breaks it and text that keeps it."""
 
-import importlib.machinery
-import importlib.util
 import itertools
 import os
 import subprocess
 import sys
-import tempfile
 import unittest
 
-ROOT = os.path.dirname(
-    os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__)))))
+import tool_testing
+from tool_testing import ROOT, load_tool
+
 LINT = os.path.join(ROOT, "tools", "dev", "lint")
 
-
-def load_lint():
-    loader = importlib.machinery.SourceFileLoader("lint", LINT)
-    spec = importlib.util.spec_from_loader("lint", loader)
-    module = importlib.util.module_from_spec(spec)
-    loader.exec_module(module)
-    return module
-
-
-lint = load_lint()
+lint = load_tool("lint")
 
 SOURCE = "// SPDX-License-Identifier: Apache-2.0\n"
 HEADER = SOURCE + "#pragma once\n"
@@ -358,16 +347,12 @@ class TextTest(RuleTest):
         self.assertEqual(self.findings("docs/x.md", "a line break  \nhere\n"), [])
 
 
-class TreeTest(unittest.TestCase):
+class TreeTest(tool_testing.TreeTest):
     def run_on(self, files):
-        with tempfile.TemporaryDirectory() as folder:
-            for path, text in files.items():
-                full = os.path.join(folder, path)
-                os.makedirs(os.path.dirname(full), exist_ok=True)
-                with open(full, "w", encoding="utf-8") as file:
-                    file.write(text)
-            return subprocess.run(
-                [sys.executable, LINT, "--root", folder], capture_output=True, text=True)
+        for path, text in files.items():
+            self.write(path, text)
+        return subprocess.run(
+            [sys.executable, LINT, "--root", self.root], capture_output=True, text=True)
 
     def test_a_clean_tree_passes_in_silence(self):
         result = self.run_on({"core/A.cpp": SOURCE, "build/B.cpp": "no licence"})

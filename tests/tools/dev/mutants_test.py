@@ -3,43 +3,17 @@
 """Tests of tools/dev/mutants: its tables, its copy of the tree, and its choice of tests."""
 
 import contextlib
-import importlib.machinery
-import importlib.util
 import io
 import os
 import sys
 import tempfile
 import unittest
 
-ROOT = os.path.dirname(
-    os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__)))))
+from tool_testing import TreeTest, load_tool
 
-
-def load_mutants():
-    loader = importlib.machinery.SourceFileLoader(
-        "mutants", os.path.join(ROOT, "tools", "dev", "mutants"))
-    module = importlib.util.module_from_spec(importlib.util.spec_from_loader("mutants", loader))
-    loader.exec_module(module)
-    return module
-
-
-mutants = load_mutants()
+mutants = load_tool("mutants")
 
 FAULT = '[[fault]]\nfile = "core/Text.cpp"\nwhat = "the limit is one more"\n'
-
-
-class TreeTest(unittest.TestCase):
-    def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.root = folder.name
-
-    def write(self, path, text):
-        full = os.path.join(self.root, path)
-        os.makedirs(os.path.dirname(full), exist_ok=True)
-        with open(full, "w", encoding="utf-8") as file:
-            file.write(text)
-        return full
 
 
 class TableTest(TreeTest):
