@@ -124,7 +124,6 @@ public:
 
 private:
     struct Cache;
-    class BatchReader;
 
     [[nodiscard]] std::optional<std::int64_t> highestUsedRowID();
     void refreshCache();
