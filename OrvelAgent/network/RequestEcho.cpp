@@ -1,21 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/network/RequestEcho.h"
 
+#include "OrvelAgent/network/PartIndex.h"
+#include "OrvelAgent/network/SearchableText.h"
+
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
 #include <boost/json/value.hpp>
 
 #include <algorithm>
-#include <array>
-#include <bit>
-#include <charconv>
 #include <cstddef>
-#include <cstdint>
-#include <cstring>
 #include <functional>
-#include <numeric>
-#include <optional>
-#include <unordered_set>
 #include <utility>
 
 namespace orvel {
@@ -23,9 +18,9 @@ namespace orvel {
 namespace {
 
 /// Shorter values, and single words below `longWord`, could be in the text by chance.
-constexpr std::size_t longValue = 8;
+constexpr std::size_t longValue = PartIndex::shortestValue;
 /// A text that has a part of a value of this length counts as containing the value.
-constexpr std::size_t longWord = 16;
+constexpr std::size_t longWord = PartIndex::longestPart;
 /// Parts of shorter secrets could be ordinary words.
 constexpr std::size_t longSecret = 32;
 constexpr std::size_t shortestNumber = 4;
@@ -74,193 +69,6 @@ std::string_view trimmedASCII(std::string_view text) {
     return text;
 }
 
-/// A decoded escape sequence. Never longer than the sequence.
-struct Unescaped {
-    std::array<char, 4> bytes{};
-    std::size_t size = 0;
-    /// Of the sequence.
-    std::size_t length = 0;
-
-    [[nodiscard]] static Unescaped byte(unsigned value, std::size_t length) {
-        Unescaped result;
-        result.bytes[result.size++] = static_cast<char>(value);
-        result.length = length;
-        return result;
-    }
-
-    [[nodiscard]] static Unescaped character(unsigned value, std::size_t length) {
-        if (value < 0x80) {
-            return byte(value, length);
-        }
-        Unescaped result;
-        const auto add = [&result](unsigned lead, unsigned bits) {
-            result.bytes[result.size++] = static_cast<char>(lead | bits);
-        };
-        if (value < 0x800) {
-            add(0xC0, value >> 6U);
-        } else {
-            if (value < 0x10000) {
-                add(0xE0, value >> 12U);
-            } else {
-                add(0xF0, (value >> 18U) & 0x07U);
-                add(0x80, (value >> 12U) & 0x3FU);
-            }
-            add(0x80, (value >> 6U) & 0x3FU);
-        }
-        add(0x80, value & 0x3FU);
-        result.length = length;
-        return result;
-    }
-};
-
-/// The number that these characters are, all of them.
-std::optional<unsigned> number(std::string_view digits, int base) {
-    unsigned value = 0;
-    const char* const end = digits.data() + digits.size();
-    const auto result = std::from_chars(digits.data(), end, value, base);
-    const bool isNumber = !digits.empty() && result.ec == std::errc() && result.ptr == end;
-    return isNumber ? std::optional(value) : std::nullopt;
-}
-
-/// The number written with exactly `count` hexadecimal digits at the position.
-std::optional<unsigned> hexAt(std::string_view text, std::size_t position, std::size_t count) {
-    if (text.size() < position + count) {
-        return std::nullopt;
-    }
-    return number(text.substr(position, count), 16);
-}
-
-/// `\uXXXX`, or two of them for one character.
-std::optional<Unescaped> unescapedUnicode(std::string_view text) {
-    const auto first = hexAt(text, 2, 4);
-    if (!first) {
-        return std::nullopt;
-    }
-    if (*first >= 0xD800 && *first < 0xDC00 && text.substr(6).starts_with("\\u")) {
-        const auto second = hexAt(text, 8, 4);
-        if (second && *second >= 0xDC00 && *second < 0xE000) {
-            const unsigned value = 0x10000 + ((*first - 0xD800) << 10U) + (*second - 0xDC00);
-            return Unescaped::character(value, 12);
-        }
-    }
-    return Unescaped::character(*first, 6);
-}
-
-std::optional<Unescaped> unescapedBackslash(std::string_view text) {
-    if (text.size() < 2) {
-        return std::nullopt;
-    }
-    switch (text[1]) {
-    case 'u':
-        return unescapedUnicode(text);
-    case 'x':
-        if (const auto byte = hexAt(text, 2, 2)) {
-            return Unescaped::byte(*byte, 4);
-        }
-        return std::nullopt;
-    case 'b':
-    case 'f':
-    case 'n':
-    case 'r':
-    case 't':
-        return Unescaped::byte(' ', 2);
-    case '"':
-    case '\'':
-    case '/':
-    case '\\':
-        return Unescaped::byte(static_cast<unsigned char>(text[1]), 2);
-    default:
-        return std::nullopt;
-    }
-}
-
-std::optional<Unescaped> unescapedEntity(std::string_view text) {
-    constexpr std::size_t longestEntity = 10;
-    const std::size_t end = text.substr(0, longestEntity).find(';');
-    if (end == std::string_view::npos) {
-        return std::nullopt;
-    }
-    std::string_view name = text.substr(1, end - 1);
-    if (name.starts_with('#')) {
-        name.remove_prefix(1);
-        const bool isHex = name.starts_with('x') || name.starts_with('X');
-        const auto value = isHex ? number(name.substr(1), 16) : number(name, 10);
-        return value && *value <= 0x10FFFF ? std::optional(Unescaped::character(*value, end + 1))
-                                           : std::nullopt;
-    }
-    constexpr std::array<std::pair<std::string_view, char>, 5> entities = {
-        {{"amp", '&'}, {"lt", '<'}, {"gt", '>'}, {"quot", '"'}, {"apos", '\''}}};
-    const auto known =
-        std::ranges::find(entities, name, [](const auto& entity) { return entity.first; });
-    return known != entities.end()
-               ? std::optional(Unescaped::byte(static_cast<unsigned char>(known->second), end + 1))
-               : std::nullopt;
-}
-
-/// The escape sequence at the start of the text.
-std::optional<Unescaped> unescaped(std::string_view text) {
-    switch (text.front()) {
-    case '%':
-        if (const auto byte = hexAt(text, 1, 2)) {
-            return Unescaped::byte(*byte, 3);
-        }
-        return std::nullopt;
-    case '\\':
-        return unescapedBackslash(text);
-    case '&':
-        return unescapedEntity(text);
-    default:
-        return std::nullopt;
-    }
-}
-
-/// Where the bytes of a text come from, and the end of the text.
-using Origins = std::vector<std::size_t>;
-
-/// Decodes escape sequences in place. Returns whether there were any. Also moves the origins.
-bool unescapeOnce(std::string& text, Origins* origins) {
-    const std::string_view source = text;
-    std::size_t size = 0;
-    std::size_t position = 0;
-    const auto keepOrigin = [&](std::size_t count) {
-        if (origins != nullptr) {
-            std::fill_n(origins->begin() + std::ptrdiff_t(size), count, (*origins)[position]);
-        }
-    };
-    while (position < source.size()) {
-        if (const auto found = unescaped(source.substr(position))) {
-            keepOrigin(found->size);
-            std::copy_n(found->bytes.begin(), found->size, text.begin() + std::ptrdiff_t(size));
-            size += found->size;
-            position += found->length;
-        } else {
-            keepOrigin(1);
-            text[size++] = source[position++];
-        }
-    }
-    keepOrigin(1);
-    std::memset(text.data() + size, 0, text.size() - size);
-    const bool hasChanged = size != text.size();
-    text.resize(size);
-    return hasChanged;
-}
-
-/// Also decodes what is escaped more than once, such as JSON in an HTML page.
-void unescape(std::string& text, Origins* origins = nullptr) {
-    constexpr int maximumPasses = 3;
-    for (int pass = 0; pass < maximumPasses && unescapeOnce(text, origins); ++pass) {
-    }
-}
-
-/// ASCII only.
-void lowercase(std::string& text) {
-    for (char& character : text) {
-        if (character >= 'A' && character <= 'Z') {
-            character = static_cast<char>(character - 'A' + 'a');
-        }
-    }
-}
-
 /// Leaves out all that wrapping, quoting or a different escape could change.
 void keepWords(std::string& text) {
     const auto end = std::remove_if(text.begin(), text.end(), std::not_fn(isInWord));
@@ -268,7 +76,7 @@ void keepWords(std::string& text) {
     text.erase(end, text.end());
 }
 
-using ViewSet = std::unordered_set<std::string_view>;
+using ViewSet = PartIndex::Values;
 
 ViewSet viewsOf(const std::vector<tavrin::Secret>& values) {
     ViewSet views;
@@ -336,91 +144,7 @@ bool hasWord(std::string_view text, const ViewSet& values) {
     return false;
 }
 
-/// Finds common parts of a text and a set of values. Compares hashes: if two are equal by chance,
-/// a text without a common part is hidden.
-class PartIndex final {
-public:
-    explicit PartIndex(const ViewSet& values)
-        : filterBits_(filterBitsFor(values)), mayHave_(std::size_t{1} << filterBits_) {
-        for (const std::string_view value : values) {
-            const std::size_t length = std::min(value.size(), longWord);
-            std::vector<std::uint64_t>& hashes = hashes_.at(length);
-            for (std::size_t at = 0; at + length <= value.size(); ++at) {
-                const std::uint64_t hash = hashOf(value.substr(at, length));
-                // Saves memory for a value of equal bytes.
-                if (hashes.empty() || hashes.back() != hash) {
-                    hashes.push_back(hash);
-                    mayHave_[filterSlot(hash)] = true;
-                }
-            }
-        }
-        for (std::vector<std::uint64_t>& hashes : hashes_) {
-            std::ranges::sort(hashes);
-        }
-    }
-
-    /// Whether the text contains a whole value, or `longWord` successive bytes of one.
-    [[nodiscard]] bool hasPartIn(std::string_view text) const {
-        for (std::size_t length = longValue; length <= longWord; ++length) {
-            const std::vector<std::uint64_t>& hashes = hashes_.at(length);
-            if (hashes.empty()) {
-                continue;
-            }
-            for (std::size_t at = 0; at + length <= text.size(); ++at) {
-                const std::uint64_t hash = hashOf(text.substr(at, length));
-                if (mayHave_[filterSlot(hash)] && std::ranges::binary_search(hashes, hash)) {
-                    return true;
-                }
-            }
-        }
-        return false;
-    }
-
-private:
-    /// Several slots for each hash, so that the filter rejects most positions.
-    static int filterBitsFor(const ViewSet& values) {
-        constexpr int leastBits = 10;
-        constexpr int mostBits = 22;
-        std::size_t size = 0;
-        for (const std::string_view value : values) {
-            size += value.size();
-        }
-        return std::clamp(static_cast<int>(std::bit_width(size)) + 4, leastBits, mostBits);
-    }
-
-    /// Of 8 to 16 bytes.
-    static std::uint64_t hashOf(std::string_view text) {
-        constexpr std::uint64_t first = 0x9E3779B97F4A7C15U;
-        constexpr std::uint64_t second = 0xC2B2AE3D27D4EB4FU;
-        static_assert(longValue == sizeof(std::uint64_t));
-        static_assert(longWord == 2 * sizeof(std::uint64_t));
-        std::uint64_t start = 0;
-        std::uint64_t end = 0;
-        std::memcpy(&start, text.data(), sizeof start);
-        std::memcpy(&end, text.data() + text.size() - sizeof end, sizeof end);
-        std::uint64_t hash = start * first;
-        hash ^= hash >> 29U;
-        hash = (hash + end) * second;
-        hash ^= hash >> 32U;
-        return hash * first;
-    }
-
-    [[nodiscard]] std::size_t filterSlot(std::uint64_t hash) const {
-        return static_cast<std::size_t>(hash >> (64 - filterBits_));
-    }
-
-    int filterBits_;
-    /// By the number of bytes.
-    std::array<std::vector<std::uint64_t>, longWord + 1> hashes_;
-    /// Rejects most positions without a search.
-    std::vector<bool> mayHave_;
-};
-
-/// A range of a text.
-struct Range {
-    std::size_t begin = 0;
-    std::size_t end = 0;
-};
+using Range = SearchableText::Range;
 
 std::vector<Range> wordsOf(std::string_view text) {
     std::vector<Range> words;
@@ -454,29 +178,8 @@ bool hasWideCharacter(std::string_view text) {
         text, [](char character) { return static_cast<unsigned char>(character) >= 0xE0; });
 }
 
-/// A text without escape sequences, which knows where its bytes come from.
-class DecodedText final {
-public:
-    explicit DecodedText(std::string_view source) : text_(source), origins_(source.size() + 1) {
-        std::iota(origins_.begin(), origins_.end(), std::size_t{0});
-        unescape(text_, &origins_);
-        lowercase(text_);
-    }
-
-    [[nodiscard]] std::string_view text() const { return text_; }
-
-    /// Where the range is in the source.
-    [[nodiscard]] Range origin(Range range) const {
-        return {origins_[range.begin], origins_[range.end]};
-    }
-
-private:
-    std::string text_;
-    Origins origins_;
-};
-
 /// Where the text has the phrases: their words, with anything else between them.
-void findPhrases(const DecodedText& decoded, const ViewSet& phrases, std::vector<Range>& found) {
+void findPhrases(const SearchableText& decoded, const ViewSet& phrases, std::vector<Range>& found) {
     if (phrases.empty()) {
         return;
     }
@@ -497,7 +200,7 @@ void findPhrases(const DecodedText& decoded, const ViewSet& phrases, std::vector
 }
 
 /// Where the text has the values, even within a word.
-void findAnywhere(const DecodedText& decoded, const ViewSet& values, std::vector<Range>& found) {
+void findAnywhere(const SearchableText& decoded, const ViewSet& values, std::vector<Range>& found) {
     const std::string_view text = decoded.text();
     for (std::size_t begin = 0; begin < text.size() && !values.empty(); ++begin) {
         for (std::size_t size = 1; size < longValue && begin + size <= text.size(); ++size) {
@@ -616,7 +319,7 @@ std::string RequestEcho::takenOutOf(std::string_view text) const {
         return {};
     }
     std::vector<Range> found;
-    const DecodedText decoded(text.substr(0, longestShown + longestMatch));
+    const SearchableText decoded(text.substr(0, longestShown + longestMatch));
     findPhrases(decoded, viewsOf(phrases_), found);
     findAnywhere(decoded, viewsOf(wide_), found);
     std::ranges::sort(found, {}, &Range::begin);
