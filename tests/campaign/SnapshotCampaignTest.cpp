@@ -7,10 +7,11 @@
 #include "core/messages/ChatDatabaseSnapshot.h"
 #include "core/messages/FileCopier.h"
 #include "core/messages/SQLiteDatabase.h"
-#include "tests/campaign/ChangingDatabase.h"
+#include "tests/campaign/RandomChanges.h"
 #include "tests/platform/RealFileCopier.h"
 #include "tests/support/Campaign.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/support/WritingProcess.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -77,7 +78,9 @@ class Copying final {
 public:
     explicit Copying(unsigned seed)
         : random_(seed),
-          database_(directory_ / "chat.db", static_cast<unsigned>(random_())),
+          writer_([this, writerSeed = static_cast<unsigned>(random_())](auto& committed) {
+              return std::make_unique<RandomChanges>(directory_ / "chat.db", writerSeed, committed);
+          }),
           isStepped_(random_() % 2 == 0) {}
 
     CampaignResult run() {
@@ -90,12 +93,13 @@ public:
             // Not for ever: a writer that never pauses may prevent every copy.
             stepsLeft_ = below(400);
             copier = std::make_unique<SlowFileCopier>(size, [this] { makeSomeSteps(); });
-            database_.step(stepsBefore);
+            makeSteps(stepsBefore);
         } else {
             copier = makeRealFileCopier();
-            database_.run(stepsBefore);
+            writer_.begin({.steps = WritingProcess::endless});
+            writer_.awaitSteps(stepsBefore);
         }
-        const std::int64_t committed = database_.committed();
+        const std::int64_t committed = writer_.committed();
         try {
             const ChatDatabaseSnapshot snapshot(*copier, directory_ / "chat.db");
             check(snapshot, committed);
@@ -114,10 +118,15 @@ public:
 private:
     int below(int limit) { return static_cast<int>(random_() % static_cast<unsigned>(limit)); }
 
+    void makeSteps(int steps) {
+        writer_.begin({.steps = steps});
+        writer_.finish();
+    }
+
     void makeSomeSteps() {
         const int steps = std::min(stepsLeft_, below(stepsBetweenPieces_ + 1));
         stepsLeft_ -= steps;
-        database_.step(steps);
+        makeSteps(steps);
     }
 
     void check(const ChatDatabaseSnapshot& snapshot, std::int64_t committed) {
@@ -168,7 +177,7 @@ private:
 
     std::mt19937 random_;
     TemporaryDirectory directory_;
-    ChangingDatabase database_;
+    WritingProcess writer_;
     bool isStepped_;
     int stepsBetweenPieces_ = 0;
     int stepsLeft_ = 0;

@@ -12,7 +12,7 @@
 #include "tests/support/SmallDisk.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/UnprivilegedUser.h"
-#include "tests/support/messages/LiveDatabaseWriter.h"
+#include "tests/support/WritingProcess.h"
 #include "tests/support/messages/WritableDatabase.h"
 
 #include <fcntl.h>
@@ -49,11 +49,11 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using orvel::test::DescriptorLimit;
-using orvel::test::LiveDatabaseWriter;
 using orvel::test::SmallDisk;
 using orvel::test::TemporaryDirectory;
 using orvel::test::UnprivilegedUser;
 using orvel::test::WritableDatabase;
+using orvel::test::WritingProcess;
 using testing::IsEmpty;
 using testing::StartsWith;
 using Error = ChatDatabaseSnapshot::Error;
@@ -989,15 +989,62 @@ TEST_F(ChatDatabaseSnapshotSweepTest, FindsNothingWithoutATemporaryDirectory) {
     EXPECT_EQ(SnapshotDirectory::removeAbandoned(), 0U);
 }
 
+/// Adds one message in each step, and repeatedly restarts the write-ahead log, like the application
+/// that owns the database.
+class MessagesWriter final : public WritingProcess::Writer {
+public:
+    struct Restarts {
+        /// Restarts the log after this number of messages, ...
+        std::int64_t interval = 1;
+        /// ... at most this many times in one `Work`.
+        std::int64_t most = 0;
+    };
+
+    /// Creates the database with the messages in its main file.
+    MessagesWriter(
+        const fs::path& path,
+        std::int64_t messages,
+        Restarts restarts,
+        WritingProcess::Committed& committed)
+        : database_(path), restarts_(restarts), committed_(committed) {
+        database_.addMessages(messages);
+        database_.execute("PRAGMA wal_checkpoint(TRUNCATE)");
+        committed_ = database_.lastRowId();
+    }
+
+    void step(std::int64_t number) override {
+        database_.addMessages(1);
+        committed_ = database_.lastRowId();
+        const std::int64_t restart = number / restarts_.interval;
+        if (number % restarts_.interval == 0 && restart <= restarts_.most) {
+            database_.execute(
+                restart % 2 == 0 ? "PRAGMA wal_checkpoint(TRUNCATE)"
+                                 : "PRAGMA wal_checkpoint(RESTART)");
+        }
+    }
+
+private:
+    WritableDatabase database_;
+    Restarts restarts_;
+    WritingProcess::Committed& committed_;
+};
+
 /// Compares snapshots with plain copies, while another process writes to the database.
 class ChatDatabaseSnapshotLiveWriterTest : public ChatDatabaseSnapshotTest {
 protected:
+    WritingProcess::MakeWriter
+    writerOf(std::int64_t messages, MessagesWriter::Restarts restarts) const {
+        return [this, messages, restarts](WritingProcess::Committed& committed) {
+            return std::make_unique<MessagesWriter>(source_, messages, restarts, committed);
+        };
+    }
+
     /// Expects intact snapshots, and prints how many plain copies were torn. If `workPerCopy` is
     /// set, the writer does that work during each copy.
     void compareWithPlainOrder(
-        LiveDatabaseWriter& writer,
+        WritingProcess& writer,
         int rounds,
-        const std::optional<LiveDatabaseWriter::Work>& workPerCopy,
+        const std::optional<WritingProcess::Work>& workPerCopy,
         const ChatDatabaseSnapshot::Pause& pause) {
         const auto realCopier = orvel::test::makeRealFileCopier();
         FileCopier& plainCopier = *realCopier;
@@ -1032,25 +1079,20 @@ protected:
 };
 
 TEST_F(ChatDatabaseSnapshotLiveWriterTest, HoldsEveryMessageCommittedBefore) {
-    LiveDatabaseWriter writer(source_, 2000);
+    WritingProcess writer(writerOf(2000, {.interval = 15, .most = 4}));
     // Even on a slow machine, some attempt finds the log neither restarted nor empty: there are
     // fewer restarts than attempts, and the work ends with messages in the log.
-    compareWithPlainOrder(
-        writer,
-        30,
-        LiveDatabaseWriter::Work{.transactions = 150, .transactionsPerRestart = 15, .restarts = 4},
-        [&](auto, const auto&) { writer.awaitProgress(); });
+    compareWithPlainOrder(writer, 30, WritingProcess::Work{.steps = 150}, [&](auto, const auto&) {
+        writer.awaitSteps(1);
+    });
 }
 
 /// Takes some minutes. Run it with `--gtest_also_run_disabled_tests`.
 TEST_F(ChatDatabaseSnapshotLiveWriterTest, DISABLED_HoldsEveryMessageOfALargeDatabase) {
-    LiveDatabaseWriter writer(source_, 265'000);
+    WritingProcess writer(
+        writerOf(265'000, {.interval = 200, .most = std::numeric_limits<std::int64_t>::max()}));
     std::cout << "The database has " << fs::file_size(source_) << " bytes\n";
-    writer.begin(
-        {.transactions = std::numeric_limits<std::int64_t>::max(),
-         .transactionsPerRestart = 200,
-         .restarts = std::numeric_limits<std::int64_t>::max(),
-         .pauseAfterTransaction = 5ms});
+    writer.begin({.steps = WritingProcess::endless, .pauseAfterStep = 5ms});
 
     compareWithPlainOrder(writer, 150, std::nullopt, ChatDatabaseSnapshot::wait);
 }

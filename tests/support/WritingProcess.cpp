@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tests/support/messages/LiveDatabaseWriter.h"
-
-#include "tests/support/messages/WritableDatabase.h"
+#include "tests/support/WritingProcess.h"
 
 #include <poll.h>
 #include <sys/mman.h>
@@ -14,6 +12,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <exception>
 #include <new>
 #include <stdexcept>
 #include <system_error>
@@ -21,9 +20,11 @@
 
 namespace orvel::test {
 
-struct LiveDatabaseWriter::Shared {
-    std::atomic<std::int64_t> committed{0};
+struct WritingProcess::Shared {
+    Committed committed{0};
+    std::atomic<std::int64_t> steps{0};
     std::atomic<bool> isWorking{true};
+    std::atomic<bool> hasFailed{false};
 };
 
 namespace {
@@ -34,39 +35,27 @@ void check(bool succeeded, const char* what) {
     }
 }
 
-/// Runs in the writing process until the channel is closed.
-void writeMessages(
-    const std::filesystem::path& path,
-    std::int64_t messages,
-    int channel,
-    std::atomic<std::int64_t>& committed,
-    std::atomic<bool>& isWorking) {
+/// Also notices that the other process has closed its end.
+bool hasInput(int channel, std::chrono::milliseconds limit) {
+    pollfd entry{channel, POLLIN, 0};
+    return poll(&entry, 1, static_cast<int>(limit.count())) > 0;
+}
+
+/// Runs in the other process until the channel is closed.
+template <typename Shared>
+void work(WritingProcess::Writer& writer, int channel, Shared& shared) {
     const auto report = [&] {
-        isWorking = false;
+        shared.isWorking = false;
         const char done = 1;
         check(write(channel, &done, 1) == 1, "write");
     };
-    WritableDatabase database(path);
-    database.addMessages(messages);
-    database.execute("PRAGMA wal_checkpoint(TRUNCATE)");
-    committed = database.lastRowId();
     report();
-
-    LiveDatabaseWriter::Work work;
+    WritingProcess::Work work;
     while (read(channel, &work, sizeof work) == sizeof work) {
-        std::int64_t restarts = 0;
-        for (std::int64_t count = 1; count <= work.transactions; ++count) {
-            database.addMessages(1);
-            committed = database.lastRowId();
-            if (count % work.transactionsPerRestart == 0 && restarts < work.restarts) {
-                ++restarts;
-                database.execute(
-                    restarts % 2 == 0 ? "PRAGMA wal_checkpoint(TRUNCATE)"
-                                      : "PRAGMA wal_checkpoint(RESTART)");
-            }
-            pollfd parent{channel, POLLIN, 0};
-            const auto pause = static_cast<int>(work.pauseAfterTransaction.count());
-            if (pause > 0 && poll(&parent, 1, pause) > 0) {
+        for (std::int64_t number = 1; number <= work.steps; ++number) {
+            writer.step(number);
+            ++shared.steps;
+            if (hasInput(channel, work.pauseAfterStep)) {
                 return;
             }
         }
@@ -76,8 +65,7 @@ void writeMessages(
 
 } // namespace
 
-LiveDatabaseWriter::LiveDatabaseWriter(
-    const std::filesystem::path& database, std::int64_t messages) {
+WritingProcess::WritingProcess(const MakeWriter& makeWriter) {
     void* memory =
         mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     check(memory != MAP_FAILED, "mmap");
@@ -89,9 +77,10 @@ LiveDatabaseWriter::LiveDatabaseWriter(
     if (process_ == 0) {
         close(channel[0]);
         try {
-            writeMessages(database, messages, channel[1], shared_->committed, shared_->isWorking);
+            work(*makeWriter(shared_->committed), channel[1], *shared_);
         } catch (const std::exception& error) {
             std::fprintf(stderr, "writer: %s\n", error.what());
+            shared_->hasFailed = true;
             _exit(1);
         }
         _exit(0);
@@ -101,32 +90,35 @@ LiveDatabaseWriter::LiveDatabaseWriter(
     finish();
 }
 
-LiveDatabaseWriter::~LiveDatabaseWriter() {
+WritingProcess::~WritingProcess() {
     kill(process_, SIGKILL);
     waitpid(process_, nullptr, 0);
     munmap(shared_, sizeof(Shared));
 }
 
-void LiveDatabaseWriter::begin(const Work& work) {
+void WritingProcess::begin(const Work& work) {
     shared_->isWorking = true;
     check(write(channel_.get(), &work, sizeof work) == sizeof work, "write");
 }
 
-void LiveDatabaseWriter::finish() {
+void WritingProcess::finish() {
     char done = 0;
     if (read(channel_.get(), &done, 1) != 1) {
         throw std::runtime_error("the writer has ended");
     }
 }
 
-void LiveDatabaseWriter::awaitProgress() const {
-    const std::int64_t before = committed();
-    while (shared_->isWorking && committed() == before) {
+void WritingProcess::awaitSteps(std::int64_t steps) const {
+    const std::int64_t goal = shared_->steps + steps;
+    while (shared_->isWorking && shared_->steps < goal) {
+        if (shared_->hasFailed) {
+            throw std::runtime_error("the writer has failed");
+        }
         std::this_thread::yield();
     }
 }
 
-std::int64_t LiveDatabaseWriter::committed() const {
+std::int64_t WritingProcess::committed() const {
     return shared_->committed;
 }
 
