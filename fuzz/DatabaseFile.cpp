@@ -8,6 +8,7 @@
 #include "fuzz/Check.h"
 #include "fuzz/Input.h"
 #include "fuzz/MemoryDatabase.h"
+#include "tools/sample/ReaderSchema.h"
 
 #include <cstdint>
 #include <limits>
@@ -27,7 +28,8 @@ constexpr std::uint8_t fileMark = 1;
 std::vector<std::uint8_t> soundFile() {
     const MemoryDatabase database("sound");
     database.execute("PRAGMA page_size = 512");
-    database.execute(messagesTables);
+    database.execute(orvel::ReaderSchema::tables);
+    database.execute(joinsAndIndexes);
     database.execute("BEGIN");
     for (int index = 1; index <= 4; ++index) {
         const std::string number = std::to_string(index);

@@ -74,24 +74,9 @@ private:
     std::unique_ptr<sqlite3, Close> connection_;
 };
 
-/// The tables and indexes that a reader of messages needs, without constraints, so that any row
-/// fits.
-inline constexpr const char* messagesTables = R"(
-CREATE TABLE message (
-    ROWID INTEGER PRIMARY KEY AUTOINCREMENT,
-    guid TEXT,
-    text TEXT,
-    handle_id INTEGER DEFAULT 0,
-    attributedBody BLOB,
-    service TEXT,
-    date INTEGER,
-    is_from_me INTEGER DEFAULT 0,
-    cache_has_attachments INTEGER DEFAULT 0,
-    item_type INTEGER DEFAULT 0,
-    associated_message_type INTEGER DEFAULT 0
-);
-CREATE TABLE chat (ROWID INTEGER PRIMARY KEY AUTOINCREMENT, guid TEXT, style INTEGER);
-CREATE TABLE handle (ROWID INTEGER PRIMARY KEY AUTOINCREMENT, id TEXT);
+/// The tables that join chats, handles and messages, without constraints, so that any row fits, and
+/// the indexes that a reader of messages needs.
+inline constexpr const char* joinsAndIndexes = R"(
 CREATE TABLE chat_handle_join (chat_id INTEGER, handle_id INTEGER);
 CREATE TABLE chat_message_join (chat_id INTEGER, message_id INTEGER);
 CREATE INDEX message_idx_date ON message (date);

@@ -12,6 +12,7 @@
 #include "fuzz/Input.h"
 #include "fuzz/MemoryDatabase.h"
 #include "fuzz/MessagesModel.h"
+#include "tools/sample/ReaderSchema.h"
 
 #include <boost/json/parse.hpp>
 #include <boost/json/value_to.hpp>
@@ -125,7 +126,8 @@ private:
 
     static MemoryDatabase emptyDatabase() {
         MemoryDatabase database("rows");
-        database.execute(messagesTables);
+        database.execute(orvel::ReaderSchema::tables);
+        database.execute(joinsAndIndexes);
         return database;
     }
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/support/messages/MessagesDatabaseBuilder.h"
 
+#include "tools/sample/ReaderSchema.h"
+
 #include <sqlite3.h>
 
 #include <stdexcept>
@@ -11,31 +13,8 @@ namespace orvel::test {
 
 namespace {
 
-constexpr const char* schema = R"sql(
-CREATE TABLE message (
-    ROWID INTEGER PRIMARY KEY AUTOINCREMENT,
-    guid TEXT,
-    text TEXT,
-    handle_id INTEGER DEFAULT 0,
-    attributedBody BLOB,
-    service TEXT,
-    date INTEGER,
-    is_from_me INTEGER DEFAULT 0,
-    cache_has_attachments INTEGER DEFAULT 0,
-    item_type INTEGER DEFAULT 0,
-    associated_message_type INTEGER DEFAULT 0
-);
-CREATE TABLE chat (
-    ROWID INTEGER PRIMARY KEY AUTOINCREMENT,
-    guid TEXT,
-    style INTEGER,
-    chat_identifier TEXT
-);
-CREATE TABLE handle (
-    ROWID INTEGER PRIMARY KEY AUTOINCREMENT,
-    id TEXT,
-    service TEXT
-);
+/// As in a real database, a chat has each message and each handle only once.
+constexpr const char* joinsAndIndexes = R"sql(
 CREATE TABLE chat_handle_join (chat_id INTEGER, handle_id INTEGER, UNIQUE (chat_id, handle_id));
 CREATE TABLE chat_message_join (
     chat_id INTEGER,
@@ -120,7 +99,8 @@ MessagesDatabaseBuilder::MessagesDatabaseBuilder(const std::filesystem::path& pa
     }
     // Test files need not survive a power failure.
     execute("PRAGMA synchronous = OFF");
-    execute(schema);
+    execute(ReaderSchema::tables);
+    execute(joinsAndIndexes);
 }
 
 MessagesDatabaseBuilder::~MessagesDatabaseBuilder() = default;
