@@ -3,8 +3,10 @@
 // Processes that install an update over their own file and are killed at random calls.
 #include "service/LocalService.h"
 #include "tests/support/Campaign.h"
+#include "tests/support/FileContent.h"
 #include "tests/support/Program.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/support/UpdateFolder.h"
 #include "tests/support/linux/KillAtCall.h"
 
 #include <fmt/format.h>
@@ -13,11 +15,8 @@
 
 #include <csignal>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <random>
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -29,40 +28,15 @@ namespace {
 constexpr int killsPerSeed = 10;
 constexpr std::size_t updateSize = 300'000;
 
-std::string content(const std::filesystem::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
-
-void write(const std::filesystem::path& file, const std::string& text) {
-    std::ofstream(file, std::ios::binary) << text;
-}
-
-std::string signUpdate(std::vector<std::string> arguments) {
-    Program::Options options;
-    arguments.insert(arguments.begin(), SIGN_UPDATE);
-    options.arguments = std::move(arguments);
-    Program program(options);
-    if (program.wait() != 0) {
-        throw std::runtime_error("sign-update: " + program.errors());
-    }
-    return program.output();
-}
-
 /// A service with one update, for all seeds.
 class PublishedUpdate final {
 public:
     PublishedUpdate() {
-        const std::filesystem::path updates = directory_ / "updates";
-        const std::string key = directory_ / "key.pem";
-        const std::string file = updates / "Agent.AppImage";
-        std::filesystem::create_directory(updates);
         service::LocalService::Options options;
         options.store = directory_ / "records.sqlite";
         options.certificates = directory_ / "certificates";
-        options.updates = updates;
-        options.updatePublicKey = signUpdate({"--generate-keys", key});
-        options.updatePublicKey.pop_back();
+        options.updates = updates_.path();
+        options.updatePublicKey = updates_.publicKey();
         service_ = std::make_unique<service::LocalService>(std::move(options));
         service_->start();
         service_->writeBundle(bundle());
@@ -70,21 +44,7 @@ public:
         for (std::size_t size = 0; size < updateSize; ++size) {
             update_.push_back(static_cast<char>(random()));
         }
-        write(file, update_);
-        const std::string item = signUpdate(
-            {"--key",
-             key,
-             file,
-             "--item",
-             "--version",
-             "9.0.0",
-             "--url",
-             service_->url() + "/updates/Agent.AppImage"});
-        write(
-            updates / "appcast.xml",
-            "<rss version='2.0' "
-            "xmlns:sparkle='http://www.andymatuschak.org/xml-namespaces/sparkle'><channel>" +
-                item + "</channel></rss>");
+        updates_.publish(update_, service_->url());
     }
 
     /// The options of a process that installs the update over this file.
@@ -107,6 +67,7 @@ private:
     [[nodiscard]] std::filesystem::path bundle() const { return directory_ / "bundle"; }
 
     TemporaryDirectory directory_;
+    UpdateFolder updates_{SIGN_UPDATE, directory_ / "updates"};
     std::string update_;
     std::unique_ptr<service::LocalService> service_;
 };
@@ -139,14 +100,14 @@ public:
                 find(fmt::format("an update ended with status {}: {}", status, errors));
             }
             check();
-            if (content(appImage_) == published_.update() && random_() % 2 == 0) {
+            if (contentOf(appImage_) == published_.update() && random_() % 2 == 0) {
                 reset();
             }
         }
         if (const auto [status, errors] = install({}); status != 0) {
             find(fmt::format("the last update ended with status {}: {}", status, errors));
         }
-        if (content(appImage_) != published_.update()) {
+        if (contentOf(appImage_) != published_.update()) {
             find("the last update did not replace the program");
         }
         check();
@@ -157,7 +118,7 @@ public:
 private:
     void reset() {
         std::filesystem::remove(appImage_);
-        write(appImage_, old_);
+        writeFile(appImage_, old_);
         chmod(appImage_.c_str(), mode_);
     }
 
@@ -170,7 +131,7 @@ private:
     }
 
     void check() {
-        const std::string now = content(appImage_);
+        const std::string now = contentOf(appImage_);
         if (now != old_ && now != published_.update()) {
             find(fmt::format("the program has {} wrong bytes", now.size()));
         }

@@ -7,8 +7,9 @@
 #include "platform/linux/storage/PlistBundle.h"
 #include "platform/linux/update/AppcastUpdater.h"
 #include "service/LocalService.h"
-#include "tests/support/Program.h"
+#include "tests/support/FileContent.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/support/UpdateFolder.h"
 #include "tests/support/fakes/InMemoryUserDefaults.h"
 #include "tests/support/fakes/ManualClock.h"
 #include "tests/support/fakes/RecordingLogStore.h"
@@ -25,8 +26,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <utility>
@@ -37,32 +36,22 @@ namespace orvel {
 namespace {
 
 using service::LocalService;
+using test::contentOf;
 using testing::ElementsAre;
-
-std::string content(const std::filesystem::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
-
-void write(const std::filesystem::path& file, const std::string& text) {
-    std::ofstream(file, std::ios::binary) << text;
-}
 
 class UpdateTest : public testing::Test {
 protected:
     UpdateTest() {
-        std::filesystem::create_directory(updates_);
         std::filesystem::create_directory(directory_ / "mounted");
         std::filesystem::create_directory(directory_ / "apps");
-        write(appImage_, "the old version");
+        test::writeFile(appImage_, "the old version");
         chmod(appImage_.c_str(), 0755);
 
         LocalService::Options options;
         options.store = directory_ / "records.sqlite";
         options.certificates = directory_ / "certificates";
-        options.updates = updates_;
-        options.updatePublicKey = signUpdate({"--generate-keys", keyFile_});
-        options.updatePublicKey.pop_back();
+        options.updates = updates_.path();
+        options.updatePublicKey = updates_.publicKey();
         service_ = std::make_unique<LocalService>(std::move(options));
         service_->start();
         service_->writeBundle(directory_ / "bundle");
@@ -83,35 +72,7 @@ protected:
         presenter_.onReadyToInstall = presenter_.onOffer;
     }
 
-    /// The output of the signing tool.
-    static std::string signUpdate(std::vector<std::string> arguments) {
-        test::Program::Options options;
-        arguments.insert(arguments.begin(), SIGN_UPDATE);
-        options.arguments = std::move(arguments);
-        test::Program program(options);
-        EXPECT_EQ(program.wait(), 0) << program.errors();
-        return program.output();
-    }
-
-    /// Publishes the update as version 9.0.0 of the AppImage.
-    void publish(const std::string& update) {
-        const std::string file = updates_ / "Agent.AppImage";
-        write(file, update);
-        const std::string item = signUpdate(
-            {"--key",
-             keyFile_,
-             file,
-             "--item",
-             "--version",
-             "9.0.0",
-             "--url",
-             service_->url() + "/updates/Agent.AppImage"});
-        write(
-            updates_ / "appcast.xml",
-            "<rss version='2.0' "
-            "xmlns:sparkle='http://www.andymatuschak.org/xml-namespaces/sparkle'><channel>" +
-                item + "</channel></rss>");
-    }
+    void publish(const std::string& update) { updates_.publish(update, service_->url()); }
 
     /// Everything that is shown to the user from the check for updates to its result.
     std::vector<std::string> outcome() {
@@ -132,9 +93,8 @@ protected:
     }
 
     test::TemporaryDirectory directory_;
-    std::filesystem::path updates_ = directory_ / "updates";
+    test::UpdateFolder updates_{SIGN_UPDATE, directory_ / "updates"};
     std::filesystem::path appImage_ = directory_ / "apps" / "Agent.AppImage";
-    std::string keyFile_ = directory_ / "key.pem";
     std::unique_ptr<LocalService> service_;
     std::unique_ptr<CurlURLSession> session_;
     test::ManualClock clock_;
@@ -159,7 +119,7 @@ TEST_F(UpdateTest, ASignedUpdateReplacesTheAppImage) {
             "verification",
             "ready 9.0.0",
             "relaunch"));
-    EXPECT_EQ(content(appImage_), update);
+    EXPECT_EQ(contentOf(appImage_), update);
     EXPECT_EQ(WEXITSTATUS(std::system(appImage_.c_str())), 42);
     EXPECT_EQ(updaterService_->lastCheck(), clock_.now());
     EXPECT_EQ(service_->requestCount(), 2U);
@@ -167,9 +127,9 @@ TEST_F(UpdateTest, ASignedUpdateReplacesTheAppImage) {
 
 TEST_F(UpdateTest, AModifiedUpdateIsRefused) {
     publish("the new version");
-    write(updates_ / "Agent.AppImage", "the bad version");
+    test::writeFile(updates_.appImage(), "the bad version");
     EXPECT_EQ(outcome().back(), "The signature of the update is not valid. It was not installed.");
-    EXPECT_EQ(content(appImage_), "the old version");
+    EXPECT_EQ(contentOf(appImage_), "the old version");
 }
 
 TEST_F(UpdateTest, AnInterruptedDownloadCanBeRetried) {
@@ -178,9 +138,9 @@ TEST_F(UpdateTest, AnInterruptedDownloadCanBeRetried) {
     fault.path = "/updates/Agent.AppImage";
     service_->script(fault);
     EXPECT_EQ(outcome().back(), "The update could not be loaded. The network connection was lost.");
-    EXPECT_EQ(content(appImage_), "the old version");
+    EXPECT_EQ(contentOf(appImage_), "the old version");
     EXPECT_EQ(outcome().back(), "relaunch");
-    EXPECT_EQ(content(appImage_), "the new version");
+    EXPECT_EQ(contentOf(appImage_), "the new version");
 }
 
 TEST_F(UpdateTest, AServiceWithoutAFeedIsReported) {
