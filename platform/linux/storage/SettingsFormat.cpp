@@ -6,6 +6,7 @@
 #include <QDateTime>
 #include <QIODevice>
 #include <QString>
+#include <QStringDecoder>
 #include <QVariant>
 
 #include <charconv>
@@ -29,6 +30,7 @@ QByteArray escaped(const QByteArray& text) {
 /// No value for escapes that `escaped` never writes.
 std::optional<QByteArray> unescaped(const QByteArray& text) {
     QByteArray result;
+    result.reserve(text.size());
     for (auto at = text.begin(); at != text.end(); ++at) {
         if (*at != '\\') {
             result.append(*at);
@@ -39,6 +41,16 @@ std::optional<QByteArray> unescaped(const QByteArray& text) {
         }
     }
     return result;
+}
+
+/// Unlike `QString::fromUtf8`, keeps a byte order mark at the start. Without it, the key could be
+/// empty or begin a comment, and would not be read again.
+QString decoded(const QByteArray& text) {
+    // With a state, an incomplete character at the end would be left out.
+    QStringDecoder decoder(
+        QStringDecoder::Utf8,
+        QStringDecoder::Flag::Stateless | QStringDecoder::Flag::ConvertInitialBom);
+    return decoder(text);
 }
 
 QDateTime qDateTime(tavrin::Date date) {
@@ -62,7 +74,7 @@ bool SettingsFormat::readLines(QIODevice& device, QSettings::SettingsMap& values
         if (equals < 1 || !value || !value->isValidUtf8()) {
             return false;
         }
-        values.insert(QString::fromUtf8(line.left(equals)), QString::fromUtf8(*value));
+        values.insert(decoded(line.left(equals)), decoded(*value));
     }
     return true;
 }

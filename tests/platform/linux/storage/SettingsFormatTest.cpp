@@ -47,6 +47,26 @@ TEST(SettingsFormatTest, AValueIsReadUnchanged) {
     }
 }
 
+TEST(SettingsFormatTest, WhatWasReadIsWrittenUnchanged) {
+    for (const std::string text :
+         {"\xEF\xBB\xBF=12\n",
+          "\xEF\xBB\xBF#a=12\n",
+          "\xEF\xBB\xBF\xEF\xBB\xBF!=12\n",
+          "a=\xEF\xBB\xBF\n"}) {
+        const auto values = read(QByteArray::fromStdString(text));
+        ASSERT_TRUE(values) << text;
+        EXPECT_EQ(SettingsFormat::lines(*values).toStdString(), text);
+    }
+}
+
+TEST(SettingsFormatTest, AKeyOfIllFormedTextIsReadAgain) {
+    for (const char* text : {"\xD4=12\n", "\x9F=12\n", "\xEF\xBB=12\n"}) {
+        const auto values = read(text);
+        ASSERT_TRUE(values) << text;
+        EXPECT_EQ(read(SettingsFormat::lines(*values)), values) << text;
+    }
+}
+
 TEST(SettingsFormatTest, AnyOtherTextIsRefused) {
     for (const char* text : {"a\n", "=a\n", "a=\\x\n", "a=\\\n", "a=\xFF\n"}) {
         EXPECT_FALSE(read(text)) << text;
