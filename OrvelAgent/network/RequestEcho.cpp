@@ -9,6 +9,7 @@
 #include <boost/json/value.hpp>
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <functional>
 #include <utility>
@@ -41,20 +42,30 @@ struct Buffer {
     std::string text;
 };
 
-bool isDigit(char character) {
+constexpr bool isDigit(char character) {
     return character >= '0' && character <= '9';
 }
 
-bool isLetter(char character) {
+constexpr bool isLetter(char character) {
     return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z');
 }
 
-bool isNotASCII(char character) {
+constexpr bool isNotASCII(char character) {
     return static_cast<unsigned char>(character) >= 0x80;
 }
 
+/// By byte. A table, because each byte of each text is looked up several times.
+constexpr auto inWord = [] {
+    std::array<bool, 256> result{};
+    for (std::size_t byte = 0; byte < result.size(); ++byte) {
+        const auto character = static_cast<char>(byte);
+        result[byte] = isLetter(character) || isDigit(character) || isNotASCII(character);
+    }
+    return result;
+}();
+
 bool isInWord(char character) {
-    return isLetter(character) || isDigit(character) || isNotASCII(character);
+    return inWord[static_cast<unsigned char>(character)];
 }
 
 std::string_view trimmedASCII(std::string_view text) {
@@ -307,6 +318,9 @@ bool RequestEcho::isIn(std::string_view text) const {
     if (hasQuoted(plain.text, '"', quoted) || hasQuoted(plain.text, '\'', quoted) ||
         hasQuoted(plain.text, '`', quoted) || hasElement(plain.text, quoted)) {
         return true;
+    }
+    if (long_.empty()) {
+        return false;
     }
     keepWords(plain.text);
     lowercase(plain.text);

@@ -136,6 +136,10 @@ std::optional<Unescaped> unescapedEntity(std::string_view text) {
                : std::nullopt;
 }
 
+bool canStartEscape(char character) {
+    return character == '%' || character == '\\' || character == '&';
+}
+
 /// The escape sequence at the start of the text.
 std::optional<Unescaped> unescaped(std::string_view text) {
     switch (text.front()) {
@@ -158,8 +162,10 @@ using Origins = std::vector<std::size_t>;
 /// Decodes escape sequences in place. Returns whether there were any. Also moves the origins.
 bool unescapeOnce(std::string& text, Origins* origins) {
     const std::string_view source = text;
-    std::size_t size = 0;
-    std::size_t position = 0;
+    // Most texts have no escape sequence, and then nothing is moved.
+    const auto first = std::ranges::find_if(source, canStartEscape);
+    auto position = static_cast<std::size_t>(first - source.begin());
+    std::size_t size = position;
     const auto keepOrigin = [&](std::size_t count) {
         if (origins != nullptr) {
             std::fill_n(origins->begin() + std::ptrdiff_t(size), count, (*origins)[position]);
