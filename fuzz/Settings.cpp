@@ -32,7 +32,8 @@ constexpr std::uint8_t valueMark = 1;
 std::optional<Map> read(const QByteArray& bytes) {
     QBuffer buffer;
     buffer.setData(bytes);
-    buffer.open(QIODevice::ReadOnly);
+    // A buffer of the device would be another 16 KiB for each input.
+    buffer.open(QIODevice::ReadOnly | QIODevice::Unbuffered);
     Map values;
     return SettingsFormat::readLines(buffer, values) ? std::optional(values) : std::nullopt;
 }
