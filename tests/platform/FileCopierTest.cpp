@@ -5,7 +5,9 @@
 
 #include "core/CancellationToken.h"
 #include "core/Errors.h"
+#include "tests/platform/CopyFailure.h"
 #include "tests/platform/RealFileCopier.h"
+#include "tests/support/FileContent.h"
 #include "tests/support/SmallDisk.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/UnprivilegedUser.h"
@@ -16,10 +18,8 @@
 #include <cerrno>
 #include <cstddef>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <optional>
-#include <sstream>
 #include <string>
 
 namespace orvel::test {
@@ -29,30 +29,7 @@ namespace fs = std::filesystem;
 using tavrin::CancellationSource;
 using tavrin::CancellationToken;
 using tavrin::FileCopier;
-using tavrin::PlatformError;
 using tavrin::TaskCancelled;
-
-void write(const fs::path& path, const std::string& content) {
-    std::ofstream(path, std::ios::binary) << content;
-}
-
-std::string contentOf(const fs::path& path) {
-    std::ostringstream content;
-    content << std::ifstream(path, std::ios::binary).rdbuf();
-    return content.str();
-}
-
-/// The error code; nothing on success.
-std::optional<int>
-failureOf(FileCopier& copier, const fs::path& source, const fs::path& destination) {
-    try {
-        copier.copy(source, destination, CancellationToken());
-        return std::nullopt;
-    } catch (const PlatformError& error) {
-        EXPECT_EQ(error.domain(), tavrin::posixErrorDomain);
-        return error.code();
-    }
-}
 
 class FileCopierTest : public testing::Test {
 protected:
@@ -65,7 +42,7 @@ protected:
 TEST_F(FileCopierTest, CopiesEveryByte) {
     for (const std::string& content :
          {std::string(), std::string("a\0b", 3), std::string(9'000'001, 'x')}) {
-        write(source_, content);
+        writeFile(source_, content);
         copier_->copy(source_, destination_, CancellationToken());
         EXPECT_TRUE(contentOf(destination_) == content);
         fs::remove(destination_);
@@ -73,7 +50,7 @@ TEST_F(FileCopierTest, CopiesEveryByte) {
 }
 
 TEST_F(FileCopierTest, MakesACopyThatOnlyTheOwnerCanRead) {
-    write(source_, "content");
+    writeFile(source_, "content");
     fs::permissions(source_, fs::perms::all);
 
     copier_->copy(source_, destination_, CancellationToken());
@@ -83,61 +60,61 @@ TEST_F(FileCopierTest, MakesACopyThatOnlyTheOwnerCanRead) {
 }
 
 TEST_F(FileCopierTest, DoesNotOverwriteAnExistingFile) {
-    write(source_, "new");
-    write(destination_, "old");
+    writeFile(source_, "new");
+    writeFile(destination_, "old");
 
-    EXPECT_EQ(failureOf(*copier_, source_, destination_), EEXIST);
+    EXPECT_EQ(copyFailure(*copier_, source_, destination_), EEXIST);
     EXPECT_EQ(contentOf(destination_), "old");
 }
 
 TEST_F(FileCopierTest, DoesNotFollowALinkAtTheDestination) {
-    write(source_, "new");
+    writeFile(source_, "new");
     const fs::path target = directory_ / "target";
     fs::create_symlink(target, destination_);
 
-    EXPECT_EQ(failureOf(*copier_, source_, destination_), EEXIST);
+    EXPECT_EQ(copyFailure(*copier_, source_, destination_), EEXIST);
     EXPECT_FALSE(fs::exists(target));
 }
 
 TEST_F(FileCopierTest, FailsWithoutASource) {
-    EXPECT_EQ(failureOf(*copier_, source_, destination_), ENOENT);
+    EXPECT_EQ(copyFailure(*copier_, source_, destination_), ENOENT);
     EXPECT_FALSE(fs::exists(destination_));
 }
 
 TEST_F(FileCopierTest, FailsWithAnUnreadableSource) {
-    write(source_, "content");
+    writeFile(source_, "content");
     fs::permissions(source_, fs::perms::none);
     fs::permissions(directory_.path(), fs::perms::all);
     const UnprivilegedUser unprivileged;
 
-    EXPECT_EQ(failureOf(*copier_, source_, destination_), EACCES);
+    EXPECT_EQ(copyFailure(*copier_, source_, destination_), EACCES);
     EXPECT_FALSE(fs::exists(destination_));
 }
 
 TEST_F(FileCopierTest, FailsWithADirectoryAsTheSource) {
     fs::create_directory(source_);
 
-    EXPECT_EQ(failureOf(*copier_, source_, destination_), EISDIR);
+    EXPECT_EQ(copyFailure(*copier_, source_, destination_), EISDIR);
 }
 
 TEST_F(FileCopierTest, DoesNotWaitForAPipeAsTheSource) {
     ASSERT_EQ(mkfifo(source_.c_str(), 0600), 0);
 
-    EXPECT_EQ(failureOf(*copier_, source_, destination_), EINVAL);
+    EXPECT_EQ(copyFailure(*copier_, source_, destination_), EINVAL);
 }
 
 TEST_F(FileCopierTest, RemovesTheIncompleteCopyOnAFullDisk) {
-    write(source_, std::string(std::size_t{4} << 20, 'x'));
+    writeFile(source_, std::string(std::size_t{4} << 20, 'x'));
     const fs::path disk = directory_ / "disk";
     fs::create_directory(disk);
     const SmallDisk full(disk, std::size_t{1} << 20);
 
-    EXPECT_EQ(failureOf(*copier_, source_, disk / "destination"), full.errorWhenFull());
+    EXPECT_EQ(copyFailure(*copier_, source_, disk / "destination"), full.errorWhenFull());
     EXPECT_TRUE(fs::is_empty(disk));
 }
 
 TEST_F(FileCopierTest, DoesNothingWhenAlreadyCancelled) {
-    write(source_, "content");
+    writeFile(source_, "content");
     CancellationSource cancellation;
     cancellation.cancel();
 

@@ -4,6 +4,8 @@
 #include "core/CancellationToken.h"
 #include "core/Errors.h"
 #include "core/FileDescriptor.h"
+#include "tests/platform/CopyFailure.h"
+#include "tests/support/FileContent.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/linux/SystemCalls.h"
 
@@ -18,10 +20,8 @@
 #include <array>
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
 #include <future>
 #include <optional>
-#include <sstream>
 #include <string>
 
 namespace orvel {
@@ -31,20 +31,12 @@ namespace fs = std::filesystem;
 using tavrin::CancellationSource;
 using tavrin::CancellationToken;
 using tavrin::FileDescriptor;
-using tavrin::PlatformError;
 using tavrin::TaskCancelled;
+using test::contentOf;
+using test::copyFailure;
 using test::TemporaryDirectory;
+using test::writeFile;
 using Method = KernelFileCopier::Method;
-
-void write(const fs::path& path, const std::string& content) {
-    std::ofstream(path, std::ios::binary) << content;
-}
-
-std::string contentOf(const fs::path& path) {
-    std::ostringstream content;
-    content << std::ifstream(path, std::ios::binary).rdbuf();
-    return content.str();
-}
 
 /// Longer than one chunk of each method, not a multiple of a chunk, and without repetition.
 std::string longContent() {
@@ -54,18 +46,6 @@ std::string longContent() {
         content.replace(offset, mark.size(), mark);
     }
     return content;
-}
-
-/// The error code; nothing on success.
-std::optional<int>
-failureOf(KernelFileCopier& copier, const fs::path& source, const fs::path& destination) {
-    try {
-        copier.copy(source, destination, CancellationToken());
-        return std::nullopt;
-    } catch (const PlatformError& error) {
-        EXPECT_EQ(error.domain(), tavrin::posixErrorDomain);
-        return error.code();
-    }
 }
 
 class KernelFileCopierTest : public testing::Test {
@@ -84,7 +64,7 @@ public:
 
     EndlessCopy(Method method, const fs::path& source, const fs::path& destination)
         : events_(inotify_init1(IN_CLOEXEC)) {
-        write(source, "");
+        writeFile(source, "");
         fs::resize_file(source, static_cast<std::uintmax_t>(size));
         inotify_add_watch(events_.get(), source.parent_path().c_str(), IN_MODIFY);
         result_ = std::async(std::launch::async, [=, token = cancellation_.token()] {
@@ -123,7 +103,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_P(KernelFileCopierMethodTest, CopiesEveryByte) {
     const std::string content = longContent();
-    write(source_, content);
+    writeFile(source_, content);
 
     copierOfThisWay_.copy(source_, destination_, CancellationToken());
 
@@ -131,7 +111,7 @@ TEST_P(KernelFileCopierMethodTest, CopiesEveryByte) {
 }
 
 TEST_P(KernelFileCopierMethodTest, CopiesAnEmptyFile) {
-    write(source_, "");
+    writeFile(source_, "");
 
     copierOfThisWay_.copy(source_, destination_, CancellationToken());
 
@@ -149,10 +129,10 @@ TEST_P(KernelFileCopierMethodTest, StopsAndRemovesTheCopyWhenCancelledInTheMiddl
 }
 
 TEST_F(KernelFileCopierTest, ClonesOrReportsThatTheFileSystemCannot) {
-    write(source_, "content");
+    writeFile(source_, "content");
     KernelFileCopier copier({Method::Clone});
 
-    const std::optional<int> failure = failureOf(copier, source_, destination_);
+    const std::optional<int> failure = copyFailure(copier, source_, destination_);
 
     if (failure) {
         EXPECT_EQ(failure, EOPNOTSUPP);
@@ -167,9 +147,9 @@ TEST_F(KernelFileCopierTest, CopiesBetweenFileSystems) {
     // A memory file is on another file system.
     const FileDescriptor memory(memfd_create("source", MFD_CLOEXEC));
     const fs::path source = "/proc/self/fd/" + std::to_string(memory.get());
-    write(source, content);
+    writeFile(source, content);
     KernelFileCopier inKernelOnly({Method::CopyInKernel});
-    ASSERT_EQ(failureOf(inKernelOnly, source, destination_), EOPNOTSUPP);
+    ASSERT_EQ(copyFailure(inKernelOnly, source, destination_), EOPNOTSUPP);
 
     copier_.copy(source, destination_, CancellationToken());
 
@@ -177,22 +157,22 @@ TEST_F(KernelFileCopierTest, CopiesBetweenFileSystems) {
 }
 
 TEST_F(KernelFileCopierTest, ACopyThatTheKernelEndsEarlyIsContinuedByHand) {
-    write(source_, "content");
+    writeFile(source_, "content");
     KernelFileCopier copier({Method::CopyInKernel, Method::ReadAndWrite});
 
     // Without an error number, the call returns 0.
     test::withFailingCall(SYS_copy_file_range, 0, [&] {
-        EXPECT_EQ(failureOf(copier, source_, destination_), std::nullopt);
+        EXPECT_EQ(copyFailure(copier, source_, destination_), std::nullopt);
     });
 
     EXPECT_EQ(contentOf(destination_), "content");
 }
 
 TEST_F(KernelFileCopierTest, ACopyThatCannotBeClosedFails) {
-    write(source_, "content");
+    writeFile(source_, "content");
 
     test::withFailingCall(
-        SYS_close, EIO, [this] { EXPECT_EQ(failureOf(copier_, source_, destination_), EIO); });
+        SYS_close, EIO, [this] { EXPECT_EQ(copyFailure(copier_, source_, destination_), EIO); });
 
     EXPECT_FALSE(fs::exists(destination_));
 }
@@ -208,7 +188,7 @@ TEST_F(KernelFileCopierTest, EndsWhenTheSourceShrinks) {
 }
 
 TEST_F(KernelFileCopierTest, IgnoresWhatIsAppendedToTheSource) {
-    write(source_, "");
+    writeFile(source_, "");
     constexpr std::uintmax_t size = std::uintmax_t{64} << 20;
     fs::resize_file(source_, size);
     const FileDescriptor events(inotify_init1(IN_CLOEXEC));
