@@ -143,10 +143,16 @@ FirebaseIdentity::Reply FirebaseIdentity::decode(
     const tavrin::Secret& sentToken,
     std::string_view apiKey) {
     if (status < 200 || status > 299) {
-        const std::optional<std::string> message = errorMessage(body);
-        const bool isShown =
-            message && (isRevocation(*message) || !repeats(*message, sentToken, apiKey));
-        throw IdentityError(isShown ? *message : "HTTP " + std::to_string(status), status);
+        if (const std::optional<std::string> message = errorMessage(body)) {
+            const IdentityError error(*message, status);
+            // Also look at the text of the error: there, a tab is the letter "t" after a backslash,
+            // which could complete a secret.
+            if (isRevocation(*message) || (!repeats(*message, sentToken, apiKey) &&
+                                           !repeats(error.what(), sentToken, apiKey))) {
+                throw error;
+            }
+        }
+        throw IdentityError("HTTP " + std::to_string(status), status);
     }
     const boost::json::value json = parseSecretJSON(body);
     const boost::json::object& object = tavrin::asObject(json);

@@ -374,7 +374,9 @@ TEST_F(FirebaseIdentityTest, AMessageThatRepeatsTheRequestIsNotShown) {
           std::string("grant_type=refresh_token&refresh_token=AMf-vBx7z_0123456789."
                       "abcdefghijklmnopqrstuvwxyz%2F%3D"),
           std::string("Unknown token AMf-vBx7z_0123456789.abcdef..."),
-          std::string("The key the-key is not valid.")}) {
+          std::string("The key the-key is not valid."),
+          // JSON for a tab. Written as an escape again, it completes the key.
+          std::string("The key \\the-key is not valid.")}) {
         session_.enqueue(400, rejection(message));
         session_.enqueue(400, rejection(message));
         for (const IdentityError& error :
