@@ -29,9 +29,8 @@ from session import HOME, LIMIT, Agent, check, command_lines, say, wait_for  # n
 PROGRAMS = os.path.abspath(sys.argv[1])
 IS_ROOT = os.geteuid() == 0
 NOBODY = 65534
-STRANGER, USER = 2, 1  # accounts of the service
+ATTACKER, USER = 2, 1  # accounts of the service
 REPORTED = "The sign-in page reported an error."
-OPENED_TWICE = "The sign-in was ended, because its page was opened twice. Please try again."
 
 
 class Browser:
@@ -61,17 +60,18 @@ class Browser:
             os.remove(self._url)
 
 
-def open_address(url):
+def open_address(url, method="GET"):
     """Opens an address of this machine as a browser does. Returns the reply, which is empty if the
     connection is closed without one."""
     parts = urllib.parse.urlsplit(url)
     reply = b""
     with socket.socket() as connection:
         connection.settimeout(LIMIT)
-        # Not `create_connection`, which loads a module that the stranger may not be able to read.
+        # Not `create_connection`, which loads a module that another account may not be able to
+        # read.
         connection.connect((parts.hostname, parts.port))
         try:
-            connection.sendall((f"GET {parts.path} HTTP/1.1\r\nHost: {parts.netloc}\r\n"
+            connection.sendall((f"{method} {parts.path} HTTP/1.1\r\nHost: {parts.netloc}\r\n"
                                 "Sec-Fetch-Site: none\r\n\r\n").encode())
             while part := connection.recv(4096):
                 reply += part
@@ -86,8 +86,8 @@ def challenge_in(text):
 
 
 def look_around():
-    """What a stranger finds: the address in the process list, the challenge in it, and the reply of
-    the address."""
+    """What another account finds: the address in the process list, the challenge in it, and the
+    reply of the address."""
     processes = command_lines()
     address = re.search(r"http://127\.0\.0\.1:\d+/[0-9a-f]{32}", processes)
     reply = open_address(address[0]) if address else ""
@@ -95,7 +95,7 @@ def look_around():
             "challenge": challenge_in(processes) or challenge_in(reply)}
 
 
-def as_stranger(function):
+def as_other_account(function):
     """Runs the function as another account. Returns its result."""
     reader, writer = os.pipe()
     child = os.fork()
@@ -106,14 +106,14 @@ def as_stranger(function):
             os.setresuid(NOBODY, NOBODY, NOBODY)
             os.write(writer, json.dumps(function()).encode())
         except Exception as error:
-            print("the stranger:", repr(error), flush=True)
+            print("the other account:", repr(error), flush=True)
         finally:
             os._exit(0)
     os.close(writer)
     with os.fdopen(reader) as file:
         result = file.read()
     os.waitpid(child, 0)
-    check(result, "the stranger failed")
+    check(result, "the other account failed")
     return json.loads(result)
 
 
@@ -164,18 +164,19 @@ def check_signed_out(agent):
 
 
 def attack_from_another_account(service, agent, browser):
-    """The stranger makes the user's browser deliver a code for the best challenge that it found."""
+    """Another account makes the user's browser deliver a code for the best challenge that it
+    found."""
     sign_in = SignIn(agent, browser)
-    found = as_stranger(look_around)
-    forged = callback_for(service, found["challenge"] or new_challenge(), STRANGER)
+    found = as_other_account(look_around)
+    forged = callback_for(service, found["challenge"] or new_challenge(), ATTACKER)
     say(f"another account found the address {found['address']}, the reply {found['reply']!r} "
         f"and the challenge {found['challenge']}")
     if not call_back(forged):
         challenge = sign_in.open_page()
-        check(challenge and challenge not in as_stranger(command_lines),
+        check(challenge and challenge not in as_other_account(command_lines),
               "the process list shows the challenge")
-        # The user finishes the sign-in although the stranger tries to open the page.
-        check(as_stranger(look_around)["reply"] == "", "the stranger got a reply")
+        # The user finishes the sign-in although the other account tries to open the page.
+        check(as_other_account(look_around)["reply"] == "", "the other account got a reply")
         check(call_back(callback_for(service, challenge, USER)), "the user's callback is ignored")
         log = sign_in.finish(0)
         check("another account of this machine tried to open the sign-in page" in log, log)
@@ -183,7 +184,7 @@ def attack_from_another_account(service, agent, browser):
         sign_in.finish(0)
     output, _ = agent.run("--account")
     say(f"the user is signed in: {output.strip()}")
-    check("sample-1@" in output, "the stranger's account is signed in")
+    check("sample-1@" in output, "the attacker's account is signed in")
     agent.run("--sign-out")
 
 
@@ -191,7 +192,7 @@ def attack_with_a_code(service, agent, browser):
     sign_in = SignIn(agent, browser)
     challenge = sign_in.open_page()
     check(challenge not in command_lines(), "the process list shows the challenge")
-    call_back(callback_for(service, new_challenge(), STRANGER))
+    call_back(callback_for(service, new_challenge(), ATTACKER))
     log = sign_in.finish(1)
     say("a page with a code of its own account ended the sign-in: " + log.strip().splitlines()[-1])
     check_signed_out(agent)
@@ -213,15 +214,19 @@ def attack_with_a_text(service, agent, browser):
     check_signed_out(agent)
 
 
-def open_twice(service, agent, browser):
+def open_several_times(service, agent, browser):
+    """The desktop looks at the address before it starts the browser, and the user reloads the
+    page."""
     sign_in = SignIn(agent, browser)
-    sign_in.open_page()
-    reply = open_address(sign_in.address)
-    check(reply.startswith("HTTP/1.1 410 ") and challenge_in(reply) is None, reply)
-    log = sign_in.finish(1)
-    check(OPENED_TWICE in log, log)
-    say("a second visit ended the sign-in: " + log.strip().splitlines()[-1])
-    check_signed_out(agent)
+    reply = open_address(sign_in.address, "HEAD")
+    check(reply.startswith("HTTP/1.1 200 ") and challenge_in(reply) is None, reply)
+    challenge = sign_in.open_page()
+    check(sign_in.open_page() == challenge, "the second visit got another page")
+    check(sign_in.is_waiting(), "the second visit ended the sign-in")
+    check(call_back(callback_for(service, challenge, USER)), "the user's callback is ignored")
+    sign_in.finish(0)
+    say("the user opened the page several times and signed in")
+    agent.run("--sign-out")
 
 
 def main():
@@ -229,7 +234,7 @@ def main():
     browser = Browser()
     service = Service(PROGRAMS)
     agent = Agent(PROGRAMS, service.bundle)
-    attacks = [attack_with_a_code, attack_with_a_text, open_twice]
+    attacks = [attack_with_a_code, attack_with_a_text, open_several_times]
     if IS_ROOT:
         attacks.insert(0, attack_from_another_account)
     else:

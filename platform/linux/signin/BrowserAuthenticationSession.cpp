@@ -17,7 +17,6 @@
 #include <algorithm>
 #include <optional>
 #include <utility>
-#include <variant>
 
 namespace orvel {
 
@@ -220,14 +219,16 @@ void BrowserAuthenticationSession::open() {
         return;
     }
     const std::weak_ptr attempt = waiting_;
-    const auto ended = [this, attempt](const OneTimeAddress::End& reason) {
+    const auto usedTwice = [this, attempt] {
         if (!attempt.expired()) {
-            endAttempt(reason);
+            logStore_.write(LogLevel::Error, "auth", "the sign-in page was opened twice");
+            finish(Failed{
+                "The sign-in was ended, because its page was opened twice. Please try again."});
         }
     };
     try {
         waiting_->address =
-            std::make_unique<OneTimeAddress>(waiting_->url, clock_, logStore_, ended);
+            std::make_unique<OneTimeAddress>(waiting_->url, clock_, logStore_, usedTwice);
     } catch (const tavrin::PlatformError& error) {
         fail(error.what());
         return;
@@ -239,15 +240,6 @@ void BrowserAuthenticationSession::open() {
                 fail(error->what());
             }
         });
-}
-
-void BrowserAuthenticationSession::endAttempt(const OneTimeAddress::End& reason) {
-    if (const auto* error = std::get_if<tavrin::PlatformError>(&reason)) {
-        fail(error->what());
-        return;
-    }
-    logStore_.write(LogLevel::Error, "auth", "the sign-in page was opened twice");
-    finish(Failed{"The sign-in was ended, because its page was opened twice. Please try again."});
 }
 
 void BrowserAuthenticationSession::fail(std::string_view reason) {

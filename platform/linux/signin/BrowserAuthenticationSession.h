@@ -22,7 +22,8 @@ namespace orvel {
 /// process can own. A new attempt takes the name and thus ends an earlier attempt of any process.
 ///
 /// The browser opens the page through a `OneTimeAddress`. Callbacks count after the browser was
-/// redirected to the page. A second use of the address ends the attempt.
+/// redirected to the page. If the system does not tell which account uses the address, a second use
+/// ends the attempt.
 ///
 /// An attempt times out after ten minutes. The first attempt connects to the bus. Losing the bus
 /// ends the pending attempt; the next one reconnects. An attempt fails to start without a bus, or
@@ -60,7 +61,6 @@ private:
     /// may be late, after a later attempt took it back, so ask the bus.
     void checkName();
     void open();
-    void endAttempt(const OneTimeAddress::End& reason);
     /// Ends the attempt, which could not be started.
     void fail(std::string_view reason);
     /// Ends the pending attempt, if any.

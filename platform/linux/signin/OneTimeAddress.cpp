@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/signin/OneTimeAddress.h"
 
+#include "core/Errors.h"
 #include "core/SecureRandom.h"
 #include "platform/linux/signin/LoopbackPeer.h"
 
@@ -15,6 +16,7 @@
 #include <array>
 #include <cerrno>
 #include <optional>
+#include <thread>
 #include <utility>
 
 namespace orvel {
@@ -35,20 +37,25 @@ std::string randomPath() {
     return path;
 }
 
-std::string reply(std::string_view status, std::string_view header, std::string_view sentence) {
+std::string reply(
+    std::string_view status,
+    std::string_view header,
+    std::string_view sentence,
+    std::string_view type = "text/plain; charset=utf-8") {
     return fmt::format(
         "HTTP/1.1 {}\r\n"
         "{}"
         "Cache-Control: no-store\r\n"
         "Connection: close\r\n"
         "Content-Length: {}\r\n"
-        "Content-Type: text/plain; charset=utf-8\r\n"
+        "Content-Type: {}\r\n"
         "X-Content-Type-Options: nosniff\r\n"
         "\r\n"
         "{}",
         status,
         header,
         sentence.size(),
+        type,
         sentence);
 }
 
@@ -98,21 +105,31 @@ sockaddr_in loopback() {
 
 struct OneTimeAddress::Connection {
     tavrin::FileDescriptor socket;
+    Peer peer;
     std::string received = {};
     std::unique_ptr<QSocketNotifier> notifier = {};
     std::unique_ptr<Clock::Timer> timer = {};
 };
 
 OneTimeAddress::OneTimeAddress(
-    std::string page, Clock& clock, LogStore& logStore, std::function<void(End)> ended)
+    std::string page, Clock& clock, LogStore& logStore, std::function<void()> usedTwice)
     : page_(std::move(page)),
       clock_(clock),
       logStore_(logStore),
-      ended_(std::move(ended)),
+      usedTwice_(std::move(usedTwice)),
       path_(randomPath()) {
     listen();
     host_ = fmt::format("127.0.0.1:{}", port_);
     url_ = "http://" + host_ + path_;
+    // The system's first answer may need a kernel module, and loading one takes longer than a
+    // frame. The browser takes longer to start.
+    std::thread([port = port_] {
+        try {
+            static_cast<void>(loopbackPeer(0, port));
+        } catch (const tavrin::PlatformError&) {
+            // Logged when a program connects.
+        }
+    }).detach();
 }
 
 OneTimeAddress::~OneTimeAddress() = default;
@@ -140,37 +157,52 @@ void OneTimeAddress::accept() {
     tavrin::FileDescriptor socket(accept4(
         socket_.get(), reinterpret_cast<sockaddr*>(&peer), &size, SOCK_NONBLOCK | SOCK_CLOEXEC));
     if (!socket.isOpen()) {
-        // The other errors would come again at once.
-        if (errno != EAGAIN && errno != ECONNABORTED && errno != EINTR) {
-            end(tavrin::PlatformError::fromErrno(errno, "The browser could not be answered"));
+        const int error = errno;
+        if (error == EAGAIN || error == ECONNABORTED || error == EINTR) {
+            return;
         }
+        // The connection still waits, so the notifier would report it again at once.
+        notifier_->setEnabled(false);
+        pause_ = clock_.schedule(acceptPause, [this] { notifier_->setEnabled(true); });
+        logOnce(
+            tavrin::PlatformError::fromErrno(error, "the browser must wait for the sign-in page")
+                .what());
         return;
     }
-    if (connections_.size() < maximumConnections && isOwn(ntohs(peer.sin_port))) {
-        add(std::move(socket));
+    if (connections_.size() >= maximumConnections) {
+        return;
+    }
+    if (const Peer account = peerAt(ntohs(peer.sin_port)); account != Peer::Other) {
+        add(std::move(socket), account);
     }
 }
 
-bool OneTimeAddress::isOwn(std::uint16_t peerPort) {
-    std::optional<uid_t> peer;
+OneTimeAddress::Peer OneTimeAddress::peerAt(std::uint16_t port) {
     try {
-        peer = loopbackPeer(peerPort, port_);
+        const std::optional<uid_t> account = loopbackPeer(port, port_);
+        if (account == geteuid()) {
+            return Peer::Own;
+        }
+        logOnce(
+            account ? "another account of this machine tried to open the sign-in page and got "
+                      "nothing"
+                    : "a program closed its connection to the sign-in page before its account was "
+                      "known, and got nothing");
+        return Peer::Other;
     } catch (const tavrin::PlatformError& error) {
-        end(error);
-        return false;
+        logOnce(fmt::format("the sign-in page can be opened only once: {}", error.what()));
+        return Peer::Undetermined;
     }
-    const bool isOwn = peer == geteuid();
-    if (!isOwn && peer && !std::exchange(hasRefused_, true)) {
-        logStore_.write(
-            LogLevel::Error,
-            "auth",
-            "another account of this machine tried to open the sign-in page and got nothing");
-    }
-    return isOwn;
 }
 
-void OneTimeAddress::add(tavrin::FileDescriptor socket) {
-    const auto added = connections_.insert(connections_.end(), Connection{std::move(socket)});
+void OneTimeAddress::logOnce(const std::string& line) {
+    if (logged_.insert(line).second) {
+        logStore_.write(LogLevel::Error, "auth", line);
+    }
+}
+
+void OneTimeAddress::add(tavrin::FileDescriptor socket, Peer peer) {
+    const auto added = connections_.insert(connections_.end(), Connection{std::move(socket), peer});
     added->notifier = std::make_unique<QSocketNotifier>(added->socket.get(), QSocketNotifier::Read);
     QObject::connect(
         added->notifier.get(), &QSocketNotifier::activated, &callbackContext_, [this, added] {
@@ -189,7 +221,8 @@ void OneTimeAddress::read(Connections::iterator connection) {
     received.append(bytes.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
     const std::size_t length = received.find(requestEnd);
     if (length != std::string::npos) {
-        const std::string answer = replyTo(std::string_view(received).substr(0, length));
+        const std::string answer =
+            replyTo(std::string_view(received).substr(0, length), connection->peer);
         // It fits into the empty buffer of the socket. A browser that is gone gets nothing.
         static_cast<void>(
             send(connection->socket.get(), answer.data(), answer.size(), MSG_NOSIGNAL));
@@ -203,18 +236,26 @@ void OneTimeAddress::read(Connections::iterator connection) {
     callbackContext_.post([this, connection] { connections_.erase(connection); });
 }
 
-std::string OneTimeAddress::replyTo(std::string_view request) {
+std::string OneTimeAddress::replyTo(std::string_view request, Peer peer) {
     const std::string_view line = request.substr(0, request.find(lineEnd));
-    const bool isForAddress =
-        (line == "GET " + path_ + " HTTP/1.1" || line == "GET " + path_ + " HTTP/1.0") &&
-        header(request, "Host") == host_ && !isFromAnotherSite(request);
+    const std::string_view method = line.substr(0, line.find(' '));
+    const std::string target = fmt::format("{} {} HTTP/1.", method, path_);
+    const bool isForAddress = (method == "GET" || method == "HEAD") &&
+                              (line == target + "1" || line == target + "0") &&
+                              header(request, "Host") == host_ && !isFromAnotherSite(request);
     if (!isForAddress) {
         return reply("404 Not Found", "", "There is nothing here.\n");
     }
-    if (!std::exchange(isUsed_, true)) {
+    if (method == "HEAD") {
+        // A desktop asks for the type, to choose the program. With a redirection, it could put the
+        // page's address into that program's arguments.
+        return reply("200 OK", "", "", "text/html");
+    }
+    isSingleUse_ = isSingleUse_ || peer == Peer::Undetermined;
+    if (!std::exchange(isUsed_, true) || !isSingleUse_) {
         return reply("302 Found", "Location: " + page_ + "\r\n", "");
     }
-    end(UsedTwice());
+    end();
     return reply(
         "410 Gone",
         "",
@@ -222,15 +263,13 @@ std::string OneTimeAddress::replyTo(std::string_view request) {
         "Go back to Orvel Agent and start the sign-in again.\n");
 }
 
-void OneTimeAddress::end(End reason) {
+void OneTimeAddress::end() {
+    pause_.reset();
     notifier_->setEnabled(false);
-    callbackContext_.post([this, reason = std::move(reason)] {
+    callbackContext_.post([this] {
         socket_ = tavrin::FileDescriptor();
-        // After its use, the address only has to notice a second one.
-        const bool isError = std::holds_alternative<tavrin::PlatformError>(reason);
-        const auto ended = std::exchange(ended_, nullptr);
-        if (ended && !(isError && isUsed_)) {
-            ended(reason);
+        if (const auto usedTwice = std::exchange(usedTwice_, nullptr)) {
+            usedTwice();
         }
     });
 }

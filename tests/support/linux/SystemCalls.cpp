@@ -106,19 +106,22 @@ BeforeRenaming::~BeforeRenaming() {
     beforeRenaming = nullptr;
 }
 
+void failCall(int systemCall, int error) {
+    std::array filter{
+        sock_filter BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        sock_filter BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(systemCall), 0, 1),
+        sock_filter BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<unsigned>(error)),
+        sock_filter BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+    const sock_fprog program{filter.size(), filter.data()};
+    if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
+        prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0) {
+        throw std::system_error(errno, std::generic_category(), "prctl");
+    }
+}
+
 void withFailingCall(int systemCall, int error, const std::function<void()>& work) {
     std::thread([=, &work] {
-        std::array filter{
-            sock_filter BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-            sock_filter BPF_JUMP(
-                BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(systemCall), 0, 1),
-            sock_filter BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<unsigned>(error)),
-            sock_filter BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
-        const sock_fprog program{filter.size(), filter.data()};
-        if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
-            prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0) {
-            throw std::system_error(errno, std::generic_category(), "prctl");
-        }
+        failCall(systemCall, error);
         work();
     }).join();
 }

@@ -32,6 +32,10 @@ public:
     BeforeRenaming& operator=(const BeforeRenaming&) = delete;
 };
 
+/// From now on, this system call does nothing and fails with that `errno` on this thread, and on
+/// the threads that it starts. Cannot be undone, so it is for processes that end soon.
+void failCall(int systemCall, int error);
+
 /// Runs `work` on a thread on which this system call does nothing and fails with that `errno`.
 void withFailingCall(int systemCall, int error, const std::function<void()>& work);
 

@@ -16,14 +16,19 @@
 #include "tests/support/fakes/FakeWorkspace.h"
 #include "tests/support/fakes/ManualClock.h"
 #include "tests/support/fakes/RecordingLogStore.h"
+#include "tests/support/linux/SystemCalls.h"
 
 #include <QDBusConnectionInterface>
 #include <QDBusError>
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
 
+#include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -165,19 +170,12 @@ TEST_F(BrowserAuthenticationSessionTest, IgnoresACallbackBeforeThePageWasOpened)
     EXPECT_TRUE(callBack(callback));
 }
 
-TEST_F(BrowserAuthenticationSessionTest, OpeningThePageTwiceEndsTheSignInWithASentence) {
+TEST_F(BrowserAuthenticationSessionTest, TheUserMayReloadThePage) {
     agent_.startAndOpen();
-    EXPECT_THAT(agent_.visit(), StartsWith("HTTP/1.1 410 "));
-    ASSERT_TRUE(agent_.endsWith<Session::Failed>());
-    EXPECT_EQ(
-        std::get<Session::Failed>(agent_.outcomes.front()).description,
-        "The sign-in was ended, because its page was opened twice. Please try again.");
-    EXPECT_FALSE(callBack(callback));
-    EXPECT_THAT(
-        agent_.messages(),
-        ElementsAre(
-            "the sign-in page was opened twice",
-            "ignored a callback, which no sign-in waits for: orvelagent://callback"));
+    EXPECT_EQ(LoopbackClient::location(agent_.visit()), page);
+    EXPECT_TRUE(agent_.isWaiting());
+    EXPECT_TRUE(callBack(callback));
+    EXPECT_THAT(agent_.messages(), IsEmpty());
 }
 
 TEST_F(BrowserAuthenticationSessionTest, TheAddressIsClosedWhenTheSignInEnds) {
@@ -495,7 +493,37 @@ bool isNotHeldUpByASilentBus() {
            agent.workspace.openedURLs.empty();
 }
 
+/// Why a sign-in ends whose page is opened twice, where the system does not tell by which accounts.
+/// Empty unless it is logged, too.
+std::string endAfterTwoVisits() {
+    Agent agent;
+    agent.startAndAsk();
+    // The address asks the kernel with this call.
+    failCall(SYS_sendmsg, EPERM);
+    if (LoopbackClient::location(agent.visit()) != page ||
+        !agent.visit().starts_with("HTTP/1.1 410 ") || !agent.endsWith<Session::Failed>() ||
+        agent.messages() !=
+            std::vector<std::string>{
+                "the sign-in page can be opened only once: The account of a connection could not "
+                "be determined: Operation not permitted",
+                "the sign-in page was opened twice"}) {
+        return "";
+    }
+    return std::get<Session::Failed>(agent.outcomes.front()).description;
+}
+
 } // namespace
+
+TEST(BrowserAuthenticationSessionDeathTest, OpeningThePageTwiceEndsTheSignInWithASentence) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            fmt::print(stderr, "{}\n", endAfterTwoVisits());
+            std::_Exit(0);
+        },
+        testing::ExitedWithCode(0),
+        "The sign-in was ended, because its page was opened twice\\. Please try again\\.");
+}
 
 TEST(BrowserAuthenticationSessionDeathTest, LosingTheBusEndsASignInAndTheNextOneReconnects) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");

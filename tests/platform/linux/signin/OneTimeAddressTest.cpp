@@ -25,14 +25,14 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
+#include <iterator>
 #include <list>
 #include <memory>
 #include <optional>
 #include <set>
 #include <string>
 #include <system_error>
-#include <utility>
-#include <variant>
 #include <vector>
 
 namespace orvel::test {
@@ -40,12 +40,13 @@ namespace orvel::test {
 namespace {
 
 using testing::AllOf;
+using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using testing::SizeIs;
 using testing::StartsWith;
-using End = OneTimeAddress::End;
 
 constexpr auto page = "https://www.example.com/link?challenge=secret&client=mac";
 constexpr uid_t nobody = 65534;
@@ -53,8 +54,7 @@ constexpr uid_t nobody = 65534;
 class OneTimeAddressTest : public testing::Test {
 protected:
     void open() {
-        address_ = std::make_unique<OneTimeAddress>(
-            page, clock_, log_, [this](End end) { ends_.push_back(std::move(end)); });
+        address_ = std::make_unique<OneTimeAddress>(page, clock_, log_, [this] { ++ends_; });
     }
 
     [[nodiscard]] const std::string& url() const { return address_->url(); }
@@ -76,13 +76,62 @@ protected:
 
     void expectNoEnd() {
         processEvents();
-        EXPECT_THAT(ends_, IsEmpty());
+        EXPECT_EQ(ends_, 0);
     }
 
     ManualClock clock_;
     RecordingLogStore log_;
-    std::vector<End> ends_;
+    int ends_ = 0;
     std::unique_ptr<OneTimeAddress> address_;
+};
+
+constexpr auto onlyOnce =
+    "the sign-in page can be opened only once: The account of a connection could not be "
+    "determined: Operation not permitted";
+
+/// On a system that does not tell the accounts of connections.
+class OneTimeAddressUndeterminedTest : public testing::Test {
+protected:
+    /// The replies to requests that arrive at the same time or, with `inTurn`, after each other.
+    std::vector<std::string>
+    repliesTo(const std::vector<std::string>& methods, bool inTurn = true) {
+        std::vector<std::string> replies;
+        // The address asks the kernel with this call. The client does not use it.
+        withFailingCall(SYS_sendmsg, EPERM, [&] {
+            const QEventLoop prepareThread;
+            ManualClock clock;
+            OneTimeAddress address(page, clock, log_, [this] { ++ends_; });
+            std::list<LoopbackClient> clients;
+            for (const std::string& method : methods) {
+                LoopbackClient& client = clients.emplace_back(address.url());
+                std::string request = LoopbackClient::browserRequest(address.url());
+                client.send(request.replace(0, 3, method));
+                if (inTurn) {
+                    replies.push_back(client.reply());
+                }
+            }
+            for (LoopbackClient& client : clients) {
+                replies.push_back(inTurn ? "" : client.reply());
+            }
+            replies.resize(methods.size());
+            processEvents();
+            if (ends_ > 0) {
+                EXPECT_THROW(LoopbackClient{address.url()}, std::system_error) << "still open";
+            }
+        });
+        return replies;
+    }
+
+    [[nodiscard]] std::vector<std::string> loggedLines() const {
+        std::vector<std::string> lines;
+        for (const auto& line : log_.lines()) {
+            lines.push_back(line.message);
+        }
+        return lines;
+    }
+
+    RecordingLogStore log_;
+    int ends_ = 0;
 };
 
 class OneTimeAddressAsRootTest : public OneTimeAddressTest {
@@ -112,6 +161,11 @@ rlim_t nextDescriptor() {
     return static_cast<rlim_t>(next.get());
 }
 
+std::size_t threadCount() {
+    const std::filesystem::directory_iterator threads("/proc/self/task");
+    return static_cast<std::size_t>(std::distance(begin(threads), end(threads)));
+}
+
 /// The error of the constructor while the system call fails.
 std::string failureWith(int call, int error) {
     std::string failure;
@@ -119,7 +173,7 @@ std::string failureWith(int call, int error) {
         try {
             ManualClock clock;
             RecordingLogStore log;
-            const OneTimeAddress address(page, clock, log, [](const auto&) {});
+            const OneTimeAddress address(page, clock, log, [] {});
         } catch (const tavrin::PlatformError& thrown) {
             failure = thrown.what();
         }
@@ -153,41 +207,71 @@ TEST_F(OneTimeAddressTest, DoesNotContainThePageAndCannotBeGuessed) {
     EXPECT_THAT(paths, SizeIs(20));
 }
 
-TEST_F(OneTimeAddressTest, ASecondVisitGetsASentenceAndEndsIt) {
+TEST_F(OneTimeAddressTest, TheUsersProgramsGetThePageAsOftenAsTheyAsk) {
     open();
-    ASSERT_TRUE(isRedirected());
-    const std::string reply = LoopbackClient::visit(url());
+    for (int visit = 0; visit < 3; ++visit) {
+        EXPECT_TRUE(isRedirected());
+    }
+    LoopbackClient one(url());
+    LoopbackClient other(url());
+    for (LoopbackClient* client : {&one, &other}) {
+        client->send(LoopbackClient::browserRequest(url()));
+    }
+    for (LoopbackClient* client : {&one, &other}) {
+        EXPECT_EQ(LoopbackClient::location(client->reply()), page);
+    }
+    expectNoEnd();
+    EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(OneTimeAddressTest, AHeadRequestGetsTheTypeWithoutThePage) {
+    open();
+    for (const char* version : {"1.0", "1.1"}) {
+        const std::string reply =
+            replyTo(fmt::format("HEAD {} HTTP/{}\r\nHost: {}\r\n\r\n", path(), version, host()));
+        EXPECT_THAT(
+            reply,
+            AllOf(
+                StartsWith("HTTP/1.1 200 OK\r\n"),
+                HasSubstr("\r\nContent-Type: text/html\r\n"),
+                EndsWith("\r\n\r\n"),
+                Not(HasSubstr("secret"))));
+    }
+    EXPECT_FALSE(address_->isUsed());
+    EXPECT_TRUE(isRedirected());
+}
+
+TEST_F(OneTimeAddressUndeterminedTest, ASecondVisitGetsASentenceAndEndsIt) {
+    const auto replies = repliesTo({"GET", "GET"});
+    EXPECT_EQ(LoopbackClient::location(replies.front()), page);
     EXPECT_THAT(
-        reply,
+        replies.back(),
         AllOf(
             StartsWith("HTTP/1.1 410 Gone\r\n"),
             HasSubstr(
                 "\r\n\r\nThis sign-in was ended, because its address had already been opened.\n"
                 "Go back to Orvel Agent and start the sign-in again.\n"),
             Not(HasSubstr("secret"))));
-    ASSERT_TRUE(waitUntil([this] { return !ends_.empty(); }));
-    EXPECT_TRUE(std::holds_alternative<OneTimeAddress::UsedTwice>(ends_.front()));
-    EXPECT_THROW(LoopbackClient{url()}, std::system_error) << "the address is still open";
-    processEvents();
-    EXPECT_THAT(ends_, SizeIs(1));
+    EXPECT_EQ(ends_, 1);
+    EXPECT_THAT(loggedLines(), ElementsAre(onlyOnce));
 }
 
-TEST_F(OneTimeAddressTest, TwoVisitsAtTheSameTimeAreAFirstAndASecondOne) {
-    open();
-    LoopbackClient one(url());
-    LoopbackClient other(url());
-    LoopbackClient third(url());
-    for (const LoopbackClient* client : {&one, &other, &third}) {
-        client->send(LoopbackClient::browserRequest(url()));
-    }
+TEST_F(OneTimeAddressUndeterminedTest, TwoVisitsAtTheSameTimeAreAFirstAndASecondOne) {
     std::vector<std::string> locations;
-    for (LoopbackClient* client : {&one, &other, &third}) {
-        locations.push_back(LoopbackClient::location(client->reply()));
+    for (const std::string& reply : repliesTo({"GET", "GET", "GET"}, false)) {
+        locations.push_back(LoopbackClient::location(reply));
     }
     EXPECT_EQ(std::ranges::count(locations, page), 1);
-    EXPECT_TRUE(waitUntil([this] { return !ends_.empty(); }));
-    processEvents();
-    EXPECT_THAT(ends_, SizeIs(1));
+    EXPECT_EQ(ends_, 1);
+}
+
+TEST_F(OneTimeAddressUndeterminedTest, AHeadRequestDoesNotUseItUp) {
+    const auto replies = repliesTo({"HEAD", "GET", "HEAD"});
+    EXPECT_EQ(LoopbackClient::location(replies.at(1)), page);
+    for (const std::size_t head : {0U, 2U}) {
+        EXPECT_THAT(replies.at(head), StartsWith("HTTP/1.1 200 OK\r\n"));
+    }
+    EXPECT_EQ(ends_, 0);
 }
 
 TEST_F(OneTimeAddressTest, OtherRequestsGetNothingAndHaveNoEffect) {
@@ -201,7 +285,8 @@ TEST_F(OneTimeAddressTest, OtherRequestsGetNothingAndHaveNoEffect) {
         "GET " + path() + "0 HTTP/1.1\r\n" + hostLine,
         "GET " + path() + "?x HTTP/1.1\r\n" + hostLine,
         "GET  HTTP/1.1\r\n" + hostLine,
-        "HEAD " + path() + " HTTP/1.1\r\n" + hostLine,
+        "HEAD " + path() + "0 HTTP/1.1\r\n" + hostLine,
+        "HEAD " + path() + " HTTP/1.1\r\n" + hostLine + "Sec-Fetch-Site: cross-site\r\n",
         "POST " + path() + " HTTP/1.1\r\n" + hostLine,
         "OPTIONS " + path() + " HTTP/1.1\r\n" + hostLine,
         "GET " + path() + "\r\n" + hostLine,
@@ -323,47 +408,90 @@ TEST_F(OneTimeAddressTest, ClosesItsPortWhenDestroyed) {
     EXPECT_FALSE(clock_.untilNextTimer());
 }
 
-TEST_F(OneTimeAddressTest, MayBeDestroyedWhenItEnds) {
-    address_ = std::make_unique<OneTimeAddress>(page, clock_, log_, [this](End end) {
-        address_.reset();
-        ends_.push_back(std::move(end));
-    });
-    const std::string address = url();
-    ASSERT_TRUE(isRedirected());
-    EXPECT_THAT(LoopbackClient::visit(address), StartsWith("HTTP/1.1 410 "));
-    EXPECT_TRUE(waitUntil([this] { return !ends_.empty(); }));
-}
-
-TEST_F(OneTimeAddressTest, AFailureToAcceptEndsItBeforeItsUse) {
-    std::string failure;
-    std::string reply = "none";
-    withFailingCall(SYS_accept4, EMFILE, [&] {
+TEST(OneTimeAddressEndTest, MayDestroyIt) {
+    bool hasEnded = false;
+    withFailingCall(SYS_sendmsg, EPERM, [&hasEnded] {
         const QEventLoop prepareThread;
         ManualClock clock;
         RecordingLogStore log;
-        const OneTimeAddress address(page, clock, log, [&failure](const End& end) {
-            failure += std::get<tavrin::PlatformError>(end).what();
+        std::unique_ptr<OneTimeAddress> address;
+        address = std::make_unique<OneTimeAddress>(page, clock, log, [&] {
+            address.reset();
+            hasEnded = true;
         });
-        LoopbackClient client(address.url());
-        reply = client.reply();
-        processEvents();
+        const std::string url = address->url();
+        EXPECT_EQ(LoopbackClient::location(LoopbackClient::visit(url)), page);
+        EXPECT_THAT(LoopbackClient::visit(url), StartsWith("HTTP/1.1 410 "));
+        EXPECT_TRUE(waitUntil([&hasEnded] { return hasEnded; }));
     });
-    EXPECT_EQ(failure, "The browser could not be answered: Too many open files");
-    EXPECT_EQ(reply, "");
+    EXPECT_TRUE(hasEnded);
 }
 
-TEST_F(OneTimeAddressTest, AfterItsUseASystemErrorOnlyClosesIt) {
+TEST_F(OneTimeAddressTest, ATemporaryFailureToAcceptHasNoEffect) {
+    for (const int error : {ECONNABORTED, EINTR, EAGAIN}) {
+        int ends = 0;
+        RecordingLogStore log;
+        withFailingCall(SYS_accept4, error, [&] {
+            const QEventLoop prepareThread;
+            ManualClock clock;
+            const OneTimeAddress address(page, clock, log, [&ends] { ++ends; });
+            const LoopbackClient client(address.url());
+            processEvents();
+            EXPECT_FALSE(clock.untilNextTimer()) << error;
+        });
+        EXPECT_EQ(ends, 0) << error;
+        EXPECT_THAT(log.lines(), IsEmpty()) << error;
+    }
+}
+
+TEST_F(OneTimeAddressTest, AfterAFailureToAcceptTheBrowserWaitsAndIsServed) {
+    for (const bool isUsed : {false, true}) {
+        const std::size_t threads = threadCount();
+        open();
+        // The address's thread needs a descriptor.
+        ASSERT_TRUE(waitUntil([threads] { return threadCount() == threads; }));
+        if (isUsed) {
+            ASSERT_TRUE(isRedirected());
+            processEvents();
+        }
+        // The sanitizer needs a descriptor when it sees a type for the first time.
+        EXPECT_EQ(tavrin::PlatformError::fromErrno(EMFILE, "seen").code(), EMFILE);
+        LoopbackClient client(url());
+        client.send(LoopbackClient::browserRequest(url()));
+        {
+            const DescriptorLimit limit(nextDescriptor());
+            for (int attempt = 0; attempt < 3; ++attempt) {
+                processEvents();
+                clock_.advance(OneTimeAddress::acceptPause);
+            }
+            EXPECT_FALSE(client.isClosed());
+        }
+        processEvents();
+        clock_.advance(OneTimeAddress::acceptPause);
+        EXPECT_EQ(LoopbackClient::location(client.reply()), page);
+        expectNoEnd();
+        ASSERT_THAT(log_.lines(), SizeIs(isUsed ? 2 : 1));
+        EXPECT_EQ(
+            log_.lines().back().message,
+            "the browser must wait for the sign-in page: Too many open files");
+    }
+}
+
+TEST_F(OneTimeAddressTest, AConnectionThatTheOtherEndClosedIsLoggedOnce) {
     open();
-    ASSERT_TRUE(isRedirected());
-    processEvents();
-    // The sanitizer needs a descriptor when it sees a type for the first time.
-    const End seen = tavrin::PlatformError::fromErrno(EMFILE, "seen");
-    LoopbackClient client(url());
-    {
-        const DescriptorLimit limit(nextDescriptor());
+    for (int i = 0; i < 3; ++i) {
+        const LoopbackClient client(url());
+        client.send(LoopbackClient::browserRequest(url()));
+        client.stopSending();
         processEvents();
     }
-    EXPECT_EQ(client.reply(), "");
+    EXPECT_FALSE(address_->isUsed());
+    ASSERT_THAT(log_.lines(), SizeIs(1));
+    EXPECT_EQ(
+        log_.lines().front().message,
+        "a program closed its connection to the sign-in page before its account was known, and "
+        "got nothing");
+    EXPECT_TRUE(isRedirected());
     expectNoEnd();
 }
 
@@ -381,15 +509,15 @@ TEST_F(OneTimeAddressTest, ASystemWithoutSocketsIsReported) {
 
 TEST_F(OneTimeAddressAsRootTest, AnotherAccountGetsNothingAndIsLoggedOnce) {
     for (int i = 0; i < 3; ++i) {
-        LoopbackClient stranger(url(), nobody);
-        stranger.send(LoopbackClient::browserRequest(url()));
-        EXPECT_EQ(stranger.reply(), "");
+        LoopbackClient other(url(), nobody);
+        other.send(LoopbackClient::browserRequest(url()));
+        EXPECT_EQ(other.reply(), "");
     }
     EXPECT_FALSE(address_->isUsed());
     EXPECT_TRUE(isRedirected());
-    LoopbackClient stranger(url(), nobody);
-    stranger.send(LoopbackClient::browserRequest(url()));
-    EXPECT_EQ(stranger.reply(), "");
+    LoopbackClient other(url(), nobody);
+    other.send(LoopbackClient::browserRequest(url()));
+    EXPECT_EQ(other.reply(), "");
     expectNoEnd();
     ASSERT_THAT(log_.lines(), SizeIs(1));
     EXPECT_EQ(
@@ -398,9 +526,9 @@ TEST_F(OneTimeAddressAsRootTest, AnotherAccountGetsNothingAndIsLoggedOnce) {
 }
 
 TEST_F(OneTimeAddressAsRootTest, ConnectionsOfAnotherAccountDoNotKeepTheBrowserOut) {
-    std::list<LoopbackClient> strangers;
+    std::list<LoopbackClient> others;
     for (std::size_t i = 0; i < 3 * OneTimeAddress::maximumConnections; ++i) {
-        strangers.emplace_back(url(), nobody);
+        others.emplace_back(url(), nobody);
     }
     EXPECT_TRUE(isRedirected());
 }
@@ -415,19 +543,45 @@ TEST(LoopbackPeerTest, FindsTheOwnerOfAnOpenConnection) {
 }
 
 TEST(LoopbackPeerTest, AConnectionThatIsNotThereHasNoOwner) {
-    EXPECT_EQ(loopbackPeer(1, 2), std::nullopt);
+    const tavrin::FileDescriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const std::uint16_t ownPort = listenOnLoopback(listener.get());
+    EXPECT_EQ(loopbackPeer(1, ownPort), std::nullopt);
+    // A socket that listens at the peer's port is not the connection.
+    const tavrin::FileDescriptor other(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    EXPECT_EQ(loopbackPeer(listenOnLoopback(other.get()), ownPort), std::nullopt);
 }
 
-TEST(LoopbackPeerTest, ATableThatCannotBeReadIsReported) {
-    std::string failure;
-    withFailingCall(SYS_openat, EACCES, [&failure] {
-        try {
-            static_cast<void>(loopbackPeer(1, 2));
-        } catch (const tavrin::PlatformError& error) {
-            failure = error.what();
-        }
-    });
-    EXPECT_EQ(failure, "/proc/net/tcp: Permission denied");
+TEST(LoopbackPeerTest, ReadsNoFileOfTheSystem) {
+    const tavrin::FileDescriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const std::uint16_t ownPort = listenOnLoopback(listener.get());
+    const LoopbackClient client(fmt::format("http://127.0.0.1:{}/", ownPort));
+    std::optional<uid_t> owner;
+    withFailingCall(SYS_openat, EACCES, [&] { owner = loopbackPeer(client.port(), ownPort); });
+    EXPECT_EQ(owner, geteuid());
+}
+
+TEST(LoopbackPeerTest, AKernelThatDoesNotAnswerIsReported) {
+    const auto failure = [](int call, int error) {
+        std::string text;
+        withFailingCall(call, error, [&text] {
+            try {
+                static_cast<void>(loopbackPeer(1, 2));
+            } catch (const tavrin::PlatformError& thrown) {
+                text = thrown.what();
+            }
+        });
+        return text;
+    };
+    EXPECT_EQ(
+        failure(SYS_socket, EPROTONOSUPPORT),
+        "The account of a connection could not be determined: Protocol not supported");
+    EXPECT_EQ(
+        failure(SYS_sendmsg, EPERM),
+        "The account of a connection could not be determined: Operation not permitted");
+    // As on a kernel without this service, the own socket is not found either.
+    EXPECT_EQ(
+        failure(-1, 0),
+        "The account of a connection could not be determined: Operation not supported");
 }
 
 } // namespace orvel::test
