@@ -120,8 +120,8 @@ public:
         identities_.setUserDisabled(uid, isDisabled);
     }
 
-    /// Writes a folder for `ORVEL_AGENT_BUNDLE`, so that an agent talks to this service. Call it
-    /// after the first start. Throws `ServiceError`.
+    /// Writes a folder for `ORVEL_AGENT_BUNDLE`, so that a program without a bundle of its own
+    /// talks to this service. Call it after the first start. Throws `ServiceError`.
     void writeBundle(const std::filesystem::path& folder) const;
 
     /// With option `port` 0, this is 0 until the first start.

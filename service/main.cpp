@@ -115,8 +115,9 @@ void declare(CLI::App& app, Arguments& arguments) {
     app.add_option(
            "--bundle-out",
            arguments.bundle,
-           "Write an Info.plist here; an agent of a build folder, started with "
-           "ORVEL_AGENT_BUNDLE=DIRECTORY, talks to this service")
+           "Write an Info.plist here; a program of a build folder that is not in an application "
+           "bundle, started with ORVEL_AGENT_BUNDLE=DIRECTORY, talks to this service; an "
+           "installed agent and a macOS application use their own Info.plist")
         ->type_name("DIRECTORY");
     auto* updates =
         app.add_option(

@@ -16,6 +16,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
+#include <string>
 #include <system_error>
 #include <vector>
 
@@ -404,6 +406,13 @@ TEST_F(ProgramTest, PrintsItsHelp) {
     const auto help = program.output.rest();
     EXPECT_THAT(help, HasSubstr("POST /control/faults"));
     EXPECT_THAT(help, HasSubstr(tavrin::TokenVariable::advice));
+    // The help breaks lines.
+    std::string onOneLine;
+    std::istringstream words(help);
+    for (std::string word; words >> word;) {
+        onOneLine += word + ' ';
+    }
+    EXPECT_THAT(onOneLine, HasSubstr("a macOS application use their own Info.plist "));
 }
 
 } // namespace
