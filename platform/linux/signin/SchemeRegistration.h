@@ -30,7 +30,9 @@ public:
 
     /// The program to register: the callback program, or the AppImage that contains it. An AppImage
     /// passes the URL on (`passOnCallback`). Its mount point is unsuitable: after its end, any user
-    /// can create the folder again, with another program.
+    /// can create the folder again, with another program. An AppImage that was extracted is a
+    /// folder like any other: it runs without the variable "APPIMAGE", so its callback program is
+    /// registered.
     [[nodiscard]] static std::filesystem::path program(const ProgramTraces& traces);
 
     SchemeRegistration(std::filesystem::path program, Clock& clock, LogStore& logStore);

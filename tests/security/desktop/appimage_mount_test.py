@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""Attacks a user of the AppImage: another user creates the mount point again, with a program.
+"""Attacks a user of the AppImage: another user creates the mount point again, with a program. Also
+checks that an AppImage that was extracted is registered like any other folder.
 
 usage: appimage_mount_test.py ORVEL-SCAN ORVEL-AGENT-CALLBACK RESOURCES
 
@@ -68,18 +69,22 @@ class AppImageMountTest(unittest.TestCase):
         self.addCleanup(mark.close)
         return mark
 
-    def sign_in(self):
+    def sign_in(self, folder=None, image=None):
         """Starts a sign-in from the mount point, and ends it when the browser has opened."""
-        programs = os.path.join(self.mount, "usr", "bin")
+        folder = folder or self.mount
+        programs = os.path.join(folder, "usr", "bin")
         os.makedirs(programs)
         shutil.copy(SCAN, programs)
         shutil.copy(CALLBACK, programs)
-        shutil.copytree(RESOURCES, os.path.join(self.mount, "usr", "share", "orvel-agent"))
+        shutil.copytree(RESOURCES, os.path.join(folder, "usr", "share", "orvel-agent"))
         desktop = os.path.join(self.folder, "desktop")
         write_program(os.path.join(desktop, "xdg-open"),
                       f'#!/bin/sh\necho opened >"{self.browser.path}"\n')
-        environment = {**os.environ, "APPIMAGE": self.image, "APPDIR": self.mount,
+        environment = {**os.environ, "APPDIR": folder,
                        "PATH": desktop + os.pathsep + os.environ["PATH"]}
+        environment.pop("APPIMAGE", None)
+        if image:
+            environment["APPIMAGE"] = image
         with open(os.path.join(self.folder, "log"), "w+", encoding="utf-8") as log:
             process = subprocess.Popen([os.path.join(programs, os.path.basename(SCAN)), "--sign-in"],
                                        stdin=subprocess.DEVNULL, stdout=log,
@@ -89,6 +94,9 @@ class AppImageMountTest(unittest.TestCase):
             process.wait(timeout=LIMIT)
             log.seek(0)
             self.assertTrue(has_opened, log.read())
+
+    def sign_in_and_unmount(self):
+        self.sign_in(image=self.image)
         shutil.rmtree(self.mount)
 
     def create_mount_again(self):
@@ -100,7 +108,7 @@ class AppImageMountTest(unittest.TestCase):
                     os.chown(path, OTHER_USER, OTHER_USER)
 
     def test_the_program_of_another_user_is_not_started(self):
-        self.sign_in()
+        self.sign_in_and_unmount()
         with open(ENTRY, encoding="utf-8") as file:
             entry = file.read()
         self.assertNotIn(".mount_", entry)
@@ -118,12 +126,27 @@ class AppImageMountTest(unittest.TestCase):
             file.write("[Desktop Entry]\nType=Application\nName=Orvel Agent\n"
                        f"TryExec={program}\nExec={program} %u\nNoDisplay=true\n"
                        "MimeType=x-scheme-handler/orvelagent;\n")
-        self.sign_in()
+        self.sign_in_and_unmount()
         self.create_mount_again()
         subprocess.run(["gio", "launch", ENTRY, URL], check=True, timeout=LIMIT)
         received = self.own.wait()
         self.assertFalse(os.path.exists(self.theirs), "the other user's program was started")
         self.assertEqual(received, URL)
+
+    def test_an_extracted_image_is_registered_as_a_folder(self):
+        # Its start script sets APPDIR, but there is no file for APPIMAGE.
+        folder = os.path.join(self.folder, "squashfs-root")
+        self.sign_in(folder)
+        program = os.path.join(folder, "usr", "bin", os.path.basename(CALLBACK))
+        with open(ENTRY, encoding="utf-8") as file:
+            self.assertIn(f"\nTryExec={program}\nExec={program} %u\n", file.read())
+        refused = subprocess.run(["gio", "launch", ENTRY, URL], stderr=subprocess.PIPE, text=True,
+                                 timeout=LIMIT)
+        self.assertIn("No Orvel Agent is waiting for a sign-in.", refused.stderr)
+        os.remove(program)
+        write_program(program, f'#!/bin/sh\nprintf %s "$1" >"{self.own.path}"\n')
+        subprocess.run(["gio", "launch", ENTRY, URL], check=True, timeout=LIMIT)
+        self.assertEqual(self.own.wait(), URL)
 
 
 if __name__ == "__main__":
