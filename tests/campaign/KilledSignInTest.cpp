@@ -58,7 +58,7 @@ public:
                 checkSession();
                 after = home_.account();
                 if (after != intended) {
-                    find("the session is that of " + after.value_or("nobody"));
+                    find("the session is that of " + after.value_or("no account"));
                 }
             } else if (after != intended && (isConfirmed || after != before)) {
                 find(fmt::format(

@@ -183,14 +183,13 @@ TEST_F(EndToEndTest, OnlyThreadsWithKnownContactsAreSent) {
     {
         test::MessagesDatabaseBuilder database(home_.database());
         const auto known = database.addHandle("+1 (415) 555-0134");
-        const auto stranger = database.addHandle("+14155550199");
+        const auto unknown = database.addHandle("+14155550199");
         const auto knownChat =
-            database.addChat({.guid = "known", .participants = {known, stranger}});
-        const auto strangerChat =
-            database.addChat({.guid = "stranger", .participants = {stranger}});
+            database.addChat({.guid = "known", .participants = {known, unknown}});
+        const auto unknownChat = database.addChat({.guid = "unknown", .participants = {unknown}});
         database.addMessage({.guid = "in-scope", .text = "yes", .chats = {knownChat}});
         database.addMessage(
-            {.guid = "out-of-scope", .text = "never-to-be-sent", .chats = {strangerChat}});
+            {.guid = "out-of-scope", .text = "never-to-be-sent", .chats = {unknownChat}});
     }
     const auto run = home_.scan({"--scope", "knownContactsOnly"});
     EXPECT_EQ(run.status, 0) << run.errors;

@@ -111,7 +111,7 @@ public:
     }
 
 private:
-    static constexpr std::size_t chatOfStranger = 2;
+    static constexpr std::size_t chatOfUnknown = 2;
     static constexpr std::array<const char*, 3> handles = {
         "+14155550134", "ada@example.com", "+14155550199"};
     /// The database is rebuilt only after so many rows.
@@ -262,7 +262,7 @@ private:
         std::vector<std::int64_t> rowIDs;
         for (const std::size_t chat : chats) {
             rowIDs.push_back(chats_.at(chat));
-            (chat == chatOfStranger ? ofStranger_ : owed_).insert(inChat(guid, handles.at(chat)));
+            (chat == chatOfUnknown ? ofUnknown_ : owed_).insert(inChat(guid, handles.at(chat)));
         }
         rows_ = database_.addMessage({.guid = guid, .text = "text", .chats = rowIDs});
     }
@@ -287,7 +287,7 @@ private:
             database_.execute("DELETE FROM sqlite_sequence WHERE name = 'message'");
         });
         owed_.clear();
-        ofStranger_.clear();
+        ofUnknown_.clear();
         rows_ = 0;
         rowLimit_ = progress - 1;
         addMessages(static_cast<std::size_t>(pick(3)), 1 + pick(20));
@@ -667,8 +667,8 @@ private:
             violate(guid + " was sent with its text");
         }
         if (model_->scope() == ThreadScope::KnownContactsOnly &&
-            record.at("chatGUID").as_string() == handles.at(chatOfStranger)) {
-            violate(guid + " of a stranger was sent");
+            record.at("chatGUID").as_string() == handles.at(chatOfUnknown)) {
+            violate(guid + " of an unknown contact was sent");
         }
         const WatermarkStore progress(with_.userDefaults);
         const std::int64_t row = record.at("rowID").as_int64();
@@ -691,8 +691,8 @@ private:
         }
         model_->collector().setPaused(false);
         runTask(model_->auth().restored());
-        const bool wantsStrangers = flip();
-        if (wantsStrangers) {
+        const bool wantsUnknown = flip();
+        if (wantsUnknown) {
             note("all threads");
             model_->setScope(ThreadScope::AllThreads);
             // Also while a run with the earlier choice is being prepared.
@@ -708,8 +708,8 @@ private:
         }
         const int account = signInOf(stored->second, "refresh-").value().account;
         lookForMissing(owed_, account);
-        if (wantsStrangers) {
-            lookForMissing(ofStranger_, account);
+        if (wantsUnknown) {
+            lookForMissing(ofUnknown_, account);
         }
     }
 
@@ -772,7 +772,7 @@ private:
     std::optional<std::int64_t> rowLimit_;
     /// The messages in their chats, as `inChat`. These are in scope with every choice.
     std::set<std::string> owed_;
-    std::set<std::string> ofStranger_;
+    std::set<std::string> ofUnknown_;
     /// By account.
     std::map<int, std::set<std::string>> received_;
     /// By path.

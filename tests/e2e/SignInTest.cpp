@@ -217,15 +217,15 @@ TEST_F(SignInTest, ACodeOfAnotherSignInIsRefused) {
     EXPECT_TRUE(keychain_.items.empty());
 }
 
-// A stranger signs in with a challenge of its own, and makes the browser of the user deliver the
+// An attacker signs in with a challenge of its own, and makes the browser of the user deliver the
 // code while a sign-in waits.
-TEST_F(SignInTest, ACodeOfAStrangersAccountSignsNoOneIn) {
-    const service::Account stranger = service::sampleAccounts().at(1);
+TEST_F(SignInTest, ACodeOfAnotherAccountSignsNoOneIn) {
+    const service::Account other = service::sampleAccounts().at(1);
     const std::string challenge = SignInVerifier::challenge(SignInVerifier::makeVerifier());
     browser_.isOpenToAnyPage = true;
     browser_.user = [&](const Browser::Page&) {
         return Browser::Outcome(
-            "orvelagent://callback?code=" + service_->mintCode(challenge, stranger.uid));
+            "orvelagent://callback?code=" + service_->mintCode(challenge, other.uid));
     };
     runTask(auth_->signIn());
     EXPECT_FALSE(auth_->isSignedIn());
