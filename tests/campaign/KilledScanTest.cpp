@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Scans that are killed at random calls and continued by the next scan.
-#include "tests/campaign/UnfinishedSettings.h"
 #include "tests/e2e/ScanHome.h"
 #include "tests/support/Campaign.h"
 #include "tests/support/linux/KillAtCall.h"
@@ -119,8 +118,7 @@ private:
         const std::set<std::string> known{"state.conf", "state.conf.inuse"};
         for (const auto& entry : std::filesystem::directory_iterator(home_.state().parent_path())) {
             const std::string name = entry.path().filename();
-            if (name.starts_with("state") && !known.contains(name) &&
-                !mayStayBehind(name, "state.conf")) {
+            if (name.starts_with("state") && !known.contains(name)) {
                 find("left behind beside the progress: " + name);
             }
         }

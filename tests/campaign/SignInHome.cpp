@@ -2,7 +2,6 @@
 #include "tests/campaign/SignInHome.h"
 
 #include "OrvelAgent/network/QueryItems.h"
-#include "tests/campaign/UnfinishedSettings.h"
 #include "tests/platform/linux/signin/SignInBusCalls.h"
 #include "tests/support/WaitUntil.h"
 
@@ -155,7 +154,7 @@ std::vector<std::string> SignInHome::leftovers() const {
              std::filesystem::recursive_directory_iterator(directory_ / folder)) {
             const std::string name = entry.path().filename();
             if (entry.is_regular_file() && !name.ends_with(".desktop") && name != "defaults.conf" &&
-                !name.ends_with(".inuse") && !mayStayBehind(name, "defaults.conf")) {
+                !name.ends_with(".inuse")) {
                 names.push_back(name);
             }
         }

@@ -10,7 +10,6 @@
 
 #include <QByteArray>
 #include <QFileDevice>
-#include <QLockFile>
 #include <QSettings>
 #include <QStandardPaths>
 #include <QString>
@@ -98,17 +97,67 @@ bool isLockedByOthers(const FileDescriptor& file) {
     return flock(file.get(), LOCK_EX | LOCK_NB) != 0;
 }
 
+std::chrono::nanoseconds changeTime(const struct stat& file) {
+    return std::chrono::seconds(file.st_mtim.tv_sec) +
+           std::chrono::nanoseconds(file.st_mtim.tv_nsec);
+}
+
 bool isNew(const struct stat& file) {
-    const auto changed = std::chrono::system_clock::from_time_t(file.st_mtim.tv_sec) +
-                         std::chrono::nanoseconds(file.st_mtim.tv_nsec);
-    const auto now = std::chrono::system_clock::now();
+    const std::chrono::nanoseconds changed = changeTime(file);
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
     return changed <= now && now - changed < timeToLock;
 }
 
-/// Removes the lock file of a killed process. QSettings would wait 30 seconds for a process that
-/// was killed before it wrote its id into the file, or whose id another process has now. A running
-/// process also holds a lock of the system on the file.
-void removeAbandonedLock(const std::filesystem::path& path) {
+/// Whether QSettings may have given this name to a new file, which it then renames: the name of the
+/// settings file, a dot and six letters.
+bool mayBeNewFile(std::string_view name, const std::string& settings) {
+    constexpr std::size_t letters = 6;
+    if (name.size() != settings.size() + 1 + letters || !name.starts_with(settings + '.')) {
+        return false;
+    }
+    name.remove_prefix(settings.size() + 1);
+    return std::ranges::all_of(name, [](char letter) {
+        return (letter >= 'A' && letter <= 'Z') || (letter >= 'a' && letter <= 'z');
+    });
+}
+
+/// Whether the killed process that left this lock file also made the file. The user could have
+/// chosen its name, so its owner, its mode and its time must also be those of such a file.
+bool isUnfinishedFile(const std::filesystem::path& file, const struct stat& lock) {
+    constexpr std::chrono::minutes longestWrite(1);
+    struct stat status {};
+    if (lstat(file.c_str(), &status) != 0) {
+        return false;
+    }
+    const auto afterLock = changeTime(status) - changeTime(lock);
+    return S_ISREG(status.st_mode) && (status.st_mode & ALLPERMS) == (S_IRUSR | S_IWUSR) &&
+           status.st_nlink == 1 && status.st_uid == geteuid() && status.st_uid == lock.st_uid &&
+           afterLock >= afterLock.zero() && afterLock <= longestWrite;
+}
+
+/// Removes the new files of the killed process that left this lock file.
+void removeUnfinishedFiles(const std::filesystem::path& settings, const struct stat& lock) {
+    std::vector<std::filesystem::path> unfinished;
+    std::error_code error;
+    for (std::filesystem::directory_iterator entry(settings.parent_path(), error), end;
+         !error && entry != end;
+         entry.increment(error)) {
+        if (mayBeNewFile(entry->path().filename().native(), settings.filename()) &&
+            isUnfinishedFile(entry->path(), lock)) {
+            unfinished.push_back(entry->path());
+        }
+    }
+    for (const std::filesystem::path& path : unfinished) {
+        std::filesystem::remove(path, error);
+    }
+}
+
+/// Removes what a process left that was killed during a write: its new file and its lock file.
+/// QSettings would wait 30 seconds for a process that was killed before it wrote its id into the
+/// lock file, or whose id another process has now. A running process also holds a lock of the
+/// system on the file.
+void removeAbandonedFiles(const std::filesystem::path& settings) {
+    const std::filesystem::path path = lockOf(settings);
     const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     struct stat opened {};
     if (!file.isOpen() || fstat(file.get(), &opened) != 0 || !S_ISREG(opened.st_mode)) {
@@ -128,47 +177,9 @@ void removeAbandonedLock(const std::filesystem::path& path) {
         }
     }
     if (!isLockedByOthers(file) && isStillThere()) {
+        // While the lock file exists, no process writes. Without it, the new files would stay.
+        removeUnfinishedFiles(settings, opened);
         unlink(path.c_str());
-    }
-}
-
-/// Whether QSettings may have given this name to a new file, which it then renames: the name of the
-/// settings file, a dot and six letters. A name in mixed case is hardly one that the user chose.
-bool isUnfinishedFile(std::string_view name, const std::string& settings) {
-    constexpr std::size_t letters = 6;
-    if (name.size() != settings.size() + 1 + letters || !name.starts_with(settings + '.')) {
-        return false;
-    }
-    name.remove_prefix(settings.size() + 1);
-    const auto isUpper = [](char letter) {
-        return letter >= 'A' && letter <= 'Z';
-    };
-    const auto isLower = [](char letter) {
-        return letter >= 'a' && letter <= 'z';
-    };
-    return std::ranges::all_of(
-               name, [&](char letter) { return isUpper(letter) || isLower(letter); }) &&
-           std::any_of(name.begin() + 1, name.end(), isUpper) && std::ranges::any_of(name, isLower);
-}
-
-/// Removes the new files of processes that were killed before they renamed them.
-void removeUnfinishedFiles(const std::filesystem::path& file) {
-    // Meanwhile no other process writes.
-    QLockFile lock(qString(lockOf(file)));
-    if (!lock.tryLock(0)) {
-        return;
-    }
-    std::vector<std::filesystem::path> unfinished;
-    std::error_code error;
-    for (std::filesystem::directory_iterator entry(file.parent_path(), error), end;
-         !error && entry != end;
-         entry.increment(error)) {
-        if (isUnfinishedFile(entry->path().filename().native(), file.filename())) {
-            unfinished.push_back(entry->path());
-        }
-    }
-    for (const std::filesystem::path& path : unfinished) {
-        std::filesystem::remove(path, error);
     }
 }
 
@@ -259,10 +270,7 @@ void SettingsUserDefaults::remove(std::string_view key) {
 void SettingsUserDefaults::write(std::string_view key, const std::optional<Value>& value) {
     const std::lock_guard writeLock(writeMutex_);
     makePrivate(file_);
-    removeAbandonedLock(lockOf(file_));
-    if (!std::exchange(hasRemovedUnfinishedFiles_, true)) {
-        removeUnfinishedFiles(file_);
-    }
+    removeAbandonedFiles(file_);
     const QString qKey = QString::fromUtf8(key.data(), static_cast<qsizetype>(key.size()));
     QSettings settings(qString(file_), lineFormat());
     const auto set = [&settings, &qKey](const QVariant& stored) {

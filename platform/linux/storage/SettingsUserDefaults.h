@@ -49,7 +49,6 @@ private:
     std::filesystem::path file_;
     /// Held while a write reaches the disk. Locked before `valuesMutex_`.
     std::mutex writeMutex_;
-    bool hasRemovedUnfinishedFiles_ = false;
     mutable std::mutex valuesMutex_;
     /// The last content read or written.
     std::map<std::string, Value, std::less<>> values_;

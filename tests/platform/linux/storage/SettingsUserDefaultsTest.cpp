@@ -352,20 +352,47 @@ TEST_F(SettingsUserDefaultsTest, AWriteWaitsForTheLockOfARunningProcess) {
 }
 
 TEST_F(SettingsUserDefaultsTest, RemovesTheUnfinishedFilesOfKilledProcesses) {
+    using std::chrono::seconds;
     SettingsUserDefaults(file_).set("k", 1);
+    const auto killed = std::filesystem::file_time_type::clock::now() - seconds(600);
+    const auto leave = [&](const std::string& name, seconds afterLock, mode_t mode = 0600) {
+        const auto path = file_.parent_path() / name;
+        std::ofstream(path) << "k=2\n";
+        ASSERT_EQ(chmod(path.c_str(), mode), 0);
+        std::filesystem::last_write_time(path, killed + afterLock);
+    };
+    leave("defaults.conf.lock", seconds(0));
+    leave("defaults.conf.aBcdEf", seconds(0));
+    leave("defaults.conf.backup", seconds(60));
     const std::vector<std::string> kept{
-        "defaults.conf",
-        "defaults.conf.Backup",
-        "defaults.conf.backup",
-        "defaults.conf.inuse",
+        "defaults.conf.BackUp",
+        "defaults.conf.oldOne",
+        "defaults.conf.shareD",
+        "defaults.conf.linKed",
+        "other.conf.linKed",
         "defaults.conf.old1Ab",
-        "other.conf.aBcdEf"};
-    for (const std::string& name : kept) {
-        std::ofstream(file_.parent_path() / name, std::ios::app);
+        "defaults.conf.inuse",
+        "other.conf.aBcdEf",
+        "defaults.conf"};
+    leave(kept[0], seconds(61));
+    leave(kept[1], seconds(-1));
+    leave(kept[2], seconds(0), 0640);
+    leave(kept[3], seconds(0));
+    std::filesystem::create_hard_link(file_.parent_path() / kept[3], file_.parent_path() / kept[4]);
+    for (const int other : {5, 6, 7}) {
+        leave(kept.at(other), seconds(0));
     }
-    std::ofstream(file_.string() + ".aBcdEf");
     SettingsUserDefaults(file_).set("k", 2);
     EXPECT_THAT(fileNames(), testing::UnorderedElementsAreArray(kept));
+}
+
+TEST_F(SettingsUserDefaultsTest, RemovesNoFileOfTheUserIfNoProcessWasKilled) {
+    SettingsUserDefaults(file_).set("k", 1);
+    const std::string copy = file_.string() + ".BackUp";
+    std::filesystem::copy_file(file_, copy);
+    ASSERT_EQ(chmod(copy.c_str(), 0600), 0);
+    SettingsUserDefaults(file_).set("k", 2);
+    EXPECT_TRUE(std::filesystem::exists(copy));
 }
 
 TEST_F(SettingsUserDefaultsTest, KeepsTheWritesOfSeveralThreads) {
