@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "service/support/PrivateFile.h"
 
+#include "core/WriteAccess.h"
 #include "service/support/ServiceError.h"
 
 #include <fcntl.h>
@@ -92,9 +93,13 @@ void makePrivateDirectory(const std::filesystem::path& directory) {
     if (stat(directory.c_str(), &status) != 0) {
         fail(directory);
     }
-    const bool isOwn = status.st_uid == geteuid() || status.st_uid == 0;
-    if (!isOwn || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
-        refuse(directory, "other users may change its files");
+    if (tavrin::canOthersWrite(status)) {
+        const bool isForGroupOnly =
+            status.st_uid == geteuid() && (status.st_mode & (S_IWGRP | S_IWOTH)) == S_IWGRP;
+        refuse(
+            directory,
+            isForGroupOnly ? "its group may change its files; remove that right with chmod g-w"
+                           : "other users may change its files");
     }
 }
 

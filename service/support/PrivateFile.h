@@ -29,7 +29,7 @@ private:
 void replacePrivateFile(const std::filesystem::path& file, std::string_view content);
 
 /// Creates the directory and its parents. Only the owner can enter a new directory. Throws
-/// `ServiceError`, also if other users may change the files of an existing directory.
+/// `ServiceError`, also if other users may write to an existing directory (`canOthersWrite`).
 void makePrivateDirectory(const std::filesystem::path& directory);
 
 } // namespace orvel::service

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/signin/SchemeRegistration.h"
 
+#include "core/WriteAccess.h"
 #include "platform/linux/signin/SignInDesktopEntry.h"
 #include "platform/linux/support/DesktopEntry.h"
 #include "platform/linux/support/DesktopProgram.h"
@@ -13,7 +14,6 @@
 #include <fmt/format.h>
 #include <glib.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <utility>
@@ -33,11 +33,11 @@ std::string entryFor(const std::string& program) {
         signInDesktopEntry, desktopEntryValue(program), desktopEntryCommand(program));
 }
 
-/// Whether only the user and root can have written the file.
+/// Whether the file's owner and mode let only the user and root write to it. Its folder is not
+/// examined: another user who can write there could also put an entry of another name in effect.
 bool isTrusted(const std::string& file) {
     struct stat status {};
-    return stat(file.c_str(), &status) == 0 && (status.st_uid == geteuid() || status.st_uid == 0) &&
-           (status.st_mode & S_IWOTH) == 0;
+    return stat(file.c_str(), &status) == 0 && !tavrin::canOthersWrite(status);
 }
 
 /// Whether the entry in effect, the user's or the system's, starts exactly this program.

@@ -18,9 +18,10 @@ namespace orvel {
 /// Makes the desktop start `orvel-agent-callback` for URLs of the scheme "orvelagent".
 ///
 /// An installed agent has a desktop entry for the scheme. Unless the entry in effect names exactly
-/// this agent's program, and belongs to the user or to root, writes an entry for the current user
-/// and makes it the scheme's default. Failures are logged under "auth"; sign-in continues, because
-/// the browser may still ask the user which program to start.
+/// this agent's program, belongs to the user or to root, and cannot be written by other users
+/// (`canOthersWrite`), writes an entry for the current user and makes it the scheme's default.
+/// Failures are logged under "auth"; sign-in continues, because the browser may still ask the user
+/// which program to start.
 ///
 /// Main thread; never blocks it. Borrows the clock and the log store.
 class SchemeRegistration final {

@@ -3,6 +3,7 @@
 
 #include "core/Errors.h"
 #include "core/Text.h"
+#include "core/WriteAccess.h"
 #include "platform/linux/support/ReadFile.h"
 
 #include <QByteArray>
@@ -39,7 +40,7 @@ void removeUnlessOurs(const std::filesystem::path& file) {
     }
     const bool isOurs = S_ISREG(status.st_mode) && status.st_uid == geteuid() &&
                         (status.st_mode & S_IRUSR) != 0 && (status.st_mode & S_IWUSR) != 0 &&
-                        (status.st_mode & S_IWOTH) == 0;
+                        !tavrin::canOthersWrite(status);
     if (!isOurs) {
         std::error_code error;
         std::filesystem::remove(file, error);

@@ -2,6 +2,7 @@
 #include "platform/linux/update/StagedUpdate.h"
 
 #include "core/Errors.h"
+#include "core/WriteAccess.h"
 #include "platform/linux/support/ReadFile.h"
 #include "platform/linux/update/UpdateError.h"
 
@@ -114,16 +115,7 @@ bool StagedUpdate::canOthersReplaceFiles() const {
     if (fstat(folder_.get(), &status) != 0) {
         throw couldNotStore(errno);
     }
-    if (status.st_uid != geteuid() && status.st_uid != 0) {
-        return true;
-    }
-    // Where only its owner may rename or remove a file.
-    if ((status.st_mode & S_ISVTX) != 0) {
-        return false;
-    }
-    // On many systems each user has a group without other members.
-    const mode_t others = status.st_gid == getegid() ? S_IWOTH : S_IWOTH | S_IWGRP;
-    return (status.st_mode & others) != 0;
+    return tavrin::canOthersReplaceFiles(status);
 }
 
 void StagedUpdate::verify(const UpdateKey& key, const UpdateProof& proof) {

@@ -29,11 +29,11 @@ public:
     /// Decides the file's mode once it is in place, and the folders that are accepted.
     enum class Use {
         /// A program: keeps the mode of the program it replaces if that is a regular file owned by
-        /// this user, but never lets others write. Any folder: those who can write to it could
-        /// replace the former program, too.
+        /// this user, but never lets its group or others write. Any folder: those who can write to
+        /// it could replace the former program, too.
         Program,
         /// A package, which the system's installer may open as another user. It holds no secret.
-        /// Not in a folder in which other users can replace files.
+        /// Not in a folder in which other users can replace files (`canOthersReplaceFiles`).
         Document,
     };
 

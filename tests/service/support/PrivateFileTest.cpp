@@ -106,13 +106,31 @@ TEST_F(PrivateFileTest, ANewDirectoryIsPrivate) {
 }
 
 TEST_F(PrivateFileTest, ADirectoryThatOthersCanWriteToIsRefused) {
-    for (const mode_t mode : {0777U, 01777U, 0770U, 0702U}) {
+    for (const mode_t mode : {0777U, 01777U, 0702U}) {
         chmod(directory_.path().c_str(), mode);
         EXPECT_TRUE(isRefusedDirectory(directory_.path())) << mode;
     }
     for (const mode_t mode : {0755U, 0700U}) {
         chmod(directory_.path().c_str(), mode);
         EXPECT_FALSE(isRefusedDirectory(directory_.path())) << mode;
+    }
+}
+
+TEST_F(PrivateFileAsRootTest, ADirectoryMayBeWritableForThePrivateGroupOnly) {
+    for (const mode_t mode : {0770U, 0775U}) {
+        chmod(directory_.path().c_str(), mode);
+        EXPECT_FALSE(isRefusedDirectory(directory_.path())) << mode;
+    }
+    ASSERT_EQ(chown(directory_.path().c_str(), 0, 65534), 0);
+    try {
+        service::makePrivateDirectory(directory_.path());
+        ADD_FAILURE() << "a directory for another group is accepted";
+    } catch (const service::ServiceError& error) {
+        EXPECT_EQ(
+            error.what(),
+            "The file " + directory_.path().string() +
+                " cannot be used: its group may change its files; remove that right with chmod "
+                "g-w.");
     }
 }
 

@@ -274,6 +274,25 @@ TEST_F(SchemeRegistrationTest, ReplacesAnEntryThatOtherUsersMayWrite) {
 
 using SchemeRegistrationAsRootTest = SchemeRegistrationTest;
 
+TEST_F(SchemeRegistrationAsRootTest, ReplacesAnEntryThatAnotherGroupMayWrite) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "Only root can give files to another group.";
+    }
+    ensure();
+    fs::permissions(usersEntry(), fs::perms::group_write, fs::perm_options::add);
+    const std::string changed = contentOf(usersEntry()) + "# A comment of the user\n";
+    writeFile(usersEntry(), changed);
+    ensure();
+    EXPECT_EQ(contentOf(usersEntry()), changed) << "an entry for the private group is replaced";
+    constexpr gid_t otherGroup = 65534;
+    ASSERT_EQ(chown(usersEntry().c_str(), 0, otherGroup), 0);
+    ensure();
+    EXPECT_NE(contentOf(usersEntry()), changed);
+    struct stat status {};
+    ASSERT_EQ(stat(usersEntry().c_str(), &status), 0);
+    EXPECT_EQ(status.st_gid, getegid());
+}
+
 TEST_F(SchemeRegistrationAsRootTest, ReplacesAnEntryOfAnotherUser) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "Only root can give files to another user.";

@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "core/WriteAccess.h"
+
+#include <grp.h>
+#include <pwd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <string_view>
+#include <vector>
+
+namespace tavrin {
+
+namespace {
+
+/// Calls `read` with a buffer that is large enough. Returns whether it found an entry.
+template <typename Read>
+bool readEntry(std::vector<char>& buffer, Read read) {
+    constexpr std::size_t maximumBytes = std::size_t{1} << 20U;
+    for (buffer.resize(1024); buffer.size() <= maximumBytes; buffer.resize(2 * buffer.size())) {
+        const int error = read(buffer.data(), buffer.size());
+        if (error != ERANGE && error != EINTR) {
+            return error == 0;
+        }
+    }
+    return false;
+}
+
+bool isUsersPrivateGroup(gid_t number) {
+    passwd user{};
+    passwd* foundUser = nullptr;
+    std::vector<char> userTexts;
+    group group{};
+    struct group* foundGroup = nullptr;
+    std::vector<char> groupTexts;
+    return readEntry(
+               userTexts,
+               [&](char* buffer, std::size_t size) {
+                   return getpwuid_r(geteuid(), &user, buffer, size, &foundUser);
+               }) &&
+           foundUser != nullptr &&
+           readEntry(
+               groupTexts,
+               [&](char* buffer, std::size_t size) {
+                   return getgrgid_r(number, &group, buffer, size, &foundGroup);
+               }) &&
+           foundGroup != nullptr && isPrivateGroup(user, group);
+}
+
+} // namespace
+
+bool isPrivateGroup(const passwd& user, const group& group) {
+    const std::string_view name = user.pw_name;
+    if (group.gr_gid != user.pw_gid || group.gr_name != name) {
+        return false;
+    }
+    for (char** member = group.gr_mem; member != nullptr && *member != nullptr; ++member) {
+        if (*member != name) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool canOthersWrite(const struct stat& status) {
+    if ((status.st_uid != geteuid() && status.st_uid != 0) || (status.st_mode & S_IWOTH) != 0) {
+        return true;
+    }
+    return (status.st_mode & S_IWGRP) != 0 && !isUsersPrivateGroup(status.st_gid);
+}
+
+bool canOthersReplaceFiles(const struct stat& folder) {
+    const bool isOwn = folder.st_uid == geteuid() || folder.st_uid == 0;
+    // In a folder with the sticky bit, only its owner may rename or remove a file.
+    return !isOwn || ((folder.st_mode & S_ISVTX) == 0 && canOthersWrite(folder));
+}
+
+} // namespace tavrin

@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <sys/stat.h>
+
+struct group;
+struct passwd;
+
+namespace tavrin {
+
+/// Whether the owner and the mode of a file or folder let users other than this one and root write
+/// to it. A group may write if it is this user's private group: many systems give each user such a
+/// group and a umask of 002. Access control lists are not examined. Any thread. May read the
+/// system's lists of users and groups.
+[[nodiscard]] bool canOthersWrite(const struct stat& status);
+
+/// Whether users other than this one and root can rename or remove this user's files in the folder.
+/// Unlike `canOthersWrite`, accepts a folder with the sticky bit.
+[[nodiscard]] bool canOthersReplaceFiles(const struct stat& folder);
+
+/// Whether the group is the user's private one: the user's primary group, with the user's name and
+/// no other member.
+[[nodiscard]] bool isPrivateGroup(const passwd& user, const group& group);
+
+} // namespace tavrin

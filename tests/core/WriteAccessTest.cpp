@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "core/WriteAccess.h"
+
+#include "tests/support/NeedsRoot.h"
+
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+namespace tavrin {
+
+namespace {
+
+constexpr uid_t otherUser = 65534;
+constexpr gid_t otherGroup = 65534;
+
+struct stat folder(mode_t mode, uid_t owner, gid_t group) {
+    struct stat status {};
+    status.st_mode = S_IFDIR | mode;
+    status.st_uid = owner;
+    status.st_gid = group;
+    return status;
+}
+
+/// Of a user "ann" with the primary group 1000, and a group with that number, name and members.
+bool isPrivate(gid_t number, std::string name, std::vector<std::string> members) {
+    std::string userName = "ann";
+    passwd user{};
+    user.pw_name = userName.data();
+    user.pw_gid = 1000;
+    std::vector<char*> list;
+    for (std::string& member : members) {
+        list.push_back(member.data());
+    }
+    list.push_back(nullptr);
+    group group{};
+    group.gr_gid = number;
+    group.gr_name = name.data();
+    group.gr_mem = list.data();
+    return isPrivateGroup(user, group);
+}
+
+class WriteAccessAsRootTest : public testing::Test {
+protected:
+    void SetUp() override { orvel::test::skipUnlessRoot(); }
+};
+
+} // namespace
+
+TEST(WriteAccessTest, APrivateGroupIsThePrimaryOneWithTheUsersNameAndNoOtherMember) {
+    EXPECT_TRUE(isPrivate(1000, "ann", {}));
+    EXPECT_TRUE(isPrivate(1000, "ann", {"ann"}));
+    EXPECT_FALSE(isPrivate(1001, "ann", {}));
+    EXPECT_FALSE(isPrivate(1000, "users", {}));
+    EXPECT_FALSE(isPrivate(1000, "ann", {"ben"}));
+    EXPECT_FALSE(isPrivate(1000, "ann", {"ann", "ben"}));
+}
+
+TEST(WriteAccessTest, FoldersOfOtherUsersAndFoldersThatAllMayWriteAreShared) {
+    for (const mode_t mode : {0700U, 0755U, 01777U}) {
+        const struct stat theirs = folder(mode, geteuid() + 1, getegid());
+        EXPECT_TRUE(canOthersWrite(theirs)) << std::oct << mode;
+        EXPECT_TRUE(canOthersReplaceFiles(theirs)) << std::oct << mode;
+    }
+    for (const uid_t owner : {geteuid(), uid_t{0}}) {
+        EXPECT_FALSE(canOthersWrite(folder(0755, owner, otherGroup)));
+        EXPECT_TRUE(canOthersWrite(folder(0757, owner, getegid())));
+        EXPECT_TRUE(canOthersReplaceFiles(folder(0757, owner, getegid())));
+        EXPECT_TRUE(canOthersWrite(folder(01777, owner, getegid())));
+        EXPECT_FALSE(canOthersReplaceFiles(folder(01777, owner, getegid())));
+    }
+}
+
+// Root's group is private on every system that the tests run on.
+TEST_F(WriteAccessAsRootTest, AFolderMayBeWritableForThePrivateGroupOnly) {
+    for (const mode_t mode : {0775U, 0770U, 0664U}) {
+        EXPECT_FALSE(canOthersWrite(folder(mode, 0, 0))) << std::oct << mode;
+        EXPECT_FALSE(canOthersReplaceFiles(folder(mode, 0, 0))) << std::oct << mode;
+        EXPECT_TRUE(canOthersWrite(folder(mode, 0, otherGroup))) << std::oct << mode;
+        EXPECT_TRUE(canOthersReplaceFiles(folder(mode, 0, otherGroup))) << std::oct << mode;
+        EXPECT_TRUE(canOthersWrite(folder(mode, otherUser, 0))) << std::oct << mode;
+    }
+}
+
+} // namespace tavrin
