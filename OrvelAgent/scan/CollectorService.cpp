@@ -43,6 +43,7 @@ CollectorService::runScan(ScanPlan plan, tavrin::CancellationToken cancellation)
     }
     isScanning_ = true;
     lastError_.reset();
+    postponement_.reset();
     progress_ = {};
 
     ScanSummary summary;
@@ -67,6 +68,7 @@ CollectorService::runScan(ScanPlan plan, tavrin::CancellationToken cancellation)
             summary.error = error.what();
         }
     }
+    postponement_ = walk.postponement();
     co_await walk.close();
 
     if (summary.error) {

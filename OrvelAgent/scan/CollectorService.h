@@ -78,6 +78,9 @@ public:
     [[nodiscard]] const std::vector<ScanSummary>& history() const { return history_; }
     /// The error of the last failed or skipped scan. Cleared when a scan starts.
     [[nodiscard]] const std::optional<std::string>& lastError() const { return lastError_; }
+    /// Why the newest messages did not come with the last scan. Empty if they did. Cleared when a
+    /// scan starts.
+    [[nodiscard]] const std::optional<std::string>& postponement() const { return postponement_; }
     /// Of the running scan, or of the last one.
     [[nodiscard]] const Progress& progress() const { return progress_; }
 
@@ -95,6 +98,7 @@ private:
     bool isPaused_ = false;
     std::vector<ScanSummary> history_;
     std::optional<std::string> lastError_;
+    std::optional<std::string> postponement_;
     Progress progress_;
 };
 

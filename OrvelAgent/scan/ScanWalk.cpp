@@ -95,9 +95,10 @@ QCoro::Task<> ScanWalk::run() {
     };
     source_ = co_await dependencies_.worker.run(std::move(takeSnapshot));
     if (const auto& failure = source_->snapshot.logCopyFailure()) {
-        dependencies_.log.error(
+        postponement_ = fmt::format(
             "the newest messages come with a later scan, because they could not be copied: {}",
             *failure);
+        dependencies_.log.error("{}", *postponement_);
     }
     co_await prepareProgress();
     co_await countLastDay();

@@ -84,6 +84,9 @@ public:
     /// Removes the copy of the database. Await it after `run`, even if that threw.
     QCoro::Task<> close();
 
+    /// Why the newest messages come with a later scan. Empty if they came with this one.
+    [[nodiscard]] const std::optional<std::string>& postponement() const { return postponement_; }
+
 private:
     struct Source;
 
@@ -110,6 +113,7 @@ private:
     /// The highest row id of the first history batch.
     std::int64_t top_ = 0;
     bool hasLoggedDisorder_ = false;
+    std::optional<std::string> postponement_;
 };
 
 } // namespace orvel

@@ -235,6 +235,11 @@ void ScanCommand::cancel() {
 
 bool ScanCommand::print(const CollectorService::ScanSummary& summary) {
     progressLine_->clear();
+    // With --verbose, the log has said so.
+    if (const auto& postponement = collector_->postponement();
+        postponement && !arguments_.isVerbose) {
+        fmt::print(stderr, "orvel-scan: {}\n", *postponement);
+    }
     // If standard output contains the preview, print the summary to standard error.
     const bool isApart = !arguments_.printsJSON && arguments_.isPreview && !arguments_.previewFile;
     std::FILE* stream = isApart ? stderr : stdout;

@@ -788,14 +788,15 @@ TEST_F(CollectorServiceTest, ALogThatCannotBeCopiedIsLoggedAsAnError) {
         path, std::filesystem::last_write_time(path) - std::chrono::hours(1));
     copier_.setFailsForLogs(true);
     EXPECT_EQ(scan()->uploaded, 3);
-    EXPECT_EQ(
-        logLines(LogLevel::Error),
-        std::vector<std::string>{"the newest messages come with a later scan, because they could "
-                                 "not be copied: Could not copy: No space left on device"});
+    const std::string postponement = "the newest messages come with a later scan, because they "
+                                     "could not be copied: Could not copy: No space left on device";
+    EXPECT_EQ(logLines(LogLevel::Error), std::vector{postponement});
+    EXPECT_EQ(service_.postponement(), postponement);
 
     copier_.setFailsForLogs(false);
     EXPECT_EQ(scan()->uploaded, 2);
     EXPECT_EQ(logLines(LogLevel::Error).size(), 1U);
+    EXPECT_EQ(service_.postponement(), std::nullopt);
 
     copier_.setFailsForLogs(true);
     EXPECT_EQ(scan()->scanned, 0);
