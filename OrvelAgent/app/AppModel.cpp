@@ -97,8 +97,7 @@ AppModel::AppModel(
     connect(&choices_, &SavedChoices::changed, this, [this] { scanRun_.applyChoices(); });
     connect(&flash_, &AttentionFlash::changed, this, &AppModel::attentionFlashChanged);
     syncAttentionFlash();
-    // The copy of a killed process would otherwise stay until the next scan.
-    scanWorker_.run([] { tavrin::SnapshotDirectory::removeAbandoned(); });
+    abandonedCopies_ = removeAbandonedCopies();
     startCollecting();
 }
 
@@ -110,6 +109,14 @@ AppModel::~AppModel() {
     scanWorker_.stop();
     worker_.stop();
     assert(!collector_.isScanning());
+}
+
+QCoro::Task<> AppModel::removeAbandonedCopies() {
+    try {
+        co_await scanWorker_.run([] { tavrin::SnapshotDirectory::removeAbandoned(); });
+    } catch (const std::exception& error) {
+        log_.error("a copy of the database that an earlier run left stays: {}", error.what());
+    }
 }
 
 QCoro::Task<> AppModel::stop() {

@@ -130,6 +130,8 @@ Q_SIGNALS:
 
 private:
     void statusChanged();
+    /// The copy of a killed process would otherwise stay until the next scan.
+    QCoro::Task<> removeAbandonedCopies();
 
     Platform& platform_;
     const Configuration configuration_;
@@ -154,6 +156,8 @@ private:
     CollectionLoop loop_;
     std::optional<std::string> rescanError_;
     std::unique_ptr<Subscription> reduceMotionChanges_;
+    /// Ends when the destructor stops the worker, at the latest.
+    QCoro::Task<> abandonedCopies_;
 };
 
 } // namespace orvel

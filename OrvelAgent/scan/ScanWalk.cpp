@@ -87,10 +87,15 @@ QCoro::Task<> ScanWalk::run() {
                          path = dependencies_.options.sourcePath,
                          live = dependencies_.options.liveSnapshots,
                          heldLock = dependencies_.heldLock,
+                         log = dependencies_.log,
                          cancellation = cancellation_] {
         const std::shared_ptr lock = store.lock();
         *heldLock = lock;
-        tavrin::SnapshotDirectory::removeAbandoned();
+        try {
+            tavrin::SnapshotDirectory::removeAbandoned();
+        } catch (const std::filesystem::filesystem_error& error) {
+            log.error("a copy of the database that an earlier run left stays: {}", error.what());
+        }
         return std::make_shared<Source>(lock, copier, path, cancellation, live);
     };
     source_ = co_await dependencies_.worker.run(std::move(takeSnapshot));

@@ -12,6 +12,7 @@
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -120,12 +121,24 @@ std::size_t SnapshotDirectory::removeAbandoned() {
             candidates.push_back(entry->path());
         }
     }
-    return static_cast<std::size_t>(
-        std::count_if(candidates.begin(), candidates.end(), [](const fs::path& candidate) {
-            const FileDescriptor held = openAndLock(candidate);
-            std::error_code failure;
-            return held.isOpen() && fs::remove_all(candidate, failure) > 0 && !failure;
-        }));
+    std::size_t removed = 0;
+    std::optional<fs::filesystem_error> failure;
+    for (const fs::path& candidate : candidates) {
+        const FileDescriptor held = openAndLock(candidate);
+        std::error_code reason;
+        if (!held.isOpen()) {
+            continue;
+        }
+        if (fs::remove_all(candidate, reason); !reason) {
+            ++removed;
+        } else if (!failure) {
+            failure.emplace("Could not remove a directory", candidate, reason);
+        }
+    }
+    if (failure) {
+        throw *failure;
+    }
+    return removed;
 }
 
 FileDescriptor SnapshotDirectory::tryLock(FileDescriptor directory, const fs::path& path) {

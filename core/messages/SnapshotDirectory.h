@@ -53,7 +53,8 @@ public:
     [[nodiscard]] static std::filesystem::path parent();
 
     /// Removes this user's directories in `parent()` that no running process has locked. Returns
-    /// their number. Ignores directories that cannot be removed.
+    /// their number. If some cannot be removed, removes the others, then throws
+    /// `std::filesystem::filesystem_error` for the first one.
     static std::size_t removeAbandoned();
 
     /// Locks the opened directory. Returns no descriptor if another process holds the lock, the

@@ -959,6 +959,24 @@ TEST_F(ChatDatabaseSnapshotSweepAsRootTest, KeepsWritableDirectoriesOfOtherUsers
     EXPECT_EQ(SnapshotDirectory::removeAbandoned(), 0U);
 }
 
+TEST_F(ChatDatabaseSnapshotSweepTest, ReportsADirectoryThatCannotBeRemovedAfterTheOthers) {
+    fs::permissions(temporary_.path(), fs::perms::all);
+    const UnprivilegedUser unprivileged;
+    const fs::path kept = leaveBehind(name_);
+    leaveBehind("tavrin-chatdb-00000000-0000-0000-0000-000000000000");
+    fs::permissions(kept, fs::perms::owner_read | fs::perms::owner_exec);
+
+    fs::path reported;
+    try {
+        SnapshotDirectory::removeAbandoned();
+    } catch (const fs::filesystem_error& error) {
+        reported = error.path1();
+    }
+    EXPECT_EQ(reported, kept);
+    EXPECT_THAT(namesIn(temporary_.path()), testing::ElementsAre(name_));
+    fs::permissions(kept, fs::perms::owner_all);
+}
+
 TEST_F(ChatDatabaseSnapshotSweepTest, FollowsNoLinks) {
     const fs::path target = leaveBehind("target");
     fs::create_directory_symlink(target, temporary_ / name_);
