@@ -112,14 +112,22 @@ std::int64_t bareLoop(const fs::path& databasePath) {
         sqlite3_bind_int64(statement, 1, bound);
         sqlite3_bind_int64(statement, 2, ScanDefaults::batchSize + 1);
         std::int64_t inBatch = 0;
+        std::int64_t ofMessage = 0;
         hasMore = false;
         while (sqlite3_step(statement) == SQLITE_ROW) {
             if (inBatch == ScanDefaults::batchSize) {
                 hasMore = true;
+                // A message in several chats has a row for each. It belongs to one batch.
+                if (sqlite3_column_int64(statement, 0) == bound) {
+                    inBatch -= ofMessage;
+                    ++bound;
+                }
                 break;
             }
             ++inBatch;
-            bound = sqlite3_column_int64(statement, 0);
+            const std::int64_t message = sqlite3_column_int64(statement, 0);
+            ofMessage = message == bound ? ofMessage + 1 : 1;
+            bound = message;
             for (const int column : {0, 2, 3, 5, 9, 10, 11}) {
                 touched += static_cast<std::uint64_t>(sqlite3_column_int64(statement, column));
             }
@@ -355,12 +363,12 @@ private:
 
     static QCoro::Task<>
     runAndQuit(CollectorService* service, std::optional<CollectorService::ScanSummary>* summary) {
-        *summary = co_await service->runScan(
-            tavrin::CollectionMode::WithBodies,
-            tavrin::ThreadScope::AllThreads,
-            CollectorService::HintSet(),
-            std::nullopt,
-            ContactBridge::IdentityIndex());
+        ScanPlan plan;
+        plan.session.tokenProvider = provideToken;
+        plan.startedAt = std::chrono::system_clock::now();
+        plan.mode = tavrin::CollectionMode::WithBodies;
+        plan.scope = tavrin::ThreadScope::AllThreads;
+        *summary = co_await service->runScan(std::move(plan));
         QMetaObject::invokeMethod(
             QCoreApplication::instance(), &QCoreApplication::quit, Qt::QueuedConnection);
     }
@@ -385,7 +393,10 @@ Line measureNothingNew(const fs::path& databasePath, const fs::path& scratch) {
     LinkingFileCopier copier;
     InProcessScan scan(platform, copier, databasePath, "https://127.0.0.1:1");
     scan.store().setBackfillDone(true);
-    scan.store().setWatermark(newest - 1);
+    // A higher watermark would mean that the database was rebuilt.
+    scan.store().setWatermark(
+        MessagesCollector(std::make_shared<tavrin::SQLiteDatabase>(databasePath.string()))
+            .highestRowID());
     std::vector<double> times;
     for (int round = 0; round < rounds; ++round) {
         times.push_back(secondsOf([&] { scan.run(); }));
