@@ -28,7 +28,6 @@ namespace orvel {
 namespace {
 
 constexpr tavrin::Seconds requestTimeout(60);
-constexpr tavrin::Seconds defaultLifetime(3600);
 
 constexpr std::array<std::string_view, 8> revocationReasons = {
     "TOKEN_EXPIRED",
@@ -48,7 +47,7 @@ tavrin::Seconds lifetimeFrom(std::string_view text) {
     // Qt accepts white space around a number, but we do not.
     const bool isBare = text.find_first_of(" \t\n\v\f\r") == std::string_view::npos;
     return isNumber && isBare && std::isfinite(seconds) ? tavrin::Seconds(seconds)
-                                                        : defaultLifetime;
+                                                        : FirebaseIdentity::defaultLifetime;
 }
 
 /// The provider's error message, or no value if the body has none.

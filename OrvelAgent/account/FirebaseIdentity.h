@@ -24,6 +24,9 @@ class Worker;
 /// request. The copy itself need not. Main thread.
 class FirebaseIdentity final {
 public:
+    /// The life of an ID token if the reply contains no valid one.
+    static constexpr tavrin::Seconds defaultLifetime{3600};
+
     struct Tokens {
         /// The bearer token for our service.
         tavrin::Secret idToken;

@@ -12,9 +12,6 @@ namespace orvel {
 
 namespace {
 
-/// A token that expires sooner is refreshed.
-constexpr tavrin::Seconds leastRemainingLife(60);
-
 bool isRevocation(const std::exception_ptr& failure) {
     try {
         std::rethrow_exception(failure);

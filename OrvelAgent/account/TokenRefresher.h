@@ -5,6 +5,7 @@
 #include "OrvelAgent/account/KeychainStore.h"
 #include "OrvelAgent/base/Deferred.h"
 #include "OrvelAgent/base/Logger.h"
+#include "core/Date.h"
 
 #include <functional>
 #include <memory>
@@ -19,6 +20,9 @@ namespace orvel {
 class TokenRefresher final {
 public:
     using Token = std::optional<tavrin::Secret>;
+
+    /// A token that expires sooner is refreshed.
+    static constexpr tavrin::Seconds leastRemainingLife{60};
 
     /// Calls `onRevoked` after the identity provider has ended the session. `onRevoked` must call
     /// `replace` and resolve the result. It may destroy this object.

@@ -21,6 +21,11 @@ CollectionLoop::CollectionLoop(
     const Services& services, LogReader::Subsystems subsystems, Logger log)
     : services_(services), subsystems_(std::move(subsystems)), log_(std::move(log)) {}
 
+tavrin::Seconds CollectionLoop::backoff(std::int64_t failures) {
+    const std::int64_t doublings = std::min<std::int64_t>(failures - 1, 5);
+    return std::min(backoffUnit * static_cast<double>(1 << doublings), backoffCap);
+}
+
 void CollectionLoop::start() {
     if (!loop_) {
         loop_.emplace();
@@ -107,8 +112,7 @@ tavrin::Seconds CollectionLoop::waitAfterScan() const {
         // The next sign-in should not have to wait for a quarter of an hour.
         return services_.scanRun.hasSessionEnded() ? blockedRecheck : scanInterval;
     }
-    const std::int64_t doublings = std::min<std::int64_t>(consecutiveFailures_ - 1, 5);
-    return std::min(backoffUnit * static_cast<double>(1 << doublings), backoffCap);
+    return backoff(consecutiveFailures_);
 }
 
 std::optional<QUuid> CollectionLoop::newestScan() const {

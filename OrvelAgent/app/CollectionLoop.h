@@ -48,6 +48,9 @@ public:
         LogStore& logStore;
     };
 
+    /// The wait after that many failed scans in succession, at least one.
+    [[nodiscard]] static tavrin::Seconds backoff(std::int64_t failures);
+
     CollectionLoop(const Services& services, LogReader::Subsystems subsystems, Logger log);
 
     /// A second call does nothing.
