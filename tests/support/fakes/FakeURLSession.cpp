@@ -38,6 +38,13 @@ public:
             Qt::QueuedConnection);
     }
 
+    void finishAll(tavrin::URLErrorCode code) {
+        for (auto& [exchange, pending] : exchanges_) {
+            pending.timer.reset();
+            finish(exchange, urlError(code));
+        }
+    }
+
     void cancel(std::uint64_t exchange) {
         if (auto found = exchanges_.extract(exchange); !found.empty()) {
             finish(
@@ -94,6 +101,10 @@ void FakeURLSession::enqueue(tavrin::URLErrorCode code) {
 
 void FakeURLSession::setHandler(Handler handler) {
     handler_ = std::move(handler);
+}
+
+void FakeURLSession::failPending(tavrin::URLErrorCode code) {
+    pending_->finishAll(code);
 }
 
 std::size_t FakeURLSession::inFlight() const {

@@ -33,6 +33,9 @@ public:
     /// From now on, pending requests time out by this clock. Without a clock they never do.
     void setClock(Clock& clock) { clock_ = &clock; }
 
+    /// Ends all pending requests with this error.
+    void failPending(tavrin::URLErrorCode code);
+
     /// All requests in the order of their start.
     [[nodiscard]] const std::vector<URLRequest>& requests() const { return requests_; }
     /// The number of requests whose completion has not been called.
