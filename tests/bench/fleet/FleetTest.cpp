@@ -172,7 +172,10 @@ TEST_P(FleetOfTwoScopesTest, SendsTheRequestsOfARealAgentAtTheSameTimes) {
     // Between two batches of the history.
     serviceIsAway(87, 117, Absence::Refused);
     serviceIsBack(117);
+    // With known contacts only, the last retry is in the last minute of the first token.
+    serviceIsAway(2'882, 3'402, Absence::Refused);
     messagesArrive(3'002, 3);
+    serviceIsBack(3'402);
     // More than a batch.
     messagesArrive(5'002, 700);
     serviceIsAway(20'007, 30'807, Absence::Refused);
