@@ -8,7 +8,7 @@
 #include "tests/campaign/SignInHome.h"
 #include "tests/support/Campaign.h"
 #include "tests/support/WaitUntil.h"
-#include "tests/support/linux/KillAtCall.h"
+#include "tests/support/linux/FaultAtCall.h"
 
 #include <boost/json/parse.hpp>
 #include <boost/json/value.hpp>
@@ -139,7 +139,7 @@ private:
 /// The calls of an agent that nothing disturbs.
 CallCounts countCalls() {
     AgentHome agent(1);
-    const KillAtCall calls(agent.home() / "calls", "orvel-agent");
+    const FaultAtCall calls(agent.home() / "calls", "orvel-agent");
     if (agent.runAgent(calls.counting()) != 0) {
         throw std::runtime_error("an agent without a kill failed");
     }
@@ -153,8 +153,8 @@ public:
 
     CampaignResult run() {
         while (result_.units < killsPerSeed && result_.findings.empty()) {
-            const KillPoint point = KillAtCall::choose(counts_, random_);
-            const int status = agent_.runAgent(calls_.killing(point));
+            const CallFault point = FaultAtCall::chooseKill(counts_, random_);
+            const int status = agent_.runAgent(calls_.with(point));
             if (status != 128 + SIGKILL) {
                 // With the messages stored, it had less to do.
                 if (status != 0) {
@@ -200,7 +200,7 @@ private:
     std::mt19937 random_;
     CallCounts counts_;
     AgentHome agent_;
-    KillAtCall calls_{agent_.home() / "calls", "orvel-agent"};
+    FaultAtCall calls_{agent_.home() / "calls", "orvel-agent"};
     std::string story_;
     CampaignResult result_{0, {}};
 };

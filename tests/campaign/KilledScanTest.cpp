@@ -3,7 +3,7 @@
 // Scans that are killed at random calls and continued by the next scan.
 #include "tests/e2e/ScanHome.h"
 #include "tests/support/Campaign.h"
-#include "tests/support/linux/KillAtCall.h"
+#include "tests/support/linux/FaultAtCall.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -54,8 +54,8 @@ public:
         home_.forgetProgress();
 
         while (result_.units < maximumKillsPerSeed) {
-            const KillPoint point = KillAtCall::choose(counts, random_);
-            const int killed = scan(calls_.killing(point));
+            const CallFault point = FaultAtCall::chooseKill(counts, random_);
+            const int killed = scan(calls_.with(point));
             if (killed != 128 + SIGKILL) {
                 // It had less to do than the first scan, so it never came to that call.
                 if (killed != 0) {
@@ -142,7 +142,7 @@ private:
 
     std::mt19937 random_;
     ScanHome home_;
-    KillAtCall calls_{home_ / "calls", "orvel-scan"};
+    FaultAtCall calls_{home_ / "calls", "orvel-scan"};
     std::set<std::string> expected_;
     std::string story_;
     CampaignResult result_{0, {}};

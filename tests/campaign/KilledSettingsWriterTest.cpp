@@ -8,7 +8,7 @@
 #include "tests/support/Campaign.h"
 #include "tests/support/Program.h"
 #include "tests/support/TemporaryDirectory.h"
-#include "tests/support/linux/KillAtCall.h"
+#include "tests/support/linux/FaultAtCall.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -39,14 +39,14 @@ constexpr const char* otherName = "other";
 Program::Options
 writerOptions(const std::filesystem::path& file, const std::string& name, unsigned seed) {
     Program::Options options;
-    options.arguments = {KILL_TARGET, "settings", file.string(), name, std::to_string(seed)};
+    options.arguments = {CAMPAIGN_TARGET, "settings", file.string(), name, std::to_string(seed)};
     return options;
 }
 
 /// The calls of a writer that starts with an existing file.
 CallCounts countCalls(bool refusesUnnamedFiles) {
     const TemporaryDirectory directory;
-    KillAtCall calls(directory / "calls", "kill-target");
+    FaultAtCall calls(directory / "calls", "campaign-target");
     if (refusesUnnamedFiles) {
         calls.refuseUnnamedFiles();
     }
@@ -73,14 +73,15 @@ public:
         static const CallCounts counts = countCalls(false);
         static const CallCounts countsWithNames = countCalls(true);
         for (int kill = 0; kill < killsPerSeed && result_.findings.empty(); ++kill) {
-            killOne(KillAtCall::choose(refusesUnnamedFiles_ ? countsWithNames : counts, random_));
+            killOne(
+                FaultAtCall::chooseKill(refusesUnnamedFiles_ ? countsWithNames : counts, random_));
         }
         checkFiles();
         return result_;
     }
 
 private:
-    void killOne(const KillPoint& point) {
+    void killOne(const CallFault& point) {
         story_ = describe(point);
         const auto seed = static_cast<unsigned>(random_());
         const auto otherSeed = static_cast<unsigned>(random_());
@@ -91,7 +92,7 @@ private:
             other = std::make_unique<Program>(writerOptions(file_, otherName, otherSeed));
         }
         Program::Options options = writerOptions(file_, killedName, seed);
-        options.environment = calls_.killing(point);
+        options.environment = calls_.with(point);
         Program writer(options);
         const int status = writer.wait();
         if (status == 128 + SIGKILL) {
@@ -179,7 +180,7 @@ private:
     bool refusesUnnamedFiles_;
     TemporaryDirectory directory_;
     std::filesystem::path file_ = directory_ / "defaults.conf";
-    KillAtCall calls_{directory_ / "calls", "kill-target"};
+    FaultAtCall calls_{directory_ / "calls", "campaign-target"};
     /// Whether two writers ever ran at the same time.
     bool hasHadOther_ = false;
     /// What the file must contain.

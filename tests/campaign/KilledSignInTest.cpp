@@ -4,7 +4,7 @@
 // (tests/support/private-session).
 #include "tests/campaign/SignInHome.h"
 #include "tests/support/Campaign.h"
-#include "tests/support/linux/KillAtCall.h"
+#include "tests/support/linux/FaultAtCall.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -40,11 +40,11 @@ public:
         for (int kill = 0; kill < killsPerSeed && result_.findings.empty(); ++kill) {
             const bool isSignOut = before && random_() % 2 == 0;
             const service::Account& account = accounts.at(random_() % accounts.size());
-            const KillPoint point =
-                KillAtCall::choose(isSignOut ? signOutCounts : signInCounts, random_);
+            const CallFault point =
+                FaultAtCall::chooseKill(isSignOut ? signOutCounts : signInCounts, random_);
             story_ = fmt::format("{}, {}", isSignOut ? "sign-out" : "sign-in", describe(point));
-            const SignInHome::Run run = isSignOut ? home_.signOut(calls_.killing(point))
-                                                  : home_.signIn(account, calls_.killing(point));
+            const SignInHome::Run run = isSignOut ? home_.signOut(calls_.with(point))
+                                                  : home_.signIn(account, calls_.with(point));
             if (run.status == 128 + SIGKILL) {
                 ++result_.units;
             } else if (run.status != 0) {
@@ -125,7 +125,7 @@ private:
 
     std::mt19937 random_;
     SignInHome home_;
-    KillAtCall calls_{home_ / "calls", "orvel-scan"};
+    FaultAtCall calls_{home_ / "calls", "orvel-scan"};
     std::string story_;
     CampaignResult result_{0, {}};
 };

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Processes that install an update over their own file and are killed at random calls.
-#include "service/LocalService.h"
+#include "tests/campaign/PublishedUpdate.h"
 #include "tests/support/Campaign.h"
 #include "tests/support/FileContent.h"
 #include "tests/support/Program.h"
 #include "tests/support/TemporaryDirectory.h"
-#include "tests/support/UpdateFolder.h"
-#include "tests/support/linux/KillAtCall.h"
+#include "tests/support/linux/FaultAtCall.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -15,62 +14,15 @@
 
 #include <csignal>
 #include <filesystem>
-#include <memory>
 #include <random>
 #include <string>
 #include <utility>
-#include <vector>
 
 namespace orvel::test {
 
 namespace {
 
 constexpr int killsPerSeed = 10;
-constexpr std::size_t updateSize = 300'000;
-
-/// A service with one update, for all seeds.
-class PublishedUpdate final {
-public:
-    PublishedUpdate() {
-        service::LocalService::Options options;
-        options.store = directory_ / "records.sqlite";
-        options.certificates = directory_ / "certificates";
-        options.updates = updates_.path();
-        options.updatePublicKey = updates_.publicKey();
-        service_ = std::make_unique<service::LocalService>(std::move(options));
-        service_->start();
-        service_->writeBundle(bundle());
-        std::mt19937 random(1);
-        for (std::size_t size = 0; size < updateSize; ++size) {
-            update_.push_back(static_cast<char>(random()));
-        }
-        updates_.publish(update_, service_->url());
-    }
-
-    /// The options of a process that installs the update over this file.
-    [[nodiscard]] Program::Options
-    installer(const std::filesystem::path& appImage, const std::filesystem::path& downloads) const {
-        Program::Options options;
-        options.arguments = {
-            KILL_TARGET,
-            "update",
-            appImage.string(),
-            downloads.string(),
-            bundle().string(),
-            service_->caFile().string()};
-        return options;
-    }
-
-    [[nodiscard]] const std::string& update() const { return update_; }
-
-private:
-    [[nodiscard]] std::filesystem::path bundle() const { return directory_ / "bundle"; }
-
-    TemporaryDirectory directory_;
-    UpdateFolder updates_{SIGN_UPDATE, directory_ / "updates"};
-    std::string update_;
-    std::unique_ptr<service::LocalService> service_;
-};
 
 class KilledUpdates final {
 public:
@@ -91,9 +43,9 @@ public:
         const CallCounts counts = calls_.counts();
         reset();
         for (int kill = 0; kill < killsPerSeed && result_.findings.empty(); ++kill) {
-            const KillPoint point = KillAtCall::choose(counts, random_);
+            const CallFault point = FaultAtCall::chooseKill(counts, random_);
             story_ = describe(point);
-            const auto [status, errors] = install(calls_.killing(point));
+            const auto [status, errors] = install(calls_.with(point));
             if (status == 128 + SIGKILL) {
                 ++result_.units;
             } else if (status != 0) {
@@ -159,7 +111,7 @@ private:
     const std::string old_ = "the old version";
     TemporaryDirectory directory_;
     std::filesystem::path appImage_ = directory_ / "apps" / "Agent.AppImage";
-    KillAtCall calls_{directory_ / "calls", "kill-target"};
+    FaultAtCall calls_{directory_ / "calls", "campaign-target"};
     std::string story_;
     CampaignResult result_{0, {}};
 };

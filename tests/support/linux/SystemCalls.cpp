@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/support/linux/SystemCalls.h"
 
+#include <dlfcn.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
@@ -34,6 +35,13 @@ std::mutex flushMutex;
 std::vector<Flush> flushed;
 std::function<void()> beforeRenaming;
 
+/// The function of a library that is loaded into the program (tests/support/linux/FaultAtCall.h),
+/// or of the C library.
+template <typename Function>
+Function* next(const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
 void noteFlush(int file) {
     struct stat status {};
     if (fstat(file, &status) == 0) {
@@ -63,13 +71,13 @@ std::vector<Flush> flushesOf(const std::filesystem::path& file) {
 /// In place of the C library's.
 extern "C" int fsync(int file) {
     orvel::test::noteFlush(file);
-    return static_cast<int>(syscall(SYS_fsync, file));
+    return orvel::test::next<int(int)>("fsync")(file);
 }
 
 /// In place of the C library's. Qt uses it.
 extern "C" int fdatasync(int file) {
     orvel::test::noteFlush(file);
-    return static_cast<int>(syscall(SYS_fdatasync, file));
+    return orvel::test::next<int(int)>("fdatasync")(file);
 }
 
 /// In place of the C library's.
@@ -77,7 +85,8 @@ extern "C" int renameat(int oldFolder, const char* oldName, int newFolder, const
     if (orvel::test::beforeRenaming) {
         orvel::test::beforeRenaming();
     }
-    return static_cast<int>(syscall(SYS_renameat, oldFolder, oldName, newFolder, newName));
+    return orvel::test::next<int(int, const char*, int, const char*)>("renameat")(
+        oldFolder, oldName, newFolder, newName);
 }
 
 namespace orvel::test {

@@ -2,9 +2,9 @@
 //
 // The processes that campaigns kill, besides the programs of the agent:
 //
-//   kill-target settings FILE NAME SEED
+//   campaign-target settings FILE NAME SEED
 //       makes the changes of the seed, and prints a character after each
-//   kill-target update APPIMAGE DOWNLOADS BUNDLE CA-FILE
+//   campaign-target update APPIMAGE DOWNLOADS BUNDLE CA-FILE
 //       installs the update that the bundle's feed offers over the AppImage
 #include "OrvelAgent/update/UpdaterService.h"
 #include "platform/Platform.h"
@@ -91,7 +91,7 @@ int run(const std::vector<std::string>& arguments) {
     if (arguments.size() == 5 && arguments[0] == "update") {
         return installUpdate(arguments[1], arguments[2], arguments[3], arguments[4]);
     }
-    std::cerr << "kill-target: wrong arguments\n";
+    std::cerr << "campaign-target: wrong arguments\n";
     return 2;
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tests/support/linux/KillAtCall.h"
+#include "tests/support/linux/FaultAtCall.h"
 
 #include "tests/support/Program.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -16,10 +16,10 @@ namespace orvel::test {
 
 namespace {
 
-/// The killed program is mv, which needs one rename.
-class KillAtCallTest : public testing::Test {
+/// The program is mv, which needs one rename.
+class FaultAtCallTest : public testing::Test {
 protected:
-    KillAtCallTest() { std::ofstream(old_) << "content"; }
+    FaultAtCallTest() { std::ofstream(old_) << "content"; }
 
     int move(const std::map<std::string, std::string>& environment) {
         Program::Options options;
@@ -32,48 +32,61 @@ protected:
     TemporaryDirectory directory_;
     std::filesystem::path old_ = directory_ / "old";
     std::filesystem::path new_ = directory_ / "new";
-    KillAtCall calls_{directory_ / "counts", "mv"};
+    FaultAtCall calls_{directory_ / "counts", "mv"};
 };
 
 constexpr auto renames = static_cast<std::size_t>(CallKind::Rename);
 
 } // namespace
 
-TEST_F(KillAtCallTest, CountsTheCallsOfItsProgram) {
+TEST_F(FaultAtCallTest, CountsTheCallsOfItsProgram) {
     EXPECT_EQ(move(calls_.counting()), 0);
     EXPECT_EQ(calls_.counts().at(renames), 1U);
     EXPECT_TRUE(std::filesystem::exists(new_));
 }
 
-TEST_F(KillAtCallTest, DoesNotTouchOtherPrograms) {
-    const KillAtCall others(directory_ / "counts", "other");
-    EXPECT_EQ(move(others.killing({CallKind::Rename, 1, KillPoint::Moment::Before})), 0);
+TEST_F(FaultAtCallTest, DoesNotTouchOtherPrograms) {
+    const FaultAtCall others(directory_ / "counts", "other");
+    EXPECT_EQ(move(others.with({CallKind::Rename, 1, CallFault::Action::KillBefore})), 0);
     EXPECT_EQ(others.counts(), CallCounts());
 }
 
-TEST_F(KillAtCallTest, KillsBeforeTheCall) {
+TEST_F(FaultAtCallTest, KillsBeforeTheCall) {
     EXPECT_EQ(
-        move(calls_.killing({CallKind::Rename, 1, KillPoint::Moment::Before})), 128 + SIGKILL);
+        move(calls_.with({CallKind::Rename, 1, CallFault::Action::KillBefore})), 128 + SIGKILL);
     EXPECT_TRUE(std::filesystem::exists(old_));
 }
 
-TEST_F(KillAtCallTest, KillsAfterTheCall) {
-    EXPECT_EQ(move(calls_.killing({CallKind::Rename, 1, KillPoint::Moment::After})), 128 + SIGKILL);
+TEST_F(FaultAtCallTest, KillsAfterTheCall) {
+    EXPECT_EQ(
+        move(calls_.with({CallKind::Rename, 1, CallFault::Action::KillAfter})), 128 + SIGKILL);
     EXPECT_TRUE(std::filesystem::exists(new_));
 }
 
-TEST_F(KillAtCallTest, DoesNotKillWithoutThatManyCalls) {
-    EXPECT_EQ(move(calls_.killing({CallKind::Rename, 2, KillPoint::Moment::Before})), 0);
+TEST_F(FaultAtCallTest, DoesNotKillWithoutThatManyCalls) {
+    EXPECT_EQ(move(calls_.with({CallKind::Rename, 2, CallFault::Action::KillBefore})), 0);
 }
 
-TEST_F(KillAtCallTest, ChoosesOnlyCallsThatWereCounted) {
+TEST_F(FaultAtCallTest, MakesTheCallFail) {
+    EXPECT_EQ(move(calls_.with({CallKind::Rename, 1, CallFault::Action::Fail, EIO})), 1);
+    EXPECT_TRUE(std::filesystem::exists(old_));
+    EXPECT_FALSE(std::filesystem::exists(new_));
+}
+
+TEST_F(FaultAtCallTest, MakesAllLaterCallsFail) {
+    // It removes an existing directory, then tries again.
+    EXPECT_EQ(move(calls_.with({CallKind::Rename, 1, CallFault::Action::FailFromThen, EIO})), 1);
+    EXPECT_TRUE(std::filesystem::exists(old_));
+}
+
+TEST_F(FaultAtCallTest, ChoosesOnlyCallsThatWereCounted) {
     CallCounts counts{};
     counts.at(renames) = 3;
     std::mt19937 random(1);
     bool hasFirst = false;
     bool hasLast = false;
     for (int draw = 0; draw < 200; ++draw) {
-        const KillPoint point = KillAtCall::choose(counts, random);
+        const CallFault point = FaultAtCall::chooseKill(counts, random);
         EXPECT_EQ(point.kind, CallKind::Rename);
         EXPECT_GE(point.number, 1U);
         EXPECT_LE(point.number, 3U);
