@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "core/FileLock.h"
 
-#include "core/Errors.h"
 #include "core/FileDescriptor.h"
+#include "core/FileErrors.h"
 #include "core/ParentFolders.h"
 
 #include <fcntl.h>
@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <optional>
 #include <utility>
 
 namespace tavrin {
@@ -27,18 +28,21 @@ private:
 } // namespace
 
 std::unique_ptr<Interface> tryLockFile(const std::filesystem::path& file) {
-    createParentFolders(file);
+    const std::optional<PlatformError> noFolder = createParentFolders(file);
     FileDescriptor descriptor(
         open(file.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
     if (!descriptor.isOpen()) {
-        throw PlatformError::fromErrno(errno, "Could not lock " + file.string());
+        if (errno == ENOENT && noFolder) {
+            throw PlatformError(*noFolder);
+        }
+        throw fileError(errno, "Could not lock", file);
     }
     while (flock(descriptor.get(), LOCK_EX | LOCK_NB) != 0) {
         if (errno == EWOULDBLOCK) {
             return nullptr;
         }
         if (errno != EINTR) {
-            throw PlatformError::fromErrno(errno, "Could not lock " + file.string());
+            throw fileError(errno, "Could not lock", file);
         }
     }
     return std::make_unique<FileLock>(std::move(descriptor));

@@ -67,8 +67,8 @@ public:
     /// `Library/Messages/chat.db` in the user's home directory.
     [[nodiscard]] static std::string defaultSourcePath();
 
-    /// Throws `Error`, `TaskCancelled`, or `std::filesystem::filesystem_error` if the directory
-    /// cannot be created. On failure nothing is left on disk.
+    /// Throws `Error`, `TaskCancelled`, or `PlatformError` if the directory cannot be created. On
+    /// failure nothing is left on disk.
     explicit ChatDatabaseSnapshot(
         FileCopier& copier,
         const std::string& sourcePath = defaultSourcePath(),

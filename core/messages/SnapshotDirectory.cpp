@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "core/messages/SnapshotDirectory.h"
 
+#include "core/FileErrors.h"
+
 #include <boost/uuid/random_generator.hpp>
 #include <boost/uuid/uuid_io.hpp>
 #include <fcntl.h>
@@ -25,6 +27,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int maximumAttempts = 10;
+constexpr auto couldNotMake = "Could not make the folder";
 
 std::string makeName() {
     std::string name = boost::uuids::to_string(boost::uuids::random_generator()());
@@ -74,16 +77,17 @@ void LiveSnapshots::removeDirectories() {
 
 SnapshotDirectory::SnapshotDirectory(std::shared_ptr<LiveSnapshots> live) : live_(std::move(live)) {
     const fs::path folder = parent();
-    fs::create_directories(folder);
+    std::error_code error;
+    fs::create_directories(folder, error);
+    if (error) {
+        throw fileError(error.value(), couldNotMake, folder);
+    }
     // `removeAbandoned` of another process may remove the directory before it is locked. Then try a
     // new one. The loop has a limit because some file systems have no locks.
     for (int attempt = 0; attempt < maximumAttempts; ++attempt) {
         path_ = folder / makeName();
         if (mkdir(path_.c_str(), S_IRWXU) != 0) {
-            throw fs::filesystem_error(
-                "Could not make a directory",
-                path_,
-                std::error_code(errno, std::generic_category()));
+            throw fileError(errno, couldNotMake, path_);
         }
         lock_ = openAndLock(path_);
         if (lock_.isOpen()) {
@@ -95,8 +99,7 @@ SnapshotDirectory::SnapshotDirectory(std::shared_ptr<LiveSnapshots> live) : live
         std::error_code ignored;
         fs::remove(path_, ignored);
     }
-    throw fs::filesystem_error(
-        "Could not lock a directory", path_, std::make_error_code(std::errc::no_lock_available));
+    throw fileError(ENOLCK, "Could not lock the folder", path_);
 }
 
 SnapshotDirectory::~SnapshotDirectory() {

@@ -40,8 +40,8 @@ public:
     /// Every name begins with this and ends with a UUID.
     static constexpr std::string_view prefix = "tavrin-chatdb-";
 
-    /// Is in the list for as long as it exists. Throws `std::filesystem::filesystem_error` if the
-    /// directory cannot be created.
+    /// Is in the list for as long as it exists. Throws `PlatformError` if the directory cannot be
+    /// created.
     explicit SnapshotDirectory(std::shared_ptr<LiveSnapshots> live = nullptr);
     ~SnapshotDirectory();
     SnapshotDirectory(const SnapshotDirectory&) = delete;

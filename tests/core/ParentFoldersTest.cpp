@@ -6,8 +6,11 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <optional>
+#include <string>
 
 namespace tavrin {
 namespace {
@@ -31,6 +34,18 @@ TEST(ParentFoldersTest, KeepsTheModeOfAnExistingFolder) {
     createParentFolders(folder / "one/two/file");
     EXPECT_EQ(fs::status(folder / "one").permissions(), fs::perms(0755));
     EXPECT_TRUE(fs::is_directory(folder / "one/two"));
+}
+
+TEST(ParentFoldersTest, NamesTheFolderThatCannotBeCreated) {
+    const orvel::test::TemporaryDirectory folder;
+    EXPECT_EQ(createParentFolders(folder / "one/file"), std::nullopt);
+    // Too long for a name.
+    const fs::path impossible = folder / std::string(300, 'x');
+    const std::optional<PlatformError> failure = createParentFolders(impossible / "two/file");
+    ASSERT_TRUE(failure);
+    EXPECT_EQ(failure->code(), ENAMETOOLONG);
+    EXPECT_TRUE(std::string(failure->what())
+                    .starts_with("Could not make the folder " + impossible.string() + ": "));
 }
 
 TEST(ParentFoldersTest, IgnoresThatAFolderCannotBeCreated) {

@@ -2,8 +2,8 @@
 #include "platform/linux/storage/KernelFileCopier.h"
 
 #include "core/CancellationToken.h"
-#include "core/Errors.h"
 #include "core/FileDescriptor.h"
+#include "core/FileErrors.h"
 #include "core/RegularFile.h"
 
 #include <fcntl.h>
@@ -87,8 +87,7 @@ void readAndWrite(Transfer& transfer) {
             if (errno == EINTR) {
                 continue;
             }
-            throw PlatformError::fromErrno(
-                errno, "Could not write " + transfer.destination.string());
+            throw tavrin::fileError(errno, "Could not write", transfer.destination);
         }
         transfer.offset += written;
     }
@@ -112,7 +111,7 @@ void run(const std::vector<KernelFileCopier::Method>& methods, Transfer transfer
             return;
         }
     }
-    throw PlatformError::fromErrno(EOPNOTSUPP, "Could not write " + transfer.destination.string());
+    throw tavrin::fileError(EOPNOTSUPP, "Could not write", transfer.destination);
 }
 
 } // namespace
@@ -127,14 +126,14 @@ void KernelFileCopier::copy(
     const tavrin::RegularFile from = tavrin::openRegularFile(source);
     FileDescriptor to(open(destination.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (!to.isOpen()) {
-        throw PlatformError::fromErrno(errno, "Could not create " + destination.string());
+        throw tavrin::fileError(errno, "Could not create", destination);
     }
     try {
         run(methods_,
             {source, destination, cancellation, from.descriptor.get(), to.get(), from.size});
         // Remote file systems may report failed writes at close.
         if (close(to.release()) != 0 && errno != EINTR) {
-            throw PlatformError::fromErrno(errno, "Could not write " + destination.string());
+            throw tavrin::fileError(errno, "Could not write", destination);
         }
     } catch (...) {
         unlink(destination.c_str());

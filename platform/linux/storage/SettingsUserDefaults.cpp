@@ -3,6 +3,7 @@
 
 #include "core/Errors.h"
 #include "core/FileDescriptor.h"
+#include "core/FileErrors.h"
 #include "core/FileLock.h"
 #include "core/ParentFolders.h"
 #include "core/RegularFile.h"
@@ -73,17 +74,20 @@ std::map<std::string, Value, std::less<>> valuesOf(const QSettings& settings) {
     return values;
 }
 
-[[noreturn]] void failToSave(int code) {
-    throw tavrin::PlatformError::fromErrno(code, "Could not save the agent's settings");
+[[noreturn]] void failToSave(const std::filesystem::path& file, int code) {
+    throw tavrin::fileError(code, "Could not save the agent's settings in", file);
 }
 
 /// Creates the file and its parent folders, accessible only to the user. Qt keeps an existing
 /// file's mode.
 void makePrivate(const std::filesystem::path& file) {
-    tavrin::createParentFolders(file);
+    const std::optional<tavrin::PlatformError> noFolder = tavrin::createParentFolders(file);
     const int descriptor = open(file.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR);
     if (descriptor < 0) {
-        failToSave(errno);
+        if (errno == ENOENT && noFolder) {
+            throw tavrin::PlatformError(*noFolder);
+        }
+        failToSave(file, errno);
     }
     close(descriptor);
 }
@@ -199,16 +203,16 @@ int reasonForFailedWrite(const std::filesystem::path& file, std::size_t added) {
     return error == 0 ? EIO : error;
 }
 
-/// Makes the renaming survive a power failure.
-void synchronizeDirectory(const std::filesystem::path& directory) {
-    const int descriptor = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+/// Makes the renaming of the file survive a power failure.
+void synchronizeDirectory(const std::filesystem::path& file) {
+    const int descriptor = open(file.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     const bool isDone = descriptor >= 0 && fsync(descriptor) == 0;
     const int error = errno;
     if (descriptor >= 0) {
         close(descriptor);
     }
     if (!isDone) {
-        failToSave(error);
+        failToSave(file, error);
     }
 }
 
@@ -291,14 +295,14 @@ void SettingsUserDefaults::write(std::string_view key, const std::optional<Value
                 : reasonForFailedWrite(file_, 2 * static_cast<std::size_t>(text.size()));
         // QSettings would write the failed change with the next one, so revert it.
         set(old);
-        failToSave(reason);
+        failToSave(file_, reason);
     }
     auto values = valuesOf(settings);
     {
         const std::lock_guard lock(valuesMutex_);
         values_.swap(values);
     }
-    synchronizeDirectory(file_.parent_path());
+    synchronizeDirectory(file_);
 }
 
 } // namespace orvel

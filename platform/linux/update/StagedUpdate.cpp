@@ -2,6 +2,7 @@
 #include "platform/linux/update/StagedUpdate.h"
 
 #include "core/Errors.h"
+#include "core/FileErrors.h"
 #include "core/WriteAccess.h"
 #include "platform/linux/support/ReadFile.h"
 #include "platform/linux/update/UpdateError.h"
@@ -69,11 +70,11 @@ void StagedUpdate::removeName() const {
 }
 
 PlatformError StagedUpdate::couldNotStore(int error) const {
-    return PlatformError::fromErrno(error, "Could not store the update beside " + place_.string());
+    return tavrin::fileError(error, "Could not store the update beside", place_);
 }
 
 PlatformError StagedUpdate::couldNotReplace(int error) const {
-    return PlatformError::fromErrno(error, "Could not replace " + place_.string());
+    return tavrin::fileError(error, "Could not replace", place_);
 }
 
 void StagedUpdate::open(Naming naming) {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/storage/SettingsUserDefaults.h"
 
-#include "core/Errors.h"
+#include "core/FileErrors.h"
 #include "tests/support/FileSizeLimit.h"
 #include "tests/support/SmallDisk.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -229,7 +229,10 @@ TEST_F(SettingsUserDefaultsTest, AFolderThatMayNotBeWrittenFailsTheWrite) {
         const UnprivilegedUser user;
         const PlatformError failure = errorOf([&defaults] { defaults.set("k", 2); });
         EXPECT_EQ(failure.code(), EACCES);
-        EXPECT_STREQ(failure.what(), "Could not save the agent's settings: Permission denied");
+        EXPECT_EQ(
+            std::string(failure.what()),
+            "Could not save the agent's settings in " + file_.string() +
+                ": Permission denied. Change the permissions of the folder, then try again.");
     }
     EXPECT_EQ(storedValue<std::int64_t>(defaults, "k"), 1);
     EXPECT_EQ(text(), before);
@@ -261,8 +264,8 @@ TEST_F(SettingsUserDefaultsTest, AFullDiskFailsTheWriteWithItsReason) {
     EXPECT_EQ(failure.code(), disk.errorWhenFull());
     EXPECT_EQ(
         std::string(failure.what()),
-        "Could not save the agent's settings: " +
-            std::generic_category().message(disk.errorWhenFull()));
+        tavrin::fileError(disk.errorWhenFull(), "Could not save the agent's settings in", file_)
+            .what());
     EXPECT_EQ(storedValue<std::int64_t>(defaults, "k"), 1);
     EXPECT_EQ(text(), "k=1\n");
     defaults.set("k", 2);
