@@ -9,6 +9,7 @@
 #include "OrvelAgent/ui/panel/ContactsQuestion.h"
 #include "OrvelAgent/ui/update/UpdateWindow.h"
 #include "OrvelAgent/ui/update/UpdateWindowPresenter.h"
+#include "core/OutOfMemory.h"
 #include "core/messages/SnapshotDirectory.h"
 #include "platform/Platform.h"
 
@@ -176,6 +177,7 @@ int showFailure(const std::exception& error) {
 } // namespace
 
 int main(int argc, char** argv) {
+    tavrin::OutOfMemory::throwFromNew();
     cleanEnvironment();
     // Writing to a closed pipe must fail, not kill the process before it cleans up.
     std::signal(SIGPIPE, SIG_IGN);

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "core/Errors.h"
 
+#include "core/OutOfMemory.h"
 #include "core/Text.h"
 
+#include <new>
 #include <system_error>
 
 namespace tavrin {
@@ -80,6 +82,9 @@ PlatformError PlatformError::fromErrno(int code, std::string_view doing) {
 std::string description(const std::exception_ptr& error) {
     try {
         std::rethrow_exception(error);
+    } catch (const std::bad_alloc&) {
+        // That of a library has no sentence.
+        return OutOfMemory().what();
     } catch (const std::exception& exception) {
         return exception.what();
     } catch (...) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "core/Text.h"
 
+#include "core/OutOfMemory.h"
 #include "core/UnicodeRules.h"
 
 #include <unicode/brkiter.h>
@@ -14,7 +15,6 @@
 #include <cstring>
 #include <limits>
 #include <memory>
-#include <new>
 #include <stdexcept>
 #include <tuple>
 
@@ -142,7 +142,7 @@ std::string lowercased(std::string_view text) {
         status);
     if (U_FAILURE(status)) {
         // With these arguments, only memory allocation can fail.
-        throw std::bad_alloc();
+        throw OutOfMemory();
     }
     return result;
 }

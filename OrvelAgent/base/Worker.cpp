@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/base/Worker.h"
 
+#include "core/OutOfMemory.h"
+
 namespace orvel {
 
 Worker::Worker() : thread_([this] { loop(); }) {}
@@ -56,18 +58,21 @@ void Worker::loop() {
         if (isStopping_) {
             return;
         }
-        Job job = std::move(queuedJobs_.front());
-        queuedJobs_.pop_front();
+        Jobs running;
+        running.splice(running.end(), queuedJobs_, queuedJobs_.begin());
         lock.unlock();
-        job.execute();
+        running.front().execute();
         lock.lock();
-        executedJobs_.push_back(std::move(job));
-        QMetaObject::invokeMethod(
-            &callbackContext_, [this] { resolveNext(); }, Qt::QueuedConnection);
+        executedJobs_.splice(executedJobs_.end(), running);
+        // A coroutine waits for it.
+        tavrin::repeatUntilThereIsMemory([this] {
+            QMetaObject::invokeMethod(
+                &callbackContext_, [this] { resolveNext(); }, Qt::QueuedConnection);
+        });
     }
 }
 
-std::optional<Worker::Job> Worker::take(std::deque<Job>& jobs) {
+std::optional<Worker::Job> Worker::take(Jobs& jobs) {
     const std::lock_guard lock(mutex_);
     if (jobs.empty()) {
         return std::nullopt;

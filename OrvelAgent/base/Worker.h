@@ -7,9 +7,9 @@
 #include <QObject>
 
 #include <condition_variable>
-#include <deque>
 #include <functional>
 #include <future>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -59,15 +59,17 @@ private:
     /// Queues a job and returns its completion.
     Deferred<void> post(std::function<void()> execute);
     void loop();
-    [[nodiscard]] std::optional<Job> take(std::deque<Job>& jobs);
+    /// Lists, because moving a job from one to the other needs no memory.
+    using Jobs = std::list<Job>;
+    [[nodiscard]] std::optional<Job> take(Jobs& jobs);
     void resolveNext();
 
     QObject callbackContext_;
     std::mutex mutex_;
     std::condition_variable wake_;
-    std::deque<Job> queuedJobs_;
+    Jobs queuedJobs_;
     /// Their completions are resolved by the event posted for each job, or by `stop`.
-    std::deque<Job> executedJobs_;
+    Jobs executedJobs_;
     bool isStopping_ = false;
     /// Main thread only. After this, no job is queued.
     bool isStopped_ = false;

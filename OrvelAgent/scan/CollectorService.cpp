@@ -2,8 +2,10 @@
 #include "OrvelAgent/scan/CollectorService.h"
 
 #include "OrvelAgent/network/APIError.h"
+#include "core/Errors.h"
 
 #include <cassert>
+#include <exception>
 #include <utility>
 
 namespace orvel {
@@ -62,10 +64,10 @@ CollectorService::runScan(ScanPlan plan, tavrin::CancellationToken cancellation)
     } catch (const APIError& error) {
         // Also if the reply ended the session, which cancelled the scan.
         summary.error = error.what();
-    } catch (const std::exception& error) {
+    } catch (const std::exception&) {
         // An error after a cancellation is a consequence of it.
         if (!cancellation.isCancelled()) {
-            summary.error = error.what();
+            summary.error = tavrin::description(std::current_exception());
         }
     }
     postponement_ = walk.postponement();

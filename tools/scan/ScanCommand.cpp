@@ -3,6 +3,7 @@
 
 #include "OrvelAgent/account/IDToken.h"
 #include "OrvelAgent/base/Configuration.h"
+#include "core/Errors.h"
 #include "core/messages/ChatDatabaseSnapshot.h"
 #include "tools/scan/OverlayUserDefaults.h"
 #include "tools/scan/PreviewSession.h"
@@ -190,8 +191,8 @@ QCoro::Task<int> ScanCommand::run() {
             throw;
         }
         failure = cancelled.what();
-    } catch (const std::exception& error) {
-        failure = error.what();
+    } catch (const std::exception&) {
+        failure = tavrin::description(std::current_exception());
     }
     if (!summary) {
         collector_->recordAbort(std::move(failure));

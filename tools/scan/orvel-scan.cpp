@@ -2,6 +2,7 @@
 #include "OrvelAgent/base/ShutdownLimit.h"
 #include "OrvelAgent/base/SignalWatch.h"
 #include "core/Errors.h"
+#include "core/OutOfMemory.h"
 #include "core/Text.h"
 #include "core/messages/SnapshotDirectory.h"
 #include "platform/Platform.h"
@@ -40,14 +41,20 @@ makeCommand(orvel::ScanArguments arguments, std::shared_ptr<tavrin::LiveSnapshot
     return std::make_unique<orvel::AccountCommand>(std::move(arguments));
 }
 
+/// Call it in a handler of an exception.
+void printFailure() {
+    const std::string text = tavrin::description(std::current_exception());
+    std::fprintf(stderr, "orvel-scan: %s\n", tavrin::onOneLine(text).c_str());
+}
+
 QCoro::Task<> runAndQuit(orvel::Command* command) {
     int status = orvel::Command::failed;
     try {
         status = co_await command->run();
     } catch (const tavrin::TaskCancelled&) {
         // Cancelled by a signal, which determines the exit status.
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "orvel-scan: %s\n", tavrin::onOneLine(error.what()).c_str());
+    } catch (const std::exception&) {
+        printFailure();
     }
     QCoreApplication::exit(status);
 }
@@ -77,12 +84,13 @@ int execute(orvel::ScanArguments arguments) {
 } // namespace
 
 int main(int argc, char** argv) {
-    orvel::cleanEnvironment();
+    tavrin::OutOfMemory::throwFromNew();
     // When the reader of a pipe closes it, let the write fail instead of ending without cleanup.
     std::signal(SIGPIPE, SIG_IGN);
-    orvel::prepareEventLoop();
-    const QCoreApplication application(argc, argv);
     try {
+        orvel::cleanEnvironment();
+        orvel::prepareEventLoop();
+        const QCoreApplication application(argc, argv);
         auto parsed = orvel::parseScanArguments(argc, argv);
         if (const auto* answer = std::get_if<std::string>(&parsed)) {
             std::fputs(answer->c_str(), stdout);
@@ -92,8 +100,8 @@ int main(int argc, char** argv) {
     } catch (const orvel::UsageError& error) {
         std::fprintf(stderr, "%s\n", error.what());
         return wrongUsage;
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "orvel-scan: %s\n", tavrin::onOneLine(error.what()).c_str());
+    } catch (const std::exception&) {
+        printFailure();
         return orvel::Command::failed;
     }
 }

@@ -2,6 +2,7 @@
 #include "platform/linux/network/CurlTransfer.h"
 
 #include "core/Errors.h"
+#include "core/OutOfMemory.h"
 #include "platform/URLRequests.h"
 #include "platform/linux/network/CurlErrors.h"
 #include "platform/linux/support/OpenSSL.h"
@@ -41,7 +42,7 @@ CurlTransfer::CurlTransfer(
       extraCertificates_(extraCertificates),
       easy_(Curl::get().easyInit()) {
     if (!easy_) {
-        throw std::bad_alloc();
+        throw tavrin::OutOfMemory();
     }
     set(CURLOPT_PRIVATE, this);
     set(CURLOPT_HEADERFUNCTION, onHeader);
@@ -132,7 +133,7 @@ void CurlTransfer::setSecurity(const std::optional<std::filesystem::path>& syste
 void CurlTransfer::appendHeader(const std::string& line) {
     curl_slist* const longer = Curl::get().slistAppend(headers_.get(), line.c_str());
     if (longer == nullptr) {
-        throw std::bad_alloc();
+        throw tavrin::OutOfMemory();
     }
     // `longer` is the same list, or a new one if there was none.
     static_cast<void>(headers_.release());
@@ -144,6 +145,9 @@ URLResult CurlTransfer::takeResult(CURLcode code) {
         CurlFailure failure{code, 0, 0};
         Curl::get().easyGetinfo(easy_.get(), CURLINFO_OS_ERRNO, &failure.systemError);
         Curl::get().easyGetinfo(easy_.get(), CURLINFO_SSL_VERIFYRESULT, &failure.verifyResult);
+        if (code == CURLE_OUT_OF_MEMORY) {
+            return tavrin::URLError(URLErrorCode::Unknown, tavrin::OutOfMemory().what());
+        }
         return urlError(urlErrorCode(failure));
     }
     long status = 0;

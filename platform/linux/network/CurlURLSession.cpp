@@ -2,6 +2,7 @@
 #include "platform/linux/network/CurlURLSession.h"
 
 #include "core/Errors.h"
+#include "core/OutOfMemory.h"
 #include "platform/URLRequests.h"
 #include "platform/linux/network/CurlTransfer.h"
 #include "platform/linux/support/CallbackContext.h"
@@ -28,7 +29,7 @@ class CurlLibrary final {
 public:
     CurlLibrary() {
         if (Curl::get().globalInit(CURL_GLOBAL_DEFAULT) != CURLE_OK) {
-            throw std::bad_alloc();
+            throw tavrin::OutOfMemory();
         }
     }
     ~CurlLibrary() { Curl::get().globalCleanup(); }
@@ -72,22 +73,27 @@ public:
     void cancel(std::uint64_t exchange);
 
 private:
+    /// Maps, because moving a transfer from one to the other needs no memory.
+    using Transfers = std::map<std::uint64_t, std::unique_ptr<CurlTransfer>>;
+
     void run();
     /// Returns false when the worker must stop.
     bool handleCommands();
     void finish(CURL* easy, CURLcode code);
+    /// For want of memory.
+    void fail(std::uint64_t exchange);
 
     State& state_;
     CurlLibrary library_;
     std::unique_ptr<CURLM, LazyRelease<&Curl::multiCleanup>> multi_;
 
     std::mutex mutex_;
-    std::vector<std::unique_ptr<CurlTransfer>> started_;
+    Transfers started_;
     std::vector<std::uint64_t> cancelled_;
     bool isStopping_ = false;
 
     /// Used by the worker thread only.
-    std::map<std::uint64_t, std::unique_ptr<CurlTransfer>> transfers_;
+    Transfers transfers_;
     std::thread thread_;
 };
 
@@ -98,15 +104,22 @@ struct CurlURLSession::State {
 
     /// Any thread. Ignored when the exchange has been cancelled.
     void finish(std::uint64_t exchange, URLResult result) {
-        callbackContext.post([this, exchange, result = std::move(result)]() mutable {
-            if (const auto found = completions.extract(exchange); !found.empty()) {
-                // The completion may destroy this object.
-                found.mapped()(std::move(result));
-            } else if (auto* response = std::get_if<URLResponse>(&result)) {
-                // The body may contain a token.
-                tavrin::wipe(response->body);
-            }
-        });
+        // Shared, so that the result is kept if the callback cannot be posted.
+        std::shared_ptr<URLResult> kept;
+        tavrin::repeatUntilThereIsMemory(
+            [&] { kept = std::make_shared<URLResult>(std::move(result)); });
+        tavrin::repeatUntilThereIsMemory(
+            [&] { callbackContext.post([this, exchange, kept] { complete(exchange, *kept); }); });
+    }
+
+    void complete(std::uint64_t exchange, URLResult& result) {
+        if (const auto found = completions.extract(exchange); !found.empty()) {
+            // The completion may destroy this object.
+            found.mapped()(std::move(result));
+        } else if (auto* response = std::get_if<URLResponse>(&result)) {
+            // The body may contain a token.
+            tavrin::wipe(response->body);
+        }
     }
 
     void cancel(std::uint64_t exchange) {
@@ -171,7 +184,7 @@ CurlURLSession::start(URLRequest request, std::function<void(URLResult)> complet
 
 CurlURLSession::Worker::Worker(State& state) : state_(state), multi_(Curl::get().multiInit()) {
     if (!multi_) {
-        throw std::bad_alloc();
+        throw tavrin::OutOfMemory();
     }
     // The thread inherits the mask, so that other threads handle signals.
     sigset_t all;
@@ -194,7 +207,8 @@ CurlURLSession::Worker::~Worker() {
 void CurlURLSession::Worker::start(std::unique_ptr<CurlTransfer> transfer) {
     {
         const std::lock_guard lock(mutex_);
-        started_.push_back(std::move(transfer));
+        const std::uint64_t exchange = transfer->exchange();
+        started_.emplace(exchange, std::move(transfer));
     }
     Curl::get().multiWakeup(multi_.get());
 }
@@ -226,7 +240,7 @@ void CurlURLSession::Worker::run() {
 }
 
 bool CurlURLSession::Worker::handleCommands() {
-    std::vector<std::unique_ptr<CurlTransfer>> started;
+    Transfers started;
     std::vector<std::uint64_t> cancelled;
     {
         const std::lock_guard lock(mutex_);
@@ -236,11 +250,12 @@ bool CurlURLSession::Worker::handleCommands() {
         started.swap(started_);
         cancelled.swap(cancelled_);
     }
-    for (std::unique_ptr<CurlTransfer>& transfer : started) {
-        if (Curl::get().multiAddHandle(multi_.get(), transfer->easy()) == CURLM_OK) {
-            transfers_.emplace(transfer->exchange(), std::move(transfer));
+    while (!started.empty()) {
+        auto transfer = started.extract(started.begin());
+        if (Curl::get().multiAddHandle(multi_.get(), transfer.mapped()->easy()) == CURLM_OK) {
+            transfers_.insert(std::move(transfer));
         } else {
-            state_.finish(transfer->exchange(), urlError(URLErrorCode::Unknown));
+            fail(transfer.key());
         }
     }
     for (const std::uint64_t exchange : cancelled) {
@@ -257,7 +272,18 @@ void CurlURLSession::Worker::finish(CURL* easy, CURLcode code) {
     // This call invalidates the message.
     Curl::get().multiRemoveHandle(multi_.get(), easy);
     const auto own = transfers_.extract(transfer->exchange());
-    state_.finish(own.key(), own.mapped()->takeResult(code));
+    try {
+        state_.finish(own.key(), own.mapped()->takeResult(code));
+    } catch (const std::bad_alloc&) {
+        fail(own.key());
+    }
+}
+
+void CurlURLSession::Worker::fail(std::uint64_t exchange) {
+    tavrin::repeatUntilThereIsMemory([this, exchange] {
+        state_.finish(
+            exchange, tavrin::URLError(URLErrorCode::Unknown, tavrin::OutOfMemory().what()));
+    });
 }
 
 } // namespace orvel

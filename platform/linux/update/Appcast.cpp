@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/update/Appcast.h"
 
+#include "core/OutOfMemory.h"
 #include "core/Text.h"
 #include "core/UpdateStatement.h"
 #include "platform/linux/update/UpdateError.h"
@@ -10,7 +11,6 @@
 #include <algorithm>
 #include <array>
 #include <memory>
-#include <new>
 #include <type_traits>
 #include <utility>
 
@@ -57,7 +57,7 @@ class Reader final {
 public:
     Reader() : parser_(XML_ParserCreateNS("UTF-8", separator)) {
         if (!parser_) {
-            throw std::bad_alloc();
+            throw tavrin::OutOfMemory();
         }
         XML_SetUserData(parser_.get(), this);
         XML_SetXmlDeclHandler(parser_.get(), onDeclaration);
