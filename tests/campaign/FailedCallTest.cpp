@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Scans in which one system call fails, or one allocation: every one in turn.
+#include "tests/campaign/FailingScans.h"
+#include "tests/campaign/FaultList.h"
+#include "tests/support/Campaign.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <iostream>
+
+namespace orvel::test {
+
+namespace {
+
+/// The calls of a scan. Some depend on the timing of the threads, so there is some room.
+FaultList systemCalls() {
+    return FaultList({
+        {CallKind::Write, 24, {ENOSPC, EIO}},
+        {CallKind::Send, 26, {ECONNRESET}},
+        {CallKind::Receive, 36, {ECONNRESET}},
+        {CallKind::Rename, 22, {EACCES}},
+        {CallKind::Remove, 17, {EACCES}},
+        {CallKind::Create, 88, {EMFILE, ENOSPC}},
+        {CallKind::Synchronize, 116, {EIO}},
+        {CallKind::Change, 12, {ENOSYS, EIO}},
+        {CallKind::Read, 104, {EIO}},
+        {CallKind::Open, 54, {EMFILE, EACCES}},
+        {CallKind::Close, 64, {EIO}},
+        {CallKind::Inspect, 165, {EIO}},
+        {CallKind::Connect, 2, {ECONNREFUSED, ENETUNREACH}},
+        {CallKind::Random, 4, {ENOSYS}},
+        {CallKind::Descriptor, 7, {EMFILE}},
+        {CallKind::Thread, 2, {EAGAIN}},
+    });
+}
+
+constexpr auto allocations = static_cast<std::size_t>(CallKind::Allocate);
+
+FaultList memory() {
+    return FaultList({{CallKind::Allocate, 31'000, {ENOMEM}}});
+}
+
+} // namespace
+
+TEST(FailedCallTest, AFailedSystemCallEndsInSuccessOrInASentence) {
+    FailingScans scans;
+    const FaultList faults = systemCalls();
+    const CallCounts counts = scans.count();
+    EXPECT_EQ(faults.missing(counts, allocations), std::nullopt);
+    runCampaign(20, [&](unsigned seed) { return scans.run(faults.of(seed)); });
+}
+
+TEST(FailedCallTest, AFailedAllocationEndsInSuccessOrInASentence) {
+    FailingScans scans;
+    const FaultList faults = memory();
+    EXPECT_LE(scans.count().at(allocations), faults.size());
+    scans.allowAborts();
+    runCampaign(10, [&](unsigned seed) { return scans.run(faults.of(seed)); });
+    for (const auto& [library, count] : scans.aborts()) {
+        std::cout << "ended by " << library << ": " << count << '\n';
+    }
+}
+
+} // namespace orvel::test
