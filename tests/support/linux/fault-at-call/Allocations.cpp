@@ -20,7 +20,8 @@ void* __libc_memalign(std::size_t alignment, std::size_t size) noexcept;
 __attribute__((weak)) void* __interceptor_malloc(std::size_t size) noexcept;
 __attribute__((weak)) void* __interceptor_calloc(std::size_t count, std::size_t size) noexcept;
 __attribute__((weak)) void* __interceptor_realloc(void* bytes, std::size_t size) noexcept;
-__attribute__((weak)) void* __interceptor_memalign(std::size_t alignment, std::size_t size) noexcept;
+__attribute__((weak)) void*
+__interceptor_memalign(std::size_t alignment, std::size_t size) noexcept;
 // NOLINTEND(bugprone-reserved-identifier)
 }
 
