@@ -49,7 +49,7 @@ TEST(FailedCallTest, AFailedSystemCallEndsInSuccessOrInASentence) {
     const FaultList faults = systemCalls();
     const CallCounts counts = scans.count();
     EXPECT_EQ(faults.missing(counts, allocations), std::nullopt);
-    runCampaign(20, [&](unsigned seed) { return scans.run(faults.of(seed)); });
+    runCampaign(6, [&](unsigned seed) { return scans.run(faults.of(seed)); });
 }
 
 TEST(FailedCallTest, AFailedAllocationEndsInSuccessOrInASentence) {
@@ -57,7 +57,7 @@ TEST(FailedCallTest, AFailedAllocationEndsInSuccessOrInASentence) {
     const FaultList faults = memory();
     EXPECT_LE(scans.count().at(allocations), faults.size());
     scans.allowAborts();
-    runCampaign(10, [&](unsigned seed) { return scans.run(faults.of(seed)); });
+    runCampaign(4, [&](unsigned seed) { return scans.run(faults.of(seed)); });
     for (const auto& [library, count] : scans.aborts()) {
         std::cout << "ended by " << library << ": " << count << '\n';
     }

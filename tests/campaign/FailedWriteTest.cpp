@@ -257,7 +257,7 @@ TEST(FailedWriteTest, AScanLosesNothingAndNamesTheFileAndTheReason) {
     FailingScans scans;
     EXPECT_EQ(missingWrites(calls, scans.count()), "");
     const FaultList faults = failingWrites(calls);
-    runCampaign(12, [&](unsigned seed) {
+    runCampaign(4, [&](unsigned seed) {
         const auto check = [&scans](const CallFault&, const FailingScans::Run& run) {
             const std::string text = run.error() + run.errors;
             // SQLite's own sentences are kept.
@@ -274,7 +274,7 @@ TEST(FailedWriteTest, ASettingsWriterLosesNothingAndNamesTheFileAndTheReason) {
     FailingWriters writers;
     EXPECT_EQ(missingWrites(calls, writers.count()), "");
     const FaultList faults = failingWrites(calls);
-    runCampaign(12, [&](unsigned seed) { return writers.run(faults.of(seed)); });
+    runCampaign(4, [&](unsigned seed) { return writers.run(faults.of(seed)); });
 }
 
 TEST(FailedWriteTest, AnUpdateIsInstalledOrNotAndNamesTheFileAndTheReason) {
@@ -290,7 +290,7 @@ TEST(FailedWriteTest, AnUpdateIsInstalledOrNotAndNamesTheFileAndTheReason) {
     }
     const FaultList faults = failingWrites(calls);
     // First with files without a name, then without them.
-    runCampaign(12, [&](unsigned seed) {
+    runCampaign(4, [&](unsigned seed) {
         const bool isNamed = (seed - 1) / faults.size() % 2 == 1;
         return (isNamed ? named : updates).run(faults.of(seed));
     });
