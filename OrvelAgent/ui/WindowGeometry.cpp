@@ -35,25 +35,14 @@ bool isOffscreen(const QByteArray& geometry) {
     });
 }
 
-QCoro::Task<>
-write(Worker* worker, tavrin::UserDefaults* defaults, std::string key, std::string geometry) {
-    auto job = [defaults, key = std::move(key), geometry = std::move(geometry)] {
-        try {
-            defaults->set(key, geometry);
-        } catch (const std::exception&) {
-            // Not worth an error message: the window just opens at its default position.
-        }
-    };
-    co_await worker->run(std::move(job));
-}
-
 } // namespace
 
 WindowGeometry::WindowGeometry(tavrin::UserDefaults& defaults) : defaults_(defaults) {}
 
 WindowGeometry::~WindowGeometry() {
-    if (worker_) {
-        worker_->stop();
+    // Moved, because `write` resets the member when the last write has ended.
+    if (const auto worker = std::move(worker_)) {
+        worker->stop();
     }
 }
 
@@ -72,12 +61,26 @@ bool WindowGeometry::restore(QWidget& window) const {
 }
 
 void WindowGeometry::save(const QWidget& window) {
+    std::erase_if(writes_, [](const QCoro::Task<>& write) { return write.isReady(); });
+    writes_.push_back(write(keyOf(window), window.saveGeometry().toBase64().toStdString()));
+}
+
+QCoro::Task<> WindowGeometry::write(std::string key, std::string geometry) {
     if (!worker_) {
         worker_ = std::make_unique<Worker>();
     }
-    std::erase_if(writes_, [](const QCoro::Task<>& write) { return write.isReady(); });
-    writes_.push_back(write(
-        worker_.get(), &defaults_, keyOf(window), window.saveGeometry().toBase64().toStdString()));
+    auto job = [defaults = &defaults_, key = std::move(key), geometry = std::move(geometry)] {
+        try {
+            defaults->set(key, geometry);
+        } catch (const std::exception&) {
+            // Not worth an error message: the window just opens at its default position.
+        }
+    };
+    ++pendingWrites_;
+    co_await worker_->run(std::move(job));
+    if (--pendingWrites_ == 0) {
+        worker_.reset();
+    }
 }
 
 } // namespace orvel

@@ -32,13 +32,16 @@ public:
     /// Returns false if no geometry was saved.
     bool restore(QWidget& window) const;
 
-    /// Writes on a worker thread. The destructor waits for pending writes.
+    /// Writes on a thread that ends with the last pending write. The destructor waits for them.
     void save(const QWidget& window);
 
 private:
+    QCoro::Task<> write(std::string key, std::string geometry);
+
     tavrin::UserDefaults& defaults_;
-    /// Created on first use, because most runs never save a geometry.
+    /// Only while writes are pending: the agent runs for weeks and seldom closes a window.
     std::unique_ptr<Worker> worker_;
+    int pendingWrites_ = 0;
     std::vector<QCoro::Task<>> writes_;
 };
 

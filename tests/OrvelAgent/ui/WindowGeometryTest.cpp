@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/ui/WindowGeometry.h"
 
+#include "tests/support/WaitUntil.h"
 #include "tests/support/fakes/InMemoryUserDefaults.h"
 
 #include <QGuiApplication>
@@ -9,9 +10,17 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+
 namespace orvel::test {
 
 namespace {
+
+/// As a thread's own variable, counts when the thread ends.
+struct CountedAtEnd {
+    std::atomic<int>* count;
+    ~CountedAtEnd() { ++*count; }
+};
 
 class WindowGeometryTest : public testing::Test {
 protected:
@@ -62,6 +71,18 @@ TEST_F(WindowGeometryTest, IgnoresAFailureToSave) {
     defaults_.setFailsWrites(true);
     save();
     EXPECT_FALSE(defaults_.contains("window.a-window"));
+}
+
+TEST_F(WindowGeometryTest, TheThreadEndsWithTheLastWriteAndTheNextStartsAnother) {
+    std::atomic<int> ended = 0;
+    defaults_.setOnWrite([&ended] { thread_local const CountedAtEnd counted{&ended}; });
+    WindowGeometry geometry(defaults_);
+    for (const int finished : {1, 2}) {
+        geometry.save(window_);
+        geometry.save(next_);
+        EXPECT_TRUE(waitUntil([&] { return ended == finished; }));
+        EXPECT_EQ(defaults_.takeChangedKeys().size(), 2U);
+    }
 }
 
 } // namespace orvel::test
