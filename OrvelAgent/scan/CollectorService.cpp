@@ -89,6 +89,8 @@ CollectorService::ScanSummary CollectorService::finish(ScanSummary summary) {
     history_.insert(history_.begin(), summary);
     if (history_.size() > maximumHistory) {
         history_.resize(maximumHistory);
+        // Hours without the service add hundreds of skipped scans.
+        history_.shrink_to_fit();
     }
     isScanning_ = false;
     dependencies_.log.info(

@@ -962,6 +962,14 @@ TEST_F(CollectorServiceTest, SkippedScansGrowTheHistoryUntilTheNextFinishedOne) 
     EXPECT_EQ(service_.history().size(), 50U);
 }
 
+TEST_F(CollectorServiceTest, AFinishedScanFreesTheMemoryOfSkippedOnes) {
+    for (int i = 0; i < 1000; ++i) {
+        service_.recordAbort("skipped");
+    }
+    scan();
+    EXPECT_LT(service_.history().capacity(), 2 * CollectorService::maximumHistory);
+}
+
 TEST_F(CollectorServiceTest, ASkippedScanIsRecordedWithItsReason) {
     store_.setWatermark(9);
     service_.recordAbort("no list");
