@@ -2,8 +2,9 @@
 #pragma once
 
 #include "platform/InstanceRegistry.h"
-#include "platform/Subscribers.h"
+#include "tests/support/fakes/CountedSubscribers.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -33,11 +34,13 @@ public:
         return activated_.add(std::move(activated));
     }
 
+    [[nodiscard]] std::size_t subscriptions() const { return activated_.size(); }
+
     /// Another copy was started.
     void beActivated() { activated_.call(); }
 
 private:
-    Subscribers activated_;
+    CountedSubscribers activated_;
 };
 
 } // namespace orvel::test

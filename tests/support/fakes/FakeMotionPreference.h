@@ -2,8 +2,9 @@
 #pragma once
 
 #include "platform/MotionPreference.h"
-#include "platform/Subscribers.h"
+#include "tests/support/fakes/CountedSubscribers.h"
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <utility>
@@ -19,6 +20,8 @@ public:
         return changed_.add(std::move(changed));
     }
 
+    [[nodiscard]] std::size_t subscriptions() const { return changed_.size(); }
+
     void setReducesMotion(bool reduces) {
         reducesMotion_ = reduces;
         changed_.call();
@@ -26,7 +29,7 @@ public:
 
 private:
     bool reducesMotion_ = false;
-    Subscribers changed_;
+    CountedSubscribers changed_;
 };
 
 } // namespace orvel::test

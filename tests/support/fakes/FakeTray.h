@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "platform/Subscribers.h"
 #include "platform/Tray.h"
+#include "tests/support/fakes/CountedSubscribers.h"
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <string>
@@ -28,6 +29,8 @@ public:
 
     void setTitle(const std::string& newTitle) override { title = newTitle; }
 
+    [[nodiscard]] std::size_t subscriptions() const { return changed_.size(); }
+
     void setAvailable(bool isAvailable) {
         isAvailable_ = isAvailable;
         changed_.call();
@@ -35,7 +38,7 @@ public:
 
 private:
     bool isAvailable_ = true;
-    Subscribers changed_;
+    CountedSubscribers changed_;
 };
 
 } // namespace orvel::test

@@ -38,6 +38,10 @@ public:
 
     /// All requests in the order of their start.
     [[nodiscard]] const std::vector<URLRequest>& requests() const { return requests_; }
+    void forgetRequests() {
+        requests_.clear();
+        requests_.shrink_to_fit();
+    }
     /// The number of requests whose completion has not been called.
     [[nodiscard]] std::size_t inFlight() const;
 

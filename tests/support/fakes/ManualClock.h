@@ -27,10 +27,17 @@ public:
         const tavrin::Seconds end = elapsed_ + duration;
         while (!timers_->empty() && timers_->begin()->first.first <= end) {
             const auto timer = timers_->extract(timers_->begin());
-            elapsed_ = timer.key().first;
+            elapsed_ = std::max(elapsed_, timer.key().first);
             timer.mapped()();
         }
         elapsed_ = end;
+    }
+
+    /// Date and uptime pass while the machine sleeps. The due timers fire when it wakes up, in
+    /// order.
+    void suspend(tavrin::Seconds duration) {
+        elapsed_ += duration;
+        advance(tavrin::Seconds(0));
     }
 
     /// The time until the next timer fires, or no value if none runs.

@@ -67,6 +67,16 @@ public:
     /// The start dates of all reads, in order.
     [[nodiscard]] const std::vector<tavrin::Date>& reads() const { return reads_; }
 
+    /// Frees the entries before that date, all of `lines()` and all of `reads()`.
+    void forgetBefore(tavrin::Date date) {
+        const std::lock_guard lock(mutex_);
+        std::erase_if(entries_, [date](const LogEntry& entry) { return entry.date < date; });
+        lines_.clear();
+        reads_.clear();
+        entries_.shrink_to_fit();
+        lines_.shrink_to_fit();
+    }
+
     /// Called with each written message, on its thread.
     void setOnWrite(std::function<void(std::string_view)> onWrite) {
         onWrite_ = std::move(onWrite);
