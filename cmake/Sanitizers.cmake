@@ -1,4 +1,9 @@
 option(ORVEL_SANITIZE "Build with the address and undefined-behaviour sanitizers" OFF)
+option(ORVEL_SANITIZE_THREADS "Build with the thread sanitizer, instead of the others" OFF)
+
+if(ORVEL_SANITIZE AND ORVEL_SANITIZE_THREADS)
+  message(FATAL_ERROR "The thread sanitizer cannot be combined with the others.")
+endif()
 
 if(ORVEL_SANITIZE)
   add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all
@@ -8,6 +13,11 @@ if(ORVEL_SANITIZE)
     # clang 14 cannot assemble coroutines with the function checks.
     add_compile_options(-fno-sanitize=function)
   endif()
+endif()
+
+if(ORVEL_SANITIZE_THREADS)
+  add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=thread)
 endif()
 
 if(ORVEL_BUILD_FUZZERS)
