@@ -246,7 +246,9 @@ def main():
         # The address that the browser opens.
         loopback = (r"bind \{sa_family=AF_INET, sin_port=htons\(0\), "
                     r"sin_addr=inet_addr\(\"127\.0\.0\.1\"\)\}")
-        compare("connections of a sign-in", effects.peers, [*connections, loopback])
+        # Asks the kernel which account has connected there.
+        kernel = r"sendmsg \{sa_family=AF_NETLINK, nl_pid=0, nl_groups=00000000\}"
+        compare("connections of a sign-in", effects.peers, [*connections, loopback, kernel])
 
         effects, output = agent.effects(
             "--source", database, "--scope", "allThreads", "--address-book", "none",
