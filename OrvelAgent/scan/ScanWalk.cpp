@@ -2,11 +2,6 @@
 #include "OrvelAgent/scan/ScanWalk.h"
 
 #include "OrvelAgent/base/Sleep.h"
-#include "OrvelAgent/network/APIError.h"
-#include "OrvelAgent/network/TokenUnavailable.h"
-#include "core/Errors.h"
-#include "core/Retrying.h"
-#include "core/TransientFailure.h"
 #include "core/messages/AppleEpoch.h"
 #include "core/messages/ChatDatabaseSnapshot.h"
 #include "core/messages/SQLiteDatabase.h"
@@ -42,19 +37,6 @@ struct ScanWalk::Source {
 
 namespace {
 
-/// Judges an error reply by its HTTP status and any other error by its type.
-bool isWorthRetrying(const std::exception_ptr& error) {
-    try {
-        std::rethrow_exception(error);
-    } catch (const APIError& refusal) {
-        return tavrin::TransientFailure::isTransient(refusal.status());
-    } catch (const TokenUnavailable&) {
-        return true;
-    } catch (...) {
-        return tavrin::TransientFailure::isTransient(error);
-    }
-}
-
 MessagesCollector::Options collectorOptions(const ScanPlan& plan) {
     MessagesCollector::Options options;
     options.mode = plan.mode;
@@ -79,7 +61,15 @@ ScanWalk::ScanWalk(
       enricher_(std::make_shared<IdentityEnricher>(plan_.identities)),
       cancellation_(std::move(cancellation)),
       resetsAtStart_(plan_.resets),
-      summary_(summary) {}
+      summary_(summary),
+      uploader_(
+          ingest_,
+          dependencies.clock,
+          dependencies.worker,
+          dependencies.log,
+          dependencies.options.retryDelays,
+          cancellation_,
+          summary) {}
 
 QCoro::Task<> ScanWalk::run() {
     auto takeSnapshot = [&store = dependencies_.watermarkStore,
@@ -199,7 +189,7 @@ QCoro::Task<> ScanWalk::walkBackfill() {
         const bool hasMore = batch.hasMore;
         const std::int64_t high = batch.highWatermark;
         const std::int64_t low = batch.lowWatermark;
-        co_await upload(std::move(batch.records), high);
+        co_await uploader_.upload(std::move(batch.records), high);
         if (wasReset()) {
             co_return;
         }
@@ -248,7 +238,7 @@ QCoro::Task<> ScanWalk::walkForward() {
         MessagesCollector::Batch batch =
             co_await collect(dependencies_.watermarkStore.watermark(), false);
         const std::int64_t high = batch.highWatermark;
-        co_await upload(std::move(batch.records), high);
+        co_await uploader_.upload(std::move(batch.records), high);
         if (wasReset()) {
             co_return;
         }
@@ -287,44 +277,6 @@ QCoro::Task<MessagesCollector::Batch> ScanWalk::collect(std::int64_t bound, bool
             "the Messages database is damaged: skipping rows whose ids are out of order");
     }
     co_return batch;
-}
-
-QCoro::Task<> ScanWalk::upload(IngestClient::Records records, std::int64_t watermark) {
-    if (records.empty()) {
-        co_return;
-    }
-    const auto count = static_cast<std::int64_t>(records.size());
-    const auto shared = std::make_shared<const IngestClient::Records>(std::move(records));
-    // These lambdas are not coroutines, and `retrying` keeps their captures alive.
-    auto sleep = [this](double seconds) {
-        return sleepFor(&dependencies_.clock, tavrin::Seconds(seconds), cancellation_);
-    };
-    auto report = [this](const std::exception_ptr& error, std::size_t retry, double seconds) {
-        dependencies_.log.log(
-            "batch upload failed ({}); resending the same batch in {:.1f}s (retry {})",
-            tavrin::description(error),
-            seconds,
-            retry);
-    };
-    auto send = [this, shared, watermark] {
-        return ingest_.upload(shared, watermark, cancellation_);
-    };
-    const IngestClient::Ack ack = co_await tavrin::retrying<QCoro::Task, IngestClient::Ack>(
-        dependencies_.options.retryDelays,
-        isWorthRetrying,
-        std::move(sleep),
-        std::move(report),
-        std::move(send));
-    dependencies_.log.info(
-        "batch accepted: {} messages, {} contacts touched, {} with unknown counterparties",
-        ack.accepted,
-        ack.contactsTouched.value_or(0),
-        ack.unknownCounterparty.value_or(0));
-    if (ack.accepted < count) {
-        dependencies_.log.error(
-            "the service accepted only {} of {} messages of a batch", ack.accepted, count);
-    }
-    summary_.uploaded += count;
 }
 
 bool ScanWalk::shouldStop() const {

@@ -3,6 +3,7 @@
 
 #include "OrvelAgent/base/Logger.h"
 #include "OrvelAgent/base/Worker.h"
+#include "OrvelAgent/scan/BatchUploader.h"
 #include "OrvelAgent/scan/IdentityEnricher.h"
 #include "OrvelAgent/scan/IngestClient.h"
 #include "OrvelAgent/scan/ScanDefaults.h"
@@ -95,7 +96,6 @@ private:
     QCoro::Task<> walkBackfill();
     QCoro::Task<> walkForward();
     QCoro::Task<tavrin::MessagesCollector::Batch> collect(std::int64_t bound, bool isBackfill);
-    QCoro::Task<> upload(IngestClient::Records records, std::int64_t watermark);
 
     [[nodiscard]] bool wasReset() const { return resetsAtStart_ != *dependencies_.resets; }
     [[nodiscard]] bool shouldStop() const;
@@ -109,6 +109,7 @@ private:
     const tavrin::CancellationToken cancellation_;
     const std::uint64_t resetsAtStart_;
     ScanSummary& summary_;
+    BatchUploader uploader_;
     std::shared_ptr<Source> source_;
     /// The highest row id of the first history batch.
     std::int64_t top_ = 0;

@@ -429,8 +429,17 @@ private:
         with_.clock.advance(tavrin::Seconds(seconds));
     }
 
-    enum class Fault { None, Busy, Refused, SessionEnded, NoConnection, ReplyLost, Silent };
-    static constexpr int faultCount = 7;
+    enum class Fault {
+        None,
+        Busy,
+        Refused,
+        TooLarge,
+        SessionEnded,
+        NoConnection,
+        ReplyLost,
+        Silent
+    };
+    static constexpr int faultCount = 8;
 
     /// Of the next requests to a path.
     struct Faults {
@@ -477,6 +486,8 @@ private:
             return URLResponse{
                 400,
                 isIdentity ? R"({"error":{"message":"No."}})" : R"({"ok":false,"error":"No."})"};
+        case Fault::TooLarge:
+            return URLResponse{413, R"({"ok":false,"error":"It is too large."})"};
         case Fault::SessionEnded:
             return isIdentity
                        ? URLResponse{400, R"({"error":{"message":"INVALID_GRANT"}})"}

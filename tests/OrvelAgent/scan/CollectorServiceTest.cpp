@@ -433,13 +433,50 @@ TEST_F(CollectorServiceTest, ABatchWithoutATokenIsSentLater) {
 
 TEST_F(CollectorServiceTest, ARefusalIsNotRetried) {
     addMessages(3);
-    for (const int status : {400, 401, 408, 413}) {
+    for (const int status : {400, 401, 408}) {
         session_.enqueue(status, "");
         const auto before = session_.requests().size();
         EXPECT_EQ(scan()->error, fmt::format("HTTP {}", status));
         EXPECT_EQ(session_.requests().size(), before + 1) << status;
     }
     EXPECT_TRUE(waits_.empty());
+}
+
+TEST_F(CollectorServiceTest, ABatchThatTheServiceRefusesAsTooLargeIsSentInParts) {
+    addMessages(4);
+    scan();
+    addMessages(4);
+    received_.clear();
+    session_.enqueue(413, "");
+    const auto summary = scan();
+    EXPECT_FALSE(summary->error);
+    EXPECT_EQ(summary->uploaded, 4);
+    EXPECT_EQ(
+        received_, (std::vector<std::string>{"message-5", "message-6", "message-7", "message-8"}));
+    EXPECT_EQ(store_.watermark(), 8);
+}
+
+TEST_F(CollectorServiceTest, NoProgressIsSavedBeforeAllPartsOfABatchAreAccepted) {
+    addMessages(4);
+    const auto refuseTheSecondPart = [this] {
+        onBatch_ = [this] {
+            onBatch_ = {};
+            session_.enqueue(400, R"({"ok":false,"error":"bad"})");
+        };
+        session_.enqueue(413, "");
+    };
+    refuseTheSecondPart();
+    EXPECT_EQ(scan()->error, "bad");
+    EXPECT_EQ(store_.backfillCursor(), cursorAtStart);
+    EXPECT_EQ(store_.watermark(), 0);
+    EXPECT_EQ(scan()->uploaded, 4);
+
+    addMessages(4);
+    refuseTheSecondPart();
+    EXPECT_EQ(scan()->error, "bad");
+    EXPECT_EQ(store_.watermark(), 4);
+    EXPECT_EQ(scan()->uploaded, 4);
+    EXPECT_EQ(store_.watermark(), 8);
 }
 
 TEST_F(CollectorServiceTest, AnUntrustedCertificateIsNotRetried) {
