@@ -3,6 +3,9 @@
 
 #include "core/Errors.h"
 #include "core/JSON.h"
+#include "core/Text.h"
+
+#include <QString>
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
@@ -10,9 +13,13 @@
 #include <boost/json/serialize.hpp>
 #include <boost/json/value.hpp>
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <fstream>
 #include <iterator>
 #include <string_view>
@@ -51,6 +58,25 @@ std::FILE* openPrivately(const std::filesystem::path& path) {
     return fdopen(descriptor, "w");
 }
 
+/// The same JSON, in which every character that can control a terminal is escaped. The serializer
+/// escapes those of C0 itself.
+std::string escapedForTerminal(std::string_view json) {
+    std::string escaped;
+    escaped.reserve(json.size());
+    while (!json.empty()) {
+        const std::size_t length = tavrin::controlCharacterLength(json);
+        const std::string_view character = json.substr(0, std::max<std::size_t>(length, 1));
+        if (length == 0) {
+            escaped += character;
+        } else {
+            const char32_t scalar = QString::fromUtf8(character).toUcs4().value(0);
+            escaped += fmt::format("\\u{:04x}", static_cast<std::uint32_t>(scalar));
+        }
+        json.remove_prefix(character.size());
+    }
+    return escaped;
+}
+
 } // namespace
 
 void PreviewSession::FileCloser::operator()(std::FILE* file) const {
@@ -65,6 +91,7 @@ PreviewSession::PreviewSession(
     if (!file_) {
         throw tavrin::PlatformError::fromErrno(errno, "Could not write " + file->string());
     }
+    isTerminal_ = isatty(fileno(file_.get())) == 1;
 }
 
 std::unique_ptr<URLSession::Task>
@@ -98,7 +125,8 @@ URLResult PreviewSession::acceptUpload(const std::string& body) {
     const boost::json::array& records = payload.at("records").as_array();
     std::string lines;
     for (const boost::json::value& record : records) {
-        lines += boost::json::serialize(record);
+        const std::string line = boost::json::serialize(record);
+        lines += isTerminal_ ? escapedForTerminal(line) : line;
         lines += '\n';
     }
     const bool isWritten =

@@ -15,7 +15,8 @@
 namespace orvel {
 
 /// Replaces the network in a preview. Accepts every upload and writes its records, unchanged, as
-/// JSON Lines. Also replies with the known handles.
+/// JSON Lines. On a terminal, characters that can control it are JSON escapes. Also replies with
+/// the known handles.
 class PreviewSession final : public URLSession {
 public:
     /// Writes to the file, or to standard output. Throws `tavrin::PlatformError` if the file cannot
@@ -35,6 +36,7 @@ private:
     URLResult acceptUpload(const std::string& body);
 
     std::unique_ptr<std::FILE, FileCloser> file_;
+    bool isTerminal_ = false;
     std::vector<std::string> knownHandles_;
     /// Its destruction drops the pending completions.
     QObject callbackContext_;

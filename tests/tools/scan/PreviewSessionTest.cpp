@@ -2,13 +2,19 @@
 #include "tools/scan/PreviewSession.h"
 
 #include "core/Errors.h"
+#include "core/FileDescriptor.h"
 #include "core/JSON.h"
 #include "tests/support/RunTask.h"
 #include "tests/support/SmallDisk.h"
 #include "tests/support/TemporaryDirectory.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <array>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 
@@ -52,6 +58,27 @@ TEST_F(PreviewSessionTest, WritesRecordsAsTheyWouldBeSent) {
     EXPECT_EQ(response.status, 200);
     EXPECT_EQ(response.body, R"({"ok":true,"data":{"acceptedWatermark":7,"accepted":2}})");
     EXPECT_EQ(content(), "{\"b\":1,\"a\":\"é\\n\"}\n{\"c\":null}\n");
+}
+
+TEST_F(PreviewSessionTest, ControlsNoTerminal) {
+    const std::string text = "caf\u00e9 \u009b2J \u007f \u061c \u200e \u2028 \u202e \u2066 \u20ac";
+    const std::string upload = R"({"records":[{"body":")" + text + R"("}],"watermark":7})";
+
+    const tavrin::FileDescriptor reader(posix_openpt(O_RDWR | O_NOCTTY));
+    ASSERT_EQ(grantpt(reader.get()), 0);
+    ASSERT_EQ(unlockpt(reader.get()), 0);
+    PreviewSession onTerminal(std::filesystem::path(ptsname(reader.get())), {});
+    send(onTerminal, "/api/v1/context/ingest", upload);
+    std::array<char, 4096> shown{};
+    const ssize_t size = read(reader.get(), shown.data(), shown.size());
+    EXPECT_EQ(
+        std::string(shown.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0))),
+        "{\"body\":\"caf\u00e9 \\u009b2J \\u007f \\u061c \\u200e \\u2028 \\u202e \\u2066 "
+        "\u20ac\"}\r\n");
+
+    PreviewSession inFile(path_, {});
+    send(inFile, "/api/v1/context/ingest", upload);
+    EXPECT_EQ(content(), "{\"body\":\"" + text + "\"}\n") << "a file has what is uploaded";
 }
 
 TEST_F(PreviewSessionTest, AnswersWithTheKnownHandles) {
