@@ -19,6 +19,8 @@ inline constexpr std::string_view backfillDoneKey = "messages.backfill.done";
 inline constexpr std::string_view ownerKey = "messages.progress.owner";
 /// The progress before the first scan that could not read the address book.
 inline constexpr std::string_view beforeContactsGapKey = "messages.progress.beforeContactsGap";
+/// The folder of the private copies of the last scan.
+inline constexpr std::string_view copiesFolderKey = "messages.copies.folder";
 inline constexpr std::string_view last24hKey = "messages.last24h.count";
 inline constexpr std::string_view last24hAtKey = "messages.last24h.at";
 

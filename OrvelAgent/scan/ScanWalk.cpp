@@ -37,6 +37,38 @@ struct ScanWalk::Source {
 
 namespace {
 
+/// The absolute path, encoded so that the settings can store any path.
+std::string storable(const std::filesystem::path& path) {
+    return QByteArray::fromStdString(std::filesystem::absolute(path).lexically_normal().string())
+        .toPercentEncoding("/")
+        .toStdString();
+}
+
+void removeAbandonedCopiesIn(const std::filesystem::path& folder, const Logger& log) {
+    try {
+        tavrin::SnapshotDirectory::removeAbandoned(folder);
+    } catch (const std::filesystem::filesystem_error& error) {
+        log.error("a copy of the database that an earlier run left stays: {}", error.what());
+    }
+}
+
+/// Removes what killed scans have left behind, also in the folder of the scan before, if `$TMPDIR`
+/// has changed.
+void removeAbandonedCopies(WatermarkStore& store, const Logger& log) {
+    const std::filesystem::path parent = tavrin::SnapshotDirectory::parent();
+    removeAbandonedCopiesIn(parent, log);
+    const std::string folder = storable(parent);
+    const std::optional<std::string> before = store.copiesFolder();
+    if (before == folder) {
+        return;
+    }
+    if (before) {
+        removeAbandonedCopiesIn(
+            QByteArray::fromPercentEncoding(QByteArray::fromStdString(*before)).toStdString(), log);
+    }
+    store.setCopiesFolder(folder);
+}
+
 MessagesCollector::Options collectorOptions(const ScanPlan& plan) {
     MessagesCollector::Options options;
     options.mode = plan.mode;
@@ -81,11 +113,7 @@ QCoro::Task<> ScanWalk::run() {
                          cancellation = cancellation_] {
         const std::shared_ptr lock = store.lock();
         *heldLock = lock;
-        try {
-            tavrin::SnapshotDirectory::removeAbandoned();
-        } catch (const std::filesystem::filesystem_error& error) {
-            log.error("a copy of the database that an earlier run left stays: {}", error.what());
-        }
+        removeAbandonedCopies(store, log);
         return std::make_shared<Source>(lock, copier, path, cancellation, live);
     };
     source_ = co_await dependencies_.worker.run(std::move(takeSnapshot));
@@ -119,13 +147,7 @@ QCoro::Task<> ScanWalk::prepareProgress() {
         bool isGapClosed = false;
     };
     const WatermarkStore::Owner owner{
-        plan_.session.account,
-        ingest_.service(),
-        // The settings can store any path that way.
-        QByteArray::fromStdString(
-            std::filesystem::absolute(dependencies_.options.sourcePath).lexically_normal().string())
-            .toPercentEncoding("/")
-            .toStdString()};
+        plan_.session.account, ingest_.service(), storable(dependencies_.options.sourcePath)};
     auto prepare = [source = source_,
                     &store = dependencies_.watermarkStore,
                     owner,

@@ -109,6 +109,14 @@ std::optional<WatermarkStore::Owner> WatermarkStore::owner() const {
     }
 }
 
+std::optional<std::string> WatermarkStore::copiesFolder() const {
+    return storedValue<std::string>(defaults_, copiesFolderKey);
+}
+
+void WatermarkStore::setCopiesFolder(const std::string& folder) {
+    defaults_.set(copiesFolderKey, folder);
+}
+
 void WatermarkStore::rememberBeforeContactsGap() {
     if (!storedValue<std::string>(defaults_, beforeContactsGapKey)) {
         defaults_.set(

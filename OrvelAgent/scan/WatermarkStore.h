@@ -64,6 +64,10 @@ public:
     /// because the scan of another process would overwrite it.
     [[nodiscard]] std::unique_ptr<tavrin::Interface> lock();
 
+    /// Where the last scan had its copy of the database.
+    [[nodiscard]] std::optional<std::string> copiesFolder() const;
+    void setCopiesFolder(const std::string& folder);
+
     /// Stores the current progress for `returnBeforeContactsGap`, unless that has been done
     /// already.
     void rememberBeforeContactsGap();

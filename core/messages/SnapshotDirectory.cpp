@@ -115,10 +115,10 @@ fs::path SnapshotDirectory::parent() {
     return directory != nullptr && *directory != '\0' ? directory : "/tmp";
 }
 
-std::size_t SnapshotDirectory::removeAbandoned() {
+std::size_t SnapshotDirectory::removeAbandoned(const fs::path& folder) {
     std::vector<fs::path> candidates;
     std::error_code error;
-    for (fs::directory_iterator entry(parent(), error), end; !error && entry != end;
+    for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
          entry.increment(error)) {
         if (isName(entry->path().filename().native())) {
             candidates.push_back(entry->path());

@@ -52,10 +52,10 @@ public:
     /// `$TMPDIR` if set and not empty, else "/tmp".
     [[nodiscard]] static std::filesystem::path parent();
 
-    /// Removes this user's directories in `parent()` that no running process has locked. Returns
+    /// Removes this user's directories in the folder that no running process has locked. Returns
     /// their number. If some cannot be removed, removes the others, then throws
     /// `std::filesystem::filesystem_error` for the first one.
-    static std::size_t removeAbandoned();
+    static std::size_t removeAbandoned(const std::filesystem::path& folder = parent());
 
     /// Locks the opened directory. Returns no descriptor if another process holds the lock, the
     /// directory belongs to another user, or the path no longer names it.

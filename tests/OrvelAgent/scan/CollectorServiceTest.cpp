@@ -310,6 +310,7 @@ TEST_F(CollectorServiceTest, ProgressIsSavedInOrder) {
     EXPECT_EQ(
         defaults_.takeChangedKeys(),
         (std::vector<std::string>{
+            "messages.copies.folder",
             "messages.progress.owner",
             "messages.last24h.count",
             "messages.last24h.at",
@@ -951,6 +952,24 @@ TEST_F(CollectorServiceTest, ItRemovesTheCopiesOfKilledProcesses) {
         temporary_ / "tavrin-chatdb-00000000-0000-0000-0000-000000000000");
     scan();
     EXPECT_TRUE(std::filesystem::is_empty(temporary_.path()));
+}
+
+TEST_F(CollectorServiceTest, ItRemovesTheCopiesOfKilledProcessesInTheTemporaryFolderOfBefore) {
+    scan();
+    const auto left = temporary_ / "tavrin-chatdb-00000000-0000-0000-0000-000000000000";
+    std::filesystem::create_directory(left);
+    const test::TemporaryDirectory other;
+    const auto folder = other / "another % folder";
+    std::filesystem::create_directory(folder);
+    qputenv("TMPDIR", folder.c_str());
+    scan();
+    EXPECT_FALSE(std::filesystem::exists(left));
+
+    std::filesystem::create_directory(
+        folder / "tavrin-chatdb-00000000-0000-0000-0000-000000000000");
+    qputenv("TMPDIR", temporary_.path().c_str());
+    scan();
+    EXPECT_TRUE(std::filesystem::is_empty(folder));
 }
 
 TEST_F(CollectorServiceTest, ItLogsTheBeginningEachBatchAndTheEnd) {
