@@ -21,6 +21,23 @@ constexpr std::int64_t leastRowsOutOfOrder = 2'000;
 /// ... and at most about this many before the walk fails without a row that fits.
 constexpr std::int64_t mostRowsOutOfOrder = 100'000;
 
+/// A batch ends before its limit of rows once its records take so many bytes, because a file or a
+/// sender may fill each row with megabytes.
+constexpr std::size_t mostBytesPerBatch = std::size_t{16} << 20U;
+
+/// About the memory that it takes.
+std::size_t sizeOf(const MessageRecord& record) {
+    std::size_t size = sizeof(MessageRecord) + record.guid.size();
+    for (const std::string& participant : record.participants) {
+        size += sizeof(std::string) + participant.size();
+    }
+    for (const std::optional<std::string>* text :
+         {&record.body, &record.chatGUID, &record.service, &record.senderHandle}) {
+        size += *text ? (*text)->size() : 0;
+    }
+    return size;
+}
+
 /// Returns false if there is a text that cannot be decoded.
 bool readBody(const BatchReader::Row& row, MessageRecord& record) {
     record.body = row.string(column::text);
@@ -53,13 +70,17 @@ BatchReader::BatchReader(
 }
 
 void BatchReader::read(const Row& row) {
+    if (isCutOff_) {
+        return;
+    }
     const std::int64_t rowID = row.integer(column::rowID);
     if (messages_.empty() || messages_.back().rowID != rowID) {
         const std::int64_t before = messages_.empty() ? order_.bound() : messages_.back().rowID;
         isInOrder_ = isInOrder_ && order_.canFollow(before, rowID);
         messages_.push_back({.rowID = rowID, .firstRecord = records_.size()});
     }
-    if (rows_ >= readLimit_) {
+    const bool isFull = bytes_ >= mostBytesPerBatch && messages_.size() > 1;
+    if (rows_ >= readLimit_ || isFull) {
         isCutOff_ = true;
         return;
     }
@@ -143,7 +164,7 @@ void BatchReader::examine(const Row& row, Message& message) {
     }
     ChatIndex::Chat* const chat =
         row.isNull(column::chat) ? nullptr : chats_.find(row.integer(column::chat));
-    std::optional<std::string> handle = row.string(column::handle);
+    std::optional<std::string> handle = MessageQuery::handle(row, column::handle);
     if (!isInScope(chat, handle)) {
         ++message.outOfScope;
         return;
@@ -170,6 +191,7 @@ void BatchReader::examine(const Row& row, Message& message) {
     if (options_.mode == CollectionMode::WithBodies && !readBody(row, record)) {
         ++message.undecodable;
     }
+    bytes_ += sizeOf(record);
 }
 
 bool BatchReader::isInScope(ChatIndex::Chat* chat, const std::optional<std::string>& handle) const {

@@ -63,6 +63,8 @@ private:
     std::vector<Message> messages_;
     /// Rows examined.
     std::int64_t rows_ = 0;
+    /// Of the records.
+    std::size_t bytes_ = 0;
     bool isInOrder_ = true;
     /// Whether there is a row beyond the limit. It belongs to the last message.
     bool isCutOff_ = false;

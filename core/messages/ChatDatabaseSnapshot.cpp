@@ -34,6 +34,9 @@ constexpr std::string_view logIndexSuffix = "-shm";
 constexpr std::string_view journalSuffix = "-journal";
 constexpr std::chrono::milliseconds firstPause = 10ms;
 constexpr std::chrono::milliseconds longestPause = 500ms;
+/// Instructions of SQLite. The statements of a scan take about seven per message, so this is enough
+/// for forty million messages. Only a view that a hostile file has in place of a table needs more.
+constexpr std::int64_t mostWorkPerStatement = 300'000'000;
 /// File times come from a coarse clock: two changes within this time can have the same time stamp.
 constexpr auto timeStampGranularity = 50ms;
 
@@ -160,6 +163,39 @@ CompanionCopy copyCompanion(
     return copy;
 }
 
+/// `SQLiteDatabase` inserts the path into a URI as it is.
+std::string escapedForURI(const std::string& path) {
+    // After two slashes, a URI names a host.
+    std::string escaped = path.starts_with("//") ? "//" : "";
+    for (const char character : path) {
+        switch (character) {
+        case '%':
+            escaped += "%25";
+            break;
+        case '?':
+            escaped += "%3F";
+            break;
+        case '#':
+            escaped += "%23";
+            break;
+        default:
+            escaped += character;
+        }
+    }
+    return escaped;
+}
+
+std::shared_ptr<SQLiteDatabase> openCopy(const std::string& path) {
+    try {
+        return std::make_shared<SQLiteDatabase>(escapedForURI(path));
+    } catch (const SQLiteError& error) {
+        if (const auto* open = std::get_if<SQLiteError::Open>(&error.error())) {
+            throw SQLiteError(SQLiteError::Open{path, open->message});
+        }
+        throw;
+    }
+}
+
 /// What SQLite finds wrong with the copy of the main file without its log. No value if it is
 /// intact. A checkpoint may have written only some pages of a change. Then rows are missing, and
 /// reading reports no error.
@@ -167,9 +203,9 @@ std::optional<std::string>
 damageWithoutLog(const std::string& path, const CancellationToken& cancellation) {
     std::optional<std::string> damage = "the check gave no result";
     try {
-        SQLiteDatabase database(path);
-        database.observe(cancellation);
-        database.query("PRAGMA quick_check(1)", {}, [&damage](const SQLiteDatabase::Row& row) {
+        const std::shared_ptr<SQLiteDatabase> database = openCopy(path);
+        database->observe(cancellation);
+        database->query("PRAGMA quick_check(1)", {}, [&damage](const SQLiteDatabase::Row& row) {
             damage = row.string(0);
             if (damage == "ok") {
                 damage.reset();
@@ -306,7 +342,9 @@ ChatDatabaseSnapshot::ChatDatabaseSnapshot(
 ChatDatabaseSnapshot::~ChatDatabaseSnapshot() = default;
 
 std::shared_ptr<SQLiteDatabase> ChatDatabaseSnapshot::open() const {
-    return std::make_shared<SQLiteDatabase>(databasePath_);
+    const std::shared_ptr<SQLiteDatabase> database = openCopy(databasePath_);
+    database->limitWork(mostWorkPerStatement);
+    return database;
 }
 
 const fs::path& ChatDatabaseSnapshot::directory() const {

@@ -79,7 +79,8 @@ public:
     ChatDatabaseSnapshot(const ChatDatabaseSnapshot&) = delete;
     ChatDatabaseSnapshot& operator=(const ChatDatabaseSnapshot&) = delete;
 
-    /// A new connection on every call. The snapshot must outlive it. Throws `SQLiteError`.
+    /// A new connection on every call. Its statements end with an error if they take far more work
+    /// than those of a scan. The snapshot must outlive it. Throws `SQLiteError`.
     [[nodiscard]] std::shared_ptr<SQLiteDatabase> open() const;
 
     [[nodiscard]] const std::string& databasePath() const { return databasePath_; }

@@ -4,7 +4,9 @@
 #include "core/messages/AppleEpoch.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <limits>
+#include <utility>
 
 namespace tavrin {
 
@@ -52,6 +54,13 @@ std::vector<Binding> MessageQuery::sinceBindings(Date since) {
         Binding::integer(AppleEpoch::rawNanoseconds(since)),
         Binding::integer(AppleEpoch::nanosecondDivide),
         Binding::integer(AppleEpoch::rawSeconds(since))};
+}
+
+std::optional<std::string> MessageQuery::handle(const SQLiteDatabase::Row& row, int column) {
+    // E-mail addresses have at most 254 bytes. The handles of a thread are in each of its records.
+    constexpr std::size_t longestHandle = 1'000;
+    std::optional<std::string> handle = row.string(column);
+    return handle && handle->size() > longestHandle ? std::nullopt : std::move(handle);
 }
 
 } // namespace tavrin

@@ -42,4 +42,7 @@ bindings(std::int64_t bound, const std::optional<Date>& since, std::int64_t batc
 /// all others in nanoseconds.
 [[nodiscard]] std::vector<SQLiteDatabase::Binding> sinceBindings(Date since);
 
+/// The handle in that column. No value if it is too long for a phone number or an address.
+[[nodiscard]] std::optional<std::string> handle(const SQLiteDatabase::Row& row, int column);
+
 } // namespace tavrin::MessageQuery

@@ -165,7 +165,7 @@ std::map<std::int64_t, MessagesCollector::ChatInfo> MessagesCollector::loadChats
         {},
         [&chats](const Row& row) {
             const auto chat = chats.find(row.integer(0));
-            std::optional<std::string> handle = row.string(1);
+            std::optional<std::string> handle = MessageQuery::handle(row, 1);
             if (chat != chats.end() && handle) {
                 chat->second.participants.push_back(std::move(*handle));
             }

@@ -28,6 +28,20 @@ std::string describe(const SQLiteError::Case& error) {
     return std::visit(Describe(), error);
 }
 
+/// Between two calls of `countWork`.
+constexpr int instructionsPerCall = 10'000;
+
+/// Most bytes of one value or row. SQLite's own limit is 1 GB.
+constexpr int mostBytesOfValue = 64 << 20;
+
+/// The views and generated columns of a file from outside must not use functions and virtual tables
+/// that read or change anything beyond it.
+void distrustSchema(sqlite3* connection) {
+    sqlite3_db_config(connection, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+    sqlite3_db_config(connection, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+    sqlite3_limit(connection, SQLITE_LIMIT_LENGTH, mostBytesOfValue);
+}
+
 void bind(sqlite3_stmt* statement, int parameter, const SQLiteDatabase::Binding& binding) {
     if (const auto* integer = std::get_if<std::int64_t>(&binding.value)) {
         sqlite3_bind_int64(statement, parameter, *integer);
@@ -87,6 +101,7 @@ SQLiteDatabase::SQLiteDatabase(const std::string& readOnlyPath) {
         throw SQLiteError(SQLiteError::Open{
             readOnlyPath, connection == nullptr ? "unknown error" : sqlite3_errmsg(connection)});
     }
+    distrustSchema(connection);
 }
 
 SQLiteDatabase::~SQLiteDatabase() = default;
@@ -99,6 +114,17 @@ SQLiteDatabase::Statement SQLiteDatabase::prepare(const std::string& sql) {
         throw SQLiteError(SQLiteError::Prepare{sql, sqlite3_errmsg(connection_.get())});
     }
     return statement;
+}
+
+int SQLiteDatabase::countWork(void* database) {
+    auto& self = *static_cast<SQLiteDatabase*>(database);
+    ++self.calls_;
+    return self.calls_ > self.mostCalls_ ? 1 : 0;
+}
+
+void SQLiteDatabase::limitWork(std::int64_t instructions) {
+    mostCalls_ = instructions / instructionsPerCall;
+    sqlite3_progress_handler(connection_.get(), instructionsPerCall, countWork, this);
 }
 
 void SQLiteDatabase::observe(const CancellationToken& cancellation) {
@@ -119,6 +145,7 @@ void SQLiteDatabase::query(
     for (int parameter = 1; const Binding& binding : bindings) {
         bind(statement.get(), parameter++, binding);
     }
+    calls_ = 0;
     const Row row(statement.get());
     int result = sqlite3_step(statement.get());
     for (; result == SQLITE_ROW; result = sqlite3_step(statement.get())) {

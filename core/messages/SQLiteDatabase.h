@@ -91,6 +91,10 @@ public:
     SQLiteDatabase(const SQLiteDatabase&) = delete;
     SQLiteDatabase& operator=(const SQLiteDatabase&) = delete;
 
+    /// From now on, a statement ends with an error after about so many instructions of SQLite's
+    /// virtual machine.
+    void limitWork(std::int64_t instructions);
+
     /// From now on, cancelling the token also ends a running `query`, which throws `TaskCancelled`.
     void observe(const CancellationToken& cancellation);
 
@@ -118,10 +122,15 @@ private:
     using Statement = std::unique_ptr<sqlite3_stmt, StatementDeleter>;
 
     Statement prepare(const std::string& sql);
+    /// SQLite calls it while a statement runs. A result other than 0 ends the statement.
+    static int countWork(void* database);
 
     std::unique_ptr<sqlite3, ConnectionDeleter> connection_;
     /// Cached statements by text. A statement is removed while it runs.
     std::unordered_map<std::string, Statement> idleStatements_;
+    /// Calls of `countWork` that a statement may cause, and has caused.
+    std::int64_t mostCalls_ = 0;
+    std::int64_t calls_ = 0;
     CancellationToken cancellation_;
     /// Destroyed first, because the callback uses the connection.
     CancellationToken::Registration interruption_;

@@ -305,6 +305,44 @@ TEST_F(ChatDatabaseSnapshotTest, CreatesAMissingTemporaryDirectory) {
     EXPECT_EQ(snapshot.directory().parent_path(), temporary_ / "some/where");
 }
 
+TEST_F(ChatDatabaseSnapshotTest, OpensACopyWhoseNameHasAMeaningInAURI) {
+    for (const char* name : {"chat#x.db", "chat%41.db", "chat.db?mode=rwc", "chat%"}) {
+        source_ = folder_ / name;
+        makeQuietDatabase(10);
+        setenv("TMPDIR", (temporary_ / "t?x#%41").c_str(), 1);
+        const ChatDatabaseSnapshot snapshot(copier_, source_);
+        EXPECT_TRUE(holdsMessages(snapshot, 10)) << name;
+
+        setenv("TMPDIR", ("/" + temporary_.path().string()).c_str(), 1);
+        const ChatDatabaseSnapshot afterTwoSlashes(copier_, source_);
+        EXPECT_TRUE(holdsMessages(afterTwoSlashes, 10)) << name;
+    }
+}
+
+TEST_F(ChatDatabaseSnapshotTest, ACopyThatCannotBeOpenedIsReportedWithItsPlainPath) {
+    source_ = folder_ / "chat #%.db";
+    makeQuietDatabase(10);
+    const ChatDatabaseSnapshot snapshot(copier_, source_);
+    fs::remove(snapshot.databasePath());
+    EXPECT_THAT(
+        [&] { static_cast<void>(snapshot.open()); },
+        testing::ThrowsMessage<SQLiteError>(
+            "sqlite open failed (" + snapshot.databasePath() + "): unable to open database file"));
+}
+
+TEST_F(ChatDatabaseSnapshotTest, AStatementOnTheCopyDoesNotTakeForever) {
+    makeQuietDatabase(10);
+    const ChatDatabaseSnapshot snapshot(copier_, source_);
+    const auto database = snapshot.open();
+    EXPECT_THROW(
+        database->query(
+            "WITH RECURSIVE endless (n) AS (SELECT 1 UNION ALL SELECT n FROM endless) "
+            "SELECT count(*) FROM endless",
+            {},
+            [](const SQLiteDatabase::Row&) {}),
+        SQLiteError);
+}
+
 TEST_F(ChatDatabaseSnapshotTest, ReportsThatItsDirectoryCannotBeCreated) {
     makeQuietDatabase(1);
     setenv("TMPDIR", (source_ / "below-a-file").c_str(), 1);
@@ -910,6 +948,15 @@ TEST_F(ChatDatabaseSnapshotSweepTest, LocksNoDirectoryThatIsNoLongerInItsPlace) 
     former = FileDescriptor(open((temporary_ / "moved").c_str(), O_RDONLY | O_DIRECTORY));
     leaveBehind("some");
     EXPECT_FALSE(SnapshotDirectory::tryLock(std::move(former), directory).isOpen());
+}
+
+TEST_F(ChatDatabaseSnapshotSweepTest, RemovesThoseOfAnotherFolder) {
+    const TemporaryDirectory other;
+    const fs::path directory = other / name_;
+    fs::create_directory(directory);
+
+    EXPECT_EQ(SnapshotDirectory::removeAbandoned(other.path()), 1U);
+    EXPECT_FALSE(fs::exists(directory));
 }
 
 TEST_F(ChatDatabaseSnapshotSweepTest, RemovesAllOfSeveral) {

@@ -162,6 +162,53 @@ TEST_F(MessagesCollectorTest, AViewServesAsATable) {
     EXPECT_THAT(onlyRecord().participants, ElementsAre("ann@example.com"));
 }
 
+TEST_F(MessagesCollectorTest, LargeTextsEndABatchEarlyInBothDirections) {
+    const std::string text(std::size_t{1} << 20U, 'x');
+    const std::int64_t one = builder_.addChat({.guid = "one"});
+    const std::int64_t other = builder_.addChat({.guid = "other"});
+    for (std::int64_t rowID = 1; rowID <= 40; ++rowID) {
+        builder_.addMessage(
+            {.rowID = rowID,
+             .guid = std::to_string(rowID),
+             .text = rowID == 30 ? std::string(std::size_t{20} << 20U, 'x') : text,
+             .chats = rowID % 2 == 0 ? std::vector{one, other} : std::vector{one}});
+    }
+    Options options;
+    options.mode = CollectionMode::WithBodies;
+    options.scope = ThreadScope::AllThreads;
+    options.batchLimit = 500;
+    MessagesCollector collector(std::make_shared<SQLiteDatabase>(builder_.path()));
+    for (const bool isForward : {true, false}) {
+        std::int64_t bound = isForward ? 0 : 41;
+        std::vector<std::int64_t> rows;
+        for (bool hasMore = true; hasMore;) {
+            const auto batch = isForward ? collector.collect(bound, options)
+                                         : collector.collectBackfill(bound, options);
+            // The limit, and one message in two chats beyond it.
+            EXPECT_LE(batch.records.size(), 18U);
+            for (const MessageRecord& record : batch.records) {
+                rows.push_back(record.rowID);
+            }
+            bound = isForward ? batch.highWatermark : batch.lowWatermark;
+            hasMore = batch.hasMore;
+        }
+        EXPECT_EQ(rows.size(), 60U);
+        std::sort(rows.begin(), rows.end());
+        rows.erase(std::unique(rows.begin(), rows.end()), rows.end());
+        EXPECT_EQ(rows.size(), 40U);
+    }
+}
+
+TEST_F(MessagesCollectorTest, AHandleThatIsNoAddressIsNotCopiedIntoRecords) {
+    const std::int64_t huge = builder_.addHandle(std::string(2'000, '1'));
+    const std::int64_t known = builder_.addHandle("ann@example.com");
+    const std::int64_t chat = builder_.addChat({.guid = "one", .participants = {huge, known}});
+    builder_.addMessage({.guid = "1", .handle = huge, .chats = {chat}});
+    const auto record = onlyRecord();
+    EXPECT_THAT(record.participants, ElementsAre("ann@example.com"));
+    EXPECT_EQ(record.senderHandle, std::nullopt);
+}
+
 TEST_F(MessagesCollectorTest, AFileThatIsNotADatabaseIsReportedBySQLite) {
     std::ofstream(directory_ / "text.db") << std::string(5000, 'x');
     EXPECT_THROW(

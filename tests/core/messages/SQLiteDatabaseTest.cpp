@@ -334,6 +334,38 @@ TEST_F(SQLiteDatabaseTest, CancellingEndsARunningQuery) {
     EXPECT_THROW(integers("SELECT 1"), TaskCancelled) << "a later query";
 }
 
+TEST_F(SQLiteDatabaseTest, AStatementWithTooMuchWorkIsAnError) {
+    constexpr auto counting = "WITH RECURSIVE number (n) AS (SELECT 1 UNION ALL SELECT n + 1 FROM "
+                              "number WHERE n < 1000000) SELECT count(*) FROM number";
+    EXPECT_THAT(integers(counting), ElementsAre(1'000'000));
+    database().limitWork(100'000);
+    EXPECT_THAT(
+        [&] { integers(counting); },
+        ThrowsMessage<SQLiteError>(StrEq("sqlite step failed: interrupted")));
+    for (int statement = 0; statement < 3; ++statement) {
+        EXPECT_THAT(
+            integers("WITH RECURSIVE number (n) AS (SELECT 1 UNION ALL SELECT n + 1 FROM number "
+                     "WHERE n < 3000) SELECT count(*) FROM number"),
+            ElementsAre(3'000))
+            << "each statement counts alone";
+    }
+}
+
+TEST_F(SQLiteDatabaseTest, TheSchemaOfTheFileIsNotTrusted) {
+    builder_.execute("CREATE VIEW columns AS SELECT name FROM pragma_table_info('message')");
+    EXPECT_THAT(
+        [&] { integers("SELECT name FROM columns"); },
+        ThrowsMessage<SQLiteError>(
+            testing::HasSubstr("unsafe use of virtual table \"pragma_table_info\"")));
+}
+
+TEST_F(SQLiteDatabaseTest, AHugeValueIsAnErrorBeforeItTakesMemory) {
+    builder_.execute("CREATE VIEW huge AS SELECT randomblob(900000000) AS x");
+    EXPECT_THAT(
+        [&] { blob("SELECT x FROM huge"); },
+        ThrowsMessage<SQLiteError>(StrEq("sqlite step failed: string or blob too big")));
+}
+
 TEST_F(SQLiteDatabaseTest, FindsTablesAndViewsByTheirExactNames) {
     builder_.execute("CREATE VIEW people AS SELECT * FROM handle");
     EXPECT_TRUE(database().tableExists("message"));
