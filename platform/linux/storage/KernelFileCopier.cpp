@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -93,11 +94,61 @@ void readAndWrite(Transfer& transfer) {
     }
 }
 
+bool isSparse(const Transfer& transfer) {
+    constexpr off_t blockSize = 512;
+    struct stat status {};
+    return fstat(transfer.from, &status) == 0 && status.st_blocks < transfer.size / blockSize;
+}
+
+void endWithHole(const Transfer& transfer) {
+    // The source may have become shorter.
+    const off_t end = std::min(transfer.size, lseek(transfer.from, 0, SEEK_END));
+    if (ftruncate(transfer.to, end) != 0) {
+        throw PlatformError::fromErrno(errno, "Could not write " + transfer.destination.string());
+    }
+}
+
+/// Returns whether the copy is complete. If the file system does not tell where the data is,
+/// another method continues.
+bool copyDataOfSparseFile(Transfer& transfer) {
+    if (!isSparse(transfer)) {
+        return false;
+    }
+    while (transfer.offset < transfer.size) {
+        const off_t data = lseek(transfer.from, transfer.offset, SEEK_DATA);
+        if (data >= transfer.size || (data < 0 && errno == ENXIO)) {
+            endWithHole(transfer);
+            return true;
+        }
+        const off_t hole = data < 0 ? data : lseek(transfer.from, data, SEEK_HOLE);
+        if (hole < 0) {
+            return false;
+        }
+        Transfer part = transfer;
+        part.offset = data;
+        part.size = std::min(hole, transfer.size);
+        if (!copyInKernel(part)) {
+            readAndWrite(part);
+        }
+        if (part.offset < part.size) {
+            // The source has become shorter.
+            return true;
+        }
+        transfer.offset = part.offset;
+    }
+    return true;
+}
+
 void run(const std::vector<KernelFileCopier::Method>& methods, Transfer transfer) {
     for (const KernelFileCopier::Method method : methods) {
         switch (method) {
         case KernelFileCopier::Method::Clone:
             if (clone(transfer)) {
+                return;
+            }
+            break;
+        case KernelFileCopier::Method::CopyDataOfSparseFile:
+            if (copyDataOfSparseFile(transfer)) {
                 return;
             }
             break;

@@ -17,6 +17,9 @@ public:
     enum class Method {
         /// `FICLONE`: one step for any size.
         Clone,
+        /// The data of a file with holes, whose copy has the same holes. A few bytes on disk can
+        /// stand for any size.
+        CopyDataOfSparseFile,
         /// `copy_file_range`.
         CopyInKernel,
         ReadAndWrite,
@@ -24,7 +27,11 @@ public:
 
     /// The methods to try, in this order. Each continues where the previous one stopped.
     explicit KernelFileCopier(
-        std::vector<Method> methods = {Method::Clone, Method::CopyInKernel, Method::ReadAndWrite});
+        std::vector<Method> methods = {
+            Method::Clone,
+            Method::CopyDataOfSparseFile,
+            Method::CopyInKernel,
+            Method::ReadAndWrite});
 
     void copy(
         const std::filesystem::path& source,

@@ -17,6 +17,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <filesystem>
@@ -140,6 +141,71 @@ TEST_F(KernelFileCopierTest, ClonesOrReportsThatTheFileSystemCannot) {
     } else {
         EXPECT_EQ(contentOf(destination_), "content");
     }
+}
+
+/// Most of it is holes.
+constexpr off_t sparseSize = off_t{1} << 28;
+
+/// Data at the start, in the middle and, if asked for, at the end of much larger holes.
+void writeSparse(const fs::path& path, bool endsWithData) {
+    const FileDescriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    ASSERT_EQ(pwrite(file.get(), "start", 5, 0), 5);
+    ASSERT_EQ(pwrite(file.get(), "middle", 6, sparseSize / 2), 6);
+    if (endsWithData) {
+        ASSERT_EQ(pwrite(file.get(), "end", 3, sparseSize - 3), 3);
+    }
+    ASSERT_EQ(ftruncate(file.get(), sparseSize), 0);
+}
+
+std::string partOf(const fs::path& path, off_t offset, std::size_t size) {
+    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    std::string part(size, '?');
+    part.resize(static_cast<std::size_t>(
+        std::max<ssize_t>(pread(file.get(), part.data(), size, offset), 0)));
+    return part;
+}
+
+void expectSparseCopy(const fs::path& destination, bool endsWithData) {
+    struct stat status {};
+    ASSERT_EQ(stat(destination.c_str(), &status), 0);
+    EXPECT_EQ(status.st_size, sparseSize);
+    EXPECT_LT(status.st_blocks * 512, 10'000'000);
+    EXPECT_EQ(partOf(destination, 0, 6), std::string("start\0", 6));
+    EXPECT_EQ(partOf(destination, sparseSize / 2 - 1, 8), std::string("\0middle\0", 8));
+    EXPECT_EQ(
+        partOf(destination, sparseSize - 4, 9),
+        endsWithData ? std::string("\0end", 4) : std::string(4, '\0'));
+}
+
+TEST_F(KernelFileCopierTest, TheHolesOfAFileTakeNoSpaceInItsCopy) {
+    for (const bool endsWithData : {true, false}) {
+        fs::remove(source_);
+        fs::remove(destination_);
+        writeSparse(source_, endsWithData);
+
+        copier_.copy(source_, destination_, CancellationToken());
+
+        expectSparseCopy(destination_, endsWithData);
+    }
+}
+
+TEST_F(KernelFileCopierTest, HolesTakeNoSpaceOnAnotherFileSystem) {
+    const FileDescriptor memory(memfd_create("source", MFD_CLOEXEC));
+    const fs::path source = "/proc/self/fd/" + std::to_string(memory.get());
+    writeSparse(source, true);
+
+    copier_.copy(source, destination_, CancellationToken());
+
+    expectSparseCopy(destination_, true);
+}
+
+TEST_F(KernelFileCopierTest, AFileThatIsOneHoleIsCopied) {
+    write(source_, "");
+    fs::resize_file(source_, static_cast<std::uintmax_t>(sparseSize));
+
+    copier_.copy(source_, destination_, CancellationToken());
+
+    EXPECT_EQ(fs::file_size(destination_), static_cast<std::uintmax_t>(sparseSize));
 }
 
 TEST_F(KernelFileCopierTest, CopiesBetweenFileSystems) {
