@@ -55,11 +55,7 @@ tavrin::MessageRecord recordOf(const json::value& value, std::size_t index) {
             "Record " + std::to_string(index) + " is not valid: " + std::string(problem));
     };
     try {
-        auto record = json::value_to<tavrin::MessageRecord>(value);
-        if (record.guid.empty()) {
-            throw refusal("\"guid\" is empty.");
-        }
-        return record;
+        return json::value_to<tavrin::MessageRecord>(value);
     } catch (const tavrin::JSONDecodingError& error) {
         throw refusal(error.what());
     }
@@ -94,6 +90,7 @@ private:
     std::size_t unknownRecords_ = 0;
 };
 
+/// Does not accept records without a guid.
 Reply ingest(const Request& request, RecordStore& store, const KnownHandles& knownHandles) {
     json::monotonic_resource memory;
     const auto body = jsonBody(request, &memory);
@@ -104,8 +101,13 @@ Reply ingest(const Request& request, RecordStore& store, const KnownHandles& kno
     batch.client = clientOf(body);
     batch.watermark = tavrin::integerAt(body, "watermark");
     ContactStatistics contacts(knownHandles);
-    for (const auto& value : arrayAt(body, "records", maxRecords)) {
-        auto record = recordOf(value, batch.items.size());
+    for (std::size_t index = 0; const auto& value : arrayAt(body, "records", maxRecords)) {
+        auto record = recordOf(value, index++);
+        if (record.guid.empty()) {
+            // Not recognizable when it is sent again. Refusing the batch for it would block the
+            // records of all others for good.
+            continue;
+        }
         contacts.add(record);
         batch.items.push_back({std::move(record.guid), json::serialize(value)});
     }

@@ -75,6 +75,16 @@ TEST_F(ContextEndpointsTest, StoresARecordOnceWhenABatchContainsItTwice) {
     EXPECT_EQ(2U, service_->storedCount());
 }
 
+TEST_F(ContextEndpointsTest, ARecordWithoutAGuidDoesNotBlockItsBatch) {
+    const auto reply = client().post(ingestPath, batch({"a", "", "b"}));
+
+    EXPECT_EQ(200, reply.status);
+    EXPECT_EQ(2, reply.data().at("accepted"));
+    EXPECT_EQ(2, reply.data().at("activitiesWritten"));
+    EXPECT_EQ(2, reply.data().at("unknownCounterparty"));
+    EXPECT_EQ(2U, service_->storedCount());
+}
+
 TEST_F(ContextEndpointsTest, CountsKnownContacts) {
     options_.knownHandles = {"(415) 555-0100", "Friend@Example.org"};
     start();
@@ -144,7 +154,6 @@ TEST_F(ContextEndpointsTest, RefusesInvalidBatches) {
         with("records", {1}),
         with("records", json::array({json::array()})),
         with("records", std::move(tooMany)),
-        withRecord("guid", ""),
         withRecord("guid", nullptr),
         withoutRecordKey("rowID"),
         withRecord("rowID", "7"),
