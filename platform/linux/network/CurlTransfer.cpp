@@ -30,6 +30,28 @@ int transferIndex() {
     return index;
 }
 
+std::string_view withoutBlanks(std::string_view text) {
+    constexpr std::string_view blanks = " \t\r\n";
+    text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
+    return text.substr(0, text.find_last_not_of(blanks) + 1);
+}
+
+bool equalsIgnoringCase(std::string_view left, std::string_view right) {
+    const auto lower = [](char character) {
+        return character >= 'A' && character <= 'Z' ? static_cast<char>(character + ('a' - 'A'))
+                                                    : character;
+    };
+    return std::ranges::equal(left, right, {}, lower, lower);
+}
+
+/// Whether the line of a reply's head names another transfer coding than "chunked".
+bool namesOtherCoding(std::string_view line) {
+    const std::size_t colon = line.find(':');
+    return colon != std::string_view::npos &&
+           equalsIgnoringCase(withoutBlanks(line.substr(0, colon)), "Transfer-Encoding") &&
+           !equalsIgnoringCase(withoutBlanks(line.substr(colon + 1)), "chunked");
+}
+
 } // namespace
 
 CurlTransfer::CurlTransfer(
@@ -141,6 +163,9 @@ void CurlTransfer::appendHeader(const std::string& line) {
 }
 
 URLResult CurlTransfer::takeResult(CURLcode code) {
+    if (hasOtherCoding_) {
+        return urlError(URLErrorCode::CannotDecodeContentData);
+    }
     if (code != CURLE_OK) {
         CurlFailure failure{code, 0, 0};
         Curl::get().easyGetinfo(easy_.get(), CURLINFO_OS_ERRNO, &failure.systemError);
@@ -185,6 +210,12 @@ CurlTransfer::onHeader(char* data, std::size_t, std::size_t size, void* transfer
         self.hasAllHeaders_ = false;
     } else if (line == "\r\n" || line == "\n") {
         self.hasAllHeaders_ = true;
+    } else if (namesOtherCoding(line)) {
+        // libcurl decodes compressed layers that the request did not ask for, and looks neither at
+        // the time limit nor at a cancellation before that piece of the reply is decoded. A few
+        // bytes can occupy the worker, and with it every other exchange, for hours.
+        self.hasOtherCoding_ = true;
+        return 0;
     }
     self.headerBytes_ += size;
     return self.headerBytes_ <= maximumHeaderBytes ? size : 0;

@@ -65,6 +65,8 @@ private:
     URLResponse response_;
     std::size_t headerBytes_ = 0;
     bool hasAllHeaders_ = false;
+    /// Whether the reply has another transfer coding than "chunked".
+    bool hasOtherCoding_ = false;
     /// Whether the server sent TLS's close_notify.
     bool hasCloseNotify_ = false;
     /// Destroyed first: refers to the other members.

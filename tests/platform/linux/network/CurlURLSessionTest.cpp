@@ -411,6 +411,45 @@ TEST(CurlURLSessionTest, AReceiverTakesMoreThanTheLimit) {
     EXPECT_EQ(received, body.size());
 }
 
+TEST(CurlURLSessionTest, RefusesEveryTransferCodingExceptChunkedAtOnce) {
+    URLRequest request;
+    request.timeout = Seconds(5);
+    for (const char* header :
+         {"Transfer-Encoding: gzip",
+          "Transfer-Encoding: gzip, chunked",
+          "transfer-encoding:GZIP,chunked",
+          "TRANSFER-ENCODING: deflate",
+          "Transfer-Encoding: identity",
+          "Transfer-Encoding:",
+          "Transfer-Encoding: chunked, chunked",
+          "Transfer-Encoding: chunked;x=1",
+          "Transfer-Encoding: chunked\r\nTransfer-Encoding: gzip",
+          "Transfer-Encoding: gzip\r\nTransfer-Encoding: chunked",
+          "Transfer-Encoding:\r\n gzip"}) {
+        // No byte of the body arrives.
+        const auto sendHead = [header](Connection& connection) {
+            connection.readRequest();
+            connection.write("HTTP/1.1 200 OK\r\n" + std::string(header) + "\r\n\r\n");
+            connection.waitForEnd();
+        };
+        const Outcome outcome = outcomeOf(sendHead, request);
+        EXPECT_EQ(errorCode(outcome.result), URLErrorCode::CannotDecodeContentData) << header;
+        EXPECT_EQ(outcome.connections, 1U) << header;
+    }
+}
+
+TEST(CurlURLSessionTest, TheNameChunkedMayHaveAnyCaseAndBlanks) {
+    for (const char* header :
+         {"Transfer-Encoding: chunked",
+          "transfer-encoding:CHUNKED",
+          "TRANSFER-ENCODING: \t Chunked \t"}) {
+        const Outcome outcome = outcomeOf(sending(
+            "HTTP/1.1 200 OK\r\n" + std::string(header) + "\r\n\r\n2\r\nok\r\n0\r\n\r\n",
+            &Connection::close));
+        EXPECT_EQ(reply(outcome.result), std::pair(200, std::string("ok"))) << header;
+    }
+}
+
 TEST(CurlURLSessionTest, GivesTheTargetOfARedirect) {
     const std::vector<std::pair<std::string, std::string>> cases = {
         {"Location: http://127.0.0.1/x\r\n", "http://127.0.0.1/x"},
