@@ -40,6 +40,12 @@ QTextOption wrapping(Qt::LayoutDirection direction) {
     return option;
 }
 
+/// Qt guesses the format of a tool tip. Markup in a text from outside would be rendered: it could
+/// look like a message of the agent, and pictures in it would be read from any file.
+QString plainToolTip(const QString& text) {
+    return QStringLiteral("<p style=\"white-space: pre-wrap\">%1</p>").arg(text.toHtmlEscaped());
+}
+
 /// QTextLayout does not break lines at '\n'.
 QString withLineSeparators(QString text) {
     return text.replace(u'\n', QChar::LineSeparator);
@@ -89,7 +95,8 @@ int TextLabel::heightForWidth(int width) const {
 
 bool TextLabel::event(QEvent* event) {
     if (event->type() == QEvent::ToolTip && isElided()) {
-        QToolTip::showText(static_cast<QHelpEvent*>(event)->globalPos(), text(), this);
+        QToolTip::showText(
+            static_cast<QHelpEvent*>(event)->globalPos(), plainToolTip(text()), this);
         return true;
     }
     return QLabel::event(event);

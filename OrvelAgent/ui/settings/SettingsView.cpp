@@ -54,6 +54,7 @@ void choose(QComboBox* picker, Choice choice) {
 /// A picker with its label above it and the explanation below.
 QLayout* makeChoice(const QString& name, QComboBox* picker, const QString& explanation) {
     auto* label = new QLabel(name);
+    label->setTextFormat(Qt::PlainText);
     label->setBuddy(picker);
     picker->setAccessibleDescription(explanation);
     auto* block = makeLayout<QVBoxLayout>(nullptr, Theme::lineSpacing);

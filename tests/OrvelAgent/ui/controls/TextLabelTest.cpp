@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/ui/controls/TextLabel.h"
 
+#include "tests/support/widgets/ToolTipText.h"
+
 #include <QFontMetrics>
 
 #include <gtest/gtest.h>
@@ -30,6 +32,21 @@ TEST(TextLabelTest, KeepsLineBreaksInTheText) {
 TEST(TextLabelTest, ShowsMarkupAsPlainText) {
     const TextLabel label(Theme::TextStyle::Body);
     EXPECT_EQ(label.textFormat(), Qt::PlainText);
+}
+
+TEST(TextLabelTest, TheToolTipShowsMarkupAsPlainText) {
+    for (const char* text :
+         {"<b>Call me</b>",
+          "<img src=\"/dev/zero\">",
+          "a & b &amp; c &lt;",
+          "two  spaces\tand\nlines",
+          "%1 plain"}) {
+        TextLabel label(
+            Theme::TextStyle::Caption, Theme::Role::Secondary, TextLabel::Overflow::Elide);
+        label.setText(QString::fromUtf8(text));
+        label.resize(10, label.sizeHint().height());
+        EXPECT_EQ(test::toolTipText(label), text);
+    }
 }
 
 TEST(TextLabelTest, ElidesOnlyTextThatDoesNotFit) {

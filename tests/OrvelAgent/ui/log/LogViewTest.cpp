@@ -76,6 +76,14 @@ TEST_F(LogViewTest, ShowsOneLinePerEntryNewestFirst) {
     EXPECT_TRUE(lines()[1].endsWith(QStringLiteral("\tcollector\tone")));
 }
 
+TEST_F(LogViewTest, ShowsMarkupAsPlainText) {
+    log("<b>bold</b> <img src='/dev/zero'> &amp;");
+    refresh();
+    ASSERT_EQ(lines().size(), 1);
+    EXPECT_TRUE(lines()[0].endsWith(
+        QStringLiteral("\tcollector\t<b>bold</b> <img src='/dev/zero'> &amp;")));
+}
+
 TEST_F(LogViewTest, ShowsExistingEntries) {
     logLines(3);
     refresh();

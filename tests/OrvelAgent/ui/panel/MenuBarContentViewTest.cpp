@@ -10,6 +10,7 @@
 #include "tests/support/SampleAgent.h"
 #include "tests/support/WaitUntil.h"
 #include "tests/support/widgets/DesktopLook.h"
+#include "tests/support/widgets/ToolTipText.h"
 #include "tests/support/widgets/WidgetLayout.h"
 
 #include <QAccessible>
@@ -85,6 +86,16 @@ TEST_P(PanelLayoutTest, EveryControlHasANameAndTheBottomRowComesLast) {
     ASSERT_GE(order.size(), 3U);
     EXPECT_THAT(
         std::vector(order.end() - 3, order.end()), ElementsAre("version", "settings", "quit"));
+}
+
+TEST_P(PanelLayoutTest, EveryLabelShowsPlainText) {
+    SampleAgent agent(GetParam());
+    const MenuBarContentView panel(agent.model());
+    for (const QLabel* label : panel.findChildren<QLabel*>()) {
+        if (!label->text().isEmpty()) {
+            EXPECT_EQ(label->textFormat(), Qt::PlainText) << label->text().toStdString();
+        }
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -395,6 +406,38 @@ TEST_F(MenuBarContentViewTest, ALongAddressIsElidedWithAToolTip) {
     show(AgentState::LongTexts);
     EXPECT_TRUE(find<TextLabel>({"account"})->isElided());
     EXPECT_EQ(text({"account"}), agent_->model().auth().accountEmail());
+}
+
+TEST_F(MenuBarContentViewTest, MarkupInTheAddressOfTheAccountIsPlainText) {
+    const std::string address =
+        "<h1>Your session has expired</h1><img src='/dev/zero'>Call +1 555 000 0000 and read out "
+        "the code";
+    show(AgentState::SignedOut);
+    agent_->with.service.setAnswer(
+        test::FakeService::profilePath,
+        200,
+        R"({"ok":true,"data":{"uid":"uid-1","email":")" + address + R"("}})");
+    agent_->with.letTheUserSignIn();
+    click({"signIn"});
+    EXPECT_TRUE(waitUntil([&] { return text({"account"}) == address; }));
+    EXPECT_EQ(test::toolTipText(*find({"account"})), address);
+}
+
+TEST_F(MenuBarContentViewTest, MarkupInErrorsIsPlainText) {
+    const std::string error = "<b>Call</b> +1 555 000 0000 <img src='/dev/zero'>";
+    show(AgentState::NothingWrong);
+    agent_->with.service.setAnswer(
+        test::FakeService::deviceTokenPath,
+        500,
+        R"({"ok":false,"code":"internal_error","error":")" + error + R"("})");
+    agent_->with.letTheUserSignIn();
+    test::runTask(agent_->model().auth().signIn());
+    agent_->model().collector().recordAbort(error);
+    processEvents();
+    EXPECT_TRUE(isShown({"signInError"}));
+    EXPECT_THAT(text({"signInError"}), testing::HasSubstr(error));
+    EXPECT_TRUE(isShown({"scanError"}));
+    EXPECT_EQ(text({"scanError"}), error);
 }
 
 TEST_F(MenuBarContentViewTest, WithoutAnAccountItOffersTheWebsite) {
