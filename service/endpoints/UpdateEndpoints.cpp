@@ -6,15 +6,11 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <cstddef>
-#include <cstdio>
+#include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
-#include <system_error>
+#include <string_view>
 #include <utility>
 
 namespace orvel::service {
@@ -25,31 +21,20 @@ using tavrin::FileDescriptor;
 
 constexpr std::string_view everyFile = "/updates/*";
 
-/// No value unless the folder itself contains a regular file of that name.
-std::optional<std::string> content(const std::filesystem::path& folder, const std::string& name) {
+/// Null unless the folder itself contains a regular file of that name.
+std::shared_ptr<FileDescriptor>
+opened(const std::filesystem::path& folder, const std::string& name, struct stat& status) {
     // The system call would cut the name at a zero byte and open another file.
     if (name.empty() || name.starts_with('.') || name.find('\0') != std::string::npos) {
-        return std::nullopt;
+        return nullptr;
     }
     // Without O_NONBLOCK, opening a pipe would block.
-    FileDescriptor file(
+    auto file = std::make_shared<FileDescriptor>(
         open((folder / name).c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    struct stat status {};
-    if (!file.isOpen() || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
-        return std::nullopt;
+    if (!file->isOpen() || fstat(file->get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return nullptr;
     }
-    std::string bytes(static_cast<std::size_t>(status.st_size), '\0');
-    std::FILE* const opened = fdopen(file.get(), "r");
-    if (opened == nullptr) {
-        throw std::system_error(errno, std::generic_category(), "Could not read the update");
-    }
-    static_cast<void>(file.release());
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(opened, std::fclose);
-    bytes.resize(std::fread(bytes.data(), 1, bytes.size(), stream.get()));
-    if (std::ferror(stream.get()) != 0) {
-        throw std::system_error(errno, std::generic_category(), "Could not read the update");
-    }
-    return bytes;
+    return file;
 }
 
 } // namespace
@@ -57,14 +42,16 @@ std::optional<std::string> content(const std::filesystem::path& folder, const st
 void addUpdateEndpoints(Router& router, std::filesystem::path folder) {
     const auto serve = [folder = std::move(folder)](const Request& request) {
         // The router's wildcard never matches a slash, so this is a plain file name.
-        auto bytes = content(folder, request.path.substr(everyFile.size() - 1));
-        if (!bytes) {
+        struct stat status {};
+        auto file = opened(folder, request.path.substr(everyFile.size() - 1), status);
+        if (!file) {
             throw Refusal(404, "not_found", "There is nothing at this path.");
         }
         const bool isFeed = request.path == updateFeedPath;
         return Reply{
             .contentType = isFeed ? "application/xml" : "application/octet-stream",
-            .body = std::move(*bytes)};
+            .file = std::move(file),
+            .fileSize = static_cast<std::uint64_t>(status.st_size)};
     };
     router.add("GET", std::string(updateFeedPath), Router::Access::Open, serve);
     router.add("GET", std::string(everyFile), Router::Access::Open, serve);

@@ -1,11 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
+
+namespace tavrin {
+class FileDescriptor;
+}
 
 namespace orvel::service {
 
@@ -60,6 +66,10 @@ struct Reply {
     std::string contentType = "application/json";
     Headers headers = {};
     std::string body = {};
+    /// Sent in place of `body`, if not null: the first `fileSize` bytes of an open file. It is read
+    /// while it is sent, so that a slow client costs little memory.
+    std::shared_ptr<const tavrin::FileDescriptor> file = {};
+    std::uint64_t fileSize = 0;
     Delivery delivery = Delivery::Complete;
     /// Why the request failed, for the log only.
     std::string failure = {};

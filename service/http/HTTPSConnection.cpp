@@ -281,15 +281,16 @@ void HTTPSConnection::send(Reply reply) {
     }
     response_.set(http::field::content_type, reply.contentType);
     response_.keep_alive(false);
-    auto size = reply.body.size();
+    std::uint64_t announced = reply.file ? reply.fileSize : reply.body.size();
+    std::uint64_t sent = announced;
     if (request_.method == "HEAD") {
-        reply.body.clear();
+        sent = 0;
     } else if (reply.delivery == Reply::Delivery::CutOff) {
-        reply.body.resize(size / 2);
-        ++size;
+        sent = announced / 2;
+        ++announced;
     }
-    response_.content_length(size);
-    response_.body() = std::move(reply.body);
+    response_.content_length(announced);
+    response_.body() = {std::move(reply.body), std::move(reply.file), sent};
     state_ = State::Sending;
     beast::get_lowest_layer(stream_).expires_after(replyTimeout);
     http::async_write(

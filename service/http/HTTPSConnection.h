@@ -3,6 +3,7 @@
 
 #include "service/http/HTTP.h"
 #include "service/http/HTTPSServer.h"
+#include "service/http/ReplyBody.h"
 
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/ssl/context.hpp>
@@ -12,7 +13,6 @@
 #include <boost/beast/http/buffer_body.hpp>
 #include <boost/beast/http/empty_body.hpp>
 #include <boost/beast/http/parser.hpp>
-#include <boost/beast/http/string_body.hpp>
 #include <boost/beast/ssl/ssl_stream.hpp>
 
 #include <cstddef>
@@ -96,7 +96,7 @@ private:
     /// The bytes of the body, then those that are discarded before the connection closes.
     std::size_t received_ = 0;
     Request request_;
-    boost::beast::http::response<boost::beast::http::string_body> response_;
+    boost::beast::http::response<ReplyBody> response_;
 };
 
 } // namespace orvel::service

@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 
@@ -65,6 +66,41 @@ TEST_F(UpdateEndpointsTest, ServesTheCurrentContentOfAFile) {
     EXPECT_EQ(clientWithoutToken().get("/updates/new.deb").body, "new");
     std::filesystem::remove(folder_ / "appcast.xml");
     EXPECT_EQ(clientWithoutToken().get("/updates/appcast.xml").status, 404);
+}
+
+TEST_F(UpdateEndpointsTest, ServesAFileOfSeveralPieces) {
+    std::string content;
+    for (int number = 0; content.size() < 1'000'000; ++number) {
+        content += std::to_string(number) + ' ';
+    }
+    write(folder_ / "large.deb", content);
+    const auto reply = clientWithoutToken().get("/updates/large.deb");
+    EXPECT_EQ(reply.outcome, CURLE_OK) << reply.problem;
+    EXPECT_TRUE(reply.body == content) << reply.body.size();
+}
+
+TEST_F(UpdateEndpointsTest, ServesAnEmptyFile) {
+    write(folder_ / "empty.deb", "");
+    const auto reply = clientWithoutToken().get("/updates/empty.deb");
+    EXPECT_EQ(reply.outcome, CURLE_OK) << reply.problem;
+    EXPECT_EQ(reply.status, 200);
+    EXPECT_EQ(reply.body, "");
+}
+
+TEST_F(UpdateEndpointsTest, DoesNotKeepAFileInMemory) {
+    // Larger than the address space that is left for it.
+    write(folder_ / "huge.deb", "");
+    std::filesystem::resize_file(folder_ / "huge.deb", std::uintmax_t{1} << 43U);
+    EXPECT_THAT(
+        clientWithoutToken().send("HEAD", "/updates/huge.deb", {}).headers,
+        HasSubstr("Content-Length: 8796093022208\r\n"));
+}
+
+TEST_F(UpdateEndpointsTest, ADownloadCanBeCutOff) {
+    service_->script(service::Fault::acceptThenCutOff());
+    const auto reply = clientWithoutToken().get("/updates/Agent.AppImage");
+    EXPECT_NE(reply.outcome, CURLE_OK);
+    EXPECT_EQ(reply.body, update_.substr(0, update_.size() / 2));
 }
 
 TEST_F(UpdateEndpointsTest, ServesOnlyTheFilesOfTheFolder) {
