@@ -94,10 +94,12 @@ std::string LocalService::openPages() {
 Reply LocalService::answerContract(const Request& request) {
     count(request);
     if (capture_) {
-        // Without a bearer token, the body holds the credentials. A request to an unknown path may
-        // have been meant for such an endpoint.
-        using enum TrafficCapture::Body;
-        capture_->append(request, contract_.wantsBearerToken(request.path) ? Kept : LeftOut);
+        // At a path without bearer tokens, the body holds the credentials. A request to an unknown
+        // path may have been meant for such an endpoint.
+        using enum TrafficCapture::Sender;
+        const bool isAuthorized =
+            contract_.wantsBearerToken(request.path) && tokens_.accepts(request);
+        capture_->append(request, isAuthorized ? Authorized : Stranger);
     }
     auto fault = faults_.take(request.path);
     if (!fault) {

@@ -135,7 +135,7 @@ void declare(CLI::App& app, Arguments& arguments) {
     file(
         "--capture",
         service.capture,
-        "Append every request to this file, without tokens and sign-in secrets");
+        "Append the requests to this file, without tokens and sign-in secrets");
     app.add_flag("--control", service.hasControl, "Let test programs script faults (see below)");
     app.add_flag("--quiet", arguments.isQuiet, "Do not report every request on standard error");
     app.add_flag(

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "service/LocalService.h"
 
+#include "service/http/TrafficCapture.h"
 #include "service/records/RecordStore.h"
 #include "service/support/ServiceError.h"
 #include "tests/service/ServiceTest.h"
@@ -19,6 +20,7 @@ namespace orvel::test {
 namespace {
 
 using LocalServiceTest = ServiceTest;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -361,6 +363,45 @@ TEST_F(LocalServiceTest, CapturesRequestsWithoutTheirToken) {
     EXPECT_EQ(
         perms::owner_read | perms::owner_write,
         std::filesystem::status(*options_.capture).permissions());
+}
+
+TEST_F(LocalServiceTest, ARequestCannotForgeLinesOfTheCapture) {
+    options_.capture = directory_ / "traffic";
+    start();
+    auto stranger = client();
+    stranger.token.clear();
+    static_cast<void>(stranger.get("/x%0d%0aPOST%20/forged-path%1b[31m%c2%9b%ff"));
+    static_cast<void>(stranger.send("GET", "/x", {"A: b\x1b[31m\xc2\x9b"}));
+    static_cast<void>(stranger.post(ingestPath, "\r\n\r\nPOST /forged-body\r\n\r\n{}"));
+    static_cast<void>(stranger.send("GET", "/x", {"Proxy-Authorization: Basic a-password"}));
+    const auto traffic = contentOf(*options_.capture);
+    EXPECT_THAT(traffic, HasSubstr("GET /x  POST /forged-path [31m "));
+    EXPECT_THAT(traffic, Not(HasSubstr("\nPOST /forged-path")));
+    EXPECT_THAT(traffic, Not(HasSubstr("forged-body")));
+    EXPECT_THAT(traffic, Not(HasSubstr("\x1b")));
+    EXPECT_THAT(traffic, Not(HasSubstr("\xc2\x9b")));
+    EXPECT_THAT(traffic, Not(HasSubstr("a-password")));
+}
+
+TEST_F(LocalServiceTest, StrangersCannotLetTheCaptureGrow) {
+    using enum service::TrafficCapture::Sender;
+    const auto file = directory_ / "traffic";
+    service::TrafficCapture capture(file);
+    service::Request request;
+    request.method = "GET";
+    request.path = digestPath;
+    request.headers.emplace_back("A", std::string(60'000, 'a'));
+    for (int count = 0; count < 25; ++count) {
+        capture.append(request, Stranger);
+    }
+    EXPECT_LT(
+        std::filesystem::file_size(file), service::TrafficCapture::maximumStrangerBytes + 1'000);
+    EXPECT_THAT(
+        contentOf(file), EndsWith("(further requests without an accepted token are left out)\r\n"));
+    // The user's own requests are still written.
+    request.body = R"({"own":1})";
+    capture.append(request, Authorized);
+    EXPECT_THAT(contentOf(file), EndsWith("\r\n\r\n{\"own\":1}\r\n"));
 }
 
 TEST_F(LocalServiceTest, LogsOneLinePerRequest) {
