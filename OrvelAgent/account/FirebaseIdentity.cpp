@@ -50,6 +50,19 @@ tavrin::Seconds lifetimeFrom(std::string_view text) {
                                                         : FirebaseIdentity::defaultLifetime;
 }
 
+/// A token that can be sent in a request and stored. Anything else would make a session that fails
+/// with every use.
+tavrin::Secret tokenAt(const boost::json::object& object, std::string_view key) {
+    tavrin::Secret token(tavrin::stringAt(object, key));
+    const bool isSendable = std::ranges::all_of(
+        token.text(), [](char character) { return character > ' ' && character < 0x7F; });
+    if (token.isEmpty() || !isSendable) {
+        throw tavrin::JSONDecodingError(
+            "The JSON key \"" + std::string(key) + "\" is not a token.");
+    }
+    return token;
+}
+
 /// The provider's error message, or no value if the body has none.
 std::optional<std::string> errorMessage(std::string_view body) {
     try {
@@ -156,8 +169,8 @@ FirebaseIdentity::Reply FirebaseIdentity::decode(
     const boost::json::value json = parseSecretJSON(body);
     const boost::json::object& object = tavrin::asObject(json);
     Reply reply;
-    reply.idToken = tavrin::Secret(tavrin::stringAt(object, keys.idToken));
-    reply.refreshToken = tavrin::Secret(tavrin::stringAt(object, keys.refreshToken));
+    reply.idToken = tokenAt(object, keys.idToken);
+    reply.refreshToken = tokenAt(object, keys.refreshToken);
     reply.lifetime = lifetimeFrom(tavrin::stringAt(object, keys.expiresIn));
     return reply;
 }

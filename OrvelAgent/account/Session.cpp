@@ -10,11 +10,11 @@ namespace orvel {
 
 namespace {
 
-/// A text of the service that the user sees.
+/// A text of the service that the user sees in one line.
 std::optional<std::string> shownTextAt(const boost::json::object& object, std::string_view key) {
     std::optional<std::string> text = tavrin::optionalStringAt(object, key);
     if (text) {
-        text = tavrin::shownText(*text);
+        text = tavrin::onOneLine(tavrin::shownText(*text));
     }
     return text;
 }

@@ -164,6 +164,20 @@ TEST_F(AuthServiceTest, ARefusalByTheIdentityProviderIsShownAsRendered) {
     EXPECT_THAT(keychain_.items, IsEmpty());
 }
 
+TEST_F(AuthServiceTest, ASignInWithoutUsableTokensFails) {
+    for (const char* reply :
+         {R"({"idToken":"id-secret-1","refreshToken":"","expiresIn":"3600"})",
+          R"({"idToken":"id-secret-1","refreshToken":"a\r\nb","expiresIn":"3600"})"}) {
+        answerWith(signInPath, 200, reply);
+        start();
+        runTask(auth_->signIn());
+        EXPECT_EQ(auth_->lastError(), R"(The JSON key "refreshToken" is not a token.)");
+        EXPECT_FALSE(auth_->isSignedIn());
+        EXPECT_THAT(keychain_.items, IsEmpty());
+        EXPECT_EQ(requestCount(profilePath), 0U);
+    }
+}
+
 TEST_F(AuthServiceTest, ALostConnectionIsShownAsThePlatformDescribesIt) {
     answers_[std::string(signInPath)] =
         tavrin::URLError(tavrin::URLErrorCode::TimedOut, "The request timed out.");

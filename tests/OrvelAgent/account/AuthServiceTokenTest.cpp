@@ -87,6 +87,8 @@ TEST_F(AuthServiceTest, ATransientFailureKeepsTheSession) {
          R"(IdentityError(message: "token_expired", status: Optional(400)))"},
         {tavrin::URLError(tavrin::URLErrorCode::NotConnectedToInternet, "You are offline."),
          "You are offline."},
+        {URLResponse{200, R"({"id_token":"id","refresh_token":"","expires_in":"3600"})"},
+         R"(The JSON key "refresh_token" is not a token.)"},
     };
     for (const Case& failing : cases) {
         answers_[std::string(refreshPath)] = failing.answer;

@@ -276,6 +276,44 @@ TEST_F(FirebaseIdentityTest, ASuccessWithoutOneOfTheKeysIsADecodingError) {
     }
 }
 
+TEST_F(FirebaseIdentityTest, ASuccessWithATokenThatCannotBeUsedIsADecodingError) {
+    for (const std::string value :
+         {"",
+          " ",
+          "se same",
+          "sesame\\r\\nX-Injected: 1",
+          "sesame\\n",
+          "sesame\\u0000",
+          "sesame\\u007f",
+          "\\u001b[31msesame",
+          "s\\u00e9same"}) {
+        const std::string good = R"("sesame")";
+        const std::string bad = '"' + value + '"';
+        for (const bool isIDToken : {true, false}) {
+            const std::string& first = isIDToken ? bad : good;
+            const std::string& second = isIDToken ? good : bad;
+            session_.enqueue(
+                200,
+                R"({"idToken":)" + first + R"(,"refreshToken":)" + second +
+                    R"(,"expiresIn":"3600"})");
+            EXPECT_EQ(
+                decodingError([this] { signIn(); }),
+                isIDToken ? R"(The JSON key "idToken" is not a token.)"
+                          : R"(The JSON key "refreshToken" is not a token.)")
+                << value;
+            session_.enqueue(
+                200,
+                R"({"id_token":)" + first + R"(,"refresh_token":)" + second +
+                    R"(,"expires_in":"3600"})");
+            EXPECT_EQ(
+                decodingError([this] { refresh(); }),
+                isIDToken ? R"(The JSON key "id_token" is not a token.)"
+                          : R"(The JSON key "refresh_token" is not a token.)")
+                << value;
+        }
+    }
+}
+
 TEST_F(FirebaseIdentityTest, ASuccessThatIsNotJSONIsADecodingErrorWithoutItsText) {
     for (const std::string& body :
          {std::string("sesame"),

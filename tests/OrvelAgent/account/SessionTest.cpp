@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "OrvelAgent/account/Session.h"
 
+#include <boost/json.hpp>
 #include <gtest/gtest.h>
 
 #include <optional>
@@ -24,6 +25,17 @@ TEST(SessionTest, AProfileReplacesOnlyWhatItHas) {
     EXPECT_EQ(session.uid, "new uid");
     EXPECT_EQ(session.email, "new email");
     EXPECT_EQ(session.handle, "new handle");
+}
+
+TEST(SessionTest, TextsOfTheServiceAreOneLine) {
+    const boost::json::value json = {
+        {"refreshToken", "token"}, {"email", "a\r\nSigned out.\tb"}, {"handle", "c\nd"}};
+    const auto session = boost::json::value_to<Session>(json);
+    EXPECT_EQ(session.email, "a  Signed out. b");
+    EXPECT_EQ(session.handle, "c d");
+    const auto profile = boost::json::value_to<Profile>(json);
+    EXPECT_EQ(profile.email, "a  Signed out. b");
+    EXPECT_EQ(profile.handle, "c d");
 }
 
 } // namespace orvel
