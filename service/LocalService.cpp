@@ -26,10 +26,8 @@ LocalService::LocalService(Options options)
       server_(
           authority_,
           {.handle = [this](const Request& request) { return answer(request); },
-           .isTrusted =
-               [this](const Request& request) {
-                   return tokens_.accepts(request);
-               }}) {
+           .isTrusted = [this](const Request& request) { return tokens_.accepts(request); },
+           .accountOf = options_.accountOf}) {
     addAccountEndpoints(contract_, codes_, identities_, tokens_);
     addContextEndpoints(contract_, store_, knownHandles_);
     addIdentityEndpoints(contract_, identities_, options_.apiKey);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "platform/LoopbackPeer.h"
 #include "service/accounts/Account.h"
 #include "service/accounts/AuthorizationCodes.h"
 #include "service/accounts/BearerTokens.h"
@@ -65,6 +66,9 @@ public:
         /// Every request to the agent's endpoints is appended here, without its token, its query
         /// and any body that holds secrets.
         std::optional<std::filesystem::path> capture;
+        /// Tells who may see the pages. Where it fails, the cookie alone decides.
+        std::function<std::optional<uid_t>(std::uint16_t peerPort, std::uint16_t ownPort)>
+            accountOf = loopbackPeer;
         /// Called with one line per request and per failure, from any thread but never
         /// concurrently.
         std::function<void(std::string_view)> log;

@@ -22,14 +22,15 @@ PageAccess::PageAccess(Now now)
       browsers_(std::string(cookiePrefix), browserLifetime, std::move(now)) {}
 
 std::optional<std::string> PageAccess::open(const Request& request, std::string_view key) {
-    if (!keys_.take(key)) {
+    if (request.sender == Request::Sender::Other || !keys_.take(key)) {
         return std::nullopt;
     }
     return cookieName(request) + "=" + browsers_.mint({});
 }
 
 bool PageAccess::isOpen(const Request& request) const {
-    return browsers_.isValid(request.cookie(cookieName(request)));
+    return request.sender != Request::Sender::Other &&
+           browsers_.isValid(request.cookie(cookieName(request)));
 }
 
 } // namespace orvel::service

@@ -15,7 +15,10 @@ namespace orvel::service {
 /// The browsers that may see the service's pages: those that have opened a one-time link.
 ///
 /// Every account of the machine can connect to the service, but only the account that runs it sees
-/// the links that it prints. Nothing is stored: all access ends with the process. Thread-safe.
+/// the links that it prints. A browser sends its cookies to all ports of a host, so also to servers
+/// of other accounts: a cookie lets in connections of the service's own account only. Where the
+/// system does not tell the account, the cookie alone decides. Nothing is stored: all access ends
+/// with the process. Thread-safe.
 class PageAccess final {
 public:
     /// The path of the links. The query item "key" is the key.
@@ -32,11 +35,11 @@ public:
     [[nodiscard]] std::string mintKey() { return keys_.mint({}); }
 
     /// Uses the key up and returns the browser's new cookie as "name=value". No value if the key
-    /// is not valid any more. Cookies are shared by all ports of a host, so the name holds the port
-    /// of the request.
+    /// is not valid any more, or the request is another account's. The name holds the port of the
+    /// request, so that services at several ports do not overwrite each other's cookies.
     [[nodiscard]] std::optional<std::string> open(const Request& request, std::string_view key);
 
-    /// Whether the request carries the cookie of such a browser.
+    /// Whether the request carries the cookie of such a browser and is not another account's.
     [[nodiscard]] bool isOpen(const Request& request) const;
 
 private:

@@ -87,7 +87,8 @@ Reply pageReply(std::string html, std::string_view formAction) {
 
 Reply closedPage() {
     auto html = pageStart("Open the link of the service first", PageWidth::Narrow);
-    html += "<p>This page opens only for the user who runs the service. Open the link that "
+    html += "<p>This page opens only for the user who runs the service, and not through a proxy of "
+            "another account. Open the link that "
             "orvel-local-service printed when it started, in this browser. Then open this page "
             "again.</p>\n"
             "<p>Each link works once. The service prints another one when it gets the signal "

@@ -20,6 +20,9 @@ using Headers = std::vector<std::pair<std::string, std::string>>;
 /// A request as received.
 struct Request {
     enum class Body { Complete, TooLarge, Encoded };
+    /// The account that holds the other end of the connection. A connection that is closed already
+    /// counts as one of another account.
+    enum class Sender { Own, Other, Undetermined };
 
     std::string method;
     /// Percent-decoded, without the query. Unchanged if it is wrongly encoded.
@@ -30,6 +33,7 @@ struct Request {
     /// Empty unless `bodyState` is `Complete`.
     std::string body;
     Body bodyState = Body::Complete;
+    Sender sender = Sender::Undetermined;
 
     /// Sets path and query.
     void setTarget(std::string_view target);

@@ -65,7 +65,11 @@ Refusal protocolRefusal(int status) {
     case 414:
         return {status, "uri_too_long", "The request's path is too long."};
     case 431:
-        return {status, "headers_too_large", "The request's headers are too large."};
+        return {
+            status,
+            "headers_too_large",
+            "The request's headers are too large. If a browser shows this, delete its cookies for "
+            "127.0.0.1."};
     case 500:
         return {status, "internal_error", "The request could not be carried out."};
     default:
@@ -87,8 +91,9 @@ std::optional<int> statusOf(const HTTPSConnection::Error& error) {
 
 } // namespace
 
-HTTPSConnection::HTTPSConnection(Socket socket, Environment& environment)
+HTTPSConnection::HTTPSConnection(Socket socket, Request::Sender sender, Environment& environment)
     : stream_(std::move(socket), environment.tls),
+      sender_(sender),
       environment_(environment),
       buffer_(HTTPSServer::maxHeaderSize) {
     head_.header_limit(static_cast<std::uint32_t>(HTTPSServer::maxHeaderSize));
@@ -166,6 +171,7 @@ void HTTPSConnection::onHead(Error error, std::size_t) {
         refuse(414);
     } else {
         request_ = translated(head);
+        request_.sender = sender_;
         if (head_.is_done()) {
             handle();
             return;

@@ -40,12 +40,13 @@ public:
         const HTTPSServer::Callbacks& callbacks;
     };
 
-    HTTPSConnection(Socket socket, Environment& environment);
+    HTTPSConnection(Socket socket, Request::Sender sender, Environment& environment);
     HTTPSConnection(const HTTPSConnection&) = delete;
     HTTPSConnection& operator=(const HTTPSConnection&) = delete;
 
     void start();
 
+    [[nodiscard]] bool isOfOtherAccount() const { return sender_ == Request::Sender::Other; }
     /// Whether it waits for a request that has shown no accepted token, or for the client to close.
     [[nodiscard]] bool isIdle() const {
         return (state_ == State::Receiving && !isTrusted_) || state_ == State::Closing;
@@ -85,6 +86,7 @@ private:
     void onWorker(Action action, Next next);
 
     boost::beast::ssl_stream<boost::beast::tcp_stream> stream_;
+    const Request::Sender sender_;
     Environment& environment_;
     State state_ = State::Receiving;
     bool isTrusted_ = false;

@@ -13,10 +13,12 @@
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/thread_pool.hpp>
 #include <openssl/ssl.h>
+#include <unistd.h>
 
 #include <cassert>
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <exception>
 #include <list>
 #include <memory>
@@ -76,6 +78,7 @@ public:
             throw ServiceError(ServiceError::Listen{port, error.code().message()});
         }
         const auto bound = acceptor_.local_endpoint().port();
+        knowsAccounts_ = canTellAccounts(bound);
         accept();
         thread_ = std::thread([this] { runContext(); });
         return bound;
@@ -100,13 +103,27 @@ public:
     }
 
 private:
+    /// Whether the system tells the accounts of connections. It needs no connection for the answer.
+    bool canTellAccounts(std::uint16_t port) const {
+        if (!environment_.callbacks.accountOf) {
+            return false;
+        }
+        try {
+            static_cast<void>(environment_.callbacks.accountOf(0, port));
+            return true;
+        } catch (const std::exception&) {
+            return false;
+        }
+    }
+
     void accept() {
         acceptor_.async_accept([this](const HTTPSConnection::Error& error, tcp::socket socket) {
             if (isStopping_ || !acceptor_.is_open()) {
                 return;
             }
-            makeRoom(error ? 0 : maxConnections);
+            connections_.remove_if([](const auto& known) { return known.expired(); });
             if (error) {
+                makeRoom(Request::Sender::Own);
                 // Most likely the process is out of descriptors.
                 pause_.expires_after(acceptPause);
                 pause_.async_wait([this](const HTTPSConnection::Error& cancelled) {
@@ -123,27 +140,59 @@ private:
     }
 
     void add(tcp::socket socket) {
+        const auto sender = senderOf(socket);
+        if (connections_.size() >= maxConnections) {
+            makeRoom(sender);
+        }
         if (connections_.size() >= maxConnections) {
             return;
         }
-        const auto connection = std::make_shared<HTTPSConnection>(std::move(socket), environment_);
+        const auto connection =
+            std::make_shared<HTTPSConnection>(std::move(socket), sender, environment_);
         connections_.push_back(connection);
         connection->start();
     }
 
-    /// Closes the oldest connection that is idle if there are `limit` or more. If none is, closes
-    /// the oldest that sends to a client without a token.
-    void makeRoom(std::size_t limit) {
-        connections_.remove_if([](const auto& known) { return known.expired(); });
-        if (connections_.size() >= limit && !closeFirst(&HTTPSConnection::isIdle)) {
-            closeFirst(&HTTPSConnection::isSendingToStranger);
+    Request::Sender senderOf(const tcp::socket& socket) const {
+        using enum Request::Sender;
+        if (!knowsAccounts_) {
+            return Undetermined;
+        }
+        try {
+            const auto account = environment_.callbacks.accountOf(
+                socket.remote_endpoint().port(), socket.local_endpoint().port());
+            return account == geteuid() ? Own : Other;
+        } catch (const std::exception&) {
+            // Closed already, or the process is out of descriptors. A browser can try again.
+            return Other;
         }
     }
 
-    bool closeFirst(bool (HTTPSConnection::*isExpendable)() const) {
+    /// Closes the oldest connection that is idle, or else the oldest that sends to a client without
+    /// a token: first those of other accounts, then the rest, but not for one of another account.
+    void makeRoom(Request::Sender sender) {
+        const auto isIdle = [](const HTTPSConnection& connection) {
+            return connection.isIdle();
+        };
+        const auto isSending = [](const HTTPSConnection& connection) {
+            return connection.isSendingToStranger();
+        };
+        const auto ofOthers = [](auto isExpendable) {
+            return [isExpendable](const HTTPSConnection& connection) {
+                return connection.isOfOtherAccount() && isExpendable(connection);
+            };
+        };
+        const bool isDone = closeFirst(ofOthers(isIdle)) || closeFirst(ofOthers(isSending));
+        if (!isDone && sender != Request::Sender::Other && !closeFirst(isIdle)) {
+            closeFirst(isSending);
+        }
+    }
+
+    template <typename IsExpendable>
+    bool closeFirst(IsExpendable isExpendable) {
         for (auto known = connections_.begin(); known != connections_.end(); ++known) {
             const auto connection = known->lock();
-            if (connection && (connection.get()->*isExpendable)()) {
+            if (connection && isExpendable(*connection)) {
                 connection->close();
                 connections_.erase(known);
                 return true;
@@ -173,6 +222,7 @@ private:
     tcp::acceptor acceptor_{context_};
     asio::steady_timer pause_{context_};
     bool isStopping_ = false;
+    bool knowsAccounts_ = false;
     /// In the order of arrival.
     std::list<std::weak_ptr<HTTPSConnection>> connections_;
     std::thread thread_;

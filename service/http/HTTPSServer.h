@@ -3,10 +3,13 @@
 
 #include "service/http/HTTP.h"
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <utility>
 
 namespace orvel::service {
@@ -25,6 +28,10 @@ public:
         std::function<Reply(const Request&)> handle;
         /// Whether the request may have a large body, judged before the body is read.
         std::function<bool(const Request&)> isTrusted;
+        /// Like `loopbackPeer()`, called on the I/O thread. Without it, or if it fails when the
+        /// server starts, the senders of requests stay undetermined.
+        std::function<std::optional<uid_t>(std::uint16_t peerPort, std::uint16_t ownPort)>
+            accountOf = {};
     };
 
     /// A longer body is dropped; the handler sees `Request::Body::TooLarge`.
@@ -33,7 +40,8 @@ public:
     static constexpr std::size_t maxUntrustedBodySize = std::size_t(64) * 1024;
     /// Of the request line and all headers. Others are answered with status 431.
     static constexpr std::size_t maxHeaderSize = std::size_t(64) * 1024;
-    /// The oldest connection without a request is closed for one more.
+    /// The oldest connection without a request is closed for one more: one of another account, if
+    /// there is any, and never one of this account for one of another account.
     static constexpr std::size_t maxConnections = 256;
 
     /// The authority must outlive the server.

@@ -109,6 +109,10 @@ class Service:
         self.link = self._process.stdout.readline().split()[-1] if ready else None
         self.process_id = self._process.pid
 
+    def new_link(self):
+        self._process.send_signal(signal.SIGUSR1)
+        return next(line.split()[-1] for line in self._process.stdout if "/open?key=" in line)
+
     def stop(self):
         self._process.terminate()
         self._process.communicate(timeout=LIMIT)
@@ -238,6 +242,27 @@ class LocalServiceTest(unittest.TestCase):
             ("GET", "/open?key=", {}, None),
             ("GET", "/open?key=orvel-page-" + CHALLENGE, {}, None),
         ]))
+
+    @unittest.skipUnless(IS_ROOT, "only root can act as another account")
+    def test_cookie_and_link(self):
+        """The browser sends its cookies to every port of 127.0.0.1, so another account can get
+        them with a server of its own."""
+        origin = f"https://127.0.0.1:{self.port}"
+        form = {"Content-Type": "application/x-www-form-urlencoded", "Origin": origin,
+                "Sec-Fetch-Site": "same-origin", "Cookie": self.cookie}
+        body = urllib.parse.urlencode({"challenge": CHALLENGE, "account": "sample-account-1"})
+        cookie = {"Cookie": self.cookie}
+        unused = self.service.new_link().partition(str(self.port))[2]
+        self.assertEqual([], self.loot_of("the browser's cookie and an unused link", [
+            ("GET", "/", cookie, None),
+            ("GET", "/link?challenge=" + CHALLENGE, cookie, None),
+            ("POST", "/link", form, body),
+            ("GET", unused, cookie, None),
+            ("GET", unused, {}, None),
+        ]))
+        self.assertTrue(self.sees_page())
+        status, headers, _ = request(self.port, "GET", unused)
+        self.assertEqual((200, True), (status, "Set-Cookie" in headers))
 
     def test_interfaces(self):
         data = json.dumps({"source": "imessage", "client": "mac/1", "records": [], "watermark": 1})

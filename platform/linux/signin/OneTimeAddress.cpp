@@ -3,7 +3,7 @@
 
 #include "core/Errors.h"
 #include "core/SecureRandom.h"
-#include "platform/linux/signin/LoopbackPeer.h"
+#include "platform/LoopbackPeer.h"
 
 #include <QSocketNotifier>
 

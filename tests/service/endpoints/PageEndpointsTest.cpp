@@ -2,10 +2,16 @@
 #include "tests/service/SignInTest.h"
 
 #include <gmock/gmock.h>
+#include <unistd.h>
 
+#include <atomic>
+#include <cstdint>
 #include <fstream>
 #include <iterator>
+#include <optional>
+#include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace orvel::test {
@@ -135,6 +141,63 @@ TEST_F(PageEndpointsTest, WrongCookiesOpenNothing) {
     }
     browser.cookie = "other=1; " + cookie + "; another=2";
     EXPECT_EQ(200, browser.get("/").status);
+}
+
+// A browser sends its cookies to all ports of a host, so also to servers of other accounts.
+TEST_F(PageEndpointsTest, NeitherCookieNorLinkLetsAnotherAccountIn) {
+    std::atomic<uid_t> account = geteuid();
+    options_.accountOf = [&account](std::uint16_t, std::uint16_t) {
+        return std::optional<uid_t>(account);
+    };
+    start();
+    auto browser = stranger();
+    browser.cookie = cookieOf(stranger().get(mintPath()));
+    ASSERT_EQ(200, browser.get("/").status);
+    const auto unused = mintPath();
+    const auto form = "challenge=" + std::string(challenge) + "&account=sample-account-1";
+    const std::vector<std::string> headers{
+        "Origin: " + service_->url(), "Content-Type: application/x-www-form-urlencoded"};
+
+    account = geteuid() + 1;
+    for (const auto& reply :
+         {browser.get("/"),
+          browser.get(linkPath + ("?challenge=" + std::string(challenge))),
+          browser.send("POST", linkPath, headers, form),
+          browser.get(unused),
+          stranger().get(unused)}) {
+        EXPECT_EQ(403, reply.status);
+        EXPECT_EQ("", cookieOf(reply));
+        EXPECT_THAT(reply.body, Not(HasSubstr("orvelagent:")));
+    }
+
+    account = geteuid();
+    EXPECT_NE("", cookieOf(stranger().get(unused))) << "the other account has used the link up";
+}
+
+TEST_F(PageEndpointsTest, WithoutTheSystemsAnswerTheCookieDecides) {
+    options_.accountOf = [](std::uint16_t, std::uint16_t) -> std::optional<uid_t> {
+        throw std::runtime_error("not supported");
+    };
+    start();
+    auto browser = stranger();
+    EXPECT_EQ(403, browser.get("/").status);
+    browser.cookie = cookieOf(stranger().get(mintPath()));
+    EXPECT_EQ(200, browser.get("/").status);
+}
+
+TEST_F(PageEndpointsTest, AConnectionWhoseAccountIsNotFoundGetsNothing) {
+    for (const bool throws : {false, true}) {
+        bool isFirst = true;
+        options_.accountOf =
+            [throws, isFirst](std::uint16_t, std::uint16_t) mutable -> std::optional<uid_t> {
+            if (throws && !std::exchange(isFirst, false)) {
+                throw std::runtime_error("out of descriptors");
+            }
+            return std::nullopt;
+        };
+        start();
+        EXPECT_EQ(403, client().get("/").status) << throws;
+    }
 }
 
 TEST_F(PageEndpointsTest, ALinkIsValidForADay) {

@@ -13,6 +13,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstddef>
@@ -82,6 +83,11 @@ public:
         }
     }
 
+    [[nodiscard]] bool isOpen(std::size_t index) const {
+        char byte = 0;
+        return recv(connections_.at(index).get(), &byte, 1, MSG_DONTWAIT) < 0 && errno == EAGAIN;
+    }
+
 private:
     std::vector<tavrin::FileDescriptor> connections_;
 };
@@ -99,12 +105,18 @@ protected:
 
     RunningHTTPSServerTest() { client_.url += std::to_string(port_); }
 
+    /// The account of the connections that are accepted from now on.
+    std::atomic<uid_t> account_ = geteuid();
     TemporaryDirectory folder_;
     CertificateAuthority authority_{folder_.path(), std::chrono::system_clock::now()};
     HTTPSServer server_{
-        authority_, {.handle = describe, .isTrusted = [](const service::Request& request) {
-                         return request.path == "/trusted";
-                     }}};
+        authority_,
+        {.handle = describe,
+         .isTrusted = [](const service::Request& request) { return request.path == "/trusted"; },
+         .accountOf =
+             [this](std::uint16_t, std::uint16_t) {
+                 return std::optional<uid_t>(account_);
+             }}};
     std::uint16_t port_ = server_.start(0);
     Client client_{"https://127.0.0.1:", authority_.certificateFile()};
 };
@@ -127,6 +139,33 @@ TEST_F(RunningHTTPSServerTest, ClosesTheOldestSilentConnectionForOneMore) {
     EXPECT_EQ(client_.get("/").status, 200);
 }
 
+TEST_F(RunningHTTPSServerTest, ClosesConnectionsOfOtherAccountsFirst) {
+    const SilentConnections own(port_, 1);
+    // After its reply, all earlier connections have been accepted.
+    ASSERT_EQ(client_.get("/").status, 200);
+    account_ = geteuid() + 1;
+    const SilentConnections others(port_, HTTPSServer::maxConnections + 10);
+
+    others.waitForEnd(0);
+    ASSERT_EQ(client_.get("/").status, 200);
+
+    EXPECT_TRUE(own.isOpen(0));
+}
+
+TEST_F(RunningHTTPSServerTest, ClosesNoConnectionOfItsAccountForOneOfAnother) {
+    const SilentConnections own(port_, HTTPSServer::maxConnections);
+    // Replaces the first of them, so all have been accepted.
+    ASSERT_EQ(client_.get("/").status, 200);
+    own.waitForEnd(0);
+    const SilentConnections last(port_, 1);
+    account_ = geteuid() + 1;
+    const SilentConnections other(port_, 1);
+
+    other.waitForEnd(0);
+
+    EXPECT_TRUE(own.isOpen(1));
+}
+
 TEST_F(RunningHTTPSServerTest, StopsWhileConnectionsAreSilent) {
     const SilentConnections silent(port_, 10);
     EXPECT_EQ(client_.get("/").status, 200);
@@ -145,6 +184,7 @@ TEST_F(RunningHTTPSServerTest, LimitsTheSizeOfAllHeaders) {
 
     EXPECT_EQ(reply.status, 431) << reply.problem;
     EXPECT_EQ(reply.code(), "headers_too_large");
+    EXPECT_NE(reply.body.find("delete its cookies for 127.0.0.1"), std::string::npos);
 }
 
 TEST_F(RunningHTTPSServerTest, LimitsTheNumberOfHeaders) {

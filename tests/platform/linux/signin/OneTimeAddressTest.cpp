@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/signin/OneTimeAddress.h"
 
-#include "platform/linux/signin/LoopbackPeer.h"
+#include "platform/LoopbackPeer.h"
 #include "tests/platform/linux/signin/LoopbackClient.h"
 #include "tests/support/DescriptorLimit.h"
 #include "tests/support/NeedsRoot.h"

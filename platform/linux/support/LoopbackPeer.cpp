@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "platform/linux/signin/LoopbackPeer.h"
+#include "platform/LoopbackPeer.h"
 
 #include "core/Errors.h"
 #include "core/FileDescriptor.h"
