@@ -7,7 +7,10 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <iterator>
 #include <string_view>
+#include <system_error>
+#include <utility>
 #include <vector>
 
 namespace tavrin {
@@ -68,6 +71,44 @@ bool canOthersWrite(const struct stat& status) {
         return true;
     }
     return (status.st_mode & S_IWGRP) != 0 && !isUsersPrivateGroup(status.st_gid);
+}
+
+bool canOthersChange(const std::filesystem::path& path) {
+    namespace fs = std::filesystem;
+    constexpr int maximumLinks = 40;
+    int links = 0;
+    std::error_code error;
+    fs::path pending = fs::absolute(path, error);
+    fs::path current;
+    while (!pending.empty()) {
+        // A link's absolute target starts again at the root.
+        current = pending.is_absolute() ? fs::path("/") : current / *pending.begin();
+        fs::path rest;
+        for (auto part = std::next(pending.begin()); part != pending.end(); ++part) {
+            rest /= *part;
+        }
+        pending = std::move(rest);
+        struct stat status {};
+        if (lstat(current.c_str(), &status) != 0) {
+            // The folders above have been examined. In one with the sticky bit, others can create
+            // the missing entry.
+            return stat(current.parent_path().c_str(), &status) == 0 && canOthersWrite(status);
+        }
+        if (S_ISLNK(status.st_mode)) {
+            if ((status.st_uid != geteuid() && status.st_uid != 0) || ++links > maximumLinks) {
+                return true;
+            }
+            const fs::path target = fs::read_symlink(current, error);
+            if (error) {
+                return true;
+            }
+            current = current.parent_path();
+            pending = pending.empty() ? target : target / pending;
+        } else if (pending.empty() ? canOthersWrite(status) : canOthersReplaceFiles(status)) {
+            return true;
+        }
+    }
+    return false;
 }
 
 bool canOthersReplaceFiles(const struct stat& folder) {

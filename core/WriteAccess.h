@@ -3,6 +3,8 @@
 
 #include <sys/stat.h>
 
+#include <filesystem>
+
 struct group;
 struct passwd;
 
@@ -17,6 +19,12 @@ namespace tavrin {
 /// Whether users other than this one and root can rename or remove this user's files in the folder.
 /// Unlike `canOthersWrite`, accepts a folder with the sticky bit.
 [[nodiscard]] bool canOthersReplaceFiles(const struct stat& folder);
+
+/// Whether users other than this one and root can change what is found at the path: write to it, or
+/// put something else in the place of it, of a folder above it, or of a link on the way. The sticky
+/// bit protects an entry of this user or root in a folder that others may write to, but not the
+/// path's last folder, where others can add files.
+[[nodiscard]] bool canOthersChange(const std::filesystem::path& path);
 
 /// Whether the group is the user's private one: the user's primary group, with the user's name and
 /// no other member.

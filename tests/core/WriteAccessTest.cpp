@@ -2,6 +2,7 @@
 #include "core/WriteAccess.h"
 
 #include "tests/support/NeedsRoot.h"
+#include "tests/support/TemporaryDirectory.h"
 
 #include <grp.h>
 #include <gtest/gtest.h>
@@ -9,6 +10,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -44,6 +47,25 @@ bool isPrivate(gid_t number, std::string name, std::vector<std::string> members)
     group.gr_mem = list.data();
     return isPrivateGroup(user, group);
 }
+
+/// A file in folders, each of which belongs to this user and only this user may write to.
+class PathAccessTest : public testing::Test {
+protected:
+    PathAccessTest() {
+        std::filesystem::create_directories(folder_ / "one/two");
+        std::ofstream(file_) << "text";
+    }
+
+    [[nodiscard]] bool canOthersChangeFile() const { return canOthersChange(file_); }
+
+    orvel::test::TemporaryDirectory folder_;
+    const std::filesystem::path file_ = folder_ / "one/two/file";
+};
+
+class PathAccessAsRootTest : public PathAccessTest {
+protected:
+    void SetUp() override { orvel::test::skipUnlessRoot(); }
+};
 
 class WriteAccessAsRootTest : public testing::Test {
 protected:
@@ -85,6 +107,56 @@ TEST_F(WriteAccessAsRootTest, AFolderMayBeWritableForThePrivateGroupOnly) {
         EXPECT_TRUE(canOthersReplaceFiles(folder(mode, 0, otherGroup))) << std::oct << mode;
         EXPECT_TRUE(canOthersWrite(folder(mode, otherUser, 0))) << std::oct << mode;
     }
+}
+
+TEST_F(PathAccessTest, TheFileAndAllFoldersAboveItCount) {
+    EXPECT_FALSE(canOthersChangeFile());
+    EXPECT_FALSE(canOthersChange(file_.parent_path()));
+    for (const char* const name : {"one/two/file", "one/two", "one"}) {
+        const std::filesystem::path entry = folder_ / name;
+        chmod(entry.c_str(), 0707);
+        EXPECT_TRUE(canOthersChangeFile()) << name;
+        chmod(entry.c_str(), 0705);
+        EXPECT_FALSE(canOthersChangeFile()) << name;
+    }
+}
+
+TEST_F(PathAccessTest, TheStickyBitProtectsExistingEntriesOnly) {
+    chmod((folder_ / "one").c_str(), 01777);
+    EXPECT_FALSE(canOthersChangeFile());
+    EXPECT_TRUE(canOthersChange(folder_ / "one"));
+    EXPECT_TRUE(canOthersChange(folder_ / "one/missing"));
+    EXPECT_FALSE(canOthersChange(folder_ / "one/two/missing"));
+}
+
+TEST_F(PathAccessTest, LinksAreFollowed) {
+    chmod((folder_ / "one").c_str(), 0707);
+    std::filesystem::create_symlink("one/two", folder_ / "link");
+    std::filesystem::create_directory(folder_ / "other");
+    std::filesystem::create_symlink(file_, folder_ / "other/absolute");
+    std::filesystem::create_symlink("../other/./absolute", folder_ / "other/twice");
+    std::filesystem::create_symlink("circle", folder_ / "circle");
+    for (const char* const name : {"link/file", "other/absolute", "other/twice"}) {
+        EXPECT_TRUE(canOthersChange(folder_ / name)) << name;
+    }
+    EXPECT_TRUE(canOthersChange(folder_ / "circle/file"));
+    chmod((folder_ / "one").c_str(), 0700);
+    for (const char* const name : {"link/file", "other/absolute", "other/twice"}) {
+        EXPECT_FALSE(canOthersChange(folder_ / name)) << name;
+    }
+}
+
+TEST_F(PathAccessAsRootTest, EntriesOfOtherUsersCount) {
+    for (const char* const name : {"one/two/file", "one/two", "one"}) {
+        const std::filesystem::path entry = folder_ / name;
+        ASSERT_EQ(chown(entry.c_str(), otherUser, otherGroup), 0);
+        EXPECT_TRUE(canOthersChangeFile()) << name;
+        ASSERT_EQ(chown(entry.c_str(), 0, 0), 0);
+    }
+    std::filesystem::create_symlink("one", folder_ / "link");
+    EXPECT_FALSE(canOthersChange(folder_ / "link/two/file"));
+    ASSERT_EQ(lchown((folder_ / "link").c_str(), otherUser, otherGroup), 0);
+    EXPECT_TRUE(canOthersChange(folder_ / "link/two/file"));
 }
 
 } // namespace tavrin

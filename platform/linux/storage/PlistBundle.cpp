@@ -4,8 +4,10 @@
 #include "core/Errors.h"
 #include "core/PropertyList.h"
 #include "core/Text.h"
+#include "core/WriteAccess.h"
 #include "platform/linux/support/ReadFile.h"
 
+#include <fmt/format.h>
 #include <plist/plist.h>
 
 #include <cerrno>
@@ -21,6 +23,22 @@ namespace {
 struct FreeMemory {
     void operator()(void* memory) const { std::free(memory); }
 };
+
+/// Another user could make the agent send its messages elsewhere, also with a folder that is put
+/// beside the program's own.
+std::filesystem::path trusted(std::filesystem::path folder) {
+    const std::filesystem::path file = folder / "Info.plist";
+    if (tavrin::canOthersChange(file) || tavrin::canOthersChange(folder)) {
+        throw tavrin::PlatformError(
+            std::string(tavrin::posixErrorDomain),
+            EPERM,
+            fmt::format(
+                "{} is not used, because another user may have written it. Move the program to a "
+                "folder that only you and root may write to, like all folders above it.",
+                file.string()));
+    }
+    return folder;
+}
 
 } // namespace
 
@@ -72,7 +90,7 @@ PlistBundle::Information PlistBundle::parse(std::string_view propertyList) {
 }
 
 PlistBundle::PlistBundle(std::filesystem::path folder)
-    : folder_(std::move(folder)),
+    : folder_(trusted(std::move(folder))),
       information_(parse(readFile(folder_ / "Info.plist", maximumFileBytes))) {}
 
 std::optional<std::string> PlistBundle::infoString(std::string_view key) const {

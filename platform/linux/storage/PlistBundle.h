@@ -33,7 +33,8 @@ public:
     /// Throws `tavrin::PlatformError` unless the text is a property list with a dictionary.
     [[nodiscard]] static Information parse(std::string_view propertyList);
 
-    /// Throws `tavrin::PlatformError` when the folder has no readable property list.
+    /// Throws `tavrin::PlatformError` when the folder has no readable property list, or when other
+    /// users may change the list, the folder or a folder above it (`canOthersChange`).
     explicit PlistBundle(std::filesystem::path folder);
 
     [[nodiscard]] std::optional<std::string> infoString(std::string_view key) const override;

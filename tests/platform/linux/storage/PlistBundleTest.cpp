@@ -3,6 +3,7 @@
 
 #include "core/Errors.h"
 #include "tests/platform/WrittenPropertyList.h"
+#include "tests/support/NeedsRoot.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/UnprivilegedUser.h"
 
@@ -11,6 +12,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -38,6 +41,11 @@ protected:
     }
 
     TemporaryDirectory folder_;
+};
+
+class PlistBundleAsRootTest : public PlistBundleTest {
+protected:
+    void SetUp() override { skipUnlessRoot(); }
 };
 
 } // namespace
@@ -102,6 +110,35 @@ TEST_F(PlistBundleTest, ReportsAnUnreadableFile) {
     std::filesystem::permissions(folder_ / "Info.plist", std::filesystem::perms::none);
     const UnprivilegedUser user;
     EXPECT_EQ(error().code(), EACCES);
+}
+
+TEST_F(PlistBundleTest, RefusesAListThatOthersMayChange) {
+    write("Info.plist", dictionary({}));
+    chmod((folder_ / "Info.plist").c_str(), 0666);
+    EXPECT_EQ(
+        error().what(),
+        (folder_ / "Info.plist").string() +
+            " is not used, because another user may have written it. Move the program to a folder "
+            "that only you and root may write to, like all folders above it.");
+    chmod((folder_ / "Info.plist").c_str(), 0600);
+    for (const mode_t mode : {0777U, 01777U}) {
+        chmod(folder_.path().c_str(), mode);
+        EXPECT_EQ(error().code(), EPERM) << std::oct << mode;
+    }
+}
+
+// In a folder such as /tmp, another user can put "share" beside the folder of the program.
+TEST_F(PlistBundleAsRootTest, RefusesAFolderThatAnotherUserPutBesideTheProgram) {
+    chmod(folder_.path().c_str(), 01777);
+    const std::filesystem::path installed = folder_ / "share/orvel-agent";
+    std::filesystem::create_directories(installed);
+    write("share/orvel-agent/Info.plist", dictionary({}));
+    const auto bundle = [this] {
+        return PlistBundle(PlistBundle::folderOf(folder_ / "bin/orvel-agent", ""));
+    };
+    EXPECT_NO_THROW(bundle());
+    ASSERT_EQ(chown((folder_ / "share").c_str(), 65534, 65534), 0);
+    EXPECT_THROW(bundle(), tavrin::PlatformError);
 }
 
 TEST_F(PlistBundleTest, TheEnvironmentNamesTheFolder) {
