@@ -81,10 +81,6 @@ void cleanEnvironment();
 /// callbacks.
 void prepareEventLoop();
 
-/// Prevents core dumps of this process, which could contain tokens, and of the programs that it
-/// starts.
-void forbidCoreDumps();
-
 /// User defaults stored in that file, which need not exist. Throws `tavrin::PlatformError` when it
 /// cannot be read.
 [[nodiscard]] std::unique_ptr<tavrin::UserDefaults>

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "core/TokenVariable.h"
+#include "platform/CoreDumps.h"
 #include "service/LocalService.h"
 #include "service/accounts/TokenFile.h"
 #include "service/records/KnownHandles.h"
@@ -252,6 +253,7 @@ void run(Arguments arguments) {
 } // namespace
 
 int main(int argc, char** argv) {
+    orvel::forbidCoreDumps();
     try {
         Arguments arguments;
         arguments.service.port = 8443;

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "platform/CoreDumps.h"
 #include "platform/Platform.h"
 #include "platform/macos/contacts/ContactsAddressBook.h"
 #include "platform/macos/desktop/AppKitApplicationFocus.h"
@@ -22,7 +23,6 @@
 #import <AppKit/AppKit.h>
 #import <Contacts/Contacts.h>
 #import <ServiceManagement/ServiceManagement.h>
-#include <sys/resource.h>
 
 #include <cstdlib>
 #include <optional>
@@ -50,13 +50,6 @@ std::optional<int> passOnCallback(int, char**) {
 void prepareEventLoop() {
     // In a program without windows, only this event loop of Qt runs the main dispatch queue.
     setenv("QT_EVENT_DISPATCHER_CORE_FOUNDATION", "1", 1);
-}
-
-void forbidCoreDumps() {
-    // Also affects the programs that this process starts. Lowering a limit cannot fail. The
-    // hardened runtime keeps the user's other processes from reading this one's memory.
-    constexpr rlimit none{};
-    setrlimit(RLIMIT_CORE, &none);
 }
 
 Platform makePlatform(PlatformOptions options) {

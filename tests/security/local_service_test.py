@@ -435,6 +435,13 @@ class LocalServiceTest(unittest.TestCase):
         say_loot("files and process", loot)
         self.assertEqual([], loot)
 
+    def test_core_dumps(self):
+        with open(f"/proc/{self.service.process_id}/limits") as file:
+            soft, hard = next(line for line in file if line.startswith("Max core")).split()[4:6]
+        # At 0 the kernel would still pass a dump to a program. A limit of 0 for the whole session
+        # cannot be raised.
+        self.assertTrue(soft == "1" or hard == "0", f"{soft} of {hard}")
+
     @unittest.skipUnless(IS_ROOT, "only root can act as another account")
     def test_planted_files(self):
         loot = []

@@ -10,7 +10,7 @@
 // "relaunch" schedules a relaunch of the program after that pause and exits; "linger" schedules one
 // and keeps running. "motion" prints whether motion is reduced, initially and after each change; in
 // a process that forbids core dumps, or that other processes cannot examine.
-#include "platform/Platform.h"
+#include "platform/CoreDumps.h"
 #include "platform/linux/desktop/LinuxProcessControl.h"
 #include "platform/linux/desktop/PortalMotionPreference.h"
 #include "platform/linux/desktop/SessionInstanceRegistry.h"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "platform/Platform.h"
+#include "platform/CoreDumps.h"
+
 #include "platform/linux/signin/SchemeRegistration.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/UnprivilegedUser.h"
