@@ -4,10 +4,10 @@
 #include "core/FileDescriptor.h"
 #include "core/FileErrors.h"
 #include "core/ParentFolders.h"
+#include "core/RegularFile.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 
 #include <cerrno>
 #include <optional>
@@ -29,13 +29,12 @@ private:
 
 std::unique_ptr<Interface> tryLockFile(const std::filesystem::path& file) {
     const std::optional<PlatformError> noFolder = createParentFolders(file);
-    FileDescriptor descriptor(
-        open(file.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
-    if (!descriptor.isOpen()) {
-        if (errno == ENOENT && noFolder) {
-            throw PlatformError(*noFolder);
-        }
-        throw fileError(errno, "Could not lock", file);
+    FileDescriptor descriptor;
+    try {
+        // Another user could hold the lock of a file that it can open.
+        descriptor = openOwnFile(file, O_RDONLY, "Could not lock");
+    } catch (const PlatformError& error) {
+        throw PlatformError(error.code() == ENOENT && noFolder ? *noFolder : error);
     }
     while (flock(descriptor.get(), LOCK_EX | LOCK_NB) != 0) {
         if (errno == EWOULDBLOCK) {

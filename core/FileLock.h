@@ -13,7 +13,7 @@ namespace tavrin {
 /// processes lock different files of that name.
 ///
 /// Returns null while another object or process holds the lock. Throws `PlatformError` if the file
-/// cannot be created.
+/// cannot be created or is not this user's alone (`openOwnFile`).
 [[nodiscard]] std::unique_ptr<Interface> tryLockFile(const std::filesystem::path& file);
 
 } // namespace tavrin

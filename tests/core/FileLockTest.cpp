@@ -2,10 +2,12 @@
 #include "core/FileLock.h"
 
 #include "core/Errors.h"
+#include "tests/support/NeedsRoot.h"
 #include "tests/support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -68,6 +70,17 @@ TEST_F(FileLockTest, FollowsNoLink) {
     fs::create_symlink(folder_ / "elsewhere", folder_ / "lock");
     EXPECT_EQ(failure(folder_ / "lock"), ELOOP);
     EXPECT_FALSE(fs::exists(folder_ / "elsewhere"));
+}
+
+class FileLockAsRootTest : public FileLockTest {
+protected:
+    void SetUp() override { orvel::test::skipUnlessRoot(); }
+};
+
+TEST_F(FileLockAsRootTest, LocksNoFileOfAnotherUser) {
+    std::ofstream(folder_ / "lock") << "";
+    ASSERT_EQ(chown((folder_ / "lock").c_str(), 65534, 65534), 0);
+    EXPECT_EQ(failure(folder_ / "lock"), EPERM);
 }
 
 } // namespace

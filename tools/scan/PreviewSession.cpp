@@ -2,7 +2,9 @@
 #include "tools/scan/PreviewSession.h"
 
 #include "core/Errors.h"
+#include "core/FileDescriptor.h"
 #include "core/JSON.h"
+#include "core/RegularFile.h"
 #include "core/Text.h"
 
 #include <QString>
@@ -45,17 +47,29 @@ URLResponse success(boost::json::object data) {
     return response;
 }
 
-/// The file contains message text, so only its owner may read it.
-std::FILE* openPrivately(const std::filesystem::path& path) {
-    const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    if (descriptor < 0) {
-        return nullptr;
-    }
+/// Such as the user's terminal, or "/dev/null".
+bool isDevice(const std::filesystem::path& path) {
     struct stat status {};
-    if (fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)) {
-        fchmod(descriptor, S_IRUSR | S_IWUSR);
+    return stat(path.c_str(), &status) == 0 && S_ISCHR(status.st_mode) &&
+           (status.st_uid == geteuid() || status.st_uid == 0);
+}
+
+/// The file contains message text, so only this user may read it.
+std::FILE* openPrivately(const std::filesystem::path& path) {
+    if (isDevice(path)) {
+        std::FILE* device = std::fopen(path.c_str(), "we");
+        if (device == nullptr) {
+            throw tavrin::PlatformError::fromErrno(errno, "Could not write " + path.string());
+        }
+        return device;
     }
-    return fdopen(descriptor, "w");
+    tavrin::FileDescriptor descriptor = tavrin::openOwnFile(path, O_WRONLY, "Could not write");
+    std::FILE* file = ftruncate(descriptor.get(), 0) == 0 ? fdopen(descriptor.get(), "w") : nullptr;
+    if (file == nullptr) {
+        throw tavrin::PlatformError::fromErrno(errno, "Could not write " + path.string());
+    }
+    static_cast<void>(descriptor.release());
+    return file;
 }
 
 /// The same JSON, in which every character that can control a terminal is escaped. The serializer
@@ -87,12 +101,9 @@ void PreviewSession::FileCloser::operator()(std::FILE* file) const {
 
 PreviewSession::PreviewSession(
     const std::optional<std::filesystem::path>& file, std::vector<std::string> knownHandles)
-    : file_(file ? openPrivately(*file) : stdout), knownHandles_(std::move(knownHandles)) {
-    if (!file_) {
-        throw tavrin::PlatformError::fromErrno(errno, "Could not write " + file->string());
-    }
-    isTerminal_ = isatty(fileno(file_.get())) == 1;
-}
+    : file_(file ? openPrivately(*file) : stdout),
+      isTerminal_(isatty(fileno(file_.get())) == 1),
+      knownHandles_(std::move(knownHandles)) {}
 
 std::unique_ptr<URLSession::Task>
 PreviewSession::start(URLRequest request, std::function<void(URLResult)> completion) {

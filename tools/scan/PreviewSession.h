@@ -19,8 +19,8 @@ namespace orvel {
 /// the known handles.
 class PreviewSession final : public URLSession {
 public:
-    /// Writes to the file, or to standard output. Throws `tavrin::PlatformError` if the file cannot
-    /// be created.
+    /// Writes to the file, which only this user may read (`tavrin::openOwnFile`), or to standard
+    /// output. Throws `tavrin::PlatformError` if the file cannot be created or used.
     PreviewSession(
         const std::optional<std::filesystem::path>& file, std::vector<std::string> knownHandles);
 

@@ -10,11 +10,13 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 
@@ -89,6 +91,41 @@ TEST_F(PreviewSessionTest, AnswersWithTheKnownHandles) {
 
 TEST_F(PreviewSessionTest, AFileThatCannotBeCreatedIsAnError) {
     EXPECT_THROW(PreviewSession(directory_ / "no" / "such", {}), tavrin::PlatformError);
+}
+
+TEST_F(PreviewSessionTest, AnExistingFileIsReplacedAndPrivate) {
+    std::ofstream(path_) << "an older and much longer preview\n";
+    chmod(path_.c_str(), 0666);
+    {
+        PreviewSession session(path_, {});
+        send(session, "/api/v1/context/ingest", R"({"records":[1],"watermark":7})");
+    }
+    EXPECT_EQ(content(), "1\n");
+    EXPECT_EQ(
+        std::filesystem::status(path_).permissions(),
+        std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+}
+
+TEST_F(PreviewSessionTest, WhatAnotherUserMayHavePutThereIsLeftAlone) {
+    const std::filesystem::path precious = directory_ / "precious";
+    std::ofstream(precious) << "precious";
+    const auto put = [&](const char* what) {
+        const std::string kind = what;
+        if (kind == "link") {
+            std::filesystem::create_symlink(precious, path_);
+        } else if (kind == "second name") {
+            std::filesystem::create_hard_link(precious, path_);
+        } else {
+            mkfifo(path_.c_str(), 0666);
+        }
+    };
+    for (const char* const what : {"link", "second name", "pipe"}) {
+        put(what);
+        EXPECT_THROW(PreviewSession(path_, {}), tavrin::PlatformError) << what;
+        std::filesystem::remove(path_);
+    }
+    std::ifstream file(precious);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), "precious");
 }
 
 TEST_F(PreviewSessionTest, AFullDiskFailsTheUpload) {
