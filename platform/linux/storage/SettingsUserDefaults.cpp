@@ -232,6 +232,7 @@ SettingsUserDefaults::SettingsUserDefaults(const std::filesystem::path& file)
 
 void SettingsUserDefaults::read() {
     const std::lock_guard writeLock(writeMutex_);
+    tavrin::refuseFileOfOthers(file_, "Could not read the agent's settings");
     // Treating an unreadable file as empty would lose the user's choices.
     try {
         static_cast<void>(tavrin::openRegularFile(file_));
@@ -273,6 +274,10 @@ void SettingsUserDefaults::remove(std::string_view key) {
 
 void SettingsUserDefaults::write(std::string_view key, const std::optional<Value>& value) {
     const std::lock_guard writeLock(writeMutex_);
+    // Another user could read the settings, or stop the write for half a minute.
+    for (const std::filesystem::path& path : {file_, lockOf(file_)}) {
+        tavrin::refuseFileOfOthers(path, "Could not save the agent's settings");
+    }
     makePrivate(file_);
     removeAbandonedFiles(file_);
     const QString qKey = QString::fromUtf8(key.data(), static_cast<qsizetype>(key.size()));

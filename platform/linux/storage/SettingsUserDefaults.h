@@ -32,7 +32,8 @@ public:
     /// "orvel-agent/defaults.conf" in the user's configuration folder.
     [[nodiscard]] static std::filesystem::path defaultFile();
 
-    /// A missing file counts as empty. Throws `tavrin::PlatformError` when the file cannot be read.
+    /// A missing file counts as empty. Throws `tavrin::PlatformError` when the file cannot be read
+    /// or belongs to another user.
     explicit SettingsUserDefaults(const std::filesystem::path& file);
 
     [[nodiscard]] std::optional<Value> value(std::string_view key) const override;

@@ -39,6 +39,7 @@ using tavrin::RegularFile;
 
 /// No value if the file does not exist.
 std::optional<RegularFile> opened(const std::filesystem::path& file) {
+    tavrin::refuseFileOfOthers(file, "Could not read the agent's settings");
     try {
         return tavrin::openRegularFile(file);
     } catch (const PlatformError& error) {

@@ -3,6 +3,7 @@
 
 #include "core/FileErrors.h"
 #include "tests/support/FileSizeLimit.h"
+#include "tests/support/NeedsRoot.h"
 #include "tests/support/SmallDisk.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/UnprivilegedUser.h"
@@ -43,6 +44,7 @@ namespace {
 
 using tavrin::Date;
 using tavrin::PlatformError;
+using Value = tavrin::UserDefaults::Value;
 
 constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
 
@@ -107,6 +109,11 @@ protected:
 
     TemporaryDirectory folder_;
     std::filesystem::path file_ = folder_ / "config" / "orvel-agent" / "defaults.conf";
+};
+
+class SettingsUserDefaultsAsRootTest : public SettingsUserDefaultsTest {
+protected:
+    void SetUp() override { skipUnlessRoot(); }
 };
 
 } // namespace
@@ -176,6 +183,47 @@ TEST_F(SettingsUserDefaultsTest, OnlyTheOwnerMayReadTheFile) {
     }
     EXPECT_EQ(modeOf(file_.parent_path()), 0700U);
     EXPECT_EQ(modeOf(file_.parent_path().parent_path()), 0700U);
+}
+
+TEST_F(SettingsUserDefaultsAsRootTest, RefusesFilesOfAnotherUser) {
+    const auto messageOf = [](const auto& action) -> std::string {
+        try {
+            action();
+            return "it was accepted";
+        } catch (const PlatformError& error) {
+            return error.what();
+        }
+    };
+    const auto reason = [](const std::filesystem::path& file) {
+        return ": " + file.string() +
+               " belongs to another user. Choose a file in a folder of your own.";
+    };
+    SettingsUserDefaults defaults(file_);
+    defaults.set("k", 1);
+    const std::filesystem::path lock = file_.string() + ".lock";
+    std::ofstream(lock) << "";
+    ASSERT_EQ(chown(lock.c_str(), 65534, 65534), 0);
+    EXPECT_EQ(
+        messageOf([&] { defaults.set("k", 2); }),
+        "Could not save the agent's settings" + reason(lock));
+    std::filesystem::remove(lock);
+
+    ASSERT_EQ(chown(file_.c_str(), 65534, 65534), 0);
+    EXPECT_EQ(
+        messageOf([&] { SettingsUserDefaults{file_}; }),
+        "Could not read the agent's settings" + reason(file_));
+    EXPECT_EQ(
+        messageOf([&] { defaults.set("k", 2); }),
+        "Could not save the agent's settings" + reason(file_));
+
+    std::filesystem::rename(file_, folder_ / "own");
+    ASSERT_EQ(chown((folder_ / "own").c_str(), 0, 0), 0);
+    std::filesystem::create_symlink(folder_ / "own", file_);
+    EXPECT_EQ(SettingsUserDefaults(file_).value("k"), Value(std::int64_t{1}));
+    ASSERT_EQ(lchown(file_.c_str(), 65534, 65534), 0);
+    EXPECT_EQ(
+        messageOf([&] { SettingsUserDefaults{file_}; }),
+        "Could not read the agent's settings" + reason(file_));
 }
 
 TEST_F(SettingsUserDefaultsTest, ReplacesTheFileAndLeavesNoneBehind) {
