@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/desktop/AutostartLoginItem.h"
 
+#include "core/WriteAccess.h"
 #include "platform/linux/support/DesktopEntry.h"
 
 #include <QStandardPaths>
@@ -8,6 +9,7 @@
 
 #include <fmt/format.h>
 #include <glib.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <string_view>
@@ -79,6 +81,12 @@ bool isProgramGone(const std::filesystem::path& file) {
     return program && QStandardPaths::findExecutable(QString::fromStdString(*program)).isEmpty();
 }
 
+/// The desktop would start the program that another user names in the entry.
+bool mayOthersHaveWritten(const std::filesystem::path& file) {
+    struct stat status {};
+    return stat(file.c_str(), &status) == 0 && tavrin::canOthersWrite(status);
+}
+
 /// Passes the completion the work's result, or the error that it threw.
 template <typename Result, typename Work>
 void run(WorkQueue& queue, Work work, std::function<void(Result)> completion) {
@@ -123,7 +131,8 @@ void AutostartLoginItem::unregisterItem(Completion completion) {
 
 void AutostartLoginItem::repairItem(Completion completion) {
     const auto work = [this] {
-        if (statusOf(file_) == Status::Enabled && isProgramGone(file_)) {
+        if (statusOf(file_) == Status::Enabled &&
+            (isProgramGone(file_) || mayOthersHaveWritten(file_))) {
             writeEntry(file_, options_);
         }
         return std::nullopt;

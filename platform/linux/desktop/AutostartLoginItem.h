@@ -31,7 +31,8 @@ public:
 
     void registerItem(Completion completion) override;
     void unregisterItem(Completion completion) override;
-    /// Compares the entry's key "TryExec", so that a changed command line stays.
+    /// Compares the entry's key "TryExec", so that a changed command line stays. Replaces an entry
+    /// that other users may have written.
     void repairItem(Completion completion) override;
     void status(StatusCompletion completion) override;
 

@@ -2,11 +2,13 @@
 #include "platform/linux/support/DesktopEntry.h"
 
 #include "core/Errors.h"
+#include "core/ParentFolders.h"
 #include "core/Text.h"
 #include "core/WriteAccess.h"
 #include "platform/linux/support/ReadFile.h"
 
 #include <QByteArray>
+#include <QFileDevice>
 #include <QSaveFile>
 #include <QString>
 
@@ -122,14 +124,12 @@ void writeDesktopEntry(const std::filesystem::path& file, std::string_view entry
             EIO,
             fmt::format("Could not write {}: {}", file.string(), reason));
     };
-    std::error_code error;
-    std::filesystem::create_directories(file.parent_path(), error);
-    if (error) {
-        throw fail(error.message());
-    }
+    // Not with the modes of a umask that lets others write: the desktop starts the entry's program.
+    tavrin::createParentFolders(file);
     removeUnlessOurs(file);
     QSaveFile saved(QString::fromStdString(file.string()));
     if (!saved.open(QIODevice::WriteOnly) ||
+        !saved.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner) ||
         saved.write(entry.data(), static_cast<qint64>(entry.size())) < 0 || !saved.commit()) {
         throw fail(saved.errorString().toStdString());
     }

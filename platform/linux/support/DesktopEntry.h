@@ -36,8 +36,8 @@ void checkProgramPath(const std::filesystem::path& program);
 /// The "Exec" value that starts the program.
 [[nodiscard]] std::string desktopEntryCommand(std::string_view program);
 
-/// Writes the file atomically and creates the folder. Replaces a file that belongs to another user,
-/// or that others may write. Throws `tavrin::PlatformError`.
+/// Writes the file atomically and creates the folder, both for this user only. Replaces a file that
+/// belongs to another user, or that others may write. Throws `tavrin::PlatformError`.
 void writeDesktopEntry(const std::filesystem::path& file, std::string_view entry);
 
 } // namespace orvel

@@ -149,6 +149,26 @@ TEST_F(AutostartLoginItemTest, TheEntryCannotBeExecuted) {
         std::filesystem::status(file()).permissions() & forbidden, std::filesystem::perms::none);
 }
 
+TEST_F(AutostartLoginItemTest, OnlyTheUserMayWriteTheEntryAndItsFolder) {
+    const mode_t former = umask(0);
+    EXPECT_EQ(registerItem(), std::nullopt);
+    umask(former);
+    const auto modeOf = [](const std::filesystem::path& path) {
+        return std::filesystem::status(path).permissions();
+    };
+    EXPECT_EQ(modeOf(file()), std::filesystem::perms(0600));
+    EXPECT_EQ(modeOf(folder()), std::filesystem::perms(0700));
+    EXPECT_EQ(modeOf(folder().parent_path()), std::filesystem::perms(0700));
+}
+
+TEST_F(AutostartLoginItemTest, ReplacesAnEntryThatOthersMayHaveWritten) {
+    write("[Desktop Entry]\nTryExec=/usr/bin/env\nExec=/usr/bin/env\n");
+    chmod(file().c_str(), 0646);
+    EXPECT_EQ(resultOf(*item_, &LoginItem::repairItem), std::nullopt);
+    EXPECT_THAT(content(), testing::HasSubstr("\nExec=/usr/bin/true\n"));
+    EXPECT_EQ(std::filesystem::status(file()).permissions(), std::filesystem::perms(0600));
+}
+
 TEST_F(AutostartLoginItemTest, RejectsControlCharactersInThePath) {
     for (const char* path :
          {"/usr/bin/a\tb", "/usr/bin/a\nExec=b", "/usr/bin/a\r", "/a\x1F/b", "/a\x7F/b"}) {

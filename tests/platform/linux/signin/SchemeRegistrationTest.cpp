@@ -222,6 +222,14 @@ TEST_F(SchemeRegistrationTest, ReplacesAnEntryWhoseProgramIsMissing) {
     EXPECT_EQ(handedOver(moved), url);
 }
 
+TEST_F(SchemeRegistrationTest, OnlyTheUserMayWriteTheEntryAndItsFolder) {
+    const mode_t former = umask(0);
+    ensure();
+    umask(former);
+    EXPECT_EQ(fs::status(usersEntry()).permissions(), fs::perms(0600));
+    EXPECT_EQ(fs::status(usersEntry().parent_path()).permissions(), fs::perms(0700));
+}
+
 TEST_F(SchemeRegistrationTest, KeepsAWorkingEntry) {
     ensure();
     const std::string changed = contentOf(usersEntry()) + "# A comment of the user\n";
