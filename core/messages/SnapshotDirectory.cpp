@@ -2,6 +2,8 @@
 #include "core/messages/SnapshotDirectory.h"
 
 #include "core/FileErrors.h"
+#include "core/ParentFolders.h"
+#include "core/WriteAccess.h"
 
 #include <boost/uuid/random_generator.hpp>
 #include <boost/uuid/uuid_io.hpp>
@@ -28,6 +30,8 @@ namespace fs = std::filesystem;
 
 constexpr int maximumAttempts = 10;
 constexpr auto couldNotMake = "Could not make the folder";
+/// The next scan removes the rest.
+constexpr std::size_t maximumCandidates = 1000;
 
 std::string makeName() {
     std::string name = boost::uuids::to_string(boost::uuids::random_generator()());
@@ -47,6 +51,13 @@ bool isName(std::string_view name) {
         constexpr std::string_view digits = "0123456789ABCDEF";
         return should == 'X' ? digits.find(is) != std::string_view::npos : is == should;
     });
+}
+
+/// Cheaper than opening: any user can make many such names in the system's temporary folder.
+bool isOwnDirectory(const fs::path& path) {
+    struct stat status {};
+    return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
+           status.st_uid == geteuid();
 }
 
 FileDescriptor openAndLock(const fs::path& directory) {
@@ -77,17 +88,23 @@ void LiveSnapshots::removeDirectories() {
 
 SnapshotDirectory::SnapshotDirectory(std::shared_ptr<LiveSnapshots> live) : live_(std::move(live)) {
     const fs::path folder = parent();
-    std::error_code error;
-    fs::create_directories(folder, error);
-    if (error) {
-        throw fileError(error.value(), couldNotMake, folder);
-    }
+    const std::optional<PlatformError> noFolder = createParentFolders(folder / prefix);
     // `removeAbandoned` of another process may remove the directory before it is locked. Then try a
     // new one. The loop has a limit because some file systems have no locks.
     for (int attempt = 0; attempt < maximumAttempts; ++attempt) {
         path_ = folder / makeName();
         if (mkdir(path_.c_str(), S_IRWXU) != 0) {
-            throw fileError(errno, couldNotMake, path_);
+            throw errno == ENOENT && noFolder ? *noFolder : fileError(errno, couldNotMake, path_);
+        }
+        if (canOthersChange(path_)) {
+            rmdir(path_.c_str());
+            throw PlatformError(
+                std::string(posixErrorDomain),
+                EPERM,
+                "Other users could take the private copy of the messages away from " +
+                    folder.string() +
+                    ". Set TMPDIR to a folder of your own, or remove their right to write with "
+                    "chmod go-w.");
         }
         lock_ = openAndLock(path_);
         if (lock_.isOpen()) {
@@ -120,7 +137,10 @@ std::size_t SnapshotDirectory::removeAbandoned(const fs::path& folder) {
     std::error_code error;
     for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
          entry.increment(error)) {
-        if (isName(entry->path().filename().native())) {
+        if (candidates.size() == maximumCandidates) {
+            break;
+        }
+        if (isName(entry->path().filename().native()) && isOwnDirectory(entry->path())) {
             candidates.push_back(entry->path());
         }
     }

@@ -40,8 +40,9 @@ public:
     /// Every name begins with this and ends with a UUID.
     static constexpr std::string_view prefix = "tavrin-chatdb-";
 
-    /// Is in the list for as long as it exists. Throws `PlatformError` if the directory cannot be
-    /// created.
+    /// Is in the list for as long as it exists. Creates a missing `parent()` for this user only.
+    /// Throws `PlatformError` if the directory cannot be created, or if other users could rename it
+    /// or a folder above it.
     explicit SnapshotDirectory(std::shared_ptr<LiveSnapshots> live = nullptr);
     ~SnapshotDirectory();
     SnapshotDirectory(const SnapshotDirectory&) = delete;
@@ -53,8 +54,8 @@ public:
     [[nodiscard]] static std::filesystem::path parent();
 
     /// Removes this user's directories in the folder that no running process has locked. Returns
-    /// their number. If some cannot be removed, removes the others, then throws
-    /// `std::filesystem::filesystem_error` for the first one.
+    /// their number. Examines at most 1000, the next call the rest. If some cannot be removed,
+    /// removes the others, then throws `std::filesystem::filesystem_error` for the first one.
     static std::size_t removeAbandoned(const std::filesystem::path& folder = parent());
 
     /// Locks the opened directory. Returns no descriptor if another process holds the lock, the

@@ -54,6 +54,7 @@ using orvel::test::TemporaryDirectory;
 using orvel::test::UnprivilegedUser;
 using orvel::test::WritableDatabase;
 using orvel::test::WritingProcess;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
 using Error = ChatDatabaseSnapshot::Error;
@@ -341,6 +342,35 @@ TEST_F(ChatDatabaseSnapshotTest, AStatementOnTheCopyDoesNotTakeForever) {
             {},
             [](const SQLiteDatabase::Row&) {}),
         SQLiteError);
+}
+
+TEST_F(ChatDatabaseSnapshotTest, AMissingTemporaryDirectoryIsForThisUserOnly) {
+    setenv("TMPDIR", (temporary_ / "some/where").c_str(), 1);
+    const mode_t former = umask(0);
+    const SnapshotDirectory directory;
+    umask(former);
+    for (const char* const name : {"some", "some/where"}) {
+        EXPECT_EQ(fs::status(temporary_ / name).permissions(), fs::perms::owner_all) << name;
+    }
+}
+
+TEST_F(ChatDatabaseSnapshotTest, UsesNoFolderWhereOthersCouldTakeTheCopyAway) {
+    const fs::path parent = temporary_ / "shared/own";
+    fs::create_directories(parent);
+    setenv("TMPDIR", parent.c_str(), 1);
+    for (const fs::path& shared : {parent, parent.parent_path()}) {
+        fs::permissions(shared, fs::perms::all);
+        try {
+            const SnapshotDirectory directory;
+            ADD_FAILURE() << shared;
+        } catch (const PlatformError& error) {
+            EXPECT_THAT(error.what(), HasSubstr("Set TMPDIR to a folder of your own"));
+        }
+        EXPECT_THAT(namesIn(parent), IsEmpty());
+        fs::permissions(shared, fs::perms::all | fs::perms::sticky_bit);
+        EXPECT_NO_THROW(SnapshotDirectory()) << shared;
+        fs::permissions(shared, fs::perms::owner_all);
+    }
 }
 
 TEST_F(ChatDatabaseSnapshotTest, ReportsThatItsDirectoryCannotBeCreated) {
@@ -965,6 +995,16 @@ TEST_F(ChatDatabaseSnapshotSweepTest, RemovesAllOfSeveral) {
 
     EXPECT_EQ(SnapshotDirectory::removeAbandoned(), 2U);
     EXPECT_THAT(namesIn(temporary_.path()), IsEmpty());
+}
+
+TEST_F(ChatDatabaseSnapshotSweepTest, RemovesManyInSeveralSteps) {
+    for (int number = 0; number < 1'001; ++number) {
+        const std::string digits = std::to_string(1'000'000'000'000 + number);
+        leaveBehind("tavrin-chatdb-00000000-0000-0000-0000-" + digits.substr(1));
+    }
+
+    EXPECT_EQ(SnapshotDirectory::removeAbandoned(), 1'000U);
+    EXPECT_EQ(SnapshotDirectory::removeAbandoned(), 1U);
 }
 
 TEST_F(ChatDatabaseSnapshotSweepTest, KeepsForeignNames) {
