@@ -1,6 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/desktop/InstanceLock.h"
 
+#include "core/ParentFolders.h"
+#include "core/WriteAccess.h"
+
+#include <QStandardPaths>
+#include <QString>
+
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
@@ -13,14 +19,12 @@ namespace orvel {
 
 namespace {
 
-constexpr mode_t othersMayWrite = S_IWGRP | S_IWOTH;
-
 /// Whether only this user can write to the folder. Otherwise another user could replace the lock
 /// file or hold the lock forever.
 bool isOwn(const std::filesystem::path& folder) {
     struct stat status {};
     return folder.is_absolute() && lstat(folder.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
-           status.st_uid == geteuid() && (status.st_mode & othersMayWrite) == 0;
+           status.st_uid == geteuid() && !tavrin::canOthersWrite(status);
 }
 
 struct flock wholeFile() {
@@ -32,7 +36,7 @@ struct flock wholeFile() {
 
 } // namespace
 
-std::optional<std::filesystem::path> InstanceLock::defaultFolder(const std::string& identifier) {
+std::optional<std::filesystem::path> InstanceLock::defaultFolder() {
     if (const char* runtime = std::getenv("XDG_RUNTIME_DIR")) {
         if (isOwn(runtime)) {
             return runtime;
@@ -43,11 +47,13 @@ std::optional<std::filesystem::path> InstanceLock::defaultFolder(const std::stri
     if (isOwn(folder)) {
         return folder;
     }
-    folder = fmt::format("/tmp/{}-{}", identifier, geteuid());
-    if ((mkdir(folder.c_str(), S_IRWXU) == 0 || errno == EEXIST) && isOwn(folder)) {
-        return folder;
-    }
-    return std::nullopt;
+    // Not /tmp: another user could take the name there first.
+    folder =
+        std::filesystem::path(
+            QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation).toStdString()) /
+        "orvel-agent";
+    tavrin::createParentFolders(folder / "lock");
+    return isOwn(folder) ? std::optional(folder) : std::nullopt;
 }
 
 InstanceLock::Outcome

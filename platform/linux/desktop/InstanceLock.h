@@ -26,9 +26,8 @@ public:
     using Outcome = std::variant<Held, HeldBy, Unavailable>;
 
     /// A folder for lock files that only this user can write to: the session's runtime folder, or
-    /// else one below /tmp. Nothing when neither is available.
-    [[nodiscard]] static std::optional<std::filesystem::path>
-    defaultFolder(const std::string& identifier);
+    /// else the folder of the settings. Nothing when neither is available.
+    [[nodiscard]] static std::optional<std::filesystem::path> defaultFolder();
 
     /// Locks "{identifier}.lock" in that folder until this object is destroyed.
     [[nodiscard]] Outcome take(const std::filesystem::path& folder, const std::string& identifier);

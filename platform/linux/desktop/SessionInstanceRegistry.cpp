@@ -93,7 +93,7 @@ SessionInstanceRegistry::runningCopy(const std::string& identifier) {
     name_ = identifier;
     // Take the lock before the name: other copies activate the name's owner, so it must be the copy
     // that keeps running.
-    if (const auto folder = InstanceLock::defaultFolder(identifier)) {
+    if (const auto folder = InstanceLock::defaultFolder()) {
         const InstanceLock::Outcome held = lock_.take(*folder, identifier);
         if (const auto* other = std::get_if<InstanceLock::HeldBy>(&held)) {
             return RunningApplication{other->processIdentifier};

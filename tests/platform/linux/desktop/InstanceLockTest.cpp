@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/linux/desktop/InstanceLock.h"
 
+#include "tests/support/NeedsRoot.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/UnprivilegedUser.h"
 
@@ -57,6 +58,11 @@ protected:
     QByteArray runtime_ = qgetenv("XDG_RUNTIME_DIR");
 };
 
+class InstanceLockAsRootTest : public InstanceLockTest {
+protected:
+    void SetUp() override { skipUnlessRoot(); }
+};
+
 } // namespace
 
 TEST_F(InstanceLockTest, OneProcessHoldsIt) {
@@ -103,37 +109,42 @@ TEST_F(InstanceLockTest, WithoutAFolderThereIsNoLock) {
 
 TEST_F(InstanceLockTest, TheFolderIsThatOfTheSession) {
     qputenv("XDG_RUNTIME_DIR", QByteArray::fromStdString(folder_.path().string()));
-    EXPECT_EQ(InstanceLock::defaultFolder(identifier), folder_.path());
+    EXPECT_EQ(InstanceLock::defaultFolder(), folder_.path());
 }
 
 TEST_F(InstanceLockTest, AFolderThatOthersCanWriteToIsNotUsed) {
     qputenv("XDG_RUNTIME_DIR", QByteArray::fromStdString(folder_.path().string()));
-    EXPECT_EQ(InstanceLock::defaultFolder(identifier), folder_.path());
-    for (const auto others :
-         {std::filesystem::perms::group_write, std::filesystem::perms::others_write}) {
-        std::filesystem::permissions(folder_.path(), std::filesystem::perms::owner_all | others);
-        EXPECT_NE(InstanceLock::defaultFolder(identifier), folder_.path());
-    }
+    EXPECT_EQ(InstanceLock::defaultFolder(), folder_.path());
+    std::filesystem::permissions(
+        folder_.path(), std::filesystem::perms::owner_all | std::filesystem::perms::others_write);
+    EXPECT_NE(InstanceLock::defaultFolder(), folder_.path());
+}
+
+TEST_F(InstanceLockAsRootTest, AFolderThatAnotherGroupCanWriteToIsNotUsed) {
+    qputenv("XDG_RUNTIME_DIR", QByteArray::fromStdString(folder_.path().string()));
+    std::filesystem::permissions(
+        folder_.path(), std::filesystem::perms::owner_all | std::filesystem::perms::group_write);
+    EXPECT_EQ(InstanceLock::defaultFolder(), folder_.path());
+    ASSERT_EQ(chown(folder_.path().c_str(), 0, 65534), 0);
+    EXPECT_NE(InstanceLock::defaultFolder(), folder_.path());
 }
 
 TEST_F(InstanceLockTest, DoesNotUseAnotherUsersFolder) {
     // This folder belongs to root.
     qputenv("XDG_RUNTIME_DIR", "/");
     const UnprivilegedUser user;
-    EXPECT_NE(InstanceLock::defaultFolder(identifier), "/");
+    EXPECT_NE(InstanceLock::defaultFolder(), "/");
 }
 
 TEST_F(InstanceLockTest, WithoutASessionTheFolderIsStillTheUsersOwn) {
     qunsetenv("XDG_RUNTIME_DIR");
-    const auto found = InstanceLock::defaultFolder(identifier);
+    const auto found = InstanceLock::defaultFolder();
     ASSERT_TRUE(found);
     struct stat status {};
     ASSERT_EQ(lstat(found->c_str(), &status), 0);
     EXPECT_EQ(status.st_uid, geteuid());
     EXPECT_EQ(status.st_mode & 0022U, 0U);
-    if (found->parent_path() == "/tmp") {
-        std::filesystem::remove(*found);
-    }
+    EXPECT_NE(found->parent_path(), "/tmp") << "where another user can take the name first";
 }
 
 } // namespace orvel::test
