@@ -410,7 +410,7 @@ TEST_F(MenuBarContentViewTest, ALongAddressIsElidedWithAToolTip) {
 
 TEST_F(MenuBarContentViewTest, MarkupInTheAddressOfTheAccountIsPlainText) {
     const std::string address =
-        "<h1>Your session has expired</h1><img src='/dev/zero'>Call +1 555 000 0000 and read out "
+        "<h1>Your session has expired</h1><img src='/dev/null'>Call +1 555 000 0000 and read out "
         "the code";
     show(AgentState::SignedOut);
     agent_->with.service.setAnswer(
@@ -424,7 +424,7 @@ TEST_F(MenuBarContentViewTest, MarkupInTheAddressOfTheAccountIsPlainText) {
 }
 
 TEST_F(MenuBarContentViewTest, MarkupInErrorsIsPlainText) {
-    const std::string error = "<b>Call</b> +1 555 000 0000 <img src='/dev/zero'>";
+    const std::string error = "<b>Call</b> +1 555 000 0000 <img src='/dev/null'>";
     show(AgentState::NothingWrong);
     agent_->with.service.setAnswer(
         test::FakeService::deviceTokenPath,
