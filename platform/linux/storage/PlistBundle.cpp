@@ -25,10 +25,11 @@ struct FreeMemory {
 };
 
 /// Another user could make the agent send its messages elsewhere, also with a folder that is put
-/// beside the program's own.
+/// beside the program's own. One that can replace the program needs no such folder.
 std::filesystem::path trusted(std::filesystem::path folder) {
     const std::filesystem::path file = folder / "Info.plist";
-    if (tavrin::canOthersChange(file) || tavrin::canOthersChange(folder)) {
+    if ((tavrin::canOthersChange(file) || tavrin::canOthersChange(folder)) &&
+        !tavrin::canOthersChange(std::filesystem::read_symlink("/proc/self/exe"))) {
         throw tavrin::PlatformError(
             std::string(tavrin::posixErrorDomain),
             EPERM,

@@ -34,7 +34,8 @@ public:
     [[nodiscard]] static Information parse(std::string_view propertyList);
 
     /// Throws `tavrin::PlatformError` when the folder has no readable property list, or when other
-    /// users may change the list, the folder or a folder above it (`canOthersChange`).
+    /// users may change the list, the folder or a folder above it (`canOthersChange`), but not this
+    /// program.
     explicit PlistBundle(std::filesystem::path folder);
 
     [[nodiscard]] std::optional<std::string> infoString(std::string_view key) const override;
