@@ -157,13 +157,15 @@ TEST_F(RunningHTTPSServerTest, ClosesNoConnectionOfItsAccountForOneOfAnother) {
     // Replaces the first of them, so all have been accepted.
     ASSERT_EQ(client_.get("/").status, 200);
     own.waitForEnd(0);
-    const SilentConnections last(port_, 1);
+    // Fill the server for certain. They close the oldest.
+    const SilentConnections last(port_, 20);
+    own.waitForEnd(19);
     account_ = geteuid() + 1;
-    const SilentConnections other(port_, 1);
+    const SilentConnections others(port_, 60);
 
-    other.waitForEnd(0);
+    others.waitForEnd(59);
 
-    EXPECT_TRUE(own.isOpen(1));
+    EXPECT_TRUE(own.isOpen(40));
 }
 
 TEST_F(RunningHTTPSServerTest, StopsWhileConnectionsAreSilent) {
