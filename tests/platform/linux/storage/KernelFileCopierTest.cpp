@@ -200,7 +200,7 @@ TEST_F(KernelFileCopierTest, HolesTakeNoSpaceOnAnotherFileSystem) {
 }
 
 TEST_F(KernelFileCopierTest, AFileThatIsOneHoleIsCopied) {
-    write(source_, "");
+    writeFile(source_, "");
     fs::resize_file(source_, static_cast<std::uintmax_t>(sparseSize));
 
     copier_.copy(source_, destination_, CancellationToken());
