@@ -253,7 +253,7 @@ private:
 } // namespace
 
 TEST(FailedWriteTest, AScanLosesNothingAndNamesTheFileAndTheReason) {
-    constexpr WritingCalls calls{24, 22, 17, 88, 116, 12};
+    constexpr WritingCalls calls{26, 26, 17, 88, 130, 14};
     FailingScans scans;
     EXPECT_EQ(missingWrites(calls, scans.count()), "");
     const FaultList faults = failingWrites(calls);
@@ -270,7 +270,7 @@ TEST(FailedWriteTest, AScanLosesNothingAndNamesTheFileAndTheReason) {
 }
 
 TEST(FailedWriteTest, ASettingsWriterLosesNothingAndNamesTheFileAndTheReason) {
-    constexpr WritingCalls calls{24, 22, 9, 88, 9, 8};
+    constexpr WritingCalls calls{24, 22, 9, 88, 42, 8};
     FailingWriters writers;
     EXPECT_EQ(missingWrites(calls, writers.count()), "");
     const FaultList faults = failingWrites(calls);

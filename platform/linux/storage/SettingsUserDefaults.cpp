@@ -156,11 +156,34 @@ void removeUnfinishedFiles(const std::filesystem::path& settings, const struct s
     }
 }
 
-/// Removes what a process left that was killed during a write: its new file and its lock file.
+/// Excludes other processes that write settings to files in the folder, until it is destroyed. The
+/// system ends the lock of a killed process. Not locked if another process does not end its write
+/// in time, if the file system has no locks, and in a folder of another user, who could hold it.
+FileDescriptor lockFolder(const std::filesystem::path& folder) {
+    FileDescriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    struct stat status {};
+    if (!descriptor.isOpen() || fstat(descriptor.get(), &status) != 0 ||
+        status.st_uid != geteuid()) {
+        return {};
+    }
+    // As long as QSettings would wait for its own lock.
+    constexpr std::chrono::milliseconds longestWait(30'000);
+    constexpr std::chrono::milliseconds step(10);
+    for (std::chrono::milliseconds waited(0); isLockedByOthers(descriptor); waited += step) {
+        if (errno != EWOULDBLOCK || waited >= longestWait) {
+            return {};
+        }
+        std::this_thread::sleep_for(step);
+    }
+    return descriptor;
+}
+
+/// Removes what a process left that was killed during a write: its new file and its lock files.
 /// QSettings would wait 30 seconds for a process that was killed before it wrote its id into the
 /// lock file, or whose id another process has now. A running process also holds a lock of the
-/// system on the file.
-void removeAbandonedFiles(const std::filesystem::path& settings) {
+/// system on the file. `isAlone` says that no other process writes, except one of an earlier
+/// version.
+void removeAbandonedFiles(const std::filesystem::path& settings, bool isAlone) {
     const std::filesystem::path path = lockOf(settings);
     const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     struct stat opened {};
@@ -174,7 +197,7 @@ void removeAbandonedFiles(const std::filesystem::path& settings) {
     };
     // A process creates the file, then locks it. The attempt below must not come between.
     constexpr int steps = 20;
-    for (int step = 0; step < steps && isNew(opened); ++step) {
+    for (int step = 0; step < steps && !isAlone && isNew(opened); ++step) {
         std::this_thread::sleep_for(timeToLock / steps);
         if (!isStillThere()) {
             return;
@@ -183,6 +206,8 @@ void removeAbandonedFiles(const std::filesystem::path& settings) {
     if (!isLockedByOthers(file) && isStillThere()) {
         // While the lock file exists, no process writes. Without it, the new files would stay.
         removeUnfinishedFiles(settings, opened);
+        // With this one, QSettings removes the lock file of a process that is gone.
+        unlink((path.string() + ".rmlock").c_str());
         unlink(path.c_str());
     }
 }
@@ -279,7 +304,10 @@ void SettingsUserDefaults::write(std::string_view key, const std::optional<Value
         tavrin::refuseFileOfOthers(path, "Could not save the agent's settings");
     }
     makePrivate(file_);
-    removeAbandonedFiles(file_);
+    // The lock file of QSettings alone does not exclude others: a process removes its name after it
+    // has unlocked it, and that can be the name of a later one.
+    const FileDescriptor folder = lockFolder(file_.parent_path());
+    removeAbandonedFiles(file_, folder.isOpen());
     const QString qKey = QString::fromUtf8(key.data(), static_cast<qsizetype>(key.size()));
     QSettings settings(qString(file_), lineFormat());
     const auto set = [&settings, &qKey](const QVariant& stored) {
