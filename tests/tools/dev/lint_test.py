@@ -148,7 +148,9 @@ class LayersTest(RuleTest):
             (["OrvelAgent/account"], ["OrvelAgent/scan"]),
             (["OrvelAgent/scan"], ["OrvelAgent/account"]),
             (agent, programs),
-            (service, ["platform", *systems, *agent]),
+            (service, [*systems, *agent]),
+            # Only the service itself asks the system for the account of a connection.
+            ([folder for folder in service if folder != "service"], ["platform"]),
         ]
         for including, included in forbidden:
             for here, there in itertools.product(including, included):
