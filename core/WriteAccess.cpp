@@ -7,6 +7,8 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
+#include <fstream>
 #include <iterator>
 #include <string_view>
 #include <system_error>
@@ -49,6 +51,25 @@ bool isUsersPrivateGroup(gid_t number) {
                    return getgrgid_r(number, &group, buffer, size, &foundGroup);
                }) &&
            foundGroup != nullptr && isPrivateGroup(user, group);
+}
+
+/// Whether the number stands for all users that this user namespace does not have. In a container,
+/// these include the root that owns the folders of the system.
+bool standsForUnknownUsers(uid_t owner) {
+    std::ifstream overflow("/proc/sys/kernel/overflowuid");
+    uid_t unknown = 0;
+    if (!(overflow >> unknown) || owner != unknown) {
+        return false;
+    }
+    std::ifstream map("/proc/self/uid_map");
+    std::uint64_t first = 0;
+    std::uint64_t outside = 0;
+    std::uint64_t count = 0;
+    bool isMapped = false;
+    while (map >> first >> outside >> count) {
+        isMapped = isMapped || (unknown >= first && unknown - first < count);
+    }
+    return !isMapped;
 }
 
 } // namespace
@@ -95,7 +116,9 @@ bool canOthersChange(const std::filesystem::path& path) {
             return stat(current.parent_path().c_str(), &status) == 0 && canOthersWrite(status);
         }
         if (S_ISLNK(status.st_mode)) {
-            if ((status.st_uid != geteuid() && status.st_uid != 0) || ++links > maximumLinks) {
+            const bool isOfOthers = status.st_uid != geteuid() && status.st_uid != 0 &&
+                                    !standsForUnknownUsers(status.st_uid);
+            if (isOfOthers || ++links > maximumLinks) {
                 return true;
             }
             const fs::path target = fs::read_symlink(current, error);
@@ -112,6 +135,9 @@ bool canOthersChange(const std::filesystem::path& path) {
 }
 
 bool canOthersReplaceFiles(const struct stat& folder) {
+    if (standsForUnknownUsers(folder.st_uid)) {
+        return (folder.st_mode & S_ISVTX) == 0 && (folder.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+    }
     const bool isOwn = folder.st_uid == geteuid() || folder.st_uid == 0;
     // In a folder with the sticky bit, only its owner may rename or remove a file.
     return !isOwn || ((folder.st_mode & S_ISVTX) == 0 && canOthersWrite(folder));

@@ -17,7 +17,8 @@ namespace tavrin {
 [[nodiscard]] bool canOthersWrite(const struct stat& status);
 
 /// Whether users other than this one and root can rename or remove this user's files in the folder.
-/// Unlike `canOthersWrite`, accepts a folder with the sticky bit.
+/// Unlike `canOthersWrite`, accepts a folder with the sticky bit, and in a user namespace a folder
+/// of a user that it does not have, such as the system's root.
 [[nodiscard]] bool canOthersReplaceFiles(const struct stat& folder);
 
 /// Whether users other than this one and root can change what is found at the path: write to it, or

@@ -1,13 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "core/WriteAccess.h"
 
+#include "core/FileDescriptor.h"
 #include "tests/support/NeedsRoot.h"
 #include "tests/support/TemporaryDirectory.h"
 
+#include <fcntl.h>
 #include <grp.h>
 #include <gtest/gtest.h>
 #include <pwd.h>
+#include <sched.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -144,6 +148,27 @@ TEST_F(PathAccessTest, LinksAreFollowed) {
     for (const char* const name : {"link/file", "other/absolute", "other/twice"}) {
         EXPECT_FALSE(canOthersChange(folder_ / name)) << name;
     }
+}
+
+// In such a namespace, the folders of the system seem to belong to a user without a number.
+TEST_F(PathAccessTest, FoldersOfUsersThatTheNamespaceDoesNotHaveAreTheSystems) {
+    const std::filesystem::path file = folder_ / "file";
+    std::ofstream(file) << "text";
+    const std::string map = "1000 " + std::to_string(geteuid()) + " 1";
+    constexpr int isForbidden = 77;
+    const pid_t child = fork();
+    if (child == 0) {
+        const FileDescriptor mapped(
+            unshare(CLONE_NEWUSER) == 0 ? open("/proc/self/uid_map", O_WRONLY | O_CLOEXEC) : -1);
+        const bool isMapped = write(mapped.get(), map.data(), map.size()) > 0;
+        _exit(!isMapped ? isForbidden : canOthersChange(file) ? 1 : 0);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    if (WEXITSTATUS(status) == isForbidden) {
+        GTEST_SKIP() << "This system does not let the user make a namespace.";
+    }
+    EXPECT_EQ(status, 0);
 }
 
 TEST_F(PathAccessAsRootTest, EntriesOfOtherUsersCount) {
