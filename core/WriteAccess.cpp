@@ -135,10 +135,10 @@ bool canOthersChange(const std::filesystem::path& path) {
 }
 
 bool canOthersReplaceFiles(const struct stat& folder) {
-    if (standsForUnknownUsers(folder.st_uid)) {
+    const bool isOwn = folder.st_uid == geteuid() || folder.st_uid == 0;
+    if (!isOwn && standsForUnknownUsers(folder.st_uid)) {
         return (folder.st_mode & S_ISVTX) == 0 && (folder.st_mode & (S_IWGRP | S_IWOTH)) != 0;
     }
-    const bool isOwn = folder.st_uid == geteuid() || folder.st_uid == 0;
     // In a folder with the sticky bit, only its owner may rename or remove a file.
     return !isOwn || ((folder.st_mode & S_ISVTX) == 0 && canOthersWrite(folder));
 }
